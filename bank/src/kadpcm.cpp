@@ -1,0 +1,1 @@
+#include "bank/kadpcm.hpp"

@@ -1,0 +1,163 @@
+/* The bank builder: compiles lists of audio files into sound banks (.tnb).
+ *
+ * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs,
+ * and after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
+ * Tarnok_BuildCancel may be called from any thread. Strings are NUL-terminated UTF-8. No call throws.
+ */
+#ifndef TARNOK_H
+#define TARNOK_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(TARNOK_BUILDING_LIBRARY)
+#define TARNOK_API __attribute__((visibility("default")))
+#else
+#define TARNOK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
+typedef enum TARNOK_RESULT {
+    TARNOK_OK = 0,
+    TARNOK_ERR_CACHE_CHUNK_MISSING = 1,
+    TARNOK_ERR_CANCELLED = 2,
+    TARNOK_ERR_CANNOT_CONTINUE = 3,
+    TARNOK_ERR_ENCODER = 4,
+    TARNOK_ERR_ENCODER_INIT = 5,
+    TARNOK_ERR_ENCODER_NOT_SUPPORTED = 6,
+    TARNOK_ERR_FILE_OS = 7,
+    TARNOK_ERR_FILE_NOT_FOUND = 8,
+    TARNOK_ERR_KESS = 9,
+    TARNOK_ERR_INITIALIZED = 10,
+    TARNOK_ERR_INVALID_FORMAT = 11,
+    TARNOK_ERR_INVALID_PARAM = 12,
+    TARNOK_ERR_MEMORY = 13,
+    TARNOK_ERR_UNINITIALIZED = 14,
+    TARNOK_ERR_FORMAT_NOT_IN_TNB_VERSION = 15,
+    TARNOK_WARN_CANNOT_LOOP = 16,
+    TARNOK_WARN_IGNORED_FILTERHIGHFREQ = 17,
+    TARNOK_WARN_IGNORED_DISABLESEEKING = 18,
+    TARNOK_WARN_FORCED_DONTWRITENAMES = 19,
+    TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND = 20,
+    TARNOK_ERR_ENCODER_LIBRARY_BAD = 21,
+    TARNOK_WARN_IGNORED_ALIGN4K = 22,
+    TARNOK_RESULT_FORCEINT = 0x7fffffff
+} TARNOK_RESULT;
+
+/* Version of the bank container. 0 is the current one; no other exists so far. */
+typedef enum TARNOK_TNBVERSION { TARNOK_TNBVERSION_CURRENT = 0, TARNOK_TNBVERSION_FORCEINT = 0x7fffffff } TARNOK_TNBVERSION;
+
+/* Encoding of the sounds of a bank. XMA and AT9 need an external encoder module. */
+typedef enum TARNOK_FORMAT {
+    TARNOK_FORMAT_PCM = 0,
+    TARNOK_FORMAT_XMA = 1,
+    TARNOK_FORMAT_AT9 = 2,
+    TARNOK_FORMAT_VORBIS = 3,
+    TARNOK_FORMAT_KADPCM = 4,
+    TARNOK_FORMAT_OPUS = 5,
+    TARNOK_FORMAT_FORCEINT = 0x7fffffff
+} TARNOK_FORMAT;
+
+/* Build flags, combined by OR. */
+#define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u  /* leave out the markers of the source files */
+#define TARNOK_BUILD_DONTLOOP 0x002u           /* encode without regard to a seamless loop */
+#define TARNOK_BUILD_FILTERHIGHFREQ 0x004u     /* XMA only */
+#define TARNOK_BUILD_DISABLESEEKING 0x008u     /* XMA only */
+#define TARNOK_BUILD_OPTIMIZESAMPLERATE 0x010u /* resample to the lowest rate that keeps what is audible */
+#define TARNOK_BUILD_TNB5_DONTWRITENAMES 0x080u
+#define TARNOK_BUILD_NOGUID 0x100u
+#define TARNOK_BUILD_WRITEPEAKVOLUME 0x200u
+
+/* The build flags that one sound may set apart from its bank. */
+#define TARNOK_BUILD_OVERRIDE_MASK 0x21fu
+
+/* Initialisation flags, combined by OR. */
+#define TARNOK_INIT_IGNORE_ERRORS 0x01u /* a failing sound becomes an empty one instead of ending the build */
+#define TARNOK_INIT_CREATE_HEADER 0x04u /* write a C header with names and indices beside the bank */
+#define TARNOK_INIT_REBUILD 0x08u       /* encode everything again, whatever the cache holds */
+#define TARNOK_INIT_ALWAYS 0x10u        /* deliver progress items */
+
+/* Phase of one sound. */
+typedef enum TARNOK_STATE {
+    TARNOK_STATE_DECODING = 0,
+    TARNOK_STATE_ANALYSING = 1,
+    TARNOK_STATE_PREPROCESSING = 2,
+    TARNOK_STATE_ENCODING = 3,
+    TARNOK_STATE_WRITING = 4,
+    TARNOK_STATE_FINISHED = 5,
+    TARNOK_STATE_FAILED = 6,
+    TARNOK_STATE_FORCEINT = 0x7fffffff
+} TARNOK_STATE;
+
+/* One report. It belongs to the library and is readable until it is released. */
+typedef struct TARNOK_PROGRESSITEM
+{
+    int32_t subSoundIndex; /* index into the array given to Tarnok_Build, or -1 for the bank as a whole */
+    int32_t threadId;      /* which worker reports */
+    TARNOK_STATE state;
+    uint32_t reserved;
+    const void* stateData; /* a TARNOK_STATE_DATA_FAILED when state is TARNOK_STATE_FAILED, else null */
+} TARNOK_PROGRESSITEM;
+
+/* Why a sound, or the bank, failed. */
+typedef struct TARNOK_STATE_DATA_FAILED
+{
+    TARNOK_RESULT errorCode;
+    char errorString[1]; /* in place, as long as it needs to be, NUL-terminated */
+} TARNOK_STATE_DATA_FAILED;
+
+/* One sound of a build: one file, or several that are interleaved into one multichannel sound. */
+typedef struct TARNOK_SUBSOUND
+{
+    const char* const* fileNames; /* numFiles paths, in channel order */
+    const void* reservedPointer0; /* null */
+    const void* reservedPointer1; /* null */
+    uint32_t numFiles;            /* at least 1 */
+    uint32_t overrideFlags;       /* each set bit reverses that build flag for this sound; TARNOK_BUILD_OVERRIDE_MASK */
+    uint32_t overrideQuality;     /* 1 to 100, or 0 for the quality of the build; higher values count as 100 */
+    float desiredSampleRate;      /* hertz, or 0 for the rate of the source */
+    uint32_t reserved;            /* 0 */
+} TARNOK_SUBSOUND;
+
+/* Readies the library. threadCount is the number of workers, 1 to 256. cacheDirectory must exist; the string need
+ * not outlive the call.
+ * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, no thread, or no directory
+ * given. */
+TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigned int threadCount,
+                                     const char* cacheDirectory);
+
+/* Ends the library; a running build is cancelled, and the call returns when its workers have gone.
+ * TARNOK_ERR_UNINITIALIZED: not initialised. */
+TARNOK_API TARNOK_RESULT Tarnok_Release(void);
+
+/* Builds one bank and blocks until it is written, has failed or was cancelled. The records, and all that they point
+ * to, must stay as they are until then. quality is 0 to 100. encryptionKey may be null for a bank without a key.
+ * A failed or cancelled build leaves a bank that stood at outputFileName as it was. */
+TARNOK_API TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSubsounds, TARNOK_FORMAT format,
+                                      unsigned int buildFlags, unsigned int quality, const char* encryptionKey,
+                                      const char* outputFileName);
+
+/* Asks the running build to stop and returns at once. Without a running build it does nothing. */
+TARNOK_API TARNOK_RESULT Tarnok_BuildCancel(void);
+
+/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. */
+TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM** item);
+
+/* Hands one fetched report back; its memory is gone afterwards. */
+TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
+
+#ifdef __cplusplus
+}
+
+static_assert(sizeof(TARNOK_PROGRESSITEM) == 24, "the layout of a progress item is fixed");
+static_assert(sizeof(TARNOK_SUBSOUND) == 48, "the layout of a subsound is fixed");
+static_assert(offsetof(TARNOK_PROGRESSITEM, stateData) == 16, "the layout of a progress item is fixed");
+static_assert(offsetof(TARNOK_SUBSOUND, numFiles) == 24, "the layout of a subsound is fixed");
+static_assert(offsetof(TARNOK_STATE_DATA_FAILED, errorString) == 4, "the text follows the code directly");
+#endif
+
+#endif

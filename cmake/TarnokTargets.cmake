@@ -1,0 +1,45 @@
+# What every target of the project shares: language level, warnings, sanitizers, output folders.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# Programs find the libraries beside them in lib/, from the build folder and installed alike.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
+
+add_library(tarnok_options INTERFACE)
+target_compile_options(tarnok_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror)
+target_link_options(tarnok_options INTERFACE -Wl,--no-undefined)
+if(TARNOK_SANITIZE)
+    target_compile_options(tarnok_options INTERFACE
+        -fsanitize=${TARNOK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
+    target_link_options(tarnok_options INTERFACE -fsanitize=${TARNOK_SANITIZE} -fno-sanitize-recover=all)
+    # clang leaves the sanitizer's symbols to the program that loads a shared library.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        target_link_options(tarnok_options INTERFACE -Wl,--undefined-version -Wl,-z,undefs)
+    endif()
+endif()
+
+# A shared library of the product: its number is the name's suffix, its symbols are what its headers export.
+function(tarnok_add_shared_library target output)
+    add_library(${target} SHARED ${ARGN})
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME ${output} VERSION 14 SOVERSION 14
+        BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN")
+    target_link_libraries(${target} PRIVATE tarnok_options)
+endfunction()
+
+# A program of the product, which finds its libraries through $ORIGIN/lib.
+function(tarnok_add_program target)
+    add_executable(${target} ${ARGN})
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN/lib")
+    target_link_libraries(${target} PRIVATE tarnok_options)
+endfunction()

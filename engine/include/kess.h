@@ -1,0 +1,115 @@
+/* The audio engine's plain C side: results, enums and records. The classes are in kess.hpp. */
+#ifndef KESS_H
+#define KESS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(KESS_BUILDING_LIBRARY)
+#define KESS_API __attribute__((visibility("default")))
+#else
+#define KESS_API
+#endif
+
+/* Version of this header, handed to KESS_System_Create: 2.03.08 in binary-coded decimal. */
+#define KESS_VERSION 0x00020308u
+
+/* Result of a call. A file's fault is always one of FILE_BAD, FILE_COULDNOTSEEK, FILE_NOTFOUND, FORMAT,
+ * TOOMANYCHANNELS and VERSION. */
+typedef enum KESS_RESULT {
+    KESS_OK = 0,
+    KESS_ERR_FILE_BAD = 13,          /* unreadable, a directory, damaged or truncated so that nothing can be read */
+    KESS_ERR_FILE_COULDNOTSEEK = 14, /* the file can't be read at the position wanted */
+    KESS_ERR_FILE_EOF = 16,          /* the end of the sound was reached: fewer samples than wanted, or none */
+    KESS_ERR_FILE_NOTFOUND = 18,
+    KESS_ERR_FORMAT = 19,         /* no decoder knows the file, or it is not of the suggested type */
+    KESS_ERR_HEADER_MISMATCH = 20,
+    KESS_ERR_KEY_MISSING = 22,    /* the bank is encrypted and no key was given */
+    KESS_ERR_INVALID_HANDLE = 30,
+    KESS_ERR_INVALID_PARAM = 31,
+    KESS_ERR_INVALID_POSITION = 32,
+    KESS_ERR_INVALID_SYNCPOINT = 34,
+    KESS_ERR_MEMORY = 38,
+    KESS_ERR_SUBSOUNDS = 60,       /* asks a bank for samples, or a plain sound for its subsounds */
+    KESS_ERR_TAGNOTFOUND = 63,     /* no subsound of that name, no peak, no sync point */
+    KESS_ERR_TOOMANYCHANNELS = 64, /* more than KESS_MAX_CHANNELS */
+    KESS_ERR_TRUNCATED = 65,       /* the text didn't fit the buffer and was cut */
+    KESS_ERR_UNINITIALIZED = 67,
+    KESS_ERR_UNSUPPORTED = 68,     /* the sound was recognised but can't be decoded here */
+    KESS_ERR_VERSION = 69,         /* a bank of a newer version */
+    KESS_ERR_KEY_WRONG = 70,       /* the key does not fit the encrypted bank */
+    KESS_RESULT_FORCEINT = 0x7fffffff
+} KESS_RESULT;
+
+/* The largest number of channels of one sound. */
+#define KESS_MAX_CHANNELS 32
+
+/* What kind of file a sound comes from. */
+typedef enum KESS_SOUND_TYPE {
+    KESS_SOUND_TYPE_UNKNOWN = 0,
+    KESS_SOUND_TYPE_AIFF = 1,
+    KESS_SOUND_TYPE_ASF = 2, /* Windows Media */
+    KESS_SOUND_TYPE_DLS = 3, /* instrument bank: recognised, not decoded */
+    KESS_SOUND_TYPE_FLAC = 4,
+    KESS_SOUND_TYPE_TNB = 5, /* sound bank */
+    KESS_SOUND_TYPE_IT = 6,  /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_MIDI = 7, /* sequenced music: recognised, not decoded */
+    KESS_SOUND_TYPE_MOD = 8, /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_MPEG = 9,
+    KESS_SOUND_TYPE_OGG = 10,      /* Ogg with Vorbis, Opus, Speex or FLAC in it */
+    KESS_SOUND_TYPE_PLAYLIST = 11, /* recognised, not decoded */
+    KESS_SOUND_TYPE_RAW = 12,
+    KESS_SOUND_TYPE_S3M = 13, /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_USER = 14,
+    KESS_SOUND_TYPE_WAV = 15, /* RIFF, RF64 and Sony's W64 */
+    KESS_SOUND_TYPE_XM = 16,  /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_MP4 = 17, /* AAC or ALAC in an MP4 container, and bare AAC */
+    KESS_SOUND_TYPE_OTHER = 18, /* any other sampled sound: AU, CAF, VOC, Matroska, ... */
+    KESS_SOUND_TYPE_FORCEINT = 0x7fffffff
+} KESS_SOUND_TYPE;
+
+/* Kind of a sample, as readData delivers it: little-endian, interleaved, 8-bit signed, 24-bit packed in 3 bytes. */
+typedef enum KESS_SOUND_FORMAT {
+    KESS_SOUND_FORMAT_NONE = 0,
+    KESS_SOUND_FORMAT_PCM8 = 1,
+    KESS_SOUND_FORMAT_PCM16 = 2,
+    KESS_SOUND_FORMAT_PCM24 = 3,
+    KESS_SOUND_FORMAT_PCM32 = 4,
+    KESS_SOUND_FORMAT_PCMFLOAT = 5, /* 32-bit IEEE, full scale is -1 to 1, not clipped */
+    KESS_SOUND_FORMAT_BITSTREAM = 6,
+    KESS_SOUND_FORMAT_FORCEINT = 0x7fffffff
+} KESS_SOUND_FORMAT;
+
+/* Where sound goes. The engine of this library is silent: it decodes, a mixer plays. */
+typedef enum KESS_OUTPUTTYPE { KESS_OUTPUTTYPE_NOSOUND_NRT = 4, KESS_OUTPUTTYPE_FORCEINT = 0x7fffffff } KESS_OUTPUTTYPE;
+
+/* Units of a length. */
+typedef enum KESS_TIMEUNIT {
+    KESS_TIMEUNIT_MS = 1,       /* milliseconds, rounded down */
+    KESS_TIMEUNIT_PCM = 2,      /* samples of one channel */
+    KESS_TIMEUNIT_PCMBYTES = 4, /* bytes that readData delivers for the whole sound */
+    KESS_TIMEUNIT_FORCEINT = 0x7fffffff
+} KESS_TIMEUNIT;
+
+/* Modes of createSound, combined by OR. Every sound of this engine is a stream that opens without decoding. */
+#define KESS_MODE_DEFAULT 0x00000000u
+#define KESS_MODE_CREATESTREAM 0x00000080u
+#define KESS_MODE_OPENONLY 0x00002000u
+#define KESS_MODE_LOWMEM 0x08000000u
+
+/* What createSound may be told beforehand. Zero everything that is not set. */
+typedef struct KESS_CREATESOUNDEXINFO
+{
+    int32_t cbsize; /* size of this record in bytes: 224 */
+    uint8_t reserved0[108];
+    KESS_SOUND_TYPE suggestedsoundtype; /* the only type that is tried; 0: all are tried, by content */
+    uint8_t reserved1[108];
+} KESS_CREATESOUNDEXINFO;
+
+#ifdef __cplusplus
+static_assert(sizeof(KESS_CREATESOUNDEXINFO) == 224, "the layout of the record is fixed");
+static_assert(offsetof(KESS_CREATESOUNDEXINFO, cbsize) == 0, "the layout of the record is fixed");
+static_assert(offsetof(KESS_CREATESOUNDEXINFO, suggestedsoundtype) == 112, "the layout of the record is fixed");
+#endif
+
+#endif

@@ -1,0 +1,37 @@
+// A sound bank as the engine sees it: a list of sounds that can be found by index or by name, and decoded.
+#pragma once
+
+#include "decoder.hpp"
+
+#include <memory>
+#include <string_view>
+
+namespace kess {
+
+class BankFile
+{
+public:
+    // Opens the bank at path and checks its header and tables, without touching sample data. A locked (encrypted)
+    // bank opens too. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION: a newer one. KESS_ERR_FILE_BAD: damaged.
+    [[nodiscard]] static KESS_RESULT open(const char* path, std::unique_ptr<BankFile>* bank);
+
+    virtual ~BankFile() = default;
+
+    [[nodiscard]] virtual bool encrypted() const = 0;
+    [[nodiscard]] virtual bool locked() const = 0; // encrypted and no key given yet: the calls below are refused
+    [[nodiscard]] virtual KESS_RESULT unlock(std::string_view key) = 0;
+
+    [[nodiscard]] virtual int soundCount() const = 0;
+    [[nodiscard]] virtual KESS_RESULT facts(int index, SoundFacts* facts) const = 0;
+    [[nodiscard]] virtual KESS_RESULT find(std::string_view name, int* index) const = 0;
+
+    // A decoder of one sound. It shares the file with the bank and must not outlive it.
+    [[nodiscard]] virtual KESS_RESULT decoder(int index, std::unique_ptr<Decoder>* decoder) = 0;
+
+protected:
+    BankFile() = default;
+    BankFile(const BankFile&) = delete;
+    BankFile& operator=(const BankFile&) = delete;
+};
+
+} // namespace kess

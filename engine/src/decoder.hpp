@@ -1,0 +1,65 @@
+// What the engine knows of one sound, and the narrow interface behind which each kind of file is decoded.
+#pragma once
+
+#include "kess.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kess {
+
+struct Loop
+{
+    uint64_t start = 0; // first sample of the loop
+    uint64_t end = 0;   // the sample behind its last one
+};
+
+struct Marker
+{
+    uint64_t sample = 0;
+    std::string name; // UTF-8, may be empty
+};
+
+struct SoundFacts
+{
+    KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
+    KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE; // what Decoder::read delivers
+    int channels = 0;                                  // 1 to KESS_MAX_CHANNELS
+    double sampleRate = 0;                             // hertz
+    uint64_t sampleCount = 0;                          // samples of one channel
+    std::optional<Loop> loop;
+    std::vector<Marker> markers; // by position
+    std::optional<float> peak;
+    std::string name;
+};
+
+// One opened sound. Positions and counts are in frames, that is samples of one channel. After a failure the decoder
+// may be asked to seek again, or destroyed.
+class Decoder
+{
+public:
+    virtual ~Decoder() = default;
+
+    [[nodiscard]] virtual const SoundFacts& facts() const = 0;
+
+    // The next read begins exactly at frame, which is at most facts().sampleCount.
+    [[nodiscard]] virtual KESS_RESULT seek(uint64_t frame) = 0;
+
+    // Decodes up to count interleaved frames into buffer, which holds facts().format, and stores how many came.
+    // Fewer than count, with KESS_OK, only at the end of the sound.
+    [[nodiscard]] virtual KESS_RESULT read(void* buffer, size_t count, size_t* done) = 0;
+
+    // The same as float, full scale -1 to 1, without going through the integers of facts().format where the file
+    // holds more than those.
+    [[nodiscard]] virtual KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) = 0;
+
+protected:
+    Decoder() = default;
+    Decoder(const Decoder&) = delete;
+    Decoder& operator=(const Decoder&) = delete;
+};
+
+} // namespace kess

@@ -1,0 +1,45 @@
+// main of every test program: a home of its own for each run, gone when the run ends.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+
+    // A death test starts the program anew and shares the home of the run that it belongs to.
+    std::string home;
+    const char* inherited = std::getenv("TARNOK_TEST_HOME");
+    if (inherited) {
+        home = inherited;
+    } else {
+        std::string pattern = (std::filesystem::temp_directory_path() / "tarnok-test-XXXXXX").string();
+        if (!mkdtemp(pattern.data())) {
+            std::perror(pattern.c_str());
+            return 1;
+        }
+        home = pattern;
+        for (const char* folder : {".config", ".local/share", ".cache", "Documents"})
+            std::filesystem::create_directories(std::filesystem::path(home) / folder);
+    }
+
+    setenv("TARNOK_TEST_HOME", home.c_str(), 1);
+    setenv("HOME", home.c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home + "/.config").c_str(), 1);
+    setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
+    setenv("XDG_CACHE_HOME", (home + "/.cache").c_str(), 1);
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    std::filesystem::current_path(home);
+
+    const int result = RUN_ALL_TESTS();
+
+    std::filesystem::current_path("/");
+    if (!inherited) {
+        std::error_code ignored;
+        std::filesystem::remove_all(home, ignored);
+    }
+    return result;
+}
