@@ -19,10 +19,6 @@ constexpr const char* BANK_SUFFIX = "tnb";
 constexpr int HELP_COLUMN = 20;
 constexpr unsigned long POLL_MS = 20;
 
-constexpr unsigned int VERSION_MAJOR = 0x2;
-constexpr unsigned int VERSION_MINOR = 0x3;
-constexpr unsigned int VERSION_PATCH = 0x8;
-
 // Stands for an unset field of an Arg and is told by its address: an argument may really be empty behind its
 // prefix.
 const char UNSET[] = "";
@@ -425,8 +421,8 @@ void CommandLine::printHelp()
         logger()->write(Logger::OUTPUT_SILENT, text.constData());
     };
 
-    write(QString::asprintf("\n%s version %x.%02x.%02x (%s)\nCopyright (C) KESS. All rights reserved.\n\n", APP_NAME,
-                            VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH, __DATE__)
+    write(QString::asprintf("\n%s version %x.%02x.%02x (%s)\n%s\n\n", APP_NAME, VERSION_MAJOR, VERSION_MINOR,
+                            VERSION_PATCH, __DATE__, COPYRIGHT_LINE)
               .toUtf8());
     write("Command line switches :\n\n");
     for (const CommandActions* actions : {&mPrepopulateActions, &mPostpopulateActions}) {

@@ -13,6 +13,13 @@ namespace TARNOK {
 inline constexpr const char* COMPANY_NAME = "KESS";
 inline constexpr const char* APP_NAME = "KESS SoundBank Generator";
 
+// The version is shown in hexadecimal, 2.03.08; the label says what kind of release it is and is empty for a plain one.
+inline constexpr unsigned int VERSION_MAJOR = 0x2;
+inline constexpr unsigned int VERSION_MINOR = 0x3;
+inline constexpr unsigned int VERSION_PATCH = 0x8;
+inline constexpr const char* APP_VERSION_LABEL = "";
+inline constexpr const char* COPYRIGHT_LINE = "Copyright (C) KESS. All rights reserved.";
+
 // Asks a silent audio engine what a file is, and decides whether it may enter a bank. Without the engine the process
 // can't go on.
 class SoundFileValidator
