@@ -23,6 +23,8 @@
 #include <QTimer>
 #include <QToolBar>
 
+#include <algorithm>
+
 namespace TARNOK {
 
 namespace {
@@ -210,6 +212,8 @@ void MainWindow::createDockWidgets()
     mPropertyEditor = new PropertyEditor(properties);
     mPropertyEditor->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     properties->setWidget(mPropertyEditor);
+    // The editor lets itself be squeezed to a width at which the longer of its texts are cut.
+    properties->setMinimumWidth(std::max(mPropertyEditor->minimumWidth(), mPropertyEditor->minimumSizeHint().width()));
     properties->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     properties->setAllowedAreas(Qt::AllDockWidgetAreas);
     addDockWidget(Qt::RightDockWidgetArea, properties);

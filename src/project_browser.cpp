@@ -15,6 +15,7 @@
 #include <QProgressDialog>
 #include <QScrollBar>
 #include <QSet>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 namespace TARNOK {
@@ -38,12 +39,28 @@ Workspace* workspace()
     return Singleton<Workspace>::instance();
 }
 
+// The model aligns texts horizontally only, which a view takes for the top of the row.
+class CentringDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override
+    {
+        QStyledItemDelegate::initStyleOption(option, index);
+        option->displayAlignment |= Qt::AlignVCenter;
+    }
+};
+
 } // namespace
 
 ProjectTreeView::ProjectTreeView(QWidget* parent)
     : QTreeView(parent)
     , mDropIndicator(new QWidget(this))
 {
+    setItemDelegate(new CentringDelegate(this));
+
     hideDropIndicator();
     mDropIndicator->setAutoFillBackground(true);
     QPalette palette = mDropIndicator->palette();

@@ -286,6 +286,9 @@ void ConditionalCheckBox::setEnabled(bool enable)
 DirectoryLineEdit::DirectoryLineEdit(QWidget* parent)
     : QLineEdit(parent)
 {
+    // The text is elided to nearly the whole width; with a line edit's own margins its ends would be cut.
+    setTextMargins(-2, 0, -2, 0);
+
     auto* completer = new QCompleter(this);
     completer->setModel(new QFileSystemModel(completer));
     setCompleter(completer);
