@@ -313,6 +313,18 @@ TEST_F(Builds, StartTheNextJobWhenACancelledOneHasEnded)
     EXPECT_EQ(builder().builds().size(), 2u);
 }
 
+TEST_F(Builds, NeverRunAJobTwice)
+{
+    SoundBank* bank = makeBank(1);
+    buildSystem()->enqueueBuild(bank);
+    builder().waitForFinished(1);
+    buildSystem()->cancelBuild();
+    QThread::msleep(20); // the thread is gone by now, the job is still the head of the queue
+    buildSystem()->enqueueBuild(bank);
+    runToTheEnd();
+    EXPECT_EQ(builder().builds().size(), 2u);
+}
+
 TEST_F(Builds, EndCleanlyHoweverQuicklyTheyFollowEachOther)
 {
     SoundBank* bank = makeBank(1);
