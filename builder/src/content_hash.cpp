@@ -30,7 +30,8 @@ std::string ContentHash::hex() const
     return digits;
 }
 
-ContentHasher::ContentHasher() : mState(newState())
+ContentHasher::ContentHasher()
+    : mState(newState())
 {
     XXH3_128bits_reset(mState.get());
 }
@@ -69,7 +70,8 @@ void ContentHasher::Free::operator()(XXH3_state_s* state) const
     XXH3_freeState(state);
 }
 
-RunningChecksum::RunningChecksum() : mState(newState())
+RunningChecksum::RunningChecksum()
+    : mState(newState())
 {
     XXH3_64bits_reset(mState.get());
 }

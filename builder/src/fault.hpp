@@ -19,14 +19,22 @@ struct Fault
     std::string text;
 };
 
-inline Fault cancelled() { return {TARNOK_ERR_CANCELLED, "the build was cancelled"}; }
+inline Fault cancelled()
+{
+    return {TARNOK_ERR_CANCELLED, "the build was cancelled"};
+}
 
 // A value, or why there is none.
-template <typename Value> class [[nodiscard]] Result
+template <typename Value>
+class [[nodiscard]] Result
 {
 public:
-    Result(Value value) : mContent(std::in_place_index<0>, std::move(value)) { }
-    Result(Fault fault) : mContent(std::in_place_index<1>, std::move(fault)) { }
+    Result(Value value)
+        : mContent(std::in_place_index<0>, std::move(value))
+    { }
+    Result(Fault fault)
+        : mContent(std::in_place_index<1>, std::move(fault))
+    { }
 
     explicit operator bool() const { return mContent.index() == 0; }
 
@@ -46,7 +54,9 @@ class [[nodiscard]] Status
 {
 public:
     Status() = default;
-    Status(Fault fault) : mFault(std::move(fault)) { }
+    Status(Fault fault)
+        : mFault(std::move(fault))
+    { }
 
     explicit operator bool() const { return !mFault; }
     const Fault& fault() const { return *mFault; }

@@ -167,6 +167,17 @@ Result<FileStamp> stampOf(const std::string& path)
     return stampFrom(status);
 }
 
+Result<size_t> readSome(int descriptor, std::span<std::byte> buffer, std::string_view path)
+{
+    for (;;) {
+        const ssize_t got = read(descriptor, buffer.data(), buffer.size());
+        if (got >= 0)
+            return size_t(got);
+        if (errno != EINTR)
+            return fileFault("reading", path, errno);
+    }
+}
+
 int readAt(int descriptor, std::span<std::byte> buffer, uint64_t offset)
 {
     while (!buffer.empty()) {
@@ -235,9 +246,9 @@ int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffs
 }
 
 TemporaryFile::TemporaryFile(TemporaryFile&& other) noexcept
-    : mDescriptor(std::move(other.mDescriptor)), mPath(std::exchange(other.mPath, {}))
-{
-}
+    : mDescriptor(std::move(other.mDescriptor))
+    , mPath(std::exchange(other.mPath, {}))
+{ }
 
 TemporaryFile& TemporaryFile::operator=(TemporaryFile&& other) noexcept
 {

@@ -18,8 +18,12 @@ class FileDescriptor
 {
 public:
     FileDescriptor() = default;
-    explicit FileDescriptor(int descriptor) : mDescriptor(descriptor) { }
-    FileDescriptor(FileDescriptor&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) { }
+    explicit FileDescriptor(int descriptor)
+        : mDescriptor(descriptor)
+    { }
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : mDescriptor(std::exchange(other.mDescriptor, -1))
+    { }
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     ~FileDescriptor() { reset(); }
 
@@ -39,7 +43,7 @@ struct FileStamp
     uint64_t inode = 0;
     uint64_t size = 0;
     int64_t modified = 0; // nanoseconds since 1970
-    int64_t changed = 0;  // nanoseconds since 1970, of content or attributes
+    int64_t changed = 0; // nanoseconds since 1970, of content or attributes
 
     bool operator==(const FileStamp&) const = default;
 };
@@ -59,6 +63,9 @@ Result<FileDescriptor> openForReading(const std::string& path, FileStamp* stamp)
 
 // The stamp of the regular file at path.
 Result<FileStamp> stampOf(const std::string& path);
+
+// Reads on from the descriptor's own position, as much as there is and fits; 0 bytes at the end of the file.
+Result<size_t> readSome(int descriptor, std::span<std::byte> buffer, std::string_view path);
 
 // Reads exactly buffer.size() bytes at offset. Answers 0, an error number, or -1 when the file ends before.
 int readAt(int descriptor, std::span<std::byte> buffer, uint64_t offset);

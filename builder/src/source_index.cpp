@@ -46,7 +46,8 @@ struct SourceIndex::SegmentHeader
     uint64_t checksum; // of the records
 };
 
-SourceIndex::SourceIndex(std::string folder) : mFolder(std::move(folder))
+SourceIndex::SourceIndex(std::string folder)
+    : mFolder(std::move(folder))
 {
     if (mFolder.empty())
         return;

@@ -36,8 +36,8 @@ public:
     // Whether a stamp taken before the moment `at` (nanoseconds since 1970) will differ for every later content.
     //
     // Why it may not: a file is written, read by us, and written again with the same length, all within one tick of the
-    // file system's clock. Both contents then have the same stamp, and a hash kept for the first would be handed out for
-    // the second for ever. Once the clock has gone on by more than its own step since the file's times, every later
+    // file system's clock. Both contents then have the same stamp, and a hash kept for the first would be handed out
+    // for the second for ever. Once the clock has gone on by more than its own step since the file's times, every later
     // write gets a later time. The step is 1 to 10 ms on the usual Linux file systems and up to 2 s on FAT and some
     // network servers.
     static bool isSettled(const FileStamp& stamp, int64_t at);
@@ -59,7 +59,7 @@ private:
 
     std::string mFolder;
     std::vector<std::string> mSegments; // those that were read
-    std::vector<Record> mKnown;         // sorted by source
+    std::vector<Record> mKnown; // sorted by source
     std::mutex mMutex;
     std::vector<Record> mLearned;
 };
