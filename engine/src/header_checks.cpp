@@ -43,4 +43,35 @@ KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind)
     return KESS_OK;
 }
 
+std::optional<FileKind> mpegInWav(const SourceFile& file, const FileKind& kind)
+{
+    constexpr uint16_t kMpeg = 0x0050;
+    constexpr uint16_t kMpegLayerIII = 0x0055;
+    if (kind.type != KESS_SOUND_TYPE_WAV)
+        return std::nullopt;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    std::array<uint8_t, 2> tag;
+    const Chunk* data = chunks.find("data");
+    if (!data || chunks.isBigEndian() || !chunks.read("fmt ", tag.data(), tag.size()))
+        return std::nullopt;
+    if (le16(tag.data()) != kMpeg && le16(tag.data()) != kMpegLayerIII)
+        return std::nullopt;
+    FileKind mpeg = kind;
+    mpeg.reader = Reader::Mpeg;
+    mpeg.begin = data->offset;
+    mpeg.end = data->offset + data->length;
+    return mpeg;
+}
+
+uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples)
+{
+    constexpr uint64_t kLongestBlock = 65536;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    std::array<uint8_t, 4> fact;
+    if (kind.type != KESS_SOUND_TYPE_WAV || !chunks.read("fact", fact.data(), fact.size()))
+        return blockSamples;
+    const uint64_t samples = chunks.isBigEndian() ? be32(fact.data()) : le32(fact.data());
+    return samples < blockSamples && blockSamples - samples < kLongestBlock ? samples : blockSamples;
+}
+
 } // namespace kess

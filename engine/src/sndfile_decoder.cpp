@@ -111,6 +111,14 @@ bool seeksExactly(int format)
     }
 }
 
+bool packsBlocks(int format)
+{
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_IMA_ADPCM || encoding == SF_FORMAT_MS_ADPCM || encoding == SF_FORMAT_GSM610
+        || encoding == SF_FORMAT_G721_32 || encoding == SF_FORMAT_NMS_ADPCM_16 || encoding == SF_FORMAT_NMS_ADPCM_24
+        || encoding == SF_FORMAT_NMS_ADPCM_32;
+}
+
 class SndfileDecoder final : public Decoder
 {
 public:
@@ -141,6 +149,8 @@ public:
                 return KESS_ERR_FILE_BAD;
             mFacts.sampleCount = *length;
         }
+        if (packsBlocks(info.format))
+            mFacts.sampleCount = lengthFromFact(file, kind, mFacts.sampleCount);
         readTags(file, kind, &mFacts);
         return KESS_OK;
     }
@@ -285,6 +295,8 @@ KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPo
     const KESS_RESULT header = checkHeader(*file, kind);
     if (header != KESS_OK)
         return header;
+    if (const std::optional<FileKind> mpeg = mpegInWav(*file, kind))
+        return openMpeg(file, *mpeg, decoder);
     auto opened = std::make_unique<SndfileDecoder>(Cursor(file, kind.begin, kind.end));
     KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)
