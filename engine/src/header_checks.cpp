@@ -43,10 +43,8 @@ KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind)
     return KESS_OK;
 }
 
-std::optional<FileKind> mpegInWav(const SourceFile& file, const FileKind& kind)
+std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind)
 {
-    constexpr uint16_t kMpeg = 0x0050;
-    constexpr uint16_t kMpegLayerIII = 0x0055;
     if (kind.type != KESS_SOUND_TYPE_WAV)
         return std::nullopt;
     const ChunkList chunks(file, kind.begin, kind.end);
@@ -54,13 +52,26 @@ std::optional<FileKind> mpegInWav(const SourceFile& file, const FileKind& kind)
     const Chunk* data = chunks.find("data");
     if (!data || chunks.isBigEndian() || !chunks.read("fmt ", tag.data(), tag.size()))
         return std::nullopt;
-    if (le16(tag.data()) != kMpeg && le16(tag.data()) != kMpegLayerIII)
+    FileKind stream = kind;
+    switch (le16(tag.data())) {
+    case 0x0050: // MPEG audio
+    case 0x0055: // layer III of it
+        stream.reader = Reader::Mpeg;
+        break;
+    case 0x674f: // Ogg Vorbis, in three modes and two kinds of header, all of them a whole Ogg stream
+    case 0x6750:
+    case 0x6751:
+    case 0x676f:
+    case 0x6770:
+    case 0x6771:
+        stream.reader = Reader::Vorbis;
+        break;
+    default:
         return std::nullopt;
-    FileKind mpeg = kind;
-    mpeg.reader = Reader::Mpeg;
-    mpeg.begin = data->offset;
-    mpeg.end = data->offset + data->length;
-    return mpeg;
+    }
+    stream.begin = data->offset;
+    stream.end = data->offset + data->length;
+    return stream;
 }
 
 uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples)
@@ -72,6 +83,18 @@ uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t b
         return blockSamples;
     const uint64_t samples = chunks.isBigEndian() ? be32(fact.data()) : le32(fact.data());
     return samples < blockSamples && blockSamples - samples < kLongestBlock ? samples : blockSamples;
+}
+
+KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind)
+{
+    const char* samples = kind.type == KESS_SOUND_TYPE_WAV ? "data"
+        : kind.type == KESS_SOUND_TYPE_AIFF                ? "SSND"
+                                                           : nullptr;
+    if (!samples)
+        return KESS_ERR_FILE_BAD;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    const Chunk* chunk = chunks.find(samples);
+    return chunk && chunk->length > 0 ? KESS_ERR_FORMAT : KESS_ERR_FILE_BAD;
 }
 
 } // namespace kess

@@ -131,7 +131,7 @@ public:
         SF_INFO info;
         mHandle = openHandle(mCursor, &info);
         if (!mHandle || info.frames < 0)
-            return KESS_ERR_FILE_BAD;
+            return reasonForRefusal(file, kind);
         const KESS_RESULT limits = checkLimits(info.channels, info.samplerate);
         if (limits != KESS_OK)
             return limits;
@@ -295,8 +295,8 @@ KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPo
     const KESS_RESULT header = checkHeader(*file, kind);
     if (header != KESS_OK)
         return header;
-    if (const std::optional<FileKind> mpeg = mpegInWav(*file, kind))
-        return openMpeg(file, *mpeg, decoder);
+    if (const std::optional<FileKind> stream = streamInWav(*file, kind))
+        return openDecoder(file, *stream, decoder);
     auto opened = std::make_unique<SndfileDecoder>(Cursor(file, kind.begin, kind.end));
     KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)
