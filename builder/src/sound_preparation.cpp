@@ -169,6 +169,11 @@ Status SoundPreparation::preprocess()
     return {};
 }
 
+PreparedSound& SoundPreparation::sound()
+{
+    return *mPrepared;
+}
+
 const Fault& SoundPreparation::fault() const
 {
     return mPrepared->fault();

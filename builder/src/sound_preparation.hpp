@@ -40,7 +40,7 @@ public:
     Status preprocess();
 
     // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
-    PreparedSound& sound() { return *mPrepared; }
+    PreparedSound& sound();
     const Fault& fault() const;
     void complete(bank::Sound* encoded) const;
 
