@@ -92,6 +92,11 @@ bool BuildContext::clear()
 
 void BuildContext::run()
 {
+    // When a build is enqueued behind a cancelled one, the head of the queue is started again. As a rule it is still
+    // running and nothing happens; if its thread has just ended, the job must not run a second time.
+    if (finished())
+        return;
+
     mResult = Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
     mFinished.store(true, std::memory_order_release);
 }

@@ -43,4 +43,58 @@ KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind)
     return KESS_OK;
 }
 
+std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind)
+{
+    if (kind.type != KESS_SOUND_TYPE_WAV)
+        return std::nullopt;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    std::array<uint8_t, 2> tag;
+    const Chunk* data = chunks.find("data");
+    if (!data || chunks.isBigEndian() || !chunks.read("fmt ", tag.data(), tag.size()))
+        return std::nullopt;
+    FileKind stream = kind;
+    switch (le16(tag.data())) {
+    case 0x0050: // MPEG audio
+    case 0x0055: // layer III of it
+        stream.reader = Reader::Mpeg;
+        break;
+    case 0x674f: // Ogg Vorbis, in three modes and two kinds of header, all of them a whole Ogg stream
+    case 0x6750:
+    case 0x6751:
+    case 0x676f:
+    case 0x6770:
+    case 0x6771:
+        stream.reader = Reader::Vorbis;
+        break;
+    default:
+        return std::nullopt;
+    }
+    stream.begin = data->offset;
+    stream.end = data->offset + data->length;
+    return stream;
+}
+
+uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples)
+{
+    constexpr uint64_t kLongestBlock = 65536;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    std::array<uint8_t, 4> fact;
+    if (kind.type != KESS_SOUND_TYPE_WAV || !chunks.read("fact", fact.data(), fact.size()))
+        return blockSamples;
+    const uint64_t samples = chunks.isBigEndian() ? be32(fact.data()) : le32(fact.data());
+    return samples < blockSamples && blockSamples - samples < kLongestBlock ? samples : blockSamples;
+}
+
+KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind)
+{
+    const char* samples = kind.type == KESS_SOUND_TYPE_WAV ? "data"
+        : kind.type == KESS_SOUND_TYPE_AIFF                ? "SSND"
+                                                           : nullptr;
+    if (!samples)
+        return KESS_ERR_FILE_BAD;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    const Chunk* chunk = chunks.find(samples);
+    return chunk && chunk->length > 0 ? KESS_ERR_FORMAT : KESS_ERR_FILE_BAD;
+}
+
 } // namespace kess

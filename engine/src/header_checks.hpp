@@ -4,10 +4,23 @@
 #include "file_kind.hpp"
 #include "source_file.hpp"
 
+#include <optional>
+
 namespace kess {
 
 // Looks at channels, rate and encoding of WAV and AIFF files. KESS_ERR_TOOMANYCHANNELS; KESS_ERR_FILE_BAD when the
 // record that tells them isn't there or says nothing possible. KESS_OK for every other kind.
 [[nodiscard]] KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind);
+
+// MPEG audio or Ogg Vorbis inside a WAV file: where it lies and who reads it. Nothing for other files.
+[[nodiscard]] std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind);
+
+// Why a file with a good header can't be opened: KESS_ERR_FORMAT when its samples are there, so that it must be their
+// encoding, else KESS_ERR_FILE_BAD.
+[[nodiscard]] KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind);
+
+// The exact length of a WAV file whose encoding packs samples in blocks, out of `blockSamples` that the blocks hold:
+// the file says how many samples of the last block count.
+[[nodiscard]] uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples);
 
 } // namespace kess

@@ -111,6 +111,14 @@ bool seeksExactly(int format)
     }
 }
 
+bool packsBlocks(int format)
+{
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_IMA_ADPCM || encoding == SF_FORMAT_MS_ADPCM || encoding == SF_FORMAT_GSM610
+        || encoding == SF_FORMAT_G721_32 || encoding == SF_FORMAT_NMS_ADPCM_16 || encoding == SF_FORMAT_NMS_ADPCM_24
+        || encoding == SF_FORMAT_NMS_ADPCM_32;
+}
+
 class SndfileDecoder final : public Decoder
 {
 public:
@@ -123,7 +131,7 @@ public:
         SF_INFO info;
         mHandle = openHandle(mCursor, &info);
         if (!mHandle || info.frames < 0)
-            return KESS_ERR_FILE_BAD;
+            return reasonForRefusal(file, kind);
         const KESS_RESULT limits = checkLimits(info.channels, info.samplerate);
         if (limits != KESS_OK)
             return limits;
@@ -141,6 +149,8 @@ public:
                 return KESS_ERR_FILE_BAD;
             mFacts.sampleCount = *length;
         }
+        if (packsBlocks(info.format))
+            mFacts.sampleCount = lengthFromFact(file, kind, mFacts.sampleCount);
         readTags(file, kind, &mFacts);
         return KESS_OK;
     }
@@ -285,6 +295,8 @@ KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPo
     const KESS_RESULT header = checkHeader(*file, kind);
     if (header != KESS_OK)
         return header;
+    if (const std::optional<FileKind> stream = streamInWav(*file, kind))
+        return openDecoder(file, *stream, decoder);
     auto opened = std::make_unique<SndfileDecoder>(Cursor(file, kind.begin, kind.end));
     KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)

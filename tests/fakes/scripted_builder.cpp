@@ -48,6 +48,8 @@ void ScriptedBuilder::reset()
     for (const TARNOK_PROGRESSITEM* item : mPosted)
         freeItem(item);
     mPosted.clear();
+    mForgotten.merge(mHeld);
+    mHeld.clear();
     mInitResult = mReleaseResult = mBuildResult = TARNOK_OK;
     mReports.clear();
     mStall = mCancelled = mMisused = false;
@@ -211,7 +213,7 @@ const TARNOK_PROGRESSITEM* ScriptedBuilder::fetch()
 void ScriptedBuilder::releaseItem(const TARNOK_PROGRESSITEM* item)
 {
     const std::lock_guard lock(mMutex);
-    if (mHeld.erase(item) == 0) {
+    if (mHeld.erase(item) + mForgotten.erase(item) == 0) {
         mMisused = true;
         return;
     }

@@ -112,6 +112,7 @@ private:
     size_t mCancels = 0;
     std::deque<const TARNOK_PROGRESSITEM*> mPosted;
     std::set<const TARNOK_PROGRESSITEM*> mHeld;
+    std::set<const TARNOK_PROGRESSITEM*> mForgotten; // held when reset() came; they may still be handed back
 };
 
 } // namespace fakes
