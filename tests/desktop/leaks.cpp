@@ -1,0 +1,10 @@
+// What lives until the process ends by design, for the leak checker: the models of a project browser.
+extern "C" const char* __lsan_default_suppressions();
+
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:TARNOK::ProjectBrowser::ProjectBrowser\n"
+           "leak:libfontconfig\n"
+           "leak:libQt6Gui\n"
+           "leak:libQt6Widgets\n";
+}

@@ -1,0 +1,482 @@
+#include "mainwindow.hpp"
+
+#include "answers.hpp"
+#include "desktop_test.hpp"
+#include "file_io.hpp"
+#include "property_editor.hpp"
+#include "utility_widgets.hpp"
+
+#include <QAction>
+#include <QComboBox>
+#include <QDockWidget>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QTextEdit>
+#include <QToolBar>
+#include <QTreeView>
+
+using namespace TARNOK;
+using namespace tests;
+
+namespace {
+
+class MainWindowTest : public DesktopTest
+{
+protected:
+    void TearDown() override { mWindow.reset(); }
+
+    // As a start of the program: the window, then the first turn of the event loop.
+    void start()
+    {
+        mWindow = std::make_unique<MainWindow>();
+        mWindow->show();
+        mWindow->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(mWindow.get()));
+        ASSERT_SOON(!workspace()->isEmpty());
+    }
+
+    QAction* action(const QString& text) const
+    {
+        for (QAction* candidate : mWindow->findChildren<QAction*>()) {
+            if (candidate->text() == text)
+                return candidate;
+        }
+        ADD_FAILURE() << text.toStdString();
+        return nullptr;
+    }
+
+    QMenu* recentMenu() const
+    {
+        for (QMenu* menu : mWindow->findChildren<QMenu*>()) {
+            if (menu->title() == "Recent projects")
+                return menu;
+        }
+        return nullptr;
+    }
+
+    QStringList recent() const
+    {
+        QStringList paths;
+        for (const QAction* entry : recentMenu()->actions())
+            paths.append(entry->text());
+        return paths;
+    }
+
+    QStringList log() const { return mWindow->findChild<QTextEdit*>()->toPlainText().split('\n'); }
+    FileIO* fileIO() const { return mWindow->findChild<FileIO*>(); }
+    SoundBank* bank() const { return workspace()->first(); }
+    QString state() const { return mWindow->statusBar()->currentMessage(); }
+
+    void addSounds(const QStringList& names)
+    {
+        QList<QUrl> urls;
+        for (const QString& name : names)
+            urls.append(QUrl::fromLocalFile(makeSound(name)));
+        emit fileIO()->requestAddFiles(urls);
+    }
+
+    QString saveProject(const QString& name, const QString& project)
+    {
+        SoundBank* saved = makeProject(project);
+        EXPECT_TRUE(saved->save(path(name)));
+        saved->unload();
+        return path(name);
+    }
+
+    void remember(const QStringList& paths)
+    {
+        FileIO writer(nullptr);
+        const std::unique_ptr<QProgressBar> bar(writer.progressBar());
+        for (auto path = paths.rbegin(); path != paths.rend(); ++path)
+            writer.appendRecentFiles(*path);
+    }
+
+    // Which of Build, Rebuild, Cancel and the two for profiles are enabled, as "BRCIE".
+    QString enabled() const
+    {
+        QString letters;
+        for (const auto& [text, letter] :
+             {std::pair("&Build", 'B'), std::pair("&Rebuild", 'R'), std::pair("C&ancel", 'C'),
+              std::pair("&Import profile...", 'I'), std::pair("Export profile...", 'E')}) {
+            if (action(text)->isEnabled())
+                letters += letter;
+        }
+        return letters;
+    }
+
+    std::unique_ptr<MainWindow> mWindow;
+};
+
+} // namespace
+
+TEST_F(MainWindowTest, aFirstStartOpensANewProjectAtTheDefaultPlace)
+{
+    mWindow = std::make_unique<MainWindow>();
+    EXPECT_EQ(mWindow->pos(), QPoint(200, 200));
+    EXPECT_EQ(mWindow->size(), QSize(400, 400));
+    EXPECT_EQ(mWindow->statusBar()->currentMessage(), "Ready");
+    EXPECT_TRUE(fileIO()->progressBar()->isHidden());
+    start();
+    EXPECT_EQ(bank()->outputFilePath(), path("Bank") + "/untitled.tnb");
+    EXPECT_FALSE(recentMenu()->isEnabled());
+    EXPECT_EQ(mWindow->windowTitle(), "[*] - KESS SoundBank Generator 2.03.08");
+    EXPECT_EQ(enabled(), "BRIE");
+    EXPECT_EQ(mWindow->corner(Qt::BottomRightCorner), Qt::RightDockWidgetArea);
+    for (const QDockWidget* dock : mWindow->findChildren<QDockWidget*>())
+        EXPECT_FALSE(dock->features() & QDockWidget::DockWidgetClosable) << dock->windowTitle().toStdString();
+}
+
+TEST_F(MainWindowTest, menusToolBarsAndActionsAreComplete)
+{
+    start();
+    const auto texts = [](const QList<QAction*>& actions) {
+        QStringList list;
+        for (const QAction* entry : actions)
+            list.append(entry->isSeparator() ? "-" : entry->text());
+        return list.join(',');
+    };
+    const QList<QAction*> menus = mWindow->menuBar()->actions();
+    EXPECT_EQ(texts(menus), "&File,&Build,-,&Help");
+    EXPECT_EQ(texts(menus.at(0)->menu()->actions()),
+              "&New,&Open...,&Save,Save &As...,-,Add audio files...,-,&Import from .lst...,-,&Import profile...,"
+              "Export profile...,-,Recent projects,-,E&xit");
+    EXPECT_EQ(texts(menus.at(1)->menu()->actions()), "&Build,&Rebuild,C&ancel,-,&Settings...");
+    EXPECT_EQ(texts(menus.at(3)->menu()->actions()), "&About");
+    QStringList bars;
+    for (const QToolBar* bar : mWindow->findChildren<QToolBar*>())
+        bars.append(bar->windowTitle() + ":" + texts(bar->actions()));
+    EXPECT_EQ(bars,
+              QStringList({"File:&New,&Open...,&Save", "Media:Add audio files...", "Build:&Build,&Rebuild,C&ancel"}));
+
+    struct
+    {
+        const char* text;
+        QKeySequence shortcut;
+        const char* tip;
+        bool icon;
+    } const actions[] = {
+        {"&New", QKeySequence::New, "Create a new project", true},
+        {"&Open...", QKeySequence::Open, "Open an existing project file", true},
+        {"&Save", QKeySequence::Save, "Save the project to disk", true},
+        {"Save &As...", {}, "Save the project under a new name", false},
+        {"&Import from .lst...", {}, "Import from a .lst file", false},
+        {"&Import profile...", {}, "Import a profile from disk", false},
+        {"Export profile...", {}, "Export the profile to disk", false},
+        {"E&xit", QKeySequence("Ctrl+Q"), "Exit the application", false},
+        {"Add audio files...", {}, "Add new audio source files to soundbank", true},
+        {"&Build", QKeySequence("Ctrl+B"), "Build soundbank (Ctrl+B)", true},
+        {"&Rebuild", QKeySequence("Ctrl+R"), "Rebuild soundbank (Ctrl+R)", true},
+        {"C&ancel", QKeySequence("Ctrl+N"), "Cancel Build (Ctrl+N)", true},
+        {"&Settings...", {}, "Open the build settings dialog", false},
+        {"&About", {}, "Show the application's About box", false},
+    };
+    for (const auto& [text, shortcut, tip, icon] : actions) {
+        EXPECT_EQ(action(text)->shortcut(), shortcut) << text;
+        EXPECT_EQ(action(text)->statusTip(), tip) << text;
+        EXPECT_EQ(action(text)->icon().isNull(), !icon) << text;
+        EXPECT_EQ(action(text)->icon().availableSizes().value(0), icon ? QSize(128, 128) : QSize()) << text;
+    }
+
+    MessageAnswer about(QMessageBox::Ok);
+    action("&About")->trigger();
+    EXPECT_EQ(about.title(), "KESS SoundBank Generator");
+    EXPECT_TRUE(about.text().startsWith("KESS SoundBank Generator 2.03.08  (")) << about.text().toStdString();
+    Answer<QDialog> settingsDialog([](QDialog* dialog) { dialog->reject(); });
+    action("&Settings...")->trigger();
+    EXPECT_EQ(settingsDialog.count(), 1);
+}
+
+TEST_F(MainWindowTest, theMostRecentProjectIsLoadedAndAStaleOneGivesWayToANewProject)
+{
+    const QString project = saveProject("game.tnproj", "a b+c");
+    remember({project, path("gone.tnproj")});
+    start();
+    EXPECT_EQ(told(bank()), "a b+c");
+    EXPECT_EQ(log(),
+              QStringList({"Loading most recent project: " + project, "Successfully loaded project " + project}));
+    EXPECT_EQ(mWindow->windowTitle(), project + "[*] - KESS SoundBank Generator 2.03.08");
+    auto* view = mWindow->findChild<QTreeView*>();
+    EXPECT_TRUE(view->isExpanded(view->model()->index(0, 0)));
+
+    // By the menu, as a person: the entries are made anew while their signal is on its way.
+    const QString other = saveProject("other.tnproj", "d");
+    QFile::rename(other, path("gone.tnproj"));
+    recentMenu()->actions().at(1)->trigger();
+    EXPECT_EQ(told(bank()), "d");
+    EXPECT_EQ(recent(), QStringList({path("gone.tnproj"), project}));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+
+    QFile::remove(path("gone.tnproj"));
+    mWindow.reset();
+    bank()->unload();
+    start();
+    EXPECT_EQ(bank()->fileName(), "untitled");
+    EXPECT_EQ(log().last(), "ERROR: Couldn't load file: " + path("gone.tnproj"));
+    EXPECT_EQ(recent(), QStringList({path("gone.tnproj"), project}));
+
+    // A recent project that fails later leaves none.
+    recentMenu()->actions().first()->trigger();
+    EXPECT_TRUE(workspace()->isEmpty());
+    EXPECT_EQ(enabled(), "");
+    EXPECT_FALSE(mWindow->findChild<QDockWidget*>()->widget()->isEnabled());
+}
+
+TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
+{
+    start();
+    const QString damaged = writeFile("damaged.tnproj", "<?xml version=\"1.0\"?>\n<project/>\n");
+    FileAnswer choice(damaged);
+    action("&Open...")->trigger();
+    EXPECT_EQ(choice.filters(), QStringList("KESS SoundBank Generator Project (*.tnproj)"));
+    EXPECT_EQ(choice.directory(), path("Bank"));
+    ASSERT_EQ(log().size(), 2);
+    EXPECT_TRUE(log().at(0).startsWith("ERROR: [XML]"));
+    EXPECT_EQ(log().at(1), "ERROR: Couldn't load file: " + damaged);
+    EXPECT_EQ(logger()->verbosity(), Logger::OUTPUT_INFO);
+    EXPECT_EQ(bank()->fileName(), "untitled") << "a new project takes its place";
+    EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(MainWindowTest, savingAsksForAPathOnceAndCompletesItsExtension)
+{
+    start();
+    action("&Save")->trigger();
+    EXPECT_EQ(log().last(), "Nothing to save");
+    addSounds({"a.wav"});
+    {
+        FileAnswer cancel("");
+        action("&Save")->trigger();
+        EXPECT_EQ(cancel.mode(), QFileDialog::AcceptSave);
+        EXPECT_EQ(fileIO()->projectFileName(), "");
+    }
+    {
+        FileAnswer choice(path("song"));
+        action("&Save")->trigger();
+    }
+    EXPECT_EQ(fileIO()->projectFileName(), path("song.tnproj"));
+    EXPECT_FALSE(bank()->isModified());
+    EXPECT_EQ(recent(), QStringList(path("song.tnproj")));
+
+    addSounds({"b.wav"});
+    action("&Save")->trigger();
+    EXPECT_FALSE(bank()->isModified());
+    FileAnswer other(path("other.tnproj"));
+    action("Save &As...")->trigger();
+    EXPECT_EQ(other.count(), 1);
+    EXPECT_EQ(recent(), QStringList({path("other.tnproj"), path("song.tnproj")}));
+
+    fileIO()->appendRecentFiles(path("song.tnproj"));
+    EXPECT_EQ(recent(), QStringList({path("song.tnproj"), path("other.tnproj")}));
+
+    QString name = "myprof";
+    FileIO::appendFileExtension(&name, "prof");
+    EXPECT_EQ(name, "myprof");
+}
+
+TEST_F(MainWindowTest, closingAModifiedProjectAsksAndTakesEachAnswer)
+{
+    const QString project = saveProject("game.tnproj", "a");
+    remember({project});
+    start();
+    addSounds({"b.wav"});
+    {
+        MessageAnswer cancel(QMessageBox::Cancel);
+        EXPECT_FALSE(mWindow->close());
+        EXPECT_EQ(cancel.title(), "KESS SoundBank Generator");
+        EXPECT_EQ(cancel.text(), "The project has been modified.\n Do you want to save your changes?");
+        EXPECT_TRUE(mWindow->isVisible());
+        EXPECT_FALSE(QSettings(COMPANY_NAME, APP_NAME).contains("pos"));
+        EXPECT_FALSE(mWindow->projectNew());
+        EXPECT_EQ(told(bank()), "a b");
+    }
+    {
+        MessageAnswer save(QMessageBox::Save);
+        EXPECT_TRUE(mWindow->projectNew());
+        EXPECT_EQ(save.count(), 1);
+    }
+    EXPECT_EQ(mWindow->windowTitle(), "[*] - KESS SoundBank Generator 2.03.08");
+    addSounds({"c.wav"});
+    MessageAnswer discard(QMessageBox::Discard);
+    mWindow->resize(700, 650);
+    EXPECT_TRUE(mWindow->close());
+    EXPECT_EQ(discard.count(), 1);
+    EXPECT_TRUE(workspace()->isEmpty());
+    EXPECT_EQ(QSettings(COMPANY_NAME, APP_NAME).value("size").toSize(), QSize(700, 650));
+
+    start();
+    EXPECT_EQ(told(bank()), "a b") << "what was saved is found again";
+    EXPECT_EQ(mWindow->size(), QSize(700, 650));
+    EXPECT_TRUE(mWindow->close()) << "without a question";
+}
+
+TEST_F(MainWindowTest, aListIsImportedAndSavedBesideItself)
+{
+    start();
+    makeSound("one.wav");
+    makeSound("two.wav");
+    const QString list = writeFile("list.lst", "one.wav\ntwo.wav,quality=40\n");
+    {
+        FileAnswer choice(list);
+        action("&Import from .lst...")->trigger();
+        EXPECT_EQ(choice.filters(), QStringList("List file (*.lst)"));
+    }
+    EXPECT_EQ(told(bank()), "one two");
+    EXPECT_EQ(log().last(), "Successfully imported " + list);
+    EXPECT_EQ(settings()->getDir("ListFile"), list);
+    EXPECT_EQ(bank()->outputFilePath(), path("list.tnb"));
+    action("&Save")->trigger();
+    EXPECT_TRUE(QFile::exists(path("list.tnproj")));
+
+    // Cancel at the question doesn't stop an import: the imported bank stands behind the project.
+    addSounds({"three.wav"});
+    MessageAnswer cancel(QMessageBox::Cancel);
+    writeFile("next.lst", "one.wav\n");
+    FileAnswer next(path("next.lst"));
+    action("&Import from .lst...")->trigger();
+    EXPECT_EQ(cancel.count(), 1);
+    EXPECT_EQ(workspace()->size(), 2);
+    EXPECT_EQ(told(bank()), "one two three");
+    EXPECT_EQ(fileIO()->projectFileName(), path("next.tnproj"));
+    workspace()->last()->unload();
+}
+
+TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
+{
+    start();
+    bank()->profile().setFormat(TARNOK_FORMAT_VORBIS);
+    bank()->profile().setQuality(40);
+    bank()->profile().setBuildFlags(TARNOK_BUILD_DONTLOOP);
+    {
+        FileAnswer choice(path("Profile") + "/loud");
+        action("Export profile...")->trigger();
+        EXPECT_EQ(choice.filters(), QStringList("SoundProfile (*.prof)"));
+        EXPECT_EQ(choice.directory(), path("Profile"));
+    }
+    ASSERT_TRUE(QFile::exists(path("Profile") + "/loud.prof"));
+    mWindow->projectNew();
+    EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_PCM);
+    FileAnswer choice(path("Profile") + "/loud.prof");
+    action("&Import profile...")->trigger();
+    EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_VORBIS);
+    EXPECT_EQ(bank()->profile().quality(), 40u);
+    EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
+}
+
+TEST_F(MainWindowTest, sourceFilesAreChosenInADialogThatRemembersTheFile)
+{
+    start();
+    const QString sound = makeSound("step.wav");
+    FileAnswer choice(sound);
+    action("Add audio files...")->trigger();
+    EXPECT_EQ(told(bank()), "step");
+    EXPECT_EQ(settings()->getDir("Source"), sound);
+}
+
+TEST_F(MainWindowTest, aBuildIsRefusedWithItsReason)
+{
+    start();
+    EXPECT_FALSE(fileIO()->soundBankBuild());
+    EXPECT_EQ(log().last(), "Nothing to build: project empty");
+    addSounds({"a.wav"});
+    bank()->setOutputFilePath(path("missing") + "/out.tnb");
+    bank()->profile().setQuality(0);
+    EXPECT_FALSE(fileIO()->soundBankBuild());
+    EXPECT_EQ(log().last(), "Cannot build: quality is 0");
+    bank()->profile().setQuality(100);
+    {
+        MessageAnswer cancel(QMessageBox::Cancel);
+        EXPECT_FALSE(fileIO()->soundBankBuild());
+        EXPECT_EQ(cancel.text(),
+                  "The output directory " + path("missing") + " doesn't exist, would you like it to be created?");
+        EXPECT_EQ(log().last(), "Build aborted");
+        EXPECT_TRUE(fileIO()->progressBar()->isHidden());
+    }
+    {
+        MessageAnswer yes(QMessageBox::Yes);
+        bank()->setOutputFilePath("/proc/missing/out.tnb");
+        EXPECT_FALSE(fileIO()->soundBankBuild());
+        EXPECT_EQ(log().last(), "ERROR: Unable to create path '/proc/missing'");
+        bank()->setOutputFilePath(path("missing") + "/out.tnb");
+        EXPECT_TRUE(fileIO()->soundBankBuild());
+        EXPECT_TRUE(QDir(path("missing")).exists());
+    }
+    ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    bank()->unload();
+    EXPECT_FALSE(fileIO()->soundBankBuild());
+    EXPECT_EQ(log().last(), "Nothing to build: no project loaded");
+}
+
+TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
+{
+    start();
+    addSounds({"a.wav", "b.wav"});
+    builder().stallBuilds();
+    builder().setReports({{0, 0, TARNOK_STATE_FINISHED}, {1, 0, TARNOK_STATE_DECODING}});
+    action("&Build")->trigger();
+    QProgressBar* bar = fileIO()->progressBar();
+    EXPECT_EQ(enabled(), "CIE");
+    EXPECT_EQ(state(), "Processing subsounds");
+    ASSERT_SOON(bar->value() == 50);
+    EXPECT_TRUE(bar->isVisible());
+    EXPECT_TRUE(log().contains("0: (a.wav) [cached]"));
+
+    builder().post({-1, 0, TARNOK_STATE_WRITING});
+    ASSERT_SOON(bar->maximum() == 0);
+    EXPECT_EQ(state(), "Writing to file");
+    builder().resume();
+    ASSERT_SOON(bar->isHidden());
+    EXPECT_EQ(bar->maximum(), 100);
+    EXPECT_EQ(state(), "Done");
+    EXPECT_EQ(enabled(), "BRIE");
+    EXPECT_EQ(log().last(), "Soundbank built successfully: " + path("Bank") + "/untitled.tnb");
+
+    // Each change between build and rebuild initialises the library anew.
+    const size_t inits = builder().inits().size();
+    for (const char* text : {"&Rebuild", "&Rebuild", "&Build"}) {
+        action(text)->trigger();
+        ASSERT_SOON(bar->isHidden());
+    }
+    ASSERT_EQ(builder().inits().size(), inits + 2);
+    EXPECT_TRUE(builder().inits().at(inits).flags & TARNOK_INIT_REBUILD);
+    EXPECT_FALSE(builder().inits().at(inits + 1).flags & TARNOK_INIT_REBUILD);
+}
+
+TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
+{
+    start();
+    addSounds({"a.wav"});
+    builder().stallBuilds();
+    action("&Build")->trigger();
+    builder().waitForStarted(1);
+    // The new-project key is cancel's, too; the action itself is not in doubt.
+    action("C&ancel")->trigger();
+    EXPECT_EQ(enabled(), "BRIE");
+    EXPECT_TRUE(fileIO()->progressBar()->isVisible()) << "the job is polled to its end";
+    ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    EXPECT_EQ(state(), "Done");
+    const QStringList lines = log();
+    EXPECT_TRUE(lines.last().contains("The build process was cancelled during compilation by the user."));
+    EXPECT_LT(lines.indexOf("Build cancelled"), lines.size() - 1);
+
+    builder().resume();
+    builder().setBuildResult(TARNOK_ERR_ENCODER);
+    action("&Build")->trigger();
+    ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    EXPECT_EQ(enabled(), "BRIE");
+    EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));
+
+    EXPECT_TRUE(fileIO()->soundBankCancelBuild());
+    EXPECT_EQ(log().last(), "No build to cancel");
+}
+
+TEST_F(MainWindowTest, aProjectMayBeClosedWhileItsDirectoryIsEdited)
+{
+    start();
+    auto* directory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
+    directory->setFocus();
+    ASSERT_TRUE(directory->hasFocus());
+    EXPECT_TRUE(mWindow->projectNew());
+    EXPECT_EQ(bank()->fileLocation(), path("Bank"));
+}

@@ -1,0 +1,288 @@
+#include "project_browser.hpp"
+
+#include "answers.hpp"
+#include "desktop_test.hpp"
+#include "workspace_model.hpp"
+
+#include <QDropEvent>
+#include <QHeaderView>
+#include <QMimeData>
+#include <QProgressDialog>
+#include <QScrollBar>
+#include <QSignalSpy>
+
+using namespace TARNOK;
+using namespace tests;
+
+namespace {
+
+class ProjectBrowserTest : public DesktopTest
+{
+protected:
+    void open(const QString& project)
+    {
+        mBank = makeProject(project);
+        mBrowser = std::make_unique<ProjectBrowser>(nullptr);
+        mBrowser->resize(600, 300);
+        mBrowser->show();
+        mBrowser->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(mBrowser.get()));
+        mBrowser->expandItem(mBank);
+        mView = mBrowser->findChild<ProjectTreeView*>();
+        mView->setFocus();
+    }
+
+    void TearDown() override { mBrowser.reset(); }
+
+    // The view's index of an item, found by walking over the rows in sight and out of it.
+    QModelIndex indexAt(const QString& place) const
+    {
+        QModelIndex index = mView->model()->index(0, 0);
+        if (place != "bank") {
+            for (const QString& row : place.split('.'))
+                index = mView->model()->index(row.toInt(), 0, index);
+        }
+        return index;
+    }
+
+    void select(const QString& places)
+    {
+        mView->selectionModel()->clear();
+        for (const QString& place : places.split(' ', Qt::SkipEmptyParts))
+            mView->selectionModel()->select(indexAt(place), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+
+    void drag(QEvent::Type type, const QPoint& position, const QMimeData* data, bool* accepted = nullptr)
+    {
+        // As a drag from this program: the viewport gets an enter, a move or the drop.
+        std::unique_ptr<QDropEvent> event;
+        if (type == QEvent::DragEnter)
+            event = std::make_unique<QDragEnterEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        else if (type == QEvent::DragMove)
+            event = std::make_unique<QDragMoveEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        else
+            event = std::make_unique<QDropEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        event->ignore();
+        QCoreApplication::sendEvent(mView->viewport(), event.get());
+        if (accepted)
+            *accepted = event->isAccepted();
+    }
+
+    // The drop line is the one child of the view that lets the mouse through.
+    QRect lineGeometry() const
+    {
+        for (QWidget* child : mView->findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly)) {
+            if (child->testAttribute(Qt::WA_TransparentForMouseEvents))
+                return child->geometry();
+        }
+        return {};
+    }
+
+    std::unique_ptr<QMimeData> rows(const QString& places) const
+    {
+        QList<QModelIndex> indexes;
+        for (const QString& place : places.split(' '))
+            indexes.append(indexAt(place));
+        return std::unique_ptr<QMimeData>(mView->model()->mimeData(indexes));
+    }
+
+    SoundBank* mBank = nullptr;
+    std::unique_ptr<ProjectBrowser> mBrowser;
+    ProjectTreeView* mView = nullptr;
+};
+
+} // namespace
+
+TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsStateStays)
+{
+    open("a b c+d e");
+    mView->expand(indexAt("2"));
+    struct
+    {
+        const char* selected;
+        int menus;
+        bool remove;
+        bool interleave;
+    } const cases[] = {
+        {"", 0, true, true},       {"0", 1, true, false},         {"0 1", 1, true, true},
+        {"0 2.1", 1, true, false}, {"bank 0 1", 1, false, false},
+    };
+    QAction* remove = mBrowser->actions().at(1);
+    QAction* interleave = mBrowser->actions().at(0);
+    EXPECT_EQ(remove->shortcut(), QKeySequence(Qt::Key_Delete));
+    EXPECT_EQ(interleave->shortcut(), QKeySequence("Ctrl+I"));
+    for (const auto& [selected, menus, canRemove, canInterleave] : cases) {
+        select(selected);
+        Answer<QMenu> answer([&](QMenu* menu) {
+            EXPECT_EQ(menu->actions(), QList<QAction*>({remove, interleave}));
+            menu->close();
+        });
+        QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(5, 5), mBrowser->mapToGlobal(QPoint(5, 5)));
+        QCoreApplication::sendEvent(mBrowser.get(), &event);
+        EXPECT_EQ(answer.count(), menus) << selected;
+        EXPECT_EQ(remove->isEnabled(), canRemove) << selected;
+        EXPECT_EQ(interleave->isEnabled(), canInterleave) << selected;
+    }
+
+    // The last menu has disabled both, for the keys too.
+    select("0");
+    QTest::keyClick(mView, Qt::Key_Delete);
+    EXPECT_EQ(told(mBank), "a b c+d e");
+}
+
+TEST_F(ProjectBrowserTest, keysRemoveAndInterleaveWhatIsSelected)
+{
+    open("a b c+d e");
+    mView->expand(indexAt("2"));
+    const auto press = [&](const QString& selected, const QKeySequence& keys) {
+        select(selected);
+        return linesOf([&] { QTest::keySequence(mView, keys); }, Logger::OUTPUT_ERROR);
+    };
+    EXPECT_EQ(press("0 2.0", QKeySequence("Ctrl+I")), QStringList("ERROR: can only interleave single subsounds"));
+    EXPECT_EQ(press("0", QKeySequence("Ctrl+I")), QStringList("ERROR: Not enough sounds selected."));
+    EXPECT_EQ(press("", QKeySequence("Ctrl+I")), QStringList("ERROR: Not enough sounds selected."));
+    EXPECT_EQ(told(mBank), "a b c+d e");
+
+    press("3 0", QKeySequence("Ctrl+I"));
+    EXPECT_EQ(told(mBank), "b c+d e+a") << "the first that was selected receives the others";
+    EXPECT_TRUE(mView->isExpanded(indexAt("2")));
+    EXPECT_TRUE(mView->isExpanded(indexAt("1")));
+
+    QSignalSpy resets(mView->model(), SIGNAL(modelReset()));
+    press("bank", QKeySequence::Delete);
+    EXPECT_EQ(resets.size(), 1);
+    EXPECT_EQ(told(mBank), "b c+d e+a");
+    press("bank 0 1.1", QKeySequence::Delete);
+    EXPECT_EQ(told(mBank), "c e+a");
+}
+
+TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
+{
+    open("a");
+    QSignalSpy resets(mView->model(), SIGNAL(modelReset()));
+    mView->collapse(indexAt("bank"));
+    mBrowser->addFiles({});
+    EXPECT_TRUE(resets.isEmpty());
+    EXPECT_TRUE(mView->isExpanded(indexAt("bank")));
+
+    const QList<QUrl> mixed = {QUrl::fromLocalFile(makeSound("good.wav")),
+                               QUrl::fromLocalFile(writeFile("bad.wav", "noise"))};
+    const QStringList lines = linesOf([&] { mBrowser->addFiles(mixed); }, Logger::OUTPUT_ERROR);
+    EXPECT_EQ(lines, QStringList("ERROR: invalid file: 'bad.wav'"));
+    EXPECT_EQ(told(mBank), "a good");
+    EXPECT_EQ(resets.size(), 1);
+
+    QList<QUrl> many;
+    for (int i = 0; i < 200; ++i)
+        many.append(QUrl::fromLocalFile(makeSound(QString("many%1.wav").arg(i))));
+    int valueAtCancel = 0;
+    Answer<QProgressDialog> cancel([&](QProgressDialog* dialog) {
+        EXPECT_EQ(dialog->labelText(), "Analysing files");
+        EXPECT_EQ(dialog->maximum(), 200);
+        EXPECT_EQ(dialog->windowModality(), Qt::WindowModal);
+        valueAtCancel = dialog->value();
+        dialog->findChild<QPushButton*>()->click();
+    });
+    mBrowser->addFiles(many);
+    EXPECT_EQ(cancel.count(), 1);
+    EXPECT_LT(valueAtCancel, 190);
+    EXPECT_EQ(mBank->size(), 2 + valueAtCancel + 2) << "the file in hand is still added";
+    EXPECT_EQ(mView->model()->rowCount(indexAt("bank")), mBank->size());
+
+    mBank->unload();
+    mBrowser->addFiles(mixed);
+    EXPECT_TRUE(workspace()->isEmpty());
+}
+
+TEST_F(ProjectBrowserTest, theViewSurvivesResets)
+{
+    QString many;
+    for (int i = 0; i < 100; ++i)
+        many += QString("a%1 ").arg(i);
+    open(many + "b+c d+e f+g");
+    mView->expand(indexAt("100"));
+    mView->expand(indexAt("102"));
+    mView->doItemsLayout();
+    mView->horizontalScrollBar()->setValue(37);
+    mView->verticalScrollBar()->setValue(51);
+    select("3 4");
+
+    mBrowser->update();
+    mBrowser->update();
+    EXPECT_TRUE(mView->isExpanded(indexAt("bank")));
+    EXPECT_TRUE(mView->isExpanded(indexAt("100")));
+    EXPECT_FALSE(mView->isExpanded(indexAt("101")));
+    EXPECT_TRUE(mView->isExpanded(indexAt("102")));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(mView->horizontalScrollBar()->value(), 37);
+    EXPECT_EQ(mView->verticalScrollBar()->value(), 51);
+    EXPECT_TRUE(mView->selectionModel()->selectedIndexes().isEmpty());
+
+    // A state that is pending wins over the one at hand.
+    mBrowser->saveViewState();
+    mView->collapseAll();
+    mBrowser->saveViewState();
+    mBrowser->restoreViewState();
+    EXPECT_TRUE(mView->isExpanded(indexAt("100")));
+}
+
+TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
+{
+    open("a b+c d");
+    mView->expand(indexAt("1"));
+    mView->doItemsLayout();
+    const auto data = rows("0");
+    const QPoint empty(20, mView->viewport()->height() - 5);
+    bool accepted = false;
+    drag(QEvent::DragEnter, empty, data.get(), &accepted);
+    EXPECT_TRUE(accepted);
+    drag(QEvent::DragMove, empty, data.get(), &accepted);
+    EXPECT_TRUE(accepted);
+    EXPECT_LT(lineGeometry().bottom(), 0) << "no row was hovered yet";
+    EXPECT_EQ(linesOf([&] { drag(QEvent::Drop, empty, data.get()); }), QStringList("drop ignored"));
+
+    drag(QEvent::DragEnter, empty, data.get());
+    for (const QString& place : QStringList({"bank", "0", "1", "1.0", "1.1", "2"})) {
+        const QRect row = mView->visualRect(indexAt(place));
+        drag(QEvent::DragMove, row.center(), data.get(), &accepted);
+        EXPECT_TRUE(accepted) << place.toStdString();
+        const int top = row.top() + mView->header()->height();
+        EXPECT_EQ(lineGeometry(), QRect(QPoint(0, top), QPoint(mView->viewport()->width() - 1, top + 1)));
+    }
+
+    // Over empty space the line stays at the last row, and so does the target.
+    drag(QEvent::DragMove, empty, data.get());
+    EXPECT_GT(lineGeometry().top(), 0);
+    drag(QEvent::Drop, empty, data.get());
+    EXPECT_LT(lineGeometry().bottom(), 0);
+    EXPECT_EQ(told(mBank), "b+c a d");
+    EXPECT_TRUE(mView->isExpanded(indexAt("0")));
+    EXPECT_TRUE(mView->selectionModel()->selectedIndexes().isEmpty());
+
+    // The row hovered last went with the reset of the drop.
+    const auto next = rows("0");
+    drag(QEvent::DragEnter, empty, next.get());
+    EXPECT_EQ(linesOf([&] { drag(QEvent::Drop, empty, next.get()); }), QStringList("drop ignored"));
+}
+
+TEST_F(ProjectBrowserTest, filesMayBeDroppedAnywhereAndTextAborts)
+{
+    open("a b");
+    QMimeData files;
+    files.setUrls({QUrl::fromLocalFile(makeSound("new.wav"))});
+    const QPoint first = mView->visualRect(indexAt("0")).center();
+    bool accepted = false;
+    drag(QEvent::DragEnter, first, &files, &accepted);
+    EXPECT_TRUE(accepted);
+    for (const QPoint& position : {first, QPoint(20, mView->viewport()->height() - 5)}) {
+        drag(QEvent::DragMove, position, &files, &accepted);
+        EXPECT_TRUE(accepted);
+        EXPECT_LT(lineGeometry().bottom(), 0);
+    }
+    drag(QEvent::Drop, first, &files);
+    EXPECT_EQ(told(mBank), "a b new");
+
+    QMimeData text;
+    text.setText("words");
+    EXPECT_DEATH(drag(QEvent::DragEnter, first, &text), "false");
+}

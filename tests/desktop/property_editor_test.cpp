@@ -1,0 +1,286 @@
+#include "property_editor.hpp"
+
+#include "desktop_test.hpp"
+#include "utility_widgets.hpp"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QSlider>
+#include <QStackedWidget>
+
+using namespace TARNOK;
+using namespace tests;
+
+namespace {
+
+class PropertyEditorTest : public DesktopTest
+{
+protected:
+    void SetUp() override
+    {
+        DesktopTest::SetUp();
+        mEditor = std::make_unique<PropertyEditor>(nullptr);
+        mEditor->show();
+    }
+
+    void TearDown() override { mEditor.reset(); }
+
+    void show(const QString& project = "a")
+    {
+        mBank = makeProject(project);
+        mEditor->setCurrentSoundBank(mBank);
+    }
+
+    SoundProfile& profile() { return mBank->profile(); }
+
+    QCheckBox* box(const QString& text)
+    {
+        for (QCheckBox* candidate : mEditor->findChildren<QCheckBox*>()) {
+            if (candidate->text() == text)
+                return candidate;
+        }
+        ADD_FAILURE() << text.toStdString();
+        return nullptr;
+    }
+
+    QLineEdit* lineEdit(const QString& name)
+    {
+        for (QLineEdit* candidate : mEditor->findChildren<QLineEdit*>()) {
+            if (candidate->accessibleName() == name)
+                return candidate;
+        }
+        ADD_FAILURE() << name.toStdString();
+        return nullptr;
+    }
+
+    // Chooses a format as a person does, with the keyboard.
+    void choose(const QString& format)
+    {
+        auto* combo = mEditor->findChild<QComboBox*>();
+        const int row = combo->findText(format);
+        QTest::keyClick(combo, Qt::Key_Home);
+        for (int i = 0; i < row; ++i)
+            QTest::keyClick(combo, Qt::Key_Down);
+        ASSERT_EQ(combo->currentText(), format);
+    }
+
+    QWidget* page() { return mEditor->findChild<QStackedWidget*>()->currentWidget(); }
+    QString pageLabel() { return page()->findChild<QLabel*>()->text(); }
+    QSlider* slider() { return page()->findChild<QSlider*>(); }
+
+    std::unique_ptr<PropertyEditor> mEditor;
+    SoundBank* mBank = nullptr;
+};
+
+} // namespace
+
+TEST_F(PropertyEditorTest, withoutABankThePanelIsDisabled)
+{
+    EXPECT_FALSE(mEditor->isEnabled());
+    EXPECT_EQ(pageLabel(), "Quality N/A");
+    mEditor->setQuality(5);
+    mEditor->setSyncPoints(0);
+    mEditor->setBankOutputPath();
+    show();
+    EXPECT_TRUE(mEditor->isEnabled());
+    EXPECT_FALSE(mBank->isModified());
+    mEditor->setCurrentSoundBank(nullptr);
+    EXPECT_FALSE(mEditor->isEnabled());
+    EXPECT_EQ(lineEdit("Output file")->text(), "out.tnb");
+}
+
+TEST_F(PropertyEditorTest, theFormatDecidesThePageAndWhatMayBeChecked)
+{
+    show();
+    struct
+    {
+        const char* format;
+        const char* label;
+        bool optimize;
+        bool xma;
+    } const cases[] = {
+        {"PCM", "Quality N/A", true, false}, {"XMA", "Quality", false, true},        {"AT9", "Quality", false, false},
+        {"Vorbis", "Quality", false, false}, {"KADPCM", "Quality N/A", true, false}, {"Opus", "Quality", false, false},
+    };
+    for (const auto& [format, label, optimize, xma] : cases) {
+        choose(format);
+        EXPECT_EQ(pageLabel(), label) << format;
+        EXPECT_EQ(box("Optimize sample rate")->isEnabled(), optimize) << format;
+        EXPECT_EQ(box("Filter high frequencies")->isEnabled(), xma) << format;
+        EXPECT_EQ(box("Enable seeking")->isEnabled(), xma) << format;
+        EXPECT_EQ(box("Enable seeking")->isChecked(), !xma) << format << ": enabled, it returns to what was saved";
+    }
+    EXPECT_EQ(profile().format(), TARNOK_FORMAT_OPUS);
+
+    choose("PCM");
+    EXPECT_FALSE(slider()->isEnabled());
+    EXPECT_EQ(slider()->value(), slider()->maximum());
+    profile().makeClean();
+    choose("PCM");
+    mEditor->propertyChanged();
+    EXPECT_FALSE(profile().isDirty());
+}
+
+TEST_F(PropertyEditorTest, aBoxWritesItsFlagWhileItIsEnabled)
+{
+    show();
+    choose("XMA");
+    mEditor->updateProfileControls(profile());
+    struct
+    {
+        const char* text;
+        unsigned int flag;
+        bool setWhenChecked;
+    } const cases[] = {
+        {"Encode sync points", TARNOK_BUILD_DISABLESYNCPOINTS, false},
+        {"Enable looping", TARNOK_BUILD_DONTLOOP, false},
+        {"Filter high frequencies", TARNOK_BUILD_FILTERHIGHFREQ, true},
+        {"Enable seeking", TARNOK_BUILD_DISABLESEEKING, false},
+        {"Embed file names", TARNOK_BUILD_TNB5_DONTWRITENAMES, false},
+        {"Write peak volume", TARNOK_BUILD_WRITEPEAKVOLUME, true},
+    };
+    for (const auto& [text, flag, setWhenChecked] : cases) {
+        EXPECT_EQ(box(text)->isChecked(), !setWhenChecked) << text;
+        profile().makeClean();
+        box(text)->click();
+        EXPECT_EQ(profile().buildFlags(), flag) << text;
+        EXPECT_TRUE(profile().isDirty()) << text;
+        box(text)->click();
+        EXPECT_EQ(profile().buildFlags(), 0u) << text;
+    }
+    choose("PCM");
+    EXPECT_EQ(profile().buildFlags(), static_cast<unsigned int>(TARNOK_BUILD_DISABLESEEKING))
+        << "leaving the format unchecks the box, which writes the flag";
+    EXPECT_TRUE(box("Enable seeking")->isChecked()) << "then it is shown checked, without an effect";
+    box("Optimize sample rate")->click();
+    choose("Vorbis");
+    EXPECT_FALSE(profile().buildFlags() & TARNOK_BUILD_OPTIMIZESAMPLERATE);
+    choose("KADPCM");
+    EXPECT_TRUE(box("Optimize sample rate")->isChecked());
+    EXPECT_FALSE(profile().buildFlags() & TARNOK_BUILD_OPTIMIZESAMPLERATE) << "shown, but not written";
+}
+
+TEST_F(PropertyEditorTest, aProfileIsShownWithItsFlags)
+{
+    show();
+    profile().setFormat(TARNOK_FORMAT_XMA);
+    profile().setQuality(40);
+    profile().setBuildFlags(TARNOK_BUILD_DONTLOOP | TARNOK_BUILD_FILTERHIGHFREQ | TARNOK_BUILD_WRITEPEAKVOLUME);
+    profile().makeClean();
+    mEditor->setCurrentSoundBank(mBank);
+    EXPECT_EQ(mEditor->findChild<QComboBox*>()->currentText(), "XMA");
+    EXPECT_EQ(slider()->value(), 40);
+    QStringList checked;
+    for (const QCheckBox* candidate : mEditor->findChildren<QCheckBox*>()) {
+        if (candidate->isChecked())
+            checked.append(candidate->text());
+    }
+    EXPECT_EQ(checked,
+              QStringList({"Encode sync points", "Filter high frequencies", "Enable seeking", "Embed file names",
+                           "Write peak volume"}));
+    EXPECT_FALSE(profile().isDirty());
+    profile().setFormat(static_cast<TARNOK_FORMAT>(6));
+    EXPECT_DEATH(mEditor->updateProfileControls(profile()), "ASSERT");
+}
+
+TEST_F(PropertyEditorTest, qualityIsCutFromTheSliderAndFromTheText)
+{
+    show();
+    choose("Vorbis");
+    slider()->setValue(53);
+    EXPECT_EQ(profile().quality(), 52u);
+    EXPECT_EQ(lineEdit("Quality")->text(), "53");
+
+    struct
+    {
+        const char* typed;
+        unsigned int quality;
+        int position;
+    } const cases[] = {{"60", 60, 60}, {"59", 59, 58}, {"7", 7, 7}, {"500", 100, 100}, {"0", 0, 0}};
+    for (const auto& [typed, quality, position] : cases) {
+        lineEdit("Quality")->clear();
+        QTest::keyClicks(lineEdit("Quality"), typed);
+        EXPECT_EQ(profile().quality(), quality) << typed;
+        EXPECT_EQ(slider()->value(), position) << typed;
+    }
+
+    // Showing 59 moves the slider to 58, which stores 58, while the text shows 59.
+    profile().setQuality(59);
+    profile().makeClean();
+    mEditor->updateProfileControls(profile());
+    EXPECT_EQ(slider()->value(), 58);
+    EXPECT_EQ(lineEdit("Quality")->text(), "59");
+    EXPECT_EQ(profile().quality(), 58u);
+    EXPECT_TRUE(profile().isDirty());
+
+    profile().setQuality(0);
+    mEditor->updateProfileControls(profile());
+    EXPECT_EQ(lineEdit("Quality")->text(), "1");
+    EXPECT_EQ(profile().quality(), 0u);
+}
+
+TEST_F(PropertyEditorTest, theDormantBitratePageFollowsTheQualityAndWritesWhenItIsShown)
+{
+    show();
+    choose("Vorbis");
+    QSlider* bitrate = nullptr;
+    auto* stack = mEditor->findChild<QStackedWidget*>();
+    for (int i = 0; i < stack->count(); ++i) {
+        if (stack->widget(i)->findChild<QLabel*>()->text() == "Bitrate kbit/s")
+            bitrate = stack->widget(i)->findChild<QSlider*>();
+    }
+    ASSERT_TRUE(bitrate);
+    for (const auto& [quality, position] : {std::pair(30, 29), std::pair(75, 74), std::pair(100, 99)}) {
+        profile().setQuality(quality);
+        mEditor->updateProfileControls(profile());
+        EXPECT_EQ(bitrate->value(), position);
+    }
+    mEditor->setBitrate(160);
+    EXPECT_EQ(profile().quality(), 100u) << "the page isn't shown";
+    stack->setCurrentIndex(1);
+    bitrate->setValue(74);
+    EXPECT_EQ(profile().quality(), 75u);
+    for (int quality = 1; quality <= 50; ++quality) {
+        const int position = static_cast<int>(3.2f * static_cast<float>(quality) / 320.0f * 99.0f);
+        bitrate->setValue(99);
+        bitrate->setValue(position);
+        EXPECT_EQ(profile().quality(), static_cast<unsigned int>(quality - 1));
+    }
+}
+
+TEST_F(PropertyEditorTest, theOutputPathIsWrittenPerKeystrokeUnlessACharacterIsIllegal)
+{
+    show();
+    QLineEdit* name = lineEdit("Output file");
+    const auto type = [&](const QString& text) {
+        name->clear();
+        return linesOf([&] { QTest::keyClicks(name, text); }, Logger::OUTPUT_ERROR);
+    };
+    EXPECT_EQ(type("music.tnb"), QStringList());
+    EXPECT_EQ(mBank->outputFilePath(), path("Bank") + "/music.tnb");
+    EXPECT_TRUE(mBank->isModified());
+
+    for (const QChar illegal : QString("/\\:*?\"<>")) {
+        mBank->setOutputFilePath(path("Bank") + "/ok.tnb");
+        mEditor->setCurrentSoundBank(mBank);
+        const QStringList lines = linesOf([&] { QTest::keyClicks(name, illegal); }, Logger::OUTPUT_ERROR);
+        EXPECT_EQ(lines, QStringList(QString("ERROR: File name 'ok.tnb%1' contains illegal characters").arg(illegal)));
+        EXPECT_EQ(name->text(), "ok.tnb");
+        EXPECT_EQ(mBank->outputFilePath(), path("Bank") + "/ok.tnb");
+    }
+    EXPECT_EQ(type("a|b"), QStringList());
+    EXPECT_EQ(mBank->fileName(), "a|b");
+
+    auto* directory = mEditor->findChild<DirectoryLineEdit*>();
+    directory->setPath(path("Cache"), false);
+    EXPECT_EQ(mBank->fileLocation(), path("Cache"));
+
+    QDir().mkpath(path("with:colon"));
+    directory->setPath(path("with:colon"), false);
+    EXPECT_EQ(mBank->fileLocation(), path("with:colon"));
+    QDir().mkpath(path("with<angle"));
+    const QStringList lines = linesOf([&] { directory->setPath(path("with<angle"), false); }, Logger::OUTPUT_ERROR);
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines.first().startsWith("ERROR: Path '" + path("with<angle") + "/"));
+    EXPECT_EQ(mBank->fileLocation(), path("with:colon"));
+}

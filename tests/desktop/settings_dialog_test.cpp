@@ -1,0 +1,93 @@
+#include "settings_dialog.hpp"
+
+#include "desktop_test.hpp"
+#include "utility_widgets.hpp"
+
+#include <QCheckBox>
+#include <QPushButton>
+#include <QTimer>
+
+using namespace TARNOK;
+using namespace tests;
+
+namespace {
+
+class SettingsDialogTest : public DesktopTest
+{
+protected:
+    void TearDown() override
+    {
+        buildSystem()->setThreadCount(4);
+        buildSystem()->setGenerateCodeHeader(false);
+    }
+
+    // Runs the dialog, lets edit change its controls, and presses the button.
+    void run(SettingsDialog& dialog, const char* button, const std::function<void()>& edit)
+    {
+        QTimer::singleShot(0, &dialog, [&] {
+            EXPECT_TRUE(QTest::qWaitForWindowActive(&dialog));
+            edit();
+            for (QPushButton* candidate : dialog.findChildren<QPushButton*>()) {
+                if (candidate->text() == button)
+                    candidate->click();
+            }
+        });
+        dialog.exec();
+    }
+
+    static QString stored(const char* key) { return QSettings(COMPANY_NAME, APP_NAME).value(key).toString(); }
+};
+
+} // namespace
+
+TEST_F(SettingsDialogTest, okWritesTheControlsToTheSettingsAndToTheStore)
+{
+    SettingsDialog dialog(nullptr);
+    EXPECT_EQ(dialog.windowTitle(), "Build Settings");
+    const QList<DirectoryLineEdit*> directories = dialog.findChildren<DirectoryLineEdit*>();
+    ASSERT_EQ(directories.size(), 3);
+    EXPECT_EQ(directories.at(1)->path(), path("Cache"));
+    QLineEdit* threads = dialog.findChild<EnhancedSlider*>()->findChild<QLineEdit*>();
+    EXPECT_EQ(threads->text(), "4");
+
+    QDir().mkpath(path("other"));
+    run(dialog, "OK", [&] {
+        directories.at(1)->setFocus();
+        directories.at(1)->clear();
+        QTest::keyClicks(directories.at(1), path("other"));
+        threads->setFocus();
+        threads->clear();
+        QTest::keyClicks(threads, "99");
+        dialog.findChild<QCheckBox*>()->click();
+    });
+    EXPECT_EQ(settings()->getDir("Cache"), path("other"));
+    EXPECT_EQ(stored("Directories/Cache"), path("other"));
+    EXPECT_EQ(stored("Directories/Bank"), path("Bank"));
+    EXPECT_EQ(stored("Settings/ThreadCount"), "16");
+    EXPECT_EQ(stored("Settings/GenerateHeaders"), "1");
+    EXPECT_EQ(buildSystem()->threadCount(), 16u);
+    EXPECT_TRUE(buildSystem()->generateCodeHeader());
+    EXPECT_EQ(threads->text(), "16");
+}
+
+TEST_F(SettingsDialogTest, cancelWritesNothingAndRefillsTheControls)
+{
+    SettingsDialog dialog(nullptr);
+    DirectoryLineEdit* bank = dialog.findChildren<DirectoryLineEdit*>().first();
+    EnhancedSlider* threads = dialog.findChild<EnhancedSlider*>();
+    run(dialog, "Cancel", [&] {
+        bank->setPath(path("Cache"), false);
+        threads->setValue(9);
+        dialog.findChild<QCheckBox*>()->click();
+    });
+    EXPECT_EQ(bank->path(), path("Bank"));
+    EXPECT_EQ(threads->getValue(), 4);
+    EXPECT_FALSE(dialog.findChild<QCheckBox*>()->isChecked());
+    EXPECT_EQ(settings()->getDir("Bank"), path("Bank"));
+    EXPECT_EQ(stored("Directories/Bank"), "");
+
+    // What the settings became in the meantime shows at the next closing, not at the opening.
+    settings()->setDir("Bank", path("Profile"));
+    run(dialog, "Cancel", [&] { EXPECT_EQ(bank->path(), path("Bank")); });
+    EXPECT_EQ(bank->path(), path("Profile"));
+}

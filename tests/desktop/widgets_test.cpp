@@ -1,0 +1,334 @@
+#include "utility_widgets.hpp"
+
+#include "answers.hpp"
+#include "desktop_test.hpp"
+
+#include <QDoubleValidator>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QSlider>
+#include <QTextEdit>
+#include <QVBoxLayout>
+
+using namespace TARNOK;
+using namespace tests;
+
+namespace {
+
+class WidgetsTest : public DesktopTest
+{ };
+
+QString textOf(const EnhancedSlider& slider)
+{
+    return slider.findChild<QLineEdit*>()->text();
+}
+
+int positionOf(const EnhancedSlider& slider)
+{
+    return slider.findChild<QSlider*>()->value();
+}
+
+void type(EnhancedSlider& slider, const QString& text)
+{
+    auto* edit = slider.findChild<QLineEdit*>();
+    edit->clear();
+    QTest::keyClicks(edit, text);
+}
+
+// A window with a directory edit and another control to take the focus to.
+struct DirectoryForm : QWidget
+{
+    DirectoryForm()
+        : edit(new EnhancedDirectoryLineEdit(this))
+        , other(new QLineEdit)
+    {
+        auto* layout = new QVBoxLayout(this);
+        layout->addWidget(edit);
+        layout->addWidget(other);
+        resize(300, 100);
+        show();
+        activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(this));
+        other->setFocus();
+    }
+
+    DirectoryLineEdit* line() const { return edit->lineEdit(); }
+
+    void enter(const QString& path)
+    {
+        line()->setFocus();
+        line()->clear();
+        QTest::keyClicks(line(), path);
+        other->setFocus();
+    }
+
+    EnhancedDirectoryLineEdit* edit;
+    QLineEdit* other;
+};
+
+} // namespace
+
+TEST_F(WidgetsTest, aNumericBoxDropsDigitsAndShowsNothingBelowItsSmallestStep)
+{
+    struct
+    {
+        int decimals;
+        float value;
+        const char* text;
+    } const cases[] = {
+        {1, 239.192f, "239.1"}, {1, 96, "96"},       {1, 0, "0.1"},   {1, 0.05f, "0.1"},
+        {0, 52.999996f, "53"},  {0, 75.5f, "75"},    {0, 0.4f, "1"},  {0, 0, "1"},
+        {2, -3.456f, "-3.45"},  {2, 0.001f, "0.01"}, {0, -0.5f, "1"}, {1, 1234567, "1.2"},
+    };
+    for (const auto& [decimals, value, text] : cases) {
+        QDoubleValidator validator(0, 1, decimals, nullptr);
+        NumericTextBox box({}, &validator, nullptr);
+        QSignalSpy changes(&box, SIGNAL(valueChanged()));
+        box.setValue(value);
+        EXPECT_EQ(box.findChild<QLineEdit*>()->text(), text) << value;
+        EXPECT_TRUE(changes.isEmpty());
+    }
+
+    QDoubleValidator validator;
+    NumericTextBox labelled("Gain", &validator, nullptr);
+    EXPECT_EQ(labelled.findChild<QLabel*>()->text(), "Gain");
+    EXPECT_EQ(labelled.getValue(), 0);
+    QSignalSpy changes(&labelled, SIGNAL(valueChanged()));
+    QTest::keyClicks(labelled.findChild<QLineEdit*>(), "2.5");
+    EXPECT_EQ(changes.size(), 3);
+    EXPECT_EQ(labelled.getValue(), 2.5f);
+}
+
+TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndCutsPositions)
+{
+    const EnhancedSlider bitrate(0, 320, 96, 99, 1);
+    EXPECT_EQ(positionOf(bitrate), 29);
+    EXPECT_EQ(textOf(bitrate), "96");
+    QStringList labels;
+    for (const QLabel* label : bitrate.findChildren<QLabel*>())
+        labels.append(label->text());
+    EXPECT_EQ(labels, QStringList({"0", "320"}));
+
+    EnhancedSlider threads(1, 16, 4, 15, 0);
+    for (int count = 1; count <= 16; ++count) {
+        threads.setValue(static_cast<float>(count));
+        EXPECT_EQ(positionOf(threads), count - 1);
+        EXPECT_EQ(threads.getValueFromSlider(), static_cast<float>(count));
+    }
+
+    EnhancedSlider quality(0, 100, 75, 100, 0);
+    for (const int position : {53, 59}) {
+        quality.findChild<QSlider*>()->setValue(position);
+        EXPECT_EQ(static_cast<int>(quality.getValueFromSlider()), position - 1);
+        EXPECT_EQ(textOf(quality), QString::number(position));
+        quality.setValue(static_cast<float>(position));
+        EXPECT_EQ(positionOf(quality), position - 1);
+        EXPECT_EQ(quality.getValue(), static_cast<float>(position));
+    }
+
+    const EnhancedSlider fixed(1, 0);
+    EXPECT_EQ(fixed.findChild<QSlider*>()->maximum(), 1);
+    EXPECT_EQ(fixed.getValue(), 1);
+    EXPECT_EQ(EnhancedSlider().getValue(), 100);
+}
+
+TEST_F(WidgetsTest, aSliderTellsThePositionsValueWhenItIsSetAndTheTypedOneWhenItIsTyped)
+{
+    EnhancedSlider slider(0, 320, 96, 99, 1);
+    QSignalSpy changes(&slider, SIGNAL(valueChanged(float)));
+    slider.setValue(100);
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes.takeFirst().at(0).toFloat(), 320.0f * (30.0f / 99.0f));
+    EXPECT_EQ(textOf(slider), "100");
+    slider.setValue(99.5f);
+    EXPECT_TRUE(changes.isEmpty()) << "the position is the same";
+
+    type(slider, "500");
+    EXPECT_EQ(changes.last().at(0).toFloat(), 320);
+    EXPECT_EQ(textOf(slider), "320");
+    type(slider, "33.3");
+    EXPECT_EQ(changes.last().at(0).toFloat(), 33.3f);
+    EXPECT_EQ(positionOf(slider), 10);
+
+    EnhancedSlider threads(1, 16, 4, 15, 0);
+    auto* edit = threads.findChild<QLineEdit*>();
+    QTest::keyClick(edit, Qt::Key_Backspace);
+    EXPECT_EQ(textOf(threads), "1") << "nothing counts as 0, which is too small";
+    EXPECT_EQ(positionOf(threads), 0);
+}
+
+TEST_F(WidgetsTest, aSliderAbortsOutsideItsRangeAndDrawsItsMarkerInside)
+{
+    EnhancedSlider slider(0, 100, 50, 100, 0);
+    EXPECT_DEATH(slider.setValue(100.5f), "mMinValue <= value && value <= mMaxValue");
+    EXPECT_DEATH(slider.setMaximum(40), "mMinValue <= value && value <= mMaxValue");
+    EXPECT_DEATH(EnhancedSlider(0, 10, 11, 10, 0), "mMinValue <= value && value <= mMaxValue");
+    slider.setMaximum(50);
+    EXPECT_EQ(positionOf(slider), 100);
+    slider.setMinimum(40);
+    EXPECT_EQ(slider.getValueFromSlider(), 50);
+
+    slider.resize(300, 30);
+    const auto isMarked = [&] {
+        const QImage image = slider.grab().toImage();
+        for (int x = 0; x < image.width(); ++x) {
+            if (image.pixelColor(x, image.height() / 2) == QColor(Qt::red))
+                return true;
+        }
+        return false;
+    };
+    EXPECT_FALSE(isMarked());
+    slider.findChild<QSlider*>()->hide();
+    slider.setMarkerValue(45);
+    EXPECT_TRUE(isMarked());
+    slider.setMarkerValue(40);
+    EXPECT_FALSE(isMarked());
+}
+
+TEST_F(WidgetsTest, aConditionalCheckBoxComesBackAsItWas)
+{
+    QWidget parent;
+    ConditionalCheckBox box("Choice", &parent);
+    QList<bool> enabledAtChange;
+    QObject::connect(&box, &QCheckBox::stateChanged, &box, [&] { enabledAtChange.append(box.isEnabled()); });
+
+    box.setChecked(true);
+    box.setEnabled(false);
+    EXPECT_FALSE(box.isChecked());
+    box.setChecked(true);
+    box.setEnabled(false);
+    EXPECT_FALSE(box.isChecked());
+    box.setEnabled(true);
+    EXPECT_TRUE(box.isChecked());
+    EXPECT_EQ(enabledAtChange, QList<bool>({true, true, false, false, false}));
+
+    parent.setEnabled(false);
+    box.setChecked(false);
+    box.setEnabled(true);
+    EXPECT_TRUE(box.isChecked()) << "disabled with its parent, it returns to the state that was saved";
+}
+
+TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
+{
+    DirectoryLineEdit edit(nullptr);
+    QSignalSpy changes(&edit, SIGNAL(pathChanged(QString)));
+    EXPECT_TRUE(edit.setPath(path("Bank"), false));
+    EXPECT_TRUE(edit.setPath(path("Bank"), false));
+    EXPECT_EQ(changes.size(), 2);
+    edit.resize(60, 20);
+    edit.elideText();
+    EXPECT_TRUE(edit.text().contains(QChar(0x2026)));
+    EXPECT_EQ(edit.path(), path("Bank"));
+
+    MessageAnswer refusal(QMessageBox::Cancel);
+    EXPECT_FALSE(edit.setPath(path("new"), false));
+    EXPECT_EQ(refusal.count(), 0);
+    EXPECT_FALSE(edit.setPath(path("no/parent"), true));
+    EXPECT_EQ(refusal.count(), 0);
+    EXPECT_FALSE(edit.setPath(path("new"), true));
+    EXPECT_EQ(refusal.count(), 1);
+    EXPECT_EQ(refusal.title(), "Tarnok Ex");
+    EXPECT_EQ(refusal.text(), "The directory 'new' does not exist, would you like it to be created?");
+    EXPECT_EQ(edit.path(), path("Bank"));
+    EXPECT_EQ(changes.size(), 2);
+}
+
+TEST_F(WidgetsTest, aDirectoryEditCreatesADirectoryOrLogsThatItCould)
+{
+    DirectoryLineEdit edit(nullptr);
+    MessageAnswer agreement(QMessageBox::Ok);
+    EXPECT_TRUE(edit.setPath(path("new"), true));
+    EXPECT_TRUE(QDir(path("new")).exists());
+    EXPECT_EQ(edit.path(), path("new"));
+
+    // Nobody, root included, makes a directory there.
+    bool settled = false;
+    const QStringList lines = linesOf([&] { settled = edit.setPath("/proc/new", true); });
+    EXPECT_TRUE(settled);
+    EXPECT_EQ(lines, QStringList("ERROR: unable to create directory 'new'"));
+    EXPECT_EQ(edit.path(), path("new"));
+    EXPECT_EQ(agreement.count(), 2);
+}
+
+TEST_F(WidgetsTest, aDirectoryEditShowsTheWholePathWhileItIsEditedAndSettlesWhenItIsLeft)
+{
+    DirectoryForm form;
+    form.line()->setPath(path("Bank"), false);
+    const QString elided = form.line()->text();
+    form.line()->setFocus();
+    EXPECT_EQ(form.line()->text(), path("Bank"));
+    EXPECT_EQ(form.line()->cursorPosition(), path("Bank").size());
+    form.other->setFocus();
+    EXPECT_EQ(form.line()->text(), elided);
+
+    form.enter(path("Bank") + "/../Cache/");
+    EXPECT_EQ(form.line()->path(), path("Cache"));
+
+    form.enter(path("no/parent"));
+    EXPECT_EQ(form.line()->path(), path("Cache"));
+    EXPECT_EQ(form.line()->text(), path("no/parent")) << "what was typed stays in sight";
+
+    MessageAnswer refusal(QMessageBox::Cancel);
+    form.enter(path("refused"));
+    EXPECT_EQ(refusal.count(), 1);
+    EXPECT_EQ(form.line()->text(), path("refused"));
+    EXPECT_EQ(form.line()->path(), path("Cache"));
+}
+
+TEST_F(WidgetsTest, returnLeavesADirectoryEditThatHasNothingToComplete)
+{
+    DirectoryForm form;
+    form.line()->setFocus();
+    form.line()->clear();
+    QTest::keyClicks(form.line(), path("no/parent"));
+    QTest::keyClick(form.line(), Qt::Key_Return);
+    EXPECT_FALSE(form.line()->hasFocus());
+}
+
+TEST_F(WidgetsTest, aDirectoryIsBrowsedForFromWhereItStands)
+{
+    DirectoryForm form;
+    form.line()->setPath(path("Bank"), false);
+    QSignalSpy changes(form.edit, SIGNAL(pathChanged(QString)));
+    {
+        FileAnswer cancel("");
+        form.edit->findChild<QPushButton*>()->click();
+        EXPECT_EQ(cancel.count(), 1);
+        EXPECT_EQ(cancel.directory(), path("Bank"));
+        EXPECT_TRUE(changes.isEmpty());
+    }
+    FileAnswer choice(path("Cache"));
+    form.edit->findChild<QPushButton*>()->click();
+    EXPECT_EQ(form.line()->path(), path("Cache"));
+    EXPECT_EQ(changes.size(), 1);
+}
+
+TEST_F(WidgetsTest, aSearchFieldShowsItsCrossWhileItHoldsText)
+{
+    SearchField field(nullptr);
+    field.show();
+    QWidget* cross = nullptr;
+    for (QWidget* child : field.findChildren<QWidget*>()) {
+        if (dynamic_cast<PixmapWidget*>(child) && child->isHidden())
+            cross = child;
+    }
+    ASSERT_TRUE(cross);
+    QSignalSpy changes(&field, SIGNAL(textChanged(QString)));
+    field.setText("step");
+    EXPECT_TRUE(cross->isVisible());
+    QTest::mouseClick(cross, Qt::LeftButton);
+    EXPECT_EQ(field.getText(), "");
+    EXPECT_FALSE(cross->isVisible());
+    EXPECT_EQ(changes.size(), 2);
+}
+
+TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
+{
+    auto area = std::make_unique<NotificationArea>(nullptr);
+    auto* pane = area->findChild<QTextEdit*>();
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: red");
+    EXPECT_EQ(pane->toPlainText(), "ERROR: red");
+    EXPECT_TRUE(pane->isReadOnly());
+    area.reset();
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: to nobody");
+}
