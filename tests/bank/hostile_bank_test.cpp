@@ -17,7 +17,7 @@ namespace {
 constexpr const char* kKey = "key";
 
 // How often each bank is tampered with in each way.
-constexpr int kMutants = 400;
+constexpr int kMutants = 840;
 
 std::vector<EncodedSound> soundsOf(Codec codec)
 {

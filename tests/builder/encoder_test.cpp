@@ -208,6 +208,59 @@ TEST(LossyEncoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
     }
 }
 
+TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
+{
+    constexpr size_t kWindow = 256;
+    struct Case
+    {
+        const char* name;
+        size_t frames;
+        bank::Loop loop;
+        int channels;
+    };
+    const std::vector<Case> cases = {
+        {"whole", 44'100, {0, 44'100}, 1},           {"whole stereo", 44'100, {0, 44'100}, 2},
+        {"inner", 44'100, {11'000, 33'000}, 1},      {"behind an intro", 44'100, {11'000, 44'100}, 2},
+        {"before an outro", 44'100, {0, 22'000}, 1}, {"short inner", 44'100, {20'000, 20'300}, 1},
+        {"below a frame", 700, {0, 700}, 1},         {"tiny", 100, {0, 100}, 1},
+    };
+    for (const Codec codec : kLossyCodecs) {
+        for (const Case& c : cases) {
+            for (const int quality : {20, 50, 80}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << c.name << " quality " << quality);
+                // A hundred frames are a period of all tones, so that the source itself has no seam.
+                MemorySound sound = MemorySound::ofFloats(c.channels, usualRate(codec),
+                                                          tones(c.frames, c.channels, {0.01, 0.04}, 0.5f));
+                sound.setLoop(c.loop);
+                OpenedBank opened(encode(codec, sound, quality));
+                const std::vector<float> plain = sound.floats();
+                const double whole = squaredError(plain, readFloats(*opened, c.frames)) / double(plain.size());
+
+                const auto channels = size_t(c.channels);
+                const size_t length = c.loop.end - c.loop.start;
+                const size_t before = std::min<size_t>(kWindow, c.loop.end);
+                std::vector<float> wanted;
+                for (size_t i = c.loop.end - before; wanted.size() < (before + kWindow) * channels; ++i) {
+                    const size_t frame = i < c.loop.end ? i : c.loop.start + (i - c.loop.end) % length;
+                    wanted.insert(wanted.end(), plain.begin() + ptrdiff_t(frame * channels),
+                                  plain.begin() + ptrdiff_t((frame + 1) * channels));
+                }
+                ASSERT_EQ(opened->setLoopCount(-1), KESS_OK);
+                ASSERT_EQ(opened->seekData(c.loop.end - before), KESS_OK);
+                const std::vector<float> got = readFloats(*opened, before + kWindow);
+                ASSERT_EQ(got.size(), wanted.size());
+                for (const auto& [from, count] : {std::pair{size_t(0), before}, std::pair{before, kWindow}}) {
+                    const size_t at = from * channels;
+                    const size_t samples = count * channels;
+                    const double error =
+                        squaredError(std::span(wanted).subspan(at, samples), std::span(got).subspan(at, samples));
+                    EXPECT_LT(std::sqrt(error / double(samples) / whole), 1.1) << (from == 0 ? "before" : "behind");
+                }
+            }
+        }
+    }
+}
+
 TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfSourceAndSink)
 {
     class Faulty final : public tarnok::PreparedSound
