@@ -48,6 +48,16 @@ void storeSample(AVFrame& frame, int channel, int index, float sample)
     }
 }
 
+// 16 bits where the encoder takes them, else what it likes best.
+AVSampleFormat chooseFormat(const AVCodec& encoder)
+{
+    for (const AVSampleFormat* format = encoder.sample_fmts; *format != AV_SAMPLE_FMT_NONE; ++format) {
+        if (av_get_packed_sample_fmt(*format) == AV_SAMPLE_FMT_S16)
+            return *format;
+    }
+    return encoder.sample_fmts[0];
+}
+
 // Hands a frame, or the end, to the encoder and writes what it has ready.
 void encodeFrame(const std::string& path, AVFormatContext* format, AVCodecContext* codec, const AVFrame* frame)
 {
@@ -98,7 +108,7 @@ void encodeSound(const std::string& path, const char* container, const char* enc
     AVFormatContext* format = nullptr;
     require(found && avformat_alloc_output_context2(&format, nullptr, container, path.c_str()) >= 0, path, encoder);
     AVCodecContext* codec = avcodec_alloc_context3(found);
-    codec->sample_fmt = found->sample_fmts[0];
+    codec->sample_fmt = chooseFormat(*found);
     codec->sample_rate = signal.rate;
     codec->time_base = AVRational{1, signal.rate};
     codec->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
