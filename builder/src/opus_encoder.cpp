@@ -21,7 +21,7 @@ constexpr int64_t kKeyInterval = kFramesPerSecond;
 constexpr int64_t kConvergence = 4;
 
 // The encoder gets used to a loop during this many packets before the first that is kept.
-constexpr int64_t kWarmUp = 5;
+constexpr int64_t kWarmUp = 10;
 
 constexpr size_t kMaximumPacketBytesPerStream = 1275 * 3 + 7;
 
@@ -59,7 +59,7 @@ bank::Result<Library> start(const PreparedFacts& facts, const Mapping& mapping, 
 {
     int failed = OPUS_OK;
     Library library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
-                                                    mapping.coupled, mapping.table.data(), OPUS_APPLICATION_AUDIO,
+                                                    mapping.coupled, mapping.table.data(), OPUS_APPLICATION_RESTRICTED_LOWDELAY,
                                                     &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? Error::Memory : Error::Unsupported;

@@ -229,14 +229,15 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
     // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
     // loop's start until the last sample of the sound has come out.
     int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
-    for (bool ended = false; !chooser.complete(); ended = left == 0) {
+    for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error::Cancelled;
         if (ended)
             return Error::Encoder;
         const long count = long(std::min<int64_t>(left, kReadFrames));
+        ended = count == 0;
         left -= count;
-        if (const Error error = count > 0 ? feeder.feed(count) : library.wrote(0); error != Error::None)
+        if (const Error error = ended ? library.wrote(0) : feeder.feed(count); error != Error::None)
             return error;
         if (const Error error = library.packets(take); error != Error::None)
             return error;

@@ -2,7 +2,7 @@
 
 namespace kess {
 
-KESS_RESULT makeKadpcmDecoder(BankSound, std::span<const uint8_t>, DecoderPointer*)
+KESS_RESULT makeKadpcmDecoder(BankSound, DecoderPointer*)
 {
     return KESS_ERR_UNSUPPORTED;
 }

@@ -41,7 +41,7 @@ protected:
 
     [[nodiscard]] KESS_RESULT decodeBlock(std::span<const float>* frames) override
     {
-        std::span<uint8_t> packet;
+        std::span<const uint8_t> packet;
         if (const KESS_RESULT result = mPackets.next(&packet); result != KESS_OK)
             return result;
         // Without bytes the library would make up what a lost packet might have held.

@@ -84,7 +84,7 @@ protected:
 
     [[nodiscard]] KESS_RESULT decodeBlock(std::span<const float>* frames) override
     {
-        std::span<uint8_t> bytes;
+        std::span<const uint8_t> bytes;
         if (const KESS_RESULT result = mPackets.next(&bytes); result != KESS_OK)
             return result;
         ogg_packet packet = packetOf(bytes);
