@@ -16,28 +16,29 @@
 
 /* Result of a call. A file's fault is always one of FILE_BAD, FILE_COULDNOTSEEK, FILE_NOTFOUND, FORMAT,
  * TOOMANYCHANNELS and VERSION. */
-typedef enum KESS_RESULT {
+typedef enum KESS_RESULT
+{
     KESS_OK = 0,
-    KESS_ERR_FILE_BAD = 13,          /* unreadable, a directory, damaged or truncated so that nothing can be read */
+    KESS_ERR_FILE_BAD = 13, /* unreadable, a directory, damaged or truncated so that nothing can be read */
     KESS_ERR_FILE_COULDNOTSEEK = 14, /* the file can't be read at the position wanted */
-    KESS_ERR_FILE_EOF = 16,          /* the end of the sound was reached: fewer samples than wanted, or none */
+    KESS_ERR_FILE_EOF = 16, /* the end of the sound was reached: fewer samples than wanted, or none */
     KESS_ERR_FILE_NOTFOUND = 18,
-    KESS_ERR_FORMAT = 19,         /* no decoder knows the file, or it is not of the suggested type */
+    KESS_ERR_FORMAT = 19, /* no decoder knows the file, or it is not of the suggested type */
     KESS_ERR_HEADER_MISMATCH = 20,
-    KESS_ERR_KEY_MISSING = 22,    /* the bank is encrypted and no key was given */
+    KESS_ERR_KEY_MISSING = 22, /* the bank is encrypted and no key was given */
     KESS_ERR_INVALID_HANDLE = 30,
     KESS_ERR_INVALID_PARAM = 31,
     KESS_ERR_INVALID_POSITION = 32,
     KESS_ERR_INVALID_SYNCPOINT = 34,
     KESS_ERR_MEMORY = 38,
-    KESS_ERR_SUBSOUNDS = 60,       /* asks a bank for samples, or a plain sound for its subsounds */
-    KESS_ERR_TAGNOTFOUND = 63,     /* no subsound of that name, no peak, no sync point */
+    KESS_ERR_SUBSOUNDS = 60, /* asks a bank for samples, or a plain sound for its subsounds */
+    KESS_ERR_TAGNOTFOUND = 63, /* no subsound of that name, no peak, no sync point */
     KESS_ERR_TOOMANYCHANNELS = 64, /* more than KESS_MAX_CHANNELS */
-    KESS_ERR_TRUNCATED = 65,       /* the text didn't fit the buffer and was cut */
+    KESS_ERR_TRUNCATED = 65, /* the text didn't fit the buffer and was cut */
     KESS_ERR_UNINITIALIZED = 67,
-    KESS_ERR_UNSUPPORTED = 68,     /* the sound was recognised but can't be decoded here */
-    KESS_ERR_VERSION = 69,         /* a bank of a newer version */
-    KESS_ERR_KEY_WRONG = 70,       /* the key does not fit the encrypted bank */
+    KESS_ERR_UNSUPPORTED = 68, /* the sound was recognised but can't be decoded here */
+    KESS_ERR_VERSION = 69, /* a bank of a newer version */
+    KESS_ERR_KEY_WRONG = 70, /* the key does not fit the encrypted bank */
     KESS_RESULT_FORCEINT = 0x7fffffff
 } KESS_RESULT;
 
@@ -45,31 +46,33 @@ typedef enum KESS_RESULT {
 #define KESS_MAX_CHANNELS 32
 
 /* What kind of file a sound comes from. */
-typedef enum KESS_SOUND_TYPE {
+typedef enum KESS_SOUND_TYPE
+{
     KESS_SOUND_TYPE_UNKNOWN = 0,
     KESS_SOUND_TYPE_AIFF = 1,
     KESS_SOUND_TYPE_ASF = 2, /* Windows Media */
     KESS_SOUND_TYPE_DLS = 3, /* instrument bank: recognised, not decoded */
     KESS_SOUND_TYPE_FLAC = 4,
     KESS_SOUND_TYPE_TNB = 5, /* sound bank */
-    KESS_SOUND_TYPE_IT = 6,  /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_IT = 6, /* tracker music: recognised, not decoded */
     KESS_SOUND_TYPE_MIDI = 7, /* sequenced music: recognised, not decoded */
     KESS_SOUND_TYPE_MOD = 8, /* tracker music: recognised, not decoded */
     KESS_SOUND_TYPE_MPEG = 9,
-    KESS_SOUND_TYPE_OGG = 10,      /* Ogg with Vorbis, Opus, Speex or FLAC in it */
+    KESS_SOUND_TYPE_OGG = 10, /* Ogg with Vorbis, Opus, Speex or FLAC in it */
     KESS_SOUND_TYPE_PLAYLIST = 11, /* recognised, not decoded */
     KESS_SOUND_TYPE_RAW = 12,
     KESS_SOUND_TYPE_S3M = 13, /* tracker music: recognised, not decoded */
     KESS_SOUND_TYPE_USER = 14,
     KESS_SOUND_TYPE_WAV = 15, /* RIFF, RF64 and Sony's W64 */
-    KESS_SOUND_TYPE_XM = 16,  /* tracker music: recognised, not decoded */
+    KESS_SOUND_TYPE_XM = 16, /* tracker music: recognised, not decoded */
     KESS_SOUND_TYPE_MP4 = 17, /* AAC or ALAC in an MP4 container, and bare AAC */
     KESS_SOUND_TYPE_OTHER = 18, /* any other sampled sound: AU, CAF, VOC, Matroska, ... */
     KESS_SOUND_TYPE_FORCEINT = 0x7fffffff
 } KESS_SOUND_TYPE;
 
 /* Kind of a sample, as readData delivers it: little-endian, interleaved, 8-bit signed, 24-bit packed in 3 bytes. */
-typedef enum KESS_SOUND_FORMAT {
+typedef enum KESS_SOUND_FORMAT
+{
     KESS_SOUND_FORMAT_NONE = 0,
     KESS_SOUND_FORMAT_PCM8 = 1,
     KESS_SOUND_FORMAT_PCM16 = 2,
@@ -81,12 +84,17 @@ typedef enum KESS_SOUND_FORMAT {
 } KESS_SOUND_FORMAT;
 
 /* Where sound goes. The engine of this library is silent: it decodes, a mixer plays. */
-typedef enum KESS_OUTPUTTYPE { KESS_OUTPUTTYPE_NOSOUND_NRT = 4, KESS_OUTPUTTYPE_FORCEINT = 0x7fffffff } KESS_OUTPUTTYPE;
+typedef enum KESS_OUTPUTTYPE
+{
+    KESS_OUTPUTTYPE_NOSOUND_NRT = 4,
+    KESS_OUTPUTTYPE_FORCEINT = 0x7fffffff
+} KESS_OUTPUTTYPE;
 
 /* Units of a length. */
-typedef enum KESS_TIMEUNIT {
-    KESS_TIMEUNIT_MS = 1,       /* milliseconds, rounded down */
-    KESS_TIMEUNIT_PCM = 2,      /* samples of one channel */
+typedef enum KESS_TIMEUNIT
+{
+    KESS_TIMEUNIT_MS = 1, /* milliseconds, rounded down */
+    KESS_TIMEUNIT_PCM = 2, /* samples of one channel */
     KESS_TIMEUNIT_PCMBYTES = 4, /* bytes that readData delivers for the whole sound */
     KESS_TIMEUNIT_FORCEINT = 0x7fffffff
 } KESS_TIMEUNIT;

@@ -14,7 +14,7 @@ namespace kess {
 struct Loop
 {
     uint64_t start = 0; // first sample of the loop
-    uint64_t end = 0;   // the sample behind its last one
+    uint64_t end = 0; // the sample behind its last one
 };
 
 struct Marker
@@ -27,9 +27,9 @@ struct SoundFacts
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE; // what Decoder::read delivers
-    int channels = 0;                                  // 1 to KESS_MAX_CHANNELS
-    double sampleRate = 0;                             // hertz
-    uint64_t sampleCount = 0;                          // samples of one channel
+    int channels = 0; // 1 to KESS_MAX_CHANNELS
+    double sampleRate = 0; // hertz
+    uint64_t sampleCount = 0; // samples of one channel
     std::optional<Loop> loop;
     std::vector<Marker> markers; // by position
     std::optional<float> peak;

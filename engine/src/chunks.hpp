@@ -1,0 +1,49 @@
+// The chunks of RIFF, RIFX, RF64, W64 and AIFF files.
+#pragma once
+
+#include "source_file.hpp"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace kess {
+
+struct Chunk
+{
+    std::array<char, 4> id{};
+    uint64_t offset = 0; // of its data
+    uint64_t length = 0; // of its data, cut at the end of the file
+};
+
+// The list of a file's chunks, read once. It ends where the file is damaged.
+class ChunkList
+{
+public:
+    // The container begins at begin and is known to be one of those above.
+    ChunkList(const SourceFile& file, uint64_t begin, uint64_t end);
+
+    [[nodiscard]] bool isBigEndian() const { return mBigEndian; }
+    [[nodiscard]] const std::vector<Chunk>& all() const { return mChunks; }
+    [[nodiscard]] const Chunk* find(std::string_view id) const;
+
+    // Start of the first chunk with that id; false when it is absent or shorter.
+    [[nodiscard]] bool read(std::string_view id, void* buffer, size_t count) const;
+
+    // The whole data of a chunk; empty when it is absent or longer than longest.
+    [[nodiscard]] std::vector<uint8_t> readAll(std::string_view id, size_t longest) const;
+    [[nodiscard]] std::vector<uint8_t> readAll(const Chunk& chunk, size_t longest) const;
+
+private:
+    void readW64(uint64_t begin, uint64_t end);
+    void readIff(uint64_t begin, uint64_t end);
+
+    const SourceFile& mFile;
+    std::vector<Chunk> mChunks;
+    bool mBigEndian = false;
+    bool mIsRf64 = false;
+};
+
+} // namespace kess

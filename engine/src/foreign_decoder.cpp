@@ -1,0 +1,190 @@
+#include "decoder_module.h"
+#include "decoders.hpp"
+#include "sample_convert.hpp"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <string>
+
+namespace kess {
+
+namespace {
+
+// The module beside this library; null when there is none, or one of another version. It is looked for once, when a
+// file first needs it, and stays loaded.
+const KESS_DECODER_MODULE* decoderModule()
+{
+    static const KESS_DECODER_MODULE* const module = []() -> const KESS_DECODER_MODULE* {
+        Dl_info self;
+        if (dladdr(reinterpret_cast<const void*>(&decoderModule), &self) == 0 || !self.dli_fname)
+            return nullptr;
+        const std::string library = self.dli_fname;
+        const size_t slash = library.rfind('/');
+        const std::string folder = slash == library.npos ? "" : library.substr(0, slash + 1);
+        void* handle = dlopen((folder + "kess_ffmpeg.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!handle)
+            return nullptr;
+        const auto entry = reinterpret_cast<KESS_DECODER_MODULE_FUNCTION>(dlsym(handle, KESS_DECODER_MODULE_ENTRY));
+        const KESS_DECODER_MODULE* found = entry ? entry() : nullptr;
+        return found && found->version == KESS_DECODER_MODULE_VERSION ? found : nullptr;
+    }();
+    return module;
+}
+
+struct InputFile
+{
+    FilePointer file;
+    uint64_t begin;
+};
+
+size_t readInput(void* user, uint64_t offset, void* buffer, size_t count)
+{
+    const auto& input = *static_cast<const InputFile*>(user);
+    if (offset > UINT64_MAX - input.begin)
+        return 0;
+    return input.file->readAt(input.begin + offset, buffer, count);
+}
+
+class ForeignDecoder final : public Decoder
+{
+public:
+    ForeignDecoder(const KESS_DECODER_MODULE& module, const FilePointer& file, const FileKind& kind)
+        : mModule(module)
+        , mFile{file, kind.begin}
+        , mInput{&mFile, readInput, kind.end - kind.begin}
+        , mContainer(kind.demuxer)
+    { }
+
+    ~ForeignDecoder() override { close(); }
+
+    [[nodiscard]] KESS_RESULT open(KESS_SOUND_TYPE type)
+    {
+        KESS_MODULE_FACTS facts{};
+        KESS_RESULT result = mModule.open(&mInput, mContainer, &mDecoder, &facts);
+        if (result == KESS_OK)
+            result = checkLimits(facts.channels, facts.sampleRate);
+        mFacts.type = type;
+        mFacts.format = facts.format;
+        mFacts.channels = facts.channels;
+        mFacts.sampleRate = facts.sampleRate;
+        mFacts.sampleCount = facts.sampleCount;
+        mIsFloat = facts.isFloat;
+        return result;
+    }
+
+    [[nodiscard]] const SoundFacts& facts() const override { return mFacts; }
+
+    // Timestamps of these containers are too coarse to find a sample by, and the codecs carry state from packet to
+    // packet: only decoding up to a sample gives what a straight read gives.
+    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
+    {
+        if (!mDecoder || frame < mPosition) {
+            close();
+            KESS_MODULE_FACTS facts{};
+            const KESS_RESULT result = mModule.open(&mInput, mContainer, &mDecoder, &facts);
+            if (result != KESS_OK || facts.channels != mFacts.channels)
+                return KESS_ERR_FILE_COULDNOTSEEK;
+            mPosition = 0;
+        }
+        mScratch.resize(kChunkFrames * static_cast<size_t>(mFacts.channels));
+        while (mPosition < frame) {
+            if (readSamples(mScratch.data(), static_cast<size_t>(std::min<uint64_t>(kChunkFrames, frame - mPosition)))
+                == 0)
+                return KESS_ERR_FILE_COULDNOTSEEK;
+        }
+        return KESS_OK;
+    }
+
+    [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
+    {
+        if (mFacts.format == KESS_SOUND_FORMAT_PCMFLOAT || mFacts.format == KESS_SOUND_FORMAT_PCM32) {
+            *done = readSamples(buffer, count);
+            return KESS_OK;
+        }
+        const auto bytes = static_cast<size_t>(mFacts.format); // of a sample: the integer formats are numbered by it
+        return readChunks(count, done, [&](size_t start, size_t samples) {
+            uint8_t* target = static_cast<uint8_t*>(buffer) + start * bytes;
+            if (mIsFloat)
+                floatToInt16(reinterpret_cast<const float*>(mScratch.data()), reinterpret_cast<int16_t*>(target),
+                             samples);
+            else
+                packTopBytes(mScratch.data(), samples, bytes, target);
+        });
+    }
+
+    [[nodiscard]] KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) override
+    {
+        if (mIsFloat) {
+            *done = readSamples(buffer, count);
+            return KESS_OK;
+        }
+        return readChunks(count, done, [&](size_t start, size_t samples) {
+            for (size_t i = 0; i < samples; ++i)
+                buffer[start + i] = static_cast<float>(mScratch[i]) * 0x1p-31f;
+        });
+    }
+
+private:
+    static constexpr size_t kChunkFrames = 4096;
+
+    void close()
+    {
+        if (mDecoder)
+            mModule.close(mDecoder);
+        mDecoder = nullptr;
+    }
+
+    size_t readSamples(void* buffer, size_t count)
+    {
+        size_t done = 0;
+        if (!mDecoder || mModule.read(mDecoder, buffer, count, &done) != KESS_OK)
+            return 0;
+        mPosition += done;
+        return done;
+    }
+
+    // Reads through the scratch buffer; convert(start, samples) takes what lies there to its place in the target, both
+    // counted in samples of all channels.
+    template <typename Convert>
+    KESS_RESULT readChunks(size_t count, size_t* done, Convert convert)
+    {
+        const auto channels = static_cast<size_t>(mFacts.channels);
+        mScratch.resize(kChunkFrames * channels);
+        *done = 0;
+        while (*done < count) {
+            const size_t got = readSamples(mScratch.data(), std::min(count - *done, kChunkFrames));
+            if (got == 0)
+                break;
+            convert(*done * channels, got * channels);
+            *done += got;
+        }
+        return KESS_OK;
+    }
+
+    const KESS_DECODER_MODULE& mModule;
+    InputFile mFile;
+    KESS_MODULE_INPUT mInput;
+    const char* mContainer;
+    void* mDecoder = nullptr;
+    SoundFacts mFacts;
+    bool mIsFloat = false;
+    uint64_t mPosition = 0;
+    std::vector<int32_t> mScratch;
+};
+
+} // namespace
+
+KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
+{
+    const KESS_DECODER_MODULE* module = decoderModule();
+    if (!module || !kind.demuxer)
+        return KESS_ERR_FORMAT;
+    auto opened = std::make_unique<ForeignDecoder>(*module, file, kind);
+    const KESS_RESULT result = opened->open(kind.type);
+    if (result == KESS_OK)
+        *decoder = std::move(opened);
+    return result;
+}
+
+} // namespace kess

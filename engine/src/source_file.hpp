@@ -1,0 +1,66 @@
+// The file under a sound: opened once, read at any position by those who share it.
+#pragma once
+
+#include "kess.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace kess {
+
+// A regular file, open for reading. Reads carry their own position, so any number of readers may share it.
+class SourceFile
+{
+public:
+    // Never waits, whatever the path leads to: a pipe, a device or a socket is no sound file.
+    // KESS_ERR_FILE_NOTFOUND: nothing there, or a name too long to exist. KESS_ERR_FILE_BAD: no regular file, not
+    // readable, or empty.
+    [[nodiscard]] static KESS_RESULT open(const char* path, std::shared_ptr<const SourceFile>* file);
+
+    SourceFile(int descriptor, uint64_t size);
+    ~SourceFile();
+    SourceFile(const SourceFile&) = delete;
+    SourceFile& operator=(const SourceFile&) = delete;
+
+    [[nodiscard]] uint64_t size() const { return mSize; }
+
+    // Reads up to count bytes; fewer only at the end of the file or where the medium fails.
+    [[nodiscard]] size_t readAt(uint64_t offset, void* buffer, size_t count) const;
+
+    // True when all of the bytes came.
+    [[nodiscard]] bool readAllAt(uint64_t offset, void* buffer, size_t count) const;
+
+private:
+    int mDescriptor;
+    uint64_t mSize;
+};
+
+// A stretch of a file that is read like a file of its own, through a buffer: codecs ask for a few bytes at a time.
+class Cursor
+{
+public:
+    // begin and end are positions in the file, at most its size.
+    Cursor(std::shared_ptr<const SourceFile> file, uint64_t begin, uint64_t end);
+
+    [[nodiscard]] uint64_t size() const { return mEnd - mBegin; }
+    [[nodiscard]] uint64_t tell() const { return mPosition; }
+
+    // Moves to an offset as lseek does, whence included. Returns the new position, or -1 when it would lie before the
+    // stretch or behind its end.
+    [[nodiscard]] int64_t seek(int64_t offset, int whence);
+
+    [[nodiscard]] size_t read(void* buffer, size_t count);
+
+private:
+    std::shared_ptr<const SourceFile> mFile;
+    uint64_t mBegin;
+    uint64_t mEnd;
+    uint64_t mPosition = 0;
+    std::vector<uint8_t> mBuffer;
+    uint64_t mBufferStart = 0;
+    size_t mBuffered = 0;
+};
+
+} // namespace kess
