@@ -1,0 +1,114 @@
+#include "bank_output.hpp"
+
+#include "encoded_file.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include <sys/stat.h>
+
+namespace tarnok {
+
+namespace {
+
+constexpr size_t bufferBytes = 256 << 10;
+
+// Shorter pieces go through the buffer: asking the kernel for each of thousands of small sounds costs more.
+constexpr uint64_t worthKernelCopy = 64 << 10;
+
+// The file that path names in the end. A link to nothing stays what it is, to be replaced.
+std::string followLink(const std::string& path)
+{
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+        return path;
+    const std::unique_ptr<char, void (*)(void*)> target(realpath(path.c_str(), nullptr), std::free);
+    return target ? std::string(target.get()) : path;
+}
+
+} // namespace
+
+Result<AtomicOutput> AtomicOutput::create(const std::string& path)
+{
+    const std::string target = followLink(path);
+    struct stat status;
+    const bool exists = stat(target.c_str(), &status) == 0;
+    if (!exists && errno != ENOENT)
+        return Fault{TARNOK_ERR_FILE_OS, fileFault("writing", target, errno).text};
+    if (exists && !S_ISREG(status.st_mode)) {
+        if (S_ISDIR(status.st_mode))
+            return fileFault("writing", target, EISDIR);
+        return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(target)) + ": this is a device or pipe, not a file"};
+    }
+    const std::string folder = folderOf(target);
+    TemporaryFile::removeAbandoned(folder, baseName(target));
+    Result<TemporaryFile> file = TemporaryFile::create(folder, baseName(target));
+    if (!file)
+        return file.fault();
+    return AtomicOutput(target, std::move(*file));
+}
+
+bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
+{
+    if (mBuffer.size() + bytes.size() > bufferBytes && !flush())
+        return bank::Error::Io;
+    if (bytes.size() >= bufferBytes)
+        return put(bytes) ? bank::Error::None : bank::Error::Io;
+    mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
+    return bank::Error::None;
+}
+
+bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size)
+{
+    const auto* part = dynamic_cast<const FilePart*>(&source);
+    if (!part || size < worthKernelCopy)
+        return ByteSink::copyFrom(source, offset, size);
+    if (!bank::rangeInside(offset, size, part->size()))
+        return bank::Error::Damaged;
+    if (!flush())
+        return bank::Error::Io;
+    const int error =
+        copyRange(part->descriptor(), part->offset() + offset, mFile.descriptor(), mWritten, size, [] { return true; });
+    if (error < 0)
+        return bank::Error::Damaged;
+    if (error != 0) {
+        mFault = fileFault("writing", mPath, error);
+        return bank::Error::Io;
+    }
+    mWritten += size;
+    return bank::Error::None;
+}
+
+Status AtomicOutput::finish()
+{
+    if (!flush())
+        return mFault;
+    return mFile.sync(mPath);
+}
+
+Status AtomicOutput::commit()
+{
+    if (const int error = mFile.commit(mPath))
+        return fileFault("replacing", mPath, error);
+    return {};
+}
+
+bool AtomicOutput::flush()
+{
+    const bool done = put(mBuffer);
+    mBuffer.clear();
+    return done;
+}
+
+bool AtomicOutput::put(std::span<const uint8_t> bytes)
+{
+    if (const int error = writeAt(mFile.descriptor(), std::as_bytes(bytes), mWritten)) {
+        mFault = fileFault("writing", mPath, error);
+        return false;
+    }
+    mWritten += bytes.size();
+    return true;
+}
+
+} // namespace tarnok

@@ -1,0 +1,57 @@
+// The file that a build makes.
+#pragma once
+
+#include "bank/bytes.hpp"
+#include "fault.hpp"
+#include "file.hpp"
+
+#include <stop_token>
+#include <string>
+
+namespace tarnok {
+
+// A file that replaces the one of its name when it is complete, and leaves that one alone otherwise. Left-overs of
+// killed builds of the same file are removed when the next one begins.
+class AtomicOutput final : public bank::ByteSink
+{
+public:
+    // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
+    static Result<AtomicOutput> create(const std::string& path);
+
+    bank::Error write(std::span<const uint8_t> bytes) override;
+    bank::Error copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size) override;
+
+    // Why a write failed; no fault when it was the source.
+    const Fault& fault() const { return mFault; }
+
+    // Everything written is on the disk afterwards, still under the temporary name.
+    Status finish();
+
+    // Takes the place of the former file.
+    Status commit();
+
+    AtomicOutput(AtomicOutput&& other) noexcept
+        : mPath(std::move(other.mPath))
+        , mFile(std::move(other.mFile))
+        , mBuffer(std::move(other.mBuffer))
+        , mWritten(other.mWritten)
+        , mFault(std::move(other.mFault))
+    { }
+
+private:
+    AtomicOutput(std::string path, TemporaryFile file)
+        : mPath(std::move(path))
+        , mFile(std::move(file))
+    { }
+
+    bool flush();
+    bool put(std::span<const uint8_t> bytes);
+
+    std::string mPath;
+    TemporaryFile mFile;
+    std::vector<uint8_t> mBuffer;
+    uint64_t mWritten = 0; // bytes in the file; those in the buffer come behind
+    Fault mFault;
+};
+
+} // namespace tarnok

@@ -1,0 +1,500 @@
+#include "build.hpp"
+
+#include "bank/writer.hpp"
+#include "bank_output.hpp"
+#include "c_header.hpp"
+#include "encoder.hpp"
+#include "sound_preparation.hpp"
+#include "worker_pool.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <numeric>
+
+namespace tarnok {
+
+namespace {
+
+constexpr int64_t keepEvery = 1200; // seconds; see Cache::tidy for how long an entry is safe
+
+// The folder for temporary files, as everywhere by TMPDIR, and one that isn't memory where /tmp is.
+std::vector<std::string> temporaryFolders()
+{
+    const char* chosen = std::getenv("TMPDIR");
+    return {chosen && *chosen ? chosen : "/tmp", "/var/tmp"};
+}
+
+std::vector<std::string> withFirst(std::string first, std::vector<std::string> others)
+{
+    others.insert(others.begin(), std::move(first));
+    return others;
+}
+
+// The name of a sound in its bank: that of its first file without folder and extension.
+std::string_view soundName(const TARNOK_SUBSOUND& subsound)
+{
+    const std::string_view name = baseName(subsound.fileNames[0]);
+    const size_t dot = name.rfind('.');
+    return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
+}
+
+std::string_view withoutExtension(std::string_view path)
+{
+    const size_t dot = path.rfind('.');
+    const size_t start = path.size() - baseName(path).size();
+    return dot == std::string_view::npos || dot <= start ? path : path.substr(0, dot);
+}
+
+// Bytes of a file times this are about the bytes of its samples.
+double expansion(std::string_view path)
+{
+    const std::string_view extension = path.substr(std::min(path.size(), path.rfind('.') + 1));
+    for (const std::string_view lossy : {"ogg", "opus", "mp3", "m4a", "aac", "wma", "spx", "mp2"}) {
+        if (extension.size() == lossy.size() && strncasecmp(extension.data(), lossy.data(), lossy.size()) == 0)
+            return 10;
+    }
+    return extension == "flac" ? 2 : 1;
+}
+
+Fault invalid(std::string text)
+{
+    return {TARNOK_ERR_INVALID_PARAM, std::move(text)};
+}
+
+Fault faultOf(bank::Error error, std::string_view what)
+{
+    const std::string name(what);
+    switch (error) {
+    case bank::Error::Cancelled:
+        return cancelled();
+    case bank::Error::Memory:
+        return {TARNOK_ERR_MEMORY, name + ": out of memory"};
+    case bank::Error::Unsupported:
+        return {TARNOK_ERR_INVALID_FORMAT,
+                name + ": the chosen format can't hold this number of channels or this rate"};
+    case bank::Error::Damaged:
+        return {TARNOK_ERR_CACHE_CHUNK_MISSING, name + ": the encoded sound was changed while the bank was written"};
+    case bank::Error::Invalid:
+        return invalid(name + ": a setting is out of its range");
+    default:
+        return {TARNOK_ERR_ENCODER, name + ": the encoder fails"};
+    }
+}
+
+} // namespace
+
+// The files of a build under their temporary names.
+struct Build::Outputs
+{
+    std::optional<AtomicOutput> bank;
+    std::optional<AtomicOutput> header; // none: not wanted
+};
+
+// Hands the encoded sounds to the writer of the bank, one at a time.
+class Build::Stored final : public bank::StoredSounds
+{
+public:
+    Stored(const Build& build)
+        : mBuild(build)
+    { }
+
+    bank::Result<bank::StoredSound> open(size_t index) override
+    {
+        const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
+        if (!place)
+            return bank::StoredSound{std::make_shared<bank::MemorySource>(bank::serialise(bank::emptySound())), 0, 0};
+        std::shared_ptr<const FilePart> part = place->spilled;
+        if (!part) {
+            uint64_t size = 0;
+            auto file = std::make_shared<FileDescriptor>(mBuild.mCache.reopen(place->key, &size));
+            if (!*file) {
+                mFault = {TARNOK_ERR_CACHE_CHUNK_MISSING,
+                          "an encoded sound disappeared from the cache folder during the build: "
+                              + std::string(baseName(mBuild.mRequest.subsounds[index].fileNames[0]))};
+                return bank::Error::Io;
+            }
+            part = std::make_shared<FilePart>(std::move(file), 0, size);
+        }
+        return bank::StoredSound{part, sizeof(EntryHeader) + place->dataBytes, sizeof(EntryHeader)};
+    }
+
+    // The whole record of a sound, which must have been stored.
+    bank::Result<bank::Sound> sound(size_t index)
+    {
+        const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
+        if (!place)
+            return bank::emptySound();
+        if (!place->record.empty())
+            return bank::deserialise(place->record);
+        const bank::Result<bank::StoredSound> stored = open(index);
+        if (!stored)
+            return stored.error();
+        std::vector<uint8_t> record(stored->source->size() - stored->recordOffset);
+        if (const bank::Error error = stored->source->readAt(stored->recordOffset, record); error != bank::Error::None)
+            return error;
+        return bank::deserialise(record);
+    }
+
+    const Fault& fault() const { return mFault; }
+
+private:
+    const Build& mBuild;
+    Fault mFault;
+};
+
+Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                  const char* outputFileName)
+{
+    if (!subsounds || numSubsounds == 0)
+        return invalid("the list of sounds is empty");
+    if (format < TARNOK_FORMAT_PCM || format > TARNOK_FORMAT_OPUS)
+        return invalid("format " + std::to_string(int(format)) + " is unknown");
+    if (quality > 100)
+        return invalid("quality " + std::to_string(quality) + " is above 100");
+    if (!outputFileName || !*outputFileName || baseName(outputFileName).empty())
+        return invalid("the bank has no file name");
+    if (encryptionKey && !*encryptionKey)
+        return invalid("the encryption key is empty");
+
+    BuildRequest request{{subsounds, numSubsounds}, {format, buildFlags, quality}, std::nullopt, outputFileName};
+    if (encryptionKey)
+        request.encryptionKey = encryptionKey;
+    for (size_t index = 0; index < numSubsounds; ++index) {
+        const TARNOK_SUBSOUND& subsound = subsounds[index];
+        const auto isMissing = [](const char* name) {
+            return !name || !*name;
+        };
+        if (subsound.numFiles == 0 || !subsound.fileNames
+            || std::any_of(subsound.fileNames, subsound.fileNames + subsound.numFiles, isMissing))
+            return invalid("sound " + std::to_string(index) + " has no file");
+        if (!SoundSettings::isRate(subsound.desiredSampleRate))
+            return invalid("sound " + std::to_string(index) + " wants an impossible sample rate");
+    }
+    return request;
+}
+
+Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop)
+    : mLibrary(library)
+    , mRequest(request)
+    , mQueue(queue)
+    , mStop(std::move(stop))
+    , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
+    , mIndex(mCache.indexFolder())
+    , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
+    , mSpoolFolders(withFirst(library.cacheDirectory, temporaryFolders()))
+    , mSpills(library.threadCount, SpillFiles(withFirst(folderOf(request.outputFile), temporaryFolders())))
+    , mPlaces(request.subsounds.size())
+    , mKeptAt(time(nullptr))
+    , mDone(request.subsounds.size())
+{ }
+
+Status Build::run()
+{
+    Status status = runPhases();
+    const bool reportedAsSound = mFailedCount > 0 && !has(TARNOK_INIT_IGNORE_ERRORS);
+    if (!status && status.fault().code != TARNOK_ERR_CANCELLED && !reportedAsSound)
+        reportBank(TARNOK_STATE_FAILED, status.fault());
+    return status;
+}
+
+Status Build::runPhases()
+{
+    Outputs outputs;
+    if (Status status = openOutputs(&outputs); !status)
+        return status;
+    Result<KessSystem> engine = startEngine();
+    if (!engine)
+        return engine.fault();
+    mEngine = std::move(*engine);
+
+    const std::vector<size_t> order = longestFirst();
+    runOnWorkers(mLibrary.threadCount, order.size(), [&](size_t job, unsigned worker) {
+        if (!mStop.stop_requested())
+            buildSound({order[job], worker});
+    });
+    mIndex.save();
+    if (Status status = verdict(); !status)
+        return status;
+
+    reportBank(TARNOK_STATE_WRITING);
+    if (Status status = writeBank(&outputs); !status)
+        return status;
+    mCache.tidy(mStop);
+    return {};
+}
+
+// Before anything is encoded, so that a folder that can't be written is told at once and not after hours.
+Status Build::openOutputs(Outputs* outputs) const
+{
+    Result<AtomicOutput> bank = AtomicOutput::create(mRequest.outputFile);
+    if (!bank)
+        return bank.fault();
+    outputs->bank.emplace(std::move(*bank));
+    if (!has(TARNOK_INIT_CREATE_HEADER))
+        return {};
+    const std::string headerFile = std::string(withoutExtension(mRequest.outputFile)) + ".h";
+    if (headerFile == mRequest.outputFile)
+        return invalid("the bank and its C header would have the same name");
+    Result<AtomicOutput> header = AtomicOutput::create(headerFile);
+    if (!header)
+        return header.fault();
+    outputs->header.emplace(std::move(*header));
+    return {};
+}
+
+std::vector<size_t> Build::longestFirst() const
+{
+    std::vector<double> weights;
+    weights.reserve(mRequest.subsounds.size());
+    for (size_t index = 0; index < mRequest.subsounds.size() && !mStop.stop_requested(); ++index) {
+        double weight = 0;
+        for (const std::string& path : pathsOf(index)) {
+            if (const Result<FileStamp> stamp = stampOf(path))
+                weight += double(stamp->size) * expansion(path);
+        }
+        weights.push_back(weight);
+    }
+    weights.resize(mRequest.subsounds.size());
+    std::vector<size_t> order(weights.size());
+    std::iota(order.begin(), order.end(), size_t(0));
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t left, size_t right) { return weights[left] > weights[right]; });
+    return order;
+}
+
+std::vector<std::string> Build::pathsOf(size_t index) const
+{
+    const TARNOK_SUBSOUND& subsound = mRequest.subsounds[index];
+    return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
+}
+
+void Build::buildSound(const Task& task) noexcept
+{
+    try {
+        Result<StoredPlace> place = [&]() -> Result<StoredPlace> {
+            try {
+                return findOrEncode(task);
+            } catch (const std::bad_alloc&) {
+                return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+            } catch (const std::exception& exception) {
+                return Fault{TARNOK_ERR_ENCODER, exception.what()};
+            }
+        }();
+        if (!place) {
+            soundFailed(task, place.fault());
+            return;
+        }
+        mPlaces[task.index] = std::move(*place);
+        mDone[task.index] = true;
+        report(task, TARNOK_STATE_FINISHED);
+        keepUsedEntries();
+    } catch (...) {
+        // Not even the report of a failure could be stored. The sound has no place, and verdict() finds that.
+    }
+}
+
+Result<StoredPlace> Build::findOrEncode(const Task& task)
+{
+    const SoundSettings settings = SoundSettings::of(mRequest.order, mRequest.subsounds[task.index]);
+    const std::vector<std::string> paths = pathsOf(task.index);
+    if (!makeEncoder(settings.codec))
+        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
+                     std::string("the encoder module for ") + formatName(mRequest.order.format) + " is not installed"};
+
+    constexpr int attempts = 3;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        std::vector<SourceIdentity> identities;
+        std::vector<ContentHash> contents;
+        for (const std::string& path : paths) {
+            const Result<SourceIdentity> identity = mSources.identify(path, mStop);
+            if (!identity)
+                return identity.fault();
+            identities.push_back(*identity);
+            contents.push_back(identity->content);
+        }
+        const ContentHash key = settings.cacheKey(contents);
+        if (std::optional<CacheEntry> entry = mCache.find(key, mStop))
+            return StoredPlace::of(key, entry->dataBytes, entry->record);
+        if (mStop.stop_requested())
+            return cancelled();
+
+        Result<std::optional<StoredPlace>> place = encode(task, settings, paths, identities, key);
+        if (!place)
+            return place.fault();
+        if (*place)
+            return std::move(**place);
+    }
+    return Fault{TARNOK_ERR_FILE_OS,
+                 std::string(baseName(paths.front())) + ": another program keeps writing to this file"};
+}
+
+// The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
+// have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
+Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSettings& settings,
+                                                 std::span<const std::string> paths,
+                                                 std::span<const SourceIdentity> identities, const ContentHash& key)
+{
+    report(task, TARNOK_STATE_DECODING);
+    SoundPreparation preparation(settings, mSpoolFolders, mStop);
+    Status status = preparation.open(*mEngine, paths);
+    if (status) {
+        report(task, TARNOK_STATE_ANALYSING);
+        status = preparation.analyse();
+    }
+    if (status) {
+        report(task, TARNOK_STATE_PREPROCESSING);
+        status = preparation.preprocess();
+    }
+    bank::Sound sound;
+    EncodedFile file(mCache, mSpills[task.worker], mStop);
+    if (status) {
+        report(task, TARNOK_STATE_ENCODING);
+        status = encodeInto(file, preparation, settings, baseName(paths.front()), &sound);
+    }
+
+    // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
+    for (size_t i = 0; i < paths.size(); ++i) {
+        const Result<bool> same = mSources.unchanged(paths[i], identities[i], mStop);
+        if (same && !*same)
+            return std::optional<StoredPlace>();
+        if (!same && status)
+            return same.fault();
+    }
+    if (!status)
+        return status.fault();
+    report(task, TARNOK_STATE_WRITING);
+    Result<StoredPlace> place = file.finish(key, sound);
+    if (!place)
+        return place.fault();
+    return std::optional(std::move(*place));
+}
+
+Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
+                         std::string_view name, bank::Sound* sound)
+{
+    const std::unique_ptr<Encoder> encoder = makeEncoder(settings.codec);
+    const bank::Error error = encoder->encode(preparation.sound(), settings.quality, file, mStop, sound);
+    if (error == bank::Error::Io)
+        return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
+    if (error != bank::Error::None)
+        return faultOf(error, name);
+    preparation.complete(sound);
+    return {};
+}
+
+void Build::soundFailed(const Task& task, const Fault& fault)
+{
+    if (fault.code == TARNOK_ERR_CANCELLED)
+        return;
+    {
+        const std::lock_guard lock(mMutex);
+        if (mFailedCount++ == 0 || task.index < mFirstFailed) {
+            mFirstFailed = task.index;
+            mFirstFault = fault;
+        }
+    }
+    if (has(TARNOK_INIT_ALWAYS))
+        mQueue.post(int(task.index), int(task.worker), TARNOK_STATE_FAILED, fault.code, fault.text);
+}
+
+// A build may last longer than the time for which a used entry is safe from another build's tidying.
+void Build::keepUsedEntries()
+{
+    const int64_t now = time(nullptr);
+    int64_t keptAt = mKeptAt;
+    if (now - keptAt < keepEvery || !mKeptAt.compare_exchange_strong(keptAt, now))
+        return;
+    for (size_t index = 0; index < mPlaces.size() && !mStop.stop_requested(); ++index) {
+        if (mDone[index] && !mPlaces[index]->spilled)
+            mCache.keep(mPlaces[index]->key);
+    }
+}
+
+Status Build::verdict() const
+{
+    if (mStop.stop_requested())
+        return cancelled();
+    const auto placed =
+        size_t(std::count_if(mPlaces.begin(), mPlaces.end(), [](const auto& place) { return bool(place); }));
+    if (placed + mFailedCount < mPlaces.size())
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    if (mFailedCount == 0)
+        return {};
+    if (!has(TARNOK_INIT_IGNORE_ERRORS))
+        return mFirstFault;
+    if (placed == 0)
+        return Fault{TARNOK_ERR_CANNOT_CONTINUE, "none of the sounds could be built"};
+    return {};
+}
+
+Status Build::writeBank(Outputs* outputs)
+{
+    const unsigned flags = mRequest.order.flags;
+    const bank::Codec codec = bank::Codec(mRequest.order.format);
+    bank::BankWriter writer({.format = codec,
+                             .quality = mRequest.order.quality,
+                             .guid = !(flags & TARNOK_BUILD_NOGUID),
+                             .names = !(flags & TARNOK_BUILD_TNB5_DONTWRITENAMES)});
+    Stored stored(*this);
+    const auto failure = [&](bank::Error error) {
+        if (outputs->bank->fault().code != TARNOK_OK)
+            return outputs->bank->fault();
+        return stored.fault().code != TARNOK_OK ? stored.fault() : faultOf(error, baseName(mRequest.outputFile));
+    };
+
+    for (size_t index = 0; index < mPlaces.size(); ++index) {
+        if (mStop.stop_requested())
+            return cancelled();
+        const bank::Result<bank::Sound> sound = stored.sound(index);
+        if (!sound)
+            return failure(sound.error());
+        writer.add(soundName(mRequest.subsounds[index]), *sound);
+    }
+    const bank::Error error = mRequest.encryptionKey
+        ? writer.writeEncrypted(*outputs->bank, stored, *mRequest.encryptionKey, mStop)
+        : writer.write(*outputs->bank, stored, mStop);
+    if (error != bank::Error::None)
+        return failure(error);
+    if (Status status = outputs->bank->finish(); !status)
+        return status;
+    if (Status status = writeHeader(outputs); !status)
+        return status;
+
+    // Both files are complete on the disk by now. The bank comes first, so that no header is newer than its bank.
+    if (mStop.stop_requested())
+        return cancelled();
+    if (Status status = outputs->bank->commit(); !status)
+        return status;
+    return outputs->header ? outputs->header->commit() : Status();
+}
+
+Status Build::writeHeader(Outputs* outputs) const
+{
+    if (!outputs->header)
+        return {};
+    std::vector<std::string_view> names;
+    for (const TARNOK_SUBSOUND& subsound : mRequest.subsounds)
+        names.push_back(soundName(subsound));
+    const std::string text = cHeaderText(withoutExtension(baseName(mRequest.outputFile)), names);
+    if (outputs->header->write({reinterpret_cast<const uint8_t*>(text.data()), text.size()}) != bank::Error::None)
+        return outputs->header->fault();
+    return outputs->header->finish();
+}
+
+void Build::report(const Task& task, TARNOK_STATE state)
+{
+    if (has(TARNOK_INIT_ALWAYS))
+        mQueue.post(int(task.index), int(task.worker), state);
+}
+
+void Build::reportBank(TARNOK_STATE state, const Fault& fault)
+{
+    if (has(TARNOK_INIT_ALWAYS))
+        mQueue.post(-1, -1, state, fault.code, fault.text);
+}
+
+} // namespace tarnok

@@ -1,0 +1,85 @@
+#include "c_header.hpp"
+
+#include <cstdio>
+#include <unordered_set>
+#include <vector>
+
+namespace tarnok {
+
+namespace {
+
+bool isLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+// Not by <cctype>, whose answers change with the program's locale.
+std::string asIdentifier(std::string_view text, bool capitals)
+{
+    std::string identifier;
+    for (const char c : text) {
+        if (isLetter(c))
+            identifier += char(capitals ? c & ~0x20 : c | 0x20);
+        else
+            identifier += c >= '0' && c <= '9' ? c : '_';
+    }
+    return identifier;
+}
+
+// A prefix that begins an identifier by itself: leading underscores belong to the compiler.
+std::string asPrefix(std::string_view bankName, bool capitals)
+{
+    std::string prefix = asIdentifier(bankName, capitals);
+    if (prefix.empty() || !isLetter(prefix.front()))
+        prefix.insert(0, capitals ? "BANK_" : "bank_");
+    return prefix;
+}
+
+// Octal escapes always have three digits, so that a digit behind one can't become part of it. Question marks are
+// escaped because two of them begin a trigraph.
+std::string asLiteral(std::string_view text)
+{
+    std::string literal = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte >= 0x7f) {
+            char escape[5];
+            std::snprintf(escape, sizeof escape, "\\%03o", unsigned(byte));
+            literal += escape;
+        } else {
+            if (c == '"' || c == '\\' || c == '?')
+                literal += '\\';
+            literal += c;
+        }
+    }
+    return literal + "\"";
+}
+
+} // namespace
+
+std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)
+{
+    const std::string prefix = asPrefix(bankName, true);
+    const std::string guard = prefix + "_SOUNDS_H";
+    const std::string count = prefix + "_COUNT";
+    std::string text = "/* Sounds of a bank by index. Generated together with the bank; changes are lost. */\n";
+    text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
+    text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
+
+    std::unordered_set<std::string> used;
+    for (size_t index = 0; index < soundNames.size(); ++index) {
+        const std::string wanted = prefix + "_SOUND_" + asIdentifier(soundNames[index], true);
+        std::string identifier = wanted;
+        for (unsigned number = 2; !used.insert(identifier).second; ++number)
+            identifier = wanted + "_" + std::to_string(number);
+        text += "#define " + identifier + " " + std::to_string(index) + "\n";
+    }
+
+    text += "\nstatic const char* const " + asPrefix(bankName, false) + "_names[" + count + "] = {";
+    for (size_t index = 0; index < soundNames.size(); ++index)
+        text += (index == 0 ? "\n    " : ",\n    ") + asLiteral(soundNames[index]);
+    text += "\n};\n\n#endif\n";
+    return text;
+}
+
+} // namespace tarnok

@@ -1,0 +1,243 @@
+#include "cache.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarnok {
+
+namespace {
+
+constexpr char entryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '1'};
+constexpr std::string_view temporaryStem = "sound";
+constexpr uint64_t largestRecord = 256 << 20;
+constexpr size_t readBlock = 256 << 10;
+constexpr int64_t inUseFor = 3600; // seconds for which a used entry is safe from removal
+constexpr int64_t touchAfter = 600; // seconds after which another use is noted
+constexpr int64_t tidyEvery = 600; // seconds
+constexpr uint64_t tidyBytes = 256 << 20; // stored by one build, after which it tidies at once
+
+// Notes that an entry is in use. Entries of somebody else in a folder that is read-only for us can't be marked; they
+// are theirs to remove, too.
+void noteUse(int descriptor, const struct stat& status)
+{
+    if (status.st_mtim.tv_sec + touchAfter < time(nullptr))
+        futimens(descriptor, nullptr);
+}
+
+// Reads count bytes and answers whether their checksum is the expected one.
+bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, std::stop_token stop)
+{
+    RunningChecksum checksum;
+    std::vector<std::byte> buffer(std::min<uint64_t>(count, readBlock));
+    while (count > 0) {
+        const std::span piece(buffer.data(), std::min<uint64_t>(count, buffer.size()));
+        if (stop.stop_requested() || readAt(descriptor, piece, offset) != 0)
+            return false;
+        checksum.add(piece);
+        offset += piece.size();
+        count -= piece.size();
+    }
+    return checksum.value() == expected;
+}
+
+// Something other than a file may stand where an entry belongs, a folder for instance.
+void removeWhatever(const std::string& path)
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+// The limit may be set from outside: by a farm whose cache disk is larger, or smaller.
+uint64_t configuredLimit()
+{
+    const char* text = std::getenv("TARNOK_CACHE_LIMIT");
+    char* end = nullptr;
+    const uint64_t limit = text ? std::strtoull(text, &end, 10) : 0;
+    return limit > 0 && *end == '\0' ? limit : Cache::sizeLimit;
+}
+
+} // namespace
+
+EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
+                              std::span<const uint8_t> record)
+{
+    EntryHeader header{
+        {}, key.high, key.low, dataBytes, record.size(), dataChecksum, ContentHasher::checksum(std::as_bytes(record)),
+        0};
+    std::memcpy(header.magic, entryMagic, sizeof entryMagic);
+    header.headerChecksum =
+        ContentHasher::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
+    return header;
+}
+
+bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
+{
+    const auto bytes = std::as_bytes(std::span(this, 1));
+    return std::memcmp(magic, entryMagic, sizeof entryMagic) == 0
+        && ContentHasher::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum
+        && keyHigh == key.high && keyLow == key.low && recordBytes <= largestRecord && dataBytes <= fileBytes
+        && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
+}
+
+Cache::Cache(std::string directory, bool useEntries)
+    : mDirectory(std::move(directory))
+    , mUseEntries(useEntries)
+    , mLimit(configuredLimit())
+{
+    mkdir((mDirectory + "/sounds").c_str(), 0777);
+    mkdir(temporaryFolder().c_str(), 0777);
+    TemporaryFile::removeAbandoned(temporaryFolder(), temporaryStem);
+    TemporaryFile::removeAbandoned(indexFolder(), "index");
+}
+
+std::optional<CacheEntry> Cache::find(const ContentHash& key, std::stop_token stop)
+{
+    if (!mUseEntries)
+        return std::nullopt;
+    CacheEntry entry;
+    entry.file = reopen(key);
+    struct stat status;
+    EntryHeader header;
+    if (!entry.file || fstat(entry.file.get(), &status) != 0)
+        return std::nullopt;
+
+    const int descriptor = entry.file.get();
+    const auto headerBytes = std::as_writable_bytes(std::span(&header, 1));
+    bool intact = readAt(descriptor, headerBytes, 0) == 0 && header.valid(key, uint64_t(status.st_size));
+    if (intact) {
+        entry.dataBytes = header.dataBytes;
+        entry.record.resize(header.recordBytes);
+        const auto record = std::as_writable_bytes(std::span(entry.record));
+        intact = readAt(descriptor, record, sizeof header + header.dataBytes) == 0
+            && ContentHasher::checksum(record) == header.recordChecksum
+            && verify(descriptor, sizeof header, header.dataBytes, header.dataChecksum, stop);
+    }
+    // A damaged entry stays until store() puts another in its place: removing it here could hit the good one with which
+    // another process has replaced it meanwhile and on which that process relies.
+    if (!intact || stop.stop_requested())
+        return std::nullopt;
+    noteUse(descriptor, status);
+    return entry;
+}
+
+FileDescriptor Cache::reopen(const ContentHash& key, uint64_t* fileBytes) const
+{
+    FileDescriptor file(open(entryPath(key).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    struct stat status;
+    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return {};
+    if (fileBytes)
+        *fileBytes = uint64_t(status.st_size);
+    return file;
+}
+
+Result<TemporaryFile> Cache::newEntry()
+{
+    return TemporaryFile::create(temporaryFolder(), temporaryStem);
+}
+
+bool Cache::store(TemporaryFile* file, const ContentHash& key)
+{
+    const std::string path = entryPath(key);
+    struct stat status;
+    const uint64_t bytes = fstat(file->descriptor(), &status) == 0 ? uint64_t(status.st_size) : 0;
+    int error = file->commit(path);
+    if (error == ENOENT) {
+        mkdir(folderOf(path).c_str(), 0777);
+        error = file->commit(path);
+    } else if (error == EISDIR || error == ENOTEMPTY || error == EEXIST) {
+        removeWhatever(path);
+        error = file->commit(path);
+    }
+    if (error != 0)
+        return false;
+    const std::lock_guard lock(mMutex);
+    mStoredBytes += bytes;
+    return true;
+}
+
+void Cache::keep(const ContentHash& key) const
+{
+    if (const FileDescriptor file = reopen(key))
+        futimens(file.get(), nullptr);
+}
+
+void Cache::tidy(std::stop_token stop)
+{
+    if (!dueForTidying())
+        return;
+
+    struct Candidate
+    {
+        int64_t usedAt;
+        uint64_t bytes;
+        std::string path;
+    };
+    std::vector<Candidate> candidates;
+    uint64_t total = 0;
+    const int64_t newest = int64_t(time(nullptr)) - inUseFor;
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator entry(mDirectory + "/sounds", error), end;
+         !error && entry != end; entry.increment(error)) {
+        struct stat status;
+        if (stop.stop_requested())
+            return;
+        if (lstat(entry->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+            continue;
+        total += uint64_t(status.st_size);
+        if (status.st_mtim.tv_sec < newest)
+            candidates.push_back({status.st_mtim.tv_sec, uint64_t(status.st_size), entry->path().string()});
+    }
+    if (total <= mLimit)
+        return;
+
+    // Down to nine tenths, so that a full cache isn't tidied again by every build.
+    const uint64_t goal = mLimit - mLimit / 10;
+    std::sort(candidates.begin(), candidates.end(),
+              [](const Candidate& left, const Candidate& right) { return left.usedAt < right.usedAt; });
+    for (const Candidate& candidate : candidates) {
+        if (total <= goal || stop.stop_requested())
+            return;
+        if (unlink(candidate.path.c_str()) == 0)
+            total -= candidate.bytes;
+    }
+}
+
+// Two levels, since some file systems are slow with many thousand files in one folder.
+std::string Cache::entryPath(const ContentHash& key) const
+{
+    const std::string name = key.hex();
+    return mDirectory + "/sounds/" + name.substr(0, 2) + "/" + name.substr(2);
+}
+
+bool Cache::dueForTidying()
+{
+    uint64_t stored = 0;
+    {
+        const std::lock_guard lock(mMutex);
+        stored = std::exchange(mStoredBytes, 0);
+    }
+    if (stored == 0)
+        return false;
+
+    const std::string markPath = mDirectory + "/tidied";
+    struct stat status;
+    const bool recently = stat(markPath.c_str(), &status) == 0 && status.st_mtim.tv_sec + tidyEvery > time(nullptr);
+    if (recently && stored < tidyBytes && mLimit == sizeLimit)
+        return false;
+    const FileDescriptor mark(open(markPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
+    if (mark)
+        futimens(mark.get(), nullptr);
+    return true;
+}
+
+} // namespace tarnok

@@ -1,0 +1,95 @@
+// The folder of sounds that were encoded before.
+#pragma once
+
+#include "content_hash.hpp"
+#include "file.hpp"
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tarnok {
+
+// What stands in front of the encoded data in an entry of the cache; the sound's serialised form follows the data.
+// Little-endian.
+struct EntryHeader
+{
+    char magic[8];
+    uint64_t keyHigh;
+    uint64_t keyLow;
+    uint64_t dataBytes;
+    uint64_t recordBytes;
+    uint64_t dataChecksum; // XXH3-64, the one that the sound's record tells
+    uint64_t recordChecksum; // XXH3-64 of the serialised form
+    uint64_t headerChecksum; // XXH3-64 of the fields above
+
+    static EntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
+                            std::span<const uint8_t> record);
+    bool valid(const ContentHash& key, uint64_t fileBytes) const;
+};
+static_assert(sizeof(EntryHeader) == 64);
+
+// One encoded sound of the cache, found and verified.
+struct CacheEntry
+{
+    FileDescriptor file;
+    uint64_t dataBytes = 0;
+    std::vector<uint8_t> record;
+};
+
+// Entries are named by the hash of everything that decides about their content (content-addressed), so an entry never
+// changes and never goes out of date. It arrives by rename and carries checksums: whatever a crash, a full disk or a
+// curious person does to it, it is either right or found to be damaged and made again. Builds of several processes,
+// also on several machines, may share the folder.
+//
+// A folder that can't be written is no obstacle: nothing is kept then.
+class Cache
+{
+public:
+    // directory exists. With useEntries off nothing is found, though everything is stored.
+    Cache(std::string directory, bool useEntries);
+
+    const std::string& directory() const { return mDirectory; }
+    std::string indexFolder() const { return mDirectory + "/index"; }
+
+    // The entry of that key after all of it was read and compared with its checksums. A damaged one isn't
+    // there; it stays in its place until store() replaces it.
+    std::optional<CacheEntry> find(const ContentHash& key, std::stop_token stop);
+
+    // Opens an entry that was found or stored during this build, and tells the size of its file. Empty when somebody
+    // has removed it since.
+    FileDescriptor reopen(const ContentHash& key, uint64_t* fileBytes = nullptr) const;
+
+    // A file to encode into, to become an entry by store().
+    Result<TemporaryFile> newEntry();
+
+    // Makes file the entry of that key, in place of a damaged one. Answers whether that worked; if not, file remains.
+    bool store(TemporaryFile* file, const ContentHash& key);
+
+    // Puts off the removal of an entry that this build needs and found or stored long ago.
+    void keep(const ContentHash& key) const;
+
+    // Keeps the size of the folder in bounds: the entries that were not used for the longest time go first, except
+    // those of the last hour, which a running build may need. Looks at the folder only when something was stored and
+    // the last look was a while ago, since it means visiting each entry.
+    void tidy(std::stop_token stop);
+
+    // Upper size of all entries together, in bytes, unless the environment variable TARNOK_CACHE_LIMIT tells another.
+    static constexpr uint64_t sizeLimit = uint64_t(4) << 30;
+
+private:
+    std::string entryPath(const ContentHash& key) const;
+    std::string temporaryFolder() const { return mDirectory + "/incomplete"; }
+    bool dueForTidying();
+
+    std::string mDirectory;
+    bool mUseEntries;
+    uint64_t mLimit;
+    std::mutex mMutex;
+    uint64_t mStoredBytes = 0;
+};
+
+} // namespace tarnok

@@ -1,0 +1,51 @@
+// Changes the sample rate of a sound, without a seam where it loops.
+#pragma once
+
+#include "frame_source.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tarnok {
+
+// Where everything of a sound lies after resampling.
+//
+// A loop must be a whole number of samples long and begin on a sample. So a looping sound isn't resampled by exactly
+// toRate / fromRate, but by the nearest ratio that makes its loop whole: the pitch is off by at most one part in twice
+// the new loop length (0.02 cents for a loop of one second at 44.1 kHz, 8.6 cents for one of a hundred samples), and
+// the sound as a whole is moved by at most half a new sample, so that the loop's start lies on one.
+class ResamplingPlan
+{
+public:
+    // length is at least 1; a loop lies inside it.
+    ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate);
+
+    uint64_t length() const { return mLength; }
+    std::optional<bank::Loop> loop() const { return mLoop; }
+
+    // Where a position of the source is heard, rounded, at most length().
+    uint64_t place(uint64_t sourceFrame) const;
+
+private:
+    friend class Resampler;
+
+    uint64_t mSourceLength;
+    std::optional<bank::Loop> mSourceLoop;
+    double mInput = 1; // so many samples of the source ...
+    double mOutput = 1; // ... become so many
+    uint64_t mLength = 0;
+    std::optional<bank::Loop> mLoop;
+};
+
+// Resamples all of source by soxr at its very high quality (band up to 0.913 of the lower Nyquist frequency, images and
+// aliases below the resolution of 24 bits). At the end of a loop the filter hears the loop's start; before the start of
+// a sound that loops as a whole, the loop's end; elsewhere outside the sound, silence. spoolFolders: see FrameSpool.
+// toRate becomes the rate of the result.
+Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const ResamplingPlan& plan, double toRate,
+                                              const std::vector<std::string>& spoolFolders, std::stop_token stop);
+
+} // namespace tarnok

@@ -1,0 +1,201 @@
+#include "sound_preparation.hpp"
+
+#include "analysis.hpp"
+#include "file.hpp"
+#include "resampler.hpp"
+#include "source_file.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <tuple>
+
+namespace tarnok {
+
+// Presents frames from before the start to behind the end, as a listener of the loop hears them.
+class SoundPreparation::Looped final : public PreparedSound
+{
+public:
+    Looped(FrameSource& frames, std::optional<bank::Loop> loop)
+        : mFrames(frames)
+    {
+        const FrameFacts& facts = frames.facts();
+        mFacts.channels = facts.channels;
+        mFacts.sampleRate = uint32_t(std::lround(facts.sampleRate));
+        mFacts.sampleFormat = facts.sampleFormat;
+        mFacts.sampleCount = facts.length;
+        mFacts.loop = loop;
+    }
+
+    [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
+
+    bank::Error seek(int64_t position) override
+    {
+        mPosition = position;
+        return bank::Error::None;
+    }
+
+    bank::Error readFloat(float* frames, size_t count) override
+    {
+        return read(reinterpret_cast<uint8_t*>(frames), count, sizeof(float),
+                    [this](void* target, size_t run) { return mFrames.readFloat(static_cast<float*>(target), run); });
+    }
+
+    bank::Error readSamples(void* frames, size_t count) override
+    {
+        return read(static_cast<uint8_t*>(frames), count, bank::bytesPerSample(mFacts.sampleFormat),
+                    [this](void* target, size_t run) { return mFrames.readSamples(target, run); });
+    }
+
+    const Fault& fault() const { return mFault; }
+
+private:
+    template <typename ReadRun>
+    bank::Error read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
+    {
+        const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
+        while (count > 0) {
+            const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
+            const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
+            if (frame) {
+                Status status = mFrames.seek(*frame);
+                if (status)
+                    status = readRun(target, run);
+                if (!status) {
+                    mFault = status.fault();
+                    return bank::Error::Io;
+                }
+            } else {
+                std::fill_n(target, run * frameBytes, uint8_t(0));
+            }
+            target += run * frameBytes;
+            count -= run;
+            mPosition += int64_t(run);
+        }
+        return bank::Error::None;
+    }
+
+    // How many frames from the current position on follow each other in the sound, or are silent.
+    uint64_t runLength(std::optional<uint64_t> frame) const
+    {
+        const auto length = int64_t(mFacts.sampleCount);
+        if (!frame)
+            return mPosition < 0 ? uint64_t(-mPosition) : UINT64_MAX;
+        if (mPosition >= 0 && mPosition < length)
+            return uint64_t(length - mPosition);
+        const uint64_t run = mFacts.loop->end - *frame;
+        return mPosition < 0 ? std::min(run, uint64_t(-mPosition)) : run;
+    }
+
+    FrameSource& mFrames;
+    PreparedFacts mFacts;
+    int64_t mPosition = 0;
+    Fault mFault;
+};
+
+Status SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
+{
+    std::vector<std::unique_ptr<FrameSource>> parts;
+    double rate = 0;
+    int channels = 0;
+    for (const std::string& path : paths) {
+        if (mStop.stop_requested())
+            return cancelled();
+        Result<std::unique_ptr<SourceFile>> file = SourceFile::open(engine, path);
+        if (!file)
+            return file.fault();
+        const FrameFacts facts = (*file)->facts();
+        channels += facts.channels;
+        if (channels > maximumChannels(mSettings.codec))
+            return Fault{TARNOK_ERR_INVALID_FORMAT,
+                         std::string(baseName(path)) + ": " + std::to_string(channels)
+                             + " channels in one sound are more than " + formatName(TARNOK_FORMAT(mSettings.codec))
+                             + " takes (" + std::to_string(maximumChannels(mSettings.codec)) + ")"};
+        if (parts.empty())
+            rate = facts.sampleRate;
+        const ResamplingPlan plan(facts.length, std::nullopt, facts.sampleRate, rate);
+        if (const auto loop = (*file)->loop(); loop && !mLoop && mSettings.loop)
+            mLoop = bank::Loop{plan.place(loop->start), plan.place(loop->end)};
+        if (mSettings.syncPoints)
+            merge((*file)->syncPoints(), rate / facts.sampleRate);
+
+        Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(*file));
+        if (part && facts.sampleRate != rate)
+            part = resample(**part, plan, rate, mSpoolFolders, mStop);
+        if (!part)
+            return part.fault();
+        parts.push_back(std::move(*part));
+    }
+    mFrames = interleave(std::move(parts));
+    for (bank::SyncPoint& point : mSyncPoints)
+        point.sample = std::min(point.sample, mFrames->facts().length);
+    if (mSettings.loop && (!mLoop || mLoop->start >= mLoop->end))
+        mLoop = bank::Loop{0, mFrames->facts().length};
+    return {};
+}
+
+Status SoundPreparation::analyse()
+{
+    uint32_t lowestRate = 0;
+    if (mSettings.peak || mSettings.lowestRate) {
+        const Result<float> peak = tarnok::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
+        if (!peak)
+            return peak.fault();
+        if (mSettings.peak)
+            mPeak = *peak;
+    }
+    mRate = uint32_t(std::lround(mFrames->facts().sampleRate));
+    if (mSettings.desiredRate != 0)
+        mRate = mSettings.desiredRate;
+    else if (mSettings.lowestRate)
+        mRate = lowestRate;
+    mRate = encodingRate(mSettings.codec, mRate);
+    return {};
+}
+
+Status SoundPreparation::preprocess()
+{
+    const FrameFacts& facts = mFrames->facts();
+    if (mRate != uint32_t(std::lround(facts.sampleRate))) {
+        const ResamplingPlan plan(facts.length, mLoop, facts.sampleRate, mRate);
+        Result<std::unique_ptr<FrameSource>> resampled = resample(*mFrames, plan, mRate, mSpoolFolders, mStop);
+        if (!resampled)
+            return resampled.fault();
+        mFrames = std::move(*resampled);
+        mLoop = plan.loop();
+        for (bank::SyncPoint& point : mSyncPoints)
+            point.sample = plan.place(point.sample);
+    }
+    mPrepared = std::make_shared<Looped>(*mFrames, mLoop);
+    return {};
+}
+
+PreparedSound& SoundPreparation::sound()
+{
+    return *mPrepared;
+}
+
+const Fault& SoundPreparation::fault() const
+{
+    return mPrepared->fault();
+}
+
+void SoundPreparation::complete(bank::Sound* encoded) const
+{
+    encoded->syncPoints = mSyncPoints;
+    encoded->peak = mPeak;
+}
+
+// Files of one recording often carry the same markers; each is kept once.
+void SoundPreparation::merge(std::vector<bank::SyncPoint> points, double scale)
+{
+    for (bank::SyncPoint& point : points)
+        point.sample = uint64_t(std::llround(double(point.sample) * scale));
+    mSyncPoints.insert(mSyncPoints.end(), points.begin(), points.end());
+    const auto order = [](const bank::SyncPoint& left, const bank::SyncPoint& right) {
+        return std::tie(left.sample, left.name) < std::tie(right.sample, right.name);
+    };
+    std::sort(mSyncPoints.begin(), mSyncPoints.end(), order);
+    mSyncPoints.erase(std::unique(mSyncPoints.begin(), mSyncPoints.end()), mSyncPoints.end());
+}
+
+} // namespace tarnok

@@ -1,0 +1,63 @@
+// From the files of one sound to the samples that its encoder gets.
+#pragma once
+
+#include "encoder.hpp"
+#include "frame_source.hpp"
+#include "kess.hpp"
+#include "sound_settings.hpp"
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tarnok {
+
+// The steps of one sound, to be called in this order.
+//
+// The loop is that of the first file that has one, otherwise the whole sound; none when looping is off. The sync points
+// of all files are merged. Files whose rate differs from the first one's are resampled to it, each from its own start;
+// lengths may differ, and the end of shorter ones is silent.
+class SoundPreparation
+{
+public:
+    // spoolFolders: where long intermediate results may lie (see FrameSpool).
+    SoundPreparation(const SoundSettings& settings, std::vector<std::string> spoolFolders, std::stop_token stop)
+        : mSettings(settings)
+        , mSpoolFolders(std::move(spoolFolders))
+        , mStop(std::move(stop))
+    { }
+
+    // Opens the files and puts them side by side.
+    Status open(KESS::System& engine, std::span<const std::string> paths);
+
+    // Finds loop, peak and the rate to encode at.
+    Status analyse();
+
+    // Resamples where that is wanted.
+    Status preprocess();
+
+    // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
+    PreparedSound& sound();
+    const Fault& fault() const;
+    void complete(bank::Sound* encoded) const;
+
+private:
+    class Looped;
+
+    void merge(std::vector<bank::SyncPoint> points, double scale);
+
+    SoundSettings mSettings;
+    std::vector<std::string> mSpoolFolders;
+    std::stop_token mStop;
+    std::unique_ptr<FrameSource> mFrames;
+    std::optional<bank::Loop> mLoop;
+    std::vector<bank::SyncPoint> mSyncPoints;
+    std::optional<float> mPeak;
+    uint32_t mRate = 0; // to encode at, hertz
+    std::shared_ptr<Looped> mPrepared;
+};
+
+} // namespace tarnok

@@ -1,0 +1,80 @@
+#include "sound_settings.hpp"
+
+#include "encoder.hpp"
+
+#include <soxr.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace tarnok {
+
+namespace {
+
+// To be raised whenever the same source and settings come out differently because of the code between the source and
+// the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
+constexpr uint64_t pipelineRevision = 1;
+
+} // namespace
+
+SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& subsound)
+{
+    const unsigned flags = order.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
+    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : order.quality;
+
+    SoundSettings settings;
+    settings.codec = bank::Codec(order.format);
+    settings.quality = hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
+    settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
+    settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
+    settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;
+    settings.desiredRate = uint32_t(std::lround(subsound.desiredSampleRate));
+    settings.lowestRate = (flags & TARNOK_BUILD_OPTIMIZESAMPLERATE) && settings.desiredRate == 0;
+    return settings;
+}
+
+bool SoundSettings::isRate(float desiredSampleRate)
+{
+    return desiredSampleRate == 0 || (desiredSampleRate >= 1 && desiredSampleRate <= float(bank::kMaximumSampleRate));
+}
+
+ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
+{
+    ContentHasher hasher;
+    hasher.addNumber(pipelineRevision);
+    hasher.addText(soxr_version());
+    hasher.addNumber(uint64_t(codec));
+    hasher.addText(encoderVersion(codec));
+    for (const uint64_t setting : {uint64_t(quality), uint64_t(loop), uint64_t(syncPoints), uint64_t(peak),
+                                   uint64_t(lowestRate), uint64_t(desiredRate)})
+        hasher.addNumber(setting);
+    hasher.addNumber(sources.size());
+    for (const ContentHash& source : sources) {
+        hasher.addNumber(source.high);
+        hasher.addNumber(source.low);
+    }
+    return hasher.digest();
+}
+
+const char* formatName(TARNOK_FORMAT format)
+{
+    switch (format) {
+    case TARNOK_FORMAT_PCM:
+        return "PCM";
+    case TARNOK_FORMAT_XMA:
+        return "XMA";
+    case TARNOK_FORMAT_AT9:
+        return "AT9";
+    case TARNOK_FORMAT_VORBIS:
+        return "Vorbis";
+    case TARNOK_FORMAT_KADPCM:
+        return "KADPCM";
+    case TARNOK_FORMAT_OPUS:
+        return "Opus";
+    case TARNOK_FORMAT_FORCEINT:
+        break;
+    }
+    return "unknown";
+}
+
+} // namespace tarnok

@@ -1,0 +1,46 @@
+// The settings of one sound, after its overrides.
+#pragma once
+
+#include "bank/sound.hpp"
+#include "content_hash.hpp"
+#include "tarnok.h"
+
+#include <span>
+#include <string>
+
+namespace tarnok {
+
+// The settings of the build as a whole.
+struct BankOrder
+{
+    TARNOK_FORMAT format = TARNOK_FORMAT_PCM;
+    unsigned flags = 0;
+    unsigned quality = 0; // 0 to 100
+};
+
+struct SoundSettings
+{
+    bank::Codec codec = bank::Codec::Pcm;
+    int quality = 1; // 1 to 100; 1 for codecs that have none
+    bool loop = true;
+    bool syncPoints = true;
+    bool peak = false;
+    bool lowestRate = false; // find the lowest rate that keeps what is audible
+    uint32_t desiredRate = 0; // hertz, 0: that of the source
+
+    // Applies the overrides of one sound. desiredSampleRate has been checked (see isRate). A wish for a rate is
+    // explicit, so the search for the lowest one doesn't apply then. Flags that only XMA knows have no effect here.
+    static SoundSettings of(const BankOrder& order, const TARNOK_SUBSOUND& subsound);
+
+    // Whether a desired sample rate is one: 0, or 1 to bank::kMaximumSampleRate.
+    static bool isRate(float desiredSampleRate);
+
+    // The key in the cache of a sound with these settings made of these sources, in this order: everything that decides
+    // about its bytes.
+    ContentHash cacheKey(std::span<const ContentHash> sources) const;
+};
+
+// The name of a format as a sound designer knows it.
+const char* formatName(TARNOK_FORMAT format);
+
+} // namespace tarnok

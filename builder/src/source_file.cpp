@@ -1,0 +1,218 @@
+#include "source_file.hpp"
+
+#include "file.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace tarnok {
+
+namespace {
+
+constexpr unsigned openMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
+
+// What kind of file it is instead of a sound, or null.
+const char* refusal(KESS_SOUND_TYPE type)
+{
+    switch (type) {
+    case KESS_SOUND_TYPE_DLS:
+        return "this is an instrument bank, which holds no sound by itself";
+    case KESS_SOUND_TYPE_IT:
+    case KESS_SOUND_TYPE_MOD:
+    case KESS_SOUND_TYPE_S3M:
+    case KESS_SOUND_TYPE_XM:
+        return "this is tracker music, which can't be built into a bank";
+    case KESS_SOUND_TYPE_MIDI:
+        return "this is MIDI music, which can't be built into a bank";
+    case KESS_SOUND_TYPE_PLAYLIST:
+        return "this is a playlist, not a sound";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+Result<KessSystem> startEngine()
+{
+    KESS::System* system = nullptr;
+    KESS_RESULT result = KESS_System_Create(&system, KESS_VERSION);
+    KessSystem engine(system);
+    if (result == KESS_OK)
+        result = engine->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
+    if (result == KESS_OK)
+        result = engine->init(0, 0, nullptr);
+    if (result != KESS_OK)
+        return Fault{TARNOK_ERR_KESS, std::string("the audio engine does not start: ") + KESS_ErrorString(result)};
+    return engine;
+}
+
+Result<std::unique_ptr<SourceFile>> SourceFile::open(KESS::System& engine, const std::string& path)
+{
+    KESS::Sound* sound = nullptr;
+    const KESS_RESULT result = engine.createSound(path.c_str(), openMode, nullptr, &sound);
+    std::unique_ptr<SourceFile> file(new SourceFile(path, sound));
+    if (result != KESS_OK)
+        return file->faultOf(result);
+    if (Status status = file->readFacts(); !status)
+        return status.fault();
+    return file;
+}
+
+Status SourceFile::seek(uint64_t frame)
+{
+    if (frame == mPosition)
+        return {};
+    const KESS_RESULT result = mSound->seekData(frame);
+    if (result != KESS_OK)
+        return faultOf(result);
+    mPosition = frame;
+    return {};
+}
+
+Status SourceFile::readFloat(float* frames, size_t count)
+{
+    const auto channels = size_t(mFacts.channels);
+    float* const first = frames;
+    size_t left = count;
+    while (left > 0) {
+        unsigned got = 0;
+        const auto wanted = unsigned(std::min<size_t>(left, 1 << 20));
+        const KESS_RESULT result = mSound->readFloat(frames, wanted, &got);
+        if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
+            return faultOf(result);
+        if (got == 0)
+            return endsEarly();
+        frames += got * channels;
+        left -= got;
+        mPosition += got;
+    }
+    if (mFacts.sampleFormat == bank::SampleFormat::Float)
+        std::replace_if(
+            first, frames, [](float sample) { return std::isnan(sample); }, 0.0f);
+    return {};
+}
+
+Status SourceFile::readSamples(void* frames, size_t count)
+{
+    const size_t frameBytes = size_t(mFacts.channels) * bank::bytesPerSample(mFacts.sampleFormat);
+    auto* target = static_cast<uint8_t*>(frames);
+    while (count > 0) {
+        unsigned got = 0;
+        const size_t wanted = std::min<size_t>(count, (4 << 20) / frameBytes);
+        const KESS_RESULT result = mSound->readData(target, unsigned(wanted * frameBytes), &got);
+        if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
+            return faultOf(result);
+        if (got < frameBytes)
+            return endsEarly();
+        target += got;
+        count -= got / frameBytes;
+        mPosition += got / frameBytes;
+    }
+    return {};
+}
+
+std::optional<bank::Loop> SourceFile::loop() const
+{
+    bank::Loop loop;
+    if (mSound->getLoopPoints(&loop.start, &loop.end) != KESS_OK || loop.start >= loop.end || loop.end > mFacts.length)
+        return std::nullopt;
+    return loop;
+}
+
+std::vector<bank::SyncPoint> SourceFile::syncPoints() const
+{
+    std::vector<bank::SyncPoint> points;
+    int count = 0;
+    if (mSound->getNumSyncPoints(&count) != KESS_OK)
+        return points;
+    for (int index = 0; index < count; ++index) {
+        char name[1024] = "";
+        uint64_t sample = 0;
+        const KESS_RESULT result = mSound->getSyncPoint(index, &sample, name, sizeof name);
+        if ((result == KESS_OK || result == KESS_ERR_TRUNCATED) && sample <= mFacts.length)
+            points.push_back({sample, name});
+    }
+    return points;
+}
+
+Status SourceFile::checkBank()
+{
+    const std::string name(baseName(mPath));
+    bool encrypted = false;
+    if (mSound->isEncrypted(&encrypted) == KESS_OK && encrypted)
+        return Fault{TARNOK_ERR_INVALID_FORMAT, name + ": this bank is encrypted and can't be used as a source"};
+    int sounds = 0;
+    if (const KESS_RESULT result = mSound->getNumSubSounds(&sounds); result != KESS_OK)
+        return faultOf(result);
+    if (sounds != 1)
+        return Fault{TARNOK_ERR_INVALID_FORMAT,
+                     name + ": this bank holds " + std::to_string(sounds)
+                         + " sounds; only a bank of exactly one can be used as a source"};
+    return {};
+}
+
+Status SourceFile::readFacts()
+{
+    KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
+    KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE;
+    float rate = 0;
+    if (const KESS_RESULT result = mSound->getFormat(&type, &format, &mFacts.channels, nullptr); result != KESS_OK)
+        return faultOf(result);
+    if (const char* reason = refusal(type))
+        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": " + reason};
+    if (type == KESS_SOUND_TYPE_TNB) {
+        if (Status status = checkBank(); !status)
+            return status;
+    }
+    KESS_RESULT result = mSound->getDefaults(&rate, nullptr);
+    if (result == KESS_OK)
+        result = mSound->getSampleCount(&mFacts.length);
+    if (result != KESS_OK)
+        return faultOf(result);
+
+    mFacts.sampleRate = rate;
+    mFacts.sampleFormat = bank::SampleFormat(format);
+    if (mFacts.length == 0)
+        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file holds no samples"};
+    if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
+        || mFacts.channels > bank::kMaximumChannels || !(rate >= 1 && rate <= float(bank::kMaximumSampleRate)))
+        return Fault{TARNOK_ERR_INVALID_FORMAT,
+                     std::string(baseName(mPath)) + ": the file's kind of samples is unknown"};
+    return {};
+}
+
+Fault SourceFile::endsEarly() const
+{
+    char text[160];
+    std::snprintf(text, sizeof text, ": the file is damaged or cut short: its sound ends after %.1f of %.1f seconds",
+                  double(mPosition) / mFacts.sampleRate, double(mFacts.length) / mFacts.sampleRate);
+    return {TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + text};
+}
+
+Fault SourceFile::faultOf(KESS_RESULT result) const
+{
+    const std::string name(baseName(mPath));
+    switch (result) {
+    case KESS_ERR_FILE_NOTFOUND:
+        return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + mPath + ")"};
+    case KESS_ERR_FILE_BAD:
+        return {TARNOK_ERR_INVALID_FORMAT, name + ": the file is damaged or cut short"};
+    case KESS_ERR_FILE_COULDNOTSEEK:
+        return {TARNOK_ERR_INVALID_FORMAT, name + ": the file can't be read from any place but its start"};
+    case KESS_ERR_FORMAT:
+        return {TARNOK_ERR_INVALID_FORMAT, name + ": this is not a kind of sound file that can be read here"};
+    case KESS_ERR_TOOMANYCHANNELS:
+        return {TARNOK_ERR_INVALID_FORMAT,
+                name + ": the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels"};
+    case KESS_ERR_VERSION:
+        return {TARNOK_ERR_INVALID_FORMAT, name + ": this bank was made by a newer version"};
+    case KESS_ERR_MEMORY:
+        return {TARNOK_ERR_MEMORY, name + ": out of memory"};
+    default:
+        return {TARNOK_ERR_KESS, name + ": the audio engine fails: " + KESS_ErrorString(result)};
+    }
+}
+
+} // namespace tarnok

@@ -1,0 +1,92 @@
+#include "source_identity.hpp"
+
+#include <ctime>
+#include <vector>
+
+#include <fcntl.h>
+
+namespace tarnok {
+
+namespace {
+
+constexpr size_t readBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
+
+int64_t nanosecondsNow()
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+// Reads to the end, whatever length the file was said to have: it may be growing.
+Result<ContentHash> hashFile(int descriptor, const std::string& path, std::stop_token stop)
+{
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    ContentHasher hasher;
+    std::vector<std::byte> buffer(readBlock);
+    for (;;) {
+        if (stop.stop_requested())
+            return cancelled();
+        const Result<size_t> got = readSome(descriptor, buffer, path);
+        if (!got)
+            return got.fault();
+        if (*got == 0)
+            return hasher.digest();
+        hasher.add(std::span(buffer.data(), *got));
+    }
+}
+
+} // namespace
+
+Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::stop_token stop)
+{
+    constexpr int attempts = 3;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        const int64_t startedAt = nanosecondsNow();
+        SourceIdentity identity;
+        const Result<FileDescriptor> file = openForReading(path, &identity.stamp);
+        if (!file)
+            return file.fault();
+        identity.settled = SourceIndex::isSettled(identity.stamp, startedAt);
+        if (mUseIndex) {
+            if (const auto known = mIndex.find(path, identity.stamp)) {
+                identity.content = *known;
+                return identity;
+            }
+        }
+
+        const Result<ContentHash> content = hashFile(file->get(), path, stop);
+        if (!content)
+            return content.fault();
+        identity.content = *content;
+        const Result<FileStamp> after = stampOf(path);
+        if (!after)
+            return after.fault();
+        if (*after != identity.stamp)
+            continue;
+        if (identity.settled)
+            mIndex.remember(path, identity.stamp, identity.content);
+        return identity;
+    }
+    return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(path)) + ": another program keeps writing to this file"};
+}
+
+// A settled stamp answers by itself. One that isn't settled doesn't tell a content from another that was written in
+// the same tick of the clock, so the file is read again.
+Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, std::stop_token stop)
+{
+    FileStamp stamp;
+    const Result<FileDescriptor> file = openForReading(path, &stamp);
+    if (!file)
+        return file.fault();
+    if (stamp != identity.stamp)
+        return false;
+    if (identity.settled)
+        return true;
+    const Result<ContentHash> content = hashFile(file->get(), path, stop);
+    if (!content)
+        return content.fault();
+    return *content == identity.content;
+}
+
+} // namespace tarnok

@@ -1,0 +1,43 @@
+// Which content a source file has, and whether it still has it.
+#pragma once
+
+#include "content_hash.hpp"
+#include "fault.hpp"
+#include "file.hpp"
+#include "source_index.hpp"
+
+#include <stop_token>
+#include <string>
+
+namespace tarnok {
+
+// The content of a file at one moment.
+struct SourceIdentity
+{
+    ContentHash content;
+    FileStamp stamp;
+    bool settled = false; // every later content will have another stamp
+};
+
+class SourceIdentifier
+{
+public:
+    // useIndex off: every file is hashed, whatever the index knows.
+    SourceIdentifier(SourceIndex& index, bool useIndex)
+        : mIndex(index)
+        , mUseIndex(useIndex)
+    { }
+
+    // Finds the content of the file, by the index or by reading it all.
+    Result<SourceIdentity> identify(const std::string& path, std::stop_token stop);
+
+    // Whether the file, having been read by somebody else since, still has the content that was identified. If it has
+    // not, what was read must not be kept under the hash of the former content.
+    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, std::stop_token stop);
+
+private:
+    SourceIndex& mIndex;
+    bool mUseIndex;
+};
+
+} // namespace tarnok

@@ -1,0 +1,177 @@
+#include "source_index.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <tuple>
+
+#include <ctime>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarnok {
+
+namespace {
+
+constexpr char magic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '1'};
+constexpr std::string_view segmentSuffix = ".index";
+constexpr size_t mostRecords = 200'000; // 8 MB
+constexpr size_t mostSegments = 8;
+constexpr int64_t renewAfter = 24 * 3600;
+constexpr int64_t forgetAfter = 60 * 24 * 3600;
+constexpr int64_t coarsestClock = 2'100'000'000; // nanoseconds
+
+int64_t now()
+{
+    return int64_t(time(nullptr));
+}
+
+ContentHash sourceHash(std::string_view path, const FileStamp& stamp)
+{
+    ContentHasher hasher;
+    hasher.addText(path);
+    for (const uint64_t number :
+         {stamp.device, stamp.inode, stamp.size, uint64_t(stamp.modified), uint64_t(stamp.changed)})
+        hasher.addNumber(number);
+    return hasher.digest();
+}
+
+} // namespace
+
+struct SourceIndex::SegmentHeader
+{
+    char magic[8];
+    uint64_t count;
+    uint64_t checksum; // of the records
+};
+
+SourceIndex::SourceIndex(std::string folder)
+    : mFolder(std::move(folder))
+{
+    if (mFolder.empty())
+        return;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(mFolder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string path = entry->path().string();
+        if (!path.ends_with(segmentSuffix))
+            continue;
+        if (readSegment(path, &mKnown))
+            mSegments.push_back(path);
+    }
+    // Where a source stands twice, the record used last comes first, and find takes the first.
+    std::sort(mKnown.begin(), mKnown.end(), [](const Record& left, const Record& right) {
+        return std::tie(left.source, right.usedAt) < std::tie(right.source, left.usedAt);
+    });
+    const auto repeated = std::unique(mKnown.begin(), mKnown.end(), [](const Record& left, const Record& right) {
+        return left.source == right.source;
+    });
+    mKnown.erase(repeated, mKnown.end());
+}
+
+std::optional<ContentHash> SourceIndex::find(std::string_view path, const FileStamp& stamp)
+{
+    Record wanted{sourceHash(path, stamp), {}, 0};
+    const auto found = std::lower_bound(mKnown.begin(), mKnown.end(), wanted);
+    if (found == mKnown.end() || found->source != wanted.source)
+        return std::nullopt;
+    if (found->usedAt + renewAfter < now()) {
+        const std::lock_guard lock(mMutex);
+        mLearned.push_back({found->source, found->content, now()});
+    }
+    return found->content;
+}
+
+void SourceIndex::remember(std::string_view path, const FileStamp& stamp, const ContentHash& hash)
+{
+    if (mFolder.empty())
+        return;
+    const Record record{sourceHash(path, stamp), hash, now()};
+    const std::lock_guard lock(mMutex);
+    if (mLearned.size() < mostRecords)
+        mLearned.push_back(record);
+}
+
+void SourceIndex::save()
+{
+    const std::lock_guard lock(mMutex);
+    if (mFolder.empty() || mLearned.empty())
+        return;
+    if (mSegments.size() >= mostSegments)
+        merge();
+    else
+        writeSegment(mLearned);
+    mLearned.clear();
+}
+
+bool SourceIndex::isSettled(const FileStamp& stamp, int64_t at)
+{
+    return std::max(stamp.modified, stamp.changed) < at - coarsestClock;
+}
+
+// A segment that can't be used is removed; what can't even be read is left to its owner.
+bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* records) const
+{
+    FileStamp stamp;
+    const Result<FileDescriptor> file = openForReading(path, &stamp);
+    if (!file)
+        return false;
+
+    SegmentHeader header;
+    bool sound = readAt(file->get(), std::as_writable_bytes(std::span(&header, 1)), 0) == 0
+        && std::memcmp(header.magic, magic, sizeof magic) == 0 && header.count <= 2 * mostRecords
+        && stamp.size == sizeof header + header.count * sizeof(Record);
+    if (sound && records->size() + header.count > 2 * mostRecords)
+        return true; // more than anybody keeps: the next merge drops it
+    if (sound) {
+        std::vector<Record> read(header.count);
+        const auto bytes = std::as_writable_bytes(std::span(read));
+        sound = readAt(file->get(), bytes, sizeof header) == 0 && ContentHasher::checksum(bytes) == header.checksum;
+        if (sound)
+            records->insert(records->end(), read.begin(), read.end());
+    }
+    if (!sound)
+        unlink(path.c_str());
+    return sound;
+}
+
+bool SourceIndex::writeSegment(const std::vector<Record>& records) const
+{
+    static_assert(sizeof(Record) == 40);
+    mkdir(mFolder.c_str(), 0777);
+    Result<TemporaryFile> file = TemporaryFile::create(mFolder, "index");
+    if (!file)
+        return false;
+
+    const auto bytes = std::as_bytes(std::span(records));
+    SegmentHeader header{{}, records.size(), ContentHasher::checksum(bytes)};
+    std::memcpy(header.magic, magic, sizeof magic);
+    if (writeAt(file->descriptor(), std::as_bytes(std::span(&header, 1)), 0) != 0
+        || writeAt(file->descriptor(), bytes, sizeof header) != 0)
+        return false;
+
+    ContentHasher name;
+    name.add(bytes);
+    name.addNumber(uint64_t(getpid()));
+    return file->commit(mFolder + "/" + name.digest().hex() + std::string(segmentSuffix)) == 0;
+}
+
+void SourceIndex::merge()
+{
+    std::vector<Record> all = mLearned;
+    const int64_t oldest = now() - forgetAfter;
+    std::copy_if(mKnown.begin(), mKnown.end(), std::back_inserter(all),
+                 [oldest](const Record& record) { return record.usedAt > oldest; });
+    if (all.size() > mostRecords) {
+        std::nth_element(all.begin(), all.begin() + mostRecords, all.end(),
+                         [](const Record& left, const Record& right) { return left.usedAt > right.usedAt; });
+        all.resize(mostRecords);
+    }
+    if (!writeSegment(all))
+        return;
+    for (const std::string& segment : mSegments)
+        unlink(segment.c_str());
+}
+
+} // namespace tarnok
