@@ -1,0 +1,32 @@
+// XXH3-64, the checksum of headers, tables, chunks and sample data: against damage, not against forgery.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+struct XXH3_state_s;
+
+namespace bank {
+
+[[nodiscard]] uint64_t checksum(std::span<const uint8_t> bytes);
+
+// The same over bytes that arrive piece by piece.
+class RunningChecksum
+{
+public:
+    RunningChecksum();
+    ~RunningChecksum();
+
+    void add(std::span<const uint8_t> bytes);
+    [[nodiscard]] uint64_t value() const;
+
+private:
+    struct Free
+    {
+        void operator()(XXH3_state_s* state) const;
+    };
+    std::unique_ptr<XXH3_state_s, Free> mState;
+};
+
+} // namespace bank

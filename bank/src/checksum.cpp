@@ -1,0 +1,39 @@
+#include "bank/checksum.hpp"
+
+#include <xxhash.h>
+
+#include <new>
+
+namespace bank {
+
+uint64_t checksum(std::span<const uint8_t> bytes)
+{
+    return XXH3_64bits(bytes.data(), bytes.size());
+}
+
+void RunningChecksum::Free::operator()(XXH3_state_s* state) const
+{
+    XXH3_freeState(state);
+}
+
+RunningChecksum::RunningChecksum()
+    : mState(XXH3_createState())
+{
+    if (!mState)
+        throw std::bad_alloc();
+    XXH3_64bits_reset(mState.get());
+}
+
+RunningChecksum::~RunningChecksum() = default;
+
+void RunningChecksum::add(std::span<const uint8_t> bytes)
+{
+    XXH3_64bits_update(mState.get(), bytes.data(), bytes.size());
+}
+
+uint64_t RunningChecksum::value() const
+{
+    return XXH3_64bits_digest(mState.get());
+}
+
+} // namespace bank

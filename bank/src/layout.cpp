@@ -1,0 +1,375 @@
+#include "layout.hpp"
+
+#include "bank/checksum.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace bank::layout {
+
+namespace {
+
+// No codec of ours gives more samples than this for one byte: a Vorbis block of 8,192 samples needs a packet.
+constexpr uint64_t kMaximumSamplesPerByte = 8192;
+
+// A length that no sound reaches, below which sums of positions can't overflow.
+constexpr uint64_t kMaximumSampleCount = uint64_t(1) << 48;
+
+constexpr uint32_t tagOf(const char (&text)[5])
+{
+    return uint32_t(uint8_t(text[0])) | uint32_t(uint8_t(text[1])) << 8 | uint32_t(uint8_t(text[2])) << 16
+        | uint32_t(uint8_t(text[3])) << 24;
+}
+
+constexpr uint32_t kTagLoop = tagOf("LOOP");
+constexpr uint32_t kTagPeak = tagOf("PEAK");
+constexpr uint32_t kTagSync = tagOf("SYNC");
+constexpr uint32_t kTagSeek = tagOf("SEEK");
+
+void appendChunk(std::vector<uint8_t>& chunks, uint32_t tag, std::span<const uint8_t> payload)
+{
+    appendLittle(chunks, tag);
+    appendLittle(chunks, uint32_t(payload.size()));
+    chunks.insert(chunks.end(), payload.begin(), payload.end());
+}
+
+std::vector<uint8_t> packSyncPoints(const std::vector<SyncPoint>& points)
+{
+    std::vector<uint8_t> payload;
+    for (const SyncPoint& point : points) {
+        appendLittle(payload, point.sample);
+        appendLittle(payload, uint32_t(point.name.size()));
+        payload.insert(payload.end(), point.name.begin(), point.name.end());
+    }
+    return payload;
+}
+
+std::vector<uint8_t> packSeekPoints(const std::vector<SeekPoint>& points)
+{
+    std::vector<uint8_t> payload;
+    payload.reserve(points.size() * 16);
+    for (const SeekPoint& point : points) {
+        appendLittle(payload, point.position);
+        appendLittle(payload, point.offset);
+    }
+    return payload;
+}
+
+bool unpackLoop(std::span<const uint8_t> payload, Sound* sound)
+{
+    if (payload.size() < 16)
+        return false;
+    const Loop loop{loadLittle<uint64_t>(payload.data()), loadLittle<uint64_t>(payload.data() + 8)};
+    if (loop.start >= loop.end || loop.end > sound->sampleCount)
+        return false;
+    sound->loop = loop;
+    return true;
+}
+
+bool unpackPeak(std::span<const uint8_t> payload, Sound* sound)
+{
+    if (payload.size() < 4)
+        return false;
+    const float peak = loadLittle<float>(payload.data());
+    if (!(peak >= 0 && peak <= std::numeric_limits<float>::max()))
+        return false;
+    sound->peak = peak;
+    return true;
+}
+
+bool unpackSyncPoints(std::span<const uint8_t> payload, Sound* sound)
+{
+    sound->syncPoints.clear();
+    uint64_t last = 0;
+    while (!payload.empty()) {
+        if (payload.size() < 12)
+            return false;
+        const uint64_t sample = loadLittle<uint64_t>(payload.data());
+        const uint32_t nameBytes = loadLittle<uint32_t>(payload.data() + 8);
+        payload = payload.subspan(12);
+        if (sample < last || sample > sound->sampleCount || nameBytes > payload.size())
+            return false;
+        sound->syncPoints.push_back({sample, std::string(payload.begin(), payload.begin() + nameBytes)});
+        payload = payload.subspan(nameBytes);
+        last = sample;
+    }
+    return true;
+}
+
+bool unpackSeekPoints(std::span<const uint8_t> payload, Sound* sound)
+{
+    if (payload.size() % 16 != 0)
+        return false;
+    sound->seekPoints.clear();
+    sound->seekPoints.reserve(payload.size() / 16);
+    SeekPoint last;
+    for (; !payload.empty(); payload = payload.subspan(16)) {
+        const SeekPoint point{loadLittle<uint64_t>(payload.data()), loadLittle<uint64_t>(payload.data() + 8)};
+        if (point.position <= last.position || point.offset <= last.offset || point.offset >= sound->dataBytes
+            || point.position > sound->leadIn + sound->sampleCount)
+            return false;
+        sound->seekPoints.push_back(point);
+        last = point;
+    }
+    return true;
+}
+
+bool unpackChunk(uint32_t tag, std::span<const uint8_t> payload, Sound* sound)
+{
+    switch (tag) {
+    case kTagLoop:
+        return unpackLoop(payload, sound);
+    case kTagPeak:
+        return unpackPeak(payload, sound);
+    case kTagSync:
+        return unpackSyncPoints(payload, sound);
+    case kTagSeek:
+        return unpackSeekPoints(payload, sound);
+    default:
+        return true;
+    }
+}
+
+} // namespace
+
+void store(const Prefix& prefix, uint8_t* place)
+{
+    std::copy(kMagic.begin(), kMagic.end(), place);
+    storeLittle(place + 8, prefix.majorVersion);
+    storeLittle(place + 10, prefix.minorVersion);
+    storeLittle(place + 12, prefix.headerBytes);
+    storeLittle(place + 16, prefix.flags);
+    storeLittle(place + 32, prefix.fileBytes);
+}
+
+Prefix loadPrefix(const uint8_t* place)
+{
+    return {loadLittle<uint16_t>(place + 8), loadLittle<uint16_t>(place + 10), loadLittle<uint32_t>(place + 12),
+            loadLittle<uint32_t>(place + 16), loadLittle<uint64_t>(place + 32)};
+}
+
+void store(const Header& header, uint8_t* place)
+{
+    std::fill_n(place, kHeaderBytes, uint8_t(0));
+    store(header.prefix, place);
+    storeLittle(place + 20, header.format);
+    storeLittle(place + 24, header.quality);
+    storeLittle(place + 28, header.soundCount);
+    std::copy(header.guid.begin(), header.guid.end(), place + 40);
+    storeLittle(place + 56, header.rowsOffset);
+    storeLittle(place + 64, header.rowBytes);
+    storeLittle(place + 68, header.setupCount);
+    storeLittle(place + 72, header.nameIndexOffset);
+    storeLittle(place + 80, header.nameIndexCount);
+    storeLittle(place + 88, header.namesOffset);
+    storeLittle(place + 96, header.namesBytes);
+    storeLittle(place + 104, header.setupRowsOffset);
+    storeLittle(place + 112, header.tablesBytes);
+    storeLittle(place + 120, header.tablesChecksum);
+    storeLittle(place + kHeaderBytes - 8, checksum({place, kHeaderBytes - 8}));
+}
+
+Header loadHeader(const uint8_t* place)
+{
+    Header header;
+    header.prefix = loadPrefix(place);
+    header.format = loadLittle<uint32_t>(place + 20);
+    header.quality = loadLittle<uint32_t>(place + 24);
+    header.soundCount = loadLittle<uint32_t>(place + 28);
+    std::copy_n(place + 40, header.guid.size(), header.guid.begin());
+    header.rowsOffset = loadLittle<uint64_t>(place + 56);
+    header.rowBytes = loadLittle<uint32_t>(place + 64);
+    header.setupCount = loadLittle<uint32_t>(place + 68);
+    header.nameIndexOffset = loadLittle<uint64_t>(place + 72);
+    header.nameIndexCount = loadLittle<uint32_t>(place + 80);
+    header.namesOffset = loadLittle<uint64_t>(place + 88);
+    header.namesBytes = loadLittle<uint64_t>(place + 96);
+    header.setupRowsOffset = loadLittle<uint64_t>(place + 104);
+    header.tablesBytes = loadLittle<uint64_t>(place + 112);
+    header.tablesChecksum = loadLittle<uint64_t>(place + 120);
+    return header;
+}
+
+void store(const Row& row, uint8_t* place)
+{
+    std::fill_n(place, kSoundRecordBytes, uint8_t(0));
+    storeLittle(place, row.codec);
+    storeLittle(place + 1, row.sampleFormat);
+    storeLittle(place + 2, row.channels);
+    storeLittle(place + 4, row.sampleRate);
+    storeLittle(place + 8, row.sampleCount);
+    storeLittle(place + 16, row.leadIn);
+    storeLittle(place + 20, row.quality);
+    storeLittle(place + 24, row.setup);
+    storeLittle(place + 28, row.chunksBytes);
+    storeLittle(place + 32, row.chunksChecksum);
+    storeLittle(place + 40, row.chunksOffset);
+    storeLittle(place + 48, row.dataOffset);
+    storeLittle(place + 56, row.dataBytes);
+    storeLittle(place + 64, row.dataChecksum);
+    storeLittle(place + 72, row.nameOffset);
+    storeLittle(place + 76, row.nameBytes);
+}
+
+Row loadRow(const uint8_t* place)
+{
+    Row row;
+    row.codec = loadLittle<uint8_t>(place);
+    row.sampleFormat = loadLittle<uint8_t>(place + 1);
+    row.channels = loadLittle<uint16_t>(place + 2);
+    row.sampleRate = loadLittle<uint32_t>(place + 4);
+    row.sampleCount = loadLittle<uint64_t>(place + 8);
+    row.leadIn = loadLittle<uint32_t>(place + 16);
+    row.quality = loadLittle<uint8_t>(place + 20);
+    row.setup = loadLittle<uint32_t>(place + 24);
+    row.chunksBytes = loadLittle<uint32_t>(place + 28);
+    row.chunksChecksum = loadLittle<uint64_t>(place + 32);
+    row.chunksOffset = loadLittle<uint64_t>(place + 40);
+    row.dataOffset = loadLittle<uint64_t>(place + 48);
+    row.dataBytes = loadLittle<uint64_t>(place + 56);
+    row.dataChecksum = loadLittle<uint64_t>(place + 64);
+    row.nameOffset = loadLittle<uint32_t>(place + 72);
+    row.nameBytes = loadLittle<uint32_t>(place + 76);
+    return row;
+}
+
+void store(const SetupRow& row, uint8_t* place)
+{
+    std::fill_n(place, kSetupRowBytes, uint8_t(0));
+    storeLittle(place, row.offset);
+    storeLittle(place + 8, row.checksum);
+    storeLittle(place + 16, row.bytes);
+}
+
+SetupRow loadSetupRow(const uint8_t* place)
+{
+    return {loadLittle<uint64_t>(place), loadLittle<uint64_t>(place + 8), loadLittle<uint32_t>(place + 16)};
+}
+
+Result<Prefix> readPrefix(const ByteSource& source)
+{
+    std::array<uint8_t, kPrefixBytes> bytes{};
+    const size_t length = size_t(std::min<uint64_t>(source.size(), bytes.size()));
+    if (const Error error = source.readAt(0, std::span(bytes).first(length)); error != Error::None)
+        return error;
+    if (length < kMagic.size() || !std::equal(kMagic.begin(), kMagic.end(), bytes.begin()))
+        return Error::NotABank;
+    if (length < kPrefixBytes)
+        return Error::Damaged;
+    const Prefix prefix = loadPrefix(bytes.data());
+    if (prefix.majorVersion > kMajorVersion)
+        return Error::Version;
+    if (prefix.majorVersion == 0)
+        return Error::Damaged;
+    return prefix;
+}
+
+Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum)
+{
+    if (prefix.headerBytes < minimum || prefix.headerBytes > kMaximumHeaderBytes || prefix.headerBytes % 8 != 0)
+        return Error::Damaged;
+    std::vector<uint8_t> bytes(prefix.headerBytes);
+    if (const Error error = source.readAt(0, bytes); error != Error::None)
+        return error;
+    const std::span covered = std::span(bytes).first(bytes.size() - 8);
+    if (checksum(covered) != loadLittle<uint64_t>(bytes.data() + covered.size()))
+        return Error::Damaged;
+    if (prefix.fileBytes != source.size())
+        return Error::Damaged;
+    return bytes;
+}
+
+bool plausible(const Row& row)
+{
+    if (row.channels == 0 || row.channels > kMaximumChannels)
+        return false;
+    if (row.sampleRate == 0 || row.sampleRate > kMaximumSampleRate)
+        return false;
+    if (row.sampleCount > kMaximumSampleCount || row.leadIn > std::numeric_limits<uint32_t>::max() / 2)
+        return false;
+    if (row.codec == uint8_t(Codec::Pcm)) {
+        const uint64_t frameBytes = bytesPerSample(SampleFormat(row.sampleFormat)) * row.channels;
+        return frameBytes != 0 && row.leadIn == 0 && row.dataBytes / frameBytes == row.sampleCount
+            && row.dataBytes % frameBytes == 0;
+    }
+    return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes;
+}
+
+std::vector<uint8_t> packChunks(const Sound& sound)
+{
+    std::vector<uint8_t> chunks;
+    if (sound.loop) {
+        std::vector<uint8_t> payload;
+        appendLittle(payload, sound.loop->start);
+        appendLittle(payload, sound.loop->end);
+        appendChunk(chunks, kTagLoop, payload);
+    }
+    if (sound.peak) {
+        std::vector<uint8_t> payload;
+        appendLittle(payload, *sound.peak);
+        appendChunk(chunks, kTagPeak, payload);
+    }
+    if (!sound.syncPoints.empty())
+        appendChunk(chunks, kTagSync, packSyncPoints(sound.syncPoints));
+    if (!sound.seekPoints.empty())
+        appendChunk(chunks, kTagSeek, packSeekPoints(sound.seekPoints));
+    return chunks;
+}
+
+Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound)
+{
+    while (!chunks.empty()) {
+        if (chunks.size() < 8)
+            return Error::Damaged;
+        const uint32_t tag = loadLittle<uint32_t>(chunks.data());
+        const uint32_t bytes = loadLittle<uint32_t>(chunks.data() + 4);
+        chunks = chunks.subspan(8);
+        if (bytes > chunks.size() || !unpackChunk(tag, chunks.first(bytes), sound))
+            return Error::Damaged;
+        chunks = chunks.subspan(bytes);
+    }
+    return Error::None;
+}
+
+Row rowOf(const Sound& sound, std::span<const uint8_t> chunks)
+{
+    Row row;
+    row.codec = uint8_t(sound.codec);
+    row.sampleFormat = uint8_t(sound.sampleFormat);
+    row.channels = sound.channels;
+    row.sampleRate = sound.sampleRate;
+    row.sampleCount = sound.sampleCount;
+    row.leadIn = sound.leadIn;
+    row.quality = sound.quality;
+    row.chunksBytes = uint32_t(chunks.size());
+    row.chunksChecksum = checksum(chunks);
+    row.dataBytes = sound.dataBytes;
+    row.dataChecksum = sound.dataChecksum;
+    return row;
+}
+
+Sound soundOf(const Row& row)
+{
+    Sound sound;
+    sound.codec = Codec(row.codec);
+    sound.sampleFormat = SampleFormat(row.sampleFormat);
+    sound.channels = row.channels;
+    sound.sampleRate = row.sampleRate;
+    sound.sampleCount = row.sampleCount;
+    sound.leadIn = row.leadIn;
+    sound.quality = row.quality;
+    sound.dataBytes = row.dataBytes;
+    sound.dataChecksum = row.dataChecksum;
+    return sound;
+}
+
+uint64_t nameHash(std::span<const uint8_t> name)
+{
+    // Offset basis and prime of FNV-1a, 64 bits (Fowler, Noll, Vo).
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (const uint8_t byte : name)
+        hash = (hash ^ byte) * 0x100000001b3u;
+    return hash;
+}
+
+} // namespace bank::layout

@@ -1,0 +1,131 @@
+// Where each field of a bank stands: header, rows of the sound table, tags. docs/tnb-format.md is the same in words.
+#pragma once
+
+#include "bank/sound.hpp"
+
+#include <array>
+
+namespace bank::layout {
+
+// The eighth bit, both line ends and the end-of-file character show a transfer that changed bytes.
+inline constexpr std::array<uint8_t, 8> kMagic = {0x89, 'T', 'N', 'B', '\r', '\n', 0x1a, '\n'};
+inline constexpr uint16_t kMajorVersion = 1;
+inline constexpr uint16_t kMinorVersion = 0;
+
+inline constexpr uint32_t kFlagEncrypted = 1;
+inline constexpr uint32_t kFlagGuid = 2;
+inline constexpr uint32_t kFlagNames = 4;
+
+// What a plain and an encrypted header begin with.
+inline constexpr size_t kPrefixBytes = 40;
+inline constexpr size_t kMaximumHeaderBytes = 4096;
+
+inline constexpr size_t kHeaderBytes = 160;
+inline constexpr size_t kEncryptedHeaderBytes = 128;
+inline constexpr size_t kNameIndexBytes = 16;
+inline constexpr size_t kSetupRowBytes = 24;
+inline constexpr size_t kSerialisedHeadBytes = kSoundRecordBytes + 8;
+inline constexpr uint64_t kDataAlignment = 32;
+inline constexpr uint32_t kNoSetup = 0xffffffff;
+
+[[nodiscard]] constexpr uint64_t alignedUp(uint64_t offset, uint64_t alignment)
+{
+    return (offset + alignment - 1) / alignment * alignment;
+}
+
+// The fields at the same place in both kinds of header.
+struct Prefix
+{
+    uint16_t majorVersion = kMajorVersion;
+    uint16_t minorVersion = kMinorVersion;
+    uint32_t headerBytes = 0;
+    uint32_t flags = 0;
+    uint64_t fileBytes = 0;
+};
+
+struct Header
+{
+    Prefix prefix;
+    uint32_t format = 0;
+    uint32_t quality = 0;
+    uint32_t soundCount = 0;
+    std::array<uint8_t, 16> guid{};
+    uint64_t rowsOffset = 0;
+    uint32_t rowBytes = 0;
+    uint32_t setupCount = 0;
+    uint64_t nameIndexOffset = 0;
+    uint32_t nameIndexCount = 0;
+    uint64_t namesOffset = 0;
+    uint64_t namesBytes = 0;
+    uint64_t setupRowsOffset = 0;
+    uint64_t tablesBytes = 0;
+    uint64_t tablesChecksum = 0;
+};
+
+// A row of the sound table. A sound's serialised form begins with one whose places (setup, offsets, name) are zero.
+struct Row
+{
+    uint8_t codec = 0;
+    uint8_t sampleFormat = 0;
+    uint16_t channels = 0;
+    uint32_t sampleRate = 0;
+    uint64_t sampleCount = 0;
+    uint32_t leadIn = 0;
+    uint8_t quality = 0;
+    uint32_t setup = 0;
+    uint32_t chunksBytes = 0;
+    uint64_t chunksChecksum = 0;
+    uint64_t chunksOffset = 0;
+    uint64_t dataOffset = 0;
+    uint64_t dataBytes = 0;
+    uint64_t dataChecksum = 0;
+    uint32_t nameOffset = 0;
+    uint32_t nameBytes = 0;
+
+    bool operator==(const Row&) const = default;
+};
+
+struct SetupRow
+{
+    uint64_t offset = 0;
+    uint64_t checksum = 0;
+    uint32_t bytes = 0;
+};
+
+void store(const Prefix& prefix, uint8_t* place);
+[[nodiscard]] Prefix loadPrefix(const uint8_t* place);
+
+// The checksum at the end of the header is made here.
+void store(const Header& header, uint8_t* place);
+[[nodiscard]] Header loadHeader(const uint8_t* place);
+
+void store(const Row& row, uint8_t* place);
+[[nodiscard]] Row loadRow(const uint8_t* place);
+
+void store(const SetupRow& row, uint8_t* place);
+[[nodiscard]] SetupRow loadSetupRow(const uint8_t* place);
+
+// Reads the first bytes of a bank. Error::NotABank, Error::Version, Error::Damaged, Error::Io.
+Result<Prefix> readPrefix(const ByteSource& source);
+
+// Reads the whole header that prefix announces, at least minimum bytes long, and verifies its checksum, which is its
+// last eight bytes, and the size of the file.
+Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum);
+
+// The row's own ranges: channels, rates, lengths that the data could hold. Offsets are the reader's to check.
+[[nodiscard]] bool plausible(const Row& row);
+
+// The chunks of a sound.
+[[nodiscard]] std::vector<uint8_t> packChunks(const Sound& sound);
+
+// Fills the optional members of *sound, whose others are set. Error::Damaged.
+Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound);
+
+// The row's part of a sound, and back.
+[[nodiscard]] Row rowOf(const Sound& sound, std::span<const uint8_t> chunks);
+[[nodiscard]] Sound soundOf(const Row& row);
+
+// FNV-1a, 64 bits, of the bytes of a name: the order of the name index.
+[[nodiscard]] uint64_t nameHash(std::span<const uint8_t> name);
+
+} // namespace bank::layout

@@ -1,0 +1,331 @@
+#include "bank/writer.hpp"
+
+#include "bank/checksum.hpp"
+#include "encryption.hpp"
+#include "layout.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+
+namespace bank {
+
+using namespace layout;
+
+namespace {
+
+constexpr size_t kMaximumNameBytes = 65'535;
+
+// Copying is cut into parts of this size so that a cancelled build ends soon.
+constexpr uint64_t kPartBytes = 4 * 1024 * 1024;
+
+std::string_view cutAtCharacter(std::string_view name)
+{
+    if (name.size() <= kMaximumNameBytes)
+        return name;
+    size_t length = kMaximumNameBytes;
+    while (length > 0 && (uint8_t(name[length]) & 0xc0) == 0x80)
+        --length;
+    return name.substr(0, length);
+}
+
+std::span<const uint8_t> bytesOf(std::string_view text)
+{
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+// Writes at rising offsets and fills the gaps with zeros.
+class Assembler
+{
+public:
+    Assembler(ByteSink& sink, std::stop_token stop)
+        : mSink(sink)
+        , mStop(std::move(stop))
+    { }
+
+    Error pad(uint64_t offset)
+    {
+        static constexpr std::array<uint8_t, kDataAlignment> zeros{};
+        assert(offset >= mOffset && offset - mOffset < zeros.size());
+        return write(std::span(zeros).first(size_t(offset - mOffset)));
+    }
+
+    Error write(std::span<const uint8_t> bytes)
+    {
+        if (mStop.stop_requested())
+            return Error::Cancelled;
+        mOffset += bytes.size();
+        return bytes.empty() ? Error::None : mSink.write(bytes);
+    }
+
+    Error copy(const ByteSource& source, uint64_t offset, uint64_t size)
+    {
+        while (size > 0) {
+            if (mStop.stop_requested())
+                return Error::Cancelled;
+            const uint64_t part = std::min(size, kPartBytes);
+            if (const Error error = mSink.copyFrom(source, offset, part); error != Error::None)
+                return error;
+            mOffset += part;
+            offset += part;
+            size -= part;
+        }
+        return Error::None;
+    }
+
+private:
+    ByteSink& mSink;
+    std::stop_token mStop;
+    uint64_t mOffset = 0;
+};
+
+} // namespace
+
+struct BankWriter::Plan
+{
+    BankSettings settings;
+    std::vector<Row> rows; // setup and name filled in, the other places not yet
+    std::vector<uint32_t> setupBytes;
+    std::string names;
+    std::vector<std::vector<uint8_t>> setups;
+    std::map<std::vector<uint8_t>, uint32_t> setupIndex;
+
+    // Everything before the sounds, and where each sound lies.
+    struct Laid
+    {
+        std::vector<uint8_t> front; // header and tables
+        std::vector<uint64_t> setupOffsets;
+        std::vector<Row> rows;
+        std::array<uint8_t, 16> guid{};
+        uint64_t fileBytes = 0;
+    };
+    [[nodiscard]] Laid lay() const;
+
+private:
+    void layTables(Header* header, Laid* laid) const;
+    void layNameIndex(uint8_t* place) const;
+    void placeSounds(uint64_t offset, Laid* laid) const;
+    [[nodiscard]] std::array<uint8_t, 16> makeGuid(const std::vector<uint8_t>& front) const;
+};
+
+BankWriter::Plan::Laid BankWriter::Plan::lay() const
+{
+    Laid laid;
+    laid.rows = rows;
+    Header header;
+    header.prefix.headerBytes = kHeaderBytes;
+    header.prefix.flags = (settings.guid ? kFlagGuid : 0) | (settings.names ? kFlagNames : 0);
+    header.format = uint32_t(settings.format);
+    header.quality = settings.quality;
+    header.soundCount = uint32_t(rows.size());
+    layTables(&header, &laid);
+
+    header.prefix.fileBytes = laid.fileBytes;
+    header.tablesBytes = laid.front.size() - kHeaderBytes;
+    header.tablesChecksum = checksum(std::span(laid.front).subspan(kHeaderBytes));
+    store(header, laid.front.data());
+    if (settings.guid) {
+        laid.guid = makeGuid(laid.front);
+        header.guid = laid.guid;
+        store(header, laid.front.data());
+    }
+    return laid;
+}
+
+void BankWriter::Plan::layTables(Header* header, Laid* laid) const
+{
+    header->rowsOffset = kHeaderBytes;
+    header->rowBytes = kSoundRecordBytes;
+    header->setupRowsOffset = header->rowsOffset + rows.size() * kSoundRecordBytes;
+    header->setupCount = uint32_t(setups.size());
+    header->nameIndexOffset = header->setupRowsOffset + setups.size() * kSetupRowBytes;
+    header->nameIndexCount = settings.names ? uint32_t(rows.size()) : 0;
+    header->namesOffset = header->nameIndexOffset + header->nameIndexCount * kNameIndexBytes;
+    header->namesBytes = names.size();
+    laid->front.resize(size_t(alignedUp(header->namesOffset + names.size(), 8)));
+
+    uint64_t offset = laid->front.size();
+    for (size_t i = 0; i < setups.size(); ++i) {
+        offset = alignedUp(offset, kDataAlignment);
+        store(SetupRow{offset, checksum(setups[i]), uint32_t(setups[i].size())},
+              laid->front.data() + header->setupRowsOffset + i * kSetupRowBytes);
+        laid->setupOffsets.push_back(offset);
+        offset += setups[i].size();
+    }
+    placeSounds(offset, laid);
+    for (size_t i = 0; i < rows.size(); ++i)
+        store(laid->rows[i], laid->front.data() + header->rowsOffset + i * kSoundRecordBytes);
+    if (header->nameIndexCount > 0)
+        layNameIndex(laid->front.data() + header->nameIndexOffset);
+    std::copy(names.begin(), names.end(), laid->front.begin() + ptrdiff_t(header->namesOffset));
+}
+
+void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
+{
+    for (Row& row : laid->rows) {
+        offset = alignedUp(offset, 8);
+        row.chunksOffset = offset;
+        offset = alignedUp(offset + row.chunksBytes, kDataAlignment);
+        row.dataOffset = offset;
+        offset += row.dataBytes;
+    }
+    laid->fileBytes = offset;
+}
+
+void BankWriter::Plan::layNameIndex(uint8_t* place) const
+{
+    std::vector<std::pair<uint64_t, uint32_t>> index;
+    index.reserve(rows.size());
+    for (uint32_t i = 0; i < rows.size(); ++i)
+        index.emplace_back(nameHash(bytesOf(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i);
+    std::sort(index.begin(), index.end());
+    for (const auto& [hash, sound] : index) {
+        storeLittle(place, hash);
+        storeLittle(place + 8, sound);
+        storeLittle(place + 12, uint32_t(0));
+        place += kNameIndexBytes;
+    }
+}
+
+// The tables hold the checksums of all chunks, setups and data, so that a digest of them is one of the whole content.
+std::array<uint8_t, 16> BankWriter::Plan::makeGuid(const std::vector<uint8_t>& front) const
+{
+    DigestSink digest;
+    (void)digest.write(front);
+    std::array<uint8_t, 16> guid;
+    std::copy_n(digest.tag().begin(), guid.size(), guid.begin());
+    // Version 8 (vendor's own) and variant of RFC 9562, in the byte order in which a GUID is printed.
+    guid[6] = uint8_t((guid[6] & 0x0f) | 0x80);
+    guid[8] = uint8_t((guid[8] & 0x3f) | 0x80);
+    return guid;
+}
+
+BankWriter::BankWriter(const BankSettings& settings)
+    : mPlan(std::make_unique<Plan>())
+{
+    mPlan->settings = settings;
+}
+
+BankWriter::~BankWriter() = default;
+
+void BankWriter::add(std::string_view name, const Sound& sound)
+{
+    Row row = rowOf(sound, packChunks(sound));
+    assert(plausible(row));
+    row.setup = kNoSetup;
+    if (!sound.setup.empty()) {
+        const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, uint32_t(mPlan->setups.size()));
+        if (added)
+            mPlan->setups.push_back(sound.setup);
+        row.setup = place->second;
+    }
+    if (mPlan->settings.names) {
+        name = cutAtCharacter(name);
+        if (mPlan->names.size() + name.size() > std::numeric_limits<uint32_t>::max())
+            name = {};
+        row.nameOffset = uint32_t(mPlan->names.size());
+        row.nameBytes = uint32_t(name.size());
+        mPlan->names += name;
+    }
+    mPlan->rows.push_back(row);
+    mPlan->setupBytes.push_back(uint32_t(sound.setup.size()));
+}
+
+size_t BankWriter::soundCount() const
+{
+    return mPlan->rows.size();
+}
+
+uint64_t BankWriter::fileBytes() const
+{
+    return mPlan->lay().fileBytes;
+}
+
+uint64_t BankWriter::encryptedFileBytes() const
+{
+    return encryptedBytes(fileBytes());
+}
+
+std::array<uint8_t, 16> BankWriter::guid() const
+{
+    return mPlan->lay().guid;
+}
+
+namespace {
+
+// Whether the serialised form that is stored is that of the sound whose row was made when it was added.
+Error checkStored(const StoredSound& stored, Row row)
+{
+    std::array<uint8_t, kSoundRecordBytes> record;
+    if (const Error error = stored.source->readAt(stored.recordOffset, record); error != Error::None)
+        return error;
+    row.setup = 0;
+    row.nameOffset = 0;
+    row.nameBytes = 0;
+    row.chunksOffset = 0;
+    row.dataOffset = 0;
+    return loadRow(record.data()) == row ? Error::None : Error::Damaged;
+}
+
+Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const Row& row, uint32_t setupBytes)
+{
+    if (const Error error = assembler.pad(row.chunksOffset); error != Error::None)
+        return error;
+    const Result<StoredSound> stored = sounds.open(index);
+    if (!stored)
+        return stored.error();
+    if (const Error error = checkStored(*stored, row); error != Error::None)
+        return error;
+    const uint64_t chunks = stored->recordOffset + kSerialisedHeadBytes + setupBytes;
+    if (const Error error = assembler.copy(*stored->source, chunks, row.chunksBytes); error != Error::None)
+        return error;
+    if (const Error error = assembler.pad(row.dataOffset); error != Error::None)
+        return error;
+    return assembler.copy(*stored->source, stored->dataOffset, row.dataBytes);
+}
+
+} // namespace
+
+Error BankWriter::write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const
+{
+    const Plan::Laid laid = mPlan->lay();
+    Assembler assembler(sink, std::move(stop));
+    if (const Error error = assembler.write(laid.front); error != Error::None)
+        return error;
+    for (size_t i = 0; i < mPlan->setups.size(); ++i) {
+        if (const Error error = assembler.pad(laid.setupOffsets[i]); error != Error::None)
+            return error;
+        if (const Error error = assembler.write(mPlan->setups[i]); error != Error::None)
+            return error;
+    }
+    for (size_t i = 0; i < laid.rows.size(); ++i) {
+        const Error error = writeSound(assembler, stored, i, laid.rows[i], mPlan->setupBytes[i]);
+        if (error != Error::None)
+            return error;
+    }
+    return Error::None;
+}
+
+Error BankWriter::writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, std::stop_token stop) const
+{
+    if (key.empty())
+        return Error::Invalid;
+    DigestSink digest;
+    if (const Error error = write(digest, stored, stop); error != Error::None)
+        return error;
+
+    EncryptedHeader header = makeEncryptedHeader(digest.bytes(), digest.tag());
+    const Result<std::shared_ptr<const PieceKeys>> keys = PieceKeys::derive(header, key);
+    if (!keys)
+        return keys.error();
+    header.keyCheck = (*keys)->check();
+    if (const Error error = sink.write(pack(header)); error != Error::None)
+        return error;
+
+    EncryptingSink encrypting(sink, *keys, digest.tag());
+    if (const Error error = write(encrypting, stored, stop); error != Error::None)
+        return error;
+    return encrypting.finish();
+}
+
+} // namespace bank

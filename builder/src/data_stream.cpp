@@ -1,0 +1,58 @@
+#include "data_stream.hpp"
+
+namespace tarnok {
+
+using bank::Error;
+
+namespace {
+
+constexpr size_t kGatheredBytes = 64 * 1024;
+
+} // namespace
+
+DataStream::DataStream(bank::ByteSink& sink)
+    : mSink(sink)
+{ }
+
+Error DataStream::writeBlock(std::span<const uint8_t> bytes)
+{
+    if (const Error error = flush(); error != Error::None)
+        return error;
+    mChecksum.add(bytes);
+    mBytes += bytes.size();
+    return mSink.write(bytes);
+}
+
+Error DataStream::writePacket(std::span<const uint8_t> packet)
+{
+    assert(packet.size() < size_t(1) << 28);
+    const size_t before = mGathered.size();
+    size_t rest = packet.size();
+    for (; rest >= 0x80; rest >>= 7)
+        mGathered.push_back(uint8_t(rest | 0x80));
+    mGathered.push_back(uint8_t(rest));
+    mGathered.insert(mGathered.end(), packet.begin(), packet.end());
+    mBytes += mGathered.size() - before;
+    return mGathered.size() < kGatheredBytes ? Error::None : flush();
+}
+
+Error DataStream::finish(bank::Sound* sound)
+{
+    if (const Error error = flush(); error != Error::None)
+        return error;
+    sound->dataBytes = mBytes;
+    sound->dataChecksum = mChecksum.value();
+    return Error::None;
+}
+
+Error DataStream::flush()
+{
+    if (mGathered.empty())
+        return Error::None;
+    mChecksum.add(mGathered);
+    const Error error = mSink.write(mGathered);
+    mGathered.clear();
+    return error;
+}
+
+} // namespace tarnok

@@ -1,0 +1,37 @@
+// The encoded data of one sound on its way into a sink: counts it, checks it up, and gathers small packets.
+#pragma once
+
+#include "bank/bytes.hpp"
+#include "bank/checksum.hpp"
+#include "bank/sound.hpp"
+
+namespace tarnok {
+
+class DataStream
+{
+public:
+    explicit DataStream(bank::ByteSink& sink);
+
+    // Bytes that are big enough to go to the sink by themselves.
+    bank::Error writeBlock(std::span<const uint8_t> bytes);
+
+    // A packet behind its length, which is written in groups of seven bits, lowest first, the high bit of a byte
+    // telling that another follows. At most 2^28 - 1 bytes.
+    bank::Error writePacket(std::span<const uint8_t> packet);
+
+    // Bytes so far: the offset of what is written next.
+    [[nodiscard]] uint64_t bytes() const { return mBytes; }
+
+    // Hands the rest to the sink and fills in size and checksum of the data.
+    bank::Error finish(bank::Sound* sound);
+
+private:
+    bank::Error flush();
+
+    bank::ByteSink& mSink;
+    bank::RunningChecksum mChecksum;
+    std::vector<uint8_t> mGathered;
+    uint64_t mBytes = 0;
+};
+
+} // namespace tarnok

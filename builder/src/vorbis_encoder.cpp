@@ -1,0 +1,248 @@
+#include "data_stream.hpp"
+#include "encoders.hpp"
+
+#include <vorbis/vorbisenc.h>
+
+#include <algorithm>
+
+namespace tarnok {
+
+using bank::Error;
+
+namespace {
+
+constexpr long kReadFrames = 1024;
+
+// Decoded samples between two seek points: what a seek decodes more than it needs, about a third of a second.
+constexpr int64_t kSeekInterval = 16'384;
+
+// The encoder's psychoacoustics and block switching get used to a loop during this many long blocks before its start.
+constexpr int64_t kWarmUpBlocks = 2;
+
+// The states of the library, ended in the order that it wants.
+class Library
+{
+public:
+    Library() { vorbis_info_init(&mInfo); }
+    ~Library()
+    {
+        if (mStarted) {
+            vorbis_block_clear(&mBlock);
+            vorbis_dsp_clear(&mDsp);
+        }
+        vorbis_info_clear(&mInfo);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    Error start(int channels, uint32_t sampleRate, float quality)
+    {
+        if (vorbis_encode_setup_vbr(&mInfo, channels, long(sampleRate), quality) != 0)
+            return Error::Unsupported;
+        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
+        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
+        int coupling = channels == 2;
+        if (vorbis_encode_ctl(&mInfo, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&mInfo) != 0)
+            return Error::Unsupported;
+        if (vorbis_analysis_init(&mDsp, &mInfo) != 0)
+            return Error::Encoder;
+        mStarted = true;
+        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+    }
+
+    // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
+    Error headers(std::vector<uint8_t>* setup)
+    {
+        vorbis_comment comment;
+        vorbis_comment_init(&comment);
+        ogg_packet identification{};
+        ogg_packet comments{};
+        ogg_packet codebooks{};
+        const int failed = vorbis_analysis_headerout(&mDsp, &comment, &identification, &comments, &codebooks);
+        vorbis_comment_clear(&comment);
+        if (failed)
+            return Error::Encoder;
+        for (const ogg_packet& packet : {identification, codebooks}) {
+            bank::appendLittle(*setup, uint32_t(packet.bytes));
+            setup->insert(setup->end(), packet.packet, packet.packet + packet.bytes);
+        }
+        return Error::None;
+    }
+
+    // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
+    float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
+    Error wrote(long frames) { return vorbis_analysis_wrote(&mDsp, int(frames)) == 0 ? Error::None : Error::Encoder; }
+
+    // Calls take(packet) with every packet that is ready, until it answers otherwise than Error::None.
+    template <typename Take>
+    Error packets(Take take)
+    {
+        while (vorbis_analysis_blockout(&mDsp, &mBlock) == 1) {
+            ogg_packet packet{};
+            if (vorbis_analysis(&mBlock, &packet) != 0)
+                return Error::Encoder;
+            if (const Error error = take(packet); error != Error::None)
+                return error;
+        }
+        return Error::None;
+    }
+
+    [[nodiscard]] long blockSize(ogg_packet& packet) { return vorbis_packet_blocksize(&mInfo, &packet); }
+    [[nodiscard]] long longBlock() { return vorbis_info_blocksize(&mInfo, 1); }
+
+private:
+    vorbis_info mInfo{};
+    vorbis_dsp_state mDsp{};
+    vorbis_block mBlock{};
+    bool mStarted = false;
+};
+
+// Chooses the packets that are kept and finds out where the sound begins among what they decode to.
+//
+// A packet is a window of samples around a centre, and decoding it after another one gives the samples from the former
+// centre to its own. The first packet's centre is the first sample that the encoder was given; each further one lies a
+// quarter of both block sizes behind the last. Of the packets before the sound only the last one whose centre isn't
+// behind the sound's start is needed, to decode the following one.
+class PacketChooser
+{
+public:
+    // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
+    PacketChooser(DataStream& data, bank::Sound* sound, int64_t first, int64_t end)
+        : mData(data)
+        , mSound(sound)
+        , mFirst(first)
+        , mEnd(end)
+    { }
+
+    [[nodiscard]] bool complete() const { return mCentre >= mEnd; }
+
+    Error take(const ogg_packet& packet, long blockSize)
+    {
+        if (complete())
+            return Error::None;
+        mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
+        mLastBlockSize = blockSize;
+        const std::span bytes(packet.packet, size_t(packet.bytes));
+        if (mCentre <= mFirst) {
+            mPrimer.assign(bytes.begin(), bytes.end());
+            mPrimerCentre = mCentre;
+            return Error::None;
+        }
+        if (!mStarted) {
+            mStarted = true;
+            mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
+            if (const Error error = mData.writePacket(mPrimer); error != Error::None)
+                return error;
+        }
+        addSeekPoint();
+        return mData.writePacket(bytes);
+    }
+
+private:
+    void addSeekPoint()
+    {
+        const int64_t position = mCentre - mPrimerCentre;
+        if (position - mLastSeekPosition < kSeekInterval || mCentre >= mEnd)
+            return;
+        mSound->seekPoints.push_back({uint64_t(position), mData.bytes()});
+        mLastSeekPosition = position;
+    }
+
+    DataStream& mData;
+    bank::Sound* mSound;
+    int64_t mFirst;
+    int64_t mEnd;
+    int64_t mCentre = 0;
+    long mLastBlockSize = 0;
+    std::vector<uint8_t> mPrimer;
+    int64_t mPrimerCentre = 0;
+    int64_t mLastSeekPosition = 0;
+    bool mStarted = false;
+};
+
+// Reads frames and hands them to the library channel by channel.
+class Feeder
+{
+public:
+    Feeder(PreparedSound& sound, Library& library)
+        : mSound(sound)
+        , mLibrary(library)
+        , mFrames(size_t(kReadFrames) * size_t(sound.facts().channels))
+    { }
+
+    Error feed(long count)
+    {
+        if (const Error error = mSound.readFloat(mFrames.data(), size_t(count)); error != Error::None)
+            return error;
+        float** room = mLibrary.room(count);
+        if (!room)
+            return Error::Memory;
+        const int channels = mSound.facts().channels;
+        for (int channel = 0; channel < channels; ++channel) {
+            const float* from = mFrames.data() + channel;
+            for (long i = 0; i < count; ++i)
+                room[channel][i] = from[i * channels];
+        }
+        return mLibrary.wrote(count);
+    }
+
+private:
+    PreparedSound& mSound;
+    Library& mLibrary;
+    std::vector<float> mFrames;
+};
+
+} // namespace
+
+float vorbisQuality(int quality)
+{
+    if (quality <= 50)
+        return -0.1f + 0.6f * float(std::max(quality, 1) - 1) / 49;
+    return 0.5f + 0.5f * float(std::min(quality, 100) - 50) / 50;
+}
+
+Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
+                            bank::Sound* encoded)
+{
+    const PreparedFacts& facts = sound.facts();
+    *encoded = describe(bank::Codec::Vorbis, facts);
+    encoded->quality = uint8_t(quality);
+
+    Library library;
+    if (const Error error = library.start(facts.channels, facts.sampleRate, vorbisQuality(quality));
+        error != Error::None)
+        return error;
+    if (const Error error = library.headers(&encoded->setup); error != Error::None)
+        return error;
+
+    const int64_t lead = loopsAtStart(facts) ? kWarmUpBlocks * library.longBlock() : 0;
+    if (const Error error = sound.seek(-lead); error != Error::None)
+        return error;
+
+    DataStream data(sink);
+    PacketChooser chooser(data, encoded, lead, lead + int64_t(facts.sampleCount));
+    Feeder feeder(sound, library);
+    const auto take = [&](ogg_packet& packet) {
+        return chooser.take(packet, library.blockSize(packet));
+    };
+
+    // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
+    // loop's start until the last sample of the sound has come out.
+    int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
+    for (bool ended = false; !chooser.complete();) {
+        if (stop.stop_requested())
+            return Error::Cancelled;
+        if (ended)
+            return Error::Encoder;
+        const long count = long(std::min<int64_t>(left, kReadFrames));
+        ended = count == 0;
+        left -= count;
+        if (const Error error = ended ? library.wrote(0) : feeder.feed(count); error != Error::None)
+            return error;
+        if (const Error error = library.packets(take); error != Error::None)
+            return error;
+    }
+    return data.finish(encoded);
+}
+
+} // namespace tarnok

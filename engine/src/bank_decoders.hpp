@@ -1,0 +1,123 @@
+// The decoders of the sounds in a bank, one for each codec.
+#pragma once
+
+#include "decoder.hpp"
+
+#include "bank/bytes.hpp"
+#include "bank/reader.hpp"
+
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace kess {
+
+using DecoderPointer = std::unique_ptr<Decoder>;
+
+// The encoded data of one sound.
+struct EncodedData
+{
+    std::shared_ptr<const bank::ByteSource> source;
+    uint64_t offset = 0;
+    uint64_t bytes = 0;
+};
+
+// A sound to be decoded: what the engine tells about it, what the bank does, and its data.
+struct BankSound
+{
+    SoundFacts facts;
+    bank::Sound stored; // without the setup
+    EncodedData data;
+};
+
+// Vorbis headers, unpacked once for all the sounds of a bank that share them.
+class VorbisSetup;
+
+// KESS_ERR_FILE_BAD: the headers are damaged.
+[[nodiscard]] KESS_RESULT makeVorbisSetup(std::span<const uint8_t> setup, std::shared_ptr<const VorbisSetup>* made);
+
+// Each answers KESS_ERR_FILE_BAD when setup and sound don't fit each other, and throws std::bad_alloc.
+[[nodiscard]] KESS_RESULT makePcmDecoder(BankSound sound, DecoderPointer* decoder);
+[[nodiscard]] KESS_RESULT makeKadpcmDecoder(BankSound sound, DecoderPointer* decoder);
+[[nodiscard]] KESS_RESULT makeVorbisDecoder(BankSound sound, std::shared_ptr<const VorbisSetup> setup,
+                                            DecoderPointer* decoder);
+[[nodiscard]] KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder);
+
+// What a fault of the container is to the engine's callers.
+[[nodiscard]] KESS_RESULT resultOf(bank::Error error);
+
+// Encoded data through a buffer, for readers that go on a little at a time.
+class DataWindow
+{
+public:
+    explicit DataWindow(EncodedData data);
+
+    [[nodiscard]] uint64_t size() const { return mData.bytes; }
+
+    // Shows count bytes from offset on, which must not be behind the end, and as many of those that follow as are at
+    // hand anyway; valid until the next call. KESS_ERR_FILE_BAD: the data end before.
+    [[nodiscard]] KESS_RESULT view(uint64_t offset, size_t count, std::span<const uint8_t>* bytes);
+
+private:
+    EncodedData mData;
+    std::vector<uint8_t> mBuffer;
+    uint64_t mBufferStart = 0;
+    size_t mBuffered = 0;
+};
+
+// The encoded data as a sequence of packets, each behind its length.
+class PacketReader
+{
+public:
+    explicit PacketReader(EncodedData data);
+
+    void seek(uint64_t offset); // cut to the size of the data
+
+    // The next packet, valid until the next call. KESS_ERR_FILE_BAD behind the last one, too.
+    [[nodiscard]] KESS_RESULT next(std::span<const uint8_t>* packet);
+
+private:
+    DataWindow mWindow;
+    uint64_t mNext = 0; // offset of what next() reads
+};
+
+// The seek point that lies furthest behind without lying behind position; the start of the stream where there is none.
+[[nodiscard]] bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position);
+
+// What Vorbis and Opus have in common: a stream that is decoded in blocks of float frames, of which those before the
+// sound are dropped, and in which decoding can begin at seek points.
+class StreamDecoder : public Decoder
+{
+public:
+    [[nodiscard]] const SoundFacts& facts() const final { return mFacts; }
+    [[nodiscard]] KESS_RESULT seek(uint64_t frame) final;
+    [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) final;
+    [[nodiscard]] KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) final;
+
+protected:
+    // preroll: decoded samples behind a seek point that may still differ from those of a decoder that came from the
+    // start. A seek begins at least so far before its target.
+    StreamDecoder(BankSound sound, uint64_t preroll);
+
+    // Forgets everything; the next block begins with what the packet at offset gives first.
+    [[nodiscard]] virtual KESS_RESULT restart(uint64_t offset) = 0;
+
+    // Decodes one packet. *frames, interleaved, may be empty and stays valid until the next call.
+    [[nodiscard]] virtual KESS_RESULT decodeBlock(std::span<const float>* frames) = 0;
+
+private:
+    template <typename Take>
+    [[nodiscard]] KESS_RESULT readFrames(size_t count, size_t* done, Take take);
+    [[nodiscard]] KESS_RESULT skipTo(uint64_t position);
+
+    SoundFacts mFacts;
+    uint32_t mLeadIn;
+    uint64_t mPreroll;
+    std::vector<bank::SeekPoint> mSeekPoints;
+    std::span<const float> mBlock; // decoded and not yet delivered
+    uint64_t mPosition = 0; // of the block's first frame, in decoded samples
+    uint64_t mFrame = 0; // of the sound, delivered next
+    bool mLost = true; // the stream must be restarted before it is read
+};
+
+} // namespace kess
