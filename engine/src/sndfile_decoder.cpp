@@ -149,8 +149,8 @@ public:
                 return KESS_ERR_FILE_BAD;
             mFacts.sampleCount = *length;
         }
-        if (packsBlocks(info.format))
-            mFacts.sampleCount = lengthFromFact(file, kind, mFacts.sampleCount);
+        if (kind.type == KESS_SOUND_TYPE_AIFF || packsBlocks(info.format))
+            mFacts.sampleCount = lengthInHeader(file, kind, mFacts.sampleCount);
         readTags(file, kind, &mFacts);
         return KESS_OK;
     }
