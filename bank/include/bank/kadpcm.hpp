@@ -1,8 +1,8 @@
 // KADPCM: the bank's own adaptive differential PCM, about 4.3 bits a sample.
 //
-// A sound is a row of superblocks of kSuperblockFrames frames, the last one shorter. Superblocks are independent of each
-// other, so that decoding may begin at any of them and the error of a loop's first sample is no larger than that of any
-// other sample. Their sizes differ: loud and busy passages get the bits that quiet ones don't need.
+// A sound is a row of superblocks of kSuperblockFrames frames, the last one shorter. Superblocks are independent of
+// each other, so that decoding may begin at any of them and the error of a loop's first sample is no larger than that
+// of any other sample. Their sizes differ: loud and busy passages get the bits that quiet ones don't need.
 //
 // Superblock
 //     for each channel in order: a channel block
@@ -30,7 +30,7 @@
 //         order i: a'[i] = k[i]; a'[j] = clamp(a[j] - ((k[i] * a[i-j] + 2^19) >> 20), -2^30, 2^30) for j = 1 to i-1,
 //         where a is the predictor of order i-1.
 //     Sample n is predicted by the order m = min(n, mode), so that a block needs no samples from before it:
-//         p = clamp(c[n] + clamp((sum over j = 1 to m of a[j] * d[n-j] + 2^19) >> 20, -2^20, 2^20), -32768, 32767)
+//         p = clamp(c[n] + ((sum over j = 1 to m of a[j] * d[n-j] + 2^19) >> 20), -32768, 32767)
 //         x[n] = clamp(p + ((q * s + 128) >> 8), -32768, 32767)
 //     where q is the code u unfolded: q = u / 2 for an even u, -(u + 1) / 2 for an odd one.
 //
@@ -39,7 +39,7 @@
 //     The code of the others: Rice with the parameter r = riceParameter(A). u >> r zeros, a one, the r low bits of u;
 //     or, when there would be 20 zeros or more, 20 zeros and u in 17 bits. A follows the mean of u:
 //         before the first: A = 24 << start; after each: A = A - (A >> 4) + u
-//         riceParameter(A) = the number of bits of ((A * 3) >> 7)
+//         riceParameter(A) = the number of bits of (A >> 5), at most 17
 #pragma once
 
 #include <cstddef>
@@ -66,7 +66,7 @@ inline constexpr int kMaximumOrder = 32;
 class Encoder
 {
 public:
-    static constexpr int kSegmentSamples = 1 << 20; // of all channels together
+    static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
     // channels: 1 to 32 (asserted).
     explicit Encoder(int channels);
