@@ -103,17 +103,27 @@ protected:
     [[nodiscard]] virtual KESS_RESULT restart(uint64_t offset) = 0;
 
     // Decodes one packet. *frames, interleaved, may be empty and stays valid until the next call.
-    [[nodiscard]] virtual KESS_RESULT decodeBlock(std::span<const float>* frames) = 0;
+    [[nodiscard]] virtual KESS_RESULT decodeBlock(std::span<float>* frames) = 0;
 
 private:
+    // Values to be added to the decoded frames from position on.
+    struct Corrected
+    {
+        uint64_t position = 0;
+        std::vector<float> values;
+    };
+
     template <typename Take>
     [[nodiscard]] KESS_RESULT readFrames(size_t count, size_t* done, Take take);
+    [[nodiscard]] KESS_RESULT nextBlock();
     [[nodiscard]] KESS_RESULT skipTo(uint64_t position);
+    void correct(std::span<float> block) const;
 
     SoundFacts mFacts;
     uint32_t mLeadIn;
     uint64_t mPreroll;
     std::vector<bank::SeekPoint> mSeekPoints;
+    std::vector<Corrected> mCorrections;
     std::span<const float> mBlock; // decoded and not yet delivered
     uint64_t mPosition = 0; // of the block's first frame, in decoded samples
     uint64_t mFrame = 0; // of the sound, delivered next

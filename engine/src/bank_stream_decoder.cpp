@@ -81,7 +81,10 @@ StreamDecoder::StreamDecoder(BankSound sound, uint64_t preroll)
     , mLeadIn(sound.stored.leadIn)
     , mPreroll(preroll)
     , mSeekPoints(std::move(sound.stored.seekPoints))
-{ }
+{
+    for (const bank::Correction& correction : sound.stored.corrections)
+        mCorrections.push_back({mLeadIn + correction.first, bank::expandCorrection(correction, mFacts.channels)});
+}
 
 KESS_RESULT StreamDecoder::seek(uint64_t frame)
 {
@@ -104,16 +107,42 @@ KESS_RESULT StreamDecoder::seek(uint64_t frame)
     return skipTo(target);
 }
 
+KESS_RESULT StreamDecoder::nextBlock()
+{
+    std::span<float> block;
+    if (const KESS_RESULT result = decodeBlock(&block); result != KESS_OK) {
+        mBlock = {};
+        mLost = true;
+        return result;
+    }
+    correct(block);
+    mBlock = block;
+    return KESS_OK;
+}
+
+// block begins at mPosition.
+void StreamDecoder::correct(std::span<float> block) const
+{
+    const auto channels = size_t(mFacts.channels);
+    for (const Corrected& corrected : mCorrections) {
+        const uint64_t begin = std::max(mPosition, corrected.position);
+        const uint64_t end =
+            std::min(mPosition + block.size() / channels, corrected.position + corrected.values.size() / channels);
+        if (begin >= end)
+            continue;
+        const float* value = corrected.values.data() + size_t(begin - corrected.position) * channels;
+        for (float& sample : block.subspan(size_t(begin - mPosition) * channels, size_t(end - begin) * channels))
+            sample += *value++;
+    }
+}
+
 KESS_RESULT StreamDecoder::skipTo(uint64_t position)
 {
     const auto channels = size_t(mFacts.channels);
     while (mPosition < position) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = decodeBlock(&mBlock); result != KESS_OK) {
-                mBlock = {};
-                mLost = true;
+            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
                 return result;
-            }
         }
         const size_t frames = size_t(std::min<uint64_t>(mBlock.size() / channels, position - mPosition));
         mBlock = mBlock.subspan(frames * channels);
@@ -134,11 +163,8 @@ KESS_RESULT StreamDecoder::readFrames(size_t count, size_t* done, Take take)
     }
     while (*done < count) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = decodeBlock(&mBlock); result != KESS_OK) {
-                mBlock = {};
-                mLost = true;
+            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
                 return result;
-            }
         }
         const size_t frames = std::min(mBlock.size() / channels, count - *done);
         take(mBlock.first(frames * channels), *done * channels);

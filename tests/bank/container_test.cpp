@@ -46,6 +46,7 @@ EncodedSound arbitrarySound(std::string name, size_t dataBytes, uint8_t setup)
         sound.syncPoints = {{0, "begin"}, {7, ""}, {7, "Schlag \xc3\xa4"}, {10 * dataBytes, "end"}};
         sound.peak = 0.75f;
         sound.seekPoints = {{40, 10}, {90, 30}};
+        sound.corrections = {bank::makeCorrection(4, 2, std::vector<float>(2 * 70, 0.01f))};
     }
     return made;
 }
@@ -270,6 +271,9 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
         chunk("SEEK", {40, 10, 50}),
         chunk("SYNC", {5001, 0}),
         chunk("SYNC", {1, uint64_t(1) << 31}),
+        chunk("SEAM", {4'999, 2, 0}),
+        chunk("SEAM", {1, 0}),
+        chunk("SEAM", {0, 5'000, 0}),
         chunk("PEAK", {0x7f800000}),
         chunk("PEAK", {0xbf800000}),
         {'L', 'O', 'O'},
@@ -279,6 +283,37 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
         EXPECT_EQ(withChunks(chunks).error(), Error::Damaged) << std::string(chunks.begin(), chunks.begin() + 3);
     for (size_t size = 0; size < bytes.size(); ++size)
         EXPECT_EQ(bank::deserialise(std::span(bytes).first(size)).error(), Error::Damaged);
+}
+
+TEST(Correction, LeavesAThirdOfAnyErrorAndNothingOfNone)
+{
+    for (const int channels : {1, 3}) {
+        for (const size_t frames : {1u, 63u, 64u, 65u, 256u}) {
+            Noise noise(frames);
+            std::vector<float> missing(frames * size_t(channels));
+            // The middle channel has no error; that of the others grows from segment to segment.
+            for (size_t i = 0; i < missing.size(); ++i) {
+                float normal = 0;
+                for (int k = 0; k < 12; ++k)
+                    normal += noise.sample();
+                const size_t segment = i / size_t(channels) / bank::kCorrectionSegment;
+                missing[i] = i % size_t(channels) == 1 ? 0 : 1e-4f * normal * float(1 << 2 * segment);
+            }
+            const bank::Correction made = bank::makeCorrection(0, channels, missing);
+            const std::vector<float> given = bank::expandCorrection(made, channels);
+            ASSERT_EQ(given.size(), missing.size());
+            double before = 0;
+            double after = 0;
+            for (size_t i = 0; i < missing.size(); ++i) {
+                before += double(missing[i]) * missing[i];
+                after += double(missing[i] - given[i]) * (missing[i] - given[i]);
+                if (i % size_t(channels) == 1) {
+                    EXPECT_EQ(given[i], 0);
+                }
+            }
+            EXPECT_LT(after, before * (frames < 64 ? 0.6 : 0.2)) << frames;
+        }
+    }
 }
 
 TEST(EncryptedBank, OpensWithItsKeyAndHidesEverythingWithoutIt)
