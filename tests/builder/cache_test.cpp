@@ -487,14 +487,14 @@ TEST(Cache, LosesWhatKilledBuildsLeave)
     for (int i = 0; i < 4; ++i) {
         order.sounds.push_back({workshop.path("noise" + std::to_string(i) + ".wav")});
         writeSound(order.sounds.back().front(), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-                   noise(2, 44100, 300'000, uint32_t(i)));
+                   noise(2, 44100, 1'000'000, uint32_t(i)));
     }
     order.format = TARNOK_FORMAT_VORBIS;
     writeFile(order.output, std::string("the bank before"));
     size_t most = 0;
     for (int round = 0; round < 6; ++round) {
         const pid_t process = startBuild(order);
-        std::this_thread::sleep_for(std::chrono::milliseconds(60 + 20 * round));
+        std::this_thread::sleep_for(std::chrono::milliseconds(40 + 20 * round));
         kill(process, SIGKILL);
         waitpid(process, nullptr, 0);
         most = std::max(most, workshop.leftovers().size());

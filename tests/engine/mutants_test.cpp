@@ -1,5 +1,6 @@
 // Files of every kind, damaged at random.
 #include "source_kinds.hpp"
+#include "support/bank_maker.hpp"
 
 #include <gtest/gtest.h>
 
@@ -86,6 +87,11 @@ TEST(DamagedFiles, GiveOnlyTheResultsThatStandForAFilesFault)
     sourceKinds()[1].make("tagged.wav", sine(2, 44100, 3000));
     addWavTags("tagged.wav", {{{10, 2000}}, {{5, "a"}, {900, "name"}}});
     originals.push_back(readFile("tagged.wav"));
+    for (const std::string_view key : {"", "key"}) {
+        const Signal tone = sine(2, 48000, 3000);
+        auto sound = bank_test::MemorySound::ofFloats(2, 48000, tone.samples);
+        originals.push_back(bank_test::makeBank({bank_test::encode(bank::Codec::Vorbis, sound)}, {}, key));
+    }
     for (const char* stub : {"MThd", "IMPM", "Extended Module: ", "#EXTM3U\n", "[playlist]\n", "RIFF\x10\1\1\1RMID"}) {
         std::vector<uint8_t> bytes(stub, stub + std::string(stub).size());
         bytes.resize(1200);
