@@ -14,8 +14,9 @@
 //     plain:      an i16 for each sample
 //     predicted:  u8 step, then a bit stream, most significant bit of each byte first, padded with zeros to a byte:
 //         5 bits   only if the channel isn't the first: coupling, offset by 16, in eighths
-//         5 bits   start, the initial Rice parameter
-//         then for each coefficient its index, two's complement, of coefficientBits(number) bits
+//         5 bits   start, the initial Rice parameter, at most 17
+//         then for each coefficient its index, two's complement, of coefficientBits(i) bits: 9 for the first two, 7 for
+//                  those up to the eighth, 6 for the others
 //         16 bits  the first sample, two's complement
 //         then for each further sample a code
 //
@@ -35,9 +36,9 @@
 //     where q is the code u unfolded: q = u / 2 for an even u, -(u + 1) / 2 for an odd one.
 //
 //     The code of samples 1 to mode: Exp-Golomb of parameter start. With v = u + 2^start and b the number of bits of v,
-//     b - 1 - start zeros (at most 17), then v in b bits.
+//     b - 1 - start zeros (at most 17 - start), then v in b bits.
 //     The code of the others: Rice with the parameter r = riceParameter(A). u >> r zeros, a one, the r low bits of u;
-//     or, when there would be 20 zeros or more, 20 zeros and u in 17 bits. A follows the mean of u:
+//     or, when there would be 20 zeros or more, 20 zeros and u in 17 bits. A is sixteen times the recent mean of u:
 //         before the first: A = 24 << start; after each: A = A - (A >> 4) + u
 //         riceParameter(A) = the number of bits of (A >> 5), at most 17
 #pragma once
