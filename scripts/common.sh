@@ -1,0 +1,58 @@
+# What the scripts share. Sourced, not run: installs what is missing and builds a preset.
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+
+build_packages=(
+    g++ cmake ninja-build pkg-config
+    qt6-base-dev libgl-dev
+    libsndfile1-dev libmpg123-dev libogg-dev libvorbis-dev libopus-dev libopusfile-dev
+    libsoxr-dev libsodium-dev libxxhash-dev
+    libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+    libcli11-dev nlohmann-json3-dev
+    libgtest-dev
+)
+
+say() {
+    printf '== %s\n' "$*" >&2
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        say "Installing packages needs root or sudo: $*"
+        return 1
+    fi
+}
+
+# install_packages NAME...: those of the packages that aren't installed yet.
+install_packages() {
+    local missing=() name
+    for name in "$@"; do
+        if [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" != installed ]; then
+            missing+=("$name")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    say "Installing ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# The folder that a preset builds in.
+build_folder() {
+    if [ "$1" = release ]; then echo "$root/build"; else echo "$root/build-$1"; fi
+}
+
+# build_preset PRESET: configures where that wasn't done yet, and builds.
+build_preset() {
+    local folder
+    folder="$(build_folder "$1")"
+    say "Building the preset $1 in ${folder#"$root"/}"
+    if [ ! -e "$folder/build.ninja" ]; then
+        (cd "$root" && cmake --preset "$1" >/dev/null)
+    fi
+    (cd "$root" && cmake --build --preset "$1" -- --quiet >&2)
+}

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Renders the drawings in resources/svg to the PNG files that resources.qrc compiles into the desktop program.
+#
+# usage: scripts/render_icons.sh            render, then check
+#        scripts/render_icons.sh --check    only check the files that are there (needs no renderer)
+#
+# Rendering needs rsvg-convert and optipng (Debian: librsvg2-bin, optipng). A file whose picture is unchanged is left
+# alone, so a second run changes nothing. Exit status: 0 fine, 1 a check failed, 2 wrong usage or a program is missing.
+set -euo pipefail
+
+resources="$(cd "$(dirname "${BASH_SOURCE[0]}")/../resources" && pwd)"
+toolbar_icons=(icon_new icon_open icon_save icon_addfiles icon_build icon_rebuild icon_cancel)
+tree_icons=(treeicon_bank treeicon_subsound treeicon_sourcefile)
+toolbar_size=128
+tree_size=22
+
+need() {
+    command -v "$1" >/dev/null || { echo "render_icons.sh: $1 is missing (Debian package $2)" >&2; exit 2; }
+}
+
+render() { # name size
+    rsvg-convert --width "$2" --height "$2" --output "$scratch/$1.png" "$resources/svg/$1.svg"
+    optipng -quiet -strip all "$scratch/$1.png"
+    if ! cmp --silent "$scratch/$1.png" "$resources/$1.png"; then
+        install -m 644 "$scratch/$1.png" "$resources/$1.png"
+        echo "rendered $1.png"
+    fi
+}
+
+render_all() {
+    need rsvg-convert librsvg2-bin
+    need optipng optipng
+    scratch="$(mktemp -d)"
+    trap 'rm -rf "$scratch"' EXIT
+    local name
+    for name in "${toolbar_icons[@]}"; do render "$name" "$toolbar_size"; done
+    for name in "${tree_icons[@]}"; do render "$name" "$tree_size"; done
+}
+
+fail() {
+    echo "render_icons.sh: $*" >&2
+    failures=$((failures + 1))
+}
+
+# The first 24 bytes of every PNG: the signature, the length and name of the header chunk, width, height (big endian).
+check_size() { # name size
+    local file="$resources/$1.png" expected header
+    [[ -f $file ]] || { fail "$1.png is missing"; return; }
+    expected="$(printf '89504e470d0a1a0a0000000d49484452%08x%08x' "$2" "$2")"
+    header="$(od -An -v -tx1 -N24 "$file" | tr -d ' \n')"
+    [[ $header == "$expected" ]] || fail "$1.png is not a PNG of $2 by $2 pixels"
+}
+
+# An image that is compiled in and never drawn, or the other way round, shows only as an empty button at run time.
+check_resource_list() {
+    local listed drawn
+    listed="$(sed -n 's:.*<file>\(.*\)</file>.*:\1:p' "$resources/resources.qrc" | sort)"
+    drawn="$(printf '%s.png\n' "${toolbar_icons[@]}" "${tree_icons[@]}" | sort)"
+    [[ $listed == "$drawn" ]] || fail "resources.qrc does not list exactly the rendered images"
+}
+
+check_all() {
+    failures=0
+    local name
+    for name in "${toolbar_icons[@]}"; do check_size "$name" "$toolbar_size"; done
+    for name in "${tree_icons[@]}"; do check_size "$name" "$tree_size"; done
+    check_resource_list
+    ((failures == 0))
+}
+
+case "${1-}" in
+"") render_all ;;
+--check) ;;
+*) sed -n '2,8s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
+esac
+check_all || exit 1

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds a preset (release if none is named; debug, asan or tsan) and runs all tests in it.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+preset="${1:-release}"
+case "$preset" in
+release | debug | asan | tsan) ;;
+*)
+    say "Usage: scripts/test.sh [release|debug|asan|tsan]"
+    exit 2
+    ;;
+esac
+
+install_packages "${build_packages[@]}"
+build_preset "$preset"
+say "Testing the preset $preset"
+cd "$root"
+ctest --preset "$preset" -j "$(nproc)"

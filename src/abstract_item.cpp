@@ -1,0 +1,121 @@
+#include "abstract_item.hpp"
+
+#include "logger.hpp"
+#include "sound_bank.hpp"
+#include "utility_functions.hpp"
+#include "workspace.hpp"
+
+namespace TARNOK {
+
+namespace {
+
+enum Column
+{
+    NAME,
+    SAMPLE_RATE,
+    FORMAT,
+    TYPE,
+    SIZE,
+    LOCATION,
+    LENGTH,
+    CHANNELS
+};
+
+// A cell of a number, empty for 0.
+template <typename Number>
+QVariant cell(Number number)
+{
+    return number == Number(0) ? QVariant(AbstractItem::EMPTY) : QVariant(number);
+}
+
+} // namespace
+
+const QString AbstractItem::EMPTY;
+
+AbstractItem::AbstractItem(AbstractItem* parent, RTTI_TYPE type)
+    : mParent(parent)
+    , mType(type)
+{ }
+
+QVariant AbstractItem::data(int column) const
+{
+    switch (column) {
+    case NAME:
+        return fileName();
+    case SAMPLE_RATE:
+        return cell(sampleRate());
+    case FORMAT:
+        return format() == KESS_SOUND_FORMAT_NONE ? QVariant(EMPTY) : QVariant(QString(fileFormatToString(format())));
+    case TYPE:
+        return fileType();
+    case SIZE:
+        return cell(fileSizeCurrent());
+    case LOCATION:
+        return fileLocation();
+    case LENGTH:
+        return cell(length_ms());
+    case CHANNELS:
+        return cell(channelCount());
+    default:
+        Q_ASSERT(!"column out of range");
+        return EMPTY;
+    }
+}
+
+bool AbstractItem::reparent(AbstractItem* newParent, int row)
+{
+    Q_ASSERT(newParent);
+    Q_ASSERT(mParent);
+    Q_ASSERT(row >= 0);
+    Q_ASSERT(mParent->type() == newParent->type());
+
+    const bool disowned = mParent->disown(this);
+    Q_ASSERT(disowned);
+    mParent = nullptr;
+
+    const bool adopted = newParent->adopt(this, row);
+    if (!adopted)
+        Singleton<Logger>::instance()->println(Logger::OUTPUT_ERROR, "ERROR: Internal error: Orphan item!");
+    Q_ASSERT(adopted);
+
+    mParent = newParent;
+    mDirty = true;
+    return true;
+}
+
+void AbstractItem::release()
+{
+    Q_ASSERT(mParent);
+    Q_ASSERT(mType != RTTI_WORKSPACE);
+
+    qsizetype num = 0;
+    switch (mType) {
+    case RTTI_SOURCEFILE:
+        num = static_cast<Subsound*>(mParent)->removeAll(static_cast<SourceFile*>(this));
+        break;
+    case RTTI_SUBSOUND:
+        num = static_cast<SoundBank*>(mParent)->removeAll(static_cast<Subsound*>(this));
+        break;
+    case RTTI_SOUNDBANK:
+        num = static_cast<Workspace*>(mParent)->removeAll(static_cast<SoundBank*>(this));
+        break;
+    case RTTI_WORKSPACE:
+        break;
+    }
+    Q_ASSERT(num == 1);
+    delete this;
+}
+
+bool AbstractItem::disown(AbstractItem*)
+{
+    Q_ASSERT(!"this item has no children to disown");
+    return false;
+}
+
+bool AbstractItem::adopt(AbstractItem*, int)
+{
+    Q_ASSERT(!"this item can't adopt children");
+    return false;
+}
+
+} // namespace TARNOK

@@ -1,0 +1,116 @@
+// Runs builds: the builder library's initialisation, the queue of jobs, and the translation of its progress reports.
+#pragma once
+
+#include "build_context.hpp"
+#include "singleton.hpp"
+#include "tarnok.h"
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QReadWriteLock>
+#include <QString>
+
+namespace TARNOK {
+
+// Turns the library's reports on one build into a log line for each sound and one fraction for the progress bar.
+class ProgressMonitor
+{
+public:
+    // Starts a build of that many sounds, and hands back the reports that are still held from the one before.
+    void prepare(int numSubsounds);
+
+    // Takes in all reports that are there.
+    void updateInternal(const BuildContext* context);
+
+    // From 0 to 1, or -1 while the bank is being written. May go back when a worker leaves a sound for another.
+    float progress();
+
+    const char* stateToString(TARNOK_STATE state);
+
+private:
+    void processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context);
+    void processBankItem(const TARNOK_PROGRESSITEM* item);
+    QString getFileNameStrings(const BuildContext::LibSubsound* subsound);
+
+    QList<int> mCompleted;
+    int mNumSubsounds = 0;
+    QMap<int, const TARNOK_PROGRESSITEM*> mInProgress; // by worker: its last report on a sound that isn't done yet
+    QList<int> mPending; // sounds that no report has mentioned yet
+    bool mWriting = false;
+};
+
+// The jobs in order of arrival. The head is the one that runs. The queue doesn't own what it points to.
+class BuildQueue
+{
+public:
+    // locked says, here and below, that the caller holds the lock already: it isn't recursive.
+    void enqueue(BuildContext* context, bool locked);
+    BuildContext* first(bool locked);
+    int size(bool locked);
+    void remove(BuildContext* context); // with the write lock held
+
+    QReadWriteLock* lock() { return &mLock; }
+
+private:
+    QReadWriteLock mLock;
+    QList<BuildContext*> mContexts;
+};
+
+// Both front ends build through this: they enqueue a bank and call update() until it returns false. Everything else
+// happens inside update(), on the caller's thread; one thread makes all calls.
+class BuildSystem : public QObject, public Singleton<BuildSystem>
+{
+    Q_OBJECT
+
+public:
+    BuildSystem();
+    ~BuildSystem() override;
+
+    // Freezes the bank into a job and starts it, unless it doesn't validate or a build is going on.
+    void enqueueBuild(const SoundBank* bank);
+
+    // Takes in the progress of the running job, or its result. True while something remains to be polled.
+    bool update();
+
+    // The job still has to be polled to its end.
+    void cancelBuild();
+
+    // These take effect at the next build. The first two are written to the settings, too.
+    void setThreadCount(unsigned int count);
+    void setGenerateCodeHeader(bool enabled);
+    void setTNBVersion(TARNOK_TNBVERSION version);
+
+    // Sets or clears one of the TARNOK_INIT_* bits for the next build, without a trace in the settings.
+    void setInitFlag(unsigned int flag, bool enabled);
+
+    bool isBuilding() const { return mBuilding; }
+    unsigned int threadCount() const { return mThreadCount; }
+    bool generateCodeHeader() const { return (initFlags & TARNOK_INIT_CREATE_HEADER) != 0; }
+    ProgressMonitor& progressMonitor() { return mProgressMonitor; }
+
+    // How many banks were written so far.
+    int succeededBuilds() const { return mSucceededBuilds; }
+
+signals:
+    void buildStateChanged();
+
+private:
+    void processNext(bool locked);
+    void initLib();
+    void releaseLib();
+    void reportResult(const BuildContext* context);
+
+    ProgressMonitor mProgressMonitor;
+    BuildQueue mQueue;
+    unsigned int initFlags = TARNOK_INIT_ALWAYS;
+    QString mCacheDir;
+    bool mInitialised = false;
+    bool mSettingsChanged = false;
+    bool mBuilding = false;
+    unsigned int mThreadCount;
+    TARNOK_TNBVERSION mTnbVersion = TARNOK_TNBVERSION_CURRENT;
+    int mSucceededBuilds = 0;
+};
+
+} // namespace TARNOK

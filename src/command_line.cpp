@@ -1,0 +1,445 @@
+#include "command_line.hpp"
+
+#include "build_system.hpp"
+#include "utility_classes.hpp"
+#include "workspace.hpp"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QThread>
+
+#include <cstring>
+
+namespace TARNOK {
+
+namespace {
+
+constexpr const char* PROJECT_SUFFIX = ".tnproj";
+constexpr const char* BANK_SUFFIX = "tnb";
+constexpr int HELP_COLUMN = 20;
+constexpr unsigned long POLL_MS = 20;
+
+constexpr unsigned int VERSION_MAJOR = 0x2;
+constexpr unsigned int VERSION_MINOR = 0x3;
+constexpr unsigned int VERSION_PATCH = 0x8;
+
+// Stands for an unset field of an Arg and is told by its address: an argument may really be empty behind its
+// prefix.
+const char UNSET[] = "";
+
+Logger* logger()
+{
+    return Singleton<Logger>::instance();
+}
+
+QByteArray blanks(int count)
+{
+    return QByteArray(count, ' ');
+}
+
+} // namespace
+
+AbstractAction::AbstractAction(const char* name, const char* help, bool hidden)
+    : mNames{QString::fromUtf8(name)}
+    , mHelp(help)
+    , mHidden(hidden)
+{ }
+
+void AbstractAction::addAlias(const char* name)
+{
+    mNames.append(QString::fromUtf8(name));
+}
+
+void registerCommand(AbstractAction* action, bool prepopulate)
+{
+    Singleton<CommandLine>::instance()->registerAction(action, prepopulate);
+}
+
+bool convertToInt(const QString& text, int minimum, int maximum, int* result)
+{
+    bool ok = false;
+    *result = text.toInt(&ok);
+    if (!ok) {
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: could not convert '%s' to int", text.toUtf8().constData());
+        return false;
+    }
+    if (*result < minimum || *result > maximum) {
+        logger()->println(Logger::OUTPUT_DEBUG, "%d is outside the bounds [%d, %d]", *result, minimum, maximum);
+        *result = qBound(minimum, *result, maximum);
+        logger()->println(Logger::OUTPUT_WARNING, "value changed to %d", *result);
+    }
+    return true;
+}
+
+bool stringToVerbosity(const QString& text, Logger::OUTPUTPRIORITY* priority)
+{
+    struct Word
+    {
+        const char* text;
+        Logger::OUTPUTPRIORITY priority;
+    };
+    static constexpr Word WORDS[] = {
+        {"debug", Logger::OUTPUT_DEBUG},     {"info", Logger::OUTPUT_INFO},   {"message", Logger::OUTPUT_MESSAGE},
+        {"warning", Logger::OUTPUT_WARNING}, {"error", Logger::OUTPUT_ERROR}, {"silent", Logger::OUTPUT_SILENT},
+    };
+    for (const Word& word : WORDS) {
+        if (text.compare(QLatin1String(word.text), Qt::CaseInsensitive) == 0) {
+            *priority = word.priority;
+            return true;
+        }
+    }
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: unrecognised verbosity parameter '%s'", text.toUtf8().constData());
+    return false;
+}
+
+AbstractAction* CommandLine::CommandActions::find(QString name) const
+{
+    if (name.startsWith('-'))
+        name.remove(0, 1);
+    for (AbstractAction* action : *this) {
+        if (action->names().contains(name, Qt::CaseInsensitive))
+            return action;
+    }
+    return nullptr;
+}
+
+void CommandLine::registerAction(AbstractAction* action, bool prepopulate)
+{
+    (prepopulate ? mPrepopulateActions : mPostpopulateActions).append(action);
+}
+
+bool CommandLine::init()
+{
+    logger()->gag();
+    Singleton<SoundFileValidator>::instance()->setAllowTnbFiles(false);
+    return true;
+}
+
+bool CommandLine::isPath(const char* argument)
+{
+    return argument[0] != '\0' && std::strpbrk(argument + 1, "./\\") != nullptr;
+}
+
+bool CommandLine::parseArgs(int argc, char** argv, QList<QString>* sources, QString* destination, QList<Arg>* args)
+{
+    Arg current = {UNSET, UNSET};
+    bool seenSource = false;
+    bool ok = true;
+
+    for (int i = 1; i < argc; ++i) {
+        const char* argument = argv[i];
+        if (isPath(argument)) {
+            if (current.name[0] == 'o') {
+                if (!destination->isEmpty()) {
+                    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Destination specified twice");
+                    ok = false;
+                }
+                *destination = QString::fromUtf8(argument);
+                current.name = UNSET;
+                continue;
+            }
+            if (!seenSource) {
+                sources->append(QFileInfo(QString::fromUtf8(argument)).absoluteFilePath());
+                seenSource = true;
+                continue;
+            }
+        }
+
+        if (argument[0] == '-' || argument[0] == '/') {
+            if (current.name != UNSET) {
+                args->append(current);
+                current.value = UNSET;
+            }
+            current.name = argument + 1;
+        } else if (current.name == UNSET) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: Couldn't parse '%s', is it missing a '-'?", argument);
+            ok = false;
+        } else if (current.value == UNSET) {
+            current.value = argument;
+        } else {
+            logger()->println(Logger::OUTPUT_ERROR,
+                              "ERROR: detected two consecutive args without a '-' ('%s' and '%s')", argv[i - 1],
+                              argument);
+            ok = false;
+        }
+    }
+    if (current.name != UNSET)
+        args->append(current);
+
+    logger()->println(Logger::OUTPUT_DEBUG, "\nsource:");
+    for (const QString& source : std::as_const(*sources))
+        logger()->println(Logger::OUTPUT_DEBUG, "  %s", source.toUtf8().constData());
+    logger()->println(Logger::OUTPUT_DEBUG, "destination:\n  %s", destination->toUtf8().constData());
+    logger()->println(Logger::OUTPUT_DEBUG, "args:");
+    for (const Arg& arg : std::as_const(*args))
+        logger()->println(Logger::OUTPUT_DEBUG, "  %s %s", arg.name, arg.value);
+    logger()->println(Logger::OUTPUT_DEBUG, "\n");
+    return ok;
+}
+
+bool CommandLine::processPrepopulateArgs(QList<Arg>* args)
+{
+    bool ok = true;
+    for (auto arg = args->begin(); arg != args->end();) {
+        const AbstractAction* action = mPrepopulateActions.find(QString::fromUtf8(arg->name));
+        if (!action) {
+            ++arg;
+            continue;
+        }
+        logger()->println(Logger::OUTPUT_DEBUG, "processing: -%s %s", arg->name, arg->value);
+        if (!action->execute(nullptr, QString::fromUtf8(arg->value))) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: Unable to process arg '-%s' with value '%s'", arg->name,
+                              arg->value);
+            ok = false;
+            if (!action->hidden())
+                logger()->println(Logger::OUTPUT_INFO, "%s %s", action->name().toUtf8().constData(), action->help());
+        }
+        arg = args->erase(arg);
+    }
+    return ok;
+}
+
+bool CommandLine::validateArgs(const QList<QString>& sources, const QString& destination, const QList<Arg>&)
+{
+    bool ok = true;
+    if (sources.isEmpty()) {
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: source not specified");
+        ok = false;
+    }
+    if (destination.isEmpty() && !mMultiple) {
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: destination not specified");
+        ok = false;
+    }
+    return ok;
+}
+
+bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
+{
+    logger()->println(Logger::OUTPUT_INFO, "\nGathering files...");
+    QList<QString> files;
+    getFileListFromPath(sources, &files, QString());
+
+    if (sources.size() == 1) {
+        // Any single source is tried as a project, a sound file too: its failure there is none, and stays silent.
+        const Logger::OUTPUTPRIORITY verbosity = logger()->verbosity();
+        logger()->setVerbosity(Logger::OUTPUT_SILENT);
+        SoundBank* loaded = Singleton<Workspace>::instance()->loadSoundBank(sources.first());
+        logger()->setVerbosity(verbosity);
+        if (loaded) {
+            *bank = loaded;
+            logger()->println(Logger::OUTPUT_MESSAGE, "Successfully loaded project %s",
+                              sources.first().toUtf8().constData());
+            return true;
+        }
+    }
+
+    *bank = Singleton<Workspace>::instance()->createSoundBank();
+    logger()->println(Logger::OUTPUT_INFO, "\nAnalysing files...");
+    Subsound* interleaved = mInterleaved ? (*bank)->newItem() : nullptr;
+    for (const QString& file : std::as_const(files)) {
+        const bool added = interleaved ? interleaved->addFile(file) : (*bank)->addSubsound(file) != nullptr;
+        if (!added)
+            logger()->println(Logger::OUTPUT_INFO, "skipped: '%s' not a valid sound file", file.toUtf8().constData());
+    }
+    return interleaved ? !interleaved->isEmpty() : !(*bank)->isEmpty();
+}
+
+bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath)
+{
+    static int indentation = 0;
+    ++indentation;
+    for (const QString& entry : paths) {
+        const QString fullPath = relativePath.isEmpty() ? entry : relativePath + "/" + entry;
+        const QDir directory(fullPath);
+        if (directory.exists()) {
+            logger()->println(Logger::OUTPUT_DEBUG, "%s[%s]", blanks(indentation * 2).constData(),
+                              entry.toUtf8().constData());
+            for (const QString& name : directory.entryList(QDir::Files, QDir::NoSort)) {
+                logger()->println(Logger::OUTPUT_DEBUG, "%s%s", blanks(indentation * 2 + 2).constData(),
+                                  name.toUtf8().constData());
+                files->append(fullPath + "/" + name);
+            }
+            if (mRecursive)
+                getFileListFromPath(directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort), files,
+                                    fullPath);
+        } else if (directory.exists(entry)) {
+            logger()->println(Logger::OUTPUT_DEBUG, "%s%s", blanks(indentation * 2).constData(),
+                              entry.toUtf8().constData());
+            files->append(entry);
+        } else {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: Couldn't locate '%s'", fullPath.toUtf8().constData());
+            if (directory.isRelative())
+                logger()->println(Logger::OUTPUT_INFO, "[relative to '%s']",
+                                  QDir::current().path().toUtf8().constData());
+            --indentation;
+            Q_ASSERT(false);
+        }
+    }
+    --indentation;
+    return true;
+}
+
+bool CommandLine::processArgs(const QList<Arg>& args, SoundBank* bank)
+{
+    logger()->println(Logger::OUTPUT_INFO, "\nProcessing args...");
+    if (!bank)
+        return false;
+
+    bool ok = true;
+    for (const Arg& arg : args) {
+        const AbstractAction* action = mPostpopulateActions.find(QString::fromUtf8(arg.name));
+        if (!action) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: Unknown arg '-%s'", arg.name);
+            ok = false;
+            continue;
+        }
+        logger()->println(Logger::OUTPUT_DEBUG, "processing: -%s %s", arg.name, arg.value);
+        if (!action->execute(bank, QString::fromUtf8(arg.value))) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: Unable to process arg '-%s' with value '%s'", arg.name,
+                              arg.value);
+            for (const QString& name : action->names())
+                logger()->println(Logger::OUTPUT_INFO, "%s ", name.toUtf8().constData());
+            logger()->println(Logger::OUTPUT_INFO, action->help());
+            ok = false;
+        }
+    }
+    return ok;
+}
+
+bool CommandLine::buildBank(int argc, char** argv)
+{
+    init();
+
+    QList<QString> sources;
+    QString destination;
+    QList<Arg> args;
+    if (!parseArgs(argc, argv, &sources, &destination, &args))
+        return fail("An error occurred while parsing args");
+    if (!processPrepopulateArgs(&args) && !mIgnoreErrors)
+        return fail("An error occurred while processing args");
+    if (!validateArgs(sources, destination, args) && !mIgnoreErrors)
+        return fail("An error occured while validating input", "\ntype -help for a full list of options");
+
+    SoundBank* bank = nullptr;
+    if (!populateTNB(sources, &bank) && !mIgnoreErrors)
+        return fail("An error occurred while populating soundbank");
+    if (!processArgs(args, bank) && !mIgnoreErrors)
+        return fail("An error occurred while processing args");
+    logger()->ungag();
+
+    if (bank->fileName().isEmpty() && !mMultiple)
+        setDefaultOutputPath(bank, destination);
+    if (mWriteProject) {
+        writeProject(bank, destination);
+        return true;
+    }
+
+    bank->setOutputFilePath(destination);
+    logger()->println(Logger::OUTPUT_MESSAGE, "Compiling soundbank %s", destination.toUtf8().constData());
+    if (mMultiple)
+        return buildMultiple(bank);
+    buildToTheEnd(bank);
+    return true;
+}
+
+// Ends a run that stopped: the reason, then all that was held back, the reason last.
+bool CommandLine::fail(const char* line, const char* hint)
+{
+    logger()->println(Logger::OUTPUT_MESSAGE, "%s", line);
+    if (hint)
+        logger()->println(Logger::OUTPUT_INFO, "%s", hint);
+    logger()->ungag();
+    return false;
+}
+
+// Names the bank after its first source, inside the destination. An empty bank aborts.
+void CommandLine::setDefaultOutputPath(SoundBank* bank, const QString& destination)
+{
+    QString path = destination;
+    if (!path.endsWith('/') && !path.endsWith('\\'))
+        path += '/';
+    path += bank->at(0)->at(0)->fileName();
+    bank->setOutputFilePath(path + "." + BANK_SUFFIX);
+}
+
+void CommandLine::writeProject(const SoundBank* bank, const QString& destination)
+{
+    QString path = destination;
+    if (!path.endsWith(PROJECT_SUFFIX))
+        path += PROJECT_SUFFIX;
+    logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
+    ++mBanksWanted;
+    if (Singleton<Workspace>::instance()->saveSoundBank(bank, path))
+        ++mBanksWritten;
+}
+
+void CommandLine::buildToTheEnd(const SoundBank* bank)
+{
+    BuildSystem* buildSystem = Singleton<BuildSystem>::instance();
+    const int before = buildSystem->succeededBuilds();
+    buildSystem->enqueueBuild(bank);
+    while (buildSystem->update())
+        QThread::msleep(POLL_MS);
+    ++mBanksWanted;
+    mBanksWritten += buildSystem->succeededBuilds() - before;
+}
+
+// Builds one bank for each subsound, the last one first.
+bool CommandLine::buildMultiple(SoundBank* bank)
+{
+    SoundBank* carrier = Singleton<Workspace>::instance()->createSoundBank();
+    carrier->setEncryptionKey(bank->encryptionKey());
+    carrier->profile().clone(bank->profile());
+
+    // A missing directory is made, and the banks land beside it.
+    QDir directory(bank->outputFilePath());
+    if (!directory.exists()) {
+        const QString name = directory.dirName();
+        if (!directory.cdUp() || !directory.exists()) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: directory not found %s",
+                              directory.path().toUtf8().constData());
+            return false;
+        }
+        directory.mkdir(name);
+    }
+    const QString outputDirectory = directory.absolutePath();
+
+    // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
+    QList<Subsound*> built;
+    while (!bank->isEmpty()) {
+        Subsound* subsound = bank->last();
+        carrier->append(subsound);
+        carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + "." + BANK_SUFFIX);
+        bank->removeLast();
+        buildToTheEnd(carrier);
+        carrier->clear();
+        built.prepend(subsound);
+    }
+    bank->append(built);
+    return true;
+}
+
+void CommandLine::printHelp()
+{
+    const auto write = [](const QByteArray& text) {
+        logger()->write(Logger::OUTPUT_SILENT, text.constData());
+    };
+
+    write(QString::asprintf("\n%s version %x.%02x.%02x (%s)\nCopyright (C) KESS. All rights reserved.\n\n", APP_NAME,
+                            VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH, __DATE__)
+              .toUtf8());
+    write("Command line switches :\n\n");
+    for (const CommandActions* actions : {&mPrepopulateActions, &mPostpopulateActions}) {
+        for (const AbstractAction* action : *actions) {
+            if (!action->hidden())
+                write("-" + action->name().toUtf8().leftJustified(HELP_COLUMN) + action->help() + "\n");
+        }
+    }
+    write("\n");
+    write("Examples :\n\n");
+    write("tarnokexcl -o MyBank.tnb <source>\n");
+    write("\n");
+    write("Note: A .tnproj or .lst file can be used as the source.\n");
+}
+
+} // namespace TARNOK

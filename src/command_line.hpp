@@ -1,0 +1,125 @@
+// The console tool's body: switches, the grammar of its arguments, the population of a bank, and the build.
+#pragma once
+
+#include "logger.hpp"
+#include "singleton.hpp"
+#include "sound_bank.hpp"
+
+#include <QList>
+#include <QString>
+
+namespace TARNOK {
+
+// One switch. Its objects are static and register themselves before main; nothing creates or deletes one later.
+class AbstractAction
+{
+public:
+    AbstractAction(const char* name, const char* help, bool hidden);
+
+    // Carries the switch out; false if it could not. bank is null for a switch that runs before population, value is
+    // empty for one without a value.
+    virtual bool execute(SoundBank* bank, const QString& value) const = 0;
+
+    const QList<QString>& names() const { return mNames; }
+    const QString& name() const { return mNames.first(); } // the long one, which help shows
+    const char* help() const { return mHelp; }
+    bool hidden() const { return mHidden; }
+
+    void addAlias(const char* name);
+
+protected:
+    ~AbstractAction() = default;
+
+private:
+    QList<QString> mNames;
+    const char* mHelp;
+    bool mHidden;
+};
+
+// Adds a switch to those that run before the bank is populated, or to those that run after.
+void registerCommand(AbstractAction* action, bool prepopulate);
+
+// Base-10 integer. One outside the bounds is moved to the nearer one, with a warning; false if text is no number.
+bool convertToInt(const QString& text, int minimum, int maximum, int* result);
+
+// The priority of a word, compared without regard to case; false leaves *priority as it was.
+bool stringToVerbosity(const QString& text, Logger::OUTPUTPRIORITY* priority);
+
+// Compiles banks from one argument vector. Written for one run in the life of the process.
+class CommandLine
+{
+public:
+    // One switch of the argument vector: its name without the first character, and its value. Neither is owned.
+    struct Arg
+    {
+        const char* name;
+        const char* value;
+    };
+
+    // Switches in the order of their registration; not owned.
+    class CommandActions : public QList<AbstractAction*>
+    {
+    public:
+        // By any of its names, without regard to case; one leading "-" is dropped. Null if there is none.
+        AbstractAction* find(QString name) const;
+    };
+
+    // True if the run came through. That says nothing of the builds: ask allBanksWritten().
+    bool buildBank(int argc, char** argv);
+
+    // Whether everything that the run was asked to write was written.
+    bool allBanksWritten() const { return mBanksWanted > 0 && mBanksWritten == mBanksWanted; }
+
+    void printHelp();
+
+    // Gags the logger, so that switches which set its threshold act on earlier lines too. Always true.
+    bool init();
+
+    // Whether an argument looks like a path: a ".", "/" or "\" behind its first character.
+    bool isPath(const char* argument);
+
+    // Cuts the arguments into one source, a destination and switches, by their form alone. Errors are logged and don't
+    // stop it.
+    bool parseArgs(int argc, char** argv, QList<QString>* sources, QString* destination, QList<Arg>* args);
+
+    // Runs the switches that steer the population, and takes them out of args.
+    bool processPrepopulateArgs(QList<Arg>* args);
+
+    bool validateArgs(const QList<QString>& sources, const QString& destination, const QList<Arg>& args);
+
+    // Makes a bank of the source: a project, a list, a sound file, or the files of a directory.
+    bool populateTNB(const QList<QString>& sources, SoundBank** bank);
+
+    // All files of the paths, directories opened up. A path that doesn't exist aborts.
+    bool getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath);
+
+    // Runs the switches that change the bank.
+    bool processArgs(const QList<Arg>& args, SoundBank* bank);
+
+    void registerAction(AbstractAction* action, bool prepopulate);
+
+    void setInterleaved(bool interleaved) { mInterleaved = interleaved; }
+    void setMultiple() { mMultiple = true; }
+    void setWriteProject() { mWriteProject = true; }
+    void setRecursive() { mRecursive = true; }
+    void setIgnoreErrors() { mIgnoreErrors = true; }
+
+private:
+    bool fail(const char* line, const char* hint = nullptr);
+    void setDefaultOutputPath(SoundBank* bank, const QString& destination);
+    void writeProject(const SoundBank* bank, const QString& destination);
+    void buildToTheEnd(const SoundBank* bank);
+    bool buildMultiple(SoundBank* bank);
+
+    CommandActions mPrepopulateActions;
+    CommandActions mPostpopulateActions;
+    bool mInterleaved = false;
+    bool mMultiple = false;
+    bool mWriteProject = false;
+    bool mRecursive = false;
+    bool mIgnoreErrors = false;
+    int mBanksWanted = 0;
+    int mBanksWritten = 0;
+};
+
+} // namespace TARNOK

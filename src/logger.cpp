@@ -1,0 +1,136 @@
+#include "logger.hpp"
+
+#include <QTextEdit>
+
+#include <cstdio>
+
+namespace TARNOK {
+
+namespace {
+
+// A finished line, zeros behind the text.
+struct Line
+{
+    char text[Logger::MAX_LINE + 1] = {};
+
+    Line(const char* format, va_list arguments) { std::vsnprintf(text, sizeof text, format, arguments); }
+};
+
+} // namespace
+
+void Logger::println(OUTPUTPRIORITY priority, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    vprintln(priority, format, arguments);
+    va_end(arguments);
+}
+
+void Logger::vprintln(OUTPUTPRIORITY priority, const char* format, va_list arguments)
+{
+    if (priority < mVerbosity || mOutput == OUTPUT_NONE)
+        return;
+
+    if (mGagged) {
+        mMessages.append({QString::fromUtf8(Line(format, arguments).text), priority});
+        return;
+    }
+
+    switch (mOutput) {
+    case OUTPUT_TEXTEDIT:
+        if (mTextEdit)
+            appendToTextEdit(priority, Line(format, arguments).text);
+        break;
+    case OUTPUT_FILE: {
+        const Line line(format, arguments);
+        mFile.write(line.text, sizeof line.text);
+        mFile.write("\n", 1);
+        break;
+    }
+    case OUTPUT_STDOUT:
+        std::vfprintf(stdout, format, arguments);
+        std::fputc('\n', stdout);
+        break;
+    default:
+        Q_ASSERT(!"unknown output");
+    }
+}
+
+void Logger::appendToTextEdit(OUTPUTPRIORITY priority, const char* text)
+{
+    const QTextCharFormat saved = mTextEdit->currentCharFormat();
+    if (priority == OUTPUT_ERROR)
+        mTextEdit->setTextColor(Qt::red);
+    mTextEdit->append(QString::fromUtf8(text));
+    if (priority == OUTPUT_ERROR)
+        mTextEdit->setCurrentCharFormat(saved);
+}
+
+void Logger::write(OUTPUTPRIORITY priority, const char* text)
+{
+    if (priority < mVerbosity)
+        return;
+
+    switch (mOutput) {
+    case OUTPUT_NONE:
+        break;
+    case OUTPUT_STDOUT:
+        std::printf("%s", text);
+        break;
+    case OUTPUT_FILE:
+        mFile.write(text, static_cast<qint64>(qstrnlen(text, MAX_FILE_WRITE)));
+        break;
+    case OUTPUT_TEXTEDIT:
+        if (mTextEdit)
+            mTextEdit->append(QString::fromUtf8(text));
+        break;
+    default:
+        Q_ASSERT(!"unknown output");
+    }
+}
+
+bool Logger::setPrintToFile(const QString& path, bool append)
+{
+    const QIODevice::OpenMode mode =
+        append ? QIODevice::WriteOnly | QIODevice::Append : QIODevice::OpenMode(QIODevice::WriteOnly);
+
+    // Tried apart, so that a log file which is open now goes on when this one can't be opened.
+    if (!QFile(path).open(mode))
+        return false;
+
+    mFile.close();
+    mFile.setFileName(path);
+    mFile.open(mode);
+    if (mFile.openMode() != QIODevice::NotOpen)
+        mOutput = OUTPUT_FILE;
+    return mFile.isOpen();
+}
+
+void Logger::setPrintToQTextEdit(QTextEdit* edit)
+{
+    mOutput = OUTPUT_TEXTEDIT;
+    mTextEdit = edit;
+}
+
+void Logger::ungag()
+{
+    mGagged = false;
+    const QList<Message> held = mMessages;
+    for (const Message& message : held) {
+        // A finished text is a format again, and a "%" in it, of a file name say, a conversion. The conversions find
+        // zeros here and not whatever happens to lie on the stack.
+        replay(message.priority, message.text.toUtf8().constData(), nullptr, nullptr, nullptr, nullptr, nullptr,
+               nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    }
+    mMessages.clear();
+}
+
+void Logger::replay(OUTPUTPRIORITY priority, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    vprintln(priority, format, arguments);
+    va_end(arguments);
+}
+
+} // namespace TARNOK

@@ -1,0 +1,75 @@
+// The validator of sound files, and the user's settings.
+#pragma once
+
+#include "kess.hpp"
+#include "singleton.hpp"
+
+#include <QMap>
+#include <QString>
+
+namespace TARNOK {
+
+// Organisation and application of the settings store; the latter is also the title of message boxes.
+inline constexpr const char* COMPANY_NAME = "KESS";
+inline constexpr const char* APP_NAME = "KESS SoundBank Generator";
+
+// Asks a silent audio engine what a file is, and decides whether it may enter a bank. Without the engine the process
+// can't go on.
+class SoundFileValidator
+{
+public:
+    SoundFileValidator();
+    ~SoundFileValidator();
+    SoundFileValidator(const SoundFileValidator&) = delete;
+    SoundFileValidator& operator=(const SoundFileValidator&) = delete;
+
+    // Any of the pointers may be null. The facts are not to be trusted when the result is false.
+    bool isValid(const QString& path, int* sampleRate, int* channelCount, int* length_ms, KESS_SOUND_FORMAT* format);
+
+    // Whether compiled banks may serve as source files.
+    bool allowTnbFiles() const { return mAllowTnbFiles; }
+    void setAllowTnbFiles(bool allow) { mAllowTnbFiles = allow; }
+
+private:
+    bool isAccepted(KESS_SOUND_TYPE type) const;
+
+    KESS::System* mSystem = nullptr;
+    bool mAllowTnbFiles = false;
+};
+
+// What a path's suffix suggests to the engine; suffixes are compared with regard to case.
+KESS_SOUND_TYPE getTypeFromFileExtension(const QString& path);
+
+// The user's directories and values. A write goes to a table in memory, which reads see at once; it reaches the store
+// on disk only by one of the finalize calls.
+class System
+{
+public:
+    static constexpr const char* BANK_NAME = "Bank";
+    static constexpr const char* CACHE_NAME = "Cache";
+    static constexpr const char* PROFILE_NAME = "Profile";
+    static constexpr const char* LISTFILE_NAME = "ListFile";
+    static constexpr const char* SOURCE_NAME = "Source";
+    static constexpr const char* THREAD_COUNT = "ThreadCount";
+    static constexpr const char* GENERATE_CODE_HEADER = "GenerateHeaders";
+
+    QString getDir(const char* name);
+    void setDir(const char* name, const QString& directory);
+
+    // A directory that exists: the one that is set, or else one in the user's documents, which is made.
+    QString getOutputDir(const char* name);
+
+    int getValue(const char* name);
+    void setValue(const char* name, int value);
+    int getDefaultValue(const char* name);
+
+    void finalizeSettings() const;
+    void finalizeDirectories() const;
+    void finalizeValues() const;
+
+private:
+    QMap<QString, QString> mDirectories;
+    QMap<QString, int> mValues;
+};
+
+} // namespace TARNOK

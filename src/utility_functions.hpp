@@ -1,0 +1,35 @@
+// The words for formats and build flags, as files, switches and panels use them.
+#pragma once
+
+#include "kess.h"
+#include "tarnok.h"
+
+#include <QString>
+
+namespace TARNOK {
+
+// How a format takes its quality setting.
+enum FormatType
+{
+    FORMAT_TYPE_BITRATE = 0, // through a bitrate editor
+    FORMAT_TYPE_NONE = 1, // not at all
+    FORMAT_TYPE_QUALITY = 2, // on the scale of 0 to 100
+};
+
+// All of these abort on a value outside their tables, with the one exception of stringToFormat with ok.
+
+const char* fileFormatToString(KESS_SOUND_FORMAT format);
+const char* formatToString(TARNOK_FORMAT format);
+
+// Compares without regard to case. An unknown word aborts if ok is null, otherwise sets *ok to false.
+TARNOK_FORMAT stringToFormat(const QString& text, bool* ok);
+
+int getFormatType(TARNOK_FORMAT format);
+
+// Compares with regard to case.
+unsigned int stringToBuildFlag(const QString& text);
+
+// flag has exactly one bit set, one that has a word.
+const char* buildFlagToString(unsigned int flag);
+
+} // namespace TARNOK

@@ -1,0 +1,42 @@
+// The root of the item tree, and the door between banks and files.
+#pragma once
+
+#include "abstract_item.hpp"
+#include "singleton.hpp"
+#include "sound_bank.hpp"
+
+namespace TARNOK {
+
+// Holds the open banks in the order of their opening and owns them. It has no file of its own.
+class Workspace : public AbstractItemContainer<SoundBank>, public Singleton<Workspace>
+{
+public:
+    Workspace();
+
+    SoundBank* createSoundBank();
+
+    // Opens a list file (.lst, .txt) or a project file (any other name). Null if that fails; most reasons are logged.
+    SoundBank* loadSoundBank(const QString& path);
+
+    // Writes a project file. A bank that doesn't validate leaves no file at path, and the result is false. A path that
+    // can't be opened for writing aborts.
+    bool saveSoundBank(const SoundBank* bank, const QString& path);
+
+    // Reads a profile file into profile, which stays as it was on failure. A missing file, and a workspace without a
+    // bank, abort.
+    bool loadProfile(SoundProfile* profile, const QString& path);
+
+    // Writes a profile file. A path that can't be opened for writing aborts.
+    bool saveProfile(const SoundProfile& profile, const QString& path);
+
+    // Reads a list file: a line a sound, a path and options separated by commas, up to the first empty line. A line
+    // whose file is no valid sound is tried again until it is one.
+    bool loadFromList(const QString& path, SoundBank* bank);
+
+    bool loadFromXml(const QString& path, SoundBank* bank);
+
+    bool serialize(QXmlStreamWriter*) const override { return false; }
+    bool deserialize(XmlStreamIterator&) override { return false; }
+};
+
+} // namespace TARNOK

@@ -1,0 +1,134 @@
+// An audio engine that decodes nothing. A "sound" is a text file that says what the engine is to find in it:
+//     sound <result> <type> <format> <channels> <hertz> <milliseconds>
+// Any other file is of no known format. A suggested type that isn't the file's own is answered by "unknown format".
+#include "kess.hpp"
+
+#include <cstdio>
+#include <memory>
+
+namespace KESS {
+
+struct System::Impl
+{ };
+
+struct Sound::Impl
+{
+    int result = 0;
+    int type = 0;
+    int format = 0;
+    int channels = 0;
+    int hertz = 0;
+    unsigned int milliseconds = 0;
+};
+
+System::System()
+    : mImpl(new Impl)
+{ }
+
+System::~System()
+{
+    delete mImpl;
+}
+
+Sound::Sound()
+    : mImpl(new Impl)
+{ }
+
+Sound::~Sound()
+{
+    delete mImpl;
+}
+
+struct SystemAccess
+{
+    static System* create() { return new System; }
+};
+
+struct SoundAccess
+{
+    static Sound* create(const Sound::Impl& facts)
+    {
+        auto* sound = new Sound;
+        *sound->mImpl = facts;
+        return sound;
+    }
+
+    static KESS_RESULT read(const char* path, Sound::Impl* facts)
+    {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "r"), &std::fclose);
+        if (!file)
+            return KESS_ERR_FILE_NOTFOUND;
+        const int fields = std::fscanf(file.get(), "sound %d %d %d %d %d %u", &facts->result, &facts->type,
+                                       &facts->format, &facts->channels, &facts->hertz, &facts->milliseconds);
+        return fields == 6 ? static_cast<KESS_RESULT>(facts->result) : KESS_ERR_FORMAT;
+    }
+
+    static int type(const Sound::Impl& facts) { return facts.type; }
+    using Facts = Sound::Impl;
+};
+
+KESS_RESULT System::release()
+{
+    delete this;
+    return KESS_OK;
+}
+
+KESS_RESULT System::setOutput(KESS_OUTPUTTYPE)
+{
+    return KESS_OK;
+}
+
+KESS_RESULT System::init(int, unsigned int, void*)
+{
+    return KESS_OK;
+}
+
+KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    *sound = nullptr;
+    SoundAccess::Facts facts;
+    const KESS_RESULT result = SoundAccess::read(path, &facts);
+    if (result != KESS_OK)
+        return result;
+    if (info && info->suggestedsoundtype != 0 && info->suggestedsoundtype != SoundAccess::type(facts))
+        return KESS_ERR_FORMAT;
+    *sound = SoundAccess::create(facts);
+    return KESS_OK;
+}
+
+KESS_RESULT Sound::release()
+{
+    delete this;
+    return KESS_OK;
+}
+
+KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, int* channels, int*)
+{
+    if (type)
+        *type = static_cast<KESS_SOUND_TYPE>(mImpl->type);
+    if (format)
+        *format = static_cast<KESS_SOUND_FORMAT>(mImpl->format);
+    if (channels)
+        *channels = mImpl->channels;
+    return KESS_OK;
+}
+
+KESS_RESULT Sound::getDefaults(float* frequency, int*)
+{
+    *frequency = static_cast<float>(mImpl->hertz);
+    return KESS_OK;
+}
+
+KESS_RESULT Sound::getLength(unsigned int* length, unsigned int)
+{
+    *length = mImpl->milliseconds;
+    return KESS_OK;
+}
+
+} // namespace KESS
+
+extern "C" KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int)
+{
+    *system = KESS::SystemAccess::create();
+    return KESS_OK;
+}

@@ -1,0 +1,390 @@
+// Project, profile and list files, and the step reader under the first two.
+#include "system_test.hpp"
+#include "xml_stream_iterator.hpp"
+
+#include <chrono>
+#include <thread>
+
+using namespace TARNOK;
+
+namespace {
+
+class Steps : public tests::SystemTest
+{
+protected:
+    // All steps of a document, one letter a kind (Error, Leaf, Text, Start, end), with name and text.
+    static QString steps(const QByteArray& xml)
+    {
+        QXmlStreamReader reader(xml);
+        XmlStreamIterator iterator(&reader);
+        QStringList all;
+        int depth = 0;
+        do {
+            const int kind = ++iterator;
+            all.append(QString("ELTSe")[kind] + (kind ? ":" + iterator.name() : QString())
+                       + (iterator.text().isEmpty() ? QString() : "=" + iterator.text()));
+            depth += kind == XmlStreamIterator::XML_BLOCK_START ? 1 : kind == XmlStreamIterator::XML_BLOCK_END ? -1 : 0;
+        } while (depth > 0 && iterator.state() != XmlStreamIterator::XML_ERROR);
+        return all.join(' ');
+    }
+};
+
+using StepsDeath = Steps;
+
+TEST_F(Steps, TellElementsBlocksAndErrorsApart)
+{
+    EXPECT_EQ(steps("<r><a>text</a></r>"), "S:r T:a=text e:r");
+    EXPECT_EQ(steps("<r><a/><b></b><c>  \n </c></r>"), "S:r L:a=a L:b=b L:c=c e:r");
+    EXPECT_EQ(steps("<r><a><b/></a></r>"), "S:r S:a L:b=b e:a e:r");
+    EXPECT_EQ(steps("<?xml version='1.0'?><!-- x --><r>\n<!-- y --> <a>1 &amp; 2</a> <?z?></r>"), "S:r T:a=1 & 2 e:r");
+    EXPECT_EQ(steps("<r><a>1</a> stray </r>"), "S:r T:a=1 E");
+    EXPECT_EQ(steps("<r><a>1</a>"), "S:r T:a=1 E");
+    EXPECT_EQ(steps("no xml"), "E");
+    EXPECT_EQ(priorityOf("ERROR: [XML] near line 2, Expected either start or end block",
+                         [] { steps("<r><a>1</a>\nstray</r>"); }),
+              Logger::OUTPUT_ERROR);
+}
+
+TEST_F(StepsDeath, AbortOnWhatIsNoElement)
+{
+    EXPECT_DEATH(steps(""), "mReader->readNext\\(\\) == QXmlStreamReader::StartDocument");
+    EXPECT_DEATH(steps("<r><a>text<!-- x --></a></r>"), "mReader->tokenType\\(\\) == QXmlStreamReader::EndElement");
+    EXPECT_DEATH(steps("<r><a>text<b/></a></r>"), "mReader->tokenType\\(\\) == QXmlStreamReader::EndElement");
+    EXPECT_DEATH(steps("<r>"), "ASSERT");
+    EXPECT_DEATH(
+        {
+            QXmlStreamReader reader(QByteArray("<r><a/></r>"));
+            XmlStreamIterator iterator(&reader);
+            iterator.raiseError("stop");
+            ++iterator;
+        },
+        "mState != XML_ERROR");
+}
+
+class ProfileFiles : public tests::SystemTest
+{
+protected:
+    bool load(const QByteArray& content, SoundProfile* profile)
+    {
+        return workspace()->loadProfile(profile, writeFile("in.prof", content));
+    }
+};
+
+using ProfileFilesDeath = ProfileFiles;
+
+TEST_F(ProfileFiles, HoldFormatQualityAndFlagsInThatOrder)
+{
+    makeBank(0);
+    SoundProfile profile;
+    profile.setFormat(TARNOK_FORMAT_VORBIS);
+    profile.setQuality(37);
+    profile.setBuildFlags(TARNOK_BUILD_DONTLOOP | TARNOK_BUILD_WRITEPEAKVOLUME);
+    ASSERT_TRUE(workspace()->saveProfile(profile, path("out.prof")));
+    EXPECT_FALSE(profile.isDirty());
+    EXPECT_EQ(readFile("out.prof"), R"(<?xml version="1.0" encoding="UTF-8"?>
+<profile>
+    <format>Vorbis</format>
+    <quality>37</quality>
+    <flags>
+        <dont_loop/>
+        <write_peak_volume/>
+    </flags>
+</profile>
+)");
+
+    SoundProfile loaded;
+    ASSERT_TRUE(load(readFile("out.prof"), &loaded));
+    EXPECT_EQ(loaded.format(), TARNOK_FORMAT_VORBIS);
+    EXPECT_EQ(loaded.quality(), 37u);
+    EXPECT_EQ(loaded.buildFlags(), profile.buildFlags());
+    loaded.makeClean();
+    ASSERT_TRUE(load(readFile("out.prof"), &loaded));
+    EXPECT_FALSE(loaded.isDirty()) << "loading what stands already is no change";
+
+    profile.setFormat(TARNOK_FORMAT_PCM);
+    profile.setBuildFlags(0);
+    ASSERT_TRUE(workspace()->saveProfile(profile, path("out.prof")));
+    EXPECT_FALSE(readFile("out.prof").contains("quality"));
+    EXPECT_FALSE(readFile("out.prof").contains("flags"));
+    ASSERT_TRUE(load(readFile("out.prof"), &loaded));
+    EXPECT_EQ(loaded.quality(), 100u);
+}
+
+TEST_F(ProfileFiles, AreTakenOrRefusedAsAWhole)
+{
+    makeBank(0);
+    struct Case
+    {
+        const char* content;
+        bool accepted;
+        unsigned int quality;
+    };
+    for (const Case& c : {Case{"<quality>12</quality>", true, 12},
+                          {"<quality>abc</quality>", true, 0},
+                          {"<quality>99999999999</quality>", true, 0},
+                          {"<quality>101</quality>", false, 100},
+                          {"<quality>-1</quality>", false, 100},
+                          {"<comment>x</comment><format>vorbis</format>", true, 100},
+                          {"<flags><dont_loop/><x>optimize_samplerate</x></flags>", true, 100},
+                          {"<format>PCM</format><empty/>", false, 100},
+                          {"<flags></flags>", false, 100},
+                          {"<other><a/></other>", false, 100}}) {
+        SoundProfile profile;
+        EXPECT_EQ(load("<profile>" + QByteArray(c.content) + "</profile>", &profile), c.accepted) << c.content;
+        EXPECT_EQ(profile.quality(), c.quality) << c.content;
+    }
+    EXPECT_EQ(priorityOf("ERROR: [XML] near line 1, unexpected tag 'quality' : '101'",
+                         [&] {
+                             SoundProfile profile;
+                             load("<profile><quality>101</quality></profile>", &profile);
+                         }),
+              Logger::OUTPUT_ERROR);
+    SoundProfile profile;
+    EXPECT_TRUE(linesOf([&] { EXPECT_FALSE(load("<soundbank><a/></soundbank>", &profile)); }).isEmpty());
+}
+
+TEST_F(ProfileFilesDeath, AbortWhereCallersShouldHaveLooked)
+{
+    SoundProfile profile;
+    EXPECT_DEATH(workspace()->loadProfile(&profile, path("gone.prof")), "file.isOpen");
+    EXPECT_DEATH(workspace()->saveProfile(profile, path("no/such/folder.prof")), "file.isOpen");
+    EXPECT_DEATH(load("<profile><format>PCM</format></profile>", &profile), "isEmpty") << "a bank is required";
+    makeBank(0);
+    EXPECT_DEATH(load("<profile><format>flac</format></profile>", &profile), "ASSERT");
+    EXPECT_DEATH(load("<profile><flags><loud/></flags></profile>", &profile), "ASSERT");
+    profile.setBuildFlag(TARNOK_BUILD_NOGUID, true);
+    EXPECT_DEATH(workspace()->saveProfile(profile, path("out.prof")), "ASSERT");
+}
+
+class ProjectFiles : public tests::SystemTest
+{
+protected:
+    SoundBank* load(const QByteArray& content) { return workspace()->loadSoundBank(writeFile("in.tnproj", content)); }
+
+    // A project of one sound with something added before or after its file.
+    QByteArray withSubsound(const QByteArray& inside) const
+    {
+        return "<soundbank><file_name>/o/x.tnb</file_name><content><subsound><file>" + makeSound("a.wav").toUtf8()
+            + "</file>" + inside + "</subsound></content></soundbank>";
+    }
+};
+
+using ProjectFilesDeath = ProjectFiles;
+
+TEST_F(ProjectFiles, ComeBackAsTheyWereSaved)
+{
+    SoundBank* bank = makeBank(2);
+    bank->setOutputFilePath("/o/Größe.tnb");
+    bank->setEncryptionKey("<key> & \"more\"");
+    bank->profile().setFormat(TARNOK_FORMAT_OPUS);
+    bank->profile().setQuality(60);
+    Subsound* second = bank->at(1);
+    second->addFile(makeSound("right.wav"));
+    second->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, true);
+    second->overrideBuildFlag(TARNOK_BUILD_OPTIMIZESAMPLERATE, false);
+    second->setQuality(50);
+    ASSERT_TRUE(bank->save(path("p.tnproj")));
+    EXPECT_FALSE(bank->isModified());
+
+    const QByteArray folder = path("").toUtf8();
+    EXPECT_EQ(readFile("p.tnproj"),
+              R"(<?xml version="1.0" encoding="UTF-8"?>
+<soundbank>
+    <file_name>/o/Größe.tnb</file_name>
+    <encryption_key>&lt;key&gt; &amp; &quot;more&quot;</encryption_key>
+    <profile>
+        <format>Opus</format>
+        <quality>60</quality>
+    </profile>
+    <content>
+        <subsound>
+            <file>)"
+                  + folder + R"(sound0.wav</file>
+        </subsound>
+        <subsound>
+            <flags>
+                <add><dont_loop/></add>
+                <remove><optimize_samplerate/></remove>
+            </flags>
+            <file>)"
+                  + folder + R"(sound1.wav</file>
+            <file>)"
+                  + folder + R"(right.wav</file>
+        </subsound>
+    </content>
+</soundbank>
+)");
+
+    SoundBank* loaded = workspace()->loadSoundBank(path("p.tnproj"));
+    ASSERT_TRUE(loaded);
+    EXPECT_FALSE(loaded->isModified());
+    EXPECT_EQ(loaded->outputFilePath(), "/o/Größe.tnb");
+    EXPECT_EQ(loaded->encryptionKey(), "<key> & \"more\"");
+    EXPECT_EQ(loaded->profile().format(), TARNOK_FORMAT_OPUS);
+    ASSERT_EQ(loaded->size(), 2);
+    EXPECT_EQ(loaded->at(1)->size(), 2);
+    EXPECT_EQ(loaded->at(1)->buildFlagOverridesMask(), 18u);
+    EXPECT_EQ(loaded->at(1)->buildFlags(), 2u);
+    EXPECT_EQ(loaded->at(1)->quality(), 0u) << "kept in no project";
+    loaded->unload();
+}
+
+TEST_F(ProjectFiles, LoseWhatVanishedAndSayIt)
+{
+    SoundBank* bank = makeBank(2);
+    ASSERT_TRUE(bank->save(path("p.tnproj")));
+    QFile::remove(path("sound0.wav"));
+    const auto reload = [&] {
+        return workspace()->loadSoundBank(path("p.tnproj"));
+    };
+    EXPECT_EQ(priorityOf("Couldn't add file '" + path("sound0.wav") + "' to subsound", [&] { reload(); }),
+              Logger::OUTPUT_WARNING);
+    SoundBank* loaded = reload();
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->size(), 1);
+    EXPECT_FALSE(loaded->isModified());
+
+    QFile::remove(path("sound1.wav"));
+    const auto banks = workspace()->size();
+    EXPECT_TRUE(linesOf([&] { EXPECT_EQ(reload(), nullptr); }).contains("soundbank contains no subsounds"));
+    EXPECT_EQ(workspace()->size(), banks);
+}
+
+TEST_F(ProjectFiles, AreReadInAnyOrderAndRefusedWhenDamaged)
+{
+    const QByteArray sound = makeSound("a.wav").toUtf8();
+    const QByteArray content = "<content><subsound><file>" + sound + "</file></subsound></content>";
+    const QByteArray name = "<file_name>/o/x.tnb</file_name>";
+    struct Case
+    {
+        QByteArray inside;
+        int sounds; // -1 where the load fails
+    };
+    for (const Case& c : {Case{name + content, 1},
+                          {content + name, 1},
+                          {content + "<file_name>/o/first</file_name>" + content + name, 2},
+                          {"<unknown>x</unknown>" + name + content, 1},
+                          {name + "<content><subsound><flags><add><dont_loop/></add></flags></subsound><subsound><file>"
+                               + sound + "</file></subsound></content>",
+                           1},
+                          {content, -1},
+                          {name, -1},
+                          {name + "<content></content>", -1},
+                          {name + content + "<encryption_key></encryption_key>", -1},
+                          {name + content + "<strange><a>1</a></strange>", -1}}) {
+        SoundBank* bank = load("<soundbank>" + c.inside + "</soundbank>");
+        EXPECT_EQ(bank ? static_cast<int>(bank->size()) : -1, c.sounds) << c.inside.constData();
+    }
+    SoundBank* bank = load("<soundbank>" + name + content + "</soundbank>");
+    ASSERT_TRUE(bank);
+    EXPECT_FALSE(bank->isDirty());
+    EXPECT_TRUE(bank->isModified()) << "the default profile is not on disk";
+
+    const auto loading = [&](const QByteArray& xml) {
+        return [this, xml] {
+            EXPECT_EQ(load(xml), nullptr);
+        };
+    };
+    EXPECT_EQ(priorityOf("ERROR: [XML] near line 2, expected beginning 'Soundbank' block",
+                         loading("<profile>\n<a/></profile>")),
+              Logger::OUTPUT_ERROR);
+    EXPECT_EQ(priorityOf("ERROR: [XML] near line 1, unexpected tag 'encryption_key' : 'encryption_key'",
+                         loading("<soundbank><a>1</a><encryption_key/><b>1</b></soundbank>")),
+              Logger::OUTPUT_ERROR);
+    EXPECT_TRUE(
+        linesOf([&] { EXPECT_EQ(workspace()->loadSoundBank(path("gone.tnproj")), nullptr); }, Logger::OUTPUT_INFO)
+            .isEmpty());
+}
+
+TEST_F(ProjectFiles, TakeRemovedFlagsAsTextToo)
+{
+    SoundBank* bank = load(withSubsound("<flags><remove><x>dont_loop</x><write_peak_volume/></remove>"
+                                        "<add><dont_loop/></add><add><xma_disable_seeking/></add></flags>"));
+    ASSERT_TRUE(bank);
+    EXPECT_EQ(bank->first()->buildFlagOverridesMask(), 2u + 8u + 512u);
+    EXPECT_EQ(bank->first()->buildFlags(), 2u + 8u);
+}
+
+TEST_F(ProjectFilesDeath, AbortOnADamagedSubsound)
+{
+    for (const char* inside : {"<flags><add></add></flags>", "<other>1</other>", "<block><a/></block>", "<empty/>",
+                               "<flags><add><loud/></add></flags>", "<flags><remove><x><y/></x></remove></flags>"})
+        EXPECT_DEATH(load(withSubsound(inside)), "ASSERT") << inside;
+    EXPECT_DEATH(load("<soundbank><profile><quality>101</quality></profile><a>1</a></soundbank>"), "mState");
+    EXPECT_DEATH(workspace()->loadSoundBank(writeFile("empty.tnproj", "")), "ASSERT");
+
+    SoundBank* bank = makeBank(1);
+    bank->newItem();
+    EXPECT_DEATH(bank->save(path("p.tnproj")), "ASSERT");
+    EXPECT_DEATH(bank->save(path("no/such/p.tnproj")), "file.isOpen");
+    bank->last()->addFile(makeSound("b.wav"));
+    bank->last()->overrideBuildFlag(0x40, true);
+    EXPECT_DEATH(bank->save(path("p.tnproj")), "\\(buildFlagMask & \\(~TARNOK_BUILD_OVERRIDE_MASK\\)\\) == 0");
+}
+
+TEST_F(ProjectFiles, OfAnInvalidBankAreRemoved)
+{
+    SoundBank* bank = makeBank(0);
+    writeFile("p.tnproj", "former");
+    EXPECT_FALSE(bank->save(path("p.tnproj")));
+    EXPECT_FALSE(QFile::exists(path("p.tnproj")));
+}
+
+class ListFiles : public tests::SystemTest
+{ };
+
+using ListFilesDeath = ListFiles;
+
+TEST_F(ListFiles, MakeASoundOfEachLineUpToAnEmptyOne)
+{
+    makeSound("sub/a.wav");
+    const QString absolute = makeSound("b.wav");
+    QFile::link(path("b.wav"), path("link.wav"));
+    const QString list = writeFile("lists/sfx.TXT",
+                                   "../sub/a.wav,quality=40,ksound_loop_off\n" + path("link.wav").toUtf8()
+                                       + ",KSOUND_LOOP_OFF,Quality=40,quality=abc,quality=4000,quality=7\n"
+                                         ",,../link.wav,,\n\n"
+                                       + absolute.toUtf8() + "\n");
+    SoundBank* bank = workspace()->loadSoundBank(list);
+    ASSERT_TRUE(bank);
+    EXPECT_EQ(bank->outputFilePath(), path("lists/sfx.tnb"));
+    ASSERT_EQ(bank->size(), 3);
+    EXPECT_EQ(bank->at(0)->first()->wholePath(), path("sub/a.wav"));
+    EXPECT_EQ(bank->at(0)->quality(), 40u);
+    EXPECT_EQ(bank->at(0)->buildFlagOverridesMask(), TARNOK_BUILD_DONTLOOP);
+    EXPECT_EQ(bank->at(0)->buildFlags(), TARNOK_BUILD_DONTLOOP);
+    EXPECT_EQ(bank->at(1)->first()->wholePath(), path("link.wav")) << "an absolute path keeps its link";
+    EXPECT_EQ(bank->at(1)->quality(), 4000u);
+    EXPECT_EQ(bank->at(1)->buildFlagOverridesMask(), 0u);
+    EXPECT_EQ(bank->at(2)->first()->wholePath(), path("b.wav")) << "a relative one loses it";
+    EXPECT_TRUE(bank->isModified());
+
+    SoundBank* empty = workspace()->loadSoundBank(writeFile("empty.lst", ""));
+    ASSERT_TRUE(empty);
+    EXPECT_TRUE(empty->isEmpty());
+    EXPECT_EQ(workspace()->loadSoundBank(path("gone.lst")), nullptr);
+}
+
+TEST_F(ListFiles, WaitForABadLineToBecomeGood)
+{
+    const QString list = writeFile("l.lst", "late.wav,ksound_loop_off\n");
+    std::thread author([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        makeSound("~late.wav");
+        QFile::rename(path("~late.wav"), path("late.wav"));
+    });
+    SoundBank* bank = nullptr;
+    const QStringList lines = linesOf([&] { bank = workspace()->loadSoundBank(list); }, Logger::OUTPUT_WARNING);
+    author.join();
+    ASSERT_TRUE(bank);
+    EXPECT_EQ(bank->size(), 1);
+    ASSERT_GE(lines.size(), 2);
+    EXPECT_EQ(lines.mid(0, 2), (QStringList{"ERROR: invalid file: ''", "failed to load 'late.wav'"}));
+}
+
+TEST_F(ListFilesDeath, AbortOnALineOfCommas)
+{
+    EXPECT_DEATH(workspace()->loadSoundBank(writeFile("l.lst", ",,,\n")), "QList::at.*index out of range");
+}
+
+} // namespace

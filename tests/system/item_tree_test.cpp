@@ -1,0 +1,144 @@
+#include "system_test.hpp"
+#include "utility_functions.hpp"
+
+using namespace TARNOK;
+
+namespace {
+
+class ItemTree : public tests::SystemTest
+{ };
+
+using ItemTreeDeath = ItemTree;
+
+TEST_F(ItemTree, TracksDirtinessOfEachObjectAlone)
+{
+    SoundBank* bank = makeBank(2);
+    EXPECT_FALSE(bank->isDirty());
+    EXPECT_FALSE(bank->isModified());
+
+    bank->at(1)->first()->setFile(QFile(path("sound0.wav")), 1, 1, 1, KESS_SOUND_FORMAT_PCM8);
+    EXPECT_TRUE(bank->isDirty());
+    EXPECT_FALSE(bank->at(0)->isDirty());
+    EXPECT_TRUE(bank->at(1)->first()->isDirty());
+
+    bank->at(1)->release();
+    EXPECT_FALSE(bank->isDirty()) << "removing a row is no change";
+
+    bank->profile().setQuality(5);
+    EXPECT_FALSE(bank->isDirty());
+    EXPECT_TRUE(bank->isModified());
+    bank->makeClean();
+    EXPECT_TRUE(bank->isModified()) << "the profile is cleaned apart";
+
+    EXPECT_TRUE(bank->newItem()->isDirty());
+    EXPECT_TRUE(bank->isDirty());
+}
+
+TEST_F(ItemTree, MovesRowsCountingAfterTheRemoval)
+{
+    SoundBank* bank = makeBank(3);
+    const QList<Subsound*> before = *bank;
+
+    ASSERT_TRUE(before[2]->reparent(bank, 0));
+    EXPECT_EQ(*bank, (QList<Subsound*>{before[2], before[0], before[1]}));
+    EXPECT_TRUE(before[2]->isDirty());
+    EXPECT_FALSE(before[0]->isDirty());
+
+    SoundBank* other = workspace()->createSoundBank();
+    other->makeClean();
+    ASSERT_TRUE(before[0]->reparent(other, 0));
+    EXPECT_EQ(before[0]->parent(), other);
+    EXPECT_EQ(bank->rowOf(before[0]), -1);
+    EXPECT_EQ(other->rowOf(before[0]), 0);
+}
+
+TEST_F(ItemTree, HidesTheFileOfASubsoundThatHasOnlyOne)
+{
+    Subsound* subsound = makeBank(1)->first();
+    EXPECT_EQ(subsound->childCount(), 0);
+    EXPECT_EQ(subsound->child(0), nullptr);
+    subsound->addFile(makeSound("second.wav"));
+    EXPECT_EQ(subsound->childCount(), 2);
+    EXPECT_EQ(subsound->child(1), subsound->at(1));
+    EXPECT_EQ(subsound->child(2), nullptr);
+}
+
+TEST_F(ItemTree, ShowsARowByColumns)
+{
+    writeFile("dir/Kick.Drum.WAV", QByteArray("sound 0 15 3 2 48000 1234\n").leftJustified(1536, ' '));
+    SoundBank* bank = workspace()->createSoundBank();
+    Subsound* subsound = bank->addSubsound("dir/Kick.Drum.WAV");
+    ASSERT_TRUE(subsound);
+
+    const QList<QVariant> expected = {
+        QString("Kick.Drum"), 48000, QString("24-bit PCM"), QString("wav"), 2.0f, QString("dir"), 1234, 2};
+    for (int column = 0; column < expected.size(); ++column)
+        EXPECT_EQ(subsound->data(column), expected[column]) << column;
+
+    bank->setOutputFilePath(path("out.tnb"));
+    const QList<QVariant> bankRow = {QString("out"), QString(),           QString(), QString("tnb"),
+                                     QString(),      path("").chopped(1), QString(), QString()};
+    for (int column = 0; column < bankRow.size(); ++column)
+        EXPECT_EQ(bank->data(column), bankRow[column]) << column;
+}
+
+TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
+{
+    makeBank(2);
+    const QStringList traces = linesOf([&] { workspace()->first()->unload(); });
+    EXPECT_EQ(traces,
+              (QStringList{"bank -1 destructed", "subsound 0 destructed", "source file 0 destructed",
+                           "subsound 1 destructed", "source file 0 destructed"}));
+}
+
+TEST_F(ItemTreeDeath, AbortsOnBrokenPreconditions)
+{
+    SoundBank* bank = makeBank(2);
+    Subsound* subsound = bank->first();
+    EXPECT_DEATH((void)bank->data(8), "ASSERT");
+    EXPECT_DEATH((void)bank->data(-1), "ASSERT");
+    EXPECT_DEATH(subsound->first()->reparent(bank, 0), "ASSERT");
+    EXPECT_DEATH(subsound->reparent(nullptr, 0), "ASSERT");
+    EXPECT_DEATH(subsound->reparent(bank, -1), "ASSERT");
+    EXPECT_DEATH(subsound->reparent(bank, 2), "ASSERT");
+    EXPECT_DEATH(workspace()->release(), "ASSERT");
+    EXPECT_DEATH(subsound->first()->adopt(subsound, 0), "ASSERT");
+    EXPECT_DEATH(subsound->first()->appendChild(subsound), "ASSERT");
+    EXPECT_DEATH(bank->child(-1), "ASSERT");
+    Subsound stranger(nullptr);
+    EXPECT_DEATH(bank->deleteItem(&stranger), "num == 1");
+}
+
+TEST(Vocabulary, TurnsFormatsIntoWordsAndBack)
+{
+    bool ok = false;
+    for (int format = TARNOK_FORMAT_PCM; format <= TARNOK_FORMAT_OPUS; ++format) {
+        const QString word = formatToString(static_cast<TARNOK_FORMAT>(format));
+        EXPECT_EQ(stringToFormat(word, &ok), format);
+        EXPECT_TRUE(ok);
+        EXPECT_EQ(stringToFormat(word.toUpper(), nullptr), format);
+        EXPECT_EQ(getFormatType(static_cast<TARNOK_FORMAT>(format)), word == "PCM" || word == "KADPCM" ? 1 : 2);
+    }
+    EXPECT_EQ(stringToFormat("flac", &ok), 0);
+    EXPECT_FALSE(ok);
+}
+
+TEST(Vocabulary, TurnsBuildFlagsIntoWordsAndBack)
+{
+    for (const unsigned int flag : {1u, 2u, 4u, 8u, 16u, 128u, 512u})
+        EXPECT_EQ(stringToBuildFlag(buildFlagToString(flag)), flag);
+}
+
+TEST(VocabularyDeath, AbortsOutsideItsTables)
+{
+    EXPECT_DEATH(stringToFormat("flac", nullptr), "ASSERT");
+    EXPECT_DEATH(formatToString(static_cast<TARNOK_FORMAT>(6)), "ASSERT");
+    EXPECT_DEATH(getFormatType(static_cast<TARNOK_FORMAT>(6)), "ASSERT");
+    EXPECT_DEATH(fileFormatToString(static_cast<KESS_SOUND_FORMAT>(7)), "ASSERT");
+    EXPECT_DEATH(stringToBuildFlag("DONT_LOOP"), "ASSERT");
+    EXPECT_DEATH(buildFlagToString(TARNOK_BUILD_NOGUID), "ASSERT");
+    EXPECT_DEATH(buildFlagToString(3), "ASSERT");
+    EXPECT_DEATH(buildFlagToString(0), "ASSERT");
+}
+
+} // namespace

@@ -1,0 +1,115 @@
+#include "system_test.hpp"
+
+#include <QTextBlock>
+#include <QTextEdit>
+
+#include <string>
+
+using namespace TARNOK;
+
+namespace {
+
+class LoggerTest : public tests::SystemTest
+{
+protected:
+    void TearDown() override { logger()->setPrintToFile(path("end.log"), false); }
+
+    static QColor colourOfLine(const QTextEdit& pane, int line)
+    {
+        return pane.document()->findBlockByNumber(line).begin().fragment().charFormat().foreground().color();
+    }
+};
+
+TEST_F(LoggerTest, PassesWhatReachesTheThreshold)
+{
+    for (int threshold = 0; threshold <= int(Logger::OUTPUT_SILENT); ++threshold) {
+        const QStringList lines = linesOf(
+            [] {
+                for (int p = 0; p <= int(Logger::OUTPUT_SILENT); ++p)
+                    logger()->println(static_cast<Logger::OUTPUTPRIORITY>(p), "%d", p);
+            },
+            static_cast<Logger::OUTPUTPRIORITY>(threshold));
+        ASSERT_EQ(lines.size(), 7 - threshold);
+        EXPECT_EQ(lines.first(), QString::number(threshold));
+    }
+}
+
+TEST_F(LoggerTest, WritesRecordsOfOneLength)
+{
+    ASSERT_TRUE(logger()->setPrintToFile(path("records.log"), false));
+    logger()->println(Logger::OUTPUT_INFO, "short");
+    logger()->println(Logger::OUTPUT_INFO, "%s", std::string(600, 'x').c_str());
+    logger()->write(Logger::OUTPUT_INFO, std::string(300, 'y').c_str());
+    ASSERT_FALSE(logger()->setPrintToFile(path("no/such/folder.log"), false));
+    logger()->println(Logger::OUTPUT_INFO, "still here");
+    ASSERT_TRUE(logger()->setPrintToFile(path("records.log"), true));
+    logger()->println(Logger::OUTPUT_INFO, "appended");
+    logger()->setPrintToFile(path("next.log"), false);
+
+    const auto record = [](QByteArray text) {
+        return text.leftJustified(512, '\0') + '\n';
+    };
+    EXPECT_EQ(readFile("records.log"),
+              record("short") + record(QByteArray(511, 'x')) + QByteArray(256, 'y') + record("still here")
+                  + record("appended"));
+}
+
+TEST_F(LoggerTest, PrintsWholeLinesToStandardOutput)
+{
+    logger()->setPrintToStdout();
+    testing::internal::CaptureStdout();
+    logger()->println(Logger::OUTPUT_INFO, "%s", std::string(600, 'x').c_str());
+    logger()->write(Logger::OUTPUT_INFO, "100% raw");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(600, 'x') + "\n100% raw");
+}
+
+TEST_F(LoggerTest, ShowsErrorsInRedInThePane)
+{
+    QTextEdit pane;
+    logger()->setPrintToQTextEdit(&pane);
+    logger()->println(Logger::OUTPUT_WARNING, "calm");
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: \xC3\xA4rger");
+    logger()->println(Logger::OUTPUT_INFO, "%s", std::string(600, 'x').c_str());
+    EXPECT_EQ(pane.toPlainText(), "calm\nERROR: ärger\n" + QString(511, 'x'));
+    EXPECT_NE(colourOfLine(pane, 0), QColor(Qt::red));
+    EXPECT_EQ(colourOfLine(pane, 1), QColor(Qt::red));
+    EXPECT_NE(colourOfLine(pane, 2), QColor(Qt::red));
+
+    logger()->setPrintToQTextEdit(nullptr);
+    logger()->println(Logger::OUTPUT_ERROR, "nobody listens");
+    logger()->write(Logger::OUTPUT_ERROR, "nobody listens");
+}
+
+TEST_F(LoggerTest, HoldsMessagesBackWhileItIsGagged)
+{
+    QTextEdit pane;
+    logger()->setPrintToQTextEdit(&pane);
+    logger()->gag();
+    logger()->println(Logger::OUTPUT_DEBUG, "lost at once");
+    logger()->println(Logger::OUTPUT_INFO, "lost at the end");
+    logger()->println(Logger::OUTPUT_WARNING, "first");
+    logger()->println(Logger::OUTPUT_ERROR, "second");
+    EXPECT_EQ(pane.toPlainText(), "");
+    logger()->write(Logger::OUTPUT_INFO, "raw");
+    EXPECT_EQ(pane.toPlainText(), "raw");
+    logger()->setVerbosity(Logger::OUTPUT_WARNING);
+    logger()->ungag();
+    EXPECT_EQ(pane.toPlainText(), "raw\nfirst\nsecond");
+    EXPECT_EQ(colourOfLine(pane, 2), QColor(Qt::red));
+
+    pane.clear();
+    logger()->ungag();
+    EXPECT_EQ(pane.toPlainText(), "") << "each message is replayed once";
+}
+
+TEST_F(LoggerTest, ReadsAHeldMessageAsAFormatAgain)
+{
+    logger()->setPrintToStdout();
+    logger()->gag();
+    logger()->println(Logger::OUTPUT_INFO, "%s", "100%% and 5%d");
+    testing::internal::CaptureStdout();
+    logger()->ungag();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "100% and 50\n");
+}
+
+} // namespace
