@@ -16,7 +16,7 @@ extern "C" {
 
 #ifdef __SANITIZE_ADDRESS__
 // The Vorbis encoder of Debian 12 loses a block for each sound of six channels. It isn't under test here.
-extern "C" const char* __lsan_default_suppressions();
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:vorbis_encode_setup_init\n";
