@@ -64,10 +64,6 @@ TEST(Library, RefusesArgumentsThatMakeNoBank)
          [](Order& order) {
              order.format = TARNOK_FORMAT(6);
          }},
-        {"negative format",
-         [](Order& order) {
-             order.format = TARNOK_FORMAT(-1);
-         }},
         {"quality",
          [](Order& order) {
              order.quality = 101;

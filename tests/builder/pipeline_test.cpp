@@ -1,11 +1,18 @@
-// The parts of the pipeline that can't be judged from outside: resampling around loops, and dither.
+// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, and how files are told
+// from each other.
 #include "frame_spool.hpp"
 #include "resampler.hpp"
+#include "source_identity.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <numbers>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace tarnok;
 
@@ -103,6 +110,57 @@ TEST(Resampling, StopsWhenAsked)
     const auto result = resample(*source, plan, 48000, {"/tmp"}, stop.get_token());
     ASSERT_FALSE(bool(result));
     EXPECT_EQ(result.fault().code, TARNOK_ERR_CANCELLED);
+}
+
+TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
+{
+    const auto write = [](const char* text) {
+        const int file = open("racy", O_WRONLY | O_CREAT, 0666);
+        ASSERT_EQ(pwrite(file, text, 1, 0), 1);
+        close(file);
+    };
+    write("a");
+    SourceIndex index("racy-index");
+    SourceIdentifier identifier(index, true);
+    Result<SourceIdentity> identity = identifier.identify("racy", {});
+    ASSERT_TRUE(bool(identity));
+    EXPECT_FALSE(identity->settled);
+    index.save();
+    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
+    EXPECT_TRUE(*identifier.unchanged("racy", *identity, {}));
+
+    // Another content that came within the same tick of a coarse clock: nothing but the content differs.
+    write("b");
+    identity->stamp = *stampOf("racy");
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {}));
+    write("a");
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {})) << "the stamp has changed";
+}
+
+TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
+{
+    const auto at = [](int64_t seconds) {
+        return seconds * 1'000'000'000;
+    };
+    FileStamp stamp;
+    stamp.modified = at(1000);
+    stamp.changed = at(1000);
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1000)));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1002)));
+    EXPECT_TRUE(SourceIndex::isSettled(stamp, at(1003)));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(900))) << "a file of the future";
+    stamp.modified = at(500);
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1001))) << "its times were set back";
+
+    const ContentHash hash{1, 2};
+    SourceIndex("settled-index").save();
+    SourceIndex index("settled-index");
+    index.remember("file", stamp, hash);
+    index.save();
+    EXPECT_EQ(SourceIndex("settled-index").find("file", stamp), hash);
+    EXPECT_FALSE(SourceIndex("settled-index").find("other", stamp));
+    ++stamp.inode;
+    EXPECT_FALSE(SourceIndex("settled-index").find("file", stamp));
 }
 
 TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
