@@ -5,7 +5,8 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_packages=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev libgl-dev
-    libsndfile1-dev libogg-dev libvorbis-dev libopus-dev libsoxr-dev libsodium-dev libxxhash-dev
+    libsndfile1-dev libmpg123-dev libogg-dev libvorbis-dev libopus-dev libopusfile-dev
+    libsoxr-dev libsodium-dev libxxhash-dev
     libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
     libcli11-dev nlohmann-json3-dev
     libgtest-dev

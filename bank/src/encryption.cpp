@@ -13,6 +13,7 @@ namespace {
 using layout::kEncryptedHeaderBytes;
 
 constexpr size_t kKeyCheckOffset = 80;
+static_assert(std::tuple_size_v<decltype(EncryptedHeader::bound)> == kKeyCheckOffset);
 
 // What a reader puts up with: enough for stronger parameters some day, too little to exhaust a game's memory.
 constexpr uint32_t kMinimumPieceBytes = 4096;
@@ -154,6 +155,8 @@ EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag)
     header.plainBytes = plainBytes;
     header.fileBytes = encryptedBytes(plainBytes);
     header.contentTag = tag;
+    const std::vector<uint8_t> bytes = pack(header);
+    std::copy_n(bytes.begin(), header.bound.size(), header.bound.begin());
     return header;
 }
 
@@ -199,6 +202,7 @@ Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source)
     header.passes = loadLittle<uint32_t>(bytes->data() + 40);
     header.memoryKiB = loadLittle<uint32_t>(bytes->data() + 44);
     std::copy_n(bytes->begin() + 48, header.contentTag.size(), header.contentTag.begin());
+    std::copy_n(bytes->begin(), header.bound.size(), header.bound.begin());
     std::copy_n(bytes->begin() + kKeyCheckOffset, header.keyCheck.size(), header.keyCheck.begin());
 
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes
@@ -224,8 +228,7 @@ Result<std::shared_ptr<const PieceKeys>> PieceKeys::derive(const EncryptedHeader
 
     auto keys = std::make_shared<PieceKeys>();
     keyedHash(master, kCheckContext, {}, &keys->mCheck);
-    const std::vector<uint8_t> bound = pack(header);
-    keyedHash(master, kPieceContext, std::span(bound).first(kKeyCheckOffset), &keys->mKey);
+    keyedHash(master, kPieceContext, header.bound, &keys->mKey);
     sodium_memzero(master.data(), master.size());
     return std::shared_ptr<const PieceKeys>(std::move(keys));
 }

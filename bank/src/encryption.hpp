@@ -33,6 +33,9 @@ struct EncryptedHeader
     uint32_t memoryKiB = 19'456; // of Argon2id: 19 MiB in two passes is what OWASP asks for at least
     ContentTag contentTag{}; // its first 16 bytes are the salt
     std::array<uint8_t, 16> keyCheck{};
+
+    // The file's bytes before the key check, which the pieces' key covers.
+    std::array<uint8_t, 80> bound{};
 };
 
 [[nodiscard]] EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag);

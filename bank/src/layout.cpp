@@ -25,6 +25,12 @@ constexpr uint32_t kTagLoop = tagOf("LOOP");
 constexpr uint32_t kTagPeak = tagOf("PEAK");
 constexpr uint32_t kTagSync = tagOf("SYNC");
 constexpr uint32_t kTagSeek = tagOf("SEEK");
+constexpr uint32_t kTagSeam = tagOf("SEAM");
+
+constexpr size_t kCorrectionHeadBytes = 12;
+
+// A loop has one seam, hence two corrections at most; every block that is decoded looks at all of them.
+constexpr size_t kMaximumCorrections = 8;
 
 void appendChunk(std::vector<uint8_t>& chunks, uint32_t tag, std::span<const uint8_t> payload)
 {
@@ -51,6 +57,18 @@ std::vector<uint8_t> packSeekPoints(const std::vector<SeekPoint>& points)
     for (const SeekPoint& point : points) {
         appendLittle(payload, point.position);
         appendLittle(payload, point.offset);
+    }
+    return payload;
+}
+
+std::vector<uint8_t> packCorrections(const std::vector<Correction>& corrections)
+{
+    std::vector<uint8_t> payload;
+    for (const Correction& correction : corrections) {
+        appendLittle(payload, correction.first);
+        appendLittle(payload, correction.frames);
+        payload.insert(payload.end(), correction.scales.begin(), correction.scales.end());
+        payload.insert(payload.end(), correction.codes.begin(), correction.codes.end());
     }
     return payload;
 }
@@ -114,6 +132,30 @@ bool unpackSeekPoints(std::span<const uint8_t> payload, Sound* sound)
     return true;
 }
 
+bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
+{
+    sound->corrections.clear();
+    while (!payload.empty()) {
+        if (payload.size() < kCorrectionHeadBytes || sound->corrections.size() == kMaximumCorrections)
+            return false;
+        Correction correction;
+        correction.first = loadLittle<uint64_t>(payload.data());
+        correction.frames = loadLittle<uint32_t>(payload.data() + 8);
+        payload = payload.subspan(kCorrectionHeadBytes);
+        if (correction.frames == 0 || !rangeInside(correction.first, correction.frames, sound->sampleCount))
+            return false;
+        const size_t scales = sound->channels * correctionScales(correction.frames);
+        const size_t codes = sound->channels * correctionCodeBytes(correction.frames);
+        if (scales + codes > payload.size())
+            return false;
+        correction.scales.assign(payload.begin(), payload.begin() + ptrdiff_t(scales));
+        correction.codes.assign(payload.begin() + ptrdiff_t(scales), payload.begin() + ptrdiff_t(scales + codes));
+        payload = payload.subspan(scales + codes);
+        sound->corrections.push_back(std::move(correction));
+    }
+    return true;
+}
+
 bool unpackChunk(uint32_t tag, std::span<const uint8_t> payload, Sound* sound)
 {
     switch (tag) {
@@ -125,6 +167,8 @@ bool unpackChunk(uint32_t tag, std::span<const uint8_t> payload, Sound* sound)
         return unpackSyncPoints(payload, sound);
     case kTagSeek:
         return unpackSeekPoints(payload, sound);
+    case kTagSeam:
+        return unpackCorrections(payload, sound);
     default:
         return true;
     }
@@ -313,6 +357,8 @@ std::vector<uint8_t> packChunks(const Sound& sound)
         appendChunk(chunks, kTagSync, packSyncPoints(sound.syncPoints));
     if (!sound.seekPoints.empty())
         appendChunk(chunks, kTagSeek, packSeekPoints(sound.seekPoints));
+    if (!sound.corrections.empty())
+        appendChunk(chunks, kTagSeam, packCorrections(sound.corrections));
     return chunks;
 }
 

@@ -124,30 +124,47 @@ typedef struct TARNOK_SUBSOUND
 } TARNOK_SUBSOUND;
 
 /* Readies the library. threadCount is the number of workers, 1 to 256. cacheDirectory must exist; the string need
- * not outlive the call.
- * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, no thread, or no directory
- * given. */
+ * not outlive the call. A directory that can't be used only means that nothing is kept. The cache takes at most 4 GiB,
+ * or as many bytes as the environment variable TARNOK_CACHE_LIMIT tells.
+ * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, no thread, more than 256, or
+ * no directory given. */
 TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigned int threadCount,
                                      const char* cacheDirectory);
 
-/* Ends the library; a running build is cancelled, and the call returns when its workers have gone.
+/* Ends the library; a running build is cancelled, and the call returns when its workers have gone. The library may be
+ * initialised again at once; reports that were fetched stay readable until they are released.
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_Release(void);
 
 /* Builds one bank and blocks until it is written, has failed or was cancelled. The records, and all that they point
  * to, must stay as they are until then. quality is 0 to 100. encryptionKey may be null for a bank without a key.
- * A failed or cancelled build leaves a bank that stood at outputFileName as it was. */
+ * A failed or cancelled build leaves a bank that stood at outputFileName as it was.
+ *
+ * Every sound is tried, also after another has failed, and each failure is reported. The result is that of the first
+ * failed sound in the list:
+ * TARNOK_ERR_FILE_NOT_FOUND, TARNOK_ERR_FILE_OS: a source can't be read. TARNOK_ERR_INVALID_FORMAT: it isn't a sound,
+ * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
+ * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND: no module for XMA or AT9.
+ * For the bank as a whole, with a report whose subSoundIndex is -1:
+ * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
+ * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody has emptied the cache meanwhile. TARNOK_ERR_INVALID_PARAM: no sounds, a
+ * sound without files, an unknown format, a quality above 100, an impossible rate, an empty key or file name.
+ * TARNOK_ERR_MEMORY.
+ * Without a report: TARNOK_ERR_CANCELLED, TARNOK_ERR_UNINITIALIZED, and TARNOK_ERR_INITIALIZED while another build
+ * runs. */
 TARNOK_API TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSubsounds, TARNOK_FORMAT format,
                                       unsigned int buildFlags, unsigned int quality, const char* encryptionKey,
                                       const char* outputFileName);
 
-/* Asks the running build to stop and returns at once. Without a running build it does nothing. */
+/* Asks the running build to stop and returns at once. Without a running build it does nothing.
+ * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_BuildCancel(void);
 
-/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. */
+/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. A build that begins
+ * forgets what nobody fetched of the one before. */
 TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM** item);
 
-/* Hands one fetched report back; its memory is gone afterwards. */
+/* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */
 TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
 
 #ifdef __cplusplus

@@ -109,7 +109,7 @@ class RateSearch
 public:
     explicit RateSearch(const FrameFacts& facts)
         : mFacts(facts)
-        , mSize(windowSize(facts.sampleRate))
+        , mSize(windowSize(facts))
         , mSpectrum(mSize)
     {
         for (const uint32_t rate : usualRates) {
@@ -121,22 +121,24 @@ public:
     void add(const float* frames, size_t count)
     {
         const auto channels = size_t(mFacts.channels);
-        mPending.insert(mPending.end(), frames, frames + count * channels);
-        size_t start = 0;
-        for (; start + mSize * channels <= mPending.size(); start += mSize / 2 * channels)
-            look(mPending.data() + start);
-        mPending.erase(mPending.begin(), mPending.begin() + std::ptrdiff_t(start));
-        mLooked |= start > 0;
+        mRecent.insert(mRecent.end(), frames, frames + count * channels);
+        for (; mNext + mSize * channels <= mRecent.size(); mNext += mSize / 2 * channels)
+            look(mRecent.data() + mNext);
+        // A whole window is kept for the end, see lowestRate().
+        const size_t spare = std::min(mNext, mRecent.size() - std::min(mRecent.size(), mSize * channels));
+        mRecent.erase(mRecent.begin(), mRecent.begin() + std::ptrdiff_t(spare));
+        mNext -= spare;
     }
 
     uint32_t lowestRate()
     {
+        // The last window ends with the sound: filled up with silence, it would hold the click of a sudden end, which
+        // isn't in the recording.
         const auto channels = size_t(mFacts.channels);
-        // The rest is looked at with silence behind it; the overlap has been looked at already.
-        if (!mLooked || mPending.size() > mSize / 2 * channels) {
-            mPending.resize(mSize * channels);
-            look(mPending.data());
-        }
+        if (mRecent.size() >= mSize * channels)
+            look(mRecent.data() + mRecent.size() - mSize * channels);
+        else
+            return uint32_t(std::lround(mFacts.sampleRate));
         const double ownBand = mFacts.sampleRate / 2;
         for (const Candidate& candidate : mCandidates) {
             const double noiseShare = 1 - keptBand * candidate.rate / 2 / ownBand;
@@ -155,13 +157,14 @@ private:
         double mostAbove;
     };
 
-    static size_t windowSize(double rate)
+    // Sounds shorter than a window get a shorter one, down to a length at which there is nothing to gain.
+    static size_t windowSize(const FrameFacts& facts)
     {
         size_t size = 2048;
-        while (rate > 50'000 && size < 32'768) {
+        for (double rate = facts.sampleRate; rate > 50'000 && size < 32'768; rate /= 2)
             size *= 2;
-            rate /= 2;
-        }
+        while (size > facts.length && size > 64)
+            size /= 2;
         return size;
     }
 
@@ -192,8 +195,8 @@ private:
     Spectrum mSpectrum;
     std::vector<Candidate> mCandidates; // rates rise
     double mLoudest = 0;
-    bool mLooked = false;
-    std::vector<float> mPending;
+    std::vector<float> mRecent;
+    size_t mNext = 0; // where in mRecent the next window begins
 };
 
 } // namespace

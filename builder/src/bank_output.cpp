@@ -33,7 +33,10 @@ Result<AtomicOutput> AtomicOutput::create(const std::string& path)
 {
     const std::string target = followLink(path);
     struct stat status;
-    if (stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    const bool exists = stat(target.c_str(), &status) == 0;
+    if (!exists && errno != ENOENT)
+        return Fault{TARNOK_ERR_FILE_OS, fileFault("writing", target, errno).text};
+    if (exists && !S_ISREG(status.st_mode)) {
         if (S_ISDIR(status.st_mode))
             return fileFault("writing", target, EISDIR);
         return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(target)) + ": this is a device or pipe, not a file"};

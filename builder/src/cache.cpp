@@ -212,11 +212,12 @@ void Cache::tidy(std::stop_token stop)
     }
 }
 
-// Two levels, since some file systems are slow with many thousand files in one folder.
+// Two levels, so that no folder holds too many files for a slow file system, and few enough folders that making them
+// costs nothing beside the first build.
 std::string Cache::entryPath(const ContentHash& key) const
 {
     const std::string name = key.hex();
-    return mDirectory + "/sounds/" + name.substr(0, 2) + "/" + name.substr(2);
+    return mDirectory + "/sounds/" + name.substr(0, 1) + "/" + name.substr(1);
 }
 
 bool Cache::dueForTidying()

@@ -1,5 +1,6 @@
 #include "data_stream.hpp"
 #include "encoders.hpp"
+#include "seam.hpp"
 
 #include <opus/opus_multistream.h>
 
@@ -15,19 +16,21 @@ namespace {
 
 constexpr int64_t kFramesPerSecond = 50; // packets of 20 ms
 
-// A packet that is predicted from nothing before it stands at the start, then every second, and before a loop's start.
+// A packet that is predicted from nothing before it stands at the start, then every second, and before both ends of a
+// loop.
 // From such a packet on, a decoder that knows nothing of the sound is right after kConvergence more packets.
 constexpr int64_t kKeyInterval = kFramesPerSecond;
 constexpr int64_t kConvergence = 4;
 
 // The encoder gets used to a loop during this many packets before the first that is kept.
-constexpr int64_t kWarmUp = 5;
+constexpr int64_t kWarmUp = 10;
 
 constexpr size_t kMaximumPacketBytesPerStream = 1275 * 3 + 7;
 
 struct Destroy
 {
     void operator()(OpusMSEncoder* encoder) const { opus_multistream_encoder_destroy(encoder); }
+    void operator()(OpusMSDecoder* decoder) const { opus_multistream_decoder_destroy(decoder); }
 };
 using Library = std::unique_ptr<OpusMSEncoder, Destroy>;
 
@@ -59,8 +62,8 @@ bank::Result<Library> start(const PreparedFacts& facts, const Mapping& mapping, 
 {
     int failed = OPUS_OK;
     Library library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
-                                                    mapping.coupled, mapping.table.data(), OPUS_APPLICATION_AUDIO,
-                                                    &failed));
+                                                    mapping.coupled, mapping.table.data(),
+                                                    OPUS_APPLICATION_RESTRICTED_LOWDELAY, &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? Error::Memory : Error::Unsupported;
     const int bits = opusBitsPerChannel(quality, facts.sampleRate) * facts.channels;
@@ -84,8 +87,10 @@ public:
         , mSound(lookahead - mStart)
         , mPackets((mSound + int64_t(facts.sampleCount) + mFrame - 1) / mFrame)
     {
-        if (facts.loop && facts.loop->start > 0)
-            mLoopKey = (mSound + int64_t(facts.loop->start)) / mFrame - kConvergence;
+        if (facts.loop) {
+            mStartKey = keyBefore(int64_t(facts.loop->start));
+            mEndKey = keyBefore(std::max(int64_t(facts.loop->start), int64_t(facts.loop->end) - kSeamFrames));
+        }
     }
 
     [[nodiscard]] int64_t frame() const { return mFrame; } // samples of one packet
@@ -94,19 +99,65 @@ public:
     [[nodiscard]] bool kept(int64_t packet) const { return packet >= mFirstKept; }
     [[nodiscard]] bool key(int64_t packet) const
     {
-        return (packet - mFirstKept) % kKeyInterval == 0 || packet == mLoopKey;
+        return (packet - mFirstKept) % kKeyInterval == 0 || packet == mStartKey || packet == mEndKey;
     }
+    // The sound's frame with which a packet begins to decode; before the sound below 0.
+    [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // Of the first sample of a packet, counted from the first packet kept.
     [[nodiscard]] int64_t position(int64_t packet) const { return (packet - mFirstKept) * mFrame; }
     [[nodiscard]] int64_t leadIn() const { return mSound - mFirstKept * mFrame; }
 
 private:
+    // The packet from which a decoder has to begin to be right at a frame of the sound.
+    [[nodiscard]] int64_t keyBefore(int64_t frame) const { return (mSound + frame) / mFrame - kConvergence; }
+
     int64_t mFrame;
     int64_t mFirstKept;
     int64_t mStart;
     int64_t mSound; // decoded samples before the sound's first
     int64_t mPackets;
-    int64_t mLoopKey = -1;
+    int64_t mStartKey = -1;
+    int64_t mEndKey = -1;
+};
+
+// Decodes the packets around the seam of the loop.
+class SeamDecoder
+{
+public:
+    SeamDecoder(const PreparedFacts& facts, const Mapping& mapping, SeamRecorder& seam)
+        : mLibrary(opus_multistream_decoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
+                                                   mapping.coupled, mapping.table.data(), nullptr))
+        , mSeam(seam)
+        , mChannels(size_t(facts.channels))
+    { }
+
+    // A packet as it is made, and all others in order. Where some were left out the decoder begins anew, with a
+    // packet that the schedule has made a key for that.
+    Error take(int64_t index, const Schedule& schedule, std::span<const uint8_t> packet)
+    {
+        const int64_t first = schedule.soundPosition(index);
+        if (!mSeam.wants(first, first + (kConvergence + 1) * schedule.frame()))
+            return Error::None;
+        if (!mLibrary)
+            return Error::Memory;
+        if (index != mNext && opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) != OPUS_OK)
+            return Error::Encoder;
+        mNext = index + 1;
+        mFrames.resize(size_t(schedule.frame()) * mChannels);
+        const int count = opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()),
+                                                        mFrames.data(), int(schedule.frame()), 0);
+        if (count != int(schedule.frame()))
+            return Error::Encoder;
+        mSeam.decoded(first, mFrames);
+        return Error::None;
+    }
+
+private:
+    std::unique_ptr<OpusMSDecoder, Destroy> mLibrary;
+    SeamRecorder& mSeam;
+    size_t mChannels;
+    int64_t mNext = 0;
+    std::vector<float> mFrames;
 };
 
 } // namespace
@@ -145,6 +196,8 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
         return error;
 
     DataStream data(sink);
+    SeamRecorder seam(facts);
+    SeamDecoder seamDecoder(facts, mapping, seam);
     std::vector<float> frames(size_t(schedule.frame()) * size_t(facts.channels));
     std::vector<uint8_t> packet(kMaximumPacketBytesPerStream * size_t(mapping.streams));
     for (int64_t index = 0; index < schedule.packets(); ++index) {
@@ -152,6 +205,7 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
             return Error::Cancelled;
         if (const Error error = sound.readFloat(frames.data(), size_t(schedule.frame())); error != Error::None)
             return error;
+        seam.encoded(schedule.start() + index * schedule.frame(), frames);
         if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(schedule.key(index))) != OPUS_OK)
             return Error::Encoder;
         const int bytes = opus_multistream_encode_float(library, frames.data(), int(schedule.frame()), packet.data(),
@@ -162,9 +216,13 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
             continue;
         if (schedule.key(index) && schedule.position(index) > 0)
             encoded->seekPoints.push_back({uint64_t(schedule.position(index)), data.bytes()});
-        if (const Error error = data.writePacket(std::span(packet).first(size_t(bytes))); error != Error::None)
+        const std::span<const uint8_t> made = std::span(packet).first(size_t(bytes));
+        if (const Error error = seamDecoder.take(index, schedule, made); error != Error::None)
+            return error;
+        if (const Error error = data.writePacket(made); error != Error::None)
             return error;
     }
+    seam.finish(encoded);
     return data.finish(encoded);
 }
 

@@ -1,5 +1,6 @@
 #include "data_stream.hpp"
 #include "encoders.hpp"
+#include "seam.hpp"
 
 #include <vorbis/vorbisenc.h>
 
@@ -18,6 +19,98 @@ constexpr int64_t kSeekInterval = 16'384;
 
 // The encoder's psychoacoustics and block switching get used to a loop during this many long blocks before its start.
 constexpr int64_t kWarmUpBlocks = 2;
+
+// Decodes the packets around the seam of the loop.
+class SeamDecoder
+{
+public:
+    explicit SeamDecoder(SeamRecorder& seam)
+        : mSeam(seam)
+    {
+        vorbis_info_init(&mInfo);
+    }
+    ~SeamDecoder()
+    {
+        if (mStarted) {
+            vorbis_block_clear(&mBlock);
+            vorbis_dsp_clear(&mDsp);
+        }
+        vorbis_info_clear(&mInfo);
+    }
+    SeamDecoder(const SeamDecoder&) = delete;
+    SeamDecoder& operator=(const SeamDecoder&) = delete;
+
+    // The headers of the stream.
+    Error start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
+    {
+        vorbis_comment comment;
+        vorbis_comment_init(&comment);
+        identification.b_o_s = 1;
+        const bool taken = vorbis_synthesis_headerin(&mInfo, &comment, &identification) == 0
+            && vorbis_synthesis_headerin(&mInfo, &comment, &comments) == 0
+            && vorbis_synthesis_headerin(&mInfo, &comment, &codebooks) == 0
+            && vorbis_synthesis_init(&mDsp, &mInfo) == 0;
+        vorbis_comment_clear(&comment);
+        if (!taken)
+            return Error::Encoder;
+        mStarted = true;
+        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+    }
+
+    // A packet that decodes to the sound's frames first to end - 1, and all others in order.
+    Error take(const ogg_packet& packet, int64_t first, int64_t end)
+    {
+        if (mSeam.wants(first, end)) {
+            if (!mPrimed) {
+                if (vorbis_synthesis_restart(&mDsp) != 0)
+                    return Error::Encoder;
+                ogg_packet primer{};
+                primer.packet = mLast.data();
+                primer.bytes = long(mLast.size());
+                if (const Error error = decode(primer, first); error != Error::None)
+                    return error;
+            }
+            mPrimed = true;
+            return decode(packet, first);
+        }
+        mPrimed = false;
+        return Error::None;
+    }
+
+    // A packet that the next one may need.
+    void remember(const ogg_packet& packet)
+    {
+        if (!mPrimed)
+            mLast.assign(packet.packet, packet.packet + packet.bytes);
+    }
+
+private:
+    Error decode(ogg_packet packet, int64_t first)
+    {
+        if (vorbis_synthesis(&mBlock, &packet) != 0 || vorbis_synthesis_blockin(&mDsp, &mBlock) != 0)
+            return Error::Encoder;
+        float** channels = nullptr;
+        const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
+        const auto width = size_t(mInfo.channels);
+        mFrames.resize(size_t(count) * width);
+        for (size_t channel = 0; channel < width; ++channel) {
+            for (size_t i = 0; i < size_t(count); ++i)
+                mFrames[i * width + channel] = channels[channel][i];
+        }
+        vorbis_synthesis_read(&mDsp, count);
+        mSeam.decoded(first, mFrames);
+        return Error::None;
+    }
+
+    SeamRecorder& mSeam;
+    vorbis_info mInfo{};
+    vorbis_dsp_state mDsp{};
+    vorbis_block mBlock{};
+    bool mStarted = false;
+    bool mPrimed = false; // the packet before the next one has been decoded
+    std::vector<uint8_t> mLast;
+    std::vector<float> mFrames;
+};
 
 // The states of the library, ended in the order that it wants.
 class Library
@@ -51,7 +144,7 @@ public:
     }
 
     // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
-    Error headers(std::vector<uint8_t>* setup)
+    Error headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -62,6 +155,9 @@ public:
         vorbis_comment_clear(&comment);
         if (failed)
             return Error::Encoder;
+        if (const Error error = seam ? seam->start(identification, comments, codebooks) : Error::None;
+            error != Error::None)
+            return error;
         for (const ogg_packet& packet : {identification, codebooks}) {
             bank::appendLittle(*setup, uint32_t(packet.bytes));
             setup->insert(setup->end(), packet.packet, packet.packet + packet.bytes);
@@ -107,8 +203,9 @@ class PacketChooser
 {
 public:
     // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
-    PacketChooser(DataStream& data, bank::Sound* sound, int64_t first, int64_t end)
+    PacketChooser(DataStream& data, SeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
         : mData(data)
+        , mSeam(seam)
         , mSound(sound)
         , mFirst(first)
         , mEnd(end)
@@ -120,14 +217,19 @@ public:
     {
         if (complete())
             return Error::None;
+        const int64_t lastCentre = mCentre;
         mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
         mLastBlockSize = blockSize;
         const std::span bytes(packet.packet, size_t(packet.bytes));
         if (mCentre <= mFirst) {
             mPrimer.assign(bytes.begin(), bytes.end());
             mPrimerCentre = mCentre;
+            mSeam.remember(packet);
             return Error::None;
         }
+        if (const Error error = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); error != Error::None)
+            return error;
+        mSeam.remember(packet);
         if (!mStarted) {
             mStarted = true;
             mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
@@ -149,6 +251,7 @@ private:
     }
 
     DataStream& mData;
+    SeamDecoder& mSeam;
     bank::Sound* mSound;
     int64_t mFirst;
     int64_t mEnd;
@@ -164,9 +267,11 @@ private:
 class Feeder
 {
 public:
-    Feeder(PreparedSound& sound, Library& library)
+    Feeder(PreparedSound& sound, int64_t position, Library& library, SeamRecorder& seam)
         : mSound(sound)
+        , mPosition(position)
         , mLibrary(library)
+        , mSeam(seam)
         , mFrames(size_t(kReadFrames) * size_t(sound.facts().channels))
     { }
 
@@ -174,6 +279,8 @@ public:
     {
         if (const Error error = mSound.readFloat(mFrames.data(), size_t(count)); error != Error::None)
             return error;
+        mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
+        mPosition += count;
         float** room = mLibrary.room(count);
         if (!room)
             return Error::Memory;
@@ -188,7 +295,9 @@ public:
 
 private:
     PreparedSound& mSound;
+    int64_t mPosition;
     Library& mLibrary;
+    SeamRecorder& mSeam;
     std::vector<float> mFrames;
 };
 
@@ -212,7 +321,9 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
     if (const Error error = library.start(facts.channels, facts.sampleRate, vorbisQuality(quality));
         error != Error::None)
         return error;
-    if (const Error error = library.headers(&encoded->setup); error != Error::None)
+    SeamRecorder seam(facts);
+    SeamDecoder seamDecoder(seam);
+    if (const Error error = library.headers(&encoded->setup, facts.loop ? &seamDecoder : nullptr); error != Error::None)
         return error;
 
     const int64_t lead = loopsAtStart(facts) ? kWarmUpBlocks * library.longBlock() : 0;
@@ -220,8 +331,8 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
         return error;
 
     DataStream data(sink);
-    PacketChooser chooser(data, encoded, lead, lead + int64_t(facts.sampleCount));
-    Feeder feeder(sound, library);
+    PacketChooser chooser(data, seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
+    Feeder feeder(sound, -lead, library, seam);
     const auto take = [&](ogg_packet& packet) {
         return chooser.take(packet, library.blockSize(packet));
     };
@@ -229,18 +340,20 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
     // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
     // loop's start until the last sample of the sound has come out.
     int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
-    for (bool ended = false; !chooser.complete(); ended = left == 0) {
+    for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error::Cancelled;
         if (ended)
             return Error::Encoder;
         const long count = long(std::min<int64_t>(left, kReadFrames));
+        ended = count == 0;
         left -= count;
-        if (const Error error = count > 0 ? feeder.feed(count) : library.wrote(0); error != Error::None)
+        if (const Error error = ended ? library.wrote(0) : feeder.feed(count); error != Error::None)
             return error;
         if (const Error error = library.packets(take); error != Error::None)
             return error;
     }
+    seam.finish(encoded);
     return data.finish(encoded);
 }
 

@@ -439,8 +439,13 @@ void closeModule(void* decoder)
 extern "C" __attribute__((visibility("default"))) const KESS_DECODER_MODULE* kess_decoder_module(void)
 {
     static const KESS_DECODER_MODULE module{KESS_DECODER_MODULE_VERSION, openModule, readModule, closeModule};
-    // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
-    static std::once_flag quiet;
-    std::call_once(quiet, [] { av_log_set_callback([](void*, int, const char*, va_list) {}); });
+    static std::once_flag prepared;
+    std::call_once(prepared, [] {
+        // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
+        av_log_set_callback([](void*, int, const char*, va_list) {});
+        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs less than this.
+        constexpr size_t kLargestBlock = 256u << 20;
+        av_max_alloc(kLargestBlock);
+    });
     return &module;
 }

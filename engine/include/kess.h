@@ -19,7 +19,7 @@
 typedef enum KESS_RESULT
 {
     KESS_OK = 0,
-    KESS_ERR_FILE_BAD = 13, /* unreadable, a directory, damaged or truncated so that nothing can be read */
+    KESS_ERR_FILE_BAD = 13, /* no regular file, unreadable, empty, or damaged so that nothing can be read */
     KESS_ERR_FILE_COULDNOTSEEK = 14, /* the file can't be read at the position wanted */
     KESS_ERR_FILE_EOF = 16, /* the end of the sound was reached: fewer samples than wanted, or none */
     KESS_ERR_FILE_NOTFOUND = 18,

@@ -66,7 +66,10 @@ public:
     KESS_RESULT seekData(uint64_t sample);
 
     /* Decodes up to lengthBytes, cut to whole frames, in the sample format of getFormat, interleaved; *read gets the
-     * number of bytes delivered. KESS_ERR_FILE_EOF: none, the sound is at its end. Damage gives KESS_ERR_FILE_BAD. */
+     * number of bytes delivered. Channels are in the order of WAV files: front left, right, centre, low frequencies,
+     * back, side. KESS_ERR_FILE_EOF: none, the sound is at its end. KESS_ERR_FILE_BAD: none, the sound is damaged here;
+     * what came before it was delivered. KESS_ERR_INVALID_PARAM: no buffer, or one that is smaller than a frame.
+     * KESS_ERR_UNSUPPORTED: the file was recognised only. KESS_ERR_SUBSOUNDS: a bank of several sounds. */
     KESS_RESULT readData(void* buffer, unsigned int lengthBytes, unsigned int* read);
 
     /* The same in 32-bit float, interleaved, full scale -1 to 1, in frames: the full precision of lossy sounds. */
@@ -76,7 +79,7 @@ public:
     KESS_RESULT getLoopPoints(uint64_t* start, uint64_t* end);
 
     /* How often reading jumps from the loop's end to its start: 0 never (as opened), n times, or -1 for ever.
-     * Counts from now on. */
+     * Counts from now on. KESS_ERR_TAGNOTFOUND: the sound has no loop. */
     KESS_RESULT setLoopCount(int count);
 
     /* Largest absolute sample, 1 is full scale. KESS_ERR_TAGNOTFOUND: not stored. */

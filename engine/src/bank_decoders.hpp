@@ -38,7 +38,7 @@ class VorbisSetup;
 
 // Each answers KESS_ERR_FILE_BAD when setup and sound don't fit each other, and throws std::bad_alloc.
 [[nodiscard]] KESS_RESULT makePcmDecoder(BankSound sound, DecoderPointer* decoder);
-[[nodiscard]] KESS_RESULT makeKadpcmDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder);
+[[nodiscard]] KESS_RESULT makeKadpcmDecoder(BankSound sound, DecoderPointer* decoder);
 [[nodiscard]] KESS_RESULT makeVorbisDecoder(BankSound sound, std::shared_ptr<const VorbisSetup> setup,
                                             DecoderPointer* decoder);
 [[nodiscard]] KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder);
@@ -46,27 +46,43 @@ class VorbisSetup;
 // What a fault of the container is to the engine's callers.
 [[nodiscard]] KESS_RESULT resultOf(bank::Error error);
 
+// Encoded data through a buffer, for readers that go on a little at a time.
+class DataWindow
+{
+public:
+    explicit DataWindow(EncodedData data);
+
+    [[nodiscard]] uint64_t size() const { return mData.bytes; }
+
+    // Shows count bytes from offset on, which must not be behind the end, and as many of those that follow as are at
+    // hand anyway; valid until the next call. KESS_ERR_FILE_BAD: the data end before.
+    [[nodiscard]] KESS_RESULT view(uint64_t offset, size_t count, std::span<const uint8_t>* bytes);
+
+private:
+    EncodedData mData;
+    std::vector<uint8_t> mBuffer;
+    uint64_t mBufferStart = 0;
+    size_t mBuffered = 0;
+};
+
 // The encoded data as a sequence of packets, each behind its length.
 class PacketReader
 {
 public:
     explicit PacketReader(EncodedData data);
 
-    [[nodiscard]] bool atEnd() const { return mNext == mData.bytes; }
-    void seek(uint64_t offset); // at most the size of the data
+    void seek(uint64_t offset); // cut to the size of the data
 
     // The next packet, valid until the next call. KESS_ERR_FILE_BAD behind the last one, too.
-    [[nodiscard]] KESS_RESULT next(std::span<uint8_t>* packet);
+    [[nodiscard]] KESS_RESULT next(std::span<const uint8_t>* packet);
 
 private:
-    [[nodiscard]] KESS_RESULT require(size_t count);
-
-    EncodedData mData;
+    DataWindow mWindow;
     uint64_t mNext = 0; // offset of what next() reads
-    std::vector<uint8_t> mBuffer;
-    uint64_t mBufferStart = 0;
-    size_t mBuffered = 0;
 };
+
+// The seek point that lies furthest behind without lying behind position; the start of the stream where there is none.
+[[nodiscard]] bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position);
 
 // What Vorbis and Opus have in common: a stream that is decoded in blocks of float frames, of which those before the
 // sound are dropped, and in which decoding can begin at seek points.
@@ -87,18 +103,27 @@ protected:
     [[nodiscard]] virtual KESS_RESULT restart(uint64_t offset) = 0;
 
     // Decodes one packet. *frames, interleaved, may be empty and stays valid until the next call.
-    [[nodiscard]] virtual KESS_RESULT decodeBlock(std::span<const float>* frames) = 0;
+    [[nodiscard]] virtual KESS_RESULT decodeBlock(std::span<float>* frames) = 0;
 
 private:
+    // Values to be added to the decoded frames from position on.
+    struct Corrected
+    {
+        uint64_t position = 0;
+        std::vector<float> values;
+    };
+
     template <typename Take>
     [[nodiscard]] KESS_RESULT readFrames(size_t count, size_t* done, Take take);
+    [[nodiscard]] KESS_RESULT nextBlock();
     [[nodiscard]] KESS_RESULT skipTo(uint64_t position);
-    [[nodiscard]] bank::SeekPoint placeBefore(uint64_t position) const;
+    void correct(std::span<float> block) const;
 
     SoundFacts mFacts;
     uint32_t mLeadIn;
     uint64_t mPreroll;
     std::vector<bank::SeekPoint> mSeekPoints;
+    std::vector<Corrected> mCorrections;
     std::span<const float> mBlock; // decoded and not yet delivered
     uint64_t mPosition = 0; // of the block's first frame, in decoded samples
     uint64_t mFrame = 0; // of the sound, delivered next

@@ -112,8 +112,9 @@ public:
         case bank::Codec::Vorbis:
             return makeVorbis(std::move(sound), setup, decoder);
         case bank::Codec::Kadpcm:
+            return makeKadpcmDecoder(std::move(sound), decoder);
         case bank::Codec::Opus:
-            return makeWithSetup(std::move(sound), setup, decoder);
+            return makeOpus(std::move(sound), setup, decoder);
         case bank::Codec::Xma:
         case bank::Codec::At9:
             break;
@@ -147,17 +148,12 @@ private:
         return KESS_OK;
     }
 
-    [[nodiscard]] KESS_RESULT makeWithSetup(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
+    [[nodiscard]] KESS_RESULT makeOpus(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
     {
-        std::vector<uint8_t> bytes;
-        if (setup) {
-            bank::Result<std::vector<uint8_t>> read = mReader->setup(*setup);
-            if (!read)
-                return resultOf(read.error());
-            bytes = std::move(*read);
-        }
-        return sound.stored.codec == bank::Codec::Opus ? makeOpusDecoder(std::move(sound), bytes, decoder)
-                                                       : makeKadpcmDecoder(std::move(sound), bytes, decoder);
+        if (!setup)
+            return KESS_ERR_FILE_BAD;
+        const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
+        return bytes ? makeOpusDecoder(std::move(sound), *bytes, decoder) : resultOf(bytes.error());
     }
 
     [[nodiscard]] KESS_RESULT makeVorbis(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)

@@ -39,9 +39,9 @@ protected:
         return opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK ? KESS_OK : KESS_ERR_FILE_BAD;
     }
 
-    [[nodiscard]] KESS_RESULT decodeBlock(std::span<const float>* frames) override
+    [[nodiscard]] KESS_RESULT decodeBlock(std::span<float>* frames) override
     {
-        std::span<uint8_t> packet;
+        std::span<const uint8_t> packet;
         if (const KESS_RESULT result = mPackets.next(&packet); result != KESS_OK)
             return result;
         // Without bytes the library would make up what a lost packet might have held.

@@ -13,53 +13,67 @@ constexpr int kLengthBits = 28;
 
 } // namespace
 
-PacketReader::PacketReader(EncodedData data)
+DataWindow::DataWindow(EncodedData data)
     : mData(std::move(data))
+{ }
+
+KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint8_t>* bytes)
+{
+    if (offset > mData.bytes || count > mData.bytes - offset)
+        return KESS_ERR_FILE_BAD;
+    const bool held =
+        offset >= mBufferStart && count <= mBuffered && offset - mBufferStart <= uint64_t(mBuffered - count);
+    if (!held) {
+        const size_t wanted = size_t(std::min<uint64_t>(std::max(count, kReadAhead), mData.bytes - offset));
+        mBuffered = 0;
+        mBuffer.resize(std::max(mBuffer.size(), wanted));
+        const bank::Error error = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));
+        if (error != bank::Error::None)
+            return resultOf(error);
+        mBufferStart = offset;
+        mBuffered = wanted;
+    }
+    *bytes = std::span(mBuffer).first(mBuffered).subspan(size_t(offset - mBufferStart));
+    return KESS_OK;
+}
+
+PacketReader::PacketReader(EncodedData data)
+    : mWindow(std::move(data))
 { }
 
 void PacketReader::seek(uint64_t offset)
 {
-    mNext = std::min(offset, mData.bytes);
+    mNext = std::min(offset, mWindow.size());
 }
 
-KESS_RESULT PacketReader::next(std::span<uint8_t>* packet)
+KESS_RESULT PacketReader::next(std::span<const uint8_t>* packet)
 {
     // The length, in groups of seven bits.
+    std::span<const uint8_t> bytes;
     size_t length = 0;
     for (int shift = 0;; shift += 7) {
         if (shift >= kLengthBits)
             return KESS_ERR_FILE_BAD;
-        if (const KESS_RESULT result = require(1); result != KESS_OK)
+        if (const KESS_RESULT result = mWindow.view(mNext, 1, &bytes); result != KESS_OK)
             return result;
-        const uint8_t byte = mBuffer[size_t(mNext - mBufferStart)];
         ++mNext;
-        length |= size_t(byte & 0x7f) << shift;
-        if (!(byte & 0x80))
+        length |= size_t(bytes[0] & 0x7f) << shift;
+        if (!(bytes[0] & 0x80))
             break;
     }
-    if (const KESS_RESULT result = require(length); result != KESS_OK)
+    if (const KESS_RESULT result = mWindow.view(mNext, length, &bytes); result != KESS_OK)
         return result;
-    *packet = std::span(mBuffer).subspan(size_t(mNext - mBufferStart), length);
+    *packet = bytes.first(length);
     mNext += length;
     return KESS_OK;
 }
 
-// Brings the next count bytes into the buffer, with what follows them.
-KESS_RESULT PacketReader::require(size_t count)
+bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position)
 {
-    if (count > mData.bytes - mNext)
-        return KESS_ERR_FILE_BAD;
-    if (mNext >= mBufferStart && count <= mBuffered && mNext - mBufferStart <= mBuffered - count)
-        return KESS_OK;
-    const size_t wanted = size_t(std::min<uint64_t>(std::max(count, kReadAhead), mData.bytes - mNext));
-    mBuffered = 0;
-    mBuffer.resize(std::max(mBuffer.size(), wanted));
-    const bank::Error error = mData.source->readAt(mData.offset + mNext, std::span(mBuffer).first(wanted));
-    if (error != bank::Error::None)
-        return resultOf(error);
-    mBufferStart = mNext;
-    mBuffered = wanted;
-    return KESS_OK;
+    const auto behind =
+        std::upper_bound(points.begin(), points.end(), position,
+                         [](uint64_t wanted, const bank::SeekPoint& point) { return wanted < point.position; });
+    return behind == points.begin() ? bank::SeekPoint{} : *(behind - 1);
 }
 
 StreamDecoder::StreamDecoder(BankSound sound, uint64_t preroll)
@@ -67,7 +81,10 @@ StreamDecoder::StreamDecoder(BankSound sound, uint64_t preroll)
     , mLeadIn(sound.stored.leadIn)
     , mPreroll(preroll)
     , mSeekPoints(std::move(sound.stored.seekPoints))
-{ }
+{
+    for (const bank::Correction& correction : sound.stored.corrections)
+        mCorrections.push_back({mLeadIn + correction.first, bank::expandCorrection(correction, mFacts.channels)});
+}
 
 KESS_RESULT StreamDecoder::seek(uint64_t frame)
 {
@@ -77,7 +94,7 @@ KESS_RESULT StreamDecoder::seek(uint64_t frame)
     if (frame == mFacts.sampleCount)
         return KESS_OK;
     const uint64_t target = mLeadIn + frame;
-    const bank::SeekPoint place = placeBefore(target);
+    const bank::SeekPoint place = seekPointBefore(mSeekPoints, target - std::min(target, mPreroll));
     // Going on from here costs less than beginning at the seek point, and is exact.
     if (!mLost && mPosition <= target && mPosition >= place.position)
         return skipTo(target);
@@ -90,13 +107,33 @@ KESS_RESULT StreamDecoder::seek(uint64_t frame)
     return skipTo(target);
 }
 
-bank::SeekPoint StreamDecoder::placeBefore(uint64_t position) const
+KESS_RESULT StreamDecoder::nextBlock()
 {
-    const uint64_t latest = position - std::min(position, mPreroll);
-    const auto behind =
-        std::upper_bound(mSeekPoints.begin(), mSeekPoints.end(), latest,
-                         [](uint64_t wanted, const bank::SeekPoint& point) { return wanted < point.position; });
-    return behind == mSeekPoints.begin() ? bank::SeekPoint{} : *(behind - 1);
+    std::span<float> block;
+    if (const KESS_RESULT result = decodeBlock(&block); result != KESS_OK) {
+        mBlock = {};
+        mLost = true;
+        return result;
+    }
+    correct(block);
+    mBlock = block;
+    return KESS_OK;
+}
+
+// block begins at mPosition.
+void StreamDecoder::correct(std::span<float> block) const
+{
+    const auto channels = size_t(mFacts.channels);
+    for (const Corrected& corrected : mCorrections) {
+        const uint64_t begin = std::max(mPosition, corrected.position);
+        const uint64_t end =
+            std::min(mPosition + block.size() / channels, corrected.position + corrected.values.size() / channels);
+        if (begin >= end)
+            continue;
+        const float* value = corrected.values.data() + size_t(begin - corrected.position) * channels;
+        for (float& sample : block.subspan(size_t(begin - mPosition) * channels, size_t(end - begin) * channels))
+            sample += *value++;
+    }
 }
 
 KESS_RESULT StreamDecoder::skipTo(uint64_t position)
@@ -104,11 +141,8 @@ KESS_RESULT StreamDecoder::skipTo(uint64_t position)
     const auto channels = size_t(mFacts.channels);
     while (mPosition < position) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = decodeBlock(&mBlock); result != KESS_OK) {
-                mBlock = {};
-                mLost = true;
+            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
                 return result;
-            }
         }
         const size_t frames = size_t(std::min<uint64_t>(mBlock.size() / channels, position - mPosition));
         mBlock = mBlock.subspan(frames * channels);
@@ -129,11 +163,8 @@ KESS_RESULT StreamDecoder::readFrames(size_t count, size_t* done, Take take)
     }
     while (*done < count) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = decodeBlock(&mBlock); result != KESS_OK) {
-                mBlock = {};
-                mLost = true;
+            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
                 return result;
-            }
         }
         const size_t frames = std::min(mBlock.size() / channels, count - *done);
         take(mBlock.first(frames * channels), *done * channels);

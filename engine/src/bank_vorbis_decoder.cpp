@@ -82,9 +82,9 @@ protected:
         return vorbis_synthesis_restart(&mDsp) == 0 ? KESS_OK : KESS_ERR_FILE_BAD;
     }
 
-    [[nodiscard]] KESS_RESULT decodeBlock(std::span<const float>* frames) override
+    [[nodiscard]] KESS_RESULT decodeBlock(std::span<float>* frames) override
     {
-        std::span<uint8_t> bytes;
+        std::span<const uint8_t> bytes;
         if (const KESS_RESULT result = mPackets.next(&bytes); result != KESS_OK)
             return result;
         ogg_packet packet = packetOf(bytes);

@@ -40,6 +40,7 @@ constexpr auto kW64Wave = "wave\xf3\xac\xd3\x11\x8c\xd1\x00\xc0\x4f\x8e\xdb\x8a"
 constexpr auto kAsfHeader = "\x30\x26\xb2\x75\x8e\x66\xcf\x11\xa6\xd9\x00\xaa\x00\x62\xce\x6c"sv;
 
 constexpr Signature kSignatures[] = {
+    {0, "\x89TNB\r\n\x1a\n"sv, 0, ""sv, KESS_SOUND_TYPE_TNB, Reader::Bank, nullptr},
     {0, "RIFF"sv, 8, "WAVE"sv, kWav, Reader::Sndfile, "wav"},
     {0, "RIFX"sv, 8, "WAVE"sv, kWav, Reader::Sndfile, "wav"},
     {0, "RF64"sv, 8, "WAVE"sv, kWav, Reader::Sndfile, "wav"},

@@ -74,15 +74,26 @@ std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind
     return stream;
 }
 
-uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples)
+uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t decodable)
 {
-    constexpr uint64_t kLongestBlock = 65536;
     const ChunkList chunks(file, kind.begin, kind.end);
-    std::array<uint8_t, 4> fact;
-    if (kind.type != KESS_SOUND_TYPE_WAV || !chunks.read("fact", fact.data(), fact.size()))
-        return blockSamples;
-    const uint64_t samples = chunks.isBigEndian() ? be32(fact.data()) : le32(fact.data());
-    return samples < blockSamples && blockSamples - samples < kLongestBlock ? samples : blockSamples;
+    uint64_t told = decodable;
+    uint64_t block = 1; // how many samples the last piece of data may hold too many
+    if (kind.type == KESS_SOUND_TYPE_AIFF) {
+        std::array<uint8_t, 6> common;
+        if (chunks.read("COMM", common.data(), common.size()))
+            told = be32(&common[2]);
+    } else if (kind.type == KESS_SOUND_TYPE_WAV && !chunks.isBigEndian()) {
+        // Some writers count something else here. A length that leaves whole blocks over can't be right, but for one
+        // that a writer may have added for good measure.
+        std::array<uint8_t, 20> format;
+        std::array<uint8_t, 4> fact;
+        if (chunks.read("fact", fact.data(), fact.size()) && chunks.read("fmt ", format.data(), format.size())) {
+            told = le32(fact.data());
+            block = 2 * uint64_t{le16(&format[18])};
+        }
+    }
+    return told < decodable && decodable - told <= block ? told : decodable;
 }
 
 KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind)

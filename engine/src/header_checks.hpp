@@ -19,8 +19,8 @@ namespace kess {
 // encoding, else KESS_ERR_FILE_BAD.
 [[nodiscard]] KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind);
 
-// The exact length of a WAV file whose encoding packs samples in blocks, out of `blockSamples` that the blocks hold:
-// the file says how many samples of the last block count.
-[[nodiscard]] uint64_t lengthFromFact(const SourceFile& file, const FileKind& kind, uint64_t blockSamples);
+// The length that the header tells, where the samples end inside a block of an encoding that packs them (WAV), or where
+// a byte of padding was counted as one (AIFF). decodable is what the samples' bytes hold; the answer is never more.
+[[nodiscard]] uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t decodable);
 
 } // namespace kess

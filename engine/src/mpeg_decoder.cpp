@@ -31,7 +31,7 @@ public:
         int channels = 0;
         int encoding = 0;
         if (!start() || mpg123_getformat(mHandle.get(), &rate, &channels, &encoding) != MPG123_OK
-            || !fixFormat(rate, channels) || mpg123_scan(mHandle.get()) != MPG123_OK)
+            || !fixFormat(channels) || mpg123_scan(mHandle.get()) != MPG123_OK)
             return KESS_ERR_FILE_BAD;
         const off_t length = mpg123_length(mHandle.get());
         if (length < 0)
@@ -87,12 +87,19 @@ private:
             && mpg123_open_handle(handle, &mCursor) == MPG123_OK;
     }
 
-    // Frames of another number of channels in the same stream are converted instead of changing the format.
-    bool fixFormat(long rate, int channels)
+    // Frames of another number of channels in the same stream are converted. Those of another rate, which are as a
+    // rule not frames but damage, go through as they are: to refuse them makes the library write to the error stream.
+    bool fixFormat(int channels)
     {
-        return mpg123_format_none(mHandle.get()) == MPG123_OK
-            && mpg123_format(mHandle.get(), rate, channels == 1 ? MPG123_MONO : MPG123_STEREO, MPG123_ENC_FLOAT_32)
-            == MPG123_OK;
+        const long* rates = nullptr;
+        size_t count = 0;
+        mpg123_rates(&rates, &count);
+        bool isFixed = mpg123_format_none(mHandle.get()) == MPG123_OK;
+        for (size_t i = 0; i < count; ++i) {
+            const int mode = channels == 1 ? MPG123_MONO : MPG123_STEREO;
+            isFixed = isFixed && mpg123_format(mHandle.get(), rates[i], mode, MPG123_ENC_FLOAT_32) == MPG123_OK;
+        }
+        return isFixed;
     }
 
     static ssize_t readBytes(void* user, void* buffer, size_t count)

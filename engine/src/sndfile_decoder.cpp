@@ -1,6 +1,7 @@
 #include "decoders.hpp"
 #include "flac_length.hpp"
 #include "header_checks.hpp"
+#include "plain_header.hpp"
 #include "sample_convert.hpp"
 #include "tags.hpp"
 
@@ -149,8 +150,8 @@ public:
                 return KESS_ERR_FILE_BAD;
             mFacts.sampleCount = *length;
         }
-        if (packsBlocks(info.format))
-            mFacts.sampleCount = lengthFromFact(file, kind, mFacts.sampleCount);
+        if (kind.type == KESS_SOUND_TYPE_AIFF || packsBlocks(info.format))
+            mFacts.sampleCount = lengthInHeader(file, kind, mFacts.sampleCount);
         readTags(file, kind, &mFacts);
         return KESS_OK;
     }
@@ -297,7 +298,10 @@ KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPo
         return header;
     if (const std::optional<FileKind> stream = streamInWav(*file, kind))
         return openDecoder(file, *stream, decoder);
-    auto opened = std::make_unique<SndfileDecoder>(Cursor(file, kind.begin, kind.end));
+    std::optional<Cursor> view = plainView(file, kind);
+    if (!view)
+        return KESS_ERR_FILE_BAD;
+    auto opened = std::make_unique<SndfileDecoder>(std::move(*view));
     KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)
         *decoder = std::move(opened);

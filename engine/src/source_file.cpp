@@ -70,10 +70,11 @@ bool SourceFile::readAllAt(uint64_t offset, void* buffer, size_t count) const
     return readAt(offset, buffer, count) == count;
 }
 
-Cursor::Cursor(std::shared_ptr<const SourceFile> file, uint64_t begin, uint64_t end)
+Cursor::Cursor(std::shared_ptr<const SourceFile> file, uint64_t begin, uint64_t end, std::vector<uint8_t> prefix)
     : mFile(std::move(file))
     , mBegin(begin)
     , mEnd(std::max(begin, end))
+    , mPrefix(std::move(prefix))
     , mBuffer(kBufferBytes)
 { }
 
@@ -91,6 +92,18 @@ int64_t Cursor::seek(int64_t offset, int whence)
     return target;
 }
 
+size_t Cursor::fetch(uint64_t position, void* buffer, size_t count) const
+{
+    size_t done = 0;
+    if (position < mPrefix.size()) {
+        done = std::min(count, mPrefix.size() - static_cast<size_t>(position));
+        std::memcpy(buffer, mPrefix.data() + position, done);
+    }
+    const uint64_t inFile = position + done - mPrefix.size();
+    const auto left = static_cast<size_t>(std::min<uint64_t>(count - done, mEnd - mBegin - inFile));
+    return left == 0 ? done : done + mFile->readAt(mBegin + inFile, static_cast<uint8_t*>(buffer) + done, left);
+}
+
 size_t Cursor::read(void* buffer, size_t count)
 {
     count = static_cast<size_t>(std::min<uint64_t>(count, size() - mPosition));
@@ -99,14 +112,13 @@ size_t Cursor::read(void* buffer, size_t count)
         if (mPosition < mBufferStart || mPosition >= mBufferStart + mBuffered) {
             const uint64_t left = size() - mPosition;
             if (count - done >= mBuffer.size()) {
-                const size_t got =
-                    mFile->readAt(mBegin + mPosition, static_cast<uint8_t*>(buffer) + done, count - done);
+                const size_t got = fetch(mPosition, static_cast<uint8_t*>(buffer) + done, count - done);
                 mPosition += got;
                 return done + got;
             }
             mBufferStart = mPosition;
             const size_t wanted = static_cast<size_t>(std::min<uint64_t>(mBuffer.size(), left));
-            mBuffered = mFile->readAt(mBegin + mPosition, mBuffer.data(), wanted);
+            mBuffered = fetch(mPosition, mBuffer.data(), wanted);
             if (mBuffered == 0)
                 break;
         }

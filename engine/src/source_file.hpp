@@ -41,10 +41,10 @@ private:
 class Cursor
 {
 public:
-    // begin and end are positions in the file, at most its size.
-    Cursor(std::shared_ptr<const SourceFile> file, uint64_t begin, uint64_t end);
+    // begin and end are positions in the file, at most its size. The bytes of prefix are read before it.
+    Cursor(std::shared_ptr<const SourceFile> file, uint64_t begin, uint64_t end, std::vector<uint8_t> prefix = {});
 
-    [[nodiscard]] uint64_t size() const { return mEnd - mBegin; }
+    [[nodiscard]] uint64_t size() const { return mPrefix.size() + (mEnd - mBegin); }
     [[nodiscard]] uint64_t tell() const { return mPosition; }
 
     // Moves to an offset as lseek does, whence included. Returns the new position, or -1 when it would lie before the
@@ -54,9 +54,12 @@ public:
     [[nodiscard]] size_t read(void* buffer, size_t count);
 
 private:
+    [[nodiscard]] size_t fetch(uint64_t position, void* buffer, size_t count) const;
+
     std::shared_ptr<const SourceFile> mFile;
     uint64_t mBegin;
     uint64_t mEnd;
+    std::vector<uint8_t> mPrefix;
     uint64_t mPosition = 0;
     std::vector<uint8_t> mBuffer;
     uint64_t mBufferStart = 0;

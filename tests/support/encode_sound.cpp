@@ -14,6 +14,15 @@ extern "C" {
 #include <cstdlib>
 #include <cstring>
 
+#ifdef __SANITIZE_ADDRESS__
+// The Vorbis encoder of Debian 12 loses a block for each sound of six channels. It isn't under test here.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:vorbis_encode_setup_init\n";
+}
+#endif
+
 namespace test {
 
 #ifdef TEST_HAS_FFMPEG
@@ -46,6 +55,16 @@ void storeSample(AVFrame& frame, int channel, int index, float sample)
         reinterpret_cast<float*>(plane)[place] = sample;
         break;
     }
+}
+
+// 16 bits where the encoder takes them, else what it likes best.
+AVSampleFormat chooseFormat(const AVCodec& encoder)
+{
+    for (const AVSampleFormat* format = encoder.sample_fmts; *format != AV_SAMPLE_FMT_NONE; ++format) {
+        if (av_get_packed_sample_fmt(*format) == AV_SAMPLE_FMT_S16)
+            return *format;
+    }
+    return encoder.sample_fmts[0];
 }
 
 // Hands a frame, or the end, to the encoder and writes what it has ready.
@@ -98,7 +117,7 @@ void encodeSound(const std::string& path, const char* container, const char* enc
     AVFormatContext* format = nullptr;
     require(found && avformat_alloc_output_context2(&format, nullptr, container, path.c_str()) >= 0, path, encoder);
     AVCodecContext* codec = avcodec_alloc_context3(found);
-    codec->sample_fmt = found->sample_fmts[0];
+    codec->sample_fmt = chooseFormat(*found);
     codec->sample_rate = signal.rate;
     codec->time_base = AVRational{1, signal.rate};
     codec->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;

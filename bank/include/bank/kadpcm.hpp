@@ -1,6 +1,101 @@
-// KADPCM: the bank's own adaptive differential PCM.
+// KADPCM: the bank's own adaptive differential PCM, about 4.3 bits a sample.
+//
+// A sound is a row of superblocks of kSuperblockFrames frames, the last one shorter. Superblocks are independent of
+// each other, so that decoding may begin at any of them and the error of a loop's first sample is no larger than that
+// of any other sample. Their sizes differ: loud and busy passages get the bits that quiet ones don't need.
+//
+// Superblock
+//     for each channel in order: a channel block
+//
+// Channel block (multi-byte numbers little-endian)
+//     u16   size of what follows, in bytes
+//     u8    mode: 0 to 32 predicted, by so many coefficients; 62 constant; 63 plain
+//     constant:   i16, the value of every sample
+//     plain:      an i16 for each sample
+//     predicted:  u8 step, then a bit stream, most significant bit of each byte first, padded with zeros to a byte:
+//         5 bits   only if the channel isn't the first: coupling, offset by 16, in eighths
+//         5 bits   start, the initial Rice parameter, at most 17
+//         then for each coefficient its index, two's complement, of coefficientBits(i) bits: 9 for the first two, 7 for
+//                  those up to the eighth, 6 for the others
+//         16 bits  the first sample, two's complement
+//         then for each further sample a code
+//
+// Decoding of a predicted block. All arithmetic is on integers, >> rounds towards minus infinity.
+//
+//     step size s = (stepMantissa[step & 15] << (step >> 4)), in 1/256, where stepMantissa[i] = round(256 * 2^(i/16)).
+//     c[n] = (coupling * y[n] + 4) >> 3, where y is the decoded channel before this one; 0 for the first channel.
+//     d[n] = x[n] - c[n] is what the predictor sees of the decoded samples x.
+//
+//     Coefficient i (from 1) is the reflection coefficient k[i] = round(2^20 * sin(index * pi / 2^coefficientBits(i))).
+//     They give the predictors of all orders, in 1/2^20, one after the other:
+//         order i: a'[i] = k[i]; a'[j] = clamp(a[j] - ((k[i] * a[i-j] + 2^19) >> 20), -2^30, 2^30) for j = 1 to i-1,
+//         where a is the predictor of order i-1.
+//     Sample n is predicted by the order m = min(n, mode), so that a block needs no samples from before it:
+//         p = clamp(c[n] + ((sum over j = 1 to m of a[j] * d[n-j] + 2^19) >> 20), -32768, 32767)
+//         x[n] = clamp(p + ((q * s + 128) >> 8), -32768, 32767)
+//     where q is the code u unfolded: q = u / 2 for an even u, -(u + 1) / 2 for an odd one.
+//
+//     The code of samples 1 to mode: Exp-Golomb of parameter start. With v = u + 2^start and b the number of bits of v,
+//     b - 1 - start zeros (at most 17 - start), then v in b bits.
+//     The code of the others: Rice with the parameter r = riceParameter(A). u >> r zeros, a one, the r low bits of u;
+//     or, when there would be 20 zeros or more, 20 zeros and u in 17 bits. A is sixteen times the recent mean of u:
+//         before the first: A = 24 << start; after each: A = A - (A >> 4) + u
+//         riceParameter(A) = the number of bits of (A >> 5), at most 17
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
 
 namespace bank::kadpcm {
 
+inline constexpr int kSuperblockFrames = 2048;
+inline constexpr int kMaximumChannels = 32;
+inline constexpr int kMaximumOrder = 32;
+
+// The most that a superblock of so many channels (1 to 32) and frames (1 to 2048) takes, in bytes.
+[[nodiscard]] constexpr size_t maximumSuperblockBytes(int channels, int frames)
+{
+    return static_cast<size_t>(channels) * (3 + 2 * static_cast<size_t>(frames));
 }
+
+// Turns 16-bit samples into superblocks. The same samples give the same bytes, however they are cut into calls. Memory
+// doesn't grow with the sound: samples are kept until a segment of kSegmentSamples is there (a sound below twice that
+// is one segment), then the segment's budget of bits is divided between its superblocks.
+class Encoder
+{
+public:
+    static constexpr int kSegmentSamples = 1 << 19; // of all channels together
+
+    // channels: 1 to 32 (asserted).
+    explicit Encoder(int channels);
+    ~Encoder();
+    Encoder(Encoder&&) noexcept;
+    Encoder& operator=(Encoder&&) noexcept;
+
+    // Takes interleaved samples, whole frames (asserted), and appends the superblocks that are ready to bytes; often
+    // none. sizes, if given, gets the size in bytes of each of them.
+    void encode(std::span<const int16_t> interleaved, std::vector<uint8_t>& bytes,
+                std::vector<uint32_t>* sizes = nullptr);
+
+    // Appends what remains, after the last samples. The encoder is then as new.
+    void finish(std::vector<uint8_t>& bytes, std::vector<uint32_t>* sizes = nullptr);
+
+private:
+    class Segment;
+    std::unique_ptr<Segment> mSegment;
+};
+
+// The size in bytes of the superblock that begins at the start of bytes, to step over it without decoding. bytes may
+// reach beyond it. 0: bytes end before it does.
+[[nodiscard]] size_t superblockBytes(std::span<const uint8_t> bytes, int channels);
+
+// Decodes the superblock that begins at the start of bytes into frames * channels samples. frames is kSuperblockFrames,
+// or what the sound's length leaves for its last superblock; bytes may reach beyond the superblock and are read only
+// where they are. Returns the superblock's size in bytes. 0: the bytes are damaged or end too early, and interleaved is
+// then in no defined state. Any bytes whatever are safe to decode, and take no longer than proper ones.
+[[nodiscard]] size_t decodeSuperblock(std::span<const uint8_t> bytes, int channels, int frames, int16_t* interleaved);
+
+} // namespace bank::kadpcm

@@ -6,12 +6,13 @@
 //     record     kSoundRecordBytes   codec, shape, sizes and checksums; the row of a bank's sound table
 //     setup size u32, then u32 zero
 //     setup      the decoder's setup, shared between the sounds of a bank (Vorbis headers, Opus channel mapping)
-//     chunks     everything optional: loop, sync points, peak, seek table
+//     chunks     everything optional: loop, sync points, peak, seek table, corrections around the loop's seam
 //
 // and the encoded data is stored apart from it. docs/tnb-format.md tells every field.
 #pragma once
 
 #include "bank/bytes.hpp"
+#include "bank/correction.hpp"
 
 #include <optional>
 #include <string>
@@ -97,6 +98,7 @@ struct Sound
     std::vector<SyncPoint> syncPoints; // by rising sample
     std::optional<float> peak; // largest absolute sample of the source, 1 is full scale
     std::vector<SeekPoint> seekPoints;
+    std::vector<Correction> corrections; // of the codecs that decode to float
 
     bool operator==(const Sound&) const = default;
 };

@@ -1,0 +1,161 @@
+// What the decoder and the encoder of KADPCM have in common: every rule by which they must agree to the bit. The rules
+// themselves are told in bank/kadpcm.hpp.
+#pragma once
+
+#include "bank/kadpcm.hpp"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <numbers>
+
+namespace bank::kadpcm {
+
+enum Mode : int // a lower number is the order of a predicted block
+{
+    kConstantMode = 62,
+    kPlainMode = 63,
+};
+
+inline constexpr int kCouplingBits = 5;
+inline constexpr int kCouplingOffset = 16;
+inline constexpr int kStartBits = 5;
+inline constexpr int kHighestStart = 17;
+inline constexpr int kFirstSampleBits = 16;
+inline constexpr int kEscapeZeros = 20;
+inline constexpr int kEscapeBits = 17; // an unfolded difference of two samples fits in them
+inline constexpr int kHighestStep = 255;
+
+// The lower coefficients of a strongly predictable sound lie close to 1, where a small error costs much.
+constexpr int coefficientBits(int number)
+{
+    return number <= 2 ? 9 : number <= 8 ? 7 : 6;
+}
+inline constexpr int kMostCoefficientBits = 9;
+
+namespace detail {
+
+// Taylor's series: within an ulp or two in the first quadrant, and evaluated by the compiler, so that no library's
+// sine has a say in the format.
+constexpr double sine(double angle)
+{
+    double term = angle;
+    double sum = angle;
+    for (int n = 3; n < 30; n += 2) {
+        term *= -angle * angle / (n * (n - 1));
+        sum += term;
+    }
+    return sum;
+}
+
+// 2^20 * sin(i * pi / 2^kMostCoefficientBits) in the first quadrant.
+constexpr auto makeSineTable()
+{
+    std::array<int32_t, (1 << (kMostCoefficientBits - 1)) + 1> table{};
+    for (size_t i = 0; i < table.size(); ++i) {
+        const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMostCoefficientBits);
+        table[i] = static_cast<int32_t>(sine(angle) * (1 << 20) + 0.5);
+    }
+    return table;
+}
+
+} // namespace detail
+
+inline constexpr auto kSineTable = detail::makeSineTable();
+
+// The reflection coefficient in 1/2^20. index: two's complement of coefficientBits(number) bits.
+constexpr int32_t reflectionCoefficient(int number, int index)
+{
+    const int position = index * (1 << (kMostCoefficientBits - coefficientBits(number)));
+    return position < 0 ? -kSineTable[static_cast<size_t>(-position)] : kSineTable[static_cast<size_t>(position)];
+}
+
+// In 1/256.
+constexpr int32_t stepSize(int step)
+{
+    constexpr std::array<int16_t, 16> kMantissa = {256, 267, 279, 292, 304, 318, 332, 347,
+                                                   362, 378, 395, 412, 431, 450, 470, 490};
+    return kMantissa[static_cast<size_t>(step & 15)] << (step >> 4);
+}
+
+constexpr int clampSample(int64_t value)
+{
+    return static_cast<int>(std::clamp<int64_t>(value, -32768, 32767));
+}
+
+constexpr uint32_t fold(int q)
+{
+    return q < 0 ? ~(static_cast<uint32_t>(q) << 1) : static_cast<uint32_t>(q) << 1;
+}
+
+constexpr int unfold(uint32_t u)
+{
+    return static_cast<int>(u >> 1) ^ -static_cast<int>(u & 1);
+}
+
+constexpr int couple(int coupling, int sample)
+{
+    return (coupling * sample + 4) >> 3;
+}
+
+// What sample the code q stands for.
+constexpr int reconstruct(int prediction, int q, int stepSize)
+{
+    return clampSample(prediction + ((static_cast<int64_t>(q) * stepSize + 128) >> 8));
+}
+
+// The parameter of the Rice code, which follows the mean of what was coded.
+class RiceParameter
+{
+public:
+    explicit RiceParameter(int start)
+        : mAverage(24U << start)
+    { }
+
+    [[nodiscard]] int value() const { return std::min<int>(kHighestStart, std::bit_width(mAverage >> 5)); }
+    void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }
+
+private:
+    uint32_t mAverage; // sixteen times the mean; below 2^26 even for codes that no encoder writes
+};
+
+// Linear prediction whose order grows by one with each coefficient it is given.
+class Predictor
+{
+public:
+    void grow(int32_t reflection)
+    {
+        const int order = ++mOrder;
+        const auto previous = mCoefficients;
+        for (int j = 1; j < order; ++j) {
+            const int64_t product = static_cast<int64_t>(reflection) * previous[at(order - j)];
+            mCoefficients[at(j)] = static_cast<int32_t>(
+                std::clamp<int64_t>(previous[at(j)] - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
+        }
+        mCoefficients[at(order)] = reflection;
+        mTaps = (order + 3) & ~3;
+    }
+
+    // history points behind the newest sample; kMaximumOrder samples before it must be readable.
+    [[nodiscard]] int64_t predict(const int32_t* history) const
+    {
+        // The newest sample comes last: the next one can't begin before it is known, all else overlaps with its making.
+        int64_t sum = 1 << 19;
+        for (int j = mTaps; j > 0; j -= 4) {
+            int64_t part = static_cast<int64_t>(mCoefficients[at(j)]) * history[-j];
+            part += static_cast<int64_t>(mCoefficients[at(j - 1)]) * history[1 - j];
+            part += static_cast<int64_t>(mCoefficients[at(j - 2)]) * history[2 - j];
+            sum += part + static_cast<int64_t>(mCoefficients[at(j - 3)]) * history[3 - j];
+        }
+        return sum >> 20;
+    }
+
+private:
+    static constexpr size_t at(int number) { return static_cast<size_t>(number - 1); }
+
+    std::array<int32_t, kMaximumOrder> mCoefficients{}; // in 1/2^20, the newest sample's first
+    int mOrder = 0;
+    int mTaps = 0;
+};
+
+} // namespace bank::kadpcm

@@ -1,0 +1,150 @@
+// Compares the sounds of a bank with their sources: length to the sample, and signal-to-noise ratio.
+//
+//     bank_quality BANK LIST
+//
+// LIST is a text file with the path of one source a line, in the order of the bank's sounds. A source whose rate isn't
+// that of its sound is resampled first. Exit status 0 when every length is right.
+#include "kess.hpp"
+
+#include <soxr.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Samples
+{
+    std::vector<float> frames; // interleaved
+    int channels = 0;
+    double rate = 0;
+
+    size_t count() const { return channels == 0 ? 0 : frames.size() / size_t(channels); }
+};
+
+[[noreturn]] void stop(const std::string& what, KESS_RESULT result)
+{
+    std::fprintf(stderr, "%s: %s\n", what.c_str(), KESS_ErrorString(result));
+    std::exit(2);
+}
+
+Samples decode(KESS::Sound* sound, const std::string& name)
+{
+    Samples samples;
+    float rate = 0;
+    uint64_t count = 0;
+    sound->getFormat(nullptr, nullptr, &samples.channels, nullptr);
+    sound->getDefaults(&rate, nullptr);
+    sound->getSampleCount(&count);
+    samples.rate = double(rate);
+    samples.frames.resize(size_t(count) * size_t(samples.channels));
+    size_t done = 0;
+    while (done < count) {
+        unsigned int read = 0;
+        const auto wanted = unsigned(std::min<uint64_t>(count - done, 1u << 16));
+        const KESS_RESULT result =
+            sound->readFloat(samples.frames.data() + done * size_t(samples.channels), wanted, &read);
+        if (result == KESS_ERR_FILE_EOF)
+            break;
+        if (result != KESS_OK)
+            stop(name, result);
+        done += read;
+    }
+    samples.frames.resize(done * size_t(samples.channels));
+    return samples;
+}
+
+void resample(Samples* samples, double rate)
+{
+    const auto channels = size_t(samples->channels);
+    const auto count = size_t(std::llround(double(samples->count()) * rate / samples->rate));
+    std::vector<float> frames(count * channels);
+    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
+    size_t done = 0;
+    soxr_oneshot(samples->rate, rate, unsigned(channels), samples->frames.data(), samples->count(), nullptr,
+                 frames.data(), count, &done, nullptr, &quality, nullptr);
+    samples->frames = std::move(frames);
+    samples->rate = rate;
+}
+
+// Decibels; infinite for a sound that came back as it was.
+double signalToNoise(const Samples& source, const Samples& sound)
+{
+    double signal = 0;
+    double noise = 0;
+    const size_t count = std::min(source.frames.size(), sound.frames.size());
+    for (size_t i = 0; i < count; ++i) {
+        const double difference = double(source.frames[i]) - double(sound.frames[i]);
+        signal += double(source.frames[i]) * double(source.frames[i]);
+        noise += difference * difference;
+    }
+    return noise == 0 ? std::numeric_limits<double>::infinity() : 10 * std::log10(signal / noise);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: bank_quality BANK LIST\n");
+        return 2;
+    }
+
+    KESS::System* system = nullptr;
+    if (const KESS_RESULT result = KESS_System_Create(&system, KESS_VERSION); result != KESS_OK)
+        stop("engine", result);
+    system->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
+    system->init(0, 0, nullptr);
+    KESS::Sound* bank = nullptr;
+    if (const KESS_RESULT result = system->createSound(argv[1], 0, nullptr, &bank); result != KESS_OK)
+        stop(argv[1], result);
+
+    int wrong = 0;
+    int identical = 0;
+    std::vector<double> ratios;
+    std::ifstream list(argv[2]);
+    std::string path;
+    int index = 0;
+    for (; std::getline(list, path) && !path.empty(); ++index) {
+        KESS::Sound* file = nullptr;
+        if (const KESS_RESULT result = system->createSound(path.c_str(), 0, nullptr, &file); result != KESS_OK)
+            stop(path, result);
+        KESS::Sound* sound = nullptr;
+        if (const KESS_RESULT result = bank->getSubSound(index, &sound); result != KESS_OK)
+            stop(path, result);
+        Samples source = decode(file, path);
+        const Samples decoded = decode(sound, path + " in the bank");
+        file->release();
+        sound->release();
+        if (source.rate != decoded.rate)
+            resample(&source, decoded.rate);
+
+        const double ratio = signalToNoise(source, decoded);
+        const bool right = source.count() == decoded.count() && source.channels == decoded.channels;
+        std::printf("%8.2f dB %10zu frames%s  %s\n", ratio, decoded.count(), right ? "" : "  WRONG LENGTH",
+                    path.c_str());
+        wrong += !right;
+        if (std::isinf(ratio))
+            ++identical;
+        else
+            ratios.push_back(ratio);
+    }
+    bank->release();
+    system->release();
+
+    double sum = 0;
+    for (const double ratio : ratios)
+        sum += ratio;
+    std::sort(ratios.begin(), ratios.end());
+    std::printf("%d sounds, %d of a wrong length, %d identical", index, wrong, identical);
+    if (!ratios.empty())
+        std::printf("; the others: mean %.2f dB, median %.2f dB, least %.2f dB", sum / double(ratios.size()),
+                    ratios[ratios.size() / 2], ratios.front());
+    std::printf("\n");
+    return wrong == 0 ? 0 : 1;
+}

@@ -1,0 +1,54 @@
+// Finds out what a lossy codec does to the samples on both sides of a loop's seam, so that it can be corrected.
+//
+// While a sound is being encoded it is told of every frame that goes in, and is handed what the packets around the seam
+// decode to; see bank/correction.hpp for what comes of it.
+#pragma once
+
+#include "encoder.hpp"
+
+#include <span>
+#include <vector>
+
+namespace tarnok {
+
+// Frames on each side of a seam that are corrected.
+inline constexpr int64_t kSeamFrames = 256;
+
+class SeamRecorder
+{
+public:
+    // Has nothing to do for a sound that doesn't loop, or is so short that a correction would be all of it: its error
+    // is then the same at the seam as anywhere.
+    explicit SeamRecorder(const PreparedFacts& facts);
+
+    // Interleaved frames that go into the encoder, the first of them at position; those outside the sound are ignored.
+    void encoded(int64_t position, std::span<const float> frames);
+
+    // Whether any of the frames first to end - 1 lies near the seam.
+    [[nodiscard]] bool wants(int64_t first, int64_t end) const;
+
+    // Interleaved frames as they are decoded, the first of them at position.
+    void decoded(int64_t position, std::span<const float> frames);
+
+    // Stores the corrections in sound.
+    void finish(bank::Sound* sound) const;
+
+private:
+    // Frames near the seam: what they were, and what they became.
+    struct Stretch
+    {
+        int64_t first = 0;
+        int64_t end = 0;
+        std::vector<float> encoded;
+        std::vector<float> decoded;
+    };
+
+    void addStretch(int64_t first, int64_t end);
+    void keep(int64_t position, std::span<const float> frames, std::vector<float> Stretch::*kept);
+
+    size_t mChannels;
+    int mLayers;
+    std::vector<Stretch> mStretches;
+};
+
+} // namespace tarnok

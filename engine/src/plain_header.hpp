@@ -1,0 +1,17 @@
+// WAV and AIFF files reduced to what decoding needs.
+#pragma once
+
+#include "file_kind.hpp"
+#include "source_file.hpp"
+
+#include <memory>
+#include <optional>
+
+namespace kess {
+
+// The file as libsndfile gets to see it: a new header with the format, and the samples behind it. The library's own way
+// through the chunks of a damaged WAV file may never end (version 1.2.0, lists of information). Other kinds of files
+// are shown as they are. Nothing when the samples or their format are missing.
+[[nodiscard]] std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind);
+
+} // namespace kess

@@ -1,0 +1,566 @@
+// The container by itself: what is written comes back, and what was tampered with doesn't.
+#include "bank/checksum.hpp"
+#include "layout.hpp"
+#include "support/bank_maker.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+
+using namespace bank_test;
+using bank::BankReader;
+using bank::BankSettings;
+using bank::Codec;
+using bank::Error;
+
+namespace {
+
+std::shared_ptr<const bank::ByteSource> sourceOf(std::vector<uint8_t> bytes)
+{
+    return std::make_shared<bank::MemorySource>(std::move(bytes));
+}
+
+// A sound of an external codec, whose data may be anything.
+EncodedSound arbitrarySound(std::string name, size_t dataBytes, uint8_t setup)
+{
+    EncodedSound made;
+    made.name = std::move(name);
+    made.data.resize(dataBytes);
+    Noise noise(dataBytes + setup);
+    std::generate(made.data.begin(), made.data.end(), [&] { return uint8_t(noise.next()); });
+    bank::Sound& sound = made.sound;
+    sound.codec = Codec::At9;
+    sound.channels = 2;
+    sound.sampleRate = 48'000;
+    sound.sampleCount = 10 * dataBytes;
+    sound.leadIn = 5;
+    sound.quality = 70;
+    sound.dataBytes = dataBytes;
+    sound.dataChecksum = bank::checksum(made.data);
+    if (setup != 0)
+        sound.setup.assign(1000 + setup, setup);
+    if (dataBytes > 100) {
+        sound.loop = bank::Loop{3, 10 * dataBytes};
+        sound.syncPoints = {{0, "begin"}, {7, ""}, {7, "Schlag \xc3\xa4"}, {10 * dataBytes, "end"}};
+        sound.peak = 0.75f;
+        sound.seekPoints = {{40, 10}, {90, 30}};
+        sound.corrections = {bank::makeCorrection(4, 2, std::vector<float>(2 * 70, 0.01f))};
+    }
+    return made;
+}
+
+std::vector<EncodedSound> severalSounds()
+{
+    return {arbitrarySound("drum", 500, 1), arbitrarySound("bass", 33, 2), arbitrarySound("drum", 200, 1),
+            arbitrarySound("", 1, 0), EncodedSound{"failed", bank::emptySound(), {}}};
+}
+
+bank::Result<BankReader> open(std::vector<uint8_t> bytes)
+{
+    return BankReader::open(sourceOf(std::move(bytes)));
+}
+
+void storeAt(std::vector<uint8_t>& bytes, size_t offset, uint64_t value, size_t size)
+{
+    std::memcpy(bytes.data() + offset, &value, size);
+}
+
+// Makes the checksums of header and tables fit again.
+void reseal(std::vector<uint8_t>& bytes)
+{
+    const auto headerBytes = bank::loadLittle<uint32_t>(bytes.data() + 12);
+    const auto tablesBytes = bank::loadLittle<uint64_t>(bytes.data() + 112);
+    storeAt(bytes, 120, bank::checksum(std::span(bytes).subspan(headerBytes, tablesBytes)), 8);
+    storeAt(bytes, headerBytes - 8, bank::checksum(std::span(bytes).first(headerBytes - 8)), 8);
+}
+
+bool contains(const std::vector<uint8_t>& bytes, std::span<const uint8_t> part)
+{
+    return std::search(bytes.begin(), bytes.end(), part.begin(), part.end()) != bytes.end();
+}
+
+} // namespace
+
+TEST(Container, GivesBackEverySoundWithAllThatIsKnownOfIt)
+{
+    const std::vector<EncodedSound> sounds = severalSounds();
+    BankSettings settings;
+    settings.format = Codec::At9;
+    settings.quality = 70;
+    const bank::Result<BankReader> bank = open(makeBank(sounds, settings));
+    ASSERT_TRUE(bank.ok());
+    EXPECT_EQ(bank->info().format, Codec::At9);
+    EXPECT_EQ(bank->info().quality, 70u);
+    ASSERT_EQ(bank->info().soundCount, sounds.size());
+    for (uint32_t i = 0; i < sounds.size(); ++i) {
+        SCOPED_TRACE(i);
+        const bank::SoundEntry entry = bank->entry(i);
+        EXPECT_EQ(entry.name, sounds[i].name);
+        EXPECT_EQ(entry.dataOffset % 32, 0u);
+        const bank::Result<bank::Sound> sound = bank->sound(i);
+        ASSERT_TRUE(sound.ok());
+        EXPECT_TRUE(*sound == sounds[i].sound);
+        std::vector<uint8_t> data(entry.dataBytes);
+        ASSERT_EQ(bank->source()->readAt(entry.dataOffset, data), Error::None);
+        EXPECT_EQ(data, sounds[i].data);
+        EXPECT_EQ(bank->verifyData(i), Error::None);
+    }
+    EXPECT_EQ(bank->setupCount(), 2u) << "equal setups are stored once";
+    EXPECT_EQ(bank->sound(uint32_t(sounds.size())).error(), Error::NotFound);
+}
+
+TEST(Container, FindsSoundsByTheirExactNamesAndTheFirstOfEqualOnes)
+{
+    const bank::Result<BankReader> bank = open(makeBank(severalSounds()));
+    ASSERT_TRUE(bank.ok());
+    const std::map<std::string_view, uint32_t> places = {{"drum", 0}, {"bass", 1}, {"", 3}, {"failed", 4}};
+    for (const auto& [name, index] : places) {
+        const bank::Result<uint32_t> found = bank->find(name);
+        ASSERT_TRUE(found.ok()) << name;
+        EXPECT_EQ(*found, index) << name;
+    }
+    for (const std::string_view name : {"Drum", "dru", "drum ", "x"})
+        EXPECT_EQ(bank->find(name).error(), Error::NotFound) << name;
+
+    BankSettings nameless;
+    nameless.names = false;
+    const std::vector<uint8_t> bytes = makeBank(severalSounds(), nameless);
+    const bank::Result<BankReader> silent = open(bytes);
+    ASSERT_TRUE(silent.ok());
+    EXPECT_FALSE(silent->info().hasNames);
+    EXPECT_EQ(silent->find("drum").error(), Error::NotFound);
+    EXPECT_FALSE(contains(bytes, std::span(reinterpret_cast<const uint8_t*>("failed"), 6)));
+}
+
+TEST(Container, NeedsLessThan200BytesOfTablesForASound)
+{
+    bank::BankWriter writer({});
+    const bank::Sound sound = bank::emptySound();
+    for (int i = 0; i < 20'000; ++i)
+        writer.add("sounds/" + std::to_string(i), sound);
+    EXPECT_LT(writer.fileBytes(), 20'000u * 200) << "the reader keeps no more than header and tables in memory";
+    EXPECT_EQ(writer.soundCount(), 20'000u);
+}
+
+TEST(Container, DerivesBytesAndGuidFromTheContentAlone)
+{
+    const std::vector<EncodedSound> sounds = severalSounds();
+    const auto guidOf = [](const std::vector<EncodedSound>& list, const BankSettings& settings) {
+        const bank::Result<BankReader> bank = open(makeBank(list, settings));
+        return bank->info().guid.value_or(std::array<uint8_t, 16>{});
+    };
+    EXPECT_EQ(makeBank(sounds), makeBank(severalSounds()));
+    const auto guid = guidOf(sounds, {});
+    EXPECT_NE(guid, (std::array<uint8_t, 16>{}));
+
+    std::vector<EncodedSound> renamed = sounds;
+    renamed[1].name = "Bass";
+    std::vector<EncodedSound> changed = sounds;
+    changed[1].data[32] ^= 1;
+    changed[1].sound.dataChecksum = bank::checksum(changed[1].data);
+    std::vector<EncodedSound> relooped = sounds;
+    relooped[0].sound.loop->start = 4;
+    std::vector<EncodedSound> set = sounds;
+    set[0].sound.setup[5] ^= 1;
+    for (const auto& other : {renamed, changed, relooped, set})
+        EXPECT_NE(guidOf(other, {}), guid);
+
+    BankSettings none;
+    none.guid = false;
+    EXPECT_FALSE(open(makeBank(sounds, none))->info().guid.has_value());
+}
+
+TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesANewerMajorOne)
+{
+    std::vector<uint8_t> bytes = makeBank(severalSounds());
+    storeAt(bytes, 8, 2, 2);
+    EXPECT_EQ(open(bytes).error(), Error::Version) << "before any checksum, which may stand elsewhere by then";
+
+    // A later minor version: an unknown flag, and 8 more bytes behind the known ones of header and rows.
+    const std::vector<uint8_t> old = makeBank({severalSounds()[0]});
+    std::vector<uint8_t> longer(old.begin(), old.begin() + 152);
+    longer.insert(longer.end(), 16, 0xee);
+    longer.insert(longer.end(), old.begin() + 160, old.begin() + 160 + bank::kSoundRecordBytes);
+    longer.insert(longer.end(), 8, 0xee);
+    longer.insert(longer.end(), old.begin() + 160 + bank::kSoundRecordBytes, old.end());
+    storeAt(longer, 10, 7, 2);
+    storeAt(longer, 12, 168, 4);
+    storeAt(longer, 16, bank::loadLittle<uint32_t>(old.data() + 16) | 0x80000000, 4);
+    storeAt(longer, 64, bank::kSoundRecordBytes + 8, 4);
+    storeAt(longer, 112, bank::loadLittle<uint64_t>(old.data() + 112) + 8, 8);
+    const auto shift = [&](size_t place, uint64_t by) {
+        storeAt(longer, place, bank::loadLittle<uint64_t>(longer.data() + place) + by, 8);
+    };
+    shift(32, 16);
+    shift(56, 8);
+    for (const size_t place : {72, 88, 104})
+        shift(place, 16);
+    shift(168 + 40, 16);
+    shift(168 + 48, 16);
+    shift(bank::loadLittle<uint64_t>(longer.data() + 104), 16);
+    reseal(longer);
+    const bank::Result<BankReader> bank = open(longer);
+    ASSERT_TRUE(bank.ok());
+    EXPECT_TRUE(*bank->sound(0) == severalSounds()[0].sound);
+    EXPECT_EQ(bank->find("drum").error(), Error::None);
+    EXPECT_EQ(bank->verifyData(0), Error::None);
+}
+
+TEST(Container, NoticesEveryFlippedBitAndEveryCut)
+{
+    const std::vector<uint8_t> bytes = makeBank({arbitrarySound("drum", 300, 1)});
+    const auto intact = [](const std::vector<uint8_t>& mutant) {
+        const bank::Result<BankReader> bank = open(mutant);
+        return bank.ok() && bank->sound(0).ok() && bank->verifyData(0) == Error::None;
+    };
+    ASSERT_TRUE(intact(bytes));
+    const bank::Result<BankReader> bank = open(bytes);
+    const bank::SoundEntry entry = bank->entry(0);
+    size_t unnoticed = 0;
+    for (size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+        std::vector<uint8_t> mutant = bytes;
+        mutant[bit / 8] ^= uint8_t(1 << bit % 8);
+        unnoticed += intact(mutant);
+    }
+    // Only the zeros between the parts are under no checksum.
+    const size_t setupEnd = 1001;
+    const size_t padding = bytes.size() - entry.dataBytes - entry.chunksBytes - setupEnd
+        - bank::loadLittle<uint64_t>(bytes.data() + 112) - 160;
+    EXPECT_EQ(unnoticed, padding * 8);
+    for (size_t size = 0; size < bytes.size(); ++size)
+        EXPECT_FALSE(intact({bytes.begin(), bytes.begin() + ptrdiff_t(size)})) << size;
+}
+
+TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
+{
+    const bank::Sound sound = arbitrarySound("", 500, 1).sound;
+    std::vector<uint8_t> bytes = bank::serialise(sound);
+    ASSERT_TRUE(bank::deserialise(bytes).ok());
+    EXPECT_TRUE(*bank::deserialise(bytes) == sound);
+
+    const size_t chunksAt = bank::kSoundRecordBytes + 8 + sound.setup.size();
+    const auto withChunks = [&](std::vector<uint8_t> chunks) {
+        std::vector<uint8_t> made(bytes.begin(), bytes.begin() + ptrdiff_t(chunksAt));
+        made.insert(made.end(), chunks.begin(), chunks.end());
+        storeAt(made, 28, chunks.size(), 4);
+        storeAt(made, 32, bank::checksum(chunks), 8);
+        return bank::deserialise(made);
+    };
+    const auto chunk = [](const char* tag, std::vector<uint64_t> numbers) {
+        std::vector<uint8_t> made(tag, tag + 4);
+        bank::appendLittle(made, uint32_t(numbers.size() * 8));
+        for (const uint64_t number : numbers)
+            bank::appendLittle(made, number);
+        return made;
+    };
+
+    std::vector<uint8_t> extended = chunk("LATE", {1, 2, 3});
+    extended.insert(extended.end(), bytes.begin() + ptrdiff_t(chunksAt), bytes.end());
+    ASSERT_TRUE(withChunks(extended).ok());
+    EXPECT_TRUE(*withChunks(extended) == sound);
+
+    const std::vector<std::vector<uint8_t>> impossible = {
+        chunk("LOOP", {5, 5}),
+        chunk("LOOP", {5, 5001}),
+        chunk("LOOP", {5}),
+        chunk("SEEK", {40, 10, 40, 20}),
+        chunk("SEEK", {40, 10, 50, 10}),
+        chunk("SEEK", {40, 500}),
+        chunk("SEEK", {40, 10, 50}),
+        chunk("SYNC", {5001, 0}),
+        chunk("SYNC", {1, uint64_t(1) << 31}),
+        chunk("SEAM", {4'999, 2, 0}),
+        chunk("SEAM", {1, 0}),
+        chunk("SEAM", {0, 5'000, 0}),
+        chunk("PEAK", {0x7f800000}),
+        chunk("PEAK", {0xbf800000}),
+        {'L', 'O', 'O'},
+        {'L', 'A', 'T', 'E', 1, 0, 0, 0},
+    };
+    for (const auto& chunks : impossible)
+        EXPECT_EQ(withChunks(chunks).error(), Error::Damaged) << std::string(chunks.begin(), chunks.begin() + 3);
+    for (size_t size = 0; size < bytes.size(); ++size)
+        EXPECT_EQ(bank::deserialise(std::span(bytes).first(size)).error(), Error::Damaged);
+}
+
+TEST(Correction, LeavesAThirdOfAnyErrorAndNothingOfNone)
+{
+    for (const int channels : {1, 3}) {
+        for (const size_t frames : {1u, 63u, 64u, 65u, 256u}) {
+            Noise noise(frames);
+            std::vector<float> missing(frames * size_t(channels));
+            // The middle channel has no error; that of the others grows from segment to segment.
+            for (size_t i = 0; i < missing.size(); ++i) {
+                float normal = 0;
+                for (int k = 0; k < 12; ++k)
+                    normal += noise.sample();
+                const size_t segment = i / size_t(channels) / bank::kCorrectionSegment;
+                missing[i] = i % size_t(channels) == 1 ? 0 : 1e-4f * normal * float(1 << 2 * segment);
+            }
+            const bank::Correction made = bank::makeCorrection(0, channels, missing);
+            const std::vector<float> given = bank::expandCorrection(made, channels);
+            ASSERT_EQ(given.size(), missing.size());
+            double before = 0;
+            double after = 0;
+            for (size_t i = 0; i < missing.size(); ++i) {
+                before += double(missing[i]) * missing[i];
+                after += double(missing[i] - given[i]) * (missing[i] - given[i]);
+                if (i % size_t(channels) == 1) {
+                    EXPECT_EQ(given[i], 0);
+                }
+            }
+            EXPECT_LT(after, before * (frames < 64 ? 0.6 : 0.2)) << frames;
+        }
+    }
+}
+
+TEST(EncryptedBank, OpensWithItsKeyAndHidesEverythingWithoutIt)
+{
+    std::vector<EncodedSound> sounds = severalSounds();
+    sounds.push_back(arbitrarySound("long", 200'000, 3));
+    const std::vector<uint8_t> plain = makeBank(sounds);
+    const std::vector<uint8_t> bytes = makeBank(sounds, {}, "Sesam");
+    EXPECT_EQ(bytes, makeBank(sounds, {}, "Sesam"));
+    EXPECT_NE(bytes, makeBank(sounds, {}, "sesam"));
+    for (const EncodedSound& sound : sounds) {
+        if (sound.name.size() >= 4) {
+            EXPECT_FALSE(contains(bytes, std::span(reinterpret_cast<const uint8_t*>(sound.name.data()), 4)));
+        }
+    }
+    for (size_t offset = 0; offset + 16 <= plain.size(); offset += 1 + plain.size() / 200) {
+        const std::span part = std::span(plain).subspan(offset, 16);
+        const bool zeros = std::all_of(part.begin(), part.end(), [](uint8_t byte) { return byte == 0; });
+        EXPECT_TRUE(zeros || !contains(bytes, part)) << offset;
+    }
+
+    EXPECT_EQ(*bank::probe(*sourceOf(bytes)), bank::Kind::Encrypted);
+    EXPECT_EQ(bank::checkLocked(*sourceOf(bytes)), Error::None);
+    EXPECT_EQ(open(bytes).error(), Error::KeyMissing);
+    EXPECT_EQ(bank::unlock(sourceOf(bytes), "sesam").error(), Error::KeyWrong);
+    EXPECT_EQ(bank::unlock(sourceOf(bytes), "").error(), Error::KeyWrong);
+    EXPECT_EQ(bank::unlock(sourceOf(plain), "Sesam").error(), Error::NotABank);
+
+    const auto unlocked = bank::unlock(sourceOf(bytes), "Sesam");
+    ASSERT_TRUE(unlocked.ok());
+    ASSERT_EQ((*unlocked)->size(), plain.size());
+    Noise noise;
+    for (int i = 0; i < 500; ++i) {
+        std::vector<uint8_t> part(1 + noise.next() % 70'000);
+        const size_t offset = noise.next() % (plain.size() - part.size());
+        ASSERT_EQ((*unlocked)->readAt(offset, part), Error::None);
+        ASSERT_TRUE(std::equal(part.begin(), part.end(), plain.begin() + ptrdiff_t(offset)));
+    }
+}
+
+TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
+{
+    const std::vector<EncodedSound> sounds = {arbitrarySound("long", 150'000, 0)};
+    const std::vector<uint8_t> bytes = makeBank(sounds, {}, "key");
+    const auto outcome = [](const std::vector<uint8_t>& mutant) {
+        const auto unlocked = bank::unlock(sourceOf(mutant), "key");
+        if (!unlocked)
+            return unlocked.error();
+        std::vector<uint8_t> all((*unlocked)->size());
+        return (*unlocked)->readAt(0, all);
+    };
+    ASSERT_EQ(outcome(bytes), Error::None);
+
+    const size_t piece = 65'536 + 16;
+    std::vector<uint8_t> swapped = bytes;
+    std::swap_ranges(swapped.begin() + 128, swapped.begin() + 128 + ptrdiff_t(piece),
+                     swapped.begin() + 128 + ptrdiff_t(piece));
+    std::vector<EncodedSound> others = sounds;
+    others[0].name = "lone";
+    const std::vector<uint8_t> other = makeBank(others, {}, "key");
+    std::vector<uint8_t> mixed = bytes;
+    std::copy_n(other.begin() + 128 + ptrdiff_t(2 * piece), other.size() - 128 - 2 * piece,
+                mixed.begin() + 128 + ptrdiff_t(2 * piece));
+    // A whole piece less, with a header that agrees.
+    std::vector<uint8_t> shortened(bytes.begin(), bytes.begin() + 128 + ptrdiff_t(2 * piece));
+    storeAt(shortened, 24, 2 * 65'536, 8);
+    storeAt(shortened, 32, shortened.size(), 8);
+    storeAt(shortened, 120, bank::checksum(std::span(shortened).first(120)), 8);
+    std::vector<uint8_t> cut(bytes.begin(), bytes.end() - 1);
+    std::vector<uint8_t> greedy = bytes;
+    storeAt(greedy, 44, 0x7fffffff, 4);
+    storeAt(greedy, 120, bank::checksum(std::span(greedy).first(120)), 8);
+    for (const auto& mutant : {swapped, mixed, shortened, cut, greedy})
+        EXPECT_EQ(outcome(mutant), Error::Damaged);
+
+    for (size_t offset = 8; offset < bytes.size(); offset += offset < 160 ? 3 : 9'973) {
+        if (offset == 8 || offset == 9)
+            continue;
+        std::vector<uint8_t> mutant = bytes;
+        mutant[offset] ^= 0x10;
+        EXPECT_TRUE(outcome(mutant) == Error::Damaged || (offset == 11 && outcome(mutant) == Error::NotABank))
+            << offset;
+    }
+}
+
+namespace {
+
+// Endless zeros, as an encoded sound of any size.
+class Zeros final : public bank::ByteSource
+{
+public:
+    explicit Zeros(std::vector<uint8_t> front, uint64_t size)
+        : mFront(std::move(front))
+        , mSize(mFront.size() + size)
+    { }
+    [[nodiscard]] uint64_t size() const override { return mSize; }
+    Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    {
+        for (size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = offset + i < mFront.size() ? mFront[offset + i] : 0;
+        return bank::rangeInside(offset, bytes.size(), mSize) ? Error::None : Error::Damaged;
+    }
+
+private:
+    std::vector<uint8_t> mFront;
+    uint64_t mSize;
+};
+
+// Keeps what isn't copied in parts of megabytes, and reads those as zeros.
+class SparseFile final : public bank::ByteSink
+{
+public:
+    Error write(std::span<const uint8_t> bytes) override
+    {
+        if (!bytes.empty())
+            mParts[mSize].assign(bytes.begin(), bytes.end());
+        mSize += bytes.size();
+        return Error::None;
+    }
+    Error copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size) override
+    {
+        if (size < 1'000'000)
+            return ByteSink::copyFrom(source, offset, size);
+        mSize += size;
+        return Error::None;
+    }
+
+    class Source;
+    [[nodiscard]] std::shared_ptr<const bank::ByteSource> source() const;
+
+private:
+    std::map<uint64_t, std::vector<uint8_t>> mParts;
+    uint64_t mSize = 0;
+};
+
+class SparseFile::Source final : public bank::ByteSource
+{
+public:
+    explicit Source(const SparseFile& file)
+        : mFile(file)
+    { }
+    [[nodiscard]] uint64_t size() const override { return mFile.mSize; }
+    Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    {
+        if (!bank::rangeInside(offset, bytes.size(), size()))
+            return Error::Damaged;
+        std::fill(bytes.begin(), bytes.end(), uint8_t(0));
+        for (const auto& [start, part] : mFile.mParts) {
+            for (size_t i = 0; i < part.size(); ++i) {
+                if (start + i >= offset && start + i - offset < bytes.size())
+                    bytes[start + i - offset] = part[i];
+            }
+        }
+        return Error::None;
+    }
+
+private:
+    const SparseFile& mFile;
+};
+
+std::shared_ptr<const bank::ByteSource> SparseFile::source() const
+{
+    return std::make_shared<Source>(*this);
+}
+
+} // namespace
+
+TEST(Container, ReachesSoundsBehindFourGigabytes)
+{
+    const EncodedSound small = arbitrarySound("small", 500, 0);
+    bank::Sound huge = bank::emptySound();
+    huge.sampleFormat = bank::SampleFormat::Pcm16;
+    huge.sampleCount = uint64_t(3) << 30;
+    huge.dataBytes = 2 * huge.sampleCount;
+
+    class Stored final : public bank::StoredSounds
+    {
+    public:
+        Stored(const bank::Sound& big, const EncodedSound& little)
+            : mHuge(big)
+            , mSmall(little)
+        { }
+        bank::Result<bank::StoredSound> open(size_t index) override
+        {
+            std::vector<uint8_t> bytes = bank::serialise(index == 0 ? mHuge : mSmall.sound);
+            const uint64_t dataOffset = bytes.size();
+            if (index == 0)
+                return bank::StoredSound{std::make_shared<Zeros>(bytes, mHuge.dataBytes), 0, dataOffset};
+            bytes.insert(bytes.end(), mSmall.data.begin(), mSmall.data.end());
+            return bank::StoredSound{sourceOf(bytes), 0, dataOffset};
+        }
+
+    private:
+        const bank::Sound& mHuge;
+        const EncodedSound& mSmall;
+    };
+
+    bank::BankWriter writer({});
+    writer.add("huge", huge);
+    writer.add("small", small.sound);
+    SparseFile file;
+    Stored stored(huge, small);
+    ASSERT_EQ(writer.write(file, stored, {}), Error::None);
+    EXPECT_GT(writer.fileBytes(), uint64_t(6) << 30);
+    const bank::Result<BankReader> bank = BankReader::open(file.source());
+    ASSERT_TRUE(bank.ok());
+    EXPECT_GT(bank->entry(1).dataOffset, uint64_t(6) << 30);
+    EXPECT_EQ(bank->verifyData(1), Error::None);
+    EXPECT_TRUE(*bank->sound(1) == small.sound);
+    EXPECT_EQ(bank->entry(0).sampleCount, huge.sampleCount);
+}
+
+TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
+{
+    const std::vector<EncodedSound> sounds = severalSounds();
+    class Stored final : public bank::StoredSounds
+    {
+    public:
+        bank::Result<bank::StoredSound> open(size_t) override
+        {
+            std::vector<uint8_t> bytes = bank::serialise(sound.sound);
+            const uint64_t dataOffset = bytes.size();
+            bytes.insert(bytes.end(), sound.data.begin(), sound.data.end());
+            if (++calls == changesAt)
+                bytes.back() ^= 1;
+            return bank::StoredSound{sourceOf(bytes), 0, dataOffset};
+        }
+        EncodedSound sound;
+        int calls = 0;
+        int changesAt = 0;
+    };
+    bank::BankWriter writer({});
+    writer.add("a", sounds[0].sound);
+
+    Stored stored;
+    stored.sound = sounds[2];
+    bank::MemorySink sink;
+    EXPECT_EQ(writer.write(sink, stored, {}), Error::Damaged);
+
+    stored.sound = sounds[0];
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_EQ(writer.write(sink, stored, stop.get_token()), Error::Cancelled);
+    EXPECT_EQ(writer.writeEncrypted(sink, stored, "", {}), Error::Invalid);
+
+    // Changed between the pass that made the salt and the one that encrypts.
+    stored.calls = 0;
+    stored.changesAt = 2;
+    EXPECT_EQ(writer.writeEncrypted(sink, stored, "key", {}), Error::Damaged);
+}

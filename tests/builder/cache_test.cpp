@@ -1,0 +1,482 @@
+// What the cache claims: it never changes a bank, whatever happens to it.
+#include "workshop.hpp"
+
+#include "support/sound_files.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <stop_token>
+#include <thread>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace test;
+namespace fs = std::filesystem;
+
+namespace {
+
+pid_t startBuild(const Order& order)
+{
+    std::vector<std::string> arguments = {BUILD_ONCE, order.cache, order.output, std::to_string(order.format),
+                                          std::to_string(order.threads)};
+    for (const auto& sound : order.sounds)
+        arguments.push_back(sound.front());
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    pid_t process = 0;
+    EXPECT_EQ(posix_spawn(&process, BUILD_ONCE, nullptr, nullptr, pointers.data(), environ), 0);
+    return process;
+}
+
+void makeOlder(const std::string& path, int seconds)
+{
+    timespec times[2];
+    clock_gettime(CLOCK_REALTIME, &times[0]);
+    times[0].tv_sec -= seconds;
+    times[1] = times[0];
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+} // namespace
+
+TEST(Cache, NeverChangesTheBankForAnyNumberOfThreads)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(10));
+    order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
+        sound.desiredSampleRate = index == 3 ? 32000 : 0;
+    };
+    for (const TARNOK_FORMAT format :
+         {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_OPUS}) {
+        order.format = format;
+        std::vector<uint8_t> expected;
+        for (const unsigned threads : {1, 2, 8}) {
+            for (const bool cached : {false, true}) {
+                order.threads = threads;
+                order.initFlags = TARNOK_INIT_ALWAYS | (cached ? 0 : TARNOK_INIT_REBUILD);
+                const Outcome outcome = build(order);
+                ASSERT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
+                EXPECT_EQ(outcome.cachedSounds(), cached ? 10 : 0);
+                if (expected.empty())
+                    expected = readFile(order.output);
+                EXPECT_TRUE(readFile(order.output) == expected) << format << " " << threads << " " << cached;
+            }
+        }
+    }
+}
+
+TEST(Cache, KnowsEverySettingThatMatters)
+{
+    const Workshop workshop;
+    const std::vector<std::string> files = workshop.makeSounds(1);
+    const std::vector<std::pair<const char*, std::function<void(Order&)>>> changes = {
+        {"as it is",
+         [](Order&) {
+         }},
+        {"quality",
+         [](Order& order) {
+             order.quality = 60;
+         }},
+        {"loop",
+         [](Order& order) {
+             order.flags = TARNOK_BUILD_DONTLOOP;
+         }},
+        {"peak",
+         [](Order& order) {
+             order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+         }},
+        {"markers",
+         [](Order& order) {
+             order.flags = TARNOK_BUILD_DISABLESYNCPOINTS;
+         }},
+        {"lowest rate",
+         [](Order& order) {
+             order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
+         }},
+        {"rate",
+         [](Order& order) {
+             order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.desiredSampleRate = 22050;
+             };
+         }},
+        {"format",
+         [](Order& order) {
+             order.format = TARNOK_FORMAT_OPUS;
+         }},
+        {"content",
+         [&](Order&) {
+             writeSound(files[0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 3000, 999));
+         }},
+        {"another file beside it",
+         [&](Order& order) {
+             order.sounds[0].push_back(files[0]);
+         }},
+    };
+    Order order = workshop.order(files);
+    order.format = TARNOK_FORMAT_VORBIS;
+    for (const auto& [name, change] : changes) {
+        Order changed = order;
+        change(changed);
+        EXPECT_EQ(build(changed).cachedSounds(), 0) << name;
+        EXPECT_EQ(build(changed).cachedSounds(), 1) << name;
+    }
+    // What belongs to the bank and not to the sound.
+    order.key = "key";
+    order.flags = TARNOK_BUILD_NOGUID | TARNOK_BUILD_TNB5_DONTWRITENAMES | TARNOK_BUILD_FILTERHIGHFREQ;
+    EXPECT_EQ(build(order).cachedSounds(), 1);
+}
+
+TEST(Cache, HealsFromEveryDamage)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(3));
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+    const std::vector<std::string> entries = workshop.cacheEntries();
+    ASSERT_EQ(entries.size(), 3u);
+
+    const auto flip = [](const std::string& path, size_t place) {
+        std::vector<uint8_t> bytes = readFile(path);
+        bytes[place % bytes.size()] ^= 0x10;
+        writeFile(path, bytes);
+    };
+    const std::vector<std::pair<std::string, std::function<void(const std::string&)>>> damages = {
+        {"emptied",
+         [](const std::string& path) {
+             fs::resize_file(path, 0);
+         }},
+        {"cut in the header",
+         [](const std::string& path) {
+             fs::resize_file(path, 20);
+         }},
+        {"cut",
+         [](const std::string& path) {
+             fs::resize_file(path, fs::file_size(path) - 1);
+         }},
+        {"longer",
+         [](const std::string& path) {
+             fs::resize_file(path, fs::file_size(path) + 1);
+         }},
+        {"bit of the magic",
+         [&](const std::string& path) {
+             flip(path, 0);
+         }},
+        {"bit of the key",
+         [&](const std::string& path) {
+             flip(path, 9);
+         }},
+        {"bit of a length",
+         [&](const std::string& path) {
+             flip(path, 30);
+         }},
+        {"bit of the data",
+         [&](const std::string& path) {
+             flip(path, 3000);
+         }},
+        {"bit of the record",
+         [&](const std::string& path) {
+             flip(path, fs::file_size(path) - 3);
+         }},
+        {"another's entry",
+         [&](const std::string& path) {
+             const std::string& other = path == entries[0] ? entries[1] : entries[0];
+             fs::copy_file(other, path, fs::copy_options::overwrite_existing);
+         }},
+        {"a folder",
+         [](const std::string& path) {
+             fs::remove(path);
+             fs::create_directories(path + "/with/content");
+         }},
+        {"a pipe",
+         [](const std::string& path) {
+             fs::remove(path);
+             ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+         }},
+        {"a link to nothing",
+         [](const std::string& path) {
+             fs::remove(path);
+             fs::create_symlink("nowhere", path);
+         }},
+        {"unreadable",
+         [](const std::string& path) {
+             fs::permissions(path, fs::perms::none);
+         }},
+        {"removed",
+         [](const std::string& path) {
+             fs::remove(path);
+         }},
+    };
+    for (const auto& [name, damage] : damages) {
+        for (const std::string& entry : entries) {
+            damage(entry);
+            const Outcome outcome = build(order);
+            EXPECT_EQ(outcome.result, TARNOK_OK) << name << outcome.texts();
+            EXPECT_TRUE(readFile(order.output) == expected) << name;
+            const bool stillReadable = name == "unreadable" && geteuid() == 0;
+            EXPECT_EQ(outcome.cachedSounds(), stillReadable ? 3 : 2) << name;
+            EXPECT_EQ(build(order).cachedSounds(), 3) << name << " is not healed";
+        }
+    }
+}
+
+TEST(Cache, RemembersUnchangedFilesAndSurvivesDamageToThatMemory)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(3));
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+    const auto segments = [&] {
+        std::vector<std::string> found;
+        if (fs::exists(workshop.path("cache/index"))) {
+            for (const auto& entry : fs::directory_iterator(workshop.path("cache/index")))
+                found.push_back(entry.path().string());
+        }
+        return found;
+    };
+    EXPECT_TRUE(segments().empty()) << "files as young as these may change without a trace";
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    EXPECT_EQ(build(order).cachedSounds(), 3);
+    ASSERT_EQ(segments().size(), 1u);
+    EXPECT_EQ(build(order).cachedSounds(), 3);
+    EXPECT_EQ(segments().size(), 1u);
+
+    const std::vector<uint8_t> segment = readFile(segments()[0]);
+    for (const size_t length : {size_t(0), size_t(10), segment.size() - 1}) {
+        writeFile(segments()[0], std::vector<uint8_t>(segment.begin(), segment.begin() + ptrdiff_t(length)));
+        EXPECT_EQ(build(order).cachedSounds(), 3);
+        EXPECT_TRUE(readFile(order.output) == expected);
+    }
+    for (size_t bit = 0; bit < segment.size() * 8; bit += 37) {
+        std::vector<uint8_t> bytes = segment;
+        bytes[bit / 8] ^= uint8_t(1 << bit % 8);
+        writeFile(segments()[0], bytes);
+        const Outcome outcome = build(order);
+        ASSERT_EQ(outcome.cachedSounds(), 3) << bit;
+        ASSERT_EQ(segments().size(), 1u);
+    }
+
+    // Many builds with something new each: the segments are merged, not piled up.
+    for (int i = 0; i < 30; ++i) {
+        for (const auto& sound : order.sounds)
+            makeOlder(sound.front(), 100 + i);
+        std::this_thread::sleep_for(std::chrono::milliseconds(i < 2 ? 2200 : 0));
+        ASSERT_EQ(build(order).cachedSounds(), 3);
+    }
+    EXPECT_LE(segments().size(), 9u);
+}
+
+TEST(Cache, KeepsNothingOfAFileThatChangesWhileItIsRead)
+{
+    const Workshop workshop;
+    const std::string file = workshop.path("changing.wav");
+    // It takes a while to hash the second file, after the first was hashed and before it is decoded.
+    const std::string slow = workshop.path("slow.wav");
+    writeSound(slow, SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 2'000'000));
+    Order still = workshop.order({});
+    still.output = workshop.path("still.tnb");
+    std::vector<std::vector<uint8_t>> expected;
+    for (const char* name : {"content0", "content1"}) {
+        const auto seed = uint32_t(expected.size() + 1);
+        writeSound(workshop.path(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 1000, seed));
+        still.sounds = {{workshop.path(name), slow}};
+        ASSERT_EQ(build(still).result, TARNOK_OK);
+        expected.push_back(hear(still.output).at(0).bytes);
+    }
+
+    const std::jthread writer([&](std::stop_token enough) {
+        for (size_t i = 0; !enough.stop_requested(); ++i) {
+            fs::create_hard_link(workshop.path("content" + std::to_string(i % 2)), workshop.path("next"));
+            fs::rename(workshop.path("next"), file);
+            std::this_thread::sleep_for(std::chrono::microseconds(500 + i % 17 * 600));
+        }
+    });
+    Order order = workshop.order({});
+    order.sounds = {{file, slow}};
+    order.initFlags |= TARNOK_INIT_REBUILD;
+    for (int i = 0; i < 40; ++i) {
+        const Outcome outcome = build(order);
+        if (outcome.result != TARNOK_OK) {
+            EXPECT_EQ(outcome.result, TARNOK_ERR_FILE_OS);
+            EXPECT_NE(outcome.texts().find("changing.wav: another program keeps writing"), std::string::npos)
+                << outcome.texts();
+        }
+        // What that build stored under the hash of the other content would come out here.
+        for (size_t content = 0; content < 2; ++content) {
+            still.sounds = {{workshop.path("content" + std::to_string(content)), slow}};
+            ASSERT_EQ(build(still).result, TARNOK_OK);
+            ASSERT_TRUE(hear(still.output).at(0).bytes == expected[content]) << "the cache is poisoned";
+        }
+    }
+}
+
+TEST(Cache, IsSharedBetweenProcesses)
+{
+    const Workshop workshop;
+    const std::vector<std::string> files = workshop.makeSounds(20);
+    for (int round = 0; round < 5; ++round) {
+        fs::remove_all(workshop.path("cache"));
+        fs::create_directory(workshop.path("cache"));
+        std::vector<Order> orders;
+        std::vector<pid_t> processes;
+        for (int i = 0; i < 3; ++i) {
+            Order& order = orders.emplace_back(workshop.order(files));
+            order.output = workshop.path("bank" + std::to_string(i) + ".tnb");
+            if (i == 2)
+                std::reverse(order.sounds.begin(), order.sounds.end());
+            processes.push_back(startBuild(order));
+        }
+        for (const pid_t process : processes) {
+            int status = 0;
+            ASSERT_EQ(waitpid(process, &status, 0), process);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == TARNOK_OK) << status;
+        }
+        EXPECT_TRUE(readFile(orders[0].output) == readFile(orders[1].output));
+        EXPECT_EQ(build(orders[0]).cachedSounds(), 20);
+        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+    }
+}
+
+TEST(Cache, IsNotNeededForABuild)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(6));
+    order.format = TARNOK_FORMAT_KADPCM;
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+
+    writeFile(workshop.path("file"), std::string("not a folder"));
+    fs::create_directory(workshop.path("readonly"));
+    fs::permissions(workshop.path("readonly"), fs::perms::owner_read | fs::perms::owner_exec);
+    fs::create_directory(workshop.path("blocked"));
+    for (const char* part : {"sounds", "incomplete", "index"})
+        writeFile(workshop.path(std::string("blocked/") + part), std::string("not a folder"));
+    fs::create_directory(workshop.path("halfblocked"));
+    writeFile(workshop.path("halfblocked/sounds"), std::string("entries can be written but not stored"));
+    for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked"}) {
+        order.cache = workshop.path(cache);
+        const Outcome outcome = build(order);
+        EXPECT_EQ(outcome.result, TARNOK_OK) << cache << " " << outcome.texts();
+        EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 6) << cache;
+        EXPECT_TRUE(readFile(order.output) == expected) << cache;
+        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>()) << cache;
+    }
+}
+
+TEST(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
+{
+    const Workshop workshop;
+    Order order = workshop.order({});
+    for (int i = 0; i < 3; ++i) {
+        order.sounds.push_back({workshop.path("noise" + std::to_string(i) + ".wav")});
+        writeSound(order.sounds.back().front(), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+                   noise(1, 44100, 400'000, uint32_t(i)));
+    }
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+
+    const std::string disk = workshop.path("disk");
+    fs::create_directory(disk);
+    if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "needs the right to mount a small disk";
+    order.cache = disk;
+    const Outcome small = build(order);
+    EXPECT_EQ(small.result, TARNOK_OK) << small.texts();
+    EXPECT_TRUE(readFile(order.output) == expected);
+    EXPECT_EQ(build(order).cachedSounds(), 1) << "what fits is kept";
+
+    order.output = disk + "/bank.tnb";
+    writeFile(order.output, std::string("the bank before"));
+    const Outcome full = build(order);
+    EXPECT_EQ(full.result, TARNOK_ERR_FILE_OS);
+    EXPECT_NE(full.texts().find("disk full while writing bank.tnb"), std::string::npos) << full.texts();
+    EXPECT_EQ(readFile(order.output).size(), 15u);
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+    EXPECT_EQ(umount(disk.c_str()), 0);
+}
+
+TEST(Cache, ALimitOnFileSizesEndsTheBuildAndNotTheProcess)
+{
+    const Workshop workshop;
+    Order order = workshop.order({workshop.path("long.wav")});
+    writeSound(order.sounds[0][0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 400'000));
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const rlimit limit{300'000, former.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const Outcome outcome = build(order);
+    setrlimit(RLIMIT_FSIZE, &former);
+    EXPECT_EQ(outcome.result, TARNOK_ERR_FILE_OS);
+    EXPECT_NE(outcome.texts().find("largest allowed file size"), std::string::npos) << outcome.texts();
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+}
+
+TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
+{
+    const Workshop workshop;
+    const std::vector<std::string> files = workshop.makeSounds(8, 20'000);
+    ASSERT_EQ(build(workshop.order(files)).result, TARNOK_OK);
+    std::vector<std::string> entries = workshop.cacheEntries();
+    ASSERT_EQ(entries.size(), 8u);
+    uint64_t total = 0;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        total += fs::file_size(entries[i]);
+        if (i < 6)
+            makeOlder(entries[i], 7200 + int(i));
+    }
+    setenv("TARNOK_CACHE_LIMIT", std::to_string(total / 2).c_str(), 1);
+    Order another = workshop.order({workshop.path("one more.wav")});
+    writeSound(another.sounds[0][0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 100));
+    EXPECT_EQ(build(another).result, TARNOK_OK);
+    uint64_t left = 0;
+    for (const std::string& entry : workshop.cacheEntries())
+        left += fs::file_size(entry);
+    EXPECT_LE(left, total / 2);
+    EXPECT_FALSE(fs::exists(entries[5])) << "the oldest";
+    EXPECT_TRUE(fs::exists(entries[6]) && fs::exists(entries[7]));
+
+    setenv("TARNOK_CACHE_LIMIT", "1", 1);
+    ASSERT_EQ(build(workshop.order(files)).result, TARNOK_OK);
+    EXPECT_EQ(build(workshop.order(files)).cachedSounds(), 8) << "all were used just now";
+    unsetenv("TARNOK_CACHE_LIMIT");
+}
+
+TEST(Cache, LosesWhatKilledBuildsLeave)
+{
+    const Workshop workshop;
+    Order order = workshop.order({});
+    for (int i = 0; i < 4; ++i) {
+        order.sounds.push_back({workshop.path("noise" + std::to_string(i) + ".wav")});
+        writeSound(order.sounds.back().front(), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+                   noise(2, 44100, 1'000'000, uint32_t(i)));
+    }
+    order.format = TARNOK_FORMAT_VORBIS;
+    writeFile(order.output, std::string("the bank before"));
+    size_t most = 0;
+    for (int round = 0; round < 6; ++round) {
+        const pid_t process = startBuild(order);
+        std::this_thread::sleep_for(std::chrono::milliseconds(40 + 20 * round));
+        kill(process, SIGKILL);
+        waitpid(process, nullptr, 0);
+        most = std::max(most, workshop.leftovers().size());
+    }
+    EXPECT_GT(most, 0u);
+    EXPECT_LE(workshop.leftovers().size(), 3u) << "each build removes what the one before has left";
+    EXPECT_EQ(readFile(order.output).size(), 15u);
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}

@@ -1,0 +1,406 @@
+// Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
+#include "encoders.hpp"
+#include "support/bank_maker.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace bank_test;
+using bank::Codec;
+using bank::Error;
+using bank::SampleFormat;
+
+namespace {
+
+constexpr std::array<Codec, 3> kLossyCodecs = {Codec::Vorbis, Codec::Opus, Codec::Kadpcm};
+
+// A bank of one sound, opened by the engine.
+struct OpenedBank
+{
+    explicit OpenedBank(const EncodedSound& sound)
+        : file(makeBank({sound}))
+    {
+        EXPECT_EQ(openSound(file.path(), &opened), KESS_OK);
+    }
+    KESS::Sound* operator->() { return opened.get(); }
+    KESS::Sound& operator*() { return *opened; }
+
+    TemporaryFile file;
+    SoundPointer opened;
+};
+
+double squares(std::span<const float> values)
+{
+    double sum = 0;
+    for (const float value : values)
+        sum += double(value) * value;
+    return sum;
+}
+
+double squaredError(std::span<const float> a, std::span<const float> b)
+{
+    double sum = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        sum += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
+    return sum;
+}
+
+double snr(std::span<const float> wanted, std::span<const float> got)
+{
+    return 10 * std::log10(squares(wanted) / std::max(squaredError(wanted, got), 1e-30));
+}
+
+uint32_t usualRate(Codec codec)
+{
+    return codec == Codec::Opus ? 48'000 : 44'100;
+}
+
+MemorySound music(Codec codec, size_t frames, int channels)
+{
+    return MemorySound::ofFloats(channels, usualRate(codec),
+                                 tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
+}
+
+std::vector<uint8_t> randomBytes(size_t count, SampleFormat format)
+{
+    Noise noise(count);
+    std::vector<uint8_t> bytes(count);
+    std::generate(bytes.begin(), bytes.end(), [&] { return uint8_t(noise.next()); });
+    if (format == SampleFormat::Float) {
+        for (size_t i = 0; i + 4 <= count; i += 4)
+            bank::storeLittle(bytes.data() + i, noise.sample() * 1.5f);
+    }
+    return bytes;
+}
+
+} // namespace
+
+TEST(PreparedSound, RepeatsTheLoopOutsideTheSoundAndIsSilentWithoutOne)
+{
+    tarnok::PreparedFacts facts;
+    facts.sampleCount = 10;
+    struct Case
+    {
+        std::optional<bank::Loop> loop;
+        std::vector<std::pair<int64_t, int64_t>> frames; // position, frame or -1
+    };
+    const std::vector<Case> cases = {
+        {std::nullopt, {{-1, -1}, {0, 0}, {9, 9}, {10, -1}}},
+        {bank::Loop{0, 10}, {{-1, 9}, {-10, 0}, {-11, 9}, {10, 0}, {25, 5}}},
+        {bank::Loop{4, 10}, {{-1, -1}, {10, 4}, {15, 9}, {16, 4}}},
+        {bank::Loop{0, 3}, {{-1, 2}, {-4, 2}, {5, 5}, {10, -1}}},
+        {bank::Loop{2, 5}, {{-1, -1}, {10, -1}}},
+    };
+    for (const Case& c : cases) {
+        facts.loop = c.loop;
+        for (const auto& [position, frame] : c.frames) {
+            const std::optional<uint64_t> found = tarnok::frameAt(position, facts);
+            EXPECT_EQ(found ? int64_t(*found) : -1, frame) << position;
+        }
+    }
+}
+
+TEST(PcmEncoder, KeepsEverySampleOfEveryDepthToTheBit)
+{
+    for (const SampleFormat format :
+         {SampleFormat::Pcm8, SampleFormat::Pcm16, SampleFormat::Pcm24, SampleFormat::Pcm32, SampleFormat::Float}) {
+        for (const int channels : {1, 2, 6, 32}) {
+            SCOPED_TRACE(testing::Message() << int(format) << " channels " << channels);
+            tarnok::PreparedFacts facts;
+            facts.channels = channels;
+            facts.sampleFormat = format;
+            facts.sampleCount = 10'007;
+            const size_t frameBytes = bank::bytesPerSample(format) * size_t(channels);
+            facts.loop = bank::Loop{5'000, 10'000};
+            MemorySound sound(facts, randomBytes(facts.sampleCount * frameBytes, format));
+            const EncodedSound encoded = encode(Codec::Pcm, sound);
+            EXPECT_EQ(encoded.data, sound.samples());
+
+            OpenedBank opened(encoded);
+            KESS_SOUND_FORMAT reported{};
+            ASSERT_EQ(opened->getFormat(nullptr, &reported, nullptr, nullptr), KESS_OK);
+            EXPECT_EQ(int(reported), int(format));
+            const size_t from = 1'234;
+            ASSERT_EQ(opened->seekData(from), KESS_OK);
+            ASSERT_EQ(opened->setLoopCount(1), KESS_OK);
+            std::vector<uint8_t> got((facts.sampleCount - from + 5'000) * frameBytes);
+            unsigned int bytes = 0;
+            ASSERT_EQ(opened->readData(got.data(), unsigned(got.size()), &bytes), KESS_OK);
+            ASSERT_EQ(bytes, got.size());
+            std::vector<uint8_t> wanted(sound.samples().begin() + ptrdiff_t(from * frameBytes),
+                                        sound.samples().begin() + ptrdiff_t(10'000 * frameBytes));
+            wanted.insert(wanted.end(), sound.samples().begin() + ptrdiff_t(5'000 * frameBytes), sound.samples().end());
+            EXPECT_EQ(got, wanted);
+            ASSERT_EQ(opened->setLoopCount(0), KESS_OK);
+            ASSERT_EQ(opened->seekData(0), KESS_OK);
+            EXPECT_EQ(readFloats(*opened, 20'000), sound.floats());
+        }
+    }
+}
+
+TEST(LossyEncoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQuality)
+{
+    struct Case
+    {
+        size_t frames;
+        int channels;
+        double least; // of SNR in dB; short sounds hold too little of the tones to be judged
+    };
+    const std::vector<Case> cases = {{1, 1, 0},    {2, 2, 0},       {19, 1, 0},      {119, 1, 0},     {120, 1, 0},
+                                     {841, 2, 0},  {960, 1, 0},     {961, 1, 0},     {2047, 1, 0},    {2048, 3, 0},
+                                     {2049, 1, 0}, {30'000, 1, 18}, {30'000, 2, 18}, {30'000, 6, 14}, {5'000, 32, 0}};
+    for (const Codec codec : kLossyCodecs) {
+        for (const Case& c : cases) {
+            for (const bool loops : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " frames " << c.frames << " channels "
+                                                << c.channels << (loops ? " looping" : ""));
+                MemorySound sound = music(codec, c.frames, c.channels);
+                if (!loops)
+                    sound.setLoop(std::nullopt);
+                const EncodedSound encoded = encode(codec, sound);
+                OpenedBank opened(encoded);
+                uint64_t length = 0;
+                ASSERT_EQ(opened->getSampleCount(&length), KESS_OK);
+                EXPECT_EQ(length, c.frames);
+                const std::vector<float> got = readFloats(*opened, c.frames + 1'000);
+                const std::vector<float> wanted = sound.floats();
+                ASSERT_EQ(got.size(), wanted.size());
+                if (c.least > 0) {
+                    EXPECT_GT(snr(wanted, got), c.least);
+                }
+
+                MemorySound again = sound;
+                EXPECT_EQ(encode(codec, again).data, encoded.data) << "the same bytes every time";
+            }
+        }
+    }
+}
+
+TEST(LossyEncoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
+{
+    constexpr size_t kFrames = 120'000;
+    constexpr size_t kRead = 3'000;
+    for (const Codec codec : kLossyCodecs) {
+        for (const int channels : {1, 2}) {
+            SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " channels " << channels);
+            Noise noise;
+            std::vector<float> frames = tones(kFrames, channels, {0.0031, 0.0178}, 0.4f);
+            for (size_t i = 0; i < frames.size(); ++i)
+                frames[i] += noise.sample() * (i / 9'000 % 3 == 0 ? 0.3f : 0.01f);
+            MemorySound sound = MemorySound::ofFloats(channels, usualRate(codec), frames);
+            sound.setLoop(bank::Loop{20'011, 100'000});
+            OpenedBank opened(encode(codec, sound));
+            const std::vector<float> straight = readFloats(*opened, kFrames);
+            for (int i = 0; i < 60; ++i) {
+                const size_t from = i == 0 ? 0 : i == 1 ? 20'011 : i == 2 ? kFrames - 1 : noise.next() % kFrames;
+                ASSERT_EQ(opened->seekData(from), KESS_OK);
+                const std::vector<float> got = readFloats(*opened, kRead);
+                const std::span<const float> wanted = std::span(straight).subspan(from * size_t(channels), got.size());
+                ASSERT_EQ(got.size(), std::min(kRead, kFrames - from) * size_t(channels));
+                if (codec == Codec::Opus)
+                    EXPECT_GT(snr(wanted, got), 60) << from;
+                else
+                    EXPECT_TRUE(std::equal(got.begin(), got.end(), wanted.begin())) << from;
+            }
+        }
+    }
+}
+
+TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
+{
+    constexpr size_t kWindow = 256;
+    struct Case
+    {
+        const char* name;
+        size_t frames;
+        bank::Loop loop;
+        int channels;
+    };
+    const std::vector<Case> cases = {
+        {"whole", 44'100, {0, 44'100}, 1},           {"whole stereo", 44'100, {0, 44'100}, 2},
+        {"inner", 44'100, {11'000, 33'000}, 1},      {"behind an intro", 44'100, {11'000, 44'100}, 2},
+        {"before an outro", 44'100, {0, 22'000}, 1}, {"short inner", 44'100, {20'000, 20'300}, 1},
+        {"below a frame", 700, {0, 700}, 1},         {"tiny", 100, {0, 100}, 1},
+    };
+    for (const Codec codec : kLossyCodecs) {
+        for (const Case& c : cases) {
+            for (const int quality : {20, 50, 80}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << c.name << " quality " << quality);
+                // A hundred frames are a period of all tones, so that the source itself has no seam.
+                MemorySound sound = MemorySound::ofFloats(c.channels, usualRate(codec),
+                                                          tones(c.frames, c.channels, {0.01, 0.04}, 0.5f));
+                sound.setLoop(c.loop);
+                OpenedBank opened(encode(codec, sound, quality));
+                const std::vector<float> plain = sound.floats();
+                const double whole = squaredError(plain, readFloats(*opened, c.frames)) / double(plain.size());
+
+                const auto channels = size_t(c.channels);
+                const size_t length = c.loop.end - c.loop.start;
+                const size_t before = std::min<size_t>(kWindow, c.loop.end);
+                std::vector<float> wanted;
+                for (size_t i = c.loop.end - before; wanted.size() < (before + kWindow) * channels; ++i) {
+                    const size_t frame = i < c.loop.end ? i : c.loop.start + (i - c.loop.end) % length;
+                    wanted.insert(wanted.end(), plain.begin() + ptrdiff_t(frame * channels),
+                                  plain.begin() + ptrdiff_t((frame + 1) * channels));
+                }
+                ASSERT_EQ(opened->setLoopCount(-1), KESS_OK);
+                ASSERT_EQ(opened->seekData(c.loop.end - before), KESS_OK);
+                const std::vector<float> got = readFloats(*opened, before + kWindow);
+                ASSERT_EQ(got.size(), wanted.size());
+                for (const auto& [from, count] : {std::pair{size_t(0), before}, std::pair{before, kWindow}}) {
+                    const size_t at = from * channels;
+                    const size_t samples = count * channels;
+                    const double error =
+                        squaredError(std::span(wanted).subspan(at, samples), std::span(got).subspan(at, samples));
+                    EXPECT_LT(std::sqrt(error / double(samples) / whole), 1.1) << (from == 0 ? "before" : "behind");
+                }
+            }
+        }
+    }
+}
+
+TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfSourceAndSink)
+{
+    class Faulty final : public tarnok::PreparedSound
+    {
+    public:
+        [[nodiscard]] const tarnok::PreparedFacts& facts() const override { return mFacts; }
+        Error seek(int64_t) override { return Error::None; }
+        Error readFloat(float* frames, size_t count) override
+        {
+            std::fill_n(frames, count, 0.1f);
+            return next();
+        }
+        Error readSamples(void* frames, size_t count) override
+        {
+            std::memset(frames, 0, count * 2);
+            return next();
+        }
+        std::stop_source stop;
+        int reads = 0;
+        int failsAt = 0;
+        int stopsAt = 0;
+
+    private:
+        Error next()
+        {
+            if (++reads == stopsAt)
+                stop.request_stop();
+            return reads == failsAt ? Error::Io : Error::None;
+        }
+        tarnok::PreparedFacts mFacts{1, 48'000, SampleFormat::Pcm16, 100'000'000, bank::Loop{0, 100'000'000}};
+    };
+    class FullSink final : public bank::ByteSink
+    {
+    public:
+        Error write(std::span<const uint8_t>) override { return Error::Memory; }
+    };
+
+    for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
+        SCOPED_TRACE(int(codec));
+        bank::Sound encoded;
+        bank::MemorySink sink;
+        Faulty failing;
+        failing.failsAt = 3;
+        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(failing, 50, sink, {}, &encoded), Error::Io);
+        Faulty stopping;
+        stopping.stopsAt = 5;
+        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(stopping, 50, sink, stopping.stop.get_token(), &encoded),
+                  Error::Cancelled);
+        EXPECT_EQ(stopping.reads, 5) << "nothing is read any more";
+        Faulty sound;
+        FullSink full;
+        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, 50, full, {}, &encoded), Error::Memory);
+    }
+    EXPECT_EQ(tarnok::makeEncoder(Codec::Xma), nullptr);
+}
+
+TEST(Encoders, TakeEveryRateThatTheyAskFor)
+{
+    for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
+        for (const uint32_t rate : {1u, 500u, 4'000u, 8'000u, 11'025u, 16'000u, 22'050u, 32'000u, 44'100u, 48'000u,
+                                    50'000u, 96'000u, 192'000u, 200'001u, 768'000u}) {
+            const uint32_t encoding = tarnok::encodingRate(codec, rate);
+            for (const int channels : {1, 2, 6}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " rate " << rate << " as " << encoding
+                                                << " channels " << channels);
+                MemorySound sound = MemorySound::ofFloats(channels, encoding, tones(500, channels, {0.01}, 0.5f));
+                const EncodedSound encoded = encode(codec, sound);
+                EXPECT_EQ(encoded.sound.sampleRate, encoding);
+                OpenedBank opened(encoded);
+                EXPECT_EQ(readFloats(*opened, 1'000).size(), 500 * size_t(channels));
+            }
+        }
+    }
+}
+
+TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
+{
+    EXPECT_FLOAT_EQ(tarnok::vorbisQuality(1), -0.1f);
+    EXPECT_FLOAT_EQ(tarnok::vorbisQuality(50), 0.5f);
+    EXPECT_FLOAT_EQ(tarnok::vorbisQuality(100), 1.0f);
+    EXPECT_EQ(2 * tarnok::opusBitsPerChannel(50, 48'000), 96'000);
+    for (int quality = 2; quality <= 100; ++quality) {
+        EXPECT_GT(tarnok::vorbisQuality(quality), tarnok::vorbisQuality(quality - 1));
+        EXPECT_GT(tarnok::opusBitsPerChannel(quality, 8'000), tarnok::opusBitsPerChannel(quality - 1, 8'000));
+    }
+    for (const Codec codec : {Codec::Vorbis, Codec::Opus}) {
+        size_t last = 0;
+        for (const int quality : {1, 25, 50, 75, 100}) {
+            MemorySound sound = music(codec, 50'000, 2);
+            Noise noise;
+            std::vector<float> frames = sound.floats();
+            for (float& sample : frames)
+                sample += noise.sample() * 0.1f;
+            sound = MemorySound::ofFloats(2, usualRate(codec), frames);
+            const size_t size = encode(codec, sound, quality).data.size();
+            EXPECT_GT(size, last) << "quality " << quality;
+            last = size;
+        }
+    }
+}
+
+TEST(VorbisEncoder, SharesItsSetupBetweenSoundsAndKeepsTheWholeSpectrumOfEveryChannel)
+{
+    MemorySound first = music(Codec::Vorbis, 3'000, 2);
+    MemorySound second = MemorySound::ofFloats(2, 44'100, tones(5'000, 2, {0.02}, 0.3f));
+    const EncodedSound a = encode(Codec::Vorbis, first);
+    const EncodedSound b = encode(Codec::Vorbis, second);
+    EXPECT_EQ(a.sound.setup, b.sound.setup);
+    const bank::Result<bank::BankReader> reader =
+        bank::BankReader::open(std::make_shared<bank::MemorySource>(makeBank({a, b})));
+    EXPECT_EQ(reader->setupCount(), 1u);
+
+    // Six channels are not taken for a surround sound whose last is a subwoofer.
+    MemorySound six = MemorySound::ofFloats(6, 44'100, tones(30'000, 6, {0.03}, 0.5f));
+    OpenedBank opened(encode(Codec::Vorbis, six));
+    const std::vector<float> got = readFloats(*opened, 30'000);
+    const std::vector<float> wanted = six.floats();
+    for (size_t channel = 0; channel < 6; ++channel) {
+        std::vector<float> mono, monoGot;
+        for (size_t i = channel; i < wanted.size(); i += 6) {
+            mono.push_back(wanted[i]);
+            monoGot.push_back(got[i]);
+        }
+        EXPECT_GT(snr(mono, monoGot), 15) << "channel " << channel;
+    }
+}
+
+TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
+{
+    MemorySound silence = MemorySound::ofFloats(1, 44'100, std::vector<float>(5'000, 0.0f));
+    OpenedBank quiet(encode(Codec::Kadpcm, silence));
+    EXPECT_EQ(readFloats(*quiet, 5'000), silence.floats());
+
+    // A tone of a third of the least significant bit is lost without dither.
+    MemorySound faint = MemorySound::ofFloats(1, 44'100, tones(40'000, 1, {0.01}, 0.33f / 32'768));
+    OpenedBank opened(encode(Codec::Kadpcm, faint));
+    const std::vector<float> got = readFloats(*opened, 40'000);
+    const std::vector<float> wanted = faint.floats();
+    double product = 0;
+    for (size_t i = 0; i < wanted.size(); ++i)
+        product += double(wanted[i]) * got[i];
+    EXPECT_NEAR(product / squares(wanted), 1, 0.3);
+}

@@ -1,0 +1,309 @@
+// The library's life: calls in and out of order, reports, cancelling and releasing at any moment.
+#include "workshop.hpp"
+
+#include "support/sound_files.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+using namespace test;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+TARNOK_RESULT initialise(const Order& order)
+{
+    return Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str());
+}
+
+} // namespace
+
+TEST(Library, RefusesCallsOutOfOrder)
+{
+    const Workshop workshop;
+    const Order order = workshop.order(workshop.makeSounds(1));
+    const char* cache = order.cache.c_str();
+    EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
+    EXPECT_EQ(buildOnly(order), TARNOK_ERR_UNINITIALIZED);
+    EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_ERR_UNINITIALIZED);
+
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION(1), 0, 1, cache), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 0, cache), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 257, cache), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 1, nullptr), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 1, ""), TARNOK_ERR_INVALID_PARAM);
+
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 256, cache), TARNOK_OK);
+    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 1, cache), TARNOK_ERR_INITIALIZED);
+    EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_OK);
+    EXPECT_EQ(Tarnok_FetchNextProgressItem(nullptr), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_ReleaseProgressItem(nullptr), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
+}
+
+TEST(Library, RefusesArgumentsThatMakeNoBank)
+{
+    const Workshop workshop;
+    const Order good = workshop.order(workshop.makeSounds(1));
+    const char* noName = nullptr;
+    const std::vector<std::pair<const char*, std::function<void(Order&)>>> cases = {
+        {"no sounds",
+         [](Order& order) {
+             order.sounds.clear();
+         }},
+        {"unknown format",
+         [](Order& order) {
+             order.format = TARNOK_FORMAT(6);
+         }},
+        {"quality",
+         [](Order& order) {
+             order.quality = 101;
+         }},
+        {"no output",
+         [](Order& order) {
+             order.output.clear();
+         }},
+        {"a folder as output",
+         [](Order& order) {
+             order.output += "/";
+         }},
+        {"empty key",
+         [](Order& order) {
+             order.key = "";
+         }},
+        {"no files",
+         [](Order& order) {
+             order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.numFiles = 0;
+             };
+         }},
+        {"null files",
+         [](Order& order) {
+             order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.fileNames = nullptr;
+             };
+         }},
+        {"null name",
+         [&](Order& order) {
+             order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.fileNames = &noName;
+             };
+         }},
+        {"rate",
+         [](Order& order) {
+             order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.desiredSampleRate = -1;
+             };
+         }},
+        {"no rate",
+         [](Order& order) {
+             order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+                 sound.desiredSampleRate = NAN;
+             };
+         }},
+    };
+    for (const auto& [name, spoil] : cases) {
+        Order order = good;
+        spoil(order);
+        const Outcome outcome = build(order);
+        EXPECT_EQ(outcome.result, TARNOK_ERR_INVALID_PARAM) << name;
+        EXPECT_EQ(outcome.statesOf(-1), std::vector{TARNOK_STATE_FAILED}) << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists(good.output));
+}
+
+TEST(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCache)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(12));
+    order.threads = 3;
+    for (const TARNOK_FORMAT format :
+         {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_OPUS}) {
+        order.format = format;
+        const Outcome first = build(order);
+        ASSERT_EQ(first.result, TARNOK_OK) << first.texts();
+        const std::vector all = {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING,
+                                 TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING,   TARNOK_STATE_FINISHED};
+        for (int sound = 0; sound < 12; ++sound) {
+            EXPECT_EQ(first.statesOf(sound), all);
+            std::vector<int> threads;
+            for (const Report& report : first.reports) {
+                if (report.sound == sound)
+                    threads.push_back(report.thread);
+            }
+            EXPECT_EQ(std::count(threads.begin(), threads.end(), threads.front()), ptrdiff_t(threads.size()));
+        }
+        EXPECT_EQ(first.reports.back().sound, -1);
+        EXPECT_EQ(first.reports.back().state, TARNOK_STATE_WRITING);
+
+        const Outcome second = build(order);
+        EXPECT_EQ(second.result, TARNOK_OK);
+        EXPECT_EQ(second.cachedSounds(), 12);
+        EXPECT_EQ(second.reports.size(), 13u);
+    }
+
+    order.initFlags = 0;
+    EXPECT_TRUE(build(order).reports.empty());
+}
+
+TEST(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
+{
+    const Workshop workshop;
+    Order order = workshop.order({workshop.path("missing.wav")});
+    ASSERT_EQ(initialise(order), TARNOK_OK);
+    EXPECT_EQ(buildOnly(order), TARNOK_ERR_FILE_NOT_FOUND);
+    const TARNOK_PROGRESSITEM* held = nullptr;
+    ASSERT_EQ(Tarnok_FetchNextProgressItem(&held), TARNOK_OK);
+    ASSERT_NE(held, nullptr);
+    ASSERT_EQ(Tarnok_Release(), TARNOK_OK);
+
+    order = workshop.order(workshop.makeSounds(2));
+    ASSERT_EQ(initialise(order), TARNOK_OK);
+    EXPECT_EQ(buildOnly(order), TARNOK_OK);
+    EXPECT_EQ(held->state, TARNOK_STATE_FAILED);
+    const std::string text = static_cast<const TARNOK_STATE_DATA_FAILED*>(held->stateData)->errorString;
+    EXPECT_NE(text.find("missing.wav"), std::string::npos);
+    EXPECT_EQ(Tarnok_ReleaseProgressItem(held), TARNOK_OK);
+    EXPECT_EQ(Tarnok_ReleaseProgressItem(held), TARNOK_ERR_INVALID_PARAM);
+    for (const Report& report : drainReports())
+        EXPECT_NE(report.state, TARNOK_STATE_FAILED) << "a report of the build before";
+    EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+}
+
+TEST(Library, EndsThousandsOfTinyBuildsInARowCleanly)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(2, 50));
+    const int threads = threadCount();
+    ASSERT_EQ(initialise(order), TARNOK_OK);
+    for (int i = 0; i < 2500; ++i) {
+        // Some from the cache, some not.
+        order.format = i % 50 == 0 ? TARNOK_FORMAT_KADPCM : TARNOK_FORMAT_PCM;
+        ASSERT_EQ(buildOnly(order), TARNOK_OK) << i;
+        if (i % 10 == 0)
+            drainReports();
+    }
+    drainReports();
+    EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    EXPECT_EQ(threadCount(), threads);
+    EXPECT_TRUE(workshop.leftovers().empty());
+}
+
+namespace {
+
+// Sounds that take long enough to be interrupted.
+std::vector<std::string> makeLongSounds(const Workshop& workshop, int count)
+{
+    std::vector<std::string> files;
+    for (int i = 0; i < count; ++i) {
+        files.push_back(workshop.path("long" + std::to_string(i) + ".wav"));
+        writeSound(files.back(), 0x010002 /* WAV, 16 bit */, noise(2, 44100, 44100 * 5, uint32_t(i + 1)));
+    }
+    return files;
+}
+
+// Fetches reports until one of the wanted state comes; false when the build ends before.
+bool waitForState(TARNOK_STATE state, const std::atomic<bool>& ended)
+{
+    for (;;) {
+        for (const Report& report : drainReports()) {
+            if (report.state == state)
+                return true;
+        }
+        if (ended)
+            return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
+} // namespace
+
+TEST(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
+{
+    const Workshop workshop;
+    Order order = workshop.order(makeLongSounds(workshop, 6));
+    order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
+        sound.desiredSampleRate = index % 2 ? 32000 : 0;
+    };
+    order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+    order.initFlags |= TARNOK_INIT_REBUILD;
+    const int threads = threadCount();
+    std::mt19937 random(7);
+    const TARNOK_FORMAT formats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_OPUS};
+    int cancelledBuilds = 0;
+    milliseconds longest{0};
+    writeFile(order.output, std::string("the bank before"));
+    for (int round = 0; round < 120; ++round) {
+        order.format = formats[round % 4];
+        ASSERT_EQ(initialise(order), TARNOK_OK);
+        std::atomic<bool> ended{false};
+        std::atomic<TARNOK_RESULT> result{TARNOK_OK};
+        std::thread builder([&] {
+            result = buildOnly(order);
+            ended = true;
+        });
+        waitForState(TARNOK_STATE(round % 5), ended);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 40'000));
+        const auto asked = Clock::now();
+        Tarnok_BuildCancel();
+        builder.join();
+        if (result == TARNOK_ERR_CANCELLED) {
+            ++cancelledBuilds;
+            longest = std::max(longest, std::chrono::duration_cast<milliseconds>(Clock::now() - asked));
+            EXPECT_EQ(readFile(order.output).size(), 15u);
+        } else {
+            EXPECT_EQ(result, TARNOK_OK);
+            writeFile(order.output, std::string("the bank before"));
+        }
+        drainReports();
+        EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+        EXPECT_EQ(threadCount(), threads);
+        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+    }
+    EXPECT_GT(cancelledBuilds, 60);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LE(longest.count(), 200);
+#endif
+    RecordProperty("longest_ms", int(longest.count()));
+
+    order.initFlags = TARNOK_INIT_ALWAYS;
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+}
+
+TEST(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
+{
+    const Workshop workshop;
+    Order order = workshop.order(makeLongSounds(workshop, 4));
+    order.format = TARNOK_FORMAT_VORBIS;
+    order.initFlags |= TARNOK_INIT_REBUILD;
+    Order next = workshop.order(workshop.makeSounds(3));
+    next.output = workshop.path("next.tnb");
+    const int threads = threadCount();
+    for (int round = 0; round < 15; ++round) {
+        ASSERT_EQ(initialise(order), TARNOK_OK);
+        std::atomic<TARNOK_RESULT> result{TARNOK_OK};
+        std::atomic<bool> ended{false};
+        std::thread builder([&] {
+            result = buildOnly(order);
+            ended = true;
+        });
+        EXPECT_TRUE(waitForState(TARNOK_STATE(round % 4), ended));
+        EXPECT_EQ(buildOnly(next), TARNOK_ERR_INITIALIZED) << "a second build at once";
+        EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+        EXPECT_LE(threadCount(), threads + 1) << "only the caller's thread is left";
+        EXPECT_EQ(build(next).result, TARNOK_OK);
+        builder.join();
+        EXPECT_EQ(result, TARNOK_ERR_CANCELLED);
+        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+    }
+    EXPECT_FALSE(std::filesystem::exists(order.output));
+}

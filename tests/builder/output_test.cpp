@@ -1,0 +1,159 @@
+// The bank and its C header as files.
+#include "workshop.hpp"
+
+#include "support/sound_files.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include <sys/stat.h>
+
+using namespace test;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string outputOf(const std::string& command)
+{
+    std::string text;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    char buffer[4096];
+    while (const size_t got = fread(buffer, 1, sizeof buffer, pipe))
+        text.append(buffer, got);
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
+    return text;
+}
+
+} // namespace
+
+TEST(Output, ReplacesTheFormerBankOnlyWhenTheNewOneIsComplete)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(2));
+    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    writeFile(order.output, std::string("the bank before"));
+    writeFile(workshop.path("bank.h"), std::string("the header before"));
+    Order failing = order;
+    failing.sounds.push_back({workshop.path("missing.wav")});
+    EXPECT_EQ(build(failing).result, TARNOK_ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(readFile(order.output).size(), 15u);
+    EXPECT_EQ(readFile(workshop.path("bank.h")).size(), 17u);
+
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(hear(order.output).size(), 2u);
+    EXPECT_NE(readFile(workshop.path("bank.h")).size(), 17u);
+
+    order.initFlags = TARNOK_INIT_ALWAYS;
+    fs::remove(workshop.path("bank.h"));
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_FALSE(fs::exists(workshop.path("bank.h"))) << "not wanted";
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
+TEST(Output, FollowsLinksAndRefusesWhatIsNoFile)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(1));
+    fs::create_directory(workshop.path("elsewhere"));
+    writeFile(workshop.path("elsewhere/real.tnb"), std::string("the bank before"));
+    fs::create_symlink("elsewhere/real.tnb", workshop.path("link.tnb"));
+    order.output = workshop.path("link.tnb");
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_TRUE(fs::is_symlink(order.output));
+    EXPECT_EQ(hear(workshop.path("elsewhere/real.tnb")).size(), 1u);
+
+    ASSERT_EQ(mkfifo(workshop.path("pipe").c_str(), 0666), 0);
+    const std::pair<std::string, const char*> refused[] = {{workshop.path("elsewhere"), "elsewhere"},
+                                                           {workshop.path("pipe"), "pipe"},
+                                                           {workshop.path("nowhere/bank.tnb"), "nowhere"},
+                                                           {workshop.path(std::string(300, 'x')), "too long"},
+                                                           {"/proc/bank.tnb", "/proc"}};
+    for (const auto& [path, text] : refused) {
+        order.output = path;
+        const Outcome outcome = build(order);
+        EXPECT_EQ(outcome.result, TARNOK_ERR_FILE_OS) << path;
+        EXPECT_EQ(outcome.statesOf(-1), std::vector{TARNOK_STATE_FAILED}) << path;
+        EXPECT_NE(outcome.texts().find(text), std::string::npos) << outcome.texts();
+        EXPECT_EQ(outcome.countOf(TARNOK_STATE_DECODING), 0) << "told at once, not after hours";
+    }
+    order.output = workshop.path("bank.h");
+    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    EXPECT_EQ(build(order).result, TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
+TEST(Output, LocksABankWithItsKeyAndHidesNames)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(3));
+    order.key = "Gänsemarsch";
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> first = readFile(order.output);
+    const std::string text(first.begin(), first.end());
+    EXPECT_EQ(text.find("sound1"), std::string::npos);
+    EXPECT_TRUE(hear(order.output).empty());
+    EXPECT_TRUE(hear(order.output, "Gansemarsch").empty());
+    const std::vector<Heard> heard = hear(order.output, order.key);
+    ASSERT_EQ(heard.size(), 3u);
+    EXPECT_EQ(heard[1].name, "sound1");
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_TRUE(readFile(order.output) == first);
+
+    order.key = nullptr;
+    order.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(hear(order.output).at(1).name, "");
+}
+
+TEST(Output, HeaderCompilesAsC89AndTellsNamesAndIndices)
+{
+    const Workshop workshop;
+    const std::vector<std::string> names = {"kick",    "Kick",        "kick 2", "kick_2",       "10saw",
+                                            "a\"b\\c", "what?\?/now", "größe",  "*/ end",       "snare.soft",
+                                            "if",      "COUNT",       "names",  "\xe9\xbc\x93", "tab\there"};
+    Order order = workshop.order({});
+    for (const std::string& name : names) {
+        // Slashes belong to paths, so the name with one shows its last part.
+        const std::string file = workshop.path(name + ".wav");
+        fs::create_directories(fs::path(file).parent_path());
+        writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 100));
+        order.sounds.push_back({file});
+    }
+    order.output = workshop.path("2nd bänk-file.tnb");
+    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::string header = workshop.path("2nd bänk-file.h");
+    ASSERT_TRUE(fs::exists(header));
+
+    writeFile(workshop.path("print.c"),
+              std::string("#include <stdio.h>\n"
+                          "#include \"2nd bänk-file.h\"\n"
+                          "#include \"2nd bänk-file.h\"\n"
+                          "int main(void)\n"
+                          "{\n"
+                          "    int i;\n"
+                          "    for (i = 0; i < BANK_2ND_B__NK_FILE_COUNT; ++i)\n"
+                          "        printf(\"%d %s\\n\", i, bank_2nd_b__nk_file_names[i]);\n"
+                          "    printf(\"%d %d\\n\", BANK_2ND_B__NK_FILE_SOUND_KICK,\n"
+                          "        BANK_2ND_B__NK_FILE_SOUND_SNARE_SOFT);\n"
+                          "    return 0;\n"
+                          "}\n"));
+    outputOf(std::string(C_COMPILER) + " -std=c89 -pedantic -Wall -Wextra -Werror -o '" + workshop.path("print") + "' '"
+             + workshop.path("print.c") + "'");
+    std::string expected;
+    const std::vector<Heard> heard = hear(order.output);
+    ASSERT_EQ(heard.size(), names.size());
+    for (size_t i = 0; i < names.size(); ++i)
+        expected += std::to_string(i) + " " + heard[i].name + "\n";
+    EXPECT_EQ(outputOf("'" + workshop.path("print") + "'"), expected + "0 9\n");
+
+    // Each sound has a macro of its own.
+    const std::vector<uint8_t> bytes = readFile(header);
+    const std::string text(bytes.begin(), bytes.end());
+    for (size_t i = 0; i < names.size(); ++i)
+        EXPECT_NE(text.find(" " + std::to_string(i) + "\n"), std::string::npos);
+}

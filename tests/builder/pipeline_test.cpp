@@ -1,0 +1,194 @@
+// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, and how files are told
+// from each other.
+#include "frame_spool.hpp"
+#include "resampler.hpp"
+#include "source_identity.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <numbers>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace tarnok;
+
+namespace {
+
+// A tone of so many periods a frame, ready to be read.
+std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate, bank::SampleFormat format)
+{
+    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create({1, rate, format, length}, {"/tmp"});
+    EXPECT_TRUE(bool(spool));
+    for (uint64_t frame = 0; frame < length; ++frame) {
+        const auto sample = float(0.5 * std::sin(2 * std::numbers::pi * frequency * double(frame)));
+        EXPECT_TRUE(bool((*spool)->write(frame, &sample, 1)));
+    }
+    return std::move(*spool);
+}
+
+} // namespace
+
+TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
+{
+    struct Case
+    {
+        uint64_t length;
+        std::optional<bank::Loop> loop;
+        double from;
+        double to;
+    };
+    const Case cases[] = {
+        {44100, bank::Loop{0, 44100}, 44100, 48000},
+        {44101, bank::Loop{0, 44101}, 44100, 48000},
+        {100'003, bank::Loop{0, 100'003}, 48000, 11025},
+        {37, bank::Loop{0, 37}, 44100, 48000},
+        {5000, bank::Loop{0, 5000}, 8000, 192'000},
+        {60'000, bank::Loop{10'007, 40'013}, 44100, 48000},
+        {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
+        {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
+        {50'000, bank::Loop{0, 30'000}, 44100, 32000},
+        {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
+        {44100, std::nullopt, 44100, 48000},
+        {3, std::nullopt, 44100, 48000},
+    };
+    for (const Case& each : cases) {
+        // About 300 Hz, with a whole number of periods in the loop, so that the tone is the same on both sides of its
+        // seam.
+        const double loopLength = each.loop ? double(each.loop->end - each.loop->start) : double(each.length);
+        const double frequency = std::max(1.0, std::round(300 * loopLength / each.from)) / loopLength;
+        const auto source = tone(each.length, frequency, each.from, bank::SampleFormat::Float);
+        const ResamplingPlan plan(each.length, each.loop, each.from, each.to);
+        Result<std::unique_ptr<FrameSource>> result = resample(*source, plan, each.to, {"/tmp"}, {});
+        ASSERT_TRUE(bool(result));
+        const FrameFacts& facts = (*result)->facts();
+        EXPECT_EQ(facts.length, plan.length());
+        const double exactly = double(each.length) * each.to / each.from;
+        const double bent = plan.loop() ? 1.5 + exactly / 2 / double(plan.loop()->end - plan.loop()->start) : 0.5;
+        EXPECT_NEAR(double(facts.length), exactly, bent);
+        EXPECT_EQ(plan.loop().has_value(), each.loop.has_value());
+
+        std::vector<float> samples(facts.length);
+        ASSERT_TRUE(bool((*result)->readFloat(samples.data(), samples.size())));
+        // Near an end of the sound that doesn't loop, the filter hears the silence outside.
+        const double edge = 300 * std::max(1.0, each.to / each.from);
+        const double newLoopLength =
+            plan.loop() ? double(plan.loop()->end - plan.loop()->start) : loopLength * each.to / each.from;
+        const double newStart = plan.loop() ? double(plan.loop()->start) : 0;
+        double worst = 0;
+        for (size_t i = 0; i < samples.size(); ++i) {
+            const bool loopsAtStart = each.loop && each.loop->start == 0;
+            const bool loopsAtEnd = each.loop && each.loop->end == each.length;
+            if ((!loopsAtStart && double(i) < edge) || (!loopsAtEnd && double(samples.size() - i) < edge))
+                continue;
+            const double place =
+                (each.loop ? double(each.loop->start) : 0) + (double(i) - newStart) * loopLength / newLoopLength;
+            worst = std::max(worst, std::abs(samples[i] - 0.5 * std::sin(2 * std::numbers::pi * frequency * place)));
+        }
+        EXPECT_LT(worst, 3e-6) << each.length << " " << each.from << " to " << each.to;
+    }
+}
+
+TEST(Resampling, MovesPositionsWithTheSound)
+{
+    const ResamplingPlan plan(60'000, bank::Loop{10'000, 40'000}, 48000, 16000);
+    EXPECT_EQ(plan.place(0), 0u);
+    EXPECT_EQ(plan.place(10'000), plan.loop()->start);
+    EXPECT_EQ(plan.place(40'000), plan.loop()->end);
+    EXPECT_EQ(plan.place(60'000), plan.length());
+}
+
+TEST(Resampling, StopsWhenAsked)
+{
+    const auto source = tone(100'000, 0.01, 44100, bank::SampleFormat::Float);
+    std::stop_source stop;
+    stop.request_stop();
+    const ResamplingPlan plan(100'000, std::nullopt, 44100, 48000);
+    const auto result = resample(*source, plan, 48000, {"/tmp"}, stop.get_token());
+    ASSERT_FALSE(bool(result));
+    EXPECT_EQ(result.fault().code, TARNOK_ERR_CANCELLED);
+}
+
+TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
+{
+    const auto write = [](const char* text) {
+        const int file = open("racy", O_WRONLY | O_CREAT, 0666);
+        ASSERT_EQ(pwrite(file, text, 1, 0), 1);
+        close(file);
+    };
+    write("a");
+    SourceIndex index("racy-index");
+    SourceIdentifier identifier(index, true);
+    Result<SourceIdentity> identity = identifier.identify("racy", {});
+    ASSERT_TRUE(bool(identity));
+    EXPECT_FALSE(identity->settled);
+    index.save();
+    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
+    EXPECT_TRUE(*identifier.unchanged("racy", *identity, {}));
+
+    // Another content that came within the same tick of a coarse clock: nothing but the content differs.
+    write("b");
+    identity->stamp = *stampOf("racy");
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {}));
+    write("a");
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {})) << "the stamp has changed";
+}
+
+TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
+{
+    const auto at = [](int64_t seconds) {
+        return seconds * 1'000'000'000;
+    };
+    FileStamp stamp;
+    stamp.modified = at(1000);
+    stamp.changed = at(1000);
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1000)));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1002)));
+    EXPECT_TRUE(SourceIndex::isSettled(stamp, at(1003)));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(900))) << "a file of the future";
+    stamp.modified = at(500);
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1001))) << "its times were set back";
+
+    const ContentHash hash{1, 2};
+    SourceIndex("settled-index").save();
+    SourceIndex index("settled-index");
+    index.remember("file", stamp, hash);
+    index.save();
+    EXPECT_EQ(SourceIndex("settled-index").find("file", stamp), hash);
+    EXPECT_FALSE(SourceIndex("settled-index").find("other", stamp));
+    ++stamp.inode;
+    EXPECT_FALSE(SourceIndex("settled-index").find("file", stamp));
+}
+
+TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
+{
+    const uint64_t length = 2'000'000; // more than stays in memory
+    const auto spool = tone(length, 0.01, 44100, bank::SampleFormat::Pcm16);
+    std::vector<int16_t> samples(length);
+    ASSERT_TRUE(bool(spool->readSamples(samples.data(), length)));
+    double error = 0;
+    double power = 0;
+    for (uint64_t i = 0; i < length; ++i) {
+        const double difference = samples[i] - 16384 * std::sin(2 * std::numbers::pi * 0.01 * double(i));
+        error += difference;
+        power += difference * difference;
+    }
+    // A quarter of a step's square: a twelfth from rounding, a sixth from the dither.
+    EXPECT_NEAR(power / double(length), 0.25, 0.005);
+    EXPECT_NEAR(error / double(length), 0, 0.005);
+
+    int16_t again[1000];
+    ASSERT_TRUE(bool(spool->seek(1'234'567)));
+    ASSERT_TRUE(bool(spool->readSamples(again, 1000)));
+    EXPECT_TRUE(std::equal(again, again + 1000, samples.begin() + 1'234'567));
+
+    const float loud[] = {2, -2, 1, -1};
+    ASSERT_TRUE(bool(spool->write(0, loud, 4)));
+    ASSERT_TRUE(bool(spool->seek(0)));
+    ASSERT_TRUE(bool(spool->readSamples(again, 4)));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NEAR(again[i], i % 2 ? -32768 : 32767, 1);
+}

@@ -1,0 +1,106 @@
+// What the builder's tests share: a folder to work in, a build with its reports, and banks read back by the engine.
+#pragma once
+
+#include "tarnok.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+struct Report
+{
+    int sound = 0;
+    int thread = 0;
+    TARNOK_STATE state = TARNOK_STATE_DECODING;
+    TARNOK_RESULT code = TARNOK_OK;
+    std::string text;
+};
+
+// Fetches all waiting reports and gives them back to the library.
+std::vector<Report> drainReports();
+
+struct Outcome
+{
+    TARNOK_RESULT result = TARNOK_OK;
+    std::vector<Report> reports;
+
+    [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
+    [[nodiscard]] int countOf(TARNOK_STATE state) const;
+    [[nodiscard]] int cachedSounds() const; // whose first report says finished
+    [[nodiscard]] std::string texts() const; // of all failures, one a line
+};
+
+// Everything that a build is told. Paths are complete.
+struct Order
+{
+    std::vector<std::vector<std::string>> sounds;
+    std::string cache;
+    std::string output;
+    TARNOK_FORMAT format = TARNOK_FORMAT_PCM;
+    unsigned flags = 0;
+    unsigned quality = 50;
+    const char* key = nullptr;
+    unsigned threads = 2;
+    unsigned initFlags = TARNOK_INIT_ALWAYS;
+    std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
+};
+
+// The build alone, with the library initialised.
+TARNOK_RESULT buildOnly(const Order& order);
+
+// Initialise, build, release.
+Outcome build(const Order& order);
+
+// A folder of its own for each test, with an empty cache.
+class Workshop
+{
+public:
+    Workshop();
+    ~Workshop();
+
+    [[nodiscard]] std::string path(const std::string& name) const { return mFolder + "/" + name; }
+    [[nodiscard]] const std::string& folder() const { return mFolder; }
+
+    // An order for sounds of one file each.
+    [[nodiscard]] Order order(const std::vector<std::string>& files) const;
+
+    // count short sounds that differ from each other, in files of several kinds.
+    [[nodiscard]] std::vector<std::string> makeSounds(int count, size_t frames = 3000) const;
+
+    [[nodiscard]] std::vector<std::string> cacheEntries() const;
+
+    // Hidden files that a build has left in the folder or in its cache.
+    [[nodiscard]] std::vector<std::string> leftovers() const;
+
+private:
+    std::string mFolder;
+};
+
+// One sound of a bank as the engine gives it back.
+struct Heard
+{
+    int channels = 0;
+    int format = 0; // KESS_SOUND_FORMAT
+    double rate = 0;
+    std::vector<float> samples;
+    std::vector<uint8_t> bytes;
+    std::optional<std::pair<uint64_t, uint64_t>> loop;
+    std::vector<std::pair<uint64_t, std::string>> syncPoints;
+    std::optional<float> peak;
+    std::string name;
+
+    [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
+};
+
+// All sounds of a bank or the one of a file. An empty list: it can't be opened.
+std::vector<Heard> hear(const std::string& path, const char* key = nullptr);
+
+// Number of threads of this process.
+int threadCount();
+
+} // namespace test

@@ -1,0 +1,111 @@
+// A bank as a sound: what it says of itself, and how its sounds are reached.
+#include "engine_access.hpp"
+#include "support/bank_maker.hpp"
+#include "support/sound_files.hpp"
+
+#include <gtest/gtest.h>
+
+using namespace test;
+
+namespace {
+
+constexpr bank::Codec kCodecs[] = {bank::Codec::Pcm, bank::Codec::Vorbis, bank::Codec::Opus};
+
+void writeBank(const std::string& path, bank::Codec codec, int sounds, std::string_view key = {})
+{
+    std::vector<bank_test::EncodedSound> encoded;
+    for (int i = 0; i < sounds; ++i) {
+        const Signal tone = sine(1 + i % 2, 48000, 4000 + 1000 * static_cast<size_t>(i));
+        auto sound = bank_test::MemorySound::ofFloats(tone.channels, 48000, tone.samples);
+        encoded.push_back(bank_test::encode(codec, sound, 50, "sound " + std::to_string(i)));
+    }
+    writeFile(path, bank_test::makeBank(encoded, {}, key));
+}
+
+void expectNoFacts(KESS::Sound& sound)
+{
+    const Facts facts = factsOf(sound);
+    EXPECT_EQ(facts.type, KESS_SOUND_TYPE_TNB);
+    EXPECT_EQ(facts.format, KESS_SOUND_FORMAT_NONE);
+    EXPECT_EQ(facts.channels, 0);
+    EXPECT_EQ(facts.bits, 0);
+    EXPECT_EQ(facts.rate, 0);
+    EXPECT_EQ(facts.samples, 0u);
+}
+
+} // namespace
+
+TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
+{
+    const Engine engine;
+    for (const bank::Codec codec : kCodecs) {
+        writeBank("several", codec, 3);
+        EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
+        EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
+        const SoundPointer opened = engine.open("several");
+        expectNoFacts(*opened);
+        char buffer[64];
+        EXPECT_EQ(opened->readData(buffer, sizeof buffer, nullptr), KESS_ERR_SUBSOUNDS);
+        EXPECT_EQ(opened->seekData(0), KESS_ERR_SUBSOUNDS);
+        int count = 0;
+        ASSERT_EQ(opened->getNumSubSounds(&count), KESS_OK);
+        ASSERT_EQ(count, 3);
+
+        KESS::Sound* byIndex = nullptr;
+        KESS::Sound* byName = nullptr;
+        EXPECT_EQ(opened->getSubSound(-1, &byIndex), KESS_ERR_INVALID_PARAM);
+        EXPECT_EQ(opened->getSubSound(3, &byIndex), KESS_ERR_INVALID_PARAM);
+        EXPECT_EQ(opened->getSubSoundByName("Sound 1", &byName), KESS_ERR_TAGNOTFOUND);
+        ASSERT_EQ(opened->getSubSound(1, &byIndex), KESS_OK);
+        ASSERT_EQ(opened->getSubSoundByName("sound 1", &byName), KESS_OK);
+        EXPECT_EQ(byIndex, byName);
+        EXPECT_EQ(byIndex->getName(buffer, sizeof buffer), KESS_OK);
+        EXPECT_STREQ(buffer, "sound 1");
+        EXPECT_EQ(factsOf(*byIndex).type, KESS_SOUND_TYPE_TNB);
+        EXPECT_EQ(factsOf(*byIndex).samples, 5000u);
+        EXPECT_EQ(readFloats(*byIndex).size(), 5000u * 2);
+
+        // A released subsound is closed, and opened anew when it is asked for again.
+        EXPECT_EQ(byIndex->release(), KESS_OK);
+        EXPECT_EQ(byIndex->seekData(0), KESS_ERR_INVALID_HANDLE);
+        ASSERT_EQ(opened->getSubSound(1, &byName), KESS_OK);
+        EXPECT_EQ(byIndex, byName);
+        EXPECT_EQ(readFloats(*byName).size(), 5000u * 2);
+    }
+}
+
+TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
+{
+    const Engine engine;
+    for (const bank::Codec codec : kCodecs) {
+        for (const std::string_view key : {"", "secret"}) {
+            writeBank("one", codec, 1, key);
+            const SoundPointer opened = engine.open("one");
+            bool isEncrypted = false;
+            ASSERT_EQ(opened->isEncrypted(&isEncrypted), KESS_OK);
+            EXPECT_EQ(isEncrypted, !key.empty());
+            if (isEncrypted) {
+                int count = 0;
+                KESS::Sound* subsound = nullptr;
+                float frame = 0;
+                expectNoFacts(*opened);
+                EXPECT_EQ(opened->getNumSubSounds(&count), KESS_ERR_KEY_MISSING);
+                EXPECT_EQ(opened->getSubSound(0, &subsound), KESS_ERR_KEY_MISSING);
+                EXPECT_EQ(opened->readFloat(&frame, 1, nullptr), KESS_ERR_KEY_MISSING);
+                EXPECT_EQ(opened->setEncryptionKey("wrong"), KESS_ERR_KEY_WRONG);
+                EXPECT_EQ(opened->setEncryptionKey("secret"), KESS_OK);
+                EXPECT_EQ(opened->setEncryptionKey("anything now"), KESS_OK);
+            }
+            const Facts facts = factsOf(*opened);
+            EXPECT_EQ(facts.type, KESS_SOUND_TYPE_TNB);
+            EXPECT_EQ(facts.channels, 1);
+            EXPECT_EQ(facts.samples, 4000u);
+            const std::vector<float> all = readFloats(*opened);
+            ASSERT_EQ(all.size(), 4000u);
+            ASSERT_EQ(opened->seekData(1234), KESS_OK);
+            const std::vector<float> rest = readFloats(*opened);
+            ASSERT_EQ(rest.size(), 4000u - 1234);
+            EXPECT_NEAR(rest[10], all[1244], 1e-6);
+        }
+    }
+}

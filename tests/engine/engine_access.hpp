@@ -1,0 +1,55 @@
+// The engine as tests use it.
+#pragma once
+
+#include "kess.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace test {
+
+struct ReleaseSound
+{
+    void operator()(KESS::Sound* sound) const { sound->release(); }
+};
+using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseSound>;
+
+struct Facts
+{
+    KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
+    KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE;
+    int channels = 0;
+    int bits = 0;
+    float rate = 0;
+    uint64_t samples = 0;
+    unsigned milliseconds = 0;
+};
+
+// A running engine.
+class Engine
+{
+public:
+    Engine();
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // Opens as the authoring system does; type 0 suggests none.
+    KESS_RESULT open(const std::string& path, SoundPointer* sound, int type = 0) const;
+    [[nodiscard]] KESS_RESULT tryOpen(const std::string& path, int type = 0) const;
+    // For files that must open: a failure ends the test program.
+    [[nodiscard]] SoundPointer open(const std::string& path) const;
+
+private:
+    KESS::System* mSystem = nullptr;
+};
+
+[[nodiscard]] Facts factsOf(KESS::Sound& sound);
+
+// Everything from the current position on, in odd-sized pieces.
+[[nodiscard]] std::vector<uint8_t> readBytes(KESS::Sound& sound);
+[[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound);
+
+} // namespace test

@@ -1,0 +1,247 @@
+// What the engine says of each kind of file, and what it decodes from it.
+#include "source_kinds.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
+
+using namespace test;
+
+namespace {
+
+// Decibels of the source over the difference to what was decoded, over the samples that both have.
+double snr(const std::vector<float>& source, const std::vector<float>& decoded)
+{
+    double signal = 0;
+    double error = 0;
+    for (size_t i = 0; i < std::min(source.size(), decoded.size()); ++i) {
+        signal += double{source[i]} * source[i];
+        error += std::pow(double{source[i]} - decoded[i], 2);
+    }
+    return 10 * std::log10(signal / std::max(error, 1e-30));
+}
+
+} // namespace
+
+TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
+{
+    const Engine engine;
+    for (const SourceKind& kind : sourceKinds()) {
+        SCOPED_TRACE(kind.name);
+        const auto frames = static_cast<size_t>(kind.rate * 1.234);
+        const Signal source = sine(kind.channels, kind.rate, frames);
+        kind.make(kind.name, source);
+
+        const SoundPointer sound = engine.open(kind.name);
+        const Facts facts = factsOf(*sound);
+        EXPECT_EQ(facts.type, kind.type);
+        EXPECT_EQ(facts.format, kind.format);
+        EXPECT_EQ(facts.channels, kind.channels);
+        EXPECT_EQ(facts.rate, static_cast<float>(kind.rate));
+        EXPECT_NEAR(static_cast<double>(facts.samples), static_cast<double>(frames),
+                    static_cast<double>(kind.tolerance));
+        EXPECT_EQ(facts.milliseconds, facts.samples * 1000 / static_cast<uint64_t>(kind.rate));
+
+        const std::vector<float> decoded = readFloats(*sound);
+        EXPECT_EQ(decoded.size(), facts.samples * static_cast<uint64_t>(kind.channels));
+        EXPECT_GE(snr(source.samples, decoded), kind.leastSnr);
+        unsigned got = 1;
+        float spare = 0;
+        EXPECT_EQ(sound->readFloat(&spare, 1, &got), KESS_ERR_FILE_EOF);
+        EXPECT_EQ(got, 0u);
+
+        // The same type suggested opens it too, another one doesn't.
+        EXPECT_EQ(engine.tryOpen(kind.name, kind.type), KESS_OK);
+        const int other = kind.type == KESS_SOUND_TYPE_WAV ? KESS_SOUND_TYPE_MPEG : KESS_SOUND_TYPE_WAV;
+        EXPECT_EQ(engine.tryOpen(kind.name, other), KESS_ERR_FORMAT);
+    }
+}
+
+TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)
+{
+    const Engine engine;
+    std::mt19937 random(7);
+    for (const SourceKind& kind : sourceKinds()) {
+        SCOPED_TRACE(kind.name);
+        kind.make(kind.name, noise(kind.channels, kind.rate, static_cast<size_t>(kind.rate) * 2));
+        const SoundPointer sound = engine.open(kind.name);
+        const uint64_t samples = factsOf(*sound).samples;
+        const auto channels = static_cast<size_t>(kind.channels);
+        const std::vector<float> straight = readFloats(*sound);
+        std::vector<float> piece(500 * channels);
+        for (int trial = 0; trial < 25; ++trial) {
+            const uint64_t target = trial == 0 ? samples - 1 : trial == 1 ? 0 : random() % samples;
+            ASSERT_EQ(sound->seekData(target), KESS_OK) << target;
+            unsigned got = 0;
+            ASSERT_EQ(sound->readFloat(piece.data(), 500, &got), KESS_OK) << target;
+            ASSERT_EQ(got, std::min<uint64_t>(500, samples - target));
+            double worst = 0;
+            for (size_t i = 0; i < got * channels; ++i)
+                worst = std::max(worst, std::abs(double{piece[i]} - straight[target * channels + i]));
+            ASSERT_LT(worst, 1e-6) << target;
+        }
+        EXPECT_EQ(sound->seekData(samples), KESS_OK);
+        EXPECT_EQ(sound->seekData(samples + 1), KESS_ERR_INVALID_POSITION);
+    }
+}
+
+TEST(IntegerSounds, ComeBackToTheBitWhateverTheirDepth)
+{
+    struct Case
+    {
+        const char* path;
+        int format;
+        int bytes;
+    };
+    const Case cases[] = {
+        {"bits.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1},   {"bits.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2},
+        {"bits.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 3},   {"bits.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 4},
+        {"bits.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, 1}, {"bits.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2},
+        {"bits.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 3}, {"bits.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_32, 4},
+        {"bits.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, 1}, {"bits.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2},
+        {"bits.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 3}, {"bits.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_24, 3},
+    };
+    const Engine engine;
+    const std::vector<int32_t> numbers = randomIntegers(2 * 20011);
+    for (const Case& test : cases) {
+        SCOPED_TRACE(std::string(test.path) + " " + std::to_string(test.bytes));
+        writeIntegers(test.path, test.format, 2, 44100, numbers);
+        std::vector<uint8_t> expected;
+        for (int32_t number : numbers) {
+            for (int byte = 4 - test.bytes; byte < 4; ++byte)
+                expected.push_back(static_cast<uint8_t>(static_cast<uint32_t>(number) >> 8 * byte));
+        }
+        const SoundPointer sound = engine.open(test.path);
+        unsigned bytes = 0;
+        ASSERT_EQ(sound->getLength(&bytes, KESS_TIMEUNIT_PCMBYTES), KESS_OK);
+        EXPECT_EQ(bytes, expected.size());
+        EXPECT_TRUE(readBytes(*sound) == expected);
+    }
+}
+
+TEST(FloatSounds, ComeBackToTheBitBeyondFullScaleToo)
+{
+    Signal signal = noise(2, 44100, 5000);
+    for (float& sample : signal.samples)
+        sample *= 3;
+    for (const int format : {SF_FORMAT_WAV, SF_FORMAT_AIFF}) {
+        writeSound("loud", format | SF_FORMAT_FLOAT, signal);
+        const Engine engine;
+        const SoundPointer sound = engine.open("loud");
+        const std::vector<uint8_t> bytes = readBytes(*sound);
+        ASSERT_EQ(bytes.size(), signal.samples.size() * 4);
+        EXPECT_EQ(std::memcmp(bytes.data(), signal.samples.data(), bytes.size()), 0);
+    }
+}
+
+TEST(SixChannels, AreInTheOrderOfWavFilesWhateverTheOrderInTheFile)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    // The tone goes from channel to channel. FFmpeg's encoders take WAV order and write that of the format.
+    constexpr size_t kTurn = 8000;
+    Signal signal{6, 48000, {}};
+    for (size_t i = 0; i < 6 * kTurn; ++i) {
+        for (size_t channel = 0; channel < 6; ++channel) {
+            const double tone = 0.5 * std::sin(0.01 * static_cast<double>(i));
+            signal.samples.push_back(i / kTurn == channel ? static_cast<float>(tone) : 0.0f);
+        }
+    }
+    const Engine engine;
+    const std::pair<const char*, const char*> cases[] = {{"libvorbis", "ogg"}, {"libopus", "ogg"}, {"flac", "flac"}};
+    for (const auto& [encoder, container] : cases) {
+        SCOPED_TRACE(encoder);
+        encodeSound("six", container, encoder, signal);
+        const std::vector<float> decoded = readFloats(*engine.open("six"));
+        ASSERT_EQ(decoded.size(), signal.samples.size());
+        for (size_t turn = 0; turn < 6; ++turn) {
+            std::vector<double> energy(6);
+            for (size_t i = turn * kTurn; i < (turn + 1) * kTurn; ++i) {
+                for (size_t channel = 0; channel < 6; ++channel)
+                    energy[channel] += std::pow(decoded[i * 6 + channel], 2);
+            }
+            const auto loudest = std::max_element(energy.begin(), energy.end());
+            EXPECT_EQ(static_cast<size_t>(loudest - energy.begin()), turn);
+        }
+    }
+}
+
+TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    const Engine engine;
+    encodeSound("plain.mp3", "mp3", "libmp3lame", sine(2, 44100, 100000));
+    EXPECT_EQ(factsOf(*engine.open("plain.mp3")).samples, 100000u);
+
+    // Cut the tag and the frame with the encoder's information away: what is left are bare frames.
+    std::vector<uint8_t> bytes = readFile("plain.mp3");
+    const std::string info = "Info";
+    const auto tag = std::search(bytes.begin(), bytes.end(), info.begin(), info.end());
+    ASSERT_NE(tag, bytes.end());
+    constexpr long kSideInformation = 36;
+    constexpr long kFrame = 417; // 128 kbit/s
+    bytes.erase(bytes.begin(), tag - kSideInformation + kFrame);
+    writeFile("bare.mp3", bytes);
+    const SoundPointer bare = engine.open("bare.mp3");
+    const uint64_t samples = factsOf(*bare).samples;
+    EXPECT_EQ(samples % 1152, 0u);
+    EXPECT_EQ(readFloats(*bare).size(), samples * 2);
+
+    // An ID3v2 tag of a megabyte, zeros behind it, and ID3v1 and APE tags at the end change nothing.
+    std::string tagged = std::string("ID3\4\0\0\0\x40\0\0", 10) + std::string((1u << 20) + 300, '\0');
+    tagged.append(bytes.begin(), bytes.end());
+    tagged += "APETAGEX" + std::string("\xd0\x07\0\0\x20\0\0\0\0\0\0\0\0\0\0\0", 16);
+    tagged += std::string(8, '\0') + "TAG" + std::string(125, ' ');
+    writeFile("tagged.mp3", tagged);
+    EXPECT_EQ(engine.tryOpen("tagged.mp3", KESS_SOUND_TYPE_MPEG), KESS_OK);
+    EXPECT_EQ(factsOf(*engine.open("tagged.mp3")).samples, samples);
+}
+
+TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
+{
+    const Engine engine;
+    for (const size_t frames : {size_t{100}, size_t{123457}}) {
+        writeSound("pipe.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(2, 44100, frames));
+        std::vector<uint8_t> bytes = readFile("pipe.flac");
+        // The lowest 36 bits of the 8 bytes at 18: the number of samples.
+        bytes[21] &= 0xf0;
+        std::fill(bytes.begin() + 22, bytes.begin() + 26, uint8_t{0});
+        writeFile("pipe.flac", bytes);
+        const SoundPointer sound = engine.open("pipe.flac");
+        EXPECT_EQ(factsOf(*sound).samples, frames);
+        EXPECT_EQ(readFloats(*sound).size(), frames * 2);
+    }
+}
+
+TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
+{
+    const Engine engine;
+    const auto chain = [](const Signal& first, const Signal& second) {
+        writeSound("first.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, first);
+        writeSound("second.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, second);
+        std::vector<uint8_t> bytes = readFile("first.ogg");
+        const std::vector<uint8_t> more = readFile("second.ogg");
+        bytes.insert(bytes.end(), more.begin(), more.end());
+        writeFile("chain.ogg", bytes);
+    };
+    chain(sine(2, 44100, 30000), sine(2, 44100, 50000, 880));
+    const SoundPointer alike = engine.open("chain.ogg");
+    EXPECT_EQ(factsOf(*alike).samples, 80000u);
+    const std::vector<float> all = readFloats(*alike);
+    ASSERT_EQ(all.size(), 160000u);
+    for (const uint64_t target : {29990u, 30000u, 30010u, 79000u, 100u}) {
+        std::vector<float> piece(1000);
+        unsigned got = 0;
+        ASSERT_EQ(alike->seekData(target), KESS_OK);
+        ASSERT_EQ(alike->readFloat(piece.data(), 500, &got), KESS_OK);
+        EXPECT_TRUE(std::equal(piece.begin(), piece.end(), all.begin() + static_cast<std::ptrdiff_t>(target * 2)));
+    }
+
+    chain(sine(2, 44100, 30000), sine(1, 48000, 50000));
+    EXPECT_EQ(factsOf(*engine.open("chain.ogg")).samples, 30000u);
+}

@@ -1,0 +1,101 @@
+// What opening costs, and what it leaves behind.
+#include "source_kinds.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+using namespace test;
+
+namespace {
+
+size_t openDescriptors()
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+} // namespace
+
+TEST(TenThousandFiles, LeaveNoDescriptorAndNoMemoryBehind)
+{
+    const Engine engine;
+    for (const SourceKind& kind : sourceKinds())
+        kind.make(kind.name, sine(kind.channels, kind.rate, 3000));
+    writeFile("bad.wav", "RIFF\x24\x01" + std::string(2, '\0') + "WAVEfmt \x10");
+    writeFile("text.wav", "nothing");
+    const auto pass = [&] {
+        for (const SourceKind& kind : sourceKinds()) {
+            const SoundPointer sound = engine.open(kind.name);
+            float frame[32];
+            EXPECT_EQ(sound->readFloat(frame, 1, nullptr), KESS_OK);
+            EXPECT_EQ(sound->seekData(0), KESS_OK);
+        }
+        EXPECT_EQ(engine.tryOpen("bad.wav"), KESS_ERR_FILE_BAD);
+        EXPECT_EQ(engine.tryOpen("text.wav"), KESS_ERR_FORMAT);
+    };
+    // The libraries make tables for good when they are first used.
+    for (int i = 0; i < 20; ++i)
+        pass();
+    const size_t descriptors = openDescriptors();
+    malloc_trim(0);
+    const size_t memory = mallinfo2().uordblks;
+    const size_t passes = 10000 / (sourceKinds().size() + 2);
+    for (size_t i = 0; i < passes; ++i)
+        pass();
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_LE(mallinfo2().uordblks, memory + 65536);
+}
+
+TEST(AWavFileInThePageCache, OpensInWellUnderAMillisecond)
+{
+    const Engine engine;
+    writeSound("long.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(2, 44100, 44100 * 60));
+    std::vector<double> times;
+    for (int i = 0; i < 1000; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        const SoundPointer sound = engine.open("long.wav");
+        times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    // The machine may be busy with other things: the fastest tenth tells what opening takes.
+    std::nth_element(times.begin(), times.begin() + 100, times.end());
+    RecordProperty("milliseconds", std::to_string(times[100]));
+    EXPECT_LT(times[100], 0.5);
+}
+
+TEST(OneEngine, OpensAndDecodesOnSeveralThreadsAtOnce)
+{
+    const Engine engine;
+    std::vector<std::vector<float>> expected;
+    for (const SourceKind& kind : sourceKinds()) {
+        kind.make(kind.name, noise(kind.channels, kind.rate, 5000));
+        expected.push_back(readFloats(*engine.open(kind.name)));
+    }
+    writeFile("bad.wav", "RIFF\x24\x01" + std::string(2, '\0') + "WAVEfmt \x10");
+    std::atomic<int> differences = 0;
+    std::vector<std::thread> threads;
+    for (size_t thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&, thread] {
+            const size_t count = sourceKinds().size();
+            for (size_t i = 0; i < count; ++i) {
+                const size_t kind = (i + thread * count / 8) % count;
+                if (readFloats(*engine.open(sourceKinds()[kind].name)) != expected[kind])
+                    ++differences;
+                if (engine.tryOpen("bad.wav") != KESS_ERR_FILE_BAD)
+                    ++differences;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(differences, 0);
+}

@@ -1,0 +1,255 @@
+// Which result the engine gives for what can be wrong with a file, or with a call.
+#include "source_kinds.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <random>
+
+using namespace test;
+
+TEST(APathThatIsNoSoundFile, IsRefusedWithoutWaiting)
+{
+    std::filesystem::create_directory("directory");
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "socket");
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    std::filesystem::create_symlink("circle", "circle");
+    writeFile("empty.wav", "");
+    writeFile("file", "text");
+
+    const std::pair<std::string, KESS_RESULT> cases[] = {
+        {"", KESS_ERR_FILE_NOTFOUND},
+        {"missing.wav", KESS_ERR_FILE_NOTFOUND},
+        {"file/below.wav", KESS_ERR_FILE_NOTFOUND},
+        {std::string(5000, 'x'), KESS_ERR_FILE_NOTFOUND},
+        {std::string(300, 'x'), KESS_ERR_FILE_NOTFOUND},
+        {"directory", KESS_ERR_FILE_BAD},
+        {"pipe", KESS_ERR_FILE_BAD},
+        {"socket", KESS_ERR_FILE_BAD},
+        {"/dev/zero", KESS_ERR_FILE_BAD},
+        {"circle", KESS_ERR_FILE_BAD},
+        {"empty.wav", KESS_ERR_FILE_BAD},
+    };
+    const Engine engine;
+    for (const auto& [path, result] : cases) {
+        for (const int type : {0, static_cast<int>(KESS_SOUND_TYPE_WAV)})
+            EXPECT_EQ(engine.tryOpen(path, type), result) << path;
+    }
+    close(listener);
+}
+
+TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
+{
+    const Engine engine;
+    std::string text;
+    for (int i = 0; i < 2000; ++i)
+        text += "Track " + std::to_string(i) + " of a long list of nothing.\n";
+    const std::pair<const char*, std::string> cases[] = {
+        {"text.wav", text},
+        {"short.mp3", "a"},
+        {"utf16.mp3", "\xff\xfe" + std::string("t\0e\0x\0t\0", 8)},
+        {"sync.mp3", std::string("\xff\xfb\x90\x64", 4) + text},
+        {"id3.mp3", std::string("ID3\4\0\0\0\0\0\x0a", 10) + text},
+        {"riff.wav", "RIFF" + std::string("\x24\0\0\0", 4) + "ACON" + text},
+        {"form.aiff", "FORM" + std::string("\0\0\0\x24", 4) + "ILBM" + text},
+    };
+    for (const auto& [path, content] : cases) {
+        writeFile(path, content);
+        for (const int type : {0, static_cast<int>(KESS_SOUND_TYPE_WAV), static_cast<int>(KESS_SOUND_TYPE_MPEG)})
+            EXPECT_EQ(engine.tryOpen(path, type), KESS_ERR_FORMAT) << path;
+    }
+    std::mt19937 random(3);
+    for (int seed = 0; seed < 300; ++seed) {
+        std::vector<uint8_t> bytes(20000);
+        for (uint8_t& byte : bytes)
+            byte = static_cast<uint8_t>(random());
+        writeFile("random", bytes);
+        EXPECT_EQ(engine.tryOpen("random"), KESS_ERR_FORMAT) << seed;
+    }
+}
+
+TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
+{
+    const Engine engine;
+    writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
+    writeSound("good.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
+    const std::vector<uint8_t> wav = readFile("good.wav");
+    const std::vector<uint8_t> aiff = readFile("good.aiff");
+
+    struct Case
+    {
+        const char* what;
+        const std::vector<uint8_t>& file;
+        size_t offset;
+        std::vector<uint8_t> bytes;
+        KESS_RESULT result;
+    };
+    const Case cases[] = {
+        {"no channel", wav, 22, {0, 0}, KESS_ERR_FILE_BAD},
+        {"33 channels", wav, 22, {33, 0}, KESS_ERR_TOOMANYCHANNELS},
+        {"65535 channels", wav, 22, {255, 255}, KESS_ERR_TOOMANYCHANNELS},
+        {"no rate", wav, 24, {0, 0, 0, 0}, KESS_ERR_FILE_BAD},
+        {"a rate of 4 GHz", wav, 24, {255, 255, 255, 255}, KESS_ERR_FILE_BAD},
+        {"unknown encoding", wav, 20, {0x34, 0x12}, KESS_ERR_FORMAT},
+        {"no format", wav, 12, {'n', 'o', 'n', 'e'}, KESS_ERR_FILE_BAD},
+        {"33 channels", aiff, 20, {0, 33}, KESS_ERR_TOOMANYCHANNELS},
+        {"no channel", aiff, 20, {0, 0}, KESS_ERR_FILE_BAD},
+    };
+    for (const Case& test : cases) {
+        std::vector<uint8_t> bytes = test.file;
+        std::copy(test.bytes.begin(), test.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(test.offset));
+        writeFile("damaged", bytes);
+        EXPECT_EQ(engine.tryOpen("damaged"), test.result) << test.what;
+    }
+    // The limit itself is fine, in formats that go that far.
+    writeSound("32.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100));
+    EXPECT_EQ(engine.tryOpen("32.wav"), KESS_OK);
+    writeSound("33.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100));
+    EXPECT_EQ(engine.tryOpen("33.caf"), KESS_ERR_TOOMANYCHANNELS);
+}
+
+TEST(AFileThatIsCutShort, IsBadWithoutItsHeaderAndElseReadableAsFarAsItGoes)
+{
+    const Engine engine;
+    for (const SourceKind& kind : sourceKinds()) {
+        SCOPED_TRACE(kind.name);
+        kind.make("whole", noise(kind.channels, kind.rate, 20000));
+        const std::vector<uint8_t> whole = readFile("whole");
+        for (const size_t length : {whole.size() / 2, size_t{64}, size_t{20}}) {
+            writeFile("cut", std::vector<uint8_t>(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
+            SoundPointer sound;
+            const KESS_RESULT result = engine.open("cut", &sound);
+            if (!sound) {
+                // A bare stream of frames that is cut inside the first has nothing left to know it by.
+                EXPECT_TRUE(result == KESS_ERR_FILE_BAD || result == KESS_ERR_FORMAT) << length << ": " << result;
+                continue;
+            }
+            EXPECT_LE(readBytes(*sound).size(), whole.size() * 64);
+        }
+    }
+}
+
+TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
+{
+    const Engine engine;
+    const Signal nothing{2, 44100, {}};
+    for (const int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_FLOAT,
+                             SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16}) {
+        writeSound("nothing", format, nothing);
+        const SoundPointer sound = engine.open("nothing");
+        EXPECT_EQ(factsOf(*sound).samples, 0u);
+        EXPECT_EQ(factsOf(*sound).milliseconds, 0u);
+        char buffer[64];
+        EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_FILE_EOF);
+        EXPECT_EQ(sound->seekData(0), KESS_OK);
+    }
+}
+
+TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
+{
+    const std::string zeros(2000, '\0');
+    const auto at = [&](size_t offset, const std::string& mark) {
+        std::string bytes = zeros;
+        bytes.replace(offset, mark.size(), mark);
+        return bytes;
+    };
+    std::string s3m = at(44, "SCRM");
+    s3m[28] = 0x1a;
+    s3m[29] = 0x10;
+    const std::string size("\x10\0\0\0", 4);
+    const std::pair<std::string, KESS_SOUND_TYPE> cases[] = {
+        {"MThd" + zeros, KESS_SOUND_TYPE_MIDI},
+        {"RIFF" + size + "RMID" + zeros, KESS_SOUND_TYPE_MIDI},
+        {"RIFF" + size + "DLS " + zeros, KESS_SOUND_TYPE_DLS},
+        {"IMPM" + zeros, KESS_SOUND_TYPE_IT},
+        {at(1080, "M.K."), KESS_SOUND_TYPE_MOD},
+        {at(1080, "6CHN"), KESS_SOUND_TYPE_MOD},
+        {at(1080, "16CH"), KESS_SOUND_TYPE_MOD},
+        {s3m, KESS_SOUND_TYPE_S3M},
+        {"Extended Module: " + zeros, KESS_SOUND_TYPE_XM},
+        {"#EXTM3U\nsong.mp3\n", KESS_SOUND_TYPE_PLAYLIST},
+        {"\xef\xbb\xbf#EXTM3U\r\nsong.mp3\r\n", KESS_SOUND_TYPE_PLAYLIST},
+        {"[playlist]\nFile1=song.mp3\n", KESS_SOUND_TYPE_PLAYLIST},
+        {"<ASX version=\"3.0\">", KESS_SOUND_TYPE_PLAYLIST},
+        {"<?wpl version=\"1.0\"?>", KESS_SOUND_TYPE_PLAYLIST},
+        {"<?xml version=\"1.0\"?><playlist version=\"1\" xmlns=\"http://xspf.org/ns/0/\">", KESS_SOUND_TYPE_PLAYLIST},
+    };
+    const Engine engine;
+    for (const auto& [content, type] : cases) {
+        writeFile("recognised.wav", content);
+        const SoundPointer sound = engine.open("recognised.wav");
+        const Facts facts = factsOf(*sound);
+        EXPECT_EQ(facts.type, type);
+        EXPECT_EQ(facts.samples, 0u);
+        EXPECT_EQ(facts.channels, 0);
+        char buffer[16];
+        EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_UNSUPPORTED) << type;
+        EXPECT_EQ(sound->seekData(0), KESS_ERR_UNSUPPORTED);
+        EXPECT_EQ(engine.tryOpen("recognised.wav", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
+    }
+}
+
+TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
+{
+    writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(2, 44100, 1000));
+    KESS::System* system = nullptr;
+    EXPECT_EQ(KESS_System_Create(nullptr, KESS_VERSION), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(KESS_System_Create(&system, KESS_VERSION + 1), KESS_ERR_HEADER_MISMATCH);
+    ASSERT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
+    KESS::Sound* sound = nullptr;
+    EXPECT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_ERR_UNINITIALIZED);
+    EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(2)), KESS_ERR_INVALID_PARAM);
+    ASSERT_EQ(system->init(0, 0, nullptr), KESS_OK);
+    EXPECT_EQ(system->createSound(nullptr, 0, nullptr, &sound), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(system->createSound("good.wav", 0, nullptr, nullptr), KESS_ERR_INVALID_PARAM);
+    KESS_CREATESOUNDEXINFO info{};
+    EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_INVALID_PARAM);
+    ASSERT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_OK);
+    // Sounds stay usable when the engine goes before them.
+    EXPECT_EQ(system->release(), KESS_OK);
+
+    char buffer[64];
+    KESS::Sound* subsound = nullptr;
+    EXPECT_EQ(sound->readData(nullptr, 4, nullptr), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(sound->readData(buffer, 3, nullptr), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(sound->readData(buffer, 0, nullptr), KESS_OK);
+    unsigned got = 0;
+    EXPECT_EQ(sound->readData(buffer, 63, &got), KESS_OK);
+    EXPECT_EQ(got, 60u);
+    EXPECT_EQ(sound->getLength(nullptr, KESS_TIMEUNIT_MS), KESS_OK);
+    EXPECT_EQ(sound->getLength(&got, 3), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(sound->getFormat(nullptr, nullptr, nullptr, nullptr), KESS_OK);
+    EXPECT_EQ(sound->getDefaults(nullptr, nullptr), KESS_OK);
+    EXPECT_EQ(sound->setLoopCount(1), KESS_ERR_TAGNOTFOUND);
+    EXPECT_EQ(sound->setLoopCount(-2), KESS_ERR_INVALID_PARAM);
+    EXPECT_EQ(sound->getSyncPoint(0, nullptr, nullptr, 0), KESS_ERR_INVALID_SYNCPOINT);
+    EXPECT_EQ(sound->getPeak(nullptr), KESS_ERR_TAGNOTFOUND);
+    EXPECT_EQ(sound->getSubSound(0, &subsound), KESS_ERR_SUBSOUNDS);
+    EXPECT_EQ(sound->getSubSoundByName("x", &subsound), KESS_ERR_SUBSOUNDS);
+    int count = 1;
+    EXPECT_EQ(sound->getNumSubSounds(&count), KESS_OK);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(sound->setEncryptionKey("key"), KESS_OK);
+    EXPECT_EQ(sound->release(), KESS_OK);
+}
+
+TEST(ErrorTexts, AreThereForEveryNumber)
+{
+    EXPECT_STREQ(KESS_ErrorString(KESS_ERR_FILE_BAD), "Error loading file.");
+    EXPECT_STREQ(KESS_ErrorString(KESS_ERR_FILE_NOTFOUND), "File not found.");
+    EXPECT_STREQ(KESS_ErrorString(KESS_ERR_VERSION), "The version number of this file format is not supported.");
+    for (const int unknown : {-1, 12, 71, INT_MAX})
+        EXPECT_STREQ(KESS_ErrorString(static_cast<KESS_RESULT>(unknown)), "Unknown error.");
+}

@@ -1,0 +1,29 @@
+// Every kind of source file that tests can make, with what the engine must say about it.
+#pragma once
+
+#include "engine_access.hpp"
+#include "support/sound_files.hpp"
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace test {
+
+struct SourceKind
+{
+    std::string name; // of the file that make() writes
+    KESS_SOUND_TYPE type;
+    KESS_SOUND_FORMAT format;
+    int channels;
+    int rate;
+    std::function<void(const std::string& path, const Signal& signal)> make;
+    double leastSnr; // decibels against the source, when both begin at the same sample
+    // Samples that the encoding may add at the end or lose, where it doesn't tell.
+    uint64_t tolerance;
+};
+
+[[nodiscard]] const std::vector<SourceKind>& sourceKinds();
+
+} // namespace test

@@ -1,0 +1,176 @@
+// Loops and markers: found in each format, and played.
+#include "source_kinds.hpp"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cstring>
+#include <numeric>
+
+using namespace test;
+
+namespace {
+
+// Samples that tell their own position.
+void writeRamp(const std::string& path, int format, int frames)
+{
+    std::vector<int32_t> samples(static_cast<size_t>(frames));
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<int32_t>(i << 16);
+    writeIntegers(path, format, 1, 44100, samples);
+}
+
+using Markers = std::vector<std::pair<uint64_t, std::string>>;
+
+Markers markersOf(KESS::Sound& sound)
+{
+    Markers markers;
+    int count = 0;
+    sound.getNumSyncPoints(&count);
+    for (int i = 0; i < count; ++i) {
+        uint64_t sample = 0;
+        char name[256];
+        EXPECT_EQ(sound.getSyncPoint(i, &sample, name, sizeof name), KESS_OK);
+        markers.emplace_back(sample, name);
+    }
+    return markers;
+}
+
+std::pair<uint64_t, uint64_t> loopOf(KESS::Sound& sound)
+{
+    uint64_t start = 0;
+    uint64_t end = 0;
+    EXPECT_EQ(sound.getLoopPoints(&start, &end), KESS_OK);
+    return {start, end};
+}
+
+} // namespace
+
+TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
+{
+    const Engine engine;
+    writeRamp("tags.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
+    addWavTags("tags.wav",
+               {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "behind"}, {0, ""}, {6, "caf\xe9"}}});
+    const SoundPointer sound = engine.open("tags.wav");
+    EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
+    EXPECT_EQ(markersOf(*sound), (Markers{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}}));
+
+    // A name that doesn't fit is cut between characters.
+    char name[5];
+    EXPECT_EQ(sound->getSyncPoint(1, nullptr, name, sizeof name), KESS_ERR_TRUNCATED);
+    EXPECT_STREQ(name, "caf");
+
+    for (const std::pair<uint32_t, uint32_t>& wrong : {std::pair(0u, 1000u), std::pair(10u, 8u), std::pair(~0u, ~0u)}) {
+        writeRamp("wrong.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
+        addWavTags("wrong.wav", {wrong, {}});
+        EXPECT_EQ(engine.open("wrong.wav")->getLoopPoints(nullptr, nullptr), KESS_ERR_TAGNOTFOUND);
+    }
+}
+
+TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
+{
+    writeRamp("tags.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 1000);
+    std::vector<uint8_t> bytes = readFile("tags.aiff");
+    const auto chunk = [&](const char* id, const std::string& data) {
+        bytes.insert(bytes.end(), id, id + 4);
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<uint8_t>(data.size() >> shift));
+        bytes.insert(bytes.end(), data.begin(), data.end());
+    };
+    using namespace std::string_literals;
+    chunk("MARK",
+          "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0\1\xf4\3end"s + "\0\7\0\0\0\x0a\2hi\0"s
+              + "\0\3\0\xff\0\0\1x"s);
+    chunk("INST", "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s);
+    writeFile("tags.aiff", bytes);
+    const Engine engine;
+    const SoundPointer sound = engine.open("tags.aiff");
+    EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
+    EXPECT_EQ(markersOf(*sound), (Markers{{10, "hi"}}));
+}
+
+TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    const std::vector<std::pair<std::string, std::string>> chapters{{"CHAPTER001", "00:00:00.500"},
+                                                                    {"CHAPTER001NAME", "bridge"},
+                                                                    {"CHAPTER002", "00:00:01.25"},
+                                                                    {"CHAPTER003", "99:00:00.000"},
+                                                                    {"CHAPTER004", "nonsense"}};
+    const std::vector<std::pair<std::string, std::string>> loops[] = {{{"LoopStart", "1000"}, {"LOOPLENGTH", "2000"}},
+                                                                      {{"LOOPSTART", "1000"}, {"loopend", "3000"}}};
+    const std::pair<const char*, const char*> formats[] = {{"flac", "flac"}, {"ogg", "libvorbis"}, {"ogg", "libopus"}};
+    const Engine engine;
+    for (const auto& [container, encoder] : formats) {
+        for (const auto& loop : loops) {
+            SCOPED_TRACE(encoder);
+            auto tags = chapters;
+            tags.insert(tags.end(), loop.begin(), loop.end());
+            encodeSound("tagged", container, encoder, sine(2, 48000, 96000), tags);
+            const SoundPointer sound = engine.open("tagged");
+            EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
+            EXPECT_EQ(markersOf(*sound), (Markers{{24000, "bridge"}, {60000, ""}}));
+        }
+    }
+}
+
+TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
+{
+    const Engine engine;
+    writeRamp("loop.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 100);
+    addWavTags("loop.wav", {{{10, 12}}, {}});
+    const auto expected = [](int loops) {
+        std::vector<int16_t> samples(13);
+        std::iota(samples.begin(), samples.end(), int16_t{0});
+        for (int i = 0; i < loops; ++i)
+            samples.insert(samples.end(), {10, 11, 12});
+        for (int16_t i = 13; i < 100; ++i)
+            samples.push_back(i);
+        return samples;
+    };
+    for (const int loops : {0, 1, 5}) {
+        for (const unsigned size : {2u, 6u, 10u, 26u, 1000u}) {
+            const SoundPointer sound = engine.open("loop.wav");
+            ASSERT_EQ(sound->setLoopCount(loops), KESS_OK);
+            std::vector<int16_t> samples;
+            std::vector<int16_t> piece(size / 2);
+            unsigned got = 0;
+            while (sound->readData(piece.data(), size, &got) == KESS_OK)
+                samples.insert(samples.end(), piece.begin(), piece.begin() + got / 2);
+            EXPECT_EQ(samples, expected(loops)) << loops << " loops, reads of " << size;
+        }
+    }
+
+    // For ever, until the count is taken back; a start behind the loop never enters it.
+    const SoundPointer sound = engine.open("loop.wav");
+    std::vector<float> frames(10000);
+    unsigned got = 0;
+    ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
+    ASSERT_EQ(sound->readFloat(frames.data(), 10000, &got), KESS_OK);
+    EXPECT_EQ(got, 10000u);
+    EXPECT_EQ(frames[9999], static_cast<float>(10 + (9999 - 10) % 3) / 32768);
+    ASSERT_EQ(sound->setLoopCount(0), KESS_OK);
+    EXPECT_LT(readFloats(*sound).size(), 100u);
+    ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
+    ASSERT_EQ(sound->seekData(13), KESS_OK);
+    EXPECT_EQ(readFloats(*sound).size(), 87u);
+}
+
+TEST(LossySounds, LoopFromTheExactSampleToo)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    encodeSound("loop.ogg", "ogg", "libvorbis", noise(1, 44100, 40000),
+                {{"LOOPSTART", "5003"}, {"LOOPLENGTH", "20000"}});
+    const Engine engine;
+    const SoundPointer sound = engine.open("loop.ogg");
+    const std::vector<float> straight = readFloats(*sound);
+    ASSERT_EQ(sound->seekData(0), KESS_OK);
+    ASSERT_EQ(sound->setLoopCount(2), KESS_OK);
+    const std::vector<float> looped = readFloats(*sound);
+    ASSERT_EQ(looped.size(), 80000u);
+    EXPECT_TRUE(std::equal(looped.begin() + 25003, looped.begin() + 45003, straight.begin() + 5003));
+    EXPECT_TRUE(std::equal(looped.begin() + 45003, looped.end(), straight.begin() + 5003));
+}

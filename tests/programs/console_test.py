@@ -1,0 +1,289 @@
+"""Drives the console tool as its users do: real sounds, real libraries, exit statuses, files on disk."""
+
+import array
+import math
+import os
+import pathlib
+import re
+import resource
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+import wave
+
+BIN = pathlib.Path(os.environ["TARNOK_BIN"])
+SAMPLES = pathlib.Path(os.environ["TARNOK_SAMPLES"])
+
+# How much slower a sanitizer may make a program than the times below allow for.
+TIMEOUT = 240
+
+ALL_WRITTEN, STOPPED, BUILD_FAILED = 0, 1, 2
+
+HELP_START = "\nKESS SoundBank Generator version 2.03.08 ("
+
+
+def write_wav(path, seconds=0.1, channels=1, rate=44100, frequency=440.0):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    frames = array.array("h")
+    for i in range(int(seconds * rate)):
+        value = int(12000 * math.sin(2 * math.pi * frequency * i / rate))
+        frames.extend([value] * channels)
+    with wave.open(str(path), "wb") as file:
+        file.setnchannels(channels)
+        file.setsampwidth(2)
+        file.setframerate(rate)
+        file.writeframes(frames.tobytes())
+    return path
+
+
+class ConsoleCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tarnok-console-")).resolve()
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.home = self.folder / "home"
+        (self.home / "Documents").mkdir(parents=True)
+        self.work = self.folder / "work"
+        self.work.mkdir()
+        write_wav(self.work / "a.wav")
+
+    def environment(self):
+        kept = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS") or k == "PATH"}
+        return {**kept, "HOME": str(self.home)}
+
+    def start(self, *arguments, **options):
+        return subprocess.Popen([str(BIN / "tarnokexcl"), *map(str, arguments)], cwd=self.work,
+                                env=self.environment(), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                **options)
+
+    def run_tool(self, *arguments, **options):
+        """Exit status and output of one run."""
+        process = self.start(*arguments, **options)
+        output, _ = process.communicate(timeout=TIMEOUT)
+        return process.returncode, output
+
+    def assert_builds(self, *arguments):
+        status, output = self.run_tool(*arguments)
+        self.assertEqual(status, ALL_WRITTEN, output)
+        return output
+
+    def banks(self):
+        return sorted(str(p.relative_to(self.work)) for p in self.work.rglob("*.tnb"))
+
+
+class ArgumentsTest(ConsoleCase):
+    def test_stops_with_the_reason_last(self):
+        hint = "An error occured while validating input\n\ntype -help for a full list of options\n"
+        for arguments, expected in (
+            ([], "ERROR: source not specified\nERROR: destination not specified\n" + hint),
+            (["./a.wav"], "ERROR: destination not specified\n" + hint),
+            (["-build_mode", "m"], "Mutiple\nERROR: source not specified\n" + hint),
+            (["-write_proj", "-o", "x", "a.wav"], "ERROR: source not specified\n" + hint),
+            (["a.wav", "b.wav"],
+             "ERROR: Couldn't parse 'b.wav', is it missing a '-'?\nAn error occurred while parsing args\n"),
+            (["a.wav", "b.wav", "-ignore_errors"],
+             "ERROR: Couldn't parse 'b.wav', is it missing a '-'?\nAn error occurred while parsing args\n"),
+            (["-p", "-o", "x.tnb", "a.wav"],
+             "p is deprecated\nERROR: Unable to process arg '-p' with value ''\n"
+             "An error occurred while processing args\n"),
+            (["a.wav", "-o", "out"],
+             "ERROR: O is deprecated, use 'optimize_samplerate' instead\n"
+             "ERROR: Unable to process arg '-o' with value 'out'\nAn error occurred while processing args\n"),
+            (["a.wav", "-o", "x.tnb", "-nonsense"],
+             "\nGathering files...\n\nAnalysing files...\n\nProcessing args...\nERROR: Unknown arg '-nonsense'\n"
+             "An error occurred while processing args\n"),
+        ):
+            with self.subTest(arguments=arguments):
+                self.assertEqual(self.run_tool(*arguments), (STOPPED, expected))
+        self.assertEqual(self.run_tool("-verbosity", "0"), (STOPPED, ""))
+        self.assertEqual(self.banks(), [])
+
+    def test_shows_help_whatever_else_is_on_the_line(self):
+        for arguments in (["-help"], ["--HELP"], ["/help"], ["-z", "-help"], ["-o", "x.tnb", "-help"]):
+            with self.subTest(arguments=arguments):
+                status, output = self.run_tool(*arguments)
+                self.assertEqual(status, 0)
+                self.assertTrue(output.startswith(HELP_START), output)
+        status, output = self.run_tool("-ignore_errors", "-help")
+        self.assertTrue(output.endswith("source.\nIgnoring errors\n"), "help comes ahead of what was held back")
+        self.assertEqual(self.run_tool("-help", "me")[0], STOPPED)
+        self.assertEqual(self.run_tool("a", "-help")[0], STOPPED)
+
+    def test_aborts_on_a_missing_source_without_a_word(self):
+        for extra in ([], ["-ignore_errors"]):
+            status, output = self.run_tool("-o", "x.tnb", "gone.wav", *extra)
+            self.assertEqual(status, -signal.SIGABRT)
+            self.assertRegex(output, r'\AASSERT: "false" in file .*src/command_line')
+
+    def test_tells_more_or_less_by_verbosity(self):
+        errors_only = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1")
+        self.assertEqual(errors_only, "")
+        everything = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "7", "-no_loop")
+        self.assertIn("value changed to 6\n", everything)
+        self.assertIn("* * * debug verbosity * * *\n", everything)
+        self.assertNotIn("\nsource:", everything, "what came before the switch was dropped already")
+        self.assertIn("processing: -no_loop \n", everything)
+        self.assertTrue(everything.endswith("bank 0 destructed\nsubsound 0 destructed\nsource file 0 destructed\n"))
+
+
+class BuildsTest(ConsoleCase):
+    def test_names_the_bank_by_destination_or_source(self):
+        (self.work / "there").mkdir()
+        for arguments, bank in (
+            (["-o", "x.tnb", "a.wav"], "x.tnb"),
+            (["a.wav", "-o", "there/y.tnb"], "there/y.tnb"),
+            (["a.wav", "-o", f"{self.work}/plain"], "plain.tnb"),
+            (["a.wav", "-o", "there/"], "there/a.tnb"),
+        ):
+            with self.subTest(arguments=arguments):
+                output = self.assert_builds(*arguments)
+                self.assertIn("\nSoundbank built successfully: ", output)
+                self.assertEqual(self.banks(), [bank])
+                (self.work / bank).unlink()
+
+    def test_says_processing_then_cached(self):
+        write_wav(self.work / "in" / "b.wav", frequency=330)
+        write_wav(self.work / "in" / "sub" / "c.wav", frequency=220)
+        (self.work / "in" / "notes.md").write_text("no sound")
+        arguments = ["./in", "-o", "x.tnb", "-format", "vorbis"]
+        first = self.assert_builds(*arguments)
+        self.assertIn("ERROR: invalid file: 'notes.md'\nskipped: ", first)
+        self.assertEqual(re.findall(r"^\d+: .*", first, re.M), ["0: (b.wav) [processing]"])
+        bank = (self.work / "x.tnb").read_bytes()
+        self.assertIn("0: (b.wav) [cached]", self.assert_builds(*arguments))
+        self.assertEqual((self.work / "x.tnb").read_bytes(), bank)
+        self.assertIn("0: (b.wav) [processing]", self.assert_builds(*arguments, "-rebuild"))
+        self.assertEqual((self.work / "x.tnb").read_bytes(), bank)
+        self.assertIn("(c.wav) [processing]", self.assert_builds(*arguments, "-recursive"))
+
+    def test_interleaves_and_multiplies(self):
+        for name in ("b.wav", "c.wav"):
+            write_wav(self.work / "in" / name)
+        output = self.assert_builds("./in", "-o", "x.tnb", "-build_mode", "i")
+        self.assertRegex(output, r"0: \((b.wav, c.wav|c.wav, b.wav)\) \[processing\]")
+        (self.work / "x.tnb").unlink()
+
+        output = self.assert_builds("-build_mode", "m", "./in")
+        self.assertEqual(self.banks(), ["b.tnb", "c.tnb"])
+        self.assertEqual(output.count("Build started\n"), 2)
+        for bank in self.banks():
+            (self.work / bank).unlink()
+
+        self.assert_builds("-build_mode", "m", "-o", "banks/", "./in")
+        self.assertEqual(self.banks(), ["b.tnb", "c.tnb"])
+        self.assertTrue((self.work / "banks").is_dir(), "made, and left empty beside the banks")
+
+        (self.work / "there").mkdir()
+        self.assert_builds("-build_mode", "m", "-o", "there/", "./in", "-encryption_key", "k", "-format", "opus")
+        self.assertEqual(self.banks(), ["b.tnb", "c.tnb", "there/b.tnb", "there/c.tnb"])
+        status, output = self.run_tool("-build_mode", "m", "-o", "no/such/", "./in")
+        self.assertEqual(status, STOPPED)
+        self.assertIn("ERROR: directory not found ", output)
+
+    def test_writes_projects_and_builds_them(self):
+        for destination, project in ((f"{self.work}/x", "x.tnproj"), ("y.tnproj", "y.tnproj"),
+                                     ("Z.TNPROJ", "Z.TNPROJ.tnproj")):
+            self.assert_builds("-write_proj", "-o", destination, "a.wav", "-format", "opus", "-quality", "30")
+            text = (self.work / project).read_text()
+            self.assertIn("<format>Opus</format>", text)
+            self.assertIn("<quality>30</quality>", text)
+            self.assertIn(f"<file>{self.work}/a.wav</file>", text)
+        output = self.assert_builds("x.tnproj", "-o", "from_project.tnb", "-format", "pcm")
+        self.assertIn("Successfully loaded project ", output)
+        self.assertEqual(self.banks(), ["from_project.tnb"])
+
+        (self.work / "l.lst").write_text("a.wav,ksound_loop_off,quality=20\n")
+        self.assert_builds("l.lst", "-o", "from_list.tnb", "-format", "vorbis")
+        self.assertIn("from_list.tnb", self.banks())
+
+    def test_takes_every_kind_of_sample_in_every_format(self):
+        sounds = [p for p in SAMPLES.iterdir() if p.is_file()]
+        self.assertGreaterEqual(len(sounds), 10)
+        for name in ("pcm", "kadpcm", "vorbis", "opus"):
+            with self.subTest(format=name):
+                output = self.assert_builds(SAMPLES, "-o", name + ".tnb", "-format", name)
+                self.assertEqual(output.count("[processing]"), len(sounds))
+                self.assertGreater((self.work / (name + ".tnb")).stat().st_size, 10000)
+
+    def test_takes_a_bank_as_a_source_only_when_asked(self):
+        self.assert_builds("a.wav", "-o", "x.tnb")
+        shutil.copy(self.work / "x.tnb", self.work / "source.tnb")
+        self.assertEqual(self.run_tool("source.tnb", "-o", "y.tnb")[0], STOPPED)
+        self.assert_builds("source.tnb", "-o", "y.tnb", "-allow_tnb")
+
+    def test_generates_a_header_for_c(self):
+        for name in ("b.wav", "class.wav", "1-2 größe.wav"):
+            write_wav(self.work / "in" / name)
+        self.assert_builds("./in", "-o", "x.tnb", "-generate_c_header")
+        header = (self.work / "x.h").read_text()
+        macros = re.findall(r"^#define (\w+) +(\d+)$", header, re.M)
+        lines = "".join(f'    printf("{name}=%d\\n", (int){name});\n' for name, _ in macros)
+        (self.work / "x.c").write_text(
+            '#include <stdio.h>\n#include "x.h"\n#include "x.h"\nint main(void)\n{\n' + lines + "    return 0;\n}\n")
+        subprocess.run(["cc", "-std=c89", "-pedantic", "-Wall", "-Wextra", "-Werror", "x.c", "-o", "x"],
+                       cwd=self.work, check=True)
+        printed = subprocess.run([self.work / "x"], check=True, capture_output=True, text=True).stdout
+        self.assertEqual(printed, "".join(f"{name}={value}\n" for name, value in macros))
+        self.assertGreaterEqual({int(value) for _, value in macros}, {0, 1, 2})
+
+
+class FaultsTest(ConsoleCase):
+    def assert_fails_naming(self, name, *arguments, **options):
+        status, output = self.run_tool(*arguments, **options)
+        self.assertEqual(status, BUILD_FAILED, output)
+        self.assertIn(name, output)
+        return output
+
+    def leftovers(self):
+        return [p.name for p in self.work.iterdir() if p.name.startswith(".") or ".tmp" in p.name]
+
+    def test_says_which_destination_can_not_be_written(self):
+        (self.work / "file").write_text("in the way")
+        for destination in ("no/such/folder/x.tnb", "file/x.tnb"):
+            self.assert_fails_naming("Build failed: " + destination, "a.wav", "-o", destination)
+        (self.work / "dir.tnb").mkdir()
+        self.assert_builds("a.wav", "-o", "dir.tnb")
+        self.assertEqual(self.banks(), ["dir.tnb", "dir.tnb/a.tnb"])
+
+    def test_keeps_the_former_bank_when_the_disk_is_full(self):
+        write_wav(self.work / "long.wav", seconds=20)
+        self.assert_builds("a.wav", "-o", "x.tnb")
+        former = (self.work / "x.tnb").read_bytes()
+
+        def limit_files():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (500000, 500000))
+
+        self.assert_fails_naming("x.tnb", "long.wav", "-o", "x.tnb", preexec_fn=limit_files)
+        self.assertEqual((self.work / "x.tnb").read_bytes(), former)
+        self.assertEqual(self.leftovers(), [])
+        self.assert_builds("long.wav", "-o", "x.tnb")
+
+    def test_survives_being_killed(self):
+        write_wav(self.work / "long.wav", seconds=60, channels=2)
+        self.assert_builds("a.wav", "-o", "x.tnb")
+        former = (self.work / "x.tnb").read_bytes()
+        for delay in (0.05, 0.2, 0.5, 0.9):
+            process = self.start("long.wav", "-o", "x.tnb", "-format", "vorbis", "-rebuild")
+            time.sleep(delay)
+            process.kill()
+            process.communicate()
+            if process.returncode == -signal.SIGKILL:
+                self.assertEqual((self.work / "x.tnb").read_bytes(), former)
+        self.assert_builds("long.wav", "-o", "x.tnb", "-format", "vorbis")
+        self.assertEqual(self.leftovers(), [])
+
+    def test_reports_a_source_that_breaks_after_it_was_added(self):
+        write_wav(self.work / "in" / "b.wav")
+        self.assert_builds("-write_proj", "-o", "./p", "./in")
+        data = (self.work / "in" / "b.wav").read_bytes()
+        (self.work / "in" / "b.wav").write_bytes(data[:30])
+        status, output = self.run_tool("p.tnproj", "-o", "x.tnb")
+        self.assertNotEqual(status, ALL_WRITTEN, output)
+        self.assertEqual(self.banks(), [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,225 @@
+#include "support/bank_maker.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <numbers>
+
+namespace bank_test {
+
+using bank::Error;
+using bank::SampleFormat;
+
+namespace {
+
+float floatAt(const uint8_t* place, SampleFormat format)
+{
+    switch (format) {
+    case SampleFormat::Pcm8:
+        return float(int8_t(*place)) / 128;
+    case SampleFormat::Pcm16:
+        return float(bank::loadLittle<int16_t>(place)) / 32'768;
+    case SampleFormat::Pcm24:
+        return float(int32_t(uint32_t(place[0]) << 8 | uint32_t(place[1]) << 16 | uint32_t(place[2]) << 24) >> 8)
+            / 8'388'608;
+    case SampleFormat::Pcm32:
+        return float(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
+    default:
+        return bank::loadLittle<float>(place);
+    }
+}
+
+// All sounds in memory, in the form in which the builder's cache stores them.
+class MemorySounds final : public bank::StoredSounds
+{
+public:
+    explicit MemorySounds(const std::vector<EncodedSound>& sounds)
+        : mSounds(sounds)
+    { }
+
+    bank::Result<bank::StoredSound> open(size_t index) override
+    {
+        std::vector<uint8_t> bytes = bank::serialise(mSounds[index].sound);
+        const uint64_t dataOffset = bytes.size();
+        bytes.insert(bytes.end(), mSounds[index].data.begin(), mSounds[index].data.end());
+        return bank::StoredSound{std::make_shared<bank::MemorySource>(std::move(bytes)), 0, dataOffset};
+    }
+
+private:
+    const std::vector<EncodedSound>& mSounds;
+};
+
+} // namespace
+
+MemorySound::MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples)
+    : mFacts(facts)
+    , mSamples(std::move(samples))
+{ }
+
+MemorySound MemorySound::ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames)
+{
+    tarnok::PreparedFacts facts;
+    facts.channels = channels;
+    facts.sampleRate = sampleRate;
+    facts.sampleFormat = SampleFormat::Float;
+    facts.sampleCount = frames.size() / size_t(channels);
+    facts.loop = bank::Loop{0, facts.sampleCount};
+    std::vector<uint8_t> samples(frames.size() * sizeof(float));
+    std::memcpy(samples.data(), frames.data(), samples.size());
+    return {facts, std::move(samples)};
+}
+
+std::vector<float> MemorySound::floats()
+{
+    std::vector<float> frames(mFacts.sampleCount * size_t(mFacts.channels));
+    (void)seek(0);
+    (void)readFloat(frames.data(), mFacts.sampleCount);
+    return frames;
+}
+
+Error MemorySound::seek(int64_t position)
+{
+    EXPECT_GE(position, -tarnok::kMaximumReach);
+    EXPECT_LE(position, int64_t(mFacts.sampleCount) + tarnok::kMaximumReach);
+    mPosition = position;
+    return Error::None;
+}
+
+Error MemorySound::readFloat(float* frames, size_t count)
+{
+    const size_t sampleBytes = bank::bytesPerSample(mFacts.sampleFormat);
+    const auto channels = size_t(mFacts.channels);
+    for (size_t i = 0; i < count; ++i, ++mPosition) {
+        const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts);
+        for (size_t channel = 0; channel < channels; ++channel)
+            *frames++ =
+                frame ? floatAt(mSamples.data() + (*frame * channels + channel) * sampleBytes, mFacts.sampleFormat) : 0;
+    }
+    return Error::None;
+}
+
+Error MemorySound::readSamples(void* frames, size_t count)
+{
+    const size_t frameBytes = bank::bytesPerSample(mFacts.sampleFormat) * size_t(mFacts.channels);
+    auto* place = static_cast<uint8_t*>(frames);
+    for (size_t i = 0; i < count; ++i, ++mPosition, place += frameBytes) {
+        const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts);
+        if (frame)
+            std::memcpy(place, mSamples.data() + *frame * frameBytes, frameBytes);
+        else
+            std::memset(place, 0, frameBytes);
+    }
+    return Error::None;
+}
+
+EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::string name)
+{
+    EncodedSound encoded;
+    encoded.name = std::move(name);
+    bank::MemorySink sink;
+    EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound), Error::None);
+    encoded.data = sink.take();
+    EXPECT_EQ(encoded.sound.dataBytes, encoded.data.size());
+    return encoded;
+}
+
+std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds, const bank::BankSettings& settings,
+                              std::string_view key)
+{
+    bank::BankWriter writer(settings);
+    for (const EncodedSound& sound : sounds)
+        writer.add(sound.name, sound.sound);
+    bank::MemorySink sink;
+    MemorySounds stored(sounds);
+    if (key.empty()) {
+        EXPECT_EQ(writer.write(sink, stored, {}), Error::None);
+        EXPECT_EQ(sink.bytes().size(), writer.fileBytes());
+    } else {
+        EXPECT_EQ(writer.writeEncrypted(sink, stored, key, {}), Error::None);
+        EXPECT_EQ(sink.bytes().size(), writer.encryptedFileBytes());
+    }
+    return sink.take();
+}
+
+TemporaryFile::TemporaryFile(const std::vector<uint8_t>& bytes)
+{
+    static int number = 0;
+    mPath = "bank-" + std::to_string(++number) + ".tnb";
+    std::ofstream file(mPath, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    EXPECT_TRUE(file.good());
+}
+
+TemporaryFile::~TemporaryFile()
+{
+    std::remove(mPath.c_str());
+}
+
+KESS_RESULT openSound(const char* path, SoundPointer* sound)
+{
+    struct Engine
+    {
+        Engine()
+        {
+            EXPECT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
+            EXPECT_EQ(system->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT), KESS_OK);
+            EXPECT_EQ(system->init(0, 0, nullptr), KESS_OK);
+        }
+        ~Engine() { (void)system->release(); }
+        KESS::System* system = nullptr;
+    };
+    static Engine engine;
+    KESS::Sound* opened = nullptr;
+    const KESS_RESULT result = engine.system->createSound(path, KESS_MODE_OPENONLY, nullptr, &opened);
+    sound->reset(opened);
+    return result;
+}
+
+std::vector<float> readFloats(KESS::Sound& sound, size_t frames)
+{
+    int channels = 0;
+    EXPECT_EQ(sound.getFormat(nullptr, nullptr, &channels, nullptr), KESS_OK);
+    std::vector<float> samples(frames * size_t(channels));
+    size_t done = 0;
+    while (done < frames) {
+        unsigned int got = 0;
+        const KESS_RESULT result =
+            sound.readFloat(samples.data() + done * size_t(channels), unsigned(frames - done), &got);
+        if (result == KESS_ERR_FILE_EOF || got == 0)
+            break;
+        EXPECT_EQ(result, KESS_OK);
+        if (result != KESS_OK)
+            break;
+        done += got;
+    }
+    samples.resize(done * size_t(channels));
+    return samples;
+}
+
+uint32_t Noise::next()
+{
+    // xorshift64*, Vigna 2016.
+    mState ^= mState >> 12;
+    mState ^= mState << 25;
+    mState ^= mState >> 27;
+    return uint32_t((mState * 0x2545f4914f6cdd1du) >> 32);
+}
+
+std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame, float level)
+{
+    std::vector<float> samples(frames * size_t(channels));
+    for (size_t i = 0; i < frames; ++i) {
+        for (int channel = 0; channel < channels; ++channel) {
+            double sum = 0;
+            for (const double cycles : cyclesPerFrame)
+                sum += std::sin(2 * std::numbers::pi * cycles * (channel + 1) * double(i) + channel);
+            samples[i * size_t(channels) + size_t(channel)] = level * float(sum / double(cyclesPerFrame.size()));
+        }
+    }
+    return samples;
+}
+
+} // namespace bank_test

@@ -1,0 +1,98 @@
+// Makes banks in memory: sounds out of arrays, encoded by the builder's encoders, opened by the engine.
+#pragma once
+
+#include "bank/reader.hpp"
+#include "bank/writer.hpp"
+#include "encoder.hpp"
+#include "kess.hpp"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bank_test {
+
+// A sound in memory that wraps at its loop as encoders expect. samples are interleaved in facts.sampleFormat.
+class MemorySound final : public tarnok::PreparedSound
+{
+public:
+    MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples);
+
+    // A float sound of frames.size() / channels frames, looping whole unless told otherwise.
+    static MemorySound ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames);
+
+    [[nodiscard]] const tarnok::PreparedFacts& facts() const override { return mFacts; }
+    [[nodiscard]] const std::vector<uint8_t>& samples() const { return mSamples; }
+    [[nodiscard]] std::vector<float> floats(); // of the whole sound, interleaved
+    void setLoop(std::optional<bank::Loop> loop) { mFacts.loop = loop; }
+
+    bank::Error seek(int64_t position) override;
+    bank::Error readFloat(float* frames, size_t count) override;
+    bank::Error readSamples(void* frames, size_t count) override;
+
+private:
+    tarnok::PreparedFacts mFacts;
+    std::vector<uint8_t> mSamples;
+    int64_t mPosition = 0;
+};
+
+struct EncodedSound
+{
+    std::string name;
+    bank::Sound sound;
+    std::vector<uint8_t> data;
+};
+
+// Asserts that encoding works.
+[[nodiscard]] EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality = 50, std::string name = "sound");
+
+// The bank of these sounds, encrypted when there is a key. Asserts that it could be written.
+[[nodiscard]] std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds,
+                                            const bank::BankSettings& settings = {}, std::string_view key = {});
+
+// A file that lives as long as the object.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(const std::vector<uint8_t>& bytes);
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] const char* path() const { return mPath.c_str(); }
+
+private:
+    std::string mPath;
+};
+
+struct ReleaseSound
+{
+    void operator()(KESS::Sound* sound) const { (void)sound->release(); }
+};
+using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseSound>;
+
+// Opens a file by the engine; the sound is null unless the answer is KESS_OK.
+[[nodiscard]] KESS_RESULT openSound(const char* path, SoundPointer* sound);
+
+// Decodes up to frames as float from where the sound stands.
+[[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t frames);
+
+// A deterministic noise of 32 bits.
+class Noise
+{
+public:
+    explicit Noise(uint64_t seed = 1)
+        : mState(seed * 0x9e3779b97f4a7c15u + 1)
+    { }
+    uint32_t next();
+    float sample() { return float(int32_t(next())) / 2147483648.0f; } // -1 to 1
+
+private:
+    uint64_t mState;
+};
+
+// frames of a sum of sines; per channel the frequencies are shifted a little.
+[[nodiscard]] std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame,
+                                       float level);
+
+} // namespace bank_test
