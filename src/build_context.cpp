@@ -103,6 +103,12 @@ void BuildContext::run()
     mFinished.store(true, std::memory_order_release);
 }
 
+void BuildContext::fail(TARNOK_RESULT result)
+{
+    mResult = result;
+    mFinished.store(true, std::memory_order_release);
+}
+
 const BuildContext::LibSubsound* BuildContext::subsound(unsigned int index) const
 {
     Q_ASSERT(index < mNumSubsounds);

@@ -40,6 +40,9 @@ public:
     bool clear();
     void run() override;
 
+    // Ends a job whose thread could not be started.
+    void fail(TARNOK_RESULT result);
+
     // The build ends as a cancelled one, also if its thread has not reached the library yet.
     void cancel() { mCancelled.store(true); }
     bool cancelled() const { return mCancelled.load(); }

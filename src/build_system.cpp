@@ -303,7 +303,12 @@ void BuildSystem::processNext(bool locked)
 
     logger()->println(Logger::OUTPUT_MESSAGE, "Build started\n");
     mProgressMonitor.prepare(static_cast<int>(mQueue.first(locked)->numSubsounds()));
-    mQueue.first(locked)->start(QThread::InheritPriority);
+    BuildContext* context = mQueue.first(locked);
+    context->start(QThread::InheritPriority);
+
+    // Out of threads: the job would never end.
+    if (!context->isRunning() && !context->finished())
+        context->fail(TARNOK_ERR_MEMORY);
 }
 
 void BuildSystem::initLib()

@@ -14,6 +14,8 @@
 #include <ctime>
 #include <numeric>
 
+#include <sys/stat.h>
+
 namespace tarnok {
 
 namespace {
@@ -230,19 +232,40 @@ Status Build::runPhases()
 // Before anything is encoded, so that a folder that can't be written is told at once and not after hours.
 Status Build::openOutputs(Outputs* outputs) const
 {
+    if (Status status = refuseSource(mRequest.outputFile); !status)
+        return status;
     Result<AtomicOutput> bank = AtomicOutput::create(mRequest.outputFile);
     if (!bank)
         return bank.fault();
     outputs->bank.emplace(std::move(*bank));
     if (!has(TARNOK_INIT_CREATE_HEADER))
         return {};
+
     const std::string headerFile = std::string(withoutExtension(mRequest.outputFile)) + ".h";
     if (headerFile == mRequest.outputFile)
         return invalid("the bank and its C header would have the same name");
+    if (!isOurHeader(headerFile))
+        return invalid(headerFile + ": this file was not generated with a bank and will not be replaced by its header");
     Result<AtomicOutput> header = AtomicOutput::create(headerFile);
     if (!header)
         return header.fault();
     outputs->header.emplace(std::move(*header));
+    return {};
+}
+
+// A slip on a command line must not cost a recording.
+Status Build::refuseSource(const std::string& outputFile) const
+{
+    struct stat output = {};
+    if (stat(outputFile.c_str(), &output) != 0)
+        return {};
+    for (size_t index = 0; index < mRequest.subsounds.size(); ++index) {
+        for (const std::string& path : pathsOf(index)) {
+            struct stat source = {};
+            if (stat(path.c_str(), &source) == 0 && source.st_dev == output.st_dev && source.st_ino == output.st_ino)
+                return invalid(outputFile + ": this is one of the bank's own source files");
+        }
+    }
     return {};
 }
 

@@ -71,6 +71,7 @@ private:
 
     Status runPhases();
     Status openOutputs(Outputs* outputs) const;
+    Status refuseSource(const std::string& outputFile) const;
     std::vector<size_t> longestFirst() const;
     std::vector<std::string> pathsOf(size_t index) const;
 

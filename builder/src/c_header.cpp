@@ -1,12 +1,16 @@
 #include "c_header.hpp"
 
 #include <cstdio>
+#include <fstream>
 #include <unordered_set>
 #include <vector>
 
 namespace tarnok {
 
 namespace {
+
+constexpr std::string_view firstLine =
+    "/* Sounds of a bank by index. Generated together with the bank; changes are lost. */";
 
 bool isLetter(char c)
 {
@@ -57,12 +61,19 @@ std::string asLiteral(std::string_view text)
 
 } // namespace
 
+bool isOurHeader(const std::string& path)
+{
+    std::ifstream file(path);
+    std::string line;
+    return !file || !std::getline(file, line) || line == firstLine;
+}
+
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)
 {
     const std::string prefix = asPrefix(bankName, true);
     const std::string guard = prefix + "_SOUNDS_H";
     const std::string count = prefix + "_COUNT";
-    std::string text = "/* Sounds of a bank by index. Generated together with the bank; changes are lost. */\n";
+    std::string text = std::string(firstLine) + "\n";
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 

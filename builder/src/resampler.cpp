@@ -31,6 +31,9 @@ Result<Soxr> startSoxr(double input, double output, int channels)
     return made;
 }
 
+// A cent: the largest change of pitch that an inner loop may cost the sound around it.
+constexpr double mostDetuning = 5.8e-4;
+
 } // namespace
 
 ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate)
@@ -40,16 +43,23 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     , mOutput(toRate)
 {
     const double wanted = toRate / fromRate;
-    if (!loop) {
-        mLength = std::max<uint64_t>(1, uint64_t(std::llround(double(length) * wanted)));
+    mLength = std::max<uint64_t>(1, uint64_t(std::llround(double(length) * wanted)));
+    if (!loop)
         return;
-    }
+
     const uint64_t loopLength = loop->end - loop->start;
     const uint64_t newLoopLength = std::max<uint64_t>(1, uint64_t(std::llround(double(loopLength) * wanted)));
+    const double detuning = std::abs(double(newLoopLength) / (double(loopLength) * wanted) - 1);
+    mWraps = detuning <= mostDetuning || loopLength == length;
+    if (!mWraps) {
+        const uint64_t end = std::clamp<uint64_t>(uint64_t(std::llround(double(loop->end) * wanted)), 1, mLength);
+        mLoop = bank::Loop{std::min(uint64_t(std::llround(double(loop->start) * wanted)), end - 1), end};
+        return;
+    }
+
     const uint64_t divisor = std::gcd(loopLength, newLoopLength);
     mInput = double(loopLength / divisor);
     mOutput = double(newLoopLength / divisor);
-
     const double ratio = mOutput / mInput;
     const auto start = uint64_t(std::llround(double(loop->start) * ratio));
     mLoop = bank::Loop{start, start + newLoopLength};
@@ -83,7 +93,7 @@ public:
 
     Status run()
     {
-        if (!mPlan.mLoop)
+        if (!mPlan.mWraps)
             return runStretch(Outside::Silence, 0, 0, 0, mPlan.mLength);
         if (mPlan.mLoop->start == 0 && mPlan.mSourceLoop->start == 0)
             return runFromLoopStart();

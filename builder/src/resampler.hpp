@@ -18,6 +18,9 @@ namespace tarnok {
 // toRate / fromRate, but by the nearest ratio that makes its loop whole: the pitch is off by at most one part in twice
 // the new loop length (0.02 cents for a loop of one second at 44.1 kHz, 8.6 cents for one of a hundred samples), and
 // the sound as a whole is moved by at most half a new sample, so that the loop's start lies on one.
+//
+// A sound that doesn't loop as a whole must not be detuned for the sake of a short loop inside it: where that would
+// cost more than a cent, the ratio is exact, and only the loop's ends are moved to the nearest samples.
 class ResamplingPlan
 {
 public:
@@ -39,6 +42,7 @@ private:
     double mOutput = 1; // ... become so many
     uint64_t mLength = 0;
     std::optional<bank::Loop> mLoop;
+    bool mWraps = false; // the filter hears the loop's start behind its end
 };
 
 // Resamples all of source by soxr at its very high quality (band up to 0.913 of the lower Nyquist frequency, images and

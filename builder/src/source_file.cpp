@@ -71,6 +71,10 @@ Status SourceFile::seek(uint64_t frame)
     return {};
 }
 
+// Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
+// where nobody means them: 48 dB above full scale.
+constexpr float largestSample = 256;
+
 Status SourceFile::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
@@ -89,8 +93,9 @@ Status SourceFile::readFloat(float* frames, size_t count)
         mPosition += got;
     }
     if (mFacts.sampleFormat == bank::SampleFormat::Float)
-        std::replace_if(
-            first, frames, [](float sample) { return std::isnan(sample); }, 0.0f);
+        std::transform(first, frames, first, [](float sample) {
+            return std::isnan(sample) ? 0.0f : std::clamp(sample, -largestSample, largestSample);
+        });
     return {};
 }
 

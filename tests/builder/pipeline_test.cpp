@@ -92,6 +92,18 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
     }
 }
 
+TEST(Resampling, LeavesThePitchOfASoundToItsSourceWhenAShortLoopLiesInside)
+{
+    for (const uint64_t loopLength : {1, 5, 20, 100, 500, 700}) {
+        const ResamplingPlan plan(30'000, bank::Loop{29'000, 29'000 + loopLength}, 44100, 48000);
+        EXPECT_NEAR(double(plan.length()), 30'000 * 48.0 / 44.1, 20) << loopLength; // a cent
+        ASSERT_TRUE(plan.loop());
+        EXPECT_NEAR(double(plan.loop()->start), 29'000 * 48.0 / 44.1, 20) << loopLength;
+        EXPECT_LE(plan.loop()->end, plan.length());
+        EXPECT_LT(plan.loop()->start, plan.loop()->end);
+    }
+}
+
 TEST(Resampling, MovesPositionsWithTheSound)
 {
     const ResamplingPlan plan(60'000, bank::Loop{10'000, 40'000}, 48000, 16000);

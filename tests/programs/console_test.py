@@ -261,6 +261,19 @@ class FaultsTest(ConsoleCase):
         self.assertEqual(self.leftovers(), [])
         self.assert_builds("long.wav", "-o", "x.tnb")
 
+    def test_never_overwrites_a_source_or_a_header_that_is_not_its_own(self):
+        source = (self.work / "a.wav").read_bytes()
+        (self.work / "link.wav").symlink_to("a.wav")
+        for destination in (f"{self.work}/a.wav", f"{self.work}/link.wav"):
+            self.assert_fails_naming("Soundbank failed: " + destination, "a.wav", "-o", destination)
+            self.assertEqual((self.work / "a.wav").read_bytes(), source)
+        (self.work / "x.h").write_text("int mine;\n")
+        self.assert_fails_naming("Soundbank failed: x.h", "a.wav", "-o", "x.tnb", "-generate_c_header")
+        self.assertEqual((self.work / "x.h").read_text(), "int mine;\n")
+        (self.work / "x.h").unlink()
+        for _ in range(2):
+            self.assert_builds("a.wav", "-o", "x.tnb", "-generate_c_header")
+
     def test_survives_being_killed(self):
         write_wav(self.work / "long.wav", seconds=60, channels=2)
         self.assert_builds("a.wav", "-o", "x.tnb")
