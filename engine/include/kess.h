@@ -105,6 +105,45 @@ typedef enum KESS_TIMEUNIT
 #define KESS_MODE_OPENONLY 0x00002000u
 #define KESS_MODE_LOWMEM 0x08000000u
 
+/* How a bank keeps the data of a sound. */
+typedef enum KESS_CODEC
+{
+    KESS_CODEC_PCM = 0, /* as it was: nothing lost, nothing saved */
+    KESS_CODEC_XMA = 1, /* an external encoder's: not decoded here */
+    KESS_CODEC_AT9 = 2, /* an external encoder's: not decoded here */
+    KESS_CODEC_VORBIS = 3,
+    KESS_CODEC_KADPCM = 4, /* the bank's own adaptive differential PCM */
+    KESS_CODEC_OPUS = 5,
+    KESS_CODEC_UNKNOWN = 255, /* of a later version */
+    KESS_CODEC_FORCEINT = 0x7fffffff
+} KESS_CODEC;
+
+/* Facts of a bank, from getBankInfo. */
+typedef struct KESS_BANKINFO
+{
+    int32_t cbsize; /* size of this record in bytes, set by the caller */
+    int32_t majorVersion; /* of the container, such as 1 and 0 for 1.0 */
+    int32_t minorVersion;
+    int32_t encrypted; /* 1 or 0 */
+    uint64_t fileBytes; /* size of the file */
+    KESS_CODEC codec; /* that the bank was made for; a sound may have another */
+    int32_t quality; /* that the bank was made with, 0 to 100; means nothing to PCM and KADPCM */
+    int32_t hasNames; /* 1 or 0 */
+    int32_t hasGuid; /* 1 or 0 */
+    uint8_t guid[16]; /* in the order in which it is printed; zeros without one */
+} KESS_BANKINFO;
+
+/* How a bank keeps a sound, from getEncoding. */
+typedef struct KESS_ENCODING
+{
+    int32_t cbsize; /* size of this record in bytes, set by the caller */
+    KESS_CODEC codec;
+    int32_t quality; /* 1 to 100, 0 where the codec has none */
+    int32_t reserved;
+    uint64_t dataBytes; /* size of the encoded samples */
+    uint64_t extraBytes; /* size of what belongs to this sound alone beside them: seek table, loop, sync points */
+} KESS_ENCODING;
+
 /* What createSound may be told beforehand. Zero everything that is not set. */
 typedef struct KESS_CREATESOUNDEXINFO
 {

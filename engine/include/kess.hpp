@@ -98,9 +98,19 @@ public:
     KESS_RESULT getNumSubSounds(int* count);
 
     /* One sound of a bank, by index or by name (exact bytes). The bank owns it; asking twice gives the same object.
+     * A sound that can't be decoded here tells its facts; decoding it gives KESS_ERR_UNSUPPORTED.
      * KESS_ERR_INVALID_PARAM: no such index. KESS_ERR_TAGNOTFOUND: no such name. KESS_ERR_KEY_MISSING: locked. */
     KESS_RESULT getSubSound(int index, Sound** subsound);
     KESS_RESULT getSubSoundByName(const char* name, Sound** subsound);
+
+    /* Facts of a bank. info->cbsize is set beforehand: KESS_ERR_INVALID_PARAM for any size but this header's.
+     * KESS_ERR_SUBSOUNDS: not a bank. KESS_ERR_KEY_MISSING: locked; then encrypted and fileBytes alone are filled. */
+    KESS_RESULT getBankInfo(KESS_BANKINFO* info);
+
+    /* How a subsound, or the only sound of a bank, is kept in it; cbsize as above. Encoded bits of a sample are
+     * dataBytes * 8 / (samples * channels). KESS_ERR_SUBSOUNDS: a plain sound, or a bank of several.
+     * KESS_ERR_KEY_MISSING: locked. */
+    KESS_RESULT getEncoding(KESS_ENCODING* encoding);
 
     /* Whether the bank is encrypted, unlocked or not. */
     KESS_RESULT isEncrypted(bool* encrypted);

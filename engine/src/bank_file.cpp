@@ -5,6 +5,7 @@
 
 #include "bank/reader.hpp"
 
+#include <algorithm>
 #include <map>
 
 namespace kess {
@@ -14,6 +15,7 @@ namespace {
 static_assert(KESS_MAX_CHANNELS == bank::kMaximumChannels);
 static_assert(int(bank::SampleFormat::Pcm8) == KESS_SOUND_FORMAT_PCM8);
 static_assert(int(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_PCMFLOAT);
+static_assert(int(bank::Codec::Pcm) == KESS_CODEC_PCM && int(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
 class FileBytes final : public bank::ByteSource
 {
@@ -35,7 +37,12 @@ private:
     std::shared_ptr<const SourceFile> mFile;
 };
 
-SoundFacts factsOf(const bank::Sound& sound, std::string_view name)
+KESS_CODEC codecOf(bank::Codec codec)
+{
+    return codec <= bank::Codec::Opus ? KESS_CODEC(codec) : KESS_CODEC_UNKNOWN;
+}
+
+SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
 {
     SoundFacts facts;
     facts.type = KESS_SOUND_TYPE_TNB;
@@ -48,7 +55,8 @@ SoundFacts factsOf(const bank::Sound& sound, std::string_view name)
     for (const bank::SyncPoint& point : sound.syncPoints)
         facts.markers.push_back({point.sample, point.name});
     facts.peak = sound.peak;
-    facts.name = name;
+    facts.name = entry.name;
+    facts.encoding = Encoding{codecOf(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
     return facts;
 }
 
@@ -77,6 +85,23 @@ public:
             return KESS_OK;
         const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key);
         return plain ? openTables(*plain) : resultOf(plain.error());
+    }
+
+    void describe(KESS_BANKINFO* info) const override
+    {
+        info->encrypted = mEncrypted;
+        info->fileBytes = mFile->size();
+        if (!mReader)
+            return;
+        const bank::BankInfo& bank = mReader->info();
+        info->majorVersion = bank.majorVersion;
+        info->minorVersion = bank.minorVersion;
+        info->codec = codecOf(bank.format);
+        info->quality = int32_t(std::min<uint32_t>(bank.quality, 100));
+        info->hasNames = bank.hasNames;
+        info->hasGuid = bank.guid.has_value();
+        if (bank.guid)
+            std::copy(bank.guid->begin(), bank.guid->end(), info->guid);
     }
 
     [[nodiscard]] int soundCount() const override { return mReader ? int(mReader->info().soundCount) : 0; }
@@ -142,7 +167,7 @@ private:
         if (!stored)
             return resultOf(stored.error());
         const bank::SoundEntry entry = mReader->entry(uint32_t(index));
-        sound->facts = factsOf(*stored, entry.name);
+        sound->facts = factsOf(*stored, entry);
         sound->stored = std::move(*stored);
         sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};
         return KESS_OK;
@@ -169,6 +194,7 @@ private:
                 return result;
             mVorbisSetups[*setup] = shared;
         }
+        mLastVorbisSetup = shared;
         return makeVorbisDecoder(std::move(sound), std::move(shared), decoder);
     }
 
@@ -176,6 +202,8 @@ private:
     bool mEncrypted = false;
     std::optional<bank::BankReader> mReader;
     std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
+    // Who opens and releases sound after sound doesn't unpack the headers that they share each time.
+    std::shared_ptr<const VorbisSetup> mLastVorbisSetup;
 };
 
 } // namespace

@@ -21,11 +21,15 @@ public:
     [[nodiscard]] virtual bool locked() const = 0; // encrypted and no key given yet: the calls below are refused
     [[nodiscard]] virtual KESS_RESULT unlock(std::string_view key) = 0;
 
+    // Fills all but cbsize; what a locked bank doesn't show stays zero.
+    virtual void describe(KESS_BANKINFO* info) const = 0;
+
     [[nodiscard]] virtual int soundCount() const = 0;
     [[nodiscard]] virtual KESS_RESULT facts(int index, SoundFacts* facts) const = 0;
     [[nodiscard]] virtual KESS_RESULT find(std::string_view name, int* index) const = 0;
 
-    // A decoder of one sound. It shares the file with the bank and must not outlive it.
+    // A decoder of one sound. KESS_ERR_UNSUPPORTED: its codec isn't decoded here. It shares the file with the bank and
+    // must not outlive it.
     [[nodiscard]] virtual KESS_RESULT decoder(int index, std::unique_ptr<Decoder>* decoder) = 0;
 
 protected:

@@ -23,6 +23,15 @@ struct Marker
     std::string name; // UTF-8, may be empty
 };
 
+// How a bank keeps a sound.
+struct Encoding
+{
+    KESS_CODEC codec = KESS_CODEC_UNKNOWN;
+    int quality = 0; // 1 to 100, 0 for none
+    uint64_t dataBytes = 0;
+    uint64_t extraBytes = 0;
+};
+
 struct SoundFacts
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
@@ -34,6 +43,7 @@ struct SoundFacts
     std::vector<Marker> markers; // by position
     std::optional<float> peak;
     std::string name;
+    std::optional<Encoding> encoding; // of a sound in a bank
 };
 
 // One opened sound. Positions and counts are in frames, that is samples of one channel. After a failure the decoder

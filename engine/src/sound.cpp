@@ -186,7 +186,7 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
     KESS_RESULT result = bank->facts(index, &subsoundFacts);
     if (result == KESS_OK)
         result = bank->decoder(index, &subsoundDecoder);
-    if (result != KESS_OK)
+    if (result != KESS_OK && result != KESS_ERR_UNSUPPORTED)
         return result;
     if (!owned)
         owned = SoundAccess::fromFile({}, nullptr);
@@ -403,6 +403,36 @@ KESS_RESULT Sound::getSubSoundByName(const char* name, Sound** subsound)
             result = mImpl->bank->find(name, &index);
         return result == KESS_OK ? mImpl->subsound(index, subsound) : result;
     });
+}
+
+KESS_RESULT Sound::getBankInfo(KESS_BANKINFO* info)
+{
+    if (!info || info->cbsize != static_cast<int32_t>(sizeof *info))
+        return KESS_ERR_INVALID_PARAM;
+    *info = {};
+    info->cbsize = static_cast<int32_t>(sizeof *info);
+    const KESS_RESULT result = mImpl->checkUnlockedBank();
+    if (mImpl->bank)
+        mImpl->bank->describe(info);
+    return result;
+}
+
+KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
+{
+    if (!encoding || encoding->cbsize != static_cast<int32_t>(sizeof *encoding))
+        return KESS_ERR_INVALID_PARAM;
+    *encoding = {};
+    encoding->cbsize = static_cast<int32_t>(sizeof *encoding);
+    if (mImpl->bank && mImpl->bank->locked())
+        return KESS_ERR_KEY_MISSING;
+    const std::optional<kess::Encoding>& stored = mImpl->facts.encoding;
+    if (!stored)
+        return KESS_ERR_SUBSOUNDS;
+    encoding->codec = stored->codec;
+    encoding->quality = stored->quality;
+    encoding->dataBytes = stored->dataBytes;
+    encoding->extraBytes = stored->extraBytes;
+    return KESS_OK;
 }
 
 KESS_RESULT Sound::isEncrypted(bool* encrypted)

@@ -1,0 +1,128 @@
+// The bank inspector: its command line.
+#include "info.hpp"
+#include "text.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <clocale>
+#include <fstream>
+#include <iostream>
+
+namespace {
+
+using tnb::Failure;
+using tnb::Key;
+using tnb::Status;
+
+// Where the key of an encrypted bank comes from.
+struct KeyOptions
+{
+    std::string text;
+    std::string file;
+
+    void addTo(CLI::App& command)
+    {
+        CLI::Option* given = command.add_option("-k,--key", text, "Key of an encrypted bank");
+        command.add_option("--key-file", file, "File whose first line is the key; - for standard input")
+            ->excludes(given);
+    }
+
+    [[nodiscard]] Key key() const
+    {
+        if (!file.empty())
+            return read();
+        return text.empty() ? Key() : Key(text);
+    }
+
+private:
+    [[nodiscard]] std::string read() const
+    {
+        std::ifstream stream;
+        if (file != "-")
+            stream.open(file, std::ios::binary);
+        std::string line;
+        if (!std::getline(file == "-" ? std::cin : stream, line))
+            throw Failure(Status::CannotRead, "can't read the key from " + file);
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (line.empty())
+            throw Failure(Status::CannotRead, "no key in the first line of " + file);
+        return line;
+    }
+};
+
+// Runs what was asked for one bank, and tells standard error what stopped it.
+template <typename Command>
+Status attempt(const std::string& bank, Command command)
+{
+    try {
+        return command();
+    } catch (const Failure& failure) {
+        std::cerr << "tnb: " << tnb::printable(bank) << ": " << tnb::printable(failure.what()) << '\n';
+        return failure.status();
+    }
+}
+
+class Program
+{
+public:
+    Program()
+    {
+        mApp.set_version_flag("--version", "tnb " TNB_VERSION);
+        mApp.set_help_flag("-h,--help", "Print this help and exit");
+        mApp.require_subcommand(1);
+        mApp.footer(
+            "Exit status: 0 all is well, 1 a bank is damaged, 2 a bank can't be read or the arguments are wrong.");
+        addInfo();
+    }
+
+    int run(int argc, char** argv)
+    {
+        try {
+            mApp.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return mApp.exit(error) == 0 ? 0 : static_cast<int>(Status::CannotRead);
+        }
+        return static_cast<int>(mStatus);
+    }
+
+private:
+    void addInfo()
+    {
+        CLI::App* command = mApp.add_subcommand("info", "Show what a bank holds");
+        command->add_option("BANK", mInfo.bank, "Bank to look into")->required();
+        command->add_flag("--json", mInfo.json, "Print JSON instead of text");
+        mKey.addTo(*command);
+        command->callback([this] {
+            mStatus = attempt(mInfo.bank, [this] {
+                mInfo.key = mKey.key();
+                return tnb::showInfo(mInfo);
+            });
+        });
+    }
+
+    CLI::App mApp{"Looks into sound banks.", "tnb"};
+    KeyOptions mKey;
+    tnb::InfoRequest mInfo;
+    Status mStatus = Status::Sound;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // The width of characters in columns; names are UTF-8 whatever the machine's locale.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    try {
+        const int status = Program().run(argc, argv);
+        std::cout.flush();
+        if (!std::cout) {
+            std::cerr << "tnb: can't write to standard output\n";
+            return static_cast<int>(Status::CannotRead);
+        }
+        return status;
+    } catch (const std::exception& error) {
+        std::cerr << "tnb: " << error.what() << '\n';
+        return static_cast<int>(Status::CannotRead);
+    }
+}

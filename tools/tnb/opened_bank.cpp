@@ -1,0 +1,121 @@
+#include "opened_bank.hpp"
+
+#include <cmath>
+
+namespace tnb {
+
+namespace {
+
+Failure failureOf(KESS_RESULT result)
+{
+    switch (result) {
+    case KESS_ERR_FILE_NOTFOUND:
+        return {Status::CannotRead, "no such file"};
+    case KESS_ERR_FORMAT:
+        return {Status::CannotRead, "not a sound bank"};
+    case KESS_ERR_VERSION:
+        return {Status::CannotRead, "of a newer version than this program knows"};
+    case KESS_ERR_KEY_MISSING:
+        return {Status::CannotRead, "encrypted; give its key by --key or --key-file"};
+    case KESS_ERR_KEY_WRONG:
+        return {Status::CannotRead, "encrypted with another key than this one"};
+    case KESS_ERR_MEMORY:
+        return {Status::CannotRead, "not enough memory"};
+    default:
+        return {Status::Damaged, "damaged"};
+    }
+}
+
+void require(KESS_RESULT result)
+{
+    if (result != KESS_OK)
+        throw failureOf(result);
+}
+
+// Whatever get(buffer, size) writes, however long.
+template <typename Get>
+std::string textOf(Get get)
+{
+    std::string text(64, '\0');
+    KESS_RESULT result = get(text.data(), static_cast<int>(text.size()));
+    while (result == KESS_ERR_TRUNCATED) {
+        text.resize(text.size() * 4);
+        result = get(text.data(), static_cast<int>(text.size()));
+    }
+    require(result);
+    text.resize(text.find('\0'));
+    return text;
+}
+
+} // namespace
+
+Engine::Engine()
+{
+    require(KESS_System_Create(&mSystem, KESS_VERSION));
+    mSystem->init(1, 0, nullptr);
+}
+
+Engine::~Engine()
+{
+    mSystem->release();
+}
+
+OpenedBank::OpenedBank(const Engine& engine, const std::string& path, const Key& key)
+{
+    KESS_CREATESOUNDEXINFO bankOnly{};
+    bankOnly.cbsize = sizeof bankOnly;
+    bankOnly.suggestedsoundtype = KESS_SOUND_TYPE_TNB;
+    KESS::Sound* opened = nullptr;
+    require(engine.system().createSound(path.c_str(), KESS_MODE_OPENONLY, &bankOnly, &opened));
+    mBank.reset(opened);
+    if (key)
+        require(mBank->setEncryptionKey(key->c_str()));
+    mInfo.cbsize = sizeof mInfo;
+    require(mBank->getBankInfo(&mInfo));
+    require(mBank->getNumSubSounds(&mSoundCount));
+}
+
+SoundPointer OpenedBank::sound(int index)
+{
+    KESS::Sound* subsound = nullptr;
+    require(mBank->getSubSound(index, &subsound));
+    return SoundPointer(subsound);
+}
+
+SoundFacts OpenedBank::facts(int index)
+{
+    const SoundPointer subsound = sound(index);
+    SoundFacts facts;
+    facts.index = index;
+    facts.name = textOf([&](char* buffer, int bytes) { return subsound->getName(buffer, bytes); });
+    require(subsound->getFormat(nullptr, &facts.format, &facts.channels, &facts.bits));
+    float rate = 0;
+    require(subsound->getDefaults(&rate, nullptr));
+    facts.rate = static_cast<uint32_t>(std::lround(rate));
+    require(subsound->getSampleCount(&facts.samples));
+
+    KESS_ENCODING encoding{};
+    encoding.cbsize = sizeof encoding;
+    require(subsound->getEncoding(&encoding));
+    facts.codec = encoding.codec;
+    facts.quality = encoding.quality;
+    facts.bytes = encoding.dataBytes;
+
+    Loop loop;
+    if (subsound->getLoopPoints(&loop.start, &loop.end) == KESS_OK)
+        facts.loop = loop;
+    float peak = 0;
+    if (subsound->getPeak(&peak) == KESS_OK)
+        facts.peak = peak;
+    int points = 0;
+    require(subsound->getNumSyncPoints(&points));
+    for (int i = 0; i < points; ++i) {
+        SyncPoint point;
+        point.name =
+            textOf([&](char* buffer, int bytes) { return subsound->getSyncPoint(i, &point.sample, buffer, bytes); });
+        facts.syncPoints.push_back(std::move(point));
+    }
+    return facts;
+}
+
+} // namespace tnb

@@ -1,0 +1,144 @@
+#include "text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+
+namespace tnb {
+
+namespace {
+
+struct Character
+{
+    uint32_t code = 0;
+    size_t bytes = 0; // 0: not valid UTF-8
+};
+
+// The character at the start of text, by the table of well-formed byte sequences (Unicode 15, table 3-7).
+Character firstCharacter(std::string_view text)
+{
+    const auto lead = static_cast<uint8_t>(text[0]);
+    if (lead < 0x80)
+        return {lead, 1};
+    const size_t bytes = lead >= 0xc2 && lead <= 0xdf ? 2
+        : lead >= 0xe0 && lead <= 0xef                ? 3
+        : lead >= 0xf0 && lead <= 0xf4                ? 4
+                                                      : 0;
+    if (bytes == 0 || bytes > text.size())
+        return {};
+    uint32_t code = lead & (0xffu >> (bytes + 1));
+    for (size_t i = 1; i < bytes; ++i) {
+        const auto next = static_cast<uint8_t>(text[i]);
+        if ((next & 0xc0) != 0x80)
+            return {};
+        code = code << 6 | (next & 0x3f);
+    }
+    constexpr std::array<uint32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < kSmallest[bytes] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff))
+        return {};
+    return {code, bytes};
+}
+
+// Controls, line and paragraph separators, and what turns the direction of the text that follows.
+bool isHarmless(uint32_t code)
+{
+    return code >= 0x20 && !(code >= 0x7f && code <= 0x9f) && code != 0x200e && code != 0x200f
+        && !(code >= 0x2028 && code <= 0x202e) && !(code >= 0x2066 && code <= 0x2069);
+}
+
+size_t displayWidth(std::string_view text)
+{
+    size_t width = 0;
+    while (!text.empty()) {
+        const Character character = firstCharacter(text);
+        const int columns = wcwidth(static_cast<wchar_t>(character.code));
+        width += columns >= 0 ? static_cast<size_t>(columns) : 1;
+        text.remove_prefix(std::max<size_t>(character.bytes, 1));
+    }
+    return width;
+}
+
+} // namespace
+
+size_t characterBytes(std::string_view text)
+{
+    return text.empty() ? 0 : firstCharacter(text).bytes;
+}
+
+std::string printable(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty()) {
+        const Character character = firstCharacter(text);
+        const size_t bytes = std::max<size_t>(character.bytes, 1);
+        if (character.bytes > 0 && isHarmless(character.code)) {
+            shown += text.substr(0, bytes);
+        } else {
+            for (const char byte : text.substr(0, bytes)) {
+                char escape[5];
+                std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
+                shown += escape;
+            }
+        }
+        text.remove_prefix(bytes);
+    }
+    return shown;
+}
+
+std::string grouped(unsigned long long number)
+{
+    std::string digits = std::to_string(number);
+    for (size_t place = digits.size(); place > 3; place -= 3)
+        digits.insert(place - 3, 1, ',');
+    return digits;
+}
+
+std::string fixed(double value, int digits)
+{
+    std::array<char, 400> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", digits, value);
+    return text.data();
+}
+
+Table::Table(std::vector<Column> columns)
+    : mColumns(std::move(columns))
+{ }
+
+void Table::add(std::vector<std::string> cells)
+{
+    mRows.push_back(std::move(cells));
+}
+
+std::string Table::text() const
+{
+    std::vector<std::string> titles;
+    std::vector<size_t> widths;
+    for (const Column& column : mColumns) {
+        titles.push_back(column.title);
+        widths.push_back(displayWidth(column.title));
+    }
+    for (const auto& row : mRows) {
+        for (size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], displayWidth(row[i]));
+    }
+
+    std::string shown;
+    const auto show = [&](const std::vector<std::string>& row) {
+        std::string line;
+        for (size_t i = 0; i < row.size(); ++i) {
+            const std::string space(widths[i] - displayWidth(row[i]), ' ');
+            line += i > 0 ? "  " : "";
+            line += mColumns[i].align == Align::Right ? space + row[i] : row[i] + space;
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        shown += line + '\n';
+    };
+    show(titles);
+    for (const auto& row : mRows)
+        show(row);
+    return shown;
+}
+
+} // namespace tnb

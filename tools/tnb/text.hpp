@@ -1,0 +1,51 @@
+// Text for a terminal: made harmless, and in columns.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tnb {
+
+// How many bytes the valid UTF-8 character at the start of text has; 0 if there is none.
+[[nodiscard]] size_t characterBytes(std::string_view text);
+
+// text with everything escaped (\n, \x1b, ...) that isn't valid UTF-8 or could move a terminal's cursor: names come
+// from files that nobody vouches for.
+[[nodiscard]] std::string printable(std::string_view text);
+
+// 1234567 as 1,234,567.
+[[nodiscard]] std::string grouped(unsigned long long number);
+
+// value with so many digits behind the point.
+[[nodiscard]] std::string fixed(double value, int digits);
+
+enum class Align
+{
+    Left,
+    Right
+};
+
+// Rows of cells, shown in columns as wide as their widest cell. Cells are UTF-8; wide characters count as two.
+class Table
+{
+public:
+    struct Column
+    {
+        std::string title;
+        Align align;
+    };
+
+    explicit Table(std::vector<Column> columns);
+
+    // As many cells as there are columns.
+    void add(std::vector<std::string> cells);
+
+    [[nodiscard]] std::string text() const;
+
+private:
+    std::vector<Column> mColumns;
+    std::vector<std::vector<std::string>> mRows;
+};
+
+} // namespace tnb
