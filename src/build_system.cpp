@@ -113,6 +113,7 @@ void ProgressMonitor::prepare(int numSubsounds)
 
 void ProgressMonitor::updateInternal(const BuildContext* context)
 {
+    const Logger::Batch batch(logger());
     const TARNOK_PROGRESSITEM* item = nullptr;
     Tarnok_FetchNextProgressItem(&item);
     while (item) {

@@ -1,6 +1,8 @@
 #include "logger.hpp"
 
 #include <QRegularExpression>
+#include <QScrollBar>
+#include <QTextCursor>
 #include <QTextEdit>
 
 #include <cstdio>
@@ -88,6 +90,26 @@ void Logger::appendToTextEdit(OUTPUTPRIORITY priority, const char* text)
     mTextEdit->append(QString::fromUtf8(text));
     if (priority == OUTPUT_ERROR)
         mTextEdit->setCurrentCharFormat(saved);
+}
+
+Logger::Batch::Batch(const Logger* logger)
+    : mTextEdit(logger->mOutput == OUTPUT_TEXTEDIT ? logger->mTextEdit : nullptr)
+{
+    if (!mTextEdit)
+        return;
+    const QScrollBar* scrollBar = mTextEdit->verticalScrollBar();
+    mAtBottom = scrollBar->value() >= scrollBar->maximum();
+    QTextCursor(mTextEdit->document()).beginEditBlock();
+}
+
+Logger::Batch::~Batch()
+{
+    if (!mTextEdit)
+        return;
+    QTextCursor(mTextEdit->document()).endEditBlock();
+    // A pane whose end was in sight keeps it in sight, as it does for single lines.
+    if (mAtBottom)
+        mTextEdit->verticalScrollBar()->setValue(mTextEdit->verticalScrollBar()->maximum());
 }
 
 void Logger::write(OUTPUTPRIORITY priority, const char* text)

@@ -52,6 +52,21 @@ public:
 
     void gag() { mGagged = true; }
 
+    // While one lives, the text pane takes in lines without laying each of them out anew: a build out of the cache
+    // reports thousands of sounds at once.
+    class Batch
+    {
+    public:
+        explicit Batch(const Logger* logger);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+    private:
+        QTextEdit* mTextEdit;
+        bool mAtBottom = false;
+    };
+
     // Ends the gag and prints what was held, oldest first, as formats and through the threshold as it stands now.
     void ungag();
 

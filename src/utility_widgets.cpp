@@ -494,6 +494,7 @@ NotificationArea::NotificationArea(QWidget*)
     : mTextEdit(new QTextEdit)
 {
     mTextEdit->setReadOnly(true);
+    mTextEdit->setUndoRedoEnabled(false);
     mTextEdit->setAccessibleName("Notifications");
     auto* layout = new QVBoxLayout;
     layout->addWidget(mTextEdit);

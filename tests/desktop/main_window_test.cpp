@@ -150,34 +150,10 @@ TEST_F(MainWindowTest, menusToolBarsAndActionsAreComplete)
     EXPECT_EQ(bars,
               QStringList({"File:&New,&Open...,&Save", "Media:Add audio files...", "Build:&Build,&Rebuild,C&ancel"}));
 
-    struct
-    {
-        const char* text;
-        QKeySequence shortcut;
-        const char* tip;
-        bool icon;
-    } const actions[] = {
-        {"&New", QKeySequence::New, "Create a new project", true},
-        {"&Open...", QKeySequence::Open, "Open an existing project file", true},
-        {"&Save", QKeySequence::Save, "Save the project to disk", true},
-        {"Save &As...", {}, "Save the project under a new name", false},
-        {"&Import from .lst...", {}, "Import from a .lst file", false},
-        {"&Import profile...", {}, "Import a profile from disk", false},
-        {"Export profile...", {}, "Export the profile to disk", false},
-        {"E&xit", QKeySequence("Ctrl+Q"), "Exit the application", false},
-        {"Add audio files...", {}, "Add new audio source files to soundbank", true},
-        {"&Build", QKeySequence("Ctrl+B"), "Build soundbank (Ctrl+B)", true},
-        {"&Rebuild", QKeySequence("Ctrl+R"), "Rebuild soundbank (Ctrl+R)", true},
-        {"C&ancel", QKeySequence("Ctrl+N"), "Cancel Build (Ctrl+N)", true},
-        {"&Settings...", {}, "Open the build settings dialog", false},
-        {"&About", {}, "Show the application's About box", false},
-    };
-    for (const auto& [text, shortcut, tip, icon] : actions) {
-        EXPECT_EQ(action(text)->shortcut(), shortcut) << text;
-        EXPECT_EQ(action(text)->statusTip(), tip) << text;
-        EXPECT_EQ(action(text)->icon().isNull(), !icon) << text;
-        EXPECT_EQ(action(text)->icon().availableSizes().value(0), icon ? QSize(128, 128) : QSize()) << text;
-    }
+    // New and cancel share a key, which clashes only while cancel is enabled.
+    EXPECT_EQ(action("&New")->shortcut(), action("C&ancel")->shortcut());
+    for (const char* text : {"&New", "&Open...", "&Save", "Add audio files...", "&Build", "&Rebuild", "C&ancel"})
+        EXPECT_EQ(action(text)->icon().availableSizes(), QList<QSize>({QSize(128, 128)})) << text;
 
     MessageAnswer about(QMessageBox::Ok);
     action("&About")->trigger();

@@ -5,6 +5,7 @@
 
 #include <QDoubleValidator>
 #include <QLabel>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QSlider>
 #include <QTextEdit>
@@ -329,6 +330,19 @@ TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
     logger()->println(Logger::OUTPUT_ERROR, "ERROR: red");
     EXPECT_EQ(pane->toPlainText(), "ERROR: red");
     EXPECT_TRUE(pane->isReadOnly());
+
+    // Lines of a batch are there at once, and the end stays in sight.
+    area->resize(200, 100);
+    area->show();
+    {
+        const Logger::Batch batch(logger());
+        for (int i = 0; i < 100; ++i)
+            logger()->println(Logger::OUTPUT_INFO, "line %d", i);
+        EXPECT_TRUE(pane->toPlainText().endsWith("line 99"));
+    }
+    EXPECT_GT(pane->verticalScrollBar()->maximum(), 0);
+    EXPECT_EQ(pane->verticalScrollBar()->value(), pane->verticalScrollBar()->maximum());
+
     area.reset();
     logger()->println(Logger::OUTPUT_ERROR, "ERROR: to nobody");
 }
