@@ -47,6 +47,11 @@ std::string textOf(Get get)
     return text;
 }
 
+std::string nameOf(KESS::Sound& sound)
+{
+    return textOf([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
+}
+
 } // namespace
 
 Engine::Engine()
@@ -82,12 +87,17 @@ SoundPointer OpenedBank::sound(int index)
     return SoundPointer(subsound);
 }
 
+std::string OpenedBank::name(int index)
+{
+    return nameOf(*sound(index));
+}
+
 SoundFacts OpenedBank::facts(int index)
 {
     const SoundPointer subsound = sound(index);
     SoundFacts facts;
     facts.index = index;
-    facts.name = textOf([&](char* buffer, int bytes) { return subsound->getName(buffer, bytes); });
+    facts.name = nameOf(*subsound);
     require(subsound->getFormat(nullptr, &facts.format, &facts.channels, &facts.bits));
     float rate = 0;
     require(subsound->getDefaults(&rate, nullptr));

@@ -79,7 +79,8 @@ public:
     // when the sound is damaged.
     [[nodiscard]] SoundPointer sound(int index);
 
-    // What is known of a sound. Throws likewise.
+    // What is known of a sound. Throw likewise.
+    [[nodiscard]] std::string name(int index);
     [[nodiscard]] SoundFacts facts(int index);
 
 private:
