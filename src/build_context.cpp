@@ -97,7 +97,9 @@ void BuildContext::run()
     if (finished())
         return;
 
-    mResult = Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
+    mResult = cancelled()
+        ? TARNOK_ERR_CANCELLED
+        : Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
     mFinished.store(true, std::memory_order_release);
 }
 

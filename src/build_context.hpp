@@ -20,8 +20,6 @@ void createCopy(const char** destination, const QString& source);
 // runs once.
 class BuildContext : public QThread
 {
-    Q_OBJECT
-
 public:
     // One sound in the library's own layout. It owns its file names.
     struct LibSubsound : TARNOK_SUBSOUND
@@ -42,6 +40,10 @@ public:
     bool clear();
     void run() override;
 
+    // The build ends as a cancelled one, also if its thread has not reached the library yet.
+    void cancel() { mCancelled.store(true); }
+    bool cancelled() const { return mCancelled.load(); }
+
     // Once this is true, the result stands.
     bool finished() const { return mFinished.load(std::memory_order_acquire); }
     TARNOK_RESULT result() const { return mResult; }
@@ -60,6 +62,7 @@ private:
     unsigned int mBuildFlags = 0;
     unsigned int mQuality = 0;
     std::atomic<bool> mFinished = false;
+    std::atomic<bool> mCancelled = false;
 };
 
 } // namespace TARNOK

@@ -228,6 +228,9 @@ BuildSystem::BuildSystem()
     : mCacheDir(settings()->getOutputDir(System::CACHE_NAME))
     , mThreadCount(static_cast<unsigned int>(settings()->getValue(System::THREAD_COUNT)))
 {
+    // The library is released when this object goes, which may have to be logged: the logger must be there first, to
+    // go last.
+    logger();
     if (settings()->getValue(System::GENERATE_CODE_HEADER) != 0)
         initFlags |= TARNOK_INIT_CREATE_HEADER;
 }
@@ -332,6 +335,9 @@ bool BuildSystem::update()
 
     BuildContext* context = mQueue.first(true);
     if (!context->finished()) {
+        // A cancel that came before the job's thread had reached the library found nothing to cancel there.
+        if (context->cancelled())
+            Tarnok_BuildCancel();
         mProgressMonitor.updateInternal(context);
         return true;
     }
@@ -364,10 +370,12 @@ void BuildSystem::cancelBuild()
         // A barrier against an update() in progress.
         QWriteLocker barrier(mQueue.lock());
     }
-    if (!mQueue.first(false)) {
+    BuildContext* context = mQueue.first(false);
+    if (!context) {
         logger()->println(Logger::OUTPUT_INFO, "No build to cancel");
         return;
     }
+    context->cancel();
     Tarnok_BuildCancel();
     mBuilding = false;
     emit buildStateChanged();

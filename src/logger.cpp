@@ -1,5 +1,6 @@
 #include "logger.hpp"
 
+#include <QRegularExpression>
 #include <QTextEdit>
 
 #include <cstdio>
@@ -15,6 +16,29 @@ struct Line
 
     Line(const char* format, va_list arguments) { std::vsnprintf(text, sizeof text, format, arguments); }
 };
+
+// How many conversions of a replayed message find an argument.
+constexpr int REPLAY_ARGUMENTS = 8;
+
+// Takes the meaning from those conversions of a text that a zero can't serve: it writes through its argument, takes a
+// floating-point number or a width from the arguments, is very wide, or comes when the arguments are used up.
+QString withSafeConversions(const QString& text)
+{
+    static const QRegularExpression conversion(
+        "%(?:%|[-+ #0']*\\d{0,3}(?:\\.\\d{0,3})?(?:hh|h|ll|l|j|z|t)?([diouxXcsp])|)");
+    QString safe;
+    qsizetype at = 0;
+    int arguments = 0;
+    for (auto matches = conversion.globalMatch(text); matches.hasNext();) {
+        const QRegularExpressionMatch match = matches.next();
+        const bool takesArgument = !match.captured(1).isEmpty();
+        const bool harmless = match.captured() == "%%" || (takesArgument && arguments < REPLAY_ARGUMENTS);
+        arguments += takesArgument;
+        safe += text.mid(at, match.capturedStart() - at) + (harmless ? "" : "%") + match.captured();
+        at = match.capturedEnd();
+    }
+    return safe + text.mid(at);
+}
 
 } // namespace
 
@@ -119,8 +143,8 @@ void Logger::ungag()
     for (const Message& message : held) {
         // A finished text is a format again, and a "%" in it, of a file name say, a conversion. The conversions find
         // zeros here and not whatever happens to lie on the stack.
-        replay(message.priority, message.text.toUtf8().constData(), nullptr, nullptr, nullptr, nullptr, nullptr,
-               nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        replay(message.priority, withSafeConversions(message.text).toUtf8().constData(), nullptr, nullptr, nullptr,
+               nullptr, nullptr, nullptr, nullptr, nullptr);
     }
     mMessages.clear();
 }

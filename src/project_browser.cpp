@@ -12,6 +12,7 @@
 #include <QHeaderView>
 #include <QMenu>
 #include <QMimeData>
+#include <QPainter>
 #include <QProgressDialog>
 #include <QScrollBar>
 #include <QSet>
@@ -39,8 +40,24 @@ Workspace* workspace()
     return Singleton<Workspace>::instance();
 }
 
-// The model aligns texts horizontally only, which a view takes for the top of the row.
-class CentringDelegate : public QStyledItemDelegate
+// The shape of an icon in one colour.
+QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const QColor& colour)
+{
+    QPixmap pixmap = icon.pixmap(size, pixelRatio);
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(pixmap.rect(), colour);
+    painter.end();
+
+    // For both modes: a style tints what it has no picture of its own for.
+    QIcon result(pixmap);
+    result.addPixmap(pixmap, QIcon::Selected);
+    return result;
+}
+
+// The model aligns texts horizontally only, which a view takes for the top of the row, and its icons have the colours
+// in which selected rows are drawn.
+class RowDelegate : public QStyledItemDelegate
 {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
@@ -50,6 +67,9 @@ protected:
     {
         QStyledItemDelegate::initStyleOption(option, index);
         option->displayAlignment |= Qt::AlignVCenter;
+        if ((option->state & QStyle::State_Selected) && !option->icon.isNull())
+            option->icon = silhouette(option->icon, option->decorationSize, option->widget->devicePixelRatio(),
+                                      option->palette.color(QPalette::HighlightedText));
     }
 };
 
@@ -59,7 +79,7 @@ ProjectTreeView::ProjectTreeView(QWidget* parent)
     : QTreeView(parent)
     , mDropIndicator(new QWidget(this))
 {
-    setItemDelegate(new CentringDelegate(this));
+    setItemDelegate(new RowDelegate(this));
 
     hideDropIndicator();
     mDropIndicator->setAutoFillBackground(true);

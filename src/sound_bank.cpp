@@ -382,7 +382,7 @@ KESS_SOUND_FORMAT Subsound::format() const
 
 int Subsound::length_ms() const
 {
-    int longest = 0;
+    int longest = isEmpty() ? 0 : first()->length_ms();
     for (const SourceFile* file : *this)
         longest = std::max(longest, file->length_ms());
     return longest;

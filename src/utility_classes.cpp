@@ -106,7 +106,6 @@ constexpr SuffixHint SUFFIX_HINTS[] = {
     {"tnb", KESS_SOUND_TYPE_TNB},
 };
 
-// Opened anew for each use, so that a change by another process is seen.
 QString directoryKey(const QString& name)
 {
     return QString("Directories/%0").arg(name);

@@ -123,11 +123,10 @@ typedef struct TARNOK_SUBSOUND
     uint32_t reserved;            /* 0 */
 } TARNOK_SUBSOUND;
 
-/* Readies the library. threadCount is the number of workers, 1 to 256. cacheDirectory must exist; the string need
- * not outlive the call. A directory that can't be used only means that nothing is kept. The cache takes at most 4 GiB,
- * or as many bytes as the environment variable TARNOK_CACHE_LIMIT tells.
- * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, no thread, more than 256, or
- * no directory given. */
+/* Readies the library. threadCount is the number of workers, 1 to 256; what lies outside counts as the nearer of the
+ * two. cacheDirectory must exist; the string need not outlive the call. A directory that can't be used only means that
+ * nothing is kept. The cache takes at most 4 GiB, or as many bytes as the number in its file "limit" tells.
+ * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, or no directory given. */
 TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigned int threadCount,
                                      const char* cacheDirectory);
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -56,13 +56,12 @@ void removeWhatever(const std::string& path)
     std::filesystem::remove_all(path, ignored);
 }
 
-// The limit may be set from outside: by a farm whose cache disk is larger, or smaller.
-uint64_t configuredLimit()
+// Whoever runs a cache may set its limit in the folder itself, and so for all who share it.
+uint64_t configuredLimit(const std::string& directory)
 {
-    const char* text = std::getenv("TARNOK_CACHE_LIMIT");
-    char* end = nullptr;
-    const uint64_t limit = text ? std::strtoull(text, &end, 10) : 0;
-    return limit > 0 && *end == '\0' ? limit : Cache::sizeLimit;
+    std::ifstream file(directory + "/limit");
+    uint64_t limit = 0;
+    return file >> limit && limit > 0 ? limit : Cache::sizeLimit;
 }
 
 } // namespace
@@ -91,7 +90,7 @@ bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
 Cache::Cache(std::string directory, bool useEntries)
     : mDirectory(std::move(directory))
     , mUseEntries(useEntries)
-    , mLimit(configuredLimit())
+    , mLimit(configuredLimit(mDirectory))
 {
     mkdir((mDirectory + "/sounds").c_str(), 0777);
     mkdir(temporaryFolder().c_str(), 0777);

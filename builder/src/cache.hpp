@@ -77,7 +77,7 @@ public:
     // the last look was a while ago, since it means visiting each entry.
     void tidy(std::stop_token stop);
 
-    // Upper size of all entries together, in bytes, unless the environment variable TARNOK_CACHE_LIMIT tells another.
+    // Upper size of all entries together, in bytes, unless a file "limit" in the folder tells another.
     static constexpr uint64_t sizeLimit = uint64_t(4) << 30;
 
 private:

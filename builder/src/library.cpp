@@ -4,6 +4,7 @@
 #include "tarnok.h"
 #include "worker_pool.hpp"
 
+#include <algorithm>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -111,11 +112,10 @@ TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigne
         const std::lock_guard lock(state.mutex);
         if (state.session)
             return TARNOK_ERR_INITIALIZED;
-        if (version != TARNOK_TNBVERSION_CURRENT || threadCount == 0 || threadCount > mostThreads || !cacheDirectory
-            || !*cacheDirectory)
+        if (version != TARNOK_TNBVERSION_CURRENT || !cacheDirectory || !*cacheDirectory)
             return TARNOK_ERR_INVALID_PARAM;
         auto session = std::make_shared<Session>();
-        session->settings = {flags, threadCount, cacheDirectory};
+        session->settings = {flags, std::clamp(threadCount, 1u, mostThreads), cacheDirectory};
         state.session = std::move(session);
         return TARNOK_OK;
     });

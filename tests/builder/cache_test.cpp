@@ -438,7 +438,8 @@ TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
         if (i < 6)
             makeOlder(entries[i], 7200 + int(i));
     }
-    setenv("TARNOK_CACHE_LIMIT", std::to_string(total / 2).c_str(), 1);
+    const std::string limit = workshop.path("cache/limit");
+    writeFile(limit, std::to_string(total / 2));
     Order another = workshop.order({workshop.path("one more.wav")});
     writeSound(another.sounds[0][0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 100));
     EXPECT_EQ(build(another).result, TARNOK_OK);
@@ -449,10 +450,9 @@ TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
     EXPECT_FALSE(fs::exists(entries[5])) << "the oldest";
     EXPECT_TRUE(fs::exists(entries[6]) && fs::exists(entries[7]));
 
-    setenv("TARNOK_CACHE_LIMIT", "1", 1);
+    writeFile(limit, std::string("1"));
     ASSERT_EQ(build(workshop.order(files)).result, TARNOK_OK);
     EXPECT_EQ(build(workshop.order(files)).cachedSounds(), 8) << "all were used just now";
-    unsetenv("TARNOK_CACHE_LIMIT");
 }
 
 TEST(Cache, LosesWhatKilledBuildsLeave)

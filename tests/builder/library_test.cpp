@@ -36,8 +36,10 @@ TEST(Library, RefusesCallsOutOfOrder)
     EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_ERR_UNINITIALIZED);
 
     EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION(1), 0, 1, cache), TARNOK_ERR_INVALID_PARAM);
-    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 0, cache), TARNOK_ERR_INVALID_PARAM);
-    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 257, cache), TARNOK_ERR_INVALID_PARAM);
+    for (const unsigned threads : {0u, 257u}) {
+        EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, threads, cache), TARNOK_OK);
+        EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    }
     EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 1, nullptr), TARNOK_ERR_INVALID_PARAM);
     EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, 1, ""), TARNOK_ERR_INVALID_PARAM);
 

@@ -104,12 +104,26 @@ TEST_F(LoggerTest, HoldsMessagesBackWhileItIsGagged)
 
 TEST_F(LoggerTest, ReadsAHeldMessageAsAFormatAgain)
 {
-    logger()->setPrintToStdout();
-    logger()->gag();
-    logger()->println(Logger::OUTPUT_INFO, "%s", "100%% and 5%d");
-    testing::internal::CaptureStdout();
-    logger()->ungag();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "100% and 50\n");
+    struct Case
+    {
+        std::string held;
+        std::string printed;
+    };
+    std::string many;
+    for (int i = 0; i < 40; ++i)
+        many += "%d";
+    for (const Case& c : {Case{"100%% and 5%d", "100% and 50"},
+                          {"50%new", "50%new"},
+                          {"%s%5x|%-3c|", std::string("(null)    0|\0  |", 16)},
+                          {"%f %a %*d %1$s %99999d %", "%f %a %*d %1$s %99999d %"},
+                          {many, "00000000" + many.substr(16)}}) {
+        logger()->setPrintToStdout();
+        logger()->gag();
+        logger()->println(Logger::OUTPUT_INFO, "%s", c.held.c_str());
+        testing::internal::CaptureStdout();
+        logger()->ungag();
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed + "\n");
+    }
 }
 
 } // namespace
