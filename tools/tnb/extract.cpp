@@ -95,10 +95,14 @@ void copySamples(KESS::Sound& sound, const SoundFacts& facts, WavWriter& writer)
 void extractSound(OpenedBank& bank, int index, const std::string& name, const ExtractRequest& request)
 {
     const SoundFacts facts = bank.facts(index);
+    const SoundPointer sound = bank.sound(index);
+    // A decoder makes some sound or other of nearly any data.
+    if (sound->verifyData() != KESS_OK)
+        throw Failure(Status::Damaged, "damaged: its data don't match their checksum");
     OutputFile file(request.folder, name);
     WavWriter writer(facts, file);
     writer.begin();
-    copySamples(*bank.sound(index), facts, writer);
+    copySamples(*sound, facts, writer);
     writer.finish();
     file.commit(request.replace);
     if (writer.leavesPointsOut())

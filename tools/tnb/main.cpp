@@ -2,9 +2,11 @@
 #include "extract.hpp"
 #include "info.hpp"
 #include "text.hpp"
+#include "validate.hpp"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <clocale>
 #include <fstream>
 #include <iostream>
@@ -75,6 +77,7 @@ public:
         mApp.footer(
             "Exit status: 0 all is well, 1 a bank is damaged, 2 a bank can't be read or the arguments are wrong.");
         addInfo();
+        addValidate();
         addExtract();
     }
 
@@ -103,6 +106,17 @@ private:
         });
     }
 
+    void addValidate()
+    {
+        CLI::App* command = mApp.add_subcommand("validate", "Look for damage, by reading and decoding everything");
+        command->add_option("BANK", mBanks, "Banks to look at")->required();
+        mKey.addTo(*command);
+        command->callback([this] {
+            for (const std::string& bank : mBanks)
+                mStatus = std::max(mStatus, attempt(bank, [&] { return tnb::validate(bank, mKey.key()); }));
+        });
+    }
+
     void addExtract()
     {
         CLI::App* command = mApp.add_subcommand("extract", "Write sounds of a bank as WAV files");
@@ -126,6 +140,7 @@ private:
     CLI::App mApp{"Looks into sound banks.", "tnb"};
     KeyOptions mKey;
     tnb::InfoRequest mInfo;
+    std::vector<std::string> mBanks;
     tnb::ExtractRequest mExtract;
     Status mStatus = Status::Sound;
 };
