@@ -84,7 +84,15 @@ public:
         if (mReader)
             return KESS_OK;
         const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key, fault);
-        return plain ? openTables(*plain, fault) : resultOf(plain.error());
+        if (!plain)
+            return resultOf(plain.error());
+        const KESS_RESULT result = openTables(*plain, fault);
+        if (result == KESS_OK || result == KESS_ERR_MEMORY)
+            return result;
+        // The key was right: to ask for another, or for a newer engine, would lead nowhere.
+        if (fault && fault->empty())
+            *fault = "what was encrypted isn't a bank";
+        return KESS_ERR_FILE_BAD;
     }
 
     [[nodiscard]] const bank::BankReader* reader() const override { return mReader ? &*mReader : nullptr; }
