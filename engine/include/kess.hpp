@@ -33,9 +33,10 @@ public:
 
     /* Reads all of a bank: its tables, every checksum, every packet (by decoding it) and every place to seek to, and
      * tells each fault to finding, which may be null. Memory doesn't grow with the sounds. key may be null for a bank
-     * that isn't encrypted. KESS_OK: nothing is damaged. KESS_ERR_FILE_BAD: damage was told of; or, if none was, the
-     * file can't be read at all. KESS_ERR_FILE_NOTFOUND. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION.
-     * KESS_ERR_KEY_MISSING. KESS_ERR_KEY_WRONG. KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */
+     * that isn't encrypted. When finding ends it early, the answer is that of what it saw. KESS_OK: nothing is damaged.
+     * KESS_ERR_FILE_BAD: damage was told of; or, if none was, the file can't be read at all. KESS_ERR_FILE_NOTFOUND.
+     * KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION. KESS_ERR_KEY_MISSING. KESS_ERR_KEY_WRONG.
+     * KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */
     KESS_RESULT verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData);
 
 private:
