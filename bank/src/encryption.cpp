@@ -183,14 +183,14 @@ std::vector<uint8_t> pack(const EncryptedHeader& header)
     return bytes;
 }
 
-Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source)
+Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault)
 {
-    const Result<layout::Prefix> prefix = layout::readPrefix(source);
+    const Result<layout::Prefix> prefix = layout::readPrefix(source, fault);
     if (!prefix)
         return prefix.error();
     if (!(prefix->flags & layout::kFlagEncrypted))
         return Error::NotABank;
-    const Result<std::vector<uint8_t>> bytes = layout::readHeader(source, *prefix, kEncryptedHeaderBytes);
+    const Result<std::vector<uint8_t>> bytes = layout::readHeader(source, *prefix, kEncryptedHeaderBytes, fault);
     if (!bytes)
         return bytes.error();
 
@@ -208,11 +208,11 @@ Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source)
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes
         || header.memoryKiB < kMinimumMemoryKiB || header.memoryKiB > kMaximumMemoryKiB || header.passes == 0
         || header.passes > kMaximumPasses)
-        return Error::Damaged;
+        return layout::damaged(fault, "the header tells an encryption that no bank has");
     if (header.plainBytes == 0 || header.plainBytes > header.fileBytes
         || header.fileBytes
             != header.headerBytes + header.plainBytes + pieceCount(header.plainBytes, header.pieceBytes) * kTagBytes)
-        return Error::Damaged;
+        return layout::damaged(fault, "the header tells sizes that don't fit each other");
     return header;
 }
 
@@ -312,14 +312,15 @@ Error EncryptingSink::flush()
     return mSink.write(mSealed);
 }
 
-Error checkLocked(const ByteSource& source)
+Error checkLocked(const ByteSource& source, std::string* fault)
 {
-    return readEncryptedHeader(source).error();
+    return readEncryptedHeader(source, fault).error();
 }
 
-Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key)
+Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key,
+                                                 std::string* fault)
 {
-    const Result<EncryptedHeader> header = readEncryptedHeader(*source);
+    const Result<EncryptedHeader> header = readEncryptedHeader(*source, fault);
     if (!header)
         return header.error();
     Result<std::shared_ptr<const PieceKeys>> keys = PieceKeys::derive(*header, key);

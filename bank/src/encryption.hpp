@@ -42,7 +42,7 @@ struct EncryptedHeader
 [[nodiscard]] uint64_t encryptedBytes(uint64_t plainBytes);
 
 // Error::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
-Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source);
+Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault = nullptr);
 [[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
 
 // Keys, wiped from memory when done with.

@@ -290,53 +290,77 @@ SetupRow loadSetupRow(const uint8_t* place)
     return {loadLittle<uint64_t>(place), loadLittle<uint64_t>(place + 8), loadLittle<uint32_t>(place + 16)};
 }
 
-Result<Prefix> readPrefix(const ByteSource& source)
+Error damaged(std::string* fault, std::string_view what)
+{
+    if (fault)
+        *fault = what;
+    return Error::Damaged;
+}
+
+Error unreadable(Error error, std::string_view what, std::string* fault)
+{
+    // What lies inside can only be damaged for those who decrypt it.
+    if (error == Error::Damaged)
+        return damaged(fault, std::string(what) + " can't be decrypted: they were changed");
+    return error;
+}
+
+Result<Prefix> readPrefix(const ByteSource& source, std::string* fault)
 {
     std::array<uint8_t, kPrefixBytes> bytes{};
     const size_t length = size_t(std::min<uint64_t>(source.size(), bytes.size()));
     if (const Error error = source.readAt(0, std::span(bytes).first(length)); error != Error::None)
-        return error;
+        return unreadable(error, "the first bytes", fault);
     if (length < kMagic.size() || !std::equal(kMagic.begin(), kMagic.end(), bytes.begin()))
         return Error::NotABank;
     if (length < kPrefixBytes)
-        return Error::Damaged;
+        return damaged(fault, "the file ends within its header");
     const Prefix prefix = loadPrefix(bytes.data());
     if (prefix.majorVersion > kMajorVersion)
         return Error::Version;
     if (prefix.majorVersion == 0)
-        return Error::Damaged;
+        return damaged(fault, "the version in the header is 0");
     return prefix;
 }
 
-Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum)
+Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum,
+                                        std::string* fault)
 {
     if (prefix.headerBytes < minimum || prefix.headerBytes > kMaximumHeaderBytes || prefix.headerBytes % 8 != 0)
-        return Error::Damaged;
+        return damaged(fault, "the header tells a wrong size of itself");
+    if (prefix.headerBytes > source.size())
+        return damaged(fault, "the file ends within its header");
     std::vector<uint8_t> bytes(prefix.headerBytes);
     if (const Error error = source.readAt(0, bytes); error != Error::None)
-        return error;
+        return unreadable(error, "the first bytes", fault);
     const std::span covered = std::span(bytes).first(bytes.size() - 8);
     if (checksum(covered) != loadLittle<uint64_t>(bytes.data() + covered.size()))
-        return Error::Damaged;
+        return damaged(fault, "the header doesn't match its checksum");
     if (prefix.fileBytes != source.size())
-        return Error::Damaged;
+        return damaged(fault,
+                       "the file was cut or lengthened: it has " + std::to_string(source.size()) + " bytes instead of "
+                           + std::to_string(prefix.fileBytes));
     return bytes;
 }
 
-bool plausible(const Row& row)
+const char* faultOf(const Row& row)
 {
     if (row.channels == 0 || row.channels > kMaximumChannels)
-        return false;
+        return "its number of channels is impossible";
     if (row.sampleRate == 0 || row.sampleRate > kMaximumSampleRate)
-        return false;
+        return "its sample rate is impossible";
     if (row.sampleCount > kMaximumSampleCount || row.leadIn > std::numeric_limits<uint32_t>::max() / 2)
-        return false;
+        return "its length is impossible";
+    constexpr const char* kNoFit = "its length and the size of its data don't fit each other";
     if (row.codec == uint8_t(Codec::Pcm)) {
         const uint64_t frameBytes = bytesPerSample(SampleFormat(row.sampleFormat)) * row.channels;
-        return frameBytes != 0 && row.leadIn == 0 && row.dataBytes / frameBytes == row.sampleCount
-            && row.dataBytes % frameBytes == 0;
+        if (frameBytes == 0)
+            return "its sample format is unknown";
+        const bool fits =
+            row.leadIn == 0 && row.dataBytes / frameBytes == row.sampleCount && row.dataBytes % frameBytes == 0;
+        return fits ? nullptr : kNoFit;
     }
-    return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes;
+    return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes ? nullptr : kNoFit;
 }
 
 std::vector<uint8_t> packChunks(const Sound& sound)
@@ -362,17 +386,19 @@ std::vector<uint8_t> packChunks(const Sound& sound)
     return chunks;
 }
 
-Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound)
+Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* fault)
 {
     while (!chunks.empty()) {
         if (chunks.size() < 8)
-            return Error::Damaged;
+            return damaged(fault, "its chunks end within one");
         const uint32_t tag = loadLittle<uint32_t>(chunks.data());
         const uint32_t bytes = loadLittle<uint32_t>(chunks.data() + 4);
-        chunks = chunks.subspan(8);
-        if (bytes > chunks.size() || !unpackChunk(tag, chunks.first(bytes), sound))
-            return Error::Damaged;
-        chunks = chunks.subspan(bytes);
+        if (bytes > chunks.size() - 8)
+            return damaged(fault, "its chunks end within one");
+        if (!unpackChunk(tag, chunks.subspan(8, bytes), sound))
+            return damaged(fault,
+                           "its chunk " + std::string(chunks.begin(), chunks.begin() + 4) + " holds what can't be");
+        chunks = chunks.subspan(8 + size_t(bytes));
     }
     return Error::None;
 }

@@ -4,6 +4,7 @@
 #include "bank/sound.hpp"
 
 #include <array>
+#include <string_view>
 
 namespace bank::layout {
 
@@ -105,21 +106,33 @@ void store(const Row& row, uint8_t* place);
 void store(const SetupRow& row, uint8_t* place);
 [[nodiscard]] SetupRow loadSetupRow(const uint8_t* place);
 
+// Error::Damaged. In all of these functions fault, unless it is null, gets what is damaged, in words.
+Error damaged(std::string* fault, std::string_view what);
+
+// error, from reading what (in the plural), which lies inside the source.
+Error unreadable(Error error, std::string_view what, std::string* fault);
+
 // Reads the first bytes of a bank. Error::NotABank, Error::Version, Error::Damaged, Error::Io.
-Result<Prefix> readPrefix(const ByteSource& source);
+Result<Prefix> readPrefix(const ByteSource& source, std::string* fault = nullptr);
 
 // Reads the whole header that prefix announces, at least minimum bytes long, and verifies its checksum, which is its
 // last eight bytes, and the size of the file.
-Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum);
+Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum,
+                                        std::string* fault = nullptr);
 
-// The row's own ranges: channels, rates, lengths that the data could hold. Offsets are the reader's to check.
-[[nodiscard]] bool plausible(const Row& row);
+// What is wrong with the row's own ranges, null for nothing: channels, rates, lengths that the data could hold. Offsets
+// are the reader's to check.
+[[nodiscard]] const char* faultOf(const Row& row);
+[[nodiscard]] inline bool plausible(const Row& row)
+{
+    return !faultOf(row);
+}
 
 // The chunks of a sound.
 [[nodiscard]] std::vector<uint8_t> packChunks(const Sound& sound);
 
 // Fills the optional members of *sound, whose others are set. Error::Damaged.
-Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound);
+Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* fault = nullptr);
 
 // The row's part of a sound, and back.
 [[nodiscard]] Row rowOf(const Sound& sound, std::span<const uint8_t> chunks);

@@ -9,13 +9,22 @@ namespace bank {
 
 using namespace layout;
 
-Result<Kind> probe(const ByteSource& source)
+Result<Kind> probe(const ByteSource& source, std::string* fault)
 {
-    const Result<Prefix> prefix = readPrefix(source);
+    const Result<Prefix> prefix = readPrefix(source, fault);
     if (!prefix)
         return prefix.error();
     return prefix->flags & kFlagEncrypted ? Kind::Encrypted : Kind::Plain;
 }
+
+namespace {
+
+Error mismatch(std::string_view what, std::string* fault)
+{
+    return damaged(fault, std::string(what) + " don't match their checksum");
+}
+
+} // namespace
 
 struct BankReader::Tables
 {
@@ -36,36 +45,47 @@ struct BankReader::Tables
     {
         return {reinterpret_cast<const char*>(bytes.data() + header.namesOffset + row.nameOffset), row.nameBytes};
     }
+    [[nodiscard]] uint64_t nameHashAt(uint32_t i) const { return loadLittle<uint64_t>(nameIndexRow(i)); }
+    [[nodiscard]] uint32_t namedSound(uint32_t i) const { return loadLittle<uint32_t>(nameIndexRow(i) + 8); }
+    [[nodiscard]] const uint8_t* nameIndexRow(uint32_t i) const
+    {
+        return bytes.data() + header.nameIndexOffset + size_t(i) * kNameIndexBytes;
+    }
     [[nodiscard]] uint64_t tablesEnd() const { return bytes.size(); }
 
-    Error load();
+    Error load(std::string* fault);
+    Error checkPlaces(std::string* fault) const;
     [[nodiscard]] bool tablesFit() const;
-    [[nodiscard]] bool rowFits(const Row& row) const;
-    [[nodiscard]] bool contentsFit() const;
-    Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected) const;
+    [[nodiscard]] const char* rowFault(const Row& row) const;
+
+    // what: begins the words for the fault.
+    Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected, std::string_view what,
+                                             std::string* fault) const;
 };
 
-Error BankReader::Tables::load()
+Error BankReader::Tables::load(std::string* fault)
 {
-    const Result<Prefix> prefix = readPrefix(*source);
+    const Result<Prefix> prefix = readPrefix(*source, fault);
     if (!prefix)
         return prefix.error();
     if (prefix->flags & kFlagEncrypted)
         return Error::KeyMissing;
-    Result<std::vector<uint8_t>> front = readHeader(*source, *prefix, kHeaderBytes);
+    Result<std::vector<uint8_t>> front = readHeader(*source, *prefix, kHeaderBytes, fault);
     if (!front)
         return front.error();
     header = loadHeader(front->data());
     if (!rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
-        return Error::Damaged;
+        return damaged(fault, "the tables reach behind the end of the file");
 
     bytes = std::move(*front);
     bytes.resize(size_t(prefix->headerBytes + header.tablesBytes));
     const std::span tables = std::span(bytes).subspan(prefix->headerBytes);
     if (const Error error = source->readAt(prefix->headerBytes, tables); error != Error::None)
+        return unreadable(error, "the tables", fault);
+    if (checksum(tables) != header.tablesChecksum)
+        return damaged(fault, "the tables don't match their checksum");
+    if (const Error error = checkPlaces(fault); error != Error::None)
         return error;
-    if (checksum(tables) != header.tablesChecksum || !tablesFit() || !contentsFit())
-        return Error::Damaged;
 
     info.majorVersion = header.prefix.majorVersion;
     info.minorVersion = header.prefix.minorVersion;
@@ -92,49 +112,58 @@ bool BankReader::Tables::tablesFit() const
         && fits(header.namesOffset, header.namesBytes) && header.nameIndexCount <= header.soundCount;
 }
 
-bool BankReader::Tables::rowFits(const Row& row) const
+const char* BankReader::Tables::rowFault(const Row& row) const
 {
     const uint64_t fileBytes = header.prefix.fileBytes;
-    return plausible(row) && (row.setup == kNoSetup || row.setup < header.setupCount) && row.chunksOffset >= tablesEnd()
-        && rangeInside(row.chunksOffset, row.chunksBytes, fileBytes) && row.dataOffset >= tablesEnd()
-        && rangeInside(row.dataOffset, row.dataBytes, fileBytes)
-        && rangeInside(row.nameOffset, row.nameBytes, header.namesBytes);
+    if (const char* fault = faultOf(row))
+        return fault;
+    if (row.setup != kNoSetup && row.setup >= header.setupCount)
+        return "its setup doesn't exist";
+    if (row.chunksOffset < tablesEnd() || !rangeInside(row.chunksOffset, row.chunksBytes, fileBytes))
+        return "its chunks lie outside the bank";
+    if (row.dataOffset < tablesEnd() || !rangeInside(row.dataOffset, row.dataBytes, fileBytes))
+        return "its data lie outside the bank";
+    if (!rangeInside(row.nameOffset, row.nameBytes, header.namesBytes))
+        return "its name lies outside the names";
+    return nullptr;
 }
 
-bool BankReader::Tables::contentsFit() const
+Error BankReader::Tables::checkPlaces(std::string* fault) const
 {
+    if (!tablesFit())
+        return damaged(fault, "a table lies outside the tables");
     for (uint32_t i = 0; i < header.soundCount; ++i) {
-        if (!rowFits(row(i)))
-            return false;
+        if (const char* found = rowFault(row(i)))
+            return damaged(fault, "sound " + std::to_string(i) + ": " + found);
     }
     for (uint32_t i = 0; i < header.setupCount; ++i) {
         const SetupRow setup = setupRow(i);
         if (setup.offset < tablesEnd() || !rangeInside(setup.offset, setup.bytes, header.prefix.fileBytes))
-            return false;
+            return damaged(fault, "setup " + std::to_string(i) + " lies outside the bank");
     }
     for (uint32_t i = 0; i < header.nameIndexCount; ++i) {
-        const uint8_t* place = bytes.data() + header.nameIndexOffset + size_t(i) * kNameIndexBytes;
-        if (loadLittle<uint32_t>(place + 8) >= header.soundCount)
-            return false;
+        if (namedSound(i) >= header.soundCount)
+            return damaged(fault, "the index of names tells a sound that doesn't exist");
     }
-    return true;
+    return Error::None;
 }
 
-Result<std::vector<uint8_t>> BankReader::Tables::readChecked(uint64_t offset, uint64_t size, uint64_t expected) const
+Result<std::vector<uint8_t>> BankReader::Tables::readChecked(uint64_t offset, uint64_t size, uint64_t expected,
+                                                             std::string_view what, std::string* fault) const
 {
     std::vector<uint8_t> part(static_cast<size_t>(size));
     if (const Error error = source->readAt(offset, part); error != Error::None)
-        return error;
+        return unreadable(error, what, fault);
     if (checksum(part) != expected)
-        return Error::Damaged;
+        return mismatch(what, fault);
     return part;
 }
 
-Result<BankReader> BankReader::open(std::shared_ptr<const ByteSource> source)
+Result<BankReader> BankReader::open(std::shared_ptr<const ByteSource> source, std::string* fault)
 {
     auto tables = std::make_unique<Tables>();
     tables->source = std::move(source);
-    if (const Error error = tables->load(); error != Error::None)
+    if (const Error error = tables->load(fault); error != Error::None)
         return error;
     return BankReader(std::move(tables));
 }
@@ -181,17 +210,17 @@ SoundEntry BankReader::entry(uint32_t index) const
     return entry;
 }
 
-Result<Sound> BankReader::soundWithoutSetup(uint32_t index) const
+Result<Sound> BankReader::soundWithoutSetup(uint32_t index, std::string* fault) const
 {
     if (index >= info().soundCount)
         return Error::NotFound;
     const Row row = mTables->row(index);
     const Result<std::vector<uint8_t>> chunks =
-        mTables->readChecked(row.chunksOffset, row.chunksBytes, row.chunksChecksum);
+        mTables->readChecked(row.chunksOffset, row.chunksBytes, row.chunksChecksum, "its chunks", fault);
     if (!chunks)
         return chunks.error();
     Sound sound = soundOf(row);
-    if (const Error error = unpackChunks(*chunks, &sound); error != Error::None)
+    if (const Error error = unpackChunks(*chunks, &sound, fault); error != Error::None)
         return error;
     return sound;
 }
@@ -210,12 +239,12 @@ Result<Sound> BankReader::sound(uint32_t index) const
     return sound;
 }
 
-Result<std::vector<uint8_t>> BankReader::setup(uint32_t setupIndex) const
+Result<std::vector<uint8_t>> BankReader::setup(uint32_t setupIndex, std::string* fault) const
 {
     if (setupIndex >= setupCount())
         return Error::NotFound;
     const SetupRow row = mTables->setupRow(setupIndex);
-    return mTables->readChecked(row.offset, row.bytes, row.checksum);
+    return mTables->readChecked(row.offset, row.bytes, row.checksum, "the headers of its codec", fault);
 }
 
 uint32_t BankReader::setupCount() const
@@ -225,44 +254,60 @@ uint32_t BankReader::setupCount() const
 
 Result<uint32_t> BankReader::find(std::string_view name) const
 {
-    const uint8_t* index = mTables->bytes.data() + mTables->header.nameIndexOffset;
-    const auto hashAt = [index](uint32_t i) {
-        return loadLittle<uint64_t>(index + size_t(i) * kNameIndexBytes);
-    };
     const uint64_t hash = nameHash({reinterpret_cast<const uint8_t*>(name.data()), name.size()});
 
     uint32_t low = 0;
     uint32_t high = mTables->header.nameIndexCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (hashAt(middle) < hash)
+        if (mTables->nameHashAt(middle) < hash)
             low = middle + 1;
         else
             high = middle;
     }
-    for (; low < mTables->header.nameIndexCount && hashAt(low) == hash; ++low) {
-        const uint32_t sound = loadLittle<uint32_t>(index + size_t(low) * kNameIndexBytes + 8);
+    for (; low < mTables->header.nameIndexCount && mTables->nameHashAt(low) == hash; ++low) {
+        const uint32_t sound = mTables->namedSound(low);
         if (mTables->name(mTables->row(sound)) == name)
             return sound;
     }
     return Error::NotFound;
 }
 
-Error BankReader::verifyData(uint32_t index) const
+Error BankReader::verifyData(uint32_t index, std::string* fault) const
 {
     if (index >= info().soundCount)
         return Error::NotFound;
     const Row row = mTables->row(index);
+    constexpr std::string_view kWhat = "its data";
     RunningChecksum running;
     std::vector<uint8_t> buffer(size_t(std::min<uint64_t>(row.dataBytes, 256 * 1024)));
     for (uint64_t done = 0; done < row.dataBytes;) {
         const std::span part = std::span(buffer).first(size_t(std::min<uint64_t>(buffer.size(), row.dataBytes - done)));
         if (const Error error = mTables->source->readAt(row.dataOffset + done, part); error != Error::None)
-            return error;
+            return unreadable(error, kWhat, fault);
         running.add(part);
         done += part.size();
     }
-    return running.value() == row.dataChecksum ? Error::None : Error::Damaged;
+    return running.value() == row.dataChecksum ? Error::None : mismatch(kWhat, fault);
+}
+
+Error BankReader::verifyNames(std::string* fault) const
+{
+    const Tables& tables = *mTables;
+    const uint32_t count = tables.header.nameIndexCount;
+    if (count != (info().hasNames ? info().soundCount : 0))
+        return damaged(fault, "the index of names leaves sounds out");
+    for (uint32_t i = 0; i < count; ++i) {
+        const std::string_view name = tables.name(tables.row(tables.namedSound(i)));
+        if (tables.nameHashAt(i) != nameHash({reinterpret_cast<const uint8_t*>(name.data()), name.size()}))
+            return damaged(fault, "the index of names doesn't match the names");
+        // Rising entries name each sound once.
+        if (i > 0
+            && std::pair(tables.nameHashAt(i - 1), tables.namedSound(i - 1))
+                >= std::pair(tables.nameHashAt(i), tables.namedSound(i)))
+            return damaged(fault, "the index of names is out of order");
+    }
+    return Error::None;
 }
 
 } // namespace bank

@@ -31,6 +31,14 @@ public:
      * (18), FORMAT (19), TOOMANYCHANNELS (64), VERSION (69). *sound, which may not be null, is null on failure. */
     KESS_RESULT createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound);
 
+    /* Reads all of a bank: its tables, every checksum, every packet (by decoding it) and every place to seek to, and
+     * tells each fault to finding, which may be null. Memory doesn't grow with the sounds. key may be null for a bank
+     * that isn't encrypted. When finding ends it early, the answer is that of what it saw. KESS_OK: nothing is damaged.
+     * KESS_ERR_FILE_BAD: damage was told of; or, if none was, the file can't be read at all. KESS_ERR_FILE_NOTFOUND.
+     * KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION. KESS_ERR_KEY_MISSING. KESS_ERR_KEY_WRONG.
+     * KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */
+    KESS_RESULT verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData);
+
 private:
     struct Impl;
     friend struct SystemAccess;
@@ -111,6 +119,11 @@ public:
      * dataBytes * 8 / (samples * channels). KESS_ERR_SUBSOUNDS: a plain sound, or a bank of several.
      * KESS_ERR_KEY_MISSING: locked. */
     KESS_RESULT getEncoding(KESS_ENCODING* encoding);
+
+    /* Reads all encoded samples of a subsound, or of the only sound of a bank, and compares them with their checksum,
+     * without decoding. Damage that a decoder would take for sound is found: KESS_ERR_FILE_BAD. KESS_ERR_SUBSOUNDS and
+     * KESS_ERR_KEY_MISSING as above. */
+    KESS_RESULT verifyData();
 
     /* Whether the bank is encrypted, unlocked or not. */
     KESS_RESULT isEncrypted(bool* encrypted);

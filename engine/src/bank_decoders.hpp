@@ -72,6 +72,7 @@ public:
     explicit PacketReader(EncodedData data);
 
     void seek(uint64_t offset); // cut to the size of the data
+    [[nodiscard]] bool atEnd() const { return mNext == mWindow.size(); }
 
     // The next packet, valid until the next call. KESS_ERR_FILE_BAD behind the last one, too.
     [[nodiscard]] KESS_RESULT next(std::span<const uint8_t>* packet);

@@ -67,25 +67,35 @@ public:
         : mFile(std::move(file))
     { }
 
-    [[nodiscard]] KESS_RESULT open()
+    [[nodiscard]] KESS_RESULT open(std::string* fault)
     {
-        const bank::Result<bank::Kind> kind = bank::probe(*mFile);
+        const bank::Result<bank::Kind> kind = bank::probe(*mFile, fault);
         if (!kind)
             return resultOf(kind.error());
         mEncrypted = *kind == bank::Kind::Encrypted;
-        return mEncrypted ? resultOf(bank::checkLocked(*mFile)) : openTables(mFile);
+        return mEncrypted ? resultOf(bank::checkLocked(*mFile, fault)) : openTables(mFile, fault);
     }
 
     [[nodiscard]] bool encrypted() const override { return mEncrypted; }
     [[nodiscard]] bool locked() const override { return !mReader; }
 
-    [[nodiscard]] KESS_RESULT unlock(std::string_view key) override
+    [[nodiscard]] KESS_RESULT unlock(std::string_view key, std::string* fault) override
     {
         if (mReader)
             return KESS_OK;
-        const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key);
-        return plain ? openTables(*plain) : resultOf(plain.error());
+        const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key, fault);
+        if (!plain)
+            return resultOf(plain.error());
+        const KESS_RESULT result = openTables(*plain, fault);
+        if (result == KESS_OK || result == KESS_ERR_MEMORY)
+            return result;
+        // The key was right: to ask for another, or for a newer engine, would lead nowhere.
+        if (fault && fault->empty())
+            *fault = "what was encrypted isn't a bank";
+        return KESS_ERR_FILE_BAD;
     }
+
+    [[nodiscard]] const bank::BankReader* reader() const override { return mReader ? &*mReader : nullptr; }
 
     void describe(KESS_BANKINFO* info) const override
     {
@@ -125,6 +135,11 @@ public:
         return KESS_OK;
     }
 
+    [[nodiscard]] KESS_RESULT verifyData(int index) const override
+    {
+        return mReader ? resultOf(mReader->verifyData(uint32_t(index))) : KESS_ERR_KEY_MISSING;
+    }
+
     [[nodiscard]] KESS_RESULT decoder(int index, std::unique_ptr<Decoder>* decoder) override
     {
         BankSound sound;
@@ -148,9 +163,9 @@ public:
     }
 
 private:
-    [[nodiscard]] KESS_RESULT openTables(std::shared_ptr<const bank::ByteSource> plain)
+    [[nodiscard]] KESS_RESULT openTables(std::shared_ptr<const bank::ByteSource> plain, std::string* fault)
     {
-        bank::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain));
+        bank::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain), fault);
         if (!reader)
             return resultOf(reader.error());
         mReader = std::move(*reader);
@@ -234,13 +249,13 @@ KESS_RESULT resultOf(bank::Error error)
     }
 }
 
-KESS_RESULT BankFile::open(const char* path, std::unique_ptr<BankFile>* bank)
+KESS_RESULT BankFile::open(const char* path, std::unique_ptr<BankFile>* bank, std::string* fault)
 {
     std::shared_ptr<const SourceFile> file;
     if (const KESS_RESULT result = SourceFile::open(path, &file); result != KESS_OK)
         return result;
     auto opened = std::make_unique<TnbFile>(std::make_shared<FileBytes>(std::move(file)));
-    if (const KESS_RESULT result = opened->open(); result != KESS_OK)
+    if (const KESS_RESULT result = opened->open(fault); result != KESS_OK)
         return result;
     *bank = std::move(opened);
     return KESS_OK;

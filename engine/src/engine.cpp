@@ -1,3 +1,4 @@
+#include "bank_verification.hpp"
 #include "decoders.hpp"
 #include "kess.hpp"
 #include "sound.hpp"
@@ -45,6 +46,18 @@ KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, KESS::SoundAc
     if (kind.reader == Reader::Bank)
         return openBank(path, sound);
     return openPlain(file, kind, sound);
+}
+
+KESS_RESULT verifyBank(const char* path, const char* key, const TellFinding& tell)
+{
+    std::unique_ptr<BankFile> bank;
+    std::string fault;
+    KESS_RESULT result = BankFile::open(path, &bank, &fault);
+    if (result == KESS_OK && bank->locked())
+        result = key ? bank->unlock(key, &fault) : KESS_ERR_KEY_MISSING;
+    if (result == KESS_ERR_FILE_BAD && !fault.empty())
+        tell(-1, result, fault);
+    return result == KESS_OK ? BankVerification(*bank, tell).run() : result;
 }
 
 // The results that stand for a file's fault. Anything else would count as a fault of the program.
@@ -118,6 +131,21 @@ KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREAT
     } catch (...) {
         // The files' own lengths are checked before memory is asked for; what remains is a machine at its limit.
         return KESS_ERR_FILE_BAD;
+    }
+}
+
+KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData)
+{
+    if (!mImpl->initialised)
+        return KESS_ERR_UNINITIALIZED;
+    if (!path)
+        return KESS_ERR_INVALID_PARAM;
+    try {
+        return kess::verifyBank(path, key, [&](int sound, KESS_RESULT result, const std::string& text) {
+            return !finding || finding(userData, sound, result, text.c_str()) != 0;
+        });
+    } catch (...) {
+        return KESS_ERR_MEMORY;
     }
 }
 

@@ -173,10 +173,8 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
 {
     if (index < 0 || index >= bank->soundCount())
         return KESS_ERR_INVALID_PARAM;
-    const auto place = static_cast<size_t>(index);
-    if (subsounds.size() <= place)
-        subsounds.resize(static_cast<size_t>(bank->soundCount()));
-    SoundAccess::Pointer& owned = subsounds[place];
+    subsounds.resize(static_cast<size_t>(bank->soundCount()));
+    SoundAccess::Pointer& owned = subsounds[static_cast<size_t>(index)];
     if (owned && !owned->mImpl->isClosed) {
         *sound = owned.get();
         return KESS_OK;
@@ -196,7 +194,8 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
     impl.position = 0;
     impl.loopsLeft = 0;
     impl.atSeam = false;
-    impl.isSubsound = true;
+    impl.home = bank.get();
+    impl.place = index;
     impl.isClosed = false;
     *sound = owned.get();
     return KESS_OK;
@@ -213,11 +212,12 @@ Sound::~Sound()
 
 KESS_RESULT Sound::release()
 {
-    if (!mImpl->isSubsound) {
+    if (!mImpl->home) {
         delete this;
         return KESS_OK;
     }
     mImpl->decoder.reset();
+    mImpl->facts = {};
     mImpl->isClosed = true;
     return KESS_OK;
 }
@@ -433,6 +433,19 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
     encoding->dataBytes = stored->dataBytes;
     encoding->extraBytes = stored->extraBytes;
     return KESS_OK;
+}
+
+KESS_RESULT Sound::verifyData()
+{
+    return guarded([&]() -> KESS_RESULT {
+        if (mImpl->isClosed)
+            return KESS_ERR_INVALID_HANDLE;
+        if (mImpl->home)
+            return mImpl->home->verifyData(mImpl->place);
+        if (!mImpl->bank || (!mImpl->bank->locked() && mImpl->bank->soundCount() != 1))
+            return KESS_ERR_SUBSOUNDS;
+        return mImpl->bank->verifyData(0);
+    });
 }
 
 KESS_RESULT Sound::isEncrypted(bool* encrypted)

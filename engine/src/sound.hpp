@@ -33,7 +33,8 @@ struct Sound::Impl
     // Decoders read from the bank and go before it.
     std::unique_ptr<kess::BankFile> bank;
     std::vector<SoundAccess::Pointer> subsounds; // made when they are asked for
-    bool isSubsound = false;
+    kess::BankFile* home = nullptr; // the bank that a subsound is from
+    int place = 0; // its index there
     bool isClosed = false; // a subsound that was released
     std::unique_ptr<kess::Decoder> decoder;
 

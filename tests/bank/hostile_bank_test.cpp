@@ -2,12 +2,22 @@
 #include "bank/checksum.hpp"
 #include "layout.hpp"
 #include "support/bank_maker.hpp"
+#include "support/bank_seal.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <fstream>
 #include <set>
+
+#if defined(__SANITIZE_ADDRESS__)
+// From the sanitizer's allocator_interface.h, which not every compiler brings.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t),
+                                                         void (*)(const volatile void*));
+extern "C" size_t __sanitizer_get_allocated_size(const volatile void*);
+#endif
 
 using namespace bank_test;
 using bank::Codec;
@@ -16,8 +26,54 @@ namespace {
 
 constexpr const char* kKey = "key";
 
-// How often each bank is tampered with in each way.
-constexpr int kMutants = 840;
+// How often each bank is tampered with in each way; TARNOK_MUTANTS multiplies it, for a longer run.
+int mutants()
+{
+    constexpr int kUsual = 840;
+    const char* factor = std::getenv("TARNOK_MUTANTS");
+    return kUsual * (factor ? std::max(std::atoi(factor), 1) : 1);
+}
+
+// A small bank may take as much memory as the decoders and Argon2id ask for, whatever numbers stand in it.
+constexpr int64_t kMostMemory = 80 << 20;
+
+// Memory in use and its peak, as far as the address sanitizer tells; otherwise always 0.
+class Memory
+{
+public:
+    static void beginPeak()
+    {
+        [[maybe_unused]] static const int hooked = install();
+        sPeak = sLive.load();
+        sStart = sLive.load();
+    }
+    static int64_t peak() { return sPeak - sStart; }
+
+private:
+#if defined(__SANITIZE_ADDRESS__)
+    static int install()
+    {
+        return __sanitizer_install_malloc_and_free_hooks(&allocated, &freed);
+    }
+    static void allocated(const volatile void*, size_t bytes)
+    {
+        const int64_t live = sLive += int64_t(bytes);
+        sPeak = std::max(sPeak.load(), live);
+    }
+    static void freed(const volatile void* place)
+    {
+        sLive -= int64_t(__sanitizer_get_allocated_size(place));
+    }
+#else
+    static int install()
+    {
+        return 0;
+    }
+#endif
+    static inline std::atomic<int64_t> sLive = 0;
+    static inline std::atomic<int64_t> sPeak = 0;
+    static inline std::atomic<int64_t> sStart = 0;
+};
 
 std::vector<EncodedSound> soundsOf(Codec codec)
 {
@@ -155,13 +211,29 @@ void useSound(KESS::Sound& sound)
     }
 }
 
-// Opens the bytes as a file and uses everything in it.
-void useBank(const std::vector<uint8_t>& bytes)
+// Damage is what was told of, and nothing else is damage.
+void verifyFile()
 {
-    {
-        std::ofstream file("mutant.tnb", std::ios::binary | std::ios::trunc);
-        file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    }
+    int faults = 0;
+    const auto take = [](void* data, int, KESS_RESULT result, const char* text) -> int {
+        EXPECT_STRNE(text, "");
+        *static_cast<int*>(data) += result == KESS_ERR_FILE_BAD;
+        return 1;
+    };
+    KESS::System* system = nullptr;
+    ASSERT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
+    system->init(1, 0, nullptr);
+    const KESS_RESULT result = system->verifyBank("mutant.tnb", kKey, take, &faults);
+    system->release();
+    static const std::set<int> others = {KESS_OK, KESS_ERR_FORMAT, KESS_ERR_VERSION, KESS_ERR_KEY_WRONG};
+    // An empty file can't be told from one that can't be read.
+    ASSERT_TRUE(faults > 0 ? result == KESS_ERR_FILE_BAD : others.count(result) || result == KESS_ERR_FILE_BAD)
+        << result;
+}
+
+// Opens the file and uses everything in it.
+void openAndUse()
+{
     SoundPointer bank;
     const KESS_RESULT result = openSound("mutant.tnb", &bank);
     static const std::set<int> faults = {KESS_ERR_FILE_BAD, KESS_ERR_FORMAT, KESS_ERR_VERSION};
@@ -187,17 +259,37 @@ void useBank(const std::vector<uint8_t>& bytes)
     }
 }
 
+int64_t sHighestPeak = 0; // of one test
+
+// Has the bytes as a file used and verified.
+void useBank(const std::vector<uint8_t>& bytes)
+{
+    {
+        std::ofstream file("mutant.tnb", std::ios::binary | std::ios::trunc);
+        file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    }
+    Memory::beginPeak();
+    openAndUse();
+    verifyFile();
+    sHighestPeak = std::max(sHighestPeak, Memory::peak());
+    ASSERT_LE(Memory::peak(), kMostMemory);
+}
+
 } // namespace
 
 class HostileBank : public testing::TestWithParam<Codec>
-{ };
+{
+protected:
+    void SetUp() override { sHighestPeak = 0; }
+    void TearDown() override { RecordProperty("highest_peak_bytes", std::to_string(sHighestPeak)); }
+};
 
 TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsTamperedWith)
 {
     const std::vector<uint8_t> bytes = makeBank(soundsOf(GetParam()));
     useBank(bytes);
     Noise noise(uint64_t(GetParam()) + 1);
-    for (int i = 0; i < kMutants && !HasFatalFailure(); ++i) {
+    for (int i = 0; i < mutants() && !HasFatalFailure(); ++i) {
         Patient header(bytes);
         tamper(header.header(), noise);
         header.sealHeader();
@@ -237,11 +329,25 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhenItIsEncryptedAndTamperedWith)
     const std::vector<uint8_t> bytes = makeBank(soundsOf(GetParam()), {}, kKey);
     useBank(bytes);
     Noise noise(uint64_t(GetParam()) + 9);
-    for (int i = 0; i < kMutants / 8 && !HasFatalFailure(); ++i) {
+    for (int i = 0; i < mutants() / 8 && !HasFatalFailure(); ++i) {
         std::vector<uint8_t> mutant = bytes;
         tamper(std::span(mutant).first(i % 2 ? 120 : mutant.size()), noise);
         bank::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
         useBank(mutant);
+    }
+}
+
+TEST_P(HostileBank, GivesAnErrorOrSamplesWhenItsMakerHadTheKeyAndMeantHarm)
+{
+    const std::vector<uint8_t> bytes = makeBank(soundsOf(GetParam()));
+    Noise noise(uint64_t(GetParam()) + 17);
+    for (int i = 0; i < mutants() && !HasFatalFailure(); ++i) {
+        std::vector<uint8_t> mutant = bytes;
+        for (uint32_t hits = noise.next() % 3 + 1; hits > 0; --hits)
+            tamper(std::span(mutant).first(noise.next() % 2 ? 900 : mutant.size()), noise);
+        if (i % 2)
+            sealBank(&mutant);
+        useBank(encryptBank(mutant, kKey));
     }
 }
 

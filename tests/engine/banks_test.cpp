@@ -3,6 +3,8 @@
 #include "support/bank_maker.hpp"
 #include "support/sound_files.hpp"
 
+#include "bank/checksum.hpp"
+
 #include <gtest/gtest.h>
 
 using namespace test;
@@ -108,4 +110,78 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
             EXPECT_NEAR(rest[10], all[1244], 1e-6);
         }
     }
+}
+
+TEST(ABank, TellsItsFactsAndHowItKeepsItsSounds)
+{
+    const Engine engine;
+    const Signal tone = sine(2, 48000, 4000);
+    auto source = bank_test::MemorySound::ofFloats(2, 48000, tone.samples);
+    for (const bank::Codec codec : kCodecs) {
+        for (const std::string_view key : {"", "secret"}) {
+            const bank_test::EncodedSound encoded = bank_test::encode(codec, source, 60, "tone");
+            const std::vector<uint8_t> bytes = bank_test::makeBank(
+                {encoded, encoded}, {.format = codec, .quality = 60, .guid = false, .names = true}, key);
+            writeFile("facts", bytes);
+            const SoundPointer opened = engine.open("facts");
+            KESS_BANKINFO info{};
+            KESS_ENCODING encoding{};
+            EXPECT_EQ(opened->getBankInfo(&info), KESS_ERR_INVALID_PARAM);
+            info.cbsize = sizeof info;
+            EXPECT_EQ(opened->getBankInfo(&info), key.empty() ? KESS_OK : KESS_ERR_KEY_MISSING);
+            EXPECT_EQ(info.encrypted, !key.empty());
+            EXPECT_EQ(info.fileBytes, bytes.size());
+            ASSERT_EQ(opened->setEncryptionKey("secret"), KESS_OK);
+            ASSERT_EQ(opened->getBankInfo(&info), KESS_OK);
+            EXPECT_EQ(int(info.codec), int(codec));
+            EXPECT_EQ(info.quality, 60);
+            EXPECT_EQ(info.hasGuid, 0);
+            EXPECT_EQ(info.hasNames, 1);
+            EXPECT_EQ(info.fileBytes, bytes.size());
+
+            encoding.cbsize = sizeof encoding;
+            EXPECT_EQ(opened->getEncoding(&encoding), KESS_ERR_SUBSOUNDS);
+            EXPECT_EQ(opened->verifyData(), KESS_ERR_SUBSOUNDS);
+            KESS::Sound* sound = nullptr;
+            ASSERT_EQ(opened->getSubSound(1, &sound), KESS_OK);
+            EXPECT_EQ(sound->getBankInfo(&info), KESS_ERR_SUBSOUNDS);
+            ASSERT_EQ(sound->getEncoding(&encoding), KESS_OK);
+            EXPECT_EQ(int(encoding.codec), int(codec));
+            EXPECT_EQ(encoding.quality, encoded.sound.quality);
+            EXPECT_EQ(encoding.dataBytes, encoded.data.size());
+            EXPECT_EQ(sound->verifyData(), KESS_OK);
+            sound->release();
+            EXPECT_EQ(sound->verifyData(), KESS_ERR_INVALID_HANDLE);
+        }
+    }
+}
+
+TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
+{
+    const Engine engine;
+    bank_test::EncodedSound external;
+    external.name = "external";
+    external.data.assign(4000, 7);
+    external.sound.codec = bank::Codec::Xma;
+    external.sound.sampleCount = 12345;
+    external.sound.quality = 30;
+    external.sound.dataBytes = external.data.size();
+    external.sound.dataChecksum = bank::checksum(external.data);
+    writeFile("external", bank_test::makeBank({external, external}));
+
+    const SoundPointer opened = engine.open("external");
+    KESS::Sound* sound = nullptr;
+    ASSERT_EQ(opened->getSubSound(0, &sound), KESS_OK);
+    EXPECT_EQ(factsOf(*sound).samples, 12345u);
+    EXPECT_EQ(sound->verifyData(), KESS_OK);
+    float frame = 0;
+    EXPECT_EQ(sound->readFloat(&frame, 1, nullptr), KESS_ERR_UNSUPPORTED);
+
+    std::vector<KESS_RESULT> findings;
+    const auto take = [](void* data, int, KESS_RESULT result, const char*) -> int {
+        static_cast<std::vector<KESS_RESULT>*>(data)->push_back(result);
+        return 0;
+    };
+    EXPECT_EQ(engine.system().verifyBank("external", nullptr, take, &findings), KESS_OK);
+    EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "the answer 0 ends it";
 }

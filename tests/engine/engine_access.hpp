@@ -42,6 +42,8 @@ public:
     // For files that must open: a failure ends the test program.
     [[nodiscard]] SoundPointer open(const std::string& path) const;
 
+    [[nodiscard]] KESS::System& system() const { return *mSystem; }
+
 private:
     KESS::System* mSystem = nullptr;
 };

@@ -1,9 +1,12 @@
 // The bank inspector: its command line.
+#include "extract.hpp"
 #include "info.hpp"
 #include "text.hpp"
+#include "validate.hpp"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <clocale>
 #include <fstream>
 #include <iostream>
@@ -74,6 +77,8 @@ public:
         mApp.footer(
             "Exit status: 0 all is well, 1 a bank is damaged, 2 a bank can't be read or the arguments are wrong.");
         addInfo();
+        addValidate();
+        addExtract();
     }
 
     int run(int argc, char** argv)
@@ -101,9 +106,42 @@ private:
         });
     }
 
+    void addValidate()
+    {
+        CLI::App* command = mApp.add_subcommand("validate", "Look for damage, by reading and decoding everything");
+        command->add_option("BANK", mBanks, "Banks to look at")->required();
+        mKey.addTo(*command);
+        command->callback([this] {
+            for (const std::string& bank : mBanks)
+                mStatus = std::max(mStatus, attempt(bank, [&] { return tnb::validate(bank, mKey.key()); }));
+        });
+    }
+
+    void addExtract()
+    {
+        CLI::App* command = mApp.add_subcommand("extract", "Write sounds of a bank as WAV files");
+        command->add_option("BANK", mExtract.bank, "Bank to take them from")->required();
+        command->add_option("SOUND", mExtract.sounds, "Index, counted from 0, or name of a sound; without any, all");
+        command->add_option("--name", mExtract.names, "Name of a sound that looks like an index")
+            ->expected(1)
+            ->take_all();
+        command->add_option("-o,--output", mExtract.folder, "Folder to write to, made if need be")
+            ->capture_default_str();
+        command->add_flag("-f,--force", mExtract.replace, "Replace files that exist");
+        mKey.addTo(*command);
+        command->callback([this] {
+            mStatus = attempt(mExtract.bank, [this] {
+                mExtract.key = mKey.key();
+                return tnb::extract(mExtract);
+            });
+        });
+    }
+
     CLI::App mApp{"Looks into sound banks.", "tnb"};
     KeyOptions mKey;
     tnb::InfoRequest mInfo;
+    std::vector<std::string> mBanks;
+    tnb::ExtractRequest mExtract;
     Status mStatus = Status::Sound;
 };
 

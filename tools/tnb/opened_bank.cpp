@@ -47,6 +47,22 @@ std::string textOf(Get get)
     return text;
 }
 
+std::string nameOf(KESS::Sound& sound)
+{
+    return textOf([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
+}
+
+// Says more of a bank that couldn't be opened.
+void throwFirstFault(const Engine& engine, const std::string& path, const Key& key)
+{
+    std::string first;
+    engine.verify(path, key, [&](int, KESS_RESULT, const std::string& text) {
+        first = text;
+        return false;
+    });
+    throw Failure(Status::Damaged, "damaged: " + first);
+}
+
 } // namespace
 
 Engine::Engine()
@@ -60,16 +76,39 @@ Engine::~Engine()
     mSystem->release();
 }
 
+KESS_RESULT Engine::verify(const std::string& bank, const Key& key, const Tell& tell) const
+{
+    struct Findings
+    {
+        const Tell& tell;
+        bool damaged = false;
+    } findings{tell};
+    const auto take = [](void* userData, int sound, KESS_RESULT result, const char* text) -> int {
+        auto& all = *static_cast<Findings*>(userData);
+        all.damaged = all.damaged || result == KESS_ERR_FILE_BAD;
+        return all.tell(sound, result, text);
+    };
+    const KESS_RESULT result = mSystem->verifyBank(bank.c_str(), key ? key->c_str() : nullptr, take, &findings);
+    if (result == KESS_ERR_FILE_COULDNOTSEEK || (result == KESS_ERR_FILE_BAD && !findings.damaged))
+        throw Failure(Status::CannotRead, "can't be read");
+    if (result != KESS_OK && result != KESS_ERR_FILE_BAD)
+        throw failureOf(result);
+    return result;
+}
+
 OpenedBank::OpenedBank(const Engine& engine, const std::string& path, const Key& key)
 {
     KESS_CREATESOUNDEXINFO bankOnly{};
     bankOnly.cbsize = sizeof bankOnly;
     bankOnly.suggestedsoundtype = KESS_SOUND_TYPE_TNB;
     KESS::Sound* opened = nullptr;
-    require(engine.system().createSound(path.c_str(), KESS_MODE_OPENONLY, &bankOnly, &opened));
+    KESS_RESULT result = engine.system().createSound(path.c_str(), KESS_MODE_OPENONLY, &bankOnly, &opened);
     mBank.reset(opened);
-    if (key)
-        require(mBank->setEncryptionKey(key->c_str()));
+    if (result == KESS_OK && key)
+        result = mBank->setEncryptionKey(key->c_str());
+    if (result == KESS_ERR_FILE_BAD)
+        throwFirstFault(engine, path, key);
+    require(result);
     mInfo.cbsize = sizeof mInfo;
     require(mBank->getBankInfo(&mInfo));
     require(mBank->getNumSubSounds(&mSoundCount));
@@ -82,12 +121,17 @@ SoundPointer OpenedBank::sound(int index)
     return SoundPointer(subsound);
 }
 
+std::string OpenedBank::name(int index)
+{
+    return nameOf(*sound(index));
+}
+
 SoundFacts OpenedBank::facts(int index)
 {
     const SoundPointer subsound = sound(index);
     SoundFacts facts;
     facts.index = index;
-    facts.name = textOf([&](char* buffer, int bytes) { return subsound->getName(buffer, bytes); });
+    facts.name = nameOf(*subsound);
     require(subsound->getFormat(nullptr, &facts.format, &facts.channels, &facts.bits));
     float rate = 0;
     require(subsound->getDefaults(&rate, nullptr));

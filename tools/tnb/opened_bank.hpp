@@ -4,6 +4,7 @@
 #include "failure.hpp"
 #include "kess.hpp"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,6 +57,11 @@ public:
 
     [[nodiscard]] KESS::System& system() const { return *mSystem; }
 
+    // Looks at all of a bank. tell takes each finding, of the sound with that index or of the bank (-1), and says
+    // whether to go on. KESS_OK or KESS_ERR_FILE_BAD; throws a Failure for a bank that can't be read.
+    using Tell = std::function<bool(int sound, KESS_RESULT result, const std::string& text)>;
+    KESS_RESULT verify(const std::string& bank, const Key& key, const Tell& tell) const;
+
 private:
     KESS::System* mSystem = nullptr;
 };
@@ -79,7 +85,8 @@ public:
     // when the sound is damaged.
     [[nodiscard]] SoundPointer sound(int index);
 
-    // What is known of a sound. Throws likewise.
+    // What is known of a sound. Throw likewise.
+    [[nodiscard]] std::string name(int index);
     [[nodiscard]] SoundFacts facts(int index);
 
 private:

@@ -62,27 +62,25 @@ size_t displayWidth(std::string_view text)
 
 } // namespace
 
-size_t characterBytes(std::string_view text)
+size_t harmlessBytes(std::string_view text)
 {
-    return text.empty() ? 0 : firstCharacter(text).bytes;
+    const Character character = text.empty() ? Character() : firstCharacter(text);
+    return character.bytes > 0 && isHarmless(character.code) ? character.bytes : 0;
 }
 
 std::string printable(std::string_view text)
 {
     std::string shown;
     while (!text.empty()) {
-        const Character character = firstCharacter(text);
-        const size_t bytes = std::max<size_t>(character.bytes, 1);
-        if (character.bytes > 0 && isHarmless(character.code)) {
+        const size_t bytes = harmlessBytes(text);
+        if (bytes > 0) {
             shown += text.substr(0, bytes);
         } else {
-            for (const char byte : text.substr(0, bytes)) {
-                char escape[5];
-                std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-                shown += escape;
-            }
+            char escape[5];
+            std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(static_cast<uint8_t>(text[0])));
+            shown += escape;
         }
-        text.remove_prefix(bytes);
+        text.remove_prefix(std::max<size_t>(bytes, 1));
     }
     return shown;
 }

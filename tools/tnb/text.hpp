@@ -7,8 +7,9 @@
 
 namespace tnb {
 
-// How many bytes the valid UTF-8 character at the start of text has; 0 if there is none.
-[[nodiscard]] size_t characterBytes(std::string_view text);
+// How many bytes the character at the start of text has; 0 if there is none, or it isn't valid UTF-8, or it could move
+// a terminal's cursor or turn the direction of text.
+[[nodiscard]] size_t harmlessBytes(std::string_view text);
 
 // text with everything escaped (\n, \x1b, ...) that isn't valid UTF-8 or could move a terminal's cursor: names come
 // from files that nobody vouches for.

@@ -2,6 +2,8 @@
 //
 // Nothing in the file is trusted: lengths and offsets are checked before they are used, and no more memory is taken
 // than the file could hold. One reader belongs to one thread at a time.
+//
+// Where a call takes a fault and that isn't null, it gets what is damaged, in words for people, with Error::Damaged.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -20,7 +22,7 @@ enum class Kind
 };
 
 // Error::NotABank, Error::Version, Error::Damaged (begins as a bank but is too short for a header), Error::Io.
-Result<Kind> probe(const ByteSource& source);
+Result<Kind> probe(const ByteSource& source, std::string* fault = nullptr);
 
 struct BankInfo
 {
@@ -60,7 +62,7 @@ public:
     // Opens the plain layout: of an unencrypted file, or of an encrypted one through unlock(). Reads the header and
     // the tables and verifies their checksums and every offset in them. Errors of probe(), Error::KeyMissing for
     // an encrypted file, Error::Damaged, Error::Memory.
-    static Result<BankReader> open(std::shared_ptr<const ByteSource> source);
+    static Result<BankReader> open(std::shared_ptr<const ByteSource> source, std::string* fault = nullptr);
 
     BankReader(BankReader&&) noexcept;
     BankReader& operator=(BankReader&&) noexcept;
@@ -76,15 +78,19 @@ public:
     Result<Sound> sound(uint32_t index) const;
 
     // The same without the setup, which is best read once for all sounds that share it.
-    Result<Sound> soundWithoutSetup(uint32_t index) const;
-    Result<std::vector<uint8_t>> setup(uint32_t setupIndex) const;
+    Result<Sound> soundWithoutSetup(uint32_t index, std::string* fault = nullptr) const;
+    Result<std::vector<uint8_t>> setup(uint32_t setupIndex, std::string* fault = nullptr) const;
     [[nodiscard]] uint32_t setupCount() const;
 
     // The first sound of that name, compared byte by byte. Error::NotFound.
     Result<uint32_t> find(std::string_view name) const;
 
     // Reads all bytes of a sound and verifies their checksum. Error::NotFound, Error::Damaged, Error::Io.
-    Error verifyData(uint32_t index) const;
+    Error verifyData(uint32_t index, std::string* fault = nullptr) const;
+
+    // Whether every sound is found by its name. Opening doesn't check that: a wrong index of names misleads a search,
+    // and nothing else. Error::Damaged.
+    Error verifyNames(std::string* fault = nullptr) const;
 
 private:
     struct Tables;
@@ -96,10 +102,11 @@ private:
 // asked for, in any order; a few are kept. The source given back belongs to one thread at a time. Takes about 19 MiB
 // and some tens of milliseconds while the key is derived. Error::KeyWrong, Error::Damaged, Error::NotABank (not
 // encrypted), Error::Version, Error::Memory, Error::Io.
-Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key);
+Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key,
+                                                 std::string* fault = nullptr);
 
 // Checks what an encrypted bank shows without its key: header, its checksum and the size of the file. Error::Damaged,
 // Error::NotABank, Error::Version, Error::Io.
-Error checkLocked(const ByteSource& source);
+Error checkLocked(const ByteSource& source, std::string* fault = nullptr);
 
 } // namespace bank

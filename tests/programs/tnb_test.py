@@ -1,0 +1,373 @@
+"""Drives the bank inspector as its users do: real banks, damaged banks, hostile names, exit statuses, files on disk."""
+
+import json
+import random
+import resource
+import signal
+import struct
+import subprocess
+import unittest
+
+import tnb_reader
+from bank_case import FORMATS, LOSSY, BankCase, read_riff, write_riff
+from console_test import BIN, write_wav
+
+WHOLE, DAMAGED, UNREADABLE = 0, 1, 2
+EXAMPLE = BIN.parent / "tests" / "play_bank"
+
+
+def noise(count, seed=1):
+    return random.Random(seed).randbytes(count)
+
+
+def reseal(bank):
+    """Makes the checksums of a bank in a bytearray fit what is in it."""
+    rows, row_bytes, count = (struct.unpack_from(code, bank, at)[0] for code, at in (("<Q", 56), ("<I", 64), ("<I", 28)))
+    for row in range(rows, rows + count * row_bytes, row_bytes):
+        chunks_size, = struct.unpack_from("<I", bank, row + 28)
+        chunks, data, data_size = struct.unpack_from("<QQQ", bank, row + 40)
+        struct.pack_into("<Q", bank, row + 32, tnb_reader.checksum(bank[chunks:chunks + chunks_size]))
+        struct.pack_into("<Q", bank, row + 64, tnb_reader.checksum(bank[data:data + data_size]))
+    tables_size, = struct.unpack_from("<Q", bank, 112)
+    struct.pack_into("<Q", bank, 120, tnb_reader.checksum(bank[160:160 + tables_size]))
+    struct.pack_into("<Q", bank, 152, tnb_reader.checksum(bank[:152]))
+
+
+class TnbCase(BankCase):
+    def setUp(self):
+        super().setUp()
+        self.folder_in = self.work / "in"
+
+    def info(self, bank, *arguments):
+        return json.loads(self.assert_tnb("info", "--json", bank, *arguments))
+
+    def make_sounds(self):
+        write_riff(self.folder_in / "loop.wav", noise(20000 * 4), 2, 48000, loop=(1000, 18999),
+                   cues=((0, "start"), (7000, ""), (19999, "größer")))
+        write_wav(self.folder_in / "tone.wav", seconds=3, rate=48000)
+
+    def files(self, folder):
+        return sorted(str(p.relative_to(self.work / folder)) for p in (self.work / folder).rglob("*"))
+
+
+class InfoTest(TnbCase):
+    def test_tells_what_a_bank_holds(self):
+        self.make_sounds()
+        for name in FORMATS:
+            for key in ([], ["--key", "secret"]):
+                with self.subTest(format=name, key=key):
+                    encrypt = ["-encryption_key", "secret"] if key else []
+                    path = self.build("x.tnb", "-format", name, "-quality", "40", "-write_peak_volume", *encrypt)
+                    info = self.info(path, *key)
+                    quality = 40 if name in LOSSY else None
+                    self.assertEqual((info["codec"], info["quality"], info["encrypted"], info["names"]),
+                                     (name, quality, bool(key), True))
+                    self.assertEqual(info["bytes"], path.stat().st_size)
+                    loop, tone = info["sounds"]
+                    self.assertEqual((loop["name"], loop["codec"], loop["quality"]), ("loop", name, quality))
+                    self.assertEqual((loop["samples"], loop["rate"], loop["channels"]), (20000, 48000, 2))
+                    self.assertEqual(loop["sampleFormat"], "pcm16")
+                    self.assertEqual(loop["loop"], {"start": 1000, "end": 19000})
+                    self.assertEqual([(p["sample"], p["name"]) for p in loop["syncPoints"]],
+                                     [(0, "start"), (7000, ""), (19999, "größer")])
+                    self.assertAlmostEqual(tone["peak"], 12000 / 32768, 4)
+                    self.assertEqual(tone["seconds"], 3)
+                    self.assertEqual(tone["bitsPerSample"], round(tone["bytes"] * 8 / 144000, 3))
+                    self.assertAlmostEqual(tone["ratio"], 288000 / tone["bytes"], 3)
+
+                    text = self.assert_tnb("info", path, *key)
+                    self.assertRegex(text, r"(?m)^ +1 +tone .* 48000 Hz +1 +3\.000 s +0-144000 +0 +-8\.7 dB +[\d,]+ +\d")
+                    self.assertRegex(text, r"(?m)^ +0 +19999 +größer$")
+
+    def test_takes_the_key_in_three_ways(self):
+        path = self.build("x.tnb", "-encryption_key", "two words", source="a.wav")
+        (self.work / "key").write_text("two words\r\nnot this\n")
+        self.assert_tnb("info", path, "--key", "two words")
+        self.assert_tnb("info", path, "--key-file", "key")
+        self.assert_tnb("info", path, "--key-file", "-", input=b"two words\n")
+        self.assert_tnb("info", self.build("y.tnb", source="a.wav"), "-k", "of no use here")
+
+    def test_names_what_it_can_not_read_and_why(self):
+        (self.work / "empty").write_bytes(b"")
+        locked = self.build("locked.tnb", "-encryption_key", "k", source="a.wav")
+        newer = bytearray(self.build("newer.tnb", source="a.wav").read_bytes())
+        newer[8] = 2
+        (self.work / "newer.tnb").write_bytes(newer)
+        for arguments, words in (
+            (["gone.tnb"], "gone.tnb: no such file"),
+            (["a.wav"], "a.wav: not a sound bank"),
+            (["empty"], "empty: can't be read"),
+            (["in/.."], "in/..: "),
+            ([locked], "encrypted; give its key by --key"),
+            ([locked, "--key", "K"], "encrypted with another key"),
+            ([locked, "--key-file", "empty"], "can't read the key from empty"),
+            ([locked, "--key-file", "gone"], "can't read the key from gone"),
+            (["newer.tnb"], "newer version"),
+        ):
+            for command in ("info", "validate", "extract"):
+                with self.subTest(command=command, arguments=arguments):
+                    status, output, errors = self.tnb(command, *arguments)
+                    self.assertEqual((status, output), (UNREADABLE, ""))
+                    self.assertIn(words, errors)
+
+    def test_refuses_wrong_arguments(self):
+        for arguments in ([], ["nonsense"], ["info"], ["info", "a", "b"], ["info", "a", "--nonsense"], ["validate"],
+                          ["extract"], ["info", "a", "--key", "k", "--key-file", "f"]):
+            with self.subTest(arguments=arguments):
+                status, output, errors = self.tnb(*arguments)
+                self.assertEqual((status, output), (UNREADABLE, ""))
+                self.assertTrue(errors)
+        self.assertIn("validate", self.assert_tnb("--help"))
+        self.assertIn("--force", self.assert_tnb("extract", "-h"))
+        self.assertRegex(self.assert_tnb("--version"), r"^tnb \d+\.\d+\.\d+\n$")
+
+    def test_tells_when_its_output_is_lost(self):
+        path = self.build("x.tnb", source="a.wav")
+        with open("/dev/full", "wb") as full:
+            run = subprocess.run([BIN / "tnb", "info", path], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(run.returncode, UNREADABLE)
+        self.assertIn(b"can't write", run.stderr)
+
+
+class ValidateTest(TnbCase):
+    def validate(self, data, *arguments):
+        (self.work / "damaged.tnb").write_bytes(data)
+        return self.tnb("validate", "damaged.tnb", *arguments)
+
+    def assert_damage(self, data, words, *arguments):
+        status, output, errors = self.validate(data, *arguments)
+        self.assertEqual((status, output), (DAMAGED, ""), errors)
+        self.assertRegex(errors, r"\Atnb: damaged\.tnb: .*" + words)
+
+    def test_finds_nothing_in_whole_banks(self):
+        self.make_sounds()
+        banks = [self.build(f"{name}.tnb", "-format", name) for name in FORMATS]
+        locked = self.build("locked.tnb", "-format", "opus", "-encryption_key", "k")
+        output = self.assert_tnb("validate", *banks, locked, "--key", "k")
+        self.assertEqual(output.count(": whole\n"), 5)
+        self.assertEqual(self.tnb("validate", *banks, locked)[0], UNREADABLE)
+
+    def test_finds_a_flipped_bit_wherever_it_means_something(self):
+        self.make_sounds()
+        for name in FORMATS:
+            for key in ([], ["--key", "k"]):
+                with self.subTest(format=name, key=key):
+                    encrypt = ["-encryption_key", "k"] if key else []
+                    whole = self.build("whole.tnb", "-format", name, *encrypt).read_bytes()
+                    places = {12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1}
+                    if not key:
+                        for sound in tnb_reader.Bank(whole).sounds:
+                            places |= {sound["chunksOffset"], sound["dataOffset"], sound["nameOffset"] + 400}
+                    for place in places:
+                        damaged = bytearray(whole)
+                        damaged[place] ^= 1 << place % 8
+                        self.assert_damage(damaged, ".", *key)
+                    for place in (0, 7, 9):
+                        damaged = bytearray(whole)
+                        damaged[place] ^= 1
+                        self.assertEqual(self.validate(damaged, *key)[0], UNREADABLE)
+                    self.assert_damage(whole[:-1], "cut or lengthened", *key)
+                    self.assert_damage(whole + b"\0", "cut or lengthened", *key)
+                    self.assert_damage(whole[:39], "ends within its header", *key)
+
+    def test_says_which_sound_is_damaged_and_goes_on(self):
+        self.make_sounds()
+        whole = self.build("whole.tnb", "-format", "vorbis").read_bytes()
+        sounds = tnb_reader.Bank(whole).sounds
+        damaged = bytearray(whole)
+        damaged[sounds[0]["dataOffset"] + 99] ^= 1
+        damaged[sounds[1]["chunksOffset"] + 9] ^= 1
+        status, _, errors = self.validate(damaged)
+        self.assertEqual(status, DAMAGED)
+        self.assertRegex(errors, r"(?s)sound 0: its data don't match.*sound 1: its chunks don't match")
+        status, output, errors = self.tnb("info", "damaged.tnb")
+        self.assertEqual(status, DAMAGED, "a sound whose chunks are damaged can't be described")
+        self.assertRegex(output, r"(?m)^ +1 +\(damaged\)$")
+        self.assertEqual(self.tnb("validate", "damaged.tnb", "whole.tnb")[:2], (DAMAGED, "whole.tnb: whole\n"))
+
+    def test_finds_what_no_checksum_tells(self):
+        self.make_sounds()
+        for name, damage, words in (
+            ("vorbis", self.mislead_seeking, "sound 1: its seek table leads astray"),
+            ("opus", self.mislead_seeking, "sound 1: its seek table leads astray"),
+            ("kadpcm", self.lengthen_block, "sound 1: its packets don't fit"),
+            ("opus", self.lengthen_block, "sound 1: its packets don't fit"),
+            ("pcm", self.swap_names, "index of names is out of order"),
+            ("pcm", self.rename, "index of names doesn't match"),
+        ):
+            with self.subTest(format=name, words=words):
+                data = bytearray(self.build("whole.tnb", "-format", name).read_bytes())
+                damage(data, tnb_reader.Bank(bytes(data)))
+                reseal(data)
+                self.assert_damage(data, words)
+
+    def mislead_seeking(self, data, bank):
+        sound = bank.sounds[1]
+        self.assertGreater(len(sound["seekPoints"]), 1)
+        at = data.index(b"SEEK", sound["chunksOffset"]) + 8
+        points = bank.sounds[1]["seekPoints"]
+        packets = [len(packet) + (1 if len(packet) < 128 else 2) for packet in bank.packets(sound)]
+        offsets = [sum(packets[:i]) for i in range(len(packets))]
+        wrong = offsets[offsets.index(points[0][1]) + 1]
+        struct.pack_into("<Q", data, at + 8, wrong)
+
+    def lengthen_block(self, data, bank):
+        data[bank.sounds[1]["dataOffset"]] ^= 1
+
+    def swap_names(self, data, bank):
+        at = bank.header["nameIndexOffset"]
+        data[at:at + 32] = data[at + 16:at + 32] + data[at:at + 16]
+
+    def rename(self, data, bank):
+        data[bank.header["namesOffset"]] = ord("L")
+
+
+class ExtractTest(TnbCase):
+    def test_gives_pcm_back_to_the_bit(self):
+        sources = {}
+        for bits, is_float in ((8, False), (16, False), (24, False), (32, False), (32, True)):
+            for channels in (1, 2, 6):
+                name = f"{'float' if is_float else bits}-{channels}"
+                frames = 1001
+                samples = noise(frames * channels * bits // 8)
+                if is_float:
+                    values = random.Random(3)
+                    samples = struct.pack(f"<{frames * channels}f",
+                                          *(values.uniform(-1.5, 1.5) for _ in range(frames * channels)))
+                write_riff(self.folder_in / f"{name}.wav", samples, channels, 44100, bits, is_float, loop=(10, 999),
+                           cues=((0, "even"), (7, ""), (7, "a"), (1000, "größer")))
+                sources[name] = self.folder_in / f"{name}.wav"
+        for key in ([], ["-k", "key"]):
+            bank = self.build("x.tnb", *(["-encryption_key", "key"] if key else []))
+            output = self.assert_tnb("extract", bank, "-o", "new/out", "--force", *key)
+            self.assertEqual(len(output.splitlines()), len(sources))
+            for name, source in sources.items():
+                self.assertEqual(read_riff(self.work / "new" / "out" / f"{name}.wav"), read_riff(source), name)
+            # What was extracted compiles to the same bank.
+            self.assertEqual(self.build("again.tnb", *(["-encryption_key", "key"] if key else []),
+                                        source="new/out").read_bytes(), bank.read_bytes())
+
+    def test_gives_every_format_as_long_as_it_was(self):
+        self.make_sounds()
+        for name in FORMATS:
+            with self.subTest(format=name):
+                self.assert_tnb("extract", self.build("x.tnb", "-format", name), "-o", name)
+                self.assert_tnb("extract", self.build("y.tnb", "-format", name, "-encryption_key", "k"), "-k", "k",
+                                "-o", name + "-locked")
+                for sound in ("loop.wav", "tone.wav"):
+                    source, got = read_riff(self.folder_in / sound), read_riff(self.work / name / sound)
+                    self.assertEqual(len(got["samples"]), len(source["samples"]))
+                    self.assertEqual(got["cues"], source["cues"])
+                    self.assertEqual(got["loop"], source["loop"] or (0, 143999))
+                    self.assertEqual((self.work / name / sound).read_bytes(),
+                                     (self.work / (name + "-locked") / sound).read_bytes())
+
+    def test_keeps_hostile_names_in_the_folder_and_apart(self):
+        names = [b"../../up", b"a/b/../c", b"", b".hidden.", b"\x1b[2Jevil", b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",
+                 b"same.wav", b"same-8..", b"x" * 230, b"..", b"/etc/x", b"a\\b:c*d?", "größer".encode()]
+        for i in range(len(names)):
+            write_riff(self.folder_in / f"{i:03}{'n' * 240}.wav", noise(200, seed=i), rate=8000)
+        data = bytearray(self.build("x.tnb").read_bytes())
+        header = tnb_reader.Bank(bytes(data)).header
+        for i, name in enumerate(names):
+            row = header["rowsOffset"] + i * header["rowBytes"]
+            at = header["namesOffset"] + struct.unpack_from("<I", data, row + 72)[0]
+            data[at:at + len(name)] = name
+            struct.pack_into("<I", data, row + 76, len(name))
+        reseal(data)
+        (self.work / "x.tnb").write_bytes(data)
+
+        before = set(self.files(".."))
+        output = self.assert_tnb("extract", "x.tnb", "-o", "deep/er/out")
+        made = self.files("deep/er/out")
+        self.assertEqual(len(output.splitlines()), len(names))
+        self.assertEqual(len(made), len(names), made)
+        self.assertFalse({p for p in set(self.files("..")) - before if not p.startswith("work/deep")})
+        self.assertTrue({"same.wav", "SAME-7.wav", "same-8.wav", "same-8-9.wav", "_._.._up.wav", "sound-2.wav",
+                         "größer.wav"} <= set(made), made)
+        self.assertFalse([name for name in made if name.startswith(".") or not name.isprintable()])
+        self.assertEqual({read_riff(self.work / "deep/er/out" / name)["samples"] for name in made},
+                         {noise(200, seed=i) for i in range(len(names))})
+        self.assertNotIn("\x1b", self.assert_tnb("info", "x.tnb") + output)
+        json.loads(self.assert_tnb("info", "--json", "x.tnb"))
+
+        # One of several that share a name is called alike when it is extracted alone.
+        self.assertEqual(self.assert_tnb("extract", "x.tnb", "8", "-o", "alone"), "alone/same-8.wav\n")
+
+    def test_takes_the_sounds_that_are_wanted(self):
+        for name in ("kick", "snare", "1"):
+            write_wav(self.folder_in / f"{name}.wav")
+        bank = self.build("x.tnb")
+        order = [sound["name"] for sound in self.info(bank)["sounds"]]
+        for wanted, got in ((["snare"], ["snare"]), (["2", "kick", "kick"], {order[2], "kick"}), (["1"], [order[1]]),
+                            (["--name", "1"], ["1"])):
+            with self.subTest(wanted=wanted):
+                self.assert_tnb("extract", bank, *wanted, "-o", "_".join(wanted))
+                self.assertEqual(self.files("_".join(wanted)), sorted(f"{name}.wav" for name in got))
+        for unknown in ("Kick", "3", "99999999999999999999", "-1"):
+            with self.subTest(unknown=unknown):
+                self.assertEqual(self.tnb("extract", bank, "kick", unknown, "-o", "none")[0], UNREADABLE)
+                self.assertFalse((self.work / "none").exists())
+
+    def test_replaces_nothing_unless_told_to(self):
+        bank = self.build("x.tnb", source="a.wav")
+        out = self.work / "out"
+        out.mkdir()
+        (self.work / "precious").write_text("outside")
+        for occupy in (lambda: (out / "a.wav").write_text("mine"),
+                       lambda: (out / "a.wav").symlink_to(self.work / "precious"),
+                       lambda: (out / "a.wav").symlink_to(self.work / "nowhere")):
+            occupy()
+            status, _, errors = self.tnb("extract", bank, "-o", "out")
+            self.assertEqual(status, UNREADABLE)
+            self.assertIn("out/a.wav exists already", errors)
+            self.assert_tnb("extract", bank, "-o", "out", "--force")
+            self.assertFalse((out / "a.wav").is_symlink())
+            (out / "a.wav").unlink()
+        self.assertEqual((self.work / "precious").read_text(), "outside")
+        self.assertFalse((self.work / "nowhere").exists())
+        (out / "a.wav").mkdir()
+        self.assertEqual(self.tnb("extract", bank, "-o", "out", "--force")[0], UNREADABLE)
+        self.assertEqual(self.tnb("extract", bank, "-o", "a.wav")[0], UNREADABLE, "no folder")
+        self.assertEqual(self.files("out"), ["a.wav"])
+
+    def test_leaves_nothing_half_written(self):
+        write_wav(self.folder_in / "long.wav", seconds=5)
+        write_wav(self.folder_in / "short.wav")
+        bank = self.build("x.tnb", "-format", "vorbis")
+
+        def limit_files():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
+        status, output, errors = self.tnb("extract", bank, "-o", "out", preexec_fn=limit_files)
+        self.assertEqual((status, output), (UNREADABLE, "out/short.wav\n"))
+        self.assertIn("can't write out/long.wav", errors)
+        self.assertEqual(self.files("out"), ["short.wav"])
+
+        data = bytearray(bank.read_bytes())
+        data[tnb_reader.Bank(bytes(data)).sounds[0]["dataOffset"] + 5000] ^= 1
+        bank.write_bytes(data)
+        status, output, errors = self.tnb("extract", bank, "-o", "out", "--force")
+        self.assertEqual((status, output), (DAMAGED, "out/short.wav\n"))
+        self.assertIn("sound 0 (long): damaged", errors)
+        self.assertEqual(self.files("out"), ["short.wav"])
+
+
+class ExampleTest(TnbCase):
+    def test_plays_a_sound_through_its_loop_twice(self):
+        samples = struct.pack("<30000h", *range(-15000, 15000))
+        write_riff(self.folder_in / "ramp.wav", samples, loop=(1000, 4999))
+        for arguments in ([], ["key"]):
+            bank = self.build("x.tnb", *(["-encryption_key", "key"] if arguments else []))
+            subprocess.run([EXAMPLE, bank, "ramp", self.work / "played.wav", *arguments], check=True)
+            played = read_riff(self.work / "played.wav")
+            values = [round(v * 32768) for v, in struct.iter_unpack("<f", played["samples"])]
+            ramp = list(range(-15000, 15000))
+            self.assertEqual(values, ramp[:5000] + ramp[1000:])
+            self.assertNotEqual(subprocess.run([EXAMPLE, bank, "nobody", self.work / "x.wav", *arguments],
+                                               stderr=subprocess.DEVNULL).returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,97 @@
+#include "output_file.hpp"
+
+#include "failure.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tnb {
+
+namespace {
+
+// Temporary files are made for their owner alone; finished ones are for whom the user's mask lets see new files.
+mode_t usualMode()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// 0, or the reason why not.
+int renameUnlessTaken(const char* from, const char* to)
+{
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    // File systems that can't do both at once.
+    struct stat existing
+    { };
+    if (lstat(to, &existing) == 0)
+        return EEXIST;
+    return std::rename(from, to) == 0 ? 0 : errno;
+}
+
+} // namespace
+
+OutputFile::OutputFile(std::filesystem::path folder, std::string name)
+    : mFolder(std::move(folder))
+    , mName(std::move(name))
+    , mTemporary(mFolder / ".tnb-XXXXXX")
+{
+    mDescriptor = mkostemp(mTemporary.data(), O_CLOEXEC);
+    if (mDescriptor < 0)
+        fail("can't make", errno);
+    fchmod(mDescriptor, usualMode());
+}
+
+OutputFile::~OutputFile()
+{
+    if (mDescriptor < 0)
+        return;
+    close(mDescriptor);
+    unlink(mTemporary.c_str());
+}
+
+void OutputFile::write(std::span<const uint8_t> bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(mDescriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            fail("can't write", errno);
+        bytes = bytes.subspan(static_cast<size_t>(count));
+    }
+}
+
+void OutputFile::commit(bool replace)
+{
+    const std::string target = path();
+    const int error = replace ? (std::rename(mTemporary.c_str(), target.c_str()) == 0 ? 0 : errno)
+                              : renameUnlessTaken(mTemporary.c_str(), target.c_str());
+    if (error == EEXIST)
+        throw Failure(Status::CannotRead, target + " exists already; --force replaces it");
+    if (error != 0)
+        fail("can't make", error);
+    // Some media tell only on closing that they were full.
+    const int descriptor = mDescriptor;
+    mDescriptor = -1;
+    if (close(descriptor) != 0) {
+        const int reason = errno;
+        unlink(target.c_str());
+        fail("can't write", reason);
+    }
+}
+
+void OutputFile::fail(const std::string& what, int error) const
+{
+    throw Failure(Status::CannotRead, what + " " + path().string() + ": " + std::strerror(error));
+}
+
+} // namespace tnb

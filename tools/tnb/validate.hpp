@@ -1,0 +1,12 @@
+// tnb validate: whether banks are whole.
+#pragma once
+
+#include "opened_bank.hpp"
+
+namespace tnb {
+
+// Reads and decodes everything in a bank. Tells each fault on standard error, and on standard output that there is
+// none. Throws a Failure where the bank can't be read.
+[[nodiscard]] Status validate(const std::string& bank, const Key& key);
+
+} // namespace tnb
