@@ -162,7 +162,8 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
     if (encryptionKey && !*encryptionKey)
         return invalid("the encryption key is empty");
 
-    BuildRequest request{{subsounds, numSubsounds}, {format, buildFlags, quality}, std::nullopt, outputFileName};
+    BuildRequest request{
+        {subsounds, numSubsounds}, {format, buildFlags, quality, nullptr}, std::nullopt, outputFileName};
     if (encryptionKey)
         request.encryptionKey = encryptionKey;
     for (size_t index = 0; index < numSubsounds; ++index) {
@@ -182,6 +183,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
 Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop)
     : mLibrary(library)
     , mRequest(request)
+    , mOrder(request.order)
     , mQueue(queue)
     , mStop(std::move(stop))
     , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
@@ -212,6 +214,7 @@ Status Build::runPhases()
     if (!engine)
         return engine.fault();
     mEngine = std::move(*engine);
+    loadModule();
 
     const std::vector<size_t> order = longestFirst();
     runOnWorkers(mLibrary.threadCount, order.size(), [&](size_t job, unsigned worker) {
@@ -251,6 +254,19 @@ Status Build::openOutputs(Outputs* outputs) const
         return header.fault();
     outputs->header.emplace(std::move(*header));
     return {};
+}
+
+// Without its module every sound of the bank fails, and each says so.
+void Build::loadModule()
+{
+    const auto codec = bank::Codec(mOrder.format);
+    if (!EncoderModule::encodes(codec))
+        return;
+    Result<std::shared_ptr<const EncoderModule>> module = EncoderModule::load(codec);
+    if (module)
+        mOrder.module = std::move(*module);
+    else
+        mModuleFault = module.fault();
 }
 
 // A slip on a command line must not cost a recording.
@@ -322,11 +338,10 @@ void Build::buildSound(const Task& task) noexcept
 
 Result<StoredPlace> Build::findOrEncode(const Task& task)
 {
-    const SoundSettings settings = SoundSettings::of(mRequest.order, mRequest.subsounds[task.index]);
+    const SoundSettings settings = SoundSettings::of(mOrder, mRequest.subsounds[task.index]);
     const std::vector<std::string> paths = pathsOf(task.index);
-    if (!makeEncoder(settings.codec))
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
-                     std::string("the encoder module for ") + formatName(mRequest.order.format) + " is not installed"};
+    if (mModuleFault)
+        return *mModuleFault;
 
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -399,7 +414,7 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
 Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
                          std::string_view name, bank::Sound* sound)
 {
-    const std::unique_ptr<Encoder> encoder = makeEncoder(settings.codec);
+    const std::unique_ptr<Encoder> encoder = settings.makeEncoder();
     const bank::Error error = encoder->encode(preparation.sound(), settings.quality, file, mStop, sound);
     if (error == bank::Error::Io)
         return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();

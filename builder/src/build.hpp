@@ -71,6 +71,7 @@ private:
 
     Status runPhases();
     Status openOutputs(Outputs* outputs) const;
+    void loadModule();
     Status refuseSource(const std::string& outputFile) const;
     std::vector<size_t> longestFirst() const;
     std::vector<std::string> pathsOf(size_t index) const;
@@ -96,6 +97,8 @@ private:
 
     const LibrarySettings& mLibrary;
     const BuildRequest& mRequest;
+    BankOrder mOrder; // that of the request, with the module loaded
+    std::optional<Fault> mModuleFault;
     ProgressQueue& mQueue;
     std::stop_token mStop;
 

@@ -118,7 +118,7 @@ std::string encoderVersion(Codec codec)
     case Codec::At9:
         break;
     }
-    return "external";
+    return {};
 }
 
 } // namespace tarnok

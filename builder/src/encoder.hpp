@@ -73,7 +73,7 @@ public:
                                bank::Sound* encoded) = 0;
 };
 
-// Null for the codecs that need an external module (XMA, AT9).
+// Null for the codecs that need an external module (XMA, AT9); see encoder_module.hpp.
 [[nodiscard]] std::unique_ptr<Encoder> makeEncoder(bank::Codec codec);
 
 // Whether quality has a meaning for the codec.
@@ -87,7 +87,7 @@ public:
 [[nodiscard]] int maximumChannels(bank::Codec codec);
 
 // Names everything that decides about the bytes of this codec beside sound and quality: our own revision and the
-// version of the codec's library. Part of the cache's key.
+// version of the codec's library. Part of the cache's key. Empty for the codecs of modules.
 [[nodiscard]] std::string encoderVersion(bank::Codec codec);
 
 } // namespace tarnok

@@ -105,11 +105,11 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
             return file.fault();
         const FrameFacts facts = (*file)->facts();
         channels += facts.channels;
-        if (channels > maximumChannels(mSettings.codec))
+        if (channels > mSettings.maximumChannels())
             return Fault{TARNOK_ERR_INVALID_FORMAT,
                          std::string(baseName(path)) + ": " + std::to_string(channels)
                              + " channels in one sound are more than " + formatName(TARNOK_FORMAT(mSettings.codec))
-                             + " takes (" + std::to_string(maximumChannels(mSettings.codec)) + ")"};
+                             + " takes (" + std::to_string(mSettings.maximumChannels()) + ")"};
         if (parts.empty())
             rate = facts.sampleRate;
         const ResamplingPlan plan(facts.length, std::nullopt, facts.sampleRate, rate);
@@ -148,7 +148,7 @@ Status SoundPreparation::analyse()
         mRate = mSettings.desiredRate;
     else if (mSettings.lowestRate)
         mRate = lowestRate;
-    mRate = encodingRate(mSettings.codec, mRate);
+    mRate = mSettings.encodingRate(mRate);
     return {};
 }
 
