@@ -317,6 +317,29 @@ TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfSourceAndSink)
     EXPECT_EQ(tarnok::makeEncoder(Codec::Xma), nullptr);
 }
 
+TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
+{
+    for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
+        const std::unique_ptr<tarnok::Encoder> encoder = tarnok::makeEncoder(codec);
+        for (int round = 0; round < 2; ++round) {
+            // More kinds of sounds than an encoder keeps anything of, among them one that doesn't loop.
+            for (const auto& [channels, quality] :
+                 {std::pair{1, 50}, {2, 50}, {1, 50}, {3, 20}, {2, 80}, {1, 20}, {2, 20}, {1, 80}}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << channels << " at " << quality);
+                MemorySound sound = music(codec, size_t(4'000 + 1'000 * quality), channels);
+                if (quality == 80)
+                    sound.setLoop(std::nullopt);
+                const EncodedSound alone = encode(codec, sound, quality);
+                bank::Sound encoded;
+                bank::MemorySink sink;
+                ASSERT_EQ(encoder->encode(sound, quality, sink, {}, &encoded), Error::None);
+                EXPECT_EQ(bank::serialise(encoded), bank::serialise(alone.sound));
+                EXPECT_EQ(sink.bytes(), alone.data);
+            }
+        }
+    }
+}
+
 TEST(Encoders, TakeEveryRateThatTheyAskFor)
 {
     for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
