@@ -1,11 +1,14 @@
 // Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
+#include "bank/kadpcm.hpp"
 #include "encoders.hpp"
 #include "support/bank_maker.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 using namespace bank_test;
 using bank::Codec;
@@ -409,6 +412,29 @@ TEST(VorbisEncoder, SharesItsSetupBetweenSoundsAndKeepsTheWholeSpectrumOfEveryCh
         }
         EXPECT_GT(snr(mono, monoGot), 15) << "channel " << channel;
     }
+}
+
+TEST(KadpcmEncoder, StopsInTheMidstOfASegment)
+{
+    Noise noise(1);
+    std::vector<int16_t> samples(2 * bank::kadpcm::Encoder::kSegmentSamples - 1);
+    std::generate(samples.begin(), samples.end(), [&] { return int16_t(noise.next()); });
+    using Milliseconds = std::chrono::duration<double, std::milli>;
+    Milliseconds shortest(1000);
+    for (int attempt = 0; attempt < 5; ++attempt) { // a busy machine may hold up some
+        std::stop_source stop;
+        bank::kadpcm::Encoder encoder(1, stop.get_token());
+        std::vector<uint8_t> bytes;
+        encoder.encode(samples, bytes);
+        std::jthread asking([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            stop.request_stop();
+        });
+        const auto begun = std::chrono::steady_clock::now();
+        encoder.finish(bytes);
+        shortest = std::min<Milliseconds>(shortest, std::chrono::steady_clock::now() - begun);
+    }
+    EXPECT_LT(shortest.count(), 15);
 }
 
 TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
