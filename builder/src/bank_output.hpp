@@ -35,6 +35,7 @@ public:
         , mFile(std::move(other.mFile))
         , mBuffer(std::move(other.mBuffer))
         , mWritten(other.mWritten)
+        , mFlushing(other.mFlushing)
         , mFault(std::move(other.mFault))
     { }
 
@@ -46,11 +47,13 @@ private:
 
     bool flush();
     bool put(std::span<const uint8_t> bytes);
+    void advance(uint64_t bytes);
 
     std::string mPath;
     TemporaryFile mFile;
     std::vector<uint8_t> mBuffer;
     uint64_t mWritten = 0; // bytes in the file; those in the buffer come behind
+    uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
     Fault mFault;
 };
 
