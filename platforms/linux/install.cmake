@@ -74,21 +74,22 @@ install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-comp
 # The package: cpack -G DEB in the build folder.
 set(CPACK_PACKAGE_NAME tarnok)
 set(CPACK_PACKAGE_VENDOR KESS)
-set(CPACK_PACKAGE_CONTACT "KESS <tarnok@localhost>")
+set(CPACK_PACKAGE_CONTACT "KESS <tarnok@kess.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "sound bank compiler for games")
 set(CPACK_PACKAGE_DESCRIPTION
-"Compiles lists of audio files into sound banks (.tnb): single files which the
-audio runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis or Opus,
-loop without a seam, and come from a cache when nothing has changed.
- .
-This package holds the desktop program, the console tools, and the libraries and
-headers for programs that build banks or play them.")
+"Compiles lists of audio files into sound banks (.tnb): single files which
+the audio runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis
+or Opus, loop without a seam, and come from a cache when nothing has changed.
+
+This package holds the desktop program, the console tools, and the libraries
+and headers for programs that build banks or play them.")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
