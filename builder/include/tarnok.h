@@ -21,7 +21,8 @@ extern "C" {
 #endif
 
 /* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
-typedef enum TARNOK_RESULT {
+typedef enum TARNOK_RESULT
+{
     TARNOK_OK = 0,
     TARNOK_ERR_CACHE_CHUNK_MISSING = 1,
     TARNOK_ERR_CANCELLED = 2,
@@ -49,10 +50,15 @@ typedef enum TARNOK_RESULT {
 } TARNOK_RESULT;
 
 /* Version of the bank container. 0 is the current one; no other exists so far. */
-typedef enum TARNOK_TNBVERSION { TARNOK_TNBVERSION_CURRENT = 0, TARNOK_TNBVERSION_FORCEINT = 0x7fffffff } TARNOK_TNBVERSION;
+typedef enum TARNOK_TNBVERSION
+{
+    TARNOK_TNBVERSION_CURRENT = 0,
+    TARNOK_TNBVERSION_FORCEINT = 0x7fffffff
+} TARNOK_TNBVERSION;
 
 /* Encoding of the sounds of a bank. XMA and AT9 need an external encoder module. */
-typedef enum TARNOK_FORMAT {
+typedef enum TARNOK_FORMAT
+{
     TARNOK_FORMAT_PCM = 0,
     TARNOK_FORMAT_XMA = 1,
     TARNOK_FORMAT_AT9 = 2,
@@ -63,10 +69,10 @@ typedef enum TARNOK_FORMAT {
 } TARNOK_FORMAT;
 
 /* Build flags, combined by OR. */
-#define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u  /* leave out the markers of the source files */
-#define TARNOK_BUILD_DONTLOOP 0x002u           /* encode without regard to a seamless loop */
-#define TARNOK_BUILD_FILTERHIGHFREQ 0x004u     /* XMA only */
-#define TARNOK_BUILD_DISABLESEEKING 0x008u     /* XMA only */
+#define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u /* leave out the markers of the source files */
+#define TARNOK_BUILD_DONTLOOP 0x002u /* encode without regard to a seamless loop */
+#define TARNOK_BUILD_FILTERHIGHFREQ 0x004u /* XMA only */
+#define TARNOK_BUILD_DISABLESEEKING 0x008u /* XMA only */
 #define TARNOK_BUILD_OPTIMIZESAMPLERATE 0x010u /* resample to the lowest rate that keeps what is audible */
 #define TARNOK_BUILD_TNB5_DONTWRITENAMES 0x080u
 #define TARNOK_BUILD_NOGUID 0x100u
@@ -78,11 +84,12 @@ typedef enum TARNOK_FORMAT {
 /* Initialisation flags, combined by OR. */
 #define TARNOK_INIT_IGNORE_ERRORS 0x01u /* a failing sound becomes an empty one instead of ending the build */
 #define TARNOK_INIT_CREATE_HEADER 0x04u /* write a C header with names and indices beside the bank */
-#define TARNOK_INIT_REBUILD 0x08u       /* encode everything again, whatever the cache holds */
-#define TARNOK_INIT_ALWAYS 0x10u        /* deliver progress items */
+#define TARNOK_INIT_REBUILD 0x08u /* encode everything again, whatever the cache holds */
+#define TARNOK_INIT_ALWAYS 0x10u /* deliver progress items */
 
 /* Phase of one sound. */
-typedef enum TARNOK_STATE {
+typedef enum TARNOK_STATE
+{
     TARNOK_STATE_DECODING = 0,
     TARNOK_STATE_ANALYSING = 1,
     TARNOK_STATE_PREPROCESSING = 2,
@@ -97,7 +104,7 @@ typedef enum TARNOK_STATE {
 typedef struct TARNOK_PROGRESSITEM
 {
     int32_t subSoundIndex; /* index into the array given to Tarnok_Build, or -1 for the bank as a whole */
-    int32_t threadId;      /* which worker reports */
+    int32_t threadId; /* which worker reports */
     TARNOK_STATE state;
     uint32_t reserved;
     const void* stateData; /* a TARNOK_STATE_DATA_FAILED when state is TARNOK_STATE_FAILED, else null */
@@ -116,11 +123,11 @@ typedef struct TARNOK_SUBSOUND
     const char* const* fileNames; /* numFiles paths, in channel order */
     const void* reservedPointer0; /* null */
     const void* reservedPointer1; /* null */
-    uint32_t numFiles;            /* at least 1 */
-    uint32_t overrideFlags;       /* each set bit reverses that build flag for this sound; TARNOK_BUILD_OVERRIDE_MASK */
-    uint32_t overrideQuality;     /* 1 to 100, or 0 for the quality of the build; higher values count as 100 */
-    float desiredSampleRate;      /* hertz, or 0 for the rate of the source */
-    uint32_t reserved;            /* 0 */
+    uint32_t numFiles; /* at least 1 */
+    uint32_t overrideFlags; /* each set bit reverses that build flag for this sound; TARNOK_BUILD_OVERRIDE_MASK */
+    uint32_t overrideQuality; /* 1 to 100, or 0 for the quality of the build; higher values count as 100 */
+    float desiredSampleRate; /* hertz, or 0 for the rate of the source */
+    uint32_t reserved; /* 0 */
 } TARNOK_SUBSOUND;
 
 /* Readies the library. threadCount is the number of workers, 1 to 256; what lies outside counts as the nearer of the

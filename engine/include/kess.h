@@ -144,9 +144,10 @@ typedef struct KESS_ENCODING
     uint64_t extraBytes; /* size of what belongs to this sound alone beside them: seek table, loop, sync points */
 } KESS_ENCODING;
 
-/* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result: KESS_ERR_FILE_BAD
- * for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified. text: the finding in words,
- * English, valid during the call. Returns 0 to have no more looked at, anything else to go on. Must not throw. */
+/* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result:
+ * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified. text:
+ * the finding in words, English, valid during the call. Returns 0 to have no more looked at, anything else to go on.
+ * Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* What createSound may be told beforehand. Zero everything that is not set. */
