@@ -1,4 +1,6 @@
 // The bank inspector: its command line.
+#include "../standard_streams.hpp"
+
 #include "extract.hpp"
 #include "info.hpp"
 #include "text.hpp"
@@ -149,6 +151,8 @@ private:
 
 int main(int argc, char** argv)
 {
+    openMissingStandardStreams();
+
     // The width of characters in columns; names are UTF-8 whatever the machine's locale.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     try {
