@@ -5,10 +5,14 @@
 #include "workspace.hpp"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QStringList>
 #include <QThread>
 
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 namespace TARNOK {
 
@@ -31,6 +35,43 @@ Logger* logger()
 QByteArray blanks(int count)
 {
     return QByteArray(count, ' ');
+}
+
+// Plain ASCII, other bytes as \xNN.
+QByteArray escaped(const std::string& name)
+{
+    QByteArray shown;
+    for (const char c : name)
+        shown += c >= ' ' && c <= '~' ? QByteArray(1, c) : "\\x" + QByteArray(1, c).toHex();
+    return shown;
+}
+
+// Names are UTF-8 in projects, lists and banks, and listings leave others out without a word. This says which of a
+// directory's files, and of its directories where those are walked too, that concerns.
+void warnOfForeignNames(const QString& directory, bool directoriesToo)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(QFile::encodeName(directory).toStdString(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        std::error_code unknown;
+        const bool wanted = entry->is_regular_file(unknown) || (directoriesToo && entry->is_directory(unknown));
+        if (wanted && name[0] != '.' && !QByteArrayView(name).isValidUtf8())
+            logger()->println(Logger::OUTPUT_WARNING, "skipped: '%s/%s' has a name that is not UTF-8",
+                              directory.toUtf8().constData(), escaped(name).constData());
+    }
+}
+
+// The names of a directory's subdirectories but for links that lead back to one of those that are being walked.
+// Listings count links to devices and pipes as directories, too.
+QStringList subdirectories(const QDir& directory, const QStringList& walked)
+{
+    QStringList names = directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort);
+    names.removeIf([&](const QString& name) {
+        const QFileInfo entry(directory.filePath(name));
+        return entry.exists() && (!entry.isDir() || walked.contains(entry.canonicalFilePath()));
+    });
+    return names;
 }
 
 } // namespace
@@ -243,6 +284,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
 bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath)
 {
     static int indentation = 0;
+    static QStringList walked; // from the source down, links resolved
     ++indentation;
     for (const QString& entry : paths) {
         const QString fullPath = relativePath.isEmpty() ? entry : relativePath + "/" + entry;
@@ -255,9 +297,12 @@ bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString
                                   name.toUtf8().constData());
                 files->append(fullPath + "/" + name);
             }
-            if (mRecursive)
-                getFileListFromPath(directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort), files,
-                                    fullPath);
+            warnOfForeignNames(fullPath, mRecursive);
+            if (mRecursive) {
+                walked.append(directory.canonicalPath());
+                getFileListFromPath(subdirectories(directory, walked), files, fullPath);
+                walked.removeLast();
+            }
         } else if (directory.exists(entry)) {
             logger()->println(Logger::OUTPUT_DEBUG, "%s%s", blanks(indentation * 2).constData(),
                               entry.toUtf8().constData());
