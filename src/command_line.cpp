@@ -1,6 +1,7 @@
 #include "command_line.hpp"
 
 #include "build_system.hpp"
+#include "stop_signals.hpp"
 #include "utility_classes.hpp"
 #include "workspace.hpp"
 
@@ -410,6 +411,7 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
         path += PROJECT_SUFFIX;
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
     ++mBanksWanted;
+    const StopSignals held;
     if (Singleton<Workspace>::instance()->saveSoundBank(bank, path))
         ++mBanksWritten;
 }
@@ -418,9 +420,16 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
 {
     BuildSystem* buildSystem = Singleton<BuildSystem>::instance();
     const int before = buildSystem->succeededBuilds();
+    const StopSignals held;
+    bool cancelled = false;
     buildSystem->enqueueBuild(bank);
-    while (buildSystem->update())
+    while (buildSystem->update()) {
+        if (StopSignals::noted() && !cancelled) {
+            buildSystem->cancelBuild();
+            cancelled = true;
+        }
         QThread::msleep(POLL_MS);
+    }
     ++mBanksWanted;
     mBanksWritten += buildSystem->succeededBuilds() - before;
 }
@@ -447,7 +456,7 @@ bool CommandLine::buildMultiple(SoundBank* bank)
 
     // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
     QList<Subsound*> built;
-    while (!bank->isEmpty()) {
+    while (!bank->isEmpty() && !StopSignals::noted()) {
         Subsound* subsound = bank->last();
         carrier->append(subsound);
         carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + "." + BANK_SUFFIX);
