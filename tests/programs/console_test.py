@@ -98,9 +98,18 @@ class ArgumentsTest(ConsoleCase):
             (["gr\udcf6.wav", "-o", "x.tnb"], "ERROR: argument 1, 'gr\ufffd.wav', is not UTF-8\n"),
             (["./empty", "-o", "x.tnb"],
              "\nGathering files...\n\nAnalysing files...\nAn error occurred while populating soundbank\n"),
-            (["a.wav", "-o", "x.tnb", "-nonsense"],
-             "\nGathering files...\n\nAnalysing files...\n\nProcessing args...\nERROR: Unknown arg '-nonsense'\n"
+            (["-build_mode", "I"],
+             "ERROR: Unable to process arg '-build_mode' with value 'I'\n"
+             "build_mode s|i|m Build mode\n                     s = Single TNB (default)\n"
+             "                     i = Single Interleaved TNB\n                     m = Multiple TNBs\n"
              "An error occurred while processing args\n"),
+            (["a.wav", "-o", "x.tnb", "-nonsense", "x", "-no_seek", "y", "-f", "flac"],
+             "\nGathering files...\n\nAnalysing files...\n\nProcessing args...\nERROR: Unknown arg '-nonsense'\n"
+             "ERROR: unexpected value 'y'\nERROR: Unable to process arg '-no_seek' with value 'y'\nno_seek \ns \n"
+             "XMA disable seeking to save memory (Xbox360 only)\n"
+             "ERROR: Unable to process arg '-f' with value 'flac'\nformat \nf \n"
+             "<format> Target format (default = pcm)\n                     Available formats :\n"
+             "                     pcm|xma|at9|vorbis|kadpcm|opus\nAn error occurred while processing args\n"),
         ):
             with self.subTest(arguments=arguments):
                 self.assertEqual(self.run_tool(*arguments), (STOPPED, expected))
@@ -113,6 +122,14 @@ class ArgumentsTest(ConsoleCase):
                 status, output = self.run_tool(*arguments)
                 self.assertEqual(status, 0)
                 self.assertTrue(output.startswith(HELP_START), output)
+        self.assertIn("\n\nCommand line switches :\n\n-build_mode          s|i|m Build mode\n", output)
+        self.assertEqual(re.findall("^-(.{20})", output, re.M), [name.ljust(20) for name in (
+            "build_mode ignore_errors cache_dir verbosity allow_tnb help recursive format quality encryption_key "
+            "no_hf_filter no_seek no_loop generate_c_header profile thread_count optimize_samplerate "
+            "write_peak_volume write_proj rebuild no_guid").split()])
+        self.assertTrue(output.endswith(
+            "-no_guid             Disable GUID generation in TNB header.\n\nExamples :\n\n"
+            "tarnokexcl -o MyBank.tnb <source>\n\nNote: A .tnproj or .lst file can be used as the source.\n"))
         status, output = self.run_tool("-ignore_errors", "-help")
         self.assertTrue(output.endswith("source.\nIgnoring errors\n"), "help comes ahead of what was held back")
         self.assertEqual(self.run_tool("-help", "me")[0], STOPPED)
@@ -182,8 +199,8 @@ class BuildsTest(ConsoleCase):
                              ("here", "."), ("sub/up", ".."), ("sub/aside", "../other"), ("other/aside", "../sub")):
             (inside / link).symlink_to(target)
         output = self.assert_builds("./in", "-o", "x.tnb", "-recursive")
-        self.assertEqual(sorted(re.findall(r"^\d+: \((.*)\)", output, re.M)),
-                         ["b.wav", "c.wav", "c.wav", "d.wav", "d.wav"])
+        first, *others = (name for _, name in sorted(re.findall(r"^(\d+): \((.*)\)", output, re.M)))
+        self.assertEqual([first, *sorted(others)], ["b.wav", "c.wav", "c.wav", "d.wav", "d.wav"])
         self.assertEqual(sorted(re.findall(r"^skipped: '.*/in/(.*)$", output, re.M)),
                          [r"\xe4' has a name that is not UTF-8", r"gr\xf6\xdfe.wav' has a name that is not UTF-8",
                           "pipe.wav' not a valid sound file", "zero.wav' not a valid sound file"])
