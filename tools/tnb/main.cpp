@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <fstream>
 #include <iostream>
 
@@ -152,6 +153,9 @@ private:
 int main(int argc, char** argv)
 {
     openMissingStandardStreams();
+
+    // A file that may grow no more is a failure to be told, not an end.
+    std::signal(SIGXFSZ, SIG_IGN);
 
     // The width of characters in columns; names are UTF-8 whatever the machine's locale.
     std::setlocale(LC_CTYPE, "C.UTF-8");
