@@ -16,12 +16,19 @@
 #define TARNOK_API
 #endif
 
+/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+#ifdef __cplusplus
+#define TARNOK_INT32 : int32_t
+#else
+#define TARNOK_INT32
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
-typedef enum TARNOK_RESULT {
+typedef enum TARNOK_RESULT TARNOK_INT32 {
     TARNOK_OK = 0,
     TARNOK_ERR_CACHE_CHUNK_MISSING = 1,
     TARNOK_ERR_CANCELLED = 2,
@@ -49,10 +56,10 @@ typedef enum TARNOK_RESULT {
 } TARNOK_RESULT;
 
 /* Version of the bank container. 0 is the current one; no other exists so far. */
-typedef enum TARNOK_TNBVERSION { TARNOK_TNBVERSION_CURRENT = 0, TARNOK_TNBVERSION_FORCEINT = 0x7fffffff } TARNOK_TNBVERSION;
+typedef enum TARNOK_TNBVERSION TARNOK_INT32 { TARNOK_TNBVERSION_CURRENT = 0, TARNOK_TNBVERSION_FORCEINT = 0x7fffffff } TARNOK_TNBVERSION;
 
 /* Encoding of the sounds of a bank. XMA and AT9 need an external encoder module. */
-typedef enum TARNOK_FORMAT {
+typedef enum TARNOK_FORMAT TARNOK_INT32 {
     TARNOK_FORMAT_PCM = 0,
     TARNOK_FORMAT_XMA = 1,
     TARNOK_FORMAT_AT9 = 2,
@@ -82,7 +89,7 @@ typedef enum TARNOK_FORMAT {
 #define TARNOK_INIT_ALWAYS 0x10u        /* deliver progress items */
 
 /* Phase of one sound. */
-typedef enum TARNOK_STATE {
+typedef enum TARNOK_STATE TARNOK_INT32 {
     TARNOK_STATE_DECODING = 0,
     TARNOK_STATE_ANALYSING = 1,
     TARNOK_STATE_PREPROCESSING = 2,

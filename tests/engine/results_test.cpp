@@ -210,12 +210,16 @@ TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
     ASSERT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
     KESS::Sound* sound = nullptr;
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_ERR_UNINITIALIZED);
-    EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(2)), KESS_ERR_INVALID_PARAM);
+    for (const int output : {2, -1, INT_MIN})
+        EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(output)), KESS_ERR_INVALID_PARAM);
     ASSERT_EQ(system->init(0, 0, nullptr), KESS_OK);
     EXPECT_EQ(system->createSound(nullptr, 0, nullptr, &sound), KESS_ERR_INVALID_PARAM);
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, nullptr), KESS_ERR_INVALID_PARAM);
     KESS_CREATESOUNDEXINFO info{};
     EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_INVALID_PARAM);
+    info.cbsize = sizeof info;
+    info.suggestedsoundtype = static_cast<KESS_SOUND_TYPE>(-1);
+    EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_FORMAT);
     ASSERT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_OK);
     // Sounds stay usable when the engine goes before them.
     EXPECT_EQ(system->release(), KESS_OK);
