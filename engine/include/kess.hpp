@@ -69,6 +69,10 @@ public:
     /* Length in samples of one channel, whatever it is. */
     KESS_RESULT getSampleCount(uint64_t* samples);
 
+    /* The same as the file's header tells it. More than getSampleCount: the file ends before its sound does, and what
+     * is there can be read. About right only for encodings that pack samples. */
+    KESS_RESULT getDeclaredSampleCount(uint64_t* samples);
+
     /* Moves to a sample, counted from the start of the sound; the next read begins exactly there.
      * KESS_ERR_INVALID_POSITION: behind the end. */
     KESS_RESULT seekData(uint64_t sample);

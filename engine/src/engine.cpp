@@ -1,8 +1,11 @@
 #include "bank_verification.hpp"
+#include "declared_length.hpp"
 #include "decoders.hpp"
 #include "kess.hpp"
 #include "sound.hpp"
+#include "source_file.hpp"
 
+#include <cerrno>
 #include <new>
 
 namespace kess {
@@ -26,6 +29,7 @@ KESS_RESULT openPlain(const FilePointer& file, const FileKind& kind, KESS::Sound
         if (result != KESS_OK)
             return result;
         facts = decoder->facts();
+        facts.declaredCount = declaredSampleCount(*file, kind, facts);
     }
     *sound = KESS::SoundAccess::fromFile(std::move(facts), std::move(decoder));
     return KESS_OK;

@@ -341,6 +341,12 @@ KESS_RESULT Sound::getSampleCount(uint64_t* samples)
     return KESS_OK;
 }
 
+KESS_RESULT Sound::getDeclaredSampleCount(uint64_t* samples)
+{
+    store(samples, std::max(mImpl->facts.declaredCount, mImpl->facts.sampleCount));
+    return KESS_OK;
+}
+
 KESS_RESULT Sound::seekData(uint64_t sample)
 {
     return guarded([&] {
