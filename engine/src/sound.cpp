@@ -1,6 +1,9 @@
 #include "sound.hpp"
 
+#include "source_file.hpp"
+
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -15,9 +18,11 @@ namespace {
 template <typename Call>
 KESS_RESULT guarded(Call call) noexcept
 {
+    kess::noteSystemError(0);
     try {
         return call();
     } catch (const std::bad_alloc&) {
+        kess::noteSystemError(ENOMEM);
         return KESS_ERR_MEMORY;
     } catch (...) {
         return KESS_ERR_FILE_BAD;
