@@ -58,6 +58,18 @@ bool sameFile(int descriptor, const char* path)
         && opened.st_ino == named.st_ino;
 }
 
+// The first part of a path that should be a folder and isn't.
+std::string fileInThePlaceOfAFolder(std::string_view path)
+{
+    for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+        const std::string part(path.substr(0, slash));
+        struct stat status;
+        if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+            return part;
+    }
+    return folderOf(path);
+}
+
 // One piece by read and write, for file systems between which the kernel doesn't copy.
 int copyPieceByHand(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length)
 {
@@ -111,8 +123,10 @@ Fault fileFault(std::string_view doing, std::string_view path, int errorNumber)
     const std::string name(baseName(path));
     const std::string context = " while " + std::string(doing) + " " + name;
     switch (errorNumber) {
-    case ENOENT:
     case ENOTDIR:
+        return {TARNOK_ERR_FILE_NOT_FOUND,
+                name + ": " + fileInThePlaceOfAFolder(path) + " is a file, not a folder (" + std::string(path) + ")"};
+    case ENOENT:
         return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + std::string(path) + ")"};
     case EISDIR:
         return {TARNOK_ERR_FILE_OS, name + ": this is a folder, not a file (" + std::string(path) + ")"};
