@@ -49,9 +49,9 @@ Result<SpillFiles::Position> SpillFiles::nextFolder()
 {
     Fault last{TARNOK_ERR_FILE_OS, "no disk has room for the encoded sounds"};
     while (mNextFolder < mFolders.size()) {
-        Result<TemporaryFile> file = TemporaryFile::create(mFolders[mNextFolder++], "tarnok-spill");
+        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
         if (file) {
-            mCurrent = {std::make_shared<FileDescriptor>(file->unlinkAndKeep()), 0};
+            mCurrent = {std::make_shared<FileDescriptor>(std::move(*file)), 0};
             return mCurrent;
         }
         last = file.fault();

@@ -327,11 +327,18 @@ int TemporaryFile::commit(const std::string& targetPath)
     return 0;
 }
 
-FileDescriptor TemporaryFile::unlinkAndKeep()
+// Not every file system can do without a name (EOPNOTSUPP; EISDIR and EINVAL from those that don't know the request).
+Result<FileDescriptor> TemporaryFile::createUnnamed(const std::string& folder)
 {
-    unlink(mPath.c_str());
-    mPath.clear();
-    return std::move(mDescriptor);
+    FileDescriptor file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (file)
+        return file;
+    Result<TemporaryFile> named = create(folder, "tarnok-unnamed");
+    if (!named)
+        return named.fault();
+    unlink(named->mPath.c_str());
+    named->mPath.clear();
+    return std::move(named->mDescriptor);
 }
 
 void TemporaryFile::removeAbandoned(const std::string& folder, std::string_view stem)
