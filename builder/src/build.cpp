@@ -238,10 +238,11 @@ Status Build::openOutputs(Outputs* outputs) const
     if (!bank)
         return bank.fault();
     outputs->bank.emplace(std::move(*bank));
-    if (!has(TARNOK_INIT_CREATE_HEADER))
-        return {};
-
     const std::string headerFile = std::string(withoutExtension(mRequest.outputFile)) + ".h";
+    if (!has(TARNOK_INIT_CREATE_HEADER)) {
+        AtomicOutput::removeAbandoned(headerFile);
+        return {};
+    }
     if (headerFile == mRequest.outputFile)
         return invalid("the bank and its C header would have the same name");
     if (!isOurHeader(headerFile))
