@@ -153,7 +153,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND: no module for XMA or AT9.
  * For the bank as a whole, with a report whose subSoundIndex is -1:
  * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
- * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody has emptied the cache meanwhile. TARNOK_ERR_INVALID_PARAM: no sounds, a
+ * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
  * sound without files, an unknown format, a quality above 100, an impossible rate, an empty key or file name.
  * TARNOK_ERR_MEMORY.
  * Without a report: TARNOK_ERR_CANCELLED, TARNOK_ERR_UNINITIALIZED, and TARNOK_ERR_INITIALIZED while another build
