@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace tarnok {
@@ -16,6 +17,9 @@ constexpr size_t bufferBytes = 256 << 10;
 
 // Shorter pieces go through the buffer: asking the kernel for each of thousands of small sounds costs more.
 constexpr uint64_t worthKernelCopy = 64 << 10;
+
+// Written behind one another, so many bytes are worth a request to the disk.
+constexpr uint64_t worthFlushing = 4 << 20;
 
 // The file that path names in the end. A link to nothing stays what it is, to be replaced.
 std::string followLink(const std::string& path)
@@ -98,7 +102,7 @@ bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offs
         mFault = fileFault("writing", mPath, error);
         return bank::Error::Io;
     }
-    mWritten += size;
+    advance(size);
     return bank::Error::None;
 }
 
@@ -132,8 +136,19 @@ bool AtomicOutput::put(std::span<const uint8_t> bytes)
         mFault = fileFault("writing", mPath, error);
         return false;
     }
-    mWritten += bytes.size();
+    advance(bytes.size());
     return true;
+}
+
+// The disk begins to take the bank while the rest of it is still being put together, so that little is left to wait for
+// in finish(), where a cancelled build could not end. What fails here fails there again.
+void AtomicOutput::advance(uint64_t bytes)
+{
+    mWritten += bytes;
+    if (mWritten - mFlushing < worthFlushing)
+        return;
+    (void)sync_file_range(mFile.descriptor(), off64_t(mFlushing), off64_t(mWritten - mFlushing), SYNC_FILE_RANGE_WRITE);
+    mFlushing = mWritten;
 }
 
 } // namespace tarnok

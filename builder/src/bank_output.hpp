@@ -45,6 +45,7 @@ public:
         , mFile(std::move(other.mFile))
         , mBuffer(std::move(other.mBuffer))
         , mWritten(other.mWritten)
+        , mFlushing(other.mFlushing)
         , mFault(std::move(other.mFault))
         , mMode(other.mMode)
     { }
@@ -58,11 +59,13 @@ private:
     void takePermissions(const struct stat& former);
     bool flush();
     bool put(std::span<const uint8_t> bytes);
+    void advance(uint64_t bytes);
 
     std::string mPath;
     TemporaryFile mFile;
     std::vector<uint8_t> mBuffer;
     uint64_t mWritten = 0; // bytes in the file; those in the buffer come behind
+    uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
     Fault mFault;
     std::optional<unsigned> mMode; // permissions of the former file
 };

@@ -192,6 +192,7 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
     , mSpoolFolders(withFirst(library.cacheDirectory, temporaryFolders()))
     , mSpills(library.threadCount, SpillFiles(withFirst(folderOf(request.outputFile), temporaryFolders())))
+    , mEncoders(library.threadCount)
     , mPlaces(request.subsounds.size())
     , mKeptAt(time(nullptr))
     , mDone(request.subsounds.size())
@@ -439,7 +440,7 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
     EncodedFile file(task.again ? nullptr : &mCache, mSpills[task.worker], mStop);
     if (status) {
         report(task, TARNOK_STATE_ENCODING);
-        status = encodeInto(file, preparation, settings, baseName(paths.front()), &sound);
+        status = encodeInto(file, preparation, settings, task, &sound);
     }
 
     // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
@@ -460,14 +461,17 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
 }
 
 Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                         std::string_view name, bank::Sound* sound)
+                         const Task& task, bank::Sound* sound)
 {
-    const std::unique_ptr<Encoder> encoder = settings.makeEncoder();
+    // A module's encoder is made for the settings of one sound.
+    std::unique_ptr<Encoder>& encoder = mEncoders[task.worker];
+    if (!encoder || settings.module)
+        encoder = settings.makeEncoder();
     const bank::Error error = encoder->encode(preparation.sound(), settings.quality, file, mStop, sound);
     if (error == bank::Error::Io)
         return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
     if (error != bank::Error::None)
-        return faultOf(error, name);
+        return faultOf(error, baseName(mRequest.subsounds[task.index].fileNames[0]));
     preparation.complete(sound);
     return {};
 }

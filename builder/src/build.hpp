@@ -3,6 +3,7 @@
 
 #include "cache.hpp"
 #include "encoded_file.hpp"
+#include "encoder.hpp"
 #include "fault.hpp"
 #include "progress_queue.hpp"
 #include "sound_preparation.hpp"
@@ -86,8 +87,8 @@ private:
     Result<std::optional<StoredPlace>> encode(const Task& task, const SoundSettings& settings,
                                               std::span<const std::string> paths,
                                               std::span<const SourceIdentity> identities, const ContentHash& key);
-    Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                      std::string_view name, bank::Sound* sound);
+    Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings, const Task& task,
+                      bank::Sound* sound);
     void soundFailed(const Task& task, const Fault& fault);
     void keepUsedEntries();
 
@@ -111,6 +112,7 @@ private:
     SourceIdentifier mSources;
     std::vector<std::string> mSpoolFolders;
     std::vector<SpillFiles> mSpills; // one a worker
+    std::vector<std::unique_ptr<Encoder>> mEncoders; // one a worker, none before its first sound
     KessSystem mEngine;
 
     std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet
