@@ -1,8 +1,8 @@
 // Encodes one prepared sound into a stream of bytes and a bank::Sound that tells how to read it.
 //
 // Everything streams: memory doesn't grow with the length of a sound. The same sound and quality give the same bytes
-// on every run, whatever the same object has encoded before. An encoder object is used by one thread, for one sound after
-// the other; any number may work side by side.
+// on every run, whatever the same object has encoded before. An encoder object is used by one thread, for one sound
+// after the other; any number may work side by side.
 #pragma once
 
 #include "bank/bytes.hpp"

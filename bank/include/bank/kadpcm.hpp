@@ -70,8 +70,8 @@ class Encoder
 public:
     static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
-    // channels: 1 to 32 (asserted). Once stop was requested, encode and finish return within a few superblocks' time, and
-    // what was appended is of no use.
+    // channels: 1 to 32 (asserted). Once stop was requested, encode and finish return within a few superblocks' time,
+    // and what was appended is of no use.
     explicit Encoder(int channels, std::stop_token stop = {});
     ~Encoder();
     Encoder(Encoder&&) noexcept;
