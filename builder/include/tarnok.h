@@ -16,12 +16,19 @@
 #define TARNOK_API
 #endif
 
+/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+#ifdef __cplusplus
+#define TARNOK_INT32 : int32_t
+#else
+#define TARNOK_INT32
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
-typedef enum TARNOK_RESULT
+typedef enum TARNOK_RESULT TARNOK_INT32
 {
     TARNOK_OK = 0,
     TARNOK_ERR_CACHE_CHUNK_MISSING = 1,
@@ -50,14 +57,14 @@ typedef enum TARNOK_RESULT
 } TARNOK_RESULT;
 
 /* Version of the bank container. 0 is the current one; no other exists so far. */
-typedef enum TARNOK_TNBVERSION
+typedef enum TARNOK_TNBVERSION TARNOK_INT32
 {
     TARNOK_TNBVERSION_CURRENT = 0,
     TARNOK_TNBVERSION_FORCEINT = 0x7fffffff
 } TARNOK_TNBVERSION;
 
 /* Encoding of the sounds of a bank. XMA and AT9 need an external encoder module. */
-typedef enum TARNOK_FORMAT
+typedef enum TARNOK_FORMAT TARNOK_INT32
 {
     TARNOK_FORMAT_PCM = 0,
     TARNOK_FORMAT_XMA = 1,
@@ -88,7 +95,7 @@ typedef enum TARNOK_FORMAT
 #define TARNOK_INIT_ALWAYS 0x10u /* deliver progress items */
 
 /* Phase of one sound. */
-typedef enum TARNOK_STATE
+typedef enum TARNOK_STATE TARNOK_INT32
 {
     TARNOK_STATE_DECODING = 0,
     TARNOK_STATE_ANALYSING = 1,
@@ -154,7 +161,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * is missing or can't be used (see tarnok_encoder.h).
  * For the bank as a whole, with a report whose subSoundIndex is -1:
  * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
- * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody has emptied the cache meanwhile. TARNOK_ERR_INVALID_PARAM: no sounds, a
+ * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
  * sound without files, an unknown format, a quality above 100, an impossible rate, an empty key or file name.
  * TARNOK_ERR_MEMORY.
  * Without a report: TARNOK_ERR_CANCELLED, TARNOK_ERR_UNINITIALIZED, and TARNOK_ERR_INITIALIZED while another build

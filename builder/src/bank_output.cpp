@@ -50,7 +50,29 @@ Result<AtomicOutput> AtomicOutput::create(const std::string& path)
     Result<TemporaryFile> file = TemporaryFile::create(folder, baseName(target));
     if (!file)
         return file.fault();
-    return AtomicOutput(target, std::move(*file));
+    AtomicOutput output(target, std::move(*file));
+    if (exists)
+        output.takePermissions(status);
+    return output;
+}
+
+void AtomicOutput::removeAbandoned(const std::string& path)
+{
+    const std::string target = followLink(path);
+    TemporaryFile::removeAbandoned(folderOf(target), baseName(target));
+}
+
+// While it is written, the owner may always write: only so can it be swept up if the process is killed.
+void AtomicOutput::takePermissions(const struct stat& former)
+{
+    unsigned mode = former.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+    struct stat own;
+    const bool sameGroup = fstat(mFile.descriptor(), &own) == 0
+        && (own.st_gid == former.st_gid || fchown(mFile.descriptor(), uid_t(-1), former.st_gid) == 0);
+    if (!sameGroup)
+        mode &= ~unsigned(S_IRWXG) | (mode & S_IRWXO) << 3;
+    mMode = mode;
+    fchmod(mFile.descriptor(), mode | S_IRUSR | S_IWUSR);
 }
 
 bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
@@ -88,6 +110,9 @@ Status AtomicOutput::finish()
 {
     if (!flush())
         return mFault;
+    // Some file systems know no permissions and refuse; a bank is worth more than its mode.
+    if (mMode)
+        fchmod(mFile.descriptor(), *mMode);
     return mFile.sync(mPath);
 }
 

@@ -99,7 +99,7 @@ struct Build::Outputs
 class Build::Stored final : public bank::StoredSounds
 {
 public:
-    Stored(const Build& build)
+    Stored(Build& build)
         : mBuild(build)
     { }
 
@@ -112,13 +112,14 @@ public:
         if (!part) {
             uint64_t size = 0;
             auto file = std::make_shared<FileDescriptor>(mBuild.mCache.reopen(place->key, &size));
-            if (!*file) {
-                mFault = {TARNOK_ERR_CACHE_CHUNK_MISSING,
-                          "an encoded sound disappeared from the cache folder during the build: "
-                              + std::string(baseName(mBuild.mRequest.subsounds[index].fileNames[0]))};
+            if (*file) {
+                part = std::make_shared<FilePart>(std::move(file), 0, size);
+            } else if (Status status = mBuild.encodeLost(index); status) {
+                part = place->spilled;
+            } else {
+                mFault = status.fault();
                 return bank::Error::Io;
             }
-            part = std::make_shared<FilePart>(std::move(file), 0, size);
         }
         return bank::StoredSound{part, sizeof(EntryHeader) + place->dataBytes, sizeof(EntryHeader)};
     }
@@ -143,7 +144,7 @@ public:
     const Fault& fault() const { return mFault; }
 
 private:
-    const Build& mBuild;
+    Build& mBuild;
     Fault mFault;
 };
 
@@ -242,10 +243,11 @@ Status Build::openOutputs(Outputs* outputs) const
     if (!bank)
         return bank.fault();
     outputs->bank.emplace(std::move(*bank));
-    if (!has(TARNOK_INIT_CREATE_HEADER))
-        return {};
-
     const std::string headerFile = std::string(withoutExtension(mRequest.outputFile)) + ".h";
+    if (!has(TARNOK_INIT_CREATE_HEADER)) {
+        AtomicOutput::removeAbandoned(headerFile);
+        return {};
+    }
     if (headerFile == mRequest.outputFile)
         return invalid("the bank and its C header would have the same name");
     if (!isOurHeader(headerFile))
@@ -315,15 +317,7 @@ std::vector<std::string> Build::pathsOf(size_t index) const
 void Build::buildSound(const Task& task) noexcept
 {
     try {
-        Result<StoredPlace> place = [&]() -> Result<StoredPlace> {
-            try {
-                return findOrEncode(task);
-            } catch (const std::bad_alloc&) {
-                return Fault{TARNOK_ERR_MEMORY, "out of memory"};
-            } catch (const std::exception& exception) {
-                return Fault{TARNOK_ERR_ENCODER, exception.what()};
-            }
-        }();
+        Result<StoredPlace> place = tryToBuild(task);
         if (!place) {
             soundFailed(task, place.fault());
             return;
@@ -335,6 +329,60 @@ void Build::buildSound(const Task& task) noexcept
     } catch (...) {
         // Not even the report of a failure could be stored. The sound has no place, and verdict() finds that.
     }
+}
+
+Result<StoredPlace> Build::tryToBuild(const Task& task)
+{
+    try {
+        return findOrEncode(task);
+    } catch (const std::bad_alloc&) {
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    } catch (const std::exception& exception) {
+        return Fault{TARNOK_ERR_ENCODER, exception.what()};
+    }
+}
+
+// Somebody has emptied the cache, or a part of it, since these sounds were found or stored there. Where it was emptied
+// once it may be again, so this time they are put where nobody else comes.
+Status Build::encodeLost(size_t first)
+{
+    std::vector<size_t> lost;
+    for (size_t index = first; index < mPlaces.size(); ++index) {
+        const std::optional<StoredPlace>& place = mPlaces[index];
+        if (place && !place->spilled && !mCache.reopen(place->key))
+            lost.push_back(index);
+    }
+    // The first may have come back meanwhile, by another build.
+    if (lost.empty() || lost.front() != first)
+        lost.insert(lost.begin(), first);
+
+    std::optional<Fault> fault;
+    runOnWorkers(mLibrary.threadCount, lost.size(), [&](size_t job, unsigned worker) {
+        try {
+            const size_t index = lost[job];
+            if (mStop.stop_requested())
+                return;
+            Result<StoredPlace> place = tryToBuild({index, worker, true});
+            const std::lock_guard lock(mMutex);
+            if (!place)
+                fault = place.fault();
+            else if (place->key == mPlaces[index]->key)
+                mPlaces[index] = std::move(*place);
+            else
+                fault = Fault{TARNOK_ERR_FILE_OS,
+                              std::string(baseName(mRequest.subsounds[index].fileNames[0]))
+                                  + ": another program has changed this file during the build"};
+        } catch (...) {
+            // Not even the fault could be stored. The sound is still lost, and that is found below.
+        }
+    });
+    if (mStop.stop_requested())
+        return cancelled();
+    if (fault)
+        return *fault;
+    if (!mPlaces[first]->spilled)
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    return {};
 }
 
 Result<StoredPlace> Build::findOrEncode(const Task& task)
@@ -356,7 +404,7 @@ Result<StoredPlace> Build::findOrEncode(const Task& task)
             contents.push_back(identity->content);
         }
         const ContentHash key = settings.cacheKey(contents);
-        if (std::optional<CacheEntry> entry = mCache.find(key, mStop))
+        if (std::optional<CacheEntry> entry = task.again ? std::nullopt : mCache.find(key, mStop))
             return StoredPlace::of(key, entry->dataBytes, entry->record);
         if (mStop.stop_requested())
             return cancelled();
@@ -389,7 +437,7 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
         status = preparation.preprocess();
     }
     bank::Sound sound;
-    EncodedFile file(mCache, mSpills[task.worker], mStop);
+    EncodedFile file(task.again ? nullptr : &mCache, mSpills[task.worker], mStop);
     if (status) {
         report(task, TARNOK_STATE_ENCODING);
         status = encodeInto(file, preparation, settings, task, &sound);
@@ -529,7 +577,7 @@ Status Build::writeHeader(Outputs* outputs) const
 
 void Build::report(const Task& task, TARNOK_STATE state)
 {
-    if (has(TARNOK_INIT_ALWAYS))
+    if (has(TARNOK_INIT_ALWAYS) && !task.again)
         mQueue.post(int(task.index), int(task.worker), state);
 }
 

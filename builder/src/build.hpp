@@ -68,6 +68,7 @@ private:
     {
         size_t index;
         unsigned worker;
+        bool again = false; // it was finished and is lost: nothing is reported, and the cache is left alone
     };
 
     Status runPhases();
@@ -78,6 +79,9 @@ private:
     std::vector<std::string> pathsOf(size_t index) const;
 
     void buildSound(const Task& task) noexcept;
+    Result<StoredPlace> tryToBuild(const Task& task);
+    // Encodes the sounds from first on that are no longer in the cache.
+    Status encodeLost(size_t first);
     Result<StoredPlace> findOrEncode(const Task& task);
     // Empty: the files are no longer those that the key was made from.
     Result<std::optional<StoredPlace>> encode(const Task& task, const SoundSettings& settings,

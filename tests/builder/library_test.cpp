@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <filesystem>
 #include <random>
@@ -35,7 +36,8 @@ TEST(Library, RefusesCallsOutOfOrder)
     EXPECT_EQ(buildOnly(order), TARNOK_ERR_UNINITIALIZED);
     EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_ERR_UNINITIALIZED);
 
-    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION(1), 0, 1, cache), TARNOK_ERR_INVALID_PARAM);
+    for (const int version : {1, -1, INT_MIN})
+        EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION(version), 0, 1, cache), TARNOK_ERR_INVALID_PARAM);
     for (const unsigned threads : {0u, 257u}) {
         EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, 0, threads, cache), TARNOK_OK);
         EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
@@ -65,6 +67,10 @@ TEST(Library, RefusesArgumentsThatMakeNoBank)
         {"unknown format",
          [](Order& order) {
              order.format = TARNOK_FORMAT(6);
+         }},
+        {"a format that is no enumerator's number",
+         [](Order& order) {
+             order.format = TARNOK_FORMAT(-1);
          }},
         {"quality",
          [](Order& order) {
