@@ -368,20 +368,21 @@ void ProjectBrowser::saveItemExpansionState(AbstractItem* item, int row)
 void ProjectBrowser::restoreViewState()
 {
     if (!mViewState.expandedItems.isEmpty()) {
+        const QSet<AbstractItem*> expanded(mViewState.expandedItems.cbegin(), mViewState.expandedItems.cend());
         for (int row = 0; row < workspace()->size(); ++row)
-            restoreItemExpansionState(workspace()->at(row), row);
+            restoreItemExpansionState(workspace()->at(row), row, expanded);
     }
     mViewState.expandedItems.clear();
     mTreeView->horizontalScrollBar()->setSliderPosition(mViewState.horizontalPosition);
     mTreeView->verticalScrollBar()->setSliderPosition(mViewState.verticalPosition);
 }
 
-void ProjectBrowser::restoreItemExpansionState(AbstractItem* item, int row)
+void ProjectBrowser::restoreItemExpansionState(AbstractItem* item, int row, const QSet<AbstractItem*>& expanded)
 {
-    if (mViewState.expandedItems.contains(item))
+    if (expanded.contains(item))
         mTreeView->expand(mProxy->mapFromSource(mModel->indexForItem(item, row)));
     for (int i = 0; i < item->childCount(); ++i)
-        restoreItemExpansionState(item->child(i), i);
+        restoreItemExpansionState(item->child(i), i, expanded);
 }
 
 } // namespace TARNOK
