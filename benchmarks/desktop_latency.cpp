@@ -243,9 +243,9 @@ private:
     void select(int first, int last)
     {
         const QModelIndex parent = mView->model()->index(0, 0);
-        mView->selectionModel()->select({mView->model()->index(first, 0, parent),
-                                         mView->model()->index(last, 0, parent)},
-                                        QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        mView->selectionModel()->select(
+            {mView->model()->index(first, 0, parent), mView->model()->index(last, 0, parent)},
+            QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     }
 
     void restructure()
