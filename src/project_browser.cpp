@@ -2,6 +2,7 @@
 
 #include "logger.hpp"
 #include "sound_bank.hpp"
+#include "utility_classes.hpp"
 #include "workspace.hpp"
 #include "workspace_model.hpp"
 
@@ -327,6 +328,7 @@ void ProjectBrowser::addFiles(const QList<QUrl>& urls)
 
     // Shown from the start, so that it takes in events, a cancel among them, after every file.
     QProgressDialog progress("Analysing files", "&Cancel", 0, static_cast<int>(urls.size()), this);
+    progress.setWindowTitle(APP_NAME);
     progress.setWindowModality(Qt::WindowModal);
     progress.setMinimumDuration(0);
     progress.show();
