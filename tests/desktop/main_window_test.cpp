@@ -235,7 +235,20 @@ TEST_F(MainWindowTest, savingAsksForAPathOnceAndCompletesItsExtension)
     EXPECT_FALSE(bank()->isModified());
     EXPECT_EQ(recent(), QStringList(path("song.tnproj")));
 
+    // What can't be written is told, and the project goes on under its name.
     addSounds({"b.wav"});
+    {
+        FileAnswer choice("/proc/nowhere");
+        action("Save &As...")->trigger();
+        EXPECT_TRUE(log().contains("ERROR: Cannot write file /proc/nowhere.tnproj:"));
+        action("Export profile...")->trigger();
+        EXPECT_EQ(log().last(), "ERROR: Couldn't save profile to /proc/nowhere.prof");
+        action("&Import profile...")->trigger();
+        EXPECT_TRUE(log().contains("ERROR: Cannot read file /proc/nowhere:"));
+    }
+    EXPECT_TRUE(bank()->isModified());
+    EXPECT_EQ(fileIO()->projectFileName(), path("song.tnproj"));
+
     action("&Save")->trigger();
     EXPECT_FALSE(bank()->isModified());
     FileAnswer other(path("other.tnproj"));
