@@ -215,12 +215,17 @@ TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
     EXPECT_EQ(QApplication::overrideCursor(), nullptr);
 }
 
-TEST_F(MainWindowTest, savingAsksForAPathOnceAndCompletesItsExtension)
+TEST_F(MainWindowTest, filesAreAddedAndSavedWhereTheUserSays)
 {
     start();
     action("&Save")->trigger();
     EXPECT_EQ(log().last(), "Nothing to save");
-    addSounds({"a.wav"});
+    {
+        FileAnswer choice(makeSound("a.wav"));
+        action("Add audio files...")->trigger();
+        EXPECT_EQ(told(bank()), "a");
+        EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file, for the next dialog";
+    }
     {
         FileAnswer cancel("");
         action("&Save")->trigger();
@@ -351,16 +356,6 @@ TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
     EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_VORBIS);
     EXPECT_EQ(bank()->profile().quality(), 40u);
     EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
-}
-
-TEST_F(MainWindowTest, sourceFilesAreChosenInADialogThatRemembersTheFile)
-{
-    start();
-    const QString sound = makeSound("step.wav");
-    FileAnswer choice(sound);
-    action("Add audio files...")->trigger();
-    EXPECT_EQ(told(bank()), "step");
-    EXPECT_EQ(settings()->getDir("Source"), sound);
 }
 
 TEST_F(MainWindowTest, aBuildIsRefusedWithItsReason)
