@@ -56,6 +56,20 @@ QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const Q
     return result;
 }
 
+// Every item of the tree by its address.
+QSet<const AbstractItem*> itemsOfTree()
+{
+    QSet<const AbstractItem*> items;
+    for (const SoundBank* bank : *workspace()) {
+        items.insert(bank);
+        for (const Subsound* subsound : *bank) {
+            items.insert(subsound);
+            items.unite({subsound->cbegin(), subsound->cend()});
+        }
+    }
+    return items;
+}
+
 // The model aligns texts horizontally only, which a view takes for the top of the row, and its icons have the colours
 // in which selected rows are drawn.
 class RowDelegate : public QStyledItemDelegate
@@ -159,10 +173,18 @@ void ProjectTreeView::dropEvent(QDropEvent* event)
     const QByteArray rows = payload->data(ProxyTreeModel::ROWS_MIME_TYPE);
     QDataStream stream(rows);
     QList<AbstractItem*> items;
+    const QSet<const AbstractItem*> own = itemsOfTree();
     while (!stream.atEnd()) {
         AbstractItem* item = nullptr;
         stream.readRawData(reinterpret_cast<char*>(&item), sizeof item);
-        items.append(item);
+        if (own.contains(item)) {
+            items.append(item);
+            continue;
+        }
+        // An address in another process, where the user has a second project open.
+        logger()->println(Logger::OUTPUT_ERROR,
+                          "ERROR: Sounds can't be dragged here from another window, add their files instead");
+        return;
     }
 
     const auto* proxy = static_cast<const ProxyTreeModel*>(model());
