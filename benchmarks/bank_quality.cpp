@@ -3,7 +3,7 @@
 //     bank_quality BANK LIST
 //
 // LIST is a text file with the path of one source a line, in the order of the bank's sounds. A source whose rate isn't
-// that of its sound is resampled first. Exit status 0 when every length is right.
+// that of its sound is resampled first. Exit status 0 when every length is right; samples are compared only then.
 #include "kess.hpp"
 
 #include <soxr.h>
@@ -72,13 +72,12 @@ void resample(Samples* samples, double rate)
     samples->rate = rate;
 }
 
-// Decibels; infinite for a sound that came back as it was.
+// Decibels, of sounds of the same length; infinite for one that came back as it was.
 double signalToNoise(const Samples& source, const Samples& sound)
 {
     double signal = 0;
     double noise = 0;
-    const size_t count = std::min(source.frames.size(), sound.frames.size());
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < source.frames.size(); ++i) {
         const double difference = double(source.frames[i]) - double(sound.frames[i]);
         signal += double(source.frames[i]) * double(source.frames[i]);
         noise += difference * difference;
@@ -121,15 +120,20 @@ int main(int argc, char** argv)
         const Samples decoded = decode(sound, path + " in the bank");
         file->release();
         sound->release();
-        if (source.rate != decoded.rate)
+        if (source.channels > 0 && source.rate != decoded.rate)
             resample(&source, decoded.rate);
+        if (source.channels != decoded.channels || source.count() != decoded.count()) {
+            std::printf("WRONG LENGTH: %zu frames of %d channels instead of %zu of %d  %s\n", decoded.count(),
+                        decoded.channels, source.count(), source.channels, path.c_str());
+            ++wrong;
+            continue;
+        }
 
         const double ratio = signalToNoise(source, decoded);
-        const bool right = source.count() == decoded.count() && source.channels == decoded.channels;
-        std::printf("%8.2f dB %10zu frames%s  %s\n", ratio, decoded.count(), right ? "" : "  WRONG LENGTH",
-                    path.c_str());
-        wrong += !right;
-        if (std::isinf(ratio))
+        std::printf("%8.2f dB %10zu frames  %s\n", ratio, decoded.count(), path.c_str());
+        if (std::isnan(ratio))
+            continue; // samples that are no numbers, which nothing can be compared with, nor sorted
+        if (std::isinf(ratio) && ratio > 0)
             ++identical;
         else
             ratios.push_back(ratio);

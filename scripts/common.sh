@@ -46,13 +46,14 @@ build_folder() {
     if [ "$1" = release ]; then echo "$root/build"; else echo "$root/build-$1"; fi
 }
 
-# build_preset PRESET: configures where that wasn't done yet, and builds.
+# build_preset PRESET [TARGET...]: configures where that wasn't done yet, and builds the targets, or everything.
 build_preset() {
-    local folder
-    folder="$(build_folder "$1")"
-    say "Building the preset $1 in ${folder#"$root"/}"
+    local preset="$1" folder
+    shift
+    folder="$(build_folder "$preset")"
+    say "Building the preset $preset in ${folder#"$root"/}"
     if [ ! -e "$folder/build.ninja" ]; then
-        (cd "$root" && cmake --preset "$1" >/dev/null)
+        (cd "$root" && cmake --preset "$preset" >/dev/null)
     fi
-    (cd "$root" && cmake --build --preset "$1" -- --quiet >&2)
+    (cd "$root" && cmake --build --preset "$preset" -- --quiet "$@" >&2)
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Renders the drawings in resources/svg to the PNG files that resources.qrc compiles into the desktop program.
+# Renders the drawings in resources/svg to the PNG files that resources.qrc compiles into the desktop program, and to
+# those of the icon theme that are installed.
 #
 # usage: scripts/render_icons.sh            render, then check
 #        scripts/render_icons.sh --check    only check the files that are there (needs no renderer)
@@ -14,16 +15,22 @@ tree_icons=(treeicon_bank treeicon_subsound treeicon_sourcefile)
 toolbar_size=128
 tree_size=22
 
+# Icons of the theme: drawing, then folder and name in the theme.
+theme_icons=(tarnokex:apps/tarnokex project:mimetypes/application-x-tarnok-project
+    profile:mimetypes/application-x-tarnok-profile soundbank:mimetypes/application-x-tarnok-bank)
+theme_sizes=(16 32 48 128)
+
 need() {
     command -v "$1" >/dev/null || { echo "render_icons.sh: $1 is missing (Debian package $2)" >&2; exit 2; }
 }
 
-render() { # name size
-    rsvg-convert --width "$2" --height "$2" --output "$scratch/$1.png" "$resources/svg/$1.svg"
-    optipng -quiet -strip all "$scratch/$1.png"
-    if ! cmp --silent "$scratch/$1.png" "$resources/$1.png"; then
-        install -m 644 "$scratch/$1.png" "$resources/$1.png"
-        echo "rendered $1.png"
+# A drawing and a picture, both below resources and without an extension.
+render() { # drawing size picture
+    rsvg-convert --width "$2" --height "$2" --output "$scratch/picture.png" "$resources/svg/$1.svg"
+    optipng -quiet -strip all "$scratch/picture.png"
+    if ! cmp --silent "$scratch/picture.png" "$resources/$3.png"; then
+        install -D -m 644 "$scratch/picture.png" "$resources/$3.png"
+        echo "rendered $3.png"
     fi
 }
 
@@ -32,9 +39,12 @@ render_all() {
     need optipng optipng
     scratch="$(mktemp -d)"
     trap 'rm -rf "$scratch"' EXIT
-    local name
-    for name in "${toolbar_icons[@]}"; do render "$name" "$toolbar_size"; done
-    for name in "${tree_icons[@]}"; do render "$name" "$tree_size"; done
+    local name icon size
+    for name in "${toolbar_icons[@]}"; do render "$name" "$toolbar_size" "$name"; done
+    for name in "${tree_icons[@]}"; do render "$name" "$tree_size" "$name"; done
+    for icon in "${theme_icons[@]}"; do
+        for size in "${theme_sizes[@]}"; do render "${icon%%:*}" "$size" "theme/hicolor/${size}x$size/${icon#*:}"; done
+    done
 }
 
 fail() {
@@ -61,9 +71,12 @@ check_resource_list() {
 
 check_all() {
     failures=0
-    local name
+    local name icon size
     for name in "${toolbar_icons[@]}"; do check_size "$name" "$toolbar_size"; done
     for name in "${tree_icons[@]}"; do check_size "$name" "$tree_size"; done
+    for icon in "${theme_icons[@]}"; do
+        for size in "${theme_sizes[@]}"; do check_size "theme/hicolor/${size}x$size/${icon#*:}" "$size"; done
+    done
     check_resource_list
     ((failures == 0))
 }
@@ -71,6 +84,6 @@ check_all() {
 case "${1-}" in
 "") render_all ;;
 --check) ;;
-*) sed -n '2,8s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
+*) sed -n '2,9s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
 esac
 check_all || exit 1

@@ -1,14 +1,19 @@
 #include "command_line.hpp"
 
 #include "build_system.hpp"
+#include "stop_signals.hpp"
 #include "utility_classes.hpp"
 #include "workspace.hpp"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QStringList>
 #include <QThread>
 
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 namespace TARNOK {
 
@@ -31,6 +36,43 @@ Logger* logger()
 QByteArray blanks(int count)
 {
     return QByteArray(count, ' ');
+}
+
+// Plain ASCII, other bytes as \xNN.
+QByteArray escaped(const std::string& name)
+{
+    QByteArray shown;
+    for (const char c : name)
+        shown += c >= ' ' && c <= '~' ? QByteArray(1, c) : "\\x" + QByteArray(1, c).toHex();
+    return shown;
+}
+
+// Names are UTF-8 in projects, lists and banks, and listings leave others out without a word. This says which of a
+// directory's files, and of its directories where those are walked too, that concerns.
+void warnOfForeignNames(const QString& directory, bool directoriesToo)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(QFile::encodeName(directory).toStdString(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        std::error_code unknown;
+        const bool wanted = entry->is_regular_file(unknown) || (directoriesToo && entry->is_directory(unknown));
+        if (wanted && name[0] != '.' && !QByteArrayView(name).isValidUtf8())
+            logger()->println(Logger::OUTPUT_WARNING, "skipped: '%s/%s' has a name that is not UTF-8",
+                              directory.toUtf8().constData(), escaped(name).constData());
+    }
+}
+
+// The names of a directory's subdirectories but for links that lead back to one of those that are being walked.
+// Listings count links to devices and pipes as directories, too.
+QStringList subdirectories(const QDir& directory, const QStringList& walked)
+{
+    QStringList names = directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort);
+    names.removeIf([&](const QString& name) {
+        const QFileInfo entry(directory.filePath(name));
+        return entry.exists() && (!entry.isDir() || walked.contains(entry.canonicalFilePath()));
+    });
+    return names;
 }
 
 } // namespace
@@ -243,6 +285,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
 bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath)
 {
     static int indentation = 0;
+    static QStringList walked; // from the source down, links resolved
     ++indentation;
     for (const QString& entry : paths) {
         const QString fullPath = relativePath.isEmpty() ? entry : relativePath + "/" + entry;
@@ -255,9 +298,12 @@ bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString
                                   name.toUtf8().constData());
                 files->append(fullPath + "/" + name);
             }
-            if (mRecursive)
-                getFileListFromPath(directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort), files,
-                                    fullPath);
+            warnOfForeignNames(fullPath, mRecursive);
+            if (mRecursive) {
+                walked.append(directory.canonicalPath());
+                getFileListFromPath(subdirectories(directory, walked), files, fullPath);
+                walked.removeLast();
+            }
         } else if (directory.exists(entry)) {
             logger()->println(Logger::OUTPUT_DEBUG, "%s%s", blanks(indentation * 2).constData(),
                               entry.toUtf8().constData());
@@ -365,6 +411,7 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
         path += PROJECT_SUFFIX;
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
     ++mBanksWanted;
+    const StopSignals held;
     if (Singleton<Workspace>::instance()->saveSoundBank(bank, path))
         ++mBanksWritten;
 }
@@ -373,9 +420,16 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
 {
     BuildSystem* buildSystem = Singleton<BuildSystem>::instance();
     const int before = buildSystem->succeededBuilds();
+    const StopSignals held;
+    bool cancelled = false;
     buildSystem->enqueueBuild(bank);
-    while (buildSystem->update())
+    while (buildSystem->update()) {
+        if (StopSignals::noted() && !cancelled) {
+            buildSystem->cancelBuild();
+            cancelled = true;
+        }
         QThread::msleep(POLL_MS);
+    }
     ++mBanksWanted;
     mBanksWritten += buildSystem->succeededBuilds() - before;
 }
@@ -402,7 +456,7 @@ bool CommandLine::buildMultiple(SoundBank* bank)
 
     // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
     QList<Subsound*> built;
-    while (!bank->isEmpty()) {
+    while (!bank->isEmpty() && !StopSignals::noted()) {
         Subsound* subsound = bank->last();
         carrier->append(subsound);
         carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + "." + BANK_SUFFIX);

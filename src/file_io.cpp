@@ -280,30 +280,33 @@ void FileIO::projectSaveInternal(bool useProjectFileName)
 
 void FileIO::appendRecentFiles(const QString& path)
 {
-    {
-        QSettings store(COMPANY_NAME, APP_NAME);
-        QStringList paths;
-        const int size = store.beginReadArray(RECENT_ARRAY);
-        for (int i = 0; i < size; ++i) {
-            store.setArrayIndex(i);
-            paths.append(store.value(RECENT_KEY).toString());
-        }
-        store.endArray();
-
-        const auto found = paths.indexOf(path);
-        if (found >= 0)
-            paths.move(found, 0);
-        else
-            paths.prepend(path);
-
-        store.beginWriteArray(RECENT_ARRAY);
-        for (int i = 0; i < paths.size(); ++i) {
-            store.setArrayIndex(i);
-            store.setValue(RECENT_KEY, paths.at(i));
-        }
-        store.endArray();
-    }
+    rememberProject(path);
     emit recentFilesChanged();
+}
+
+void FileIO::rememberProject(const QString& path)
+{
+    QSettings store(COMPANY_NAME, APP_NAME);
+    QStringList paths;
+    const int size = store.beginReadArray(RECENT_ARRAY);
+    for (int i = 0; i < size; ++i) {
+        store.setArrayIndex(i);
+        paths.append(store.value(RECENT_KEY).toString());
+    }
+    store.endArray();
+
+    const auto found = paths.indexOf(path);
+    if (found >= 0)
+        paths.move(found, 0);
+    else
+        paths.prepend(path);
+
+    store.beginWriteArray(RECENT_ARRAY);
+    for (int i = 0; i < paths.size(); ++i) {
+        store.setArrayIndex(i);
+        store.setValue(RECENT_KEY, paths.at(i));
+    }
+    store.endArray();
 }
 
 void FileIO::profileSave()

@@ -47,6 +47,9 @@ public:
     // Puts path at the front of the recent list, which lives in the settings store alone.
     void appendRecentFiles(const QString& path);
 
+    // The same without an object that tells of it: also for programs without a window.
+    static void rememberProject(const QString& path);
+
     bool soundBankBuildInternal(bool rebuild);
 
     // Appends "." and extension unless the path ends with extension, dot or no dot.

@@ -28,8 +28,9 @@ constexpr int kSurveyedSuperblocks = 12;
 class Encoder::Segment
 {
 public:
-    explicit Segment(int channels)
-        : mSamples(static_cast<size_t>(channels))
+    Segment(int channels, std::stop_token stop)
+        : mStop(std::move(stop))
+        , mSamples(static_cast<size_t>(channels))
         , mFramesOfSegment(kSegmentSamples / channels / kSuperblockFrames * kSuperblockFrames)
     { }
 
@@ -67,6 +68,7 @@ private:
     [[nodiscard]] Encoded encodeAll(int step) const;
     [[nodiscard]] Encoded encodeWithin(double bits) const;
 
+    std::stop_token mStop;
     std::vector<std::vector<int16_t>> mSamples; // by channel
     int mFramesOfSegment;
     double mCarry = 0; // bits that the segments before left, or took too many
@@ -92,12 +94,14 @@ void Encoder::Segment::encode(int frames, std::vector<uint8_t>& bytes, std::vect
 {
     mFrames = frames;
     analyseAll();
-    const double bits = budget();
-    const Encoded encoded = encodeWithin(bits);
-    mCarry = bits - encoded.bits();
-    bytes.insert(bytes.end(), encoded.bytes.begin(), encoded.bytes.end());
-    if (sizes)
-        sizes->insert(sizes->end(), encoded.sizes.begin(), encoded.sizes.end());
+    if (!mStop.stop_requested()) {
+        const double bits = budget();
+        const Encoded encoded = encodeWithin(bits);
+        mCarry = bits - encoded.bits();
+        bytes.insert(bytes.end(), encoded.bytes.begin(), encoded.bytes.end());
+        if (sizes)
+            sizes->insert(sizes->end(), encoded.sizes.begin(), encoded.sizes.end());
+    }
     for (auto& samples : mSamples)
         samples.erase(samples.begin(), samples.begin() + frames);
 }
@@ -115,7 +119,7 @@ const Analysis& Encoder::Segment::analysisOf(int superblock, int channel) const
 void Encoder::Segment::analyseAll()
 {
     mAnalyses.clear();
-    for (int superblock = 0; superblock < superblocks(); ++superblock) {
+    for (int superblock = 0; superblock < superblocks() && !mStop.stop_requested(); ++superblock) {
         const size_t begin = static_cast<size_t>(superblock) * kSuperblockFrames;
         std::span<const int16_t> previous;
         for (const auto& samples : mSamples) {
@@ -225,7 +229,7 @@ int Encoder::Segment::estimateStep(double rate) const
 Encoder::Segment::Encoded Encoder::Segment::encodeAll(int step) const
 {
     Encoded encoded;
-    for (int superblock = 0; superblock < superblocks(); ++superblock) {
+    for (int superblock = 0; superblock < superblocks() && !mStop.stop_requested(); ++superblock) {
         const size_t begin = encoded.bytes.size();
         encodeSuperblock(superblock, step, encoded.bytes);
         encoded.sizes.push_back(static_cast<uint32_t>(encoded.bytes.size() - begin));
@@ -249,7 +253,7 @@ Encoder::Segment::Encoded Encoder::Segment::encodeWithin(double bits) const
         (fits ? largeEnough : tooSmall) = step;
         if (fits || step == kHighestStep)
             best = std::move(attempt);
-        if ((fits && excess >= -kTolerance) || largeEnough - tooSmall <= 1)
+        if ((fits && excess >= -kTolerance) || largeEnough - tooSmall <= 1 || mStop.stop_requested())
             return best;
         const int change = fits ? std::min(-1, static_cast<int>(kStepsPerOctave * excess))
                                 : std::max(1, static_cast<int>(std::ceil(kStepsPerOctave * excess)));
@@ -257,10 +261,10 @@ Encoder::Segment::Encoded Encoder::Segment::encodeWithin(double bits) const
     }
 }
 
-Encoder::Encoder(int channels)
+Encoder::Encoder(int channels, std::stop_token stop)
 {
     assert(channels >= 1 && channels <= kMaximumChannels);
-    mSegment = std::make_unique<Segment>(channels);
+    mSegment = std::make_unique<Segment>(channels, std::move(stop));
 }
 
 Encoder::~Encoder() = default;

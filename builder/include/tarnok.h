@@ -16,12 +16,20 @@
 #define TARNOK_API
 #endif
 
+/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+#ifdef __cplusplus
+#define TARNOK_INT32 : int32_t
+#else
+#define TARNOK_INT32
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
-typedef enum TARNOK_RESULT {
+typedef enum TARNOK_RESULT TARNOK_INT32
+{
     TARNOK_OK = 0,
     TARNOK_ERR_CACHE_CHUNK_MISSING = 1,
     TARNOK_ERR_CANCELLED = 2,
@@ -49,10 +57,15 @@ typedef enum TARNOK_RESULT {
 } TARNOK_RESULT;
 
 /* Version of the bank container. 0 is the current one; no other exists so far. */
-typedef enum TARNOK_TNBVERSION { TARNOK_TNBVERSION_CURRENT = 0, TARNOK_TNBVERSION_FORCEINT = 0x7fffffff } TARNOK_TNBVERSION;
+typedef enum TARNOK_TNBVERSION TARNOK_INT32
+{
+    TARNOK_TNBVERSION_CURRENT = 0,
+    TARNOK_TNBVERSION_FORCEINT = 0x7fffffff
+} TARNOK_TNBVERSION;
 
 /* Encoding of the sounds of a bank. XMA and AT9 need an external encoder module. */
-typedef enum TARNOK_FORMAT {
+typedef enum TARNOK_FORMAT TARNOK_INT32
+{
     TARNOK_FORMAT_PCM = 0,
     TARNOK_FORMAT_XMA = 1,
     TARNOK_FORMAT_AT9 = 2,
@@ -63,10 +76,10 @@ typedef enum TARNOK_FORMAT {
 } TARNOK_FORMAT;
 
 /* Build flags, combined by OR. */
-#define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u  /* leave out the markers of the source files */
-#define TARNOK_BUILD_DONTLOOP 0x002u           /* encode without regard to a seamless loop */
-#define TARNOK_BUILD_FILTERHIGHFREQ 0x004u     /* XMA only */
-#define TARNOK_BUILD_DISABLESEEKING 0x008u     /* XMA only */
+#define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u /* leave out the markers of the source files */
+#define TARNOK_BUILD_DONTLOOP 0x002u /* encode without regard to a seamless loop */
+#define TARNOK_BUILD_FILTERHIGHFREQ 0x004u /* XMA only */
+#define TARNOK_BUILD_DISABLESEEKING 0x008u /* XMA only */
 #define TARNOK_BUILD_OPTIMIZESAMPLERATE 0x010u /* resample to the lowest rate that keeps what is audible */
 #define TARNOK_BUILD_TNB5_DONTWRITENAMES 0x080u
 #define TARNOK_BUILD_NOGUID 0x100u
@@ -78,11 +91,12 @@ typedef enum TARNOK_FORMAT {
 /* Initialisation flags, combined by OR. */
 #define TARNOK_INIT_IGNORE_ERRORS 0x01u /* a failing sound becomes an empty one instead of ending the build */
 #define TARNOK_INIT_CREATE_HEADER 0x04u /* write a C header with names and indices beside the bank */
-#define TARNOK_INIT_REBUILD 0x08u       /* encode everything again, whatever the cache holds */
-#define TARNOK_INIT_ALWAYS 0x10u        /* deliver progress items */
+#define TARNOK_INIT_REBUILD 0x08u /* encode everything again, whatever the cache holds */
+#define TARNOK_INIT_ALWAYS 0x10u /* deliver progress items */
 
 /* Phase of one sound. */
-typedef enum TARNOK_STATE {
+typedef enum TARNOK_STATE TARNOK_INT32
+{
     TARNOK_STATE_DECODING = 0,
     TARNOK_STATE_ANALYSING = 1,
     TARNOK_STATE_PREPROCESSING = 2,
@@ -97,7 +111,7 @@ typedef enum TARNOK_STATE {
 typedef struct TARNOK_PROGRESSITEM
 {
     int32_t subSoundIndex; /* index into the array given to Tarnok_Build, or -1 for the bank as a whole */
-    int32_t threadId;      /* which worker reports */
+    int32_t threadId; /* which worker reports */
     TARNOK_STATE state;
     uint32_t reserved;
     const void* stateData; /* a TARNOK_STATE_DATA_FAILED when state is TARNOK_STATE_FAILED, else null */
@@ -116,11 +130,11 @@ typedef struct TARNOK_SUBSOUND
     const char* const* fileNames; /* numFiles paths, in channel order */
     const void* reservedPointer0; /* null */
     const void* reservedPointer1; /* null */
-    uint32_t numFiles;            /* at least 1 */
-    uint32_t overrideFlags;       /* each set bit reverses that build flag for this sound; TARNOK_BUILD_OVERRIDE_MASK */
-    uint32_t overrideQuality;     /* 1 to 100, or 0 for the quality of the build; higher values count as 100 */
-    float desiredSampleRate;      /* hertz, or 0 for the rate of the source */
-    uint32_t reserved;            /* 0 */
+    uint32_t numFiles; /* at least 1 */
+    uint32_t overrideFlags; /* each set bit reverses that build flag for this sound; TARNOK_BUILD_OVERRIDE_MASK */
+    uint32_t overrideQuality; /* 1 to 100, or 0 for the quality of the build; higher values count as 100 */
+    float desiredSampleRate; /* hertz, or 0 for the rate of the source */
+    uint32_t reserved; /* 0 */
 } TARNOK_SUBSOUND;
 
 /* Readies the library. threadCount is the number of workers, 1 to 256; what lies outside counts as the nearer of the
@@ -143,10 +157,11 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * failed sound in the list:
  * TARNOK_ERR_FILE_NOT_FOUND, TARNOK_ERR_FILE_OS: a source can't be read. TARNOK_ERR_INVALID_FORMAT: it isn't a sound,
  * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
- * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND: no module for XMA or AT9.
+ * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD: the encoder module for XMA or AT9
+ * is missing or can't be used (see tarnok_encoder.h).
  * For the bank as a whole, with a report whose subSoundIndex is -1:
  * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
- * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody has emptied the cache meanwhile. TARNOK_ERR_INVALID_PARAM: no sounds, a
+ * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
  * sound without files, an unknown format, a quality above 100, an impossible rate, an empty key or file name.
  * TARNOK_ERR_MEMORY.
  * Without a report: TARNOK_ERR_CANCELLED, TARNOK_ERR_UNINITIALIZED, and TARNOK_ERR_INITIALIZED while another build

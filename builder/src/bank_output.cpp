@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace tarnok {
@@ -16,6 +17,9 @@ constexpr size_t bufferBytes = 256 << 10;
 
 // Shorter pieces go through the buffer: asking the kernel for each of thousands of small sounds costs more.
 constexpr uint64_t worthKernelCopy = 64 << 10;
+
+// Written behind one another, so many bytes are worth a request to the disk.
+constexpr uint64_t worthFlushing = 4 << 20;
 
 // The file that path names in the end. A link to nothing stays what it is, to be replaced.
 std::string followLink(const std::string& path)
@@ -46,7 +50,29 @@ Result<AtomicOutput> AtomicOutput::create(const std::string& path)
     Result<TemporaryFile> file = TemporaryFile::create(folder, baseName(target));
     if (!file)
         return file.fault();
-    return AtomicOutput(target, std::move(*file));
+    AtomicOutput output(target, std::move(*file));
+    if (exists)
+        output.takePermissions(status);
+    return output;
+}
+
+void AtomicOutput::removeAbandoned(const std::string& path)
+{
+    const std::string target = followLink(path);
+    TemporaryFile::removeAbandoned(folderOf(target), baseName(target));
+}
+
+// While it is written, the owner may always write: only so can it be swept up if the process is killed.
+void AtomicOutput::takePermissions(const struct stat& former)
+{
+    unsigned mode = former.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+    struct stat own;
+    const bool sameGroup = fstat(mFile.descriptor(), &own) == 0
+        && (own.st_gid == former.st_gid || fchown(mFile.descriptor(), uid_t(-1), former.st_gid) == 0);
+    if (!sameGroup)
+        mode &= ~unsigned(S_IRWXG) | (mode & S_IRWXO) << 3;
+    mMode = mode;
+    fchmod(mFile.descriptor(), mode | S_IRUSR | S_IWUSR);
 }
 
 bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
@@ -76,7 +102,7 @@ bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offs
         mFault = fileFault("writing", mPath, error);
         return bank::Error::Io;
     }
-    mWritten += size;
+    advance(size);
     return bank::Error::None;
 }
 
@@ -84,6 +110,9 @@ Status AtomicOutput::finish()
 {
     if (!flush())
         return mFault;
+    // Some file systems know no permissions and refuse; a bank is worth more than its mode.
+    if (mMode)
+        fchmod(mFile.descriptor(), *mMode);
     return mFile.sync(mPath);
 }
 
@@ -107,8 +136,19 @@ bool AtomicOutput::put(std::span<const uint8_t> bytes)
         mFault = fileFault("writing", mPath, error);
         return false;
     }
-    mWritten += bytes.size();
+    advance(bytes.size());
     return true;
+}
+
+// The disk begins to take the bank while the rest of it is still being put together, so that little is left to wait for
+// in finish(), where a cancelled build could not end. What fails here fails there again.
+void AtomicOutput::advance(uint64_t bytes)
+{
+    mWritten += bytes;
+    if (mWritten - mFlushing < worthFlushing)
+        return;
+    (void)sync_file_range(mFile.descriptor(), off64_t(mFlushing), off64_t(mWritten - mFlushing), SYNC_FILE_RANGE_WRITE);
+    mFlushing = mWritten;
 }
 
 } // namespace tarnok

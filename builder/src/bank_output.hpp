@@ -5,18 +5,28 @@
 #include "fault.hpp"
 #include "file.hpp"
 
-#include <stop_token>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include <sys/stat.h>
 
 namespace tarnok {
 
 // A file that replaces the one of its name when it is complete, and leaves that one alone otherwise. Left-overs of
 // killed builds of the same file are removed when the next one begins.
+//
+// To whoever uses the file it is still the same one, so it keeps the permissions and the group that it had, a write
+// protection too; a new file gets those that the process gives to new files. Permissions that were given to a group are
+// not given to another: where the group can't be kept, its members get what everybody gets.
 class AtomicOutput final : public bank::ByteSink
 {
 public:
     // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
     static Result<AtomicOutput> create(const std::string& path);
+
+    // Removes left-overs of killed builds of path.
+    static void removeAbandoned(const std::string& path);
 
     bank::Error write(std::span<const uint8_t> bytes) override;
     bank::Error copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size) override;
@@ -35,7 +45,9 @@ public:
         , mFile(std::move(other.mFile))
         , mBuffer(std::move(other.mBuffer))
         , mWritten(other.mWritten)
+        , mFlushing(other.mFlushing)
         , mFault(std::move(other.mFault))
+        , mMode(other.mMode)
     { }
 
 private:
@@ -44,14 +56,18 @@ private:
         , mFile(std::move(file))
     { }
 
+    void takePermissions(const struct stat& former);
     bool flush();
     bool put(std::span<const uint8_t> bytes);
+    void advance(uint64_t bytes);
 
     std::string mPath;
     TemporaryFile mFile;
     std::vector<uint8_t> mBuffer;
     uint64_t mWritten = 0; // bytes in the file; those in the buffer come behind
+    uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
     Fault mFault;
+    std::optional<unsigned> mMode; // permissions of the former file
 };
 
 } // namespace tarnok

@@ -99,7 +99,7 @@ struct Build::Outputs
 class Build::Stored final : public bank::StoredSounds
 {
 public:
-    Stored(const Build& build)
+    Stored(Build& build)
         : mBuild(build)
     { }
 
@@ -112,13 +112,14 @@ public:
         if (!part) {
             uint64_t size = 0;
             auto file = std::make_shared<FileDescriptor>(mBuild.mCache.reopen(place->key, &size));
-            if (!*file) {
-                mFault = {TARNOK_ERR_CACHE_CHUNK_MISSING,
-                          "an encoded sound disappeared from the cache folder during the build: "
-                              + std::string(baseName(mBuild.mRequest.subsounds[index].fileNames[0]))};
+            if (*file) {
+                part = std::make_shared<FilePart>(std::move(file), 0, size);
+            } else if (Status status = mBuild.encodeLost(index); status) {
+                part = place->spilled;
+            } else {
+                mFault = status.fault();
                 return bank::Error::Io;
             }
-            part = std::make_shared<FilePart>(std::move(file), 0, size);
         }
         return bank::StoredSound{part, sizeof(EntryHeader) + place->dataBytes, sizeof(EntryHeader)};
     }
@@ -143,7 +144,7 @@ public:
     const Fault& fault() const { return mFault; }
 
 private:
-    const Build& mBuild;
+    Build& mBuild;
     Fault mFault;
 };
 
@@ -162,7 +163,8 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
     if (encryptionKey && !*encryptionKey)
         return invalid("the encryption key is empty");
 
-    BuildRequest request{{subsounds, numSubsounds}, {format, buildFlags, quality}, std::nullopt, outputFileName};
+    BuildRequest request{
+        {subsounds, numSubsounds}, {format, buildFlags, quality, nullptr}, std::nullopt, outputFileName};
     if (encryptionKey)
         request.encryptionKey = encryptionKey;
     for (size_t index = 0; index < numSubsounds; ++index) {
@@ -182,6 +184,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
 Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop)
     : mLibrary(library)
     , mRequest(request)
+    , mOrder(request.order)
     , mQueue(queue)
     , mStop(std::move(stop))
     , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
@@ -189,6 +192,7 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
     , mSpoolFolders(withFirst(library.cacheDirectory, temporaryFolders()))
     , mSpills(library.threadCount, SpillFiles(withFirst(folderOf(request.outputFile), temporaryFolders())))
+    , mEncoders(library.threadCount)
     , mPlaces(request.subsounds.size())
     , mKeptAt(time(nullptr))
     , mDone(request.subsounds.size())
@@ -212,6 +216,7 @@ Status Build::runPhases()
     if (!engine)
         return engine.fault();
     mEngine = std::move(*engine);
+    loadModule();
 
     const std::vector<size_t> order = longestFirst();
     runOnWorkers(mLibrary.threadCount, order.size(), [&](size_t job, unsigned worker) {
@@ -238,10 +243,11 @@ Status Build::openOutputs(Outputs* outputs) const
     if (!bank)
         return bank.fault();
     outputs->bank.emplace(std::move(*bank));
-    if (!has(TARNOK_INIT_CREATE_HEADER))
-        return {};
-
     const std::string headerFile = std::string(withoutExtension(mRequest.outputFile)) + ".h";
+    if (!has(TARNOK_INIT_CREATE_HEADER)) {
+        AtomicOutput::removeAbandoned(headerFile);
+        return {};
+    }
     if (headerFile == mRequest.outputFile)
         return invalid("the bank and its C header would have the same name");
     if (!isOurHeader(headerFile))
@@ -251,6 +257,19 @@ Status Build::openOutputs(Outputs* outputs) const
         return header.fault();
     outputs->header.emplace(std::move(*header));
     return {};
+}
+
+// Without its module every sound of the bank fails, and each says so.
+void Build::loadModule()
+{
+    const auto codec = bank::Codec(mOrder.format);
+    if (!EncoderModule::encodes(codec))
+        return;
+    Result<std::shared_ptr<const EncoderModule>> module = EncoderModule::load(codec);
+    if (module)
+        mOrder.module = std::move(*module);
+    else
+        mModuleFault = module.fault();
 }
 
 // A slip on a command line must not cost a recording.
@@ -298,15 +317,7 @@ std::vector<std::string> Build::pathsOf(size_t index) const
 void Build::buildSound(const Task& task) noexcept
 {
     try {
-        Result<StoredPlace> place = [&]() -> Result<StoredPlace> {
-            try {
-                return findOrEncode(task);
-            } catch (const std::bad_alloc&) {
-                return Fault{TARNOK_ERR_MEMORY, "out of memory"};
-            } catch (const std::exception& exception) {
-                return Fault{TARNOK_ERR_ENCODER, exception.what()};
-            }
-        }();
+        Result<StoredPlace> place = tryToBuild(task);
         if (!place) {
             soundFailed(task, place.fault());
             return;
@@ -320,13 +331,66 @@ void Build::buildSound(const Task& task) noexcept
     }
 }
 
+Result<StoredPlace> Build::tryToBuild(const Task& task)
+{
+    try {
+        return findOrEncode(task);
+    } catch (const std::bad_alloc&) {
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    } catch (const std::exception& exception) {
+        return Fault{TARNOK_ERR_ENCODER, exception.what()};
+    }
+}
+
+// Somebody has emptied the cache, or a part of it, since these sounds were found or stored there. Where it was emptied
+// once it may be again, so this time they are put where nobody else comes.
+Status Build::encodeLost(size_t first)
+{
+    std::vector<size_t> lost;
+    for (size_t index = first; index < mPlaces.size(); ++index) {
+        const std::optional<StoredPlace>& place = mPlaces[index];
+        if (place && !place->spilled && !mCache.reopen(place->key))
+            lost.push_back(index);
+    }
+    // The first may have come back meanwhile, by another build.
+    if (lost.empty() || lost.front() != first)
+        lost.insert(lost.begin(), first);
+
+    std::optional<Fault> fault;
+    runOnWorkers(mLibrary.threadCount, lost.size(), [&](size_t job, unsigned worker) {
+        try {
+            const size_t index = lost[job];
+            if (mStop.stop_requested())
+                return;
+            Result<StoredPlace> place = tryToBuild({index, worker, true});
+            const std::lock_guard lock(mMutex);
+            if (!place)
+                fault = place.fault();
+            else if (place->key == mPlaces[index]->key)
+                mPlaces[index] = std::move(*place);
+            else
+                fault = Fault{TARNOK_ERR_FILE_OS,
+                              std::string(baseName(mRequest.subsounds[index].fileNames[0]))
+                                  + ": another program has changed this file during the build"};
+        } catch (...) {
+            // Not even the fault could be stored. The sound is still lost, and that is found below.
+        }
+    });
+    if (mStop.stop_requested())
+        return cancelled();
+    if (fault)
+        return *fault;
+    if (!mPlaces[first]->spilled)
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    return {};
+}
+
 Result<StoredPlace> Build::findOrEncode(const Task& task)
 {
-    const SoundSettings settings = SoundSettings::of(mRequest.order, mRequest.subsounds[task.index]);
+    const SoundSettings settings = SoundSettings::of(mOrder, mRequest.subsounds[task.index]);
     const std::vector<std::string> paths = pathsOf(task.index);
-    if (!makeEncoder(settings.codec))
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
-                     std::string("the encoder module for ") + formatName(mRequest.order.format) + " is not installed"};
+    if (mModuleFault)
+        return *mModuleFault;
 
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -340,7 +404,7 @@ Result<StoredPlace> Build::findOrEncode(const Task& task)
             contents.push_back(identity->content);
         }
         const ContentHash key = settings.cacheKey(contents);
-        if (std::optional<CacheEntry> entry = mCache.find(key, mStop))
+        if (std::optional<CacheEntry> entry = task.again ? std::nullopt : mCache.find(key, mStop))
             return StoredPlace::of(key, entry->dataBytes, entry->record);
         if (mStop.stop_requested())
             return cancelled();
@@ -373,10 +437,10 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
         status = preparation.preprocess();
     }
     bank::Sound sound;
-    EncodedFile file(mCache, mSpills[task.worker], mStop);
+    EncodedFile file(task.again ? nullptr : &mCache, mSpills[task.worker], mStop);
     if (status) {
         report(task, TARNOK_STATE_ENCODING);
-        status = encodeInto(file, preparation, settings, baseName(paths.front()), &sound);
+        status = encodeInto(file, preparation, settings, task, &sound);
     }
 
     // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
@@ -397,14 +461,17 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
 }
 
 Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                         std::string_view name, bank::Sound* sound)
+                         const Task& task, bank::Sound* sound)
 {
-    const std::unique_ptr<Encoder> encoder = makeEncoder(settings.codec);
+    // A module's encoder is made for the settings of one sound.
+    std::unique_ptr<Encoder>& encoder = mEncoders[task.worker];
+    if (!encoder || settings.module)
+        encoder = settings.makeEncoder();
     const bank::Error error = encoder->encode(preparation.sound(), settings.quality, file, mStop, sound);
     if (error == bank::Error::Io)
         return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
     if (error != bank::Error::None)
-        return faultOf(error, name);
+        return faultOf(error, baseName(mRequest.subsounds[task.index].fileNames[0]));
     preparation.complete(sound);
     return {};
 }
@@ -510,7 +577,7 @@ Status Build::writeHeader(Outputs* outputs) const
 
 void Build::report(const Task& task, TARNOK_STATE state)
 {
-    if (has(TARNOK_INIT_ALWAYS))
+    if (has(TARNOK_INIT_ALWAYS) && !task.again)
         mQueue.post(int(task.index), int(task.worker), state);
 }
 

@@ -3,6 +3,7 @@
 
 #include "cache.hpp"
 #include "encoded_file.hpp"
+#include "encoder.hpp"
 #include "fault.hpp"
 #include "progress_queue.hpp"
 #include "sound_preparation.hpp"
@@ -67,22 +68,27 @@ private:
     {
         size_t index;
         unsigned worker;
+        bool again = false; // it was finished and is lost: nothing is reported, and the cache is left alone
     };
 
     Status runPhases();
     Status openOutputs(Outputs* outputs) const;
+    void loadModule();
     Status refuseSource(const std::string& outputFile) const;
     std::vector<size_t> longestFirst() const;
     std::vector<std::string> pathsOf(size_t index) const;
 
     void buildSound(const Task& task) noexcept;
+    Result<StoredPlace> tryToBuild(const Task& task);
+    // Encodes the sounds from first on that are no longer in the cache.
+    Status encodeLost(size_t first);
     Result<StoredPlace> findOrEncode(const Task& task);
     // Empty: the files are no longer those that the key was made from.
     Result<std::optional<StoredPlace>> encode(const Task& task, const SoundSettings& settings,
                                               std::span<const std::string> paths,
                                               std::span<const SourceIdentity> identities, const ContentHash& key);
-    Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                      std::string_view name, bank::Sound* sound);
+    Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings, const Task& task,
+                      bank::Sound* sound);
     void soundFailed(const Task& task, const Fault& fault);
     void keepUsedEntries();
 
@@ -96,6 +102,8 @@ private:
 
     const LibrarySettings& mLibrary;
     const BuildRequest& mRequest;
+    BankOrder mOrder; // that of the request, with the module loaded
+    std::optional<Fault> mModuleFault;
     ProgressQueue& mQueue;
     std::stop_token mStop;
 
@@ -104,6 +112,7 @@ private:
     SourceIdentifier mSources;
     std::vector<std::string> mSpoolFolders;
     std::vector<SpillFiles> mSpills; // one a worker
+    std::vector<std::unique_ptr<Encoder>> mEncoders; // one a worker, none before its first sound
     KessSystem mEngine;
 
     std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet

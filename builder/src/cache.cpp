@@ -141,6 +141,10 @@ FileDescriptor Cache::reopen(const ContentHash& key, uint64_t* fileBytes) const
 
 Result<TemporaryFile> Cache::newEntry()
 {
+    Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), temporaryStem);
+    // Somebody may have emptied the folder since.
+    if (file || mkdir(temporaryFolder().c_str(), 0777) != 0)
+        return file;
     return TemporaryFile::create(temporaryFolder(), temporaryStem);
 }
 
@@ -151,6 +155,7 @@ bool Cache::store(TemporaryFile* file, const ContentHash& key)
     const uint64_t bytes = fstat(file->descriptor(), &status) == 0 ? uint64_t(status.st_size) : 0;
     int error = file->commit(path);
     if (error == ENOENT) {
+        mkdir((mDirectory + "/sounds").c_str(), 0777);
         mkdir(folderOf(path).c_str(), 0777);
         error = file->commit(path);
     } else if (error == EISDIR || error == ENOTEMPTY || error == EEXIST) {

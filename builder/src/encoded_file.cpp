@@ -49,9 +49,9 @@ Result<SpillFiles::Position> SpillFiles::nextFolder()
 {
     Fault last{TARNOK_ERR_FILE_OS, "no disk has room for the encoded sounds"};
     while (mNextFolder < mFolders.size()) {
-        Result<TemporaryFile> file = TemporaryFile::create(mFolders[mNextFolder++], "tarnok-spill");
+        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
         if (file) {
-            mCurrent = {std::make_shared<FileDescriptor>(file->unlinkAndKeep()), 0};
+            mCurrent = {std::make_shared<FileDescriptor>(std::move(*file)), 0};
             return mCurrent;
         }
         last = file.fault();
@@ -60,7 +60,7 @@ Result<SpillFiles::Position> SpillFiles::nextFolder()
 }
 
 // The header is known last, and its place is kept free by zeros: so the file has no hole and can be moved as it is.
-EncodedFile::EncodedFile(Cache& cache, SpillFiles& spill, std::stop_token stop)
+EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     : mCache(cache)
     , mSpill(spill)
     , mStop(std::move(stop))
@@ -91,7 +91,7 @@ Result<StoredPlace> EncodedFile::finish(const ContentHash& key, const bank::Soun
         return mFault;
 
     StoredPlace place = StoredPlace::of(key, sound.dataBytes, record);
-    if (!mSpilled && !mCache.store(&mEntry, key) && !moveToSpill(EROFS))
+    if (!mSpilled && !mCache->store(&mEntry, key) && !moveToSpill(EROFS))
         return mFault;
     if (mSpilled) {
         place.spilled = std::make_shared<FilePart>(mSpilled->file, mSpilled->end, mWritten);
@@ -111,10 +111,9 @@ bool EncodedFile::flush()
 bool EncodedFile::put(std::span<const std::byte> bytes, uint64_t position)
 {
     if (!mEntry && !mSpilled) {
-        Result<TemporaryFile> entry = mCache.newEntry();
-        if (entry)
+        if (Result<TemporaryFile> entry = mCache ? mCache->newEntry() : TemporaryFile())
             mEntry = std::move(*entry);
-        else if (!moveToSpill(EROFS))
+        if (!mEntry && !moveToSpill(EROFS))
             return false;
     }
     for (;;) {

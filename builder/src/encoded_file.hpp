@@ -86,7 +86,8 @@ private:
 class EncodedFile final : public bank::ByteSink
 {
 public:
-    EncodedFile(Cache& cache, SpillFiles& spill, std::stop_token stop);
+    // cache: null for a sound that isn't to lie there.
+    EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop);
 
     bank::Error write(std::span<const uint8_t> bytes) override;
 
@@ -103,7 +104,7 @@ private:
     int descriptor() const { return mSpilled ? mSpilled->file->get() : mEntry.descriptor(); }
     uint64_t start() const { return mSpilled ? mSpilled->end : 0; }
 
-    Cache& mCache;
+    Cache* mCache;
     SpillFiles& mSpill;
     std::stop_token mStop;
     TemporaryFile mEntry;

@@ -1,7 +1,8 @@
 // Encodes one prepared sound into a stream of bytes and a bank::Sound that tells how to read it.
 //
 // Everything streams: memory doesn't grow with the length of a sound. The same sound and quality give the same bytes
-// on every run. An encoder object is used for one sound on one thread; any number may work side by side.
+// on every run, whatever the same object has encoded before. An encoder object is used by one thread, for one sound
+// after the other; any number may work side by side.
 #pragma once
 
 #include "bank/bytes.hpp"
@@ -73,7 +74,7 @@ public:
                                bank::Sound* encoded) = 0;
 };
 
-// Null for the codecs that need an external module (XMA, AT9).
+// Null for the codecs that need an external module (XMA, AT9); see encoder_module.hpp.
 [[nodiscard]] std::unique_ptr<Encoder> makeEncoder(bank::Codec codec);
 
 // Whether quality has a meaning for the codec.
@@ -87,7 +88,7 @@ public:
 [[nodiscard]] int maximumChannels(bank::Codec codec);
 
 // Names everything that decides about the bytes of this codec beside sound and quality: our own revision and the
-// version of the codec's library. Part of the cache's key.
+// version of the codec's library. Part of the cache's key. Empty for the codecs of modules.
 [[nodiscard]] std::string encoderVersion(bank::Codec codec);
 
 } // namespace tarnok

@@ -25,8 +25,18 @@ public:
 class VorbisEncoder final : public Encoder
 {
 public:
+    VorbisEncoder();
+    ~VorbisEncoder() override;
+
     bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
                        bank::Sound* encoded) override;
+
+private:
+    struct Kind;
+
+    bank::Error chooseKind(const PreparedFacts& facts, int quality);
+
+    std::vector<std::unique_ptr<Kind>> mKinds; // of recent sounds, the last one's first
 };
 
 // Bits a second of one channel: 48,000 at quality 50 and 48 kHz, doubled for every 25 of quality more. A lower rate

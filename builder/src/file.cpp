@@ -58,6 +58,18 @@ bool sameFile(int descriptor, const char* path)
         && opened.st_ino == named.st_ino;
 }
 
+// The first part of a path that should be a folder and isn't.
+std::string fileInThePlaceOfAFolder(std::string_view path)
+{
+    for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+        const std::string part(path.substr(0, slash));
+        struct stat status;
+        if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+            return part;
+    }
+    return folderOf(path);
+}
+
 // One piece by read and write, for file systems between which the kernel doesn't copy.
 int copyPieceByHand(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length)
 {
@@ -111,8 +123,10 @@ Fault fileFault(std::string_view doing, std::string_view path, int errorNumber)
     const std::string name(baseName(path));
     const std::string context = " while " + std::string(doing) + " " + name;
     switch (errorNumber) {
-    case ENOENT:
     case ENOTDIR:
+        return {TARNOK_ERR_FILE_NOT_FOUND,
+                name + ": " + fileInThePlaceOfAFolder(path) + " is a file, not a folder (" + std::string(path) + ")"};
+    case ENOENT:
         return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + std::string(path) + ")"};
     case EISDIR:
         return {TARNOK_ERR_FILE_OS, name + ": this is a folder, not a file (" + std::string(path) + ")"};
@@ -313,11 +327,18 @@ int TemporaryFile::commit(const std::string& targetPath)
     return 0;
 }
 
-FileDescriptor TemporaryFile::unlinkAndKeep()
+// Not every file system can do without a name (EOPNOTSUPP; EISDIR and EINVAL from those that don't know the request).
+Result<FileDescriptor> TemporaryFile::createUnnamed(const std::string& folder)
 {
-    unlink(mPath.c_str());
-    mPath.clear();
-    return std::move(mDescriptor);
+    FileDescriptor file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (file)
+        return file;
+    Result<TemporaryFile> named = create(folder, "tarnok-unnamed");
+    if (!named)
+        return named.fault();
+    unlink(named->mPath.c_str());
+    named->mPath.clear();
+    return std::move(named->mDescriptor);
 }
 
 void TemporaryFile::removeAbandoned(const std::string& folder, std::string_view stem)

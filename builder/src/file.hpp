@@ -101,8 +101,8 @@ public:
     // Gives the file its final name, in place of a file that has it already. Answers 0 or an error number.
     int commit(const std::string& targetPath);
 
-    // Takes the name away: the bytes live as long as the descriptor.
-    FileDescriptor unlinkAndKeep();
+    // A file in folder without a name: the bytes live as long as the descriptor, however the process ends.
+    static Result<FileDescriptor> createUnnamed(const std::string& folder);
 
     // Removes the files that create() made for stem in folder and whose process has ended.
     static void removeAbandoned(const std::string& folder, std::string_view stem);

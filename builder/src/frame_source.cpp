@@ -104,29 +104,15 @@ private:
     std::vector<uint8_t> mRoom;
 };
 
+// Each of the two forms is read when it is first asked for; as a rule only one ever is.
 class HeldSound final : public FrameSource
 {
 public:
-    static Result<std::unique_ptr<FrameSource>> make(FrameSource& source)
-    {
-        const FrameFacts& facts = source.facts();
-        auto held = std::make_unique<HeldSound>();
-        held->mFacts = facts;
-        const size_t samples = size_t(facts.length) * size_t(facts.channels);
-        held->mFloats.resize(samples);
-        held->mSamples.resize(samples * bank::bytesPerSample(facts.sampleFormat));
-        for (const bool asFloat : {true, false}) {
-            if (Status status = source.seek(0); !status)
-                return status.fault();
-            Status status = asFloat ? source.readFloat(held->mFloats.data(), size_t(facts.length))
-                                    : source.readSamples(held->mSamples.data(), size_t(facts.length));
-            if (!status)
-                return status.fault();
-        }
-        return std::unique_ptr<FrameSource>(std::move(held));
-    }
+    explicit HeldSound(std::unique_ptr<FrameSource> source)
+        : mSource(std::move(source))
+    { }
 
-    const FrameFacts& facts() const override { return mFacts; }
+    const FrameFacts& facts() const override { return mSource->facts(); }
 
     Status seek(uint64_t frame) override
     {
@@ -136,23 +122,39 @@ public:
 
     Status readFloat(float* frames, size_t count) override
     {
-        const auto channels = size_t(mFacts.channels);
-        std::copy_n(mFloats.data() + mPosition * channels, count * channels, frames);
-        mPosition += count;
-        return {};
+        return read(frames, count, sizeof(float), &mFloats, [this] {
+            return mSource->readFloat(reinterpret_cast<float*>(mFloats.data()), size_t(facts().length));
+        });
     }
 
     Status readSamples(void* frames, size_t count) override
     {
-        const size_t frameBytes = size_t(mFacts.channels) * bank::bytesPerSample(mFacts.sampleFormat);
-        std::memcpy(frames, mSamples.data() + mPosition * frameBytes, count * frameBytes);
+        return read(frames, count, bank::bytesPerSample(facts().sampleFormat), &mSamples,
+                    [this] { return mSource->readSamples(mSamples.data(), size_t(facts().length)); });
+    }
+
+private:
+    template <typename ReadAll>
+    Status read(void* frames, size_t count, size_t width, std::vector<uint8_t>* held, ReadAll readAll)
+    {
+        const size_t frameBytes = size_t(facts().channels) * width;
+        if (held->empty()) {
+            held->resize(size_t(facts().length) * frameBytes);
+            Status status = mSource->seek(0);
+            if (status)
+                status = readAll();
+            if (!status) {
+                held->clear();
+                return status;
+            }
+        }
+        std::memcpy(frames, held->data() + mPosition * frameBytes, count * frameBytes);
         mPosition += count;
         return {};
     }
 
-private:
-    FrameFacts mFacts;
-    std::vector<float> mFloats;
+    std::unique_ptr<FrameSource> mSource;
+    std::vector<uint8_t> mFloats;
     std::vector<uint8_t> mSamples;
     size_t mPosition = 0;
 };
@@ -166,12 +168,12 @@ std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>
     return std::make_unique<Interleaver>(std::move(parts));
 }
 
-Result<std::unique_ptr<FrameSource>> holdIfShort(std::unique_ptr<FrameSource> source)
+std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
 {
     constexpr uint64_t mostSamples = 64 << 10; // half a megabyte in both forms
     if (source->facts().length > mostSamples / uint64_t(source->facts().channels))
         return source;
-    return HeldSound::make(*source);
+    return std::make_unique<HeldSound>(std::move(source));
 }
 
 } // namespace tarnok

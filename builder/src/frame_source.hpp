@@ -51,6 +51,6 @@ std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>
 
 // A short sound held in memory, so that jumping about in it is cheap whatever its file is. A long one is handed back as
 // it came.
-Result<std::unique_ptr<FrameSource>> holdIfShort(std::unique_ptr<FrameSource> source);
+std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source);
 
 } // namespace tarnok

@@ -115,17 +115,16 @@ Status FrameSpool::openNextFolder()
 {
     Fault last{TARNOK_ERR_FILE_OS, "no folder for temporary files has room for resampled sound"};
     while (!mFolders.empty()) {
-        Result<TemporaryFile> file = TemporaryFile::create(mFolders.front(), "tarnok-frames");
+        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders.front());
         mFolders.erase(mFolders.begin());
         struct stat status;
         if (!file) {
             last = file.fault();
         } else if (!mFile
                    || (fstat(mFile.get(), &status) == 0
-                       && copyRange(mFile.get(), 0, file->descriptor(), 0, uint64_t(status.st_size),
-                                    [] { return true; })
+                       && copyRange(mFile.get(), 0, file->get(), 0, uint64_t(status.st_size), [] { return true; })
                            == 0)) {
-            mFile = file->unlinkAndKeep();
+            mFile = std::move(*file);
             return {};
         }
     }

@@ -136,23 +136,25 @@ Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std
     DataStream data(sink);
     Reader16 reader(sound);
     SuperblockWriter writer(data, encoded);
-    bank::kadpcm::Encoder encoder(facts.channels);
+    bank::kadpcm::Encoder encoder(facts.channels, stop);
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;
     for (uint64_t left = facts.sampleCount; left > 0;) {
-        if (stop.stop_requested())
-            return Error::Cancelled;
         const size_t count = size_t(std::min<uint64_t>(left, kChunkFrames));
         const std::span<int16_t> chunk = std::span(samples).first(count * size_t(facts.channels));
         if (const Error error = reader.read(chunk); error != Error::None)
             return error;
         encoder.encode(chunk, bytes, &sizes);
+        if (stop.stop_requested())
+            return Error::Cancelled;
         if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
             return error;
         left -= count;
     }
     encoder.finish(bytes, &sizes);
+    if (stop.stop_requested())
+        return Error::Cancelled;
     if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
         return error;
     return data.finish(encoded);

@@ -23,7 +23,7 @@ constexpr int64_t kKeyInterval = kFramesPerSecond;
 constexpr int64_t kConvergence = 4;
 
 // The encoder gets used to a loop during this many packets before the first that is kept.
-constexpr int64_t kWarmUp = 10;
+constexpr int64_t kWarmUp = 4;
 
 constexpr size_t kMaximumPacketBytesPerStream = 1275 * 3 + 7;
 

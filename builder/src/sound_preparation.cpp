@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <tuple>
 
 namespace tarnok {
@@ -92,6 +93,25 @@ private:
     Fault mFault;
 };
 
+namespace {
+
+// A header that tells 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
+// its way through hours for a single sample. The sounds of the slowest sensors and the highest rates of studios are
+// well inside.
+Status checkRatio(std::string_view name, double fromRate, double toRate)
+{
+    constexpr double mostUp = 64;
+    constexpr double mostDown = 1024;
+    if (toRate <= fromRate * mostUp && fromRate <= toRate * mostDown)
+        return {};
+    char text[160];
+    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
+                  fromRate, toRate);
+    return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(name) + text};
+}
+
+} // namespace
+
 Status SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
 {
     std::vector<std::unique_ptr<FrameSource>> parts;
@@ -105,13 +125,17 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
             return file.fault();
         const FrameFacts facts = (*file)->facts();
         channels += facts.channels;
-        if (channels > maximumChannels(mSettings.codec))
+        if (channels > mSettings.maximumChannels())
             return Fault{TARNOK_ERR_INVALID_FORMAT,
                          std::string(baseName(path)) + ": " + std::to_string(channels)
                              + " channels in one sound are more than " + formatName(TARNOK_FORMAT(mSettings.codec))
-                             + " takes (" + std::to_string(maximumChannels(mSettings.codec)) + ")"};
-        if (parts.empty())
+                             + " takes (" + std::to_string(mSettings.maximumChannels()) + ")"};
+        if (parts.empty()) {
             rate = facts.sampleRate;
+            mName = baseName(path);
+        }
+        if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)
+            return status;
         const ResamplingPlan plan(facts.length, std::nullopt, facts.sampleRate, rate);
         if (const auto loop = (*file)->loop(); loop && !mLoop && mSettings.loop)
             mLoop = bank::Loop{plan.place(loop->start), plan.place(loop->end)};
@@ -148,7 +172,7 @@ Status SoundPreparation::analyse()
         mRate = mSettings.desiredRate;
     else if (mSettings.lowestRate)
         mRate = lowestRate;
-    mRate = encodingRate(mSettings.codec, mRate);
+    mRate = mSettings.encodingRate(mRate);
     return {};
 }
 
@@ -156,6 +180,8 @@ Status SoundPreparation::preprocess()
 {
     const FrameFacts& facts = mFrames->facts();
     if (mRate != uint32_t(std::lround(facts.sampleRate))) {
+        if (Status status = checkRatio(mName, facts.sampleRate, mRate); !status)
+            return status;
         const ResamplingPlan plan(facts.length, mLoop, facts.sampleRate, mRate);
         Result<std::unique_ptr<FrameSource>> resampled = resample(*mFrames, plan, mRate, mSpoolFolders, mStop);
         if (!resampled)

@@ -52,6 +52,7 @@ private:
     SoundSettings mSettings;
     std::vector<std::string> mSpoolFolders;
     std::stop_token mStop;
+    std::string mName; // of the first file
     std::unique_ptr<FrameSource> mFrames;
     std::optional<bank::Loop> mLoop;
     std::vector<bank::SyncPoint> mSyncPoints;

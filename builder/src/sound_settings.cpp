@@ -1,7 +1,5 @@
 #include "sound_settings.hpp"
 
-#include "encoder.hpp"
-
 #include <soxr.h>
 
 #include <algorithm>
@@ -13,7 +11,7 @@ namespace {
 
 // To be raised whenever the same source and settings come out differently because of the code between the source and
 // the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
-constexpr uint64_t pipelineRevision = 2;
+constexpr uint64_t pipelineRevision = 3;
 
 } // namespace
 
@@ -29,6 +27,9 @@ SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& s
     settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
     settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;
     settings.desiredRate = uint32_t(std::lround(subsound.desiredSampleRate));
+    settings.module = order.module;
+    if (settings.module)
+        settings.moduleFlags = flags & (TARNOK_BUILD_FILTERHIGHFREQ | TARNOK_BUILD_DISABLESEEKING);
     settings.lowestRate = (flags & TARNOK_BUILD_OPTIMIZESAMPLERATE) && settings.desiredRate == 0;
     return settings;
 }
@@ -44,9 +45,9 @@ ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
     hasher.addNumber(pipelineRevision);
     hasher.addText(soxr_version());
     hasher.addNumber(uint64_t(codec));
-    hasher.addText(encoderVersion(codec));
+    hasher.addText(module ? module->version() : encoderVersion(codec));
     for (const uint64_t setting : {uint64_t(quality), uint64_t(loop), uint64_t(syncPoints), uint64_t(peak),
-                                   uint64_t(lowestRate), uint64_t(desiredRate)})
+                                   uint64_t(lowestRate), uint64_t(desiredRate), uint64_t(moduleFlags)})
         hasher.addNumber(setting);
     hasher.addNumber(sources.size());
     for (const ContentHash& source : sources) {
@@ -54,6 +55,21 @@ ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
         hasher.addNumber(source.low);
     }
     return hasher.digest();
+}
+
+std::unique_ptr<Encoder> SoundSettings::makeEncoder() const
+{
+    return module ? module->makeEncoder(moduleFlags) : tarnok::makeEncoder(codec);
+}
+
+uint32_t SoundSettings::encodingRate(uint32_t sampleRate) const
+{
+    return module ? module->encodingRate(sampleRate) : tarnok::encodingRate(codec, sampleRate);
+}
+
+int SoundSettings::maximumChannels() const
+{
+    return module ? module->maximumChannels() : tarnok::maximumChannels(codec);
 }
 
 const char* formatName(TARNOK_FORMAT format)

@@ -3,8 +3,11 @@
 
 #include "bank/sound.hpp"
 #include "content_hash.hpp"
+#include "encoder.hpp"
+#include "encoder_module.hpp"
 #include "tarnok.h"
 
+#include <memory>
 #include <span>
 #include <string>
 
@@ -16,6 +19,7 @@ struct BankOrder
     TARNOK_FORMAT format = TARNOK_FORMAT_PCM;
     unsigned flags = 0;
     unsigned quality = 0; // 0 to 100
+    std::shared_ptr<const EncoderModule> module; // of a format that is encoded by one, once it is loaded
 };
 
 struct SoundSettings
@@ -27,9 +31,12 @@ struct SoundSettings
     bool peak = false;
     bool lowestRate = false; // find the lowest rate that keeps what is audible
     uint32_t desiredRate = 0; // hertz, 0: that of the source
+    unsigned moduleFlags = 0; // the flags that only a module knows
+    std::shared_ptr<const EncoderModule> module; // none: the codec is our own
 
     // Applies the overrides of one sound. desiredSampleRate has been checked (see isRate). A wish for a rate is
-    // explicit, so the search for the lowest one doesn't apply then. Flags that only XMA knows have no effect here.
+    // explicit, so the search for the lowest one doesn't apply then. Flags that only XMA knows have no effect on the
+    // codecs of our own.
     static SoundSettings of(const BankOrder& order, const TARNOK_SUBSOUND& subsound);
 
     // Whether a desired sample rate is one: 0, or 1 to bank::kMaximumSampleRate.
@@ -38,6 +45,11 @@ struct SoundSettings
     // The key in the cache of a sound with these settings made of these sources, in this order: everything that decides
     // about its bytes.
     ContentHash cacheKey(std::span<const ContentHash> sources) const;
+
+    // Those of encoder.hpp, for the codec or its module.
+    std::unique_ptr<Encoder> makeEncoder() const;
+    uint32_t encodingRate(uint32_t sampleRate) const;
+    int maximumChannels() const;
 };
 
 // The name of a format as a sound designer knows it.

@@ -87,7 +87,7 @@ Status SourceFile::readFloat(float* frames, size_t count)
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
             return faultOf(result);
         if (got == 0)
-            return endsEarly();
+            return endsEarly(mPosition, mFacts.length);
         frames += got * channels;
         left -= got;
         mPosition += got;
@@ -110,7 +110,7 @@ Status SourceFile::readSamples(void* frames, size_t count)
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
             return faultOf(result);
         if (got < frameBytes)
-            return endsEarly();
+            return endsEarly(mPosition, mFacts.length);
         target += got;
         count -= got / frameBytes;
         mPosition += got / frameBytes;
@@ -171,14 +171,19 @@ Status SourceFile::readFacts()
         if (Status status = checkBank(); !status)
             return status;
     }
+    uint64_t declaredLength = 0;
     KESS_RESULT result = mSound->getDefaults(&rate, nullptr);
     if (result == KESS_OK)
         result = mSound->getSampleCount(&mFacts.length);
+    if (result == KESS_OK)
+        result = mSound->getDeclaredSampleCount(&declaredLength);
     if (result != KESS_OK)
         return faultOf(result);
 
     mFacts.sampleRate = rate;
     mFacts.sampleFormat = bank::SampleFormat(format);
+    if (declaredLength > mFacts.length)
+        return endsEarly(mFacts.length, declaredLength);
     if (mFacts.length == 0)
         return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file holds no samples"};
     if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
@@ -188,17 +193,23 @@ Status SourceFile::readFacts()
     return {};
 }
 
-Fault SourceFile::endsEarly() const
+Fault SourceFile::endsEarly(uint64_t end, uint64_t length) const
 {
+    if (const int error = KESS_SystemError())
+        return fileFault("reading", mPath, error);
     char text[160];
-    std::snprintf(text, sizeof text, ": the file is damaged or cut short: its sound ends after %.1f of %.1f seconds",
-                  double(mPosition) / mFacts.sampleRate, double(mFacts.length) / mFacts.sampleRate);
+    std::snprintf(text, sizeof text, ": the file is damaged or cut short: its sound ends after %.3f of %.3f seconds",
+                  double(end) / mFacts.sampleRate, double(length) / mFacts.sampleRate);
     return {TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + text};
 }
 
 Fault SourceFile::faultOf(KESS_RESULT result) const
 {
     const std::string name(baseName(mPath));
+    const bool mayBeSystems = result == KESS_ERR_FILE_BAD || result == KESS_ERR_FILE_COULDNOTSEEK
+        || result == KESS_ERR_FORMAT || result == KESS_ERR_MEMORY;
+    if (const int error = mayBeSystems ? KESS_SystemError() : 0)
+        return fileFault(mSound ? "reading" : "opening", mPath, error);
     switch (result) {
     case KESS_ERR_FILE_NOTFOUND:
         return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + mPath + ")"};

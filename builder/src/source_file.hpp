@@ -44,7 +44,7 @@ private:
 
     Status checkBank();
     Status readFacts();
-    Fault endsEarly() const;
+    Fault endsEarly(uint64_t end, uint64_t length) const;
     Fault faultOf(KESS_RESULT result) const;
 
     std::string mPath;

@@ -17,18 +17,18 @@ constexpr long kReadFrames = 1024;
 // Decoded samples between two seek points: what a seek decodes more than it needs, about a third of a second.
 constexpr int64_t kSeekInterval = 16'384;
 
-// The encoder's psychoacoustics and block switching get used to a loop during this many long blocks before its start.
-constexpr int64_t kWarmUpBlocks = 2;
+// Of a sound that loops, the encoder hears this part of a long block before the start. The library begins with a short
+// block; with half as much, the sound would start between that and a long one, in a worse quality.
+constexpr int64_t kWarmUpDivisor = 2;
 
-// Decodes the packets around the seam of the loop.
+// Mono and stereo, at two rates. Each takes half a megabyte.
+constexpr size_t kKeptKinds = 4;
+
+// Decodes the packets around the seam of the loop, of one sound after the other.
 class SeamDecoder
 {
 public:
-    explicit SeamDecoder(SeamRecorder& seam)
-        : mSeam(seam)
-    {
-        vorbis_info_init(&mInfo);
-    }
+    SeamDecoder() { vorbis_info_init(&mInfo); }
     ~SeamDecoder()
     {
         if (mStarted) {
@@ -40,7 +40,7 @@ public:
     SeamDecoder(const SeamDecoder&) = delete;
     SeamDecoder& operator=(const SeamDecoder&) = delete;
 
-    // The headers of the stream.
+    // The headers that all the sounds have.
     Error start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
     {
         vorbis_comment comment;
@@ -57,10 +57,17 @@ public:
         return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
     }
 
+    // From here on for another sound. Nothing of the one before is left in what is decoded.
+    void begin(SeamRecorder& seam)
+    {
+        mSeam = &seam;
+        mPrimed = false;
+    }
+
     // A packet that decodes to the sound's frames first to end - 1, and all others in order.
     Error take(const ogg_packet& packet, int64_t first, int64_t end)
     {
-        if (mSeam.wants(first, end)) {
+        if (mSeam->wants(first, end)) {
             if (!mPrimed) {
                 if (vorbis_synthesis_restart(&mDsp) != 0)
                     return Error::Encoder;
@@ -98,11 +105,11 @@ private:
                 mFrames[i * width + channel] = channels[channel][i];
         }
         vorbis_synthesis_read(&mDsp, count);
-        mSeam.decoded(first, mFrames);
+        mSeam->decoded(first, mFrames);
         return Error::None;
     }
 
-    SeamRecorder& mSeam;
+    SeamRecorder* mSeam = nullptr;
     vorbis_info mInfo{};
     vorbis_dsp_state mDsp{};
     vorbis_block mBlock{};
@@ -112,31 +119,25 @@ private:
     std::vector<float> mFrames;
 };
 
-// The states of the library, ended in the order that it wants.
+// The states of the library for one sound, ended in the order that it wants.
 class Library
 {
 public:
-    Library() { vorbis_info_init(&mInfo); }
+    explicit Library(vorbis_info& info)
+        : mInfo(info)
+    { }
     ~Library()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
             vorbis_dsp_clear(&mDsp);
         }
-        vorbis_info_clear(&mInfo);
     }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    Error start(int channels, uint32_t sampleRate, float quality)
+    Error start()
     {
-        if (vorbis_encode_setup_vbr(&mInfo, channels, long(sampleRate), quality) != 0)
-            return Error::Unsupported;
-        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
-        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
-        int coupling = channels == 2;
-        if (vorbis_encode_ctl(&mInfo, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&mInfo) != 0)
-            return Error::Unsupported;
         if (vorbis_analysis_init(&mDsp, &mInfo) != 0)
             return Error::Encoder;
         mStarted = true;
@@ -155,8 +156,7 @@ public:
         vorbis_comment_clear(&comment);
         if (failed)
             return Error::Encoder;
-        if (const Error error = seam ? seam->start(identification, comments, codebooks) : Error::None;
-            error != Error::None)
+        if (const Error error = seam->start(identification, comments, codebooks); error != Error::None)
             return error;
         for (const ogg_packet& packet : {identification, codebooks}) {
             bank::appendLittle(*setup, uint32_t(packet.bytes));
@@ -169,27 +169,22 @@ public:
     float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
     Error wrote(long frames) { return vorbis_analysis_wrote(&mDsp, int(frames)) == 0 ? Error::None : Error::Encoder; }
 
-    // Calls take(packet) with every packet that is ready, until it answers otherwise than Error::None.
-    template <typename Take>
-    Error packets(Take take)
+    // The next packet, valid until the one after; nullptr when more samples are needed first.
+    bank::Result<ogg_packet*> packet()
     {
-        while (vorbis_analysis_blockout(&mDsp, &mBlock) == 1) {
-            ogg_packet packet{};
-            if (vorbis_analysis(&mBlock, &packet) != 0)
-                return Error::Encoder;
-            if (const Error error = take(packet); error != Error::None)
-                return error;
-        }
-        return Error::None;
+        if (vorbis_analysis_blockout(&mDsp, &mBlock) != 1)
+            return nullptr;
+        return vorbis_analysis(&mBlock, &mPacket) == 0 ? bank::Result(&mPacket) : Error::Encoder;
     }
 
     [[nodiscard]] long blockSize(ogg_packet& packet) { return vorbis_packet_blocksize(&mInfo, &packet); }
     [[nodiscard]] long longBlock() { return vorbis_info_blocksize(&mInfo, 1); }
 
 private:
-    vorbis_info mInfo{};
+    vorbis_info& mInfo;
     vorbis_dsp_state mDsp{};
     vorbis_block mBlock{};
+    ogg_packet mPacket{};
     bool mStarted = false;
 };
 
@@ -215,8 +210,6 @@ public:
 
     Error take(const ogg_packet& packet, long blockSize)
     {
-        if (complete())
-            return Error::None;
         const int64_t lastCentre = mCentre;
         mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
         mLastBlockSize = blockSize;
@@ -310,32 +303,91 @@ float vorbisQuality(int quality)
     return 0.5f + 0.5f * float(std::min(quality, 100) - 50) / 50;
 }
 
+// What sounds of one kind have in common. To make the codebooks takes longer than to encode a short sound.
+struct VorbisEncoder::Kind
+{
+    Kind(const PreparedFacts& facts, int quality_)
+        : channels(facts.channels)
+        , sampleRate(facts.sampleRate)
+        , quality(quality_)
+    {
+        vorbis_info_init(&info);
+    }
+    ~Kind() { vorbis_info_clear(&info); }
+    Kind(const Kind&) = delete;
+    Kind& operator=(const Kind&) = delete;
+
+    [[nodiscard]] bool fits(const PreparedFacts& facts, int quality_) const
+    {
+        return facts.channels == channels && facts.sampleRate == sampleRate && quality_ == quality;
+    }
+
+    Error start()
+    {
+        if (vorbis_encode_setup_vbr(&info, channels, long(sampleRate), vorbisQuality(quality)) != 0)
+            return Error::Unsupported;
+        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
+        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
+        int coupling = channels == 2;
+        if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
+            return Error::Unsupported;
+        Library library(info);
+        const Error error = library.start();
+        return error == Error::None ? library.headers(&setup, &seamDecoder) : error;
+    }
+
+    int channels;
+    uint32_t sampleRate;
+    int quality;
+    vorbis_info info{};
+    std::vector<uint8_t> setup; // the headers
+    SeamDecoder seamDecoder;
+};
+
+VorbisEncoder::VorbisEncoder() = default;
+VorbisEncoder::~VorbisEncoder() = default;
+
+// The kind of a sound becomes the first of those that are kept.
+Error VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
+{
+    const auto found =
+        std::find_if(mKinds.begin(), mKinds.end(), [&](const auto& kind) { return kind->fits(facts, quality); });
+    if (found != mKinds.end()) {
+        std::rotate(mKinds.begin(), found, found + 1);
+        return Error::None;
+    }
+    auto kind = std::make_unique<Kind>(facts, quality);
+    if (const Error error = kind->start(); error != Error::None)
+        return error;
+    mKinds.insert(mKinds.begin(), std::move(kind));
+    if (mKinds.size() > kKeptKinds)
+        mKinds.pop_back();
+    return Error::None;
+}
+
 Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
                             bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
+    if (const Error error = chooseKind(facts, quality); error != Error::None)
+        return error;
+    Kind& kind = *mKinds.front();
     *encoded = describe(bank::Codec::Vorbis, facts);
     encoded->quality = uint8_t(quality);
+    encoded->setup = kind.setup;
 
-    Library library;
-    if (const Error error = library.start(facts.channels, facts.sampleRate, vorbisQuality(quality));
-        error != Error::None)
+    Library library(kind.info);
+    if (const Error error = library.start(); error != Error::None)
         return error;
-    SeamRecorder seam(facts);
-    SeamDecoder seamDecoder(seam);
-    if (const Error error = library.headers(&encoded->setup, facts.loop ? &seamDecoder : nullptr); error != Error::None)
-        return error;
-
-    const int64_t lead = loopsAtStart(facts) ? kWarmUpBlocks * library.longBlock() : 0;
+    const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
     if (const Error error = sound.seek(-lead); error != Error::None)
         return error;
 
     DataStream data(sink);
-    PacketChooser chooser(data, seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
+    SeamRecorder seam(facts);
+    kind.seamDecoder.begin(seam);
+    PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
     Feeder feeder(sound, -lead, library, seam);
-    const auto take = [&](ogg_packet& packet) {
-        return chooser.take(packet, library.blockSize(packet));
-    };
 
     // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
     // loop's start until the last sample of the sound has come out.
@@ -343,14 +395,21 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error::Cancelled;
-        if (ended)
-            return Error::Encoder;
-        const long count = long(std::min<int64_t>(left, kReadFrames));
-        ended = count == 0;
-        left -= count;
-        if (const Error error = ended ? library.wrote(0) : feeder.feed(count); error != Error::None)
-            return error;
-        if (const Error error = library.packets(take); error != Error::None)
+        const bank::Result<ogg_packet*> packet = library.packet();
+        if (!packet)
+            return packet.error();
+        Error error = Error::None;
+        if (*packet) {
+            error = chooser.take(**packet, library.blockSize(**packet));
+        } else if (ended) {
+            error = Error::Encoder;
+        } else {
+            const long count = long(std::min<int64_t>(left, kReadFrames));
+            ended = count == 0;
+            left -= count;
+            error = ended ? library.wrote(0) : feeder.feed(count);
+        }
+        if (error != Error::None)
             return error;
     }
     seam.finish(encoded);

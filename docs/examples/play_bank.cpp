@@ -3,7 +3,7 @@
 //
 //     play_bank BANK NAME OUTPUT.wav [KEY]
 //
-//     c++ -std=c++17 play_bank.cpp -I<include> -L<lib> -lkessL
+//     c++ -std=c++17 play_bank.cpp $(pkg-config --cflags --libs kess)
 #include "kess.hpp"
 
 #include <cmath>

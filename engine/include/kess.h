@@ -11,12 +11,19 @@
 #define KESS_API
 #endif
 
+/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+#ifdef __cplusplus
+#define KESS_INT32 : int32_t
+#else
+#define KESS_INT32
+#endif
+
 /* Version of this header, handed to KESS_System_Create: 2.03.08 in binary-coded decimal. */
 #define KESS_VERSION 0x00020308u
 
 /* Result of a call. A file's fault is always one of FILE_BAD, FILE_COULDNOTSEEK, FILE_NOTFOUND, FORMAT,
  * TOOMANYCHANNELS and VERSION. */
-typedef enum KESS_RESULT
+typedef enum KESS_RESULT KESS_INT32
 {
     KESS_OK = 0,
     KESS_ERR_FILE_BAD = 13, /* no regular file, unreadable, empty, or damaged so that nothing can be read */
@@ -46,7 +53,7 @@ typedef enum KESS_RESULT
 #define KESS_MAX_CHANNELS 32
 
 /* What kind of file a sound comes from. */
-typedef enum KESS_SOUND_TYPE
+typedef enum KESS_SOUND_TYPE KESS_INT32
 {
     KESS_SOUND_TYPE_UNKNOWN = 0,
     KESS_SOUND_TYPE_AIFF = 1,
@@ -71,7 +78,7 @@ typedef enum KESS_SOUND_TYPE
 } KESS_SOUND_TYPE;
 
 /* Kind of a sample, as readData delivers it: little-endian, interleaved, 8-bit signed, 24-bit packed in 3 bytes. */
-typedef enum KESS_SOUND_FORMAT
+typedef enum KESS_SOUND_FORMAT KESS_INT32
 {
     KESS_SOUND_FORMAT_NONE = 0,
     KESS_SOUND_FORMAT_PCM8 = 1,
@@ -84,14 +91,14 @@ typedef enum KESS_SOUND_FORMAT
 } KESS_SOUND_FORMAT;
 
 /* Where sound goes. The engine of this library is silent: it decodes, a mixer plays. */
-typedef enum KESS_OUTPUTTYPE
+typedef enum KESS_OUTPUTTYPE KESS_INT32
 {
     KESS_OUTPUTTYPE_NOSOUND_NRT = 4,
     KESS_OUTPUTTYPE_FORCEINT = 0x7fffffff
 } KESS_OUTPUTTYPE;
 
 /* Units of a length. */
-typedef enum KESS_TIMEUNIT
+typedef enum KESS_TIMEUNIT KESS_INT32
 {
     KESS_TIMEUNIT_MS = 1, /* milliseconds, rounded down */
     KESS_TIMEUNIT_PCM = 2, /* samples of one channel */
@@ -106,7 +113,7 @@ typedef enum KESS_TIMEUNIT
 #define KESS_MODE_LOWMEM 0x08000000u
 
 /* How a bank keeps the data of a sound. */
-typedef enum KESS_CODEC
+typedef enum KESS_CODEC KESS_INT32
 {
     KESS_CODEC_PCM = 0, /* as it was: nothing lost, nothing saved */
     KESS_CODEC_XMA = 1, /* an external encoder's: not decoded here */
@@ -144,9 +151,10 @@ typedef struct KESS_ENCODING
     uint64_t extraBytes; /* size of what belongs to this sound alone beside them: seek table, loop, sync points */
 } KESS_ENCODING;
 
-/* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result: KESS_ERR_FILE_BAD
- * for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified. text: the finding in words,
- * English, valid during the call. Returns 0 to have no more looked at, anything else to go on. Must not throw. */
+/* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result:
+ * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified. text:
+ * the finding in words, English, valid during the call. Returns 0 to have no more looked at, anything else to go on.
+ * Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* What createSound may be told beforehand. Zero everything that is not set. */

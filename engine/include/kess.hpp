@@ -69,6 +69,10 @@ public:
     /* Length in samples of one channel, whatever it is. */
     KESS_RESULT getSampleCount(uint64_t* samples);
 
+    /* The same as the file's header tells it. More than getSampleCount: the file ends before its sound does, and what
+     * is there can be read. About right only for encodings that pack samples. */
+    KESS_RESULT getDeclaredSampleCount(uint64_t* samples);
+
     /* Moves to a sample, counted from the start of the sound; the next read begins exactly there.
      * KESS_ERR_INVALID_POSITION: behind the end. */
     KESS_RESULT seekData(uint64_t sample);
@@ -146,6 +150,10 @@ private:
 
 /* Text of a result, never null. */
 extern "C" KESS_API const char* KESS_ErrorString(KESS_RESULT result);
+
+/* What the operating system said (its errno, such as EMFILE or EIO) when createSound, seekData, readData or readFloat
+ * last failed on this thread. 0: nothing, so it was the file itself. */
+extern "C" KESS_API int KESS_SystemError(void);
 
 /* Makes a silent engine. headerVersion is KESS_VERSION; KESS_ERR_HEADER_MISMATCH for any other. */
 extern "C" KESS_API KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion);

@@ -11,11 +11,17 @@
 
 namespace kess {
 
+// Whoever writes into a pipe can't come back to fill in a length that was not known at the start, and whoever crashes
+// doesn't. What stands there then is 0 or a number near the largest one of 31, 32, 63 or 64 bits: this tells the
+// latter.
+[[nodiscard]] bool standsForUnknown(uint64_t length);
+
 struct Chunk
 {
     std::array<char, 4> id{};
     uint64_t offset = 0; // of its data
     uint64_t length = 0; // of its data, cut at the end of the file
+    uint64_t declared = 0; // of its data, as the file tells it; where it can't be meant, the one above
 };
 
 // The list of a file's chunks, read once. It ends where the file is damaged.
@@ -37,11 +43,16 @@ public:
     [[nodiscard]] std::vector<uint8_t> readAll(const Chunk& chunk, size_t longest) const;
 
 private:
+    void setContainerEnd(uint64_t begin, uint64_t length);
+    void add(Chunk chunk, uint64_t length, uint64_t end);
     void readW64(uint64_t begin, uint64_t end);
     void readIff(uint64_t begin, uint64_t end);
 
     const SourceFile& mFile;
     std::vector<Chunk> mChunks;
+    uint64_t mContainerEnd = 0; // as the file tells it
+    bool mContainerIsOpen = false; // what it tells stands for unknown
+    uint64_t mOverflown = 0; // what lengths of 32 bits couldn't tell
     bool mBigEndian = false;
     bool mIsRf64 = false;
 };

@@ -39,6 +39,7 @@ struct SoundFacts
     int channels = 0; // 1 to KESS_MAX_CHANNELS
     double sampleRate = 0; // hertz
     uint64_t sampleCount = 0; // samples of one channel
+    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short
     std::optional<Loop> loop;
     std::vector<Marker> markers; // by position
     std::optional<float> peak;

@@ -37,7 +37,7 @@ typedef struct KESS_DECODER_MODULE
 
     /* Opens the container of that name. input must stay as it is until close.
      * KESS_ERR_FORMAT: no sound in it, or none that can be decoded. KESS_ERR_FILE_BAD: damaged. */
-    KESS_RESULT (*open)
+    KESS_RESULT(*open)
     (const KESS_MODULE_INPUT* input, const char* container, void** decoder, KESS_MODULE_FACTS* facts);
 
     /* Decodes up to frames interleaved frames of 32-bit samples; *done is 0 at the end and where the file is damaged.

@@ -1,8 +1,11 @@
 #include "bank_verification.hpp"
+#include "declared_length.hpp"
 #include "decoders.hpp"
 #include "kess.hpp"
 #include "sound.hpp"
+#include "source_file.hpp"
 
+#include <cerrno>
 #include <new>
 
 namespace kess {
@@ -26,6 +29,7 @@ KESS_RESULT openPlain(const FilePointer& file, const FileKind& kind, KESS::Sound
         if (result != KESS_OK)
             return result;
         facts = decoder->facts();
+        facts.declaredCount = declaredSampleCount(*file, kind, facts);
     }
     *sound = KESS::SoundAccess::fromFile(std::move(facts), std::move(decoder));
     return KESS_OK;
@@ -71,6 +75,9 @@ KESS_RESULT asFileFault(KESS_RESULT result)
     case KESS_ERR_TOOMANYCHANNELS:
     case KESS_ERR_VERSION:
         return result;
+    case KESS_ERR_MEMORY:
+        noteSystemError(ENOMEM);
+        return KESS_ERR_FILE_BAD;
     default:
         return KESS_ERR_FILE_BAD;
     }
@@ -122,6 +129,7 @@ KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREAT
         return KESS_ERR_UNINITIALIZED;
     if (!path || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
         return KESS_ERR_INVALID_PARAM;
+    kess::noteSystemError(0);
     try {
         SoundAccess::Pointer opened;
         const KESS_RESULT result =
@@ -130,7 +138,7 @@ KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREAT
         return kess::asFileFault(result);
     } catch (...) {
         // The files' own lengths are checked before memory is asked for; what remains is a machine at its limit.
-        return KESS_ERR_FILE_BAD;
+        return kess::asFileFault(KESS_ERR_MEMORY);
     }
 }
 
@@ -155,6 +163,11 @@ struct SystemAccess
 };
 
 } // namespace KESS
+
+extern "C" int KESS_SystemError(void)
+{
+    return kess::systemError();
+}
 
 extern "C" KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion)
 {

@@ -1,7 +1,9 @@
 #include "plain_header.hpp"
 
+#include "bytes.hpp"
 #include "chunks.hpp"
 
+#include <array>
 #include <string_view>
 
 namespace kess {
@@ -107,6 +109,25 @@ std::optional<std::vector<uint8_t>> aiffHeader(const SourceFile& file, const Fil
     return bytes;
 }
 
+// A file of no samples needs no chunk for them, as its format says (Audio Interchange File Format 1.3). A chunk that is
+// missing although there are samples was cut off.
+bool isMeantToBeEmpty(const ChunkList& chunks)
+{
+    std::array<uint8_t, 6> common;
+    return chunks.read("COMM", common.data(), common.size()) && be32(&common[2]) == 0;
+}
+
+std::optional<Cursor> emptyAiff(const std::shared_ptr<const SourceFile>& file, const FileKind& kind,
+                                const ChunkList& chunks)
+{
+    constexpr size_t kBeforeSamples = 8; // two numbers that every chunk of samples begins with
+    auto header = aiffHeader(*file, kind, chunks, kBeforeSamples);
+    if (!header)
+        return std::nullopt;
+    header->resize(header->size() + kBeforeSamples);
+    return Cursor(file, kind.end, kind.end, std::move(*header));
+}
+
 } // namespace
 
 std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind)
@@ -117,7 +138,7 @@ std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, c
     const ChunkList chunks(*file, kind.begin, kind.end);
     const Chunk* data = chunks.find(isWav ? "data" : "SSND");
     if (!data)
-        return std::nullopt;
+        return !isWav && isMeantToBeEmpty(chunks) ? emptyAiff(file, kind, chunks) : std::nullopt;
     auto header = isWav ? wavHeader(chunks, data->length) : aiffHeader(*file, kind, chunks, data->length);
     if (!header)
         return std::nullopt;

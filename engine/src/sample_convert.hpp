@@ -1,12 +1,20 @@
 // Samples from one kind into another.
 #pragma once
 
+#include "kess.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 
 namespace kess {
+
+// Of the formats that Decoder::read delivers.
+inline size_t bytesPerSample(KESS_SOUND_FORMAT format)
+{
+    return format == KESS_SOUND_FORMAT_PCMFLOAT ? 4 : static_cast<size_t>(format);
+}
 
 // Full scale is 32768, so that integers that went through float come back as they were; what lies above is clipped.
 inline void floatToInt16(const float* from, int16_t* to, size_t count)
@@ -22,11 +30,11 @@ inline void floatToInt16(const float* from, int16_t* to, size_t count)
 }
 
 // The top bytes of 32-bit samples, packed without gaps: 1, 2 or 3 a sample, little-endian.
-inline void packTopBytes(const int32_t* from, size_t count, size_t bytesPerSample, uint8_t* to)
+inline void packTopBytes(const int32_t* from, size_t count, size_t bytes, uint8_t* to)
 {
     for (size_t i = 0; i < count; ++i) {
-        const uint32_t sample = static_cast<uint32_t>(from[i]) >> (32 - 8 * bytesPerSample);
-        for (size_t byte = 0; byte < bytesPerSample; ++byte)
+        const uint32_t sample = static_cast<uint32_t>(from[i]) >> (32 - 8 * bytes);
+        for (size_t byte = 0; byte < bytes; ++byte)
             *to++ = static_cast<uint8_t>(sample >> 8 * byte);
     }
 }

@@ -213,11 +213,6 @@ private:
     static constexpr uint64_t kLost = ~uint64_t{0};
     static constexpr size_t kChunkFrames = 4096;
 
-    static size_t bytesPerSample(KESS_SOUND_FORMAT format)
-    {
-        return format == KESS_SOUND_FORMAT_PCMFLOAT ? 4 : static_cast<size_t>(format);
-    }
-
     KESS_RESULT fail()
     {
         mPosition = kLost;

@@ -1,6 +1,9 @@
 #include "sound.hpp"
 
+#include "source_file.hpp"
+
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -15,9 +18,11 @@ namespace {
 template <typename Call>
 KESS_RESULT guarded(Call call) noexcept
 {
+    kess::noteSystemError(0);
     try {
         return call();
     } catch (const std::bad_alloc&) {
+        kess::noteSystemError(ENOMEM);
         return KESS_ERR_MEMORY;
     } catch (...) {
         return KESS_ERR_FILE_BAD;
@@ -129,33 +134,103 @@ KESS_RESULT Sound::Impl::readyToDecode()
 
 KESS_RESULT Sound::Impl::seek(uint64_t frame)
 {
+    inKeptLoop = false;
     const KESS_RESULT result = decoder->seek(frame);
     if (result == KESS_OK)
         position = frame;
     return result;
 }
 
-template <typename ReadSome>
-KESS_RESULT Sound::Impl::read(void* buffer, size_t bytesPerFrame, size_t count, size_t* done, ReadSome readSome)
+KESS_RESULT Sound::Impl::decode(uint8_t* buffer, Form form, size_t count, size_t* done) const
+{
+    *done = 0;
+    return form == AsFloat ? decoder->readFloat(reinterpret_cast<float*>(buffer), count, done)
+                           : decoder->read(buffer, count, done);
+}
+
+bool Sound::Impl::keepLoop(Form form, size_t frameBytes)
+{
+    constexpr uint64_t kMostFrames = 16384;
+    constexpr uint64_t kMostSamples = 65536;
+    const uint64_t frames = facts.loop->end - facts.loop->start;
+    if (frames > kMostFrames || frames * static_cast<uint64_t>(facts.channels) > kMostSamples)
+        return false;
+    if (!keptLoop[form].empty())
+        return true;
+    std::vector<uint8_t> bytes(static_cast<size_t>(frames) * frameBytes);
+    size_t got = 0;
+    if (decoder->seek(facts.loop->start) != KESS_OK
+        || decode(bytes.data(), form, static_cast<size_t>(frames), &got) != KESS_OK || got < frames)
+        return false;
+    keptLoop[form] = std::move(bytes);
+    return true;
+}
+
+KESS_RESULT Sound::Impl::repeatLoop(Form form, size_t frameBytes)
+{
+    if (keepLoop(form, frameBytes)) {
+        inKeptLoop = true;
+        position = facts.loop->start;
+    } else if (const KESS_RESULT result = seek(facts.loop->start); result != KESS_OK) {
+        return result;
+    }
+    if (loopsLeft > 0)
+        --loopsLeft;
+    return KESS_OK;
+}
+
+// What follows is to be the same as if the last repetition had been decoded, so it is: codecs carry state.
+KESS_RESULT Sound::Impl::leaveKeptLoop(Form form, size_t frameBytes)
+{
+    inKeptLoop = false;
+    const auto frames = static_cast<size_t>(position - facts.loop->start);
+    std::vector<uint8_t> skipped(frames * frameBytes);
+    size_t got = 0;
+    KESS_RESULT result = decoder->seek(facts.loop->start);
+    if (result == KESS_OK)
+        result = decode(skipped.data(), form, frames, &got);
+    return result == KESS_OK && got < frames ? KESS_ERR_FILE_BAD : result;
+}
+
+void Sound::Impl::forgetLoop()
+{
+    keptLoop = {};
+    inKeptLoop = false;
+}
+
+KESS_RESULT Sound::Impl::readSome(uint8_t* buffer, Form form, size_t frameBytes, size_t count, size_t* done)
+{
+    *done = 0;
+    if (inKeptLoop && (position >= facts.loop->end || !keepLoop(form, frameBytes))) {
+        if (const KESS_RESULT result = leaveKeptLoop(form, frameBytes); result != KESS_OK)
+            return result;
+    }
+    if (!inKeptLoop)
+        return decode(buffer, form, count, done);
+    std::memcpy(buffer, &keptLoop[form][static_cast<size_t>(position - facts.loop->start) * frameBytes],
+                count * frameBytes);
+    *done = count;
+    return KESS_OK;
+}
+
+KESS_RESULT Sound::Impl::read(void* buffer, Form form, size_t frameBytes, size_t count, size_t* done)
 {
     auto* bytes = static_cast<uint8_t*>(buffer);
     *done = 0;
     while (*done < count) {
         if (atSeam && loopsLeft != 0) {
-            const KESS_RESULT result = seek(facts.loop->start);
-            if (result != KESS_OK)
+            if (const KESS_RESULT result = repeatLoop(form, frameBytes); result != KESS_OK)
                 return result;
-            if (loopsLeft > 0)
-                --loopsLeft;
         }
         atSeam = false;
-        const bool towardsSeam = loopsLeft != 0 && facts.loop && position < facts.loop->end;
-        const uint64_t end = towardsSeam ? facts.loop->end : facts.sampleCount;
+        const bool isInLoop = facts.loop && position < facts.loop->end;
+        const bool towardsSeam = loopsLeft != 0 && isInLoop;
+        const uint64_t end = towardsSeam || (inKeptLoop && isInLoop) ? facts.loop->end : facts.sampleCount;
         if (position >= end)
             break;
         const auto wanted = static_cast<size_t>(std::min<uint64_t>(count - *done, end - position));
         size_t got = 0;
-        const KESS_RESULT result = readSome(bytes + *done * bytesPerFrame, wanted, &got);
+        const KESS_RESULT result = readSome(bytes + *done * frameBytes, form, frameBytes, wanted, &got);
         *done += got;
         position += got;
         if (result != KESS_OK || got < wanted) {
@@ -194,6 +269,7 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
     impl.position = 0;
     impl.loopsLeft = 0;
     impl.atSeam = false;
+    impl.forgetLoop();
     impl.home = bank.get();
     impl.place = index;
     impl.isClosed = false;
@@ -217,6 +293,7 @@ KESS_RESULT Sound::release()
         return KESS_OK;
     }
     mImpl->decoder.reset();
+    mImpl->forgetLoop();
     mImpl->facts = {};
     mImpl->isClosed = true;
     return KESS_OK;
@@ -269,6 +346,12 @@ KESS_RESULT Sound::getSampleCount(uint64_t* samples)
     return KESS_OK;
 }
 
+KESS_RESULT Sound::getDeclaredSampleCount(uint64_t* samples)
+{
+    store(samples, std::max(mImpl->facts.declaredCount, mImpl->facts.sampleCount));
+    return KESS_OK;
+}
+
 KESS_RESULT Sound::seekData(uint64_t sample)
 {
     return guarded([&] {
@@ -295,10 +378,7 @@ KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int
         if (bytes == 0 || (lengthBytes > 0 && lengthBytes < bytes))
             return KESS_ERR_INVALID_PARAM;
         size_t done = 0;
-        kess::Decoder& decoder = *mImpl->decoder;
-        result =
-            mImpl->read(buffer, bytes, lengthBytes / bytes, &done,
-                        [&](uint8_t* target, size_t frames, size_t* got) { return decoder.read(target, frames, got); });
+        result = mImpl->read(buffer, Impl::AsStored, bytes, lengthBytes / bytes, &done);
         store(read, static_cast<unsigned int>(done * bytes));
         return result;
     });
@@ -314,11 +394,8 @@ KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* f
         if (result != KESS_OK)
             return result;
         size_t done = 0;
-        kess::Decoder& decoder = *mImpl->decoder;
         const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
-        result = mImpl->read(buffer, bytes, frames, &done, [&](uint8_t* target, size_t count, size_t* got) {
-            return decoder.readFloat(reinterpret_cast<float*>(target), count, got);
-        });
+        result = mImpl->read(buffer, Impl::AsFloat, bytes, frames, &done);
         store(framesRead, static_cast<unsigned int>(done));
         return result;
     });

@@ -5,6 +5,7 @@
 #include "decoder.hpp"
 #include "kess.hpp"
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -42,13 +43,27 @@ struct Sound::Impl
     int loopsLeft = 0;
     bool atSeam = false; // reading came to the loop's end and hasn't gone on yet
 
+    // The decoded samples of a short loop, by form, from its first repetition on. To seek for each is dear: a codec
+    // decodes thousands of samples for a loop of a few.
+    enum Form
+    {
+        AsStored,
+        AsFloat
+    };
+    std::array<std::vector<uint8_t>, 2> keptLoop;
+    bool inKeptLoop = false; // reading goes on there, and the decoder stands anywhere
+
     [[nodiscard]] KESS_RESULT readyToDecode();
     [[nodiscard]] KESS_RESULT seek(uint64_t frame);
 
-    // Reads up to count frames through the loop by readSome(buffer, frames, done), which delivers frames of
-    // frameBytes.
-    template <typename ReadSome>
-    [[nodiscard]] KESS_RESULT read(void* buffer, size_t frameBytes, size_t count, size_t* done, ReadSome readSome);
+    // Reads up to count frames of frameBytes through the loop.
+    [[nodiscard]] KESS_RESULT read(void* buffer, Form form, size_t frameBytes, size_t count, size_t* done);
+    [[nodiscard]] KESS_RESULT readSome(uint8_t* buffer, Form form, size_t frameBytes, size_t count, size_t* done);
+    [[nodiscard]] KESS_RESULT decode(uint8_t* buffer, Form form, size_t count, size_t* done) const;
+    [[nodiscard]] KESS_RESULT repeatLoop(Form form, size_t frameBytes);
+    [[nodiscard]] bool keepLoop(Form form, size_t frameBytes);
+    [[nodiscard]] KESS_RESULT leaveKeptLoop(Form form, size_t frameBytes);
+    void forgetLoop();
 
     // Takes over the facts of an unlocked bank's only sound.
     [[nodiscard]] KESS_RESULT adoptOnlySound();

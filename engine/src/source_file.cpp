@@ -15,7 +15,19 @@ namespace {
 
 constexpr size_t kBufferBytes = 16384;
 
+thread_local int lastSystemError = 0;
+
 } // namespace
+
+void noteSystemError(int error)
+{
+    lastSystemError = error;
+}
+
+int systemError()
+{
+    return lastSystemError;
+}
 
 KESS_RESULT SourceFile::open(const char* path, std::shared_ptr<const SourceFile>* file)
 {
@@ -25,11 +37,15 @@ KESS_RESULT SourceFile::open(const char* path, std::shared_ptr<const SourceFile>
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         const bool absent = errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG;
+        if (!absent)
+            noteSystemError(errno);
         return absent ? KESS_ERR_FILE_NOTFOUND : KESS_ERR_FILE_BAD;
     }
     struct stat status;
-    const bool usable = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
-    if (!usable) {
+    const bool isKnown = fstat(descriptor, &status) == 0;
+    if (!isKnown)
+        noteSystemError(errno);
+    if (!isKnown || !S_ISREG(status.st_mode) || status.st_size <= 0) {
         close(descriptor);
         return KESS_ERR_FILE_BAD;
     }
@@ -58,6 +74,8 @@ size_t SourceFile::readAt(uint64_t offset, void* buffer, size_t count) const
             pread(mDescriptor, static_cast<char*>(buffer) + done, count - done, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR)
             continue;
+        if (got < 0)
+            noteSystemError(errno);
         if (got <= 0)
             break;
         done += static_cast<size_t>(got);

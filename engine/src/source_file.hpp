@@ -10,6 +10,11 @@
 
 namespace kess {
 
+// What the operating system gave as the reason for the last failure on this thread (errno); 0 when the failure was the
+// file's own. Whoever answers a call from outside clears it first.
+void noteSystemError(int error);
+[[nodiscard]] int systemError();
+
 // A regular file, open for reading. Reads carry their own position, so any number of readers may share it.
 class SourceFile
 {

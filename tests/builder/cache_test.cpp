@@ -350,6 +350,38 @@ TEST(Cache, IsSharedBetweenProcesses)
     }
 }
 
+TEST(Cache, MayBeEmptiedAtAnyMomentOfABuild)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(16));
+    order.format = TARNOK_FORMAT_VORBIS;
+    order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+    order.key = "key";
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> locked = readFile(order.output);
+    for (const char* part : {"cache", "cache/sounds", "cache/incomplete"}) {
+        const std::jthread remover([&](std::stop_token enough) {
+            while (!enough.stop_requested()) {
+                std::error_code ignored;
+                fs::remove_all(workshop.path(part), ignored);
+                fs::create_directory(workshop.path(part), ignored);
+                std::this_thread::sleep_for(std::chrono::microseconds(300));
+            }
+        });
+        for (int i = 0; i < 4; ++i) {
+            order.key = i % 2 ? "key" : nullptr;
+            const Outcome outcome = build(order);
+            ASSERT_EQ(outcome.result, TARNOK_OK) << part << " " << outcome.texts();
+            EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 16);
+            EXPECT_TRUE(readFile(order.output) == (order.key ? locked : expected)) << part;
+        }
+    }
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
 TEST(Cache, IsNotNeededForABuild)
 {
     const Workshop workshop;

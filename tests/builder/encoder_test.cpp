@@ -1,11 +1,14 @@
 // Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
+#include "bank/kadpcm.hpp"
 #include "encoders.hpp"
 #include "support/bank_maker.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 using namespace bank_test;
 using bank::Codec;
@@ -317,6 +320,29 @@ TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfSourceAndSink)
     EXPECT_EQ(tarnok::makeEncoder(Codec::Xma), nullptr);
 }
 
+TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
+{
+    for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
+        const std::unique_ptr<tarnok::Encoder> encoder = tarnok::makeEncoder(codec);
+        for (int round = 0; round < 2; ++round) {
+            // More kinds of sounds than an encoder keeps anything of, among them one that doesn't loop.
+            for (const auto& [channels, quality] :
+                 {std::pair{1, 50}, {2, 50}, {1, 50}, {3, 20}, {2, 80}, {1, 20}, {2, 20}, {1, 80}}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << channels << " at " << quality);
+                MemorySound sound = music(codec, size_t(4'000 + 1'000 * quality), channels);
+                if (quality == 80)
+                    sound.setLoop(std::nullopt);
+                const EncodedSound alone = encode(codec, sound, quality);
+                bank::Sound encoded;
+                bank::MemorySink sink;
+                ASSERT_EQ(encoder->encode(sound, quality, sink, {}, &encoded), Error::None);
+                EXPECT_EQ(bank::serialise(encoded), bank::serialise(alone.sound));
+                EXPECT_EQ(sink.bytes(), alone.data);
+            }
+        }
+    }
+}
+
 TEST(Encoders, TakeEveryRateThatTheyAskFor)
 {
     for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
@@ -386,6 +412,29 @@ TEST(VorbisEncoder, SharesItsSetupBetweenSoundsAndKeepsTheWholeSpectrumOfEveryCh
         }
         EXPECT_GT(snr(mono, monoGot), 15) << "channel " << channel;
     }
+}
+
+TEST(KadpcmEncoder, StopsInTheMidstOfASegment)
+{
+    Noise noise(1);
+    std::vector<int16_t> samples(2 * bank::kadpcm::Encoder::kSegmentSamples - 1);
+    std::generate(samples.begin(), samples.end(), [&] { return int16_t(noise.next()); });
+    using Milliseconds = std::chrono::duration<double, std::milli>;
+    Milliseconds shortest(1000);
+    for (int attempt = 0; attempt < 5; ++attempt) { // a busy machine may hold up some
+        std::stop_source stop;
+        bank::kadpcm::Encoder encoder(1, stop.get_token());
+        std::vector<uint8_t> bytes;
+        encoder.encode(samples, bytes);
+        std::jthread asking([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            stop.request_stop();
+        });
+        const auto begun = std::chrono::steady_clock::now();
+        encoder.finish(bytes);
+        shortest = std::min<Milliseconds>(shortest, std::chrono::steady_clock::now() - begun);
+    }
+    EXPECT_LT(shortest.count(), 15);
 }
 
 TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)

@@ -71,11 +71,13 @@ TEST(Output, FollowsLinksAndRefusesWhatIsNoFile)
     EXPECT_EQ(hear(workshop.path("elsewhere/real.tnb")).size(), 1u);
 
     ASSERT_EQ(mkfifo(workshop.path("pipe").c_str(), 0666), 0);
-    const std::pair<std::string, const char*> refused[] = {{workshop.path("elsewhere"), "elsewhere"},
-                                                           {workshop.path("pipe"), "pipe"},
-                                                           {workshop.path("nowhere/bank.tnb"), "nowhere"},
-                                                           {workshop.path(std::string(300, 'x')), "too long"},
-                                                           {"/proc/bank.tnb", "/proc"}};
+    const std::pair<std::string, const char*> refused[] = {
+        {workshop.path("elsewhere"), "elsewhere"},
+        {workshop.path("pipe"), "pipe"},
+        {workshop.path("nowhere/bank.tnb"), "nowhere"},
+        {workshop.path("sound0.wav/deep/bank.tnb"), "sound0.wav is a file, not a folder"},
+        {workshop.path(std::string(300, 'x')), "too long"},
+        {"/proc/bank.tnb", "/proc"}};
     for (const auto& [path, text] : refused) {
         order.output = path;
         const Outcome outcome = build(order);
@@ -88,6 +90,42 @@ TEST(Output, FollowsLinksAndRefusesWhatIsNoFile)
     order.initFlags |= TARNOK_INIT_CREATE_HEADER;
     EXPECT_EQ(build(order).result, TARNOK_ERR_INVALID_PARAM);
     EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
+TEST(Output, KeepsThePermissionsOfTheFormerBank)
+{
+    const Workshop workshop;
+    Order order = workshop.order(workshop.makeSounds(1));
+    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    const auto modeOf = [](const std::string& path) {
+        struct stat status = {};
+        EXPECT_EQ(stat(path.c_str(), &status), 0);
+        return status.st_mode & 07777;
+    };
+    const mode_t former = umask(027);
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(modeOf(order.output), 0640u) << "a new one";
+    for (const auto& [mode, kept] :
+         {std::pair<mode_t, mode_t>{0444, 0444}, {0600, 0600}, {0666, 0666}, {04755, 0755}}) {
+        for (const std::string& path : {order.output, workshop.path("bank.h")})
+            ASSERT_EQ(chmod(path.c_str(), mode), 0);
+        EXPECT_EQ(build(order).result, TARNOK_OK);
+        EXPECT_EQ(modeOf(order.output), kept) << std::oct << mode;
+        EXPECT_EQ(modeOf(workshop.path("bank.h")), kept) << std::oct << mode;
+    }
+    umask(former);
+}
+
+TEST(Output, SweepsUpWhatKilledBuildsLeftOfTheBankAndOfItsHeader)
+{
+    const Workshop workshop;
+    const Order order = workshop.order(workshop.makeSounds(1));
+    for (const char* left : {".bank.tnb.4000000.0.tmp", ".bank.h.4000000.1.tmp"})
+        writeFile(workshop.path(left), std::string("half"));
+    const std::string another = workshop.path(".another.h.4000000.1.tmp");
+    writeFile(another, std::string("half"));
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(workshop.leftovers(), std::vector{another});
 }
 
 TEST(Output, LocksABankWithItsKeyAndHidesNames)

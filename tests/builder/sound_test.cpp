@@ -13,6 +13,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 using namespace test;
 
 namespace {
@@ -233,6 +237,10 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     writeSound(file("damaged.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(1, 44100, 100'000));
     std::filesystem::resize_file(file("damaged.flac"), std::filesystem::file_size(file("damaged.flac")) / 2);
 
+    writeSound(file("cut.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 10'000, 30'000));
+    std::filesystem::resize_file(file("cut.wav"), 44 + 2 * 12'345);
+    writeSound(file("slow.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 600, 100));
+
     struct Case
     {
         std::vector<std::string> files;
@@ -242,7 +250,7 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     const std::vector<std::string> seventeen(17, file("good.wav"));
     const Case cases[] = {
         {{file("good.wav"), file("missing.wav")}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
-        {{file("good.wav/deeper.wav")}, TARNOK_ERR_FILE_NOT_FOUND, "deeper.wav"},
+        {{file("good.wav/deeper.wav")}, TARNOK_ERR_FILE_NOT_FOUND, "/good.wav is a file, not a folder"},
         {{file("text.wav")}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
         {{file("empty.wav")}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is"},
         {{file("silent.wav")}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
@@ -250,6 +258,10 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},
         {{file("song.mid")}, TARNOK_ERR_INVALID_FORMAT, "song.mid: this is MIDI music"},
         {{file("damaged.flac")}, TARNOK_ERR_INVALID_FORMAT, "damaged.flac: the file is damaged or cut short"},
+        {{file("cut.wav")},
+         TARNOK_ERR_INVALID_FORMAT,
+         "cut.wav: the file is damaged or cut short: its sound ends after 1.234 of 3"},
+        {{file("good.wav"), file("slow.wav")}, TARNOK_ERR_INVALID_FORMAT, "slow.wav: its sample rate of 600 Hz"},
         {seventeen, TARNOK_ERR_INVALID_FORMAT, "34 channels"},
     };
     Order order = workshop.order({file("good.wav")});
@@ -283,6 +295,50 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     const Outcome none = build(order);
     EXPECT_EQ(none.result, TARNOK_ERR_CANNOT_CONTINUE);
     EXPECT_EQ(none.statesOf(-1), std::vector{TARNOK_STATE_FAILED});
+}
+
+TEST(Sound, OfFilesThatTheSystemRefusesFailsForThatReason)
+{
+    const Workshop workshop;
+    Order order = workshop.order({});
+    order.sounds = {std::vector<std::string>(16, workshop.makeSounds(1, 100'000).front())};
+    rlimit former{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    const int next = open("/dev/null", O_RDONLY);
+    close(next);
+    const rlimit limit{rlim_t(next) + 12, former.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const Outcome outcome = build(order);
+    setrlimit(RLIMIT_NOFILE, &former);
+    EXPECT_EQ(outcome.result, TARNOK_ERR_FILE_OS);
+    EXPECT_NE(outcome.texts().find("too many open files while opening sound0.wav"), std::string::npos)
+        << outcome.texts();
+    EXPECT_EQ(build(order).result, TARNOK_OK);
+}
+
+TEST(Sound, IsResampledFarButNotBeyondReason)
+{
+    const Workshop workshop;
+    struct Case
+    {
+        int from;
+        float to;
+        bool isPossible;
+    };
+    const Case cases[] = {{750, 48000, true}, {749, 48000, false},  {1, 48000, false},
+                          {1, 1, true},       {192'000, 200, true}, {768'000, 700, false}};
+    for (const Case& each : cases) {
+        const std::string file = workshop.path("rate.wav");
+        writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, each.from, 500));
+        Order order = workshop.order({file});
+        order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
+            sound.desiredSampleRate = each.to;
+        };
+        const Outcome outcome = build(order);
+        EXPECT_EQ(outcome.result, each.isPossible ? TARNOK_OK : TARNOK_ERR_INVALID_FORMAT) << each.from;
+        EXPECT_EQ(outcome.texts().find("rate.wav: its sample rate of ") != std::string::npos, !each.isPossible)
+            << outcome.texts();
+    }
 }
 
 TEST(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 using namespace test;
 
 namespace {
@@ -108,6 +110,67 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
             const std::vector<float> rest = readFloats(*opened);
             ASSERT_EQ(rest.size(), 4000u - 1234);
             EXPECT_NEAR(rest[10], all[1244], 1e-6);
+        }
+    }
+}
+
+// The codecs of a bank begin thousands of samples before the one that is wanted.
+TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
+{
+    const Engine engine;
+    constexpr uint64_t kStart = 2011;
+    for (const bank::Codec codec : kCodecs) {
+        for (const uint64_t length : {1, 7, 3000, 20'000}) {
+            SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
+            const Signal tone = noise(2, 48000, 25'000);
+            auto source = bank_test::MemorySound::ofFloats(2, 48000, tone.samples);
+            source.setLoop(bank::Loop{kStart, kStart + length});
+            writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
+            const SoundPointer sound = engine.open("loop");
+            ASSERT_EQ(sound->seekData(0), KESS_OK);
+            std::vector<float> expected = readFloats(*sound);
+            expected.resize((kStart + length) * 2);
+            ASSERT_EQ(sound->seekData(kStart), KESS_OK);
+            const std::vector<float> onwards = readFloats(*sound);
+            for (int repetition = 0; repetition < 2; ++repetition)
+                expected.insert(expected.end(), onwards.begin(), onwards.begin() + ptrdiff_t(length) * 2);
+            expected.insert(expected.end(), onwards.begin(), onwards.end());
+
+            // In both forms by turns; what comes as integers was compared with its float already.
+            ASSERT_EQ(sound->seekData(0), KESS_OK);
+            ASSERT_EQ(sound->setLoopCount(3), KESS_OK);
+            std::vector<float> looped;
+            std::vector<uint8_t> bytes(700 * 2 * sizeof(float));
+            std::vector<float> piece(700 * 2);
+            unsigned got = 0;
+            for (bool asFloat = true; looped.size() < expected.size(); asFloat = !asFloat) {
+                const size_t place = looped.size();
+                if (asFloat) {
+                    ASSERT_EQ(sound->readFloat(piece.data(), 700, &got), KESS_OK);
+                    looped.insert(looped.end(), piece.begin(), piece.begin() + got * 2);
+                } else {
+                    ASSERT_EQ(sound->readData(bytes.data(), 31 * 4, &got), KESS_OK);
+                    const size_t samples = got / (codec == bank::Codec::Pcm ? sizeof(float) : sizeof(int16_t));
+                    ASSERT_LE(place + samples, expected.size());
+                    looped.insert(looped.end(), expected.begin() + ptrdiff_t(place),
+                                  expected.begin() + ptrdiff_t(place + samples));
+                }
+            }
+            EXPECT_TRUE(looped == expected);
+            EXPECT_EQ(sound->readFloat(piece.data(), 1, &got), KESS_ERR_FILE_EOF);
+
+            ASSERT_EQ(sound->seekData(0), KESS_OK);
+            ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
+            std::vector<float> second(48000 * 2);
+            const auto begin = std::chrono::steady_clock::now();
+            ASSERT_EQ(sound->readFloat(second.data(), 48000, &got), KESS_OK);
+            EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+            // Taken back, the loop ends where it is.
+            ASSERT_EQ(sound->setLoopCount(0), KESS_OK);
+            const uint64_t left = length - (48000 - kStart - 1) % length - 1 + 25'000 - kStart - length;
+            const std::vector<float> rest = readFloats(*sound);
+            ASSERT_EQ(rest.size(), left * 2);
+            EXPECT_TRUE(std::equal(rest.begin(), rest.end(), onwards.end() - ptrdiff_t(left) * 2));
         }
     }
 }

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <filesystem>
@@ -141,6 +143,172 @@ TEST(AFileThatIsCutShort, IsBadWithoutItsHeaderAndElseReadableAsFarAsItGoes)
     }
 }
 
+namespace {
+
+// Overwrites bytes at a place.
+struct Patch
+{
+    size_t offset;
+    std::vector<uint8_t> bytes;
+};
+
+void writePatched(const std::string& path, std::vector<uint8_t> file, const std::vector<Patch>& patches)
+{
+    for (const Patch& patch : patches)
+        std::copy(patch.bytes.begin(), patch.bytes.end(), file.begin() + static_cast<std::ptrdiff_t>(patch.offset));
+    writeFile(path, file);
+}
+
+void expectLengths(const Engine& engine, const std::string& path, uint64_t least, uint64_t most, uint64_t declared,
+                   double tolerance = 0)
+{
+    const SoundPointer sound = engine.open(path);
+    const Facts facts = factsOf(*sound);
+    uint64_t told = 0;
+    ASSERT_EQ(sound->getDeclaredSampleCount(&told), KESS_OK);
+    EXPECT_NEAR(static_cast<double>(told), static_cast<double>(declared), tolerance);
+    EXPECT_GE(facts.samples, least);
+    EXPECT_LE(facts.samples, most);
+    EXPECT_EQ(readFloats(*sound).size(), facts.samples * static_cast<uint64_t>(facts.channels));
+}
+
+} // namespace
+
+TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
+{
+    const Engine engine;
+    for (const int format :
+         {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG,
+          SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, SF_FORMAT_RF64 | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16,
+          SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SF_FORMAT_AIFF | SF_FORMAT_FLOAT, SF_FORMAT_AU | SF_FORMAT_PCM_16,
+          SF_FORMAT_AU | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE, SF_FORMAT_CAF | SF_FORMAT_PCM_16,
+          SF_FORMAT_VOC | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
+        SCOPED_TRACE(testing::Message() << std::hex << format);
+        constexpr uint64_t kFrames = 30000;
+        writeSound("whole", format, noise(2, 22050, kFrames));
+        const std::vector<uint8_t> whole = readFile("whole");
+        // The lengths in these don't count the headers of their blocks alike.
+        const bool isVoc = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_VOC;
+        const bool isFlac = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC;
+        expectLengths(engine, "whole", kFrames, kFrames, kFrames);
+        writeFile("cut",
+                  std::vector<uint8_t>(whole.begin(), whole.end() - static_cast<std::ptrdiff_t>(whole.size() / 2)));
+        if (isFlac) // fails where it ends
+            EXPECT_EQ(factsOf(*engine.open("cut")).samples, kFrames);
+        else
+            expectLengths(engine, "cut", kFrames * 40 / 100, kFrames * 51 / 100, kFrames, isVoc ? 5 : 0);
+        writeFile("last frame", std::vector<uint8_t>(whole.begin(), whole.end() - 1));
+        if (!isFlac)
+            expectLengths(engine, "last frame", kFrames - 1, kFrames, factsOf(*engine.open("last frame")).samples);
+    }
+}
+
+TEST(AFileFromAPipe, IsReadToItsEndWhateverStandsForItsLength)
+{
+    const Engine engine;
+    constexpr uint64_t kFrames = 3000;
+    const auto made = [&](int format) {
+        writeSound("made", format, noise(1, 22050, kFrames));
+        return readFile("made");
+    };
+    const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> rf64 = made(SF_FORMAT_RF64 | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> w64 = made(SF_FORMAT_W64 | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> aiff = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> au = made(SF_FORMAT_AU | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> caf = made(SF_FORMAT_CAF | SF_FORMAT_PCM_16);
+    const auto lengthOf = [](const std::vector<uint8_t>& file, const std::string& id) {
+        return static_cast<size_t>(std::search(file.begin(), file.end(), id.begin(), id.end()) - file.begin())
+            + id.size();
+    };
+    const std::vector<uint8_t> none4(4, 0);
+    const std::vector<uint8_t> none8(8, 0);
+    const std::vector<uint8_t> full4(4, 0xff);
+    const std::vector<uint8_t> full8(8, 0xff);
+    const size_t data = lengthOf(wav, "data");
+    const size_t w64Data = lengthOf(w64, "data") + 12;
+    const size_t sound = lengthOf(aiff, "SSND");
+    struct Case
+    {
+        const char* what;
+        const std::vector<uint8_t>& file;
+        std::vector<Patch> patches;
+    };
+    const Case cases[] = {
+        {"nothing filled in", wav, {{4, none4}, {data, none4}}},
+        {"as if it were empty", wav, {{4, {36, 0, 0, 0}}, {data, none4}}},
+        {"no end known", wav, {{4, full4}, {data, none4}}},
+        {"largest of 32 bits", wav, {{4, full4}, {data, full4}}},
+        {"largest of 31 bits", wav, {{data, {0xff, 0xff, 0xff, 0x7f}}}},
+        {"nearly that", wav, {{4, {0x24, 0xf0, 0xff, 0x7f}}, {data, {0, 0xf0, 0xff, 0x7f}}}},
+        {"just above that", wav, {{data, {0, 0, 0, 0x80}}}},
+        {"whole seconds below that", aiff, {{sound, {0x7e, 0xff, 0xff, 0xa8}}}},
+        {"empty ds64", rf64, {{20, none8}, {28, none8}, {lengthOf(rf64, "data"), full4}}},
+        {"full ds64", rf64, {{20, full8}, {28, full8}, {lengthOf(rf64, "data"), full4}}},
+        {"empty", w64, {{16, none8}, {w64Data, none8}}},
+        {"full", w64, {{16, full8}, {w64Data, full8}}},
+        {"largest of 63 bits", w64, {{w64Data, {0xd4, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x7f}}}},
+        {"empty", aiff, {{4, none4}, {sound, none4}}},
+        {"full", au, {{8, full4}}},
+        {"full", caf, {{lengthOf(caf, "data"), full8}}},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(testing::Message() << std::string(each.file.begin(), each.file.begin() + 4) << " " << each.what);
+        writePatched("piped", each.file, each.patches);
+        expectLengths(engine, "piped", kFrames, kFrames, kFrames);
+    }
+}
+
+TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
+{
+    const Engine engine;
+    constexpr uint64_t kSpare = uint64_t{1} << 31; // frames
+    writeSound("made", SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 22050, 3000));
+    const std::vector<uint8_t> wav = readFile("made");
+    const std::vector<uint8_t> unknown(4, 0xff);
+    const std::vector<Patch> lengths[] = {{}, {{4, unknown}, {40, unknown}}, {{4, {0, 0, 0, 0}}, {40, {0, 0, 0, 0}}}};
+    for (const std::vector<Patch>& patches : lengths) {
+        writePatched("long", wav, patches);
+        std::filesystem::resize_file("long", wav.size() + 2 * kSpare);
+        const SoundPointer sound = engine.open("long");
+        EXPECT_EQ(factsOf(*sound).samples, 3000 + kSpare);
+        ASSERT_EQ(sound->seekData(3000 + kSpare - 10), KESS_OK);
+        EXPECT_EQ(readBytes(*sound).size(), 20u);
+        std::filesystem::remove("long");
+    }
+}
+
+TEST(AnAiffFileWithoutAChunkOfSamples, IsEmptyIfItSaysSoAndElseCutShort)
+{
+    const Engine engine;
+    writeSound("made", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, noise(1, 22050, 100));
+    std::vector<uint8_t> file = readFile("made");
+    constexpr size_t kCommonEnd = 12 + 8 + 18;
+    file.resize(kCommonEnd);
+    writeFile("no samples", file);
+    EXPECT_EQ(engine.tryOpen("no samples"), KESS_ERR_FILE_BAD);
+    writePatched("no samples", file, {{22, {0, 0, 0, 0}}});
+    expectLengths(engine, "no samples", 0, 0, 0);
+}
+
+TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
+{
+    const Engine engine;
+    writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
+    writeFile("text", "text");
+    rlimit former{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
+    const rlimit none{0, former.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const KESS_RESULT result = engine.tryOpen("good.wav");
+    const int error = KESS_SystemError();
+    setrlimit(RLIMIT_NOFILE, &former);
+    EXPECT_EQ(result, KESS_ERR_FILE_BAD);
+    EXPECT_EQ(error, EMFILE);
+    EXPECT_EQ(engine.tryOpen("text"), KESS_ERR_FORMAT);
+    EXPECT_EQ(KESS_SystemError(), 0);
+}
+
 TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
 {
     const Engine engine;
@@ -210,12 +378,16 @@ TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
     ASSERT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
     KESS::Sound* sound = nullptr;
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_ERR_UNINITIALIZED);
-    EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(2)), KESS_ERR_INVALID_PARAM);
+    for (const int output : {2, -1, INT_MIN})
+        EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(output)), KESS_ERR_INVALID_PARAM);
     ASSERT_EQ(system->init(0, 0, nullptr), KESS_OK);
     EXPECT_EQ(system->createSound(nullptr, 0, nullptr, &sound), KESS_ERR_INVALID_PARAM);
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, nullptr), KESS_ERR_INVALID_PARAM);
     KESS_CREATESOUNDEXINFO info{};
     EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_INVALID_PARAM);
+    info.cbsize = sizeof info;
+    info.suggestedsoundtype = static_cast<KESS_SOUND_TYPE>(-1);
+    EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_FORMAT);
     ASSERT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_OK);
     // Sounds stay usable when the engine goes before them.
     EXPECT_EQ(system->release(), KESS_OK);

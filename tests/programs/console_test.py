@@ -53,15 +53,15 @@ class ConsoleCase(unittest.TestCase):
         kept = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS") or k == "PATH"}
         return {**kept, "HOME": str(self.home)}
 
-    def start(self, *arguments, **options):
-        return subprocess.Popen([str(BIN / "tarnokexcl"), *map(str, arguments)], cwd=self.work,
-                                env=self.environment(), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                **options)
+    def start(self, *arguments, program="tarnokexcl", **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True, **options}
+        return subprocess.Popen([BIN / program, *map(os.fsencode, map(str, arguments))], cwd=self.work,
+                                env=self.environment(), **options)
 
     def run_tool(self, *arguments, **options):
         """Exit status and output of one run."""
-        process = self.start(*arguments, **options)
-        output, _ = process.communicate(timeout=TIMEOUT)
+        with self.start(*arguments, **options) as process:
+            output, _ = process.communicate(timeout=TIMEOUT)
         return process.returncode, output
 
     def assert_builds(self, *arguments):
@@ -76,6 +76,7 @@ class ConsoleCase(unittest.TestCase):
 class ArgumentsTest(ConsoleCase):
     def test_stops_with_the_reason_last(self):
         hint = "An error occured while validating input\n\ntype -help for a full list of options\n"
+        (self.work / "empty").mkdir()
         for arguments, expected in (
             ([], "ERROR: source not specified\nERROR: destination not specified\n" + hint),
             (["./a.wav"], "ERROR: destination not specified\n" + hint),
@@ -91,9 +92,24 @@ class ArgumentsTest(ConsoleCase):
             (["a.wav", "-o", "out"],
              "ERROR: O is deprecated, use 'optimize_samplerate' instead\n"
              "ERROR: Unable to process arg '-o' with value 'out'\nAn error occurred while processing args\n"),
-            (["a.wav", "-o", "x.tnb", "-nonsense"],
-             "\nGathering files...\n\nAnalysing files...\n\nProcessing args...\nERROR: Unknown arg '-nonsense'\n"
+            (["a.wav", "-o", "x.tnb", "-cache_dir"],
+             "ERROR: Unable to process arg '-cache_dir' with value ''\n"
+             "cache_dir Use specified directory for cache files\nAn error occurred while processing args\n"),
+            (["gr\udcf6.wav", "-o", "x.tnb"], "ERROR: argument 1, 'gr\ufffd.wav', is not UTF-8\n"),
+            (["./empty", "-o", "x.tnb"],
+             "\nGathering files...\n\nAnalysing files...\nAn error occurred while populating soundbank\n"),
+            (["-build_mode", "I"],
+             "ERROR: Unable to process arg '-build_mode' with value 'I'\n"
+             "build_mode s|i|m Build mode\n                     s = Single TNB (default)\n"
+             "                     i = Single Interleaved TNB\n                     m = Multiple TNBs\n"
              "An error occurred while processing args\n"),
+            (["a.wav", "-o", "x.tnb", "-nonsense", "x", "-no_seek", "y", "-f", "flac"],
+             "\nGathering files...\n\nAnalysing files...\n\nProcessing args...\nERROR: Unknown arg '-nonsense'\n"
+             "ERROR: unexpected value 'y'\nERROR: Unable to process arg '-no_seek' with value 'y'\nno_seek \ns \n"
+             "XMA disable seeking to save memory (Xbox360 only)\n"
+             "ERROR: Unable to process arg '-f' with value 'flac'\nformat \nf \n"
+             "<format> Target format (default = pcm)\n                     Available formats :\n"
+             "                     pcm|xma|at9|vorbis|kadpcm|opus\nAn error occurred while processing args\n"),
         ):
             with self.subTest(arguments=arguments):
                 self.assertEqual(self.run_tool(*arguments), (STOPPED, expected))
@@ -106,16 +122,32 @@ class ArgumentsTest(ConsoleCase):
                 status, output = self.run_tool(*arguments)
                 self.assertEqual(status, 0)
                 self.assertTrue(output.startswith(HELP_START), output)
+        self.assertIn("\n\nCommand line switches :\n\n-build_mode          s|i|m Build mode\n", output)
+        self.assertEqual(re.findall("^-(.{20})", output, re.M), [name.ljust(20) for name in (
+            "build_mode ignore_errors cache_dir verbosity allow_tnb help recursive format quality encryption_key "
+            "no_hf_filter no_seek no_loop generate_c_header profile thread_count optimize_samplerate "
+            "write_peak_volume write_proj rebuild no_guid").split()])
+        self.assertTrue(output.endswith(
+            "-no_guid             Disable GUID generation in TNB header.\n\nExamples :\n\n"
+            "tarnokexcl -o MyBank.tnb <source>\n\nNote: A .tnproj or .lst file can be used as the source.\n"))
         status, output = self.run_tool("-ignore_errors", "-help")
         self.assertTrue(output.endswith("source.\nIgnoring errors\n"), "help comes ahead of what was held back")
         self.assertEqual(self.run_tool("-help", "me")[0], STOPPED)
         self.assertEqual(self.run_tool("a", "-help")[0], STOPPED)
 
-    def test_aborts_on_a_missing_source_without_a_word(self):
-        for extra in ([], ["-ignore_errors"]):
-            status, output = self.run_tool("-o", "x.tnb", "gone.wav", *extra)
-            self.assertEqual(status, -signal.SIGABRT)
-            self.assertRegex(output, r'\AASSERT: "false" in file .*src/command_line')
+    def test_aborts_where_there_is_nothing_to_go_on_with(self):
+        (self.work / "empty").mkdir()
+        for arguments, expected in (
+            (["gone.wav"], r'\AASSERT: "false" in file .*src/command_line'),
+            (["gone.wav", "-ignore_errors"], r'\AASSERT: "false" in file .*src/command_line'),
+            (["./empty", "-ignore_errors"], "Processing args...\nASSERT failure in QList::at: \"index out of range\""),
+            (["a.wav", "-profile", "./gone.prof"], r'\AASSERT: "file.isOpen\(\)" in file .*src/workspace'),
+        ):
+            with self.subTest(arguments=arguments):
+                status, output = self.run_tool(*arguments, "-o", "x.tnb")
+                self.assertEqual(status, -signal.SIGABRT)
+                self.assertRegex(output, expected)
+        self.assertEqual(self.banks(), [])
 
     def test_tells_more_or_less_by_verbosity(self):
         errors_only = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1")
@@ -158,6 +190,22 @@ class BuildsTest(ConsoleCase):
         self.assertEqual((self.work / "x.tnb").read_bytes(), bank)
         self.assertIn("(c.wav) [processing]", self.assert_builds(*arguments, "-recursive"))
 
+    def test_walks_each_folder_once_and_past_what_is_no_file(self):
+        inside = self.work / "in"
+        for name in ("b.wav", "sub/c.wav", "other/d.wav", "gr\udcf6\udcdfe.wav", ".hidden\udcff.wav", "\udce4/e.wav"):
+            write_wav(inside / name)
+        os.mkfifo(inside / "pipe")
+        for link, target in (("pipe.wav", "pipe"), ("zero.wav", "/dev/zero"), ("broken.wav", "gone"), ("self", "self"),
+                             ("here", "."), ("sub/up", ".."), ("sub/aside", "../other"), ("other/aside", "../sub")):
+            (inside / link).symlink_to(target)
+        output = self.assert_builds("./in", "-o", "x.tnb", "-recursive")
+        first, *others = (name for _, name in sorted(re.findall(r"^(\d+): \((.*)\)", output, re.M)))
+        self.assertEqual([first, *sorted(others)], ["b.wav", "c.wav", "c.wav", "d.wav", "d.wav"])
+        self.assertEqual(sorted(re.findall(r"^skipped: '.*/in/(.*)$", output, re.M)),
+                         [r"\xe4' has a name that is not UTF-8", r"gr\xf6\xdfe.wav' has a name that is not UTF-8",
+                          "pipe.wav' not a valid sound file", "zero.wav' not a valid sound file"])
+        self.assertNotIn(r"\xe4", self.assert_builds("./in", "-o", "x.tnb"), "a folder that isn't looked into")
+
     def test_interleaves_and_multiplies(self):
         for name in ("b.wav", "c.wav"):
             write_wav(self.work / "in" / name)
@@ -178,6 +226,9 @@ class BuildsTest(ConsoleCase):
         (self.work / "there").mkdir()
         self.assert_builds("-build_mode", "m", "-o", "there/", "./in", "-encryption_key", "k", "-format", "opus")
         self.assertEqual(self.banks(), ["b.tnb", "c.tnb", "there/b.tnb", "there/c.tnb"])
+        (self.work / "both").mkdir()
+        self.assert_builds("-build_mode", "i", "-build_mode", "m", "-o", "both/", "./in")
+        self.assertEqual(len(list((self.work / "both").iterdir())), 1)
         status, output = self.run_tool("-build_mode", "m", "-o", "no/such/", "./in")
         self.assertEqual(status, STOPPED)
         self.assertIn("ERROR: directory not found ", output)
@@ -214,19 +265,21 @@ class BuildsTest(ConsoleCase):
         self.assert_builds("source.tnb", "-o", "y.tnb", "-allow_tnb")
 
     def test_generates_a_header_for_c(self):
-        for name in ("b.wav", "class.wav", "1-2 größe.wav"):
-            write_wav(self.work / "in" / name)
-        self.assert_builds("./in", "-o", "x.tnb", "-generate_c_header")
-        header = (self.work / "x.h").read_text()
-        macros = re.findall(r"^#define (\w+) +(\d+)$", header, re.M)
-        lines = "".join(f'    printf("{name}=%d\\n", (int){name});\n' for name, _ in macros)
+        names = ["class.wav", "1-2 größe.wav", "a-b.wav", "a_b.wav", "A b.wav", "a_b_2.wav", "_.wav", "sub/class.wav",
+                 "what??!.wav", "int.wav"]
+        (self.work / "l.lst").write_text("".join(write_wav(self.work / "in" / n).as_posix() + "\n" for n in names))
+        self.assert_builds("l.lst", "-o", "3 while.tnb", "-generate_c_header")
+        macros = re.findall(r"^#define (\w+_SOUND_\w*) \d+$", (self.work / "3 while.h").read_text(), re.M)
+        self.assertEqual(len(set(macros)), len(names))
         (self.work / "x.c").write_text(
-            '#include <stdio.h>\n#include "x.h"\n#include "x.h"\nint main(void)\n{\n' + lines + "    return 0;\n}\n")
-        subprocess.run(["cc", "-std=c89", "-pedantic", "-Wall", "-Wextra", "-Werror", "x.c", "-o", "x"],
+            '#include <stdio.h>\n#include "3 while.h"\n#include "3 while.h"\nint main(void)\n{\n'
+            + "".join(f'    printf("%d %s\\n", {m}, bank_3_while_names[{m}]);\n' for m in macros)
+            + '    return BANK_3_WHILE_COUNT;\n}\n')
+        subprocess.run(["cc", "-std=c89", "-pedantic-errors", "-Wall", "-Wextra", "-Werror", "x.c", "-o", "x"],
                        cwd=self.work, check=True)
-        printed = subprocess.run([self.work / "x"], check=True, capture_output=True, text=True).stdout
-        self.assertEqual(printed, "".join(f"{name}={value}\n" for name, value in macros))
-        self.assertGreaterEqual({int(value) for _, value in macros}, {0, 1, 2})
+        printed = subprocess.run([self.work / "x"], capture_output=True, text=True)
+        self.assertEqual(printed.returncode, len(names))
+        self.assertEqual(printed.stdout.splitlines(), [f"{i} {pathlib.Path(n).stem}" for i, n in enumerate(names)])
 
 
 class FaultsTest(ConsoleCase):
@@ -253,7 +306,7 @@ class FaultsTest(ConsoleCase):
         former = (self.work / "x.tnb").read_bytes()
 
         def limit_files():
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (500000, 500000))
 
         self.assert_fails_naming("x.tnb", "long.wav", "-o", "x.tnb", preexec_fn=limit_files)
@@ -274,19 +327,61 @@ class FaultsTest(ConsoleCase):
         for _ in range(2):
             self.assert_builds("a.wav", "-o", "x.tnb", "-generate_c_header")
 
-    def test_survives_being_killed(self):
+    def test_keeps_the_former_bank_when_it_is_stopped(self):
         write_wav(self.work / "long.wav", seconds=60, channels=2)
+        (self.work / "in").mkdir()
+        for name in ("m.wav", "n.wav"):
+            (self.work / "in" / name).symlink_to("../long.wav")
         self.assert_builds("a.wav", "-o", "x.tnb")
         former = (self.work / "x.tnb").read_bytes()
-        for delay in (0.05, 0.2, 0.5, 0.9):
-            process = self.start("long.wav", "-o", "x.tnb", "-format", "vorbis", "-rebuild")
-            time.sleep(delay)
-            process.kill()
-            process.communicate()
-            if process.returncode == -signal.SIGKILL:
+        arguments = ["-format", "vorbis", "-rebuild"]
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            for source in (["./long.wav", "-o", "x.tnb"], ["./in", "-build_mode", "m"]):
+                with self.subTest(signal=number, source=source), self.start(*source, *arguments) as process:
+                    while "[processing]" not in (line := process.stdout.readline()):
+                        self.assertTrue(line, "it ended before it was stopped")
+                    process.send_signal(number)
+                    output = process.communicate(timeout=TIMEOUT)[0]
+                self.assertEqual(process.returncode, -number)
+                self.assertTrue(output.endswith(f"by the user.\ntarnokexcl: stopped by {number.name}\n"), output)
+                self.assertNotIn("Build started", output, "no bank follows one that was cancelled")
+                self.assertEqual(self.leftovers(), [])
+                self.assertEqual(self.banks(), ["x.tnb"])
                 self.assertEqual((self.work / "x.tnb").read_bytes(), former)
+        self.assert_builds("long.wav", "-o", "whole.tnb", *arguments)
+        whole = (self.work / "whole.tnb").read_bytes()
+        for delay in (0.05, 0.2, 0.5, 0.9):
+            with self.start("long.wav", "-o", "x.tnb", *arguments) as process:
+                time.sleep(delay)
+                process.kill()
+            self.assertTrue((self.work / "x.tnb").read_bytes() in (former, whole), f"killed after {delay} s")
         self.assert_builds("long.wav", "-o", "x.tnb", "-format", "vorbis")
         self.assertEqual(self.leftovers(), [])
+
+    def test_goes_by_the_banks_whatever_becomes_of_the_log(self):
+        lost = "tarnokexcl: the log could not be written to standard output\n"
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open("/dev/full", "w") as full, open(writer, "w") as unread:
+            for log in (full, unread):
+                for destination, expected in (("x.tnb", ALL_WRITTEN), ("no/such/x.tnb", BUILD_FAILED)):
+                    with self.start("a.wav", "-o", destination, stdout=log, stderr=subprocess.PIPE) as process:
+                        self.assertEqual(process.communicate(timeout=TIMEOUT), (None, lost))
+                    self.assertEqual(process.returncode, expected)
+
+    def test_never_opens_a_file_in_place_of_a_closed_standard_stream(self):
+        os.mkfifo(self.work / "pipe")
+        for program, *arguments in (("tarnokexcl", "./pipe", "-o", "x.tnb"),
+                                    ("tnb", "info", "a.wav", "--key-file", "pipe")):
+            for closed in ([0], [1], [2], [0, 1, 2]):
+                with self.subTest(program=program, closed=closed), self.start(
+                        *arguments, program=program,
+                        preexec_fn=lambda: [os.close(stream) for stream in closed]) as process:
+                    # The program reads it, and has opened what it opens before.
+                    with open(self.work / "pipe", "w") as pipe:
+                        for stream in closed:
+                            self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/{stream}"), "/dev/null")
+                        pipe.write("neither a project nor a key\n")
 
     def test_reports_a_source_that_breaks_after_it_was_added(self):
         write_wav(self.work / "in" / "b.wav")

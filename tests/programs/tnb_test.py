@@ -1,6 +1,7 @@
 """Drives the bank inspector as its users do: real banks, damaged banks, hostile names, exit statuses, files on disk."""
 
 import json
+import os
 import random
 import resource
 import signal
@@ -332,12 +333,23 @@ class ExtractTest(TnbCase):
         self.assertEqual(self.files("out"), ["a.wav"])
 
     def test_leaves_nothing_half_written(self):
-        write_wav(self.folder_in / "long.wav", seconds=5)
+        write_wav(self.folder_in / "long.wav", seconds=20)
         write_wav(self.folder_in / "short.wav")
         bank = self.build("x.tnb", "-format", "vorbis")
 
+        stopped, status = self.work / "stopped", 0
+        stopped.mkdir()
+        while status != -signal.SIGTERM:
+            with self.start("extract", bank, "long", "-o", "stopped", "--force", program="tnb") as process:
+                while process.poll() is None and not any(name.startswith(".") for name in os.listdir(stopped)):
+                    pass
+                process.terminate()
+            status = process.returncode
+            self.assertIn(status, (0, -signal.SIGTERM), "0 if it was too quick to be stopped")
+            self.assertEqual([name for name in os.listdir(stopped) if name.startswith(".")], [])
+
         def limit_files():
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
         status, output, errors = self.tnb("extract", bank, "-o", "out", preexec_fn=limit_files)

@@ -104,25 +104,21 @@ TEST_F(LoggerTest, HoldsMessagesBackWhileItIsGagged)
 
 TEST_F(LoggerTest, ReadsAHeldMessageAsAFormatAgain)
 {
-    struct Case
-    {
-        std::string held;
-        std::string printed;
-    };
+    using Text = std::string;
     std::string many;
     for (int i = 0; i < 40; ++i)
         many += "%d";
-    for (const Case& c : {Case{"100%% and 5%d", "100% and 50"},
-                          {"50%new", "50%new"},
-                          {"%s%5x|%-3c|", std::string("(null)    0|\0  |", 16)},
-                          {"%f %a %*d %1$s %99999d %", "%f %a %*d %1$s %99999d %"},
-                          {many, "00000000" + many.substr(16)}}) {
+    for (const auto& [held, printed] : {std::pair<Text, Text>("100%% and 5%d", "100% and 50"),
+                                        {"50%new", "50%new"},
+                                        {"%s%5x|%-3c|", Text("(null)    0|\0  |", 16)},
+                                        {"%f %a %*d %1$s %99999d %", "%f %a %*d %1$s %99999d %"},
+                                        {many, "00000000" + many.substr(16)}}) {
         logger()->setPrintToStdout();
         logger()->gag();
-        logger()->println(Logger::OUTPUT_INFO, "%s", c.held.c_str());
+        logger()->println(Logger::OUTPUT_INFO, "%s", held.c_str());
         testing::internal::CaptureStdout();
         logger()->ungag();
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed + "\n");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), printed + "\n");
     }
 }
 

@@ -10,18 +10,22 @@ class SourceFiles : public tests::SystemTest
 class SoundBanks : public tests::SystemTest
 { };
 
-using Validator = SourceFiles;
-using ValidatorDeath = SourceFiles;
+class Validator : public tests::SystemTest
+{
+protected:
+    static bool isValid(const QString& file)
+    {
+        return Singleton<SoundFileValidator>::instance()->isValid(file, nullptr, nullptr, nullptr, nullptr);
+    }
+};
+
+using ValidatorDeath = Validator;
 
 TEST_F(SourceFiles, RoundTheirSizeToKilobytes)
 {
     SourceFile file(nullptr);
-    struct Case
-    {
-        int bytes;
-        float kilobytes;
-    };
-    for (const auto& [bytes, kilobytes] : {Case{0, 0}, {511, 0}, {512, 1}, {1535, 1}, {1536, 2}, {1048576, 1024}}) {
+    for (const auto& [bytes, kilobytes] :
+         {std::pair(0, 0.0f), {511, 0}, {512, 1}, {1535, 1}, {1536, 2}, {1048576, 1024}}) {
         file.setFile(QFile(writeFile("size.wav", QByteArray(bytes, 'x'))), 0, 0, 0, KESS_SOUND_FORMAT_NONE);
         EXPECT_EQ(file.fileSizeCurrent(), kilobytes) << bytes;
     }
@@ -29,24 +33,17 @@ TEST_F(SourceFiles, RoundTheirSizeToKilobytes)
 
 TEST_F(SourceFiles, JoinTheirPathAsTheyTookItApart)
 {
-    struct Case
-    {
-        const char* given;
-        const char* location;
-        const char* name;
-        const char* type;
-        const char* whole;
-    };
     SourceFile file(nullptr);
-    for (const Case& c : {Case{"/x/y/FOO.WAV", "/x/y", "FOO", "wav", "/x/y/FOO.wav"},
-                          {"/x/y/noext", "/x/y", "noext", "", "/x/y/noext."},
-                          {"a.wav", ".", "a", "wav", "./a.wav"},
-                          {"d/a.b.Ogg", "d", "a.b", "ogg", "d/a.b.ogg"}}) {
-        file.setFile(QFile(c.given), 0, 0, 0, KESS_SOUND_FORMAT_NONE);
-        EXPECT_EQ(file.fileLocation(), c.location);
-        EXPECT_EQ(file.fileName(), c.name);
-        EXPECT_EQ(file.fileType(), c.type);
-        EXPECT_EQ(file.wholePath(), c.whole);
+    for (const auto& [given, location, name, type, whole] :
+         {std::tuple("/x/y/FOO.WAV", "/x/y", "FOO", "wav", "/x/y/FOO.wav"),
+          {"/x/y/noext", "/x/y", "noext", "", "/x/y/noext."},
+          {"a.wav", ".", "a", "wav", "./a.wav"},
+          {"d/a.b.Ogg", "d", "a.b", "ogg", "d/a.b.ogg"}}) {
+        file.setFile(QFile(given), 0, 0, 0, KESS_SOUND_FORMAT_NONE);
+        EXPECT_EQ(file.fileLocation(), location);
+        EXPECT_EQ(file.fileName(), name);
+        EXPECT_EQ(file.fileType(), type);
+        EXPECT_EQ(file.wholePath(), whole);
     }
 }
 
@@ -74,19 +71,12 @@ TEST_F(SourceFiles, AddUpInAnInterleavedSubsound)
 TEST_F(SoundBanks, SplitAndJoinTheOutputPath)
 {
     QDir().mkpath(path("there"));
-    struct Case
-    {
-        QString given;
-        QString location;
-        QString name;
-        QString type; // "*" where the former one stays
-        QString joined;
-    };
-    for (const char* formerType : {"", "old"}) {
-        const QString former = formerType;
-        const QString ending = former.isEmpty() ? "" : "." + former;
-        for (const Case& c :
-             {Case{"/a/b/c.tnb", "/a/b", "c", "tnb", "/a/b/c.tnb"},
+    using Text = QString;
+    for (const Text former : {"", "old"}) {
+        const Text ending = former.isEmpty() ? "" : "." + former;
+        // A type of "*": the former one stays.
+        for (const auto& [given, location, name, type, joined] :
+             {std::tuple<Text, Text, Text, Text, Text>("/a/b/c.tnb", "/a/b", "c", "tnb", "/a/b/c.tnb"),
               {"/a/b/c.d.e", "/a/b", "c", "d.e", "/a/b/c.d.e"},
               {"/a/b/c", "/a/b", "c", "*", "/a/b/c" + ending},
               {"bank.tnb", "", "bank.tnb", "*", "bank.tnb" + ending},
@@ -99,11 +89,11 @@ TEST_F(SoundBanks, SplitAndJoinTheOutputPath)
             SoundBank bank(nullptr);
             bank.setOutputFilePath("/first/first" + ending);
             bank.makeClean();
-            bank.setOutputFilePath(c.given);
-            EXPECT_EQ(bank.fileLocation(), c.location) << c.given.toStdString();
-            EXPECT_EQ(bank.fileName(), c.name) << c.given.toStdString();
-            EXPECT_EQ(bank.fileType(), c.type == "*" ? former : c.type) << c.given.toStdString();
-            EXPECT_EQ(bank.outputFilePath(), c.joined) << c.given.toStdString();
+            bank.setOutputFilePath(given);
+            EXPECT_EQ(bank.fileLocation(), location) << given.toStdString();
+            EXPECT_EQ(bank.fileName(), name) << given.toStdString();
+            EXPECT_EQ(bank.fileType(), type == "*" ? former : type) << given.toStdString();
+            EXPECT_EQ(bank.outputFilePath(), joined) << given.toStdString();
         }
     }
 
@@ -170,48 +160,39 @@ TEST_F(SoundBanks, TakeOverAProfileFieldByField)
 
 TEST_F(Validator, AcceptsSoundsAndRefusesWhatHoldsNoSamples)
 {
-    auto* validator = Singleton<SoundFileValidator>::instance();
     for (int type = 0; type <= 20; ++type) {
         const bool refused = QList<int>{3, 5, 6, 7, 8, 11, 13, 16}.contains(type);
         const QString file = makeSound("type.dat", {.type = type});
-        EXPECT_EQ(validator->isValid(file, nullptr, nullptr, nullptr, nullptr), !refused) << type;
-        EXPECT_EQ(
-            priorityOf("unsupported format", [&] { validator->isValid(file, nullptr, nullptr, nullptr, nullptr); }),
-            refused ? int(Logger::OUTPUT_INFO) : -1);
+        EXPECT_EQ(priorityOf("unsupported format", [&] { EXPECT_EQ(isValid(file), !refused) << type; }),
+                  refused ? int(Logger::OUTPUT_INFO) : -1);
     }
-
-    const QString bank = makeSound("old.tnb", {.type = KESS_SOUND_TYPE_TNB});
-    validator->setAllowTnbFiles(true);
-    EXPECT_TRUE(validator->isValid(bank, nullptr, nullptr, nullptr, nullptr));
+    Singleton<SoundFileValidator>::instance()->setAllowTnbFiles(true);
+    EXPECT_TRUE(isValid(makeSound("old.tnb", {.type = KESS_SOUND_TYPE_TNB})));
 }
 
 TEST_F(Validator, TriesAgainWithoutTheHintOfTheSuffix)
 {
-    auto* validator = Singleton<SoundFileValidator>::instance();
-    int sampleRate = 0;
-    int channels = 0;
-    int length = 0;
-    KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE;
-    const QString misnamed = makeSound("really.mp3", {.channels = 2, .hertz = 22050, .milliseconds = 77, .format = 4});
-    EXPECT_TRUE(validator->isValid(misnamed, &sampleRate, &channels, &length, &format));
-    EXPECT_EQ(sampleRate, 22050);
-    EXPECT_EQ(channels, 2);
-    EXPECT_EQ(length, 77);
-    EXPECT_EQ(format, KESS_SOUND_FORMAT_PCM32);
+    Subsound subsound(nullptr);
+    ASSERT_TRUE(
+        subsound.addFile(makeSound("really.mp3", {.channels = 2, .hertz = 22050, .milliseconds = 77, .format = 4})));
+    EXPECT_EQ(subsound.sampleRate(), 22050);
+    EXPECT_EQ(subsound.channelCount(), 2);
+    EXPECT_EQ(subsound.length_ms(), 77);
+    EXPECT_EQ(subsound.format(), KESS_SOUND_FORMAT_PCM32);
 
-    EXPECT_EQ(getTypeFromFileExtension("a.aifc"), KESS_SOUND_TYPE_AIFF);
-    EXPECT_EQ(getTypeFromFileExtension("a.wmv"), KESS_SOUND_TYPE_ASF);
-    EXPECT_EQ(getTypeFromFileExtension("a.b.tnb"), KESS_SOUND_TYPE_TNB);
-    EXPECT_EQ(getTypeFromFileExtension("a.WAV"), KESS_SOUND_TYPE_UNKNOWN);
-    EXPECT_EQ(getTypeFromFileExtension("wav"), KESS_SOUND_TYPE_UNKNOWN);
+    for (const auto& [name, type] : {std::pair("a.aifc", KESS_SOUND_TYPE_AIFF),
+                                     {"a.wmv", KESS_SOUND_TYPE_ASF},
+                                     {"a.b.tnb", KESS_SOUND_TYPE_TNB},
+                                     {"a.WAV", KESS_SOUND_TYPE_UNKNOWN},
+                                     {"wav", KESS_SOUND_TYPE_UNKNOWN}})
+        EXPECT_EQ(getTypeFromFileExtension(name), type) << name;
 }
 
 TEST_F(Validator, NamesTheFaultOfAFileQuietly)
 {
-    auto* validator = Singleton<SoundFileValidator>::instance();
-    const auto check = [&](const QString& file) {
+    const auto check = [](const QString& file) {
         return [=] {
-            EXPECT_FALSE(validator->isValid(file, nullptr, nullptr, nullptr, nullptr));
+            EXPECT_FALSE(isValid(file));
         };
     };
     EXPECT_TRUE(linesOf(check("")).isEmpty());
@@ -231,9 +212,7 @@ TEST_F(Validator, NamesTheFaultOfAFileQuietly)
 
 TEST_F(ValidatorDeath, AbortsWhenTheEngineItselfFails)
 {
-    const QString file = makeSound("odd.wav", {.result = 38});
-    EXPECT_DEATH(Singleton<SoundFileValidator>::instance()->isValid(file, nullptr, nullptr, nullptr, nullptr),
-                 "ASSERT");
+    EXPECT_DEATH(isValid(makeSound("odd.wav", {.result = 38})), "ASSERT");
 }
 
 } // namespace

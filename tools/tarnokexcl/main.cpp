@@ -1,11 +1,18 @@
 // The console tool: compiles banks from its arguments.
+#include "../standard_streams.hpp"
+
 #include "command_line.hpp"
 #include "logger.hpp"
+#include "stop_signals.hpp"
 
+#include <QByteArrayView>
 #include <QCoreApplication>
+#include <QString>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -17,10 +24,47 @@ enum ExitStatus
     BUILD_FAILED = 2
 };
 
+// The exit status tells of the banks; whether the log arrived doesn't change it.
+void reportLostLog()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        std::fputs("tarnokexcl: the log could not be written to standard output\n", stderr);
+}
+
+// Ends in the way that tells the caller, a shell say, which signal it was.
+void endBySignal(int number)
+{
+    reportLostLog();
+    std::fprintf(stderr, "tarnokexcl: stopped by SIG%s\n", sigabbrev_np(number));
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
+// Names and keys are UTF-8. Others would silently become different ones.
+bool refuseForeignArguments(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (QByteArrayView(argv[i]).isValidUtf8())
+            continue;
+        auto* logger = TARNOK::Singleton<TARNOK::Logger>::instance();
+        logger->println(TARNOK::Logger::OUTPUT_ERROR, "ERROR: argument %d, '%s', is not UTF-8", i,
+                        QString::fromUtf8(argv[i]).toUtf8().constData());
+        return true;
+    }
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    openMissingStandardStreams();
+
+    // A reader of the log that goes away, or a log file that is full, doesn't end a build.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::atexit(reportLostLog);
+
     // Names of files are UTF-8 whatever the machine's locale; Qt would say so on every run under another one.
     setenv("LC_ALL", "C.UTF-8", 1);
 
@@ -30,8 +74,13 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     TARNOK::Singleton<TARNOK::Logger>::instance()->setPrintToStdout();
 
+    if (refuseForeignArguments(argc, argv))
+        return STOPPED;
     auto* commandLine = TARNOK::Singleton<TARNOK::CommandLine>::instance();
-    if (!commandLine->buildBank(argc, argv))
+    const bool cameThrough = commandLine->buildBank(argc, argv);
+    if (const int number = TARNOK::StopSignals::noted())
+        endBySignal(number);
+    if (!cameThrough)
         return STOPPED;
     return commandLine->allBanksWritten() ? ALL_WRITTEN : BUILD_FAILED;
 }

@@ -1,4 +1,6 @@
 // The bank inspector: its command line.
+#include "../standard_streams.hpp"
+
 #include "extract.hpp"
 #include "info.hpp"
 #include "text.hpp"
@@ -8,6 +10,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <fstream>
 #include <iostream>
 
@@ -149,6 +152,11 @@ private:
 
 int main(int argc, char** argv)
 {
+    openMissingStandardStreams();
+
+    // A file that may grow no more is a failure to be told, not an end.
+    std::signal(SIGXFSZ, SIG_IGN);
+
     // The width of characters in columns; names are UTF-8 whatever the machine's locale.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     try {

@@ -2,7 +2,9 @@
 
 #include "failure.hpp"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,6 +39,28 @@ int renameUnlessTaken(const char* from, const char* to)
     return std::rename(from, to) == 0 ? 0 : errno;
 }
 
+// The path of the temporary file that is being written, for the case that a signal ends the program.
+std::atomic<const char*> unfinished = nullptr;
+static_assert(std::atomic<const char*>::is_always_lock_free, "it is read by a signal handler");
+
+extern "C" void removeUnfinished(int number)
+{
+    if (const char* path = unfinished.load())
+        unlink(path);
+    // Arrives when this handler returns.
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
+// Signals that were ignored stay ignored.
+void removeUnfinishedOnSignals()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        if (std::signal(number, removeUnfinished) == SIG_IGN)
+            std::signal(number, SIG_IGN);
+    }
+}
+
 } // namespace
 
 OutputFile::OutputFile(std::filesystem::path folder, std::string name)
@@ -44,14 +68,20 @@ OutputFile::OutputFile(std::filesystem::path folder, std::string name)
     , mName(std::move(name))
     , mTemporary(mFolder / ".tnb-XXXXXX")
 {
+    // Before the file is there: its name is put together in this very place.
+    unfinished = mTemporary.c_str();
+    removeUnfinishedOnSignals();
     mDescriptor = mkostemp(mTemporary.data(), O_CLOEXEC);
-    if (mDescriptor < 0)
+    if (mDescriptor < 0) {
+        unfinished = nullptr;
         fail("can't make", errno);
+    }
     fchmod(mDescriptor, usualMode());
 }
 
 OutputFile::~OutputFile()
 {
+    unfinished = nullptr;
     if (mDescriptor < 0)
         return;
     close(mDescriptor);

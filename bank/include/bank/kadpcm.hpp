@@ -47,6 +47,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 namespace bank::kadpcm {
@@ -69,8 +70,9 @@ class Encoder
 public:
     static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
-    // channels: 1 to 32 (asserted).
-    explicit Encoder(int channels);
+    // channels: 1 to 32 (asserted). Once stop was requested, encode and finish return within a few superblocks' time,
+    // and what was appended is of no use.
+    explicit Encoder(int channels, std::stop_token stop = {});
     ~Encoder();
     Encoder(Encoder&&) noexcept;
     Encoder& operator=(Encoder&&) noexcept;

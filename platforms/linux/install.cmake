@@ -1,0 +1,96 @@
+# What `cmake --install` and the package put where. The programs live in an application folder with their libraries in
+# lib/ below it, as in the build folder; bin/ holds links to them.
+
+set(TARNOK_APPLICATION lib/tarnok)
+set(TARNOK_LIBRARIES ${TARNOK_APPLICATION}/lib)
+set(TARNOK_HEADERS include/tarnok)
+
+install(TARGETS tarnokex tarnokexcl tnb tarnokex_open RUNTIME DESTINATION ${TARNOK_APPLICATION})
+install(TARGETS kess tarnok EXPORT tarnok-targets LIBRARY DESTINATION ${TARNOK_LIBRARIES})
+if(TARGET kess_ffmpeg)
+    install(TARGETS kess_ffmpeg LIBRARY DESTINATION ${TARNOK_LIBRARIES})
+endif()
+file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/links")
+foreach(program tarnokex tarnokex-open tarnokexcl tnb)
+    set(link "${CMAKE_CURRENT_BINARY_DIR}/links/${program}")
+    file(CREATE_LINK ../${TARNOK_APPLICATION}/${program} "${link}" SYMBOLIC)
+    install(FILES "${link}" DESTINATION bin)
+endforeach()
+
+# For those who load banks or build them from a program of their own.
+install(FILES
+    ${CMAKE_SOURCE_DIR}/engine/include/kess.h
+    ${CMAKE_SOURCE_DIR}/engine/include/kess.hpp
+    ${CMAKE_SOURCE_DIR}/builder/include/tarnok.h
+    ${CMAKE_SOURCE_DIR}/builder/include/tarnok_encoder.h
+    DESTINATION ${TARNOK_HEADERS})
+include(CMakePackageConfigHelpers)
+set(package "${CMAKE_CURRENT_BINARY_DIR}/package")
+write_basic_package_version_file("${package}/tarnok-config-version.cmake" COMPATIBILITY SameMajorVersion)
+configure_file(package/tarnok-config.cmake "${package}/tarnok-config.cmake" COPYONLY)
+install(FILES "${package}/tarnok-config.cmake" "${package}/tarnok-config-version.cmake" DESTINATION lib/cmake/tarnok)
+install(EXPORT tarnok-targets NAMESPACE tarnok:: DESTINATION lib/cmake/tarnok)
+foreach(library kess tarnok)
+    configure_file(package/${library}.pc.in "${package}/${library}.pc" @ONLY)
+    install(FILES "${package}/${library}.pc" DESTINATION lib/pkgconfig)
+endforeach()
+
+# The desktop.
+install(FILES desktop/org.tarnok.tarnokex.desktop DESTINATION share/applications)
+install(FILES desktop/org.tarnok.tarnokex.metainfo.xml DESTINATION share/metainfo)
+install(FILES desktop/tarnok.xml DESTINATION share/mime/packages)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/resources/theme/hicolor DESTINATION share/icons)
+foreach(icon tarnokex:apps/tarnokex project:mimetypes/application-x-tarnok-project
+        profile:mimetypes/application-x-tarnok-profile soundbank:mimetypes/application-x-tarnok-bank)
+    string(REGEX MATCH "^(.*):(.*)/(.*)$" parts ${icon})
+    install(FILES ${CMAKE_SOURCE_DIR}/resources/svg/${CMAKE_MATCH_1}.svg
+        DESTINATION share/icons/hicolor/scalable/${CMAKE_MATCH_2} RENAME ${CMAKE_MATCH_3}.svg)
+endforeach()
+
+# Documents and completions. Manual pages are compressed as the system's are: without a name and a time in them.
+find_program(GZIP gzip REQUIRED)
+foreach(page tarnokex tarnokex-open tarnokexcl tnb)
+    set(compressed "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1.gz")
+    add_custom_command(OUTPUT "${compressed}"
+        COMMAND "${CMAKE_COMMAND}" -E make_directory "${CMAKE_CURRENT_BINARY_DIR}/man"
+        COMMAND "${GZIP}" -9nc "${CMAKE_SOURCE_DIR}/docs/${page}.1" > "${compressed}"
+        DEPENDS "${CMAKE_SOURCE_DIR}/docs/${page}.1")
+    list(APPEND pages "${compressed}")
+    install(FILES "${compressed}" DESTINATION share/man/man1)
+endforeach()
+set(changelog "${CMAKE_CURRENT_BINARY_DIR}/man/changelog.gz")
+add_custom_command(OUTPUT "${changelog}"
+    COMMAND "${GZIP}" -9nc "${CMAKE_SOURCE_DIR}/CHANGELOG" > "${changelog}"
+    DEPENDS "${CMAKE_SOURCE_DIR}/CHANGELOG" ${pages})
+add_custom_target(tarnok_documents ALL DEPENDS ${pages} "${changelog}")
+install(FILES "${changelog}" DESTINATION share/doc/tarnok)
+install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME copyright)
+install(FILES
+    ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
+    DESTINATION share/doc/tarnok)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok)
+install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-completion/completions)
+
+# The package: cpack -G DEB in the build folder.
+set(CPACK_PACKAGE_NAME tarnok)
+set(CPACK_PACKAGE_VENDOR KESS)
+set(CPACK_PACKAGE_CONTACT "KESS <tarnok@kess.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "sound bank compiler for games")
+set(CPACK_PACKAGE_DESCRIPTION
+"Compiles lists of audio files into sound banks (.tnb): single files which
+the audio runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis
+or Opus, loop without a seam, and come from a cache when nothing has changed.
+
+This package holds the desktop program, the console tools, and the libraries
+and headers for programs that build banks or play them.")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+include(CPack)

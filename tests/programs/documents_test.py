@@ -1,0 +1,71 @@
+"""Runs what the documents tell: every example of docs/console.md, and the completions against the switches there are."""
+
+import os
+import re
+import subprocess
+import unittest
+
+from console_test import BIN, SAMPLES, TIMEOUT, ConsoleCase, write_wav
+
+ROOT = SAMPLES.parent
+COMPLETIONS = ROOT / "platforms" / "linux" / "completions"
+
+
+class DocumentsTest(ConsoleCase):
+    def setUp(self):
+        super().setUp()
+        write_wav(self.work / "step.wav")
+        write_wav(self.work / "theme.wav", channels=2)
+        for number, name in enumerate(("door", "rain", "inner/wind")):
+            write_wav(self.work / "sounds" / f"{name}.wav", frequency=300 + 100 * number)
+        (self.work / "sounds.lst").write_text("step.wav\ntheme.wav\n")
+        self.shell("tarnokexcl sounds/ -o effects.tnproj -write_proj -format vorbis")
+        profile = re.search("<profile>.*</profile>", (self.work / "effects.tnproj").read_text(), re.DOTALL)
+        (self.work / "voice.prof").write_text('<?xml version="1.0" encoding="UTF-8"?>\n' + profile[0])
+
+    def environment(self):
+        environment = super().environment()
+        return {**environment, "PATH": f"{BIN}{os.pathsep}{environment['PATH']}"}
+
+    def shell(self, script):
+        run = subprocess.run(["bash", "-ec", script], cwd=self.work, env=self.environment(), capture_output=True,
+                             text=True, timeout=TIMEOUT)
+        self.assertEqual(run.returncode, 0, f"{script}\n{run.stdout}{run.stderr}")
+        return run.stdout
+
+    def switches(self):
+        return set(re.findall(r"^-(\w+)", self.shell("tarnokexcl -help"), re.MULTILINE))
+
+    def test_the_examples_of_the_console_tool_run(self):
+        text = (ROOT / "docs" / "console.md").read_text()
+        examples = re.findall(r"```sh\n(.*?)```", text, re.DOTALL)
+        used = set()
+        for example in examples:
+            with self.subTest(example):
+                self.shell(example)
+                for bank in re.findall(r"-o (\S+\.tnb)", example):
+                    self.shell(f"test -s {bank}")
+                used |= set(re.findall(r" -([a-z_]{2,})", example))
+        self.assertEqual(self.switches() - used, set(), "switches without an example")
+
+    def test_the_completions_know_every_switch(self):
+        def complete(program, *words):
+            script = f"source {COMPLETIONS / program}; COMP_WORDS=({program} {' '.join(words)}); " \
+                     f"COMP_CWORD={len(words)}; _{program}; printf '%s\\n' \"${{COMPREPLY[@]}}\""
+            return set(self.shell(script).split())
+
+        self.assertEqual(complete("tarnokexcl", "-"), {f"-{name}" for name in self.switches()} | {"-o"})
+        self.assertEqual(complete("tarnokexcl", "a.wav", "-format", "o"), {"opus"})
+        self.assertEqual(complete("tarnokexcl", "so"), {"sounds", "sounds.lst"})
+        for command in ("info", "validate", "extract"):
+            help_text = self.shell(f"tnb {command} --help")
+            options = set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", help_text))
+            self.assertEqual(complete("tnb", command, "-"), options, command)
+
+    def test_the_manual_tells_every_switch(self):
+        text = (ROOT / "docs" / "tarnokexcl.1").read_text()
+        self.assertEqual(self.switches() - set(re.findall(r"\\-(\w+)", text)), set())
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,111 @@
+"""Builds banks through an external encoder: an application folder of its own, with and without modules in it."""
+
+import pathlib
+import shutil
+import struct
+import subprocess
+import unittest
+
+import tnb_reader
+from bank_case import BIN, TIMEOUT, BankCase, write_riff
+
+MODULES = BIN.parent / "tests"
+LIBRARY = "libtarnokL.so.14"
+FRAMES = 64
+WRITTEN, FAILED = 0, 2
+
+
+def ramp(frames, channels):
+    return struct.pack(f"<{frames * channels}h", *((i * 37) % 60000 - 30000 for i in range(frames * channels)))
+
+
+def decode(bank, sound):
+    """Samples of the example's blocks, from which the lead-in is cut."""
+    data, channels = bank.sound_data(sound), sound["channels"]
+    frames = []
+    for block in range(0, len(data), (FRAMES + 1) * channels):
+        parts = [data[block + (FRAMES + 1) * c:block + (FRAMES + 1) * (c + 1)] for c in range(channels)]
+        for i in range(FRAMES):
+            for part in parts:
+                exponent, mantissa = part[0], struct.unpack_from("b", part, i + 1)[0]
+                frames.append(mantissa / 128 / 2 ** exponent)
+    return frames[sound["leadIn"] * channels:(sound["leadIn"] + sound["length"]) * channels]
+
+
+class EncoderModuleTest(BankCase):
+    def setUp(self):
+        super().setUp()
+        self.libraries = self.folder / "application" / "lib"
+        self.libraries.mkdir(parents=True)
+        for file in (BIN / "lib").iterdir():
+            (self.libraries / file.name).symlink_to(file)
+        shutil.copy(BIN / "tarnokexcl", self.libraries.parent)
+        self.sources = {name: ramp(frames, channels)
+                        for name, frames, channels in (("mono", 5000, 1), ("short", 3, 1), ("stereo", 2000, 2))}
+        for name, samples in self.sources.items():
+            write_riff(self.work / "in" / f"{name}.wav", samples, 2 if name == "stereo" else 1, 48000)
+
+    def run_build(self, expected, *arguments):
+        run = subprocess.run([str(self.libraries.parent / "tarnokexcl"), str(self.work / "in"), "-o", "x.tnb",
+                              *arguments], cwd=self.work, env=self.environment(), capture_output=True,
+                             timeout=TIMEOUT, text=True)
+        self.assertEqual(run.returncode, expected, run.stdout + run.stderr)
+        return run.stdout
+
+    def install(self, module):
+        shutil.copy(MODULES / module, self.libraries)
+
+    def test_a_sound_goes_through_the_module_and_back(self):
+        for module, name, codec in (("tarnok_xma.so", "xma", 1), ("tarnok_at9.so", "at9", 2)):
+            with self.subTest(format=name):
+                self.install(module)
+                self.run_build(WRITTEN, "-format", name, "-quality", "70", "-no_seek")
+                bank = tnb_reader.Bank((self.work / "x.tnb").read_bytes())
+                self.assertEqual(len(bank.setups), 2, "one for mono, one for stereo")
+                for sound in bank.sounds:
+                    source = self.sources[sound["name"].decode()]
+                    wanted = [value / 32768 for value in struct.unpack(f"<{len(source) // 2}h", source)]
+                    heard = decode(bank, sound)
+                    self.assertEqual(len(heard), len(wanted))
+                    self.assertLess(max(abs(a - b) for a, b in zip(heard, wanted)), 1 / 127)
+                    self.assertEqual((sound["codec"], sound["quality"], sound["leadIn"]), (codec, 70, FRAMES))
+                    self.assertEqual(bank.setups[sound["setup"]], b"EXAMPLE" + bytes([sound["channels"], 8]))
+                    self.assertEqual(sound["loop"], (0, sound["length"]))
+                    self.assertEqual(sound["seekPoints"], [])
+                self.assertEqual(self.tnb("validate", "x.tnb")[0], 0)
+
+    def test_flags_of_the_module_are_part_of_what_the_cache_goes_by(self):
+        self.install("tarnok_xma.so")
+        self.assertEqual(self.run_build(WRITTEN, "-format", "xma").count("[processing]"), 3)
+        self.assertEqual(self.run_build(WRITTEN, "-format", "xma").count("[cached]"), 3)
+        self.assertEqual(self.run_build(WRITTEN, "-format", "xma", "-no_seek").count("[processing]"), 3)
+        bank = tnb_reader.Bank((self.work / "x.tnb").read_bytes())
+        self.run_build(WRITTEN, "-format", "xma")
+        with_points = tnb_reader.Bank((self.work / "x.tnb").read_bytes())
+        self.assertEqual([len(sound["seekPoints"]) for sound in bank.sounds], [0, 0, 0])
+        self.assertEqual([len(sound["seekPoints"]) for sound in with_points.sounds], [4, 0, 2])
+
+    def test_an_absent_or_broken_module_is_told_for_each_sound(self):
+        other = (MODULES / "tarnok_at9.so").read_bytes()
+        cases = {"absent": (None, "not installed", "not found"),
+                 "no library": (b"MZ not for this system", "can't be used", "could not be loaded"),
+                 "cut short": (other[:len(other) // 3], "can't be used", "could not be loaded"),
+                 "a library of another kind": ((BIN / "lib" / LIBRARY).resolve().read_bytes(), "no encoder module",
+                                               "could not be loaded"),
+                 "a module of the other format": (other, "another format", "could not be loaded")}
+        for name, (content, report, verdict) in cases.items():
+            with self.subTest(name):
+                module = pathlib.Path(self.libraries / "tarnok_xma.so")
+                module.unlink(missing_ok=True)
+                if content is not None:
+                    module.write_bytes(content)
+                log = self.run_build(FAILED, "-format", "xma")
+                reports = [line for line in log.splitlines() if " failed: " in line and line.startswith("ERROR: Subs")]
+                self.assertEqual(len(reports), 3, log)
+                self.assertTrue(all(report in line for line in reports), log)
+                self.assertIn(verdict, log)
+                self.assertFalse((self.work / "x.tnb").exists())
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
