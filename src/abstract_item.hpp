@@ -198,9 +198,14 @@ public:
 
     int rowOf(const AbstractItem* item) const override
     {
+        // A view goes through its rows one after the other and asks for each of them more than once.
+        for (const int row : {mRowFoundLast, mRowFoundLast + 1}) {
+            if (row < this->size() && this->at(row) == item)
+                return mRowFoundLast = row;
+        }
         for (int row = 0; row < this->size(); ++row) {
             if (this->at(row) == item)
-                return row;
+                return mRowFoundLast = row;
         }
         return -1;
     }
@@ -211,6 +216,7 @@ public:
 
 private:
     ItemContainerCleanup<T> mCleanup;
+    mutable int mRowFoundLast = 0;
 };
 
 } // namespace TARNOK

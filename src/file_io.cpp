@@ -60,6 +60,22 @@ QString projectFilter()
     return QString("%0 Project (*.%1)").arg(APP_NAME, PROJECT_EXTENSION);
 }
 
+// A test of access, logged when it fails. The workspace ends the process over a file that it can't open, and with it
+// goes what isn't saved: whoever hands it a path makes sure first.
+bool canOpen(const QString& path, QIODevice::OpenMode mode)
+{
+    QFile file(path);
+    if (file.open(mode))
+        return true;
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot %s file %s:\n%s.",
+                      mode & QIODevice::WriteOnly ? "write" : "read", path.toUtf8().constData(),
+                      file.errorString().toUtf8().constData());
+    return false;
+}
+
+// Opened this way, a file keeps what it holds.
+constexpr QIODevice::OpenMode WRITE_TEST = QIODevice::WriteOnly | QIODevice::Append;
+
 // Shows the wait cursor for the length of a scope.
 class WaitCursor
 {
@@ -173,15 +189,10 @@ SoundBank* FileIO::projectOpen()
         return nullptr;
     }
 
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot read file %s:\n%s.", path.toUtf8().constData(),
-                          file.errorString().toUtf8().constData());
+    if (!canOpen(path, QIODevice::ReadOnly | QIODevice::Text)) {
         projectNew();
         return nullptr;
     }
-    file.close();
-
     if (SoundBank* bank = projectOpenInternal(path))
         return bank;
     return projectNew();
@@ -260,7 +271,7 @@ void FileIO::projectSaveInternal(bool useProjectFileName)
     }
 
     const WaitCursor cursor;
-    if (bank->save(path)) {
+    if (canOpen(path, WRITE_TEST) && bank->save(path)) {
         mProjectFileName = path;
         appendRecentFiles(path);
         emit needRefresh();
@@ -307,7 +318,7 @@ void FileIO::profileSave()
         return;
 
     appendFileExtension(&path, PROFILE_EXTENSION);
-    if (!workspace()->saveProfile(workspace()->first()->profile(), path))
+    if (!canOpen(path, WRITE_TEST) || !workspace()->saveProfile(workspace()->first()->profile(), path))
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Couldn't save profile to %s", path.toUtf8().constData());
     emit needRefresh();
 }
@@ -320,7 +331,8 @@ void FileIO::profileLoad()
         || path.isEmpty())
         return;
 
-    workspace()->loadProfile(&workspace()->first()->profile(), path);
+    if (canOpen(path, QIODevice::ReadOnly))
+        workspace()->loadProfile(&workspace()->first()->profile(), path);
     emit needRefresh();
 }
 

@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 #include <QScrollBar>
 #include <QTextCursor>
+#include <QTextDocument>
 #include <QTextEdit>
 
 #include <cstdio>
@@ -40,6 +41,19 @@ QString withSafeConversions(const QString& text)
         at = match.capturedEnd();
     }
     return safe + text.mid(at);
+}
+
+// The pane takes text with a tag in it, as a file's name may have, for a page of rich text.
+void appendAsItStands(QTextEdit* edit, const QString& text)
+{
+    if (!Qt::mightBeRichText(text)) {
+        edit->append(text);
+        return;
+    }
+    edit->append("");
+    QTextCursor cursor(edit->document());
+    cursor.movePosition(QTextCursor::End);
+    cursor.insertText(text, edit->currentCharFormat());
 }
 
 } // namespace
@@ -87,7 +101,7 @@ void Logger::appendToTextEdit(OUTPUTPRIORITY priority, const char* text)
     const QTextCharFormat saved = mTextEdit->currentCharFormat();
     if (priority == OUTPUT_ERROR)
         mTextEdit->setTextColor(Qt::red);
-    mTextEdit->append(QString::fromUtf8(text));
+    appendAsItStands(mTextEdit, QString::fromUtf8(text));
     if (priority == OUTPUT_ERROR)
         mTextEdit->setCurrentCharFormat(saved);
 }
@@ -128,7 +142,7 @@ void Logger::write(OUTPUTPRIORITY priority, const char* text)
         break;
     case OUTPUT_TEXTEDIT:
         if (mTextEdit)
-            mTextEdit->append(QString::fromUtf8(text));
+            appendAsItStands(mTextEdit, QString::fromUtf8(text));
         break;
     default:
         Q_ASSERT(!"unknown output");

@@ -2,6 +2,7 @@
 
 #include "logger.hpp"
 #include "sound_bank.hpp"
+#include "utility_classes.hpp"
 #include "workspace.hpp"
 #include "workspace_model.hpp"
 
@@ -53,6 +54,20 @@ QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const Q
     QIcon result(pixmap);
     result.addPixmap(pixmap, QIcon::Selected);
     return result;
+}
+
+// Every item of the tree by its address.
+QSet<const AbstractItem*> itemsOfTree()
+{
+    QSet<const AbstractItem*> items;
+    for (const SoundBank* bank : *workspace()) {
+        items.insert(bank);
+        for (const Subsound* subsound : *bank) {
+            items.insert(subsound);
+            items.unite({subsound->cbegin(), subsound->cend()});
+        }
+    }
+    return items;
 }
 
 // The model aligns texts horizontally only, which a view takes for the top of the row, and its icons have the colours
@@ -158,10 +173,18 @@ void ProjectTreeView::dropEvent(QDropEvent* event)
     const QByteArray rows = payload->data(ProxyTreeModel::ROWS_MIME_TYPE);
     QDataStream stream(rows);
     QList<AbstractItem*> items;
+    const QSet<const AbstractItem*> own = itemsOfTree();
     while (!stream.atEnd()) {
         AbstractItem* item = nullptr;
         stream.readRawData(reinterpret_cast<char*>(&item), sizeof item);
-        items.append(item);
+        if (own.contains(item)) {
+            items.append(item);
+            continue;
+        }
+        // An address in another process, where the user has a second project open.
+        logger()->println(Logger::OUTPUT_ERROR,
+                          "ERROR: Sounds can't be dragged here from another window, add their files instead");
+        return;
     }
 
     const auto* proxy = static_cast<const ProxyTreeModel*>(model());
@@ -327,6 +350,7 @@ void ProjectBrowser::addFiles(const QList<QUrl>& urls)
 
     // Shown from the start, so that it takes in events, a cancel among them, after every file.
     QProgressDialog progress("Analysing files", "&Cancel", 0, static_cast<int>(urls.size()), this);
+    progress.setWindowTitle(APP_NAME);
     progress.setWindowModality(Qt::WindowModal);
     progress.setMinimumDuration(0);
     progress.show();
@@ -368,20 +392,21 @@ void ProjectBrowser::saveItemExpansionState(AbstractItem* item, int row)
 void ProjectBrowser::restoreViewState()
 {
     if (!mViewState.expandedItems.isEmpty()) {
+        const QSet<AbstractItem*> expanded(mViewState.expandedItems.cbegin(), mViewState.expandedItems.cend());
         for (int row = 0; row < workspace()->size(); ++row)
-            restoreItemExpansionState(workspace()->at(row), row);
+            restoreItemExpansionState(workspace()->at(row), row, expanded);
     }
     mViewState.expandedItems.clear();
     mTreeView->horizontalScrollBar()->setSliderPosition(mViewState.horizontalPosition);
     mTreeView->verticalScrollBar()->setSliderPosition(mViewState.verticalPosition);
 }
 
-void ProjectBrowser::restoreItemExpansionState(AbstractItem* item, int row)
+void ProjectBrowser::restoreItemExpansionState(AbstractItem* item, int row, const QSet<AbstractItem*>& expanded)
 {
-    if (mViewState.expandedItems.contains(item))
+    if (expanded.contains(item))
         mTreeView->expand(mProxy->mapFromSource(mModel->indexForItem(item, row)));
     for (int i = 0; i < item->childCount(); ++i)
-        restoreItemExpansionState(item->child(i), i);
+        restoreItemExpansionState(item->child(i), i, expanded);
 }
 
 } // namespace TARNOK

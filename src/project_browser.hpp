@@ -5,6 +5,7 @@
 
 #include <QList>
 #include <QPersistentModelIndex>
+#include <QSet>
 #include <QTreeView>
 #include <QUrl>
 #include <QWidget>
@@ -81,7 +82,7 @@ private:
     void connectModel();
     AbstractItem* itemOf(const QModelIndex& index) const;
     void saveItemExpansionState(AbstractItem* item, int row);
-    void restoreItemExpansionState(AbstractItem* item, int row);
+    void restoreItemExpansionState(AbstractItem* item, int row, const QSet<AbstractItem*>& expanded);
 
     QAction* mRemoveAction;
     QAction* mInterleaveAction;

@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QTextEdit>
+#include <QTextOption>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -496,6 +497,12 @@ NotificationArea::NotificationArea(QWidget*)
     mTextEdit->setReadOnly(true);
     mTextEdit->setUndoRedoEnabled(false);
     mTextEdit->setAccessibleName("Notifications");
+
+    // A line begins on the left, also when the first letters in it are those of a Hebrew or Arabic file name.
+    QTextOption option = mTextEdit->document()->defaultTextOption();
+    option.setTextDirection(Qt::LeftToRight);
+    mTextEdit->document()->setDefaultTextOption(option);
+
     auto* layout = new QVBoxLayout;
     layout->addWidget(mTextEdit);
     setLayout(layout);

@@ -174,8 +174,10 @@ TARNOK_API TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_BuildCancel(void);
 
-/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. A build that begins
- * forgets what nobody fetched of the one before. */
+/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. While a build runs, a
+ * caller that has been fetching for some milliseconds without a pause gets a null to look after other things; once
+ * Tarnok_Build has returned, all that is left comes without one. A build that begins forgets what nobody fetched of the
+ * one before. */
 TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM** item);
 
 /* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */

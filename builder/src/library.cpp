@@ -73,12 +73,13 @@ public:
         std::unique_ptr<RunningBuild> running(new RunningBuild(state.session));
         state.session->stop = stop;
         state.session->building = true;
-        state.queue.discardUnfetched();
+        state.queue.beginBuild();
         return running;
     }
 
     ~RunningBuild()
     {
+        library().queue.endBuild(stop());
         const std::lock_guard lock(library().mutex);
         mSession->building = false;
         mSession->buildEnded.notify_all();

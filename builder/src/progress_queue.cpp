@@ -4,25 +4,57 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <thread>
 
 namespace tarnok {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A portion ends when it has taken that long, unless it is small: a watcher that fetches now and then isn't busy.
+constexpr auto portionTime = 5ms;
+constexpr size_t smallPortion = 64;
+
+// At the end of a build: what a watcher takes in without delay, how often watchers look at least, and the most that a
+// build waits for one.
+constexpr size_t remainder = 500;
+constexpr auto pollInterval = 50ms;
+constexpr auto longestWait = 500ms;
+
+} // namespace
 
 void ProgressQueue::post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code, std::string_view text)
 {
     Item item = makeItem(subSoundIndex, threadId, state, code, text);
-    const std::lock_guard lock(mMutex);
-    mWaiting.push_back(std::move(item));
+    const std::lock_guard lock(mPostedMutex);
+    mPosted.push_back(std::move(item));
 }
 
 const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
 {
     const std::lock_guard lock(mMutex);
-    if (mWaiting.empty())
+    mLastFetch = Clock::now();
+    if (mWaiting.empty()) {
+        const std::lock_guard postedLock(mPostedMutex);
+        mWaiting.swap(mPosted);
+    }
+    if (mWaiting.empty() || hasItsPortion()) {
+        mPortion = 0;
         return nullptr;
+    }
+
+    if (mPortion++ == 0)
+        mPortionBegan = mLastFetch;
     const TARNOK_PROGRESSITEM* item = mWaiting.front().get();
     mHandedOut.emplace(item, nullptr).first->second = std::move(mWaiting.front());
     mWaiting.pop_front();
     return item;
+}
+
+bool ProgressQueue::hasItsPortion()
+{
+    return mInPortions && mPortion >= smallPortion && mLastFetch - mPortionBegan >= portionTime;
 }
 
 bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
@@ -31,11 +63,28 @@ bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
     return mHandedOut.erase(item) == 1;
 }
 
-void ProgressQueue::discardUnfetched()
+void ProgressQueue::beginBuild()
 {
-    std::deque<Item> unwanted;
-    const std::lock_guard lock(mMutex);
+    std::deque<Item> unwanted, unwantedToo;
+    const std::scoped_lock lock(mMutex, mPostedMutex);
     unwanted.swap(mWaiting);
+    unwantedToo.swap(mPosted);
+    mInPortions = true;
+}
+
+void ProgressQueue::endBuild(const std::stop_token& stop)
+{
+    const auto deadline = Clock::now() + longestWait;
+    while (!stop.stop_requested() && Clock::now() < deadline && !isCaughtUp())
+        std::this_thread::sleep_for(1ms);
+    const std::lock_guard lock(mMutex);
+    mInPortions = false;
+}
+
+bool ProgressQueue::isCaughtUp()
+{
+    const std::scoped_lock lock(mMutex, mPostedMutex);
+    return mWaiting.size() + mPosted.size() <= remainder || Clock::now() - mLastFetch > pollInterval;
 }
 
 // The failed record's text has no size of its own in the public header, so item and record share one allocation that is

@@ -3,9 +3,11 @@
 
 #include "tarnok.h"
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string_view>
 #include <unordered_map>
 
@@ -21,14 +23,17 @@ public:
     void post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code = TARNOK_OK,
               std::string_view text = {});
 
-    // The oldest report that was not fetched yet, or null.
+    // The oldest report that was not fetched yet, or null: there is none, or the watcher has its portion.
     const TARNOK_PROGRESSITEM* fetch();
 
     // Frees a fetched report. False when it is none, or came back before.
     bool release(const TARNOK_PROGRESSITEM* item);
 
-    // Forgets what nobody fetched, so that a watcher of the next build doesn't meet sounds of the last.
-    void discardUnfetched();
+    // Forgets what nobody fetched, so that a watcher of this build doesn't meet sounds of the last.
+    void beginBuild();
+
+    // Gives a watcher that is at work a moment to catch up, for what is left is then to be had in one piece.
+    void endBuild(const std::stop_token& stop);
 
 private:
     struct ItemDeleter
@@ -40,9 +45,24 @@ private:
     static Item makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                          std::string_view text);
 
+    using Clock = std::chrono::steady_clock;
+
+    bool hasItsPortion();
+    bool isCaughtUp();
+
+    // What the workers post. Its lock is held for moments only: a worker that loses the processor with it would keep
+    // the others and the watcher waiting.
+    std::mutex mPostedMutex;
+    std::deque<Item> mPosted;
+
+    // The watcher's side. Locked before the other.
     std::mutex mMutex;
-    std::deque<Item> mWaiting;
+    std::deque<Item> mWaiting; // older than all that is in mPosted
     std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mHandedOut;
+    bool mInPortions = false;
+    size_t mPortion = 0; // reports handed out since there was none
+    Clock::time_point mPortionBegan;
+    Clock::time_point mLastFetch;
 };
 
 } // namespace tarnok

@@ -1,15 +1,20 @@
-// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, and how files are told
-// from each other.
+// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
+// from each other, and the way of the reports.
 #include "frame_spool.hpp"
+#include "progress_queue.hpp"
 #include "resampler.hpp"
 #include "source_identity.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <numbers>
+#include <stop_token>
+#include <thread>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -219,4 +224,63 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
     ASSERT_TRUE(bool(spool->readSamples(again, 4)));
     for (int i = 0; i < 4; ++i)
         EXPECT_NEAR(again[i], i % 2 ? -32768 : 32767, 1);
+}
+
+// A window must come back from its look at the reports while a build still posts them, and find them all at the end.
+TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd)
+{
+    constexpr int count = 50000;
+    ProgressQueue queue;
+    auto fetchAll = [&, next = 0](bool slowly) mutable {
+        while (const TARNOK_PROGRESSITEM* item = queue.fetch()) {
+            EXPECT_EQ(item->subSoundIndex, next++);
+            EXPECT_TRUE(queue.release(item));
+            if (slowly)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+        return next;
+    };
+
+    queue.beginBuild();
+    for (int index = 0; index < count; ++index)
+        queue.post(index, 0, TARNOK_STATE_FINISHED);
+    const int portion = fetchAll(true);
+    EXPECT_GE(portion, 64);
+    EXPECT_LT(portion, 1000);
+    EXPECT_GT(fetchAll(true), portion) << "the next look goes on";
+
+    // The watcher has gone: nobody waits for it.
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    const auto began = std::chrono::steady_clock::now();
+    queue.endBuild({});
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(400));
+    EXPECT_EQ(fetchAll(false), count);
+
+    // A watcher that goes on looking is waited for, unless the build was cancelled.
+    for (const bool cancelled : {false, true}) {
+        std::stop_source stop;
+        if (cancelled)
+            stop.request_stop();
+        queue.beginBuild();
+        for (int index = 0; index < 2000; ++index)
+            queue.post(index, 0, TARNOK_STATE_FINISHED);
+        EXPECT_TRUE(queue.release(queue.fetch()));
+        int left = 1999;
+        std::atomic<bool> ended = false;
+        const auto start = std::chrono::steady_clock::now();
+        std::jthread watcher([&] {
+            while (!ended) {
+                if (const TARNOK_PROGRESSITEM* item = queue.fetch()) {
+                    queue.release(item);
+                    --left;
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(cancelled ? 10000 : 20));
+            }
+        });
+        queue.endBuild(stop.get_token());
+        const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
+        ended = true;
+        watcher.join();
+        EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
+    }
 }

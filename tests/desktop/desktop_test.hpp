@@ -70,22 +70,10 @@ private:
     QString makeToldSound(const QString& name) const
     {
         Sound sound;
-        switch (name.at(0).toLatin1()) {
-        case 'x':
-            sound.hertz = 48000;
-            break;
-        case 'y':
-            sound.format = KESS_SOUND_FORMAT_PCM24;
-            break;
-        case 'w':
-            sound.channels = 8;
-            break;
-        case 'v':
-            sound.channels = 7;
-            break;
-        default:
-            break;
-        }
+        const char kind = name.at(0).toLatin1();
+        sound.hertz = kind == 'x' ? 48000 : sound.hertz;
+        sound.format = kind == 'y' ? KESS_SOUND_FORMAT_PCM24 : sound.format;
+        sound.channels = kind == 'w' ? 8 : kind == 'v' ? 7 : sound.channels;
         return makeSound(name + ".wav", sound);
     }
 };

@@ -215,12 +215,17 @@ TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
     EXPECT_EQ(QApplication::overrideCursor(), nullptr);
 }
 
-TEST_F(MainWindowTest, savingAsksForAPathOnceAndCompletesItsExtension)
+TEST_F(MainWindowTest, filesAreAddedAndSavedWhereTheUserSays)
 {
     start();
     action("&Save")->trigger();
     EXPECT_EQ(log().last(), "Nothing to save");
-    addSounds({"a.wav"});
+    {
+        FileAnswer choice(makeSound("a.wav"));
+        action("Add audio files...")->trigger();
+        EXPECT_EQ(told(bank()), "a");
+        EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file, for the next dialog";
+    }
     {
         FileAnswer cancel("");
         action("&Save")->trigger();
@@ -235,7 +240,20 @@ TEST_F(MainWindowTest, savingAsksForAPathOnceAndCompletesItsExtension)
     EXPECT_FALSE(bank()->isModified());
     EXPECT_EQ(recent(), QStringList(path("song.tnproj")));
 
+    // What can't be written is told, and the project goes on under its name.
     addSounds({"b.wav"});
+    {
+        FileAnswer choice("/proc/nowhere");
+        action("Save &As...")->trigger();
+        EXPECT_TRUE(log().contains("ERROR: Cannot write file /proc/nowhere.tnproj:"));
+        action("Export profile...")->trigger();
+        EXPECT_EQ(log().last(), "ERROR: Couldn't save profile to /proc/nowhere.prof");
+        action("&Import profile...")->trigger();
+        EXPECT_TRUE(log().contains("ERROR: Cannot read file /proc/nowhere:"));
+    }
+    EXPECT_TRUE(bank()->isModified());
+    EXPECT_EQ(fileIO()->projectFileName(), path("song.tnproj"));
+
     action("&Save")->trigger();
     EXPECT_FALSE(bank()->isModified());
     FileAnswer other(path("other.tnproj"));
@@ -338,16 +356,6 @@ TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
     EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_VORBIS);
     EXPECT_EQ(bank()->profile().quality(), 40u);
     EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
-}
-
-TEST_F(MainWindowTest, sourceFilesAreChosenInADialogThatRemembersTheFile)
-{
-    start();
-    const QString sound = makeSound("step.wav");
-    FileAnswer choice(sound);
-    action("Add audio files...")->trigger();
-    EXPECT_EQ(told(bank()), "step");
-    EXPECT_EQ(settings()->getDir("Source"), sound);
 }
 
 TEST_F(MainWindowTest, aBuildIsRefusedWithItsReason)

@@ -263,6 +263,14 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     const auto next = rows("0");
     drag(QEvent::DragEnter, empty, next.get());
     EXPECT_EQ(linesOf([&] { drag(QEvent::Drop, empty, next.get()); }), QStringList("drop ignored"));
+
+    // Rows of another process are addresses without a meaning here.
+    QMimeData foreign;
+    foreign.setData(ProxyTreeModel::ROWS_MIME_TYPE, QByteArray(8, '\x55'));
+    for (const QEvent::Type type : {QEvent::DragEnter, QEvent::DragMove})
+        drag(type, mView->visualRect(indexAt("0")).center(), &foreign);
+    EXPECT_TRUE(linesOf([&] { drag(QEvent::Drop, empty, &foreign); }).first().contains("another window"));
+    EXPECT_EQ(told(mBank), "b+c a d");
 }
 
 TEST_F(ProjectBrowserTest, filesMayBeDroppedAnywhereAndTextAborts)

@@ -8,6 +8,7 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QSlider>
+#include <QTextBlock>
 #include <QTextEdit>
 #include <QVBoxLayout>
 
@@ -327,8 +328,13 @@ TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
 {
     auto area = std::make_unique<NotificationArea>(nullptr);
     auto* pane = area->findChild<QTextEdit*>();
-    logger()->println(Logger::OUTPUT_ERROR, "ERROR: red");
-    EXPECT_EQ(pane->toPlainText(), "ERROR: red");
+    for (const char* name : {"red", "<b>a name with tags</b>"}) {
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s", name);
+        EXPECT_TRUE(pane->toPlainText().endsWith(QString("ERROR: ") + name));
+        const QTextBlock line = pane->document()->lastBlock();
+        EXPECT_EQ(line.begin().fragment().charFormat().foreground().color(), QColor(Qt::red));
+    }
+    EXPECT_EQ(pane->document()->blockCount(), 2);
     EXPECT_TRUE(pane->isReadOnly());
 
     // Lines of a batch are there at once, and the end stays in sight.
