@@ -26,6 +26,9 @@ extern "C" {
 /* How far outside a sound a module may read, in frames. */
 #define TARNOK_ENCODER_REACH 65536
 
+/* How many bytes a module may write for each sample of each channel, those within its reach included. */
+#define TARNOK_ENCODER_BYTES 8
+
 /* One sound, resampled to a rate of the module's, its files interleaved. A frame is one sample of every channel. */
 typedef struct TARNOK_ENCODER_SOUND
 {
@@ -56,7 +59,7 @@ typedef struct TARNOK_ENCODER_HOST
      * sound's first frame. TARNOK_ERR_INVALID_PARAM: that is out of reach. */
     TARNOK_RESULT (*read)(void* user, float* frames, uint32_t count);
 
-    /* Appends bytes to the encoded data. */
+    /* Appends bytes to the encoded data. TARNOK_ERR_INVALID_PARAM: they are more than TARNOK_ENCODER_BYTES allows. */
     TARNOK_RESULT (*write)(void* user, const void* bytes, uint32_t count);
 
     /* Stores what a decoder needs before the data; the same for many sounds if it can be, as a bank holds equal ones
@@ -88,7 +91,7 @@ typedef struct TARNOK_ENCODER_MODULE
 
     /* Encodes one sound. Called from several threads at once, each time for another sound. The same sound must give the
      * same bytes. *leadIn, 0 on entry, becomes the number of decoded frames to drop before the sound's first. The data
-     * must have at least a byte for 8192 frames decoded.
+     * must have at least a byte for every 8192 frames decoded, begun ones included.
      * TARNOK_ERR_CANCELLED, TARNOK_ERR_MEMORY, TARNOK_ERR_INVALID_FORMAT (it can't take such a sound), any other
      * number: the encoder fails. */
     TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn);

@@ -455,6 +455,8 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
         return status.fault();
     report(task, TARNOK_STATE_WRITING);
     Result<StoredPlace> place = file.finish(key, sound);
+    if (!place && place.fault().code == TARNOK_ERR_ENCODER)
+        return Fault{TARNOK_ERR_ENCODER, std::string(baseName(paths.front())) + ": " + place.fault().text};
     if (!place)
         return place.fault();
     return std::optional(std::move(*place));

@@ -56,6 +56,14 @@ void removeWhatever(const std::string& path)
     std::filesystem::remove_all(path, ignored);
 }
 
+// A file may stand where one of our folders of entries belongs.
+void removeFile(const std::string& path)
+{
+    struct stat status;
+    if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode))
+        unlink(path.c_str());
+}
+
 // Whoever runs a cache may set its limit in the folder itself, and so for all who share it.
 uint64_t configuredLimit(const std::string& directory)
 {
@@ -156,6 +164,10 @@ bool Cache::store(TemporaryFile* file, const ContentHash& key)
     int error = file->commit(path);
     if (error == ENOENT) {
         mkdir((mDirectory + "/sounds").c_str(), 0777);
+        mkdir(folderOf(path).c_str(), 0777);
+        error = file->commit(path);
+    } else if (error == ENOTDIR) {
+        removeFile(folderOf(path));
         mkdir(folderOf(path).c_str(), 0777);
         error = file->commit(path);
     } else if (error == EISDIR || error == ENOTEMPTY || error == EEXIST) {

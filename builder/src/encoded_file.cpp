@@ -82,6 +82,9 @@ bank::Error EncodedFile::write(std::span<const uint8_t> bytes)
 Result<StoredPlace> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
 {
     const std::vector<uint8_t> record = bank::serialise(sound);
+    // What can't be read again must not get into the cache, where it would stay.
+    if (!bank::deserialise(record))
+        return Fault{TARNOK_ERR_ENCODER, "the encoder tells things of its data that can't be"};
     const EntryHeader header = EntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
     if (!flush() || !put(std::as_bytes(std::span(record)), mWritten))
         return mFault;

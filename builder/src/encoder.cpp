@@ -22,8 +22,8 @@ constexpr uint32_t kVorbisHighestRate = 200'000;
 // To be raised whenever an encoder of ours makes other bytes from the same sound.
 constexpr int kPcmRevision = 1;
 constexpr int kKadpcmRevision = 1;
-constexpr int kVorbisRevision = 2;
-constexpr int kOpusRevision = 2;
+constexpr int kVorbisRevision = 3;
+constexpr int kOpusRevision = 3;
 
 } // namespace
 

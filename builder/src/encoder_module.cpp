@@ -103,13 +103,16 @@ public:
     {
         if (mError == Error::None)
             mError = errorOf(answer);
+        // Nobody else would tell why there is no sound.
+        if (mError == Error::Cancelled && !mStop.stop_requested())
+            mError = Error::Encoder;
         if (mError != Error::None)
             return mError;
         mEncoded->leadIn = leadIn;
         if (const Error error = mData.finish(mEncoded); error != Error::None)
             return error;
         const uint64_t decoded = mEncoded->sampleCount + leadIn;
-        return decoded / 8192 <= mEncoded->dataBytes ? Error::None : Error::Encoder;
+        return (decoded + 8191) / 8192 <= mEncoded->dataBytes ? Error::None : Error::Encoder;
     }
 
 private:
@@ -131,8 +134,11 @@ private:
         }
     }
 
+    // A module that looks at nothing but the answers ends soon, too.
     TARNOK_RESULT answer(Error error)
     {
+        if (error == Error::None && mStop.stop_requested())
+            error = Error::Cancelled;
         if (mError == Error::None)
             mError = error;
         switch (mError) {
@@ -166,7 +172,7 @@ private:
     {
         if (!frames || !inReach(mPosition + count))
             return answer(Error::Encoder);
-        if (mStop.stop_requested())
+        if (mError != Error::None || mStop.stop_requested())
             return answer(Error::Cancelled);
         mPosition += count;
         return answer(mSound.readFloat(frames, count));
@@ -174,8 +180,10 @@ private:
 
     TARNOK_RESULT write(const void* bytes, uint32_t count)
     {
-        if (!bytes && count > 0)
+        if ((!bytes && count > 0) || count > mostBytes() - mData.bytes())
             return answer(Error::Encoder);
+        if (mError != Error::None || mStop.stop_requested())
+            return answer(Error::Cancelled);
         return answer(mData.writeBlock({static_cast<const uint8_t*>(bytes), count}));
     }
 
@@ -196,6 +204,13 @@ private:
             return answer(Error::Encoder);
         points.push_back({position, mData.bytes()});
         return answer(Error::None);
+    }
+
+    // No encoder needs more; one that never ends would fill the disk.
+    [[nodiscard]] uint64_t mostBytes() const
+    {
+        const PreparedFacts& facts = mSound.facts();
+        return (facts.sampleCount + kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
     }
 
     PreparedSound& mSound;

@@ -89,7 +89,7 @@ public:
     {
         if (facts.loop) {
             mStartKey = keyBefore(int64_t(facts.loop->start));
-            mEndKey = keyBefore(std::max(int64_t(facts.loop->start), int64_t(facts.loop->end) - kSeamFrames));
+            mEndKey = keyBefore(std::max<int64_t>(0, int64_t(facts.loop->end) - kSeamFrames));
         }
     }
 

@@ -32,7 +32,23 @@ Result<Soxr> startSoxr(double input, double output, int channels)
 }
 
 // A cent: the largest change of pitch that an inner loop may cost the sound around it.
-constexpr double mostDetuning = 5.8e-4;
+constexpr double mostDetuning = 5.7e-4;
+
+uint64_t wholeLength(double exactly)
+{
+    return std::max<uint64_t>(1, uint64_t(std::llround(exactly)));
+}
+
+// How many rounds of a loop come close enough to a whole number of samples. Any that are longer than half a sample
+// divided by the largest detuning do.
+uint64_t roundsInTune(double loopLength)
+{
+    uint64_t rounds = 1;
+    while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
+           > mostDetuning)
+        ++rounds;
+    return rounds;
+}
 
 } // namespace
 
@@ -47,16 +63,13 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     if (!loop)
         return;
 
-    const uint64_t loopLength = loop->end - loop->start;
-    const uint64_t newLoopLength = std::max<uint64_t>(1, uint64_t(std::llround(double(loopLength) * wanted)));
-    const double detuning = std::abs(double(newLoopLength) / (double(loopLength) * wanted) - 1);
-    mWraps = detuning <= mostDetuning || loopLength == length;
-    if (!mWraps) {
-        const uint64_t end = std::clamp<uint64_t>(uint64_t(std::llround(double(loop->end) * wanted)), 1, mLength);
-        mLoop = bank::Loop{std::min(uint64_t(std::llround(double(loop->start) * wanted)), end - 1), end};
-        return;
-    }
+    mRoundLength = loop->end - loop->start;
+    mRounds = mRoundLength == length ? 1 : roundsInTune(double(mRoundLength) * wanted);
+    mSourceLoop->end = loop->start + mRounds * mRoundLength;
+    mSourceLength += mSourceLoop->end - loop->end;
 
+    const uint64_t loopLength = mRounds * mRoundLength;
+    const uint64_t newLoopLength = wholeLength(double(loopLength) * wanted);
     const uint64_t divisor = std::gcd(loopLength, newLoopLength);
     mInput = double(loopLength / divisor);
     mOutput = double(newLoopLength / divisor);
@@ -66,11 +79,23 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     mLength = mLoop->end + uint64_t(std::llround(double(length - loop->end) * ratio));
 }
 
-uint64_t ResamplingPlan::place(uint64_t sourceFrame) const
+std::vector<uint64_t> ResamplingPlan::places(uint64_t sourceFrame) const
+{
+    if (!mSourceLoop || sourceFrame < mSourceLoop->start)
+        return {placeInRounds(sourceFrame)};
+    if (sourceFrame >= mSourceLoop->start + mRoundLength)
+        return {placeInRounds(sourceFrame + (mRounds - 1) * mRoundLength)};
+    std::vector<uint64_t> places;
+    for (uint64_t round = 0; round < mRounds; ++round)
+        places.push_back(placeInRounds(sourceFrame + round * mRoundLength));
+    return places;
+}
+
+uint64_t ResamplingPlan::placeInRounds(uint64_t frame) const
 {
     const double anchor = mSourceLoop ? double(mSourceLoop->start) : 0;
     const double newAnchor = mLoop ? double(mLoop->start) : 0;
-    const double place = std::round(newAnchor + (double(sourceFrame) - anchor) * mOutput / mInput);
+    const double place = std::round(newAnchor + (double(frame) - anchor) * mOutput / mInput);
     return std::min(mLength, uint64_t(std::max(0.0, place)));
 }
 
@@ -93,7 +118,7 @@ public:
 
     Status run()
     {
-        if (!mPlan.mWraps)
+        if (!mPlan.mLoop)
             return runStretch(Outside::Silence, 0, 0, 0, mPlan.mLength);
         if (mPlan.mLoop->start == 0 && mPlan.mSourceLoop->start == 0)
             return runFromLoopStart();
@@ -248,7 +273,21 @@ private:
         }
         if (frame >= end)
             return {std::nullopt, most};
+        if (mPlan.mRounds > 1)
+            return locateInRounds(frame, std::min<uint64_t>(most, end - frame));
         return {frame, size_t(std::min<uint64_t>(most, end - frame))};
+    }
+
+    // The rounds exist in the plan only; the source has one.
+    Run locateInRounds(uint64_t frame, uint64_t most) const
+    {
+        const bank::Loop& loop = *mPlan.mSourceLoop;
+        if (frame < loop.start)
+            return {frame, size_t(std::min(most, loop.start - frame))};
+        if (frame >= loop.end)
+            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(most)};
+        const uint64_t offset = (frame - loop.start) % mPlan.mRoundLength;
+        return {loop.start + offset, size_t(std::min(most, mPlan.mRoundLength - offset))};
     }
 
     FrameSource& mSource;

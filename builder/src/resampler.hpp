@@ -20,7 +20,8 @@ namespace tarnok {
 // the sound as a whole is moved by at most half a new sample, so that the loop's start lies on one.
 //
 // A sound that doesn't loop as a whole must not be detuned for the sake of a short loop inside it: where that would
-// cost more than a cent, the ratio is exact, and only the loop's ends are moved to the nearest samples.
+// cost more than a cent, the loop is written out a few times, until it is long enough. The sound gets longer by that,
+// by less than 900 samples.
 class ResamplingPlan
 {
 public:
@@ -30,19 +31,25 @@ public:
     uint64_t length() const { return mLength; }
     std::optional<bank::Loop> loop() const { return mLoop; }
 
-    // Where a position of the source is heard, rounded, at most length().
-    uint64_t place(uint64_t sourceFrame) const;
+    // How many times the loop is written out.
+    uint64_t rounds() const { return mRounds; }
+
+    // Where a position of the source is heard, in each round if it lies in the loop; rounded, at most length().
+    std::vector<uint64_t> places(uint64_t sourceFrame) const;
 
 private:
     friend class Resampler;
 
-    uint64_t mSourceLength;
+    uint64_t placeInRounds(uint64_t frame) const;
+
+    uint64_t mRounds = 1;
+    uint64_t mRoundLength = 0; // of the loop as it is in the source
+    uint64_t mSourceLength; // these two with the loop written out
     std::optional<bank::Loop> mSourceLoop;
     double mInput = 1; // so many samples of the source ...
     double mOutput = 1; // ... become so many
     uint64_t mLength = 0;
     std::optional<bank::Loop> mLoop;
-    bool mWraps = false; // the filter hears the loop's start behind its end
 };
 
 // Resamples all of source by soxr at its very high quality (band up to 0.913 of the lower Nyquist frequency, images and

@@ -2,8 +2,6 @@
 
 #include "analysis.hpp"
 #include "file.hpp"
-#include "resampler.hpp"
-#include "source_file.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -114,8 +112,7 @@ Status checkRatio(std::string_view name, double fromRate, double toRate)
 
 Status SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
 {
-    std::vector<std::unique_ptr<FrameSource>> parts;
-    double rate = 0;
+    Files files;
     int channels = 0;
     for (const std::string& path : paths) {
         if (mStop.stop_requested())
@@ -123,37 +120,89 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
         Result<std::unique_ptr<SourceFile>> file = SourceFile::open(engine, path);
         if (!file)
             return file.fault();
-        const FrameFacts facts = (*file)->facts();
+        const FrameFacts& facts = (*file)->facts();
         channels += facts.channels;
         if (channels > mSettings.maximumChannels())
             return Fault{TARNOK_ERR_INVALID_FORMAT,
                          std::string(baseName(path)) + ": " + std::to_string(channels)
                              + " channels in one sound are more than " + formatName(TARNOK_FORMAT(mSettings.codec))
                              + " takes (" + std::to_string(mSettings.maximumChannels()) + ")"};
-        if (parts.empty()) {
-            rate = facts.sampleRate;
-            mName = baseName(path);
-        }
+        files.push_back(std::move(*file));
+        const double rate = files.front()->facts().sampleRate;
         if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)
             return status;
-        const ResamplingPlan plan(facts.length, std::nullopt, facts.sampleRate, rate);
-        if (const auto loop = (*file)->loop(); loop && !mLoop && mSettings.loop)
-            mLoop = bank::Loop{plan.place(loop->start), plan.place(loop->end)};
         if (mSettings.syncPoints)
-            merge((*file)->syncPoints(), rate / facts.sampleRate);
+            merge(files.back()->syncPoints(), rate / facts.sampleRate);
+    }
+    mName = baseName(paths.front());
+    if (mSettings.loop)
+        mLoop = commonLoop(files);
+    return putTogether(std::move(files));
+}
 
-        Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(*file));
-        if (part && facts.sampleRate != rate)
+// The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
+bank::Loop SoundPreparation::commonLoop(const Files& files)
+{
+    const double rate = files.front()->facts().sampleRate;
+    uint64_t length = 0;
+    std::optional<bank::Loop> found;
+    for (const auto& file : files) {
+        const FrameFacts& facts = file->facts();
+        length = std::max(length, ResamplingPlan(facts.length, std::nullopt, facts.sampleRate, rate).length());
+        const auto loop = found ? std::nullopt : file->loop();
+        if (!loop)
+            continue;
+        const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
+        found = plan.loop();
+        // Written out, it would no longer be beside that of the other files.
+        if (plan.rounds() > 1) {
+            const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
+            found = bank::Loop{plain.places(loop->start).front(), plain.places(loop->end).front()};
+        }
+    }
+    return found && found->start < found->end ? *found : bank::Loop{0, length};
+}
+
+// How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
+// there.
+ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate) const
+{
+    const FrameFacts& facts = file.facts();
+    if (mLoop) {
+        const double scale = facts.sampleRate / rate;
+        const bank::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
+                                std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
+        for (const bank::Loop& loop : {file.loop().value_or(beside), beside}) {
+            if (loop.start >= loop.end)
+                continue;
+            ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
+            if (plan.loop() == mLoop)
+                return plan;
+        }
+    }
+    return {facts.length, std::nullopt, facts.sampleRate, rate};
+}
+
+Status SoundPreparation::putTogether(Files files)
+{
+    const double rate = files.front()->facts().sampleRate;
+    std::vector<std::unique_ptr<FrameSource>> parts;
+    for (std::unique_ptr<SourceFile>& file : files) {
+        const double ownRate = file->facts().sampleRate;
+        const ResamplingPlan plan = planOfPart(*file, rate);
+        Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
+        if (part && ownRate != rate)
             part = resample(**part, plan, rate, mSpoolFolders, mStop);
         if (!part)
             return part.fault();
         parts.push_back(std::move(*part));
     }
     mFrames = interleave(std::move(parts));
+    const uint64_t length = mFrames->facts().length;
     for (bank::SyncPoint& point : mSyncPoints)
-        point.sample = std::min(point.sample, mFrames->facts().length);
-    if (mSettings.loop && (!mLoop || mLoop->start >= mLoop->end))
-        mLoop = bank::Loop{0, mFrames->facts().length};
+        point.sample = std::min(point.sample, length);
+    if (mLoop && (mLoop->start >= length || mLoop->end > length))
+        mLoop = bank::Loop{0, length};
     return {};
 }
 
@@ -188,8 +237,13 @@ Status SoundPreparation::preprocess()
             return resampled.fault();
         mFrames = std::move(*resampled);
         mLoop = plan.loop();
-        for (bank::SyncPoint& point : mSyncPoints)
-            point.sample = plan.place(point.sample);
+        std::vector<bank::SyncPoint> points;
+        for (const bank::SyncPoint& point : mSyncPoints) {
+            for (const uint64_t place : plan.places(point.sample))
+                points.push_back({place, point.name});
+        }
+        mSyncPoints.clear();
+        merge(std::move(points), 1);
     }
     mPrepared = std::make_shared<Looped>(*mFrames, mLoop);
     return {};

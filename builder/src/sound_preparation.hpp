@@ -4,7 +4,9 @@
 #include "encoder.hpp"
 #include "frame_source.hpp"
 #include "kess.hpp"
+#include "resampler.hpp"
 #include "sound_settings.hpp"
+#include "source_file.hpp"
 
 #include <memory>
 #include <optional>
@@ -18,8 +20,8 @@ namespace tarnok {
 // The steps of one sound, to be called in this order.
 //
 // The loop is that of the first file that has one, otherwise the whole sound; none when looping is off. The sync points
-// of all files are merged. Files whose rate differs from the first one's are resampled to it, each from its own start;
-// lengths may differ, and the end of shorter ones is silent.
+// of all files are merged. Files whose rate differs from the first one's are resampled to it, each from its own start,
+// wrapping at the sound's loop; lengths may differ, and the end of shorter ones is silent.
 class SoundPreparation
 {
 public:
@@ -46,7 +48,11 @@ public:
 
 private:
     class Looped;
+    using Files = std::vector<std::unique_ptr<SourceFile>>;
 
+    static bank::Loop commonLoop(const Files& files);
+    ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
+    Status putTogether(Files files);
     void merge(std::vector<bank::SyncPoint> points, double scale);
 
     SoundSettings mSettings;

@@ -11,7 +11,7 @@ namespace {
 
 // To be raised whenever the same source and settings come out differently because of the code between the source and
 // the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
-constexpr uint64_t pipelineRevision = 3;
+constexpr uint64_t pipelineRevision = 4;
 
 } // namespace
 

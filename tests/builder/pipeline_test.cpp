@@ -56,6 +56,10 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
         {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
         {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
         {50'000, bank::Loop{0, 30'000}, 44100, 32000},
+        {30'000, bank::Loop{20'000, 20'100}, 44100, 48000},
+        {30'000, bank::Loop{29'847, 30'000}, 44100, 16000},
+        {30'000, bank::Loop{0, 20}, 44100, 48000},
+        {300, bank::Loop{100, 200}, 44100, 48000},
         {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
         {44100, std::nullopt, 44100, 48000},
         {3, std::nullopt, 44100, 48000},
@@ -71,7 +75,8 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
         ASSERT_TRUE(bool(result));
         const FrameFacts& facts = (*result)->facts();
         EXPECT_EQ(facts.length, plan.length());
-        const double exactly = double(each.length) * each.to / each.from;
+        const double roundsLength = loopLength * double(plan.rounds());
+        const double exactly = (double(each.length) + roundsLength - loopLength) * each.to / each.from;
         const double bent = plan.loop() ? 1.5 + exactly / 2 / double(plan.loop()->end - plan.loop()->start) : 0.5;
         EXPECT_NEAR(double(facts.length), exactly, bent);
         EXPECT_EQ(plan.loop().has_value(), each.loop.has_value());
@@ -80,8 +85,7 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
         ASSERT_TRUE(bool((*result)->readFloat(samples.data(), samples.size())));
         // Near an end of the sound that doesn't loop, the filter hears the silence outside.
         const double edge = 300 * std::max(1.0, each.to / each.from);
-        const double newLoopLength =
-            plan.loop() ? double(plan.loop()->end - plan.loop()->start) : loopLength * each.to / each.from;
+        const double newLoopLength = plan.loop() ? double(plan.loop()->end - plan.loop()->start) : exactly;
         const double newStart = plan.loop() ? double(plan.loop()->start) : 0;
         double worst = 0;
         for (size_t i = 0; i < samples.size(); ++i) {
@@ -90,32 +94,46 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
             if ((!loopsAtStart && double(i) < edge) || (!loopsAtEnd && double(samples.size() - i) < edge))
                 continue;
             const double place =
-                (each.loop ? double(each.loop->start) : 0) + (double(i) - newStart) * loopLength / newLoopLength;
+                (each.loop ? double(each.loop->start) : 0) + (double(i) - newStart) * roundsLength / newLoopLength;
             worst = std::max(worst, std::abs(samples[i] - 0.5 * std::sin(2 * std::numbers::pi * frequency * place)));
         }
         EXPECT_LT(worst, 3e-6) << each.length << " " << each.from << " to " << each.to;
     }
 }
 
-TEST(Resampling, LeavesThePitchOfASoundToItsSourceWhenAShortLoopLiesInside)
+TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
 {
+    constexpr double cent = 5.78e-4;
     for (const uint64_t loopLength : {1, 5, 20, 100, 500, 700}) {
-        const ResamplingPlan plan(30'000, bank::Loop{29'000, 29'000 + loopLength}, 44100, 48000);
-        EXPECT_NEAR(double(plan.length()), 30'000 * 48.0 / 44.1, 20) << loopLength; // a cent
-        ASSERT_TRUE(plan.loop());
-        EXPECT_NEAR(double(plan.loop()->start), 29'000 * 48.0 / 44.1, 20) << loopLength;
-        EXPECT_LE(plan.loop()->end, plan.length());
-        EXPECT_LT(plan.loop()->start, plan.loop()->end);
+        for (const double to : {8000.0, 48'000.0, 192'000.0}) {
+            const double ratio = to / 44100;
+            const ResamplingPlan plan(30'000, bank::Loop{29'000, 29'000 + loopLength}, 44100, to);
+            ASSERT_TRUE(plan.loop());
+            const double added = double((plan.rounds() - 1) * loopLength) * ratio;
+            EXPECT_LT(added, 900) << loopLength;
+            const double rounds = double(plan.rounds() * loopLength) * ratio;
+            EXPECT_NEAR(double(plan.loop()->end - plan.loop()->start) / rounds, 1, cent) << loopLength;
+            EXPECT_NEAR(double(plan.loop()->start), 29'000 * ratio, 29'000 * ratio * cent + 1) << loopLength;
+            EXPECT_NEAR(double(plan.length()), 30'000 * ratio + added, 30'000 * ratio * cent + 2) << loopLength;
+        }
     }
 }
 
-TEST(Resampling, MovesPositionsWithTheSound)
+TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
 {
+    using Places = std::vector<uint64_t>;
     const ResamplingPlan plan(60'000, bank::Loop{10'000, 40'000}, 48000, 16000);
-    EXPECT_EQ(plan.place(0), 0u);
-    EXPECT_EQ(plan.place(10'000), plan.loop()->start);
-    EXPECT_EQ(plan.place(40'000), plan.loop()->end);
-    EXPECT_EQ(plan.place(60'000), plan.length());
+    EXPECT_EQ(plan.places(0), Places{0});
+    EXPECT_EQ(plan.places(10'000), Places{plan.loop()->start});
+    EXPECT_EQ(plan.places(40'000), Places{plan.loop()->end});
+    EXPECT_EQ(plan.places(60'000), Places{plan.length()});
+
+    const ResamplingPlan rounds(4000, bank::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
+    const uint64_t start = rounds.loop()->start;
+    ASSERT_EQ(rounds.rounds(), 5u);
+    EXPECT_EQ(rounds.places(2000), (Places{start, start + 109, start + 218, start + 326, start + 435}));
+    EXPECT_EQ(rounds.places(2100), Places{rounds.loop()->end});
+    EXPECT_EQ(rounds.places(4000), Places{rounds.length()});
 }
 
 TEST(Resampling, StopsWhenAsked)

@@ -115,6 +115,24 @@ TEST(Sound, BringsInterleavedFilesOfAnotherRateToTheFirstOnes)
         ASSERT_NEAR(built.samples[2 * frame], built.samples[2 * frame + 1], 1e-4) << frame;
 }
 
+// The second channel is the first one as another rate tells it, so both must be alike all around the loop.
+TEST(Sound, BringsInterleavedFilesOfAnotherRateRoundTheLoop)
+{
+    for (const bool inner : {false, true}) {
+        const Workshop workshop;
+        const std::vector<std::string> files = {workshop.path("a.wav"), workshop.path("b.wav")};
+        writeSound(files[0], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 48000, 48000, 500));
+        writeSound(files[1], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 44100, 44100, 500));
+        if (inner)
+            addWavTags(files[0], {std::pair<uint32_t, uint32_t>(9600, 47999), {}});
+        const Heard built = buildOne(workshop, files);
+        ASSERT_EQ(built.frames(), 48000u);
+        ASSERT_EQ(built.loop, (std::pair<uint64_t, uint64_t>(inner ? 9600 : 0, 48000)));
+        for (size_t frame = inner ? 1000 : 0; frame < 48000; ++frame)
+            ASSERT_NEAR(built.samples[2 * frame], built.samples[2 * frame + 1], 1e-5) << frame;
+    }
+}
+
 TEST(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
 {
     const Workshop workshop;

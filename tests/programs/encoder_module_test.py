@@ -45,9 +45,9 @@ class EncoderModuleTest(BankCase):
         for name, samples in self.sources.items():
             write_riff(self.work / "in" / f"{name}.wav", samples, 2 if name == "stereo" else 1, 48000)
 
-    def run_build(self, expected, *arguments):
+    def run_build(self, expected, *arguments, **variables):
         run = subprocess.run([str(self.libraries.parent / "tarnokexcl"), str(self.work / "in"), "-o", "x.tnb",
-                              *arguments], cwd=self.work, env=self.environment(), capture_output=True,
+                              *arguments], cwd=self.work, env=self.environment() | variables, capture_output=True,
                              timeout=TIMEOUT, text=True)
         self.assertEqual(run.returncode, expected, run.stdout + run.stderr)
         return run.stdout
@@ -105,6 +105,18 @@ class EncoderModuleTest(BankCase):
                 self.assertTrue(all(report in line for line in reports), log)
                 self.assertIn(verdict, log)
                 self.assertFalse((self.work / "x.tnb").exists())
+
+    def test_a_module_that_misbehaves_costs_nothing_but_its_sounds(self):
+        shutil.copy(MODULES / "misbehaving.so", self.libraries / "tarnok_xma.so")
+        for misdeed in ("writes nothing", "never ends", "deaf to errors", "reads far away", "stores two setups",
+                        "drops more than there is", "points behind the data", "cancels by itself"):
+            with self.subTest(misdeed):
+                log = self.run_build(FAILED, "-format", "xma", MISDEED=misdeed)
+                self.assertEqual(sum("failed: " in line and ": the encoder" in line for line in log.splitlines()), 3, log)
+                self.assertFalse((self.work / "x.tnb").exists())
+        # None of them has left anything in the cache that another build would take for a sound.
+        self.run_build(WRITTEN, "-format", "xma", MISDEED="")
+        self.assertEqual(self.tnb("validate", "x.tnb")[0], 0)
 
 
 if __name__ == "__main__":
