@@ -139,6 +139,8 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
         const ResamplingPlan plan(facts.length, std::nullopt, facts.sampleRate, rate);
         if (const auto loop = (*file)->loop(); loop && !mLoop && mSettings.loop)
             mLoop = bank::Loop{plan.place(loop->start), plan.place(loop->end)};
+        if (paths.size() == 1)
+            mRawSamples = (*file)->rawSamples();
         if (mSettings.syncPoints)
             merge((*file)->syncPoints(), rate / facts.sampleRate);
 
@@ -187,6 +189,7 @@ Status SoundPreparation::preprocess()
         if (!resampled)
             return resampled.fault();
         mFrames = std::move(*resampled);
+        mRawSamples.reset();
         mLoop = plan.loop();
         for (bank::SyncPoint& point : mSyncPoints)
             point.sample = plan.place(point.sample);
