@@ -1,10 +1,6 @@
 #include "logger.hpp"
 
 #include <QRegularExpression>
-#include <QScrollBar>
-#include <QTextCursor>
-#include <QTextDocument>
-#include <QTextEdit>
 
 #include <cstdio>
 
@@ -43,19 +39,6 @@ QString withSafeConversions(const QString& text)
     return safe + text.mid(at);
 }
 
-// The pane takes text with a tag in it, as a file's name may have, for a page of rich text.
-void appendAsItStands(QTextEdit* edit, const QString& text)
-{
-    if (!Qt::mightBeRichText(text)) {
-        edit->append(text);
-        return;
-    }
-    edit->append("");
-    QTextCursor cursor(edit->document());
-    cursor.movePosition(QTextCursor::End);
-    cursor.insertText(text, edit->currentCharFormat());
-}
-
 } // namespace
 
 void Logger::println(OUTPUTPRIORITY priority, const char* format, ...)
@@ -78,8 +61,8 @@ void Logger::vprintln(OUTPUTPRIORITY priority, const char* format, va_list argum
 
     switch (mOutput) {
     case OUTPUT_TEXTEDIT:
-        if (mTextEdit)
-            appendToTextEdit(priority, Line(format, arguments).text);
+        if (mPane)
+            mPane->appendLine(priority, Line(format, arguments).text);
         break;
     case OUTPUT_FILE: {
         const Line line(format, arguments);
@@ -96,34 +79,17 @@ void Logger::vprintln(OUTPUTPRIORITY priority, const char* format, va_list argum
     }
 }
 
-void Logger::appendToTextEdit(OUTPUTPRIORITY priority, const char* text)
-{
-    const QTextCharFormat saved = mTextEdit->currentCharFormat();
-    if (priority == OUTPUT_ERROR)
-        mTextEdit->setTextColor(Qt::red);
-    appendAsItStands(mTextEdit, QString::fromUtf8(text));
-    if (priority == OUTPUT_ERROR)
-        mTextEdit->setCurrentCharFormat(saved);
-}
-
 Logger::Batch::Batch(const Logger* logger)
-    : mTextEdit(logger->mOutput == OUTPUT_TEXTEDIT ? logger->mTextEdit : nullptr)
+    : mPane(logger->mOutput == OUTPUT_TEXTEDIT ? logger->mPane : nullptr)
 {
-    if (!mTextEdit)
-        return;
-    const QScrollBar* scrollBar = mTextEdit->verticalScrollBar();
-    mAtBottom = scrollBar->value() >= scrollBar->maximum();
-    QTextCursor(mTextEdit->document()).beginEditBlock();
+    if (mPane)
+        mPane->beginBatch();
 }
 
 Logger::Batch::~Batch()
 {
-    if (!mTextEdit)
-        return;
-    QTextCursor(mTextEdit->document()).endEditBlock();
-    // A pane whose end was in sight keeps it in sight, as it does for single lines.
-    if (mAtBottom)
-        mTextEdit->verticalScrollBar()->setValue(mTextEdit->verticalScrollBar()->maximum());
+    if (mPane)
+        mPane->endBatch();
 }
 
 void Logger::write(OUTPUTPRIORITY priority, const char* text)
@@ -141,8 +107,8 @@ void Logger::write(OUTPUTPRIORITY priority, const char* text)
         mFile.write(text, static_cast<qint64>(qstrnlen(text, MAX_FILE_WRITE)));
         break;
     case OUTPUT_TEXTEDIT:
-        if (mTextEdit)
-            appendAsItStands(mTextEdit, QString::fromUtf8(text));
+        if (mPane)
+            mPane->append(text);
         break;
     default:
         Q_ASSERT(!"unknown output");
@@ -164,12 +130,6 @@ bool Logger::setPrintToFile(const QString& path, bool append)
     if (mFile.openMode() != QIODevice::NotOpen)
         mOutput = OUTPUT_FILE;
     return mFile.isOpen();
-}
-
-void Logger::setPrintToQTextEdit(QTextEdit* edit)
-{
-    mOutput = OUTPUT_TEXTEDIT;
-    mTextEdit = edit;
 }
 
 void Logger::ungag()

@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <cstdarg>
+#include <memory>
 
 class QTextEdit;
 
@@ -34,6 +35,17 @@ public:
 
     // Longest text of one write() to a file, in bytes.
     static constexpr int MAX_FILE_WRITE = 256;
+
+    // The text pane, which programs without a window are linked without.
+    class Pane
+    {
+    public:
+        virtual ~Pane() = default;
+        virtual void appendLine(OUTPUTPRIORITY priority, const char* text) = 0;
+        virtual void append(const char* text) = 0;
+        virtual void beginBatch() = 0;
+        virtual void endBatch() = 0;
+    };
 
     // One line, printf style. A message below the threshold, or without an output, is lost, gagged or not.
     void println(OUTPUTPRIORITY priority, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -63,8 +75,7 @@ public:
         Batch& operator=(const Batch&) = delete;
 
     private:
-        QTextEdit* mTextEdit;
-        bool mAtBottom = false;
+        std::shared_ptr<Pane> mPane; // stays until the batch ends
     };
 
     // Ends the gag and prints what was held, oldest first, as formats and through the threshold as it stands now.
@@ -90,14 +101,13 @@ private:
 
     void vprintln(OUTPUTPRIORITY priority, const char* format, va_list arguments);
     void replay(OUTPUTPRIORITY priority, const char* format, ...);
-    void appendToTextEdit(OUTPUTPRIORITY priority, const char* text);
 
     QList<Message> mMessages;
     bool mGagged = false;
     OUTPUTPRIORITY mVerbosity = OUTPUT_INFO;
     Output mOutput = OUTPUT_NONE;
     QFile mFile;
-    QTextEdit* mTextEdit = nullptr;
+    std::shared_ptr<Pane> mPane; // none: lines for it are lost
 };
 
 } // namespace TARNOK

@@ -19,6 +19,9 @@ constexpr size_t kMaximumNameBytes = 65'535;
 // Copying is cut into parts of this size so that a cancelled build ends soon.
 constexpr uint64_t kPartBytes = 4 * 1024 * 1024;
 
+// What is looked at on its way stays in the processor's cache.
+constexpr size_t kCheckedBytes = 256 * 1024;
+
 std::string_view cutAtCharacter(std::string_view name)
 {
     if (name.size() <= kMaximumNameBytes)
@@ -73,10 +76,30 @@ public:
         return Error::None;
     }
 
+    // The very bytes that are written are the ones that are checked: looking before or after would leave a moment in
+    // which they could change.
+    Error copyChecked(const ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
+    {
+        RunningChecksum found;
+        mChecked.resize(kCheckedBytes);
+        while (size > 0) {
+            const std::span part = std::span(mChecked).first(size_t(std::min<uint64_t>(size, kCheckedBytes)));
+            if (const Error error = source.readAt(offset, part); error != Error::None)
+                return error;
+            found.add(part);
+            if (const Error error = write(part); error != Error::None)
+                return error;
+            offset += part.size();
+            size -= part.size();
+        }
+        return found.value() == expected ? Error::None : Error::Damaged;
+    }
+
 private:
     ByteSink& mSink;
     std::stop_token mStop;
     uint64_t mOffset = 0;
+    std::vector<uint8_t> mChecked;
 };
 
 } // namespace
@@ -281,6 +304,8 @@ Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const
         return error;
     if (const Error error = assembler.pad(row.dataOffset); error != Error::None)
         return error;
+    if (stored->foreignData)
+        return assembler.copyChecked(*stored->foreignData, stored->dataOffset, row.dataBytes, row.dataChecksum);
     return assembler.copy(*stored->source, stored->dataOffset, row.dataBytes);
 }
 

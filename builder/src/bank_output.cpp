@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarnok {
 
@@ -104,6 +105,17 @@ bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offs
     }
     advance(size);
     return bank::Error::None;
+}
+
+Status AtomicOutput::restart()
+{
+    mBuffer.clear();
+    mWritten = 0;
+    mFlushing = 0;
+    mFault = {};
+    if (ftruncate(mFile.descriptor(), 0) != 0)
+        return fileFault("writing", mPath, errno);
+    return {};
 }
 
 Status AtomicOutput::finish()

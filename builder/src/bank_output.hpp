@@ -34,6 +34,9 @@ public:
     // Why a write failed; no fault when it was the source.
     const Fault& fault() const { return mFault; }
 
+    // Begins anew with an empty file.
+    Status restart();
+
     // Everything written is on the disk afterwards, still under the temporary name.
     Status finish();
 

@@ -106,8 +106,11 @@ public:
     bank::Result<bank::StoredSound> open(size_t index) override
     {
         const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
+        mInSource.reset();
         if (!place)
             return bank::StoredSound{std::make_shared<bank::MemorySource>(bank::serialise(bank::emptySound())), 0, 0};
+        if (place->inSource)
+            return openSource(index, *place);
         std::shared_ptr<const FilePart> part = place->spilled;
         if (!part) {
             uint64_t size = 0;
@@ -143,9 +146,32 @@ public:
 
     const Fault& fault() const { return mFault; }
 
+    // The sound at which writing failed, if its data is in its source file.
+    std::optional<size_t> failedSource() const { return mInSource; }
+
 private:
+    bank::Result<bank::StoredSound> openSource(size_t index, const StoredPlace& place)
+    {
+        mInSource = index;
+        FileStamp stamp;
+        Result<FileDescriptor> file = openForReading(mBuild.pathsOf(index).front(), &stamp);
+        if (!file)
+            return bank::Error::Io;
+        return bank::StoredSound{
+            std::make_shared<bank::MemorySource>(place.record), 0, place.inSource->dataOffset,
+            std::make_shared<FilePart>(std::make_shared<FileDescriptor>(std::move(*file)), 0, stamp.size)};
+    }
+
     Build& mBuild;
     Fault mFault;
+    std::optional<size_t> mInSource;
+};
+
+// Takes the place of the data of a sound that isn't to be kept.
+class NoData final : public bank::ByteSink
+{
+public:
+    bank::Error write(std::span<const uint8_t>) override { return bank::Error::None; }
 };
 
 Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
@@ -224,6 +250,7 @@ Status Build::runPhases()
             buildSound({order[job], worker});
     });
     mIndex.save();
+    mCache.saveRecords(mStop);
     if (Status status = verdict(); !status)
         return status;
 
@@ -349,24 +376,47 @@ Status Build::encodeLost(size_t first)
     std::vector<size_t> lost;
     for (size_t index = first; index < mPlaces.size(); ++index) {
         const std::optional<StoredPlace>& place = mPlaces[index];
-        if (place && !place->spilled && !mCache.reopen(place->key))
+        if (place && place->inCache() && !mCache.reopen(place->key))
             lost.push_back(index);
     }
     // The first may have come back meanwhile, by another build.
     if (lost.empty() || lost.front() != first)
         lost.insert(lost.begin(), first);
+    return encodeAgain(lost, false);
+}
 
+Status Build::encodeChanged(size_t found)
+{
+    std::vector<size_t> changed;
+    for (size_t index = 0; index < mPlaces.size() && !mStop.stop_requested(); ++index) {
+        const std::optional<StoredPlace>& place = mPlaces[index];
+        if (!place || !place->inSource)
+            continue;
+        const Result<FileStamp> stamp = stampOf(pathsOf(index).front());
+        if (index == found || !stamp || *stamp != place->inSource->stamp)
+            changed.push_back(index);
+    }
+    mCache.forgetRecord(mPlaces[found]->key);
+    Status status = encodeAgain(changed, true);
+    mIndex.save();
+    mCache.saveRecords(mStop);
+    return status;
+}
+
+// Once the writing of the bank has begun, a sound can no longer become another one.
+Status Build::encodeAgain(std::span<const size_t> sounds, bool mayDiffer)
+{
     std::optional<Fault> fault;
-    runOnWorkers(mLibrary.threadCount, lost.size(), [&](size_t job, unsigned worker) {
+    runOnWorkers(mLibrary.threadCount, sounds.size(), [&](size_t job, unsigned worker) {
         try {
-            const size_t index = lost[job];
+            const size_t index = sounds[job];
             if (mStop.stop_requested())
                 return;
             Result<StoredPlace> place = tryToBuild({index, worker, true});
             const std::lock_guard lock(mMutex);
             if (!place)
                 fault = place.fault();
-            else if (place->key == mPlaces[index]->key)
+            else if (mayDiffer || place->key == mPlaces[index]->key)
                 mPlaces[index] = std::move(*place);
             else
                 fault = Fault{TARNOK_ERR_FILE_OS,
@@ -380,7 +430,7 @@ Status Build::encodeLost(size_t first)
         return cancelled();
     if (fault)
         return *fault;
-    if (!mPlaces[first]->spilled)
+    if (!mPlaces[sounds.front()]->spilled)
         return Fault{TARNOK_ERR_MEMORY, "out of memory"};
     return {};
 }
@@ -397,13 +447,15 @@ Result<StoredPlace> Build::findOrEncode(const Task& task)
         std::vector<SourceIdentity> identities;
         std::vector<ContentHash> contents;
         for (const std::string& path : paths) {
-            const Result<SourceIdentity> identity = mSources.identify(path, mStop);
+            const Result<SourceIdentity> identity = mSources.identify(path, mStop, task.again);
             if (!identity)
                 return identity.fault();
             identities.push_back(*identity);
             contents.push_back(identity->content);
         }
         const ContentHash key = settings.cacheKey(contents);
+        if (std::optional<StoredPlace> place = findInSource(task, settings, identities.front(), key))
+            return std::move(*place);
         if (std::optional<CacheEntry> entry = task.again ? std::nullopt : mCache.find(key, mStop))
             return StoredPlace::of(key, entry->dataBytes, entry->record);
         if (mStop.stop_requested())
@@ -417,6 +469,23 @@ Result<StoredPlace> Build::findOrEncode(const Task& task)
     }
     return Fault{TARNOK_ERR_FILE_OS,
                  std::string(baseName(paths.front())) + ": another program keeps writing to this file"};
+}
+
+std::optional<StoredPlace> Build::findInSource(const Task& task, const SoundSettings& settings,
+                                               const SourceIdentity& identity, const ContentHash& key)
+{
+    if (task.again || settings.codec != bank::Codec::Pcm)
+        return std::nullopt;
+    const std::optional<RawRecord> known = mCache.findRecord(key);
+    if (!known)
+        return std::nullopt;
+    const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
+    if (!sound || known->bytes.size() > StoredPlace::longestKeptRecord
+        || !bank::rangeInside(known->dataOffset, sound->dataBytes, identity.stamp.size))
+        return std::nullopt;
+    StoredPlace place = StoredPlace::of(key, sound->dataBytes, known->bytes);
+    place.inSource = {known->dataOffset, identity.stamp};
+    return place;
 }
 
 // The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
@@ -436,12 +505,16 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
         report(task, TARNOK_STATE_PREPROCESSING);
         status = preparation.preprocess();
     }
+    if (status)
+        report(task, TARNOK_STATE_ENCODING);
     bank::Sound sound;
     EncodedFile file(task.again ? nullptr : &mCache, mSpills[task.worker], mStop);
-    if (status) {
-        report(task, TARNOK_STATE_ENCODING);
+    const Result<bool> left =
+        status ? leaveInSource(task, preparation, settings, paths.front(), identities.front(), &sound) : false;
+    if (!left)
+        status = left.fault();
+    else if (status && !*left)
         status = encodeInto(file, preparation, settings, task, &sound);
-    }
 
     // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
     for (size_t i = 0; i < paths.size(); ++i) {
@@ -454,6 +527,8 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
     if (!status)
         return status.fault();
     report(task, TARNOK_STATE_WRITING);
+    if (*left)
+        return std::optional(keepInSource(preparation, identities.front(), key, sound));
     Result<StoredPlace> place = file.finish(key, sound);
     if (!place && place.fault().code == TARNOK_ERR_ENCODER)
         return Fault{TARNOK_ERR_ENCODER, std::string(baseName(paths.front())) + ": " + place.fault().text};
@@ -462,14 +537,50 @@ Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSe
     return std::optional(std::move(*place));
 }
 
-Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                         const Task& task, bank::Sound* sound)
+// A sound that fails here fails again where it is decoded, and is told about there.
+Result<bool> Build::leaveInSource(const Task& task, SoundPreparation& preparation, const SoundSettings& settings,
+                                  const std::string& path, const SourceIdentity& identity, bank::Sound* sound)
 {
-    // A module's encoder is made for the settings of one sound.
+    const std::optional<RawSamples>& samples = preparation.rawSamples();
+    if (task.again || settings.codec != bank::Codec::Pcm || !samples)
+        return false;
+    std::optional<RawSound> raw = RawSound::open(path, identity.stamp, preparation.sound().facts(), *samples);
+    if (!raw)
+        return false;
+    NoData none;
+    const bank::Error error = encoderOf(task, settings).encode(*raw, settings.quality, none, mStop, sound);
+    if (error == bank::Error::Cancelled)
+        return cancelled();
+    if (error != bank::Error::None)
+        return false;
+    preparation.complete(sound);
+    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::longestKeptRecord;
+}
+
+StoredPlace Build::keepInSource(const SoundPreparation& preparation, const SourceIdentity& identity,
+                                const ContentHash& key, const bank::Sound& sound)
+{
+    const std::vector<uint8_t> record = bank::serialise(sound);
+    StoredPlace place = StoredPlace::of(key, sound.dataBytes, record);
+    place.inSource = {preparation.rawSamples()->offset, identity.stamp};
+    mCache.storeRecord(key, preparation.rawSamples()->offset, record);
+    return place;
+}
+
+// A module's encoder is made for the settings of one sound.
+Encoder& Build::encoderOf(const Task& task, const SoundSettings& settings)
+{
     std::unique_ptr<Encoder>& encoder = mEncoders[task.worker];
     if (!encoder || settings.module)
         encoder = settings.makeEncoder();
-    const bank::Error error = encoder->encode(preparation.sound(), settings.quality, file, mStop, sound);
+    return *encoder;
+}
+
+Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
+                         const Task& task, bank::Sound* sound)
+{
+    const bank::Error error =
+        encoderOf(task, settings).encode(preparation.sound(), settings.quality, file, mStop, sound);
     if (error == bank::Error::Io)
         return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
     if (error != bank::Error::None)
@@ -501,7 +612,7 @@ void Build::keepUsedEntries()
     if (now - keptAt < keepEvery || !mKeptAt.compare_exchange_strong(keptAt, now))
         return;
     for (size_t index = 0; index < mPlaces.size() && !mStop.stop_requested(); ++index) {
-        if (mDone[index] && !mPlaces[index]->spilled)
+        if (mDone[index] && mPlaces[index]->inCache())
             mCache.keep(mPlaces[index]->key);
     }
 }
@@ -523,7 +634,43 @@ Status Build::verdict() const
     return {};
 }
 
+// Sounds that are still in their source files are compared with their checksums on their way into the bank. What was
+// changed since it was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each
+// file was last seen, as ever.
 Status Build::writeBank(Outputs* outputs)
+{
+    constexpr int attempts = 4;
+    for (int attempt = 1;; ++attempt) {
+        Stored stored(*this);
+        Status status = writeSounds(outputs, stored);
+        if (status)
+            break;
+        const std::optional<size_t> source = stored.failedSource();
+        if (!source || outputs->bank->fault().code != TARNOK_OK || mStop.stop_requested())
+            return status;
+        if (attempt == attempts)
+            return Fault{TARNOK_ERR_FILE_OS,
+                         std::string(baseName(pathsOf(*source).front()))
+                             + ": another program keeps writing to this file"};
+        if (Status again = encodeChanged(*source); !again)
+            return again;
+        if (Status again = outputs->bank->restart(); !again)
+            return again;
+    }
+    if (Status status = outputs->bank->finish(); !status)
+        return status;
+    if (Status status = writeHeader(outputs); !status)
+        return status;
+
+    // Both files are complete on the disk by now. The bank comes first, so that no header is newer than its bank.
+    if (mStop.stop_requested())
+        return cancelled();
+    if (Status status = outputs->bank->commit(); !status)
+        return status;
+    return outputs->header ? outputs->header->commit() : Status();
+}
+
+Status Build::writeSounds(Outputs* outputs, Stored& stored)
 {
     const unsigned flags = mRequest.order.flags;
     const bank::Codec codec = bank::Codec(mRequest.order.format);
@@ -531,7 +678,6 @@ Status Build::writeBank(Outputs* outputs)
                              .quality = mRequest.order.quality,
                              .guid = !(flags & TARNOK_BUILD_NOGUID),
                              .names = !(flags & TARNOK_BUILD_TNB5_DONTWRITENAMES)});
-    Stored stored(*this);
     const auto failure = [&](bank::Error error) {
         if (outputs->bank->fault().code != TARNOK_OK)
             return outputs->bank->fault();
@@ -549,19 +695,7 @@ Status Build::writeBank(Outputs* outputs)
     const bank::Error error = mRequest.encryptionKey
         ? writer.writeEncrypted(*outputs->bank, stored, *mRequest.encryptionKey, mStop)
         : writer.write(*outputs->bank, stored, mStop);
-    if (error != bank::Error::None)
-        return failure(error);
-    if (Status status = outputs->bank->finish(); !status)
-        return status;
-    if (Status status = writeHeader(outputs); !status)
-        return status;
-
-    // Both files are complete on the disk by now. The bank comes first, so that no header is newer than its bank.
-    if (mStop.stop_requested())
-        return cancelled();
-    if (Status status = outputs->bank->commit(); !status)
-        return status;
-    return outputs->header ? outputs->header->commit() : Status();
+    return error == bank::Error::None ? Status() : failure(error);
 }
 
 Status Build::writeHeader(Outputs* outputs) const

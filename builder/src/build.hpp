@@ -68,7 +68,7 @@ private:
     {
         size_t index;
         unsigned worker;
-        bool again = false; // it was finished and is lost: nothing is reported, and the cache is left alone
+        bool again = false; // it was finished and is lost: nothing is reported, and it is put where it stays
     };
 
     Status runPhases();
@@ -82,6 +82,12 @@ private:
     Result<StoredPlace> tryToBuild(const Task& task);
     // Encodes the sounds from first on that are no longer in the cache.
     Status encodeLost(size_t first);
+    // Encodes the sounds whose source files are no longer those that were read: `found`, and any other.
+    Status encodeChanged(size_t found);
+    // mayDiffer: whether a sound may have become another one.
+    Status encodeAgain(std::span<const size_t> sounds, bool mayDiffer);
+    std::optional<StoredPlace> findInSource(const Task& task, const SoundSettings& settings,
+                                            const SourceIdentity& identity, const ContentHash& key);
     Result<StoredPlace> findOrEncode(const Task& task);
     // Empty: the files are no longer those that the key was made from.
     Result<std::optional<StoredPlace>> encode(const Task& task, const SoundSettings& settings,
@@ -89,11 +95,19 @@ private:
                                               std::span<const SourceIdentity> identities, const ContentHash& key);
     Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings, const Task& task,
                       bank::Sound* sound);
+    // Leaves the sound where it is, if it stands in its source as the bank wants it. Answers whether that is so, and
+    // then fills in sound.
+    Result<bool> leaveInSource(const Task& task, SoundPreparation& preparation, const SoundSettings& settings,
+                               const std::string& path, const SourceIdentity& identity, bank::Sound* sound);
+    StoredPlace keepInSource(const SoundPreparation& preparation, const SourceIdentity& identity,
+                             const ContentHash& key, const bank::Sound& sound);
+    Encoder& encoderOf(const Task& task, const SoundSettings& settings);
     void soundFailed(const Task& task, const Fault& fault);
     void keepUsedEntries();
 
     Status verdict() const;
     Status writeBank(Outputs* outputs);
+    Status writeSounds(Outputs* outputs, Stored& stored);
     Status writeHeader(Outputs* outputs) const;
 
     void report(const Task& task, TARNOK_STATE state);

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,9 @@ constexpr size_t readBlock = 256 << 10;
 constexpr int64_t inUseFor = 3600; // seconds for which a used entry is safe from removal
 constexpr int64_t touchAfter = 600; // seconds after which another use is noted
 constexpr int64_t tidyEvery = 600; // seconds
+constexpr int64_t renewRecordAfter = 24 * 3600; // seconds after which another use of a record is noted
+constexpr int64_t forgetRecordAfter = 60 * 24 * 3600; // seconds
+constexpr uint64_t recordsShare = 16; // of the limit, this part is for records
 constexpr uint64_t tidyBytes = 256 << 20; // stored by one build, after which it tidies at once
 
 // Notes that an entry is in use. Entries of somebody else in a folder that is read-only for us can't be marked; they
@@ -62,6 +66,20 @@ void removeFile(const std::string& path)
     struct stat status;
     if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode))
         unlink(path.c_str());
+}
+
+// A lock on a folder among those who ask for it. Without it, of two builds that save at once one loses what it has
+// learned; so it isn't worth a long wait for a process that was stopped, or for a file system without locks.
+FileDescriptor lockFolder(const std::string& path, std::stop_token stop)
+{
+    constexpr int attempts = 100;
+    FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int attempt = 0; folder && attempt < attempts; ++attempt) {
+        if (flock(folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK || stop.stop_requested())
+            break;
+        usleep(2000);
+    }
+    return folder;
 }
 
 // Whoever runs a cache may set its limit in the folder itself, and so for all who share it.
@@ -185,6 +203,66 @@ void Cache::keep(const ContentHash& key) const
 {
     if (const FileDescriptor file = reopen(key))
         futimens(file.get(), nullptr);
+}
+
+std::optional<RawRecord> Cache::findRecord(const ContentHash& key)
+{
+    if (!mUseEntries)
+        return std::nullopt;
+    const std::lock_guard lock(mRecordsMutex);
+    if (!mRecords)
+        mRecords = readRecords().value_or(RecordTable());
+    const RawRecord* found = mRecords->find(key);
+    if (!found)
+        return std::nullopt;
+    const int64_t now = time(nullptr);
+    if (found->usedAt + renewRecordAfter < now)
+        mNewRecords.set(key, {found->dataOffset, now, found->bytes});
+    return *found;
+}
+
+void Cache::storeRecord(const ContentHash& key, uint64_t dataOffset, std::span<const uint8_t> record)
+{
+    const std::lock_guard lock(mRecordsMutex);
+    mNewRecords.set(key, {dataOffset, time(nullptr), {record.begin(), record.end()}});
+}
+
+void Cache::forgetRecord(const ContentHash& key)
+{
+    storeRecord(key, 0, {});
+}
+
+void Cache::saveRecords(std::stop_token stop)
+{
+    const std::lock_guard lock(mRecordsMutex);
+    if (mNewRecords.empty())
+        return;
+    mRecords.reset(); // there may be many, and all that is asked for was found by now
+    const FileDescriptor folder = lockFolder(mDirectory, stop);
+    RecordTable table = readRecords().value_or(RecordTable());
+    table.merge(std::exchange(mNewRecords, {}));
+    const int64_t now = time(nullptr);
+    table.prune(now - forgetRecordAfter, now - inUseFor, mLimit / recordsShare);
+    const std::vector<uint8_t> bytes = table.serialise();
+    Result<TemporaryFile> file = newEntry();
+    if (!file || writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0) != 0)
+        return;
+    if (file->commit(recordsPath()) == EISDIR) {
+        removeWhatever(recordsPath());
+        file->commit(recordsPath());
+    }
+}
+
+std::optional<RecordTable> Cache::readRecords() const
+{
+    FileStamp stamp;
+    const Result<FileDescriptor> file = openForReading(recordsPath(), &stamp);
+    if (!file || stamp.size > RecordTable::largestTable)
+        return std::nullopt;
+    std::vector<uint8_t> bytes(stamp.size);
+    if (readAt(file->get(), std::as_writable_bytes(std::span(bytes)), 0) != 0)
+        return std::nullopt;
+    return RecordTable::parse(bytes);
 }
 
 void Cache::tidy(std::stop_token stop)

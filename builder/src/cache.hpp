@@ -3,6 +3,7 @@
 
 #include "content_hash.hpp"
 #include "file.hpp"
+#include "record_table.hpp"
 
 #include <cstdint>
 #include <mutex>
@@ -72,6 +73,17 @@ public:
     // Puts off the removal of an entry that this build needs and found or stored long ago.
     void keep(const ContentHash& key) const;
 
+    // The same for sounds whose data stands in their source files: only their records are kept, all in one table. They
+    // become available to other builds by saveRecords(). A table that is damaged or can't be read holds nothing, and is
+    // replaced by the next one.
+    std::optional<RawRecord> findRecord(const ContentHash& key);
+    void storeRecord(const ContentHash& key, uint64_t dataOffset, std::span<const uint8_t> record);
+    void forgetRecord(const ContentHash& key);
+
+    // Writes what was stored since, together with what other builds have written meanwhile. A failure is none of the
+    // build's business: the next one reads those files again.
+    void saveRecords(std::stop_token stop);
+
     // Keeps the size of the folder in bounds: the entries that were not used for the longest time go first, except
     // those of the last hour, which a running build may need. Looks at the folder only when something was stored and
     // the last look was a while ago, since it means visiting each entry.
@@ -83,6 +95,8 @@ public:
 private:
     std::string entryPath(const ContentHash& key) const;
     std::string temporaryFolder() const { return mDirectory + "/incomplete"; }
+    std::string recordsPath() const { return mDirectory + "/records"; }
+    std::optional<RecordTable> readRecords() const;
     bool dueForTidying();
 
     std::string mDirectory;
@@ -90,6 +104,10 @@ private:
     uint64_t mLimit;
     std::mutex mMutex;
     uint64_t mStoredBytes = 0;
+
+    std::mutex mRecordsMutex;
+    std::optional<RecordTable> mRecords; // as read, once somebody has asked
+    RecordTable mNewRecords;
 };
 
 } // namespace tarnok

@@ -37,16 +37,26 @@ private:
 };
 
 // Where one encoded sound lies until the bank is written: in the cache, or in a file without a name when the cache
-// couldn't take it. The layout is the same in both: header, encoded data, serialised form.
+// couldn't take it. The layout is the same in both: header, encoded data, serialised form. Or the data is in the source
+// file, where it may change, and the serialised form is here.
 struct StoredPlace
 {
+    struct InSource
+    {
+        uint64_t dataOffset = 0;
+        FileStamp stamp; // of the file when it was read
+    };
+
     ContentHash key;
-    std::shared_ptr<const FilePart> spilled; // null: in the cache
+    std::shared_ptr<const FilePart> spilled; // null: in the cache or the source
+    std::optional<InSource> inSource;
     uint64_t dataBytes = 0;
     std::vector<uint8_t> record; // the serialised form, if it is short
 
     // Longer forms (those with a seek table) are read again when needed, so that memory doesn't grow with the sounds.
     static constexpr size_t longestKeptRecord = 512;
+
+    bool inCache() const { return !spilled && !inSource; }
 
     static StoredPlace of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
 };

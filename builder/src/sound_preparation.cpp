@@ -135,6 +135,8 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
             merge(files.back()->syncPoints(), rate / facts.sampleRate);
     }
     mName = baseName(paths.front());
+    if (files.size() == 1)
+        mRawSamples = files.front()->rawSamples();
     if (mSettings.loop)
         mLoop = commonLoop(files);
     return putTogether(std::move(files));
@@ -236,6 +238,7 @@ Status SoundPreparation::preprocess()
         if (!resampled)
             return resampled.fault();
         mFrames = std::move(*resampled);
+        mRawSamples.reset();
         mLoop = plan.loop();
         std::vector<bank::SyncPoint> points;
         for (const bank::SyncPoint& point : mSyncPoints) {

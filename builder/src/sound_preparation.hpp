@@ -4,6 +4,7 @@
 #include "encoder.hpp"
 #include "frame_source.hpp"
 #include "kess.hpp"
+#include "raw_sound.hpp"
 #include "resampler.hpp"
 #include "sound_settings.hpp"
 #include "source_file.hpp"
@@ -41,6 +42,9 @@ public:
     // Resamples where that is wanted.
     Status preprocess();
 
+    // Where the sound stands in its only file, to the bit as it is prepared; but for floats that are to be mended.
+    const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
+
     // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
     PreparedSound& sound();
     const Fault& fault() const;
@@ -63,6 +67,7 @@ private:
     std::optional<bank::Loop> mLoop;
     std::vector<bank::SyncPoint> mSyncPoints;
     std::optional<float> mPeak;
+    std::optional<RawSamples> mRawSamples;
     uint32_t mRate = 0; // to encode at, hertz
     std::shared_ptr<Looped> mPrepared;
 };

@@ -71,10 +71,6 @@ Status SourceFile::seek(uint64_t frame)
     return {};
 }
 
-// Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
-// where nobody means them: 48 dB above full scale.
-constexpr float largestSample = 256;
-
 Status SourceFile::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
@@ -116,6 +112,14 @@ Status SourceFile::readSamples(void* frames, size_t count)
         mPosition += got / frameBytes;
     }
     return {};
+}
+
+std::optional<RawSamples> SourceFile::rawSamples() const
+{
+    RawSamples samples;
+    if (mSound->getRawSamples(&samples.offset, &samples.bytes) != KESS_OK)
+        return std::nullopt;
+    return samples;
 }
 
 std::optional<bank::Loop> SourceFile::loop() const

@@ -38,7 +38,7 @@ Result<ContentHash> hashFile(int descriptor, const std::string& path, std::stop_
 
 } // namespace
 
-Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::stop_token stop)
+Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::stop_token stop, bool anew)
 {
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -48,7 +48,7 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::
         if (!file)
             return file.fault();
         identity.settled = SourceIndex::isSettled(identity.stamp, startedAt);
-        if (mUseIndex) {
+        if (mUseIndex && !anew) {
             if (const auto known = mIndex.find(path, identity.stamp)) {
                 identity.content = *known;
                 return identity;

@@ -28,8 +28,8 @@ public:
         , mUseIndex(useIndex)
     { }
 
-    // Finds the content of the file, by the index or by reading it all.
-    Result<SourceIdentity> identify(const std::string& path, std::stop_token stop);
+    // Finds the content of the file, by the index or, always when anew, by reading it all.
+    Result<SourceIdentity> identify(const std::string& path, std::stop_token stop, bool anew = false);
 
     // Whether the file, having been read by somebody else since, still has the content that was identified. If it has
     // not, what was read must not be kept under the hash of the former content.

@@ -32,6 +32,13 @@ struct Encoding
     uint64_t extraBytes = 0;
 };
 
+// A stretch of a file that holds nothing but the samples of a sound, as Decoder::read delivers them.
+struct RawSamples
+{
+    uint64_t offset = 0;
+    uint64_t bytes = 0;
+};
+
 struct SoundFacts
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
@@ -40,6 +47,7 @@ struct SoundFacts
     double sampleRate = 0; // hertz
     uint64_t sampleCount = 0; // samples of one channel
     uint64_t declaredCount = 0; // more than sampleCount: the file was cut short
+    std::optional<RawSamples> raw; // none also where that isn't certain
     std::optional<Loop> loop;
     std::vector<Marker> markers; // by position
     std::optional<float> peak;

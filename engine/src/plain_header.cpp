@@ -2,8 +2,11 @@
 
 #include "bytes.hpp"
 #include "chunks.hpp"
+#include "sample_convert.hpp"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <string_view>
 
 namespace kess {
@@ -128,7 +131,49 @@ std::optional<Cursor> emptyAiff(const std::shared_ptr<const SourceFile>& file, c
     return Cursor(file, kind.end, kind.end, std::move(*header));
 }
 
+// Whether a WAV format is one of plain samples that are stored in the way in which they are delivered. Programs that
+// padded samples or counted bits in ways of their own exist, so everything that is told must agree.
+bool isPlain(const std::vector<uint8_t>& format, const SoundFacts& facts)
+{
+    constexpr uint16_t kIntegers = 1;
+    constexpr uint16_t kFloats = 3;
+    constexpr uint16_t kExtensible = 0xfffe;
+    constexpr size_t kExtensibleBytes = 40;
+    // What follows the number of the encoding in a GUID that stands for one.
+    static constexpr std::array<uint8_t, 14> kGuidRest{0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71};
+    if (format.size() < 16)
+        return false;
+    const size_t sampleBytes = bytesPerSample(facts.format);
+    const size_t bits = 8 * sampleBytes;
+    uint16_t encoding = le16(&format[0]);
+    if (encoding == kExtensible) {
+        if (format.size() < kExtensibleBytes || le16(&format[18]) != bits
+            || !std::equal(kGuidRest.begin(), kGuidRest.end(), &format[26]))
+            return false;
+        encoding = le16(&format[24]);
+    }
+    // Samples of 8 bits are stored without a sign and delivered with one.
+    const bool isFloat = facts.format == KESS_SOUND_FORMAT_PCMFLOAT;
+    return sampleBytes > 1 && encoding == (isFloat ? kFloats : kIntegers) && le16(&format[2]) == facts.channels
+        && le16(&format[12]) == static_cast<size_t>(facts.channels) * sampleBytes && le16(&format[14]) == bits;
+}
+
 } // namespace
+
+std::optional<RawSamples> rawSamples(const SourceFile& file, const FileKind& kind, const SoundFacts& facts)
+{
+    static_assert(std::endian::native == std::endian::little, "samples are delivered in the processor's order");
+    if (kind.type != KESS_SOUND_TYPE_WAV)
+        return std::nullopt;
+    const ChunkList chunks(file, kind.begin, kind.end);
+    const Chunk* data = chunks.find("data");
+    if (!data || chunks.isBigEndian() || !isPlain(chunks.readAll("fmt ", kLongestFormat), facts))
+        return std::nullopt;
+    const uint64_t frameBytes = static_cast<uint64_t>(facts.channels) * bytesPerSample(facts.format);
+    if (facts.sampleCount == 0 || facts.sampleCount != data->length / frameBytes)
+        return std::nullopt;
+    return RawSamples{data->offset, facts.sampleCount * frameBytes};
+}
 
 std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind)
 {

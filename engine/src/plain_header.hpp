@@ -1,6 +1,7 @@
 // WAV and AIFF files reduced to what decoding needs.
 #pragma once
 
+#include "decoder.hpp"
 #include "file_kind.hpp"
 #include "source_file.hpp"
 
@@ -13,5 +14,9 @@ namespace kess {
 // through the chunks of a damaged WAV file may never end (version 1.2.0, lists of information). Other kinds of files
 // are shown as they are. Nothing when the samples or their format are missing.
 [[nodiscard]] std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind);
+
+// Where the samples of a file stand in the form in which they are delivered, if facts are what was found of it.
+[[nodiscard]] std::optional<RawSamples> rawSamples(const SourceFile& file, const FileKind& kind,
+                                                   const SoundFacts& facts);
 
 } // namespace kess

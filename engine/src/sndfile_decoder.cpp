@@ -152,6 +152,7 @@ public:
         }
         if (kind.type == KESS_SOUND_TYPE_AIFF || packsBlocks(info.format))
             mFacts.sampleCount = lengthInHeader(file, kind, mFacts.sampleCount);
+        mFacts.raw = rawSamples(file, kind, mFacts);
         readTags(file, kind, &mFacts);
         return KESS_OK;
     }

@@ -401,6 +401,14 @@ KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* f
     });
 }
 
+KESS_RESULT Sound::getRawSamples(uint64_t* offset, uint64_t* bytes)
+{
+    const auto& raw = mImpl->facts.raw;
+    store(offset, raw ? raw->offset : uint64_t{0});
+    store(bytes, raw ? raw->bytes : uint64_t{0});
+    return raw ? KESS_OK : KESS_ERR_UNSUPPORTED;
+}
+
 KESS_RESULT Sound::getLoopPoints(uint64_t* start, uint64_t* end)
 {
     const auto& loop = mImpl->facts.loop;

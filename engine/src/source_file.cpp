@@ -56,7 +56,11 @@ KESS_RESULT SourceFile::open(const char* path, std::shared_ptr<const SourceFile>
 SourceFile::SourceFile(int descriptor, uint64_t size)
     : mDescriptor(descriptor)
     , mSize(size)
-{ }
+{
+    const int noted = systemError();
+    mHeadBytes = fetch(0, mHead.data(), static_cast<size_t>(std::min<uint64_t>(size, mHead.size())));
+    noteSystemError(noted); // whoever needs what could not be read will be told
+}
 
 SourceFile::~SourceFile()
 {
@@ -68,6 +72,14 @@ size_t SourceFile::readAt(uint64_t offset, void* buffer, size_t count) const
     if (offset >= mSize)
         return 0;
     count = static_cast<size_t>(std::min<uint64_t>(count, mSize - offset));
+    if (offset + count > mHeadBytes)
+        return fetch(offset, buffer, count);
+    std::memcpy(buffer, mHead.data() + offset, count);
+    return count;
+}
+
+size_t SourceFile::fetch(uint64_t offset, void* buffer, size_t count) const
+{
     size_t done = 0;
     while (done < count) {
         const ssize_t got =

@@ -3,6 +3,7 @@
 
 #include "kess.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,8 +39,13 @@ public:
     [[nodiscard]] bool readAllAt(uint64_t offset, void* buffer, size_t count) const;
 
 private:
+    size_t fetch(uint64_t offset, void* buffer, size_t count) const;
+
     int mDescriptor;
     uint64_t mSize;
+    // Headers are asked for again and again, a few bytes at a time. Shorter if it could not be read.
+    std::array<uint8_t, 4096> mHead;
+    size_t mHeadBytes;
 };
 
 // A stretch of a file that is read like a file of its own, through a buffer: codecs ask for a few bytes at a time.

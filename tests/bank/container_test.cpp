@@ -539,9 +539,10 @@ TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
             bytes.insert(bytes.end(), sound.data.begin(), sound.data.end());
             if (++calls == changesAt)
                 bytes.back() ^= 1;
-            return bank::StoredSound{sourceOf(bytes), 0, dataOffset};
+            return bank::StoredSound{sourceOf(bytes), 0, dataOffset, dataIsForeign ? sourceOf(bytes) : nullptr};
         }
         EncodedSound sound;
+        bool dataIsForeign = false;
         int calls = 0;
         int changesAt = 0;
     };
@@ -563,4 +564,18 @@ TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
     stored.calls = 0;
     stored.changesAt = 2;
     EXPECT_EQ(writer.writeEncrypted(sink, stored, "key", {}), Error::Damaged);
+
+    // Data that is not stored, but lies where it may change.
+    for (const int changesAt : {0, 1}) {
+        stored.dataIsForeign = true;
+        stored.calls = 0;
+        stored.changesAt = changesAt;
+        bank::MemorySink foreign;
+        EXPECT_EQ(writer.write(foreign, stored, {}), changesAt ? Error::Damaged : Error::None);
+        stored.dataIsForeign = false;
+        stored.changesAt = 0;
+        bank::MemorySink copied;
+        EXPECT_EQ(writer.write(copied, stored, {}), Error::None);
+        EXPECT_EQ(foreign.bytes() == copied.bytes(), changesAt == 0);
+    }
 }

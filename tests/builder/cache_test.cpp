@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -144,6 +145,7 @@ TEST(Cache, HealsFromEveryDamage)
 {
     const Workshop workshop;
     Order order = workshop.order(workshop.makeSounds(3));
+    order.format = TARNOK_FORMAT_KADPCM;
     ASSERT_EQ(build(order).result, TARNOK_OK);
     const std::vector<uint8_t> expected = readFile(order.output);
     const std::vector<std::string> entries = workshop.cacheEntries();
@@ -339,17 +341,19 @@ TEST(Cache, KeepsNothingOfAFileThatChangesWhileItIsRead)
 TEST(Cache, IsSharedBetweenProcesses)
 {
     const Workshop workshop;
-    const std::vector<std::string> files = workshop.makeSounds(20);
+    const std::vector<std::string> files = workshop.makeSounds(30);
     for (int round = 0; round < 5; ++round) {
         fs::remove_all(workshop.path("cache"));
         fs::create_directory(workshop.path("cache"));
         std::vector<Order> orders;
         std::vector<pid_t> processes;
         for (int i = 0; i < 3; ++i) {
+            // The last one has some sounds in common with the others, in another order.
             Order& order = orders.emplace_back(workshop.order(files));
             order.output = workshop.path("bank" + std::to_string(i) + ".tnb");
             if (i == 2)
                 std::reverse(order.sounds.begin(), order.sounds.end());
+            order.sounds.resize(20);
             processes.push_back(startBuild(order));
         }
         for (const pid_t process : processes) {
@@ -359,6 +363,7 @@ TEST(Cache, IsSharedBetweenProcesses)
         }
         EXPECT_TRUE(readFile(orders[0].output) == readFile(orders[1].output));
         EXPECT_EQ(build(orders[0]).cachedSounds(), 20);
+        EXPECT_EQ(build(orders[2]).cachedSounds(), 20);
         EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
     }
 }
@@ -399,10 +404,7 @@ TEST(Cache, IsNotNeededForABuild)
 {
     const Workshop workshop;
     Order order = workshop.order(workshop.makeSounds(6));
-    order.format = TARNOK_FORMAT_KADPCM;
-    ASSERT_EQ(build(order).result, TARNOK_OK);
-    const std::vector<uint8_t> expected = readFile(order.output);
-
+    const std::string usable = order.cache;
     writeFile(workshop.path("file"), std::string("not a folder"));
     fs::create_directory(workshop.path("readonly"));
     fs::permissions(workshop.path("readonly"), fs::perms::owner_read | fs::perms::owner_exec);
@@ -411,13 +413,19 @@ TEST(Cache, IsNotNeededForABuild)
         writeFile(workshop.path(std::string("blocked/") + part), std::string("not a folder"));
     fs::create_directory(workshop.path("halfblocked"));
     writeFile(workshop.path("halfblocked/sounds"), std::string("entries can be written but not stored"));
-    for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked"}) {
-        order.cache = workshop.path(cache);
-        const Outcome outcome = build(order);
-        EXPECT_EQ(outcome.result, TARNOK_OK) << cache << " " << outcome.texts();
-        EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 6) << cache;
-        EXPECT_TRUE(readFile(order.output) == expected) << cache;
-        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>()) << cache;
+    for (const TARNOK_FORMAT format : {TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_PCM}) {
+        order.format = format;
+        order.cache = usable;
+        ASSERT_EQ(build(order).result, TARNOK_OK);
+        const std::vector<uint8_t> expected = readFile(order.output);
+        for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked"}) {
+            order.cache = workshop.path(cache);
+            const Outcome outcome = build(order);
+            EXPECT_EQ(outcome.result, TARNOK_OK) << cache << " " << outcome.texts();
+            EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 6) << cache;
+            EXPECT_TRUE(readFile(order.output) == expected) << cache;
+            EXPECT_EQ(workshop.leftovers(), std::vector<std::string>()) << cache;
+        }
     }
 }
 
@@ -426,8 +434,8 @@ TEST(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     const Workshop workshop;
     Order order = workshop.order({});
     for (int i = 0; i < 3; ++i) {
-        order.sounds.push_back({workshop.path("noise" + std::to_string(i) + ".wav")});
-        writeSound(order.sounds.back().front(), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+        order.sounds.push_back({workshop.path("noise" + std::to_string(i) + ".flac")});
+        writeSound(order.sounds.back().front(), SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
                    noise(1, 44100, 400'000, uint32_t(i)));
     }
     ASSERT_EQ(build(order).result, TARNOK_OK);
@@ -456,8 +464,8 @@ TEST(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
 TEST(Cache, ALimitOnFileSizesEndsTheBuildAndNotTheProcess)
 {
     const Workshop workshop;
-    Order order = workshop.order({workshop.path("long.wav")});
-    writeSound(order.sounds[0][0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 400'000));
+    Order order = workshop.order({workshop.path("long.flac")});
+    writeSound(order.sounds[0][0], SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(1, 44100, 400'000));
     rlimit former{};
     getrlimit(RLIMIT_FSIZE, &former);
     const rlimit limit{300'000, former.rlim_max};
@@ -474,7 +482,9 @@ TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
 {
     const Workshop workshop;
     const std::vector<std::string> files = workshop.makeSounds(8, 20'000);
-    ASSERT_EQ(build(workshop.order(files)).result, TARNOK_OK);
+    Order order = workshop.order(files);
+    order.format = TARNOK_FORMAT_KADPCM;
+    ASSERT_EQ(build(order).result, TARNOK_OK);
     std::vector<std::string> entries = workshop.cacheEntries();
     ASSERT_EQ(entries.size(), 8u);
     uint64_t total = 0;
@@ -485,8 +495,8 @@ TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
     }
     const std::string limit = workshop.path("cache/limit");
     writeFile(limit, std::to_string(total / 2));
-    Order another = workshop.order({workshop.path("one more.wav")});
-    writeSound(another.sounds[0][0], SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 100));
+    Order another = workshop.order({workshop.path("one more.flac")});
+    writeSound(another.sounds[0][0], SF_FORMAT_FLAC | SF_FORMAT_PCM_16, sine(1, 44100, 100));
     EXPECT_EQ(build(another).result, TARNOK_OK);
     uint64_t left = 0;
     for (const std::string& entry : workshop.cacheEntries())
@@ -496,8 +506,8 @@ TEST(Cache, ForgetsTheOldestButNothingOfTheLastHour)
     EXPECT_TRUE(fs::exists(entries[6]) && fs::exists(entries[7]));
 
     writeFile(limit, std::string("1"));
-    ASSERT_EQ(build(workshop.order(files)).result, TARNOK_OK);
-    EXPECT_EQ(build(workshop.order(files)).cachedSounds(), 8) << "all were used just now";
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(build(order).cachedSounds(), 8) << "all were used just now";
 }
 
 TEST(Cache, LosesWhatKilledBuildsLeave)
@@ -523,5 +533,219 @@ TEST(Cache, LosesWhatKilledBuildsLeave)
     EXPECT_LE(workshop.leftovers().size(), 3u) << "each build removes what the one before has left";
     EXPECT_EQ(readFile(order.output).size(), 15u);
     EXPECT_EQ(build(order).result, TARNOK_OK);
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
+namespace {
+
+// Sounds that a PCM bank takes from their files, in all formats and containers, and behind them some that only look so.
+struct RawSounds
+{
+    std::vector<std::string> files;
+    size_t converted = 0; // the last ones
+};
+
+RawSounds makeRawSounds(const Workshop& workshop)
+{
+    RawSounds sounds;
+    const auto add = [&](const char* name, int format, float sample = 0.5f) {
+        Signal signal = noise(2, 44100, 70'000 + 100 * sounds.files.size(), uint32_t(sounds.files.size()));
+        signal.samples[99'999] = sample;
+        sounds.files.push_back(workshop.path(name));
+        writeSound(sounds.files.back(), format, signal);
+    };
+    add("16.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    add("24.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    add("32.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_32);
+    add("rf64.wav", SF_FORMAT_RF64 | SF_FORMAT_PCM_24);
+    add("w64.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16);
+    add("float.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, -256);
+    addWavTags(sounds.files[0], {{{1000, 2000}}, {{500, "marker"}}});
+    const size_t raw = sounds.files.size();
+    add("8.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8);
+    add("big end first.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG);
+    add("double.wav", SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+    add("loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 256.5f);
+    add("infinite.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, -INFINITY);
+    add("no number.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, NAN);
+    sounds.converted = sounds.files.size() - raw;
+    return sounds;
+}
+
+} // namespace
+
+TEST(RawSounds, AreLeftInTheirFilesAndComeIntoTheBankAsTheyAre)
+{
+    const Workshop workshop;
+    const RawSounds sounds = makeRawSounds(workshop);
+    Order order = workshop.order(sounds.files);
+    order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+    std::vector<uint8_t> banks[2];
+    for (int round = 0; round < 6; ++round) {
+        order.key = round % 2 ? "key" : nullptr;
+        order.threads = unsigned(1 + round);
+        const Outcome outcome = build(order);
+        ASSERT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
+        EXPECT_EQ(outcome.cachedSounds(), round == 0 ? 0 : int(sounds.files.size()));
+        const std::vector<uint8_t> bank = readFile(order.output);
+        ASSERT_TRUE(round < 2 || bank == banks[round % 2]) << round;
+        banks[round % 2] = bank;
+    }
+    EXPECT_EQ(workshop.cacheEntries().size(), sounds.converted);
+    const std::vector<Heard> heard = hear(order.output, order.key);
+    ASSERT_EQ(heard.size(), sounds.files.size());
+    for (size_t i = 0; i < heard.size(); ++i) {
+        const Heard file = hear(sounds.files[i]).at(0);
+        EXPECT_EQ(heard[i].format, file.format) << sounds.files[i];
+        EXPECT_TRUE(heard[i].bytes == file.bytes) << sounds.files[i];
+    }
+    // Whatever has to be changed on the way is not taken as it is, though the table knows the file.
+    order.flags = 0;
+    order.adjust = [](size_t, TARNOK_SUBSOUND& sound) {
+        sound.desiredSampleRate = 22050;
+    };
+    EXPECT_EQ(build(order).cachedSounds(), 0);
+    EXPECT_EQ(workshop.cacheEntries().size(), sounds.converted + sounds.files.size());
+}
+
+TEST(RawSounds, AreReadAgainWhenTheTableOfThemIsDamaged)
+{
+    const Workshop workshop;
+    const RawSounds sounds = makeRawSounds(workshop);
+    Order order = workshop.order(sounds.files);
+    ASSERT_EQ(build(order).result, TARNOK_OK);
+    const std::vector<uint8_t> expected = readFile(order.output);
+    const int all = int(sounds.files.size());
+    const std::string path = workshop.path("cache/records");
+    const std::vector<uint8_t> table = readFile(path);
+    ASSERT_GT(table.size(), 500u);
+
+    std::vector<std::pair<std::string, std::function<void()>>> damages = {
+        {"removed",
+         [] {
+         }},
+        {"a folder",
+         [&] {
+             fs::create_directories(path + "/with/content");
+         }},
+        {"a pipe",
+         [&] {
+             ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+         }},
+        {"a link to nothing",
+         [&] {
+             fs::create_symlink("nowhere", path);
+         }},
+        {"longer",
+         [&] {
+             std::vector<uint8_t> bytes = table;
+             bytes.resize(bytes.size() + 40);
+             writeFile(path, bytes);
+         }},
+    };
+    for (const size_t length : {size_t(0), size_t(7), size_t(16), size_t(30), size_t(200), table.size() - 1})
+        damages.emplace_back("cut to " + std::to_string(length), [&, length] {
+            writeFile(path, std::vector<uint8_t>(table.begin(), table.begin() + ptrdiff_t(length)));
+        });
+    for (size_t place = 0; place < table.size(); place += 1 + table.size() / 40)
+        damages.emplace_back("bit of byte " + std::to_string(place), [&, place] {
+            std::vector<uint8_t> bytes = table;
+            bytes[place] ^= 0x10;
+            writeFile(path, bytes);
+        });
+    for (const auto& [name, damage] : damages) {
+        fs::remove_all(path);
+        damage();
+        const Outcome outcome = build(order);
+        EXPECT_EQ(outcome.result, TARNOK_OK) << name << outcome.texts();
+        EXPECT_EQ(outcome.cachedSounds(), int(sounds.converted)) << name;
+        EXPECT_TRUE(readFile(order.output) == expected) << name;
+        EXPECT_EQ(build(order).cachedSounds(), all) << name << " is not healed";
+    }
+    EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+}
+
+// The first sound is long, so that the last one can be changed after the writing of the bank has begun and before its
+// own turn comes.
+TEST(RawSounds, ThatChangeBeforeTheyAreInTheBankNeverSpoilIt)
+{
+    const Workshop workshop;
+    const std::string longFile = workshop.path("long.wav");
+    const std::string file = workshop.path("changing.wav");
+    const std::string other = workshop.path("other.wav");
+    writeSound(longFile, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(2, 44100, 20'000'000));
+    writeSound(other, SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 100'000, 2));
+    const std::vector<uint8_t> before = [&] {
+        writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 44100, 100'000, 1));
+        return readFile(file);
+    }();
+    const std::vector<uint8_t> after = readFile(other);
+    const std::vector<std::pair<const char*, std::function<void()>>> changes = {
+        {"",
+         [&] {
+             const int descriptor = open(file.c_str(), O_WRONLY);
+             EXPECT_EQ(pwrite(descriptor, after.data(), after.size(), 0), ssize_t(after.size()));
+             close(descriptor);
+         }},
+        {"",
+         [&] {
+             fs::copy_file(other, file + "2");
+             fs::rename(file + "2", file);
+         }},
+        {"cut short",
+         [&] {
+             fs::resize_file(file, before.size() / 2);
+         }},
+        {"does not exist",
+         [&] {
+             fs::remove(file);
+         }},
+        {"folder",
+         [&] {
+             fs::remove(file);
+             fs::create_directory(file);
+         }},
+    };
+    Order order = workshop.order({longFile, file});
+    size_t caught = 0;
+    for (const char* key : {static_cast<const char*>(nullptr), "key"}) {
+        order.key = key;
+        for (const auto& [text, change] : changes) {
+            fs::remove_all(file);
+            writeFile(file, before);
+            writeFile(order.output, std::string("the bank before"));
+            TARNOK_RESULT result = TARNOK_OK;
+            Outcome outcome;
+            ASSERT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, TARNOK_INIT_ALWAYS, 2, order.cache.c_str()), TARNOK_OK);
+            std::jthread builder([&] { result = buildOnly(order); });
+            bool writing = false;
+            while (!writing) {
+                for (const Report& report : drainReports()) {
+                    writing |= report.sound < 0;
+                    outcome.reports.push_back(report);
+                }
+            }
+            change();
+            builder.join();
+            for (const Report& report : drainReports())
+                outcome.reports.push_back(report);
+            EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+            if (result != TARNOK_OK) {
+                EXPECT_NE(outcome.texts().find("changing.wav: "), std::string::npos) << outcome.texts();
+                EXPECT_NE(outcome.texts().find(text), std::string::npos) << outcome.texts();
+                EXPECT_TRUE(*text) << "what is there can be built: " << outcome.texts();
+                EXPECT_EQ(readFile(order.output).size(), 15u);
+                ++caught;
+                continue;
+            }
+            const std::vector<Heard> heard = hear(order.output, order.key);
+            ASSERT_EQ(heard.size(), 2u);
+            const bool isNew = std::equal(heard[1].bytes.begin(), heard[1].bytes.end(), after.begin() + 44);
+            EXPECT_TRUE(isNew || std::equal(heard[1].bytes.begin(), heard[1].bytes.end(), before.begin() + 44)) << text;
+            caught += isNew;
+            EXPECT_EQ(build(order).result, *text ? outcome.result : TARNOK_OK);
+        }
+    }
+    EXPECT_GT(caught, changes.size()) << "the changes came too late to be tested";
     EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
 }

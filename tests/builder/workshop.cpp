@@ -219,6 +219,7 @@ std::vector<Heard> hear(const std::string& path, const char* key)
                 KESS::Sound* subsound = nullptr;
                 EXPECT_EQ(sound->getSubSound(index, &subsound), KESS_OK);
                 sounds.push_back(hearOne(*subsound));
+                EXPECT_EQ(subsound->verifyData(), KESS_OK);
             }
         }
         sound->release();

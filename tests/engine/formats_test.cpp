@@ -61,6 +61,53 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
     }
 }
 
+TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
+{
+    const Engine engine;
+    const auto rangeOf = [&](const std::string& path, uint64_t* offset, uint64_t* bytes) {
+        return engine.open(path)->getRawSamples(offset, bytes);
+    };
+    uint64_t offset = 0;
+    uint64_t bytes = 0;
+    size_t found = 0;
+    for (const SourceKind& kind : sourceKinds()) {
+        kind.make(kind.name, noise(kind.channels, kind.rate, 5000));
+        const bool isRaw = rangeOf(kind.name, &offset, &bytes) == KESS_OK;
+        found += isRaw;
+        if (!isRaw)
+            continue;
+        const std::vector<uint8_t> file = readFile(kind.name);
+        const std::vector<uint8_t> delivered = readBytes(*engine.open(kind.name));
+        ASSERT_EQ(bytes, delivered.size()) << kind.name;
+        ASSERT_LE(offset + bytes, file.size()) << kind.name;
+        EXPECT_TRUE(std::equal(delivered.begin(), delivered.end(), file.begin() + ptrdiff_t(offset))) << kind.name;
+    }
+    EXPECT_GE(found, 4u);
+
+    // What a header may tell that makes other samples of the same bytes, or leaves it open what they are. The format
+    // begins at byte 20 of such a file: encoding, channels, rate, bytes a second, bytes a frame, bits.
+    const std::vector<std::pair<size_t, uint16_t>> changes = {{20, 3}, {20, 6}, {20, 0xfffe}, {22, 1},  {22, 4},
+                                                              {32, 2}, {32, 8}, {34, 8},      {34, 12}, {34, 24}};
+    writeIntegers("plain.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, randomIntegers(2000));
+    ASSERT_EQ(rangeOf("plain.wav", &offset, &bytes), KESS_OK);
+    EXPECT_EQ(offset, 44u);
+    EXPECT_EQ(bytes, 4000u);
+    for (const auto& [place, value] : changes) {
+        std::vector<uint8_t> file = readFile("plain.wav");
+        std::memcpy(&file[place], &value, sizeof value);
+        writeFile("changed.wav", file);
+        SoundPointer sound;
+        const bool isOpen = engine.open("changed.wav", &sound) == KESS_OK;
+        EXPECT_TRUE(!isOpen || sound->getRawSamples(&offset, &bytes) == KESS_ERR_UNSUPPORTED) << place << " " << value;
+    }
+    // A frame that is not whole doesn't count.
+    std::vector<uint8_t> file = readFile("plain.wav");
+    file.resize(file.size() - 3);
+    writeFile("cut.wav", file);
+    ASSERT_EQ(rangeOf("cut.wav", &offset, &bytes), KESS_OK);
+    EXPECT_EQ(bytes, 3996u);
+}
+
 TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)
 {
     const Engine engine;

@@ -33,6 +33,10 @@ struct StoredSound
     std::shared_ptr<const ByteSource> source;
     uint64_t recordOffset = 0; // of the serialised form
     uint64_t dataOffset = 0; // of the encoded data, Sound::dataBytes long
+
+    // Where the data lies if not in source: in a file that somebody else may change at any time. Its bytes are compared
+    // with their checksum as they are copied.
+    std::shared_ptr<const ByteSource> foreignData = nullptr;
 };
 
 class StoredSounds
@@ -66,7 +70,7 @@ public:
     [[nodiscard]] std::array<uint8_t, 16> guid() const;
 
     // Writes the bank. stop is looked at after at most 4 MiB of copying. Error::Cancelled; whatever sink or stored
-    // answered; Error::Damaged: a stored sound is not the one that was added.
+    // answered; Error::Damaged: a stored sound is not the one that was added. What sink got until then is of no use.
     Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
 
     // The same, encrypted with key (any bytes, at least one). Goes through the stored sounds twice, first for the
