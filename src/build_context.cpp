@@ -56,8 +56,9 @@ BuildContext::BuildContext() = default;
 BuildContext::~BuildContext()
 {
     // A job is deleted as soon as it says that it has finished, which it does while its thread is still on its way
-    // out of run().
+    // out of run(). Looking once more orders all that the thread did before what follows here.
     wait();
+    static_cast<void>(finished());
     clear();
 }
 
@@ -94,12 +95,12 @@ void BuildContext::run()
 {
     // When a build is enqueued behind a cancelled one, the head of the queue is started again. As a rule it is still
     // running and nothing happens; if its thread has just ended, the job must not run a second time.
-    if (finished())
-        return;
+    if (!finished())
+        mResult = cancelled()
+            ? TARNOK_ERR_CANCELLED
+            : Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
 
-    mResult = cancelled()
-        ? TARNOK_ERR_CANCELLED
-        : Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
+    // The last that a thread does with the job, also one that found nothing to do.
     mFinished.store(true, std::memory_order_release);
 }
 
