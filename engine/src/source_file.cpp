@@ -69,7 +69,7 @@ SourceFile::~SourceFile()
 
 size_t SourceFile::readAt(uint64_t offset, void* buffer, size_t count) const
 {
-    if (offset >= mSize)
+    if (offset >= mSize || count == 0)
         return 0;
     count = static_cast<size_t>(std::min<uint64_t>(count, mSize - offset));
     if (offset + count > mHeadBytes)
