@@ -87,8 +87,8 @@ public:
     /* The same in 32-bit float, interleaved, full scale -1 to 1, in frames: the full precision of lossy sounds. */
     KESS_RESULT readFloat(float* buffer, unsigned int frames, unsigned int* framesRead);
 
-    /* Where the bytes that readData delivers for the whole sound stand in the file, one after the other as they are: for
-     * whoever copies a sound without a change. KESS_ERR_UNSUPPORTED: they don't, or it isn't certain. */
+    /* Where the bytes that readData delivers for the whole sound stand in the file, one after the other as they are:
+     * for whoever copies a sound without a change. KESS_ERR_UNSUPPORTED: they don't, or it isn't certain. */
     KESS_RESULT getRawSamples(uint64_t* offset, uint64_t* bytes);
 
     /* The loop: samples start to end, end not included. KESS_ERR_TAGNOTFOUND: the sound has none. */
