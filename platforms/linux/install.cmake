@@ -68,7 +68,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME co
 install(FILES
     ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
     DESTINATION share/doc/tarnok)
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok PATTERN __pycache__ EXCLUDE)
 install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-completion/completions)
 
 # The package: cpack -G DEB in the build folder.

@@ -26,7 +26,7 @@ def require(holds, what):
         raise Damaged(what)
 
 
-# XXH3, 64 bits, seed 0, as its specification at https://github.com/Cyan4973/xxHash/blob/dev/doc/xxhash_spec.md tells.
+# XXH3, 64 bits, seed 0, for inputs of any length.
 
 SECRET = bytes.fromhex(
     "b8fe6c3923a44bbe7c01812cf721ad1cded46de9839097db7240a4a4b7b3671fcb79e64eccc0e578825ad07dccff7221b8084674f743248e"
