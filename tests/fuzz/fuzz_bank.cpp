@@ -1,35 +1,17 @@
 // Reads, seeks and verifies whatever the fuzzer makes of a bank, with its checksums made to fit: otherwise nothing
 // behind them would ever be reached. An odd size of the input has the bank encrypted.
-#include "kess.hpp"
+#include "fuzz_engine_access.hpp"
 #include "support/bank_seal.hpp"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <string>
+#include <vector>
+
+using fuzz::engine;
+using fuzz::require;
 
 namespace {
 
 constexpr const char* kKey = "key";
-
-KESS::System* engine()
-{
-    static KESS::System* const system = [] {
-        KESS::System* created = nullptr;
-        if (KESS_System_Create(&created, KESS_VERSION) != KESS_OK || created->init(0, 0, nullptr) != KESS_OK)
-            std::abort();
-        return created;
-    }();
-    return system;
-}
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 void useSound(KESS::Sound& sound)
 {
@@ -92,15 +74,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     bank_test::sealBank(&bytes);
     if (size % 2 != 0)
         bytes = bank_test::encryptBank(bytes, kKey);
-    const int file = memfd_create("bank", 0);
-    require(file >= 0 && write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const fuzz::InputFile file(bytes);
     KESS::Sound* bank = nullptr;
-    if (engine()->createSound(path.c_str(), 0, nullptr, &bank) == KESS_OK) {
+    if (engine()->createSound(file.path().c_str(), 0, nullptr, &bank) == KESS_OK) {
         useBank(*bank);
         bank->release();
     }
-    verify(path);
-    close(file);
+    verify(file.path());
     return 0;
 }
