@@ -180,7 +180,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
 {
     if (!subsounds || numSubsounds == 0)
         return invalid("the list of sounds is empty");
-    if (format < TARNOK_FORMAT_PCM || format > TARNOK_FORMAT_OPUS)
+    if (int(format) < 0 || size_t(format) >= bank::kCodecCount)
         return invalid("format " + std::to_string(int(format)) + " is unknown");
     if (quality > 100)
         return invalid("quality " + std::to_string(quality) + " is above 100");
