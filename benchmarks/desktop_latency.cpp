@@ -50,7 +50,7 @@ class Probe : public QObject
 {
 public:
     Probe()
-        : mTicker([this](std::stop_token stop) {
+        : mTicker([this](const std::stop_token& stop) {
             while (!stop.stop_requested()) {
                 QCoreApplication::postEvent(this, new Ping);
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -209,6 +209,7 @@ private:
         std::vector<double> keys;
         mView->setFocus();
         mView->setCurrentIndex(mView->model()->index(0, 0));
+        keys.reserve(200);
         for (int i = 0; i < 200; ++i)
             keys.push_back(timeOf([&] { QTest::keyClick(mView, i % 4 == 3 ? Qt::Key_PageDown : Qt::Key_Down); }));
         tell("a key that scrolls or selects", keys);

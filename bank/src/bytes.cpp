@@ -1,10 +1,6 @@
 #include "bank/bytes.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <limits>
-
-#include <unistd.h>
 
 namespace bank {
 
@@ -25,34 +21,6 @@ Error ByteSink::copyFrom(const ByteSource& source, uint64_t offset, uint64_t siz
             return error;
         offset += part.size();
         size -= part.size();
-    }
-    return Error::None;
-}
-
-FileSource::FileSource(int descriptor, uint64_t size)
-    : mDescriptor(descriptor)
-    , mSize(size)
-{ }
-
-FileSource::~FileSource()
-{
-    close(mDescriptor);
-}
-
-Error FileSource::readAt(uint64_t offset, std::span<uint8_t> bytes) const
-{
-    if (!rangeInside(offset, bytes.size(), mSize) || mSize > uint64_t(std::numeric_limits<off_t>::max()))
-        return Error::Damaged;
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t got = pread(mDescriptor, bytes.data() + done, bytes.size() - done, off_t(offset + done));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return Error::Io;
-        if (got == 0)
-            return Error::Damaged;
-        done += size_t(got);
     }
     return Error::None;
 }

@@ -269,11 +269,6 @@ uint64_t BankWriter::encryptedFileBytes() const
     return encryptedBytes(fileBytes());
 }
 
-std::array<uint8_t, 16> BankWriter::guid() const
-{
-    return mPlan->lay().guid;
-}
-
 namespace {
 
 // Whether the serialised form that is stored is that of the sound whose row was made when it was added.
@@ -331,7 +326,8 @@ Error BankWriter::write(ByteSink& sink, StoredSounds& stored, std::stop_token st
     return Error::None;
 }
 
-Error BankWriter::writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, std::stop_token stop) const
+Error BankWriter::writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key,
+                                 const std::stop_token& stop) const
 {
     if (key.empty())
         return Error::Invalid;

@@ -201,7 +201,7 @@ private:
 
 } // namespace
 
-Result<float> analyse(FrameSource& source, uint32_t* lowestRate, std::stop_token stop)
+Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop)
 {
     const FrameFacts& facts = source.facts();
     std::optional<RateSearch> search;

@@ -118,13 +118,20 @@ Status AtomicOutput::restart()
     return {};
 }
 
-Status AtomicOutput::finish()
+Status AtomicOutput::finish(const std::stop_token& stop)
 {
     if (!flush())
         return mFault;
     // Some file systems know no permissions and refuse; a bank is worth more than its mode.
     if (mMode)
         fchmod(mFile.descriptor(), *mMode);
+    // A busy disk may take long. What is left after this is the last piece and the file's own record.
+    constexpr unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    for (uint64_t done = 0; done + worthFlushing < mWritten; done += worthFlushing) {
+        if (stop.stop_requested())
+            return cancelled();
+        (void)sync_file_range(mFile.descriptor(), off64_t(done), off64_t(worthFlushing), wait);
+    }
     return mFile.sync(mPath);
 }
 
@@ -153,7 +160,7 @@ bool AtomicOutput::put(std::span<const uint8_t> bytes)
 }
 
 // The disk begins to take the bank while the rest of it is still being put together, so that little is left to wait for
-// in finish(), where a cancelled build could not end. What fails here fails there again.
+// in finish(). What fails here fails there again.
 void AtomicOutput::advance(uint64_t bytes)
 {
     mWritten += bytes;

@@ -6,6 +6,7 @@
 #include "file.hpp"
 
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,8 @@ public:
     // Begins anew with an empty file.
     Status restart();
 
-    // Everything written is on the disk afterwards, still under the temporary name.
-    Status finish();
+    // Everything written is on the disk afterwards, still under the temporary name. Looks at stop every few MiB.
+    Status finish(const std::stop_token& stop);
 
     // Takes the place of the former file.
     Status commit();

@@ -4,7 +4,6 @@
 #include "bank_output.hpp"
 #include "c_header.hpp"
 #include "encoder.hpp"
-#include "sound_preparation.hpp"
 #include "worker_pool.hpp"
 
 #include <algorithm>
@@ -35,14 +34,6 @@ std::vector<std::string> withFirst(std::string first, std::vector<std::string> o
     return others;
 }
 
-// The name of a sound in its bank: that of its first file without folder and extension.
-std::string_view soundName(const TARNOK_SUBSOUND& subsound)
-{
-    const std::string_view name = baseName(subsound.fileNames[0]);
-    const size_t dot = name.rfind('.');
-    return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
-}
-
 std::string_view withoutExtension(std::string_view path)
 {
     const size_t dot = path.rfind('.');
@@ -59,31 +50,6 @@ double expansion(std::string_view path)
             return 10;
     }
     return extension == "flac" ? 2 : 1;
-}
-
-Fault invalid(std::string text)
-{
-    return {TARNOK_ERR_INVALID_PARAM, std::move(text)};
-}
-
-Fault faultOf(bank::Error error, std::string_view what)
-{
-    const std::string name(what);
-    switch (error) {
-    case bank::Error::Cancelled:
-        return cancelled();
-    case bank::Error::Memory:
-        return {TARNOK_ERR_MEMORY, name + ": out of memory"};
-    case bank::Error::Unsupported:
-        return {TARNOK_ERR_INVALID_FORMAT,
-                name + ": the chosen format can't hold this number of channels or this rate"};
-    case bank::Error::Damaged:
-        return {TARNOK_ERR_CACHE_CHUNK_MISSING, name + ": the encoded sound was changed while the bank was written"};
-    case bank::Error::Invalid:
-        return invalid(name + ": a setting is out of its range");
-    default:
-        return {TARNOK_ERR_ENCODER, name + ": the encoder fails"};
-    }
 }
 
 } // namespace
@@ -154,7 +120,7 @@ private:
     {
         mInSource = index;
         FileStamp stamp;
-        Result<FileDescriptor> file = openForReading(mBuild.pathsOf(index).front(), &stamp);
+        Result<FileDescriptor> file = openForReading(pathsOf(mBuild.mRequest.subsounds[index]).front(), &stamp);
         if (!file)
             return bank::Error::Io;
         return bank::StoredSound{
@@ -167,46 +133,6 @@ private:
     std::optional<size_t> mInSource;
 };
 
-// Takes the place of the data of a sound that isn't to be kept.
-class NoData final : public bank::ByteSink
-{
-public:
-    bank::Error write(std::span<const uint8_t>) override { return bank::Error::None; }
-};
-
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName)
-{
-    if (!subsounds || numSubsounds == 0)
-        return invalid("the list of sounds is empty");
-    if (int(format) < 0 || size_t(format) >= bank::kCodecCount)
-        return invalid("format " + std::to_string(int(format)) + " is unknown");
-    if (quality > 100)
-        return invalid("quality " + std::to_string(quality) + " is above 100");
-    if (!outputFileName || !*outputFileName || baseName(outputFileName).empty())
-        return invalid("the bank has no file name");
-    if (encryptionKey && !*encryptionKey)
-        return invalid("the encryption key is empty");
-
-    BuildRequest request{
-        {subsounds, numSubsounds}, {format, buildFlags, quality, nullptr}, std::nullopt, outputFileName};
-    if (encryptionKey)
-        request.encryptionKey = encryptionKey;
-    for (size_t index = 0; index < numSubsounds; ++index) {
-        const TARNOK_SUBSOUND& subsound = subsounds[index];
-        const auto isMissing = [](const char* name) {
-            return !name || !*name;
-        };
-        if (subsound.numFiles == 0 || !subsound.fileNames
-            || std::any_of(subsound.fileNames, subsound.fileNames + subsound.numFiles, isMissing))
-            return invalid("sound " + std::to_string(index) + " has no file");
-        if (!SoundSettings::isRate(subsound.desiredSampleRate))
-            return invalid("sound " + std::to_string(index) + " wants an impossible sample rate");
-    }
-    return request;
-}
-
 Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop)
     : mLibrary(library)
     , mRequest(request)
@@ -216,13 +142,15 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
     , mIndex(mCache.indexFolder())
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
-    , mSpoolFolders(withFirst(library.cacheDirectory, temporaryFolders()))
-    , mSpills(library.threadCount, SpillFiles(withFirst(folderOf(request.outputFile), temporaryFolders())))
-    , mEncoders(library.threadCount)
+    , mMeans{mEngine, mCache, mSources, withFirst(library.cacheDirectory, temporaryFolders()), mStop}
     , mPlaces(request.subsounds.size())
     , mKeptAt(time(nullptr))
     , mDone(request.subsounds.size())
-{ }
+{
+    const SpillFiles spills(withFirst(folderOf(request.outputFile), temporaryFolders()));
+    for (unsigned worker = 0; worker < library.threadCount; ++worker)
+        mBuilders.emplace_back(mMeans, spills);
+}
 
 Status Build::run()
 {
@@ -306,7 +234,7 @@ Status Build::refuseSource(const std::string& outputFile) const
     if (stat(outputFile.c_str(), &output) != 0)
         return {};
     for (size_t index = 0; index < mRequest.subsounds.size(); ++index) {
-        for (const std::string& path : pathsOf(index)) {
+        for (const std::string& path : pathsOf(mRequest.subsounds[index])) {
             struct stat source = {};
             if (stat(path.c_str(), &source) == 0 && source.st_dev == output.st_dev && source.st_ino == output.st_ino)
                 return invalid(outputFile + ": this is one of the bank's own source files");
@@ -321,7 +249,7 @@ std::vector<size_t> Build::longestFirst() const
     weights.reserve(mRequest.subsounds.size());
     for (size_t index = 0; index < mRequest.subsounds.size() && !mStop.stop_requested(); ++index) {
         double weight = 0;
-        for (const std::string& path : pathsOf(index)) {
+        for (const std::string& path : pathsOf(mRequest.subsounds[index])) {
             if (const Result<FileStamp> stamp = stampOf(path))
                 weight += double(stamp->size) * expansion(path);
         }
@@ -333,12 +261,6 @@ std::vector<size_t> Build::longestFirst() const
     std::stable_sort(order.begin(), order.end(),
                      [&](size_t left, size_t right) { return weights[left] > weights[right]; });
     return order;
-}
-
-std::vector<std::string> Build::pathsOf(size_t index) const
-{
-    const TARNOK_SUBSOUND& subsound = mRequest.subsounds[index];
-    return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
 }
 
 void Build::buildSound(const Task& task) noexcept
@@ -360,8 +282,13 @@ void Build::buildSound(const Task& task) noexcept
 
 Result<StoredPlace> Build::tryToBuild(const Task& task)
 {
+    if (mModuleFault)
+        return *mModuleFault;
+    const auto tell = [this, &task](TARNOK_STATE state) {
+        report(task, state);
+    };
     try {
-        return findOrEncode(task);
+        return mBuilders[task.worker].build(mOrder, mRequest.subsounds[task.index], task.again, tell);
     } catch (const std::bad_alloc&) {
         return Fault{TARNOK_ERR_MEMORY, "out of memory"};
     } catch (const std::exception& exception) {
@@ -392,7 +319,7 @@ Status Build::encodeLost(size_t first)
             mPlaces[task.index] = std::move(*place);
         else
             fault = Fault{TARNOK_ERR_FILE_OS,
-                          std::string(baseName(pathsOf(task.index).front()))
+                          std::string(baseName(pathsOf(mRequest.subsounds[task.index]).front()))
                               + ": another program has changed this file during the build"};
     });
     if (mStop.stop_requested())
@@ -412,7 +339,7 @@ Status Build::encodeChanged(size_t found, bool all)
         const std::optional<StoredPlace>& place = mPlaces[index];
         if (!place || !place->inSource)
             continue;
-        const Result<FileStamp> stamp = stampOf(pathsOf(index).front());
+        const Result<FileStamp> stamp = stampOf(pathsOf(mRequest.subsounds[index]).front());
         if (all || index == found || !stamp || *stamp != place->inSource->stamp)
             changed.push_back(index);
     }
@@ -450,160 +377,6 @@ void Build::encodeAgain(std::span<const size_t> sounds,
             // Not even the fault could be stored. The sound is where it was, and that is found by the caller.
         }
     });
-}
-
-Result<StoredPlace> Build::findOrEncode(const Task& task)
-{
-    const SoundSettings settings = SoundSettings::of(mOrder, mRequest.subsounds[task.index]);
-    const std::vector<std::string> paths = pathsOf(task.index);
-    if (mModuleFault)
-        return *mModuleFault;
-
-    constexpr int attempts = 3;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        std::vector<SourceIdentity> identities;
-        std::vector<ContentHash> contents;
-        for (const std::string& path : paths) {
-            const Result<SourceIdentity> identity = mSources.identify(path, mStop, task.again);
-            if (!identity)
-                return identity.fault();
-            identities.push_back(*identity);
-            contents.push_back(identity->content);
-        }
-        const ContentHash key = settings.cacheKey(contents);
-        if (std::optional<StoredPlace> place = findInSource(task, settings, identities.front(), key))
-            return std::move(*place);
-        if (std::optional<CacheEntry> entry = task.again ? std::nullopt : mCache.find(key, mStop))
-            return StoredPlace::of(key, entry->dataBytes, entry->record);
-        if (mStop.stop_requested())
-            return cancelled();
-
-        Result<std::optional<StoredPlace>> place = encode(task, settings, paths, identities, key);
-        if (!place)
-            return place.fault();
-        if (*place)
-            return std::move(**place);
-    }
-    return Fault{TARNOK_ERR_FILE_OS,
-                 std::string(baseName(paths.front())) + ": another program keeps writing to this file"};
-}
-
-std::optional<StoredPlace> Build::findInSource(const Task& task, const SoundSettings& settings,
-                                               const SourceIdentity& identity, const ContentHash& key)
-{
-    if (task.again || settings.codec != bank::Codec::Pcm)
-        return std::nullopt;
-    const std::optional<RawRecord> known = mCache.findRecord(key);
-    if (!known)
-        return std::nullopt;
-    const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > StoredPlace::longestKeptRecord
-        || !bank::rangeInside(known->dataOffset, sound->dataBytes, identity.stamp.size))
-        return std::nullopt;
-    StoredPlace place = StoredPlace::of(key, sound->dataBytes, known->bytes);
-    place.inSource = {known->dataOffset, identity.stamp};
-    return place;
-}
-
-// The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
-// have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
-Result<std::optional<StoredPlace>> Build::encode(const Task& task, const SoundSettings& settings,
-                                                 std::span<const std::string> paths,
-                                                 std::span<const SourceIdentity> identities, const ContentHash& key)
-{
-    report(task, TARNOK_STATE_DECODING);
-    SoundPreparation preparation(settings, mSpoolFolders, mStop);
-    Status status = preparation.open(*mEngine, paths);
-    if (status) {
-        report(task, TARNOK_STATE_ANALYSING);
-        status = preparation.analyse();
-    }
-    if (status) {
-        report(task, TARNOK_STATE_PREPROCESSING);
-        status = preparation.preprocess();
-    }
-    if (status)
-        report(task, TARNOK_STATE_ENCODING);
-    bank::Sound sound;
-    EncodedFile file(task.again ? nullptr : &mCache, mSpills[task.worker], mStop);
-    const Result<bool> left =
-        status ? leaveInSource(task, preparation, settings, paths.front(), identities.front(), &sound) : false;
-    if (!left)
-        status = left.fault();
-    else if (status && !*left)
-        status = encodeInto(file, preparation, settings, task, &sound);
-
-    // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
-    for (size_t i = 0; i < paths.size(); ++i) {
-        const Result<bool> same = mSources.unchanged(paths[i], identities[i], mStop);
-        if (same && !*same)
-            return std::optional<StoredPlace>();
-        if (!same && status)
-            return same.fault();
-    }
-    if (!status)
-        return status.fault();
-    report(task, TARNOK_STATE_WRITING);
-    if (*left)
-        return std::optional(keepInSource(preparation, identities.front(), key, sound));
-    Result<StoredPlace> place = file.finish(key, sound);
-    if (!place && place.fault().code == TARNOK_ERR_ENCODER)
-        return Fault{TARNOK_ERR_ENCODER, std::string(baseName(paths.front())) + ": " + place.fault().text};
-    if (!place)
-        return place.fault();
-    return std::optional(std::move(*place));
-}
-
-// A sound that fails here fails again where it is decoded, and is told about there.
-Result<bool> Build::leaveInSource(const Task& task, SoundPreparation& preparation, const SoundSettings& settings,
-                                  const std::string& path, const SourceIdentity& identity, bank::Sound* sound)
-{
-    const std::optional<RawSamples>& samples = preparation.rawSamples();
-    if (task.again || settings.codec != bank::Codec::Pcm || !samples)
-        return false;
-    std::optional<RawSound> raw = RawSound::open(path, identity.stamp, preparation.sound().facts(), *samples);
-    if (!raw)
-        return false;
-    NoData none;
-    const bank::Error error = encoderOf(task, settings).encode(*raw, settings.quality, none, mStop, sound);
-    if (error == bank::Error::Cancelled)
-        return cancelled();
-    if (error != bank::Error::None)
-        return false;
-    preparation.complete(sound);
-    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::longestKeptRecord;
-}
-
-StoredPlace Build::keepInSource(const SoundPreparation& preparation, const SourceIdentity& identity,
-                                const ContentHash& key, const bank::Sound& sound)
-{
-    const std::vector<uint8_t> record = bank::serialise(sound);
-    StoredPlace place = StoredPlace::of(key, sound.dataBytes, record);
-    place.inSource = {preparation.rawSamples()->offset, identity.stamp};
-    mCache.storeRecord(key, preparation.rawSamples()->offset, record);
-    return place;
-}
-
-// A module's encoder is made for the settings of one sound.
-Encoder& Build::encoderOf(const Task& task, const SoundSettings& settings)
-{
-    std::unique_ptr<Encoder>& encoder = mEncoders[task.worker];
-    if (!encoder || settings.module)
-        encoder = settings.makeEncoder();
-    return *encoder;
-}
-
-Status Build::encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings,
-                         const Task& task, bank::Sound* sound)
-{
-    const bank::Error error =
-        encoderOf(task, settings).encode(preparation.sound(), settings.quality, file, mStop, sound);
-    if (error == bank::Error::Io)
-        return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
-    if (error != bank::Error::None)
-        return faultOf(error, baseName(mRequest.subsounds[task.index].fileNames[0]));
-    preparation.complete(sound);
-    return {};
 }
 
 void Build::soundFailed(const Task& task, const Fault& fault)
@@ -671,7 +444,7 @@ Status Build::writeBank(Outputs* outputs)
         if (Status again = outputs->bank->restart(); !again)
             return again;
     }
-    if (Status status = outputs->bank->finish(); !status)
+    if (Status status = outputs->bank->finish(mStop); !status)
         return status;
     if (Status status = writeHeader(outputs); !status)
         return status;
@@ -722,7 +495,7 @@ Status Build::writeHeader(Outputs* outputs) const
     const std::string text = cHeaderText(withoutExtension(baseName(mRequest.outputFile)), names);
     if (outputs->header->write({reinterpret_cast<const uint8_t*>(text.data()), text.size()}) != bank::Error::None)
         return outputs->header->fault();
-    return outputs->header->finish();
+    return outputs->header->finish(mStop);
 }
 
 void Build::report(const Task& task, TARNOK_STATE state)

@@ -1,13 +1,12 @@
 // One build, from the list of sounds to the finished bank.
 #pragma once
 
+#include "build_request.hpp"
 #include "cache.hpp"
 #include "encoded_file.hpp"
-#include "encoder.hpp"
 #include "fault.hpp"
 #include "progress_queue.hpp"
-#include "sound_preparation.hpp"
-#include "sound_settings.hpp"
+#include "sound_builder.hpp"
 #include "source_file.hpp"
 #include "source_identity.hpp"
 #include "source_index.hpp"
@@ -32,27 +31,12 @@ struct LibrarySettings
     std::string cacheDirectory;
 };
 
-// The arguments of one build, checked (see checkRequest).
-struct BuildRequest
-{
-    std::span<const TARNOK_SUBSOUND> subsounds;
-    BankOrder order;
-    std::optional<std::string> encryptionKey;
-    std::string outputFile;
-};
-
-// Puts the arguments of Tarnok_Build together. TARNOK_ERR_INVALID_PARAM, with a text that tells which, for what no
-// build can be made of.
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName);
-
 // Encodes the sounds on the workers, then writes the bank. All sounds are tried even when some fail, so that the log of
 // one night tells all that is to be mended; the result is that of the first failed sound in the order of the list.
 // Failures that concern no single sound are reported for the bank as a whole.
 //
 // Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 4 MiB or one
-// call of the system; what can take longer is the system's own flushing of the finished bank to a slow disk.
+// call of the system, of which those that flush the finished bank to a slow disk are the longest.
 class Build
 {
 public:
@@ -77,7 +61,6 @@ private:
     void loadModule();
     Status refuseSource(const std::string& outputFile) const;
     std::vector<size_t> longestFirst() const;
-    std::vector<std::string> pathsOf(size_t index) const;
 
     void buildSound(const Task& task) noexcept;
     Result<StoredPlace> tryToBuild(const Task& task);
@@ -89,22 +72,6 @@ private:
     // Hands each sound to take, on the workers.
     void encodeAgain(std::span<const size_t> sounds,
                      const std::function<void(const Task& task, Result<StoredPlace> place)>& take);
-    std::optional<StoredPlace> findInSource(const Task& task, const SoundSettings& settings,
-                                            const SourceIdentity& identity, const ContentHash& key);
-    Result<StoredPlace> findOrEncode(const Task& task);
-    // Empty: the files are no longer those that the key was made from.
-    Result<std::optional<StoredPlace>> encode(const Task& task, const SoundSettings& settings,
-                                              std::span<const std::string> paths,
-                                              std::span<const SourceIdentity> identities, const ContentHash& key);
-    Status encodeInto(EncodedFile& file, SoundPreparation& preparation, const SoundSettings& settings, const Task& task,
-                      bank::Sound* sound);
-    // Leaves the sound where it is, if it stands in its source as the bank wants it. Answers whether that is so, and
-    // then fills in sound.
-    Result<bool> leaveInSource(const Task& task, SoundPreparation& preparation, const SoundSettings& settings,
-                               const std::string& path, const SourceIdentity& identity, bank::Sound* sound);
-    StoredPlace keepInSource(const SoundPreparation& preparation, const SourceIdentity& identity,
-                             const ContentHash& key, const bank::Sound& sound);
-    Encoder& encoderOf(const Task& task, const SoundSettings& settings);
     void soundFailed(const Task& task, const Fault& fault);
     void keepUsedEntries();
 
@@ -127,10 +94,9 @@ private:
     Cache mCache;
     SourceIndex mIndex;
     SourceIdentifier mSources;
-    std::vector<std::string> mSpoolFolders;
-    std::vector<SpillFiles> mSpills; // one a worker
-    std::vector<std::unique_ptr<Encoder>> mEncoders; // one a worker, none before its first sound
     KessSystem mEngine;
+    BuildMeans mMeans;
+    std::vector<SoundBuilder> mBuilders; // one a worker
 
     std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet
     std::mutex mMutex;

@@ -38,7 +38,7 @@ void noteUse(int descriptor, const struct stat& status)
 }
 
 // Reads count bytes and answers whether their checksum is the expected one.
-bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, std::stop_token stop)
+bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, const std::stop_token& stop)
 {
     RunningChecksum checksum;
     std::vector<std::byte> buffer(std::min<uint64_t>(count, readBlock));
@@ -70,7 +70,7 @@ void removeFile(const std::string& path)
 
 // A lock on a folder among those who ask for it. Without it, of two builds that save at once one loses what it has
 // learned; so it isn't worth a long wait for a process that was stopped, or for a file system without locks.
-FileDescriptor lockFolder(const std::string& path, std::stop_token stop)
+FileDescriptor lockFolder(const std::string& path, const std::stop_token& stop)
 {
     constexpr int attempts = 100;
     FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -124,7 +124,7 @@ Cache::Cache(std::string directory, bool useEntries)
     TemporaryFile::removeAbandoned(indexFolder(), "index");
 }
 
-std::optional<CacheEntry> Cache::find(const ContentHash& key, std::stop_token stop)
+std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_token& stop)
 {
     if (!mUseEntries)
         return std::nullopt;
@@ -230,7 +230,7 @@ void Cache::forgetRecord(const ContentHash& key)
     storeRecord(key, 0, {});
 }
 
-void Cache::saveRecords(std::stop_token stop)
+void Cache::saveRecords(const std::stop_token& stop)
 {
     const std::lock_guard lock(mRecordsMutex);
     if (mNewRecords.empty())
@@ -263,7 +263,7 @@ std::optional<RecordTable> Cache::readRecords() const
     return RecordTable::parse(std::move(bytes));
 }
 
-void Cache::tidy(std::stop_token stop)
+void Cache::tidy(const std::stop_token& stop)
 {
     if (!dueForTidying())
         return;

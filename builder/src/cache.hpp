@@ -58,7 +58,7 @@ public:
 
     // The entry of that key after all of it was read and compared with its checksums. A damaged one isn't
     // there; it stays in its place until store() replaces it.
-    std::optional<CacheEntry> find(const ContentHash& key, std::stop_token stop);
+    std::optional<CacheEntry> find(const ContentHash& key, const std::stop_token& stop);
 
     // Opens an entry that was found or stored during this build, and tells the size of its file. Empty when somebody
     // has removed it since.
@@ -82,12 +82,12 @@ public:
 
     // Writes what was stored since, together with what other builds have written meanwhile. A failure is none of the
     // build's business: the next one reads those files again.
-    void saveRecords(std::stop_token stop);
+    void saveRecords(const std::stop_token& stop);
 
     // Keeps the size of the folder in bounds: the entries that were not used for the longest time go first, except
     // those of the last hour, which a running build may need. Looks at the folder only when something was stored and
     // the last look was a while ago, since it means visiting each entry.
-    void tidy(std::stop_token stop);
+    void tidy(const std::stop_token& stop);
 
     // Upper size of all entries together, in bytes, unless a file "limit" in the folder tells another.
     static constexpr uint64_t sizeLimit = uint64_t(4) << 30;

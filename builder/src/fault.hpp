@@ -1,11 +1,13 @@
 // What went wrong, and the result type in which it travels up to the C boundary.
 #pragma once
 
+#include "bank/result.hpp"
 #include "tarnok.h"
 
 #include <cassert>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -23,6 +25,14 @@ inline Fault cancelled()
 {
     return {TARNOK_ERR_CANCELLED, "the build was cancelled"};
 }
+
+inline Fault invalid(std::string text)
+{
+    return {TARNOK_ERR_INVALID_PARAM, std::move(text)};
+}
+
+// What an error of an encoder or of the container means to the person who builds `what`, a sound or a bank.
+Fault faultOf(bank::Error error, std::string_view what);
 
 // A value, or why there is none.
 template <typename Value>

@@ -62,7 +62,7 @@ bool sameFile(int descriptor, const char* path)
 std::string fileInThePlaceOfAFolder(std::string_view path)
 {
     for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
-        const std::string part(path.substr(0, slash));
+        std::string part(path.substr(0, slash));
         struct stat status;
         if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
             return part;

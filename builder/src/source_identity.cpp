@@ -19,7 +19,7 @@ int64_t nanosecondsNow()
 }
 
 // Reads to the end, whatever length the file was said to have: it may be growing.
-Result<ContentHash> hashFile(int descriptor, const std::string& path, std::stop_token stop)
+Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
 {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     ContentHasher hasher;
@@ -38,7 +38,7 @@ Result<ContentHash> hashFile(int descriptor, const std::string& path, std::stop_
 
 } // namespace
 
-Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::stop_token stop, bool anew)
+Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop, bool anew)
 {
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -73,7 +73,8 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, std::
 
 // A settled stamp answers by itself. One that isn't settled doesn't tell a content from another that was written in
 // the same tick of the clock, so the file is read again.
-Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, std::stop_token stop)
+Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity,
+                                         const std::stop_token& stop)
 {
     FileStamp stamp;
     const Result<FileDescriptor> file = openForReading(path, &stamp);

@@ -29,11 +29,11 @@ public:
     { }
 
     // Finds the content of the file, by the index or, always when anew, by reading it all.
-    Result<SourceIdentity> identify(const std::string& path, std::stop_token stop, bool anew = false);
+    Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool anew = false);
 
     // Whether the file, having been read by somebody else since, still has the content that was identified. If it has
     // not, what was read must not be kept under the hash of the former content.
-    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, std::stop_token stop);
+    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, const std::stop_token& stop);
 
 private:
     SourceIndex& mIndex;

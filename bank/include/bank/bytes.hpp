@@ -48,24 +48,6 @@ protected:
     ByteSink& operator=(const ByteSink&) = delete;
 };
 
-// A file by its descriptor, which it owns and closes. Safe to read from several threads.
-class FileSource final : public ByteSource
-{
-public:
-    // descriptor is open for reading; size is the file's, taken once, so that a file that shrinks later gives
-    // Error::Damaged and one that grows isn't noticed.
-    FileSource(int descriptor, uint64_t size);
-    ~FileSource() override;
-
-    [[nodiscard]] int descriptor() const { return mDescriptor; }
-    [[nodiscard]] uint64_t size() const override { return mSize; }
-    Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
-
-private:
-    int mDescriptor;
-    uint64_t mSize;
-};
-
 // Bytes in memory, which it owns.
 class MemorySource final : public ByteSource
 {

@@ -11,7 +11,6 @@
 
 #include "bank/sound.hpp"
 
-#include <array>
 #include <memory>
 #include <stop_token>
 #include <string>
@@ -66,9 +65,6 @@ public:
     [[nodiscard]] uint64_t fileBytes() const;
     [[nodiscard]] uint64_t encryptedFileBytes() const;
 
-    // GUID of the bank, derived from everything in it (all zero when the settings want none).
-    [[nodiscard]] std::array<uint8_t, 16> guid() const;
-
     // Writes the bank. stop is looked at after at most 4 MiB of copying. Error::Cancelled; whatever sink or stored
     // answered; Error::Damaged: a stored sound is not the one that was added. What sink got until then is of no use.
     Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
@@ -76,7 +72,7 @@ public:
     // The same, encrypted with key (any bytes, at least one). Goes through the stored sounds twice, first for the
     // digest that the salt is made of. Error::Invalid: empty key. Error::Damaged also when a stored sound changed
     // between the two. Takes about 19 MiB of memory while the key is derived.
-    Error writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, std::stop_token stop) const;
+    Error writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, const std::stop_token& stop) const;
 
 private:
     struct Plan;
