@@ -1,6 +1,6 @@
 // A bank as a sound: what it says of itself, and how its sounds are reached.
-#include "engine_access.hpp"
 #include "support/bank_maker.hpp"
+#include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
 
 #include "bank/checksum.hpp"

@@ -11,22 +11,6 @@
 
 using namespace test;
 
-namespace {
-
-// Decibels of the source over the difference to what was decoded, over the samples that both have.
-double snr(const std::vector<float>& source, const std::vector<float>& decoded)
-{
-    double signal = 0;
-    double error = 0;
-    for (size_t i = 0; i < std::min(source.size(), decoded.size()); ++i) {
-        signal += double{source[i]} * source[i];
-        error += std::pow(double{source[i]} - decoded[i], 2);
-    }
-    return 10 * std::log10(signal / std::max(error, 1e-30));
-}
-
-} // namespace
-
 TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
 {
     const Engine engine;
@@ -48,7 +32,7 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
 
         const std::vector<float> decoded = readFloats(*sound);
         EXPECT_EQ(decoded.size(), facts.samples * static_cast<uint64_t>(kind.channels));
-        EXPECT_GE(snr(source.samples, decoded), kind.leastSnr);
+        EXPECT_GE(signalToNoise(source.samples, decoded), kind.leastSnr);
         unsigned got = 1;
         float spare = 0;
         EXPECT_EQ(sound->readFloat(&spare, 1, &got), KESS_ERR_FILE_EOF);

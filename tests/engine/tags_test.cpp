@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
-#include <cstring>
 #include <numeric>
 
 using namespace test;
@@ -18,30 +17,6 @@ void writeRamp(const std::string& path, int format, int frames)
     for (size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<int32_t>(i << 16);
     writeIntegers(path, format, 1, 44100, samples);
-}
-
-using Markers = std::vector<std::pair<uint64_t, std::string>>;
-
-Markers markersOf(KESS::Sound& sound)
-{
-    Markers markers;
-    int count = 0;
-    sound.getNumSyncPoints(&count);
-    for (int i = 0; i < count; ++i) {
-        uint64_t sample = 0;
-        char name[256];
-        EXPECT_EQ(sound.getSyncPoint(i, &sample, name, sizeof name), KESS_OK);
-        markers.emplace_back(sample, name);
-    }
-    return markers;
-}
-
-std::pair<uint64_t, uint64_t> loopOf(KESS::Sound& sound)
-{
-    uint64_t start = 0;
-    uint64_t end = 0;
-    EXPECT_EQ(sound.getLoopPoints(&start, &end), KESS_OK);
-    return {start, end};
 }
 
 } // namespace

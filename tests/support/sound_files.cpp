@@ -72,9 +72,24 @@ Signal sine(int channels, int rate, size_t frames, double hertz)
 Signal noise(int channels, int rate, size_t frames, uint32_t seed)
 {
     Signal signal{channels, rate, {}};
-    for (int32_t number : randomIntegers(frames * static_cast<size_t>(channels), seed))
+    for (const int32_t number : randomIntegers(frames * static_cast<size_t>(channels), seed))
         signal.samples.push_back(static_cast<float>(number) * 0x1p-31f);
     return signal;
+}
+
+double squaredError(std::span<const float> wanted, std::span<const float> got)
+{
+    double sum = 0;
+    for (size_t i = 0; i < std::min(wanted.size(), got.size()); ++i)
+        sum += std::pow(double{wanted[i]} - double{got[i]}, 2);
+    return sum;
+}
+
+double signalToNoise(std::span<const float> wanted, std::span<const float> got)
+{
+    const double error = squaredError(wanted, got);
+    const std::vector<float> silence(std::min(wanted.size(), got.size()));
+    return 10 * std::log10(squaredError(wanted, silence) / std::max(error, 1e-30));
 }
 
 std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
@@ -86,7 +101,7 @@ std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
     return numbers;
 }
 
-void writeSound(const std::string& path, int format, const Signal& signal)
+std::string writeSound(const std::string& path, int format, const Signal& signal)
 {
     SNDFILE* file = create(path, format, signal.channels, signal.rate);
     const auto frames = static_cast<sf_count_t>(signal.frames());
@@ -98,6 +113,7 @@ void writeSound(const std::string& path, int format, const Signal& signal)
             fail(path, sf_strerror(file));
     }
     sf_close(file);
+    return path;
 }
 
 void writeIntegers(const std::string& path, int format, int channels, int rate, const std::vector<int32_t>& samples)
@@ -144,6 +160,27 @@ void addWavTags(const std::string& path, const WavTags& tags)
     const auto length = static_cast<uint32_t>(bytes.size() - 8);
     std::memcpy(&bytes[4], &length, sizeof length);
     writeFile(path, bytes);
+}
+
+#ifndef TEST_FFMPEG
+#define TEST_FFMPEG ""
+#endif
+
+bool canEncode()
+{
+    return *TEST_FFMPEG != 0;
+}
+
+void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
+                 const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags)
+{
+    const std::string source = writeSound(path + ".source", SF_FORMAT_WAV | SF_FORMAT_PCM_16, signal);
+    std::string command = TEST_FFMPEG " -v error -nostdin -y -i '" + source + "' -strict experimental -c:a " + encoder;
+    for (const auto& [name, value] : tags)
+        command += " -metadata '" + name + "=" + value + "' -metadata:s:a '" + name + "=" + value + "'";
+    if (std::system((command + " -f " + container + " '" + path + "'").c_str()) != 0)
+        fail(path, "cannot be encoded");
+    std::remove(source.c_str());
 }
 
 std::vector<uint8_t> readFile(const std::string& path)
