@@ -9,7 +9,7 @@
 #include "workspace.hpp"
 
 #include <QAction>
-#include <QFile>
+#include <QFileInfo>
 #include <QProgressBar>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -47,27 +47,15 @@ protected:
         emit mWindow.findChild<FileIO*>()->requestAddFiles(urls);
     }
 
-    void trigger(const QString& text)
-    {
-        for (QAction* action : mWindow.findChildren<QAction*>()) {
-            if (action->text() == text)
-                action->trigger();
-        }
-    }
-
     QString log() const { return mWindow.findChild<QTextEdit*>()->toPlainText(); }
-    QProgressBar* bar() const { return mWindow.findChild<FileIO*>()->progressBar(); }
 
     void build(const QString& command)
     {
-        trigger(command);
-        ASSERT_SOON(bar()->isHidden());
-    }
-
-    QByteArray bankOnDisk() const
-    {
-        QFile file(path("out.tnb"));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        for (QAction* action : mWindow.findChildren<QAction*>()) {
+            if (action->text() == command)
+                action->trigger();
+        }
+        ASSERT_SOON(mWindow.findChild<FileIO*>()->progressBar()->isHidden());
     }
 
     QTemporaryDir mFolder;
@@ -93,32 +81,9 @@ TEST_F(RealLibrariesTest, whatIsAddedIsBuiltThenCachedThenRebuilt)
     build("&Build");
     EXPECT_TRUE(log().endsWith("Soundbank built successfully: " + path("out.tnb"))) << log().toStdString();
     EXPECT_TRUE(log().contains("[processing]"));
-    const QByteArray built = bankOnDisk();
-    EXPECT_FALSE(built.isEmpty());
+    EXPECT_GT(QFileInfo(path("out.tnb")).size(), 10000);
     build("&Build");
     EXPECT_EQ(log().count("[cached]"), 3);
-    EXPECT_EQ(bankOnDisk(), built);
     build("&Rebuild");
     EXPECT_EQ(log().count("[processing]"), 6);
-}
-
-TEST_F(RealLibrariesTest, aCancelledBuildLeavesTheFormerBank)
-{
-    test::writeSound(path("short.wav").toStdString(), SF_FORMAT_WAV | SF_FORMAT_PCM_16, test::noise(1, 44100, 4000));
-    add({"short.wav"});
-    build("&Build");
-    const QByteArray built = bankOnDisk();
-    ASSERT_FALSE(built.isEmpty());
-
-    test::writeSound(path("long.wav").toStdString(), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-                     test::noise(2, 44100, 44100 * 120));
-    add({"long.wav"});
-    bank()->profile().setFormat(TARNOK_FORMAT_VORBIS);
-    trigger("&Build");
-    ASSERT_SOON(log().contains("(long.wav) [processing]"));
-    trigger("C&ancel");
-    ASSERT_SOON(bar()->isHidden());
-    EXPECT_TRUE(log().contains("Build cancelled"));
-    EXPECT_TRUE(log().endsWith("The build process was cancelled during compilation by the user."));
-    EXPECT_EQ(bankOnDisk(), built);
 }
