@@ -386,15 +386,6 @@ TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
     resealEncrypted(greedy);
     for (const auto& mutant : {swapped, mixed, shortened, cut, greedy})
         EXPECT_EQ(outcome(mutant), Error::Damaged);
-
-    for (size_t offset = 8; offset < bytes.size(); offset += offset < 160 ? 3 : 9'973) {
-        if (offset == 8 || offset == 9)
-            continue;
-        std::vector<uint8_t> mutant = bytes;
-        mutant[offset] ^= 0x10;
-        EXPECT_TRUE(outcome(mutant) == Error::Damaged || (offset == 11 && outcome(mutant) == Error::NotABank))
-            << offset;
-    }
 }
 
 namespace {

@@ -109,12 +109,7 @@ TEST(Kadpcm, EverySoundStaysWithinItsBitsAndAboveItsQuality)
 {
     constexpr size_t kCount = 100'000;
     std::mt19937 random(3);
-    const struct
-    {
-        const char* name;
-        Samples samples;
-        double decibels;
-    } cases[] = {
+    const std::tuple<const char*, Samples, double> cases[] = {
         {"two tones", twoTones(kCount), 60},
         {"quiet tone", make(kCount, [](size_t n) { return 20 * sine(n, 440, 44'100); }), 100},
         {"white noise at full scale", noise(kCount, 32'767), 22},

@@ -1,8 +1,6 @@
 // The library's life: calls in and out of order, reports, cancelling and releasing at any moment.
 #include "workshop.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -94,8 +92,7 @@ TEST(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCache)
     const Workshop workshop;
     Order order = workshop.order(workshop.makeSounds(12));
     order.threads = 3;
-    for (const TARNOK_FORMAT format :
-         {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_OPUS}) {
+    for (const TARNOK_FORMAT format : allFormats) {
         order.format = format;
         const Outcome first = build(order);
         ASSERT_EQ(first.result, TARNOK_OK) << first.texts();
@@ -173,7 +170,7 @@ std::vector<std::string> makeLongSounds(const Workshop& workshop, int count)
 {
     std::vector<std::string> files;
     for (int i = 0; i < count; ++i)
-        files.push_back(writeSound(workshop.path("long" + std::to_string(i) + ".wav"), 0x010002 /* WAV, 16 bit */,
+        files.push_back(writeSound(workshop.path("long" + std::to_string(i) + ".wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16,
                                    noise(2, 44100, 44100 * 5, uint32_t(i + 1))));
     return files;
 }
@@ -228,13 +225,12 @@ TEST(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
     order.initFlags |= TARNOK_INIT_REBUILD;
     const int threads = threadCount();
     std::mt19937 random(7);
-    const TARNOK_FORMAT formats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_OPUS};
     // A busy machine makes a few waits long. It can't make them take more work, so that is held to the limit each time.
     std::vector<double> waits;
     double mostWork = 0;
     writeFile(order.output, std::string("the bank before"));
     for (int round = 0; round < 500; ++round) {
-        order.format = formats[round % 4];
+        order.format = allFormats[round % 4];
         order.key = round % 7 == 0 ? "key" : nullptr;
         ASSERT_EQ(initialise(order), TARNOK_OK);
         RunningBuild running(order);

@@ -1,11 +1,8 @@
 // The bank and its C header as files.
 #include "workshop.hpp"
 
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 
@@ -18,13 +15,9 @@ namespace {
 
 std::string outputOf(const std::string& command)
 {
-    std::string text;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    char buffer[4096];
-    while (const size_t got = fread(buffer, 1, sizeof buffer, pipe))
-        text.append(buffer, got);
-    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
-    return text;
+    EXPECT_EQ(std::system((command + " >output 2>&1").c_str()), 0) << command;
+    const std::vector<uint8_t> text = readFile("output");
+    return {text.begin(), text.end()};
 }
 
 } // namespace
@@ -47,13 +40,17 @@ TEST(Output, ReplacesTheFormerBankOnlyWhenTheNewOneIsComplete)
     EXPECT_EQ(readFile(workshop.path("bank.h")), formerHeader);
 
     EXPECT_EQ(build(order).result, TARNOK_OK);
-    EXPECT_EQ(hear(order.output).size(), 2u);
+    EXPECT_EQ(hear(order.output).at(1).name, "sound1");
     EXPECT_NE(readFile(workshop.path("bank.h")), formerHeader);
 
     order.initFlags = TARNOK_INIT_ALWAYS;
+    order.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
+    order.key = "Gänsemarsch";
     fs::remove(workshop.path("bank.h"));
     EXPECT_EQ(build(order).result, TARNOK_OK);
     EXPECT_FALSE(fs::exists(workshop.path("bank.h"))) << "not wanted";
+    EXPECT_TRUE(hear(order.output, "Gansemarsch").empty());
+    EXPECT_EQ(hear(order.output, order.key).at(1).name, "");
     EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
 }
 
@@ -130,29 +127,6 @@ TEST(Output, SweepsUpWhatKilledBuildsLeft)
     EXPECT_EQ(workshop.leftovers(), std::vector{another});
 }
 
-TEST(Output, LocksABankWithItsKeyAndHidesNames)
-{
-    const Workshop workshop;
-    Order order = workshop.order(workshop.makeSounds(3));
-    order.key = "Gänsemarsch";
-    ASSERT_EQ(build(order).result, TARNOK_OK);
-    const std::vector<uint8_t> first = readFile(order.output);
-    const std::string text(first.begin(), first.end());
-    EXPECT_EQ(text.find("sound1"), std::string::npos);
-    EXPECT_TRUE(hear(order.output).empty());
-    EXPECT_TRUE(hear(order.output, "Gansemarsch").empty());
-    const std::vector<Heard> heard = hear(order.output, order.key);
-    ASSERT_EQ(heard.size(), 3u);
-    EXPECT_EQ(heard[1].name, "sound1");
-    EXPECT_EQ(build(order).result, TARNOK_OK);
-    EXPECT_TRUE(readFile(order.output) == first);
-
-    order.key = nullptr;
-    order.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
-    ASSERT_EQ(build(order).result, TARNOK_OK);
-    EXPECT_EQ(hear(order.output).at(1).name, "");
-}
-
 TEST(Output, HeaderCompilesAsC89AndTellsNamesAndIndices)
 {
     const Workshop workshop;
@@ -179,8 +153,9 @@ TEST(Output, HeaderCompilesAsC89AndTellsNamesAndIndices)
         program +=
             "printf(\"%d %s\\n\", " + (*found)[1].str() + ", bank_2nd_b__nk_file_names[" + (*found)[1].str() + "]);\n";
     writeFile(workshop.path("print.c"), program + "printf(\"%d\\n\", BANK_2ND_B__NK_FILE_COUNT);\nreturn 0;\n}\n");
-    outputOf(std::string(C_COMPILER) + " -std=c89 -pedantic-errors -Wall -Wextra -Werror -o '" + workshop.path("print")
-             + "' '" + workshop.path("print.c") + "'");
+    EXPECT_EQ(outputOf(std::string(C_COMPILER) + " -std=c89 -pedantic-errors -Wall -Wextra -Werror -o '"
+                       + workshop.path("print") + "' '" + workshop.path("print.c") + "'"),
+              "");
     std::string expected;
     for (const Heard& heard : hear(order.output))
         expected += std::to_string(std::count(expected.begin(), expected.end(), '\n')) + " " + heard.name + "\n";

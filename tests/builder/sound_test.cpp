@@ -1,9 +1,6 @@
 // What becomes of the sounds: samples, channels, loops, markers, and those that can't be built.
 #include "workshop.hpp"
 
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -155,27 +152,21 @@ TEST(Sound, SoundsLikeItsSourceInEveryFormatAndAtOtherRates)
     const std::string file = workshop.path("tone.wav");
     // A whole number of periods, since the sound loops.
     writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 44100, 300));
-    struct Case
-    {
-        TARNOK_FORMAT format;
-        float wanted;
-        int rate;
-        double decibels;
-    };
-    const Case cases[] = {{TARNOK_FORMAT_PCM, 44100, 44100, 80},    {TARNOK_FORMAT_PCM, 8000, 8000, 80},
-                          {TARNOK_FORMAT_PCM, 96000, 96000, 80},    {TARNOK_FORMAT_PCM, 44099, 44099, 80},
-                          {TARNOK_FORMAT_KADPCM, 22050, 22050, 35}, {TARNOK_FORMAT_VORBIS, 0, 44100, 20},
-                          {TARNOK_FORMAT_OPUS, 0, 48000, 20},       {TARNOK_FORMAT_OPUS, 11025, 12000, 20}};
-    for (const Case& each : cases) {
+    const std::tuple<TARNOK_FORMAT, float, int, double> cases[] = {
+        {TARNOK_FORMAT_PCM, 44100, 44100, 80},    {TARNOK_FORMAT_PCM, 8000, 8000, 80},
+        {TARNOK_FORMAT_PCM, 96000, 96000, 80},    {TARNOK_FORMAT_PCM, 44099, 44099, 80},
+        {TARNOK_FORMAT_KADPCM, 22050, 22050, 35}, {TARNOK_FORMAT_VORBIS, 0, 44100, 20},
+        {TARNOK_FORMAT_OPUS, 0, 48000, 20},       {TARNOK_FORMAT_OPUS, 11025, 12000, 20}};
+    for (const auto& [format, wanted, rate, decibels] : cases) {
         const Heard built = buildOne(workshop, {file}, [&](Order& order) {
-            order.format = each.format;
+            order.format = format;
             order.quality = 90;
-            order.each.desiredSampleRate = each.wanted;
+            order.each.desiredSampleRate = wanted;
         });
-        EXPECT_EQ(built.rate, each.rate);
-        const Signal expected = sine(1, each.rate, size_t(each.rate), 300);
+        EXPECT_EQ(built.rate, rate);
+        const Signal expected = sine(1, rate, size_t(rate), 300);
         ASSERT_EQ(built.floats.size(), expected.samples.size());
-        EXPECT_GT(signalToNoise(expected.samples, built.floats), each.decibels) << each.format << " " << each.rate;
+        EXPECT_GT(signalToNoise(expected.samples, built.floats), decibels) << format << " " << rate;
     }
 }
 
@@ -220,20 +211,24 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     Order order = workshop.order({});
     for (const Case& each : cases)
         order.sounds.push_back(each.files);
-    const Outcome all = build(order);
-    EXPECT_EQ(all.result, cases[1].result) << "the first in the list decides";
-    EXPECT_EQ(all.countOf(TARNOK_STATE_FINISHED), 1);
-    EXPECT_FALSE(std::filesystem::exists(order.output));
-    int failed = 0;
-    for (const Report& report : all.reports) {
-        if (report.state != TARNOK_STATE_FAILED)
-            continue;
-        ++failed;
-        EXPECT_EQ(report.code, cases[report.sound].result) << report.text;
-        EXPECT_NE(report.text.find(cases[report.sound].text), std::string::npos) << report.text;
+    for (const TARNOK_FORMAT format : allFormats) {
+        order.format = format;
+        const Outcome all = build(order);
+        EXPECT_EQ(all.result, cases[1].result) << "the first in the list decides";
+        EXPECT_EQ(all.countOf(TARNOK_STATE_FINISHED), 1);
+        EXPECT_EQ(all.countOf(TARNOK_STATE_FAILED), faults);
+        EXPECT_FALSE(std::filesystem::exists(order.output));
+        for (const Report& report : all.reports) {
+            if (report.state != TARNOK_STATE_FAILED)
+                continue;
+            EXPECT_EQ(report.code, cases[report.sound].result) << report.text;
+            // Encoders of other formats begin elsewhere, and may come upon another fault of a file first.
+            const char* text = format == TARNOK_FORMAT_PCM ? cases[report.sound].text : ": ";
+            EXPECT_NE(report.text.find(text), std::string::npos) << report.text;
+        }
     }
-    EXPECT_EQ(failed, faults);
 
+    order.format = TARNOK_FORMAT_PCM;
     order.initFlags |= TARNOK_INIT_IGNORE_ERRORS;
     const Outcome ignored = build(order);
     EXPECT_EQ(ignored.result, TARNOK_OK);
@@ -311,18 +306,6 @@ TEST(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)
     const Outcome locked = build(workshop.order({bankOf("locked.tnb", {files[0]}, "key")}));
     EXPECT_EQ(locked.result, TARNOK_ERR_INVALID_FORMAT);
     EXPECT_NE(locked.texts().find("encrypted"), std::string::npos) << locked.texts();
-}
-
-TEST(Sound, NeedsAModuleForTheFormatsOfConsoles)
-{
-    const Workshop workshop;
-    Order order = workshop.order(workshop.makeSounds(3));
-    for (const TARNOK_FORMAT format : {TARNOK_FORMAT_XMA, TARNOK_FORMAT_AT9}) {
-        order.format = format;
-        const Outcome outcome = build(order);
-        EXPECT_EQ(outcome.result, TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND);
-        EXPECT_EQ(outcome.countOf(TARNOK_STATE_FAILED), 3);
-    }
 }
 
 TEST(Sound, LowersTheRateToWhatIsAudibleWhenAsked)

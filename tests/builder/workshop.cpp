@@ -1,8 +1,5 @@
 #include "workshop.hpp"
 
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
 #include <algorithm>
 #include <atomic>
 #include <filesystem>

@@ -9,6 +9,9 @@
 
 namespace test {
 
+inline constexpr TARNOK_FORMAT allFormats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS,
+                                               TARNOK_FORMAT_OPUS};
+
 struct Report
 {
     int sound = 0;

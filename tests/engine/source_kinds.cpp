@@ -1,6 +1,6 @@
 #include "source_kinds.hpp"
 
-#include <sndfile.h>
+#include <map>
 
 namespace test {
 
@@ -94,6 +94,17 @@ const std::vector<SourceKind>& sourceKinds()
 {
     static const std::vector<SourceKind> kinds = makeKinds();
     return kinds;
+}
+
+const std::string& exampleOf(const SourceKind& kind)
+{
+    static std::map<std::string, std::string> examples;
+    std::string& path = examples[kind.name];
+    if (path.empty()) {
+        path = "example-" + kind.name;
+        kind.make(path, noise(kind.channels, kind.rate, 5000));
+    }
+    return path;
 }
 
 } // namespace test

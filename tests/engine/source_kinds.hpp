@@ -26,4 +26,7 @@ struct SourceKind
 
 [[nodiscard]] const std::vector<SourceKind>& sourceKinds();
 
+// A file of 5000 samples of noise, made once in each run.
+[[nodiscard]] const std::string& exampleOf(const SourceKind& kind);
+
 } // namespace test

@@ -5,6 +5,7 @@
 #include "bank/writer.hpp"
 #include "encoder.hpp"
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,10 @@ public:
 private:
     uint64_t mState;
 };
+
+// Tampers with a place: a flipped bit, a random byte, or a number of 4 or 8 bytes at one of the values where arithmetic
+// overflows.
+void tamper(std::span<uint8_t> part, Noise& noise);
 
 // frames of a sum of sines; per channel the frequencies are shifted a little.
 [[nodiscard]] std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame,

@@ -1,7 +1,5 @@
 #include "support/engine_access.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +17,7 @@ KESS_RESULT Engine::open(const std::string& path, SoundPointer* sound, int type)
 {
     KESS_CREATESOUNDEXINFO info{};
     info.cbsize = sizeof info;
-    info.suggestedsoundtype = static_cast<KESS_SOUND_TYPE>(type);
+    info.suggestedsoundtype = KESS_SOUND_TYPE(type);
     KESS::Sound* opened = nullptr;
     const unsigned mode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
     const KESS_RESULT result = mSystem->createSound(path.c_str(), mode, type ? &info : nullptr, &opened);
@@ -59,7 +57,7 @@ std::vector<uint8_t> readBytes(KESS::Sound& sound)
     std::vector<uint8_t> all;
     std::vector<uint8_t> piece(10007 * 4);
     unsigned got = 0;
-    while (sound.readData(piece.data(), static_cast<unsigned>(piece.size()), &got) == KESS_OK)
+    while (sound.readData(piece.data(), unsigned(piece.size()), &got) == KESS_OK)
         all.insert(all.end(), piece.begin(), piece.begin() + got);
     return all;
 }
@@ -67,12 +65,12 @@ std::vector<uint8_t> readBytes(KESS::Sound& sound)
 std::vector<float> readFloats(KESS::Sound& sound, size_t most)
 {
     constexpr size_t kFrames = 3001;
-    const auto channels = static_cast<unsigned>(factsOf(sound).channels);
+    const auto channels = unsigned(factsOf(sound).channels);
     std::vector<float> all;
     std::vector<float> piece(kFrames * channels);
     unsigned got = 1;
     for (; most > 0 && got > 0; most -= got) {
-        if (sound.readFloat(piece.data(), static_cast<unsigned>(std::min(most, kFrames)), &got) != KESS_OK)
+        if (sound.readFloat(piece.data(), unsigned(std::min(most, kFrames)), &got) != KESS_OK)
             break;
         all.insert(all.end(), piece.begin(), piece.begin() + got * channels);
     }

@@ -3,6 +3,8 @@
 
 #include "kess.hpp"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>

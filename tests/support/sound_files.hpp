@@ -1,6 +1,8 @@
 // Sound files for tests, made on the spot.
 #pragma once
 
+#include <sndfile.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -17,7 +19,7 @@ struct Signal
     int rate = 44100;
     std::vector<float> samples;
 
-    [[nodiscard]] size_t frames() const { return samples.size() / static_cast<size_t>(channels); }
+    [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
 };
 
 // A tone in each channel, one a little higher than the one before, at half of full scale.
