@@ -233,6 +233,25 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
     }
 }
 
+TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfTheSink)
+{
+    class FullSink final : public bank::ByteSink
+    {
+    public:
+        Error write(std::span<const uint8_t>) override { return Error::Memory; }
+    };
+    std::stop_source stop;
+    stop.request_stop();
+    for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {
+        MemorySound sound = music(codec, 50'000, 1);
+        bank::Sound encoded;
+        FullSink full;
+        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, 50, full, {}, &encoded), Error::Memory) << int(codec);
+        bank::MemorySink sink;
+        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, 50, sink, stop.get_token(), &encoded), Error::Cancelled);
+    }
+}
+
 TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
 {
     for (const Codec codec : {Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm}) {

@@ -1,8 +1,6 @@
 // What becomes of the sounds: samples, channels, loops, markers, and those that can't be built.
 #include "workshop.hpp"
 
-#include <algorithm>
-#include <cmath>
 #include <filesystem>
 
 #include <fcntl.h>
