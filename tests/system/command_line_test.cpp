@@ -174,6 +174,12 @@ TEST_F(CommandLines, SteerTheServicesBySwitches)
             EXPECT_EQ(int(logger()->verbosity()), 6 - level);
         });
     }
+    EXPECT_TRUE(runSwitch("-allow_tnb", bank));
+    EXPECT_TRUE(Singleton<SoundFileValidator>::instance()->allowTnbFiles());
+    commandLine().init();
+    EXPECT_FALSE(Singleton<SoundFileValidator>::instance()->allowTnbFiles());
+    logger()->ungag();
+
     writeFile("p.prof", "<profile><format>Opus</format><quality>9</quality></profile>");
     EXPECT_TRUE(runSwitch("x.wav -q 3 -profile ./p.prof -no_loop", bank));
     EXPECT_EQ(bank->profile().quality(), 9u);
