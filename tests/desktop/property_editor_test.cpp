@@ -187,6 +187,7 @@ TEST_F(PropertyEditorTest, qualityIsCutFromTheSliderAndFromTheText)
         QTest::keyClicks(lineEdit("Quality"), typed);
         EXPECT_EQ(profile().quality(), quality) << typed;
         EXPECT_EQ(slider()->value(), position) << typed;
+        EXPECT_EQ(lineEdit("Quality")->text().toUInt(), quality) << typed;
     }
 
     // Showing 59 moves the slider to 58, which stores 58, while the text shows 59.
