@@ -46,16 +46,16 @@ struct EncodedSound
 };
 
 // All sounds in memory, in the form in which the builder's cache stores them.
-class MemorySounds final : public bank::StoredSounds
+class MemorySounds : public bank::StoredSounds
 {
 public:
-    explicit MemorySounds(const std::vector<EncodedSound>& sounds)
-        : mSounds(sounds)
+    explicit MemorySounds(std::vector<EncodedSound> sounds)
+        : mSounds(std::move(sounds))
     { }
     bank::Result<bank::StoredSound> open(size_t index) override;
 
-private:
-    const std::vector<EncodedSound>& mSounds;
+protected:
+    std::vector<EncodedSound> mSounds;
 };
 
 // Asserts that encoding works.
