@@ -17,6 +17,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import traceback
 import wave
 
 THREADS = 2
@@ -143,15 +144,28 @@ class Bench:
 
     # -- peers: each returns a function that runs it once, or None
 
-    def oggenc(self, files):
-        if not shutil.which("oggenc"):
+    def each(self, program, arguments, files, words):
+        """Runs a program once for each file, two at a time; words(file, folder) ends its command line."""
+        if not shutil.which(program):
             return None
 
         def once():
-            out = self.fresh_folder("ogg")
-            jobs = "".join(f"{out / path.stem}.ogg\n{path}\n" for path in files)
-            return run(["xargs", "-P2", "-n2", "-d", "\\n", "oggenc", "-Q", "-q", "5", "-o"], self.folder, jobs)
+            out = self.fresh_folder(program)
+            jobs = [words(path, out) for path in files]
+            feed = "".join(f"{word}\n" for job in jobs for word in job)
+            return run(["xargs", "-P2", f"-n{len(jobs[0])}", "-d", "\\n", program, *arguments], self.folder, feed)
         return once
+
+    def oggenc(self, files):
+        return self.each("oggenc", ["-Q", "-q", "5", "-o"], files, lambda path, out: (out / f"{path.stem}.ogg", path))
+
+    def opusenc(self, files):
+        return self.each("opusenc", ["--quiet", "--bitrate"], files,
+                         lambda path, out: (48 * channels_of(path), path, out / f"{path.stem}.opus"))
+
+    def ffmpeg(self, files):
+        return self.each("ffmpeg", ["-nostdin", "-v", "error", "-i"], files,
+                         lambda path, out: (path, "-c:a", "adpcm_ima_wav", out / path.name))
 
     def oggenc_batches(self, files):
         """Fewer processes, each for several files."""
@@ -161,27 +175,6 @@ class Bench:
                 (out / path.name).symlink_to(path)
             jobs = "".join(f"{out / path.name}\n" for path in files)
             return run(["xargs", "-P2", "-n9", "-d", "\\n", "oggenc", "-Q", "-q", "5"], self.folder, jobs)
-        return once
-
-    def opusenc(self, files):
-        if not shutil.which("opusenc"):
-            return None
-
-        def once():
-            out = self.fresh_folder("opus")
-            jobs = "".join(f"{48 * channels_of(path)}\n{path}\n{out / path.stem}.opus\n" for path in files)
-            return run(["xargs", "-P2", "-n3", "-d", "\\n", "opusenc", "--quiet", "--bitrate"], self.folder, jobs)
-        return once
-
-    def ffmpeg(self, files):
-        if not shutil.which("ffmpeg"):
-            return None
-
-        def once():
-            out = self.fresh_folder("adpcm")
-            jobs = "".join(f"{path}\n-c:a\nadpcm_ima_wav\n{out / path.name}\n" for path in files)
-            return run(["xargs", "-P2", "-n4", "-d", "\\n", "ffmpeg", "-nostdin", "-v", "error", "-i"],
-                       self.folder, jobs)
         return once
 
     # -- speed
@@ -331,6 +324,8 @@ def apart(work, *arguments):
         try:
             work(*arguments)
             status = 0
+        except BaseException:
+            traceback.print_exc()
         finally:
             os._exit(status)
     if os.waitpid(child, 0)[1] != 0:
@@ -338,18 +333,22 @@ def apart(work, *arguments):
 
 
 def channels_of(path):
-    with wave.open(str(path)) as file:
-        return file.getnchannels()
+    """Of a WAV file in which the format comes first, as tnb writes them; Python's module reads no float samples."""
+    with open(path, "rb") as file:
+        return int.from_bytes(file.read(24)[22:24], "little")
 
 
 def stereo_frames(path):
     """The frames of a 16-bit sound as stereo; none of any other."""
-    with wave.open(str(path)) as file:
-        if file.getsampwidth() != 2 or file.getnchannels() > 2:
-            return b""
-        frames = file.readframes(file.getnframes())
-        if file.getnchannels() == 2:
-            return frames
+    try:
+        with wave.open(str(path)) as file:
+            if file.getsampwidth() != 2 or file.getnchannels() > 2:
+                return b""
+            frames = file.readframes(file.getnframes())
+            if file.getnchannels() == 2:
+                return frames
+    except wave.Error:
+        return b""
     return b"".join(frames[i:i + 2] * 2 for i in range(0, len(frames), 2))
 
 

@@ -34,7 +34,8 @@ set y2tics
 plot "{data}" using 1:2 with lines lw 2 lc rgb "#2f83d6" title "Vorbis", \\
      "" using 1:3 axes x1y2 with points pt 7 lc rgb "#2f83d6" notitle, \\
      "" using 1:4 with lines lw 2 lc rgb "#b8741a" title "Opus", \\
-     "" using 1:5 axes x1y2 with points pt 7 lc rgb "#b8741a" notitle
+     "" using 1:5 axes x1y2 with points pt 7 lc rgb "#b8741a" notitle, \\
+     {kadpcm} with lines lw 1 dt 2 lc rgb "#777777" title "KADPCM"
 """
 
 
@@ -67,8 +68,10 @@ def main():
             figures = [*measure(work, sounds, "vorbis", quality), *measure(work, sounds, "opus", quality)]
             lines.append(",".join([str(quality)] + [f"{figure:.1f}" for figure in figures]))
             print("| {} | {:.0f} | {:.1f} | {:.0f} | {:.1f} |".format(quality, *figures), flush=True)
+        kadpcm = measure(work, sounds, "kadpcm", 50)
+        print("KADPCM: {:.0f} kbit/s, {:.1f} dB".format(*kadpcm))
     data.write_text("\n".join(lines) + "\n")
-    subprocess.run(["gnuplot"], input=PLOT.format(data=data, image=image), text=True, check=True)
+    subprocess.run(["gnuplot"], input=PLOT.format(data=data, image=image, kadpcm=kadpcm[0]), text=True, check=True)
 
 
 if __name__ == "__main__":

@@ -25,6 +25,7 @@ public:
     virtual bool deserialize(XmlStreamIterator& xml) = 0;
     virtual bool isDirty() const { return mDirty; }
     virtual void makeClean() { mDirty = false; }
+    void makeDirty() { mDirty = true; }
 
 protected:
     // The rule of every setter: store, and become dirty, only on a real change.

@@ -3,6 +3,7 @@
 #include "build_system.hpp"
 #include "logger.hpp"
 #include "utility_classes.hpp"
+#include "utility_widgets.hpp"
 #include "workspace.hpp"
 
 #include <QApplication>
@@ -394,7 +395,7 @@ bool FileIO::ensureOutputDirectory(const QString& location)
 
     const auto answer = QMessageBox::warning(
         window(), APP_NAME,
-        QString("The output directory %0 doesn't exist, would you like it to be created?").arg(location),
+        asItStands(QString("The output directory %0 doesn't exist, would you like it to be created?").arg(location)),
         QMessageBox::Yes | QMessageBox::Cancel);
     switch (answer) {
     case QMessageBox::Yes:

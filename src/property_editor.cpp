@@ -113,7 +113,8 @@ void PropertyEditor::createPathControls(QVBoxLayout* layout)
     layout->addWidget(labelFor(mFileNameEdit, "Output file"));
     layout->addWidget(mFileNameEdit);
 
-    mDirectoryEdit = new EnhancedDirectoryLineEdit(this);
+    // Without a parent yet: the Tab key follows the order in which the widgets come under the panel, by its layout.
+    mDirectoryEdit = new EnhancedDirectoryLineEdit(nullptr);
     mDirectoryEdit->setControlName("Output directory");
     layout->addWidget(labelFor(mDirectoryEdit, "Output directory"));
     layout->addWidget(mDirectoryEdit);

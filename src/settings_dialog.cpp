@@ -41,6 +41,7 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     mProfileDirectory = createDirectoryEdit("Profile Directory", layout);
 
     mThreadSlider = new EnhancedSlider(MIN_THREADS, MAX_THREADS, DEFAULT_THREADS, MAX_THREADS - MIN_THREADS, 0);
+    mThreadSlider->setParent(this); // before the check box, which the Tab key would else reach first
     mThreadSlider->setControlName("Thread count");
     auto* threadLabel = new QLabel("Thread count");
     threadLabel->setBuddy(mThreadSlider);

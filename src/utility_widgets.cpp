@@ -46,6 +46,11 @@ QString formatNumber(float value)
 
 } // namespace
 
+QString asItStands(const QString& text)
+{
+    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text, Qt::WhiteSpaceNormal) : text;
+}
+
 NumericTextBox::NumericTextBox(QString label, QDoubleValidator* validator, QWidget* parent)
     : QFrame(parent)
     , mLineEdit(new QLineEdit)
@@ -317,10 +322,10 @@ bool DirectoryLineEdit::createDirectory(const QString& path)
     if (!dir.cdUp())
         return false;
 
-    const auto answer =
-        QMessageBox::question(parentWidget(), tr("Tarnok Ex"),
-                              tr("The directory '%0' does not exist, would you like it to be created?").arg(name),
-                              QMessageBox::Ok | QMessageBox::Cancel);
+    const auto answer = QMessageBox::question(
+        parentWidget(), tr("Tarnok Ex"),
+        asItStands(tr("The directory '%0' does not exist, would you like it to be created?").arg(name)),
+        QMessageBox::Ok | QMessageBox::Cancel);
     if (answer != QMessageBox::Ok)
         return false;
 

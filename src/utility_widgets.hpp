@@ -16,6 +16,9 @@ class QTextEdit;
 
 namespace TARNOK {
 
+// A text for a message box, which takes one with a tag in it, as a directory's name may have, for rich text.
+QString asItStands(const QString& text);
+
 // A number that is shown with a fixed count of decimals: digits behind them are dropped, not rounded, and a value too
 // small to show is shown as the smallest step.
 class NumericTextBox : public QFrame

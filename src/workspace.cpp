@@ -21,9 +21,40 @@ Logger* logger()
     return Singleton<Logger>::instance();
 }
 
+// What a document that is about to be replaced holds.
+QByteArray formerContents(const QString& path)
+{
+    QFile file(path);
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Tells of a document that couldn't be written to its end and puts back what was there before, for which there was
+// room. The object has changes that are not on disk again.
+void abandonDocument(const Serializable& object, const QString& path, const QString& fault, const QByteArray& former)
+{
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot write file %s:\n%s.", path.toUtf8().constData(),
+                      fault.toUtf8().constData());
+    const_cast<Serializable&>(object).makeDirty();
+
+    QFile file(path);
+    if (!QFileInfo(file).isFile())
+        return;
+    if (former.isEmpty())
+        file.remove();
+    else if (file.open(QIODevice::WriteOnly))
+        file.write(former);
+}
+
+// Empty if there is none.
+QString faultOf(const QFile& file)
+{
+    return file.error() == QFileDevice::NoError ? QString() : file.errorString();
+}
+
 // Writes one object as a document of its own; the file is removed again if the object refuses.
 bool writeDocument(const Serializable& object, const QString& path, QIODevice::OpenMode mode)
 {
+    const QByteArray former = formerContents(path);
     QFile file(path);
     file.open(mode);
     Q_ASSERT(file.isOpen());
@@ -34,10 +65,21 @@ bool writeDocument(const Serializable& object, const QString& path, QIODevice::O
     writer.writeStartDocument();
     const bool serialized = object.serialize(&writer);
     writer.writeEndDocument();
+
+    // A write that ends early has no reason to give, the next one has; closing forgets it.
+    if (!file.flush())
+        file.flush();
+    QString fault = faultOf(file);
     file.close();
-    if (!serialized)
+    if (fault.isEmpty())
+        fault = faultOf(file);
+    if (!serialized) {
         file.remove();
-    return serialized;
+        return false;
+    }
+    if (!fault.isEmpty())
+        abandonDocument(object, path, fault, former);
+    return fault.isEmpty();
 }
 
 // The largest float that an unsigned integer holds.

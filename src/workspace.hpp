@@ -18,8 +18,8 @@ public:
     // Opens a list file (.lst, .txt) or a project file (any other name). Null if that fails; most reasons are logged.
     SoundBank* loadSoundBank(const QString& path);
 
-    // Writes a project file. A bank that doesn't validate leaves no file at path, and the result is false. A path that
-    // can't be opened for writing aborts.
+    // Writes a project file. A bank that doesn't validate leaves no file at path, and the result is false; so it is,
+    // with what was at path before, if the disk is full. A path that can't be opened for writing aborts.
     bool saveSoundBank(const SoundBank* bank, const QString& path);
 
     // Reads a profile file into profile, which stays as it was on failure. A missing file, and a workspace without a

@@ -153,8 +153,9 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * to, must stay as they are until then. quality is 0 to 100. encryptionKey may be null for a bank without a key.
  * A failed or cancelled build leaves a bank that stood at outputFileName as it was.
  *
- * Every sound is tried, also after another has failed, and each failure is reported. The result is that of the first
- * failed sound in the list:
+ * Every sound is tried, also after another has failed, and each failure is reported. A sound that was finished may fail
+ * after all when its file is changed before the bank is written. The result is that of the first failed sound in the
+ * list:
  * TARNOK_ERR_FILE_NOT_FOUND, TARNOK_ERR_FILE_OS: a source can't be read. TARNOK_ERR_INVALID_FORMAT: it isn't a sound,
  * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
  * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD: the encoder module for XMA or AT9

@@ -180,7 +180,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
 {
     if (!subsounds || numSubsounds == 0)
         return invalid("the list of sounds is empty");
-    if (format < TARNOK_FORMAT_PCM || format > TARNOK_FORMAT_OPUS)
+    if (int(format) < 0 || size_t(format) >= bank::kCodecCount)
         return invalid("format " + std::to_string(int(format)) + " is unknown");
     if (quality > 100)
         return invalid("quality " + std::to_string(quality) + " is above 100");
@@ -370,7 +370,8 @@ Result<StoredPlace> Build::tryToBuild(const Task& task)
 }
 
 // Somebody has emptied the cache, or a part of it, since these sounds were found or stored there. Where it was emptied
-// once it may be again, so this time they are put where nobody else comes.
+// once it may be again, so this time they are put where nobody else comes. The bank has their facts already, so they
+// can no longer become others.
 Status Build::encodeLost(size_t first)
 {
     std::vector<size_t> lost;
@@ -382,10 +383,29 @@ Status Build::encodeLost(size_t first)
     // The first may have come back meanwhile, by another build.
     if (lost.empty() || lost.front() != first)
         lost.insert(lost.begin(), first);
-    return encodeAgain(lost, false);
+    std::optional<Fault> fault;
+    encodeAgain(lost, [&](const Task& task, Result<StoredPlace> place) {
+        const std::lock_guard lock(mMutex);
+        if (!place)
+            fault = place.fault();
+        else if (place->key == mPlaces[task.index]->key)
+            mPlaces[task.index] = std::move(*place);
+        else
+            fault = Fault{TARNOK_ERR_FILE_OS,
+                          std::string(baseName(pathsOf(task.index).front()))
+                              + ": another program has changed this file during the build"};
+    });
+    if (mStop.stop_requested())
+        return cancelled();
+    if (fault)
+        return *fault;
+    if (!mPlaces[first]->spilled)
+        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+    return {};
 }
 
-Status Build::encodeChanged(size_t found)
+// A sound that can no longer be built fails like one that never could.
+Status Build::encodeChanged(size_t found, bool all)
 {
     std::vector<size_t> changed;
     for (size_t index = 0; index < mPlaces.size() && !mStop.stop_requested(); ++index) {
@@ -393,46 +413,43 @@ Status Build::encodeChanged(size_t found)
         if (!place || !place->inSource)
             continue;
         const Result<FileStamp> stamp = stampOf(pathsOf(index).front());
-        if (index == found || !stamp || *stamp != place->inSource->stamp)
+        if (all || index == found || !stamp || *stamp != place->inSource->stamp)
             changed.push_back(index);
     }
-    mCache.forgetRecord(mPlaces[found]->key);
-    Status status = encodeAgain(changed, true);
-    mIndex.save();
-    mCache.saveRecords(mStop);
-    return status;
-}
-
-// Once the writing of the bank has begun, a sound can no longer become another one.
-Status Build::encodeAgain(std::span<const size_t> sounds, bool mayDiffer)
-{
-    std::optional<Fault> fault;
-    runOnWorkers(mLibrary.threadCount, sounds.size(), [&](size_t job, unsigned worker) {
-        try {
-            const size_t index = sounds[job];
-            if (mStop.stop_requested())
-                return;
-            Result<StoredPlace> place = tryToBuild({index, worker, true});
-            const std::lock_guard lock(mMutex);
-            if (!place)
-                fault = place.fault();
-            else if (mayDiffer || place->key == mPlaces[index]->key)
-                mPlaces[index] = std::move(*place);
-            else
-                fault = Fault{TARNOK_ERR_FILE_OS,
-                              std::string(baseName(mRequest.subsounds[index].fileNames[0]))
-                                  + ": another program has changed this file during the build"};
-        } catch (...) {
-            // Not even the fault could be stored. The sound is still lost, and that is found below.
+    const ContentHash expected = mPlaces[found]->key;
+    encodeAgain(changed, [&](const Task& task, Result<StoredPlace> place) {
+        if (place) {
+            mPlaces[task.index] = std::move(*place);
+            return;
         }
+        mPlaces[task.index].reset();
+        soundFailed(task, place.fault());
     });
     if (mStop.stop_requested())
         return cancelled();
-    if (fault)
-        return *fault;
-    if (!mPlaces[sounds.front()]->spilled)
+    if (mPlaces[found] && mPlaces[found]->inSource)
         return Fault{TARNOK_ERR_MEMORY, "out of memory"};
-    return {};
+    // The same content with another checksum: it isn't the file that was wrong.
+    if (mPlaces[found] && mPlaces[found]->key == expected)
+        mCache.forgetRecord(expected);
+    mIndex.save();
+    mCache.saveRecords(mStop);
+    return verdict();
+}
+
+void Build::encodeAgain(std::span<const size_t> sounds,
+                        const std::function<void(const Task& task, Result<StoredPlace> place)>& take)
+{
+    runOnWorkers(mLibrary.threadCount, sounds.size(), [&](size_t job, unsigned worker) {
+        if (mStop.stop_requested())
+            return;
+        try {
+            const Task task{sounds[job], worker, true};
+            take(task, tryToBuild(task));
+        } catch (...) {
+            // Not even the fault could be stored. The sound is where it was, and that is found by the caller.
+        }
+    });
 }
 
 Result<StoredPlace> Build::findOrEncode(const Task& task)
@@ -636,23 +653,20 @@ Status Build::verdict() const
 
 // Sounds that are still in their source files are compared with their checksums on their way into the bank. What was
 // changed since it was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each
-// file was last seen, as ever.
+// file was last seen, as ever. Where files go on changing, one after the other, all of them are put aside in the end.
 Status Build::writeBank(Outputs* outputs)
 {
-    constexpr int attempts = 4;
+    constexpr int attemptsInSource = 3;
     for (int attempt = 1;; ++attempt) {
         Stored stored(*this);
         Status status = writeSounds(outputs, stored);
         if (status)
             break;
         const std::optional<size_t> source = stored.failedSource();
-        if (!source || outputs->bank->fault().code != TARNOK_OK || mStop.stop_requested())
+        const bool isElsewhere = outputs->bank->fault().code != TARNOK_OK || status.fault().code == TARNOK_ERR_MEMORY;
+        if (!source || isElsewhere || mStop.stop_requested())
             return status;
-        if (attempt == attempts)
-            return Fault{TARNOK_ERR_FILE_OS,
-                         std::string(baseName(pathsOf(*source).front()))
-                             + ": another program keeps writing to this file"};
-        if (Status again = encodeChanged(*source); !again)
+        if (Status again = encodeChanged(*source, attempt >= attemptsInSource); !again)
             return again;
         if (Status again = outputs->bank->restart(); !again)
             return again;

@@ -14,6 +14,7 @@
 #include "tarnok.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -82,10 +83,12 @@ private:
     Result<StoredPlace> tryToBuild(const Task& task);
     // Encodes the sounds from first on that are no longer in the cache.
     Status encodeLost(size_t first);
-    // Encodes the sounds whose source files are no longer those that were read: `found`, and any other.
-    Status encodeChanged(size_t found);
-    // mayDiffer: whether a sound may have become another one.
-    Status encodeAgain(std::span<const size_t> sounds, bool mayDiffer);
+    // Encodes the sounds whose source files are no longer those that were read: `found`, and any other; or all that are
+    // left in their source files.
+    Status encodeChanged(size_t found, bool all);
+    // Hands each sound to take, on the workers.
+    void encodeAgain(std::span<const size_t> sounds,
+                     const std::function<void(const Task& task, Result<StoredPlace> place)>& take);
     std::optional<StoredPlace> findInSource(const Task& task, const SoundSettings& settings,
                                             const SourceIdentity& identity, const ContentHash& key);
     Result<StoredPlace> findOrEncode(const Task& task);

@@ -212,19 +212,17 @@ std::optional<RawRecord> Cache::findRecord(const ContentHash& key)
     const std::lock_guard lock(mRecordsMutex);
     if (!mRecords)
         mRecords = readRecords().value_or(RecordTable());
-    const RawRecord* found = mRecords->find(key);
-    if (!found)
-        return std::nullopt;
+    std::optional<RawRecord> found = mRecords->find(key);
     const int64_t now = time(nullptr);
-    if (found->usedAt + renewRecordAfter < now)
-        mNewRecords.set(key, {found->dataOffset, now, found->bytes});
-    return *found;
+    if (found && found->usedAt < now - renewRecordAfter)
+        mNewRecords[key] = {found->dataOffset, now, found->bytes};
+    return found;
 }
 
 void Cache::storeRecord(const ContentHash& key, uint64_t dataOffset, std::span<const uint8_t> record)
 {
     const std::lock_guard lock(mRecordsMutex);
-    mNewRecords.set(key, {dataOffset, time(nullptr), {record.begin(), record.end()}});
+    mNewRecords[key] = {dataOffset, time(nullptr), {record.begin(), record.end()}};
 }
 
 void Cache::forgetRecord(const ContentHash& key)
@@ -239,11 +237,11 @@ void Cache::saveRecords(std::stop_token stop)
         return;
     mRecords.reset(); // there may be many, and all that is asked for was found by now
     const FileDescriptor folder = lockFolder(mDirectory, stop);
-    RecordTable table = readRecords().value_or(RecordTable());
-    table.merge(std::exchange(mNewRecords, {}));
+    const RecordTable table = readRecords().value_or(RecordTable());
     const int64_t now = time(nullptr);
-    table.prune(now - forgetRecordAfter, now - inUseFor, mLimit / recordsShare);
-    const std::vector<uint8_t> bytes = table.serialise();
+    const std::vector<uint8_t> bytes =
+        table.mergedWith(mNewRecords, now - forgetRecordAfter, now - inUseFor, mLimit / recordsShare);
+    mNewRecords.clear();
     Result<TemporaryFile> file = newEntry();
     if (!file || writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0) != 0)
         return;
@@ -262,7 +260,7 @@ std::optional<RecordTable> Cache::readRecords() const
     std::vector<uint8_t> bytes(stamp.size);
     if (readAt(file->get(), std::as_writable_bytes(std::span(bytes)), 0) != 0)
         return std::nullopt;
-    return RecordTable::parse(bytes);
+    return RecordTable::parse(std::move(bytes));
 }
 
 void Cache::tidy(std::stop_token stop)

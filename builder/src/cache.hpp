@@ -107,7 +107,7 @@ private:
 
     std::mutex mRecordsMutex;
     std::optional<RecordTable> mRecords; // as read, once somebody has asked
-    RecordTable mNewRecords;
+    NewRecords mNewRecords;
 };
 
 } // namespace tarnok

@@ -19,11 +19,35 @@ constexpr std::array<uint32_t, 5> kOpusRates = {8'000, 12'000, 16'000, 24'000, 4
 // What the library's tables of tunings cover.
 constexpr uint32_t kVorbisHighestRate = 200'000;
 
-// To be raised whenever an encoder of ours makes other bytes from the same sound.
-constexpr int kPcmRevision = 1;
-constexpr int kKadpcmRevision = 1;
-constexpr int kVorbisRevision = 3;
-constexpr int kOpusRevision = 3;
+template <typename Made>
+std::unique_ptr<Encoder> make()
+{
+    return std::make_unique<Made>();
+}
+
+struct CodecEntry
+{
+    const char* name;
+    bool hasQuality;
+    int revision; // raised whenever an encoder of ours makes other bytes from the same sound
+    const char* (*libraryVersion)(); // null: no library
+    std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
+};
+
+// Indexed by Codec.
+constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
+    {"PCM", false, 1, nullptr, make<PcmEncoder>},
+    {"XMA", true, 0, nullptr, nullptr},
+    {"AT9", true, 0, nullptr, nullptr},
+    {"Vorbis", true, 3, vorbis_version_string, make<VorbisEncoder>},
+    {"KADPCM", false, 1, nullptr, make<KadpcmEncoder>},
+    {"Opus", true, 3, opus_get_version_string, make<OpusEncoder>},
+}};
+
+const CodecEntry& entryOf(Codec codec)
+{
+    return kCodecs[size_t(codec)];
+}
 
 } // namespace
 
@@ -66,25 +90,18 @@ bank::Sound describe(Codec codec, const PreparedFacts& facts)
 
 std::unique_ptr<Encoder> makeEncoder(Codec codec)
 {
-    switch (codec) {
-    case Codec::Pcm:
-        return std::make_unique<PcmEncoder>();
-    case Codec::Kadpcm:
-        return std::make_unique<KadpcmEncoder>();
-    case Codec::Vorbis:
-        return std::make_unique<VorbisEncoder>();
-    case Codec::Opus:
-        return std::make_unique<OpusEncoder>();
-    case Codec::Xma:
-    case Codec::At9:
-        break;
-    }
-    return nullptr;
+    const CodecEntry& entry = entryOf(codec);
+    return entry.make ? entry.make() : nullptr;
+}
+
+const char* codecName(Codec codec)
+{
+    return entryOf(codec).name;
 }
 
 bool hasQuality(Codec codec)
 {
-    return codec != Codec::Pcm && codec != Codec::Kadpcm;
+    return entryOf(codec).hasQuality;
 }
 
 uint32_t encodingRate(Codec codec, uint32_t sampleRate)
@@ -98,27 +115,13 @@ uint32_t encodingRate(Codec codec, uint32_t sampleRate)
     return sampleRate;
 }
 
-int maximumChannels(Codec)
-{
-    return bank::kMaximumChannels;
-}
-
 std::string encoderVersion(Codec codec)
 {
-    switch (codec) {
-    case Codec::Pcm:
-        return "PCM " + std::to_string(kPcmRevision);
-    case Codec::Kadpcm:
-        return "KADPCM " + std::to_string(kKadpcmRevision);
-    case Codec::Vorbis:
-        return "Vorbis " + std::to_string(kVorbisRevision) + ", " + vorbis_version_string();
-    case Codec::Opus:
-        return "Opus " + std::to_string(kOpusRevision) + ", " + opus_get_version_string();
-    case Codec::Xma:
-    case Codec::At9:
-        break;
-    }
-    return {};
+    const CodecEntry& entry = entryOf(codec);
+    if (!entry.make)
+        return {};
+    const std::string own = std::string(entry.name) + ' ' + std::to_string(entry.revision);
+    return entry.libraryVersion ? own + ", " + entry.libraryVersion() : own;
 }
 
 } // namespace tarnok

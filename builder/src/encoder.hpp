@@ -77,15 +77,15 @@ public:
 // Null for the codecs that need an external module (XMA, AT9); see encoder_module.hpp.
 [[nodiscard]] std::unique_ptr<Encoder> makeEncoder(bank::Codec codec);
 
+// As people write it: "Vorbis".
+[[nodiscard]] const char* codecName(bank::Codec codec);
+
 // Whether quality has a meaning for the codec.
 [[nodiscard]] bool hasQuality(bank::Codec codec);
 
 // The rate at which codec encodes a sound of sampleRate, both in hertz: the same where the codec takes it, otherwise
 // the lowest it takes that keeps the whole spectrum, or its highest. Opus: 8, 12, 16, 24 and 48 kHz.
 [[nodiscard]] uint32_t encodingRate(bank::Codec codec, uint32_t sampleRate);
-
-// The largest number of channels that codec takes.
-[[nodiscard]] int maximumChannels(bank::Codec codec);
 
 // Names everything that decides about the bytes of this codec beside sound and quality: our own revision and the
 // version of the codec's library. Part of the cache's key. Empty for the codecs of modules.

@@ -30,11 +30,6 @@ const char* fileName(Codec codec)
     return codec == Codec::Xma ? "tarnok_xma.so" : "tarnok_at9.so";
 }
 
-const char* name(Codec codec)
-{
-    return codec == Codec::Xma ? "XMA" : "AT9";
-}
-
 // The folder that this library was loaded from, with the slash.
 std::string ownFolder()
 {
@@ -273,10 +268,10 @@ Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
     const std::string file = ownFolder() + fileName(codec);
     if (access(file.c_str(), F_OK) != 0)
         return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
-                     std::string("the encoder module for ") + name(codec) + " is not installed (" + file + ")"};
+                     std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file + ")"};
     const auto bad = [&](const std::string& why) {
         return Fault{TARNOK_ERR_ENCODER_LIBRARY_BAD,
-                     std::string("the encoder module for ") + name(codec) + " can't be used: " + why};
+                     std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
     if (!isWhole(file))
         return bad(file + " is no library for this system, or damaged");

@@ -17,8 +17,7 @@ struct RawSamples
 };
 
 // Reads the samples of an uncompressed file without a decoder in between. They are only looked at, for what is to be
-// told of them: whoever writes the bank takes them from the file, as they are. So floats that may have to be mended are
-// an error here, and are left to the decoder.
+// told of them: whoever writes the bank takes them from the file, as they are.
 class RawSound final : public PreparedSound
 {
 public:
@@ -32,7 +31,7 @@ public:
     // Error::Unsupported.
     bank::Error readFloat(float* frames, size_t count) override;
 
-    // Inside the sound only. Error::Unsupported: a sample is not a number or far above full scale.
+    // Inside the sound only.
     bank::Error readSamples(void* frames, size_t count) override;
 
 private:

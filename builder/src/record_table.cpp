@@ -11,7 +11,7 @@ namespace {
 
 constexpr char magic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '1'};
 
-// Little-endian. The records follow each other without a gap: a head, then its bytes.
+// Little-endian. The records follow each other without a gap, by their keys: a head, then its bytes.
 struct TableHeader
 {
     char magic[8];
@@ -27,10 +27,15 @@ struct RecordHead
     uint64_t recordBytes;
 };
 
-uint64_t sizeOf(const RawRecord& record)
+// A record wherever it is.
+struct Candidate
 {
-    return sizeof(RecordHead) + record.bytes.size();
-}
+    RecordHead head;
+    const uint8_t* bytes;
+
+    ContentHash key() const { return {head.keyHigh, head.keyLow}; }
+    uint64_t size() const { return sizeof head + head.recordBytes; }
+};
 
 template <typename T>
 void append(std::vector<uint8_t>* bytes, const T& value)
@@ -39,77 +44,101 @@ void append(std::vector<uint8_t>* bytes, const T& value)
     bytes->insert(bytes->end(), first, first + sizeof value);
 }
 
-} // namespace
-
-std::optional<RecordTable> RecordTable::parse(std::span<const uint8_t> file)
+void leaveOut(std::vector<Candidate>* records, int64_t oldest, int64_t recently, uint64_t limit)
 {
-    if (file.size() < sizeof(TableHeader))
-        return std::nullopt;
-    const auto header = bank::loadLittle<TableHeader>(file.data());
-    file = file.subspan(sizeof header);
-    if (std::memcmp(header.magic, magic, sizeof magic) != 0
-        || ContentHasher::checksum(std::as_bytes(file)) != header.checksum)
-        return std::nullopt;
-
-    RecordTable table;
-    while (!file.empty()) {
-        if (file.size() < sizeof(RecordHead))
-            return std::nullopt;
-        const auto head = bank::loadLittle<RecordHead>(file.data());
-        file = file.subspan(sizeof head);
-        if (head.recordBytes > file.size())
-            return std::nullopt;
-        const std::span bytes = file.first(size_t(head.recordBytes));
-        table.mRecords.emplace_hint(
-            table.mRecords.end(), ContentHash{head.keyHigh, head.keyLow},
-            RawRecord{head.dataOffset, head.usedAt, std::vector<uint8_t>(bytes.begin(), bytes.end())});
-        file = file.subspan(bytes.size());
-    }
-    return table;
-}
-
-const RawRecord* RecordTable::find(const ContentHash& key) const
-{
-    const auto found = mRecords.find(key);
-    return found == mRecords.end() || found->second.bytes.empty() ? nullptr : &found->second;
-}
-
-void RecordTable::merge(RecordTable newer)
-{
-    newer.mRecords.merge(mRecords);
-    mRecords = std::move(newer.mRecords);
-}
-
-void RecordTable::prune(int64_t oldest, int64_t recently, uint64_t limit)
-{
-    using Place = std::map<ContentHash, RawRecord>::iterator;
-    std::vector<Place> places;
-    for (auto place = mRecords.begin(); place != mRecords.end(); ++place)
-        places.push_back(place);
-    std::stable_sort(places.begin(), places.end(),
-                     [](Place left, Place right) { return left->second.usedAt > right->second.usedAt; });
+    std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
+        return left.head.usedAt > right.head.usedAt;
+    });
+    constexpr uint64_t most = RecordTable::largestTable;
     uint64_t size = sizeof(TableHeader);
-    for (const Place place : places) {
-        const RawRecord& record = place->second;
-        const uint64_t most = record.usedAt > recently ? largestTable : std::min(limit, largestTable);
-        if (record.bytes.empty() || record.usedAt < oldest || size + sizeOf(record) > most)
-            mRecords.erase(place);
-        else
-            size += sizeOf(record);
+    auto end = records->begin();
+    for (const Candidate& record : *records) {
+        const bool fits = size + record.size() <= (record.head.usedAt > recently ? most : std::min(limit, most));
+        if (record.head.usedAt < oldest || !fits)
+            continue;
+        size += record.size();
+        *end++ = record;
     }
+    records->erase(end, records->end());
 }
 
-std::vector<uint8_t> RecordTable::serialise() const
+std::vector<uint8_t> fileOf(std::vector<Candidate> records)
 {
-    std::vector<uint8_t> file(sizeof(TableHeader));
-    for (const auto& [key, record] : mRecords) {
-        append(&file, RecordHead{key.high, key.low, record.dataOffset, record.usedAt, record.bytes.size()});
-        file.insert(file.end(), record.bytes.begin(), record.bytes.end());
+    std::sort(records.begin(), records.end(),
+              [](const Candidate& left, const Candidate& right) { return left.key() < right.key(); });
+    uint64_t size = sizeof(TableHeader);
+    for (const Candidate& record : records)
+        size += record.size();
+    std::vector<uint8_t> file;
+    file.reserve(size_t(size));
+    file.resize(sizeof(TableHeader));
+    for (const Candidate& record : records) {
+        append(&file, record.head);
+        file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
     }
     TableHeader header{{}, ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
     std::memcpy(header.magic, magic, sizeof magic);
     std::memcpy(file.data(), &header, sizeof header);
     return file;
+}
+
+} // namespace
+
+std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
+{
+    if (file.size() < sizeof(TableHeader))
+        return std::nullopt;
+    const auto header = bank::loadLittle<TableHeader>(file.data());
+    if (std::memcmp(header.magic, magic, sizeof magic) != 0
+        || ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header))) != header.checksum)
+        return std::nullopt;
+
+    RecordTable table;
+    for (uint64_t offset = sizeof header; offset < file.size();) {
+        if (file.size() - offset < sizeof(RecordHead))
+            return std::nullopt;
+        const auto head = bank::loadLittle<RecordHead>(&file[offset]);
+        const Place place{{head.keyHigh, head.keyLow}, offset};
+        offset += sizeof head;
+        const bool isInOrder = table.mPlaces.empty() || table.mPlaces.back().key < place.key;
+        if (head.recordBytes > file.size() - offset || !isInOrder)
+            return std::nullopt;
+        table.mPlaces.push_back(place);
+        offset += head.recordBytes;
+    }
+    table.mFile = std::move(file);
+    return table;
+}
+
+std::optional<RawRecord> RecordTable::find(const ContentHash& key) const
+{
+    const auto found =
+        std::lower_bound(mPlaces.begin(), mPlaces.end(), key,
+                         [](const Place& place, const ContentHash& wanted) { return place.key < wanted; });
+    if (found == mPlaces.end() || found->key != key)
+        return std::nullopt;
+    const auto head = bank::loadLittle<RecordHead>(&mFile[found->offset]);
+    const uint8_t* bytes = &mFile[found->offset] + sizeof head;
+    return RawRecord{head.dataOffset, head.usedAt, std::vector<uint8_t>(bytes, bytes + head.recordBytes)};
+}
+
+std::vector<uint8_t> RecordTable::mergedWith(const NewRecords& newer, int64_t oldest, int64_t recently,
+                                             uint64_t limit) const
+{
+    std::vector<Candidate> records;
+    records.reserve(mPlaces.size() + newer.size());
+    for (const auto& [key, record] : newer) {
+        if (!record.bytes.empty())
+            records.push_back(
+                {{key.high, key.low, record.dataOffset, record.usedAt, record.bytes.size()}, record.bytes.data()});
+    }
+    for (const Place& place : mPlaces) {
+        if (!newer.contains(place.key))
+            records.push_back(
+                {bank::loadLittle<RecordHead>(&mFile[place.offset]), &mFile[place.offset] + sizeof(RecordHead)});
+    }
+    leaveOut(&records, oldest, recently, limit);
+    return fileOf(std::move(records));
 }
 
 } // namespace tarnok

@@ -19,34 +19,38 @@ struct RawRecord
     std::vector<uint8_t> bytes; // the sound's serialised form; empty: the record is wrong and to be forgotten
 };
 
-// Many small records in one piece of memory or file, by the key of the sound in the cache: a file for each would cost
-// more than what they save. Belongs to one thread at a time.
+// By the key of the sound in the cache.
+using NewRecords = std::map<ContentHash, RawRecord>;
+
+// Many small records in one piece of memory or file: a file for each would cost more than what they save, and so would
+// a piece of memory for each in a cache that many people share.
 class RecordTable
 {
 public:
+    RecordTable() = default; // an empty one
+
     // The table in file. Nothing if any of it is damaged.
-    static std::optional<RecordTable> parse(std::span<const uint8_t> file);
+    static std::optional<RecordTable> parse(std::vector<uint8_t> file);
 
-    // Null: not known. Valid until the table is changed.
-    const RawRecord* find(const ContentHash& key) const;
+    std::optional<RawRecord> find(const ContentHash& key) const;
 
-    void set(const ContentHash& key, RawRecord record) { mRecords.insert_or_assign(key, std::move(record)); }
-    bool empty() const { return mRecords.empty(); }
-
-    // Takes over all records of newer, in place of those of the same keys.
-    void merge(RecordTable newer);
-
-    // Forgets what was not used since `oldest`, and then the longest unused until the table has a size of at most
-    // `limit` bytes, or largestTable for what was used since `recently`.
-    void prune(int64_t oldest, int64_t recently, uint64_t limit);
-
-    std::vector<uint8_t> serialise() const;
+    // The file of a table with all records of newer, too, in place of those of the same keys. What was not used since
+    // `oldest` is left out, and then the longest unused until the file has at most `limit` bytes, or largestTable for
+    // what was used since `recently`.
+    std::vector<uint8_t> mergedWith(const NewRecords& newer, int64_t oldest, int64_t recently, uint64_t limit) const;
 
     // Bytes in a file. A hundred thousand usual sounds.
     static constexpr uint64_t largestTable = 20 << 20;
 
 private:
-    std::map<ContentHash, RawRecord> mRecords;
+    struct Place
+    {
+        ContentHash key;
+        uint64_t offset = 0; // in the file
+    };
+
+    std::vector<uint8_t> mFile;
+    std::vector<Place> mPlaces; // by key
 };
 
 } // namespace tarnok

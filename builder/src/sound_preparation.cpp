@@ -125,8 +125,8 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
         if (channels > mSettings.maximumChannels())
             return Fault{TARNOK_ERR_INVALID_FORMAT,
                          std::string(baseName(path)) + ": " + std::to_string(channels)
-                             + " channels in one sound are more than " + formatName(TARNOK_FORMAT(mSettings.codec))
-                             + " takes (" + std::to_string(mSettings.maximumChannels()) + ")"};
+                             + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
+                             + std::to_string(mSettings.maximumChannels()) + ")"};
         files.push_back(std::move(*file));
         const double rate = files.front()->facts().sampleRate;
         if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)

@@ -42,7 +42,7 @@ public:
     // Resamples where that is wanted.
     Status preprocess();
 
-    // Where the sound stands in its only file, to the bit as it is prepared; but for floats that are to be mended.
+    // Where the sound stands in its only file, to the bit as it is prepared.
     const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
 
     // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.

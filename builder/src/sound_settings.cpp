@@ -69,28 +69,7 @@ uint32_t SoundSettings::encodingRate(uint32_t sampleRate) const
 
 int SoundSettings::maximumChannels() const
 {
-    return module ? module->maximumChannels() : tarnok::maximumChannels(codec);
-}
-
-const char* formatName(TARNOK_FORMAT format)
-{
-    switch (format) {
-    case TARNOK_FORMAT_PCM:
-        return "PCM";
-    case TARNOK_FORMAT_XMA:
-        return "XMA";
-    case TARNOK_FORMAT_AT9:
-        return "AT9";
-    case TARNOK_FORMAT_VORBIS:
-        return "Vorbis";
-    case TARNOK_FORMAT_KADPCM:
-        return "KADPCM";
-    case TARNOK_FORMAT_OPUS:
-        return "Opus";
-    case TARNOK_FORMAT_FORCEINT:
-        break;
-    }
-    return "unknown";
+    return module ? module->maximumChannels() : bank::kMaximumChannels;
 }
 
 } // namespace tarnok

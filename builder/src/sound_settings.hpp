@@ -49,10 +49,7 @@ struct SoundSettings
     // Those of encoder.hpp, for the codec or its module.
     std::unique_ptr<Encoder> makeEncoder() const;
     uint32_t encodingRate(uint32_t sampleRate) const;
-    int maximumChannels() const;
+    int maximumChannels() const; // of one sound
 };
-
-// The name of a format as a sound designer knows it.
-const char* formatName(TARNOK_FORMAT format);
 
 } // namespace tarnok

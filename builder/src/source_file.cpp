@@ -12,6 +12,10 @@ namespace {
 
 constexpr unsigned openMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
 
+// Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
+// where nobody means them: 48 dB above full scale. What is no number becomes 0.
+constexpr float largestSample = 256;
+
 // What kind of file it is instead of a sound, or null.
 const char* refusal(KESS_SOUND_TYPE type)
 {

@@ -33,12 +33,8 @@ public:
     Status readFloat(float* frames, size_t count) override;
     Status readSamples(void* frames, size_t count) override;
 
-    // Where the samples stand in the file as readSamples() delivers them; but for floats that it has to mend.
+    // Where the samples stand in the file as readSamples() delivers them.
     std::optional<RawSamples> rawSamples() const;
-
-    // Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples
-    // end where nobody means them: 48 dB above full scale. What is no number becomes 0.
-    static constexpr float largestSample = 256;
 
     // The loop and the markers that the file brings.
     std::optional<bank::Loop> loop() const;

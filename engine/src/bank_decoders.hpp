@@ -6,8 +6,10 @@
 #include "bank/bytes.hpp"
 #include "bank/reader.hpp"
 
+#include <algorithm>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace kess {
@@ -84,6 +86,34 @@ private:
 
 // The seek point that lies furthest behind without lying behind position; the start of the stream where there is none.
 [[nodiscard]] bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position);
+
+// What PCM and KADPCM have in common: a seek only notes where to read next.
+class DirectDecoder : public Decoder
+{
+public:
+    [[nodiscard]] const SoundFacts& facts() const final { return mFacts; }
+    [[nodiscard]] KESS_RESULT seek(uint64_t frame) final
+    {
+        if (frame > mFacts.sampleCount)
+            return KESS_ERR_INVALID_POSITION;
+        mFrame = frame;
+        return KESS_OK;
+    }
+
+protected:
+    explicit DirectDecoder(SoundFacts facts)
+        : mFacts(std::move(facts))
+    { }
+
+    // As many of count frames as there are from the next one on.
+    [[nodiscard]] size_t left(size_t count) const
+    {
+        return size_t(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+    }
+
+    SoundFacts mFacts;
+    uint64_t mFrame = 0; // delivered next
+};
 
 // What Vorbis and Opus have in common: a stream that is decoded in blocks of float frames, of which those before the
 // sound are dropped, and in which decoding can begin at seek points.

@@ -39,7 +39,7 @@ private:
 
 KESS_CODEC codecOf(bank::Codec codec)
 {
-    return codec <= bank::Codec::Opus ? KESS_CODEC(codec) : KESS_CODEC_UNKNOWN;
+    return size_t(codec) < bank::kCodecCount ? KESS_CODEC(codec) : KESS_CODEC_UNKNOWN;
 }
 
 SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)

@@ -10,24 +10,14 @@ namespace {
 
 using bank::kadpcm::kSuperblockFrames;
 
-class KadpcmDecoder final : public Decoder
+class KadpcmDecoder final : public DirectDecoder
 {
 public:
     explicit KadpcmDecoder(BankSound sound)
-        : mFacts(std::move(sound.facts))
+        : DirectDecoder(std::move(sound.facts))
         , mWindow(std::move(sound.data))
         , mSeekPoints(std::move(sound.stored.seekPoints))
     { }
-
-    [[nodiscard]] const SoundFacts& facts() const override { return mFacts; }
-
-    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
-    {
-        if (frame > mFacts.sampleCount)
-            return KESS_ERR_INVALID_POSITION;
-        mFrame = frame;
-        return KESS_OK;
-    }
 
     [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
     {
@@ -51,7 +41,7 @@ private:
     {
         const auto channels = size_t(mFacts.channels);
         *done = 0;
-        count = size_t(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+        count = left(count);
         while (*done < count) {
             if (const KESS_RESULT result = decodeSuperblockOf(mFrame); result != KESS_OK)
                 return result;
@@ -119,14 +109,12 @@ private:
         return mWindow.view(mPlace.offset, size_t(std::min<uint64_t>(most, mWindow.size() - mPlace.offset)), bytes);
     }
 
-    SoundFacts mFacts;
     DataWindow mWindow;
     std::vector<bank::SeekPoint> mSeekPoints;
     bank::SeekPoint mPlace; // of the next superblock: its first frame and its offset
     std::vector<int16_t> mDecoded;
     uint64_t mDecodedStart = 0;
     size_t mDecodedFrames = 0; // 0: nothing decoded
-    uint64_t mFrame = 0; // delivered next
 };
 
 } // namespace

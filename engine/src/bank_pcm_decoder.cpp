@@ -26,30 +26,20 @@ float sampleAt(const uint8_t* place, KESS_SOUND_FORMAT format)
     }
 }
 
-class PcmDecoder final : public Decoder
+class PcmDecoder final : public DirectDecoder
 {
 public:
     explicit PcmDecoder(BankSound sound)
-        : mFacts(std::move(sound.facts))
+        : DirectDecoder(std::move(sound.facts))
         , mData(std::move(sound.data))
         , mSampleBytes(bank::bytesPerSample(sound.stored.sampleFormat))
         , mFrameBytes(mSampleBytes * size_t(mFacts.channels))
     { }
 
-    [[nodiscard]] const SoundFacts& facts() const override { return mFacts; }
-
-    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
-    {
-        if (frame > mFacts.sampleCount)
-            return KESS_ERR_INVALID_POSITION;
-        mFrame = frame;
-        return KESS_OK;
-    }
-
     [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
     {
         *done = 0;
-        count = size_t(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+        count = left(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
         const bank::Error error = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes);
         if (error != bank::Error::None)
@@ -77,11 +67,9 @@ public:
     }
 
 private:
-    SoundFacts mFacts;
     EncodedData mData;
     size_t mSampleBytes;
     size_t mFrameBytes;
-    uint64_t mFrame = 0;
     std::vector<uint8_t> mScratch;
 };
 

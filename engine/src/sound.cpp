@@ -244,6 +244,17 @@ KESS_RESULT Sound::Impl::read(void* buffer, Form form, size_t frameBytes, size_t
     return *done == 0 && count > 0 ? KESS_ERR_FILE_EOF : KESS_OK;
 }
 
+KESS_RESULT Sound::Impl::deliver(void* buffer, Form form, size_t frameBytes, size_t bytes, size_t* done)
+{
+    if (!buffer)
+        return KESS_ERR_INVALID_PARAM;
+    if (const KESS_RESULT result = readyToDecode(); result != KESS_OK)
+        return result;
+    if (frameBytes == 0 || (bytes > 0 && bytes < frameBytes))
+        return KESS_ERR_INVALID_PARAM;
+    return read(buffer, form, frameBytes, bytes / frameBytes, done);
+}
+
 KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
 {
     if (index < 0 || index >= bank->soundCount())
@@ -367,38 +378,22 @@ KESS_RESULT Sound::seekData(uint64_t sample)
 
 KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int* read)
 {
-    store(read, 0u);
-    if (!buffer)
-        return KESS_ERR_INVALID_PARAM;
-    return guarded([&] {
-        KESS_RESULT result = mImpl->readyToDecode();
-        if (result != KESS_OK)
-            return result;
-        const size_t bytes = frameBytes(mImpl->facts);
-        if (bytes == 0 || (lengthBytes > 0 && lengthBytes < bytes))
-            return KESS_ERR_INVALID_PARAM;
-        size_t done = 0;
-        result = mImpl->read(buffer, Impl::AsStored, bytes, lengthBytes / bytes, &done);
-        store(read, static_cast<unsigned int>(done * bytes));
-        return result;
-    });
+    const size_t bytes = frameBytes(mImpl->facts);
+    size_t done = 0;
+    const KESS_RESULT result =
+        guarded([&] { return mImpl->deliver(buffer, Impl::AsStored, bytes, lengthBytes, &done); });
+    store(read, static_cast<unsigned int>(done * bytes));
+    return result;
 }
 
 KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* framesRead)
 {
-    store(framesRead, 0u);
-    if (!buffer)
-        return KESS_ERR_INVALID_PARAM;
-    return guarded([&] {
-        KESS_RESULT result = mImpl->readyToDecode();
-        if (result != KESS_OK)
-            return result;
-        size_t done = 0;
-        const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
-        result = mImpl->read(buffer, Impl::AsFloat, bytes, frames, &done);
-        store(framesRead, static_cast<unsigned int>(done));
-        return result;
-    });
+    const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
+    size_t done = 0;
+    const KESS_RESULT result =
+        guarded([&] { return mImpl->deliver(buffer, Impl::AsFloat, bytes, frames * bytes, &done); });
+    store(framesRead, static_cast<unsigned int>(done));
+    return result;
 }
 
 KESS_RESULT Sound::getRawSamples(uint64_t* offset, uint64_t* bytes)

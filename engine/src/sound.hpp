@@ -56,7 +56,8 @@ struct Sound::Impl
     [[nodiscard]] KESS_RESULT readyToDecode();
     [[nodiscard]] KESS_RESULT seek(uint64_t frame);
 
-    // Reads up to count frames of frameBytes through the loop.
+    // Reads as many frames of frameBytes through the loop as bytes hold.
+    [[nodiscard]] KESS_RESULT deliver(void* buffer, Form form, size_t frameBytes, size_t bytes, size_t* done);
     [[nodiscard]] KESS_RESULT read(void* buffer, Form form, size_t frameBytes, size_t count, size_t* done);
     [[nodiscard]] KESS_RESULT readSome(uint8_t* buffer, Form form, size_t frameBytes, size_t count, size_t* done);
     [[nodiscard]] KESS_RESULT decode(uint8_t* buffer, Form form, size_t count, size_t* done) const;

@@ -194,11 +194,12 @@ struct RunningBuild
 bool waitForState(TARNOK_STATE state, const std::atomic<bool>& ended)
 {
     for (;;) {
+        const bool isLastLook = ended;
         for (const Report& report : drainReports()) {
             if (report.state == state)
                 return true;
         }
-        if (ended)
+        if (isLastLook)
             return false;
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }

@@ -4,8 +4,10 @@
 #include "desktop_test.hpp"
 #include "file_io.hpp"
 #include "property_editor.hpp"
+#include "settings_dialog.hpp"
 #include "utility_widgets.hpp"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QComboBox>
 #include <QDockWidget>
@@ -114,6 +116,21 @@ protected:
         return letters;
     }
 
+    // What the Tab key goes through from where it stands in a window until it comes round, by the names that assistive
+    // technology tells.
+    static QStringList tabStops(QWidget* window)
+    {
+        QStringList names;
+        const QWidget* first = QApplication::focusWidget();
+        do {
+            QWidget* stop = QApplication::focusWidget();
+            const auto* button = qobject_cast<QAbstractButton*>(stop);
+            names.append(button && stop->accessibleName().isEmpty() ? button->text() : stop->accessibleName());
+            QTest::keyClick(window, Qt::Key_Tab);
+        } while (QApplication::focusWidget() != first && names.size() < 50);
+        return names;
+    }
+
     std::unique_ptr<MainWindow> mWindow;
 };
 
@@ -164,6 +181,23 @@ TEST_F(MainWindowTest, menusToolBarsAndActionsAreComplete)
     Answer<QDialog> settingsDialog([](QDialog* dialog) { dialog->reject(); });
     trigger("&Settings...");
     EXPECT_EQ(settingsDialog.count(), 1);
+}
+
+TEST_F(MainWindowTest, theTabKeyGoesFromTopToBottom)
+{
+    start();
+    EXPECT_EQ(tabStops(mWindow.get()),
+              QStringList({"Project", "Output file", "Output directory", "Browse: Output directory", "Format",
+                           "Encode sync points", "Optimize sample rate", "Enable looping", "Embed file names",
+                           "Write peak volume", "Notifications"}));
+
+    auto* dialog = mWindow->findChild<SettingsDialog*>();
+    dialog->show();
+    ASSERT_SOON(dialog->isAncestorOf(QApplication::focusWidget()));
+    EXPECT_EQ(tabStops(dialog),
+              QStringList({"Default output directory", "Browse: Default output directory", "Cache Directory",
+                           "Browse: Cache Directory", "Profile Directory", "Browse: Profile Directory", "Thread count",
+                           "Thread count", "Generate C Header", "OK", "Cancel"}));
 }
 
 TEST_F(MainWindowTest, theMostRecentProjectIsLoadedAndAStaleOneGivesWayToANewProject)

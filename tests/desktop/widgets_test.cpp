@@ -188,6 +188,8 @@ TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
     EXPECT_EQ(refusal.count(), 1);
     EXPECT_EQ(refusal.title(), "Tarnok Ex");
     EXPECT_EQ(refusal.text(), "The directory 'new' does not exist, would you like it to be created?");
+    EXPECT_FALSE(edit.setPath(path("<b>"), true));
+    EXPECT_TRUE(refusal.text().contains("&lt;b&gt;")) << "a tag is part of the name";
     EXPECT_EQ(edit.path(), path("Bank"));
     EXPECT_EQ(changes.size(), 2);
 }

@@ -2,7 +2,10 @@
 #include "system_test.hpp"
 #include "xml_stream_iterator.hpp"
 
+#include <sys/resource.h>
+
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 using namespace TARNOK;
@@ -232,6 +235,30 @@ TEST_F(ProjectFiles, LoseWhatVanishedAndSayIt)
 
     EXPECT_FALSE(makeBank(0)->save(path("p.tnproj")));
     EXPECT_FALSE(QFile::exists(path("p.tnproj"))) << "no project of an invalid bank stays";
+}
+
+TEST_F(ProjectFiles, KeepWhatTheyHeldWhenTheDiskIsFull)
+{
+    ASSERT_TRUE(makeBank(1)->save(path("p.tnproj")));
+    const QByteArray held = readFile("p.tnproj");
+    SoundBank* bank = makeBank(100);
+
+    rlimit former = {};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const rlimit full = {4096, former.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    QStringList lines;
+    for (const char* name : {"p.tnproj", "new.tnproj"})
+        lines += linesOf([&] { EXPECT_FALSE(bank->save(path(name))); });
+    setrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, handler);
+
+    const QString told = "ERROR: Cannot write file %1:\nFile too large.";
+    EXPECT_EQ(lines, QStringList({told.arg(path("p.tnproj")), told.arg(path("new.tnproj"))}));
+    EXPECT_EQ(readFile("p.tnproj"), held);
+    EXPECT_FALSE(QFile::exists(path("new.tnproj")));
+    EXPECT_TRUE(bank->isModified());
 }
 
 TEST_F(ProjectFiles, AreReadInAnyOrderAndRefusedWhenDamaged)

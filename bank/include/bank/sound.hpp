@@ -34,6 +34,7 @@ enum class Codec : uint8_t
     Kadpcm = 4,
     Opus = 5,
 };
+inline constexpr size_t kCodecCount = 6;
 
 // Kind of a sample: interleaved, little-endian, 8-bit signed, 24-bit packed in 3 bytes, float at full scale -1 to 1.
 // The numbers are those of KESS_SOUND_FORMAT and are stored.
