@@ -11,6 +11,7 @@ build_packages=(
     libcli11-dev nlohmann-json3-dev
     libgtest-dev
 )
+test_packages=(ffmpeg)
 
 say() {
     printf '== %s\n' "$*" >&2

@@ -12,7 +12,7 @@ release | debug | asan | tsan) ;;
     ;;
 esac
 
-install_packages "${build_packages[@]}"
+install_packages "${build_packages[@]}" "${test_packages[@]}"
 build_preset "$preset"
 say "Testing the preset $preset"
 cd "$root"

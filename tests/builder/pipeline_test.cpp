@@ -156,10 +156,6 @@ TEST(Files, WithoutANameAreSeenByNobody)
     // A file that had a name shows it still.
     const std::string link = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file->get())).filename();
     EXPECT_TRUE(link.starts_with('#')) << link;
-    const std::byte bytes[3] = {};
-    EXPECT_EQ(writeAt(file->get(), bytes, 5), 0);
-    std::byte read[8] = {};
-    EXPECT_EQ(readAt(file->get(), read, 0), 0);
     EXPECT_FALSE(TemporaryFile::createUnnamed("no such folder"));
 }
 

@@ -1,17 +1,7 @@
 // What becomes of the sounds: samples, channels, loops, markers, and those that can't be built.
 #include "workshop.hpp"
 
-#include "kess.h"
-#include "support/sound_files.hpp"
-
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -33,47 +23,10 @@ Heard buildOne(const Workshop& workshop, const std::vector<std::string>& files,
     EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
     std::vector<Heard> heard = hear(order.output, order.key);
     EXPECT_EQ(heard.size(), 1u);
-    return heard.empty() ? Heard{1, 0, 0, {}, {}, {}, {}, {}, {}} : heard.front();
-}
-
-double levelOfDifference(const std::vector<float>& left, const std::vector<float>& right)
-{
-    double noise = 0;
-    double signal = 0;
-    for (size_t i = 0; i < left.size(); ++i) {
-        noise += std::pow(double(left[i]) - double(right[i]), 2);
-        signal += std::pow(double(right[i]), 2);
-    }
-    return 10 * std::log10(noise / signal + 1e-30);
+    return heard.empty() ? Heard() : heard.front();
 }
 
 } // namespace
-
-TEST(Sound, KeepsEverySampleOfPcmToTheBit)
-{
-    const std::pair<int, int> kinds[] = {
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, KESS_SOUND_FORMAT_PCM8},
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, KESS_SOUND_FORMAT_PCM16},
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_24, KESS_SOUND_FORMAT_PCM24},
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_32, KESS_SOUND_FORMAT_PCM32},
-        {SF_FORMAT_WAV | SF_FORMAT_FLOAT, KESS_SOUND_FORMAT_PCMFLOAT},
-        {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, KESS_SOUND_FORMAT_PCM24},
-        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, KESS_SOUND_FORMAT_PCM16},
-    };
-    // Short ones are held in memory on their way, long ones are not.
-    for (const size_t frames : {1, 1000, 120'000}) {
-        for (const auto& [kind, format] : kinds) {
-            const Workshop workshop;
-            const std::string file = workshop.path("source");
-            writeIntegers(file, kind, 2, 48000, randomIntegers(frames * 2));
-            const Heard source = hear(file).at(0);
-            const Heard built = buildOne(workshop, {file});
-            EXPECT_EQ(built.format, format);
-            EXPECT_EQ(built.rate, 48000);
-            EXPECT_TRUE(built.bytes == source.bytes) << std::hex << kind << " " << frames;
-        }
-    }
-}
 
 TEST(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestFormat)
 {
@@ -86,15 +39,15 @@ TEST(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestFormat
         const Heard built = buildOne(workshop, {files, files + count});
         ASSERT_EQ(built.channels, int(count) + 1);
         EXPECT_EQ(built.format, count == 2 ? KESS_SOUND_FORMAT_PCM24 : KESS_SOUND_FORMAT_PCMFLOAT);
-        ASSERT_EQ(built.frames(), 90'000u);
+        ASSERT_EQ(built.samples, 90'000u);
         int channel = 0;
         for (size_t part = 0; part < count; ++part) {
             const Heard source = hear(files[part]).at(0);
             for (int own = 0; own < source.channels; ++own, ++channel) {
-                for (size_t frame = 0; frame < built.frames(); ++frame) {
+                for (size_t frame = 0; frame < built.samples; ++frame) {
                     const float expected =
-                        frame < source.frames() ? source.samples[frame * size_t(source.channels) + size_t(own)] : 0;
-                    ASSERT_EQ(built.samples[frame * size_t(built.channels) + size_t(channel)], expected)
+                        frame < source.samples ? source.floats[frame * size_t(source.channels) + size_t(own)] : 0;
+                    ASSERT_EQ(built.floats[frame * size_t(built.channels) + size_t(channel)], expected)
                         << part << " " << frame;
                 }
             }
@@ -102,34 +55,26 @@ TEST(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestFormat
     }
 }
 
+// The second channel is the first one as another rate tells it, so both must be alike, all around the loop too.
 TEST(Sound, BringsInterleavedFilesOfAnotherRateToTheFirstOnes)
 {
     const Workshop workshop;
-    const std::vector<std::string> files = {workshop.path("a.wav"), workshop.path("b.wav")};
-    writeSound(files[0], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 48000, 48000, 500));
-    writeSound(files[1], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 32000, 32000, 500));
-    const Heard built = buildOne(workshop, files);
-    EXPECT_EQ(built.rate, 48000);
-    ASSERT_EQ(built.frames(), 48000u);
-    for (size_t frame = 2000; frame < 46000; ++frame)
-        ASSERT_NEAR(built.samples[2 * frame], built.samples[2 * frame + 1], 1e-4) << frame;
-}
-
-// The second channel is the first one as another rate tells it, so both must be alike all around the loop.
-TEST(Sound, BringsInterleavedFilesOfAnotherRateRoundTheLoop)
-{
-    for (const bool inner : {false, true}) {
-        const Workshop workshop;
-        const std::vector<std::string> files = {workshop.path("a.wav"), workshop.path("b.wav")};
-        writeSound(files[0], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 48000, 48000, 500));
-        writeSound(files[1], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 44100, 44100, 500));
-        if (inner)
-            addWavTags(files[0], {std::pair<uint32_t, uint32_t>(9600, 47999), {}});
-        const Heard built = buildOne(workshop, files);
-        ASSERT_EQ(built.frames(), 48000u);
-        ASSERT_EQ(built.loop, (std::pair<uint64_t, uint64_t>(inner ? 9600 : 0, 48000)));
-        for (size_t frame = inner ? 1000 : 0; frame < 48000; ++frame)
-            ASSERT_NEAR(built.samples[2 * frame], built.samples[2 * frame + 1], 1e-5) << frame;
+    const std::string first = workshop.path("a.wav");
+    for (const int rate : {32000, 44100}) {
+        for (const uint32_t start : {0, 9600}) {
+            writeSound(first, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 48000, 48000, 500));
+            if (start > 0)
+                addWavTags(first, {std::pair<uint32_t, uint32_t>(start, 47999), {}});
+            const Heard built = buildOne(workshop,
+                                         {first,
+                                          writeSound(workshop.path("b.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT,
+                                                     sine(1, rate, size_t(rate), 500))});
+            EXPECT_EQ(built.rate, 48000);
+            ASSERT_EQ(built.samples, 48000u);
+            ASSERT_EQ(built.loop, (std::pair<uint64_t, uint64_t>(start, 48000)));
+            for (size_t frame = start > 0 ? 1000 : 0; frame < 48000; ++frame)
+                ASSERT_NEAR(built.floats[2 * frame], built.floats[2 * frame + 1], 1e-5) << rate << " " << frame;
+        }
     }
 }
 
@@ -142,7 +87,6 @@ TEST(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
     const std::string plain = workshop.path("plain.wav");
     writeSound(plain, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 500));
 
-    using Loop = std::optional<std::pair<uint64_t, uint64_t>>;
     struct Case
     {
         std::string file;
@@ -150,17 +94,18 @@ TEST(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
         unsigned reversed;
         float rate;
         Loop loop;
-        std::vector<uint64_t> markers;
+        Markers markers;
         bool peak;
     };
+    const Markers both = {{100, "in"}, {30000, "out"}};
     const unsigned all = TARNOK_BUILD_DONTLOOP | TARNOK_BUILD_DISABLESYNCPOINTS | TARNOK_BUILD_WRITEPEAKVOLUME;
     const Case cases[] = {
-        {file, 0, 0, 0, {{4410, 22050}}, {100, 30000}, false},
-        {file, 0, 0, 22050, {{2205, 11025}}, {50, 15000}, false},
+        {file, 0, 0, 0, {{4410, 22050}}, both, false},
+        {file, 0, 0, 22050, {{2205, 11025}}, {{50, "in"}, {15000, "out"}}, false},
         {file, all, 0, 0, {}, {}, true},
-        {file, all, all, 0, {{4410, 22050}}, {100, 30000}, false},
+        {file, all, all, 0, {{4410, 22050}}, both, false},
         {file, 0, all, 0, {}, {}, true},
-        {file, 0, TARNOK_BUILD_NOGUID | TARNOK_BUILD_FILTERHIGHFREQ, 0, {{4410, 22050}}, {100, 30000}, false},
+        {file, 0, TARNOK_BUILD_NOGUID | TARNOK_BUILD_FILTERHIGHFREQ, 0, {{4410, 22050}}, both, false},
         {plain, 0, 0, 0, {{0, 500}}, {}, false},
     };
     for (const Case& each : cases) {
@@ -168,20 +113,13 @@ TEST(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
             const Heard built = buildOne(workshop, {each.file}, [&](Order& order) {
                 order.format = format;
                 order.flags = each.flags;
-                order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
-                    sound.overrideFlags = each.reversed;
-                    sound.desiredSampleRate = each.rate;
-                };
+                order.each.overrideFlags = each.reversed;
+                order.each.desiredSampleRate = each.rate;
             });
             EXPECT_EQ(built.loop, each.loop) << each.flags << " " << each.reversed;
-            std::vector<uint64_t> markers;
-            for (const auto& point : built.syncPoints)
-                markers.push_back(point.first);
-            EXPECT_EQ(markers, each.markers);
+            EXPECT_EQ(built.syncPoints, each.markers);
             EXPECT_EQ(built.peak.has_value(), each.peak);
-            if (built.peak) {
-                EXPECT_NEAR(*built.peak, 0.5, 0.001);
-            }
+            EXPECT_NEAR(built.peak.value_or(0.5f), 0.5, 0.001);
             EXPECT_EQ(built.name, each.file == file ? "looped" : "plain");
         }
     }
@@ -196,9 +134,7 @@ TEST(Sound, FollowsQualityOfBuildAndSound)
         buildOne(workshop, {file}, [&](Order& order) {
             order.format = TARNOK_FORMAT_VORBIS;
             order.quality = quality;
-            order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
-                sound.overrideQuality = own;
-            };
+            order.each.overrideQuality = own;
         });
         return std::filesystem::file_size(workshop.path("bank.tnb"));
     };
@@ -214,50 +150,39 @@ TEST(Sound, SoundsLikeItsSourceInEveryFormatAndAtOtherRates)
     const std::string file = workshop.path("tone.wav");
     // A whole number of periods, since the sound loops.
     writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 44100, 300));
-    struct Case
-    {
-        TARNOK_FORMAT format;
-        float wanted;
-        int rate;
-        double noise;
-    };
-    const Case cases[] = {{TARNOK_FORMAT_PCM, 44100, 44100, -80},    {TARNOK_FORMAT_PCM, 8000, 8000, -80},
-                          {TARNOK_FORMAT_PCM, 96000, 96000, -80},    {TARNOK_FORMAT_PCM, 44099, 44099, -80},
-                          {TARNOK_FORMAT_KADPCM, 22050, 22050, -35}, {TARNOK_FORMAT_VORBIS, 0, 44100, -20},
-                          {TARNOK_FORMAT_OPUS, 0, 48000, -20},       {TARNOK_FORMAT_OPUS, 11025, 12000, -20}};
-    for (const Case& each : cases) {
+    const std::tuple<TARNOK_FORMAT, float, int, double> cases[] = {
+        {TARNOK_FORMAT_PCM, 44100, 44100, 80},    {TARNOK_FORMAT_PCM, 8000, 8000, 80},
+        {TARNOK_FORMAT_PCM, 96000, 96000, 80},    {TARNOK_FORMAT_PCM, 44099, 44099, 80},
+        {TARNOK_FORMAT_KADPCM, 22050, 22050, 35}, {TARNOK_FORMAT_VORBIS, 0, 44100, 20},
+        {TARNOK_FORMAT_OPUS, 0, 48000, 20},       {TARNOK_FORMAT_OPUS, 11025, 12000, 20}};
+    for (const auto& [format, wanted, rate, decibels] : cases) {
         const Heard built = buildOne(workshop, {file}, [&](Order& order) {
-            order.format = each.format;
+            order.format = format;
             order.quality = 90;
-            order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
-                sound.desiredSampleRate = each.wanted;
-            };
+            order.each.desiredSampleRate = wanted;
         });
-        EXPECT_EQ(built.rate, each.rate);
-        const Signal expected = sine(1, each.rate, size_t(each.rate), 300);
-        ASSERT_EQ(built.samples.size(), expected.samples.size());
-        EXPECT_LT(levelOfDifference(built.samples, expected.samples), each.noise) << each.format << " " << each.rate;
+        EXPECT_EQ(built.rate, rate);
+        const Signal expected = sine(1, rate, size_t(rate), 300);
+        ASSERT_EQ(built.floats.size(), expected.samples.size());
+        EXPECT_GT(signalToNoise(expected.samples, built.floats), decibels) << format << " " << rate;
     }
 }
 
 TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
 {
     const Workshop workshop;
-    const auto file = [&](const char* name) {
-        return workshop.path(name);
-    };
-    writeFile(file("text.wav"), std::string("this is no sound at all, whatever its name says"));
-    writeFile(file("empty.wav"), std::string());
-    writeSound(file("good.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(2, 44100, 500));
-    writeSound(file("silent.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, Signal{1, 44100, {}});
-    std::filesystem::create_directory(file("folder.wav"));
-    writeFile(file("song.mid"), std::string("MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\4\0\xff\x2f\0", 26));
-    writeSound(file("damaged.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(1, 44100, 100'000));
-    std::filesystem::resize_file(file("damaged.flac"), std::filesystem::file_size(file("damaged.flac")) / 2);
-
-    writeSound(file("cut.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 10'000, 30'000));
-    std::filesystem::resize_file(file("cut.wav"), 44 + 2 * 12'345);
-    writeSound(file("slow.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 600, 100));
+    std::filesystem::current_path(workshop.folder());
+    constexpr int kWav = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    writeFile("text.wav", std::string("this is no sound at all, whatever its name says"));
+    writeFile("empty.wav", std::string());
+    writeSound("good.wav", kWav, sine(2, 44100, 500));
+    writeSound("silent.wav", kWav, Signal{1, 44100, {}});
+    writeSound("slow.wav", kWav, noise(1, 600, 100));
+    std::filesystem::create_directory("folder.wav");
+    writeFile("song.mid", std::string("MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\4\0\xff\x2f\0", 26));
+    writeSound("damaged.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(1, 44100, 100'000));
+    std::filesystem::resize_file("damaged.flac", std::filesystem::file_size("damaged.flac") / 2);
+    std::filesystem::resize_file(writeSound("cut.wav", kWav, noise(1, 10'000, 30'000)), 44 + 2 * 12'345);
 
     struct Case
     {
@@ -265,54 +190,57 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
         TARNOK_RESULT result;
         const char* text;
     };
-    const std::vector<std::string> seventeen(17, file("good.wav"));
     const Case cases[] = {
-        {{file("good.wav"), file("missing.wav")}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
-        {{file("good.wav/deeper.wav")}, TARNOK_ERR_FILE_NOT_FOUND, "/good.wav is a file, not a folder"},
-        {{file("text.wav")}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
-        {{file("empty.wav")}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is"},
-        {{file("silent.wav")}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
-        {{file("folder.wav")}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
+        {{"good.wav"}, TARNOK_OK, ""},
+        {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
+        {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
+        {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
+        {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is"},
+        {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
+        {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},
-        {{file("song.mid")}, TARNOK_ERR_INVALID_FORMAT, "song.mid: this is MIDI music"},
-        {{file("damaged.flac")}, TARNOK_ERR_INVALID_FORMAT, "damaged.flac: the file is damaged or cut short"},
-        {{file("cut.wav")},
-         TARNOK_ERR_INVALID_FORMAT,
-         "cut.wav: the file is damaged or cut short: its sound ends after 1.234 of 3"},
-        {{file("good.wav"), file("slow.wav")}, TARNOK_ERR_INVALID_FORMAT, "slow.wav: its sample rate of 600 Hz"},
-        {seventeen, TARNOK_ERR_INVALID_FORMAT, "34 channels"},
+        {{"song.mid"}, TARNOK_ERR_INVALID_FORMAT, "song.mid: this is MIDI music"},
+        {{"damaged.flac"}, TARNOK_ERR_INVALID_FORMAT, "damaged.flac: the file is damaged or cut short"},
+        {{"cut.wav"}, TARNOK_ERR_INVALID_FORMAT, "cut short: its sound ends after 1.234 of 3"},
+        {{"good.wav", "slow.wav"}, TARNOK_ERR_INVALID_FORMAT, "slow.wav: its sample rate of 600 Hz"},
+        {std::vector<std::string>(17, "good.wav"), TARNOK_ERR_INVALID_FORMAT, "34 channels"},
     };
-    Order order = workshop.order({file("good.wav")});
+    const int faults = int(std::size(cases)) - 1;
+    Order order = workshop.order({});
     for (const Case& each : cases)
         order.sounds.push_back(each.files);
-    const Outcome all = build(order);
-    EXPECT_EQ(all.result, std::begin(cases)->result) << "the first in the list decides";
-    EXPECT_EQ(all.countOf(TARNOK_STATE_FAILED), int(std::size(cases)));
-    EXPECT_EQ(all.countOf(TARNOK_STATE_FINISHED), 1);
-    EXPECT_FALSE(std::filesystem::exists(order.output));
-
-    for (const Case& each : cases) {
-        Order one = workshop.order({file("good.wav")});
-        one.sounds.push_back(each.files);
-        const Outcome outcome = build(one);
-        EXPECT_EQ(outcome.result, each.result) << each.text;
-        EXPECT_NE(outcome.texts().find(each.text), std::string::npos) << outcome.texts();
+    for (const TARNOK_FORMAT format : allFormats) {
+        order.format = format;
+        const Outcome all = build(order);
+        EXPECT_EQ(all.result, cases[1].result) << "the first in the list decides";
+        EXPECT_EQ(all.countOf(TARNOK_STATE_FINISHED), 1);
+        EXPECT_EQ(all.countOf(TARNOK_STATE_FAILED), faults);
+        EXPECT_FALSE(std::filesystem::exists(order.output));
+        for (const Report& report : all.reports) {
+            if (report.state != TARNOK_STATE_FAILED)
+                continue;
+            EXPECT_EQ(report.code, cases[report.sound].result) << report.text;
+            // Encoders of other formats begin elsewhere, and may come upon another fault of a file first.
+            const char* text = format == TARNOK_FORMAT_PCM ? cases[report.sound].text : ": ";
+            EXPECT_NE(report.text.find(text), std::string::npos) << report.text;
+        }
     }
 
+    order.format = TARNOK_FORMAT_PCM;
     order.initFlags |= TARNOK_INIT_IGNORE_ERRORS;
     const Outcome ignored = build(order);
     EXPECT_EQ(ignored.result, TARNOK_OK);
-    EXPECT_EQ(ignored.countOf(TARNOK_STATE_FAILED), int(std::size(cases)));
+    EXPECT_EQ(ignored.countOf(TARNOK_STATE_FAILED), faults);
     const std::vector<Heard> heard = hear(order.output);
     ASSERT_EQ(heard.size(), order.sounds.size());
-    EXPECT_EQ(heard[0].frames(), 500u);
-    for (size_t i = 1; i < heard.size(); ++i)
-        EXPECT_EQ(heard[i].frames(), 0u);
+    for (size_t i = 0; i < heard.size(); ++i)
+        EXPECT_EQ(heard[i].samples, i == 0 ? 500u : 0u);
 
     order.sounds.erase(order.sounds.begin());
     const Outcome none = build(order);
     EXPECT_EQ(none.result, TARNOK_ERR_CANNOT_CONTINUE);
     EXPECT_EQ(none.statesOf(-1), std::vector{TARNOK_STATE_FAILED});
+    std::filesystem::current_path("..");
 }
 
 TEST(Sound, OfFilesThatTheSystemRefusesFailsForThatReason)
@@ -346,12 +274,9 @@ TEST(Sound, IsResampledFarButNotBeyondReason)
     const Case cases[] = {{750, 48000, true}, {749, 48000, false},  {1, 48000, false},
                           {1, 1, true},       {192'000, 200, true}, {768'000, 700, false}};
     for (const Case& each : cases) {
-        const std::string file = workshop.path("rate.wav");
-        writeSound(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, each.from, 500));
-        Order order = workshop.order({file});
-        order.adjust = [&](size_t, TARNOK_SUBSOUND& sound) {
-            sound.desiredSampleRate = each.to;
-        };
+        Order order = workshop.order(
+            {writeSound(workshop.path("rate.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, each.from, 500))});
+        order.each.desiredSampleRate = each.to;
         const Outcome outcome = build(order);
         EXPECT_EQ(outcome.result, each.isPossible ? TARNOK_OK : TARNOK_ERR_INVALID_FORMAT) << each.from;
         EXPECT_EQ(outcome.texts().find("rate.wav: its sample rate of ") != std::string::npos, !each.isPossible)
@@ -381,25 +306,11 @@ TEST(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)
     EXPECT_NE(locked.texts().find("encrypted"), std::string::npos) << locked.texts();
 }
 
-TEST(Sound, NeedsAModuleForTheFormatsOfConsoles)
-{
-    const Workshop workshop;
-    Order order = workshop.order(workshop.makeSounds(3));
-    for (const TARNOK_FORMAT format : {TARNOK_FORMAT_XMA, TARNOK_FORMAT_AT9}) {
-        order.format = format;
-        const Outcome outcome = build(order);
-        EXPECT_EQ(outcome.result, TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND);
-        EXPECT_EQ(outcome.countOf(TARNOK_STATE_FAILED), 3);
-    }
-}
-
 TEST(Sound, LowersTheRateToWhatIsAudibleWhenAsked)
 {
     const Workshop workshop;
     const auto rateOf = [&](const Signal& signal, int kind, TARNOK_FORMAT format) {
-        const std::string file = workshop.path("source.wav");
-        writeSound(file, SF_FORMAT_WAV | kind, signal);
-        return buildOne(workshop, {file},
+        return buildOne(workshop, {writeSound(workshop.path("source.wav"), SF_FORMAT_WAV | kind, signal)},
                         [&](Order& order) {
                             order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
                             order.format = format;

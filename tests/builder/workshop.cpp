@@ -1,15 +1,12 @@
 #include "workshop.hpp"
 
-#include "kess.hpp"
-#include "support/sound_files.hpp"
-
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <set>
+
+namespace fs = std::filesystem;
 
 namespace test {
 
@@ -48,13 +45,9 @@ int Outcome::countOf(TARNOK_STATE state) const
 int Outcome::cachedSounds() const
 {
     int count = 0;
-    std::vector<int> seen;
-    for (const Report& report : reports) {
-        if (report.sound < 0 || std::find(seen.begin(), seen.end(), report.sound) != seen.end())
-            continue;
-        seen.push_back(report.sound);
-        count += report.state == TARNOK_STATE_FINISHED;
-    }
+    std::set<int> seen;
+    for (const Report& report : reports)
+        count += report.sound >= 0 && seen.insert(report.sound).second && report.state == TARNOK_STATE_FINISHED;
     return count;
 }
 
@@ -76,7 +69,7 @@ TARNOK_RESULT buildOnly(const Order& order)
         auto& files = names.emplace_back();
         for (const std::string& file : sound)
             files.push_back(file.c_str());
-        TARNOK_SUBSOUND subsound{};
+        TARNOK_SUBSOUND subsound = order.each;
         subsound.fileNames = files.data();
         subsound.numFiles = uint32_t(files.size());
         if (order.adjust)
@@ -100,15 +93,15 @@ Outcome build(const Order& order)
 Workshop::Workshop()
 {
     static std::atomic<int> counter{0};
-    mFolder = std::filesystem::absolute("workshop" + std::to_string(counter++)).string();
-    std::filesystem::remove_all(mFolder);
-    std::filesystem::create_directories(mFolder + "/cache");
+    mFolder = fs::absolute("workshop" + std::to_string(counter++)).string();
+    fs::remove_all(mFolder);
+    fs::create_directories(mFolder + "/cache");
 }
 
 Workshop::~Workshop()
 {
     std::error_code ignored;
-    std::filesystem::remove_all(mFolder, ignored);
+    fs::remove_all(mFolder, ignored);
 }
 
 Order Workshop::order(const std::vector<std::string>& files) const
@@ -134,66 +127,43 @@ std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
     return files;
 }
 
+namespace {
+
+std::vector<std::string> filesBelow(const std::string& folder, const std::function<bool(const fs::path&)>& isWanted)
+{
+    std::vector<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (isWanted(entry.path()))
+            found.push_back(entry.path().string());
+    }
+    return found;
+}
+
+} // namespace
+
 std::vector<std::string> Workshop::cacheEntries() const
 {
-    std::vector<std::string> entries;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(path("cache/sounds"))) {
-        if (entry.is_regular_file())
-            entries.push_back(entry.path().string());
-    }
-    return entries;
+    return filesBelow(path("cache/sounds"), [](const fs::path& file) { return fs::is_regular_file(file); });
 }
 
 std::vector<std::string> Workshop::leftovers() const
 {
-    std::vector<std::string> found;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(mFolder)) {
-        if (entry.path().filename().string().starts_with('.'))
-            found.push_back(entry.path().string());
-    }
-    return found;
+    return filesBelow(mFolder, [](const fs::path& file) { return file.filename().string().starts_with('.'); });
 }
 
 namespace {
 
 Heard hearOne(KESS::Sound& sound)
 {
-    Heard heard;
-    KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE;
-    int bits = 0;
-    float rate = 0;
-    uint64_t frames = 0;
-    EXPECT_EQ(sound.getFormat(nullptr, &format, &heard.channels, &bits), KESS_OK);
-    EXPECT_EQ(sound.getDefaults(&rate, nullptr), KESS_OK);
-    EXPECT_EQ(sound.getSampleCount(&frames), KESS_OK);
-    heard.format = format;
-    heard.rate = rate;
-
-    heard.bytes.resize(frames * size_t(heard.channels) * size_t(bits / 8));
-    heard.samples.resize(frames * size_t(heard.channels));
-    if (frames > 0) {
-        unsigned got = 0;
-        EXPECT_EQ(sound.readData(heard.bytes.data(), unsigned(heard.bytes.size()), &got), KESS_OK);
-        EXPECT_EQ(got, heard.bytes.size());
-        EXPECT_EQ(sound.seekData(0), KESS_OK);
-        EXPECT_EQ(sound.readFloat(heard.samples.data(), unsigned(frames), &got), KESS_OK);
-        EXPECT_EQ(got, frames);
-    }
-
-    std::pair<uint64_t, uint64_t> loop;
-    if (sound.getLoopPoints(&loop.first, &loop.second) == KESS_OK)
-        heard.loop = loop;
+    Heard heard{factsOf(sound), {}, readBytes(sound), loopOf(sound), markersOf(sound), {}, {}};
+    EXPECT_EQ(sound.seekData(0), KESS_OK);
+    heard.floats = readFloats(sound);
+    const size_t samples = heard.samples * size_t(heard.channels);
+    EXPECT_EQ(heard.floats.size(), samples);
+    EXPECT_EQ(heard.bytes.size(), samples * size_t(heard.bits / 8));
     float peak = 0;
     if (sound.getPeak(&peak) == KESS_OK)
         heard.peak = peak;
-    int points = 0;
-    EXPECT_EQ(sound.getNumSyncPoints(&points), KESS_OK);
-    for (int index = 0; index < points; ++index) {
-        char name[100];
-        uint64_t sample = 0;
-        EXPECT_EQ(sound.getSyncPoint(index, &sample, name, sizeof name), KESS_OK);
-        heard.syncPoints.emplace_back(sample, name);
-    }
     char name[300];
     EXPECT_EQ(sound.getName(name, sizeof name), KESS_OK);
     heard.name = name;
@@ -205,27 +175,21 @@ Heard hearOne(KESS::Sound& sound)
 std::vector<Heard> hear(const std::string& path, const char* key)
 {
     std::vector<Heard> sounds;
-    KESS::System* system = nullptr;
-    KESS::Sound* sound = nullptr;
-    EXPECT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
-    EXPECT_EQ(system->init(0, 0, nullptr), KESS_OK);
-    if (system->createSound(path.c_str(), KESS_MODE_DEFAULT, nullptr, &sound) == KESS_OK) {
-        KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
-        sound->getFormat(&type, nullptr, nullptr, nullptr);
-        int count = 0;
-        if (type != KESS_SOUND_TYPE_TNB) {
-            sounds.push_back(hearOne(*sound));
-        } else if ((!key || sound->setEncryptionKey(key) == KESS_OK) && sound->getNumSubSounds(&count) == KESS_OK) {
-            for (int index = 0; index < count; ++index) {
-                KESS::Sound* subsound = nullptr;
-                EXPECT_EQ(sound->getSubSound(index, &subsound), KESS_OK);
-                sounds.push_back(hearOne(*subsound));
-                EXPECT_EQ(subsound->verifyData(), KESS_OK);
-            }
-        }
-        sound->release();
+    const Engine engine;
+    SoundPointer sound;
+    if (engine.open(path, &sound) != KESS_OK)
+        return sounds;
+    if (factsOf(*sound).type != KESS_SOUND_TYPE_TNB)
+        return {hearOne(*sound)};
+    int count = 0;
+    if ((key && sound->setEncryptionKey(key) != KESS_OK) || sound->getNumSubSounds(&count) != KESS_OK)
+        return sounds;
+    for (int index = 0; index < count; ++index) {
+        KESS::Sound* subsound = nullptr;
+        EXPECT_EQ(sound->getSubSound(index, &subsound), KESS_OK);
+        sounds.push_back(hearOne(*subsound));
+        EXPECT_EQ(subsound->verifyData(), KESS_OK);
     }
-    system->release();
     return sounds;
 }
 
@@ -235,7 +199,7 @@ int threadCount()
 {
     constexpr unsigned ending = 0x4; // PF_EXITING of the kernel
     int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+    for (const auto& entry : fs::directory_iterator("/proc/self/task")) {
         // After the name in brackets: state, parent, group, session, terminal, its group, flags.
         std::string state, number;
         unsigned flags = ending;

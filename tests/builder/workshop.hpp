@@ -1,16 +1,16 @@
 // What the builder's tests share: a folder to work in, a build with its reports, and banks read back by the engine.
 #pragma once
 
+#include "support/engine_access.hpp"
+#include "support/sound_files.hpp"
 #include "tarnok.h"
 
-#include <cstdint>
 #include <functional>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace test {
+
+inline constexpr TARNOK_FORMAT allFormats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS,
+                                               TARNOK_FORMAT_OPUS};
 
 struct Report
 {
@@ -47,6 +47,7 @@ struct Order
     const char* key = nullptr;
     unsigned threads = 2;
     unsigned initFlags = TARNOK_INIT_ALWAYS;
+    TARNOK_SUBSOUND each = {}; // settings that all sounds have
     std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
 };
 
@@ -82,19 +83,14 @@ private:
 };
 
 // One sound of a bank as the engine gives it back.
-struct Heard
+struct Heard : Facts
 {
-    int channels = 0;
-    int format = 0; // KESS_SOUND_FORMAT
-    double rate = 0;
-    std::vector<float> samples;
+    std::vector<float> floats;
     std::vector<uint8_t> bytes;
-    std::optional<std::pair<uint64_t, uint64_t>> loop;
-    std::vector<std::pair<uint64_t, std::string>> syncPoints;
+    Loop loop;
+    Markers syncPoints;
     std::optional<float> peak;
     std::string name;
-
-    [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
 };
 
 // All sounds of a bank or the one of a file. An empty list: it can't be opened.

@@ -49,22 +49,30 @@ protected:
         return nullptr;
     }
 
-    QMenu* recentMenu() const
+    void trigger(const QString& text) const { action(text)->trigger(); }
+
+    // Triggers an action that asks for a file, and answers; an empty path cancels.
+    static constexpr const char* ANY = nullptr;
+    void trigger(const QString& text, const QString& answer, const char* filter = ANY, const QString& from = {}) const
     {
-        for (QMenu* menu : mWindow->findChildren<QMenu*>()) {
-            if (menu->title() == "Recent projects")
-                return menu;
-        }
-        return nullptr;
+        FileAnswer choice(answer);
+        trigger(text);
+        EXPECT_EQ(choice.count(), 1) << text.toStdString();
+        EXPECT_TRUE(!filter || choice.filters() == QStringList(filter)) << choice.filters().join(';').toStdString();
+        EXPECT_TRUE(from.isEmpty() || choice.directory() == from) << choice.directory().toStdString();
+        EXPECT_EQ(choice.mode() == QFileDialog::AcceptSave, text.contains("Save") || text.contains("Export"));
     }
 
-    QStringList recent() const
+    static QStringList textsOf(const QList<QAction*>& actions)
     {
-        QStringList paths;
-        for (const QAction* entry : recentMenu()->actions())
-            paths.append(entry->text());
-        return paths;
+        QStringList texts;
+        for (const QAction* entry : actions)
+            texts.append(entry->isSeparator() ? "-" : entry->text());
+        return texts;
     }
+
+    QMenu* recentMenu() const { return action("Recent projects")->menu(); }
+    QStringList recent() const { return textsOf(recentMenu()->actions()); }
 
     QStringList log() const { return mWindow->findChild<QTextEdit*>()->toPlainText().split('\n'); }
     FileIO* fileIO() const { return mWindow->findChild<FileIO*>(); }
@@ -148,24 +156,18 @@ TEST_F(MainWindowTest, aFirstStartOpensANewProjectAtTheDefaultPlace)
 TEST_F(MainWindowTest, menusToolBarsAndActionsAreComplete)
 {
     start();
-    const auto texts = [](const QList<QAction*>& actions) {
-        QStringList list;
-        for (const QAction* entry : actions)
-            list.append(entry->isSeparator() ? "-" : entry->text());
-        return list.join(',');
-    };
     const QList<QAction*> menus = mWindow->menuBar()->actions();
-    EXPECT_EQ(texts(menus), "&File,&Build,-,&Help");
-    EXPECT_EQ(texts(menus.at(0)->menu()->actions()),
-              "&New,&Open...,&Save,Save &As...,-,Add audio files...,-,&Import from .lst...,-,&Import profile...,"
-              "Export profile...,-,Recent projects,-,E&xit");
-    EXPECT_EQ(texts(menus.at(1)->menu()->actions()), "&Build,&Rebuild,C&ancel,-,&Settings...");
-    EXPECT_EQ(texts(menus.at(3)->menu()->actions()), "&About");
-    QStringList bars;
+    QStringList bars = textsOf(menus);
+    for (const int menu : {0, 1, 3})
+        bars.append(textsOf(menus.at(menu)->menu()->actions()).join(','));
     for (const QToolBar* bar : mWindow->findChildren<QToolBar*>())
-        bars.append(bar->windowTitle() + ":" + texts(bar->actions()));
+        bars.append(bar->windowTitle() + ":" + textsOf(bar->actions()).join(','));
     EXPECT_EQ(bars,
-              QStringList({"File:&New,&Open...,&Save", "Media:Add audio files...", "Build:&Build,&Rebuild,C&ancel"}));
+              QStringList({"&File", "&Build", "-", "&Help",
+                           "&New,&Open...,&Save,Save &As...,-,Add audio files...,-,&Import from .lst...,-,&Import "
+                           "profile...,Export profile...,-,Recent projects,-,E&xit",
+                           "&Build,&Rebuild,C&ancel,-,&Settings...", "&About", "File:&New,&Open...,&Save",
+                           "Media:Add audio files...", "Build:&Build,&Rebuild,C&ancel"}));
 
     // New and cancel share a key, which clashes only while cancel is enabled.
     EXPECT_EQ(action("&New")->shortcut(), action("C&ancel")->shortcut());
@@ -173,11 +175,11 @@ TEST_F(MainWindowTest, menusToolBarsAndActionsAreComplete)
         EXPECT_EQ(action(text)->icon().availableSizes(), QList<QSize>({QSize(128, 128)})) << text;
 
     MessageAnswer about(QMessageBox::Ok);
-    action("&About")->trigger();
+    trigger("&About");
     EXPECT_EQ(about.title(), "KESS SoundBank Generator");
     EXPECT_TRUE(about.text().startsWith("KESS SoundBank Generator 2.03.08  (")) << about.text().toStdString();
     Answer<QDialog> settingsDialog([](QDialog* dialog) { dialog->reject(); });
-    action("&Settings...")->trigger();
+    trigger("&Settings...");
     EXPECT_EQ(settingsDialog.count(), 1);
 }
 
@@ -237,10 +239,7 @@ TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
 {
     start();
     const QString damaged = writeFile("damaged.tnproj", "<?xml version=\"1.0\"?>\n<project/>\n");
-    FileAnswer choice(damaged);
-    action("&Open...")->trigger();
-    EXPECT_EQ(choice.filters(), QStringList("KESS SoundBank Generator Project (*.tnproj)"));
-    EXPECT_EQ(choice.directory(), path("Bank"));
+    trigger("&Open...", damaged, "KESS SoundBank Generator Project (*.tnproj)", path("Bank"));
     ASSERT_EQ(log().size(), 2);
     EXPECT_TRUE(log().at(0).startsWith("ERROR: [XML]"));
     EXPECT_EQ(log().at(1), "ERROR: Couldn't load file: " + damaged);
@@ -252,47 +251,32 @@ TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
 TEST_F(MainWindowTest, filesAreAddedAndSavedWhereTheUserSays)
 {
     start();
-    action("&Save")->trigger();
+    trigger("&Save");
     EXPECT_EQ(log().last(), "Nothing to save");
-    {
-        FileAnswer choice(makeSound("a.wav"));
-        action("Add audio files...")->trigger();
-        EXPECT_EQ(told(bank()), "a");
-        EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file, for the next dialog";
-    }
-    {
-        FileAnswer cancel("");
-        action("&Save")->trigger();
-        EXPECT_EQ(cancel.mode(), QFileDialog::AcceptSave);
-        EXPECT_EQ(fileIO()->projectFileName(), "");
-    }
-    {
-        FileAnswer choice(path("song"));
-        action("&Save")->trigger();
-    }
+    trigger("Add audio files...", makeSound("a.wav"));
+    EXPECT_EQ(told(bank()), "a");
+    EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file, for the next dialog";
+    trigger("&Save", "");
+    EXPECT_EQ(fileIO()->projectFileName(), "");
+    trigger("&Save", path("song"));
     EXPECT_EQ(fileIO()->projectFileName(), path("song.tnproj"));
     EXPECT_FALSE(bank()->isModified());
     EXPECT_EQ(recent(), QStringList(path("song.tnproj")));
 
     // What can't be written is told, and the project goes on under its name.
     addSounds({"b.wav"});
-    {
-        FileAnswer choice("/proc/nowhere");
-        action("Save &As...")->trigger();
-        EXPECT_TRUE(log().contains("ERROR: Cannot write file /proc/nowhere.tnproj:"));
-        action("Export profile...")->trigger();
-        EXPECT_EQ(log().last(), "ERROR: Couldn't save profile to /proc/nowhere.prof");
-        action("&Import profile...")->trigger();
-        EXPECT_TRUE(log().contains("ERROR: Cannot read file /proc/nowhere:"));
-    }
+    trigger("Save &As...", "/proc/nowhere");
+    EXPECT_TRUE(log().contains("ERROR: Cannot write file /proc/nowhere.tnproj:"));
+    trigger("Export profile...", "/proc/nowhere");
+    EXPECT_EQ(log().last(), "ERROR: Couldn't save profile to /proc/nowhere.prof");
+    trigger("&Import profile...", "/proc/nowhere");
+    EXPECT_TRUE(log().contains("ERROR: Cannot read file /proc/nowhere:"));
     EXPECT_TRUE(bank()->isModified());
     EXPECT_EQ(fileIO()->projectFileName(), path("song.tnproj"));
 
-    action("&Save")->trigger();
+    trigger("&Save");
     EXPECT_FALSE(bank()->isModified());
-    FileAnswer other(path("other.tnproj"));
-    action("Save &As...")->trigger();
-    EXPECT_EQ(other.count(), 1);
+    trigger("Save &As...", path("other.tnproj"));
     EXPECT_EQ(recent(), QStringList({path("other.tnproj"), path("song.tnproj")}));
 
     fileIO()->appendRecentFiles(path("song.tnproj"));
@@ -345,24 +329,18 @@ TEST_F(MainWindowTest, aListIsImportedAndSavedBesideItself)
     makeSound("one.wav");
     makeSound("two.wav");
     const QString list = writeFile("list.lst", "one.wav\ntwo.wav,quality=40\n");
-    {
-        FileAnswer choice(list);
-        action("&Import from .lst...")->trigger();
-        EXPECT_EQ(choice.filters(), QStringList("List file (*.lst)"));
-    }
+    trigger("&Import from .lst...", list, "List file (*.lst)");
     EXPECT_EQ(told(bank()), "one two");
     EXPECT_EQ(log().last(), "Successfully imported " + list);
     EXPECT_EQ(settings()->getDir("ListFile"), list);
     EXPECT_EQ(bank()->outputFilePath(), path("list.tnb"));
-    action("&Save")->trigger();
+    trigger("&Save");
     EXPECT_TRUE(QFile::exists(path("list.tnproj")));
 
     // Cancel at the question doesn't stop an import: the imported bank stands behind the project.
     addSounds({"three.wav"});
     MessageAnswer cancel(QMessageBox::Cancel);
-    writeFile("next.lst", "one.wav\n");
-    FileAnswer next(path("next.lst"));
-    action("&Import from .lst...")->trigger();
+    trigger("&Import from .lst...", writeFile("next.lst", "one.wav\n"));
     EXPECT_EQ(cancel.count(), 1);
     EXPECT_EQ(workspace()->size(), 2);
     EXPECT_EQ(told(bank()), "one two three");
@@ -376,17 +354,11 @@ TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
     bank()->profile().setFormat(TARNOK_FORMAT_VORBIS);
     bank()->profile().setQuality(40);
     bank()->profile().setBuildFlags(TARNOK_BUILD_DONTLOOP);
-    {
-        FileAnswer choice(path("Profile") + "/loud");
-        action("Export profile...")->trigger();
-        EXPECT_EQ(choice.filters(), QStringList("SoundProfile (*.prof)"));
-        EXPECT_EQ(choice.directory(), path("Profile"));
-    }
+    trigger("Export profile...", path("Profile") + "/loud", "SoundProfile (*.prof)", path("Profile"));
     ASSERT_TRUE(QFile::exists(path("Profile") + "/loud.prof"));
     mWindow->projectNew();
     EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_PCM);
-    FileAnswer choice(path("Profile") + "/loud.prof");
-    action("&Import profile...")->trigger();
+    trigger("&Import profile...", path("Profile") + "/loud.prof");
     EXPECT_EQ(bank()->profile().format(), TARNOK_FORMAT_VORBIS);
     EXPECT_EQ(bank()->profile().quality(), 40u);
     EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
@@ -432,7 +404,7 @@ TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
     addSounds({"a.wav", "b.wav"});
     builder().stallBuilds();
     builder().setReports({{0, 0, TARNOK_STATE_FINISHED}, {1, 0, TARNOK_STATE_DECODING}});
-    action("&Build")->trigger();
+    trigger("&Build");
     QProgressBar* bar = fileIO()->progressBar();
     EXPECT_EQ(enabled(), "CIE");
     EXPECT_EQ(state(), "Processing subsounds");
@@ -453,7 +425,7 @@ TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
     // Each change between build and rebuild initialises the library anew.
     const size_t inits = builder().inits().size();
     for (const char* text : {"&Rebuild", "&Rebuild", "&Build"}) {
-        action(text)->trigger();
+        trigger(text);
         ASSERT_SOON(bar->isHidden());
     }
     ASSERT_EQ(builder().inits().size(), inits + 2);
@@ -466,10 +438,10 @@ TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
     start();
     addSounds({"a.wav"});
     builder().stallBuilds();
-    action("&Build")->trigger();
+    trigger("&Build");
     builder().waitForStarted(1);
     // The new-project key is cancel's, too; the action itself is not in doubt.
-    action("C&ancel")->trigger();
+    trigger("C&ancel");
     EXPECT_EQ(enabled(), "BRIE");
     EXPECT_TRUE(fileIO()->progressBar()->isVisible()) << "the job is polled to its end";
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
@@ -480,7 +452,7 @@ TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
 
     builder().resume();
     builder().setBuildResult(TARNOK_ERR_ENCODER);
-    action("&Build")->trigger();
+    trigger("&Build");
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
     EXPECT_EQ(enabled(), "BRIE");
     EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));

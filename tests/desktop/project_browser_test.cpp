@@ -52,20 +52,14 @@ protected:
             mView->selectionModel()->select(indexAt(place), QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
 
-    void drag(QEvent::Type type, const QPoint& position, const QMimeData* data, bool* accepted = nullptr)
+    // An event as a drag from this program brings it to the viewport, and whether it was accepted.
+    template <typename Event>
+    bool drag(const QPoint& position, const QMimeData* data)
     {
-        // As a drag from this program: the viewport gets an enter, a move or the drop.
-        std::unique_ptr<QDropEvent> event;
-        if (type == QEvent::DragEnter)
-            event = std::make_unique<QDragEnterEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
-        else if (type == QEvent::DragMove)
-            event = std::make_unique<QDragMoveEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
-        else
-            event = std::make_unique<QDropEvent>(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
-        event->ignore();
-        QCoreApplication::sendEvent(mView->viewport(), event.get());
-        if (accepted)
-            *accepted = event->isAccepted();
+        Event event(position, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        event.ignore();
+        QCoreApplication::sendEvent(mView->viewport(), &event);
+        return event.isAccepted();
     }
 
     // The drop line is the one child of the view that lets the mouse through.
@@ -97,13 +91,7 @@ TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsState
 {
     open("a b c+d e");
     mView->expand(indexAt("2"));
-    struct
-    {
-        const char* selected;
-        int menus;
-        bool remove;
-        bool interleave;
-    } const cases[] = {
+    const std::tuple<const char*, int, bool, bool> cases[] = {
         {"", 0, true, true},       {"0", 1, true, false},         {"0 1", 1, true, true},
         {"0 2.1", 1, true, false}, {"bank 0 1", 1, false, false},
     };
@@ -233,27 +221,23 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     mView->doItemsLayout();
     const auto data = rows("0");
     const QPoint empty(20, mView->viewport()->height() - 5);
-    bool accepted = false;
-    drag(QEvent::DragEnter, empty, data.get(), &accepted);
-    EXPECT_TRUE(accepted);
-    drag(QEvent::DragMove, empty, data.get(), &accepted);
-    EXPECT_TRUE(accepted);
+    EXPECT_TRUE(drag<QDragEnterEvent>(empty, data.get()));
+    EXPECT_TRUE(drag<QDragMoveEvent>(empty, data.get()));
     EXPECT_LT(lineGeometry().bottom(), 0) << "no row was hovered yet";
-    EXPECT_EQ(linesOf([&] { drag(QEvent::Drop, empty, data.get()); }), QStringList("drop ignored"));
+    EXPECT_EQ(linesOf([&] { drag<QDropEvent>(empty, data.get()); }), QStringList("drop ignored"));
 
-    drag(QEvent::DragEnter, empty, data.get());
+    drag<QDragEnterEvent>(empty, data.get());
     for (const QString& place : QStringList({"bank", "0", "1", "1.0", "1.1", "2"})) {
         const QRect row = mView->visualRect(indexAt(place));
-        drag(QEvent::DragMove, row.center(), data.get(), &accepted);
-        EXPECT_TRUE(accepted) << place.toStdString();
+        EXPECT_TRUE(drag<QDragMoveEvent>(row.center(), data.get())) << place.toStdString();
         const int top = row.top() + mView->header()->height();
         EXPECT_EQ(lineGeometry(), QRect(QPoint(0, top), QPoint(mView->viewport()->width() - 1, top + 1)));
     }
 
     // Over empty space the line stays at the last row, and so does the target.
-    drag(QEvent::DragMove, empty, data.get());
+    drag<QDragMoveEvent>(empty, data.get());
     EXPECT_GT(lineGeometry().top(), 0);
-    drag(QEvent::Drop, empty, data.get());
+    drag<QDropEvent>(empty, data.get());
     EXPECT_LT(lineGeometry().bottom(), 0);
     EXPECT_EQ(told(mBank), "b+c a d");
     EXPECT_TRUE(mView->isExpanded(indexAt("0")));
@@ -261,15 +245,15 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
 
     // The row hovered last went with the reset of the drop.
     const auto next = rows("0");
-    drag(QEvent::DragEnter, empty, next.get());
-    EXPECT_EQ(linesOf([&] { drag(QEvent::Drop, empty, next.get()); }), QStringList("drop ignored"));
+    drag<QDragEnterEvent>(empty, next.get());
+    EXPECT_EQ(linesOf([&] { drag<QDropEvent>(empty, next.get()); }), QStringList("drop ignored"));
 
     // Rows of another process are addresses without a meaning here.
     QMimeData foreign;
     foreign.setData(ProxyTreeModel::ROWS_MIME_TYPE, QByteArray(8, '\x55'));
-    for (const QEvent::Type type : {QEvent::DragEnter, QEvent::DragMove})
-        drag(type, mView->visualRect(indexAt("0")).center(), &foreign);
-    EXPECT_TRUE(linesOf([&] { drag(QEvent::Drop, empty, &foreign); }).first().contains("another window"));
+    drag<QDragEnterEvent>(mView->visualRect(indexAt("0")).center(), &foreign);
+    drag<QDragMoveEvent>(mView->visualRect(indexAt("0")).center(), &foreign);
+    EXPECT_TRUE(linesOf([&] { drag<QDropEvent>(empty, &foreign); }).first().contains("another window"));
     EXPECT_EQ(told(mBank), "b+c a d");
 }
 
@@ -279,18 +263,15 @@ TEST_F(ProjectBrowserTest, filesMayBeDroppedAnywhereAndTextAborts)
     QMimeData files;
     files.setUrls({QUrl::fromLocalFile(makeSound("new.wav"))});
     const QPoint first = mView->visualRect(indexAt("0")).center();
-    bool accepted = false;
-    drag(QEvent::DragEnter, first, &files, &accepted);
-    EXPECT_TRUE(accepted);
+    EXPECT_TRUE(drag<QDragEnterEvent>(first, &files));
     for (const QPoint& position : {first, QPoint(20, mView->viewport()->height() - 5)}) {
-        drag(QEvent::DragMove, position, &files, &accepted);
-        EXPECT_TRUE(accepted);
+        EXPECT_TRUE(drag<QDragMoveEvent>(position, &files));
         EXPECT_LT(lineGeometry().bottom(), 0);
     }
-    drag(QEvent::Drop, first, &files);
+    drag<QDropEvent>(first, &files);
     EXPECT_EQ(told(mBank), "a b new");
 
     QMimeData text;
     text.setText("words");
-    EXPECT_DEATH(drag(QEvent::DragEnter, first, &text), "false");
+    EXPECT_DEATH(drag<QDragEnterEvent>(first, &text), "false");
 }

@@ -92,13 +92,7 @@ TEST_F(PropertyEditorTest, withoutABankThePanelIsDisabled)
 TEST_F(PropertyEditorTest, theFormatDecidesThePageAndWhatMayBeChecked)
 {
     show();
-    struct
-    {
-        const char* format;
-        const char* label;
-        bool optimize;
-        bool xma;
-    } const cases[] = {
+    const std::tuple<const char*, const char*, bool, bool> cases[] = {
         {"PCM", "Quality N/A", true, false}, {"XMA", "Quality", false, true},        {"AT9", "Quality", false, false},
         {"Vorbis", "Quality", false, false}, {"KADPCM", "Quality N/A", true, false}, {"Opus", "Quality", false, false},
     };
@@ -126,12 +120,7 @@ TEST_F(PropertyEditorTest, aBoxWritesItsFlagWhileItIsEnabled)
     show();
     choose("XMA");
     mEditor->updateProfileControls(profile());
-    struct
-    {
-        const char* text;
-        unsigned int flag;
-        bool setWhenChecked;
-    } const cases[] = {
+    const std::tuple<const char*, unsigned int, bool> cases[] = {
         {"Encode sync points", TARNOK_BUILD_DISABLESYNCPOINTS, false},
         {"Enable looping", TARNOK_BUILD_DONTLOOP, false},
         {"Filter high frequencies", TARNOK_BUILD_FILTERHIGHFREQ, true},
@@ -179,7 +168,7 @@ TEST_F(PropertyEditorTest, aProfileIsShownWithItsFlags)
               QStringList({"Encode sync points", "Filter high frequencies", "Enable seeking", "Embed file names",
                            "Write peak volume"}));
     EXPECT_FALSE(profile().isDirty());
-    profile().setFormat(static_cast<TARNOK_FORMAT>(6));
+    profile().setFormat(TARNOK_FORMAT(6));
     EXPECT_DEATH(mEditor->updateProfileControls(profile()), "ASSERT");
 }
 
@@ -191,17 +180,14 @@ TEST_F(PropertyEditorTest, qualityIsCutFromTheSliderAndFromTheText)
     EXPECT_EQ(profile().quality(), 52u);
     EXPECT_EQ(lineEdit("Quality")->text(), "53");
 
-    struct
-    {
-        const char* typed;
-        unsigned int quality;
-        int position;
-    } const cases[] = {{"60", 60, 60}, {"59", 59, 58}, {"7", 7, 7}, {"500", 100, 100}, {"0", 0, 0}};
+    const std::tuple<const char*, unsigned int, int> cases[] = {
+        {"60", 60, 60}, {"59", 59, 58}, {"7", 7, 7}, {"500", 100, 100}, {"0", 0, 0}};
     for (const auto& [typed, quality, position] : cases) {
         lineEdit("Quality")->clear();
         QTest::keyClicks(lineEdit("Quality"), typed);
         EXPECT_EQ(profile().quality(), quality) << typed;
         EXPECT_EQ(slider()->value(), position) << typed;
+        EXPECT_EQ(lineEdit("Quality")->text().toUInt(), quality) << typed;
     }
 
     // Showing 59 moves the slider to 58, which stores 58, while the text shows 59.
@@ -240,12 +226,6 @@ TEST_F(PropertyEditorTest, theDormantBitratePageFollowsTheQualityAndWritesWhenIt
     stack->setCurrentIndex(1);
     bitrate->setValue(74);
     EXPECT_EQ(profile().quality(), 75u);
-    for (int quality = 1; quality <= 50; ++quality) {
-        const int position = static_cast<int>(3.2f * static_cast<float>(quality) / 320.0f * 99.0f);
-        bitrate->setValue(99);
-        bitrate->setValue(position);
-        EXPECT_EQ(profile().quality(), static_cast<unsigned int>(quality - 1));
-    }
 }
 
 TEST_F(PropertyEditorTest, theOutputPathIsWrittenPerKeystrokeUnlessACharacterIsIllegal)

@@ -1,14 +1,8 @@
 // Which result the engine gives for what can be wrong with a file, or with a call.
 #include "source_kinds.hpp"
 
-#include <gtest/gtest.h>
-#include <sndfile.h>
-
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,11 +17,6 @@ TEST(APathThatIsNoSoundFile, IsRefusedWithoutWaiting)
 {
     std::filesystem::create_directory("directory");
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "socket");
-    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     std::filesystem::create_symlink("circle", "circle");
     writeFile("empty.wav", "");
     writeFile("file", "text");
@@ -40,17 +29,15 @@ TEST(APathThatIsNoSoundFile, IsRefusedWithoutWaiting)
         {std::string(300, 'x'), KESS_ERR_FILE_NOTFOUND},
         {"directory", KESS_ERR_FILE_BAD},
         {"pipe", KESS_ERR_FILE_BAD},
-        {"socket", KESS_ERR_FILE_BAD},
         {"/dev/zero", KESS_ERR_FILE_BAD},
         {"circle", KESS_ERR_FILE_BAD},
         {"empty.wav", KESS_ERR_FILE_BAD},
     };
     const Engine engine;
     for (const auto& [path, result] : cases) {
-        for (const int type : {0, static_cast<int>(KESS_SOUND_TYPE_WAV)})
+        for (const int type : {0, int(KESS_SOUND_TYPE_WAV)})
             EXPECT_EQ(engine.tryOpen(path, type), result) << path;
     }
-    close(listener);
 }
 
 TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
@@ -70,77 +57,16 @@ TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
     };
     for (const auto& [path, content] : cases) {
         writeFile(path, content);
-        for (const int type : {0, static_cast<int>(KESS_SOUND_TYPE_WAV), static_cast<int>(KESS_SOUND_TYPE_MPEG)})
+        for (const int type : {0, int(KESS_SOUND_TYPE_WAV), int(KESS_SOUND_TYPE_MPEG)})
             EXPECT_EQ(engine.tryOpen(path, type), KESS_ERR_FORMAT) << path;
     }
     std::mt19937 random(3);
     for (int seed = 0; seed < 300; ++seed) {
         std::vector<uint8_t> bytes(20000);
         for (uint8_t& byte : bytes)
-            byte = static_cast<uint8_t>(random());
+            byte = uint8_t(random());
         writeFile("random", bytes);
         EXPECT_EQ(engine.tryOpen("random"), KESS_ERR_FORMAT) << seed;
-    }
-}
-
-TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
-{
-    const Engine engine;
-    writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
-    writeSound("good.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
-    const std::vector<uint8_t> wav = readFile("good.wav");
-    const std::vector<uint8_t> aiff = readFile("good.aiff");
-
-    struct Case
-    {
-        const char* what;
-        const std::vector<uint8_t>& file;
-        size_t offset;
-        std::vector<uint8_t> bytes;
-        KESS_RESULT result;
-    };
-    const Case cases[] = {
-        {"no channel", wav, 22, {0, 0}, KESS_ERR_FILE_BAD},
-        {"33 channels", wav, 22, {33, 0}, KESS_ERR_TOOMANYCHANNELS},
-        {"65535 channels", wav, 22, {255, 255}, KESS_ERR_TOOMANYCHANNELS},
-        {"no rate", wav, 24, {0, 0, 0, 0}, KESS_ERR_FILE_BAD},
-        {"a rate of 4 GHz", wav, 24, {255, 255, 255, 255}, KESS_ERR_FILE_BAD},
-        {"unknown encoding", wav, 20, {0x34, 0x12}, KESS_ERR_FORMAT},
-        {"no format", wav, 12, {'n', 'o', 'n', 'e'}, KESS_ERR_FILE_BAD},
-        {"33 channels", aiff, 20, {0, 33}, KESS_ERR_TOOMANYCHANNELS},
-        {"no channel", aiff, 20, {0, 0}, KESS_ERR_FILE_BAD},
-    };
-    for (const Case& test : cases) {
-        std::vector<uint8_t> bytes = test.file;
-        std::copy(test.bytes.begin(), test.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(test.offset));
-        writeFile("damaged", bytes);
-        EXPECT_EQ(engine.tryOpen("damaged"), test.result) << test.what;
-    }
-    // The limit itself is fine, in formats that go that far.
-    writeSound("32.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100));
-    EXPECT_EQ(engine.tryOpen("32.wav"), KESS_OK);
-    writeSound("33.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100));
-    EXPECT_EQ(engine.tryOpen("33.caf"), KESS_ERR_TOOMANYCHANNELS);
-}
-
-TEST(AFileThatIsCutShort, IsBadWithoutItsHeaderAndElseReadableAsFarAsItGoes)
-{
-    const Engine engine;
-    for (const SourceKind& kind : sourceKinds()) {
-        SCOPED_TRACE(kind.name);
-        kind.make("whole", noise(kind.channels, kind.rate, 20000));
-        const std::vector<uint8_t> whole = readFile("whole");
-        for (const size_t length : {whole.size() / 2, size_t{64}, size_t{20}}) {
-            writeFile("cut", std::vector<uint8_t>(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
-            SoundPointer sound;
-            const KESS_RESULT result = engine.open("cut", &sound);
-            if (!sound) {
-                // A bare stream of frames that is cut inside the first has nothing left to know it by.
-                EXPECT_TRUE(result == KESS_ERR_FILE_BAD || result == KESS_ERR_FORMAT) << length << ": " << result;
-                continue;
-            }
-            EXPECT_LE(readBytes(*sound).size(), whole.size() * 64);
-        }
     }
 }
 
@@ -156,8 +82,13 @@ struct Patch
 void writePatched(const std::string& path, std::vector<uint8_t> file, const std::vector<Patch>& patches)
 {
     for (const Patch& patch : patches)
-        std::copy(patch.bytes.begin(), patch.bytes.end(), file.begin() + static_cast<std::ptrdiff_t>(patch.offset));
+        std::copy(patch.bytes.begin(), patch.bytes.end(), file.begin() + std::ptrdiff_t(patch.offset));
     writeFile(path, file);
+}
+
+std::vector<uint8_t> made(int format, size_t frames = 1000)
+{
+    return readFile(writeSound("made", format, noise(1, 22050, frames)));
 }
 
 void expectLengths(const Engine& engine, const std::string& path, uint64_t least, uint64_t most, uint64_t declared,
@@ -167,13 +98,39 @@ void expectLengths(const Engine& engine, const std::string& path, uint64_t least
     const Facts facts = factsOf(*sound);
     uint64_t told = 0;
     ASSERT_EQ(sound->getDeclaredSampleCount(&told), KESS_OK);
-    EXPECT_NEAR(static_cast<double>(told), static_cast<double>(declared), tolerance);
+    EXPECT_NEAR(double(told), double(declared), tolerance);
     EXPECT_GE(facts.samples, least);
     EXPECT_LE(facts.samples, most);
-    EXPECT_EQ(readFloats(*sound).size(), facts.samples * static_cast<uint64_t>(facts.channels));
+    EXPECT_EQ(readFloats(*sound).size(), facts.samples * uint64_t(facts.channels));
 }
 
 } // namespace
+
+TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
+{
+    const Engine engine;
+    const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> aiff = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
+    const std::tuple<const char*, const std::vector<uint8_t>&, Patch, KESS_RESULT> cases[] = {
+        {"no channel", wav, {22, {0, 0}}, KESS_ERR_FILE_BAD},
+        {"33 channels", wav, {22, {33, 0}}, KESS_ERR_TOOMANYCHANNELS},
+        {"65535 channels", wav, {22, {255, 255}}, KESS_ERR_TOOMANYCHANNELS},
+        {"no rate", wav, {24, {0, 0, 0, 0}}, KESS_ERR_FILE_BAD},
+        {"a rate of 4 GHz", wav, {24, {255, 255, 255, 255}}, KESS_ERR_FILE_BAD},
+        {"unknown encoding", wav, {20, {0x34, 0x12}}, KESS_ERR_FORMAT},
+        {"no format", wav, {12, {'n', 'o', 'n', 'e'}}, KESS_ERR_FILE_BAD},
+        {"33 channels", aiff, {20, {0, 33}}, KESS_ERR_TOOMANYCHANNELS},
+        {"no channel", aiff, {20, {0, 0}}, KESS_ERR_FILE_BAD},
+    };
+    for (const auto& [what, file, patch, result] : cases) {
+        writePatched("damaged", file, {patch});
+        EXPECT_EQ(engine.tryOpen("damaged"), result) << what;
+    }
+    // The limit itself is fine, in formats that go that far.
+    EXPECT_EQ(engine.tryOpen(writeSound("32", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100))), KESS_OK);
+    EXPECT_EQ(engine.tryOpen(writeSound("33", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100))),
+              KESS_ERR_TOOMANYCHANNELS);
+}
 
 TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
 {
@@ -192,8 +149,7 @@ TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
         const bool isVoc = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_VOC;
         const bool isFlac = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC;
         expectLengths(engine, "whole", kFrames, kFrames, kFrames);
-        writeFile("cut",
-                  std::vector<uint8_t>(whole.begin(), whole.end() - static_cast<std::ptrdiff_t>(whole.size() / 2)));
+        writeFile("cut", std::vector<uint8_t>(whole.begin(), whole.end() - std::ptrdiff_t(whole.size() / 2)));
         if (isFlac) // fails where it ends
             EXPECT_EQ(factsOf(*engine.open("cut")).samples, kFrames);
         else
@@ -208,19 +164,14 @@ TEST(AFileFromAPipe, IsReadToItsEndWhateverStandsForItsLength)
 {
     const Engine engine;
     constexpr uint64_t kFrames = 3000;
-    const auto made = [&](int format) {
-        writeSound("made", format, noise(1, 22050, kFrames));
-        return readFile("made");
-    };
-    const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    const std::vector<uint8_t> rf64 = made(SF_FORMAT_RF64 | SF_FORMAT_PCM_16);
-    const std::vector<uint8_t> w64 = made(SF_FORMAT_W64 | SF_FORMAT_PCM_16);
-    const std::vector<uint8_t> aiff = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
-    const std::vector<uint8_t> au = made(SF_FORMAT_AU | SF_FORMAT_PCM_16);
-    const std::vector<uint8_t> caf = made(SF_FORMAT_CAF | SF_FORMAT_PCM_16);
+    const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16, kFrames);
+    const std::vector<uint8_t> rf64 = made(SF_FORMAT_RF64 | SF_FORMAT_PCM_16, kFrames);
+    const std::vector<uint8_t> w64 = made(SF_FORMAT_W64 | SF_FORMAT_PCM_16, kFrames);
+    const std::vector<uint8_t> aiff = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16, kFrames);
+    const std::vector<uint8_t> au = made(SF_FORMAT_AU | SF_FORMAT_PCM_16, kFrames);
+    const std::vector<uint8_t> caf = made(SF_FORMAT_CAF | SF_FORMAT_PCM_16, kFrames);
     const auto lengthOf = [](const std::vector<uint8_t>& file, const std::string& id) {
-        return static_cast<size_t>(std::search(file.begin(), file.end(), id.begin(), id.end()) - file.begin())
-            + id.size();
+        return size_t(std::search(file.begin(), file.end(), id.begin(), id.end()) - file.begin()) + id.size();
     };
     const std::vector<uint8_t> none4(4, 0);
     const std::vector<uint8_t> none8(8, 0);
@@ -264,8 +215,7 @@ TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
 {
     const Engine engine;
     constexpr uint64_t kSpare = uint64_t{1} << 31; // frames
-    writeSound("made", SF_FORMAT_WAV | SF_FORMAT_PCM_16, noise(1, 22050, 3000));
-    const std::vector<uint8_t> wav = readFile("made");
+    const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16, 3000);
     const std::vector<uint8_t> unknown(4, 0xff);
     const std::vector<Patch> lengths[] = {{}, {{4, unknown}, {40, unknown}}, {{4, {0, 0, 0, 0}}, {40, {0, 0, 0, 0}}}};
     for (const std::vector<Patch>& patches : lengths) {
@@ -277,19 +227,6 @@ TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
         EXPECT_EQ(readBytes(*sound).size(), 20u);
         std::filesystem::remove("long");
     }
-}
-
-TEST(AnAiffFileWithoutAChunkOfSamples, IsEmptyIfItSaysSoAndElseCutShort)
-{
-    const Engine engine;
-    writeSound("made", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, noise(1, 22050, 100));
-    std::vector<uint8_t> file = readFile("made");
-    constexpr size_t kCommonEnd = 12 + 8 + 18;
-    file.resize(kCommonEnd);
-    writeFile("no samples", file);
-    EXPECT_EQ(engine.tryOpen("no samples"), KESS_ERR_FILE_BAD);
-    writePatched("no samples", file, {{22, {0, 0, 0, 0}}});
-    expectLengths(engine, "no samples", 0, 0, 0);
 }
 
 TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
@@ -324,6 +261,14 @@ TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
         EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_FILE_EOF);
         EXPECT_EQ(sound->seekData(0), KESS_OK);
     }
+
+    // Without even a chunk of samples an AIFF file is empty if it says so, and else cut short.
+    std::vector<uint8_t> file = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
+    file.resize(12 + 8 + 18); // to the end of the common chunk
+    writeFile("no samples", file);
+    EXPECT_EQ(engine.tryOpen("no samples"), KESS_ERR_FILE_BAD);
+    writePatched("no samples", file, {{22, {0, 0, 0, 0}}});
+    expectLengths(engine, "no samples", 0, 0, 0);
 }
 
 TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
@@ -380,14 +325,14 @@ TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
     KESS::Sound* sound = nullptr;
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_ERR_UNINITIALIZED);
     for (const int output : {2, -1, INT_MIN})
-        EXPECT_EQ(system->setOutput(static_cast<KESS_OUTPUTTYPE>(output)), KESS_ERR_INVALID_PARAM);
+        EXPECT_EQ(system->setOutput(KESS_OUTPUTTYPE(output)), KESS_ERR_INVALID_PARAM);
     ASSERT_EQ(system->init(0, 0, nullptr), KESS_OK);
     EXPECT_EQ(system->createSound(nullptr, 0, nullptr, &sound), KESS_ERR_INVALID_PARAM);
     EXPECT_EQ(system->createSound("good.wav", 0, nullptr, nullptr), KESS_ERR_INVALID_PARAM);
     KESS_CREATESOUNDEXINFO info{};
     EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_INVALID_PARAM);
     info.cbsize = sizeof info;
-    info.suggestedsoundtype = static_cast<KESS_SOUND_TYPE>(-1);
+    info.suggestedsoundtype = KESS_SOUND_TYPE(-1);
     EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_FORMAT);
     ASSERT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_OK);
     // Sounds stay usable when the engine goes before them.

@@ -1,103 +1,25 @@
 #include "source_kinds.hpp"
 
-#include <sndfile.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <map>
 
 namespace test {
 
-Engine::Engine()
-{
-    if (KESS_System_Create(&mSystem, KESS_VERSION) != KESS_OK
-        || mSystem->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT) != KESS_OK || mSystem->init(0, 0, nullptr) != KESS_OK)
-        std::abort();
-}
-
-Engine::~Engine()
-{
-    mSystem->release();
-}
-
-KESS_RESULT Engine::open(const std::string& path, SoundPointer* sound, int type) const
-{
-    KESS_CREATESOUNDEXINFO info{};
-    info.cbsize = sizeof info;
-    info.suggestedsoundtype = static_cast<KESS_SOUND_TYPE>(type);
-    KESS::Sound* opened = nullptr;
-    const unsigned mode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
-    const KESS_RESULT result = mSystem->createSound(path.c_str(), mode, type ? &info : nullptr, &opened);
-    sound->reset(opened);
-    return result;
-}
-
-KESS_RESULT Engine::tryOpen(const std::string& path, int type) const
-{
-    SoundPointer sound;
-    return open(path, &sound, type);
-}
-
-SoundPointer Engine::open(const std::string& path) const
-{
-    SoundPointer sound;
-    const KESS_RESULT result = open(path, &sound);
-    if (!sound) {
-        std::fprintf(stderr, "%s: (%d) %s\n", path.c_str(), result, KESS_ErrorString(result));
-        std::abort();
-    }
-    return sound;
-}
-
-Facts factsOf(KESS::Sound& sound)
-{
-    Facts facts;
-    sound.getFormat(&facts.type, &facts.format, &facts.channels, &facts.bits);
-    sound.getDefaults(&facts.rate, nullptr);
-    sound.getSampleCount(&facts.samples);
-    sound.getLength(&facts.milliseconds, KESS_TIMEUNIT_MS);
-    return facts;
-}
-
-std::vector<uint8_t> readBytes(KESS::Sound& sound)
-{
-    std::vector<uint8_t> all;
-    std::vector<uint8_t> piece(10007 * 4);
-    unsigned got = 0;
-    while (sound.readData(piece.data(), static_cast<unsigned>(piece.size()), &got) == KESS_OK)
-        all.insert(all.end(), piece.begin(), piece.begin() + got);
-    return all;
-}
-
-std::vector<float> readFloats(KESS::Sound& sound)
-{
-    constexpr unsigned kFrames = 3001;
-    const auto channels = static_cast<unsigned>(factsOf(sound).channels);
-    std::vector<float> all;
-    std::vector<float> piece(kFrames * channels);
-    unsigned got = 0;
-    while (sound.readFloat(piece.data(), kFrames, &got) == KESS_OK)
-        all.insert(all.end(), piece.begin(), piece.begin() + got * channels);
-    return all;
-}
-
 namespace {
 
-SourceKind sndfileKind(const char* name, KESS_SOUND_TYPE type, KESS_SOUND_FORMAT format, int channels, int rate,
-                       int sndfileFormat, double leastSnr, uint64_t tolerance = 0)
+using Make = std::function<void(const std::string& path, const Signal& signal)>;
+
+Make sndfile(int format)
 {
-    const auto make = [=](const std::string& path, const Signal& signal) {
-        writeSound(path, sndfileFormat, signal);
+    return [=](const std::string& path, const Signal& signal) {
+        writeSound(path, format, signal);
     };
-    return SourceKind{name, type, format, channels, rate, make, leastSnr, tolerance};
 }
 
-SourceKind encodedKind(const char* name, KESS_SOUND_TYPE type, KESS_SOUND_FORMAT format, int channels, int rate,
-                       const char* container, const char* encoder, double leastSnr, uint64_t tolerance = 0)
+Make ffmpeg(const char* container, const char* encoder)
 {
-    const auto make = [=](const std::string& path, const Signal& signal) {
+    return [=](const std::string& path, const Signal& signal) {
         encodeSound(path, container, encoder, signal);
     };
-    return SourceKind{name, type, format, channels, rate, make, leastSnr, tolerance};
 }
 
 std::vector<SourceKind> makeKinds()
@@ -109,58 +31,59 @@ std::vector<SourceKind> makeKinds()
     constexpr auto k24 = KESS_SOUND_FORMAT_PCM24;
     constexpr auto k32 = KESS_SOUND_FORMAT_PCM32;
     constexpr auto kFloat = KESS_SOUND_FORMAT_PCMFLOAT;
+    constexpr auto kMpeg = KESS_SOUND_TYPE_MPEG;
+    constexpr auto kMp4 = KESS_SOUND_TYPE_MP4;
+    constexpr auto kOgg = KESS_SOUND_TYPE_OGG;
     std::vector<SourceKind> kinds{
-        sndfileKind("u8.wav", kWav, k8, 1, 22050, SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 35),
-        sndfileKind("16.wav", kWav, k16, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 85),
-        sndfileKind("24.wav", kWav, k24, 6, 48000, SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, 120),
-        sndfileKind("32.wav", kWav, k32, 1, 96000, SF_FORMAT_WAV | SF_FORMAT_PCM_32, 120),
-        sndfileKind("float.wav", kWav, kFloat, 32, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 120),
-        sndfileKind("double.wav", kWav, kFloat, 2, 192000, SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 120),
-        sndfileKind("alaw.wav", kWav, k16, 2, 8000, SF_FORMAT_WAV | SF_FORMAT_ALAW, 30),
-        sndfileKind("ulaw.wav", kWav, k16, 1, 8000, SF_FORMAT_WAV | SF_FORMAT_ULAW, 30),
-        sndfileKind("ima.wav", kWav, k16, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM, 25, 2041),
-        sndfileKind("ms.wav", kWav, k16, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM, 25),
-        sndfileKind("gsm.wav", kWav, k16, 1, 8000, SF_FORMAT_WAV | SF_FORMAT_GSM610, 5),
-        sndfileKind("rifx.wav", kWav, k16, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG, 85),
-        sndfileKind("16.rf64", kWav, k16, 2, 44100, SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 85),
-        sndfileKind("24.w64", kWav, k24, 2, 44100, SF_FORMAT_W64 | SF_FORMAT_PCM_24, 120),
-        sndfileKind("8.aiff", KESS_SOUND_TYPE_AIFF, k8, 1, 44100, SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, 35, 1),
-        sndfileKind("24.aiff", KESS_SOUND_TYPE_AIFF, k24, 2, 44100, SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 120),
-        sndfileKind("float.aifc", KESS_SOUND_TYPE_AIFF, kFloat, 2, 44100, SF_FORMAT_AIFF | SF_FORMAT_FLOAT, 120),
-        sndfileKind("8.flac", KESS_SOUND_TYPE_FLAC, k8, 1, 44100, SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, 35),
-        sndfileKind("16.flac", KESS_SOUND_TYPE_FLAC, k16, 2, 44100, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 85),
-        sndfileKind("24.flac", KESS_SOUND_TYPE_FLAC, k24, 6, 48000, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 120),
-        sndfileKind("a.ogg", KESS_SOUND_TYPE_OGG, k16, 2, 44100, SF_FORMAT_OGG | SF_FORMAT_VORBIS, 20),
-        sndfileKind("a.opus", KESS_SOUND_TYPE_OGG, k16, 2, 48000, SF_FORMAT_OGG | SF_FORMAT_OPUS, 10),
-        sndfileKind("a.au", kOther, k16, 2, 44100, SF_FORMAT_AU | SF_FORMAT_PCM_16, 85),
-        sndfileKind("a.caf", kOther, k24, 2, 44100, SF_FORMAT_CAF | SF_FORMAT_PCM_24, 120),
-        sndfileKind("alac.caf", kOther, k16, 2, 44100, SF_FORMAT_CAF | SF_FORMAT_ALAC_16, 85),
-        sndfileKind("a.voc", kOther, k16, 1, 44100, SF_FORMAT_VOC | SF_FORMAT_PCM_16, 85),
-        sndfileKind("a.8svx", kOther, k8, 1, 22050, SF_FORMAT_SVX | SF_FORMAT_PCM_S8, 35),
+        {"u8.wav", kWav, k8, 1, 22050, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_U8), 35},
+        {"16.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 85},
+        {"24.wav", kWav, k24, 6, 48000, sndfile(SF_FORMAT_WAVEX | SF_FORMAT_PCM_24), 120},
+        {"32.wav", kWav, k32, 1, 96000, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_32), 120},
+        {"float.wav", kWav, kFloat, 32, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_FLOAT), 120},
+        {"double.wav", kWav, kFloat, 2, 192000, sndfile(SF_FORMAT_WAV | SF_FORMAT_DOUBLE), 120},
+        {"alaw.wav", kWav, k16, 2, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_ALAW), 30},
+        {"ulaw.wav", kWav, k16, 1, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_ULAW), 30},
+        {"ima.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM), 25, 2041},
+        {"ms.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM), 25},
+        {"gsm.wav", kWav, k16, 1, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_GSM610), 5},
+        {"rifx.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG), 85},
+        {"16.rf64", kWav, k16, 2, 44100, sndfile(SF_FORMAT_RF64 | SF_FORMAT_PCM_16), 85},
+        {"24.w64", kWav, k24, 2, 44100, sndfile(SF_FORMAT_W64 | SF_FORMAT_PCM_24), 120},
+        {"8.aiff", KESS_SOUND_TYPE_AIFF, k8, 1, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_PCM_S8), 35, 1},
+        {"24.aiff", KESS_SOUND_TYPE_AIFF, k24, 2, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_PCM_24), 120},
+        {"float.aifc", KESS_SOUND_TYPE_AIFF, kFloat, 2, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_FLOAT), 120},
+        {"8.flac", KESS_SOUND_TYPE_FLAC, k8, 1, 44100, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_S8), 35},
+        {"16.flac", KESS_SOUND_TYPE_FLAC, k16, 2, 44100, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_16), 85},
+        {"24.flac", KESS_SOUND_TYPE_FLAC, k24, 6, 48000, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_24), 120},
+        {"a.ogg", kOgg, k16, 2, 44100, sndfile(SF_FORMAT_OGG | SF_FORMAT_VORBIS), 20},
+        {"a.opus", kOgg, k16, 2, 48000, sndfile(SF_FORMAT_OGG | SF_FORMAT_OPUS), 10},
+        {"a.au", kOther, k16, 2, 44100, sndfile(SF_FORMAT_AU | SF_FORMAT_PCM_16), 85},
+        {"a.caf", kOther, k24, 2, 44100, sndfile(SF_FORMAT_CAF | SF_FORMAT_PCM_24), 120},
+        {"alac.caf", kOther, k16, 2, 44100, sndfile(SF_FORMAT_CAF | SF_FORMAT_ALAC_16), 85},
+        {"a.voc", kOther, k16, 1, 44100, sndfile(SF_FORMAT_VOC | SF_FORMAT_PCM_16), 85},
+        {"a.8svx", kOther, k8, 1, 22050, sndfile(SF_FORMAT_SVX | SF_FORMAT_PCM_S8), 35},
     };
     if (canEncode()) {
-        constexpr auto kMpeg = KESS_SOUND_TYPE_MPEG;
-        constexpr auto kMp4 = KESS_SOUND_TYPE_MP4;
-        const std::vector<SourceKind> encoded{
-            encodedKind("six.ogg", KESS_SOUND_TYPE_OGG, k16, 6, 48000, "ogg", "libvorbis", 5),
-            encodedKind("six.opus", KESS_SOUND_TYPE_OGG, k16, 6, 48000, "ogg", "libopus", 5),
-            encodedKind("a.mp3", kMpeg, k16, 2, 44100, "mp3", "libmp3lame", 15),
-            encodedKind("low.mp3", kMpeg, k16, 1, 22050, "mp3", "libmp3lame", 15),
-            encodedKind("a.mp2", kMpeg, k16, 2, 48000, "mp2", "mp2", -10, 2400),
-            encodedKind("mp3.wav", kWav, k16, 2, 44100, "wav", "libmp3lame", -10, 2400),
-            encodedKind("a.m4a", kMp4, k16, 2, 44100, "ipod", "aac", 15, 44),
-            encodedKind("alac.m4a", kMp4, k16, 2, 44100, "ipod", "alac", 85),
-            encodedKind("a.aac", kMp4, k16, 2, 44100, "adts", "aac", -10, 2100),
-            encodedKind("a.wma", KESS_SOUND_TYPE_ASF, k16, 2, 44100, "asf", "wmav2", -10, 4100),
-            encodedKind("old.wma", KESS_SOUND_TYPE_ASF, k16, 1, 22050, "asf", "wmav1", -10, 2100),
-            encodedKind("a.spx", KESS_SOUND_TYPE_OGG, k16, 1, 16000, "ogg", "libspeex", -10, 1000),
-            encodedKind("flac.oga", KESS_SOUND_TYPE_OGG, k16, 2, 44100, "ogg", "flac", 85),
-            encodedKind("a.mka", kOther, k16, 2, 44100, "matroska", "libvorbis", 15, 600),
-            encodedKind("opus.webm", kOther, k16, 2, 48000, "webm", "libopus", 10, 1000),
-            encodedKind("a.wv", kOther, k16, 2, 44100, "wv", "wavpack", 85),
-            encodedKind("a.tta", kOther, k16, 2, 44100, "tta", "tta", 85),
-        };
-        kinds.insert(kinds.end(), encoded.begin(), encoded.end());
+        kinds.insert(kinds.end(),
+                     {
+                         {"six.ogg", kOgg, k16, 6, 48000, ffmpeg("ogg", "libvorbis"), 5},
+                         {"six.opus", kOgg, k16, 6, 48000, ffmpeg("ogg", "libopus"), 5},
+                         {"a.mp3", kMpeg, k16, 2, 44100, ffmpeg("mp3", "libmp3lame"), 15},
+                         {"low.mp3", kMpeg, k16, 1, 22050, ffmpeg("mp3", "libmp3lame"), 15},
+                         {"a.mp2", kMpeg, k16, 2, 48000, ffmpeg("mp2", "mp2"), -10, 2400},
+                         {"mp3.wav", kWav, k16, 2, 44100, ffmpeg("wav", "libmp3lame"), -10, 2400},
+                         {"a.m4a", kMp4, k16, 2, 44100, ffmpeg("ipod", "aac"), 15, 44},
+                         {"alac.m4a", kMp4, k16, 2, 44100, ffmpeg("ipod", "alac"), 85},
+                         {"a.aac", kMp4, k16, 2, 44100, ffmpeg("adts", "aac"), -10, 2100},
+                         {"a.wma", KESS_SOUND_TYPE_ASF, k16, 2, 44100, ffmpeg("asf", "wmav2"), -10, 4100},
+                         {"old.wma", KESS_SOUND_TYPE_ASF, k16, 1, 22050, ffmpeg("asf", "wmav1"), -10, 2100},
+                         {"a.spx", kOgg, k16, 1, 16000, ffmpeg("ogg", "libspeex"), -10, 1000},
+                         {"flac.oga", kOgg, k16, 2, 44100, ffmpeg("ogg", "flac"), 85},
+                         {"a.mka", kOther, k16, 2, 44100, ffmpeg("matroska", "libvorbis"), 15, 600},
+                         {"opus.webm", kOther, k16, 2, 48000, ffmpeg("webm", "libopus"), 10, 1000},
+                         {"a.wv", kOther, k16, 2, 44100, ffmpeg("wv", "wavpack"), 85},
+                         {"a.tta", kOther, k16, 2, 44100, ffmpeg("tta", "tta"), 85},
+                     });
     }
     return kinds;
 }
@@ -171,6 +94,17 @@ const std::vector<SourceKind>& sourceKinds()
 {
     static const std::vector<SourceKind> kinds = makeKinds();
     return kinds;
+}
+
+const std::string& exampleOf(const SourceKind& kind)
+{
+    static std::map<std::string, std::string> examples;
+    std::string& path = examples[kind.name];
+    if (path.empty()) {
+        path = "example-" + kind.name;
+        kind.make(path, noise(kind.channels, kind.rate, 5000));
+    }
+    return path;
 }
 
 } // namespace test

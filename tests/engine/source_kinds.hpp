@@ -1,7 +1,7 @@
 // Every kind of source file that tests can make, with what the engine must say about it.
 #pragma once
 
-#include "engine_access.hpp"
+#include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
 
 #include <functional>
@@ -21,9 +21,12 @@ struct SourceKind
     std::function<void(const std::string& path, const Signal& signal)> make;
     double leastSnr; // decibels against the source, when both begin at the same sample
     // Samples that the encoding may add at the end or lose, where it doesn't tell.
-    uint64_t tolerance;
+    uint64_t tolerance = 0;
 };
 
 [[nodiscard]] const std::vector<SourceKind>& sourceKinds();
+
+// A file of 5000 samples of noise, made once in each run.
+[[nodiscard]] const std::string& exampleOf(const SourceKind& kind);
 
 } // namespace test

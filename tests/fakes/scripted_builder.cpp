@@ -45,156 +45,70 @@ ScriptedBuilder& ScriptedBuilder::instance()
 void ScriptedBuilder::reset()
 {
     const std::lock_guard lock(mMutex);
-    for (const TARNOK_PROGRESSITEM* item : mPosted)
+    for (const TARNOK_PROGRESSITEM* item : mState.posted)
         freeItem(item);
-    mPosted.clear();
-    mForgotten.merge(mHeld);
-    mHeld.clear();
-    mInitResult = mReleaseResult = mBuildResult = TARNOK_OK;
-    mReports.clear();
-    mStall = mCancelled = mMisused = false;
-    mInits.clear();
-    mBuilds.clear();
-    mFinished = mReleases = mCancels = 0;
-}
-
-void ScriptedBuilder::setInitResult(TARNOK_RESULT result)
-{
-    const std::lock_guard lock(mMutex);
-    mInitResult = result;
-}
-
-void ScriptedBuilder::setReleaseResult(TARNOK_RESULT result)
-{
-    const std::lock_guard lock(mMutex);
-    mReleaseResult = result;
-}
-
-void ScriptedBuilder::setBuildResult(TARNOK_RESULT result)
-{
-    const std::lock_guard lock(mMutex);
-    mBuildResult = result;
-}
-
-void ScriptedBuilder::setReports(std::vector<Report> reports)
-{
-    const std::lock_guard lock(mMutex);
-    mReports = std::move(reports);
-}
-
-void ScriptedBuilder::stallBuilds()
-{
-    const std::lock_guard lock(mMutex);
-    mStall = true;
-}
-
-void ScriptedBuilder::resume()
-{
-    const std::lock_guard lock(mMutex);
-    mStall = false;
-    mChanged.notify_all();
+    mForgotten.merge(mState.held);
+    mState = {};
 }
 
 void ScriptedBuilder::post(const Report& report)
 {
     const std::lock_guard lock(mMutex);
-    postLocked(report);
-}
-
-void ScriptedBuilder::postLocked(const Report& report)
-{
-    mPosted.push_back(makeItem(report));
+    mState.posted.push_back(makeItem(report));
 }
 
 void ScriptedBuilder::waitForStarted(size_t builds)
 {
     std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [&] { return mBuilds.size() >= builds; });
+    mChanged.wait(lock, [&] { return mState.builds.size() >= builds; });
 }
 
 void ScriptedBuilder::waitForFinished(size_t builds)
 {
     std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [&] { return mFinished >= builds; });
-}
-
-std::vector<InitCall> ScriptedBuilder::inits()
-{
-    const std::lock_guard lock(mMutex);
-    return mInits;
-}
-
-std::vector<BuildCall> ScriptedBuilder::builds()
-{
-    const std::lock_guard lock(mMutex);
-    return mBuilds;
-}
-
-size_t ScriptedBuilder::releases()
-{
-    const std::lock_guard lock(mMutex);
-    return mReleases;
-}
-
-size_t ScriptedBuilder::cancels()
-{
-    const std::lock_guard lock(mMutex);
-    return mCancels;
-}
-
-size_t ScriptedBuilder::itemsHeld()
-{
-    const std::lock_guard lock(mMutex);
-    return mHeld.size();
-}
-
-bool ScriptedBuilder::misused()
-{
-    const std::lock_guard lock(mMutex);
-    return mMisused;
+    mChanged.wait(lock, [&] { return mState.finished >= builds; });
 }
 
 TARNOK_RESULT ScriptedBuilder::init(const InitCall& call)
 {
     const std::lock_guard lock(mMutex);
-    mMisused |= mInitialised;
-    mInits.push_back(call);
-    mInitialised = mInitResult == TARNOK_OK;
-    return mInitResult;
+    mState.misused |= mInitialised;
+    mState.inits.push_back(call);
+    mInitialised = mState.initResult == TARNOK_OK;
+    return mState.initResult;
 }
 
 TARNOK_RESULT ScriptedBuilder::release()
 {
     const std::lock_guard lock(mMutex);
-    mMisused |= !mInitialised;
+    mState.misused |= !mInitialised;
     mInitialised = false;
-    ++mReleases;
-    return mReleaseResult;
+    ++mState.releases;
+    return mState.releaseResult;
 }
 
-TARNOK_RESULT ScriptedBuilder::build(BuildCall call)
+TARNOK_RESULT ScriptedBuilder::build(const BuildCall& call)
 {
     std::unique_lock lock(mMutex);
-    mMisused |= !mInitialised || mRunning;
+    mState.misused |= !mInitialised || mRunning;
     mRunning = true;
-    mCancelled = false;
-    for (const Report& report : mReports)
-        postLocked(report);
-    mBuilds.push_back(std::move(call));
+    mState.cancelled = false;
+    for (const Report& report : mState.reports)
+        mState.posted.push_back(makeItem(report));
+    mState.builds.push_back(call);
     mChanged.notify_all();
-    mChanged.wait(lock, [&] { return !mStall || mCancelled; });
-    const TARNOK_RESULT result = mCancelled ? TARNOK_ERR_CANCELLED : mBuildResult;
+    mChanged.wait(lock, [&] { return !mState.stall || mState.cancelled; });
     mRunning = false;
-    ++mFinished;
+    ++mState.finished;
     mChanged.notify_all();
-    return result;
+    return mState.cancelled ? TARNOK_ERR_CANCELLED : mState.buildResult;
 }
 
 TARNOK_RESULT ScriptedBuilder::cancel()
 {
     const std::lock_guard lock(mMutex);
-    ++mCancels;
-    mCancelled = true;
+    ++mState.cancels;
+    mState.cancelled = true;
     mChanged.notify_all();
     return TARNOK_OK;
 }
@@ -202,22 +116,21 @@ TARNOK_RESULT ScriptedBuilder::cancel()
 const TARNOK_PROGRESSITEM* ScriptedBuilder::fetch()
 {
     const std::lock_guard lock(mMutex);
-    if (mPosted.empty())
+    if (mState.posted.empty())
         return nullptr;
-    const TARNOK_PROGRESSITEM* item = mPosted.front();
-    mPosted.pop_front();
-    mHeld.insert(item);
+    const TARNOK_PROGRESSITEM* item = mState.posted.front();
+    mState.posted.pop_front();
+    mState.held.insert(item);
     return item;
 }
 
 void ScriptedBuilder::releaseItem(const TARNOK_PROGRESSITEM* item)
 {
     const std::lock_guard lock(mMutex);
-    if (mHeld.erase(item) + mForgotten.erase(item) == 0) {
-        mMisused = true;
-        return;
-    }
-    freeItem(item);
+    if (mState.held.erase(item) + mForgotten.erase(item) == 0)
+        mState.misused = true;
+    else
+        freeItem(item);
 }
 
 } // namespace fakes
@@ -249,7 +162,7 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
                                   sound.overrideQuality,
                                   sound.desiredSampleRate});
     }
-    return fakes::ScriptedBuilder::instance().build(std::move(call));
+    return fakes::ScriptedBuilder::instance().build(call);
 }
 
 TARNOK_RESULT Tarnok_BuildCancel(void)

@@ -48,7 +48,7 @@ struct Report
     std::string text = {};
 };
 
-// The object behind the six functions. All members may be used on any thread.
+// The object behind the six functions. All functions may be used on any thread.
 class ScriptedBuilder
 {
 public:
@@ -58,14 +58,14 @@ public:
     void reset();
 
     // The script of builds that start from now on.
-    void setInitResult(TARNOK_RESULT result);
-    void setReleaseResult(TARNOK_RESULT result);
-    void setBuildResult(TARNOK_RESULT result);
-    void setReports(std::vector<Report> reports); // posted by each build when it starts
+    void setInitResult(TARNOK_RESULT result) { set(&State::initResult, result); }
+    void setReleaseResult(TARNOK_RESULT result) { set(&State::releaseResult, result); }
+    void setBuildResult(TARNOK_RESULT result) { set(&State::buildResult, result); }
+    void setReports(const std::vector<Report>& reports) { set(&State::reports, reports); } // each build's, at its start
 
     // Builds wait, after posting their reports, until resume() or a cancel. A cancelled build returns result 2.
-    void stallBuilds();
-    void resume();
+    void stallBuilds() { set(&State::stall, true); }
+    void resume() { set(&State::stall, false); }
 
     // Posts a report now.
     void post(const Report& report);
@@ -75,43 +75,61 @@ public:
     void waitForFinished(size_t builds);
 
     // The record since reset().
-    std::vector<InitCall> inits();
-    std::vector<BuildCall> builds();
-    size_t releases();
-    size_t cancels();
-    size_t itemsHeld(); // fetched and not released yet
-    bool misused(); // an item was released twice or was none of ours, or calls came in a forbidden order
+    std::vector<InitCall> inits() { return get(&State::inits); }
+    std::vector<BuildCall> builds() { return get(&State::builds); }
+    size_t releases() { return get(&State::releases); }
+    size_t cancels() { return get(&State::cancels); }
+    size_t itemsHeld() { return get(&State::held).size(); } // fetched and not released yet
+    // An item was released twice or was none of ours, or calls came in a forbidden order.
+    bool misused() { return get(&State::misused); }
 
     // The library's side.
     TARNOK_RESULT init(const InitCall& call);
     TARNOK_RESULT release();
-    TARNOK_RESULT build(BuildCall call);
+    TARNOK_RESULT build(const BuildCall& call);
     TARNOK_RESULT cancel();
     const TARNOK_PROGRESSITEM* fetch();
     void releaseItem(const TARNOK_PROGRESSITEM* item);
 
 private:
-    struct Item;
-    void postLocked(const Report& report);
+    struct State
+    {
+        TARNOK_RESULT initResult = TARNOK_OK;
+        TARNOK_RESULT releaseResult = TARNOK_OK;
+        TARNOK_RESULT buildResult = TARNOK_OK;
+        std::vector<Report> reports;
+        bool stall = false;
+        bool cancelled = false;
+        bool misused = false;
+        std::vector<InitCall> inits;
+        std::vector<BuildCall> builds;
+        size_t finished = 0;
+        size_t releases = 0;
+        size_t cancels = 0;
+        std::deque<const TARNOK_PROGRESSITEM*> posted;
+        std::set<const TARNOK_PROGRESSITEM*> held;
+    };
+
+    template <typename Value>
+    void set(Value State::*member, const Value& value)
+    {
+        const std::lock_guard lock(mMutex);
+        mState.*member = value;
+        mChanged.notify_all();
+    }
+
+    template <typename Value>
+    Value get(Value State::*member)
+    {
+        const std::lock_guard lock(mMutex);
+        return mState.*member;
+    }
 
     std::mutex mMutex;
     std::condition_variable mChanged;
-    TARNOK_RESULT mInitResult = TARNOK_OK;
-    TARNOK_RESULT mReleaseResult = TARNOK_OK;
-    TARNOK_RESULT mBuildResult = TARNOK_OK;
-    std::vector<Report> mReports;
-    bool mStall = false;
-    bool mCancelled = false;
+    State mState;
     bool mInitialised = false;
-    bool mMisused = false;
     bool mRunning = false;
-    std::vector<InitCall> mInits;
-    std::vector<BuildCall> mBuilds;
-    size_t mFinished = 0;
-    size_t mReleases = 0;
-    size_t mCancels = 0;
-    std::deque<const TARNOK_PROGRESSITEM*> mPosted;
-    std::set<const TARNOK_PROGRESSITEM*> mHeld;
     std::set<const TARNOK_PROGRESSITEM*> mForgotten; // held when reset() came; they may still be handed back
 };
 

@@ -13,25 +13,18 @@ struct System::Impl
 
 struct Sound::Impl
 {
-    int result = 0;
-    int type = 0;
-    int format = 0;
-    int channels = 0;
-    int hertz = 0;
-    unsigned int milliseconds = 0;
+    int result, type, format, channels, hertz;
+    unsigned int milliseconds;
 };
 
 System::System()
-    : mImpl(new Impl)
+    : mImpl(nullptr)
 { }
 
-System::~System()
-{
-    delete mImpl;
-}
+System::~System() = default;
 
 Sound::Sound()
-    : mImpl(new Impl)
+    : mImpl(new Impl{})
 { }
 
 Sound::~Sound()
@@ -46,25 +39,25 @@ struct SystemAccess
 
 struct SoundAccess
 {
-    static Sound* create(const Sound::Impl& facts)
+    static KESS_RESULT open(const char* path, int suggestedType, Sound** sound)
     {
-        auto* sound = new Sound;
-        *sound->mImpl = facts;
-        return sound;
-    }
-
-    static KESS_RESULT read(const char* path, Sound::Impl* facts)
-    {
+        *sound = nullptr;
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "r"), &std::fclose);
         if (!file)
             return KESS_ERR_FILE_NOTFOUND;
-        const int fields = std::fscanf(file.get(), "sound %d %d %d %d %d %u", &facts->result, &facts->type,
-                                       &facts->format, &facts->channels, &facts->hertz, &facts->milliseconds);
-        return fields == 6 ? static_cast<KESS_RESULT>(facts->result) : KESS_ERR_FORMAT;
+        Sound::Impl facts{};
+        const int fields = std::fscanf(file.get(), "sound %d %d %d %d %d %u", &facts.result, &facts.type, &facts.format,
+                                       &facts.channels, &facts.hertz, &facts.milliseconds);
+        if (fields != 6)
+            return KESS_ERR_FORMAT;
+        if (facts.result == KESS_OK && suggestedType != 0 && suggestedType != facts.type)
+            return KESS_ERR_FORMAT;
+        if (facts.result == KESS_OK) {
+            *sound = new Sound;
+            *(*sound)->mImpl = facts;
+        }
+        return static_cast<KESS_RESULT>(facts.result);
     }
-
-    static int type(const Sound::Impl& facts) { return facts.type; }
-    using Facts = Sound::Impl;
 };
 
 KESS_RESULT System::release()
@@ -85,15 +78,7 @@ KESS_RESULT System::init(int, unsigned int, void*)
 
 KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
 {
-    *sound = nullptr;
-    SoundAccess::Facts facts;
-    const KESS_RESULT result = SoundAccess::read(path, &facts);
-    if (result != KESS_OK)
-        return result;
-    if (info && info->suggestedsoundtype != 0 && info->suggestedsoundtype != SoundAccess::type(facts))
-        return KESS_ERR_FORMAT;
-    *sound = SoundAccess::create(facts);
-    return KESS_OK;
+    return SoundAccess::open(path, info ? info->suggestedsoundtype : 0, sound);
 }
 
 KESS_RESULT Sound::release()

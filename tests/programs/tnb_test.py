@@ -148,28 +148,20 @@ class ValidateTest(TnbCase):
         self.assertEqual(output.count(": whole\n"), 5)
         self.assertEqual(self.tnb("validate", *banks, locked)[0], UNREADABLE)
 
-    def test_finds_a_flipped_bit_wherever_it_means_something(self):
-        self.make_sounds()
-        for name in FORMATS:
-            for key in ([], ["--key", "k"]):
-                with self.subTest(format=name, key=key):
-                    encrypt = ["-encryption_key", "k"] if key else []
-                    whole = self.build("whole.tnb", "-format", name, *encrypt).read_bytes()
-                    places = {12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1}
-                    if not key:
-                        for sound in tnb_reader.Bank(whole).sounds:
-                            places |= {sound["chunksOffset"], sound["dataOffset"], sound["nameOffset"] + 400}
+    def test_tells_damage_from_what_is_no_bank(self):
+        for key in ([], ["--key", "k"]):
+            with self.subTest(key=key):
+                encrypt = ["-encryption_key", "k"] if key else []
+                whole = self.build("whole.tnb", *encrypt, source="a.wav").read_bytes()
+                for places, status in (((12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1), DAMAGED),
+                                       ((0, 7, 9), UNREADABLE)):
                     for place in places:
                         damaged = bytearray(whole)
                         damaged[place] ^= 1 << place % 8
-                        self.assert_damage(damaged, ".", *key)
-                    for place in (0, 7, 9):
-                        damaged = bytearray(whole)
-                        damaged[place] ^= 1
-                        self.assertEqual(self.validate(damaged, *key)[0], UNREADABLE)
-                    self.assert_damage(whole[:-1], "cut or lengthened", *key)
-                    self.assert_damage(whole + b"\0", "cut or lengthened", *key)
-                    self.assert_damage(whole[:39], "ends within its header", *key)
+                        self.assertEqual(self.validate(damaged, *key)[0], status, place)
+                self.assert_damage(whole[:-1], "cut or lengthened", *key)
+                self.assert_damage(whole + b"\0", "cut or lengthened", *key)
+                self.assert_damage(whole[:39], "ends within its header", *key)
 
     def test_says_which_sound_is_damaged_and_goes_on(self):
         self.make_sounds()
@@ -253,15 +245,11 @@ class ExtractTest(TnbCase):
         for name in FORMATS:
             with self.subTest(format=name):
                 self.assert_tnb("extract", self.build("x.tnb", "-format", name), "-o", name)
-                self.assert_tnb("extract", self.build("y.tnb", "-format", name, "-encryption_key", "k"), "-k", "k",
-                                "-o", name + "-locked")
                 for sound in ("loop.wav", "tone.wav"):
                     source, got = read_riff(self.folder_in / sound), read_riff(self.work / name / sound)
                     self.assertEqual(len(got["samples"]), len(source["samples"]))
                     self.assertEqual(got["cues"], source["cues"])
                     self.assertEqual(got["loop"], source["loop"] or (0, 143999))
-                    self.assertEqual((self.work / name / sound).read_bytes(),
-                                     (self.work / (name + "-locked") / sound).read_bytes())
 
     def test_keeps_hostile_names_in_the_folder_and_apart(self):
         names = [b"../../up", b"a/b/../c", b"", b".hidden.", b"\x1b[2Jevil", b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",

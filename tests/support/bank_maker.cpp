@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <numbers>
 
 namespace bank_test {
@@ -32,32 +29,7 @@ float floatAt(const uint8_t* place, SampleFormat format)
     }
 }
 
-// All sounds in memory, in the form in which the builder's cache stores them.
-class MemorySounds final : public bank::StoredSounds
-{
-public:
-    explicit MemorySounds(const std::vector<EncodedSound>& sounds)
-        : mSounds(sounds)
-    { }
-
-    bank::Result<bank::StoredSound> open(size_t index) override
-    {
-        std::vector<uint8_t> bytes = bank::serialise(mSounds[index].sound);
-        const uint64_t dataOffset = bytes.size();
-        bytes.insert(bytes.end(), mSounds[index].data.begin(), mSounds[index].data.end());
-        return bank::StoredSound{std::make_shared<bank::MemorySource>(std::move(bytes)), 0, dataOffset};
-    }
-
-private:
-    const std::vector<EncodedSound>& mSounds;
-};
-
 } // namespace
-
-MemorySound::MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples)
-    : mFacts(facts)
-    , mSamples(std::move(samples))
-{ }
 
 MemorySound MemorySound::ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames)
 {
@@ -115,6 +87,14 @@ Error MemorySound::readSamples(void* frames, size_t count)
     return Error::None;
 }
 
+bank::Result<bank::StoredSound> MemorySounds::open(size_t index)
+{
+    std::vector<uint8_t> bytes = bank::serialise(mSounds[index].sound);
+    const uint64_t dataOffset = bytes.size();
+    bytes.insert(bytes.end(), mSounds[index].data.begin(), mSounds[index].data.end());
+    return bank::StoredSound{std::make_shared<bank::MemorySource>(std::move(bytes)), 0, dataOffset};
+}
+
 EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::string name)
 {
     EncodedSound encoded;
@@ -144,61 +124,6 @@ std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds, const ban
     return sink.take();
 }
 
-TemporaryFile::TemporaryFile(const std::vector<uint8_t>& bytes)
-{
-    static int number = 0;
-    mPath = "bank-" + std::to_string(++number) + ".tnb";
-    std::ofstream file(mPath, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    EXPECT_TRUE(file.good());
-}
-
-TemporaryFile::~TemporaryFile()
-{
-    std::remove(mPath.c_str());
-}
-
-KESS_RESULT openSound(const char* path, SoundPointer* sound)
-{
-    struct Engine
-    {
-        Engine()
-        {
-            EXPECT_EQ(KESS_System_Create(&system, KESS_VERSION), KESS_OK);
-            EXPECT_EQ(system->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT), KESS_OK);
-            EXPECT_EQ(system->init(0, 0, nullptr), KESS_OK);
-        }
-        ~Engine() { (void)system->release(); }
-        KESS::System* system = nullptr;
-    };
-    static Engine engine;
-    KESS::Sound* opened = nullptr;
-    const KESS_RESULT result = engine.system->createSound(path, KESS_MODE_OPENONLY, nullptr, &opened);
-    sound->reset(opened);
-    return result;
-}
-
-std::vector<float> readFloats(KESS::Sound& sound, size_t frames)
-{
-    int channels = 0;
-    EXPECT_EQ(sound.getFormat(nullptr, nullptr, &channels, nullptr), KESS_OK);
-    std::vector<float> samples(frames * size_t(channels));
-    size_t done = 0;
-    while (done < frames) {
-        unsigned int got = 0;
-        const KESS_RESULT result =
-            sound.readFloat(samples.data() + done * size_t(channels), unsigned(frames - done), &got);
-        if (result == KESS_ERR_FILE_EOF || got == 0)
-            break;
-        EXPECT_EQ(result, KESS_OK);
-        if (result != KESS_OK)
-            break;
-        done += got;
-    }
-    samples.resize(done * size_t(channels));
-    return samples;
-}
-
 uint32_t Noise::next()
 {
     // xorshift64*, Vigna 2016.
@@ -206,6 +131,29 @@ uint32_t Noise::next()
     mState ^= mState << 25;
     mState ^= mState >> 27;
     return uint32_t((mState * 0x2545f4914f6cdd1du) >> 32);
+}
+
+void tamper(std::span<uint8_t> part, Noise& noise)
+{
+    if (part.empty())
+        return;
+    constexpr std::array<uint64_t, 8> edges = {
+        0, 1, 0x7fffffff, 0xffffffff, 0x100000000, 0x7fffffffffffffff, 0xffffffffffffffe0, 0xffffffffffffffff};
+    const size_t at = noise.next() % part.size();
+    switch (noise.next() % 4) {
+    case 0:
+        part[at] ^= uint8_t(1 << noise.next() % 8);
+        break;
+    case 1:
+        part[at] = uint8_t(noise.next());
+        break;
+    default: {
+        const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
+        const size_t size = noise.next() % 2 ? 4 : 8;
+        const size_t place = at / 4 * 4;
+        std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
+    }
+    }
 }
 
 std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame, float level)

@@ -4,9 +4,8 @@
 #include "bank/reader.hpp"
 #include "bank/writer.hpp"
 #include "encoder.hpp"
-#include "kess.hpp"
 
-#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,7 +15,10 @@ namespace bank_test {
 class MemorySound final : public tarnok::PreparedSound
 {
 public:
-    MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples);
+    MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples)
+        : mFacts(facts)
+        , mSamples(std::move(samples))
+    { }
 
     // A float sound of frames.size() / channels frames, looping whole unless told otherwise.
     static MemorySound ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames);
@@ -43,39 +45,25 @@ struct EncodedSound
     std::vector<uint8_t> data;
 };
 
+// All sounds in memory, in the form in which the builder's cache stores them.
+class MemorySounds : public bank::StoredSounds
+{
+public:
+    explicit MemorySounds(std::vector<EncodedSound> sounds)
+        : mSounds(std::move(sounds))
+    { }
+    bank::Result<bank::StoredSound> open(size_t index) override;
+
+protected:
+    std::vector<EncodedSound> mSounds;
+};
+
 // Asserts that encoding works.
 [[nodiscard]] EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality = 50, std::string name = "sound");
 
 // The bank of these sounds, encrypted when there is a key. Asserts that it could be written.
 [[nodiscard]] std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds,
                                             const bank::BankSettings& settings = {}, std::string_view key = {});
-
-// A file that lives as long as the object.
-class TemporaryFile
-{
-public:
-    explicit TemporaryFile(const std::vector<uint8_t>& bytes);
-    ~TemporaryFile();
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    [[nodiscard]] const char* path() const { return mPath.c_str(); }
-
-private:
-    std::string mPath;
-};
-
-struct ReleaseSound
-{
-    void operator()(KESS::Sound* sound) const { (void)sound->release(); }
-};
-using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseSound>;
-
-// Opens a file by the engine; the sound is null unless the answer is KESS_OK.
-[[nodiscard]] KESS_RESULT openSound(const char* path, SoundPointer* sound);
-
-// Decodes up to frames as float from where the sound stands.
-[[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t frames);
 
 // A deterministic noise of 32 bits.
 class Noise
@@ -90,6 +78,10 @@ public:
 private:
     uint64_t mState;
 };
+
+// Tampers with a place: a flipped bit, a random byte, or a number of 4 or 8 bytes at one of the values where arithmetic
+// overflows.
+void tamper(std::span<uint8_t> part, Noise& noise);
 
 // frames of a sum of sines; per channel the frequencies are shifted a little.
 [[nodiscard]] std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame,

@@ -1,7 +1,5 @@
 #include "support/sound_files.hpp"
 
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -37,7 +35,7 @@ SNDFILE* create(const std::string& path, int format, int channels, int rate)
 void append(std::vector<uint8_t>& bytes, uint32_t number)
 {
     for (int shift = 0; shift < 32; shift += 8)
-        bytes.push_back(static_cast<uint8_t>(number >> shift));
+        bytes.push_back(uint8_t(number >> shift));
 }
 
 void append(std::vector<uint8_t>& bytes, const std::string& text)
@@ -48,7 +46,7 @@ void append(std::vector<uint8_t>& bytes, const std::string& text)
 void appendChunk(std::vector<uint8_t>& bytes, const char* id, const std::vector<uint8_t>& data)
 {
     append(bytes, std::string(id, 4));
-    append(bytes, static_cast<uint32_t>(data.size()));
+    append(bytes, uint32_t(data.size()));
     bytes.insert(bytes.end(), data.begin(), data.end());
     if (data.size() % 2)
         bytes.push_back(0);
@@ -59,11 +57,11 @@ void appendChunk(std::vector<uint8_t>& bytes, const char* id, const std::vector<
 Signal sine(int channels, int rate, size_t frames, double hertz)
 {
     Signal signal{channels, rate, {}};
-    signal.samples.reserve(frames * static_cast<size_t>(channels));
+    signal.samples.reserve(frames * size_t(channels));
     for (size_t i = 0; i < frames; ++i) {
         for (int channel = 0; channel < channels; ++channel) {
-            const double phase = 2 * M_PI * hertz * (1 + 0.1 * channel) * static_cast<double>(i) / rate;
-            signal.samples.push_back(static_cast<float>(0.5 * std::sin(phase)));
+            const double phase = 2 * M_PI * hertz * (1 + 0.1 * channel) * double(i) / rate;
+            signal.samples.push_back(float(0.5 * std::sin(phase)));
         }
     }
     return signal;
@@ -72,9 +70,24 @@ Signal sine(int channels, int rate, size_t frames, double hertz)
 Signal noise(int channels, int rate, size_t frames, uint32_t seed)
 {
     Signal signal{channels, rate, {}};
-    for (int32_t number : randomIntegers(frames * static_cast<size_t>(channels), seed))
-        signal.samples.push_back(static_cast<float>(number) * 0x1p-31f);
+    for (const int32_t number : randomIntegers(frames * size_t(channels), seed))
+        signal.samples.push_back(float(number) * 0x1p-31f);
     return signal;
+}
+
+double squaredError(std::span<const float> wanted, std::span<const float> got)
+{
+    double sum = 0;
+    for (size_t i = 0; i < std::min(wanted.size(), got.size()); ++i)
+        sum += std::pow(double{wanted[i]} - double{got[i]}, 2);
+    return sum;
+}
+
+double signalToNoise(std::span<const float> wanted, std::span<const float> got)
+{
+    const double error = squaredError(wanted, got);
+    const std::vector<float> silence(std::min(wanted.size(), got.size()));
+    return 10 * std::log10(squaredError(wanted, silence) / std::max(error, 1e-30));
 }
 
 std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
@@ -82,14 +95,14 @@ std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
     std::mt19937 random(seed);
     std::vector<int32_t> numbers(count);
     for (int32_t& number : numbers)
-        number = static_cast<int32_t>(random());
+        number = int32_t(random());
     return numbers;
 }
 
-void writeSound(const std::string& path, int format, const Signal& signal)
+std::string writeSound(const std::string& path, int format, const Signal& signal)
 {
     SNDFILE* file = create(path, format, signal.channels, signal.rate);
-    const auto frames = static_cast<sf_count_t>(signal.frames());
+    const auto frames = sf_count_t(signal.frames());
     // In pieces: libsndfile's Vorbis and Opus encoders keep a large write on the stack.
     constexpr sf_count_t kPiece = 4096;
     for (sf_count_t done = 0; done < frames; done += kPiece) {
@@ -98,12 +111,13 @@ void writeSound(const std::string& path, int format, const Signal& signal)
             fail(path, sf_strerror(file));
     }
     sf_close(file);
+    return path;
 }
 
 void writeIntegers(const std::string& path, int format, int channels, int rate, const std::vector<int32_t>& samples)
 {
     SNDFILE* file = create(path, format, channels, rate);
-    const auto count = static_cast<sf_count_t>(samples.size());
+    const auto count = sf_count_t(samples.size());
     if (sf_write_int(file, samples.data(), count) != count)
         fail(path, sf_strerror(file));
     sf_close(file);
@@ -123,7 +137,7 @@ void addWavTags(const std::string& path, const WavTags& tags)
     if (!tags.markers.empty()) {
         std::vector<uint8_t> points;
         std::vector<uint8_t> names;
-        append(points, static_cast<uint32_t>(tags.markers.size()));
+        append(points, uint32_t(tags.markers.size()));
         append(names, "adtl");
         uint32_t id = 0;
         for (const auto& [sample, name] : tags.markers) {
@@ -141,9 +155,30 @@ void addWavTags(const std::string& path, const WavTags& tags)
         appendChunk(bytes, "cue ", points);
         appendChunk(bytes, "LIST", names);
     }
-    const auto length = static_cast<uint32_t>(bytes.size() - 8);
+    const auto length = uint32_t(bytes.size() - 8);
     std::memcpy(&bytes[4], &length, sizeof length);
     writeFile(path, bytes);
+}
+
+#ifndef TEST_FFMPEG
+#define TEST_FFMPEG ""
+#endif
+
+bool canEncode()
+{
+    return *TEST_FFMPEG != 0;
+}
+
+void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
+                 const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags)
+{
+    const std::string source = writeSound(path + ".source", SF_FORMAT_WAV | SF_FORMAT_PCM_16, signal);
+    std::string command = TEST_FFMPEG " -v error -nostdin -y -i '" + source + "' -strict experimental -c:a " + encoder;
+    for (const auto& [name, value] : tags)
+        command += " -metadata '" + name + "=" + value + "' -metadata:s:a '" + name + "=" + value + "'";
+    if (std::system((command + " -f " + container + " '" + path + "'").c_str()) != 0)
+        fail(path, "cannot be encoded");
+    std::remove(source.c_str());
 }
 
 std::vector<uint8_t> readFile(const std::string& path)

@@ -1,8 +1,11 @@
 // Sound files for tests, made on the spot.
 #pragma once
 
+#include <sndfile.h>
+
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,7 +19,7 @@ struct Signal
     int rate = 44100;
     std::vector<float> samples;
 
-    [[nodiscard]] size_t frames() const { return samples.size() / static_cast<size_t>(channels); }
+    [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
 };
 
 // A tone in each channel, one a little higher than the one before, at half of full scale.
@@ -25,12 +28,16 @@ struct Signal
 // White noise, the same for the same seed, up to full scale.
 [[nodiscard]] Signal noise(int channels, int rate, size_t frames, uint32_t seed = 1);
 
+// The sum of the squares of the differences, over the samples that both have; and decibels of a signal over that.
+[[nodiscard]] double squaredError(std::span<const float> wanted, std::span<const float> got);
+[[nodiscard]] double signalToNoise(std::span<const float> wanted, std::span<const float> got);
+
 // Whole numbers over the full range of 32 bits, the same for the same seed.
 [[nodiscard]] std::vector<int32_t> randomIntegers(size_t count, uint32_t seed = 1);
 
 // Writes a file by libsndfile; format is one of its formats, such as SF_FORMAT_WAV | SF_FORMAT_PCM_24. Integers are
-// taken from the top: a 16-bit file keeps the upper 16 bits. Failure ends the test program.
-void writeSound(const std::string& path, int format, const Signal& signal);
+// taken from the top: a 16-bit file keeps the upper 16 bits. Failure ends the test program. The path comes back.
+std::string writeSound(const std::string& path, int format, const Signal& signal);
 void writeIntegers(const std::string& path, int format, int channels, int rate, const std::vector<int32_t>& samples);
 
 // What else a WAV file may hold: the first and the last sample of its loop, and markers with names.
@@ -43,13 +50,13 @@ struct WavTags
 // Adds `smpl`, `cue ` and `LIST adtl` chunks to a WAV file.
 void addWavTags(const std::string& path, const WavTags& tags);
 
-// Whether the encoders of the next function are there.
+// Whether the next function works.
 [[nodiscard]] bool canEncode();
 
-// Writes a file by FFmpeg's libraries, in a container and by an encoder of the names they have there, such as "asf"
-// and "wmav2". tags become the file's comments.
-void encodeSound(const std::string& path, const char* container, const char* encoder, const Signal& signal,
-                 const std::vector<std::pair<std::string, std::string>>& tags = {});
+// Writes a file by FFmpeg, in a container and by an encoder of the names they have there, such as "asf" and "wmav2".
+// tags become the file's comments.
+void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
+                 const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags = {});
 
 [[nodiscard]] std::vector<uint8_t> readFile(const std::string& path);
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);

@@ -8,8 +8,6 @@ namespace {
 class ItemTree : public tests::SystemTest
 { };
 
-using ItemTreeDeath = ItemTree;
-
 TEST_F(ItemTree, TracksDirtinessOfEachObjectAlone)
 {
     SoundBank* bank = makeBank(2);
@@ -80,7 +78,7 @@ TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
                            "subsound 1 destructed", "source file 0 destructed"}));
 }
 
-TEST_F(ItemTreeDeath, AbortsOnBrokenPreconditions)
+TEST_F(ItemTree, AbortsOnBrokenPreconditions)
 {
     SoundBank* bank = makeBank(2);
     Subsound* subsound = bank->first();
@@ -102,11 +100,11 @@ TEST(Vocabulary, TurnsFormatsAndBuildFlagsIntoWordsAndBack)
 {
     bool ok = false;
     for (int format = TARNOK_FORMAT_PCM; format <= TARNOK_FORMAT_OPUS; ++format) {
-        const QString word = formatToString(static_cast<TARNOK_FORMAT>(format));
+        const QString word = formatToString(TARNOK_FORMAT(format));
         EXPECT_EQ(stringToFormat(word, &ok), format);
         EXPECT_TRUE(ok);
         EXPECT_EQ(stringToFormat(word.toUpper(), nullptr), format);
-        EXPECT_EQ(getFormatType(static_cast<TARNOK_FORMAT>(format)), word == "PCM" || word == "KADPCM" ? 1 : 2);
+        EXPECT_EQ(getFormatType(TARNOK_FORMAT(format)), word == "PCM" || word == "KADPCM" ? 1 : 2);
     }
     EXPECT_EQ(stringToFormat("flac", &ok), 0);
     EXPECT_FALSE(ok);
@@ -114,12 +112,12 @@ TEST(Vocabulary, TurnsFormatsAndBuildFlagsIntoWordsAndBack)
         EXPECT_EQ(stringToBuildFlag(buildFlagToString(flag)), flag);
 }
 
-TEST(VocabularyDeath, AbortsOutsideItsTables)
+TEST(Vocabulary, AbortsOutsideItsTables)
 {
     EXPECT_DEATH(stringToFormat("flac", nullptr), "ASSERT");
-    EXPECT_DEATH(formatToString(static_cast<TARNOK_FORMAT>(6)), "ASSERT");
-    EXPECT_DEATH(getFormatType(static_cast<TARNOK_FORMAT>(6)), "ASSERT");
-    EXPECT_DEATH(fileFormatToString(static_cast<KESS_SOUND_FORMAT>(7)), "ASSERT");
+    EXPECT_DEATH(formatToString(TARNOK_FORMAT(6)), "ASSERT");
+    EXPECT_DEATH(getFormatType(TARNOK_FORMAT(6)), "ASSERT");
+    EXPECT_DEATH(fileFormatToString(KESS_SOUND_FORMAT(7)), "ASSERT");
     EXPECT_DEATH(stringToBuildFlag("DONT_LOOP"), "ASSERT");
     EXPECT_DEATH(buildFlagToString(TARNOK_BUILD_NOGUID), "ASSERT");
     EXPECT_DEATH(buildFlagToString(3), "ASSERT");

@@ -19,8 +19,6 @@ protected:
     }
 };
 
-using ValidatorDeath = Validator;
-
 TEST_F(SourceFiles, RoundTheirSizeToKilobytes)
 {
     SourceFile file(nullptr);
@@ -133,9 +131,9 @@ TEST_F(SoundBanks, ValidateNameThenContentThenProfile)
               Logger::OUTPUT_WARNING);
     bank.addSubsound(makeSound("a.wav"));
     EXPECT_TRUE(bank.validate());
-    bank.profile().setFormat(static_cast<TARNOK_FORMAT>(6));
+    bank.profile().setFormat(TARNOK_FORMAT(6));
     EXPECT_TRUE(bank.validate()) << "one beyond the last format passes";
-    bank.profile().setFormat(static_cast<TARNOK_FORMAT>(7));
+    bank.profile().setFormat(TARNOK_FORMAT(7));
     EXPECT_TRUE(linesOf([&] { EXPECT_FALSE(bank.validate()); }).isEmpty());
 }
 
@@ -210,7 +208,7 @@ TEST_F(Validator, NamesTheFaultOfAFileQuietly)
         EXPECT_EQ(linesOf(check(makeSound("bad.wav", {.result = result}))), QStringList(text));
 }
 
-TEST_F(ValidatorDeath, AbortsWhenTheEngineItselfFails)
+TEST_F(Validator, AbortsWhenTheEngineItselfFails)
 {
     EXPECT_DEATH(isValid(makeSound("odd.wav", {.result = 38})), "ASSERT");
 }

@@ -3,9 +3,13 @@
 
 #include "kess.hpp"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace test {
@@ -32,7 +36,7 @@ class Engine
 {
 public:
     Engine();
-    ~Engine();
+    ~Engine() { mSystem->release(); }
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
@@ -52,6 +56,11 @@ private:
 
 // Everything from the current position on, in odd-sized pieces.
 [[nodiscard]] std::vector<uint8_t> readBytes(KESS::Sound& sound);
-[[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound);
+[[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t most = SIZE_MAX);
+
+using Loop = std::optional<std::pair<uint64_t, uint64_t>>;
+using Markers = std::vector<std::pair<uint64_t, std::string>>;
+[[nodiscard]] Loop loopOf(KESS::Sound& sound);
+[[nodiscard]] Markers markersOf(KESS::Sound& sound);
 
 } // namespace test

@@ -1,0 +1,100 @@
+#include "support/engine_access.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace test {
+
+Engine::Engine()
+{
+    if (KESS_System_Create(&mSystem, KESS_VERSION) != KESS_OK
+        || mSystem->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT) != KESS_OK || mSystem->init(0, 0, nullptr) != KESS_OK)
+        std::abort();
+}
+
+KESS_RESULT Engine::open(const std::string& path, SoundPointer* sound, int type) const
+{
+    KESS_CREATESOUNDEXINFO info{};
+    info.cbsize = sizeof info;
+    info.suggestedsoundtype = KESS_SOUND_TYPE(type);
+    KESS::Sound* opened = nullptr;
+    const unsigned mode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
+    const KESS_RESULT result = mSystem->createSound(path.c_str(), mode, type ? &info : nullptr, &opened);
+    sound->reset(opened);
+    return result;
+}
+
+KESS_RESULT Engine::tryOpen(const std::string& path, int type) const
+{
+    SoundPointer sound;
+    return open(path, &sound, type);
+}
+
+SoundPointer Engine::open(const std::string& path) const
+{
+    SoundPointer sound;
+    const KESS_RESULT result = open(path, &sound);
+    if (!sound) {
+        std::fprintf(stderr, "%s: (%d) %s\n", path.c_str(), result, KESS_ErrorString(result));
+        std::abort();
+    }
+    return sound;
+}
+
+Facts factsOf(KESS::Sound& sound)
+{
+    Facts facts;
+    sound.getFormat(&facts.type, &facts.format, &facts.channels, &facts.bits);
+    sound.getDefaults(&facts.rate, nullptr);
+    sound.getSampleCount(&facts.samples);
+    sound.getLength(&facts.milliseconds, KESS_TIMEUNIT_MS);
+    return facts;
+}
+
+std::vector<uint8_t> readBytes(KESS::Sound& sound)
+{
+    std::vector<uint8_t> all;
+    std::vector<uint8_t> piece(10007 * 4);
+    unsigned got = 0;
+    while (sound.readData(piece.data(), unsigned(piece.size()), &got) == KESS_OK)
+        all.insert(all.end(), piece.begin(), piece.begin() + got);
+    return all;
+}
+
+std::vector<float> readFloats(KESS::Sound& sound, size_t most)
+{
+    constexpr size_t kFrames = 3001;
+    const auto channels = unsigned(factsOf(sound).channels);
+    std::vector<float> all;
+    std::vector<float> piece(kFrames * channels);
+    unsigned got = 1;
+    for (; most > 0 && got > 0; most -= got) {
+        if (sound.readFloat(piece.data(), unsigned(std::min(most, kFrames)), &got) != KESS_OK)
+            break;
+        all.insert(all.end(), piece.begin(), piece.begin() + got * channels);
+    }
+    return all;
+}
+
+Loop loopOf(KESS::Sound& sound)
+{
+    std::pair<uint64_t, uint64_t> loop;
+    return sound.getLoopPoints(&loop.first, &loop.second) == KESS_OK ? Loop(loop) : Loop();
+}
+
+Markers markersOf(KESS::Sound& sound)
+{
+    Markers markers;
+    int count = 0;
+    sound.getNumSyncPoints(&count);
+    for (int i = 0; i < count; ++i) {
+        uint64_t sample = 0;
+        char name[256];
+        EXPECT_EQ(sound.getSyncPoint(i, &sample, name, sizeof name), KESS_OK);
+        markers.emplace_back(sample, name);
+    }
+    return markers;
+}
+
+} // namespace test

@@ -1,0 +1,166 @@
+#include "support/engine_use.hpp"
+
+#include "kess.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <initializer_list>
+#include <stdexcept>
+#include <vector>
+
+namespace test {
+
+namespace {
+
+void require(bool holds, const char* what)
+{
+    if (!holds)
+        throw std::runtime_error(what);
+}
+
+void requireOneOf(int result, std::initializer_list<int> allowed, const char* what)
+{
+    if (std::find(allowed.begin(), allowed.end(), result) == allowed.end())
+        throw std::runtime_error(std::string(what) + " gave " + std::to_string(result));
+}
+
+KESS::System& engine()
+{
+    static KESS::System* const system = [] {
+        KESS::System* created = nullptr;
+        if (KESS_System_Create(&created, KESS_VERSION) != KESS_OK || created->init(0, 0, nullptr) != KESS_OK)
+            std::abort();
+        return created;
+    }();
+    return *system;
+}
+
+void requireReadable(int result)
+{
+    requireOneOf(result,
+                 {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_EOF, KESS_ERR_TAGNOTFOUND,
+                  KESS_ERR_INVALID_POSITION, KESS_ERR_UNSUPPORTED},
+                 "reading or seeking");
+}
+
+void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
+{
+    int channels = 0;
+    require(sound.getFormat(nullptr, nullptr, &channels, nullptr) == KESS_OK && channels <= KESS_MAX_CHANNELS,
+            "channels");
+    uint64_t length = 0;
+    uint64_t start = 0;
+    uint64_t end = 0;
+    require(sound.getSampleCount(&length) == KESS_OK, "length");
+    require(sound.getLoopPoints(&start, &end) != KESS_OK || (start < end && end <= length), "a loop outside the sound");
+    static_cast<void>(sound.setLoopCount(1));
+    constexpr unsigned kFrames = 3000;
+    std::vector<float> samples(kFrames * size_t(std::max(channels, 1)));
+    const auto bytes = unsigned(samples.size() * sizeof(float));
+    for (const uint64_t place : places) {
+        unsigned got = 0;
+        requireReadable(sound.seekData(place));
+        requireReadable(sound.readData(samples.data(), bytes, &got));
+        require(got <= bytes, "more bytes than there is room for");
+        requireReadable(sound.readFloat(samples.data(), kFrames, &got));
+        require(got <= kFrames, "more frames than there is room for");
+    }
+    char name[16];
+    int markers = 0;
+    sound.getNumSyncPoints(&markers);
+    static_cast<void>(sound.getSyncPoint(markers - 1, nullptr, name, sizeof name));
+    static_cast<void>(sound.getName(name, sizeof name));
+    KESS_ENCODING encoding{};
+    encoding.cbsize = sizeof encoding;
+    static_cast<void>(sound.getEncoding(&encoding));
+}
+
+void useSubsounds(KESS::Sound& bank, const char* key)
+{
+    bool isEncrypted = false;
+    require(bank.isEncrypted(&isEncrypted) == KESS_OK, "asking for encryption");
+    if (isEncrypted) {
+        const int unlocked = bank.setEncryptionKey(key);
+        requireOneOf(unlocked, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_KEY_WRONG}, "unlocking");
+        if (unlocked != KESS_OK)
+            return;
+    }
+    int count = 0;
+    require(bank.getNumSubSounds(&count) == KESS_OK, "counting");
+    KESS::Sound* sound = nullptr;
+    static_cast<void>(bank.getSubSoundByName("sound 2", &sound));
+    for (int i = 0; i < std::min(count, 4); ++i) {
+        const int opened = bank.getSubSound(i, &sound);
+        requireOneOf(opened, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_UNSUPPORTED}, "opening a subsound");
+        if (opened != KESS_OK)
+            continue;
+        uint64_t length = 0;
+        sound->getSampleCount(&length);
+        useSound(*sound, {0, length / 2, length, length + 1});
+    }
+}
+
+// Damage is what was told of, and nothing else is damage.
+void verify(const std::string& path, const char* key)
+{
+    int faults = 0;
+    const auto take = [](void* data, int, KESS_RESULT result, const char* text) -> int {
+        *static_cast<int*>(data) += !text || !*text ? 1'000'000 : result == KESS_ERR_FILE_BAD;
+        return 1;
+    };
+    const int result = engine().verifyBank(path.c_str(), key, take, &faults);
+    require(faults < 1'000'000, "a finding without a text");
+    // An empty file can't be told from one that can't be read.
+    if (result != KESS_ERR_FILE_BAD) {
+        requireOneOf(result, {KESS_OK, KESS_ERR_FORMAT, KESS_ERR_VERSION, KESS_ERR_KEY_WRONG}, "verifying");
+        require(faults == 0, "damage that the result doesn't tell");
+    }
+}
+
+void use(const std::string& path, const char* key)
+{
+    KESS::Sound* sound = nullptr;
+    const int result = engine().createSound(path.c_str(), 0, nullptr, &sound);
+    requireOneOf(result,
+                 {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_NOTFOUND, KESS_ERR_FORMAT,
+                  KESS_ERR_TOOMANYCHANNELS, KESS_ERR_VERSION},
+                 "opening");
+    if (result == KESS_OK) {
+        KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
+        uint64_t length = 0;
+        sound->getFormat(&type, nullptr, nullptr, nullptr);
+        sound->getSampleCount(&length);
+        // Far seeks decode what lies before them; a damaged length must not make that long.
+        if (type == KESS_SOUND_TYPE_TNB)
+            useSubsounds(*sound, key);
+        else
+            useSound(*sound, {0, std::min<uint64_t>(length, 3000)});
+        sound->release();
+    }
+}
+
+} // namespace
+
+std::string useFile(const std::string& path)
+{
+    try {
+        use(path, "");
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return {};
+}
+
+std::string useBank(const std::string& path, const char* key)
+{
+    try {
+        use(path, key);
+        verify(path, key);
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return {};
+}
+
+} // namespace test

@@ -1,0 +1,13 @@
+// What tests and fuzz targets do with files that somebody tampered with.
+#pragma once
+
+#include <string>
+
+namespace test {
+
+// Opens a file, reads and seeks in it, and asks it for all that it may hold. A bank is unlocked by its key, when there
+// is one, then verified. The answer names what the engine must not have done, and is empty otherwise.
+[[nodiscard]] std::string useFile(const std::string& path);
+[[nodiscard]] std::string useBank(const std::string& path, const char* key);
+
+} // namespace test
