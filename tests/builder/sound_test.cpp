@@ -180,6 +180,9 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     writeSound("slow.wav", kWav, noise(1, 600, 100));
     std::filesystem::create_directory("folder.wav");
     writeFile("song.mid", std::string("MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\4\0\xff\x2f\0", 26));
+    writeFile("song.xm", "Extended Module: " + std::string(400, '\0'));
+    writeFile("songs.m3u", std::string("#EXTM3U\nsong.mp3\n"));
+    writeSound("many.wav", kWav, sine(33, 44100, 10));
     writeSound("damaged.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(1, 44100, 100'000));
     std::filesystem::resize_file("damaged.flac", std::filesystem::file_size("damaged.flac") / 2);
     std::filesystem::resize_file(writeSound("cut.wav", kWav, noise(1, 10'000, 30'000)), 44 + 2 * 12'345);
@@ -200,6 +203,9 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
         {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},
         {{"song.mid"}, TARNOK_ERR_INVALID_FORMAT, "song.mid: this is MIDI music"},
+        {{"song.xm"}, TARNOK_ERR_INVALID_FORMAT, "song.xm: this is tracker music"},
+        {{"songs.m3u"}, TARNOK_ERR_INVALID_FORMAT, "songs.m3u: this is a playlist"},
+        {{"many.wav"}, TARNOK_ERR_INVALID_FORMAT, "many.wav: the file has more than 32 channels"},
         {{"damaged.flac"}, TARNOK_ERR_INVALID_FORMAT, "damaged.flac: the file is damaged or cut short"},
         {{"cut.wav"}, TARNOK_ERR_INVALID_FORMAT, "cut short: its sound ends after 1.234 of 3"},
         {{"good.wav", "slow.wav"}, TARNOK_ERR_INVALID_FORMAT, "slow.wav: its sample rate of 600 Hz"},

@@ -225,17 +225,45 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
 TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
 {
     const Engine engine;
-    for (const size_t frames : {size_t{100}, size_t{123457}}) {
-        writeSound("pipe.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(2, 44100, frames));
+    struct Case
+    {
+        size_t frames;
+        size_t cut; // bytes off its end, which take a part of the last block of samples
+    };
+    for (const Case& each : {Case{100, 0}, {123'457, 0}, {600'000, 0}, {600'000, 100}}) {
+        writeSound("pipe.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(2, 44100, each.frames));
         std::vector<uint8_t> bytes = readFile("pipe.flac");
         // The lowest 36 bits of the 8 bytes at 18: the number of samples.
         bytes[21] &= 0xf0;
         std::fill(bytes.begin() + 22, bytes.begin() + 26, uint8_t{0});
+        bytes.resize(bytes.size() - each.cut);
         writeFile("pipe.flac", bytes);
+        constexpr size_t kBlock = 4096;
+        const size_t whole = each.cut == 0 ? each.frames : each.frames / kBlock * kBlock;
         const SoundPointer sound = engine.open("pipe.flac");
-        EXPECT_EQ(factsOf(*sound).samples, frames);
-        EXPECT_EQ(readFloats(*sound).size(), frames * 2);
+        EXPECT_EQ(factsOf(*sound).samples, whole);
+        EXPECT_EQ(readFloats(*sound).size(), whole * 2);
     }
+}
+
+TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
+{
+    const Engine engine;
+    writeSound("plain.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 44100, 30000));
+    const std::vector<uint8_t> ogg = readFile("plain.ogg");
+    std::vector<uint8_t> wav = readFile(writeSound("held.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1)));
+    wav.resize(44);
+    wav[20] = 0x4f; // the tag of Ogg Vorbis, 0x674f
+    wav[21] = 0x67;
+    for (size_t i = 0; i < 4; ++i) {
+        wav[4 + i] = uint8_t((ogg.size() + 36) >> 8 * i);
+        wav[40 + i] = uint8_t(ogg.size() >> 8 * i);
+    }
+    wav.insert(wav.end(), ogg.begin(), ogg.end());
+    writeFile("held.wav", wav);
+    const SoundPointer held = engine.open("held.wav");
+    EXPECT_EQ(factsOf(*held).samples, 30000u);
+    EXPECT_EQ(readFloats(*held), readFloats(*engine.open("plain.ogg")));
 }
 
 TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
