@@ -226,6 +226,12 @@ TEST_F(PropertyEditorTest, theDormantBitratePageFollowsTheQualityAndWritesWhenIt
     stack->setCurrentIndex(1);
     bitrate->setValue(74);
     EXPECT_EQ(profile().quality(), 75u);
+    // Cutting loses one step of the lower half.
+    for (int quality = 1; quality <= 50; ++quality) {
+        bitrate->setValue(99);
+        bitrate->setValue(int(3.2f * float(quality) / 320.0f * 99.0f));
+        EXPECT_EQ(profile().quality(), unsigned(quality - 1));
+    }
 }
 
 TEST_F(PropertyEditorTest, theOutputPathIsWrittenPerKeystrokeUnlessACharacterIsIllegal)
