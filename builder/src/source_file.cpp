@@ -224,7 +224,8 @@ Fault SourceFile::faultOf(KESS_RESULT result) const
     case KESS_ERR_FILE_BAD:
         return {TARNOK_ERR_INVALID_FORMAT, name + ": the file is damaged or cut short"};
     case KESS_ERR_FILE_COULDNOTSEEK:
-        return {TARNOK_ERR_INVALID_FORMAT, name + ": the file is damaged or cut short, so that it can't be read at every place"};
+        return {TARNOK_ERR_INVALID_FORMAT,
+                name + ": the file is damaged or cut short, so that it can't be read at every place"};
     case KESS_ERR_FORMAT:
         return {TARNOK_ERR_INVALID_FORMAT, name + ": this is not a kind of sound file that can be read here"};
     case KESS_ERR_TOOMANYCHANNELS:

@@ -11,8 +11,6 @@
 #include <fstream>
 #include <map>
 
-#include <fcntl.h>
-
 using namespace bank_test;
 using bank::BankReader;
 using bank::BankSettings;
@@ -360,28 +358,36 @@ TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
 namespace {
 
 // Leaves a hole in the place of large data, which may be as empty as it is long.
-class SparseFile final : public bank::ByteSink
+class SparseFile final : public bank::ByteSink, public bank::ByteSource
 {
 public:
     Error write(std::span<const uint8_t> bytes) override
     {
-        mFile.seekp(std::streamoff(size));
+        mFile.seekp(std::streamoff(mSize));
         mFile.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size())).flush();
-        size += bytes.size();
+        mSize += bytes.size();
         return mFile ? Error::None : Error::Io;
     }
     Error copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t bytes) override
     {
         if (bytes < 1'000'000)
             return ByteSink::copyFrom(source, offset, bytes);
-        size += bytes;
+        mSize += bytes;
         return Error::None;
     }
 
-    uint64_t size = 0;
+    [[nodiscard]] uint64_t size() const override { return mSize; }
+    Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    {
+        std::ifstream file("sparse.tnb", std::ios::binary);
+        file.seekg(std::streamoff(offset));
+        return file.read(reinterpret_cast<char*>(bytes.data()), std::streamsize(bytes.size())) ? Error::None
+                                                                                               : Error::Io;
+    }
 
 private:
     std::ofstream mFile{"sparse.tnb", std::ios::binary};
+    uint64_t mSize = 0;
 };
 
 } // namespace
@@ -397,18 +403,17 @@ TEST(Container, ReachesSoundsBehindFourGigabytes)
     bank::BankWriter writer({});
     writer.add("huge", huge);
     writer.add("small", small.sound);
-    SparseFile file;
+    const auto file = std::make_shared<SparseFile>();
     MemorySounds stored({{"huge", huge, {}}, small});
-    ASSERT_EQ(writer.write(file, stored, {}), Error::None);
+    ASSERT_EQ(writer.write(*file, stored, {}), Error::None);
     EXPECT_GT(writer.fileBytes(), uint64_t(6) << 30);
-    const int descriptor = ::open("sparse.tnb", O_RDONLY);
-    const bank::Result<BankReader> bank = BankReader::open(std::make_shared<bank::FileSource>(descriptor, file.size));
-    std::filesystem::remove("sparse.tnb");
+    const bank::Result<BankReader> bank = BankReader::open(file);
     ASSERT_TRUE(bank.ok());
     EXPECT_GT(bank->entry(1).dataOffset, uint64_t(6) << 30);
     EXPECT_EQ(bank->verifyData(1), Error::None);
     EXPECT_TRUE(*bank->sound(1) == small.sound);
     EXPECT_EQ(bank->entry(0).sampleCount, huge.sampleCount);
+    std::filesystem::remove("sparse.tnb");
 }
 
 TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
