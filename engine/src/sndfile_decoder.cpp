@@ -56,15 +56,7 @@ SndfileHandle openHandle(Cursor& cursor, SF_INFO* info)
         return nullptr;
     SF_VIRTUAL_IO io = virtualIo();
     *info = SF_INFO{};
-    SndfileHandle handle(sf_open_virtual(&io, SFM_READ, info, &cursor));
-    if (handle && (info->format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
-        // The rate in an Opus header is that of the encoder's input, for information only: the sound itself may hold
-        // more than that (RFC 7845, 5.1).
-        int rate = 48000;
-        sf_command(handle.get(), SFC_SET_ORIGINAL_SAMPLERATE, &rate, sizeof rate);
-        sf_command(handle.get(), SFC_GET_CURRENT_SF_INFO, info, sizeof *info);
-    }
-    return handle;
+    return SndfileHandle(sf_open_virtual(&io, SFM_READ, info, &cursor));
 }
 
 KESS_SOUND_FORMAT sampleFormat(int format)
@@ -91,7 +83,7 @@ KESS_SOUND_FORMAT sampleFormat(int format)
 }
 
 // Whether the library finds any sample of such a file exactly, with the same bits as a straight read. Of the others
-// some refuse, some land beside it (Vorbis in version 1.2.0), and some decode from a wrong state.
+// some refuse, and some decode from a wrong state.
 bool seeksExactly(int format)
 {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -142,7 +134,6 @@ public:
         mFacts.sampleRate = info.samplerate;
         mFacts.sampleCount = static_cast<uint64_t>(info.frames);
         mSeeksExactly = seeksExactly(info.format);
-        mIsOpus = (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
         if (info.frames == SF_COUNT_MAX) {
             mSeeksExactly = false;
             const std::optional<uint64_t> length = flacLength(file, kind.begin, kind.end);
@@ -233,9 +224,16 @@ private:
         return KESS_OK;
     }
 
+    // These three: how many frames came, up to frames; fewer only at the end and where the file is damaged.
     size_t readFloats(float* buffer, size_t frames)
     {
         const sf_count_t got = sf_readf_float(mHandle.get(), buffer, static_cast<sf_count_t>(frames));
+        return got > 0 ? static_cast<size_t>(got) : 0;
+    }
+
+    size_t readShorts(int16_t* buffer, size_t frames)
+    {
+        const sf_count_t got = sf_readf_short(mHandle.get(), buffer, static_cast<sf_count_t>(frames));
         return got > 0 ? static_cast<size_t>(got) : 0;
     }
 
@@ -248,29 +246,18 @@ private:
     // Reads at most kChunkFrames in the file's own format.
     size_t readChunk(uint8_t* buffer, size_t frames)
     {
-        const auto channels = static_cast<size_t>(mFacts.channels);
         switch (mFacts.format) {
         case KESS_SOUND_FORMAT_PCMFLOAT:
             return readFloats(reinterpret_cast<float*>(buffer), frames);
         case KESS_SOUND_FORMAT_PCM32:
             return readInts(reinterpret_cast<int32_t*>(buffer), frames);
         case KESS_SOUND_FORMAT_PCM16:
-            if (!mIsOpus) {
-                const sf_count_t got =
-                    sf_readf_short(mHandle.get(), reinterpret_cast<int16_t*>(buffer), static_cast<sf_count_t>(frames));
-                return got > 0 ? static_cast<size_t>(got) : 0;
-            }
-            break;
+            return readShorts(reinterpret_cast<int16_t*>(buffer), frames);
         default:
             break;
         }
+        const auto channels = static_cast<size_t>(mFacts.channels);
         mScratch.resize(kChunkFrames * channels);
-        if (mIsOpus) {
-            auto* floats = reinterpret_cast<float*>(mScratch.data());
-            const size_t got = readFloats(floats, frames);
-            floatToInt16(floats, reinterpret_cast<int16_t*>(buffer), got * channels);
-            return got;
-        }
         const size_t got = readInts(mScratch.data(), frames);
         packTopBytes(mScratch.data(), got * channels, bytesPerSample(mFacts.format), buffer);
         return got;
@@ -282,7 +269,6 @@ private:
     std::vector<int32_t> mScratch;
     uint64_t mPosition = 0;
     bool mSeeksExactly = false;
-    bool mIsOpus = false;
 };
 
 } // namespace
@@ -298,7 +284,7 @@ KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPo
     if (!view)
         return KESS_ERR_FILE_BAD;
     auto opened = std::make_unique<SndfileDecoder>(std::move(*view));
-    KESS_RESULT result = opened->open(*file, kind);
+    const KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)
         *decoder = std::move(opened);
     return result;
