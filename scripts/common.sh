@@ -7,7 +7,7 @@ build_packages=(
     qt6-base-dev libgl-dev
     libsndfile1-dev libmpg123-dev libogg-dev libvorbis-dev libopus-dev libopusfile-dev
     libsoxr-dev libsodium-dev libxxhash-dev
-    libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+    libavformat-dev libavcodec-dev libavutil-dev
     libcli11-dev nlohmann-json3-dev
     libgtest-dev
 )

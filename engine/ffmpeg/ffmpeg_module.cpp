@@ -5,7 +5,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/intreadwrite.h>
 #include <libavutil/log.h>
 #include <libavutil/mem.h>
 }

@@ -103,7 +103,7 @@ public:
 
     KESS_RESULT getNumSyncPoints(int* count);
 
-    /* One marker, by position. name (nameBytes long, NUL included) may be null; a name that doesn't fit is cut at a
+    /* One sync point, by position. name (nameBytes long, NUL included) may be null; a name that doesn't fit is cut at a
      * character and the answer is KESS_ERR_TRUNCATED. */
     KESS_RESULT getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes);
 

@@ -14,7 +14,8 @@
 
 namespace kess {
 
-using DecoderPointer = std::unique_ptr<Decoder>;
+// How long an Opus decoder that comes from a seek point may still be wrong (RFC 7845, 4.6).
+inline constexpr uint64_t kOpusPrerollMilliseconds = 80;
 
 // The encoded data of one sound.
 struct EncodedData

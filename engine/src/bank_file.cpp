@@ -53,7 +53,7 @@ SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
     if (sound.loop)
         facts.loop = Loop{sound.loop->start, sound.loop->end};
     for (const bank::SyncPoint& point : sound.syncPoints)
-        facts.markers.push_back({point.sample, point.name});
+        facts.syncPoints.push_back({point.sample, point.name});
     facts.peak = sound.peak;
     facts.name = entry.name;
     facts.encoding = Encoding{codecOf(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
@@ -140,7 +140,7 @@ public:
         return mReader ? resultOf(mReader->verifyData(uint32_t(index))) : KESS_ERR_KEY_MISSING;
     }
 
-    [[nodiscard]] KESS_RESULT decoder(int index, std::unique_ptr<Decoder>* decoder) override
+    [[nodiscard]] KESS_RESULT decoder(int index, DecoderPointer* decoder) override
     {
         BankSound sound;
         if (const KESS_RESULT result = load(index, &sound); result != KESS_OK)

@@ -3,13 +3,13 @@
 
 #include "decoder.hpp"
 
-namespace bank {
-class BankReader;
-}
-
 #include <memory>
 #include <string>
 #include <string_view>
+
+namespace bank {
+class BankReader;
+}
 
 namespace kess {
 
@@ -43,7 +43,7 @@ public:
 
     // A decoder of one sound. KESS_ERR_UNSUPPORTED: its codec isn't decoded here. It shares the file with the bank and
     // must not outlive it.
-    [[nodiscard]] virtual KESS_RESULT decoder(int index, std::unique_ptr<Decoder>* decoder) = 0;
+    [[nodiscard]] virtual KESS_RESULT decoder(int index, DecoderPointer* decoder) = 0;
 
 protected:
     BankFile() = default;

@@ -6,9 +6,8 @@ namespace kess {
 
 namespace {
 
-// A packet holds at most 120 ms (RFC 6716, 3.2.5); behind a seek point a decoder is right after 80 ms.
+// A packet holds at most 120 ms (RFC 6716, 3.2.5).
 constexpr uint64_t kPacketMilliseconds = 120;
-constexpr uint64_t kPrerollMilliseconds = 80;
 
 struct Destroy
 {
@@ -25,7 +24,7 @@ class OpusDecoder final : public StreamDecoder
 {
 public:
     OpusDecoder(BankSound sound, Library library)
-        : StreamDecoder(sound, samplesOf(kPrerollMilliseconds, sound))
+        : StreamDecoder(sound, samplesOf(kOpusPrerollMilliseconds, sound))
         , mPackets(sound.data)
         , mLibrary(std::move(library))
         , mChannels(size_t(sound.facts.channels))

@@ -71,7 +71,6 @@ public:
 private:
     static constexpr size_t kFramesAtOnce = 4096;
     static constexpr size_t kComparedFrames = 256;
-    static constexpr uint64_t kOpusPrerollMilliseconds = 80;
 
     // Where samples are right that were decoded from the point on.
     [[nodiscard]] uint64_t targetOf(const bank::SeekPoint& point) const

@@ -3,7 +3,6 @@
 #include <vorbis/codec.h>
 
 #include <array>
-#include <cstring>
 
 namespace kess {
 

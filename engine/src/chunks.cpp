@@ -12,8 +12,6 @@ namespace {
 // More than any program writes. A file of nothing but empty chunks would otherwise be read for minutes.
 constexpr size_t kMaxChunks = 1024;
 
-constexpr uint32_t kLengthElsewhere = 0xffffffffu;
-
 bool isNamed(const Chunk& chunk, std::string_view id)
 {
     return std::string_view(chunk.id.data(), chunk.id.size()) == id;

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -15,6 +14,9 @@ namespace kess {
 // doesn't. What stands there then is 0 or a number near the largest one of 31, 32, 63 or 64 bits: this tells the
 // latter.
 [[nodiscard]] bool standsForUnknown(uint64_t length);
+
+// Stands where an RF64 file's fields of 32 bits are too narrow: the length is told in its chunk ds64 (EBU Tech 3306).
+inline constexpr uint32_t kLengthElsewhere = 0xffffffffu;
 
 struct Chunk
 {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,7 +18,7 @@ struct Loop
     uint64_t end = 0; // the sample behind its last one
 };
 
-struct Marker
+struct SyncPoint
 {
     uint64_t sample = 0;
     std::string name; // UTF-8, may be empty
@@ -49,7 +50,7 @@ struct SoundFacts
     uint64_t declaredCount = 0; // more than sampleCount: the file was cut short
     std::optional<RawSamples> raw; // none also where that isn't certain
     std::optional<Loop> loop;
-    std::vector<Marker> markers; // by position
+    std::vector<SyncPoint> syncPoints; // by position
     std::optional<float> peak;
     std::string name;
     std::optional<Encoding> encoding; // of a sound in a bank
@@ -80,5 +81,6 @@ protected:
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 };
+using DecoderPointer = std::unique_ptr<Decoder>;
 
 } // namespace kess

@@ -12,7 +12,6 @@
 
 namespace kess {
 
-using DecoderPointer = std::unique_ptr<Decoder>;
 using FilePointer = std::shared_ptr<const SourceFile>;
 
 // The decoder for the kind, whichever it is.

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -28,7 +27,7 @@ struct Signature
     std::string_view secondBytes;
     KESS_SOUND_TYPE type;
     Reader reader;
-    const char* demuxer;
+    const char* container;
 };
 
 constexpr auto kWav = KESS_SOUND_TYPE_WAV;
@@ -158,7 +157,7 @@ KESS_RESULT recogniseOgg(const SourceFile& file, FileKind* kind)
     if (std::none_of(codecs.begin(), codecs.end(), isSound))
         return KESS_ERR_FORMAT;
     kind->type = KESS_SOUND_TYPE_OGG;
-    kind->demuxer = "ogg";
+    kind->container = "ogg";
     kind->reader = Reader::Foreign;
     if (codecs.size() == 1) {
         if (codecs[0] == OggCodec::Vorbis)
@@ -182,7 +181,7 @@ KESS_RESULT recogniseFrames(const SourceFile& file, FileKind* kind)
     if (startsWithAdts(file, begin, end)) {
         kind->type = KESS_SOUND_TYPE_MP4;
         kind->reader = Reader::Foreign;
-        kind->demuxer = "aac";
+        kind->container = "aac";
         kind->begin = begin;
         return KESS_OK;
     }
@@ -216,7 +215,7 @@ KESS_RESULT recognise(const SourceFile& file, FileKind* kind)
     if (const Signature* signature = findSignature(head)) {
         kind->type = signature->type;
         kind->reader = signature->reader;
-        kind->demuxer = signature->demuxer;
+        kind->container = signature->container;
         return KESS_OK;
     }
     if (head.starts_with("OggS\0"sv) && begin == 0)

@@ -28,7 +28,7 @@ struct FileKind
     uint64_t begin = 0;
     uint64_t end = 0;
     // What the decoder module calls the container; null where it has nothing for it.
-    const char* demuxer = nullptr;
+    const char* container = nullptr;
 };
 
 // Looks at signatures, at a few kilobytes in all, whatever the size of the file.

@@ -53,7 +53,7 @@ public:
         : mModule(module)
         , mFile{file, kind.begin}
         , mInput{&mFile, readInput, kind.end - kind.begin}
-        , mContainer(kind.demuxer)
+        , mContainer(kind.container)
     { }
 
     ~ForeignDecoder() override { close(); }
@@ -178,7 +178,7 @@ private:
 KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
 {
     const KESS_DECODER_MODULE* module = decoderModule();
-    if (!module || !kind.demuxer)
+    if (!module || !kind.container)
         return KESS_ERR_FORMAT;
     auto opened = std::make_unique<ForeignDecoder>(*module, file, kind);
     const KESS_RESULT result = opened->open(kind.type);

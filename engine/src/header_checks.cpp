@@ -9,16 +9,6 @@
 
 namespace kess {
 
-KESS_RESULT checkLimits(int channels, double sampleRate)
-{
-    constexpr double kHighestRate = 768000;
-    if (channels > KESS_MAX_CHANNELS)
-        return KESS_ERR_TOOMANYCHANNELS;
-    if (channels < 1 || !(sampleRate >= 1) || sampleRate > kHighestRate)
-        return KESS_ERR_FILE_BAD;
-    return KESS_OK;
-}
-
 KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind)
 {
     if (kind.type == KESS_SOUND_TYPE_WAV) {

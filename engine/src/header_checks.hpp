@@ -1,4 +1,4 @@
-// Faults of a header that libsndfile doesn't tell apart.
+// What the headers of WAV and AIFF files tell that libsndfile doesn't: faults, another stream inside, the true length.
 #pragma once
 
 #include "file_kind.hpp"

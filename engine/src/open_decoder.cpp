@@ -1,5 +1,7 @@
 #include "decoders.hpp"
 
+#include "bank/sound.hpp"
+
 namespace kess {
 
 KESS_RESULT openDecoder(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
@@ -24,11 +26,20 @@ KESS_RESULT openDecoder(const FilePointer& file, const FileKind& kind, DecoderPo
     case Reader::None:
         return KESS_ERR_FORMAT;
     }
-    if (result == KESS_OK || result == KESS_ERR_TOOMANYCHANNELS || !kind.demuxer)
+    if (result == KESS_OK || result == KESS_ERR_TOOMANYCHANNELS || !kind.container)
         return result;
     // An encoding that this decoder lacks, inside a container that it knows.
     const KESS_RESULT foreign = openForeign(file, kind, decoder);
     return foreign == KESS_OK || foreign == KESS_ERR_TOOMANYCHANNELS ? foreign : result;
+}
+
+KESS_RESULT checkLimits(int channels, double sampleRate)
+{
+    if (channels > KESS_MAX_CHANNELS)
+        return KESS_ERR_TOOMANYCHANNELS;
+    if (channels < 1 || !(sampleRate >= 1) || sampleRate > bank::kMaximumSampleRate)
+        return KESS_ERR_FILE_BAD;
+    return KESS_OK;
 }
 
 } // namespace kess

@@ -54,7 +54,6 @@ private:
 std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t dataLength)
 {
     constexpr uint64_t kLongestRiff = 0xffff0000u;
-    constexpr uint32_t kLengthElsewhere = 0xffffffffu;
     const std::vector<uint8_t> format = chunks.readAll("fmt ", kLongestFormat);
     if (format.empty())
         return std::nullopt;

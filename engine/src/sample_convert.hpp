@@ -3,7 +3,6 @@
 
 #include "kess.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>

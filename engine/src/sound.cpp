@@ -84,7 +84,7 @@ void SoundAccess::Free::operator()(Sound* sound) const
     delete sound;
 }
 
-SoundAccess::Pointer SoundAccess::fromFile(kess::SoundFacts facts, std::unique_ptr<kess::Decoder> decoder)
+SoundAccess::Pointer SoundAccess::fromFile(kess::SoundFacts facts, kess::DecoderPointer decoder)
 {
     Pointer sound(new Sound);
     sound->mImpl->facts = std::move(facts);
@@ -266,7 +266,7 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
         return KESS_OK;
     }
     kess::SoundFacts subsoundFacts;
-    std::unique_ptr<kess::Decoder> subsoundDecoder;
+    kess::DecoderPointer subsoundDecoder;
     KESS_RESULT result = bank->facts(index, &subsoundFacts);
     if (result == KESS_OK)
         result = bank->decoder(index, &subsoundDecoder);
@@ -430,18 +430,18 @@ KESS_RESULT Sound::getPeak(float* peak)
 
 KESS_RESULT Sound::getNumSyncPoints(int* count)
 {
-    store(count, static_cast<int>(std::min<size_t>(mImpl->facts.markers.size(), INT_MAX)));
+    store(count, static_cast<int>(std::min<size_t>(mImpl->facts.syncPoints.size(), INT_MAX)));
     return KESS_OK;
 }
 
 KESS_RESULT Sound::getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes)
 {
-    const std::vector<kess::Marker>& markers = mImpl->facts.markers;
-    if (index < 0 || static_cast<size_t>(index) >= markers.size())
+    const std::vector<kess::SyncPoint>& points = mImpl->facts.syncPoints;
+    if (index < 0 || static_cast<size_t>(index) >= points.size())
         return KESS_ERR_INVALID_SYNCPOINT;
-    const kess::Marker& marker = markers[static_cast<size_t>(index)];
-    store(sample, marker.sample);
-    return copyText(marker.name, name, nameBytes);
+    const kess::SyncPoint& point = points[static_cast<size_t>(index)];
+    store(sample, point.sample);
+    return copyText(point.name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getName(char* name, int nameBytes)

@@ -21,7 +21,7 @@ struct SoundAccess
     using Pointer = std::unique_ptr<Sound, Free>;
 
     // A file that was recognised; without a decoder it can't be read.
-    [[nodiscard]] static Pointer fromFile(kess::SoundFacts facts, std::unique_ptr<kess::Decoder> decoder);
+    [[nodiscard]] static Pointer fromFile(kess::SoundFacts facts, kess::DecoderPointer decoder);
     [[nodiscard]] static KESS_RESULT fromBank(std::unique_ptr<kess::BankFile> bank, Pointer* sound);
 };
 
@@ -37,7 +37,7 @@ struct Sound::Impl
     kess::BankFile* home = nullptr; // the bank that a subsound is from
     int place = 0; // its index there
     bool isClosed = false; // a subsound that was released
-    std::unique_ptr<kess::Decoder> decoder;
+    kess::DecoderPointer decoder;
 
     uint64_t position = 0;
     int loopsLeft = 0;

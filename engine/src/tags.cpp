@@ -19,7 +19,8 @@ namespace kess {
 namespace {
 
 constexpr size_t kLongestTagChunk = 1u << 20;
-constexpr size_t kMaxMarkers = 65536;
+constexpr size_t kMaxSyncPoints = 65536;
+constexpr size_t kMaxComments = 65536;
 constexpr size_t kLongestName = 1024;
 
 // Adds what the file claims, if it lies inside the sound.
@@ -36,16 +37,16 @@ public:
             mFacts.loop = Loop{start, end};
     }
 
-    void marker(uint64_t sample, std::string name)
+    void syncPoint(uint64_t sample, std::string name)
     {
-        if (sample < mFacts.sampleCount && mFacts.markers.size() < kMaxMarkers)
-            mFacts.markers.push_back(Marker{sample, std::move(name)});
+        if (sample < mFacts.sampleCount && mFacts.syncPoints.size() < kMaxSyncPoints)
+            mFacts.syncPoints.push_back(SyncPoint{sample, std::move(name)});
     }
 
     void finish()
     {
-        std::stable_sort(mFacts.markers.begin(), mFacts.markers.end(),
-                         [](const Marker& a, const Marker& b) { return a.sample < b.sample; });
+        std::stable_sort(mFacts.syncPoints.begin(), mFacts.syncPoints.end(),
+                         [](const SyncPoint& left, const SyncPoint& right) { return left.sample < right.sample; });
     }
 
 private:
@@ -144,7 +145,7 @@ void readWavTags(const SourceFile& file, const FileKind& kind, TagCollector& col
     const size_t count = std::min<size_t>(order.u32(cues.data()), (cues.size() - kCueHeader) / kCuePoint);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* point = &cues[kCueHeader + i * kCuePoint];
-        collector.marker(order.u32(point + 20), labels[order.u32(point)]);
+        collector.syncPoint(order.u32(point + 20), labels[order.u32(point)]);
     }
 }
 
@@ -202,7 +203,7 @@ void readAiffTags(const SourceFile& file, const FileKind& kind, TagCollector& co
     }
     for (const AiffMarker& marker : markers) {
         if (std::find(used.begin(), used.end(), marker.id) == used.end())
-            collector.marker(marker.sample, marker.name);
+            collector.syncPoint(marker.sample, marker.name);
     }
 }
 
@@ -255,7 +256,7 @@ Comments parseComments(const std::vector<uint8_t>& bytes)
     position += length;
     if (!readLength(&count))
         return comments;
-    for (size_t i = 0; i < count && comments.size() < kMaxMarkers; ++i) {
+    for (size_t i = 0; i < count && comments.size() < kMaxComments; ++i) {
         if (!readLength(&length) || length > bytes.size() - position)
             break;
         const std::string_view text(reinterpret_cast<const char*>(bytes.data()) + position, length);
@@ -301,7 +302,7 @@ void readCommentTags(const Comments& comments, double sampleRate, TagCollector& 
         std::string text;
         if (title != comments.end())
             text = nameFrom(reinterpret_cast<const uint8_t*>(title->second.data()), title->second.size());
-        collector.marker(static_cast<uint64_t>(std::llround(*time * sampleRate)), std::move(text));
+        collector.syncPoint(static_cast<uint64_t>(std::llround(*time * sampleRate)), std::move(text));
     }
 }
 

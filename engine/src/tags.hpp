@@ -1,4 +1,4 @@
-// Loop points and markers that sound files carry beside their samples.
+// Loop points and sync points that sound files carry beside their samples.
 #pragma once
 
 #include "decoder.hpp"
@@ -7,9 +7,9 @@
 
 namespace kess {
 
-// Fills facts->loop and facts->markers from what the file says: WAV `smpl`, `cue ` and `LIST adtl`, AIFF `INST` and
+// Fills facts->loop and facts->syncPoints from what the file says: WAV `smpl`, `cue ` and `LIST adtl`, AIFF `INST` and
 // `MARK`, and the comments of FLAC and Ogg. Rate and length must be known already: what lies outside the sound is left
-// out, since a wrong marker is no reason to refuse a sound.
+// out, since a wrong sync point is no reason to refuse a sound.
 void readTags(const SourceFile& file, const FileKind& kind, SoundFacts* facts);
 
 } // namespace kess
