@@ -109,7 +109,7 @@ protected:
     // As many of count frames as there are from the next one on.
     [[nodiscard]] size_t left(size_t count) const
     {
-        return size_t(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+        return static_cast<size_t>(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
     }
 
     SoundFacts mFacts;

@@ -13,9 +13,10 @@ namespace kess {
 namespace {
 
 static_assert(KESS_MAX_CHANNELS == bank::kMaximumChannels);
-static_assert(int(bank::SampleFormat::Pcm8) == KESS_SOUND_FORMAT_PCM8);
-static_assert(int(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_PCMFLOAT);
-static_assert(int(bank::Codec::Pcm) == KESS_CODEC_PCM && int(bank::Codec::Opus) == KESS_CODEC_OPUS);
+static_assert(static_cast<int>(bank::SampleFormat::Pcm8) == KESS_SOUND_FORMAT_PCM8);
+static_assert(static_cast<int>(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_PCMFLOAT);
+static_assert(static_cast<int>(bank::Codec::Pcm) == KESS_CODEC_PCM
+              && static_cast<int>(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
 class FileBytes final : public bank::ByteSource
 {
@@ -39,14 +40,15 @@ private:
 
 KESS_CODEC codecOf(bank::Codec codec)
 {
-    return size_t(codec) < bank::kCodecCount ? KESS_CODEC(codec) : KESS_CODEC_UNKNOWN;
+    return static_cast<size_t>(codec) < bank::kCodecCount ? static_cast<KESS_CODEC>(codec) : KESS_CODEC_UNKNOWN;
 }
 
 SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
 {
     SoundFacts facts;
     facts.type = KESS_SOUND_TYPE_TNB;
-    facts.format = sound.codec == bank::Codec::Pcm ? KESS_SOUND_FORMAT(sound.sampleFormat) : KESS_SOUND_FORMAT_PCM16;
+    facts.format =
+        sound.codec == bank::Codec::Pcm ? static_cast<KESS_SOUND_FORMAT>(sound.sampleFormat) : KESS_SOUND_FORMAT_PCM16;
     facts.channels = sound.channels;
     facts.sampleRate = sound.sampleRate;
     facts.sampleCount = sound.sampleCount;
@@ -107,14 +109,14 @@ public:
         info->majorVersion = bank.majorVersion;
         info->minorVersion = bank.minorVersion;
         info->codec = codecOf(bank.format);
-        info->quality = int32_t(std::min<uint32_t>(bank.quality, 100));
+        info->quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
         info->hasNames = bank.hasNames;
         info->hasGuid = bank.guid.has_value();
         if (bank.guid)
             std::copy(bank.guid->begin(), bank.guid->end(), info->guid);
     }
 
-    [[nodiscard]] int soundCount() const override { return mReader ? int(mReader->info().soundCount) : 0; }
+    [[nodiscard]] int soundCount() const override { return mReader ? static_cast<int>(mReader->info().soundCount) : 0; }
 
     [[nodiscard]] KESS_RESULT facts(int index, SoundFacts* facts) const override
     {
@@ -137,7 +139,7 @@ public:
 
     [[nodiscard]] KESS_RESULT verifyData(int index) const override
     {
-        return mReader ? resultOf(mReader->verifyData(uint32_t(index))) : KESS_ERR_KEY_MISSING;
+        return mReader ? resultOf(mReader->verifyData(static_cast<uint32_t>(index))) : KESS_ERR_KEY_MISSING;
     }
 
     [[nodiscard]] KESS_RESULT decoder(int index, DecoderPointer* decoder) override
@@ -145,7 +147,7 @@ public:
         BankSound sound;
         if (const KESS_RESULT result = load(index, &sound); result != KESS_OK)
             return result;
-        const std::optional<uint32_t> setup = mReader->entry(uint32_t(index)).setup;
+        const std::optional<uint32_t> setup = mReader->entry(static_cast<uint32_t>(index)).setup;
         switch (sound.stored.codec) {
         case bank::Codec::Pcm:
             return makePcmDecoder(std::move(sound), decoder);
@@ -176,12 +178,12 @@ private:
     {
         if (!mReader)
             return KESS_ERR_KEY_MISSING;
-        if (index < 0 || uint32_t(index) >= mReader->info().soundCount)
+        if (index < 0 || static_cast<uint32_t>(index) >= mReader->info().soundCount)
             return KESS_ERR_INVALID_PARAM;
-        bank::Result<bank::Sound> stored = mReader->soundWithoutSetup(uint32_t(index));
+        bank::Result<bank::Sound> stored = mReader->soundWithoutSetup(static_cast<uint32_t>(index));
         if (!stored)
             return resultOf(stored.error());
-        const bank::SoundEntry entry = mReader->entry(uint32_t(index));
+        const bank::SoundEntry entry = mReader->entry(static_cast<uint32_t>(index));
         sound->facts = factsOf(*stored, entry);
         sound->stored = std::move(*stored);
         sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};

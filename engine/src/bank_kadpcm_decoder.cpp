@@ -31,7 +31,7 @@ public:
     {
         return readFrames(count, done, [buffer](std::span<const int16_t> frames, size_t at) {
             std::transform(frames.begin(), frames.end(), buffer + at,
-                           [](int16_t sample) { return float(sample) / 32'768; });
+                           [](int16_t sample) { return static_cast<float>(sample) / 32'768; });
         });
     }
 
@@ -39,13 +39,13 @@ private:
     template <typename Take>
     [[nodiscard]] KESS_RESULT readFrames(size_t count, size_t* done, Take take)
     {
-        const auto channels = size_t(mFacts.channels);
+        const auto channels = static_cast<size_t>(mFacts.channels);
         *done = 0;
         count = left(count);
         while (*done < count) {
             if (const KESS_RESULT result = decodeSuperblockOf(mFrame); result != KESS_OK)
                 return result;
-            const auto begin = size_t(mFrame - mDecodedStart);
+            const auto begin = static_cast<size_t>(mFrame - mDecodedStart);
             const size_t frames = std::min(mDecodedFrames - begin, count - *done);
             take(std::span<const int16_t>(mDecoded).subspan(begin * channels, frames * channels), *done * channels);
             *done += frames;
@@ -56,7 +56,7 @@ private:
 
     [[nodiscard]] size_t framesAt(uint64_t start) const
     {
-        return size_t(std::min<uint64_t>(kSuperblockFrames, mFacts.sampleCount - start));
+        return static_cast<size_t>(std::min<uint64_t>(kSuperblockFrames, mFacts.sampleCount - start));
     }
 
     // Has the superblock of frame in mDecoded.
@@ -73,8 +73,9 @@ private:
         if (const KESS_RESULT result = viewSuperblock(&bytes); result != KESS_OK)
             return result;
         const size_t frames = framesAt(start);
-        mDecoded.resize(frames * size_t(mFacts.channels));
-        const size_t size = bank::kadpcm::decodeSuperblock(bytes, mFacts.channels, int(frames), mDecoded.data());
+        mDecoded.resize(frames * static_cast<size_t>(mFacts.channels));
+        const size_t size =
+            bank::kadpcm::decodeSuperblock(bytes, mFacts.channels, static_cast<int>(frames), mDecoded.data());
         if (size == 0)
             return KESS_ERR_FILE_BAD;
         mDecodedStart = start;
@@ -106,7 +107,8 @@ private:
         if (mPlace.offset >= mWindow.size())
             return KESS_ERR_FILE_BAD;
         const size_t most = bank::kadpcm::maximumSuperblockBytes(mFacts.channels, kSuperblockFrames);
-        return mWindow.view(mPlace.offset, size_t(std::min<uint64_t>(most, mWindow.size() - mPlace.offset)), bytes);
+        return mWindow.view(mPlace.offset,
+                            static_cast<size_t>(std::min<uint64_t>(most, mWindow.size() - mPlace.offset)), bytes);
     }
 
     DataWindow mWindow;

@@ -27,8 +27,8 @@ public:
         : StreamDecoder(sound, samplesOf(kOpusPrerollMilliseconds, sound))
         , mPackets(sound.data)
         , mLibrary(std::move(library))
-        , mChannels(size_t(sound.facts.channels))
-        , mMostFrames(size_t(samplesOf(kPacketMilliseconds, sound)))
+        , mChannels(static_cast<size_t>(sound.facts.channels))
+        , mMostFrames(static_cast<size_t>(samplesOf(kPacketMilliseconds, sound)))
     { }
 
 protected:
@@ -47,11 +47,12 @@ protected:
         if (packet.empty())
             return KESS_ERR_FILE_BAD;
         mFrames.resize(mMostFrames * mChannels);
-        const int count = opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()),
-                                                        mFrames.data(), int(mMostFrames), 0);
+        const int count =
+            opus_multistream_decode_float(mLibrary.get(), packet.data(), static_cast<opus_int32>(packet.size()),
+                                          mFrames.data(), static_cast<int>(mMostFrames), 0);
         if (count <= 0)
             return KESS_ERR_FILE_BAD;
-        *frames = std::span(mFrames).first(size_t(count) * mChannels);
+        *frames = std::span(mFrames).first(static_cast<size_t>(count) * mChannels);
         return KESS_OK;
     }
 
@@ -68,11 +69,12 @@ private:
 KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder)
 {
     // Streams, coupled streams, and the decoded channel that each channel of the sound is.
-    if (setup.size() != 2 + size_t(sound.facts.channels))
+    if (setup.size() != 2 + static_cast<size_t>(sound.facts.channels))
         return KESS_ERR_FILE_BAD;
     int failed = OPUS_OK;
-    Library library(opus_multistream_decoder_create(opus_int32(sound.stored.sampleRate), sound.facts.channels, setup[0],
-                                                    setup[1], setup.data() + 2, &failed));
+    Library library(opus_multistream_decoder_create(static_cast<opus_int32>(sound.stored.sampleRate),
+                                                    sound.facts.channels, setup[0], setup[1], setup.data() + 2,
+                                                    &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? KESS_ERR_MEMORY : KESS_ERR_FILE_BAD;
     *decoder = std::make_unique<OpusDecoder>(std::move(sound), std::move(library));

@@ -12,15 +12,16 @@ float sampleAt(const uint8_t* place, KESS_SOUND_FORMAT format)
 {
     switch (format) {
     case KESS_SOUND_FORMAT_PCM8:
-        return float(int8_t(*place)) / 128;
+        return static_cast<float>(static_cast<int8_t>(*place)) / 128;
     case KESS_SOUND_FORMAT_PCM16:
-        return float(bank::loadLittle<int16_t>(place)) / 32'768;
-    case KESS_SOUND_FORMAT_PCM24:
+        return static_cast<float>(bank::loadLittle<int16_t>(place)) / 32'768;
+    case KESS_SOUND_FORMAT_PCM24: {
         // The three bytes become the upper ones of 32 bits, which brings the sign along.
-        return float(int32_t(uint32_t(place[0]) << 8 | uint32_t(place[1]) << 16 | uint32_t(place[2]) << 24) >> 8)
-            / 8'388'608;
+        const uint32_t upper = uint32_t{place[0]} << 8 | uint32_t{place[1]} << 16 | uint32_t{place[2]} << 24;
+        return static_cast<float>(static_cast<int32_t>(upper) >> 8) / 8'388'608;
+    }
     case KESS_SOUND_FORMAT_PCM32:
-        return float(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
+        return static_cast<float>(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
     default:
         return bank::loadLittle<float>(place);
     }
@@ -33,7 +34,7 @@ public:
         : DirectDecoder(std::move(sound.facts))
         , mData(std::move(sound.data))
         , mSampleBytes(bank::bytesPerSample(sound.stored.sampleFormat))
-        , mFrameBytes(mSampleBytes * size_t(mFacts.channels))
+        , mFrameBytes(mSampleBytes * static_cast<size_t>(mFacts.channels))
     { }
 
     [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
@@ -59,7 +60,7 @@ public:
             if (result != KESS_OK || got == 0)
                 return result;
             const uint8_t* place = mScratch.data();
-            for (size_t i = 0; i < got * size_t(mFacts.channels); ++i, place += mSampleBytes)
+            for (size_t i = 0; i < got * static_cast<size_t>(mFacts.channels); ++i, place += mSampleBytes)
                 *buffer++ = sampleAt(place, mFacts.format);
             *done += got;
         }

@@ -21,10 +21,11 @@ KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint
 {
     if (offset > mData.bytes || count > mData.bytes - offset)
         return KESS_ERR_FILE_BAD;
-    const bool held =
-        offset >= mBufferStart && count <= mBuffered && offset - mBufferStart <= uint64_t(mBuffered - count);
+    const bool held = offset >= mBufferStart && count <= mBuffered
+        && offset - mBufferStart <= static_cast<uint64_t>(mBuffered - count);
     if (!held) {
-        const size_t wanted = size_t(std::min<uint64_t>(std::max(count, kReadAhead), mData.bytes - offset));
+        const size_t wanted =
+            static_cast<size_t>(std::min<uint64_t>(std::max(count, kReadAhead), mData.bytes - offset));
         mBuffered = 0;
         mBuffer.resize(std::max(mBuffer.size(), wanted));
         const bank::Error error = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));
@@ -33,7 +34,7 @@ KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint
         mBufferStart = offset;
         mBuffered = wanted;
     }
-    *bytes = std::span(mBuffer).first(mBuffered).subspan(size_t(offset - mBufferStart));
+    *bytes = std::span(mBuffer).first(mBuffered).subspan(static_cast<size_t>(offset - mBufferStart));
     return KESS_OK;
 }
 
@@ -57,7 +58,7 @@ KESS_RESULT PacketReader::next(std::span<const uint8_t>* packet)
         if (const KESS_RESULT result = mWindow.view(mNext, 1, &bytes); result != KESS_OK)
             return result;
         ++mNext;
-        length |= size_t(bytes[0] & 0x7f) << shift;
+        length |= static_cast<size_t>(bytes[0] & 0x7f) << shift;
         if (!(bytes[0] & 0x80))
             break;
     }
@@ -123,28 +124,29 @@ KESS_RESULT StreamDecoder::nextBlock()
 // block begins at mPosition.
 void StreamDecoder::correct(std::span<float> block) const
 {
-    const auto channels = size_t(mFacts.channels);
+    const auto channels = static_cast<size_t>(mFacts.channels);
     for (const Corrected& corrected : mCorrections) {
         const uint64_t begin = std::max(mPosition, corrected.position);
         const uint64_t end =
             std::min(mPosition + block.size() / channels, corrected.position + corrected.values.size() / channels);
         if (begin >= end)
             continue;
-        const float* value = corrected.values.data() + size_t(begin - corrected.position) * channels;
-        for (float& sample : block.subspan(size_t(begin - mPosition) * channels, size_t(end - begin) * channels))
+        const float* value = corrected.values.data() + static_cast<size_t>(begin - corrected.position) * channels;
+        for (float& sample : block.subspan(static_cast<size_t>(begin - mPosition) * channels,
+                                           static_cast<size_t>(end - begin) * channels))
             sample += *value++;
     }
 }
 
 KESS_RESULT StreamDecoder::skipTo(uint64_t position)
 {
-    const auto channels = size_t(mFacts.channels);
+    const auto channels = static_cast<size_t>(mFacts.channels);
     while (mPosition < position) {
         if (mBlock.empty()) {
             if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
                 return result;
         }
-        const size_t frames = size_t(std::min<uint64_t>(mBlock.size() / channels, position - mPosition));
+        const size_t frames = static_cast<size_t>(std::min<uint64_t>(mBlock.size() / channels, position - mPosition));
         mBlock = mBlock.subspan(frames * channels);
         mPosition += frames;
     }
@@ -154,9 +156,9 @@ KESS_RESULT StreamDecoder::skipTo(uint64_t position)
 template <typename Take>
 KESS_RESULT StreamDecoder::readFrames(size_t count, size_t* done, Take take)
 {
-    const auto channels = size_t(mFacts.channels);
+    const auto channels = static_cast<size_t>(mFacts.channels);
     *done = 0;
-    count = size_t(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+    count = static_cast<size_t>(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
     if (mLost || mPosition != mLeadIn + mFrame) {
         if (const KESS_RESULT result = seek(mFrame); result != KESS_OK)
             return result;

@@ -30,7 +30,7 @@ KESS_RESULT walkSuperblocks(EncodedData data, const bank::Sound& sound)
     uint64_t offset = 0;
     for (uint64_t frame = 0; frame < sound.sampleCount; frame += kSuperblockFrames) {
         std::span<const uint8_t> bytes;
-        const auto wanted = size_t(std::min(most, window.size() - offset));
+        const auto wanted = static_cast<size_t>(std::min(most, window.size() - offset));
         if (const KESS_RESULT result = window.view(offset, wanted, &bytes); result != KESS_OK)
             return result;
         const size_t size = superblockBytes(bytes, sound.channels);
@@ -95,7 +95,7 @@ private:
     [[nodiscard]] KESS_RESULT readTo(uint64_t position, std::string* fault)
     {
         while (mPosition < position) {
-            const auto count = size_t(std::min<uint64_t>(kFramesAtOnce, position - mPosition));
+            const auto count = static_cast<size_t>(std::min<uint64_t>(kFramesAtOnce, position - mPosition));
             if (const KESS_RESULT result = read(mStraight, mFrames.data(), count, fault); result != KESS_OK)
                 return result;
             mPosition += count;
@@ -105,7 +105,7 @@ private:
 
     [[nodiscard]] KESS_RESULT compareHere(std::string* fault)
     {
-        const auto count = size_t(std::min<uint64_t>(kComparedFrames, mSound.sampleCount - mPosition));
+        const auto count = static_cast<size_t>(std::min<uint64_t>(kComparedFrames, mSound.sampleCount - mPosition));
         if (const KESS_RESULT result = read(mStraight, mFrames.data(), count, fault); result != KESS_OK)
             return result;
         KESS_RESULT result = mSeeking.seek(mPosition);
@@ -123,16 +123,17 @@ private:
     [[nodiscard]] bool isEqual(size_t samples) const
     {
         if (mSound.codec != bank::Codec::Opus)
-            return std::equal(mFrames.begin(), mFrames.begin() + ptrdiff_t(samples), mOther.begin());
+            return std::equal(mFrames.begin(), mFrames.begin() + static_cast<ptrdiff_t>(samples), mOther.begin());
         double signal = 0;
         double difference = 0;
         for (size_t i = 0; i < samples; ++i) {
-            signal += double(mFrames[i]) * mFrames[i];
-            difference += (double(mFrames[i]) - mOther[i]) * (double(mFrames[i]) - mOther[i]);
+            signal += static_cast<double>(mFrames[i]) * mFrames[i];
+            difference += (static_cast<double>(mFrames[i]) - mOther[i]) * (static_cast<double>(mFrames[i]) - mOther[i]);
         }
         constexpr double kTolerance = 0.1;
         constexpr double kSilence = 1e-4;
-        return std::sqrt(difference) <= kTolerance * std::sqrt(signal) + kSilence * std::sqrt(double(samples));
+        return std::sqrt(difference)
+            <= kTolerance * std::sqrt(signal) + kSilence * std::sqrt(static_cast<double>(samples));
     }
 
     const bank::Sound& mSound;
@@ -208,11 +209,11 @@ void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
 {
     DecoderPointer straight;
     DecoderPointer seeking;
-    KESS_RESULT result = mBank.decoder(int(index), &straight);
+    KESS_RESULT result = mBank.decoder(static_cast<int>(index), &straight);
     if (result == KESS_OK)
-        result = mBank.decoder(int(index), &seeking);
+        result = mBank.decoder(static_cast<int>(index), &seeking);
     if (result == KESS_ERR_UNSUPPORTED) {
-        tell(int(index), result, "its codec isn't decoded here; its checksums are right");
+        tell(static_cast<int>(index), result, "its codec isn't decoded here; its checksums are right");
         return;
     }
     if (!passes(result, index, "the headers of its codec don't fit it"))
@@ -232,7 +233,7 @@ bool BankVerification::passes(KESS_RESULT result, uint32_t index, const std::str
     if (result == KESS_OK)
         return true;
     if (result == KESS_ERR_FILE_BAD)
-        tell(int(index), result, fault);
+        tell(static_cast<int>(index), result, fault);
     else
         mFailure = result;
     return false;

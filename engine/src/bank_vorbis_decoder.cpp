@@ -45,7 +45,7 @@ ogg_packet packetOf(std::span<const uint8_t> bytes)
 {
     ogg_packet packet{};
     packet.packet = const_cast<unsigned char*>(bytes.data());
-    packet.bytes = long(bytes.size());
+    packet.bytes = static_cast<long>(bytes.size());
     packet.granulepos = -1;
     return packet;
 }
@@ -92,10 +92,10 @@ protected:
 
         float** channels = nullptr;
         const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
-        const auto width = size_t(mSetup->info()->channels);
-        mFrames.resize(size_t(count) * width);
+        const auto width = static_cast<size_t>(mSetup->info()->channels);
+        mFrames.resize(static_cast<size_t>(count) * width);
         for (size_t channel = 0; channel < width; ++channel) {
-            for (size_t i = 0; i < size_t(count); ++i)
+            for (size_t i = 0; i < static_cast<size_t>(count); ++i)
                 mFrames[i * width + channel] = channels[channel][i];
         }
         vorbis_synthesis_read(&mDsp, count);
@@ -121,7 +121,7 @@ bool takePart(std::span<const uint8_t>* setup, std::span<const uint8_t>* part)
     if (length > setup->size() - 4)
         return false;
     *part = setup->subspan(4, length);
-    *setup = setup->subspan(4 + size_t(length));
+    *setup = setup->subspan(4 + static_cast<size_t>(length));
     return true;
 }
 

@@ -158,7 +158,8 @@ uint64_t declaredSampleCount(const SourceFile& file, const FileKind& kind, const
         return facts.sampleCount;
     if (frame > 0)
         return std::max(facts.sampleCount, extent->declared / frame);
-    const double declared = double(extent->declared) / double(extent->there) * double(facts.sampleCount);
+    const double declared = static_cast<double>(extent->declared) / static_cast<double>(extent->there)
+        * static_cast<double>(facts.sampleCount);
     return std::max(facts.sampleCount, static_cast<uint64_t>(std::min(declared, 0x1p62)));
 }
 
