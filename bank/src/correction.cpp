@@ -20,7 +20,7 @@ uint8_t nearestScale(float rootMeanSquare)
     if (!(rootMeanSquare > 0))
         return 0;
     const float exact = kScaleZero + kScaleSteps * std::log2(rootMeanSquare);
-    return uint8_t(std::lround(std::clamp(exact, 0.0f, 255.0f)));
+    return static_cast<uint8_t>(std::lround(std::clamp(exact, 0.0f, 255.0f)));
 }
 
 uint8_t nearestLevel(float value)
@@ -35,13 +35,13 @@ void makeSegment(std::span<const float> missing, size_t channels, size_t frames,
 {
     double sum = 0;
     for (size_t i = 0; i < frames; ++i)
-        sum += double(missing[i * channels]) * missing[i * channels];
-    *scale = nearestScale(float(std::sqrt(sum / double(frames))));
+        sum += static_cast<double>(missing[i * channels]) * missing[i * channels];
+    *scale = nearestScale(static_cast<float>(std::sqrt(sum / static_cast<double>(frames))));
     if (*scale == 0)
         return;
     const float unit = correctionScale(*scale);
     for (size_t i = 0; i < frames; ++i)
-        codes[i / 4] |= uint8_t(nearestLevel(missing[i * channels] / unit) << i % 4 * 2);
+        codes[i / 4] |= static_cast<uint8_t>(nearestLevel(missing[i * channels] / unit) << i % 4 * 2);
 }
 
 } // namespace
@@ -58,15 +58,15 @@ size_t correctionCodeBytes(uint32_t frames)
 
 float correctionScale(uint8_t scale)
 {
-    return scale == 0 ? 0 : std::exp2(float(scale - kScaleZero) / kScaleSteps);
+    return scale == 0 ? 0 : std::exp2(static_cast<float>(scale - kScaleZero) / kScaleSteps);
 }
 
 Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing)
 {
-    const auto width = size_t(channels);
+    const auto width = static_cast<size_t>(channels);
     Correction made;
     made.first = first;
-    made.frames = uint32_t(missing.size() / width);
+    made.frames = static_cast<uint32_t>(missing.size() / width);
     const size_t segments = correctionScales(made.frames);
     const size_t codeBytes = correctionCodeBytes(made.frames);
     made.scales.resize(segments * width);
@@ -84,7 +84,7 @@ Correction makeCorrection(uint64_t first, int channels, std::span<const float> m
 
 std::vector<float> expandCorrection(const Correction& correction, int channels)
 {
-    const auto width = size_t(channels);
+    const auto width = static_cast<size_t>(channels);
     const size_t segments = correctionScales(correction.frames);
     const size_t codeBytes = correctionCodeBytes(correction.frames);
     std::vector<float> values(correction.frames * width);

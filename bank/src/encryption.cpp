@@ -4,7 +4,6 @@
 #include "bank/reader.hpp"
 
 #include <algorithm>
-#include <new>
 
 namespace bank {
 
@@ -33,11 +32,6 @@ void requireSodium()
     // code for this processor, and may be made from several threads.
     static const int ready = sodium_init();
     (void)ready;
-}
-
-std::span<const uint8_t> bytesOf(std::string_view text)
-{
-    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 // BLAKE2b of context and message under key.
@@ -89,9 +83,9 @@ public:
             const std::vector<uint8_t>* piece = nullptr;
             if (const Error error = fetch(offset / mHeader.pieceBytes, &piece); error != Error::None)
                 return error;
-            const size_t begin = size_t(offset % mHeader.pieceBytes);
+            const size_t begin = static_cast<size_t>(offset % mHeader.pieceBytes);
             const size_t length = std::min(bytes.size(), piece->size() - begin);
-            std::copy_n(piece->begin() + ptrdiff_t(begin), length, bytes.begin());
+            std::copy_n(piece->begin() + static_cast<ptrdiff_t>(begin), length, bytes.begin());
             bytes = bytes.subspan(length);
             offset += length;
         }
@@ -122,9 +116,9 @@ private:
         }
 
         const uint64_t begin = index * mHeader.pieceBytes;
-        const size_t length = size_t(std::min<uint64_t>(mHeader.pieceBytes, size() - begin));
+        const size_t length = static_cast<size_t>(std::min<uint64_t>(mHeader.pieceBytes, size() - begin));
         mSealed.resize(length + kTagBytes);
-        const uint64_t offset = mHeader.headerBytes + index * (uint64_t(mHeader.pieceBytes) + kTagBytes);
+        const uint64_t offset = mHeader.headerBytes + index * (static_cast<uint64_t>(mHeader.pieceBytes) + kTagBytes);
         if (const Error error = mSource->readAt(offset, mSealed); error != Error::None)
             return error;
         place->plain.resize(length);
@@ -222,7 +216,7 @@ Result<std::shared_ptr<const PieceKeys>> PieceKeys::derive(const EncryptedHeader
     static_assert(crypto_pwhash_SALTBYTES <= std::tuple_size_v<ContentTag>);
     std::array<uint8_t, 32> master{};
     if (crypto_pwhash(master.data(), master.size(), password.data(), password.size(), header.contentTag.data(),
-                      header.passes, size_t(header.memoryKiB) * 1024, crypto_pwhash_ALG_ARGON2ID13)
+                      header.passes, static_cast<size_t>(header.memoryKiB) * 1024, crypto_pwhash_ALG_ARGON2ID13)
         != 0)
         return Error::Memory;
 
@@ -287,8 +281,8 @@ Error EncryptingSink::write(std::span<const uint8_t> bytes)
 {
     (void)mDigest.write(bytes);
     while (!bytes.empty()) {
-        const size_t length = std::min(bytes.size(), size_t(kPieceBytes) - mPlain.size());
-        mPlain.insert(mPlain.end(), bytes.begin(), bytes.begin() + ptrdiff_t(length));
+        const size_t length = std::min(bytes.size(), static_cast<size_t>(kPieceBytes) - mPlain.size());
+        mPlain.insert(mPlain.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
         bytes = bytes.subspan(length);
         if (mPlain.size() == kPieceBytes) {
             if (const Error error = flush(); error != Error::None)

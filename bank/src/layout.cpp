@@ -1,11 +1,14 @@
 #include "layout.hpp"
 
 #include "bank/checksum.hpp"
+#include "bank/kadpcm.hpp"
 
 #include <algorithm>
 #include <limits>
 
 namespace bank::layout {
+
+static_assert(kadpcm::kMaximumChannels == kMaximumChannels);
 
 namespace {
 
@@ -13,12 +16,15 @@ namespace {
 constexpr uint64_t kMaximumSamplesPerByte = 8192;
 
 // A length that no sound reaches, below which sums of positions can't overflow.
-constexpr uint64_t kMaximumSampleCount = uint64_t(1) << 48;
+constexpr uint64_t kMaximumSampleCount = uint64_t{1} << 48;
 
+// Four characters as they are read from a chunk.
 constexpr uint32_t tagOf(const char (&text)[5])
 {
-    return uint32_t(uint8_t(text[0])) | uint32_t(uint8_t(text[1])) << 8 | uint32_t(uint8_t(text[2])) << 16
-        | uint32_t(uint8_t(text[3])) << 24;
+    uint32_t tag = 0;
+    for (int i = 3; i >= 0; --i)
+        tag = tag << 8 | static_cast<uint8_t>(text[i]);
+    return tag;
 }
 
 constexpr uint32_t kTagLoop = tagOf("LOOP");
@@ -35,7 +41,7 @@ constexpr size_t kMaximumCorrections = 8;
 void appendChunk(std::vector<uint8_t>& chunks, uint32_t tag, std::span<const uint8_t> payload)
 {
     appendLittle(chunks, tag);
-    appendLittle(chunks, uint32_t(payload.size()));
+    appendLittle(chunks, static_cast<uint32_t>(payload.size()));
     chunks.insert(chunks.end(), payload.begin(), payload.end());
 }
 
@@ -44,7 +50,7 @@ std::vector<uint8_t> packSyncPoints(const std::vector<SyncPoint>& points)
     std::vector<uint8_t> payload;
     for (const SyncPoint& point : points) {
         appendLittle(payload, point.sample);
-        appendLittle(payload, uint32_t(point.name.size()));
+        appendLittle(payload, static_cast<uint32_t>(point.name.size()));
         payload.insert(payload.end(), point.name.begin(), point.name.end());
     }
     return payload;
@@ -148,8 +154,9 @@ bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
         const size_t codes = sound->channels * correctionCodeBytes(correction.frames);
         if (scales + codes > payload.size())
             return false;
-        correction.scales.assign(payload.begin(), payload.begin() + ptrdiff_t(scales));
-        correction.codes.assign(payload.begin() + ptrdiff_t(scales), payload.begin() + ptrdiff_t(scales + codes));
+        correction.scales.assign(payload.begin(), payload.begin() + static_cast<ptrdiff_t>(scales));
+        correction.codes.assign(payload.begin() + static_cast<ptrdiff_t>(scales),
+                                payload.begin() + static_cast<ptrdiff_t>(scales + codes));
         payload = payload.subspan(scales + codes);
         sound->corrections.push_back(std::move(correction));
     }
@@ -194,7 +201,7 @@ Prefix loadPrefix(const uint8_t* place)
 
 void store(const Header& header, uint8_t* place)
 {
-    std::fill_n(place, kHeaderBytes, uint8_t(0));
+    std::fill_n(place, kHeaderBytes, uint8_t{0});
     store(header.prefix, place);
     storeLittle(place + 20, header.format);
     storeLittle(place + 24, header.quality);
@@ -236,7 +243,7 @@ Header loadHeader(const uint8_t* place)
 
 void store(const Row& row, uint8_t* place)
 {
-    std::fill_n(place, kSoundRecordBytes, uint8_t(0));
+    std::fill_n(place, kSoundRecordBytes, uint8_t{0});
     storeLittle(place, row.codec);
     storeLittle(place + 1, row.sampleFormat);
     storeLittle(place + 2, row.channels);
@@ -279,7 +286,7 @@ Row loadRow(const uint8_t* place)
 
 void store(const SetupRow& row, uint8_t* place)
 {
-    std::fill_n(place, kSetupRowBytes, uint8_t(0));
+    std::fill_n(place, kSetupRowBytes, uint8_t{0});
     storeLittle(place, row.offset);
     storeLittle(place + 8, row.checksum);
     storeLittle(place + 16, row.bytes);
@@ -308,7 +315,7 @@ Error unreadable(Error error, std::string_view what, std::string* fault)
 Result<Prefix> readPrefix(const ByteSource& source, std::string* fault)
 {
     std::array<uint8_t, kPrefixBytes> bytes{};
-    const size_t length = size_t(std::min<uint64_t>(source.size(), bytes.size()));
+    const size_t length = static_cast<size_t>(std::min<uint64_t>(source.size(), bytes.size()));
     if (const Error error = source.readAt(0, std::span(bytes).first(length)); error != Error::None)
         return unreadable(error, "the first bytes", fault);
     if (length < kMagic.size() || !std::equal(kMagic.begin(), kMagic.end(), bytes.begin()))
@@ -352,8 +359,8 @@ const char* faultOf(const Row& row)
     if (row.sampleCount > kMaximumSampleCount || row.leadIn > std::numeric_limits<uint32_t>::max() / 2)
         return "its length is impossible";
     constexpr const char* kNoFit = "its length and the size of its data don't fit each other";
-    if (row.codec == uint8_t(Codec::Pcm)) {
-        const uint64_t frameBytes = bytesPerSample(SampleFormat(row.sampleFormat)) * row.channels;
+    if (row.codec == static_cast<uint8_t>(Codec::Pcm)) {
+        const uint64_t frameBytes = bytesPerSample(static_cast<SampleFormat>(row.sampleFormat)) * row.channels;
         if (frameBytes == 0)
             return "its sample format is unknown";
         const bool fits =
@@ -398,7 +405,7 @@ Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* f
         if (!unpackChunk(tag, chunks.subspan(8, bytes), sound))
             return damaged(fault,
                            "its chunk " + std::string(chunks.begin(), chunks.begin() + 4) + " holds what can't be");
-        chunks = chunks.subspan(8 + size_t(bytes));
+        chunks = chunks.subspan(8 + static_cast<size_t>(bytes));
     }
     return Error::None;
 }
@@ -406,14 +413,14 @@ Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* f
 Row rowOf(const Sound& sound, std::span<const uint8_t> chunks)
 {
     Row row;
-    row.codec = uint8_t(sound.codec);
-    row.sampleFormat = uint8_t(sound.sampleFormat);
+    row.codec = static_cast<uint8_t>(sound.codec);
+    row.sampleFormat = static_cast<uint8_t>(sound.sampleFormat);
     row.channels = sound.channels;
     row.sampleRate = sound.sampleRate;
     row.sampleCount = sound.sampleCount;
     row.leadIn = sound.leadIn;
     row.quality = sound.quality;
-    row.chunksBytes = uint32_t(chunks.size());
+    row.chunksBytes = static_cast<uint32_t>(chunks.size());
     row.chunksChecksum = checksum(chunks);
     row.dataBytes = sound.dataBytes;
     row.dataChecksum = sound.dataChecksum;
@@ -423,8 +430,8 @@ Row rowOf(const Sound& sound, std::span<const uint8_t> chunks)
 Sound soundOf(const Row& row)
 {
     Sound sound;
-    sound.codec = Codec(row.codec);
-    sound.sampleFormat = SampleFormat(row.sampleFormat);
+    sound.codec = static_cast<Codec>(row.codec);
+    sound.sampleFormat = static_cast<SampleFormat>(row.sampleFormat);
     sound.channels = row.channels;
     sound.sampleRate = row.sampleRate;
     sound.sampleCount = row.sampleCount;

@@ -35,11 +35,11 @@ struct BankReader::Tables
 
     [[nodiscard]] Row row(uint32_t index) const
     {
-        return loadRow(bytes.data() + header.rowsOffset + size_t(index) * header.rowBytes);
+        return loadRow(bytes.data() + header.rowsOffset + static_cast<size_t>(index) * header.rowBytes);
     }
     [[nodiscard]] SetupRow setupRow(uint32_t index) const
     {
-        return loadSetupRow(bytes.data() + header.setupRowsOffset + size_t(index) * kSetupRowBytes);
+        return loadSetupRow(bytes.data() + header.setupRowsOffset + static_cast<size_t>(index) * kSetupRowBytes);
     }
     [[nodiscard]] std::string_view name(const Row& row) const
     {
@@ -49,7 +49,7 @@ struct BankReader::Tables
     [[nodiscard]] uint32_t namedSound(uint32_t i) const { return loadLittle<uint32_t>(nameIndexRow(i) + 8); }
     [[nodiscard]] const uint8_t* nameIndexRow(uint32_t i) const
     {
-        return bytes.data() + header.nameIndexOffset + size_t(i) * kNameIndexBytes;
+        return bytes.data() + header.nameIndexOffset + static_cast<size_t>(i) * kNameIndexBytes;
     }
     [[nodiscard]] uint64_t tablesEnd() const { return bytes.size(); }
 
@@ -78,7 +78,7 @@ Error BankReader::Tables::load(std::string* fault)
         return damaged(fault, "the tables reach behind the end of the file");
 
     bytes = std::move(*front);
-    bytes.resize(size_t(prefix->headerBytes + header.tablesBytes));
+    bytes.resize(static_cast<size_t>(prefix->headerBytes + header.tablesBytes));
     const std::span tables = std::span(bytes).subspan(prefix->headerBytes);
     if (const Error error = source->readAt(prefix->headerBytes, tables); error != Error::None)
         return unreadable(error, "the tables", fault);
@@ -89,7 +89,7 @@ Error BankReader::Tables::load(std::string* fault)
 
     info.majorVersion = header.prefix.majorVersion;
     info.minorVersion = header.prefix.minorVersion;
-    info.format = Codec(uint8_t(std::min<uint32_t>(header.format, 0xff)));
+    info.format = static_cast<Codec>(static_cast<uint8_t>(std::min<uint32_t>(header.format, 0xff)));
     info.quality = header.quality;
     info.soundCount = header.soundCount;
     info.hasNames = header.prefix.flags & kFlagNames;
@@ -106,9 +106,9 @@ bool BankReader::Tables::tablesFit() const
         return offset >= header.prefix.headerBytes && rangeInside(offset, size, tablesEnd());
     };
     return header.rowBytes >= kSoundRecordBytes && header.rowBytes <= kMaximumHeaderBytes
-        && fits(header.rowsOffset, uint64_t(header.soundCount) * header.rowBytes)
-        && fits(header.setupRowsOffset, uint64_t(header.setupCount) * kSetupRowBytes)
-        && fits(header.nameIndexOffset, uint64_t(header.nameIndexCount) * kNameIndexBytes)
+        && fits(header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes)
+        && fits(header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes)
+        && fits(header.nameIndexOffset, static_cast<uint64_t>(header.nameIndexCount) * kNameIndexBytes)
         && fits(header.namesOffset, header.namesBytes) && header.nameIndexCount <= header.soundCount;
 }
 
@@ -191,8 +191,8 @@ SoundEntry BankReader::entry(uint32_t index) const
     assert(index < info().soundCount);
     const Row row = mTables->row(index);
     SoundEntry entry;
-    entry.codec = Codec(row.codec);
-    entry.sampleFormat = SampleFormat(row.sampleFormat);
+    entry.codec = static_cast<Codec>(row.codec);
+    entry.sampleFormat = static_cast<SampleFormat>(row.sampleFormat);
     entry.channels = row.channels;
     entry.sampleRate = row.sampleRate;
     entry.sampleCount = row.sampleCount;
@@ -254,7 +254,7 @@ uint32_t BankReader::setupCount() const
 
 Result<uint32_t> BankReader::find(std::string_view name) const
 {
-    const uint64_t hash = nameHash({reinterpret_cast<const uint8_t*>(name.data()), name.size()});
+    const uint64_t hash = nameHash(bytesOf(name));
 
     uint32_t low = 0;
     uint32_t high = mTables->header.nameIndexCount;
@@ -280,9 +280,10 @@ Error BankReader::verifyData(uint32_t index, std::string* fault) const
     const Row row = mTables->row(index);
     constexpr std::string_view kWhat = "its data";
     RunningChecksum running;
-    std::vector<uint8_t> buffer(size_t(std::min<uint64_t>(row.dataBytes, 256 * 1024)));
+    std::vector<uint8_t> buffer(static_cast<size_t>(std::min<uint64_t>(row.dataBytes, 256 * 1024)));
     for (uint64_t done = 0; done < row.dataBytes;) {
-        const std::span part = std::span(buffer).first(size_t(std::min<uint64_t>(buffer.size(), row.dataBytes - done)));
+        const std::span part =
+            std::span(buffer).first(static_cast<size_t>(std::min<uint64_t>(buffer.size(), row.dataBytes - done)));
         if (const Error error = mTables->source->readAt(row.dataOffset + done, part); error != Error::None)
             return unreadable(error, kWhat, fault);
         running.add(part);
@@ -299,7 +300,7 @@ Error BankReader::verifyNames(std::string* fault) const
         return damaged(fault, "the index of names leaves sounds out");
     for (uint32_t i = 0; i < count; ++i) {
         const std::string_view name = tables.name(tables.row(tables.namedSound(i)));
-        if (tables.nameHashAt(i) != nameHash({reinterpret_cast<const uint8_t*>(name.data()), name.size()}))
+        if (tables.nameHashAt(i) != nameHash(bytesOf(name)))
             return damaged(fault, "the index of names doesn't match the names");
         // Rising entries name each sound once.
         if (i > 0

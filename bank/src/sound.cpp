@@ -38,7 +38,7 @@ std::vector<uint8_t> serialise(const Sound& sound)
 
     std::vector<uint8_t> bytes(layout::kSerialisedHeadBytes);
     layout::store(row, bytes.data());
-    storeLittle(bytes.data() + kSoundRecordBytes, uint32_t(sound.setup.size()));
+    storeLittle(bytes.data() + kSoundRecordBytes, static_cast<uint32_t>(sound.setup.size()));
     bytes.insert(bytes.end(), sound.setup.begin(), sound.setup.end());
     bytes.insert(bytes.end(), chunks.begin(), chunks.end());
     return bytes;

@@ -27,14 +27,9 @@ std::string_view cutAtCharacter(std::string_view name)
     if (name.size() <= kMaximumNameBytes)
         return name;
     size_t length = kMaximumNameBytes;
-    while (length > 0 && (uint8_t(name[length]) & 0xc0) == 0x80)
+    while (length > 0 && (static_cast<uint8_t>(name[length]) & 0xc0) == 0x80)
         --length;
     return name.substr(0, length);
-}
-
-std::span<const uint8_t> bytesOf(std::string_view text)
-{
-    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 // Writes at rising offsets and fills the gaps with zeros.
@@ -50,7 +45,7 @@ public:
     {
         static constexpr std::array<uint8_t, kDataAlignment> zeros{};
         assert(offset >= mOffset && offset - mOffset < zeros.size());
-        return write(std::span(zeros).first(size_t(offset - mOffset)));
+        return write(std::span(zeros).first(static_cast<size_t>(offset - mOffset)));
     }
 
     Error write(std::span<const uint8_t> bytes)
@@ -83,7 +78,8 @@ public:
         RunningChecksum found;
         mChecked.resize(kCheckedBytes);
         while (size > 0) {
-            const std::span part = std::span(mChecked).first(size_t(std::min<uint64_t>(size, kCheckedBytes)));
+            const std::span part =
+                std::span(mChecked).first(static_cast<size_t>(std::min<uint64_t>(size, kCheckedBytes)));
             if (const Error error = source.readAt(offset, part); error != Error::None)
                 return error;
             found.add(part);
@@ -138,9 +134,9 @@ BankWriter::Plan::Laid BankWriter::Plan::lay() const
     Header header;
     header.prefix.headerBytes = kHeaderBytes;
     header.prefix.flags = (settings.guid ? kFlagGuid : 0) | (settings.names ? kFlagNames : 0);
-    header.format = uint32_t(settings.format);
+    header.format = static_cast<uint32_t>(settings.format);
     header.quality = settings.quality;
-    header.soundCount = uint32_t(rows.size());
+    header.soundCount = static_cast<uint32_t>(rows.size());
     layTables(&header, &laid);
 
     header.prefix.fileBytes = laid.fileBytes;
@@ -160,17 +156,17 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
     header->rowsOffset = kHeaderBytes;
     header->rowBytes = kSoundRecordBytes;
     header->setupRowsOffset = header->rowsOffset + rows.size() * kSoundRecordBytes;
-    header->setupCount = uint32_t(setups.size());
+    header->setupCount = static_cast<uint32_t>(setups.size());
     header->nameIndexOffset = header->setupRowsOffset + setups.size() * kSetupRowBytes;
-    header->nameIndexCount = settings.names ? uint32_t(rows.size()) : 0;
+    header->nameIndexCount = settings.names ? static_cast<uint32_t>(rows.size()) : 0;
     header->namesOffset = header->nameIndexOffset + header->nameIndexCount * kNameIndexBytes;
     header->namesBytes = names.size();
-    laid->front.resize(size_t(alignedUp(header->namesOffset + names.size(), 8)));
+    laid->front.resize(static_cast<size_t>(alignedUp(header->namesOffset + names.size(), 8)));
 
     uint64_t offset = laid->front.size();
     for (size_t i = 0; i < setups.size(); ++i) {
         offset = alignedUp(offset, kDataAlignment);
-        store(SetupRow{offset, checksum(setups[i]), uint32_t(setups[i].size())},
+        store(SetupRow{offset, checksum(setups[i]), static_cast<uint32_t>(setups[i].size())},
               laid->front.data() + header->setupRowsOffset + i * kSetupRowBytes);
         laid->setupOffsets.push_back(offset);
         offset += setups[i].size();
@@ -180,7 +176,7 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
         store(laid->rows[i], laid->front.data() + header->rowsOffset + i * kSoundRecordBytes);
     if (header->nameIndexCount > 0)
         layNameIndex(laid->front.data() + header->nameIndexOffset);
-    std::copy(names.begin(), names.end(), laid->front.begin() + ptrdiff_t(header->namesOffset));
+    std::copy(names.begin(), names.end(), laid->front.begin() + static_cast<ptrdiff_t>(header->namesOffset));
 }
 
 void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
@@ -205,7 +201,7 @@ void BankWriter::Plan::layNameIndex(uint8_t* place) const
     for (const auto& [hash, sound] : index) {
         storeLittle(place, hash);
         storeLittle(place + 8, sound);
-        storeLittle(place + 12, uint32_t(0));
+        storeLittle(place + 12, uint32_t{0});
         place += kNameIndexBytes;
     }
 }
@@ -218,8 +214,8 @@ std::array<uint8_t, 16> BankWriter::Plan::makeGuid(const std::vector<uint8_t>& f
     std::array<uint8_t, 16> guid;
     std::copy_n(digest.tag().begin(), guid.size(), guid.begin());
     // Version 8 (vendor's own) and variant of RFC 9562, in the byte order in which a GUID is printed.
-    guid[6] = uint8_t((guid[6] & 0x0f) | 0x80);
-    guid[8] = uint8_t((guid[8] & 0x3f) | 0x80);
+    guid[6] = static_cast<uint8_t>((guid[6] & 0x0f) | 0x80);
+    guid[8] = static_cast<uint8_t>((guid[8] & 0x3f) | 0x80);
     return guid;
 }
 
@@ -237,7 +233,7 @@ void BankWriter::add(std::string_view name, const Sound& sound)
     assert(plausible(row));
     row.setup = kNoSetup;
     if (!sound.setup.empty()) {
-        const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, uint32_t(mPlan->setups.size()));
+        const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
         if (added)
             mPlan->setups.push_back(sound.setup);
         row.setup = place->second;
@@ -246,17 +242,12 @@ void BankWriter::add(std::string_view name, const Sound& sound)
         name = cutAtCharacter(name);
         if (mPlan->names.size() + name.size() > std::numeric_limits<uint32_t>::max())
             name = {};
-        row.nameOffset = uint32_t(mPlan->names.size());
-        row.nameBytes = uint32_t(name.size());
+        row.nameOffset = static_cast<uint32_t>(mPlan->names.size());
+        row.nameBytes = static_cast<uint32_t>(name.size());
         mPlan->names += name;
     }
     mPlan->rows.push_back(row);
-    mPlan->setupBytes.push_back(uint32_t(sound.setup.size()));
-}
-
-size_t BankWriter::soundCount() const
-{
-    return mPlan->rows.size();
+    mPlan->setupBytes.push_back(static_cast<uint32_t>(sound.setup.size()));
 }
 
 uint64_t BankWriter::fileBytes() const

@@ -140,7 +140,6 @@ TEST(Container, NeedsLessThan200BytesOfTablesForASound)
     for (int i = 0; i < 20'000; ++i)
         writer.add("sounds/" + std::to_string(i), sound);
     EXPECT_LT(writer.fileBytes(), 20'000u * 200) << "the reader keeps no more than header and tables in memory";
-    EXPECT_EQ(writer.soundCount(), 20'000u);
 }
 
 TEST(Container, DerivesBytesAndGuidFromTheContentAlone)

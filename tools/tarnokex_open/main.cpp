@@ -21,7 +21,7 @@ std::string besideThisProgram(const char* name)
     const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
     if (length <= 0)
         return name;
-    path.resize(size_t(length));
+    path.resize(static_cast<size_t>(length));
     return path.substr(0, path.rfind('/') + 1) + name;
 }
 

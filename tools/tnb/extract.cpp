@@ -77,7 +77,7 @@ void copySamples(KESS::Sound& sound, const SoundFacts& facts, WavWriter& writer)
 {
     constexpr unsigned kFramesAtOnce = 16384;
     const auto frameBytes = static_cast<unsigned>(facts.channels * facts.bits / 8);
-    std::vector<uint8_t> buffer(size_t(kFramesAtOnce) * frameBytes);
+    std::vector<uint8_t> buffer(static_cast<size_t>(kFramesAtOnce) * frameBytes);
     for (uint64_t left = facts.samples * frameBytes; left > 0;) {
         unsigned got = 0;
         const KESS_RESULT result = sound.readData(buffer.data(), static_cast<unsigned>(buffer.size()), &got);

@@ -108,13 +108,13 @@ std::string versionOf(const KESS_BANKINFO& info)
 // Decoded bytes for each encoded one, and encoded bits for each sample; nothing for a sound without either.
 std::optional<double> ratioOf(double decodedBytes, uint64_t bytes)
 {
-    return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / double(bytes)) : std::nullopt;
+    return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / static_cast<double>(bytes)) : std::nullopt;
 }
 
 std::optional<double> bitsPerSample(const SoundFacts& facts)
 {
-    const double samples = double(facts.samples) * facts.channels;
-    return samples > 0 ? std::optional(double(facts.bytes) * 8 / samples) : std::nullopt;
+    const double samples = static_cast<double>(facts.samples) * facts.channels;
+    return samples > 0 ? std::optional(static_cast<double>(facts.bytes) * 8 / samples) : std::nullopt;
 }
 
 // Rounded so that equal banks give equal text on every machine.

@@ -42,8 +42,8 @@ struct SoundFacts
     std::vector<SyncPoint> syncPoints;
     std::optional<float> peak;
 
-    [[nodiscard]] double seconds() const { return rate > 0 ? double(samples) / rate : 0; }
-    [[nodiscard]] double decodedBytes() const { return double(samples) * channels * bits / 8; }
+    [[nodiscard]] double seconds() const { return rate > 0 ? static_cast<double>(samples) / rate : 0; }
+    [[nodiscard]] double decodedBytes() const { return static_cast<double>(samples) * channels * bits / 8; }
 };
 
 // The engine, for as long as anything of it is open.

@@ -7,12 +7,14 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 namespace bank {
 
+// Bytes that can be read from any place.
 class ByteSource
 {
 public:
@@ -30,6 +32,7 @@ protected:
     ByteSource& operator=(const ByteSource&) = delete;
 };
 
+// Bytes that are written one behind the other.
 class ByteSink
 {
 public:
@@ -61,6 +64,7 @@ private:
     std::vector<uint8_t> mBytes;
 };
 
+// Keeps what is written in memory.
 class MemorySink final : public ByteSink
 {
 public:
@@ -77,6 +81,12 @@ private:
 [[nodiscard]] constexpr bool rangeInside(uint64_t offset, uint64_t length, uint64_t size)
 {
     return offset <= size && length <= size - offset;
+}
+
+// The bytes of a text.
+[[nodiscard]] inline std::span<const uint8_t> bytesOf(std::string_view text)
+{
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 // Little-endian numbers at a place that holds at least sizeof(T) bytes, aligned or not.

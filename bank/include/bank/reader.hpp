@@ -56,6 +56,7 @@ struct SoundEntry
     std::string_view name; // valid as long as the reader
 };
 
+// One opened bank. Gives what it holds as values; the encoded data is read from source().
 class BankReader
 {
 public:

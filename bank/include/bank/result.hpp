@@ -19,7 +19,8 @@ enum class [[nodiscard]] Error{
     Invalid, // an argument out of its range
     Unsupported, // the codec can't take this (channels, rate), or isn't in this library
     Encoder, // an encoder library failed
-    Memory,      Cancelled,
+    Memory, // there is none left
+    Cancelled, // somebody asked to stop
 };
 
 // A T, or why there is none.

@@ -38,6 +38,7 @@ struct StoredSound
     std::shared_ptr<const ByteSource> foreignData = nullptr;
 };
 
+// Hands the stored sounds to the writer.
 class StoredSounds
 {
 public:
@@ -48,6 +49,7 @@ public:
     virtual Result<StoredSound> open(size_t index) = 0;
 };
 
+// See above. Sounds are added in the order of the bank, then it is written, as often as wanted.
 class BankWriter
 {
 public:
@@ -58,8 +60,6 @@ public:
     // character), and need not be unique: the first of equal names is the one that is found. Only what the table needs
     // of sound is kept.
     void add(std::string_view name, const Sound& sound);
-
-    [[nodiscard]] size_t soundCount() const;
 
     // Size of the file that write or writeEncrypted makes, in bytes.
     [[nodiscard]] uint64_t fileBytes() const;
