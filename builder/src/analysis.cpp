@@ -13,12 +13,12 @@ namespace tarnok {
 
 namespace {
 
-constexpr std::array<uint32_t, 13> usualRates = {8000,  11025, 12000, 16000, 22050, 24000, 32000,
-                                                 44100, 48000, 64000, 88200, 96000, 176400};
-constexpr double keptBand = 0.9; // of the Nyquist frequency
-constexpr double audibleRange = 75; // dB below the loudest window
-constexpr double noiseMargin = 3; // dB
-constexpr size_t blockFrames = 4096;
+constexpr std::array<uint32_t, 13> kUsualRates = {8000,  11025, 12000, 16000, 22050, 24000, 32000,
+                                                  44100, 48000, 64000, 88200, 96000, 176400};
+constexpr double kKeptBand = 0.9; // of the Nyquist frequency
+constexpr double kAudibleRange = 75; // dB below the loudest window
+constexpr double kNoiseMargin = 3; // dB
+constexpr size_t kBlockFrames = 4096;
 
 double decibels(double ratio)
 {
@@ -112,7 +112,7 @@ public:
         , mSize(windowSize(facts))
         , mSpectrum(mSize)
     {
-        for (const uint32_t rate : usualRates) {
+        for (const uint32_t rate : kUsualRates) {
             if (rate < facts.sampleRate)
                 mCandidates.push_back({rate, firstBand(rate), 0});
         }
@@ -141,9 +141,9 @@ public:
             return uint32_t(std::lround(mFacts.sampleRate));
         const double ownBand = mFacts.sampleRate / 2;
         for (const Candidate& candidate : mCandidates) {
-            const double noiseShare = 1 - keptBand * candidate.rate / 2 / ownBand;
-            const double noise = roundingNoise(mFacts.sampleFormat) * noiseShare * decibels(noiseMargin);
-            if (candidate.mostAbove <= std::max(noise, mLoudest * decibels(-audibleRange)))
+            const double noiseShare = 1 - kKeptBand * candidate.rate / 2 / ownBand;
+            const double noise = roundingNoise(mFacts.sampleFormat) * noiseShare * decibels(kNoiseMargin);
+            if (candidate.mostAbove <= std::max(noise, mLoudest * decibels(-kAudibleRange)))
                 return candidate.rate;
         }
         return uint32_t(std::lround(mFacts.sampleRate));
@@ -170,7 +170,7 @@ private:
 
     size_t firstBand(uint32_t rate) const
     {
-        return size_t(std::ceil(keptBand * rate / 2 / mFacts.sampleRate * double(mSize)));
+        return size_t(std::ceil(kKeptBand * rate / 2 / mFacts.sampleRate * double(mSize)));
     }
 
     void look(const float* frames)
@@ -211,11 +211,11 @@ Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop
         return status.fault();
 
     float peak = 0;
-    std::vector<float> block(blockFrames * size_t(facts.channels));
+    std::vector<float> block(kBlockFrames * size_t(facts.channels));
     for (uint64_t left = facts.length; left > 0;) {
         if (stop.stop_requested())
             return cancelled();
-        const size_t count = size_t(std::min<uint64_t>(left, blockFrames));
+        const size_t count = size_t(std::min<uint64_t>(left, kBlockFrames));
         if (Status status = source.readFloat(block.data(), count); !status)
             return status.fault();
         for (const float sample : std::span(block.data(), count * size_t(facts.channels)))

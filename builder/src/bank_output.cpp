@@ -14,13 +14,13 @@ namespace tarnok {
 
 namespace {
 
-constexpr size_t bufferBytes = 256 << 10;
+constexpr size_t kBufferBytes = 256 << 10;
 
 // Shorter pieces go through the buffer: asking the kernel for each of thousands of small sounds costs more.
-constexpr uint64_t worthKernelCopy = 64 << 10;
+constexpr uint64_t kWorthKernelCopy = 64 << 10;
 
 // Written behind one another, so many bytes are worth a request to the disk.
-constexpr uint64_t worthFlushing = 4 << 20;
+constexpr uint64_t kWorthFlushing = 4 << 20;
 
 // The file that path names in the end. A link to nothing stays what it is, to be replaced.
 std::string followLink(const std::string& path)
@@ -78,9 +78,9 @@ void AtomicOutput::takePermissions(const struct stat& former)
 
 bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
 {
-    if (mBuffer.size() + bytes.size() > bufferBytes && !flush())
+    if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
         return bank::Error::Io;
-    if (bytes.size() >= bufferBytes)
+    if (bytes.size() >= kBufferBytes)
         return put(bytes) ? bank::Error::None : bank::Error::Io;
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
     return bank::Error::None;
@@ -89,7 +89,7 @@ bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
 bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size)
 {
     const auto* part = dynamic_cast<const FilePart*>(&source);
-    if (!part || size < worthKernelCopy)
+    if (!part || size < kWorthKernelCopy)
         return ByteSink::copyFrom(source, offset, size);
     if (!bank::rangeInside(offset, size, part->size()))
         return bank::Error::Damaged;
@@ -126,11 +126,11 @@ Status AtomicOutput::finish(const std::stop_token& stop)
     if (mMode)
         fchmod(mFile.descriptor(), *mMode);
     // A busy disk may take long. What is left after this is the last piece and the file's own record.
-    constexpr unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    for (uint64_t done = 0; done + worthFlushing < mWritten; done += worthFlushing) {
+    constexpr unsigned kWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    for (uint64_t done = 0; done + kWorthFlushing < mWritten; done += kWorthFlushing) {
         if (stop.stop_requested())
             return cancelled();
-        (void)sync_file_range(mFile.descriptor(), off64_t(done), off64_t(worthFlushing), wait);
+        (void)sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait);
     }
     return mFile.sync(mPath);
 }
@@ -164,7 +164,7 @@ bool AtomicOutput::put(std::span<const uint8_t> bytes)
 void AtomicOutput::advance(uint64_t bytes)
 {
     mWritten += bytes;
-    if (mWritten - mFlushing < worthFlushing)
+    if (mWritten - mFlushing < kWorthFlushing)
         return;
     (void)sync_file_range(mFile.descriptor(), off64_t(mFlushing), off64_t(mWritten - mFlushing), SYNC_FILE_RANGE_WRITE);
     mFlushing = mWritten;

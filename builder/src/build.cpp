@@ -19,7 +19,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr int64_t keepEvery = 1200; // seconds; see Cache::tidy for how long an entry is safe
+constexpr int64_t kKeepEvery = 1200; // seconds; see Cache::tidy for how long an entry is safe
 
 // The folder for temporary files, as everywhere by TMPDIR, and one that isn't memory where /tmp is.
 std::vector<std::string> temporaryFolders()
@@ -399,7 +399,7 @@ void Build::keepUsedEntries()
 {
     const int64_t now = time(nullptr);
     int64_t keptAt = mKeptAt;
-    if (now - keptAt < keepEvery || !mKeptAt.compare_exchange_strong(keptAt, now))
+    if (now - keptAt < kKeepEvery || !mKeptAt.compare_exchange_strong(keptAt, now))
         return;
     for (size_t index = 0; index < mPlaces.size() && !mStop.stop_requested(); ++index) {
         if (mDone[index] && mPlaces[index]->inCache())
@@ -429,7 +429,7 @@ Status Build::verdict() const
 // file was last seen, as ever. Where files go on changing, one after the other, all of them are put aside in the end.
 Status Build::writeBank(Outputs* outputs)
 {
-    constexpr int attemptsInSource = 3;
+    constexpr int kAttemptsInSource = 3;
     for (int attempt = 1;; ++attempt) {
         Stored stored(*this);
         Status status = writeSounds(outputs, stored);
@@ -439,7 +439,7 @@ Status Build::writeBank(Outputs* outputs)
         const bool isElsewhere = outputs->bank->fault().code != TARNOK_OK || status.fault().code == TARNOK_ERR_MEMORY;
         if (!source || isElsewhere || mStop.stop_requested())
             return status;
-        if (Status again = encodeChanged(*source, attempt >= attemptsInSource); !again)
+        if (Status again = encodeChanged(*source, attempt >= kAttemptsInSource); !again)
             return again;
         if (Status again = outputs->bank->restart(); !again)
             return again;

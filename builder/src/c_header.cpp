@@ -9,7 +9,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr std::string_view firstLine =
+constexpr std::string_view kFirstLine =
     "/* Sounds of a bank by index. Generated together with the bank; changes are lost. */";
 
 bool isLetter(char c)
@@ -65,7 +65,7 @@ bool isOurHeader(const std::string& path)
 {
     std::ifstream file(path);
     std::string line;
-    return !file || !std::getline(file, line) || line == firstLine;
+    return !file || !std::getline(file, line) || line == kFirstLine;
 }
 
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)
@@ -73,7 +73,7 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     const std::string prefix = asPrefix(bankName, true);
     const std::string guard = prefix + "_SOUNDS_H";
     const std::string count = prefix + "_COUNT";
-    std::string text = std::string(firstLine) + "\n";
+    std::string text = std::string(kFirstLine) + "\n";
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 

@@ -17,23 +17,23 @@ namespace tarnok {
 
 namespace {
 
-constexpr char entryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '1'};
-constexpr std::string_view temporaryStem = "sound";
-constexpr uint64_t largestRecord = 256 << 20;
-constexpr size_t readBlock = 256 << 10;
-constexpr int64_t inUseFor = 3600; // seconds for which a used entry is safe from removal
-constexpr int64_t touchAfter = 600; // seconds after which another use is noted
-constexpr int64_t tidyEvery = 600; // seconds
-constexpr int64_t renewRecordAfter = 24 * 3600; // seconds after which another use of a record is noted
-constexpr int64_t forgetRecordAfter = 60 * 24 * 3600; // seconds
-constexpr uint64_t recordsShare = 16; // of the limit, this part is for records
-constexpr uint64_t tidyBytes = 256 << 20; // stored by one build, after which it tidies at once
+constexpr char kEntryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '1'};
+constexpr std::string_view kTemporaryStem = "sound";
+constexpr uint64_t kLargestRecord = 256 << 20;
+constexpr size_t kReadBlock = 256 << 10;
+constexpr int64_t kInUseFor = 3600; // seconds for which a used entry is safe from removal
+constexpr int64_t kTouchAfter = 600; // seconds after which another use is noted
+constexpr int64_t kTidyEvery = 600; // seconds
+constexpr int64_t kRenewRecordAfter = 24 * 3600; // seconds after which another use of a record is noted
+constexpr int64_t kForgetRecordAfter = 60 * 24 * 3600; // seconds
+constexpr uint64_t kRecordsShare = 16; // of the limit, this part is for records
+constexpr uint64_t kTidyBytes = 256 << 20; // stored by one build, after which it tidies at once
 
 // Notes that an entry is in use. Entries of somebody else in a folder that is read-only for us can't be marked; they
 // are theirs to remove, too.
 void noteUse(int descriptor, const struct stat& status)
 {
-    if (status.st_mtim.tv_sec + touchAfter < time(nullptr))
+    if (status.st_mtim.tv_sec + kTouchAfter < time(nullptr))
         futimens(descriptor, nullptr);
 }
 
@@ -41,7 +41,7 @@ void noteUse(int descriptor, const struct stat& status)
 bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, const std::stop_token& stop)
 {
     RunningChecksum checksum;
-    std::vector<std::byte> buffer(std::min<uint64_t>(count, readBlock));
+    std::vector<std::byte> buffer(std::min<uint64_t>(count, kReadBlock));
     while (count > 0) {
         const std::span piece(buffer.data(), std::min<uint64_t>(count, buffer.size()));
         if (stop.stop_requested() || readAt(descriptor, piece, offset) != 0)
@@ -72,9 +72,9 @@ void removeFile(const std::string& path)
 // learned; so it isn't worth a long wait for a process that was stopped, or for a file system without locks.
 FileDescriptor lockFolder(const std::string& path, const std::stop_token& stop)
 {
-    constexpr int attempts = 100;
+    constexpr int kAttempts = 100;
     FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (int attempt = 0; folder && attempt < attempts; ++attempt) {
+    for (int attempt = 0; folder && attempt < kAttempts; ++attempt) {
         if (flock(folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK || stop.stop_requested())
             break;
         usleep(2000);
@@ -87,7 +87,7 @@ uint64_t configuredLimit(const std::string& directory)
 {
     std::ifstream file(directory + "/limit");
     uint64_t limit = 0;
-    return file >> limit && limit > 0 ? limit : Cache::sizeLimit;
+    return file >> limit && limit > 0 ? limit : Cache::kSizeLimit;
 }
 
 } // namespace
@@ -98,7 +98,7 @@ EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64
     EntryHeader header{
         {}, key.high, key.low, dataBytes, record.size(), dataChecksum, ContentHasher::checksum(std::as_bytes(record)),
         0};
-    std::memcpy(header.magic, entryMagic, sizeof entryMagic);
+    std::memcpy(header.magic, kEntryMagic, sizeof kEntryMagic);
     header.headerChecksum =
         ContentHasher::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
     return header;
@@ -107,9 +107,9 @@ EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64
 bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
 {
     const auto bytes = std::as_bytes(std::span(this, 1));
-    return std::memcmp(magic, entryMagic, sizeof entryMagic) == 0
+    return std::memcmp(magic, kEntryMagic, sizeof kEntryMagic) == 0
         && ContentHasher::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum
-        && keyHigh == key.high && keyLow == key.low && recordBytes <= largestRecord && dataBytes <= fileBytes
+        && keyHigh == key.high && keyLow == key.low && recordBytes <= kLargestRecord && dataBytes <= fileBytes
         && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
 }
 
@@ -120,7 +120,7 @@ Cache::Cache(std::string directory, bool useEntries)
 {
     mkdir((mDirectory + "/sounds").c_str(), 0777);
     mkdir(temporaryFolder().c_str(), 0777);
-    TemporaryFile::removeAbandoned(temporaryFolder(), temporaryStem);
+    TemporaryFile::removeAbandoned(temporaryFolder(), kTemporaryStem);
     TemporaryFile::removeAbandoned(indexFolder(), "index");
 }
 
@@ -167,11 +167,11 @@ FileDescriptor Cache::reopen(const ContentHash& key, uint64_t* fileBytes) const
 
 Result<TemporaryFile> Cache::newEntry()
 {
-    Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), temporaryStem);
+    Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
     // Somebody may have emptied the folder since.
     if (file || mkdir(temporaryFolder().c_str(), 0777) != 0)
         return file;
-    return TemporaryFile::create(temporaryFolder(), temporaryStem);
+    return TemporaryFile::create(temporaryFolder(), kTemporaryStem);
 }
 
 bool Cache::store(TemporaryFile* file, const ContentHash& key)
@@ -214,7 +214,7 @@ std::optional<RawRecord> Cache::findRecord(const ContentHash& key)
         mRecords = readRecords().value_or(RecordTable());
     std::optional<RawRecord> found = mRecords->find(key);
     const int64_t now = time(nullptr);
-    if (found && found->usedAt < now - renewRecordAfter)
+    if (found && found->usedAt < now - kRenewRecordAfter)
         mNewRecords[key] = {found->dataOffset, now, found->bytes};
     return found;
 }
@@ -240,7 +240,7 @@ void Cache::saveRecords(const std::stop_token& stop)
     const RecordTable table = readRecords().value_or(RecordTable());
     const int64_t now = time(nullptr);
     const std::vector<uint8_t> bytes =
-        table.mergedWith(mNewRecords, now - forgetRecordAfter, now - inUseFor, mLimit / recordsShare);
+        table.mergedWith(mNewRecords, now - kForgetRecordAfter, now - kInUseFor, mLimit / kRecordsShare);
     mNewRecords.clear();
     Result<TemporaryFile> file = newEntry();
     if (!file || writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0) != 0)
@@ -255,7 +255,7 @@ std::optional<RecordTable> Cache::readRecords() const
 {
     FileStamp stamp;
     const Result<FileDescriptor> file = openForReading(recordsPath(), &stamp);
-    if (!file || stamp.size > RecordTable::largestTable)
+    if (!file || stamp.size > RecordTable::kLargestTable)
         return std::nullopt;
     std::vector<uint8_t> bytes(stamp.size);
     if (readAt(file->get(), std::as_writable_bytes(std::span(bytes)), 0) != 0)
@@ -276,7 +276,7 @@ void Cache::tidy(const std::stop_token& stop)
     };
     std::vector<Candidate> candidates;
     uint64_t total = 0;
-    const int64_t newest = int64_t(time(nullptr)) - inUseFor;
+    const int64_t newest = int64_t(time(nullptr)) - kInUseFor;
     std::error_code error;
     for (std::filesystem::recursive_directory_iterator entry(mDirectory + "/sounds", error), end;
          !error && entry != end; entry.increment(error)) {
@@ -324,8 +324,8 @@ bool Cache::dueForTidying()
 
     const std::string markPath = mDirectory + "/tidied";
     struct stat status;
-    const bool recently = stat(markPath.c_str(), &status) == 0 && status.st_mtim.tv_sec + tidyEvery > time(nullptr);
-    if (recently && stored < tidyBytes && mLimit == sizeLimit)
+    const bool recently = stat(markPath.c_str(), &status) == 0 && status.st_mtim.tv_sec + kTidyEvery > time(nullptr);
+    if (recently && stored < kTidyBytes && mLimit == kSizeLimit)
         return false;
     const FileDescriptor mark(open(markPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
     if (mark)

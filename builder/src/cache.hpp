@@ -90,7 +90,7 @@ public:
     void tidy(const std::stop_token& stop);
 
     // Upper size of all entries together, in bytes, unless a file "limit" in the folder tells another.
-    static constexpr uint64_t sizeLimit = uint64_t(4) << 30;
+    static constexpr uint64_t kSizeLimit = uint64_t(4) << 30;
 
 private:
     std::string entryPath(const ContentHash& key) const;

@@ -9,7 +9,7 @@ namespace tarnok {
 namespace {
 
 // Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
-constexpr size_t bufferBytes = 128 << 10;
+constexpr size_t kBufferBytes = 128 << 10;
 
 bool anotherDiskMayHelp(int error)
 {
@@ -33,7 +33,7 @@ StoredPlace StoredPlace::of(const ContentHash& key, uint64_t dataBytes, std::spa
     StoredPlace place;
     place.key = key;
     place.dataBytes = dataBytes;
-    if (record.size() <= longestKeptRecord)
+    if (record.size() <= kLongestKeptRecord)
         place.record.assign(record.begin(), record.end());
     return place;
 }
@@ -65,15 +65,15 @@ EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     , mSpill(spill)
     , mStop(std::move(stop))
 {
-    mBuffer.reserve(bufferBytes);
+    mBuffer.reserve(kBufferBytes);
     mBuffer.resize(sizeof(EntryHeader));
 }
 
 bank::Error EncodedFile::write(std::span<const uint8_t> bytes)
 {
-    if (mBuffer.size() + bytes.size() > bufferBytes && !flush())
+    if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
         return bank::Error::Io;
-    if (bytes.size() >= bufferBytes)
+    if (bytes.size() >= kBufferBytes)
         return put(std::as_bytes(bytes), mWritten) ? bank::Error::None : bank::Error::Io;
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
     return bank::Error::None;

@@ -54,7 +54,7 @@ struct StoredPlace
     std::vector<uint8_t> record; // the serialised form, if it is short
 
     // Longer forms (those with a seek table) are read again when needed, so that memory doesn't grow with the sounds.
-    static constexpr size_t longestKeptRecord = 512;
+    static constexpr size_t kLongestKeptRecord = 512;
 
     bool inCache() const { return !spilled && !inSource; }
 

@@ -23,7 +23,7 @@ static_assert(TARNOK_ENCODER_REACH == kMaximumReach);
 
 namespace {
 
-constexpr size_t maximumSetupBytes = 1 << 20;
+constexpr size_t kMaximumSetupBytes = 1 << 20;
 
 const char* fileName(Codec codec)
 {
@@ -184,7 +184,7 @@ private:
 
     TARNOK_RESULT setup(const void* bytes, uint32_t count)
     {
-        if (!bytes || count > maximumSetupBytes || !mEncoded->setup.empty())
+        if (!bytes || count > kMaximumSetupBytes || !mEncoded->setup.empty())
             return answer(Error::Encoder);
         const auto* first = static_cast<const uint8_t*>(bytes);
         mEncoded->setup.assign(first, first + count);

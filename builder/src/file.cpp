@@ -18,9 +18,9 @@ namespace tarnok {
 
 namespace {
 
-constexpr std::string_view temporarySuffix = ".tmp";
-constexpr uint64_t copyPiece = 8 << 20;
-constexpr size_t longestStem = 200; // of the 255 bytes of a file name; the rest is for pid, counter and suffix
+constexpr std::string_view kTemporarySuffix = ".tmp";
+constexpr uint64_t kCopyPiece = 8 << 20;
+constexpr size_t kLongestStem = 200; // of the 255 bytes of a file name; the rest is for pid, counter and suffix
 
 int64_t nanoseconds(const timespec& time)
 {
@@ -35,17 +35,17 @@ FileStamp stampFrom(const struct stat& status)
 
 std::string temporaryPrefix(std::string_view stem)
 {
-    return "." + std::string(stem.substr(0, longestStem)) + ".";
+    return "." + std::string(stem.substr(0, kLongestStem)) + ".";
 }
 
 // Whether name is prefix, two groups of digits with a dot between, and the suffix.
 bool isTemporaryName(std::string_view name, std::string_view prefix)
 {
-    if (!name.starts_with(prefix) || !name.ends_with(temporarySuffix)
-        || name.size() <= prefix.size() + temporarySuffix.size())
+    if (!name.starts_with(prefix) || !name.ends_with(kTemporarySuffix)
+        || name.size() <= prefix.size() + kTemporarySuffix.size())
         return false;
     name.remove_prefix(prefix.size());
-    name.remove_suffix(temporarySuffix.size());
+    name.remove_suffix(kTemporarySuffix.size());
     return name.find_first_not_of("0123456789.") == std::string_view::npos
         && std::count(name.begin(), name.end(), '.') == 1;
 }
@@ -229,7 +229,7 @@ int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffs
     while (length > 0) {
         if (!goOn())
             return ECANCELED;
-        const uint64_t piece = std::min(length, copyPiece);
+        const uint64_t piece = std::min(length, kCopyPiece);
         uint64_t copied = piece;
         if (byKernel) {
             auto from = loff_t(sourceOffset);
@@ -291,7 +291,7 @@ Result<TemporaryFile> TemporaryFile::create(const std::string& folder, std::stri
     for (;;) {
         TemporaryFile file;
         file.mPath = folder + "/" + temporaryPrefix(stem) + std::to_string(getpid()) + "."
-            + std::to_string(counter.fetch_add(1)) + std::string(temporarySuffix);
+            + std::to_string(counter.fetch_add(1)) + std::string(kTemporarySuffix);
         file.mDescriptor = FileDescriptor(open(file.mPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
         if (!file.mDescriptor) {
             const int error = errno;

@@ -170,8 +170,8 @@ std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>
 
 std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
 {
-    constexpr uint64_t mostSamples = 64 << 10; // half a megabyte in both forms
-    if (source->facts().length > mostSamples / uint64_t(source->facts().channels))
+    constexpr uint64_t kMostSamples = 64 << 10; // half a megabyte in both forms
+    if (source->facts().length > kMostSamples / uint64_t(source->facts().channels))
         return source;
     return std::make_unique<HeldSound>(std::move(source));
 }

@@ -49,7 +49,7 @@ Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, 
 {
     std::unique_ptr<FrameSpool> spool(new FrameSpool(facts));
     const uint64_t frameBytes = uint64_t(facts.channels) * sizeof(float);
-    if (facts.length <= memoryLimit / frameBytes) {
+    if (facts.length <= kMemoryLimit / frameBytes) {
         spool->mMemory.resize(size_t(facts.length) * size_t(facts.channels));
         return spool;
     }

@@ -31,7 +31,7 @@ public:
     Status readSamples(void* frames, size_t count) override;
 
     // Longest sound that stays in memory, in bytes.
-    static constexpr uint64_t memoryLimit = 4 << 20;
+    static constexpr uint64_t kMemoryLimit = 4 << 20;
 
 private:
     explicit FrameSpool(const FrameFacts& facts)

@@ -15,7 +15,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr unsigned mostThreads = 256;
+constexpr unsigned kMostThreads = 256;
 
 // From Tarnok_Init to Tarnok_Release, and on until the build that was running then has ended: a build keeps the session
 // that it began with, so a new one may begin while a cancelled build is still on its way out.
@@ -116,7 +116,7 @@ TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigne
         if (version != TARNOK_TNBVERSION_CURRENT || !cacheDirectory || !*cacheDirectory)
             return TARNOK_ERR_INVALID_PARAM;
         auto session = std::make_shared<Session>();
-        session->settings = {flags, std::clamp(threadCount, 1u, mostThreads), cacheDirectory};
+        session->settings = {flags, std::clamp(threadCount, 1u, kMostThreads), cacheDirectory};
         state.session = std::move(session);
         return TARNOK_OK;
     });

@@ -164,10 +164,10 @@ private:
 
 int opusBitsPerChannel(int quality, uint32_t sampleRate)
 {
-    constexpr std::array<std::pair<uint32_t, double>, 5> shares = {
+    constexpr std::array<std::pair<uint32_t, double>, 5> kShares = {
         {{8'000, 0.4}, {12'000, 0.5}, {16'000, 0.6}, {24'000, 0.75}, {48'000, 1.0}}};
     double share = 1;
-    for (const auto& [rate, part] : shares) {
+    for (const auto& [rate, part] : kShares) {
         if (rate == sampleRate)
             share = part;
     }

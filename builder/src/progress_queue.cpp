@@ -13,14 +13,14 @@ namespace {
 using namespace std::chrono_literals;
 
 // A portion ends when it has taken that long, unless it is small: a watcher that fetches now and then isn't busy.
-constexpr auto portionTime = 5ms;
-constexpr size_t smallPortion = 64;
+constexpr auto kPortionTime = 5ms;
+constexpr size_t kSmallPortion = 64;
 
 // At the end of a build: what a watcher takes in without delay, how often watchers look at least, and the most that a
 // build waits for one.
-constexpr size_t remainder = 500;
-constexpr auto pollInterval = 50ms;
-constexpr auto longestWait = 500ms;
+constexpr size_t kRemainder = 500;
+constexpr auto kPollInterval = 50ms;
+constexpr auto kLongestWait = 500ms;
 
 } // namespace
 
@@ -54,7 +54,7 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
 
 bool ProgressQueue::hasItsPortion()
 {
-    return mInPortions && mPortion >= smallPortion && mLastFetch - mPortionBegan >= portionTime;
+    return mInPortions && mPortion >= kSmallPortion && mLastFetch - mPortionBegan >= kPortionTime;
 }
 
 bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
@@ -74,7 +74,7 @@ void ProgressQueue::beginBuild()
 
 void ProgressQueue::endBuild(const std::stop_token& stop)
 {
-    const auto deadline = Clock::now() + longestWait;
+    const auto deadline = Clock::now() + kLongestWait;
     while (!stop.stop_requested() && Clock::now() < deadline && !isCaughtUp())
         std::this_thread::sleep_for(1ms);
     const std::lock_guard lock(mMutex);
@@ -84,7 +84,7 @@ void ProgressQueue::endBuild(const std::stop_token& stop)
 bool ProgressQueue::isCaughtUp()
 {
     const std::scoped_lock lock(mMutex, mPostedMutex);
-    return mWaiting.size() + mPosted.size() <= remainder || Clock::now() - mLastFetch > pollInterval;
+    return mWaiting.size() + mPosted.size() <= kRemainder || Clock::now() - mLastFetch > kPollInterval;
 }
 
 // The failed record's text has no size of its own in the public header, so item and record share one allocation that is

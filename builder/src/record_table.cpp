@@ -9,7 +9,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr char magic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '1'};
+constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '1'};
 
 // Little-endian. The records follow each other without a gap, by their keys: a head, then its bytes.
 struct TableHeader
@@ -49,11 +49,11 @@ void leaveOut(std::vector<Candidate>* records, int64_t oldest, int64_t recently,
     std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
         return left.head.usedAt > right.head.usedAt;
     });
-    constexpr uint64_t most = RecordTable::largestTable;
+    constexpr uint64_t kMost = RecordTable::kLargestTable;
     uint64_t size = sizeof(TableHeader);
     auto end = records->begin();
     for (const Candidate& record : *records) {
-        const bool fits = size + record.size() <= (record.head.usedAt > recently ? most : std::min(limit, most));
+        const bool fits = size + record.size() <= (record.head.usedAt > recently ? kMost : std::min(limit, kMost));
         if (record.head.usedAt < oldest || !fits)
             continue;
         size += record.size();
@@ -77,7 +77,7 @@ std::vector<uint8_t> fileOf(std::vector<Candidate> records)
         file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
     }
     TableHeader header{{}, ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
-    std::memcpy(header.magic, magic, sizeof magic);
+    std::memcpy(header.magic, kMagic, sizeof kMagic);
     std::memcpy(file.data(), &header, sizeof header);
     return file;
 }
@@ -89,7 +89,7 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
     if (file.size() < sizeof(TableHeader))
         return std::nullopt;
     const auto header = bank::loadLittle<TableHeader>(file.data());
-    if (std::memcmp(header.magic, magic, sizeof magic) != 0
+    if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0
         || ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header))) != header.checksum)
         return std::nullopt;
 

@@ -40,7 +40,7 @@ public:
     std::vector<uint8_t> mergedWith(const NewRecords& newer, int64_t oldest, int64_t recently, uint64_t limit) const;
 
     // Bytes in a file. A hundred thousand usual sounds.
-    static constexpr uint64_t largestTable = 20 << 20;
+    static constexpr uint64_t kLargestTable = 20 << 20;
 
 private:
     struct Place

@@ -12,10 +12,10 @@ namespace tarnok {
 
 namespace {
 
-constexpr size_t blockFrames = 4096;
+constexpr size_t kBlockFrames = 4096;
 
 // More than half the length of soxr's filter at this quality, in frames of whichever rate is lower.
-constexpr double filterReach = 2048;
+constexpr double kFilterReach = 2048;
 
 using Soxr = std::unique_ptr<soxr, void (*)(soxr_t)>;
 
@@ -32,7 +32,7 @@ Result<Soxr> startSoxr(double input, double output, int channels)
 }
 
 // A cent: the largest change of pitch that an inner loop may cost the sound around it.
-constexpr double mostDetuning = 5.7e-4;
+constexpr double kMostDetuning = 5.7e-4;
 
 uint64_t wholeLength(double exactly)
 {
@@ -45,7 +45,7 @@ uint64_t roundsInTune(double loopLength)
 {
     uint64_t rounds = 1;
     while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
-           > mostDetuning)
+           > kMostDetuning)
         ++rounds;
     return rounds;
 }
@@ -110,9 +110,9 @@ public:
         , mStop(std::move(stop))
     {
         const double lower = std::max(1.0, plan.mInput / plan.mOutput);
-        mReach = uint64_t(std::ceil(filterReach * lower));
+        mReach = uint64_t(std::ceil(kFilterReach * lower));
         mOutputReach = uint64_t(std::ceil(double(mReach) * plan.mOutput / plan.mInput));
-        mInputBlock.resize(blockFrames * size_t(source.facts().channels));
+        mInputBlock.resize(kBlockFrames * size_t(source.facts().channels));
         mOutputBlock.resize(mInputBlock.size());
     }
 
@@ -191,14 +191,14 @@ private:
             if (waiting == 0) {
                 if (Status status = fetch(outside, from); !status)
                     return status;
-                from += int64_t(blockFrames);
-                waiting = blockFrames;
+                from += int64_t(kBlockFrames);
+                waiting = kBlockFrames;
                 taken = 0;
             }
             size_t used = 0;
             size_t made = 0;
             const soxr_error_t error = soxr_process(resampler->get(), &mInputBlock[taken * channels], waiting, &used,
-                                                    mOutputBlock.data(), blockFrames, &made);
+                                                    mOutputBlock.data(), kBlockFrames, &made);
             if (error)
                 return Fault{TARNOK_ERR_ENCODER, std::string("the resampler fails: ") + error};
             waiting -= used;
@@ -235,7 +235,7 @@ private:
     {
         const auto channels = size_t(mSource.facts().channels);
         float* target = mInputBlock.data();
-        size_t left = blockFrames;
+        size_t left = kBlockFrames;
         while (left > 0) {
             const auto [frame, run] = locate(outside, from, left);
             if (frame) {

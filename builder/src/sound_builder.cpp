@@ -30,8 +30,8 @@ Result<StoredPlace> SoundBuilder::build(const BankOrder& order, const TARNOK_SUB
                                         const Report& report)
 {
     Job job{SoundSettings::of(order, subsound), pathsOf(subsound), again, report, {}, {}};
-    constexpr int attempts = 3;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (Status status = identify(&job); !status)
             return status.fault();
         if (std::optional<StoredPlace> place = find(job))
@@ -82,7 +82,7 @@ std::optional<StoredPlace> SoundBuilder::findInSource(const Job& job)
         return std::nullopt;
     const FileStamp& stamp = job.identities.front().stamp;
     const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > StoredPlace::longestKeptRecord
+    if (!sound || known->bytes.size() > StoredPlace::kLongestKeptRecord
         || !bank::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
     StoredPlace place = StoredPlace::of(job.key, sound->dataBytes, known->bytes);
@@ -170,7 +170,7 @@ Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& prepa
     if (error != bank::Error::None)
         return false;
     preparation.complete(sound);
-    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::longestKeptRecord;
+    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::kLongestKeptRecord;
 }
 
 StoredPlace SoundBuilder::keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound)

@@ -98,9 +98,9 @@ namespace {
 // well inside.
 Status checkRatio(std::string_view name, double fromRate, double toRate)
 {
-    constexpr double mostUp = 64;
-    constexpr double mostDown = 1024;
-    if (toRate <= fromRate * mostUp && fromRate <= toRate * mostDown)
+    constexpr double kMostUp = 64;
+    constexpr double kMostDown = 1024;
+    if (toRate <= fromRate * kMostUp && fromRate <= toRate * kMostDown)
         return {};
     char text[160];
     std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",

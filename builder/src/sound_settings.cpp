@@ -11,7 +11,7 @@ namespace {
 
 // To be raised whenever the same source and settings come out differently because of the code between the source and
 // the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
-constexpr uint64_t pipelineRevision = 4;
+constexpr uint64_t kPipelineRevision = 4;
 
 } // namespace
 
@@ -42,7 +42,7 @@ bool SoundSettings::isRate(float desiredSampleRate)
 ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
 {
     ContentHasher hasher;
-    hasher.addNumber(pipelineRevision);
+    hasher.addNumber(kPipelineRevision);
     hasher.addText(soxr_version());
     hasher.addNumber(uint64_t(codec));
     hasher.addText(module ? module->version() : encoderVersion(codec));

@@ -10,11 +10,11 @@ namespace tarnok {
 
 namespace {
 
-constexpr unsigned openMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
+constexpr unsigned kOpenMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
 
 // Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
 // where nobody means them: 48 dB above full scale. What is no number becomes 0.
-constexpr float largestSample = 256;
+constexpr float kLargestSample = 256;
 
 // What kind of file it is instead of a sound, or null.
 const char* refusal(KESS_SOUND_TYPE type)
@@ -55,7 +55,7 @@ Result<KessSystem> startEngine()
 Result<std::unique_ptr<SourceFile>> SourceFile::open(KESS::System& engine, const std::string& path)
 {
     KESS::Sound* sound = nullptr;
-    const KESS_RESULT result = engine.createSound(path.c_str(), openMode, nullptr, &sound);
+    const KESS_RESULT result = engine.createSound(path.c_str(), kOpenMode, nullptr, &sound);
     std::unique_ptr<SourceFile> file(new SourceFile(path, sound));
     if (result != KESS_OK)
         return file->faultOf(result);
@@ -94,7 +94,7 @@ Status SourceFile::readFloat(float* frames, size_t count)
     }
     if (mFacts.sampleFormat == bank::SampleFormat::Float)
         std::transform(first, frames, first, [](float sample) {
-            return std::isnan(sample) ? 0.0f : std::clamp(sample, -largestSample, largestSample);
+            return std::isnan(sample) ? 0.0f : std::clamp(sample, -kLargestSample, kLargestSample);
         });
     return {};
 }

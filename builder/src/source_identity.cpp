@@ -9,7 +9,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr size_t readBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
+constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
 
 int64_t nanosecondsNow()
 {
@@ -23,7 +23,7 @@ Result<ContentHash> hashFile(int descriptor, const std::string& path, const std:
 {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     ContentHasher hasher;
-    std::vector<std::byte> buffer(readBlock);
+    std::vector<std::byte> buffer(kReadBlock);
     for (;;) {
         if (stop.stop_requested())
             return cancelled();
@@ -40,8 +40,8 @@ Result<ContentHash> hashFile(int descriptor, const std::string& path, const std:
 
 Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop, bool anew)
 {
-    constexpr int attempts = 3;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const int64_t startedAt = nanosecondsNow();
         SourceIdentity identity;
         const Result<FileDescriptor> file = openForReading(path, &identity.stamp);

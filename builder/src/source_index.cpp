@@ -14,13 +14,13 @@ namespace tarnok {
 
 namespace {
 
-constexpr char magic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '1'};
-constexpr std::string_view segmentSuffix = ".index";
-constexpr size_t mostRecords = 200'000; // 8 MB
-constexpr size_t mostSegments = 8;
-constexpr int64_t renewAfter = 24 * 3600;
-constexpr int64_t forgetAfter = 60 * 24 * 3600;
-constexpr int64_t coarsestClock = 2'100'000'000; // nanoseconds
+constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '1'};
+constexpr std::string_view kSegmentSuffix = ".index";
+constexpr size_t kMostRecords = 200'000; // 8 MB
+constexpr size_t kMostSegments = 8;
+constexpr int64_t kRenewAfter = 24 * 3600;
+constexpr int64_t kForgetAfter = 60 * 24 * 3600;
+constexpr int64_t kCoarsestClock = 2'100'000'000; // nanoseconds
 
 int64_t now()
 {
@@ -55,7 +55,7 @@ SourceIndex::SourceIndex(std::string folder)
     for (std::filesystem::directory_iterator entry(mFolder, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string path = entry->path().string();
-        if (!path.ends_with(segmentSuffix))
+        if (!path.ends_with(kSegmentSuffix))
             continue;
         if (readSegment(path, &mKnown))
             mSegments.push_back(path);
@@ -76,7 +76,7 @@ std::optional<ContentHash> SourceIndex::find(std::string_view path, const FileSt
     const auto found = std::lower_bound(mKnown.begin(), mKnown.end(), wanted);
     if (found == mKnown.end() || found->source != wanted.source)
         return std::nullopt;
-    if (found->usedAt + renewAfter < now()) {
+    if (found->usedAt + kRenewAfter < now()) {
         const std::lock_guard lock(mMutex);
         mLearned.push_back({found->source, found->content, now()});
     }
@@ -89,7 +89,7 @@ void SourceIndex::remember(std::string_view path, const FileStamp& stamp, const 
         return;
     const Record record{sourceHash(path, stamp), hash, now()};
     const std::lock_guard lock(mMutex);
-    if (mLearned.size() < mostRecords)
+    if (mLearned.size() < kMostRecords)
         mLearned.push_back(record);
 }
 
@@ -98,7 +98,7 @@ void SourceIndex::save()
     const std::lock_guard lock(mMutex);
     if (mFolder.empty() || mLearned.empty())
         return;
-    if (mSegments.size() >= mostSegments)
+    if (mSegments.size() >= kMostSegments)
         merge();
     else
         writeSegment(mLearned);
@@ -107,7 +107,7 @@ void SourceIndex::save()
 
 bool SourceIndex::isSettled(const FileStamp& stamp, int64_t at)
 {
-    return std::max(stamp.modified, stamp.changed) < at - coarsestClock;
+    return std::max(stamp.modified, stamp.changed) < at - kCoarsestClock;
 }
 
 // A segment that can't be used is removed; what can't even be read is left to its owner.
@@ -120,9 +120,9 @@ bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* reco
 
     SegmentHeader header;
     bool sound = readAt(file->get(), std::as_writable_bytes(std::span(&header, 1)), 0) == 0
-        && std::memcmp(header.magic, magic, sizeof magic) == 0 && header.count <= 2 * mostRecords
+        && std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 && header.count <= 2 * kMostRecords
         && stamp.size == sizeof header + header.count * sizeof(Record);
-    if (sound && records->size() + header.count > 2 * mostRecords)
+    if (sound && records->size() + header.count > 2 * kMostRecords)
         return true; // more than anybody keeps: the next merge drops it
     if (sound) {
         std::vector<Record> read(header.count);
@@ -146,7 +146,7 @@ bool SourceIndex::writeSegment(const std::vector<Record>& records) const
 
     const auto bytes = std::as_bytes(std::span(records));
     SegmentHeader header{{}, records.size(), ContentHasher::checksum(bytes)};
-    std::memcpy(header.magic, magic, sizeof magic);
+    std::memcpy(header.magic, kMagic, sizeof kMagic);
     if (writeAt(file->descriptor(), std::as_bytes(std::span(&header, 1)), 0) != 0
         || writeAt(file->descriptor(), bytes, sizeof header) != 0)
         return false;
@@ -154,19 +154,19 @@ bool SourceIndex::writeSegment(const std::vector<Record>& records) const
     ContentHasher name;
     name.add(bytes);
     name.addNumber(uint64_t(getpid()));
-    return file->commit(mFolder + "/" + name.digest().hex() + std::string(segmentSuffix)) == 0;
+    return file->commit(mFolder + "/" + name.digest().hex() + std::string(kSegmentSuffix)) == 0;
 }
 
 void SourceIndex::merge()
 {
     std::vector<Record> all = mLearned;
-    const int64_t oldest = now() - forgetAfter;
+    const int64_t oldest = now() - kForgetAfter;
     std::copy_if(mKnown.begin(), mKnown.end(), std::back_inserter(all),
                  [oldest](const Record& record) { return record.usedAt > oldest; });
-    if (all.size() > mostRecords) {
-        std::nth_element(all.begin(), all.begin() + mostRecords, all.end(),
+    if (all.size() > kMostRecords) {
+        std::nth_element(all.begin(), all.begin() + kMostRecords, all.end(),
                          [](const Record& left, const Record& right) { return left.usedAt > right.usedAt; });
-        all.resize(mostRecords);
+        all.resize(kMostRecords);
     }
     if (!writeSegment(all))
         return;
