@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <stop_token>
-#include <vector>
 
 namespace tarnok {
 

@@ -7,7 +7,6 @@
 #include "worker_pool.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -290,7 +289,7 @@ Result<StoredPlace> Build::tryToBuild(const Task& task)
     try {
         return mBuilders[task.worker].build(mOrder, mRequest.subsounds[task.index], task.again, tell);
     } catch (const std::bad_alloc&) {
-        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+        return outOfMemory();
     } catch (const std::exception& exception) {
         return Fault{TARNOK_ERR_ENCODER, exception.what()};
     }
@@ -327,7 +326,7 @@ Status Build::encodeLost(size_t first)
     if (fault)
         return *fault;
     if (!mPlaces[first]->spilled)
-        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+        return outOfMemory();
     return {};
 }
 
@@ -355,7 +354,7 @@ Status Build::encodeChanged(size_t found, bool all)
     if (mStop.stop_requested())
         return cancelled();
     if (mPlaces[found] && mPlaces[found]->inSource)
-        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+        return outOfMemory();
     // The same content with another checksum: it isn't the file that was wrong.
     if (mPlaces[found] && mPlaces[found]->key == expected)
         mCache.forgetRecord(expected);
@@ -414,7 +413,7 @@ Status Build::verdict() const
     const auto placed =
         size_t(std::count_if(mPlaces.begin(), mPlaces.end(), [](const auto& place) { return bool(place); }));
     if (placed + mFailedCount < mPlaces.size())
-        return Fault{TARNOK_ERR_MEMORY, "out of memory"};
+        return outOfMemory();
     if (mFailedCount == 0)
         return {};
     if (!has(TARNOK_INIT_IGNORE_ERRORS))

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <fstream>
 #include <unordered_set>
-#include <vector>
 
 namespace tarnok {
 

@@ -1,5 +1,7 @@
 #include "cache.hpp"
 
+#include "bank/checksum.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -40,11 +42,11 @@ void noteUse(int descriptor, const struct stat& status)
 // Reads count bytes and answers whether their checksum is the expected one.
 bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, const std::stop_token& stop)
 {
-    RunningChecksum checksum;
-    std::vector<std::byte> buffer(std::min<uint64_t>(count, kReadBlock));
+    bank::RunningChecksum checksum;
+    std::vector<uint8_t> buffer(std::min<uint64_t>(count, kReadBlock));
     while (count > 0) {
         const std::span piece(buffer.data(), std::min<uint64_t>(count, buffer.size()));
-        if (stop.stop_requested() || readAt(descriptor, piece, offset) != 0)
+        if (stop.stop_requested() || readAt(descriptor, std::as_writable_bytes(piece), offset) != 0)
             return false;
         checksum.add(piece);
         offset += piece.size();

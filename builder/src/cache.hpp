@@ -53,7 +53,6 @@ public:
     // directory exists. With useEntries off nothing is found, though everything is stored.
     Cache(std::string directory, bool useEntries);
 
-    const std::string& directory() const { return mDirectory; }
     std::string indexFolder() const { return mDirectory + "/index"; }
 
     // The entry of that key after all of it was read and compared with its checksums. A damaged one isn't

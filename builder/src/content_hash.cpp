@@ -10,18 +10,6 @@ namespace tarnok {
 
 static_assert(std::endian::native == std::endian::little, "fields are hashed as they lie in memory");
 
-namespace {
-
-XXH3_state_t* newState()
-{
-    XXH3_state_t* state = XXH3_createState();
-    if (!state)
-        throw std::bad_alloc();
-    return state;
-}
-
-} // namespace
-
 std::string ContentHash::hex() const
 {
     char digits[33];
@@ -31,8 +19,10 @@ std::string ContentHash::hex() const
 }
 
 ContentHasher::ContentHasher()
-    : mState(newState())
+    : mState(XXH3_createState())
 {
+    if (!mState)
+        throw std::bad_alloc();
     XXH3_128bits_reset(mState.get());
 }
 
@@ -66,29 +56,6 @@ uint64_t ContentHasher::checksum(std::span<const std::byte> bytes)
 }
 
 void ContentHasher::Free::operator()(XXH3_state_s* state) const
-{
-    XXH3_freeState(state);
-}
-
-RunningChecksum::RunningChecksum()
-    : mState(newState())
-{
-    XXH3_64bits_reset(mState.get());
-}
-
-RunningChecksum::~RunningChecksum() = default;
-
-void RunningChecksum::add(std::span<const std::byte> bytes)
-{
-    XXH3_64bits_update(mState.get(), bytes.data(), bytes.size());
-}
-
-uint64_t RunningChecksum::value() const
-{
-    return XXH3_64bits_digest(mState.get());
-}
-
-void RunningChecksum::Free::operator()(XXH3_state_s* state) const
 {
     XXH3_freeState(state);
 }

@@ -23,6 +23,7 @@ struct ContentHash
     std::string hex() const; // 32 digits
 };
 
+// Makes the hash of what is added, piece by piece.
 class ContentHasher
 {
 public:
@@ -39,24 +40,6 @@ public:
 
     // The shorter form, as a checksum.
     static uint64_t checksum(std::span<const std::byte> bytes);
-
-private:
-    struct Free
-    {
-        void operator()(XXH3_state_s* state) const;
-    };
-    std::unique_ptr<XXH3_state_s, Free> mState;
-};
-
-// A running 64-bit checksum.
-class RunningChecksum
-{
-public:
-    RunningChecksum();
-    ~RunningChecksum();
-
-    void add(std::span<const std::byte> bytes);
-    uint64_t value() const;
 
 private:
     struct Free

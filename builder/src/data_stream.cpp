@@ -1,5 +1,7 @@
 #include "data_stream.hpp"
 
+#include <cassert>
+
 namespace tarnok {
 
 using bank::Error;

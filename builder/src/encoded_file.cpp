@@ -16,6 +16,11 @@ bool anotherDiskMayHelp(int error)
     return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG || error == ESTALE;
 }
 
+Fault keepingFault(int error)
+{
+    return fileFault("keeping an encoded sound for", "the bank", error);
+}
+
 } // namespace
 
 bank::Error FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
@@ -124,7 +129,7 @@ bool EncodedFile::put(std::span<const std::byte> bytes, uint64_t position)
         if (error == 0)
             break;
         if (!anotherDiskMayHelp(error)) {
-            mFault = fileFault("keeping an encoded sound for", "the bank", error);
+            mFault = keepingFault(error);
             return false;
         }
         if (!moveToSpill(error))
@@ -140,7 +145,7 @@ bool EncodedFile::moveToSpill(int error)
     for (;;) {
         const Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();
         if (!next) {
-            mFault = error == EROFS ? next.fault() : fileFault("keeping an encoded sound for", "the bank", error);
+            mFault = error == EROFS ? next.fault() : keepingFault(error);
             return false;
         }
         currentIsFull = true;
@@ -153,7 +158,7 @@ bool EncodedFile::moveToSpill(int error)
             return true;
         }
         if (!anotherDiskMayHelp(error)) {
-            mFault = error == ECANCELED ? cancelled() : fileFault("keeping an encoded sound for", "the bank", error);
+            mFault = error == ECANCELED ? cancelled() : keepingFault(error);
             return false;
         }
     }

@@ -3,6 +3,9 @@
 
 #include "encoder.hpp"
 
+#include <memory>
+#include <vector>
+
 namespace tarnok {
 
 class PcmEncoder final : public Encoder

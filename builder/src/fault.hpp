@@ -4,7 +4,6 @@
 #include "bank/result.hpp"
 #include "tarnok.h"
 
-#include <cassert>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +28,11 @@ inline Fault cancelled()
 inline Fault invalid(std::string text)
 {
     return {TARNOK_ERR_INVALID_PARAM, std::move(text)};
+}
+
+inline Fault outOfMemory()
+{
+    return {TARNOK_ERR_MEMORY, "out of memory"};
 }
 
 // What an error of an encoder or of the container means to the person who builds `what`, a sound or a bank.

@@ -93,7 +93,6 @@ public:
 
     explicit operator bool() const { return bool(mDescriptor); }
     int descriptor() const { return mDescriptor.get(); }
-    const std::string& path() const { return mPath; }
 
     // Waits until the content is on the disk.
     Status sync(std::string_view targetPath);

@@ -15,7 +15,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <stop_token>
 #include <string>
 #include <vector>

@@ -7,6 +7,12 @@
 
 namespace tarnok {
 
+// The formats of the interface are the codecs of the container.
+static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma) == TARNOK_FORMAT_XMA
+              && int(bank::Codec::At9) == TARNOK_FORMAT_AT9 && int(bank::Codec::Vorbis) == TARNOK_FORMAT_VORBIS
+              && int(bank::Codec::Kadpcm) == TARNOK_FORMAT_KADPCM && int(bank::Codec::Opus) == TARNOK_FORMAT_OPUS
+              && bank::kCodecCount == TARNOK_FORMAT_OPUS + 1);
+
 namespace {
 
 // To be raised whenever the same source and settings come out differently because of the code between the source and

@@ -9,7 +9,6 @@
 
 #include <memory>
 #include <span>
-#include <string>
 
 namespace tarnok {
 

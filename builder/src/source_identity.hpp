@@ -19,6 +19,7 @@ struct SourceIdentity
     bool settled = false; // every later content will have another stamp
 };
 
+// Finds out about contents for all the workers of a build.
 class SourceIdentifier
 {
 public:

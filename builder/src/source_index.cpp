@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <tuple>
-
 #include <ctime>
+#include <filesystem>
+#include <iterator>
+#include <tuple>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,8 +18,8 @@ constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '1'};
 constexpr std::string_view kSegmentSuffix = ".index";
 constexpr size_t kMostRecords = 200'000; // 8 MB
 constexpr size_t kMostSegments = 8;
-constexpr int64_t kRenewAfter = 24 * 3600;
-constexpr int64_t kForgetAfter = 60 * 24 * 3600;
+constexpr int64_t kRenewAfter = 24 * 3600; // seconds after which another use of a record is noted
+constexpr int64_t kForgetAfter = 60 * 24 * 3600; // seconds
 constexpr int64_t kCoarsestClock = 2'100'000'000; // nanoseconds
 
 int64_t now()
@@ -49,8 +49,6 @@ struct SourceIndex::SegmentHeader
 SourceIndex::SourceIndex(std::string folder)
     : mFolder(std::move(folder))
 {
-    if (mFolder.empty())
-        return;
     std::error_code error;
     for (std::filesystem::directory_iterator entry(mFolder, error), end; !error && entry != end;
          entry.increment(error)) {
@@ -85,8 +83,6 @@ std::optional<ContentHash> SourceIndex::find(std::string_view path, const FileSt
 
 void SourceIndex::remember(std::string_view path, const FileStamp& stamp, const ContentHash& hash)
 {
-    if (mFolder.empty())
-        return;
     const Record record{sourceHash(path, stamp), hash, now()};
     const std::lock_guard lock(mMutex);
     if (mLearned.size() < kMostRecords)
@@ -96,7 +92,7 @@ void SourceIndex::remember(std::string_view path, const FileStamp& stamp, const 
 void SourceIndex::save()
 {
     const std::lock_guard lock(mMutex);
-    if (mFolder.empty() || mLearned.empty())
+    if (mLearned.empty())
         return;
     if (mSegments.size() >= kMostSegments)
         merge();

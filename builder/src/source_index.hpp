@@ -21,7 +21,7 @@ namespace tarnok {
 class SourceIndex
 {
 public:
-    // Reads the segments in folder. A damaged one is removed. With an empty path the index knows and keeps nothing.
+    // Reads the segments in folder, which is made when there is something to keep. A damaged one is removed.
     explicit SourceIndex(std::string folder);
 
     // The hash of the file at path, if it still has this stamp.
