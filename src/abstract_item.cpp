@@ -9,18 +9,6 @@ namespace TARNOK {
 
 namespace {
 
-enum Column
-{
-    NAME,
-    SAMPLE_RATE,
-    FORMAT,
-    TYPE,
-    SIZE,
-    LOCATION,
-    LENGTH,
-    CHANNELS
-};
-
 // A cell of a number, empty for 0.
 template <typename Number>
 QVariant cell(Number number)
@@ -40,21 +28,21 @@ AbstractItem::AbstractItem(AbstractItem* parent, RTTI_TYPE type)
 QVariant AbstractItem::data(int column) const
 {
     switch (column) {
-    case NAME:
+    case COLUMN_NAME:
         return fileName();
-    case SAMPLE_RATE:
+    case COLUMN_SAMPLE_RATE:
         return cell(sampleRate());
-    case FORMAT:
+    case COLUMN_FORMAT:
         return format() == KESS_SOUND_FORMAT_NONE ? QVariant(EMPTY) : QVariant(QString(fileFormatToString(format())));
-    case TYPE:
+    case COLUMN_TYPE:
         return fileType();
-    case SIZE:
+    case COLUMN_SIZE:
         return cell(fileSizeCurrent());
-    case LOCATION:
+    case COLUMN_LOCATION:
         return fileLocation();
-    case LENGTH:
+    case COLUMN_LENGTH:
         return cell(length_ms());
-    case CHANNELS:
+    case COLUMN_CHANNELS:
         return cell(channelCount());
     default:
         Q_ASSERT(!"column out of range");

@@ -50,6 +50,20 @@ enum RTTI_TYPE : quint32
     RTTI_WORKSPACE = 3,
 };
 
+// What a tree shows of a row, in this order.
+enum Column
+{
+    COLUMN_NAME,
+    COLUMN_SAMPLE_RATE, // hertz
+    COLUMN_FORMAT, // of a sample
+    COLUMN_TYPE, // of the file
+    COLUMN_SIZE, // kilobytes
+    COLUMN_LOCATION,
+    COLUMN_LENGTH, // milliseconds
+    COLUMN_CHANNELS,
+    COLUMN_COUNT
+};
+
 // One row of the project. Its parent's list owns it; mParent does not own.
 class AbstractItem : public Serializable
 {
@@ -59,8 +73,7 @@ public:
     AbstractItem* parent() const { return mParent; }
     RTTI_TYPE type() const { return mType; }
 
-    // What a tree shows of this row, by column: name, sample rate, sample format, file type, size in kilobytes,
-    // location, length in milliseconds, channels. An empty string stands for nothing to say.
+    // The text or number in a Column; an empty string stands for nothing to say. Any other column aborts.
     QVariant data(int column) const;
 
     // Moves this item to another parent of the same kind, or within its own; row counts after the removal.

@@ -28,9 +28,6 @@ constexpr int AUTO_EXPAND_MS = 350;
 constexpr int MINIMUM_WIDTH = 300;
 constexpr int PARKED_Y = -100;
 
-// The view selects whole rows, and each gives an index a column.
-constexpr qsizetype INDEXES_PER_ROW = 8;
-
 Logger* logger()
 {
     return Singleton<Logger>::instance();
@@ -292,11 +289,14 @@ void ProjectBrowser::contextMenuEvent(QContextMenuEvent* event)
         }
     }
 
+    // The view selects whole rows, and each gives an index a column.
+    const qsizetype rows = selected.size() / COLUMN_COUNT;
+
     QMenu menu(this);
     menu.addAction(mRemoveAction);
     menu.addAction(mInterleaveAction);
     mRemoveAction->setEnabled(canRemove);
-    mInterleaveAction->setEnabled(canInterleave && selected.size() / INDEXES_PER_ROW >= 2);
+    mInterleaveAction->setEnabled(canInterleave && rows >= 2);
     menu.exec(event->globalPos());
 }
 

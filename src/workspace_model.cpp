@@ -14,9 +14,6 @@ namespace TARNOK {
 
 namespace {
 
-constexpr int NAME_COLUMN = 0;
-constexpr int SIZE_COLUMN = 4;
-
 Logger* logger()
 {
     return Singleton<Logger>::instance();
@@ -27,8 +24,10 @@ Logger* logger()
 WorkspaceModel::WorkspaceModel(QObject* parent)
     : QAbstractItemModel(parent)
     , mRoot(Singleton<Workspace>::instance())
-    , mHeaders{{0, "Name"},      {1, "Sample rate (Hz)"}, {2, "Format"},      {3, "Type"},
-               {4, "Size (Kb)"}, {5, "Location"},         {6, "Length (ms)"}, {7, "Channels"}}
+    , mHeaders{{COLUMN_NAME, "Name"},          {COLUMN_SAMPLE_RATE, "Sample rate (Hz)"},
+               {COLUMN_FORMAT, "Format"},      {COLUMN_TYPE, "Type"},
+               {COLUMN_SIZE, "Size (Kb)"},     {COLUMN_LOCATION, "Location"},
+               {COLUMN_LENGTH, "Length (ms)"}, {COLUMN_CHANNELS, "Channels"}}
     , mIcons{{RTTI_SOUNDBANK, QIcon(":/treeicon_bank.png")},
              {RTTI_SUBSOUND, QIcon(":/treeicon_subsound.png")},
              {RTTI_SOURCEFILE, QIcon(":/treeicon_sourcefile.png")}}
@@ -85,9 +84,9 @@ QVariant WorkspaceModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return itemOf(index)->data(index.column());
     case Qt::DecorationRole:
-        return index.column() == NAME_COLUMN ? iconOf(itemOf(index)) : QVariant();
+        return index.column() == COLUMN_NAME ? iconOf(itemOf(index)) : QVariant();
     case Qt::TextAlignmentRole:
-        return static_cast<int>(index.column() == SIZE_COLUMN ? Qt::AlignRight : Qt::AlignLeft);
+        return static_cast<int>(index.column() == COLUMN_SIZE ? Qt::AlignRight : Qt::AlignLeft);
     default:
         return {};
     }
@@ -318,7 +317,7 @@ QMimeData* ProxyTreeModel::mimeData(const QList<QModelIndex>& indexes) const
     QDataStream stream(&rows, QIODevice::WriteOnly);
     for (const QModelIndex& index : indexes) {
         // A selected row comes as one index a column.
-        if (!index.isValid() || index.column() != 0)
+        if (!index.isValid() || index.column() != COLUMN_NAME)
             continue;
         const void* item = mapToSource(index).internalPointer();
         if (item)
