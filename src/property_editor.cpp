@@ -19,7 +19,6 @@ namespace TARNOK {
 namespace {
 
 constexpr int MINIMUM_WIDTH = 200;
-constexpr int FORMAT_COUNT = 6;
 
 Logger* logger()
 {

@@ -18,7 +18,7 @@ namespace {
 constexpr int FLAG_BITS = 32;
 
 // The first format number that no profile may have. The range ends one beyond the last real format.
-constexpr quint32 FORMAT_LIMIT = 7;
+constexpr quint32 FORMAT_LIMIT = FORMAT_COUNT + 1;
 
 Logger* logger()
 {

@@ -17,6 +17,7 @@ constexpr FormatEntry FORMATS[] = {
     {"PCM", FORMAT_TYPE_NONE},       {"XMA", FORMAT_TYPE_QUALITY}, {"AT9", FORMAT_TYPE_QUALITY},
     {"Vorbis", FORMAT_TYPE_QUALITY}, {"KADPCM", FORMAT_TYPE_NONE}, {"Opus", FORMAT_TYPE_QUALITY},
 };
+static_assert(std::size(FORMATS) == FORMAT_COUNT);
 
 // Indexed by KESS_SOUND_FORMAT.
 constexpr const char* FILE_FORMATS[] = {

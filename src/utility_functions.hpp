@@ -8,6 +8,9 @@
 
 namespace TARNOK {
 
+// How many formats there are; their numbers count from 0.
+constexpr int FORMAT_COUNT = 6;
+
 // How a format takes its quality setting.
 enum FormatType
 {
