@@ -285,7 +285,7 @@ void FileIO::appendRecentFiles(const QString& path)
     emit recentFilesChanged();
 }
 
-void FileIO::rememberProject(const QString& path)
+QStringList FileIO::recentProjects()
 {
     QSettings store(COMPANY_NAME, APP_NAME);
     QStringList paths;
@@ -295,13 +295,19 @@ void FileIO::rememberProject(const QString& path)
         paths.append(store.value(RECENT_KEY).toString());
     }
     store.endArray();
+    return paths;
+}
 
+void FileIO::rememberProject(const QString& path)
+{
+    QStringList paths = recentProjects();
     const auto found = paths.indexOf(path);
     if (found >= 0)
         paths.move(found, 0);
     else
         paths.prepend(path);
 
+    QSettings store(COMPANY_NAME, APP_NAME);
     store.beginWriteArray(RECENT_ARRAY);
     for (int i = 0; i < paths.size(); ++i) {
         store.setArrayIndex(i);

@@ -4,6 +4,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 class QProgressBar;
@@ -49,6 +50,9 @@ public:
 
     // The same without an object that tells of it: also for programs without a window.
     static void rememberProject(const QString& path);
+
+    // The paths of the recent list, that of the project used last first.
+    static QStringList recentProjects();
 
     bool soundBankBuildInternal(bool rebuild);
 

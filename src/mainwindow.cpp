@@ -262,14 +262,10 @@ void MainWindow::updateRecentFileMenu()
         action->deleteLater();
     }
 
-    QSettings settings(COMPANY_NAME, APP_NAME);
-    const int size = settings.beginReadArray("RECENT_PROJECTS");
-    mRecentMenu->setEnabled(size > 0);
-    for (int i = 0; i < size; ++i) {
-        settings.setArrayIndex(i);
-        mRecentMenu->addAction(new QAction(settings.value("PATH").toString(), this));
-    }
-    settings.endArray();
+    const QStringList paths = FileIO::recentProjects();
+    mRecentMenu->setEnabled(!paths.isEmpty());
+    for (const QString& path : paths)
+        mRecentMenu->addAction(new QAction(path, this));
 }
 
 void MainWindow::loadRecentProject(QAction* action)
