@@ -19,9 +19,6 @@ constexpr bool POSTPOPULATE = false;
 constexpr bool VISIBLE = false;
 constexpr bool HIDDEN = true;
 
-constexpr int MIN_THREADS = 1;
-constexpr int MAX_THREADS = 16;
-
 Logger* logger()
 {
     return Singleton<Logger>::instance();
@@ -217,7 +214,7 @@ VALUE_SWITCH(profile, "Override settings with a specific profile", VISIBLE, POST
 VALUE_SWITCH(thread_count, "Number of threads to use for concurrent subsound encoding", VISIBLE, POSTPOPULATE)
 {
     int count = 0;
-    if (!convertToInt(value, MIN_THREADS, MAX_THREADS, &count))
+    if (!convertToInt(value, System::MIN_THREADS, System::MAX_THREADS, &count))
         return false;
     Singleton<System>::instance()->setValue(System::THREAD_COUNT, count);
     logger()->println(Logger::OUTPUT_INFO, "Thread count: %d", count);

@@ -14,9 +14,6 @@ namespace TARNOK {
 
 namespace {
 
-constexpr int MIN_THREADS = 1;
-constexpr int MAX_THREADS = 16;
-constexpr int DEFAULT_THREADS = 4;
 constexpr QSize MINIMUM_SIZE(500, 190);
 
 System* settings()
@@ -40,7 +37,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     mCacheDirectory = createDirectoryEdit("Cache Directory", layout);
     mProfileDirectory = createDirectoryEdit("Profile Directory", layout);
 
-    mThreadSlider = new EnhancedSlider(MIN_THREADS, MAX_THREADS, DEFAULT_THREADS, MAX_THREADS - MIN_THREADS, 0);
+    mThreadSlider = new EnhancedSlider(System::MIN_THREADS, System::MAX_THREADS, System::DEFAULT_THREADS,
+                                       System::MAX_THREADS - System::MIN_THREADS, 0);
     mThreadSlider->setParent(this); // before the check box, which the Tab key would else reach first
     mThreadSlider->setControlName("Thread count");
     auto* threadLabel = new QLabel("Thread count");

@@ -137,40 +137,12 @@ SoundFileValidator::~SoundFileValidator()
 bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* channelCount, int* length_ms,
                                  KESS_SOUND_FORMAT* format)
 {
-    if (path.isEmpty())
+    KESS::Sound* sound = path.isEmpty() ? nullptr : open(path);
+    if (!sound)
         return false;
-
-    constexpr unsigned int MODE = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
-    static_assert(MODE == 0x8002080);
-
-    KESS_CREATESOUNDEXINFO info = {};
-    info.cbsize = sizeof info;
-    info.suggestedsoundtype = getTypeFromFileExtension(path);
-
-    const QByteArray name = path.toUtf8();
-    KESS::Sound* sound = nullptr;
-    KESS_RESULT result = mSystem->createSound(name.constData(), MODE, &info, &sound);
-    if (result == KESS_ERR_FORMAT)
-        result = mSystem->createSound(name.constData(), MODE, nullptr, &sound);
-
-    switch (result) {
-    case KESS_OK:
-        break;
-    case KESS_ERR_FILE_BAD:
-    case KESS_ERR_FILE_COULDNOTSEEK:
-    case KESS_ERR_FILE_NOTFOUND:
-    case KESS_ERR_FORMAT:
-    case KESS_ERR_TOOMANYCHANNELS:
-    case KESS_ERR_VERSION:
-        Singleton<Logger>::instance()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
-        return false;
-    default:
-        Q_ASSERT(!"a result of the engine that no file can cause");
-        return false;
-    }
 
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
-    result = sound->getFormat(&type, format, channelCount, nullptr);
+    KESS_RESULT result = sound->getFormat(&type, format, channelCount, nullptr);
     Q_ASSERT(result == KESS_OK);
     float frequency = 0;
     result = sound->getDefaults(&frequency, nullptr);
@@ -190,6 +162,38 @@ bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* chan
     if (length_ms)
         *length_ms = static_cast<int>(length);
     return true;
+}
+
+KESS::Sound* SoundFileValidator::open(const QString& path)
+{
+    constexpr unsigned int MODE = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
+    static_assert(MODE == 0x8002080);
+
+    KESS_CREATESOUNDEXINFO info = {};
+    info.cbsize = sizeof info;
+    info.suggestedsoundtype = getTypeFromFileExtension(path);
+
+    const QByteArray name = path.toUtf8();
+    KESS::Sound* sound = nullptr;
+    KESS_RESULT result = mSystem->createSound(name.constData(), MODE, &info, &sound);
+    if (result == KESS_ERR_FORMAT)
+        result = mSystem->createSound(name.constData(), MODE, nullptr, &sound);
+
+    switch (result) {
+    case KESS_OK:
+        return sound;
+    case KESS_ERR_FILE_BAD:
+    case KESS_ERR_FILE_COULDNOTSEEK:
+    case KESS_ERR_FILE_NOTFOUND:
+    case KESS_ERR_FORMAT:
+    case KESS_ERR_TOOMANYCHANNELS:
+    case KESS_ERR_VERSION:
+        Singleton<Logger>::instance()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
+        return nullptr;
+    default:
+        Q_ASSERT(!"a result of the engine that no file can cause");
+        return nullptr;
+    }
 }
 
 bool SoundFileValidator::isAccepted(KESS_SOUND_TYPE type) const
@@ -269,7 +273,7 @@ void System::setValue(const char* name, int value)
 int System::getDefaultValue(const char* name)
 {
     if (qstrcmp(name, THREAD_COUNT) == 0)
-        return 4;
+        return DEFAULT_THREADS;
     if (qstrcmp(name, GENERATE_CODE_HEADER) == 0)
         return 0;
     Q_ASSERT(false);

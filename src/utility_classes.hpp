@@ -38,6 +38,8 @@ public:
     void setAllowTnbFiles(bool allow) { mAllowTnbFiles = allow; }
 
 private:
+    // Null, with the reason logged, for a file that the engine doesn't take.
+    KESS::Sound* open(const QString& path);
     bool isAccepted(KESS_SOUND_TYPE type) const;
 
     KESS::System* mSystem = nullptr;
@@ -59,6 +61,11 @@ public:
     static constexpr const char* SOURCE_NAME = "Source";
     static constexpr const char* THREAD_COUNT = "ThreadCount";
     static constexpr const char* GENERATE_CODE_HEADER = "GenerateHeaders";
+
+    // Bounds and default of THREAD_COUNT.
+    static constexpr int MIN_THREADS = 1;
+    static constexpr int MAX_THREADS = 16;
+    static constexpr int DEFAULT_THREADS = 4;
 
     QString getDir(const char* name);
     void setDir(const char* name, const QString& directory);
