@@ -63,6 +63,18 @@ void warnOfForeignNames(const QString& directory, bool directoriesToo)
     }
 }
 
+void logArguments(const QList<QString>& sources, const QString& destination, const QList<CommandLine::Arg>& args)
+{
+    logger()->println(Logger::OUTPUT_DEBUG, "\nsource:");
+    for (const QString& source : sources)
+        logger()->println(Logger::OUTPUT_DEBUG, "  %s", source.toUtf8().constData());
+    logger()->println(Logger::OUTPUT_DEBUG, "destination:\n  %s", destination.toUtf8().constData());
+    logger()->println(Logger::OUTPUT_DEBUG, "args:");
+    for (const CommandLine::Arg& arg : args)
+        logger()->println(Logger::OUTPUT_DEBUG, "  %s %s", arg.name, arg.value);
+    logger()->println(Logger::OUTPUT_DEBUG, "\n");
+}
+
 // The names of a directory's subdirectories but for links that lead back to one of those that are being walked.
 // Listings count links to devices and pipes as directories, too.
 QStringList subdirectories(const QDir& directory, const QStringList& walked)
@@ -203,15 +215,7 @@ bool CommandLine::parseArgs(int argc, char** argv, QList<QString>* sources, QStr
     }
     if (current.name != UNSET)
         args->append(current);
-
-    logger()->println(Logger::OUTPUT_DEBUG, "\nsource:");
-    for (const QString& source : std::as_const(*sources))
-        logger()->println(Logger::OUTPUT_DEBUG, "  %s", source.toUtf8().constData());
-    logger()->println(Logger::OUTPUT_DEBUG, "destination:\n  %s", destination->toUtf8().constData());
-    logger()->println(Logger::OUTPUT_DEBUG, "args:");
-    for (const Arg& arg : std::as_const(*args))
-        logger()->println(Logger::OUTPUT_DEBUG, "  %s %s", arg.name, arg.value);
-    logger()->println(Logger::OUTPUT_DEBUG, "\n");
+    logArguments(*sources, *destination, *args);
     return ok;
 }
 

@@ -64,6 +64,12 @@ public:
 
     void gag() { mGagged = true; }
 
+    // Ends the gag and prints what was held, oldest first, as formats and through the threshold as it stands now.
+    void ungag();
+
+    OUTPUTPRIORITY verbosity() const { return mVerbosity; }
+    void setVerbosity(OUTPUTPRIORITY threshold) { mVerbosity = threshold; }
+
     // While one lives, the text pane takes in lines without laying each of them out anew: a build out of the cache
     // reports thousands of sounds at once.
     class Batch
@@ -77,12 +83,6 @@ public:
     private:
         std::shared_ptr<Pane> mPane; // stays until the batch ends
     };
-
-    // Ends the gag and prints what was held, oldest first, as formats and through the threshold as it stands now.
-    void ungag();
-
-    OUTPUTPRIORITY verbosity() const { return mVerbosity; }
-    void setVerbosity(OUTPUTPRIORITY threshold) { mVerbosity = threshold; }
 
 private:
     struct Message
