@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -27,8 +29,10 @@ struct Samples
     size_t count() const { return channels == 0 ? 0 : frames.size() / size_t(channels); }
 };
 
-[[noreturn]] void stop(const std::string& what, KESS_RESULT result)
+void require(KESS_RESULT result, const std::string& what)
 {
+    if (result == KESS_OK)
+        return;
     std::fprintf(stderr, "%s: %s\n", what.c_str(), KESS_ErrorString(result));
     std::exit(2);
 }
@@ -51,8 +55,7 @@ Samples decode(KESS::Sound* sound, const std::string& name)
             sound->readFloat(samples.frames.data() + done * size_t(samples.channels), wanted, &read);
         if (result == KESS_ERR_FILE_EOF)
             break;
-        if (result != KESS_OK)
-            stop(name, result);
+        require(result, name);
         done += read;
     }
     samples.frames.resize(done * size_t(samples.channels));
@@ -85,6 +88,49 @@ double signalToNoise(const Samples& source, const Samples& sound)
     return noise == 0 ? std::numeric_limits<double>::infinity() : 10 * std::log10(signal / noise);
 }
 
+// What became of all sounds.
+struct Tally
+{
+    int sounds = 0;
+    int wrong = 0; // of another length or number of channels
+    int identical = 0;
+    std::vector<double> ratios; // of the others, in dB
+
+    void add(const std::string& path, Samples source, const Samples& decoded)
+    {
+        ++sounds;
+        if (source.channels > 0 && source.rate != decoded.rate)
+            resample(&source, decoded.rate);
+        if (source.channels != decoded.channels || source.count() != decoded.count()) {
+            std::printf("WRONG LENGTH: %zu frames of %d channels instead of %zu of %d  %s\n", decoded.count(),
+                        decoded.channels, source.count(), source.channels, path.c_str());
+            ++wrong;
+            return;
+        }
+
+        const double ratio = signalToNoise(source, decoded);
+        std::printf("%8.2f dB %10zu frames  %s\n", ratio, decoded.count(), path.c_str());
+        if (std::isnan(ratio))
+            return; // samples that are no numbers, which nothing can be compared with, nor sorted
+        if (std::isinf(ratio) && ratio > 0)
+            ++identical;
+        else
+            ratios.push_back(ratio);
+    }
+
+    void print()
+    {
+        std::printf("%d sounds, %d of a wrong length, %d identical", sounds, wrong, identical);
+        if (!ratios.empty()) {
+            const double sum = std::accumulate(ratios.begin(), ratios.end(), 0.0);
+            std::sort(ratios.begin(), ratios.end());
+            std::printf("; the others: mean %.2f dB, median %.2f dB, least %.2f dB", sum / double(ratios.size()),
+                        ratios[ratios.size() / 2], ratios.front());
+        }
+        std::printf("\n");
+    }
+};
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -95,60 +141,26 @@ int main(int argc, char** argv)
     }
 
     KESS::System* system = nullptr;
-    if (const KESS_RESULT result = KESS_System_Create(&system, KESS_VERSION); result != KESS_OK)
-        stop("engine", result);
+    require(KESS_System_Create(&system, KESS_VERSION), "engine");
     system->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
     system->init(0, 0, nullptr);
     KESS::Sound* bank = nullptr;
-    if (const KESS_RESULT result = system->createSound(argv[1], 0, nullptr, &bank); result != KESS_OK)
-        stop(argv[1], result);
+    require(system->createSound(argv[1], 0, nullptr, &bank), argv[1]);
 
-    int wrong = 0;
-    int identical = 0;
-    std::vector<double> ratios;
+    Tally tally;
     std::ifstream list(argv[2]);
     std::string path;
-    int index = 0;
-    for (; std::getline(list, path) && !path.empty(); ++index) {
+    while (std::getline(list, path) && !path.empty()) {
         KESS::Sound* file = nullptr;
-        if (const KESS_RESULT result = system->createSound(path.c_str(), 0, nullptr, &file); result != KESS_OK)
-            stop(path, result);
+        require(system->createSound(path.c_str(), 0, nullptr, &file), path);
         KESS::Sound* sound = nullptr;
-        if (const KESS_RESULT result = bank->getSubSound(index, &sound); result != KESS_OK)
-            stop(path, result);
-        Samples source = decode(file, path);
-        const Samples decoded = decode(sound, path + " in the bank");
+        require(bank->getSubSound(tally.sounds, &sound), path);
+        tally.add(path, decode(file, path), decode(sound, path + " in the bank"));
         file->release();
         sound->release();
-        if (source.channels > 0 && source.rate != decoded.rate)
-            resample(&source, decoded.rate);
-        if (source.channels != decoded.channels || source.count() != decoded.count()) {
-            std::printf("WRONG LENGTH: %zu frames of %d channels instead of %zu of %d  %s\n", decoded.count(),
-                        decoded.channels, source.count(), source.channels, path.c_str());
-            ++wrong;
-            continue;
-        }
-
-        const double ratio = signalToNoise(source, decoded);
-        std::printf("%8.2f dB %10zu frames  %s\n", ratio, decoded.count(), path.c_str());
-        if (std::isnan(ratio))
-            continue; // samples that are no numbers, which nothing can be compared with, nor sorted
-        if (std::isinf(ratio) && ratio > 0)
-            ++identical;
-        else
-            ratios.push_back(ratio);
     }
     bank->release();
     system->release();
-
-    double sum = 0;
-    for (const double ratio : ratios)
-        sum += ratio;
-    std::sort(ratios.begin(), ratios.end());
-    std::printf("%d sounds, %d of a wrong length, %d identical", index, wrong, identical);
-    if (!ratios.empty())
-        std::printf("; the others: mean %.2f dB, median %.2f dB, least %.2f dB", sum / double(ratios.size()),
-                    ratios[ratios.size() / 2], ratios.front());
-    std::printf("\n");
-    return wrong == 0 ? 0 : 1;
+    tally.print();
+    return tally.wrong == 0 ? 0 : 1;
 }

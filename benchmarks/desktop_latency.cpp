@@ -15,7 +15,6 @@
 
 #include <QAction>
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QProgressBar>
 #include <QProgressDialog>
 #include <QScrollBar>
@@ -26,7 +25,6 @@
 #include <sndfile.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
