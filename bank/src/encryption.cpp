@@ -202,11 +202,11 @@ Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::strin
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes
         || header.memoryKiB < kMinimumMemoryKiB || header.memoryKiB > kMaximumMemoryKiB || header.passes == 0
         || header.passes > kMaximumPasses)
-        return layout::damaged(fault, "the header tells an encryption that no bank has");
+        return layout::damaged(fault, "the header describes an encryption that no bank has");
     if (header.plainBytes == 0 || header.plainBytes > header.fileBytes
         || header.fileBytes
             != header.headerBytes + header.plainBytes + pieceCount(header.plainBytes, header.pieceBytes) * kTagBytes)
-        return layout::damaged(fault, "the header tells sizes that don't fit each other");
+        return layout::damaged(fault, "the header gives sizes that don't fit each other");
     return header;
 }
 

@@ -334,7 +334,7 @@ Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& 
                                         std::string* fault)
 {
     if (prefix.headerBytes < minimum || prefix.headerBytes > kMaximumHeaderBytes || prefix.headerBytes % 8 != 0)
-        return damaged(fault, "the header tells a wrong size of itself");
+        return damaged(fault, "the header gives a wrong size for itself");
     if (prefix.headerBytes > source.size())
         return damaged(fault, "the file ends within its header");
     std::vector<uint8_t> bytes(prefix.headerBytes);
@@ -404,7 +404,7 @@ Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* f
             return damaged(fault, "its chunks end within one");
         if (!unpackChunk(tag, chunks.subspan(8, bytes), sound))
             return damaged(fault,
-                           "its chunk " + std::string(chunks.begin(), chunks.begin() + 4) + " holds what can't be");
+                           "its chunk " + std::string(chunks.begin(), chunks.begin() + 4) + " holds impossible values");
         chunks = chunks.subspan(8 + static_cast<size_t>(bytes));
     }
     return Error::None;

@@ -143,7 +143,7 @@ Error BankReader::Tables::checkPlaces(std::string* fault) const
     }
     for (uint32_t i = 0; i < header.nameIndexCount; ++i) {
         if (namedSound(i) >= header.soundCount)
-            return damaged(fault, "the index of names tells a sound that doesn't exist");
+            return damaged(fault, "the index of names points to a sound that doesn't exist");
     }
     return Error::None;
 }

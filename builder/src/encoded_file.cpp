@@ -89,12 +89,12 @@ Result<StoredPlace> EncodedFile::finish(const ContentHash& key, const bank::Soun
     const std::vector<uint8_t> record = bank::serialise(sound);
     // What can't be read again must not get into the cache, where it would stay.
     if (!bank::deserialise(record))
-        return Fault{TARNOK_ERR_ENCODER, "the encoder tells things of its data that can't be"};
+        return Fault{TARNOK_ERR_ENCODER, "the encoder says impossible things about its data"};
     const EntryHeader header = EntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
     if (!flush() || !put(std::as_bytes(std::span(record)), mWritten))
         return mFault;
     if (mWritten != sizeof header + sound.dataBytes + record.size())
-        return Fault{TARNOK_ERR_ENCODER, "the encoder wrote another number of bytes than it told"};
+        return Fault{TARNOK_ERR_ENCODER, "the encoder wrote a different number of bytes than it said"};
     if (!put(std::as_bytes(std::span(&header, 1)), 0))
         return mFault;
 

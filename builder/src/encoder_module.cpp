@@ -274,7 +274,7 @@ Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
                      std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
     if (!isWhole(file))
-        return bad(file + " is no library for this system, or damaged");
+        return bad(file + " is not a library for this system, or is damaged");
     void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         const char* why = dlerror();
@@ -283,7 +283,7 @@ Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
     const std::shared_ptr<void> library(handle, [](void* closed) { dlclose(closed); });
     const auto entry = reinterpret_cast<TARNOK_ENCODER_FUNCTION>(dlsym(handle, TARNOK_ENCODER_ENTRY));
     if (!entry)
-        return bad(file + " is no encoder module");
+        return bad(file + " is not an encoder module");
     const TARNOK_ENCODER_MODULE* module = entry();
     if (!isUsable(module, codec))
         return bad(file + " is made for another format or another version of this program");

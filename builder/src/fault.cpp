@@ -18,7 +18,7 @@ Fault faultOf(bank::Error error, std::string_view what)
     case bank::Error::Invalid:
         return invalid(name + ": a setting is out of its range");
     default:
-        return {TARNOK_ERR_ENCODER, name + ": the encoder fails"};
+        return {TARNOK_ERR_ENCODER, name + ": the encoder failed"};
     }
 }
 

@@ -27,7 +27,7 @@ Result<Soxr> startSoxr(double input, double output, int channels)
     soxr_error_t error = nullptr;
     Soxr made(soxr_create(input, output, unsigned(channels), &error, &samples, &quality, &runtime), soxr_delete);
     if (error)
-        return Fault{TARNOK_ERR_ENCODER, std::string("the resampler fails: ") + error};
+        return Fault{TARNOK_ERR_ENCODER, std::string("the resampler failed: ") + error};
     return made;
 }
 
@@ -200,7 +200,7 @@ private:
             const soxr_error_t error = soxr_process(resampler->get(), &mInputBlock[taken * channels], waiting, &used,
                                                     mOutputBlock.data(), kBlockFrames, &made);
             if (error)
-                return Fault{TARNOK_ERR_ENCODER, std::string("the resampler fails: ") + error};
+                return Fault{TARNOK_ERR_ENCODER, std::string("the resampler failed: ") + error};
             waiting -= used;
             taken += used;
             const size_t skipped = size_t(std::min<uint64_t>(dropped, made));

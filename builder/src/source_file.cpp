@@ -196,8 +196,7 @@ Status SourceFile::readFacts()
         return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file holds no samples"};
     if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
         || mFacts.channels > bank::kMaximumChannels || !(rate >= 1 && rate <= float(bank::kMaximumSampleRate)))
-        return Fault{TARNOK_ERR_INVALID_FORMAT,
-                     std::string(baseName(mPath)) + ": the file's kind of samples is unknown"};
+        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file's sample format is unknown"};
     return {};
 }
 
@@ -236,7 +235,7 @@ Fault SourceFile::faultOf(KESS_RESULT result) const
     case KESS_ERR_MEMORY:
         return {TARNOK_ERR_MEMORY, name + ": out of memory"};
     default:
-        return {TARNOK_ERR_KESS, name + ": the audio engine fails: " + KESS_ErrorString(result)};
+        return {TARNOK_ERR_KESS, name + ": the audio engine failed: " + KESS_ErrorString(result)};
     }
 }
 

@@ -90,7 +90,7 @@ class EncoderModuleTest(BankCase):
         cases = {"absent": (None, "not installed", "not found"),
                  "no library": (b"MZ not for this system", "can't be used", "could not be loaded"),
                  "cut short": (other[:len(other) // 3], "can't be used", "could not be loaded"),
-                 "a library of another kind": ((BIN / "lib" / LIBRARY).resolve().read_bytes(), "no encoder module",
+                 "a library of another kind": ((BIN / "lib" / LIBRARY).resolve().read_bytes(), "not an encoder module",
                                                "could not be loaded"),
                  "a module of the other format": (other, "another format", "could not be loaded")}
         for name, (content, report, verdict) in cases.items():

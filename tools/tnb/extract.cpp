@@ -30,7 +30,7 @@ int indexOf(const std::vector<std::string>& names, const std::string& name)
 {
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end())
-        throw Failure(Status::CannotRead, "no sound of the name \"" + name + '"');
+        throw Failure(Status::CannotRead, "no sound is named \"" + name + '"');
     return static_cast<int>(found - names.begin());
 }
 

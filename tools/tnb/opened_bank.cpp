@@ -16,9 +16,9 @@ Failure failureOf(KESS_RESULT result)
     case KESS_ERR_VERSION:
         return {Status::CannotRead, "of a newer version than this program knows"};
     case KESS_ERR_KEY_MISSING:
-        return {Status::CannotRead, "encrypted; give its key by --key or --key-file"};
+        return {Status::CannotRead, "encrypted; give its key with --key or --key-file"};
     case KESS_ERR_KEY_WRONG:
-        return {Status::CannotRead, "encrypted with another key than this one"};
+        return {Status::CannotRead, "encrypted with a different key"};
     case KESS_ERR_MEMORY:
         return {Status::CannotRead, "not enough memory"};
     default:
