@@ -94,10 +94,10 @@ TEST(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
         unsigned reversed;
         float rate;
         Loop loop;
-        Markers markers;
+        SyncPoints markers;
         bool peak;
     };
-    const Markers both = {{100, "in"}, {30000, "out"}};
+    const SyncPoints both = {{100, "in"}, {30000, "out"}};
     const unsigned all = TARNOK_BUILD_DONTLOOP | TARNOK_BUILD_DISABLESYNCPOINTS | TARNOK_BUILD_WRITEPEAKVOLUME;
     const Case cases[] = {
         {file, 0, 0, 0, {{4410, 22050}}, both, false},

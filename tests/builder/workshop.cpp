@@ -155,7 +155,7 @@ namespace {
 
 Heard hearOne(KESS::Sound& sound)
 {
-    Heard heard{factsOf(sound), {}, readBytes(sound), loopOf(sound), markersOf(sound), {}, {}};
+    Heard heard{factsOf(sound), {}, readBytes(sound), loopOf(sound), syncPointsOf(sound), {}, {}};
     EXPECT_EQ(sound.seekData(0), KESS_OK);
     heard.floats = readFloats(sound);
     const size_t samples = heard.samples * size_t(heard.channels);

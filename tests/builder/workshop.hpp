@@ -88,7 +88,7 @@ struct Heard : Facts
     std::vector<float> floats;
     std::vector<uint8_t> bytes;
     Loop loop;
-    Markers syncPoints;
+    SyncPoints syncPoints;
     std::optional<float> peak;
     std::string name;
 };

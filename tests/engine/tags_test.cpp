@@ -26,7 +26,7 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
                {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "behind"}, {0, ""}, {6, "caf\xe9"}}});
     const SoundPointer sound = engine.open("tags.wav");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
-    EXPECT_EQ(markersOf(*sound), (Markers{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}}));
+    EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}}));
 
     // A name that doesn't fit is cut between characters.
     char name[5];
@@ -59,7 +59,7 @@ TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
     const Engine engine;
     const SoundPointer sound = engine.open("tags.aiff");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
-    EXPECT_EQ(markersOf(*sound), (Markers{{10, "hi"}}));
+    EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));
 }
 
 TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
@@ -83,7 +83,7 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
             encodeSound("tagged", container, encoder, sine(2, 48000, 96000), tags);
             const SoundPointer sound = engine.open("tagged");
             EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
-            EXPECT_EQ(markersOf(*sound), (Markers{{24000, "bridge"}, {60000, ""}}));
+            EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{24000, "bridge"}, {60000, ""}}));
         }
     }
 }

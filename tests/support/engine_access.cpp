@@ -83,18 +83,18 @@ Loop loopOf(KESS::Sound& sound)
     return sound.getLoopPoints(&loop.first, &loop.second) == KESS_OK ? Loop(loop) : Loop();
 }
 
-Markers markersOf(KESS::Sound& sound)
+SyncPoints syncPointsOf(KESS::Sound& sound)
 {
-    Markers markers;
+    SyncPoints points;
     int count = 0;
     sound.getNumSyncPoints(&count);
     for (int i = 0; i < count; ++i) {
         uint64_t sample = 0;
         char name[256];
         EXPECT_EQ(sound.getSyncPoint(i, &sample, name, sizeof name), KESS_OK);
-        markers.emplace_back(sample, name);
+        points.emplace_back(sample, name);
     }
-    return markers;
+    return points;
 }
 
 } // namespace test

@@ -59,8 +59,8 @@ private:
 [[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t most = SIZE_MAX);
 
 using Loop = std::optional<std::pair<uint64_t, uint64_t>>;
-using Markers = std::vector<std::pair<uint64_t, std::string>>;
+using SyncPoints = std::vector<std::pair<uint64_t, std::string>>;
 [[nodiscard]] Loop loopOf(KESS::Sound& sound);
-[[nodiscard]] Markers markersOf(KESS::Sound& sound);
+[[nodiscard]] SyncPoints syncPointsOf(KESS::Sound& sound);
 
 } // namespace test
