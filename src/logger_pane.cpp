@@ -22,6 +22,7 @@ void appendAsItStands(QTextEdit* edit, const QString& text)
     cursor.insertText(text, edit->currentCharFormat());
 }
 
+// Writes into a text edit, errors in red.
 class TextEditPane final : public Logger::Pane
 {
 public:

@@ -43,6 +43,7 @@ void correlateLags(const double* x, size_t length, size_t lag, double* result)
     }
 }
 
+// The samples of a superblock with some of those around it, rising and falling smoothly at the ends.
 class Window
 {
 public:

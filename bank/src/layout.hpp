@@ -44,6 +44,7 @@ struct Prefix
     uint64_t fileBytes = 0;
 };
 
+// The header of a plain layout.
 struct Header
 {
     Prefix prefix;
@@ -86,6 +87,7 @@ struct Row
     bool operator==(const Row&) const = default;
 };
 
+// Where a setup lies in the bank, and how it is checked.
 struct SetupRow
 {
     uint64_t offset = 0;

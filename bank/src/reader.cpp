@@ -26,6 +26,7 @@ Error mismatch(std::string_view what, std::string* fault)
 
 } // namespace
 
+// Header and tables in memory, and the only access to them: what load() has accepted lies inside the file.
 struct BankReader::Tables
 {
     std::shared_ptr<const ByteSource> source;

@@ -100,6 +100,7 @@ private:
 
 } // namespace
 
+// What was added, and where everything is going to stand.
 struct BankWriter::Plan
 {
     BankSettings settings;

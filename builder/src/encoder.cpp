@@ -25,6 +25,7 @@ std::unique_ptr<Encoder> make()
     return std::make_unique<Made>();
 }
 
+// What differs from codec to codec.
 struct CodecEntry
 {
     const char* name;

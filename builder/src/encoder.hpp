@@ -61,6 +61,7 @@ public:
 // loop needs nothing from outside the sound, since what lies before and behind it is encoded as well.
 [[nodiscard]] std::optional<uint64_t> frameAt(int64_t position, const PreparedFacts& facts);
 
+// One codec as the pipeline uses it.
 class Encoder
 {
 public:

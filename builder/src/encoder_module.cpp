@@ -216,6 +216,7 @@ private:
     Error mError = Error::None; // the first on our side
 };
 
+// Encodes by a module.
 class ExternalEncoder final : public Encoder
 {
 public:

@@ -8,6 +8,7 @@
 
 namespace tarnok {
 
+// Stores samples as they are.
 class PcmEncoder final : public Encoder
 {
 public:
@@ -15,6 +16,7 @@ public:
                        bank::Sound* encoded) override;
 };
 
+// Brings samples to 16 bits and has them encoded by bank::kadpcm.
 class KadpcmEncoder final : public Encoder
 {
 public:
@@ -25,6 +27,7 @@ public:
 // Quality 1 to 50 is the library's -0.1 to 0.5, 50 to 100 its 0.5 to 1.0, both in even steps.
 [[nodiscard]] float vorbisQuality(int quality);
 
+// Vorbis packets by libvorbis, without a container around them.
 class VorbisEncoder final : public Encoder
 {
 public:
@@ -47,6 +50,7 @@ private:
 // 8 kHz 0.4).
 [[nodiscard]] int opusBitsPerChannel(int quality, uint32_t sampleRate);
 
+// Opus packets by libopus, without a container around them.
 class OpusEncoder final : public Encoder
 {
 public:

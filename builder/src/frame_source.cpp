@@ -16,6 +16,7 @@ bank::SampleFormat widest(const std::vector<std::unique_ptr<FrameSource>>& parts
     return format;
 }
 
+// See interleave().
 class Interleaver final : public FrameSource
 {
 public:

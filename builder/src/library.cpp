@@ -27,6 +27,7 @@ struct Session
     std::condition_variable buildEnded;
 };
 
+// What the library keeps between the calls.
 struct Library
 {
     std::mutex mutex;

@@ -18,6 +18,7 @@ struct TableHeader
     uint64_t checksum; // XXH3-64 of all that follows
 };
 
+// In front of the bytes of a record.
 struct RecordHead
 {
     uint64_t keyHigh;

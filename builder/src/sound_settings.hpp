@@ -21,6 +21,7 @@ struct BankOrder
     std::shared_ptr<const EncoderModule> module; // of a format that is encoded by one, once it is loaded
 };
 
+// What the build is told of one sound, in terms of the pipeline.
 struct SoundSettings
 {
     bank::Codec codec = bank::Codec::Pcm;

@@ -21,6 +21,7 @@ using KessSystem = std::unique_ptr<KESS::System, KessRelease>;
 // A silent engine. TARNOK_ERR_KESS when it can't be had.
 Result<KessSystem> startEngine();
 
+// One opened file, with the faults that its decoding meets put into words.
 class SourceFile final : public FrameSource
 {
 public:

@@ -229,6 +229,7 @@ const AVFrame* Stream::nextFrame()
     }
 }
 
+// What a sound counts as, and how it is handed over.
 struct Shape
 {
     KESS_SOUND_FORMAT format;
@@ -294,6 +295,7 @@ float floatAt(const AVFrame& frame, AVSampleFormat kind, bool planar, int channe
     return static_cast<float>(integerAt(frame, kind, planar, channel, index, channels)) * 0x1p-31f;
 }
 
+// One decoder of the module: a stream, cut to the length that was told on opening.
 class ModuleDecoder
 {
 public:

@@ -18,6 +18,7 @@ static_assert(static_cast<int>(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_P
 static_assert(static_cast<int>(bank::Codec::Pcm) == KESS_CODEC_PCM
               && static_cast<int>(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
+// A file as the container reads it.
 class FileBytes final : public bank::ByteSource
 {
 public:
@@ -62,6 +63,7 @@ SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
     return facts;
 }
 
+// The one kind of bank there is.
 class TnbFile final : public BankFile
 {
 public:

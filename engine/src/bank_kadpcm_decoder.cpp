@@ -10,6 +10,7 @@ namespace {
 
 using bank::kadpcm::kSuperblockFrames;
 
+// Decodes the superblock that is read from, and keeps it.
 class KadpcmDecoder final : public DirectDecoder
 {
 public:

@@ -18,6 +18,7 @@ namespace kess {
 // Stands where an RF64 file's fields of 32 bits are too narrow: the length is told in its chunk ds64 (EBU Tech 3306).
 inline constexpr uint32_t kLengthElsewhere = 0xffffffffu;
 
+// One chunk: what it is called, and where its data lies.
 struct Chunk
 {
     std::array<char, 4> id{};

@@ -12,12 +12,14 @@
 
 namespace kess {
 
+// The stretch that is repeated.
 struct Loop
 {
     uint64_t start = 0; // first sample of the loop
     uint64_t end = 0; // the sample behind its last one
 };
 
+// A marked place.
 struct SyncPoint
 {
     uint64_t sample = 0;
@@ -40,6 +42,7 @@ struct RawSamples
     uint64_t bytes = 0;
 };
 
+// All that the engine tells of a sound.
 struct SoundFacts
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;

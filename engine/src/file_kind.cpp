@@ -19,6 +19,7 @@ using namespace std::string_view_literals;
 // Start of a file, as far as signatures go.
 using Head = std::string_view;
 
+// Bytes by which a kind of file is known.
 struct Signature
 {
     size_t offset;

@@ -20,6 +20,7 @@ enum class Reader
     Foreign // the decoder module
 };
 
+// What recognise() has found out.
 struct FileKind
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;

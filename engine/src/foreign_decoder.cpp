@@ -46,6 +46,7 @@ size_t readInput(void* user, uint64_t offset, void* buffer, size_t count)
     return input.file->readAt(input.begin + offset, buffer, count);
 }
 
+// Decodes by the module, which only reads on: seeking back begins anew.
 class ForeignDecoder final : public Decoder
 {
 public:

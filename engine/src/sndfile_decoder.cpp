@@ -112,6 +112,7 @@ bool packsBlocks(int format)
         || encoding == SF_FORMAT_NMS_ADPCM_32;
 }
 
+// Decodes by libsndfile. Where that seeks inexactly, seeking is decoding up to the sample that is wanted.
 class SndfileDecoder final : public Decoder
 {
 public:

@@ -65,6 +65,7 @@ private:
     bool mIsReady = false;
 };
 
+// Decodes by the map of the file: from a seek point on, and sound after sound where a file chains several.
 class VorbisDecoder final : public FloatDecoder
 {
 public:

@@ -75,6 +75,7 @@ struct VorbisSeekPoint
     int64_t sample = 0;
 };
 
+// Where the sounds of a file begin and end, and from where they can be decoded.
 struct VorbisMap
 {
     std::vector<VorbisLink> links; // those that share channels and rate with the first

@@ -26,6 +26,7 @@ struct Loop
     uint64_t end = 0; // the sample behind the last one
 };
 
+// All that the engine tells of a sound.
 struct SoundFacts
 {
     int index = 0;
@@ -72,6 +73,7 @@ struct ReleaseSound
 };
 using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseSound>;
 
+// One bank, opened and unlocked.
 class OpenedBank
 {
 public:

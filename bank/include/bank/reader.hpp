@@ -24,6 +24,7 @@ enum class Kind
 // Error::NotABank, Error::Version, Error::Damaged (begins as a bank but is too short for a header), Error::Io.
 Result<Kind> probe(const ByteSource& source, std::string* fault = nullptr);
 
+// What the header tells.
 struct BankInfo
 {
     uint16_t majorVersion = 0;

@@ -60,6 +60,7 @@ struct Loop
     bool operator==(const Loop&) const = default;
 };
 
+// A place in a sound that a game may be told of as it is played.
 struct SyncPoint
 {
     uint64_t sample = 0; // at most the sound's length

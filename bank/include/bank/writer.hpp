@@ -18,6 +18,7 @@
 
 namespace bank {
 
+// What belongs to the bank and not to a sound.
 struct BankSettings
 {
     Codec format = Codec::Pcm; // the format of the whole bank; each sound still tells its own
