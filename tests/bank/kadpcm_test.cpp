@@ -7,7 +7,6 @@
 #include <functional>
 #include <numbers>
 #include <random>
-#include <string>
 
 namespace {
 
