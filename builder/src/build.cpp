@@ -204,11 +204,12 @@ Status Build::openOutputs(Outputs* outputs) const
     }
     if (headerFile == mRequest.outputFile)
         return invalid("the bank and its C header would have the same name");
-    if (!isOurHeader(headerFile))
-        return invalid(headerFile + ": this file was not generated with a bank and will not be replaced by its header");
+    // Refuses what is no file, which must not be read.
     Result<AtomicOutput> header = AtomicOutput::create(headerFile);
     if (!header)
         return header.fault();
+    if (!isOurHeader(headerFile))
+        return invalid(headerFile + ": this file was not generated with a bank and will not be replaced by its header");
     outputs->header.emplace(std::move(*header));
     return {};
 }

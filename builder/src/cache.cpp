@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -87,9 +87,13 @@ FileDescriptor lockFolder(const std::string& path, const std::stop_token& stop)
 // Whoever runs a cache may set its limit in the folder itself, and so for all who share it.
 uint64_t configuredLimit(const std::string& directory)
 {
-    std::ifstream file(directory + "/limit");
-    uint64_t limit = 0;
-    return file >> limit && limit > 0 ? limit : Cache::kSizeLimit;
+    const std::string path = directory + "/limit";
+    char text[32] = "";
+    const Result<FileDescriptor> file = openForReading(path, nullptr);
+    if (!file || !readSome(file->get(), std::as_writable_bytes(std::span(text).first(sizeof text - 1)), path))
+        return Cache::kSizeLimit;
+    const uint64_t limit = std::strtoull(text, nullptr, 10);
+    return limit > 0 ? limit : Cache::kSizeLimit;
 }
 
 } // namespace
@@ -329,7 +333,7 @@ bool Cache::dueForTidying()
     const bool recently = stat(markPath.c_str(), &status) == 0 && status.st_mtim.tv_sec + kTidyEvery > time(nullptr);
     if (recently && stored < kTidyBytes && mLimit == kSizeLimit)
         return false;
-    const FileDescriptor mark(open(markPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
+    const FileDescriptor mark(open(markPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
     if (mark)
         futimens(mark.get(), nullptr);
     return true;

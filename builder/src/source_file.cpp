@@ -220,8 +220,12 @@ Fault SourceFile::faultOf(KESS_RESULT result) const
     switch (result) {
     case KESS_ERR_FILE_NOTFOUND:
         return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + mPath + ")"};
-    case KESS_ERR_FILE_BAD:
-        return {TARNOK_ERR_INVALID_FORMAT, name + ": the file is damaged or cut short"};
+    case KESS_ERR_FILE_BAD: {
+        const Result<FileStamp> stamp = stampOf(mPath);
+        const bool isEmpty = stamp && stamp->size == 0;
+        return {TARNOK_ERR_INVALID_FORMAT,
+                name + (isEmpty ? ": the file is empty" : ": the file is damaged or cut short")};
+    }
     case KESS_ERR_FILE_COULDNOTSEEK:
         return {TARNOK_ERR_INVALID_FORMAT,
                 name + ": the file is damaged or cut short, so that it can't be read at every place"};

@@ -155,8 +155,8 @@ private:
 /* Text of a result, never null. */
 extern "C" KESS_API const char* KESS_ErrorString(KESS_RESULT result);
 
-/* What the operating system said (its errno, such as EMFILE or EIO) when createSound, seekData, readData or readFloat
- * last failed on this thread. 0: nothing, so it was the file itself. */
+/* What the operating system said (its errno, such as EMFILE or EIO) when createSound, verifyBank, seekData, readData or
+ * readFloat last failed on this thread. 0: nothing, so it was the file itself. */
 extern "C" KESS_API int KESS_SystemError(void);
 
 /* Makes a silent engine. headerVersion is KESS_VERSION; KESS_ERR_HEADER_MISMATCH for any other. */

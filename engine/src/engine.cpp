@@ -148,6 +148,7 @@ KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_C
         return KESS_ERR_UNINITIALIZED;
     if (!path)
         return KESS_ERR_INVALID_PARAM;
+    kess::noteSystemError(0);
     try {
         return kess::verifyBank(path, key, [&](int sound, KESS_RESULT result, const std::string& text) {
             return !finding || finding(userData, sound, result, text.c_str()) != 0;

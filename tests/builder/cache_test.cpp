@@ -320,6 +320,11 @@ TEST(Cache, IsNotNeededForABuild)
     fs::create_directory(workshop.path("blocked"));
     for (const char* part : {"sounds", "incomplete", "index"})
         writeFile(workshop.path(std::string("blocked/") + part), std::string("not a folder"));
+    fs::create_directory(workshop.path("piped"));
+    for (const char* part : {"limit", "tidied", "records"}) {
+        ASSERT_EQ(mkfifo(workshop.path(std::string("piped/") + part).c_str(), 0666), 0);
+        makeOlder(workshop.path(std::string("piped/") + part), 7200);
+    }
     fs::create_directory(workshop.path("halfblocked"));
     writeFile(workshop.path("halfblocked/sounds"), std::string("entries can be written but not stored"));
     for (const TARNOK_FORMAT format : {TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_PCM}) {
@@ -327,7 +332,7 @@ TEST(Cache, IsNotNeededForABuild)
         order.cache = usable;
         ASSERT_EQ(build(order).result, TARNOK_OK);
         const Bytes expected = readFile(order.output);
-        for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked"}) {
+        for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked", "piped"}) {
             order.cache = workshop.path(cache);
             const Outcome outcome = build(order);
             EXPECT_EQ(outcome.result, TARNOK_OK) << cache << " " << outcome.texts();

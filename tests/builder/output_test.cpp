@@ -82,8 +82,11 @@ TEST(Output, FollowsLinksAndRefusesWhatIsNoFile)
         EXPECT_NE(outcome.texts().find(text), std::string::npos) << outcome.texts();
         EXPECT_EQ(outcome.countOf(TARNOK_STATE_DECODING), 0) << "told at once, not after hours";
     }
-    order.output = workshop.path("bank.h");
     order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    order.output = workshop.path("piped.tnb");
+    ASSERT_EQ(mkfifo(workshop.path("piped.h").c_str(), 0666), 0);
+    EXPECT_NE(build(order).texts().find("piped.h: this is a device or pipe"), std::string::npos);
+    order.output = workshop.path("bank.h");
     EXPECT_EQ(build(order).result, TARNOK_ERR_INVALID_PARAM);
     EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
 }

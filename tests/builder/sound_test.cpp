@@ -198,7 +198,7 @@ TEST(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
         {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
         {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
         {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
-        {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is"},
+        {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is empty"},
         {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
         {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},

@@ -8,6 +8,7 @@ import unittest
 
 import tnb_reader
 from bank_case import BIN, TIMEOUT, BankCase, write_riff
+from console_test import SAMPLES
 
 MODULES = BIN.parent / "tests"
 LIBRARY = "libtarnokL.so.14"
@@ -117,6 +118,12 @@ class EncoderModuleTest(BankCase):
         # None of them has left anything in the cache that another build would take for a sound.
         self.run_build(WRITTEN, "-format", "xma", MISDEED="")
         self.assertEqual(self.tnb("validate", "x.tnb")[0], 0)
+
+    def test_only_rare_kinds_of_files_need_the_wide_decoder(self):
+        (self.libraries / "kess_ffmpeg.so").unlink(missing_ok=True)
+        sounds = [shutil.copy(p, self.work / "in") for p in SAMPLES.iterdir() if p.is_file()]
+        log = self.run_build(WRITTEN)
+        self.assertEqual(log.count("[processing]"), len(sounds) + len(self.sources), log)
 
 
 if __name__ == "__main__":

@@ -97,7 +97,7 @@ class InfoTest(TnbCase):
         for arguments, words in (
             (["gone.tnb"], "gone.tnb: no such file"),
             (["a.wav"], "a.wav: not a sound bank"),
-            (["empty"], "empty: can't be read"),
+            (["empty"], "empty: can't be read: it is empty"),
             (["in/.."], "in/..: "),
             ([locked], "encrypted; give its key with --key"),
             ([locked, "--key", "K"], "encrypted with a different key"),

@@ -1,6 +1,8 @@
 #include "opened_bank.hpp"
 
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 
 namespace tnb {
 
@@ -24,6 +26,18 @@ Failure failureOf(KESS_RESULT result)
     default:
         return {Status::Damaged, "damaged"};
     }
+}
+
+// Why a file can't be read, behind a colon; nothing where that isn't known.
+std::string reasonOf(const std::string& path)
+{
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error))
+        return ": it is a folder";
+    if (std::filesystem::is_regular_file(path, error) && std::filesystem::file_size(path, error) == 0)
+        return ": it is empty";
+    const int systems = KESS_SystemError();
+    return systems ? ": " + std::generic_category().message(systems) : std::string();
 }
 
 void require(KESS_RESULT result)
@@ -90,7 +104,7 @@ KESS_RESULT Engine::verify(const std::string& bank, const Key& key, const Tell& 
     };
     const KESS_RESULT result = mSystem->verifyBank(bank.c_str(), key ? key->c_str() : nullptr, take, &findings);
     if (result == KESS_ERR_FILE_COULDNOTSEEK || (result == KESS_ERR_FILE_BAD && !findings.damaged))
-        throw Failure(Status::CannotRead, "can't be read");
+        throw Failure(Status::CannotRead, "can't be read" + reasonOf(bank));
     if (result != KESS_OK && result != KESS_ERR_FILE_BAD)
         throw failureOf(result);
     return result;
