@@ -2,18 +2,43 @@
 
 #include <QRegularExpression>
 
+#include <clocale>
 #include <cstdio>
 
 namespace TARNOK {
 
 namespace {
 
+// Messages are UTF-8, whatever the user's locale: wide strings in them are converted by that of the thread, and a
+// conversion that fails cuts the message short.
+class Utf8Conversions
+{
+public:
+    Utf8Conversions() { uselocale(utf8()); }
+    ~Utf8Conversions() { uselocale(mFormer); }
+    Utf8Conversions(const Utf8Conversions&) = delete;
+    Utf8Conversions& operator=(const Utf8Conversions&) = delete;
+
+private:
+    static locale_t utf8()
+    {
+        static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return locale ? locale : LC_GLOBAL_LOCALE;
+    }
+
+    locale_t mFormer = uselocale(nullptr);
+};
+
 // A finished line, zeros behind the text.
 struct Line
 {
     char text[Logger::MAX_LINE + 1] = {};
 
-    Line(const char* format, va_list arguments) { std::vsnprintf(text, sizeof text, format, arguments); }
+    Line(const char* format, va_list arguments)
+    {
+        const Utf8Conversions conversions;
+        std::vsnprintf(text, sizeof text, format, arguments);
+    }
 };
 
 // How many conversions of a replayed message find an argument.
@@ -70,10 +95,12 @@ void Logger::vprintln(OUTPUTPRIORITY priority, const char* format, va_list argum
         mFile.write("\n", 1);
         break;
     }
-    case OUTPUT_STDOUT:
+    case OUTPUT_STDOUT: {
+        const Utf8Conversions conversions;
         std::vfprintf(stdout, format, arguments);
         std::fputc('\n', stdout);
         break;
+    }
     default:
         Q_ASSERT(!"unknown output");
     }

@@ -103,8 +103,8 @@ public:
 
     KESS_RESULT getNumSyncPoints(int* count);
 
-    /* One sync point, by position. name (nameBytes long, NUL included) may be null; a name that doesn't fit is cut at a
-     * character and the answer is KESS_ERR_TRUNCATED. */
+    /* One sync point, by position; *sample is at most the length. name (nameBytes long, NUL included) may be null; a
+     * name that doesn't fit is cut at a character and the answer is KESS_ERR_TRUNCATED. */
     KESS_RESULT getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes);
 
     /* Name of a subsound in UTF-8, by the rules of getSyncPoint; empty for a bank without names and for a file. */

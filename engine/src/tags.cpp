@@ -39,7 +39,7 @@ public:
 
     void syncPoint(uint64_t sample, std::string name)
     {
-        if (sample < mFacts.sampleCount && mFacts.syncPoints.size() < kMaxSyncPoints)
+        if (sample <= mFacts.sampleCount && mFacts.syncPoints.size() < kMaxSyncPoints)
             mFacts.syncPoints.push_back(SyncPoint{sample, std::move(name)});
     }
 

@@ -22,11 +22,13 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
 {
     const Engine engine;
     writeRamp("tags.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
-    addWavTags("tags.wav",
-               {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "behind"}, {0, ""}, {6, "caf\xe9"}}});
+    addWavTags(
+        "tags.wav",
+        {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "end"}, {1001, "behind"}, {0, ""}, {6, "caf\xe9"}}});
     const SoundPointer sound = engine.open("tags.wav");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
-    EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}}));
+    EXPECT_EQ(syncPointsOf(*sound),
+              (SyncPoints{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}, {1000, "end"}}));
 
     // A name that doesn't fit is cut between characters.
     char name[5];

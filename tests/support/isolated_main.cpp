@@ -1,4 +1,4 @@
-// main of every test program: a home of its own for each run, gone when the run ends.
+// main of every test program: a home of its own for each run, gone when the run ends, and the same locale for all.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -32,6 +32,7 @@ int main(int argc, char** argv)
     setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
     setenv("XDG_CACHE_HOME", (home + "/.cache").c_str(), 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    setenv("LC_ALL", "C", 1); // the poorest locale, as build farms have it
     std::filesystem::current_path(home);
 
     const int result = RUN_ALL_TESTS();
