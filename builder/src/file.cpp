@@ -118,6 +118,11 @@ std::string folderOf(std::string_view path)
     return std::string(path.substr(0, std::max<size_t>(slash, 1)));
 }
 
+Fault keepsChanging(std::string_view path)
+{
+    return {TARNOK_ERR_FILE_OS, std::string(baseName(path)) + ": another program keeps writing to this file"};
+}
+
 Fault fileFault(std::string_view doing, std::string_view path, int errorNumber)
 {
     const std::string name(baseName(path));

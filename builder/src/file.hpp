@@ -58,6 +58,9 @@ std::string folderOf(std::string_view path);
 // ... kick.wav", for instance "reading".
 Fault fileFault(std::string_view doing, std::string_view path, int errorNumber);
 
+// The fault of a file that is another one each time it is looked at.
+Fault keepsChanging(std::string_view path);
+
 // Opens a regular file for reading and tells its stamp; a pipe, a device or a folder is refused without waiting.
 Result<FileDescriptor> openForReading(const std::string& path, FileStamp* stamp);
 

@@ -44,7 +44,7 @@ Result<StoredPlace> SoundBuilder::build(const BankOrder& order, const TARNOK_SUB
         if (*place)
             return std::move(**place);
     }
-    return Fault{TARNOK_ERR_FILE_OS, job.shownName() + ": another program keeps writing to this file"};
+    return keepsChanging(job.paths.front());
 }
 
 Status SoundBuilder::identify(Job* job)

@@ -68,7 +68,7 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
             mIndex.remember(path, identity.stamp, identity.content);
         return identity;
     }
-    return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(path)) + ": another program keeps writing to this file"};
+    return keepsChanging(path);
 }
 
 // A settled stamp answers by itself. One that isn't settled doesn't tell a content from another that was written in
