@@ -105,7 +105,6 @@ public:
             QDir().mkpath(path(name));
             Singleton<System>::instance()->setDir(name, path(name));
         }
-        // Its share of the processors is the builder's default.
         mWindow.resize(1000, 700);
         mWindow.show();
         QTest::qWait(50);
@@ -162,7 +161,7 @@ private:
         std::printf("%-34s %9.1f ms median %9.1f ms worst\n", qPrintable(what), times[times.size() / 2], times.back());
     }
 
-    // Sounds of about 0.1 s, no two alike; half as many more than the project holds, to be added later.
+    // Sounds of about 0.1 s, no two alike; a tenth more than the project holds, to be added later.
     void makeFiles() const
     {
         std::vector<short> samples(4410);

@@ -8,6 +8,11 @@ namespace bank {
 
 uint64_t checksum(std::span<const uint8_t> bytes)
 {
+    return checksum(std::as_bytes(bytes));
+}
+
+uint64_t checksum(std::span<const std::byte> bytes)
+{
     return XXH3_64bits(bytes.data(), bytes.size());
 }
 

@@ -1,3 +1,4 @@
+#include "bank/bytes.hpp"
 #include "kadpcm_format.hpp"
 
 #include <cassert>
@@ -102,16 +103,6 @@ private:
     int mMissing = 0; // of all that were put into mBits, those from behind the end
 };
 
-uint16_t readU16(const uint8_t* bytes)
-{
-    return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
-}
-
-int16_t readI16(const uint8_t* bytes)
-{
-    return static_cast<int16_t>(readU16(bytes));
-}
-
 // One channel of the samples that are being decoded.
 struct Channel
 {
@@ -128,7 +119,7 @@ bool decodePlain(std::span<const uint8_t> bytes, const Channel& channel)
     if (bytes.size() != 2 * static_cast<size_t>(channel.frames))
         return false;
     for (int n = 0; n < channel.frames; ++n)
-        channel.at(n) = readI16(bytes.data() + 2 * static_cast<size_t>(n));
+        channel.at(n) = loadLittle<int16_t>(bytes.data() + 2 * static_cast<size_t>(n));
     return true;
 }
 
@@ -137,7 +128,7 @@ bool decodeConstant(std::span<const uint8_t> bytes, const Channel& channel)
     if (bytes.size() != 2)
         return false;
     for (int n = 0; n < channel.frames; ++n)
-        channel.at(n) = readI16(bytes.data());
+        channel.at(n) = loadLittle<int16_t>(bytes.data());
     return true;
 }
 
@@ -206,7 +197,7 @@ std::span<const uint8_t> firstBlock(std::span<const uint8_t> bytes)
 {
     if (bytes.size() < 2)
         return {};
-    const size_t size = readU16(bytes.data());
+    const size_t size = loadLittle<uint16_t>(bytes.data());
     return size <= bytes.size() - 2 ? bytes.subspan(2, size) : std::span<const uint8_t>();
 }
 

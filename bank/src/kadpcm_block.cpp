@@ -1,5 +1,6 @@
 #include "kadpcm_block.hpp"
 
+#include "bank/bytes.hpp"
 #include "kadpcm_format.hpp"
 
 #include <cmath>
@@ -112,12 +113,6 @@ int startFor(double meanCode)
     return start;
 }
 
-void appendU16(std::vector<uint8_t>& bytes, int value)
-{
-    bytes.push_back(static_cast<uint8_t>(value));
-    bytes.push_back(static_cast<uint8_t>(value >> 8));
-}
-
 void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> previous, const Analysis& analysis,
                   const Plan& plan, std::span<int16_t> decoded, BitWriter& bits)
 {
@@ -170,7 +165,7 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
 void appendConstant(std::span<const int16_t> samples, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     bytes.push_back(kConstantMode);
-    appendU16(bytes, samples[0]);
+    appendLittle(bytes, samples[0]);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -178,7 +173,7 @@ void appendPlain(std::span<const int16_t> samples, std::span<int16_t> decoded, s
 {
     bytes.push_back(kPlainMode);
     for (const int16_t sample : samples)
-        appendU16(bytes, sample);
+        appendLittle(bytes, sample);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -235,7 +230,7 @@ void encodeBlock(std::span<const int16_t> samples, std::span<const int16_t> prev
                  const Plan& plan, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     const size_t begin = bytes.size();
-    appendU16(bytes, 0);
+    appendLittle(bytes, uint16_t{0});
     if (analysis.constant) {
         appendConstant(samples, decoded, bytes);
     } else {

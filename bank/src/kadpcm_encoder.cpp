@@ -268,8 +268,6 @@ Encoder::Encoder(int channels, std::stop_token stop)
 }
 
 Encoder::~Encoder() = default;
-Encoder::Encoder(Encoder&&) noexcept = default;
-Encoder& Encoder::operator=(Encoder&&) noexcept = default;
 
 void Encoder::encode(std::span<const int16_t> interleaved, std::vector<uint8_t>& bytes, std::vector<uint32_t>* sizes)
 {

@@ -148,7 +148,8 @@ bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
         correction.first = loadLittle<uint64_t>(payload.data());
         correction.frames = loadLittle<uint32_t>(payload.data() + 8);
         payload = payload.subspan(kCorrectionHeadBytes);
-        if (correction.frames == 0 || !rangeInside(correction.first, correction.frames, sound->sampleCount))
+        if (correction.frames == 0 || correction.frames > kMostCorrectedFrames
+            || !rangeInside(correction.first, correction.frames, sound->sampleCount))
             return false;
         const size_t scales = sound->channels * correctionScales(correction.frames);
         const size_t codes = sound->channels * correctionCodeBytes(correction.frames);
@@ -356,8 +357,10 @@ const char* faultOf(const Row& row)
         return "its number of channels is impossible";
     if (row.sampleRate == 0 || row.sampleRate > kMaximumSampleRate)
         return "its sample rate is impossible";
-    if (row.sampleCount > kMaximumSampleCount || row.leadIn > std::numeric_limits<uint32_t>::max() / 2)
+    if (row.sampleCount > kMaximumSampleCount || row.leadIn > kMaximumLeadIn)
         return "its length is impossible";
+    if (row.quality > kMaximumQuality)
+        return "its quality is impossible";
     constexpr const char* kNoFit = "its length and the size of its data don't fit each other";
     if (row.codec == static_cast<uint8_t>(Codec::Pcm)) {
         const uint64_t frameBytes = bytesPerSample(static_cast<SampleFormat>(row.sampleFormat)) * row.channels;
@@ -367,6 +370,8 @@ const char* faultOf(const Row& row)
             row.leadIn == 0 && row.dataBytes / frameBytes == row.sampleCount && row.dataBytes % frameBytes == 0;
         return fits ? nullptr : kNoFit;
     }
+    if (row.sampleFormat != static_cast<uint8_t>(SampleFormat::Pcm16))
+        return "its sample format is unknown";
     return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes ? nullptr : kNoFit;
 }
 

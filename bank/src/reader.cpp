@@ -96,7 +96,6 @@ Error BankReader::Tables::load(std::string* fault)
     info.hasNames = header.prefix.flags & kFlagNames;
     if (header.prefix.flags & kFlagGuid)
         info.guid = header.guid;
-    info.fileBytes = header.prefix.fileBytes;
     return Error::None;
 }
 
@@ -110,7 +109,8 @@ bool BankReader::Tables::tablesFit() const
         && fits(header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes)
         && fits(header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes)
         && fits(header.nameIndexOffset, static_cast<uint64_t>(header.nameIndexCount) * kNameIndexBytes)
-        && fits(header.namesOffset, header.namesBytes) && header.nameIndexCount <= header.soundCount;
+        && fits(header.namesOffset, header.namesBytes) && header.nameIndexCount <= header.soundCount
+        && header.quality <= kMaximumQuality;
 }
 
 const char* BankReader::Tables::rowFault(const Row& row) const
@@ -201,12 +201,9 @@ SoundEntry BankReader::entry(uint32_t index) const
     entry.quality = row.quality;
     if (row.setup != kNoSetup)
         entry.setup = row.setup;
-    entry.chunksOffset = row.chunksOffset;
     entry.chunksBytes = row.chunksBytes;
-    entry.chunksChecksum = row.chunksChecksum;
     entry.dataOffset = row.dataOffset;
     entry.dataBytes = row.dataBytes;
-    entry.dataChecksum = row.dataChecksum;
     entry.name = mTables->name(row);
     return entry;
 }

@@ -26,7 +26,7 @@ size_t bytesPerSample(SampleFormat format)
 Sound emptySound()
 {
     Sound sound;
-    sound.dataChecksum = checksum({});
+    sound.dataChecksum = checksum(std::span<const uint8_t>());
     return sound;
 }
 

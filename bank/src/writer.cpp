@@ -105,7 +105,6 @@ struct BankWriter::Plan
 {
     BankSettings settings;
     std::vector<Row> rows; // setup and name filled in, the other places not yet
-    std::vector<uint32_t> setupBytes;
     std::string names;
     std::vector<std::vector<uint8_t>> setups;
     std::map<std::vector<uint8_t>, uint32_t> setupIndex;
@@ -248,7 +247,6 @@ void BankWriter::add(std::string_view name, const Sound& sound)
         mPlan->names += name;
     }
     mPlan->rows.push_back(row);
-    mPlan->setupBytes.push_back(static_cast<uint32_t>(sound.setup.size()));
 }
 
 uint64_t BankWriter::fileBytes() const
@@ -277,7 +275,7 @@ Error checkStored(const StoredSound& stored, Row row)
     return loadRow(record.data()) == row ? Error::None : Error::Damaged;
 }
 
-Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const Row& row, uint32_t setupBytes)
+Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const Row& row, size_t setupBytes)
 {
     if (const Error error = assembler.pad(row.chunksOffset); error != Error::None)
         return error;
@@ -311,8 +309,9 @@ Error BankWriter::write(ByteSink& sink, StoredSounds& stored, std::stop_token st
             return error;
     }
     for (size_t i = 0; i < laid.rows.size(); ++i) {
-        const Error error = writeSound(assembler, stored, i, laid.rows[i], mPlan->setupBytes[i]);
-        if (error != Error::None)
+        const Row& row = laid.rows[i];
+        const size_t setupBytes = row.setup == kNoSetup ? 0 : mPlan->setups[row.setup].size();
+        if (const Error error = writeSound(assembler, stored, i, row, setupBytes); error != Error::None)
             return error;
     }
     return Error::None;

@@ -99,10 +99,9 @@ bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offs
         copyRange(part->descriptor(), part->offset() + offset, mFile.descriptor(), mWritten, size, [] { return true; });
     if (error < 0)
         return bank::Error::Damaged;
-    if (error != 0) {
-        mFault = fileFault("writing", mPath, error);
-        return bank::Error::Io;
-    }
+    // Which of the two files failed is found out by reading and writing.
+    if (error != 0)
+        return ByteSink::copyFrom(source, offset, size);
     advance(size);
     return bank::Error::None;
 }
@@ -130,16 +129,23 @@ Status AtomicOutput::finish(const std::stop_token& stop)
     for (uint64_t done = 0; done + kWorthFlushing < mWritten; done += kWorthFlushing) {
         if (stop.stop_requested())
             return cancelled();
-        (void)sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait);
+        // An error that is told here is not told again by the sync of the whole. Some file systems can't do this at
+        // all.
+        if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait) != 0 && errno != EINVAL
+            && errno != ENOSYS && errno != ESPIPE)
+            return fileFault("writing", mPath, errno);
     }
     return mFile.sync(mPath);
 }
 
 Status AtomicOutput::commit()
 {
-    if (const int error = mFile.commit(mPath))
-        return fileFault("replacing", mPath, error);
-    return {};
+    const int error = mFile.commit(mPath);
+    if (error == ENOENT)
+        return Fault{TARNOK_ERR_FILE_OS,
+                     std::string(baseName(mPath))
+                         + ": its folder, or the unfinished file in it, was removed meanwhile"};
+    return error == 0 ? Status() : fileFault("replacing", mPath, error);
 }
 
 bool AtomicOutput::flush()

@@ -7,7 +7,6 @@
 #include "worker_pool.hpp"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <numeric>
@@ -20,17 +19,10 @@ namespace {
 
 constexpr int64_t kKeepEvery = 1200; // seconds; see Cache::tidy for how long an entry is safe
 
-// The folder for temporary files, as everywhere by TMPDIR, and one that isn't memory where /tmp is.
-std::vector<std::string> temporaryFolders()
+// Where temporary files may lie, best first: the last one isn't memory where /tmp is.
+std::vector<std::string> temporaryFolders(std::string first)
 {
-    const char* chosen = std::getenv("TMPDIR");
-    return {chosen && *chosen ? chosen : "/tmp", "/var/tmp"};
-}
-
-std::vector<std::string> withFirst(std::string first, std::vector<std::string> others)
-{
-    others.insert(others.begin(), std::move(first));
-    return others;
+    return {std::move(first), "/tmp", "/var/tmp"};
 }
 
 std::string_view withoutExtension(std::string_view path)
@@ -44,11 +36,13 @@ std::string_view withoutExtension(std::string_view path)
 double expansion(std::string_view path)
 {
     const std::string_view extension = path.substr(std::min(path.size(), path.rfind('.') + 1));
-    for (const std::string_view lossy : {"ogg", "opus", "mp3", "m4a", "aac", "wma", "spx", "mp2"}) {
-        if (extension.size() == lossy.size() && strncasecmp(extension.data(), lossy.data(), lossy.size()) == 0)
-            return 10;
-    }
-    return extension == "flac" ? 2 : 1;
+    const auto is = [extension](std::string_view other) {
+        return extension.size() == other.size() && strncasecmp(extension.data(), other.data(), other.size()) == 0;
+    };
+    constexpr std::string_view kLossy[] = {"ogg", "opus", "mp3", "m4a", "aac", "wma", "spx", "mp2"};
+    if (std::any_of(std::begin(kLossy), std::end(kLossy), is))
+        return 10;
+    return is("flac") ? 2 : 1;
 }
 
 } // namespace
@@ -103,6 +97,8 @@ public:
         const bank::Result<bank::StoredSound> stored = open(index);
         if (!stored)
             return stored.error();
+        if (stored->recordOffset > stored->source->size())
+            return bank::Error::Damaged;
         std::vector<uint8_t> record(stored->source->size() - stored->recordOffset);
         if (const bank::Error error = stored->source->readAt(stored->recordOffset, record); error != bank::Error::None)
             return error;
@@ -141,19 +137,24 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
     , mIndex(mCache.indexFolder())
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
-    , mMeans{mEngine, mCache, mSources, withFirst(library.cacheDirectory, temporaryFolders()), mStop}
+    , mMeans{mEngine, mCache, mSources, temporaryFolders(library.cacheDirectory), mStop}
     , mPlaces(request.subsounds.size())
     , mKeptAt(time(nullptr))
     , mDone(request.subsounds.size())
 {
-    const SpillFiles spills(withFirst(folderOf(request.outputFile), temporaryFolders()));
+    const SpillFiles spills(temporaryFolders(folderOf(request.outputFile)));
     for (unsigned worker = 0; worker < library.threadCount; ++worker)
         mBuilders.emplace_back(mMeans, spills);
 }
 
 Status Build::run()
 {
-    Status status = runPhases();
+    Status status;
+    try {
+        status = runPhases();
+    } catch (const std::bad_alloc&) {
+        status = outOfMemory();
+    }
     const bool reportedAsSound = mFailedCount > 0 && !has(TARNOK_INIT_IGNORE_ERRORS);
     if (!status && status.fault().code != TARNOK_ERR_CANCELLED && !reportedAsSound)
         reportBank(TARNOK_STATE_FAILED, status.fault());
@@ -208,7 +209,7 @@ Status Build::openOutputs(Outputs* outputs) const
     Result<AtomicOutput> header = AtomicOutput::create(headerFile);
     if (!header)
         return header.fault();
-    if (!isOurHeader(headerFile))
+    if (!mayBecomeHeader(headerFile))
         return invalid(headerFile + ": this file was not generated with a bank and will not be replaced by its header");
     outputs->header.emplace(std::move(*header));
     return {};
@@ -276,7 +277,8 @@ void Build::buildSound(const Task& task) noexcept
         report(task, TARNOK_STATE_FINISHED);
         keepUsedEntries();
     } catch (...) {
-        // Not even the report of a failure could be stored. The sound has no place, and verdict() finds that.
+        // Not even the report could be stored. If it was that of a failure, verdict() finds that the sound has no
+        // place.
     }
 }
 
@@ -290,9 +292,10 @@ Result<StoredPlace> Build::tryToBuild(const Task& task)
     try {
         return mBuilders[task.worker].build(mOrder, mRequest.subsounds[task.index], task.again, tell);
     } catch (const std::bad_alloc&) {
-        return outOfMemory();
+        return faultOf(bank::Error::Memory, firstFile(mRequest.subsounds[task.index]));
     } catch (const std::exception& exception) {
-        return Fault{TARNOK_ERR_ENCODER, exception.what()};
+        return Fault{TARNOK_ERR_ENCODER,
+                     firstFile(mRequest.subsounds[task.index]) + ": the encoder failed (" + exception.what() + ")"};
     }
 }
 
@@ -319,8 +322,8 @@ Status Build::encodeLost(size_t first)
             mPlaces[task.index] = std::move(*place);
         else
             fault = Fault{TARNOK_ERR_FILE_OS,
-                          std::string(baseName(pathsOf(mRequest.subsounds[task.index]).front()))
-                              + ": another program has changed this file during the build"};
+                          firstFile(mRequest.subsounds[task.index])
+                              + ": another program has changed this sound during the build"};
     });
     if (mStop.stop_requested())
         return cancelled();

@@ -35,7 +35,7 @@ struct LibrarySettings
 // one night tells all that is to be mended; the result is that of the first failed sound in the order of the list.
 // Failures that concern no single sound are reported for the bank as a whole.
 //
-// Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 4 MiB or one
+// Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 8 MiB or one
 // call of the system, of which those that flush the finished bank to a slow disk are the longest.
 class Build
 {

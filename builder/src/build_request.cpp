@@ -44,6 +44,11 @@ std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound)
     return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
 }
 
+std::string firstFile(const TARNOK_SUBSOUND& subsound)
+{
+    return std::string(baseName(subsound.fileNames[0]));
+}
+
 std::string_view soundName(const TARNOK_SUBSOUND& subsound)
 {
     const std::string_view name = baseName(subsound.fileNames[0]);

@@ -31,6 +31,9 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
 // The files of a sound.
 std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
 
+// The first of them without its folder, as it stands in messages.
+std::string firstFile(const TARNOK_SUBSOUND& subsound);
+
 // The name of a sound in its bank: that of its first file without folder and extension.
 std::string_view soundName(const TARNOK_SUBSOUND& subsound);
 

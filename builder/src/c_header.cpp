@@ -1,8 +1,9 @@
 #include "c_header.hpp"
 
+#include "file.hpp"
+
 #include <cstdio>
-#include <fstream>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace tarnok {
 
@@ -60,11 +61,14 @@ std::string asLiteral(std::string_view text)
 
 } // namespace
 
-bool isOurHeader(const std::string& path)
+bool mayBecomeHeader(const std::string& path)
 {
-    std::ifstream file(path);
-    std::string line;
-    return !file || !std::getline(file, line) || line == kFirstLine;
+    const Result<FileDescriptor> file = openForReading(path, nullptr);
+    if (!file)
+        return file.fault().code == TARNOK_ERR_FILE_NOT_FOUND;
+    char start[kFirstLine.size()];
+    const Result<size_t> length = readSome(file->get(), std::as_writable_bytes(std::span(start)), path);
+    return length && (*length == 0 || std::string_view(start, *length) == kFirstLine);
 }
 
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)
@@ -76,12 +80,16 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 
-    std::unordered_set<std::string> used;
+    std::unordered_map<std::string, unsigned> wishes; // how often each identifier was wished for
     for (size_t index = 0; index < soundNames.size(); ++index) {
         const std::string wanted = prefix + "_SOUND_" + asIdentifier(soundNames[index], true);
         std::string identifier = wanted;
-        for (unsigned number = 2; !used.insert(identifier).second; ++number)
-            identifier = wanted + "_" + std::to_string(number);
+        unsigned& wished = wishes[wanted];
+        while (++wished > 1) {
+            identifier = wanted + "_" + std::to_string(wished);
+            if (wishes.emplace(identifier, 1).second)
+                break;
+        }
         text += "#define " + identifier + " " + std::to_string(index) + "\n";
     }
 

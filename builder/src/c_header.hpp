@@ -17,7 +17,7 @@ namespace tarnok {
 // What C doesn't allow in an identifier becomes an underscore; of equal identifiers the later ones get a number.
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames);
 
-// Whether a header may be written to path: no file stands there, or one of these, or one that can't be read.
-bool isOurHeader(const std::string& path);
+// Whether a header may be written to path: no file stands there, or an empty one, or one of these.
+bool mayBecomeHeader(const std::string& path);
 
 } // namespace tarnok

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -92,8 +92,13 @@ uint64_t configuredLimit(const std::string& directory)
     const Result<FileDescriptor> file = openForReading(path, nullptr);
     if (!file || !readSome(file->get(), std::as_writable_bytes(std::span(text).first(sizeof text - 1)), path))
         return Cache::kSizeLimit;
-    const uint64_t limit = std::strtoull(text, nullptr, 10);
-    return limit > 0 ? limit : Cache::kSizeLimit;
+    uint64_t limit = 0;
+    const char* const end = text + std::strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, limit);
+    // "8G" is no number of bytes, and 8 would empty the cache.
+    const bool isNumber =
+        error == std::errc() && std::string_view(rest, end).find_first_not_of(" \t\r\n") == std::string_view::npos;
+    return isNumber && limit > 0 ? limit : Cache::kSizeLimit;
 }
 
 } // namespace
@@ -102,11 +107,10 @@ EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64
                               std::span<const uint8_t> record)
 {
     EntryHeader header{
-        {}, key.high, key.low, dataBytes, record.size(), dataChecksum, ContentHasher::checksum(std::as_bytes(record)),
-        0};
+        {}, key.high, key.low, dataBytes, record.size(), dataChecksum, bank::checksum(std::as_bytes(record)), 0};
     std::memcpy(header.magic, kEntryMagic, sizeof kEntryMagic);
     header.headerChecksum =
-        ContentHasher::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
+        bank::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
     return header;
 }
 
@@ -114,8 +118,8 @@ bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
 {
     const auto bytes = std::as_bytes(std::span(this, 1));
     return std::memcmp(magic, kEntryMagic, sizeof kEntryMagic) == 0
-        && ContentHasher::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum
-        && keyHigh == key.high && keyLow == key.low && recordBytes <= kLargestRecord && dataBytes <= fileBytes
+        && bank::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum && keyHigh == key.high
+        && keyLow == key.low && recordBytes <= kLargestRecord && dataBytes <= fileBytes
         && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
 }
 
@@ -149,7 +153,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
         entry.record.resize(header.recordBytes);
         const auto record = std::as_writable_bytes(std::span(entry.record));
         intact = readAt(descriptor, record, sizeof header + header.dataBytes) == 0
-            && ContentHasher::checksum(record) == header.recordChecksum
+            && bank::checksum(record) == header.recordChecksum
             && verify(descriptor, sizeof header, header.dataBytes, header.dataChecksum, stop);
     }
     // A damaged entry stays until store() puts another in its place: removing it here could hit the good one with which

@@ -84,8 +84,8 @@ public:
     void saveRecords(const std::stop_token& stop);
 
     // Keeps the size of the folder in bounds: the entries that were not used for the longest time go first, except
-    // those of the last hour, which a running build may need. Looks at the folder only when something was stored and
-    // the last look was a while ago, since it means visiting each entry.
+    // those of the last hour, which a running build may need. Looks at the folder only when something was stored and,
+    // where nobody has set a limit, the last look was a while ago, since it means visiting each entry.
     void tidy(const std::stop_token& stop);
 
     // Upper size of all entries together, in bytes, unless a file "limit" in the folder tells another.

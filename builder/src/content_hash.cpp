@@ -50,11 +50,6 @@ ContentHash ContentHasher::digest() const
     return {hash.high64, hash.low64};
 }
 
-uint64_t ContentHasher::checksum(std::span<const std::byte> bytes)
-{
-    return XXH3_64bits(bytes.data(), bytes.size());
-}
-
 void ContentHasher::Free::operator()(XXH3_state_s* state) const
 {
     XXH3_freeState(state);

@@ -38,9 +38,6 @@ public:
 
     ContentHash digest() const;
 
-    // The shorter form, as a checksum.
-    static uint64_t checksum(std::span<const std::byte> bytes);
-
 private:
     struct Free
     {

@@ -1,4 +1,4 @@
-// The encoded data of one sound on its way into a sink: counts it, checks it up, and gathers small packets.
+// The encoded data of one sound on its way into a sink: counts it, makes its checksum, and gathers small packets.
 #pragma once
 
 #include "bank/bytes.hpp"

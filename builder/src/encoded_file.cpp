@@ -11,11 +11,6 @@ namespace {
 // Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
 constexpr size_t kBufferBytes = 128 << 10;
 
-bool anotherDiskMayHelp(int error)
-{
-    return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG || error == ESTALE;
-}
-
 Fault keepingFault(int error)
 {
     return fileFault("keeping an encoded sound for", "the bank", error);

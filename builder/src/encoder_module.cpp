@@ -103,6 +103,8 @@ public:
             mError = Error::Encoder;
         if (mError != Error::None)
             return mError;
+        if (leadIn > bank::kMaximumLeadIn)
+            return Error::Encoder;
         mEncoded->leadIn = leadIn;
         if (const Error error = mData.finish(mEncoded); error != Error::None)
             return error;
@@ -205,7 +207,7 @@ private:
     [[nodiscard]] uint64_t mostBytes() const
     {
         const PreparedFacts& facts = mSound.facts();
-        return (facts.sampleCount + kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
+        return (facts.sampleCount + 2 * kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
     }
 
     PreparedSound& mSound;

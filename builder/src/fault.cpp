@@ -8,6 +8,8 @@ Fault faultOf(bank::Error error, std::string_view what)
     switch (error) {
     case bank::Error::Cancelled:
         return cancelled();
+    case bank::Error::Io:
+        return {TARNOK_ERR_FILE_OS, name + ": an encoded sound that was put aside can't be read again"};
     case bank::Error::Memory:
         return {TARNOK_ERR_MEMORY, name + ": out of memory"};
     case bank::Error::Unsupported:

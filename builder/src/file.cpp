@@ -264,6 +264,11 @@ int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffs
     return 0;
 }
 
+bool anotherDiskMayHelp(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG || error == ESTALE;
+}
+
 TemporaryFile::TemporaryFile(TemporaryFile&& other) noexcept
     : mDescriptor(std::move(other.mDescriptor))
     , mPath(std::exchange(other.mPath, {}))
@@ -294,19 +299,18 @@ Result<TemporaryFile> TemporaryFile::create(const std::string& folder, std::stri
 {
     static std::atomic<unsigned> counter{0};
     for (;;) {
-        TemporaryFile file;
-        file.mPath = folder + "/" + temporaryPrefix(stem) + std::to_string(getpid()) + "."
+        std::string path = folder + "/" + temporaryPrefix(stem) + std::to_string(getpid()) + "."
             + std::to_string(counter.fetch_add(1)) + std::string(kTemporarySuffix);
-        file.mDescriptor = FileDescriptor(open(file.mPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-        if (!file.mDescriptor) {
-            const int error = errno;
-            if (error == EEXIST) // left by a process that had our number
-                continue;
-            file.mPath.clear();
-            if (error == ENOENT)
-                return Fault{TARNOK_ERR_FILE_OS, "the folder " + folder + " does not exist"};
-            return fileFault("writing", folder + "/" + std::string(stem), error);
-        }
+        FileDescriptor descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        if (!descriptor && errno == EEXIST) // of a process that has or had our number, and not ours to remove
+            continue;
+        if (!descriptor && errno == ENOENT)
+            return Fault{TARNOK_ERR_FILE_OS, "the folder " + folder + " does not exist"};
+        if (!descriptor)
+            return fileFault("writing", folder + "/" + std::string(stem), errno);
+        TemporaryFile file;
+        file.mPath = std::move(path);
+        file.mDescriptor = std::move(descriptor);
         if (flock(file.mDescriptor.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
             continue;
         if (sameFile(file.mDescriptor.get(), file.mPath.c_str()))

@@ -81,6 +81,9 @@ int writeAt(int descriptor, std::span<const std::byte> bytes, uint64_t offset);
 int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
               const std::function<bool()>& goOn);
 
+// Whether what couldn't be written with this error number may find room elsewhere.
+bool anotherDiskMayHelp(int error);
+
 // A file on its way to a name. It is written under a hidden name of its own beside the target and takes the target's
 // name by commit(). Without a commit it disappears, and so does whatever a killed process left (see removeAbandoned).
 class TemporaryFile

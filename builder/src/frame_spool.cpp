@@ -45,9 +45,10 @@ Fault spoolFault(int error)
 
 } // namespace
 
-Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, const std::vector<std::string>& folders)
+Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, const std::vector<std::string>& folders,
+                                                       std::stop_token stop)
 {
-    std::unique_ptr<FrameSpool> spool(new FrameSpool(facts));
+    std::unique_ptr<FrameSpool> spool(new FrameSpool(facts, std::move(stop)));
     const uint64_t frameBytes = uint64_t(facts.channels) * sizeof(float);
     if (facts.length <= kMemoryLimit / frameBytes) {
         spool->mMemory.resize(size_t(facts.length) * size_t(facts.channels));
@@ -71,8 +72,8 @@ Status FrameSpool::write(uint64_t frame, const float* frames, size_t count)
         const int error = writeAt(mFile.get(), bytes, frame * channels * sizeof(float));
         if (error == 0)
             return {};
-        if ((error != ENOSPC && error != EDQUOT) || !openNextFolder())
-            return spoolFault(error);
+        if (!anotherDiskMayHelp(error) || !openNextFolder())
+            return mStop.stop_requested() ? cancelled() : spoolFault(error);
     }
 }
 
@@ -122,7 +123,8 @@ Status FrameSpool::openNextFolder()
             last = file.fault();
         } else if (!mFile
                    || (fstat(mFile.get(), &status) == 0
-                       && copyRange(mFile.get(), 0, file->get(), 0, uint64_t(status.st_size), [] { return true; })
+                       && copyRange(mFile.get(), 0, file->get(), 0, uint64_t(status.st_size),
+                                    [this] { return !mStop.stop_requested(); })
                            == 0)) {
             mFile = std::move(*file);
             return {};

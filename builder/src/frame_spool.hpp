@@ -4,6 +4,7 @@
 #include "file.hpp"
 #include "frame_source.hpp"
 
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,8 @@ class FrameSpool final : public FrameSource
 {
 public:
     // folders: where the file may lie, tried in this order, the next one when a disk is full.
-    static Result<std::unique_ptr<FrameSpool>> create(const FrameFacts& facts, const std::vector<std::string>& folders);
+    static Result<std::unique_ptr<FrameSpool>> create(const FrameFacts& facts, const std::vector<std::string>& folders,
+                                                      std::stop_token stop);
 
     const FrameFacts& facts() const override { return mFacts; }
 
@@ -34,13 +36,15 @@ public:
     static constexpr uint64_t kMemoryLimit = 4 << 20;
 
 private:
-    explicit FrameSpool(const FrameFacts& facts)
+    FrameSpool(const FrameFacts& facts, std::stop_token stop)
         : mFacts(facts)
+        , mStop(std::move(stop))
     { }
 
     Status openNextFolder();
 
     FrameFacts mFacts;
+    std::stop_token mStop;
     std::vector<std::string> mFolders; // not tried yet
     std::vector<float> mMemory;
     FileDescriptor mFile;

@@ -18,7 +18,7 @@ namespace {
 constexpr unsigned kMostThreads = 256;
 
 // From Tarnok_Init to Tarnok_Release, and on until the build that was running then has ended: a build keeps the session
-// that it began with, so a new one may begin while a cancelled build is still on its way out.
+// that it began with, so that another thread may initialise the library again while that build is on its way out.
 struct Session
 {
     LibrarySettings settings;

@@ -101,8 +101,7 @@ ProgressQueue::Item ProgressQueue::makeItem(int subSoundIndex, int threadId, TAR
 
     Item item(new (memory) TARNOK_PROGRESSITEM{subSoundIndex, threadId, state, 0, nullptr});
     if (failed) {
-        const TARNOK_RESULT storedCode = code;
-        std::memcpy(memory + sizeof(TARNOK_PROGRESSITEM), &storedCode, sizeof storedCode);
+        std::memcpy(memory + sizeof(TARNOK_PROGRESSITEM), &code, sizeof code);
         std::memcpy(memory + textOffset, text.data(), text.size());
         memory[textOffset + text.size()] = '\0';
         item->stateData = memory + sizeof(TARNOK_PROGRESSITEM);

@@ -1,6 +1,7 @@
 #include "record_table.hpp"
 
 #include "bank/bytes.hpp"
+#include "bank/checksum.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -38,13 +39,6 @@ struct Candidate
     uint64_t size() const { return sizeof head + head.recordBytes; }
 };
 
-template <typename T>
-void append(std::vector<uint8_t>* bytes, const T& value)
-{
-    const auto* first = reinterpret_cast<const uint8_t*>(&value);
-    bytes->insert(bytes->end(), first, first + sizeof value);
-}
-
 void leaveOut(std::vector<Candidate>* records, int64_t oldest, int64_t recently, uint64_t limit)
 {
     std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
@@ -74,10 +68,10 @@ std::vector<uint8_t> fileOf(std::vector<Candidate> records)
     file.reserve(size_t(size));
     file.resize(sizeof(TableHeader));
     for (const Candidate& record : records) {
-        append(&file, record.head);
+        bank::appendLittle(file, record.head);
         file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
     }
-    TableHeader header{{}, ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
+    TableHeader header{{}, bank::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
     std::memcpy(header.magic, kMagic, sizeof kMagic);
     std::memcpy(file.data(), &header, sizeof header);
     return file;
@@ -91,7 +85,7 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
         return std::nullopt;
     const auto header = bank::loadLittle<TableHeader>(file.data());
     if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0
-        || ContentHasher::checksum(std::as_bytes(std::span(file).subspan(sizeof header))) != header.checksum)
+        || bank::checksum(std::as_bytes(std::span(file).subspan(sizeof header))) != header.checksum)
         return std::nullopt;
 
     RecordTable table;

@@ -34,7 +34,7 @@ public:
     std::optional<RawRecord> find(const ContentHash& key) const;
 
     // The file of a table with all records of newer, too, in place of those of the same keys. What was not used since
-    // `oldest` is left out, and then the longest unused until the file has at most `limit` bytes, or largestTable for
+    // `oldest` is left out, and then the longest unused until the file has at most `limit` bytes, or kLargestTable for
     // what was used since `recently`.
     std::vector<uint8_t> mergedWith(const NewRecords& newer, int64_t oldest, int64_t recently, uint64_t limit) const;
 

@@ -306,7 +306,7 @@ Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const Resampl
     FrameFacts facts = source.facts();
     facts.sampleRate = toRate;
     facts.length = plan.length();
-    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create(facts, spoolFolders);
+    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create(facts, spoolFolders, stop);
     if (!spool)
         return spool.fault();
     if (Status status = Resampler(source, plan, **spool, std::move(stop)).run(); !status)

@@ -29,7 +29,7 @@ std::string SoundBuilder::Job::shownName() const
 Result<StoredPlace> SoundBuilder::build(const BankOrder& order, const TARNOK_SUBSOUND& subsound, bool again,
                                         const Report& report)
 {
-    Job job{SoundSettings::of(order, subsound), pathsOf(subsound), again, report, {}, {}};
+    Job job{SoundSettings::of(order, subsound), pathsOf(subsound), again, report, {}, {}, {}};
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (Status status = identify(&job); !status)
@@ -38,13 +38,13 @@ Result<StoredPlace> SoundBuilder::build(const BankOrder& order, const TARNOK_SUB
             return std::move(*place);
         if (mMeans.stop.stop_requested())
             return cancelled();
-        Result<std::optional<StoredPlace>> place = encode(job);
+        Result<std::optional<StoredPlace>> place = encode(&job);
         if (!place)
             return place.fault();
         if (*place)
             return std::move(**place);
     }
-    return keepsChanging(job.paths.front());
+    return keepsChanging(job.changed);
 }
 
 Status SoundBuilder::identify(Job* job)
@@ -92,8 +92,9 @@ std::optional<StoredPlace> SoundBuilder::findInSource(const Job& job)
 
 // The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
 // have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
-Result<std::optional<StoredPlace>> SoundBuilder::encode(const Job& job)
+Result<std::optional<StoredPlace>> SoundBuilder::encode(Job* which)
 {
+    const Job& job = *which;
     SoundPreparation preparation(job.settings, mMeans.spoolFolders, mMeans.stop);
     EncodedFile file(job.again ? nullptr : &mMeans.cache, mSpills, mMeans.stop);
     bank::Sound sound;
@@ -109,7 +110,7 @@ Result<std::optional<StoredPlace>> SoundBuilder::encode(const Job& job)
     }
 
     // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
-    const Result<bool> isOther = changed(job);
+    const Result<bool> isOther = hasChanged(which);
     if (isOther && *isOther)
         return std::optional<StoredPlace>();
     if (!status)
@@ -140,13 +141,15 @@ Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
 }
 
 // A file that certainly is another one decides over those that can't be told.
-Result<bool> SoundBuilder::changed(const Job& job)
+Result<bool> SoundBuilder::hasChanged(Job* job)
 {
     Result<bool> answer = false;
-    for (size_t i = 0; i < job.paths.size(); ++i) {
-        const Result<bool> same = mMeans.sources.unchanged(job.paths[i], job.identities[i], mMeans.stop);
-        if (same && !*same)
+    for (size_t i = 0; i < job->paths.size(); ++i) {
+        const Result<bool> same = mMeans.sources.unchanged(job->paths[i], job->identities[i], mMeans.stop);
+        if (same && !*same) {
+            job->changed = job->paths[i];
             return true;
+        }
         if (!same && answer)
             answer = same.fault();
     }

@@ -1,5 +1,7 @@
 #include "source_index.hpp"
 
+#include "bank/checksum.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <ctime>
@@ -74,16 +76,18 @@ std::optional<ContentHash> SourceIndex::find(std::string_view path, const FileSt
     const auto found = std::lower_bound(mKnown.begin(), mKnown.end(), wanted);
     if (found == mKnown.end() || found->source != wanted.source)
         return std::nullopt;
-    if (found->usedAt + kRenewAfter < now()) {
-        const std::lock_guard lock(mMutex);
-        mLearned.push_back({found->source, found->content, now()});
-    }
+    if (found->usedAt + kRenewAfter < now())
+        learn({found->source, found->content, now()});
     return found->content;
 }
 
 void SourceIndex::remember(std::string_view path, const FileStamp& stamp, const ContentHash& hash)
 {
-    const Record record{sourceHash(path, stamp), hash, now()};
+    learn({sourceHash(path, stamp), hash, now()});
+}
+
+void SourceIndex::learn(const Record& record)
+{
     const std::lock_guard lock(mMutex);
     if (mLearned.size() < kMostRecords)
         mLearned.push_back(record);
@@ -115,19 +119,20 @@ bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* reco
         return false;
 
     SegmentHeader header;
-    bool sound = readAt(file->get(), std::as_writable_bytes(std::span(&header, 1)), 0) == 0
-        && std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 && header.count <= 2 * kMostRecords
+    int error = readAt(file->get(), std::as_writable_bytes(std::span(&header, 1)), 0);
+    bool sound = error == 0 && std::memcmp(header.magic, kMagic, sizeof kMagic) == 0 && header.count <= 2 * kMostRecords
         && stamp.size == sizeof header + header.count * sizeof(Record);
     if (sound && records->size() + header.count > 2 * kMostRecords)
         return true; // more than anybody keeps: the next merge drops it
     if (sound) {
         std::vector<Record> read(header.count);
         const auto bytes = std::as_writable_bytes(std::span(read));
-        sound = readAt(file->get(), bytes, sizeof header) == 0 && ContentHasher::checksum(bytes) == header.checksum;
+        error = readAt(file->get(), bytes, sizeof header);
+        sound = error == 0 && bank::checksum(bytes) == header.checksum;
         if (sound)
             records->insert(records->end(), read.begin(), read.end());
     }
-    if (!sound)
+    if (!sound && error <= 0)
         unlink(path.c_str());
     return sound;
 }
@@ -141,7 +146,7 @@ bool SourceIndex::writeSegment(const std::vector<Record>& records) const
         return false;
 
     const auto bytes = std::as_bytes(std::span(records));
-    SegmentHeader header{{}, records.size(), ContentHasher::checksum(bytes)};
+    SegmentHeader header{{}, records.size(), bank::checksum(bytes)};
     std::memcpy(header.magic, kMagic, sizeof kMagic);
     if (writeAt(file->descriptor(), std::as_bytes(std::span(&header, 1)), 0) != 0
         || writeAt(file->descriptor(), bytes, sizeof header) != 0)

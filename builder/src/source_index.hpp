@@ -53,6 +53,7 @@ private:
     };
     struct SegmentHeader;
 
+    void learn(const Record& record);
     bool readSegment(const std::string& path, std::vector<Record>* records) const;
     bool writeSegment(const std::vector<Record>& records) const;
     void merge();

@@ -405,8 +405,8 @@ private:
     int mSamplesOfFirst = 0;
     Delivery mDelivery = Delivery::Float;
     uint64_t mLeft = 0;
-    // Containers that count in milliseconds may claim a little more than there is. So much is made up with silence, in
-    // order that every sound is as long as it says; what is missing beyond that is damage.
+    // Containers may claim a little more than there is, those that count in milliseconds above all. Up to a second is
+    // made up with silence, in order that every sound is as long as it says; what is missing beyond that is damage.
     uint64_t mSilence = 0;
 };
 

@@ -26,7 +26,8 @@ public:
     /* Starts the engine; maxChannels, flags and extraDriverData have no meaning for a silent one. */
     KESS_RESULT init(int maxChannels, unsigned int flags, void* extraDriverData);
 
-    /* Opens a file without decoding it. path is UTF-8. info may be null.
+    /* Opens a file without decoding it. path is UTF-8. info may be null. The first file that needs FFmpeg silences its
+     * messages and bounds its allocations for the whole process.
      * Whatever is in the file, the answer is KESS_OK or one of FILE_BAD (13), FILE_COULDNOTSEEK (14), FILE_NOTFOUND
      * (18), FORMAT (19), TOOMANYCHANNELS (64), VERSION (69). *sound, which may not be null, is null on failure. */
     KESS_RESULT createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound);

@@ -27,7 +27,7 @@ struct Chunk
     uint64_t declared = 0; // of its data, as the file tells it; where it can't be meant, the one above
 };
 
-// The list of a file's chunks, read once. It ends where the file is damaged.
+// The list of a file's chunks, as it was when this was made. It ends where the file is damaged.
 class ChunkList
 {
 public:

@@ -1,5 +1,6 @@
 #include "sound.hpp"
 
+#include "sample_convert.hpp"
 #include "source_file.hpp"
 
 #include <algorithm>
@@ -36,26 +37,9 @@ void store(Value* target, Value value)
         *target = value;
 }
 
-int bitsPerSample(KESS_SOUND_FORMAT format)
-{
-    switch (format) {
-    case KESS_SOUND_FORMAT_PCM8:
-        return 8;
-    case KESS_SOUND_FORMAT_PCM16:
-        return 16;
-    case KESS_SOUND_FORMAT_PCM24:
-        return 24;
-    case KESS_SOUND_FORMAT_PCM32:
-    case KESS_SOUND_FORMAT_PCMFLOAT:
-        return 32;
-    default:
-        return 0;
-    }
-}
-
 size_t frameBytes(const kess::SoundFacts& facts)
 {
-    return static_cast<size_t>(facts.channels) * static_cast<size_t>(bitsPerSample(facts.format)) / 8;
+    return static_cast<size_t>(facts.channels) * kess::bytesPerSample(facts.format);
 }
 
 // Copies what fits, whole characters only.
@@ -316,7 +300,7 @@ KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, i
     store(type, facts.type);
     store(format, facts.format);
     store(channels, facts.channels);
-    store(bits, bitsPerSample(facts.format));
+    store(bits, static_cast<int>(8 * kess::bytesPerSample(facts.format)));
     return KESS_OK;
 }
 

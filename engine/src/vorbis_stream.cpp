@@ -102,7 +102,9 @@ private:
             return false;
         mProduced += vorbisPacketSamples(mBlock, block);
         mBlock = block;
-        if (packet.granulepos < 0)
+        // No sound is that long; sums of what is left don't overflow.
+        constexpr int64_t kMostPosition = int64_t{1} << 62;
+        if (packet.granulepos < 0 || packet.granulepos > kMostPosition)
             return true;
         if (packet.e_o_s)
             mLastPosition = packet.granulepos;

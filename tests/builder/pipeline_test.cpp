@@ -26,7 +26,7 @@ namespace {
 // A tone of so many periods a frame, ready to be read.
 std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate, bank::SampleFormat format)
 {
-    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create({1, rate, format, length}, {"/tmp"});
+    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create({1, rate, format, length}, {"/tmp"}, {});
     EXPECT_TRUE(bool(spool));
     for (uint64_t frame = 0; frame < length; ++frame) {
         const auto sample = float(0.5 * std::sin(2 * std::numbers::pi * frequency * double(frame)));

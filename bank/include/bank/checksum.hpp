@@ -1,6 +1,7 @@
 // XXH3-64, the checksum of headers, tables, chunks and sample data: against damage, not against forgery.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -10,6 +11,7 @@ struct XXH3_state_s;
 namespace bank {
 
 [[nodiscard]] uint64_t checksum(std::span<const uint8_t> bytes);
+[[nodiscard]] uint64_t checksum(std::span<const std::byte> bytes);
 
 // The same over bytes that arrive piece by piece.
 class RunningChecksum

@@ -17,11 +17,14 @@ namespace bank {
 
 inline constexpr uint32_t kCorrectionSegment = 64;
 
+// Of one correction. A few times what is of use around a seam, and little enough for every sound of a bank.
+inline constexpr uint32_t kMostCorrectedFrames = 1024;
+
 // What is to be added to the decoded frames first to first + frames - 1.
 struct Correction
 {
     uint64_t first = 0; // frame of the sound
-    uint32_t frames = 0; // at least 1
+    uint32_t frames = 0; // 1 to kMostCorrectedFrames
     std::vector<uint8_t> scales; // correctionScales() for each channel, channel after channel; see correctionScale()
     std::vector<uint8_t> codes; // correctionCodeBytes() for each channel, four samples a byte, the lowest bits first
 

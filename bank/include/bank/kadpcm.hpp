@@ -74,8 +74,6 @@ public:
     // and what was appended is of no use.
     explicit Encoder(int channels, std::stop_token stop = {});
     ~Encoder();
-    Encoder(Encoder&&) noexcept;
-    Encoder& operator=(Encoder&&) noexcept;
 
     // Takes interleaved samples, whole frames (asserted), and appends the superblocks that are ready to bytes; often
     // none. sizes, if given, gets the size in bytes of each of them.

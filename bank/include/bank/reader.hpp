@@ -34,7 +34,6 @@ struct BankInfo
     uint32_t soundCount = 0;
     bool hasNames = false;
     std::optional<std::array<uint8_t, 16>> guid;
-    uint64_t fileBytes = 0; // of the plain layout
 };
 
 // A sound's row of the table, its name, and where its parts lie in the plain layout.
@@ -48,12 +47,9 @@ struct SoundEntry
     uint32_t leadIn = 0;
     uint8_t quality = 0;
     std::optional<uint32_t> setup; // index of the shared setup
-    uint64_t chunksOffset = 0;
     uint32_t chunksBytes = 0;
-    uint64_t chunksChecksum = 0;
     uint64_t dataOffset = 0;
     uint64_t dataBytes = 0;
-    uint64_t dataChecksum = 0;
     std::string_view name; // valid as long as the reader
 };
 

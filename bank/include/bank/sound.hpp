@@ -22,6 +22,8 @@ namespace bank {
 
 inline constexpr int kMaximumChannels = 32;
 inline constexpr uint32_t kMaximumSampleRate = 768'000; // hertz
+inline constexpr uint32_t kMaximumQuality = 100;
+inline constexpr uint32_t kMaximumLeadIn = 0x7fffffff;
 inline constexpr size_t kSoundRecordBytes = 96;
 
 // How the data of a sound is encoded. The numbers are those of TARNOK_FORMAT and are stored.
@@ -89,7 +91,7 @@ struct Sound
     uint16_t channels = 1; // 1 to kMaximumChannels
     uint32_t sampleRate = 44'100; // hertz, 1 to kMaximumSampleRate
     uint64_t sampleCount = 0; // length of the sound; 0 for one that couldn't be encoded
-    uint32_t leadIn = 0; // decoded samples to drop before the first of the sound
+    uint32_t leadIn = 0; // decoded samples to drop before the first of the sound, at most kMaximumLeadIn
     uint8_t quality = 0; // 1 to 100 for the codecs that have one, otherwise 0
     uint64_t dataBytes = 0; // size of the encoded data
     uint64_t dataChecksum = 0; // XXH3-64 of the encoded data
