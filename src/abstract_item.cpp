@@ -63,7 +63,7 @@ bool AbstractItem::reparent(AbstractItem* newParent, int row)
 
     const bool adopted = newParent->adopt(this, row);
     if (!adopted)
-        Singleton<Logger>::instance()->println(Logger::OUTPUT_ERROR, "ERROR: Internal error: Orphan item!");
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: Internal error: Orphan item!");
     Q_ASSERT(adopted);
 
     mParent = newParent;

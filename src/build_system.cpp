@@ -86,16 +86,6 @@ private:
     const TARNOK_PROGRESSITEM* mItem;
 };
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
-System* settings()
-{
-    return Singleton<System>::instance();
-}
-
 } // namespace
 
 void ProgressMonitor::prepare(int numSubsounds)
@@ -303,8 +293,8 @@ void BuildSystem::processNext(bool locked)
         return;
 
     logger()->println(Logger::OUTPUT_MESSAGE, "Build started\n");
-    mProgressMonitor.prepare(static_cast<int>(mQueue.first(locked)->numSubsounds()));
     BuildContext* context = mQueue.first(locked);
+    mProgressMonitor.prepare(static_cast<int>(context->numSubsounds()));
     context->start(QThread::InheritPriority);
 
     // Out of threads: the job would never end.

@@ -113,4 +113,10 @@ private:
     int mSucceededBuilds = 0;
 };
 
+// The program's one build system.
+inline BuildSystem* buildSystem()
+{
+    return Singleton<BuildSystem>::instance();
+}
+
 } // namespace TARNOK

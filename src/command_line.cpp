@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QStringList>
 #include <QThread>
 
@@ -19,19 +20,14 @@ namespace TARNOK {
 
 namespace {
 
-constexpr const char* PROJECT_SUFFIX = ".tnproj";
-constexpr const char* BANK_SUFFIX = "tnb";
+constexpr const char* PROJECT_EXTENSION = ".tnproj";
+constexpr const char* BANK_EXTENSION = ".tnb";
 constexpr int HELP_COLUMN = 20;
 constexpr unsigned long POLL_MS = 20;
 
 // Stands for an unset field of an Arg and is told by its address: an argument may really be empty behind its
 // prefix.
 const char UNSET[] = "";
-
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
 
 QByteArray blanks(int count)
 {
@@ -265,7 +261,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
         // Any single source is tried as a project, a sound file too: its failure there is none, and stays silent.
         const Logger::OUTPUTPRIORITY verbosity = logger()->verbosity();
         logger()->setVerbosity(Logger::OUTPUT_SILENT);
-        SoundBank* loaded = Singleton<Workspace>::instance()->loadSoundBank(sources.first());
+        SoundBank* loaded = workspace()->loadSoundBank(sources.first());
         logger()->setVerbosity(verbosity);
         if (loaded) {
             *bank = loaded;
@@ -275,7 +271,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
         }
     }
 
-    *bank = Singleton<Workspace>::instance()->createSoundBank();
+    *bank = workspace()->createSoundBank();
     logger()->println(Logger::OUTPUT_INFO, "\nAnalysing files...");
     Subsound* interleaved = mInterleaved ? (*bank)->newItem() : nullptr;
     for (const QString& file : std::as_const(files)) {
@@ -405,43 +401,42 @@ void CommandLine::setDefaultOutputPath(SoundBank* bank, const QString& destinati
     if (!path.endsWith('/') && !path.endsWith('\\'))
         path += '/';
     path += bank->at(0)->at(0)->fileName();
-    bank->setOutputFilePath(path + "." + BANK_SUFFIX);
+    bank->setOutputFilePath(path + BANK_EXTENSION);
 }
 
 void CommandLine::writeProject(const SoundBank* bank, const QString& destination)
 {
     QString path = destination;
-    if (!path.endsWith(PROJECT_SUFFIX))
-        path += PROJECT_SUFFIX;
+    if (!path.endsWith(PROJECT_EXTENSION))
+        path += PROJECT_EXTENSION;
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
     ++mBanksWanted;
     const StopSignals held;
-    if (Singleton<Workspace>::instance()->saveSoundBank(bank, path))
+    if (workspace()->saveSoundBank(bank, path))
         ++mBanksWritten;
 }
 
 void CommandLine::buildToTheEnd(const SoundBank* bank)
 {
-    BuildSystem* buildSystem = Singleton<BuildSystem>::instance();
-    const int before = buildSystem->succeededBuilds();
+    const int before = buildSystem()->succeededBuilds();
     const StopSignals held;
     bool cancelled = false;
-    buildSystem->enqueueBuild(bank);
-    while (buildSystem->update()) {
+    buildSystem()->enqueueBuild(bank);
+    while (buildSystem()->update()) {
         if (StopSignals::noted() && !cancelled) {
-            buildSystem->cancelBuild();
+            buildSystem()->cancelBuild();
             cancelled = true;
         }
         QThread::msleep(POLL_MS);
     }
     ++mBanksWanted;
-    mBanksWritten += buildSystem->succeededBuilds() - before;
+    mBanksWritten += buildSystem()->succeededBuilds() - before;
 }
 
 // Builds one bank for each subsound, the last one first.
 bool CommandLine::buildMultiple(SoundBank* bank)
 {
-    SoundBank* carrier = Singleton<Workspace>::instance()->createSoundBank();
+    SoundBank* carrier = workspace()->createSoundBank();
     carrier->setEncryptionKey(bank->encryptionKey());
     carrier->profile().clone(bank->profile());
 
@@ -460,12 +455,21 @@ bool CommandLine::buildMultiple(SoundBank* bank)
 
     // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
     QList<Subsound*> built;
+    QSet<QString> paths;
     while (!bank->isEmpty() && !StopSignals::noted()) {
         Subsound* subsound = bank->last();
         carrier->append(subsound);
-        carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + "." + BANK_SUFFIX);
+        carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + BANK_EXTENSION);
         bank->removeLast();
+        const int before = mBanksWritten;
         buildToTheEnd(carrier);
+        const QString path = carrier->outputFilePath();
+        if (paths.contains(path) && mBanksWritten > before) {
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s replaced the bank of another sound of that name",
+                              path.toUtf8().constData());
+            --mBanksWritten;
+        }
+        paths.insert(path);
         carrier->clear();
         built.prepend(subsound);
     }

@@ -19,11 +19,6 @@ constexpr bool POSTPOPULATE = false;
 constexpr bool VISIBLE = false;
 constexpr bool HIDDEN = true;
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
 CommandLine* commandLine()
 {
     return Singleton<CommandLine>::instance();
@@ -48,10 +43,10 @@ bool setBankFlag(SoundBank* bank, unsigned int flag, const char* line)
     return done(line);
 }
 
-bool setLibraryFlag(unsigned int flag)
+bool setLibraryFlag(unsigned int flag, const char* line)
 {
-    Singleton<BuildSystem>::instance()->setInitFlag(flag, true);
-    return true;
+    buildSystem()->setInitFlag(flag, true);
+    return done(line);
 }
 
 // A switch without a value: Action has bool trigger(SoundBank*) const.
@@ -183,9 +178,8 @@ ALIAS(s, no_seek);
 
 TRIGGER_SWITCH(ignore_errors, "Ignore errors in compilation such as \"file not found\"", VISIBLE, PREPOPULATE)
 {
-    setLibraryFlag(TARNOK_INIT_IGNORE_ERRORS);
     commandLine()->setIgnoreErrors();
-    return done("Ignoring errors");
+    return setLibraryFlag(TARNOK_INIT_IGNORE_ERRORS, "Ignoring errors");
 }
 ALIAS(i, ignore_errors);
 
@@ -199,13 +193,13 @@ ALIAS(l, no_loop);
 TRIGGER_SWITCH(generate_c_header, "Generate a C header code file containing subsound names and indices.", VISIBLE,
                POSTPOPULATE)
 {
-    return setLibraryFlag(TARNOK_INIT_CREATE_HEADER) && done("C Header generation enabled");
+    return setLibraryFlag(TARNOK_INIT_CREATE_HEADER, "C Header generation enabled");
 }
 ALIAS(n, generate_c_header);
 
 VALUE_SWITCH(profile, "Override settings with a specific profile", VISIBLE, POSTPOPULATE)
 {
-    if (!Singleton<Workspace>::instance()->loadProfile(&bank->profile(), value))
+    if (!workspace()->loadProfile(&bank->profile(), value))
         return false;
     logger()->println(Logger::OUTPUT_INFO, "Using profile: %s", value.toUtf8().constData());
     return true;
@@ -216,7 +210,7 @@ VALUE_SWITCH(thread_count, "Number of threads to use for concurrent subsound enc
     int count = 0;
     if (!convertToInt(value, System::MIN_THREADS, System::MAX_THREADS, &count))
         return false;
-    Singleton<System>::instance()->setValue(System::THREAD_COUNT, count);
+    settings()->setValue(System::THREAD_COUNT, count);
     logger()->println(Logger::OUTPUT_INFO, "Thread count: %d", count);
     return true;
 }
@@ -231,7 +225,7 @@ VALUE_SWITCH(cache_dir, "Use specified directory for cache files", VISIBLE, PREP
     // The directory itself need not exist yet, its parent must.
     if (!directory.cdUp() || !directory.exists())
         return false;
-    Singleton<System>::instance()->setDir(System::CACHE_NAME, path);
+    settings()->setDir(System::CACHE_NAME, path);
     logger()->println(Logger::OUTPUT_INFO, "Using cache direcory: %s", path.toUtf8().constData());
     return true;
 }
@@ -286,7 +280,7 @@ TRIGGER_SWITCH(write_proj, "Write out a project file instead of building a sound
 
 TRIGGER_SWITCH(rebuild, "Don't load cache files, re-encode everything from scratch", VISIBLE, POSTPOPULATE)
 {
-    return setLibraryFlag(TARNOK_INIT_REBUILD) && done("Rebuild enabled");
+    return setLibraryFlag(TARNOK_INIT_REBUILD, "Rebuild enabled");
 }
 
 TRIGGER_SWITCH(no_guid, "Disable GUID generation in TNB header.", VISIBLE, POSTPOPULATE)

@@ -12,7 +12,6 @@
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QProgressBar>
-#include <QSettings>
 #include <QTimer>
 
 namespace TARNOK {
@@ -26,35 +25,6 @@ constexpr const char* PROJECT_EXTENSION = "tnproj";
 constexpr const char* PROFILE_EXTENSION = "prof";
 constexpr const char* PROFILE_FILTER = "SoundProfile (*.prof)";
 constexpr const char* LIST_FILTER = "List file (*.lst)";
-
-constexpr const char* RECENT_ARRAY = "RECENT_PROJECTS";
-constexpr const char* RECENT_KEY = "PATH";
-
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
-Workspace* workspace()
-{
-    return Singleton<Workspace>::instance();
-}
-
-System* settings()
-{
-    return Singleton<System>::instance();
-}
-
-BuildSystem* buildSystem()
-{
-    return Singleton<BuildSystem>::instance();
-}
-
-// The project, or null.
-SoundBank* firstBank()
-{
-    return workspace()->isEmpty() ? nullptr : workspace()->first();
-}
 
 QString projectFilter()
 {
@@ -253,6 +223,7 @@ SoundBank* FileIO::importListFile()
 
 void FileIO::projectSaveInternal(bool useProjectFileName)
 {
+    DirectoryLineEdit::finishEditing();
     SoundBank* bank = firstBank();
     if (!bank || bank->isEmpty()) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to save");
@@ -281,39 +252,8 @@ void FileIO::projectSaveInternal(bool useProjectFileName)
 
 void FileIO::appendRecentFiles(const QString& path)
 {
-    rememberProject(path);
+    System::rememberProject(path);
     emit recentFilesChanged();
-}
-
-QStringList FileIO::recentProjects()
-{
-    QSettings store(COMPANY_NAME, APP_NAME);
-    QStringList paths;
-    const int size = store.beginReadArray(RECENT_ARRAY);
-    for (int i = 0; i < size; ++i) {
-        store.setArrayIndex(i);
-        paths.append(store.value(RECENT_KEY).toString());
-    }
-    store.endArray();
-    return paths;
-}
-
-void FileIO::rememberProject(const QString& path)
-{
-    QStringList paths = recentProjects();
-    const auto found = paths.indexOf(path);
-    if (found >= 0)
-        paths.move(found, 0);
-    else
-        paths.prepend(path);
-
-    QSettings store(COMPANY_NAME, APP_NAME);
-    store.beginWriteArray(RECENT_ARRAY);
-    for (int i = 0; i < paths.size(); ++i) {
-        store.setArrayIndex(i);
-        store.setValue(RECENT_KEY, paths.at(i));
-    }
-    store.endArray();
 }
 
 void FileIO::profileSave()
@@ -369,6 +309,7 @@ bool FileIO::soundBankRebuild()
 
 bool FileIO::soundBankBuildInternal(bool rebuild)
 {
+    DirectoryLineEdit::finishEditing();
     const SoundBank* bank = firstBank();
     if (!bank) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to build: no project loaded");

@@ -45,14 +45,8 @@ public:
     // Offers to save what would be lost; false if the user cancelled.
     bool maybeSave();
 
-    // Puts path at the front of the recent list, which lives in the settings store alone.
+    // Puts path at the front of the recent list, and tells of it.
     void appendRecentFiles(const QString& path);
-
-    // The same without an object that tells of it: also for programs without a window.
-    static void rememberProject(const QString& path);
-
-    // The paths of the recent list, that of the project used last first.
-    static QStringList recentProjects();
 
     bool soundBankBuildInternal(bool rebuild);
 

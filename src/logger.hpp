@@ -110,4 +110,10 @@ private:
     std::shared_ptr<Pane> mPane; // none: lines for it are lost
 };
 
+// The program's one logger.
+inline Logger* logger()
+{
+    return Singleton<Logger>::instance();
+}
+
 } // namespace TARNOK

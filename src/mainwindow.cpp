@@ -36,11 +36,6 @@ constexpr QSize DEFAULT_SIZE(400, 400);
 constexpr const char* POSITION_KEY = "pos";
 constexpr const char* SIZE_KEY = "size";
 
-Workspace* workspace()
-{
-    return Singleton<Workspace>::instance();
-}
-
 // Fills the place %1 to %3 of a text, or those after the ones that are filled already, with the version.
 QString withVersion(const QString& text)
 {
@@ -146,7 +141,7 @@ void MainWindow::connectPanels()
     Q_ASSERT(connected);
     connected = connect(mRecentMenu, SIGNAL(triggered(QAction*)), this, SLOT(loadRecentProject(QAction*)));
     Q_ASSERT(connected);
-    connected = connect(Singleton<BuildSystem>::instance(), SIGNAL(buildStateChanged()), this, SLOT(refresh()));
+    connected = connect(buildSystem(), SIGNAL(buildStateChanged()), this, SLOT(refresh()));
     Q_ASSERT(connected);
 }
 
@@ -237,7 +232,7 @@ void MainWindow::refresh()
     mPropertyEditor->setCurrentSoundBank(hasBank ? workspace()->first() : nullptr);
     mProjectBrowser->update();
 
-    const bool building = Singleton<BuildSystem>::instance()->isBuilding();
+    const bool building = buildSystem()->isBuilding();
     mBuildAction->setEnabled(hasBank && !building);
     mRebuildAction->setEnabled(hasBank && !building);
     mCancelAction->setEnabled(hasBank && building);
@@ -262,7 +257,7 @@ void MainWindow::updateRecentFileMenu()
         action->deleteLater();
     }
 
-    const QStringList paths = FileIO::recentProjects();
+    const QStringList paths = System::recentProjects();
     mRecentMenu->setEnabled(!paths.isEmpty());
     for (const QString& path : paths)
         mRecentMenu->addAction(new QAction(path, this));
@@ -282,8 +277,7 @@ void MainWindow::loadMostRecentProject()
     }
 
     const QString path = recent.first()->text();
-    Singleton<Logger>::instance()->println(Logger::OUTPUT_MESSAGE, "Loading most recent project: %s",
-                                           path.toUtf8().constData());
+    logger()->println(Logger::OUTPUT_MESSAGE, "Loading most recent project: %s", path.toUtf8().constData());
     if (SoundBank* bank = mFileIO->projectOpenInternal(path)) {
         mProjectBrowser->expandItem(bank);
         return;

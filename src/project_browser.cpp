@@ -28,16 +28,6 @@ constexpr int AUTO_EXPAND_MS = 350;
 constexpr int MINIMUM_WIDTH = 300;
 constexpr int PARKED_Y = -100;
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
-Workspace* workspace()
-{
-    return Singleton<Workspace>::instance();
-}
-
 // The shape of an icon in one colour.
 QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const QColor& colour)
 {

@@ -20,19 +20,6 @@ namespace {
 
 constexpr int MINIMUM_WIDTH = 200;
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
-// The bank that every edit goes to. Null while a project is closed: that disables the panel, and a control that loses
-// the focus by it may still report an edit.
-SoundBank* firstBank()
-{
-    const auto* workspace = Singleton<Workspace>::instance();
-    return workspace->isEmpty() ? nullptr : workspace->first();
-}
-
 QLabel* labelFor(QWidget* control, const QString& text)
 {
     auto* label = new QLabel(text);

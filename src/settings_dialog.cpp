@@ -16,16 +16,6 @@ namespace {
 
 constexpr QSize MINIMUM_SIZE(500, 190);
 
-System* settings()
-{
-    return Singleton<System>::instance();
-}
-
-BuildSystem* buildSystem()
-{
-    return Singleton<BuildSystem>::instance();
-}
-
 } // namespace
 
 SettingsDialog::SettingsDialog(QWidget* parent)

@@ -20,11 +20,6 @@ constexpr int FLAG_BITS = 32;
 // The first format number that no profile may have. The range ends one beyond the last real format.
 constexpr quint32 FORMAT_LIMIT = FORMAT_COUNT + 1;
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
 // Reports a step that doesn't belong where it stands. Always false, for the reader that returns it.
 bool unexpectedTag(XmlStreamIterator& xml)
 {
@@ -480,12 +475,12 @@ bool SoundBank::isModified()
 
 bool SoundBank::save(const QString& path)
 {
-    return Singleton<Workspace>::instance()->saveSoundBank(this, path);
+    return workspace()->saveSoundBank(this, path);
 }
 
 void SoundBank::unload()
 {
-    Singleton<Workspace>::instance()->deleteItem(this);
+    workspace()->deleteItem(this);
 }
 
 bool SoundBank::serialize(QXmlStreamWriter* writer) const

@@ -13,6 +13,9 @@ namespace TARNOK {
 
 namespace {
 
+constexpr const char* RECENT_ARRAY = "RECENT_PROJECTS";
+constexpr const char* RECENT_KEY = "PATH";
+
 // Texts of the engine's results from ENGINE_TEXT_FIRST on.
 constexpr int ENGINE_TEXT_FIRST = 13;
 constexpr const char* ENGINE_TEXTS[] = {
@@ -154,7 +157,7 @@ bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* chan
     Q_ASSERT(result == KESS_OK);
 
     if (!isAccepted(type)) {
-        Singleton<Logger>::instance()->println(Logger::OUTPUT_INFO, "unsupported format");
+        logger()->println(Logger::OUTPUT_INFO, "unsupported format");
         return false;
     }
     if (sampleRate)
@@ -188,7 +191,7 @@ KESS::Sound* SoundFileValidator::open(const QString& path)
     case KESS_ERR_FORMAT:
     case KESS_ERR_TOOMANYCHANNELS:
     case KESS_ERR_VERSION:
-        Singleton<Logger>::instance()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
+        logger()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
         return nullptr;
     default:
         Q_ASSERT(!"a result of the engine that no file can cause");
@@ -278,6 +281,37 @@ int System::getDefaultValue(const char* name)
         return 0;
     Q_ASSERT(false);
     return 0;
+}
+
+QStringList System::recentProjects()
+{
+    QSettings store(COMPANY_NAME, APP_NAME);
+    QStringList paths;
+    const int size = store.beginReadArray(RECENT_ARRAY);
+    for (int i = 0; i < size; ++i) {
+        store.setArrayIndex(i);
+        paths.append(store.value(RECENT_KEY).toString());
+    }
+    store.endArray();
+    return paths;
+}
+
+void System::rememberProject(const QString& path)
+{
+    QStringList paths = recentProjects();
+    const auto found = paths.indexOf(path);
+    if (found >= 0)
+        paths.move(found, 0);
+    else
+        paths.prepend(path);
+
+    QSettings store(COMPANY_NAME, APP_NAME);
+    store.beginWriteArray(RECENT_ARRAY);
+    for (int i = 0; i < paths.size(); ++i) {
+        store.setArrayIndex(i);
+        store.setValue(RECENT_KEY, paths.at(i));
+    }
+    store.endArray();
 }
 
 void System::finalizeSettings() const

@@ -77,6 +77,12 @@ public:
     void setValue(const char* name, int value);
     int getDefaultValue(const char* name);
 
+    // The projects used last, which live in the settings store alone, the latest first.
+    static QStringList recentProjects();
+
+    // Puts path at the front of them.
+    static void rememberProject(const QString& path);
+
     void finalizeSettings() const;
     void finalizeDirectories() const;
     void finalizeValues() const;
@@ -85,5 +91,11 @@ private:
     QMap<QString, QString> mDirectories;
     QMap<QString, int> mValues;
 };
+
+// The settings of the program's user.
+inline System* settings()
+{
+    return Singleton<System>::instance();
+}
 
 } // namespace TARNOK

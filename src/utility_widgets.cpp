@@ -2,6 +2,7 @@
 
 #include "logger.hpp"
 
+#include <QApplication>
 #include <QCompleter>
 #include <QDir>
 #include <QDoubleValidator>
@@ -301,13 +302,24 @@ DirectoryLineEdit::DirectoryLineEdit(QWidget* parent)
 
 void DirectoryLineEdit::elideText()
 {
-    setText(QFontMetrics(font()).elidedText(mPath, Qt::ElideMiddle, width() - 3));
+    if (!hasFocus())
+        setText(QFontMetrics(font()).elidedText(mPath, Qt::ElideMiddle, width() - 3));
+}
+
+void DirectoryLineEdit::finishEditing()
+{
+    if (auto* edit = qobject_cast<DirectoryLineEdit*>(QApplication::focusWidget()))
+        edit->clearFocus();
 }
 
 bool DirectoryLineEdit::setPath(const QString& path, bool createIfMissing)
 {
     if (QDir(path).exists()) {
+        const bool isOther = path != mPath;
         setPathInternal(path);
+        // What is typed belongs to the directory that was there before.
+        if (isOther && hasFocus())
+            setText(mPath);
         elideText();
         return true;
     }
@@ -331,8 +343,7 @@ bool DirectoryLineEdit::createDirectory(const QString& path)
     if (dir.mkdir(name))
         setPathInternal(path);
     else
-        Singleton<Logger>::instance()->println(Logger::OUTPUT_ERROR, "ERROR: unable to create directory '%s'",
-                                               name.toUtf8().constData());
+        logger()->println(Logger::OUTPUT_ERROR, "ERROR: unable to create directory '%s'", name.toUtf8().constData());
     elideText();
     return true;
 }
@@ -376,6 +387,7 @@ EnhancedDirectoryLineEdit::EnhancedDirectoryLineEdit(QWidget* parent)
     , mLineEdit(new DirectoryLineEdit(this))
 {
     mBrowseButton->setFixedWidth(BROWSE_BUTTON_WIDTH);
+    mBrowseButton->setAutoDefault(false); // Return in the settings dialog is OK
     setFocusProxy(mLineEdit);
 
     bool connected = connect(mBrowseButton, SIGNAL(clicked()), this, SLOT(browseForPath()));
@@ -510,12 +522,12 @@ NotificationArea::NotificationArea(QWidget*)
     auto* layout = new QVBoxLayout;
     layout->addWidget(mTextEdit);
     setLayout(layout);
-    Singleton<Logger>::instance()->setPrintToQTextEdit(mTextEdit);
+    logger()->setPrintToQTextEdit(mTextEdit);
 }
 
 NotificationArea::~NotificationArea()
 {
-    Singleton<Logger>::instance()->setPrintToQTextEdit(nullptr);
+    logger()->setPrintToQTextEdit(nullptr);
 }
 
 } // namespace TARNOK

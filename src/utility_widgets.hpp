@@ -135,7 +135,13 @@ public:
     bool setPath(const QString& path, bool createIfMissing);
 
     void setPathInternal(const QString& path);
+
+    // Shows the path as far as there is room. The text of an edit that has the focus stays: it is the user's.
     void elideText();
+
+    // Takes over what the user has typed where the focus is in such an edit. For commands that leave the focus where it
+    // is.
+    static void finishEditing();
 
     // The whole path, whatever the text is.
     const QString& path() const { return mPath; }

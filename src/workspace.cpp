@@ -16,11 +16,6 @@ namespace {
 
 constexpr int XML_INDENT = 4;
 
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
 // What a document that is about to be replaced holds.
 QByteArray formerContents(const QString& path)
 {
@@ -73,6 +68,8 @@ bool writeDocument(const Serializable& object, const QString& path, QIODevice::O
     file.close();
     if (fault.isEmpty())
         fault = faultOf(file);
+    if (fault.isEmpty() && (writer.hasError() || formerContents(path).contains('\r')))
+        fault = "A file name or the key holds a character that can't be kept in it";
     if (!serialized) {
         file.remove();
         return false;

@@ -39,4 +39,16 @@ public:
     bool deserialize(XmlStreamIterator&) override { return false; }
 };
 
+// The program's one workspace.
+inline Workspace* workspace()
+{
+    return Singleton<Workspace>::instance();
+}
+
+// The bank that the desktop program edits. Null while a project is closed.
+inline SoundBank* firstBank()
+{
+    return workspace()->isEmpty() ? nullptr : workspace()->first();
+}
+
 } // namespace TARNOK

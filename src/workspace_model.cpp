@@ -12,18 +12,9 @@
 
 namespace TARNOK {
 
-namespace {
-
-Logger* logger()
-{
-    return Singleton<Logger>::instance();
-}
-
-} // namespace
-
 WorkspaceModel::WorkspaceModel(QObject* parent)
     : QAbstractItemModel(parent)
-    , mRoot(Singleton<Workspace>::instance())
+    , mRoot(workspace())
     , mHeaders{{COLUMN_NAME, "Name"},          {COLUMN_SAMPLE_RATE, "Sample rate (Hz)"},
                {COLUMN_FORMAT, "Format"},      {COLUMN_TYPE, "Type"},
                {COLUMN_SIZE, "Size (Kb)"},     {COLUMN_LOCATION, "Location"},
@@ -262,6 +253,7 @@ Subsound* WorkspaceModel::interleaveSubsounds(QList<Subsound*>& subsounds)
     Subsound* interleavedSubsound = subsounds.first();
     AbstractItem* bank = interleavedSubsound->parent();
     beginResetModel();
+    mDestroyed.clear();
 
     int position = static_cast<int>(interleavedSubsound->size());
     for (Subsound* sound : subsounds.mid(1)) {

@@ -51,8 +51,8 @@ public:
             break;
         default:
             raiseError("Expected either start or end block");
-            Singleton<Logger>::instance()->println(
-                Logger::OUTPUT_ERROR, "ERROR: [XML] near line %u, Expected either start or end block", lineNumber());
+            logger()->println(Logger::OUTPUT_ERROR, "ERROR: [XML] near line %u, Expected either start or end block",
+                              lineNumber());
             raiseError("");
             break;
         }

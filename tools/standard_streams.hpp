@@ -1,4 +1,4 @@
-// What every program does before anything else.
+// What every program that opens files does before anything else.
 #pragma once
 
 #include <cstdlib>

@@ -68,6 +68,8 @@ install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME co
 install(FILES
     ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
     DESTINATION share/doc/tarnok)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/quality.csv DESTINATION share/doc/tarnok)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/images/quality.svg DESTINATION share/doc/tarnok/images)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok PATTERN __pycache__ EXCLUDE)
 install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-completion/completions)
 

@@ -1,6 +1,7 @@
 // Opens a project in the desktop program, for file managers: tarnokex looks at no arguments and begins with the project
 // that was used last, so the project is made that one before tarnokex takes this process over.
-#include "file_io.hpp"
+#include "../standard_streams.hpp"
+#include "utility_classes.hpp"
 
 #include <QFileInfo>
 
@@ -29,10 +30,11 @@ std::string besideThisProgram(const char* name)
 
 int main(int argc, char** argv)
 {
+    openMissingStandardStreams();
     if (argc > 1) {
         const QFileInfo project(QString::fromUtf8(argv[1]));
         if (project.isFile())
-            TARNOK::FileIO::rememberProject(project.absoluteFilePath());
+            TARNOK::System::rememberProject(project.absoluteFilePath());
         else
             std::fprintf(stderr, "tarnokex-open: %s is not a file\n", argv[1]);
     }
