@@ -67,8 +67,9 @@ std::set<int> selection(const ExtractRequest& request, const std::vector<std::st
 void makeFolder(const std::string& folder)
 {
     std::error_code error;
+    std::error_code unseen;
     std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder))
+    if (!std::filesystem::is_directory(folder, unseen))
         throw Failure(Status::CannotRead,
                       "can't make the folder " + folder + ": " + (error ? error.message() : "a file is in the way"));
 }
@@ -122,14 +123,15 @@ Status extract(const ExtractRequest& request)
     const std::set<int> indices = selection(request, names);
     makeFolder(request.folder);
 
-    Status status = Status::Sound;
+    Status status = Status::Whole;
     for (const int index : indices) {
         const auto place = static_cast<size_t>(index);
         try {
             extractSound(bank, index, files[place], request);
         } catch (const Failure& failure) {
-            std::cerr << "tnb: " << printable(request.bank) << ": sound " << index << " (" << printable(names[place])
-                      << "): " << printable(failure.what()) << '\n';
+            const std::string name = names[place].empty() ? "" : " (" + printable(names[place]) + ")";
+            std::cerr << "tnb: " << printable(request.bank) << ": sound " << index << name << ": "
+                      << printable(failure.what()) << '\n';
             status = std::max(status, failure.status());
         }
     }

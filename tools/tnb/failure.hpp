@@ -8,7 +8,7 @@ namespace tnb {
 
 enum class Status
 {
-    Sound = 0, // everything wanted was done, and nothing wrong was met
+    Whole = 0, // everything wanted was done, and nothing wrong was met
     Damaged = 1, // a bank, or a sound wanted from it, is damaged
     CannotRead = 2, // no bank, no such file, key missing or wrong, nothing written, or wrong arguments
 };

@@ -289,7 +289,7 @@ Status showInfo(const InfoRequest& request)
         printTotal(sounds);
     }
     const bool damaged = std::any_of(sounds.begin(), sounds.end(), [](const Listed& s) { return !s.fault.empty(); });
-    return damaged ? Status::Damaged : Status::Sound;
+    return damaged ? Status::Damaged : Status::Whole;
 }
 
 } // namespace tnb

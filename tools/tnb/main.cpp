@@ -13,6 +13,7 @@
 #include <csignal>
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -115,8 +116,14 @@ private:
         command->add_option("BANK", mBanks, "Banks to look at")->required();
         mKey.addTo(*command);
         command->callback([this] {
-            for (const std::string& bank : mBanks)
-                mStatus = std::max(mStatus, attempt(bank, [&] { return tnb::validate(bank, mKey.key()); }));
+            std::optional<Key> key; // read once: standard input has only one first line
+            for (const std::string& bank : mBanks) {
+                mStatus = std::max(mStatus, attempt(bank, [&] {
+                                       if (!key)
+                                           key = mKey.key();
+                                       return tnb::validate(bank, *key);
+                                   }));
+            }
         });
     }
 
@@ -145,7 +152,7 @@ private:
     tnb::InfoRequest mInfo;
     std::vector<std::string> mBanks;
     tnb::ExtractRequest mExtract;
-    Status mStatus = Status::Sound;
+    Status mStatus = Status::Whole;
 };
 
 } // namespace

@@ -82,7 +82,7 @@ void throwFirstFault(const Engine& engine, const std::string& path, const Key& k
 Engine::Engine()
 {
     require(KESS_System_Create(&mSystem, KESS_VERSION));
-    mSystem->init(1, 0, nullptr);
+    require(mSystem->init(0, 0, nullptr));
 }
 
 Engine::~Engine()

@@ -44,7 +44,7 @@ Character firstCharacter(std::string_view text)
 // Controls, line and paragraph separators, and what turns the direction of the text that follows.
 bool isHarmless(uint32_t code)
 {
-    return code >= 0x20 && !(code >= 0x7f && code <= 0x9f) && code != 0x200e && code != 0x200f
+    return code >= 0x20 && !(code >= 0x7f && code <= 0x9f) && code != 0x061c && code != 0x200e && code != 0x200f
         && !(code >= 0x2028 && code <= 0x202e) && !(code >= 0x2066 && code <= 0x2069);
 }
 

@@ -18,7 +18,7 @@ Status validate(const std::string& bank, const Key& key)
     });
     if (result == KESS_OK)
         std::cout << printable(bank) << ": whole\n";
-    return result == KESS_OK ? Status::Sound : Status::Damaged;
+    return result == KESS_OK ? Status::Whole : Status::Damaged;
 }
 
 } // namespace tnb
