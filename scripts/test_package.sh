@@ -79,7 +79,8 @@ inside '
         xdg-open samples.tnproj &
         for i in \$(seq 100); do
             sleep 0.2
-            xdotool search --name samples.tnproj && pkill tarnokex; [ \$? = 0 ] && exit 0
+            window=\$(xdotool search --name samples.tnproj | head -n 1)
+            [ -n "\$window" ] && kill \$(xdotool getwindowpid \$window) && exit 0
         done
         exit 1
 SCRIPT
