@@ -1,5 +1,7 @@
 #include "support/sound_files.hpp"
 
+#include <sndfile.hh>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -18,37 +20,32 @@ namespace {
     std::abort();
 }
 
-SNDFILE* create(const std::string& path, int format, int channels, int rate)
+// In pieces: libsndfile's Vorbis and Opus encoders keep a large write on the stack.
+template <typename Sample>
+void write(const std::string& path, int format, int channels, int rate, const std::vector<Sample>& samples)
 {
-    SF_INFO info{};
-    info.channels = channels;
-    info.samplerate = rate;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (!file)
-        fail(path, sf_strerror(nullptr));
-    sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    return file;
+    SndfileHandle file(path, SFM_WRITE, format, channels, rate);
+    file.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    const size_t piece = 4096 * size_t(channels);
+    for (size_t done = 0; done < samples.size(); done += piece) {
+        const auto count = sf_count_t(std::min(piece, samples.size() - done));
+        if (file.write(samples.data() + done, count) != count)
+            fail(path, file.strError());
+    }
+    if (file.error())
+        fail(path, file.strError());
 }
 
-void append(std::vector<uint8_t>& bytes, uint32_t number)
+std::string littleEndian(std::initializer_list<uint32_t> numbers)
 {
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes.push_back(uint8_t(number >> shift));
+    return {reinterpret_cast<const char*>(numbers.begin()), numbers.size() * sizeof(uint32_t)};
 }
 
-void append(std::vector<uint8_t>& bytes, const std::string& text)
+std::string chunk(const std::string& id, std::string data)
 {
-    bytes.insert(bytes.end(), text.begin(), text.end());
-}
-
-void appendChunk(std::vector<uint8_t>& bytes, const char* id, const std::vector<uint8_t>& data)
-{
-    append(bytes, std::string(id, 4));
-    append(bytes, uint32_t(data.size()));
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    if (data.size() % 2)
-        bytes.push_back(0);
+    const std::string head = id + littleEndian({uint32_t(data.size())});
+    data.resize(data.size() + data.size() % 2);
+    return head + data;
 }
 
 } // namespace
@@ -100,60 +97,35 @@ std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
 
 std::string writeSound(const std::string& path, int format, const Signal& signal)
 {
-    SNDFILE* file = create(path, format, signal.channels, signal.rate);
-    const auto frames = sf_count_t(signal.frames());
-    // In pieces: libsndfile's Vorbis and Opus encoders keep a large write on the stack.
-    constexpr sf_count_t kPiece = 4096;
-    for (sf_count_t done = 0; done < frames; done += kPiece) {
-        const sf_count_t count = std::min(kPiece, frames - done);
-        if (sf_writef_float(file, signal.samples.data() + done * signal.channels, count) != count)
-            fail(path, sf_strerror(file));
-    }
-    sf_close(file);
+    write(path, format, signal.channels, signal.rate, signal.samples);
     return path;
 }
 
 void writeIntegers(const std::string& path, int format, int channels, int rate, const std::vector<int32_t>& samples)
 {
-    SNDFILE* file = create(path, format, channels, rate);
-    const auto count = sf_count_t(samples.size());
-    if (sf_write_int(file, samples.data(), count) != count)
-        fail(path, sf_strerror(file));
-    sf_close(file);
+    write(path, format, channels, rate, samples);
 }
 
 void addWavTags(const std::string& path, const WavTags& tags)
 {
-    std::vector<uint8_t> bytes = readFile(path);
+    std::string added;
     if (tags.loop) {
-        std::vector<uint8_t> data;
-        for (uint32_t field : {0u, 0u, 22676u, 60u, 0u, 0u, 0u, 1u, 0u})
-            append(data, field);
-        for (uint32_t field : {0u, 0u, tags.loop->first, tags.loop->second, 0u, 0u})
-            append(data, field);
-        appendChunk(bytes, "smpl", data);
+        const auto [first, last] = *tags.loop;
+        added = chunk("smpl", littleEndian({0, 0, 22676, 60, 0, 0, 0, 1, 0, 0, 0, first, last, 0, 0}));
     }
     if (!tags.markers.empty()) {
-        std::vector<uint8_t> points;
-        std::vector<uint8_t> names;
-        append(points, uint32_t(tags.markers.size()));
-        append(names, "adtl");
+        std::string points = littleEndian({uint32_t(tags.markers.size())});
+        std::string names = "adtl";
         uint32_t id = 0;
         for (const auto& [sample, name] : tags.markers) {
-            append(points, ++id);
-            append(points, sample);
-            append(points, "data");
-            append(points, 0u);
-            append(points, 0u);
-            append(points, sample);
-            std::vector<uint8_t> label;
-            append(label, id);
-            append(label, name + '\0');
-            appendChunk(names, "labl", label);
+            ++id;
+            points += littleEndian({id, sample}) + "data" + littleEndian({0, 0, sample});
+            names += chunk("labl", littleEndian({id}) + name + '\0');
         }
-        appendChunk(bytes, "cue ", points);
-        appendChunk(bytes, "LIST", names);
+        added += chunk("cue ", points) + chunk("LIST", names);
     }
+    std::vector<uint8_t> bytes = readFile(path);
+    bytes.insert(bytes.end(), added.begin(), added.end());
     const auto length = uint32_t(bytes.size() - 8);
     std::memcpy(&bytes[4], &length, sizeof length);
     writeFile(path, bytes);
