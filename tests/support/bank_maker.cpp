@@ -14,19 +14,12 @@ namespace {
 
 float floatAt(const uint8_t* place, SampleFormat format)
 {
-    switch (format) {
-    case SampleFormat::Pcm8:
-        return float(int8_t(*place)) / 128;
-    case SampleFormat::Pcm16:
-        return float(bank::loadLittle<int16_t>(place)) / 32'768;
-    case SampleFormat::Pcm24:
-        return float(int32_t(uint32_t(place[0]) << 8 | uint32_t(place[1]) << 16 | uint32_t(place[2]) << 24) >> 8)
-            / 8'388'608;
-    case SampleFormat::Pcm32:
-        return float(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
-    default:
+    if (format == SampleFormat::Float)
         return bank::loadLittle<float>(place);
-    }
+    // Whatever its size, a whole number's highest byte becomes that of the 32 bits.
+    std::array<uint8_t, 4> number{};
+    std::copy_n(place, bank::bytesPerSample(format), number.end() - bank::bytesPerSample(format));
+    return float(bank::loadLittle<int32_t>(number.data())) * 0x1p-31f;
 }
 
 } // namespace
@@ -63,13 +56,10 @@ Error MemorySound::seek(int64_t position)
 Error MemorySound::readFloat(float* frames, size_t count)
 {
     const size_t sampleBytes = bank::bytesPerSample(mFacts.sampleFormat);
-    const auto channels = size_t(mFacts.channels);
-    for (size_t i = 0; i < count; ++i, ++mPosition) {
-        const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts);
-        for (size_t channel = 0; channel < channels; ++channel)
-            *frames++ =
-                frame ? floatAt(mSamples.data() + (*frame * channels + channel) * sampleBytes, mFacts.sampleFormat) : 0;
-    }
+    std::vector<uint8_t> samples(count * size_t(mFacts.channels) * sampleBytes);
+    (void)readSamples(samples.data(), count);
+    for (size_t at = 0; at < samples.size(); at += sampleBytes)
+        *frames++ = floatAt(&samples[at], mFacts.sampleFormat);
     return Error::None;
 }
 
