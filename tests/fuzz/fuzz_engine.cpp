@@ -17,20 +17,17 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::vector<uint8_t> bytes(data, data + size);
+    const char* key = nullptr;
 #ifdef FUZZ_BANK
+    key = "key";
     bank_test::sealBank(&bytes);
     if (size % 2 != 0)
-        bytes = bank_test::encryptBank(bytes, "key");
+        bytes = bank_test::encryptBank(bytes, key);
 #endif
     const int file = memfd_create("input", 0);
     if (file < 0 || write(file, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
         std::abort();
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
-#ifdef FUZZ_BANK
-    const std::string fault = test::useBank(path, "key");
-#else
-    const std::string fault = test::useFile(path);
-#endif
+    const std::string fault = test::useBank("/proc/self/fd/" + std::to_string(file), key);
     if (!fault.empty()) {
         std::fprintf(stderr, "%s\n", fault.c_str());
         std::abort();

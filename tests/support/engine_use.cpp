@@ -1,13 +1,11 @@
 #include "support/engine_use.hpp"
 
-#include "kess.hpp"
+#include "support/engine_access.hpp"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <initializer_list>
 #include <stdexcept>
-#include <vector>
 
 namespace test {
 
@@ -25,23 +23,10 @@ void requireOneOf(int result, std::initializer_list<int> allowed, const char* wh
         throw std::runtime_error(std::string(what) + " gave " + std::to_string(result));
 }
 
-KESS::System& engine()
+const Engine& engine()
 {
-    static KESS::System* const system = [] {
-        KESS::System* created = nullptr;
-        if (KESS_System_Create(&created, KESS_VERSION) != KESS_OK || created->init(0, 0, nullptr) != KESS_OK)
-            std::abort();
-        return created;
-    }();
-    return *system;
-}
-
-void requireReadable(int result)
-{
-    requireOneOf(result,
-                 {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_EOF, KESS_ERR_TAGNOTFOUND,
-                  KESS_ERR_INVALID_POSITION, KESS_ERR_UNSUPPORTED},
-                 "reading or seeking");
+    static const Engine engine;
+    return engine;
 }
 
 void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
@@ -59,12 +44,15 @@ void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
     std::vector<float> samples(kFrames * size_t(std::max(channels, 1)));
     const auto bytes = unsigned(samples.size() * sizeof(float));
     for (const uint64_t place : places) {
-        unsigned got = 0;
-        requireReadable(sound.seekData(place));
-        requireReadable(sound.readData(samples.data(), bytes, &got));
-        require(got <= bytes, "more bytes than there is room for");
-        requireReadable(sound.readFloat(samples.data(), kFrames, &got));
-        require(got <= kFrames, "more frames than there is room for");
+        unsigned gotBytes = 0;
+        unsigned gotFrames = 0;
+        for (const int result : {sound.seekData(place), sound.readData(samples.data(), bytes, &gotBytes),
+                                 sound.readFloat(samples.data(), kFrames, &gotFrames)})
+            requireOneOf(result,
+                         {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_EOF,
+                          KESS_ERR_TAGNOTFOUND, KESS_ERR_INVALID_POSITION, KESS_ERR_UNSUPPORTED},
+                         "reading or seeking");
+        require(gotBytes <= bytes && gotFrames <= kFrames, "more than there is room for");
     }
     char name[16];
     int markers = 0;
@@ -78,14 +66,10 @@ void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
 
 void useSubsounds(KESS::Sound& bank, const char* key)
 {
-    bool isEncrypted = false;
-    require(bank.isEncrypted(&isEncrypted) == KESS_OK, "asking for encryption");
-    if (isEncrypted) {
-        const int unlocked = bank.setEncryptionKey(key);
-        requireOneOf(unlocked, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_KEY_WRONG}, "unlocking");
-        if (unlocked != KESS_OK)
-            return;
-    }
+    const int unlocked = bank.setEncryptionKey(key);
+    requireOneOf(unlocked, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_KEY_WRONG}, "unlocking");
+    if (unlocked != KESS_OK)
+        return;
     int count = 0;
     require(bank.getNumSubSounds(&count) == KESS_OK, "counting");
     KESS::Sound* sound = nullptr;
@@ -109,7 +93,7 @@ void verify(const std::string& path, const char* key)
         *static_cast<int*>(data) += !text || !*text ? 1'000'000 : result == KESS_ERR_FILE_BAD;
         return 1;
     };
-    const int result = engine().verifyBank(path.c_str(), key, take, &faults);
+    const int result = engine().system().verifyBank(path.c_str(), key, take, &faults);
     require(faults < 1'000'000, "a finding without a text");
     // An empty file can't be told from one that can't be read.
     if (result != KESS_ERR_FILE_BAD) {
@@ -120,43 +104,35 @@ void verify(const std::string& path, const char* key)
 
 void use(const std::string& path, const char* key)
 {
-    KESS::Sound* sound = nullptr;
-    const int result = engine().createSound(path.c_str(), 0, nullptr, &sound);
+    SoundPointer sound;
+    const int result = engine().open(path, &sound);
     requireOneOf(result,
                  {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_NOTFOUND, KESS_ERR_FORMAT,
                   KESS_ERR_TOOMANYCHANNELS, KESS_ERR_VERSION},
                  "opening");
-    if (result == KESS_OK) {
-        KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
-        uint64_t length = 0;
-        sound->getFormat(&type, nullptr, nullptr, nullptr);
-        sound->getSampleCount(&length);
-        // Far seeks decode what lies before them; a damaged length must not make that long.
-        if (type == KESS_SOUND_TYPE_TNB)
-            useSubsounds(*sound, key);
-        else
-            useSound(*sound, {0, std::min<uint64_t>(length, 3000)});
-        sound->release();
-    }
+    if (result != KESS_OK)
+        return;
+    const Facts facts = factsOf(*sound);
+    // Far seeks decode what lies before them; a damaged length must not make that long.
+    if (facts.type == KESS_SOUND_TYPE_TNB)
+        useSubsounds(*sound, key);
+    else
+        useSound(*sound, {0, std::min<uint64_t>(facts.samples, 3000)});
 }
 
 } // namespace
 
 std::string useFile(const std::string& path)
 {
-    try {
-        use(path, "");
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return {};
+    return useBank(path, nullptr);
 }
 
 std::string useBank(const std::string& path, const char* key)
 {
     try {
-        use(path, key);
-        verify(path, key);
+        use(path, key ? key : "");
+        if (key)
+            verify(path, key);
     } catch (const std::runtime_error& error) {
         return error.what();
     }
