@@ -1,17 +1,14 @@
 """Runs what the documents tell: every example of docs/console.md, and the completions against the switches there are."""
 
-import os
 import re
-import subprocess
-import unittest
 
-from console_test import BIN, SAMPLES, TIMEOUT, ConsoleCase, write_wav
+from program_case import SAMPLES, ProgramCase, write_wav
 
 ROOT = SAMPLES.parent
 COMPLETIONS = ROOT / "platforms" / "linux" / "completions"
 
 
-class DocumentsTest(ConsoleCase):
+class DocumentsTest(ProgramCase):
     def setUp(self):
         super().setUp()
         write_wav(self.work / "step.wav")
@@ -23,15 +20,10 @@ class DocumentsTest(ConsoleCase):
         profile = re.search("<profile>.*</profile>", (self.work / "effects.tnproj").read_text(), re.DOTALL)
         (self.work / "voice.prof").write_text('<?xml version="1.0" encoding="UTF-8"?>\n' + profile[0])
 
-    def environment(self):
-        environment = super().environment()
-        return {**environment, "PATH": f"{BIN}{os.pathsep}{environment['PATH']}"}
-
     def shell(self, script):
-        run = subprocess.run(["bash", "-ec", script], cwd=self.work, env=self.environment(), capture_output=True,
-                             text=True, timeout=TIMEOUT)
-        self.assertEqual(run.returncode, 0, f"{script}\n{run.stdout}{run.stderr}")
-        return run.stdout
+        status, output = self.run_tool("-ec", script, program="/bin/bash")
+        self.assertEqual(status, 0, f"{script}\n{output}")
+        return output
 
     def switches(self):
         return set(re.findall(r"^-(\w+)", self.shell("tarnokexcl -help"), re.MULTILINE))
@@ -65,7 +57,3 @@ class DocumentsTest(ConsoleCase):
     def test_the_manual_tells_every_switch(self):
         text = (ROOT / "docs" / "tarnokexcl.1").read_text()
         self.assertEqual(self.switches() - set(re.findall(r"\\-(\w+)", text)), set())
-
-
-if __name__ == "__main__":
-    unittest.main(verbosity=2)

@@ -4,10 +4,9 @@ import hashlib
 import json
 import random
 import struct
-import unittest
 
 import tnb_reader
-from bank_case import FORMATS, LOSSY, BankCase, read_riff, write_riff
+from program_case import FORMATS, LOSSY, ProgramCase, read_riff, write_riff
 from tnb_reader import KADPCM, OPUS, PCM, VORBIS
 
 CODECS = {"pcm": PCM, "kadpcm": KADPCM, "vorbis": VORBIS, "opus": OPUS}
@@ -24,17 +23,16 @@ def noisy_tone(frames, channels, noise, seed=1):
     return struct.pack(f"<{len(samples)}h", *samples)
 
 
-class ReaderTest(BankCase):
+class ReaderTest(ProgramCase):
     def setUp(self):
         super().setUp()
-        folder = self.work / "in"
-        write_riff(folder / "click.wav", noisy_tone(1, 1, 0), rate=8000)
-        write_riff(folder / "loop.wav", noisy_tone(30000, 2, 300), 2, 48000, loop=(1000, 28999),
+        write_riff(self.folder_in / "click.wav", noisy_tone(1, 1, 0), rate=8000)
+        write_riff(self.folder_in / "loop.wav", noisy_tone(30000, 2, 300), 2, 48000, loop=(1000, 28999),
                    cues=((5, "first"), (20000, ""), (20001, "größer")))
-        write_riff(folder / "plain.wav", random.Random(2).randbytes(5000 * 2), rate=48000)
-        write_riff(folder / "quad.wav", noisy_tone(4100, 4, 3), 4, 16000)
-        write_riff(folder / "bytes.wav", bytes(range(256)) * 9, bits=8)
-        write_riff(folder / "three.wav", random.Random(3).randbytes(6000), bits=24)
+        write_riff(self.folder_in / "plain.wav", random.Random(2).randbytes(5000 * 2), rate=48000)
+        write_riff(self.folder_in / "quad.wav", noisy_tone(4100, 4, 3), 4, 16000)
+        write_riff(self.folder_in / "bytes.wav", bytes(range(256)) * 9, bits=8)
+        write_riff(self.folder_in / "three.wav", random.Random(3).randbytes(6000), bits=24)
 
     def test_finds_what_the_programs_find(self):
         for name in FORMATS:
@@ -99,13 +97,9 @@ class ReaderTest(BankCase):
 
     def test_reads_the_header_of_an_encrypted_bank(self):
         plain = self.build("plain.tnb").read_bytes()
-        encrypted = self.build("encrypted.tnb", "-encryption_key", "key").read_bytes()
+        encrypted = self.build("encrypted.tnb", key="key").read_bytes()
         header = tnb_reader.Bank(encrypted).header
         self.assertEqual((header["passes"], header["memoryKiB"], header["pieceBytes"]), (2, 19456, 65536))
         self.assertEqual(header["plainBytes"], len(plain))
         tag = hashlib.blake2b(b"tnb content tag 1" + plain, digest_size=32).digest()
         self.assertEqual(header["contentTag"], tag, "the plain layout is the bank without a key")
-
-
-if __name__ == "__main__":
-    unittest.main(verbosity=2)

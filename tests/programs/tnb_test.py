@@ -6,12 +6,9 @@ import random
 import resource
 import signal
 import struct
-import subprocess
-import unittest
 
 import tnb_reader
-from bank_case import FORMATS, LOSSY, BankCase, read_riff, write_riff
-from console_test import BIN, write_wav
+from program_case import BIN, FORMATS, LOSSY, ProgramCase, read_riff, write_riff, write_wav
 
 WHOLE, DAMAGED, UNREADABLE = 0, 1, 2
 EXAMPLE = BIN.parent / "tests" / "play_bank"
@@ -34,13 +31,9 @@ def reseal(bank):
     struct.pack_into("<Q", bank, 152, tnb_reader.checksum(bank[:152]))
 
 
-class TnbCase(BankCase):
-    def setUp(self):
-        super().setUp()
-        self.folder_in = self.work / "in"
-
-    def info(self, bank, *arguments):
-        return json.loads(self.assert_tnb("info", "--json", bank, *arguments))
+class TnbCase(ProgramCase):
+    def info(self, bank, **options):
+        return json.loads(self.assert_tnb("info", "--json", bank, **options))
 
     def make_sounds(self):
         write_riff(self.folder_in / "loop.wav", noise(20000 * 4), 2, 48000, loop=(1000, 18999),
@@ -52,14 +45,13 @@ class TnbCase(BankCase):
 
 
 class InfoTest(TnbCase):
-    def test_tells_what_a_bank_holds(self):
+    def test_tells_and_extracts_what_a_bank_holds(self):
         self.make_sounds()
         for name in FORMATS:
-            for key in ([], ["--key", "secret"]):
+            for key in (None, "secret"):
                 with self.subTest(format=name, key=key):
-                    encrypt = ["-encryption_key", "secret"] if key else []
-                    path = self.build("x.tnb", "-format", name, "-quality", "40", "-write_peak_volume", *encrypt)
-                    info = self.info(path, *key)
+                    path = self.build("x.tnb", "-format", name, "-quality", "40", "-write_peak_volume", key=key)
+                    info = self.info(path, key=key)
                     quality = 40 if name in LOSSY else None
                     self.assertEqual((info["codec"], info["quality"], info["encrypted"], info["names"]),
                                      (name, quality, bool(key), True))
@@ -76,21 +68,28 @@ class InfoTest(TnbCase):
                     self.assertEqual(tone["bitsPerSample"], round(tone["bytes"] * 8 / 144000, 3))
                     self.assertAlmostEqual(tone["ratio"], 288000 / tone["bytes"], 3)
 
-                    text = self.assert_tnb("info", path, *key)
+                    text = self.assert_tnb("info", path, key=key)
                     self.assertRegex(text, r"(?m)^ +1 +tone .* 48000 Hz +1 +3\.000 s +0-144000 +0 +-8\.7 dB +[\d,]+ +\d")
                     self.assertRegex(text, r"(?m)^ +0 +19999 +größer$")
 
+                    self.assert_tnb("extract", path, "-o", "out", "--force", key=key)
+                    for sound in ("loop.wav", "tone.wav"):
+                        source, got = read_riff(self.folder_in / sound), read_riff(self.work / "out" / sound)
+                        self.assertEqual(len(got["samples"]), len(source["samples"]))
+                        self.assertEqual(got["cues"], source["cues"])
+                        self.assertEqual(got["loop"], source["loop"] or (0, 143999))
+
     def test_takes_the_key_in_three_ways(self):
-        path = self.build("x.tnb", "-encryption_key", "two words", source="a.wav")
+        path = self.build("x.tnb", key="two words", source="a.wav")
         (self.work / "key").write_text("two words\r\nnot this\n")
-        self.assert_tnb("info", path, "--key", "two words")
+        self.assert_tnb("info", path, key="two words")
         self.assert_tnb("info", path, "--key-file", "key")
-        self.assert_tnb("info", path, "--key-file", "-", input=b"two words\n")
+        self.assert_tnb("info", path, "--key-file", "-", typed="two words\n")
         self.assert_tnb("info", self.build("y.tnb", source="a.wav"), "-k", "of no use here")
 
     def test_names_what_it_can_not_read_and_why(self):
         (self.work / "empty").write_bytes(b"")
-        locked = self.build("locked.tnb", "-encryption_key", "k", source="a.wav")
+        locked = self.build("locked.tnb", key="k", source="a.wav")
         newer = bytearray(self.build("newer.tnb", source="a.wav").read_bytes())
         newer[8] = 2
         (self.work / "newer.tnb").write_bytes(newer)
@@ -124,44 +123,43 @@ class InfoTest(TnbCase):
 
     def test_tells_when_its_output_is_lost(self):
         path = self.build("x.tnb", source="a.wav")
-        with open("/dev/full", "wb") as full:
-            run = subprocess.run([BIN / "tnb", "info", path], stdout=full, stderr=subprocess.PIPE)
-        self.assertEqual(run.returncode, UNREADABLE)
-        self.assertIn(b"can't write", run.stderr)
+        with open("/dev/full", "w") as full:
+            status, _, errors = self.tnb("info", path, stdout=full)
+        self.assertEqual(status, UNREADABLE)
+        self.assertIn("can't write", errors)
 
 
 class ValidateTest(TnbCase):
-    def validate(self, data, *arguments):
+    def validate(self, data, key=None):
         (self.work / "damaged.tnb").write_bytes(data)
-        return self.tnb("validate", "damaged.tnb", *arguments)
+        return self.tnb("validate", "damaged.tnb", key=key)
 
-    def assert_damage(self, data, words, *arguments):
-        status, output, errors = self.validate(data, *arguments)
+    def assert_damage(self, data, words, key=None):
+        status, output, errors = self.validate(data, key)
         self.assertEqual((status, output), (DAMAGED, ""), errors)
         self.assertRegex(errors, r"\Atnb: damaged\.tnb: .*" + words)
 
     def test_finds_nothing_in_whole_banks(self):
         self.make_sounds()
         banks = [self.build(f"{name}.tnb", "-format", name) for name in FORMATS]
-        locked = self.build("locked.tnb", "-format", "opus", "-encryption_key", "k")
-        output = self.assert_tnb("validate", *banks, locked, "--key", "k")
+        locked = self.build("locked.tnb", "-format", "opus", key="k")
+        output = self.assert_tnb("validate", *banks, locked, key="k")
         self.assertEqual(output.count(": whole\n"), 5)
         self.assertEqual(self.tnb("validate", *banks, locked)[0], UNREADABLE)
 
     def test_tells_damage_from_what_is_no_bank(self):
-        for key in ([], ["--key", "k"]):
+        for key in (None, "k"):
             with self.subTest(key=key):
-                encrypt = ["-encryption_key", "k"] if key else []
-                whole = self.build("whole.tnb", *encrypt, source="a.wav").read_bytes()
+                whole = self.build("whole.tnb", source="a.wav", key=key).read_bytes()
                 for places, status in (((12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1), DAMAGED),
                                        ((0, 7, 9), UNREADABLE)):
                     for place in places:
                         damaged = bytearray(whole)
                         damaged[place] ^= 1 << place % 8
-                        self.assertEqual(self.validate(damaged, *key)[0], status, place)
-                self.assert_damage(whole[:-1], "cut or lengthened", *key)
-                self.assert_damage(whole + b"\0", "cut or lengthened", *key)
-                self.assert_damage(whole[:39], "ends within its header", *key)
+                        self.assertEqual(self.validate(damaged, key)[0], status, place)
+                self.assert_damage(whole[:-1], "cut or lengthened", key)
+                self.assert_damage(whole + b"\0", "cut or lengthened", key)
+                self.assert_damage(whole[:39], "ends within its header", key)
 
     def test_says_which_sound_is_damaged_and_goes_on(self):
         self.make_sounds()
@@ -230,26 +228,14 @@ class ExtractTest(TnbCase):
                 write_riff(self.folder_in / f"{name}.wav", samples, channels, 44100, bits, is_float, loop=(10, 999),
                            cues=((0, "even"), (7, ""), (7, "a"), (1000, "größer")))
                 sources[name] = self.folder_in / f"{name}.wav"
-        for key in ([], ["-k", "key"]):
-            bank = self.build("x.tnb", *(["-encryption_key", "key"] if key else []))
-            output = self.assert_tnb("extract", bank, "-o", "new/out", "--force", *key)
+        for key in (None, "key"):
+            bank = self.build("x.tnb", key=key)
+            output = self.assert_tnb("extract", bank, "-o", "new/out", "--force", key=key)
             self.assertEqual(len(output.splitlines()), len(sources))
             for name, source in sources.items():
                 self.assertEqual(read_riff(self.work / "new" / "out" / f"{name}.wav"), read_riff(source), name)
             # What was extracted compiles to the same bank.
-            self.assertEqual(self.build("again.tnb", *(["-encryption_key", "key"] if key else []),
-                                        source="new/out").read_bytes(), bank.read_bytes())
-
-    def test_gives_every_format_as_long_as_it_was(self):
-        self.make_sounds()
-        for name in FORMATS:
-            with self.subTest(format=name):
-                self.assert_tnb("extract", self.build("x.tnb", "-format", name), "-o", name)
-                for sound in ("loop.wav", "tone.wav"):
-                    source, got = read_riff(self.folder_in / sound), read_riff(self.work / name / sound)
-                    self.assertEqual(len(got["samples"]), len(source["samples"]))
-                    self.assertEqual(got["cues"], source["cues"])
-                    self.assertEqual(got["loop"], source["loop"] or (0, 143999))
+            self.assertEqual(self.build("again.tnb", source="new/out", key=key).read_bytes(), bank.read_bytes())
 
     def test_keeps_hostile_names_in_the_folder_and_apart(self):
         names = [b"../../up", b"a/b/../c", b"", b".hidden.", b"\x1b[2Jevil", b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",
@@ -356,18 +342,12 @@ class ExtractTest(TnbCase):
 
 class ExampleTest(TnbCase):
     def test_plays_a_sound_through_its_loop_twice(self):
-        samples = struct.pack("<30000h", *range(-15000, 15000))
-        write_riff(self.folder_in / "ramp.wav", samples, loop=(1000, 4999))
-        for arguments in ([], ["key"]):
-            bank = self.build("x.tnb", *(["-encryption_key", "key"] if arguments else []))
-            subprocess.run([EXAMPLE, bank, "ramp", self.work / "played.wav", *arguments], check=True)
-            played = read_riff(self.work / "played.wav")
-            values = [round(v * 32768) for v, in struct.iter_unpack("<f", played["samples"])]
-            ramp = list(range(-15000, 15000))
-            self.assertEqual(values, ramp[:5000] + ramp[1000:])
-            self.assertNotEqual(subprocess.run([EXAMPLE, bank, "nobody", self.work / "x.wav", *arguments],
-                                               stderr=subprocess.DEVNULL).returncode, 0)
-
-
-if __name__ == "__main__":
-    unittest.main(verbosity=2)
+        ramp = range(-15000, 15000)
+        write_riff(self.folder_in / "ramp.wav", struct.pack("<30000h", *ramp), loop=(1000, 4999))
+        for key in ([], ["key"]):
+            bank = self.build("x.tnb", key="".join(key))
+            self.assertEqual(self.run_tool(bank, "ramp", "played.wav", *key, program=EXAMPLE)[0], 0)
+            samples = read_riff(self.work / "played.wav")["samples"]
+            values = [round(value * 32768) for value, in struct.iter_unpack("<f", samples)]
+            self.assertEqual(values, [*ramp[:5000], *ramp[1000:]])
+            self.assertNotEqual(self.run_tool(bank, "nobody", "x.wav", *key, program=EXAMPLE)[0], 0)
