@@ -24,16 +24,7 @@ void writeBank(const std::string& path, bank::Codec codec, int sounds, std::stri
     writeFile(path, bank_test::makeBank(encoded, {}, key));
 }
 
-void expectNoFacts(KESS::Sound& sound)
-{
-    const Facts facts = factsOf(sound);
-    EXPECT_EQ(facts.type, KESS_SOUND_TYPE_TNB);
-    EXPECT_EQ(facts.format, KESS_SOUND_FORMAT_NONE);
-    EXPECT_EQ(facts.channels, 0);
-    EXPECT_EQ(facts.bits, 0);
-    EXPECT_EQ(facts.rate, 0);
-    EXPECT_EQ(facts.samples, 0u);
-}
+const Facts kNoFacts{KESS_SOUND_TYPE_TNB};
 
 } // namespace
 
@@ -45,7 +36,7 @@ TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
         EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
         EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
         const SoundPointer opened = engine.open("several");
-        expectNoFacts(*opened);
+        EXPECT_EQ(factsOf(*opened), kNoFacts);
         char buffer[64];
         EXPECT_EQ(opened->readData(buffer, sizeof buffer, nullptr), KESS_ERR_SUBSOUNDS);
         EXPECT_EQ(opened->seekData(0), KESS_ERR_SUBSOUNDS);
@@ -103,7 +94,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 info.cbsize = sizeof info;
                 EXPECT_EQ(opened->getBankInfo(&info), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(info.encrypted, 1);
-                expectNoFacts(*opened);
+                EXPECT_EQ(factsOf(*opened), kNoFacts);
                 EXPECT_EQ(opened->getNumSubSounds(&count), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->getSubSound(0, &subsound), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->readFloat(&frame, 1, nullptr), KESS_ERR_KEY_MISSING);

@@ -6,22 +6,6 @@ namespace test {
 
 namespace {
 
-using Make = std::function<void(const std::string& path, const Signal& signal)>;
-
-Make sndfile(int format)
-{
-    return [=](const std::string& path, const Signal& signal) {
-        writeSound(path, format, signal);
-    };
-}
-
-Make ffmpeg(const char* container, const char* encoder)
-{
-    return [=](const std::string& path, const Signal& signal) {
-        encodeSound(path, container, encoder, signal);
-    };
-}
-
 std::vector<SourceKind> makeKinds()
 {
     constexpr auto kWav = KESS_SOUND_TYPE_WAV;
@@ -35,60 +19,64 @@ std::vector<SourceKind> makeKinds()
     constexpr auto kMp4 = KESS_SOUND_TYPE_MP4;
     constexpr auto kOgg = KESS_SOUND_TYPE_OGG;
     std::vector<SourceKind> kinds{
-        {"u8.wav", kWav, k8, 1, 22050, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_U8), 35},
-        {"16.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 85},
-        {"24.wav", kWav, k24, 6, 48000, sndfile(SF_FORMAT_WAVEX | SF_FORMAT_PCM_24), 120},
-        {"32.wav", kWav, k32, 1, 96000, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_32), 120},
-        {"float.wav", kWav, kFloat, 32, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_FLOAT), 120},
-        {"double.wav", kWav, kFloat, 2, 192000, sndfile(SF_FORMAT_WAV | SF_FORMAT_DOUBLE), 120},
-        {"alaw.wav", kWav, k16, 2, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_ALAW), 30},
-        {"ulaw.wav", kWav, k16, 1, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_ULAW), 30},
-        {"ima.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM), 25, 2041},
-        {"ms.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM), 25},
-        {"gsm.wav", kWav, k16, 1, 8000, sndfile(SF_FORMAT_WAV | SF_FORMAT_GSM610), 5},
-        {"rifx.wav", kWav, k16, 2, 44100, sndfile(SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG), 85},
-        {"16.rf64", kWav, k16, 2, 44100, sndfile(SF_FORMAT_RF64 | SF_FORMAT_PCM_16), 85},
-        {"24.w64", kWav, k24, 2, 44100, sndfile(SF_FORMAT_W64 | SF_FORMAT_PCM_24), 120},
-        {"8.aiff", KESS_SOUND_TYPE_AIFF, k8, 1, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_PCM_S8), 35, 1},
-        {"24.aiff", KESS_SOUND_TYPE_AIFF, k24, 2, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_PCM_24), 120},
-        {"float.aifc", KESS_SOUND_TYPE_AIFF, kFloat, 2, 44100, sndfile(SF_FORMAT_AIFF | SF_FORMAT_FLOAT), 120},
-        {"8.flac", KESS_SOUND_TYPE_FLAC, k8, 1, 44100, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_S8), 35},
-        {"16.flac", KESS_SOUND_TYPE_FLAC, k16, 2, 44100, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_16), 85},
-        {"24.flac", KESS_SOUND_TYPE_FLAC, k24, 6, 48000, sndfile(SF_FORMAT_FLAC | SF_FORMAT_PCM_24), 120},
-        {"a.ogg", kOgg, k16, 2, 44100, sndfile(SF_FORMAT_OGG | SF_FORMAT_VORBIS), 20},
-        {"a.opus", kOgg, k16, 2, 48000, sndfile(SF_FORMAT_OGG | SF_FORMAT_OPUS), 10},
-        {"a.au", kOther, k16, 2, 44100, sndfile(SF_FORMAT_AU | SF_FORMAT_PCM_16), 85},
-        {"a.caf", kOther, k24, 2, 44100, sndfile(SF_FORMAT_CAF | SF_FORMAT_PCM_24), 120},
-        {"alac.caf", kOther, k16, 2, 44100, sndfile(SF_FORMAT_CAF | SF_FORMAT_ALAC_16), 85},
-        {"a.voc", kOther, k16, 1, 44100, sndfile(SF_FORMAT_VOC | SF_FORMAT_PCM_16), 85},
-        {"a.8svx", kOther, k8, 1, 22050, sndfile(SF_FORMAT_SVX | SF_FORMAT_PCM_S8), 35},
+        {"u8.wav", kWav, k8, 1, 22050, {SF_FORMAT_WAV | SF_FORMAT_PCM_U8}, 35},
+        {"16.wav", kWav, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_PCM_16}, 85},
+        {"24.wav", kWav, k24, 6, 48000, {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24}, 120},
+        {"32.wav", kWav, k32, 1, 96000, {SF_FORMAT_WAV | SF_FORMAT_PCM_32}, 120},
+        {"float.wav", kWav, kFloat, 32, 44100, {SF_FORMAT_WAV | SF_FORMAT_FLOAT}, 120},
+        {"double.wav", kWav, kFloat, 2, 192000, {SF_FORMAT_WAV | SF_FORMAT_DOUBLE}, 120},
+        {"alaw.wav", kWav, k16, 2, 8000, {SF_FORMAT_WAV | SF_FORMAT_ALAW}, 30},
+        {"ulaw.wav", kWav, k16, 1, 8000, {SF_FORMAT_WAV | SF_FORMAT_ULAW}, 30},
+        {"ima.wav", kWav, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM}, 25, 2041},
+        {"ms.wav", kWav, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM}, 25},
+        {"gsm.wav", kWav, k16, 1, 8000, {SF_FORMAT_WAV | SF_FORMAT_GSM610}, 5},
+        {"rifx.wav", kWav, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG}, 85},
+        {"16.rf64", kWav, k16, 2, 44100, {SF_FORMAT_RF64 | SF_FORMAT_PCM_16}, 85},
+        {"24.w64", kWav, k24, 2, 44100, {SF_FORMAT_W64 | SF_FORMAT_PCM_24}, 120},
+        {"8.aiff", KESS_SOUND_TYPE_AIFF, k8, 1, 44100, {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8}, 35, 1},
+        {"24.aiff", KESS_SOUND_TYPE_AIFF, k24, 2, 44100, {SF_FORMAT_AIFF | SF_FORMAT_PCM_24}, 120},
+        {"float.aifc", KESS_SOUND_TYPE_AIFF, kFloat, 2, 44100, {SF_FORMAT_AIFF | SF_FORMAT_FLOAT}, 120},
+        {"8.flac", KESS_SOUND_TYPE_FLAC, k8, 1, 44100, {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8}, 35},
+        {"16.flac", KESS_SOUND_TYPE_FLAC, k16, 2, 44100, {SF_FORMAT_FLAC | SF_FORMAT_PCM_16}, 85},
+        {"24.flac", KESS_SOUND_TYPE_FLAC, k24, 6, 48000, {SF_FORMAT_FLAC | SF_FORMAT_PCM_24}, 120},
+        {"a.ogg", kOgg, k16, 2, 44100, {SF_FORMAT_OGG | SF_FORMAT_VORBIS}, 20},
+        {"a.opus", kOgg, k16, 2, 48000, {SF_FORMAT_OGG | SF_FORMAT_OPUS}, 10},
+        {"a.au", kOther, k16, 2, 44100, {SF_FORMAT_AU | SF_FORMAT_PCM_16}, 85},
+        {"a.caf", kOther, k24, 2, 44100, {SF_FORMAT_CAF | SF_FORMAT_PCM_24}, 120},
+        {"alac.caf", kOther, k16, 2, 44100, {SF_FORMAT_CAF | SF_FORMAT_ALAC_16}, 85},
+        {"a.voc", kOther, k16, 1, 44100, {SF_FORMAT_VOC | SF_FORMAT_PCM_16}, 85},
+        {"a.8svx", kOther, k8, 1, 22050, {SF_FORMAT_SVX | SF_FORMAT_PCM_S8}, 35},
+        {"six.ogg", kOgg, k16, 6, 48000, {0, "ogg", "libvorbis"}, 5},
+        {"six.opus", kOgg, k16, 6, 48000, {0, "ogg", "libopus"}, 5},
+        {"a.mp3", kMpeg, k16, 2, 44100, {0, "mp3", "libmp3lame"}, 15},
+        {"low.mp3", kMpeg, k16, 1, 22050, {0, "mp3", "libmp3lame"}, 15},
+        {"a.mp2", kMpeg, k16, 2, 48000, {0, "mp2", "mp2"}, -10, 2400},
+        {"mp3.wav", kWav, k16, 2, 44100, {0, "wav", "libmp3lame"}, -10, 2400},
+        {"a.m4a", kMp4, k16, 2, 44100, {0, "ipod", "aac"}, 15, 44},
+        {"alac.m4a", kMp4, k16, 2, 44100, {0, "ipod", "alac"}, 85},
+        {"a.aac", kMp4, k16, 2, 44100, {0, "adts", "aac"}, -10, 2100},
+        {"a.wma", KESS_SOUND_TYPE_ASF, k16, 2, 44100, {0, "asf", "wmav2"}, -10, 4100},
+        {"old.wma", KESS_SOUND_TYPE_ASF, k16, 1, 22050, {0, "asf", "wmav1"}, -10, 2100},
+        {"a.spx", kOgg, k16, 1, 16000, {0, "ogg", "libspeex"}, -10, 1000},
+        {"flac.oga", kOgg, k16, 2, 44100, {0, "ogg", "flac"}, 85},
+        {"a.mka", kOther, k16, 2, 44100, {0, "matroska", "libvorbis"}, 15, 600},
+        {"opus.webm", kOther, k16, 2, 48000, {0, "webm", "libopus"}, 10, 1000},
+        {"a.wv", kOther, k16, 2, 44100, {0, "wv", "wavpack"}, 85},
+        {"a.tta", kOther, k16, 2, 44100, {0, "tta", "tta"}, 85},
     };
-    if (canEncode()) {
-        kinds.insert(kinds.end(),
-                     {
-                         {"six.ogg", kOgg, k16, 6, 48000, ffmpeg("ogg", "libvorbis"), 5},
-                         {"six.opus", kOgg, k16, 6, 48000, ffmpeg("ogg", "libopus"), 5},
-                         {"a.mp3", kMpeg, k16, 2, 44100, ffmpeg("mp3", "libmp3lame"), 15},
-                         {"low.mp3", kMpeg, k16, 1, 22050, ffmpeg("mp3", "libmp3lame"), 15},
-                         {"a.mp2", kMpeg, k16, 2, 48000, ffmpeg("mp2", "mp2"), -10, 2400},
-                         {"mp3.wav", kWav, k16, 2, 44100, ffmpeg("wav", "libmp3lame"), -10, 2400},
-                         {"a.m4a", kMp4, k16, 2, 44100, ffmpeg("ipod", "aac"), 15, 44},
-                         {"alac.m4a", kMp4, k16, 2, 44100, ffmpeg("ipod", "alac"), 85},
-                         {"a.aac", kMp4, k16, 2, 44100, ffmpeg("adts", "aac"), -10, 2100},
-                         {"a.wma", KESS_SOUND_TYPE_ASF, k16, 2, 44100, ffmpeg("asf", "wmav2"), -10, 4100},
-                         {"old.wma", KESS_SOUND_TYPE_ASF, k16, 1, 22050, ffmpeg("asf", "wmav1"), -10, 2100},
-                         {"a.spx", kOgg, k16, 1, 16000, ffmpeg("ogg", "libspeex"), -10, 1000},
-                         {"flac.oga", kOgg, k16, 2, 44100, ffmpeg("ogg", "flac"), 85},
-                         {"a.mka", kOther, k16, 2, 44100, ffmpeg("matroska", "libvorbis"), 15, 600},
-                         {"opus.webm", kOther, k16, 2, 48000, ffmpeg("webm", "libopus"), 10, 1000},
-                         {"a.wv", kOther, k16, 2, 44100, ffmpeg("wv", "wavpack"), 85},
-                         {"a.tta", kOther, k16, 2, 44100, ffmpeg("tta", "tta"), 85},
-                     });
-    }
+    std::erase_if(kinds, [](const SourceKind& kind) { return kind.encoding.encoder && !canEncode(); });
     return kinds;
 }
 
 } // namespace
+
+void SourceKind::make(const std::string& path, const Signal& signal) const
+{
+    if (encoding.encoder)
+        encodeSound(path, encoding.container, encoding.encoder, signal);
+    else
+        writeSound(path, encoding.format, signal);
+}
 
 const std::vector<SourceKind>& sourceKinds()
 {

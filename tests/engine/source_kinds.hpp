@@ -4,21 +4,30 @@
 #include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
 
-#include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
 namespace test {
 
+// What writes a file: libsndfile, by one of its formats, or FFmpeg, by a container and an encoder.
+struct Encoding
+{
+    int format;
+    const char* container = nullptr;
+    const char* encoder = nullptr;
+};
+
 struct SourceKind
 {
-    std::string name; // of the file that make() writes
+    // Writes a file of this kind.
+    void make(const std::string& path, const Signal& signal) const;
+
+    std::string name; // of a file, with its suffix
     KESS_SOUND_TYPE type;
     KESS_SOUND_FORMAT format;
     int channels;
     int rate;
-    std::function<void(const std::string& path, const Signal& signal)> make;
+    Encoding encoding;
     double leastSnr; // decibels against the source, when both begin at the same sample
     // Samples that the encoding may add at the end or lose, where it doesn't tell.
     uint64_t tolerance = 0;

@@ -29,6 +29,8 @@ struct Facts
     float rate = 0;
     uint64_t samples = 0;
     unsigned milliseconds = 0;
+
+    bool operator==(const Facts&) const = default;
 };
 
 // A running engine.
