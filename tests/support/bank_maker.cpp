@@ -67,12 +67,10 @@ Error MemorySound::readSamples(void* frames, size_t count)
 {
     const size_t frameBytes = bank::bytesPerSample(mFacts.sampleFormat) * size_t(mFacts.channels);
     auto* place = static_cast<uint8_t*>(frames);
+    std::fill_n(place, count * frameBytes, uint8_t{0}); // silence, where there is no frame
     for (size_t i = 0; i < count; ++i, ++mPosition, place += frameBytes) {
-        const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts);
-        if (frame)
+        if (const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts))
             std::memcpy(place, mSamples.data() + *frame * frameBytes, frameBytes);
-        else
-            std::memset(place, 0, frameBytes);
     }
     return Error::None;
 }
@@ -104,13 +102,9 @@ std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds, const ban
         writer.add(sound.name, sound.sound);
     bank::MemorySink sink;
     MemorySounds stored(sounds);
-    if (key.empty()) {
-        EXPECT_EQ(writer.write(sink, stored, {}), Error::None);
-        EXPECT_EQ(sink.bytes().size(), writer.fileBytes());
-    } else {
-        EXPECT_EQ(writer.writeEncrypted(sink, stored, key, {}), Error::None);
-        EXPECT_EQ(sink.bytes().size(), writer.encryptedFileBytes());
-    }
+    const bool isPlain = key.empty();
+    EXPECT_EQ(isPlain ? writer.write(sink, stored, {}) : writer.writeEncrypted(sink, stored, key, {}), Error::None);
+    EXPECT_EQ(sink.bytes().size(), isPlain ? writer.fileBytes() : writer.encryptedFileBytes());
     return sink.take();
 }
 

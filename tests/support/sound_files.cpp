@@ -131,10 +131,6 @@ void addWavTags(const std::string& path, const WavTags& tags)
     writeFile(path, bytes);
 }
 
-#ifndef TEST_FFMPEG
-#define TEST_FFMPEG ""
-#endif
-
 bool canEncode()
 {
     return *TEST_FFMPEG != 0;
