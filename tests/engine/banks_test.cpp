@@ -30,12 +30,11 @@ const Facts kNoFacts{KESS_SOUND_TYPE_TNB};
 
 TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
 {
-    const Engine engine;
     for (const bank::Codec codec : kCodecs) {
         writeBank("several", codec, 3);
-        EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
-        EXPECT_EQ(engine.tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
-        const SoundPointer opened = engine.open("several");
+        EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
+        EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
+        const SoundPointer opened = engine().open("several");
         EXPECT_EQ(factsOf(*opened), kNoFacts);
         char buffer[64];
         EXPECT_EQ(opened->readData(buffer, sizeof buffer, nullptr), KESS_ERR_SUBSOUNDS);
@@ -78,11 +77,10 @@ TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
 
 TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
 {
-    const Engine engine;
     for (const bank::Codec codec : kCodecs) {
         for (const std::string_view key : {"", "secret"}) {
             writeBank("one", codec, 1, key);
-            const SoundPointer opened = engine.open("one");
+            const SoundPointer opened = engine().open("one");
             bool isEncrypted = false;
             ASSERT_EQ(opened->isEncrypted(&isEncrypted), KESS_OK);
             EXPECT_EQ(isEncrypted, !key.empty());
@@ -119,7 +117,6 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
 // The codecs of a bank begin thousands of samples before the one that is wanted.
 TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
 {
-    const Engine engine;
     constexpr uint64_t kStart = 2011;
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
@@ -128,7 +125,7 @@ TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
             auto source = bank_test::MemorySound::ofFloats(2, 48000, tone.samples);
             source.setLoop(bank::Loop{kStart, kStart + length});
             writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
-            const SoundPointer sound = engine.open("loop");
+            const SoundPointer sound = engine().open("loop");
             std::vector<float> expected = readFloats(*sound);
             expected.resize((kStart + length) * 2);
             ASSERT_EQ(sound->seekData(kStart), KESS_OK);
@@ -175,7 +172,6 @@ TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
 
 TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
 {
-    const Engine engine;
     bank_test::EncodedSound external;
     external.name = "external";
     external.data.assign(4000, 7);
@@ -186,7 +182,7 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
     external.sound.dataChecksum = bank::checksum(external.data);
     writeFile("external", bank_test::makeBank({external, external}));
 
-    const SoundPointer opened = engine.open("external");
+    const SoundPointer opened = engine().open("external");
     KESS::Sound* sound = nullptr;
     ASSERT_EQ(opened->getSubSound(0, &sound), KESS_OK);
     EXPECT_EQ(factsOf(*sound).samples, 12345u);
@@ -199,6 +195,6 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
         static_cast<std::vector<KESS_RESULT>*>(data)->push_back(result);
         return 0;
     };
-    EXPECT_EQ(engine.system().verifyBank("external", nullptr, take, &findings), KESS_OK);
+    EXPECT_EQ(engine().system().verifyBank("external", nullptr, take, &findings), KESS_OK);
     EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "the answer 0 ends it";
 }

@@ -10,14 +10,13 @@ using namespace test;
 
 TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
 {
-    const Engine engine;
     for (const SourceKind& kind : sourceKinds()) {
         SCOPED_TRACE(kind.name);
         const auto frames = size_t(kind.rate * 1.234);
         const Signal source = sine(kind.channels, kind.rate, frames);
         kind.make(kind.name, source);
 
-        const SoundPointer sound = engine.open(kind.name);
+        const SoundPointer sound = engine().open(kind.name);
         const Facts facts = factsOf(*sound);
         EXPECT_EQ(facts.type, kind.type);
         EXPECT_EQ(facts.format, kind.format);
@@ -35,17 +34,16 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
         EXPECT_EQ(got, 0u);
 
         // The same type suggested opens it too, another one doesn't.
-        EXPECT_EQ(engine.tryOpen(kind.name, kind.type), KESS_OK);
+        EXPECT_EQ(engine().tryOpen(kind.name, kind.type), KESS_OK);
         const int other = kind.type == KESS_SOUND_TYPE_WAV ? KESS_SOUND_TYPE_MPEG : KESS_SOUND_TYPE_WAV;
-        EXPECT_EQ(engine.tryOpen(kind.name, other), KESS_ERR_FORMAT);
+        EXPECT_EQ(engine().tryOpen(kind.name, other), KESS_ERR_FORMAT);
     }
 }
 
 TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
 {
-    const Engine engine;
     const auto rangeOf = [&](const std::string& path, uint64_t* offset, uint64_t* bytes) {
-        return engine.open(path)->getRawSamples(offset, bytes);
+        return engine().open(path)->getRawSamples(offset, bytes);
     };
     uint64_t offset = 0;
     uint64_t bytes = 0;
@@ -56,7 +54,7 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
             continue;
         ++found;
         const std::vector<uint8_t> file = readFile(path);
-        const std::vector<uint8_t> delivered = readBytes(*engine.open(path));
+        const std::vector<uint8_t> delivered = readBytes(*engine().open(path));
         ASSERT_EQ(bytes, delivered.size()) << path;
         ASSERT_LE(offset + bytes, file.size()) << path;
         EXPECT_TRUE(std::equal(delivered.begin(), delivered.end(), file.begin() + ptrdiff_t(offset))) << path;
@@ -76,7 +74,7 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
         std::memcpy(&file[place], &value, sizeof value);
         writeFile("changed.wav", file);
         SoundPointer sound;
-        const bool isOpen = engine.open("changed.wav", &sound) == KESS_OK;
+        const bool isOpen = engine().open("changed.wav", &sound) == KESS_OK;
         EXPECT_TRUE(!isOpen || sound->getRawSamples(&offset, &bytes) == KESS_ERR_UNSUPPORTED) << place << " " << value;
     }
     // A frame that is not whole doesn't count.
@@ -89,12 +87,11 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
 
 TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)
 {
-    const Engine engine;
     std::mt19937 random(7);
     for (const SourceKind& kind : sourceKinds()) {
         SCOPED_TRACE(kind.name);
         kind.make(kind.name, noise(kind.channels, kind.rate, size_t(kind.rate) * 2));
-        const SoundPointer sound = engine.open(kind.name);
+        const SoundPointer sound = engine().open(kind.name);
         const uint64_t samples = factsOf(*sound).samples;
         const auto channels = size_t(kind.channels);
         const std::vector<float> straight = readFloats(*sound);
@@ -121,7 +118,6 @@ TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
         {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, 1}, {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2},
         {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 3}, {SF_FORMAT_W64 | SF_FORMAT_PCM_24, 3},
     };
-    const Engine engine;
     const std::vector<int32_t> numbers = randomIntegers(2 * 20011);
     for (const auto& [format, depth] : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << format);
@@ -131,7 +127,7 @@ TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
             for (int byte = 4 - depth; byte < 4; ++byte)
                 expected.push_back(uint8_t(uint32_t(number) >> 8 * byte));
         }
-        const SoundPointer sound = engine.open("bits");
+        const SoundPointer sound = engine().open("bits");
         unsigned bytes = 0;
         ASSERT_EQ(sound->getLength(&bytes, KESS_TIMEUNIT_PCMBYTES), KESS_OK);
         EXPECT_EQ(bytes, expected.size());
@@ -142,7 +138,7 @@ TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
     Signal loud = noise(2, 44100, 5000);
     std::ranges::transform(loud.samples, loud.samples.begin(), [](float sample) { return 3 * sample; });
     for (const int format : {SF_FORMAT_WAV, SF_FORMAT_AIFF}) {
-        const SoundPointer sound = engine.open(writeSound("loud", format | SF_FORMAT_FLOAT, loud));
+        const SoundPointer sound = engine().open(writeSound("loud", format | SF_FORMAT_FLOAT, loud));
         EXPECT_TRUE(std::ranges::equal(readBytes(*sound), std::as_bytes(std::span(loud.samples)), {}, {},
                                        [](std::byte byte) { return uint8_t(byte); }));
     }
@@ -157,12 +153,11 @@ TEST(SixChannels, AreInTheOrderOfWavFilesWhateverTheOrderInTheFile)
     Signal signal{6, 48000, {}};
     for (size_t i = 0; i < 36 * kTurn; ++i)
         signal.samples.push_back(i / 6 / kTurn == i % 6 ? float(0.5 * std::sin(0.01 * double(i / 6))) : 0.0f);
-    const Engine engine;
     const std::pair<const char*, const char*> cases[] = {{"libvorbis", "ogg"}, {"libopus", "ogg"}, {"flac", "flac"}};
     for (const auto& [encoder, container] : cases) {
         SCOPED_TRACE(encoder);
         encodeSound("six", container, encoder, signal);
-        const std::vector<float> decoded = readFloats(*engine.open("six"));
+        const std::vector<float> decoded = readFloats(*engine().open("six"));
         ASSERT_EQ(decoded.size(), signal.samples.size());
         for (size_t turn = 0; turn < 6; ++turn) {
             std::vector<double> energy(6);
@@ -178,9 +173,8 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
 {
     if (!canEncode())
         GTEST_SKIP();
-    const Engine engine;
     encodeSound("plain.mp3", "mp3", "libmp3lame", sine(2, 44100, 100000));
-    EXPECT_EQ(factsOf(*engine.open("plain.mp3")).samples, 100000u);
+    EXPECT_EQ(factsOf(*engine().open("plain.mp3")).samples, 100000u);
 
     // Cut the tag and the frame with the encoder's information away: what is left are bare frames.
     std::vector<uint8_t> bytes = readFile("plain.mp3");
@@ -191,7 +185,7 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
     constexpr long kFrame = 417; // 128 kbit/s
     bytes.erase(bytes.begin(), tag - kSideInformation + kFrame);
     writeFile("bare.mp3", bytes);
-    const SoundPointer bare = engine.open("bare.mp3");
+    const SoundPointer bare = engine().open("bare.mp3");
     const uint64_t samples = factsOf(*bare).samples;
     EXPECT_EQ(samples % 1152, 0u);
     EXPECT_EQ(readFloats(*bare).size(), samples * 2);
@@ -202,13 +196,12 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
     tagged += "APETAGEX" + std::string("\xd0\x07\0\0\x20\0\0\0\0\0\0\0\0\0\0\0", 16);
     tagged += std::string(8, '\0') + "TAG" + std::string(125, ' ');
     writeFile("tagged.mp3", tagged);
-    EXPECT_EQ(engine.tryOpen("tagged.mp3", KESS_SOUND_TYPE_MPEG), KESS_OK);
-    EXPECT_EQ(factsOf(*engine.open("tagged.mp3")).samples, samples);
+    EXPECT_EQ(engine().tryOpen("tagged.mp3", KESS_SOUND_TYPE_MPEG), KESS_OK);
+    EXPECT_EQ(factsOf(*engine().open("tagged.mp3")).samples, samples);
 }
 
 TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
 {
-    const Engine engine;
     // Frames, and bytes off the end, which take a part of the last block of samples.
     using Case = std::pair<size_t, size_t>;
     for (const auto& [frames, cut] : {Case{100, 0}, {123'457, 0}, {600'000, 0}, {600'000, 100}}) {
@@ -221,7 +214,7 @@ TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
         writeFile("pipe.flac", bytes);
         constexpr size_t kBlock = 4096;
         const size_t whole = cut == 0 ? frames : frames / kBlock * kBlock;
-        const SoundPointer sound = engine.open("pipe.flac");
+        const SoundPointer sound = engine().open("pipe.flac");
         EXPECT_EQ(factsOf(*sound).samples, whole);
         EXPECT_EQ(readFloats(*sound).size(), whole * 2);
     }
@@ -229,7 +222,6 @@ TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
 
 TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
 {
-    const Engine engine;
     writeSound("plain.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 44100, 30000));
     const std::vector<uint8_t> ogg = readFile("plain.ogg");
     std::vector<uint8_t> wav = readFile(writeSound("held.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1)));
@@ -242,14 +234,13 @@ TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
     }
     wav.insert(wav.end(), ogg.begin(), ogg.end());
     writeFile("held.wav", wav);
-    const SoundPointer held = engine.open("held.wav");
+    const SoundPointer held = engine().open("held.wav");
     EXPECT_EQ(factsOf(*held).samples, 30000u);
-    EXPECT_EQ(readFloats(*held), readFloats(*engine.open("plain.ogg")));
+    EXPECT_EQ(readFloats(*held), readFloats(*engine().open("plain.ogg")));
 }
 
 TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
 {
-    const Engine engine;
     const auto chain = [](const Signal& first, const Signal& second) {
         writeSound("first.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, first);
         writeSound("second.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, second);
@@ -259,7 +250,7 @@ TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
         writeFile("chain.ogg", bytes);
     };
     chain(sine(2, 44100, 30000), sine(2, 44100, 50000, 880));
-    const SoundPointer alike = engine.open("chain.ogg");
+    const SoundPointer alike = engine().open("chain.ogg");
     EXPECT_EQ(factsOf(*alike).samples, 80000u);
     const std::vector<float> all = readFloats(*alike);
     ASSERT_EQ(all.size(), 160000u);
@@ -269,5 +260,5 @@ TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
     }
 
     chain(sine(2, 44100, 30000), sine(1, 48000, 50000));
-    EXPECT_EQ(factsOf(*engine.open("chain.ogg")).samples, 30000u);
+    EXPECT_EQ(factsOf(*engine().open("chain.ogg")).samples, 30000u);
 }

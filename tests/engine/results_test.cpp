@@ -32,16 +32,14 @@ TEST(APathThatIsNoSoundFile, IsRefusedWithoutWaiting)
         {"circle", KESS_ERR_FILE_BAD},
         {"empty.wav", KESS_ERR_FILE_BAD},
     };
-    const Engine engine;
     for (const auto& [path, result] : cases) {
         for (const int type : {0, int(KESS_SOUND_TYPE_WAV)})
-            EXPECT_EQ(engine.tryOpen(path, type), result) << path;
+            EXPECT_EQ(engine().tryOpen(path, type), result) << path;
     }
 }
 
 TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
 {
-    const Engine engine;
     std::string text;
     for (int i = 0; i < 2000; ++i)
         text += "Track " + std::to_string(i) + " of a long list of nothing.\n";
@@ -57,7 +55,7 @@ TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
     for (const auto& [path, content] : cases) {
         writeFile(path, content);
         for (const int type : {0, int(KESS_SOUND_TYPE_WAV), int(KESS_SOUND_TYPE_MPEG)})
-            EXPECT_EQ(engine.tryOpen(path, type), KESS_ERR_FORMAT) << path;
+            EXPECT_EQ(engine().tryOpen(path, type), KESS_ERR_FORMAT) << path;
     }
     std::mt19937 random(3);
     for (int seed = 0; seed < 300; ++seed) {
@@ -65,7 +63,7 @@ TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
         for (uint8_t& byte : bytes)
             byte = uint8_t(random());
         writeFile("random", bytes);
-        EXPECT_EQ(engine.tryOpen("random"), KESS_ERR_FORMAT) << seed;
+        EXPECT_EQ(engine().tryOpen("random"), KESS_ERR_FORMAT) << seed;
     }
 }
 
@@ -90,10 +88,9 @@ std::vector<uint8_t> made(int format, size_t frames = 1000)
     return readFile(writeSound("made", format, noise(1, 22050, frames)));
 }
 
-void expectLengths(const Engine& engine, const std::string& path, uint64_t least, uint64_t most, uint64_t declared,
-                   double tolerance = 0)
+void expectLengths(const std::string& path, uint64_t least, uint64_t most, uint64_t declared, double tolerance = 0)
 {
-    const SoundPointer sound = engine.open(path);
+    const SoundPointer sound = engine().open(path);
     const Facts facts = factsOf(*sound);
     uint64_t told = 0;
     ASSERT_EQ(sound->getDeclaredSampleCount(&told), KESS_OK);
@@ -107,7 +104,6 @@ void expectLengths(const Engine& engine, const std::string& path, uint64_t least
 
 TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
 {
-    const Engine engine;
     const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
     const std::vector<uint8_t> aiff = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
     const std::tuple<const char*, const std::vector<uint8_t>&, Patch, KESS_RESULT> cases[] = {
@@ -123,17 +119,16 @@ TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
     };
     for (const auto& [what, file, patch, result] : cases) {
         writePatched("damaged", file, {patch});
-        EXPECT_EQ(engine.tryOpen("damaged"), result) << what;
+        EXPECT_EQ(engine().tryOpen("damaged"), result) << what;
     }
     // The limit itself is fine, in formats that go that far.
-    EXPECT_EQ(engine.tryOpen(writeSound("32", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100))), KESS_OK);
-    EXPECT_EQ(engine.tryOpen(writeSound("33", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100))),
+    EXPECT_EQ(engine().tryOpen(writeSound("32", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100))), KESS_OK);
+    EXPECT_EQ(engine().tryOpen(writeSound("33", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100))),
               KESS_ERR_TOOMANYCHANNELS);
 }
 
 TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
 {
-    const Engine engine;
     for (const int format :
          {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG,
           SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, SF_FORMAT_RF64 | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16,
@@ -143,26 +138,25 @@ TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
         SCOPED_TRACE(testing::Message() << std::hex << format);
         constexpr uint64_t kFrames = 30000;
         std::vector<uint8_t> file = readFile(writeSound("whole", format, noise(2, 22050, kFrames)));
-        expectLengths(engine, "whole", kFrames, kFrames, kFrames);
+        expectLengths("whole", kFrames, kFrames, kFrames);
         const size_t half = (file.size() + 1) / 2;
         file.pop_back();
         writeFile("last frame", file);
         file.resize(half);
         writeFile("cut", file);
         if (format == (SF_FORMAT_FLAC | SF_FORMAT_PCM_16)) { // fails where it ends
-            EXPECT_EQ(factsOf(*engine.open("cut")).samples, kFrames);
+            EXPECT_EQ(factsOf(*engine().open("cut")).samples, kFrames);
         } else {
-            expectLengths(engine, "last frame", kFrames - 1, kFrames, factsOf(*engine.open("last frame")).samples);
+            expectLengths("last frame", kFrames - 1, kFrames, factsOf(*engine().open("last frame")).samples);
             // The length in a VOC file doesn't count the headers of its blocks.
             const double tolerance = format == (SF_FORMAT_VOC | SF_FORMAT_PCM_16) ? 5 : 0;
-            expectLengths(engine, "cut", kFrames * 40 / 100, kFrames * 51 / 100, kFrames, tolerance);
+            expectLengths("cut", kFrames * 40 / 100, kFrames * 51 / 100, kFrames, tolerance);
         }
     }
 }
 
 TEST(AFileFromAPipe, IsReadToItsEndWhateverStandsForItsLength)
 {
-    const Engine engine;
     constexpr uint64_t kFrames = 3000;
     const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16, kFrames);
     const std::vector<uint8_t> rf64 = made(SF_FORMAT_RF64 | SF_FORMAT_PCM_16, kFrames);
@@ -201,13 +195,12 @@ TEST(AFileFromAPipe, IsReadToItsEndWhateverStandsForItsLength)
     for (const auto& [what, file, patches] : cases) {
         SCOPED_TRACE(std::string(file.begin(), file.begin() + 4) + " " + what);
         writePatched("piped", file, patches);
-        expectLengths(engine, "piped", kFrames, kFrames, kFrames);
+        expectLengths("piped", kFrames, kFrames, kFrames);
     }
 }
 
 TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
 {
-    const Engine engine;
     constexpr uint64_t kSpare = uint64_t{1} << 31; // frames
     const std::vector<uint8_t> wav = made(SF_FORMAT_WAV | SF_FORMAT_PCM_16, 3000);
     const std::vector<uint8_t> unknown(4, 0xff);
@@ -215,7 +208,7 @@ TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
     for (const std::vector<Patch>& patches : lengths) {
         writePatched("long", wav, patches);
         std::filesystem::resize_file("long", wav.size() + 2 * kSpare);
-        const SoundPointer sound = engine.open("long");
+        const SoundPointer sound = engine().open("long");
         EXPECT_EQ(factsOf(*sound).samples, 3000 + kSpare);
         ASSERT_EQ(sound->seekData(3000 + kSpare - 10), KESS_OK);
         EXPECT_EQ(readBytes(*sound).size(), 20u);
@@ -225,30 +218,28 @@ TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
 
 TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
 {
-    const Engine engine;
     writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
     writeFile("text", "text");
     rlimit former{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
     const rlimit none{0, former.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const KESS_RESULT result = engine.tryOpen("good.wav");
+    const KESS_RESULT result = engine().tryOpen("good.wav");
     const int error = KESS_SystemError();
     setrlimit(RLIMIT_NOFILE, &former);
     EXPECT_EQ(result, KESS_ERR_FILE_BAD);
     EXPECT_EQ(error, EMFILE);
-    EXPECT_EQ(engine.tryOpen("text"), KESS_ERR_FORMAT);
+    EXPECT_EQ(engine().tryOpen("text"), KESS_ERR_FORMAT);
     EXPECT_EQ(KESS_SystemError(), 0);
 }
 
 TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
 {
-    const Engine engine;
     const Signal nothing{2, 44100, {}};
     for (const int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_FLOAT,
                              SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16}) {
         writeSound("nothing", format, nothing);
-        const SoundPointer sound = engine.open("nothing");
+        const SoundPointer sound = engine().open("nothing");
         EXPECT_EQ(factsOf(*sound).samples, 0u);
         EXPECT_EQ(factsOf(*sound).milliseconds, 0u);
         char buffer[64];
@@ -260,9 +251,9 @@ TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
     std::vector<uint8_t> file = made(SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
     file.resize(12 + 8 + 18); // to the end of the common chunk
     writeFile("no samples", file);
-    EXPECT_EQ(engine.tryOpen("no samples"), KESS_ERR_FILE_BAD);
+    EXPECT_EQ(engine().tryOpen("no samples"), KESS_ERR_FILE_BAD);
     writePatched("no samples", file, {{22, {0, 0, 0, 0}}});
-    expectLengths(engine, "no samples", 0, 0, 0);
+    expectLengths("no samples", 0, 0, 0);
 }
 
 TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
@@ -294,15 +285,14 @@ TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
         {"<?wpl version=\"1.0\"?>", KESS_SOUND_TYPE_PLAYLIST},
         {"<?xml version=\"1.0\"?><playlist version=\"1\" xmlns=\"http://xspf.org/ns/0/\">", KESS_SOUND_TYPE_PLAYLIST},
     };
-    const Engine engine;
     for (const auto& [content, type] : cases) {
         writeFile("recognised.wav", content);
-        const SoundPointer sound = engine.open("recognised.wav");
+        const SoundPointer sound = engine().open("recognised.wav");
         EXPECT_EQ(factsOf(*sound), Facts{type}) << content;
         char buffer[16];
         EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_UNSUPPORTED) << type;
         EXPECT_EQ(sound->seekData(0), KESS_ERR_UNSUPPORTED);
-        EXPECT_EQ(engine.tryOpen("recognised.wav", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
+        EXPECT_EQ(engine().tryOpen("recognised.wav", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
     }
 }
 

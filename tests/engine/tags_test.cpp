@@ -20,12 +20,11 @@ void writeRamp(const std::string& path, int format, size_t frames)
 
 TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
 {
-    const Engine engine;
     writeRamp("tags.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
     addWavTags(
         "tags.wav",
         {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "end"}, {1001, "behind"}, {0, ""}, {6, "caf\xe9"}}});
-    const SoundPointer sound = engine.open("tags.wav");
+    const SoundPointer sound = engine().open("tags.wav");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
     EXPECT_EQ(syncPointsOf(*sound),
               (SyncPoints{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}, {1000, "end"}}));
@@ -38,7 +37,7 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
     for (const std::pair<uint32_t, uint32_t>& wrong : {std::pair(0u, 1000u), std::pair(10u, 8u), std::pair(~0u, ~0u)}) {
         writeRamp("wrong.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
         addWavTags("wrong.wav", {wrong, {}});
-        EXPECT_EQ(engine.open("wrong.wav")->getLoopPoints(nullptr, nullptr), KESS_ERR_TAGNOTFOUND);
+        EXPECT_EQ(engine().open("wrong.wav")->getLoopPoints(nullptr, nullptr), KESS_ERR_TAGNOTFOUND);
     }
 }
 
@@ -58,8 +57,7 @@ TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
               + "\0\3\0\xff\0\0\1x"s);
     chunk("INST", "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s);
     writeFile("tags.aiff", bytes);
-    const Engine engine;
-    const SoundPointer sound = engine.open("tags.aiff");
+    const SoundPointer sound = engine().open("tags.aiff");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
     EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));
 }
@@ -76,14 +74,13 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
     const std::vector<std::pair<std::string, std::string>> loops[] = {{{"LoopStart", "1000"}, {"LOOPLENGTH", "2000"}},
                                                                       {{"LOOPSTART", "1000"}, {"loopend", "3000"}}};
     const std::pair<const char*, const char*> formats[] = {{"flac", "flac"}, {"ogg", "libvorbis"}, {"ogg", "libopus"}};
-    const Engine engine;
     for (const auto& [container, encoder] : formats) {
         for (const auto& loop : loops) {
             SCOPED_TRACE(encoder);
             auto tags = chapters;
             tags.insert(tags.end(), loop.begin(), loop.end());
             encodeSound("tagged", container, encoder, sine(2, 48000, 96000), tags);
-            const SoundPointer sound = engine.open("tagged");
+            const SoundPointer sound = engine().open("tagged");
             EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
             EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{24000, "bridge"}, {60000, ""}}));
         }
@@ -92,7 +89,6 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
 
 TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
 {
-    const Engine engine;
     writeRamp("loop.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 100);
     addWavTags("loop.wav", {{{10, 12}}, {}});
     const auto expected = [](int loops) {
@@ -106,7 +102,7 @@ TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
     };
     for (const int loops : {0, 1, 5}) {
         for (const unsigned size : {2u, 6u, 10u, 26u, 1000u}) {
-            const SoundPointer sound = engine.open("loop.wav");
+            const SoundPointer sound = engine().open("loop.wav");
             ASSERT_EQ(sound->setLoopCount(loops), KESS_OK);
             std::vector<int16_t> samples;
             std::vector<int16_t> piece(size / 2);
@@ -118,7 +114,7 @@ TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
     }
 
     // For ever, until the count is taken back; a start behind the loop never enters it.
-    const SoundPointer sound = engine.open("loop.wav");
+    const SoundPointer sound = engine().open("loop.wav");
     ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
     const std::vector<float> frames = readFloats(*sound, 10000);
     ASSERT_EQ(frames.size(), 10000u);

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <numbers>
-
 namespace bank_test {
 
 using bank::Error;
@@ -138,20 +135,6 @@ void tamper(std::span<uint8_t> part, Noise& noise)
         std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
     }
     }
-}
-
-std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame, float level)
-{
-    std::vector<float> samples(frames * size_t(channels));
-    for (size_t i = 0; i < frames; ++i) {
-        for (int channel = 0; channel < channels; ++channel) {
-            double sum = 0;
-            for (const double cycles : cyclesPerFrame)
-                sum += std::sin(2 * std::numbers::pi * cycles * (channel + 1) * double(i) + channel);
-            samples[i * size_t(channels) + size_t(channel)] = level * float(sum / double(cyclesPerFrame.size()));
-        }
-    }
-    return samples;
 }
 
 } // namespace bank_test

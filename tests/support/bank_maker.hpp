@@ -4,12 +4,15 @@
 #include "bank/reader.hpp"
 #include "bank/writer.hpp"
 #include "encoder.hpp"
+#include "support/sound_files.hpp"
 
 #include <span>
 #include <string>
 #include <vector>
 
 namespace bank_test {
+
+using test::tones;
 
 // A sound in memory that wraps at its loop as encoders expect. samples are interleaved in facts.sampleFormat.
 class MemorySound final : public tarnok::PreparedSound
@@ -82,9 +85,5 @@ private:
 // Tampers with a place: a flipped bit, a random byte, or a number of 4 or 8 bytes at one of the values where arithmetic
 // overflows.
 void tamper(std::span<uint8_t> part, Noise& noise);
-
-// frames of a sum of sines; per channel the frequencies are shifted a little.
-[[nodiscard]] std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame,
-                                       float level);
 
 } // namespace bank_test

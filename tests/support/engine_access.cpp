@@ -42,6 +42,12 @@ SoundPointer Engine::open(const std::string& path) const
     return sound;
 }
 
+const Engine& engine()
+{
+    static const Engine running;
+    return running;
+}
+
 Facts factsOf(KESS::Sound& sound)
 {
     Facts facts;

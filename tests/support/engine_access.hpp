@@ -54,6 +54,9 @@ private:
     KESS::System* mSystem = nullptr;
 };
 
+// One for the whole program.
+[[nodiscard]] const Engine& engine();
+
 [[nodiscard]] Facts factsOf(KESS::Sound& sound);
 
 // Everything from the current position on, in odd-sized pieces.

@@ -23,12 +23,6 @@ void requireOneOf(int result, std::initializer_list<int> allowed, const char* wh
         throw std::runtime_error(std::string(what) + " gave " + std::to_string(result));
 }
 
-const Engine& engine()
-{
-    static const Engine engine;
-    return engine;
-}
-
 void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
 {
     int channels = 0;

@@ -50,17 +50,23 @@ std::string chunk(const std::string& id, std::string data)
 
 } // namespace
 
-Signal sine(int channels, int rate, size_t frames, double hertz)
+std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame, float level)
 {
-    Signal signal{channels, rate, {}};
-    signal.samples.reserve(frames * size_t(channels));
+    std::vector<float> samples(frames * size_t(channels));
     for (size_t i = 0; i < frames; ++i) {
         for (int channel = 0; channel < channels; ++channel) {
-            const double phase = 2 * M_PI * hertz * (1 + 0.1 * channel) * double(i) / rate;
-            signal.samples.push_back(float(0.5 * std::sin(phase)));
+            double sum = 0;
+            for (const double cycles : cyclesPerFrame)
+                sum += std::sin(2 * M_PI * cycles * (channel + 1) * double(i) + channel);
+            samples[i * size_t(channels) + size_t(channel)] = level * float(sum / double(cyclesPerFrame.size()));
         }
     }
-    return signal;
+    return samples;
+}
+
+Signal sine(int channels, int rate, size_t frames, double hertz)
+{
+    return {channels, rate, tones(frames, channels, {hertz / rate}, 0.5f)};
 }
 
 Signal noise(int channels, int rate, size_t frames, uint32_t seed)

@@ -22,7 +22,11 @@ struct Signal
     [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
 };
 
-// A tone in each channel, one a little higher than the one before, at half of full scale.
+// frames of a sum of sines; the frequencies are multiplied by the number of the channel, from 1.
+[[nodiscard]] std::vector<float> tones(size_t frames, int channels, const std::vector<double>& cyclesPerFrame,
+                                       float level);
+
+// One such tone at half of full scale.
 [[nodiscard]] Signal sine(int channels, int rate, size_t frames, double hertz = 440);
 
 // White noise, the same for the same seed, up to full scale.
