@@ -42,22 +42,27 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
 
 TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
 {
-    const auto rangeOf = [&](const std::string& path, uint64_t* offset, uint64_t* bytes) {
-        return engine().open(path)->getRawSamples(offset, bytes);
+    using Range = std::pair<uint64_t, uint64_t>; // offset and bytes, which are 0 where they aren't told
+    const auto rangeOf = [](const std::string& path) {
+        Range range;
+        SoundPointer sound;
+        if (engine().open(path, &sound) == KESS_OK) {
+            const KESS_RESULT result = sound->getRawSamples(&range.first, &range.second);
+            EXPECT_EQ(result, range.second ? KESS_OK : KESS_ERR_UNSUPPORTED) << path;
+        }
+        return range;
     };
-    uint64_t offset = 0;
-    uint64_t bytes = 0;
     size_t found = 0;
     for (const SourceKind& kind : sourceKinds()) {
         const std::string& path = exampleOf(kind);
-        if (rangeOf(path, &offset, &bytes) != KESS_OK)
+        const auto [offset, bytes] = rangeOf(path);
+        if (bytes == 0)
             continue;
         ++found;
         const std::vector<uint8_t> file = readFile(path);
-        const std::vector<uint8_t> delivered = readBytes(*engine().open(path));
-        ASSERT_EQ(bytes, delivered.size()) << path;
         ASSERT_LE(offset + bytes, file.size()) << path;
-        EXPECT_TRUE(std::equal(delivered.begin(), delivered.end(), file.begin() + ptrdiff_t(offset))) << path;
+        EXPECT_TRUE(std::ranges::equal(readBytes(*engine().open(path)), std::span(file).subspan(offset, bytes)))
+            << path;
     }
     EXPECT_GE(found, 4u);
 
@@ -66,23 +71,18 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
     const std::vector<std::pair<size_t, uint16_t>> changes = {{20, 3}, {20, 6}, {20, 0xfffe}, {22, 1},  {22, 4},
                                                               {32, 2}, {32, 8}, {34, 8},      {34, 12}, {34, 24}};
     writeIntegers("plain.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, randomIntegers(2000));
-    ASSERT_EQ(rangeOf("plain.wav", &offset, &bytes), KESS_OK);
-    EXPECT_EQ(offset, 44u);
-    EXPECT_EQ(bytes, 4000u);
+    EXPECT_EQ(rangeOf("plain.wav"), Range(44, 4000));
+    std::vector<uint8_t> file = readFile("plain.wav");
     for (const auto& [place, value] : changes) {
-        std::vector<uint8_t> file = readFile("plain.wav");
-        std::memcpy(&file[place], &value, sizeof value);
-        writeFile("changed.wav", file);
-        SoundPointer sound;
-        const bool isOpen = engine().open("changed.wav", &sound) == KESS_OK;
-        EXPECT_TRUE(!isOpen || sound->getRawSamples(&offset, &bytes) == KESS_ERR_UNSUPPORTED) << place << " " << value;
+        std::vector<uint8_t> changed = file;
+        std::memcpy(&changed[place], &value, sizeof value);
+        writeFile("changed.wav", changed);
+        EXPECT_EQ(rangeOf("changed.wav"), Range()) << place << " " << value;
     }
     // A frame that is not whole doesn't count.
-    std::vector<uint8_t> file = readFile("plain.wav");
     file.resize(file.size() - 3);
     writeFile("cut.wav", file);
-    ASSERT_EQ(rangeOf("cut.wav", &offset, &bytes), KESS_OK);
-    EXPECT_EQ(bytes, 3996u);
+    EXPECT_EQ(rangeOf("cut.wav"), Range(44, 3996));
 }
 
 TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)

@@ -1,6 +1,7 @@
 """What the tests of the programs share: a folder to work in, WAV files with everything in them, runs of the programs."""
 
 import array
+import itertools
 import math
 import os
 import pathlib
@@ -73,6 +74,12 @@ def read_riff(path):
     return {"samples": chunks[b"data"], "channels": channels, "rate": rate, "bits": bits, "is_float": kind == 3,
             "loop": struct.unpack_from("<II", chunks[b"smpl"], 44) if b"smpl" in chunks else None,
             "cues": tuple((frame, labels.get(number, "")) for number, frame, _, _, _, _ in points)}
+
+
+def packet_starts(bank, sound):
+    """Where each packet of a sound begins in its data, with the length before it."""
+    sizes = (len(packet) + (1 if len(packet) < 128 else 2 if len(packet) < 16384 else 3) for packet in bank.packets(sound))
+    return list(itertools.accumulate(sizes, initial=0))[:-1]
 
 
 class ProgramCase(unittest.TestCase):

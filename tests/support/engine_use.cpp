@@ -25,17 +25,13 @@ void requireOneOf(int result, std::initializer_list<int> allowed, const char* wh
 
 void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
 {
-    int channels = 0;
-    require(sound.getFormat(nullptr, nullptr, &channels, nullptr) == KESS_OK && channels <= KESS_MAX_CHANNELS,
-            "channels");
-    uint64_t length = 0;
-    uint64_t start = 0;
-    uint64_t end = 0;
-    require(sound.getSampleCount(&length) == KESS_OK, "length");
-    require(sound.getLoopPoints(&start, &end) != KESS_OK || (start < end && end <= length), "a loop outside the sound");
+    const Facts facts = factsOf(sound);
+    require(facts.type != KESS_SOUND_TYPE_UNKNOWN && facts.channels <= KESS_MAX_CHANNELS, "facts");
+    const Loop loop = loopOf(sound);
+    require(!loop || (loop->first < loop->second && loop->second <= facts.samples), "a loop outside the sound");
     static_cast<void>(sound.setLoopCount(1));
     constexpr unsigned kFrames = 3000;
-    std::vector<float> samples(kFrames * size_t(std::max(channels, 1)));
+    std::vector<float> samples(kFrames * size_t(std::max(facts.channels, 1)));
     const auto bytes = unsigned(samples.size() * sizeof(float));
     for (const uint64_t place : places) {
         unsigned gotBytes = 0;
@@ -73,8 +69,7 @@ void useSubsounds(KESS::Sound& bank, const char* key)
         requireOneOf(opened, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_UNSUPPORTED}, "opening a subsound");
         if (opened != KESS_OK)
             continue;
-        uint64_t length = 0;
-        sound->getSampleCount(&length);
+        const uint64_t length = factsOf(*sound).samples;
         useSound(*sound, {0, length / 2, length, length + 1});
     }
 }

@@ -94,10 +94,8 @@ double signalToNoise(std::span<const float> wanted, std::span<const float> got)
 
 std::vector<int32_t> randomIntegers(size_t count, uint32_t seed)
 {
-    std::mt19937 random(seed);
     std::vector<int32_t> numbers(count);
-    for (int32_t& number : numbers)
-        number = int32_t(random());
+    std::generate(numbers.begin(), numbers.end(), std::mt19937(seed));
     return numbers;
 }
 
