@@ -35,6 +35,11 @@ class TnbCase(ProgramCase):
     def info(self, bank, **options):
         return json.loads(self.assert_tnb("info", "--json", bank, **options))
 
+    def assert_fails(self, status, words, *arguments, output="", **options):
+        result, written, errors = self.tnb(*arguments, **options)
+        self.assertEqual((result, written or ""), (status, output), errors)
+        self.assertRegex(errors, words)
+
     def make_sounds(self):
         write_riff(self.folder_in / "loop.wav", noise(20000 * 4), 2, 48000, loop=(1000, 18999),
                    cues=((0, "start"), (7000, ""), (19999, "größer")))
@@ -57,12 +62,11 @@ class InfoTest(TnbCase):
                                      (name, quality, bool(key), True))
                     self.assertEqual(info["bytes"], path.stat().st_size)
                     loop, tone = info["sounds"]
-                    self.assertEqual((loop["name"], loop["codec"], loop["quality"]), ("loop", name, quality))
-                    self.assertEqual((loop["samples"], loop["rate"], loop["channels"]), (20000, 48000, 2))
-                    self.assertEqual(loop["sampleFormat"], "pcm16")
-                    self.assertEqual(loop["loop"], {"start": 1000, "end": 19000})
-                    self.assertEqual([(p["sample"], p["name"]) for p in loop["syncPoints"]],
-                                     [(0, "start"), (7000, ""), (19999, "größer")])
+                    points = ((0, "start"), (7000, ""), (19999, "größer"))
+                    self.assertEqual(loop, loop | {
+                        "name": "loop", "codec": name, "quality": quality, "samples": 20000, "rate": 48000,
+                        "channels": 2, "sampleFormat": "pcm16", "loop": {"start": 1000, "end": 19000},
+                        "syncPoints": [{"sample": sample, "name": point} for sample, point in points]})
                     self.assertAlmostEqual(tone["peak"], 12000 / 32768, 4)
                     self.assertEqual(tone["seconds"], 3)
                     self.assertEqual(tone["bitsPerSample"], round(tone["bytes"] * 8 / 144000, 3))
@@ -98,7 +102,7 @@ class InfoTest(TnbCase):
             (["gone.tnb"], "gone.tnb: no such file"),
             (["a.wav"], "a.wav: not a sound bank"),
             (["empty"], "empty: can't be read: it is empty"),
-            (["in/.."], "in/..: "),
+            (["in/.."], r"in/\.\.: "),
             ([locked], "encrypted; give its key with --key"),
             ([locked, "--key", "K"], "encrypted with a different key"),
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
@@ -107,17 +111,13 @@ class InfoTest(TnbCase):
         ):
             for command in ("info", "validate", "extract"):
                 with self.subTest(command=command, arguments=arguments):
-                    status, output, errors = self.tnb(command, *arguments)
-                    self.assertEqual((status, output), (UNREADABLE, ""))
-                    self.assertIn(words, errors)
+                    self.assert_fails(UNREADABLE, words, command, *arguments)
 
     def test_refuses_wrong_arguments(self):
         for arguments in ([], ["nonsense"], ["info"], ["info", "a", "b"], ["info", "a", "--nonsense"], ["validate"],
                           ["extract"], ["info", "a", "--key", "k", "--key-file", "f"]):
             with self.subTest(arguments=arguments):
-                status, output, errors = self.tnb(*arguments)
-                self.assertEqual((status, output), (UNREADABLE, ""))
-                self.assertTrue(errors)
+                self.assert_fails(UNREADABLE, ".", *arguments)
         self.assertIn("validate", self.assert_tnb("--help"))
         self.assertIn("--force", self.assert_tnb("extract", "-h"))
         self.assertRegex(self.assert_tnb("--version"), r"^tnb \d+\.\d+\.\d+\n$")
@@ -125,20 +125,13 @@ class InfoTest(TnbCase):
     def test_tells_when_its_output_is_lost(self):
         path = self.build("x.tnb", source="a.wav")
         with open("/dev/full", "w") as full:
-            status, _, errors = self.tnb("info", path, stdout=full)
-        self.assertEqual(status, UNREADABLE)
-        self.assertIn("can't write", errors)
+            self.assert_fails(UNREADABLE, "can't write", "info", path, stdout=full)
 
 
 class ValidateTest(TnbCase):
-    def validate(self, data, key=None):
-        (self.work / "damaged.tnb").write_bytes(data)
-        return self.tnb("validate", "damaged.tnb", key=key)
-
     def assert_damage(self, data, words, key=None):
-        status, output, errors = self.validate(data, key)
-        self.assertEqual((status, output), (DAMAGED, ""), errors)
-        self.assertRegex(errors, r"\Atnb: damaged\.tnb: .*" + words)
+        (self.work / "damaged.tnb").write_bytes(data)
+        self.assert_fails(DAMAGED, r"\Atnb: damaged\.tnb: .*" + words, "validate", "damaged.tnb", key=key)
 
     def test_tells_damage_from_what_is_no_bank(self):
         for key in (None, "k"):
@@ -149,7 +142,8 @@ class ValidateTest(TnbCase):
                     for place in places:
                         damaged = bytearray(whole)
                         damaged[place] ^= 1 << place % 8
-                        self.assertEqual(self.validate(damaged, key)[0], status, place)
+                        (self.work / "damaged.tnb").write_bytes(damaged)
+                        self.assertEqual(self.tnb("validate", "damaged.tnb", key=key)[0], status, place)
                 self.assert_damage(whole[:-1], "cut or lengthened", key)
                 self.assert_damage(whole + b"\0", "cut or lengthened", key)
                 self.assert_damage(whole[:39], "ends within its header", key)
@@ -161,10 +155,8 @@ class ValidateTest(TnbCase):
         damaged = bytearray(whole)
         damaged[sounds[0]["dataOffset"] + 99] ^= 1
         damaged[sounds[1]["chunksOffset"] + 9] ^= 1
-        status, _, errors = self.validate(damaged)
-        self.assertEqual(status, DAMAGED)
-        self.assertRegex(errors, r"(?s)sound 0: its data don't match.*sound 1: its chunks don't match")
-        status, output, errors = self.tnb("info", "damaged.tnb")
+        self.assert_damage(damaged, "sound 0: its data don't match(?s:.*)sound 1: its chunks don't match")
+        status, output, _ = self.tnb("info", "damaged.tnb")
         self.assertEqual(status, DAMAGED, "a sound whose chunks are damaged can't be described")
         self.assertRegex(output, r"(?m)^ +1 +\(damaged\)$")
         self.build("locked.tnb", key="k", source="a.wav")
@@ -211,12 +203,10 @@ class ExtractTest(TnbCase):
         for bits, is_float in ((8, False), (16, False), (24, False), (32, False), (32, True)):
             for channels in (1, 2, 6):
                 name = f"{'float' if is_float else bits}-{channels}"
-                frames = 1001
-                samples = noise(frames * channels * bits // 8)
-                if is_float:
-                    values = random.Random(3)
-                    samples = struct.pack(f"<{frames * channels}f",
-                                          *(values.uniform(-1.5, 1.5) for _ in range(frames * channels)))
+                count = 1001 * channels
+                samples = noise(count * bits // 8)
+                if is_float: # beyond full scale too
+                    samples = struct.pack(f"<{count}f", *(v / 20000 for v, in struct.iter_unpack("<h", noise(2 * count))))
                 sources[name] = write_riff(self.folder_in / f"{name}.wav", samples, channels, 44100, bits, is_float,
                                            (10, 999), ((0, "even"), (7, ""), (7, "a"), (1000, "größer")))
         for key in (None, "key"):
@@ -284,9 +274,7 @@ class ExtractTest(TnbCase):
                        lambda: (out / "a.wav").symlink_to(self.work / "precious"),
                        lambda: (out / "a.wav").symlink_to(self.work / "nowhere")):
             occupy()
-            status, _, errors = self.tnb("extract", bank, "-o", "out")
-            self.assertEqual(status, UNREADABLE)
-            self.assertIn("out/a.wav exists already", errors)
+            self.assert_fails(UNREADABLE, "out/a.wav exists already", "extract", bank, "-o", "out")
             self.assert_tnb("extract", bank, "-o", "out", "--force")
             self.assertFalse((out / "a.wav").is_symlink())
             (out / "a.wav").unlink()
@@ -317,17 +305,15 @@ class ExtractTest(TnbCase):
             signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
-        status, output, errors = self.tnb("extract", bank, "-o", "out", preexec_fn=limit_files)
-        self.assertEqual((status, output), (UNREADABLE, "out/short.wav\n"))
-        self.assertIn("can't write out/long.wav", errors)
+        self.assert_fails(UNREADABLE, "can't write out/long.wav", "extract", bank, "-o", "out",
+                          output="out/short.wav\n", preexec_fn=limit_files)
         self.assertEqual(self.files("out"), ["short.wav"])
 
         data = bytearray(bank.read_bytes())
         data[tnb_reader.Bank(bytes(data)).sounds[0]["dataOffset"] + 5000] ^= 1
         bank.write_bytes(data)
-        status, output, errors = self.tnb("extract", bank, "-o", "out", "--force")
-        self.assertEqual((status, output), (DAMAGED, "out/short.wav\n"))
-        self.assertIn("sound 0 (long): damaged", errors)
+        self.assert_fails(DAMAGED, r"sound 0 \(long\): damaged", "extract", bank, "-o", "out", "--force",
+                          output="out/short.wav\n")
         self.assertEqual(self.files("out"), ["short.wav"])
 
 
