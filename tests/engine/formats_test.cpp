@@ -177,25 +177,22 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
     EXPECT_EQ(factsOf(*engine().open("plain.mp3")).samples, 100000u);
 
     // Cut the tag and the frame with the encoder's information away: what is left are bare frames.
-    std::vector<uint8_t> bytes = readFile("plain.mp3");
-    const std::string info = "Info";
-    const auto tag = std::search(bytes.begin(), bytes.end(), info.begin(), info.end());
-    ASSERT_NE(tag, bytes.end());
-    constexpr long kSideInformation = 36;
-    constexpr long kFrame = 417; // 128 kbit/s
-    bytes.erase(bytes.begin(), tag - kSideInformation + kFrame);
-    writeFile("bare.mp3", bytes);
+    const std::string plain = readText("plain.mp3");
+    const size_t tag = plain.find("Info");
+    ASSERT_NE(tag, std::string::npos);
+    constexpr size_t kSideInformation = 36;
+    constexpr size_t kFrame = 417; // 128 kbit/s
+    const std::string frames = plain.substr(tag - kSideInformation + kFrame);
+    writeFile("bare.mp3", frames);
     const SoundPointer bare = engine().open("bare.mp3");
     const uint64_t samples = factsOf(*bare).samples;
     EXPECT_EQ(samples % 1152, 0u);
     EXPECT_EQ(readFloats(*bare).size(), samples * 2);
 
     // An ID3v2 tag of a megabyte, zeros behind it, and ID3v1 and APE tags at the end change nothing.
-    std::string tagged = std::string("ID3\4\0\0\0\x40\0\0", 10) + std::string((1u << 20) + 300, '\0');
-    tagged.append(bytes.begin(), bytes.end());
-    tagged += "APETAGEX" + std::string("\xd0\x07\0\0\x20\0\0\0\0\0\0\0\0\0\0\0", 16);
-    tagged += std::string(8, '\0') + "TAG" + std::string(125, ' ');
-    writeFile("tagged.mp3", tagged);
+    const std::string head = std::string("ID3\4\0\0\0\x40\0\0", 10) + std::string((1u << 20) + 300, '\0');
+    const std::string ape = "APETAGEX" + std::string("\xd0\x07\0\0\x20\0\0\0\0\0\0\0\0\0\0\0", 16);
+    writeFile("tagged.mp3", head + frames + ape + std::string(8, '\0') + "TAG" + std::string(125, ' '));
     EXPECT_EQ(engine().tryOpen("tagged.mp3", KESS_SOUND_TYPE_MPEG), KESS_OK);
     EXPECT_EQ(factsOf(*engine().open("tagged.mp3")).samples, samples);
 }
@@ -222,18 +219,10 @@ TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
 
 TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
 {
-    writeSound("plain.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 44100, 30000));
-    const std::vector<uint8_t> ogg = readFile("plain.ogg");
-    std::vector<uint8_t> wav = readFile(writeSound("held.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1)));
-    wav.resize(44);
-    wav[20] = 0x4f; // the tag of Ogg Vorbis, 0x674f
-    wav[21] = 0x67;
-    for (size_t i = 0; i < 4; ++i) {
-        wav[4 + i] = uint8_t((ogg.size() + 36) >> 8 * i);
-        wav[40 + i] = uint8_t(ogg.size() >> 8 * i);
-    }
-    wav.insert(wav.end(), ogg.begin(), ogg.end());
-    writeFile("held.wav", wav);
+    const std::string ogg = readText(writeSound("plain.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 44100, 30000)));
+    // The tag of Ogg Vorbis and one channel, rate, bytes a second, bytes a frame and bits.
+    const std::string format = littleEndian({0x1'674f, 44100, 88200, 0x10'0002});
+    writeFile("held.wav", chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", ogg)));
     const SoundPointer held = engine().open("held.wav");
     EXPECT_EQ(factsOf(*held).samples, 30000u);
     EXPECT_EQ(readFloats(*held), readFloats(*engine().open("plain.ogg")));
@@ -244,10 +233,7 @@ TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
     const auto chain = [](const Signal& first, const Signal& second) {
         writeSound("first.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, first);
         writeSound("second.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, second);
-        std::vector<uint8_t> bytes = readFile("first.ogg");
-        const std::vector<uint8_t> more = readFile("second.ogg");
-        bytes.insert(bytes.end(), more.begin(), more.end());
-        writeFile("chain.ogg", bytes);
+        writeFile("chain.ogg", readText("first.ogg") + readText("second.ogg"));
     };
     chain(sine(2, 44100, 30000), sine(2, 44100, 50000, 880));
     const SoundPointer alike = engine().open("chain.ogg");

@@ -15,19 +15,15 @@ void mutate(std::vector<uint8_t>& bytes, bank_test::Noise& noise)
     const size_t reach = noise.next() % 4 ? std::min<size_t>(bytes.size(), 256) : bytes.size();
     const auto place = bytes.begin() + ptrdiff_t(noise.next() % reach);
     const auto end = place + std::min<ptrdiff_t>(noise.next() % 64, bytes.end() - place);
-    switch (noise.next() % 6) {
-    case 0:
+    const uint32_t way = noise.next() % 6;
+    if (way == 0) {
         bytes.erase(place + 1, bytes.end());
-        break;
-    case 1:
+    } else if (way == 1) {
         bytes.erase(place, end);
-        break;
-    case 2: {
+    } else if (way == 2) {
         const std::vector<uint8_t> copy(place, end);
         bytes.insert(bytes.begin() + ptrdiff_t(noise.next() % bytes.size()), copy.begin(), copy.end());
-        break;
-    }
-    default:
+    } else {
         bank_test::tamper(std::span(bytes).first(reach), noise);
     }
     if (bytes.empty())

@@ -44,19 +44,14 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
 TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
 {
     writeRamp("tags.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 1000);
-    std::vector<uint8_t> bytes = readFile("tags.aiff");
-    const auto chunk = [&](const char* id, const std::string& data) {
-        bytes.insert(bytes.end(), id, id + 4);
-        for (int shift = 24; shift >= 0; shift -= 8)
-            bytes.push_back(uint8_t(data.size() >> shift));
-        bytes.insert(bytes.end(), data.begin(), data.end());
-    };
     using namespace std::string_literals;
-    chunk("MARK",
-          "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0\1\xf4\3end"s + "\0\7\0\0\0\x0a\2hi\0"s
-              + "\0\3\0\xff\0\0\1x"s);
-    chunk("INST", "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s);
-    writeFile("tags.aiff", bytes);
+    const auto bigChunk = [](const std::string& id, const std::string& data) {
+        return id + "\0\0\0"s + char(data.size()) + data;
+    };
+    const std::string markers =
+        "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0\1\xf4\3end"s + "\0\7\0\0\0\x0a\2hi\0"s + "\0\3\0\xff\0\0\1x"s;
+    const std::string instrument = "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s;
+    writeFile("tags.aiff", readText("tags.aiff") + bigChunk("MARK", markers) + bigChunk("INST", instrument));
     const SoundPointer sound = engine().open("tags.aiff");
     EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
     EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));

@@ -177,11 +177,6 @@ class BuildsTest(ProgramCase):
         self.assert_builds("l.lst", "-o", "from_list.tnb", "-format", "vorbis")
         self.assertIn("from_list.tnb", self.banks())
 
-    def test_takes_a_bank_as_a_source_only_when_asked(self):
-        self.assert_builds("a.wav", "-o", "x.tnb")
-        self.assertEqual(self.run_tool("x.tnb", "-o", "y.tnb")[0], STOPPED)
-        self.assert_builds("x.tnb", "-o", "y.tnb", "-allow_tnb")
-
 
 class FaultsTest(ProgramCase):
     def assert_fails_naming(self, name, *arguments, **options):

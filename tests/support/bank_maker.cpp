@@ -121,19 +121,16 @@ void tamper(std::span<uint8_t> part, Noise& noise)
     constexpr std::array<uint64_t, 8> edges = {
         0, 1, 0x7fffffff, 0xffffffff, 0x100000000, 0x7fffffffffffffff, 0xffffffffffffffe0, 0xffffffffffffffff};
     const size_t at = noise.next() % part.size();
-    switch (noise.next() % 4) {
-    case 0:
+    const uint32_t way = noise.next() % 4;
+    if (way == 0) {
         part[at] ^= uint8_t(1 << noise.next() % 8);
-        break;
-    case 1:
+    } else if (way == 1) {
         part[at] = uint8_t(noise.next());
-        break;
-    default: {
+    } else {
         const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
         const size_t size = noise.next() % 2 ? 4 : 8;
         const size_t place = at / 4 * 4;
         std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
-    }
     }
 }
 

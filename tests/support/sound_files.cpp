@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <random>
 
@@ -34,18 +33,6 @@ void write(const std::string& path, int format, int channels, int rate, const st
     }
     if (file.error())
         fail(path, file.strError());
-}
-
-std::string littleEndian(std::initializer_list<uint32_t> numbers)
-{
-    return {reinterpret_cast<const char*>(numbers.begin()), numbers.size() * sizeof(uint32_t)};
-}
-
-std::string chunk(const std::string& id, std::string data)
-{
-    const std::string head = id + littleEndian({uint32_t(data.size())});
-    data.resize(data.size() + data.size() % 2);
-    return head + data;
 }
 
 } // namespace
@@ -110,6 +97,18 @@ void writeIntegers(const std::string& path, int format, int channels, int rate, 
     write(path, format, channels, rate, samples);
 }
 
+std::string littleEndian(std::initializer_list<uint32_t> numbers)
+{
+    return {reinterpret_cast<const char*>(numbers.begin()), numbers.size() * sizeof(uint32_t)};
+}
+
+std::string chunk(const std::string& id, std::string data)
+{
+    const std::string head = id + littleEndian({uint32_t(data.size())});
+    data.resize(data.size() + data.size() % 2);
+    return head + data;
+}
+
 void addWavTags(const std::string& path, const WavTags& tags)
 {
     std::string added;
@@ -128,11 +127,7 @@ void addWavTags(const std::string& path, const WavTags& tags)
         }
         added += chunk("cue ", points) + chunk("LIST", names);
     }
-    std::vector<uint8_t> bytes = readFile(path);
-    bytes.insert(bytes.end(), added.begin(), added.end());
-    const auto length = uint32_t(bytes.size() - 8);
-    std::memcpy(&bytes[4], &length, sizeof length);
-    writeFile(path, bytes);
+    writeFile(path, chunk("RIFF", readText(path).substr(8) + added));
 }
 
 bool canEncode()
@@ -152,25 +147,29 @@ void encodeSound(const std::string& path, const std::string& container, const st
     std::remove(source.c_str());
 }
 
-std::vector<uint8_t> readFile(const std::string& path)
+std::string readText(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
     if (!file)
         fail(path, "cannot be read");
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(file), {});
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::vector<uint8_t> readFile(const std::string& path)
+{
+    const std::string text = readText(path);
+    return {text.begin(), text.end()};
 }
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes)
 {
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!file.flush())
-        fail(path, "cannot be written");
+    writeFile(path, std::string(bytes.begin(), bytes.end()));
 }
 
 void writeFile(const std::string& path, const std::string& text)
 {
-    writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
+    if (!(std::ofstream(path, std::ios::binary) << text).flush())
+        fail(path, "cannot be written");
 }
 
 } // namespace test

@@ -18,8 +18,6 @@ struct Signal
     int channels = 1;
     int rate = 44100;
     std::vector<float> samples;
-
-    [[nodiscard]] size_t frames() const { return samples.size() / size_t(channels); }
 };
 
 // frames of a sum of sines; the frequencies are multiplied by the number of the channel, from 1.
@@ -44,6 +42,10 @@ struct Signal
 std::string writeSound(const std::string& path, int format, const Signal& signal);
 void writeIntegers(const std::string& path, int format, int channels, int rate, const std::vector<int32_t>& samples);
 
+// Numbers of 32 bits, and a chunk of a RIFF file, padded to an even size.
+[[nodiscard]] std::string littleEndian(std::initializer_list<uint32_t> numbers);
+[[nodiscard]] std::string chunk(const std::string& id, std::string data);
+
 // What else a WAV file may hold: the first and the last sample of its loop, and markers with names.
 struct WavTags
 {
@@ -62,6 +64,7 @@ void addWavTags(const std::string& path, const WavTags& tags);
 void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
                  const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags = {});
 
+[[nodiscard]] std::string readText(const std::string& path);
 [[nodiscard]] std::vector<uint8_t> readFile(const std::string& path);
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
 void writeFile(const std::string& path, const std::string& text);
