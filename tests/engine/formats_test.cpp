@@ -135,8 +135,7 @@ TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
     }
 
     // Floats do beyond full scale too.
-    Signal loud = noise(2, 44100, 5000);
-    std::ranges::transform(loud.samples, loud.samples.begin(), [](float sample) { return 3 * sample; });
+    const Signal loud{2, 44100, tones(5000, 2, {0.01, 0.0237}, 3)};
     for (const int format : {SF_FORMAT_WAV, SF_FORMAT_AIFF}) {
         const SoundPointer sound = engine().open(writeSound("loud", format | SF_FORMAT_FLOAT, loud));
         EXPECT_TRUE(std::ranges::equal(readBytes(*sound), std::as_bytes(std::span(loud.samples)), {}, {},
