@@ -101,9 +101,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 EXPECT_EQ(opened->setEncryptionKey("anything now"), KESS_OK);
             }
             const Facts facts = factsOf(*opened);
-            EXPECT_EQ(facts.type, KESS_SOUND_TYPE_TNB);
-            EXPECT_EQ(facts.channels, 1);
-            EXPECT_EQ(facts.samples, 4000u);
+            EXPECT_EQ(std::tuple(facts.type, facts.channels, facts.samples), std::tuple(KESS_SOUND_TYPE_TNB, 1, 4000u));
             const std::vector<float> all = readFloats(*opened);
             ASSERT_EQ(all.size(), 4000u);
             ASSERT_EQ(opened->seekData(1234), KESS_OK);

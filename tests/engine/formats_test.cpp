@@ -18,10 +18,8 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
 
         const SoundPointer sound = engine().open(kind.name);
         const Facts facts = factsOf(*sound);
-        EXPECT_EQ(facts.type, kind.type);
-        EXPECT_EQ(facts.format, kind.format);
-        EXPECT_EQ(facts.channels, kind.channels);
-        EXPECT_EQ(facts.rate, float(kind.rate));
+        EXPECT_EQ(std::tuple(facts.type, facts.format, facts.channels, facts.rate),
+                  std::tuple(kind.type, kind.format, kind.channels, float(kind.rate)));
         EXPECT_NEAR(double(facts.samples), double(frames), double(kind.tolerance));
         EXPECT_EQ(facts.milliseconds, facts.samples * 1000 / uint64_t(kind.rate));
 

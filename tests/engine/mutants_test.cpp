@@ -47,9 +47,8 @@ TEST(DamagedFiles, GiveOnlyTheResultsThatStandForAFilesFault)
         originals.push_back(bank_test::makeBank({bank_test::encode(bank::Codec::Vorbis, sound)}, {}, key));
     }
     for (const char* stub : {"MThd", "IMPM", "Extended Module: ", "#EXTM3U\n", "[playlist]\n", "RIFF\x10\1\1\1RMID"}) {
-        std::vector<uint8_t> bytes(stub, stub + std::string(stub).size());
-        bytes.resize(1200);
-        originals.push_back(bytes);
+        originals.emplace_back(stub, stub + std::string(stub).size());
+        originals.back().resize(1200);
     }
 
     bank_test::Noise noise(20260101);

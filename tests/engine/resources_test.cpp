@@ -53,7 +53,7 @@ TEST(OneEngine, OpensAndDecodesOnSeveralThreadsAtOnce)
         expected.push_back(readFloats(*engine().open(exampleOf(kind))));
     writeFile("bad.wav", "RIFF\x24\x01" + std::string(2, '\0') + "WAVEfmt \x10");
     std::atomic<int> differences = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (size_t thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&, thread] {
             const size_t count = sourceKinds().size();
@@ -66,7 +66,6 @@ TEST(OneEngine, OpensAndDecodesOnSeveralThreadsAtOnce)
             }
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear(); // when they have ended
     EXPECT_EQ(differences, 0);
 }

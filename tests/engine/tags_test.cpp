@@ -61,13 +61,13 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
 {
     if (!canEncode())
         GTEST_SKIP();
-    const std::vector<std::pair<std::string, std::string>> chapters{{"CHAPTER001", "00:00:00.500"},
-                                                                    {"CHAPTER001NAME", "bridge"},
-                                                                    {"CHAPTER002", "00:00:01.25"},
-                                                                    {"CHAPTER003", "99:00:00.000"},
-                                                                    {"CHAPTER004", "nonsense"}};
-    const std::vector<std::pair<std::string, std::string>> loops[] = {{{"LoopStart", "1000"}, {"LOOPLENGTH", "2000"}},
-                                                                      {{"LOOPSTART", "1000"}, {"loopend", "3000"}}};
+    const FileTags chapters{{"CHAPTER001", "00:00:00.500"},
+                            {"CHAPTER001NAME", "bridge"},
+                            {"CHAPTER002", "00:00:01.25"},
+                            {"CHAPTER003", "99:00:00.000"},
+                            {"CHAPTER004", "nonsense"}};
+    const FileTags loops[] = {{{"LoopStart", "1000"}, {"LOOPLENGTH", "2000"}},
+                              {{"LOOPSTART", "1000"}, {"loopend", "3000"}}};
     const std::pair<const char*, const char*> formats[] = {{"flac", "flac"}, {"ogg", "libvorbis"}, {"ogg", "libopus"}};
     for (const auto& [container, encoder] : formats) {
         for (const auto& loop : loops) {
@@ -87,12 +87,10 @@ TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
     writeRamp("loop.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 100);
     addWavTags("loop.wav", {{{10, 12}}, {}});
     const auto expected = [](int loops) {
-        std::vector<int16_t> samples(13);
+        std::vector<int16_t> samples(100);
         std::iota(samples.begin(), samples.end(), int16_t{0});
         for (int i = 0; i < loops; ++i)
-            samples.insert(samples.end(), {10, 11, 12});
-        for (int16_t i = 13; i < 100; ++i)
-            samples.push_back(i);
+            samples.insert(samples.begin() + 13, {10, 11, 12});
         return samples;
     };
     for (const int loops : {0, 1, 5}) {

@@ -77,8 +77,7 @@ class ArgumentsTest(ProgramCase):
         self.assertEqual(self.banks(), [])
 
     def test_tells_more_or_less_by_verbosity(self):
-        errors_only = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1")
-        self.assertEqual(errors_only, "")
+        self.assertEqual(self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1"), "", "errors only")
         everything = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "7", "-no_loop")
         self.assertIn("value changed to 6\n", everything)
         self.assertIn("* * * debug verbosity * * *\n", everything)
@@ -179,11 +178,10 @@ class BuildsTest(ProgramCase):
 
 
 class FaultsTest(ProgramCase):
-    def assert_fails_naming(self, name, *arguments, **options):
-        status, output = self.run_tool(*arguments, **options)
+    def assert_fails_naming(self, name, *arguments):
+        status, output = self.run_tool(*arguments)
         self.assertEqual(status, BUILD_FAILED, output)
         self.assertIn(name, output)
-        return output
 
     def leftovers(self):
         return [p.name for p in self.work.iterdir() if p.name.startswith(".") or ".tmp" in p.name]
@@ -248,9 +246,8 @@ class FaultsTest(ProgramCase):
         with open("/dev/full", "w") as full, open(writer, "w") as unread:
             for log in (full, unread):
                 for destination, expected in (("x.tnb", ALL_WRITTEN), ("no/such/x.tnb", BUILD_FAILED)):
-                    with self.start("a.wav", "-o", destination, stdout=log, stderr=subprocess.PIPE) as process:
-                        self.assertEqual(process.communicate(timeout=TIMEOUT), (None, lost))
-                    self.assertEqual(process.returncode, expected)
+                    run = self.run_program("a.wav", "-o", destination, stdout=log, stderr=subprocess.PIPE)
+                    self.assertEqual(run, (expected, None, lost))
 
     def test_never_opens_a_file_in_place_of_a_closed_standard_stream(self):
         os.mkfifo(self.work / "pipe")

@@ -101,11 +101,15 @@ class ProgramCase(unittest.TestCase):
                    "env": self.environment(), **options}
         return subprocess.Popen([BIN / program, *map(os.fsencode, map(str, arguments))], cwd=self.work, **options)
 
+    def run_program(self, *arguments, typed=None, **options):
+        """Exit status, standard output, and standard error where that goes its own way."""
+        with self.start(*arguments, stdin=subprocess.PIPE, **options) as process:
+            output, errors = process.communicate(typed, timeout=TIMEOUT)
+        return process.returncode, output, errors
+
     def run_tool(self, *arguments, **options):
         """Exit status and output of one run."""
-        with self.start(*arguments, **options) as process:
-            output, _ = process.communicate(timeout=TIMEOUT)
-        return process.returncode, output
+        return self.run_program(*arguments, **options)[:2]
 
     def assert_builds(self, *arguments):
         status, output = self.run_tool(*arguments)
@@ -120,12 +124,10 @@ class ProgramCase(unittest.TestCase):
         self.assert_builds(self.work / source, "-o", name, *arguments, *(["-encryption_key", key] if key else []))
         return self.work / name
 
-    def tnb(self, *arguments, key=None, typed=None, **options):
-        """Exit status, standard output and standard error of one run of the inspector."""
-        arguments = [*arguments, *(["--key", key] if key else [])]
-        with self.start(*arguments, program="tnb", stdin=subprocess.PIPE, stderr=subprocess.PIPE, **options) as process:
-            output, errors = process.communicate(typed, timeout=TIMEOUT)
-        return process.returncode, output, errors
+    def tnb(self, *arguments, key=None, **options):
+        """The same of the inspector."""
+        key_arguments = ["--key", key] if key else []
+        return self.run_program(*arguments, *key_arguments, program="tnb", stderr=subprocess.PIPE, **options)
 
     def assert_tnb(self, *arguments, **options):
         status, output, errors = self.tnb(*arguments, **options)

@@ -13,30 +13,29 @@ using namespace bank::layout;
 
 void sealBank(std::vector<uint8_t>* bytes)
 {
-    if (bytes->size() < kHeaderBytes)
+    const uint64_t end = bytes->size();
+    if (end < kHeaderBytes)
         return;
-    const auto isInside = [&](uint64_t offset, uint64_t size) {
-        return bank::rangeInside(offset, size, bytes->size());
-    };
     const auto put = [&](uint64_t place, uint64_t offset, uint64_t size) {
-        if (isInside(place, 8) && isInside(offset, size))
+        if (bank::rangeInside(place, 8, end) && bank::rangeInside(offset, size, end))
             bank::storeLittle(&(*bytes)[place], bank::checksum(std::span(*bytes).subspan(offset, size)));
     };
     const Header header = loadHeader(bytes->data());
-    for (uint64_t i = 0, place = header.setupRowsOffset; i < header.setupCount && isInside(place, kSetupRowBytes);
-         ++i, place += kSetupRowBytes) {
+    uint64_t place = header.setupRowsOffset;
+    for (uint32_t i = 0; i < header.setupCount && bank::rangeInside(place, kSetupRowBytes, end); ++i) {
         const SetupRow row = loadSetupRow(&(*bytes)[place]);
         put(place + 8, row.offset, row.bytes);
+        place += kSetupRowBytes;
     }
-    const uint64_t rowBytes = header.rowBytes;
-    for (uint64_t i = 0, place = header.rowsOffset;
-         i < header.soundCount && rowBytes >= bank::kSoundRecordBytes && isInside(place, bank::kSoundRecordBytes);
-         ++i, place += rowBytes) {
+    place = header.rowsOffset;
+    const uint32_t rows = header.rowBytes >= bank::kSoundRecordBytes ? header.soundCount : 0;
+    for (uint32_t i = 0; i < rows && bank::rangeInside(place, bank::kSoundRecordBytes, end); ++i) {
         const Row row = loadRow(&(*bytes)[place]);
         put(place + 32, row.chunksOffset, row.chunksBytes);
         put(place + 64, row.dataOffset, row.dataBytes);
+        place += header.rowBytes;
     }
-    bank::storeLittle<uint64_t>(&(*bytes)[32], bytes->size());
+    bank::storeLittle<uint64_t>(&(*bytes)[32], end);
     const uint64_t headerBytes = header.prefix.headerBytes;
     put(120, headerBytes, header.tablesBytes);
     if (headerBytes >= 8)

@@ -136,7 +136,7 @@ bool canEncode()
 }
 
 void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
-                 const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags)
+                 const Signal& signal, const FileTags& tags)
 {
     const std::string source = writeSound(path + ".source", SF_FORMAT_WAV | SF_FORMAT_PCM_16, signal);
     std::string command = TEST_FFMPEG " -v error -nostdin -y -i '" + source + "' -strict experimental -c:a " + encoder;

@@ -61,8 +61,9 @@ void addWavTags(const std::string& path, const WavTags& tags);
 
 // Writes a file by FFmpeg, in a container and by an encoder of the names they have there, such as "asf" and "wmav2".
 // tags become the file's comments.
+using FileTags = std::vector<std::pair<std::string, std::string>>;
 void encodeSound(const std::string& path, const std::string& container, const std::string& encoder,
-                 const Signal& signal, const std::vector<std::pair<std::string, std::string>>& tags = {});
+                 const Signal& signal, const FileTags& tags = {});
 
 [[nodiscard]] std::string readText(const std::string& path);
 [[nodiscard]] std::vector<uint8_t> readFile(const std::string& path);
