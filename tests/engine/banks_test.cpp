@@ -119,8 +119,7 @@ TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
             SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
-            const Signal tone = noise(2, 48000, 25'000);
-            auto source = bank_test::MemorySound::ofFloats(2, 48000, tone.samples);
+            auto source = bank_test::MemorySound::ofFloats(2, 48000, noise(2, 48000, 25'000).samples);
             source.setLoop(bank::Loop{kStart, kStart + length});
             writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
             const SoundPointer sound = engine().open("loop");

@@ -52,7 +52,7 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
     };
     size_t found = 0;
     for (const SourceKind& kind : sourceKinds()) {
-        const std::string& path = exampleOf(kind);
+        const std::string path = exampleOf(kind);
         const auto [offset, bytes] = rangeOf(path);
         if (bytes == 0)
             continue;

@@ -1,6 +1,6 @@
 #include "source_kinds.hpp"
 
-#include <map>
+#include <filesystem>
 
 namespace test {
 
@@ -8,12 +8,11 @@ namespace {
 
 std::vector<SourceKind> makeKinds()
 {
-    constexpr auto k8 = KESS_SOUND_FORMAT_PCM8;
     constexpr auto k16 = KESS_SOUND_FORMAT_PCM16;
     constexpr auto k24 = KESS_SOUND_FORMAT_PCM24;
     constexpr auto kFloat = KESS_SOUND_FORMAT_PCMFLOAT;
     std::vector<SourceKind> kinds{
-        {"u8.wav", KESS_SOUND_TYPE_WAV, k8, 1, 22050, {SF_FORMAT_WAV | SF_FORMAT_PCM_U8}, 35},
+        {"u8.wav", KESS_SOUND_TYPE_WAV, KESS_SOUND_FORMAT_PCM8, 1, 22050, {SF_FORMAT_WAV | SF_FORMAT_PCM_U8}, 35},
         {"16.wav", KESS_SOUND_TYPE_WAV, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_PCM_16}, 85},
         {"24.wav", KESS_SOUND_TYPE_WAV, k24, 6, 48000, {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24}, 120},
         {"32.wav", KESS_SOUND_TYPE_WAV, KESS_SOUND_FORMAT_PCM32, 1, 96000, {SF_FORMAT_WAV | SF_FORMAT_PCM_32}, 120},
@@ -27,10 +26,10 @@ std::vector<SourceKind> makeKinds()
         {"rifx.wav", KESS_SOUND_TYPE_WAV, k16, 2, 44100, {SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG}, 85},
         {"16.rf64", KESS_SOUND_TYPE_WAV, k16, 2, 44100, {SF_FORMAT_RF64 | SF_FORMAT_PCM_16}, 85},
         {"24.w64", KESS_SOUND_TYPE_WAV, k24, 2, 44100, {SF_FORMAT_W64 | SF_FORMAT_PCM_24}, 120},
-        {"8.aiff", KESS_SOUND_TYPE_AIFF, k8, 1, 44100, {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8}, 35, 1},
+        {"8.aiff", KESS_SOUND_TYPE_AIFF, KESS_SOUND_FORMAT_PCM8, 1, 44100, {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8}, 35, 1},
         {"24.aiff", KESS_SOUND_TYPE_AIFF, k24, 2, 44100, {SF_FORMAT_AIFF | SF_FORMAT_PCM_24}, 120},
         {"float.aifc", KESS_SOUND_TYPE_AIFF, kFloat, 2, 44100, {SF_FORMAT_AIFF | SF_FORMAT_FLOAT}, 120},
-        {"8.flac", KESS_SOUND_TYPE_FLAC, k8, 1, 44100, {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8}, 35},
+        {"8.flac", KESS_SOUND_TYPE_FLAC, KESS_SOUND_FORMAT_PCM8, 1, 44100, {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8}, 35},
         {"16.flac", KESS_SOUND_TYPE_FLAC, k16, 2, 44100, {SF_FORMAT_FLAC | SF_FORMAT_PCM_16}, 85},
         {"24.flac", KESS_SOUND_TYPE_FLAC, k24, 6, 48000, {SF_FORMAT_FLAC | SF_FORMAT_PCM_24}, 120},
         {"a.ogg", KESS_SOUND_TYPE_OGG, k16, 2, 44100, {SF_FORMAT_OGG | SF_FORMAT_VORBIS}, 20},
@@ -39,7 +38,7 @@ std::vector<SourceKind> makeKinds()
         {"a.caf", KESS_SOUND_TYPE_OTHER, k24, 2, 44100, {SF_FORMAT_CAF | SF_FORMAT_PCM_24}, 120},
         {"alac.caf", KESS_SOUND_TYPE_OTHER, k16, 2, 44100, {SF_FORMAT_CAF | SF_FORMAT_ALAC_16}, 85},
         {"a.voc", KESS_SOUND_TYPE_OTHER, k16, 1, 44100, {SF_FORMAT_VOC | SF_FORMAT_PCM_16}, 85},
-        {"a.8svx", KESS_SOUND_TYPE_OTHER, k8, 1, 22050, {SF_FORMAT_SVX | SF_FORMAT_PCM_S8}, 35},
+        {"a.8svx", KESS_SOUND_TYPE_OTHER, KESS_SOUND_FORMAT_PCM8, 1, 22050, {SF_FORMAT_SVX | SF_FORMAT_PCM_S8}, 35},
         {"six.ogg", KESS_SOUND_TYPE_OGG, k16, 6, 48000, {0, "ogg", "libvorbis"}, 5},
         {"six.opus", KESS_SOUND_TYPE_OGG, k16, 6, 48000, {0, "ogg", "libopus"}, 5},
         {"a.mp3", KESS_SOUND_TYPE_MPEG, k16, 2, 44100, {0, "mp3", "libmp3lame"}, 15},
@@ -78,14 +77,11 @@ const std::vector<SourceKind>& sourceKinds()
     return kinds;
 }
 
-const std::string& exampleOf(const SourceKind& kind)
+std::string exampleOf(const SourceKind& kind)
 {
-    static std::map<std::string, std::string> examples;
-    std::string& path = examples[kind.name];
-    if (path.empty()) {
-        path = "example-" + kind.name;
+    const std::string path = "example-" + kind.name;
+    if (!std::filesystem::exists(path))
         kind.make(path, noise(kind.channels, kind.rate, 5000));
-    }
     return path;
 }
 

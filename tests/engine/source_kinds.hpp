@@ -36,6 +36,6 @@ struct SourceKind
 [[nodiscard]] const std::vector<SourceKind>& sourceKinds();
 
 // A file of 5000 samples of noise, made once in each run.
-[[nodiscard]] const std::string& exampleOf(const SourceKind& kind);
+[[nodiscard]] std::string exampleOf(const SourceKind& kind);
 
 } // namespace test

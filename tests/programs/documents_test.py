@@ -5,7 +5,6 @@ import re
 from program_case import SAMPLES, ProgramCase, write_wav
 
 ROOT = SAMPLES.parent
-COMPLETIONS = ROOT / "platforms" / "linux" / "completions"
 
 
 class DocumentsTest(ProgramCase):
@@ -42,8 +41,8 @@ class DocumentsTest(ProgramCase):
 
     def test_the_completions_know_every_switch(self):
         def complete(program, *words):
-            script = f"source {COMPLETIONS / program}; COMP_WORDS=({program} {' '.join(words)}); " \
-                     f"COMP_CWORD={len(words)}; _{program}; printf '%s\\n' \"${{COMPREPLY[@]}}\""
+            script = f"source {ROOT}/platforms/linux/completions/{program}; COMP_CWORD={len(words)}; " \
+                     f"COMP_WORDS=({program} {' '.join(words)}); _{program}; printf '%s\\n' \"${{COMPREPLY[@]}}\""
             return set(self.shell(script).split())
 
         self.assertEqual(complete("tarnokexcl", "-"), {f"-{name}" for name in self.switches()} | {"-o"})

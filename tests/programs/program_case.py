@@ -1,7 +1,8 @@
-"""What the tests of the programs share: a folder to work in, WAV files with everything in them, runs of the programs."""
+"""What the tests of the programs share: a folder to work in, WAV files with everything in them, and runs."""
 
 import array
 import itertools
+import json
 import math
 import os
 import pathlib
@@ -78,7 +79,7 @@ def read_riff(path):
 
 def packet_starts(bank, sound):
     """Where each packet of a sound begins in its data, with the length before it."""
-    sizes = (len(packet) + (1 if len(packet) < 128 else 2 if len(packet) < 16384 else 3) for packet in bank.packets(sound))
+    sizes = (size + (1 if size < 128 else 2 if size < 16384 else 3) for size in map(len, bank.packets(sound)))
     return list(itertools.accumulate(sizes, initial=0))[:-1]
 
 
@@ -133,3 +134,6 @@ class ProgramCase(unittest.TestCase):
         status, output, errors = self.tnb(*arguments, **options)
         self.assertEqual((status, errors), (0, ""))
         return output
+
+    def info(self, bank, **options):
+        return json.loads(self.assert_tnb("info", "--json", bank, **options))

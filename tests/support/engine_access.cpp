@@ -58,10 +58,10 @@ Facts factsOf(KESS::Sound& sound)
     return facts;
 }
 
-std::vector<uint8_t> readBytes(KESS::Sound& sound)
+std::vector<uint8_t> readBytes(KESS::Sound& sound, size_t pieceBytes)
 {
     std::vector<uint8_t> all;
-    std::vector<uint8_t> piece(10007 * 4);
+    std::vector<uint8_t> piece(pieceBytes);
     unsigned got = 0;
     while (sound.readData(piece.data(), unsigned(piece.size()), &got) == KESS_OK)
         all.insert(all.end(), piece.begin(), piece.begin() + got);

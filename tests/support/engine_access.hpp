@@ -60,7 +60,7 @@ private:
 [[nodiscard]] Facts factsOf(KESS::Sound& sound);
 
 // Everything from the current position on, in odd-sized pieces.
-[[nodiscard]] std::vector<uint8_t> readBytes(KESS::Sound& sound);
+[[nodiscard]] std::vector<uint8_t> readBytes(KESS::Sound& sound, size_t pieceBytes = 40'028);
 [[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t most = SIZE_MAX);
 
 using Loop = std::optional<std::pair<uint64_t, uint64_t>>;

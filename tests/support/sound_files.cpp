@@ -102,11 +102,9 @@ std::string littleEndian(std::initializer_list<uint32_t> numbers)
     return {reinterpret_cast<const char*>(numbers.begin()), numbers.size() * sizeof(uint32_t)};
 }
 
-std::string chunk(const std::string& id, std::string data)
+std::string chunk(const std::string& id, const std::string& data)
 {
-    const std::string head = id + littleEndian({uint32_t(data.size())});
-    data.resize(data.size() + data.size() % 2);
-    return head + data;
+    return id + littleEndian({uint32_t(data.size())}) + data + std::string(data.size() % 2, '\0');
 }
 
 void addWavTags(const std::string& path, const WavTags& tags)

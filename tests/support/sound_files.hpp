@@ -44,7 +44,7 @@ void writeIntegers(const std::string& path, int format, int channels, int rate, 
 
 // Numbers of 32 bits, and a chunk of a RIFF file, padded to an even size.
 [[nodiscard]] std::string littleEndian(std::initializer_list<uint32_t> numbers);
-[[nodiscard]] std::string chunk(const std::string& id, std::string data);
+[[nodiscard]] std::string chunk(const std::string& id, const std::string& data);
 
 // What else a WAV file may hold: the first and the last sample of its loop, and markers with names.
 struct WavTags
