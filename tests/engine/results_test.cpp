@@ -142,7 +142,7 @@ TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
             EXPECT_EQ(factsOf(*engine().open("cut")).samples, kFrames);
         } else {
             expectLengths("last frame", kFrames - 1, kFrames, factsOf(*engine().open("last frame")).samples);
-            // The length in a VOC file doesn't count the headers of its blocks.
+            // The lengths in VOC files don't count the headers of their blocks alike.
             const double tolerance = format == (SF_FORMAT_VOC | SF_FORMAT_PCM_16) ? 5 : 0;
             expectLengths("cut", kFrames * 40 / 100, kFrames * 51 / 100, kFrames, tolerance);
         }
