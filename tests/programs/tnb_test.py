@@ -200,7 +200,7 @@ class ExtractTest(TnbCase):
                 count = 1001 * channels
                 samples = noise(count * bits // 8)
                 if is_float: # beyond full scale too
-                    samples = struct.pack(f"<{count}f", *(v / 20000 for v, in struct.iter_unpack("<h", noise(2 * count))))
+                    samples = struct.pack(f"<{count}f", *(v / 2e4 for v, in struct.iter_unpack("<h", noise(2 * count))))
                 sources[name] = write_riff(self.folder_in / f"{name}.wav", samples, channels, 44100, bits, is_float,
                                            (10, 999), ((0, "even"), (7, ""), (7, "a"), (1000, "größer")))
         for key in (None, "key"):
