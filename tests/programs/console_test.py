@@ -154,6 +154,10 @@ class BuildsTest(ProgramCase):
                 for bank in self.banks():
                     (self.work / bank).unlink()
         self.assertTrue((self.work / "banks").is_dir(), "made, and left empty beside the banks")
+        write_wav(self.folder_in / "sub" / "b.wav")
+        status, output = self.run_tool("./in", "-recursive", "-build_mode", "m", "-o", "both/")
+        self.assertEqual(status, BUILD_FAILED, "of three banks two are left")
+        self.assertRegex(output, r"\nERROR: .*/both/b.tnb replaced the bank of another sound of that name\n")
         status, output = self.run_tool("-build_mode", "m", "-o", "no/such/", "./in")
         self.assertEqual(status, STOPPED)
         self.assertIn("ERROR: directory not found ", output)
@@ -169,6 +173,14 @@ class BuildsTest(ProgramCase):
         output = self.assert_builds("x.tnproj", "-o", "from_project.tnb", "-format", "pcm")
         self.assertIn("Successfully loaded project ", output)
         self.assertEqual(self.banks(), ["from_project.tnb"])
+
+        former = (self.work / "x.tnproj").read_text()
+        for name in ("c\x01.wav", "c\r.wav"):
+            write_wav(self.work / name)
+            status, output = self.run_tool("-write_proj", "-o", "x.tnproj", name)
+            self.assertEqual(status, BUILD_FAILED)
+            self.assertRegex(output, "ERROR: Cannot write file x.tnproj:\n.*can't be kept in it")
+            self.assertEqual((self.work / "x.tnproj").read_text(), former)
 
         (self.work / "l.lst").write_text("a.wav,ksound_loop_off,quality=20\n")
         self.assert_builds("l.lst", "-o", "from_list.tnb", "-format", "vorbis")

@@ -83,7 +83,7 @@ class InfoTest(TnbCase):
         path = self.build("x.tnb", key="two words", source="a.wav")
         (self.work / "key").write_text("two words\r\nnot this\n")
         self.assert_tnb("info", path, "--key-file", "key")
-        self.assert_tnb("info", path, "--key-file", "-", typed="two words\n")
+        self.assert_tnb("validate", path, path, "--key-file", "-", typed="two words\n")
         self.assert_tnb("info", self.build("y.tnb", source="a.wav"), "-k", "of no use here")
 
     def test_names_what_it_can_not_read_and_why(self):
@@ -276,7 +276,8 @@ class ExtractTest(TnbCase):
         self.assertFalse((self.work / "nowhere").exists())
         (out / "a.wav").mkdir()
         self.assertEqual(self.tnb("extract", bank, "-o", "out", "--force")[0], UNREADABLE)
-        self.assertEqual(self.tnb("extract", bank, "-o", "a.wav")[0], UNREADABLE, "no folder")
+        for folder in ("a.wav", "long" * 100):
+            self.assert_fails(UNREADABLE, "x.tnb: can't make the folder " + folder, "extract", bank, "-o", folder)
         self.assertEqual(self.files("out"), ["a.wav"])
 
     def test_leaves_nothing_half_written(self):
