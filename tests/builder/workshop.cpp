@@ -1,12 +1,8 @@
 #include "workshop.hpp"
 
 #include <algorithm>
-#include <atomic>
-#include <filesystem>
 #include <fstream>
 #include <set>
-
-namespace fs = std::filesystem;
 
 namespace test {
 
@@ -38,8 +34,7 @@ std::vector<TARNOK_STATE> Outcome::statesOf(int sound) const
 
 int Outcome::countOf(TARNOK_STATE state) const
 {
-    return int(
-        std::count_if(reports.begin(), reports.end(), [&](const Report& report) { return report.state == state; }));
+    return int(std::ranges::count(reports, state, &Report::state));
 }
 
 int Outcome::cachedSounds() const
@@ -59,6 +54,17 @@ std::string Outcome::texts() const
             texts += report.text + "\n";
     }
     return texts;
+}
+
+testing::AssertionResult Outcome::failed(TARNOK_RESULT why, const std::string& text) const
+{
+    const bool holds = result == why && texts().find(text) != std::string::npos;
+    return testing::AssertionResult(holds) << result << " instead of " << why << ", not " << text << "\n" << texts();
+}
+
+TARNOK_RESULT initialise(const Order& order)
+{
+    return Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str());
 }
 
 TARNOK_RESULT buildOnly(const Order& order)
@@ -83,11 +89,49 @@ TARNOK_RESULT buildOnly(const Order& order)
 Outcome build(const Order& order)
 {
     Outcome outcome;
-    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str()), TARNOK_OK);
+    EXPECT_EQ(initialise(order), TARNOK_OK);
     outcome.result = buildOnly(order);
     outcome.reports = drainReports();
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    if (outcome.result == TARNOK_OK)
+        outcome.bank = readFile(order.output);
     return outcome;
+}
+
+Outcome mustBuild(const Order& order)
+{
+    Outcome outcome = build(order);
+    EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
+    return outcome;
+}
+
+RunningBuild::RunningBuild(const Order& order)
+    : mThread([this, order] {
+        mOutcome.result = buildOnly(order);
+        mEnded = true;
+    })
+{ }
+
+bool RunningBuild::waitFor(TARNOK_STATE state)
+{
+    for (;;) {
+        const bool isLastLook = mEnded;
+        bool found = false;
+        for (const Report& report : drainReports()) {
+            mOutcome.reports.push_back(report);
+            found |= report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
+        }
+        if (found || isLastLook)
+            return found;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
+Outcome RunningBuild::join()
+{
+    mThread.join();
+    std::ranges::copy(drainReports(), std::back_inserter(mOutcome.reports));
+    return mOutcome;
 }
 
 Workshop::Workshop()
@@ -100,6 +144,7 @@ Workshop::Workshop()
 
 Workshop::~Workshop()
 {
+    EXPECT_EQ(leftovers(), std::vector<std::string>());
     std::error_code ignored;
     fs::remove_all(mFolder, ignored);
 }

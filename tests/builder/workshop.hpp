@@ -5,12 +5,19 @@
 #include "support/sound_files.hpp"
 #include "tarnok.h"
 
+#include <atomic>
+#include <filesystem>
 #include <functional>
+#include <thread>
 
 namespace test {
 
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
 inline constexpr TARNOK_FORMAT allFormats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS,
                                                TARNOK_FORMAT_OPUS};
+inline constexpr int wav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 
 struct Report
 {
@@ -28,11 +35,13 @@ struct Outcome
 {
     TARNOK_RESULT result = TARNOK_OK;
     std::vector<Report> reports;
+    Bytes bank; // only if it was built
 
     [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
     [[nodiscard]] int countOf(TARNOK_STATE state) const;
     [[nodiscard]] int cachedSounds() const; // whose first report says finished
     [[nodiscard]] std::string texts() const; // of all failures, one a line
+    [[nodiscard]] testing::AssertionResult failed(TARNOK_RESULT why, const std::string& text) const; // among its texts
 };
 
 // Everything that a build is told. Paths are complete.
@@ -51,13 +60,37 @@ struct Order
     std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
 };
 
+TARNOK_RESULT initialise(const Order& order);
+
 // The build alone, with the library initialised.
 TARNOK_RESULT buildOnly(const Order& order);
 
 // Initialise, build, release.
 Outcome build(const Order& order);
 
-// A folder of its own for each test, with an empty cache.
+// The same, for a build that must succeed.
+Outcome mustBuild(const Order& order);
+
+// A build on a thread of its own, with the library initialised.
+class RunningBuild
+{
+public:
+    explicit RunningBuild(const Order& order);
+
+    // Gathers reports until one of the wanted state comes, that of the bank where it is the writing; false when the
+    // build ends before.
+    bool waitFor(TARNOK_STATE state);
+
+    // The end of the build, with all reports.
+    Outcome join();
+
+private:
+    Outcome mOutcome;
+    std::atomic<bool> mEnded = false;
+    std::thread mThread;
+};
+
+// A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
 class Workshop
 {
 public:
@@ -69,6 +102,12 @@ public:
 
     // An order for sounds of one file each.
     [[nodiscard]] Order order(const std::vector<std::string>& files) const;
+
+    // Writes a sound file and gives its path.
+    std::string makeSound(const std::string& name, const Signal& signal, int format = wav16) const
+    {
+        return writeSound(path(name), format, signal);
+    }
 
     // count short sounds that differ from each other, in files of several kinds.
     [[nodiscard]] std::vector<std::string> makeSounds(int count, size_t frames = 3000) const;
