@@ -11,10 +11,33 @@
 using namespace test;
 using Clock = std::chrono::steady_clock;
 
-TEST(Library, RefusesCallsOutOfOrder)
+namespace {
+
+struct Library : Workshop
 {
-    const Workshop workshop;
-    const Order order = workshop.order(workshop.makeSounds(1));
+    // Sounds that take long enough to be interrupted.
+    std::vector<std::string> makeLongSounds(int count)
+    {
+        std::vector<std::string> files;
+        for (int i = 0; i < count; ++i)
+            files.push_back(makeSound("long" + std::to_string(i), noise(2, 44100, 44100 * 5, uint32_t(i + 1))));
+        return files;
+    }
+};
+
+// Milliseconds of all processors that this process has used.
+double workSoFar()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
+}
+
+} // namespace
+
+TEST_F(Library, RefusesCallsOutOfOrder)
+{
+    const Order order = orderOf(makeSounds(1));
     const char* cache = order.cache.c_str();
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
     EXPECT_EQ(buildOnly(order), TARNOK_ERR_UNINITIALIZED);
@@ -38,10 +61,9 @@ TEST(Library, RefusesCallsOutOfOrder)
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
 }
 
-TEST(Library, RefusesArgumentsThatMakeNoBank)
+TEST_F(Library, RefusesArgumentsThatMakeNoBank)
 {
-    const Workshop workshop;
-    const Order good = workshop.order(workshop.makeSounds(1));
+    const Order good = orderOf(makeSounds(1));
     const char* noName = nullptr;
     using Fault = std::pair<const char*, std::function<void(Order&)>>;
     const auto eachSound = [](const char* name, const std::function<void(TARNOK_SUBSOUND&)>& spoil) {
@@ -75,10 +97,9 @@ TEST(Library, RefusesArgumentsThatMakeNoBank)
     EXPECT_FALSE(fs::exists(good.output));
 }
 
-TEST(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCacheForTheSameBank)
+TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCacheForTheSameBank)
 {
-    const Workshop workshop;
-    Order order = workshop.order(workshop.makeSounds(12));
+    Order order = orderOf(makeSounds(12));
     order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
         sound.desiredSampleRate = index == 3 ? 32000 : 0;
     };
@@ -118,10 +139,9 @@ TEST(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCacheFo
     EXPECT_TRUE(build(order).reports.empty());
 }
 
-TEST(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
+TEST_F(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
 {
-    const Workshop workshop;
-    Order order = workshop.order({workshop.path("missing.wav")});
+    Order order = orderOf({pathOf("missing.wav")});
     ASSERT_EQ(initialise(order), TARNOK_OK);
     EXPECT_EQ(buildOnly(order), TARNOK_ERR_FILE_NOT_FOUND);
     const TARNOK_PROGRESSITEM* held = nullptr;
@@ -129,7 +149,7 @@ TEST(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
     ASSERT_NE(held, nullptr);
     ASSERT_EQ(Tarnok_Release(), TARNOK_OK);
 
-    order = workshop.order(workshop.makeSounds(2));
+    order = orderOf(makeSounds(2));
     ASSERT_EQ(initialise(order), TARNOK_OK);
     EXPECT_EQ(buildOnly(order), TARNOK_OK);
     EXPECT_EQ(held->state, TARNOK_STATE_FAILED);
@@ -142,10 +162,9 @@ TEST(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
 }
 
-TEST(Library, EndsThousandsOfTinyBuildsInARowCleanly)
+TEST_F(Library, EndsThousandsOfTinyBuildsInARowCleanly)
 {
-    const Workshop workshop;
-    Order order = workshop.order(workshop.makeSounds(2, 50));
+    Order order = orderOf(makeSounds(2, 50));
     const int threads = threadCount();
     ASSERT_EQ(initialise(order), TARNOK_OK);
     for (int i = 0; i < 2500; ++i) {
@@ -160,31 +179,9 @@ TEST(Library, EndsThousandsOfTinyBuildsInARowCleanly)
     EXPECT_EQ(threadCount(), threads);
 }
 
-namespace {
-
-// Sounds that take long enough to be interrupted.
-std::vector<std::string> makeLongSounds(const Workshop& workshop, int count)
+TEST_F(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
 {
-    std::vector<std::string> files;
-    for (int i = 0; i < count; ++i)
-        files.push_back(workshop.makeSound("long" + std::to_string(i), noise(2, 44100, 44100 * 5, uint32_t(i + 1))));
-    return files;
-}
-
-// Milliseconds of all processors that this process has used.
-double workSoFar()
-{
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
-}
-
-} // namespace
-
-TEST(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
-{
-    const Workshop workshop;
-    Order order = workshop.order(makeLongSounds(workshop, 6));
+    Order order = orderOf(makeLongSounds(6));
     order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
         sound.desiredSampleRate = index % 2 ? 32000 : 0;
     };
@@ -221,7 +218,7 @@ TEST(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
         }
         EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
         EXPECT_EQ(threadCount(), threads);
-        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+        EXPECT_EQ(leftovers(), std::vector<std::string>());
     }
     ASSERT_GT(waits.size(), 250u);
     EXPECT_GT(cancelledWriting, 10);
@@ -237,14 +234,13 @@ TEST(Library, CancelsWithinAFifthOfASecondInEveryPhaseAndLeavesNothingBehind)
     mustBuild(order);
 }
 
-TEST(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
+TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
 {
-    const Workshop workshop;
-    Order order = workshop.order(makeLongSounds(workshop, 4));
+    Order order = orderOf(makeLongSounds(4));
     order.format = TARNOK_FORMAT_VORBIS;
     order.initFlags |= TARNOK_INIT_REBUILD;
-    Order next = workshop.order(workshop.makeSounds(3));
-    next.output = workshop.path("next.tnb");
+    Order next = orderOf(makeSounds(3));
+    next.output = pathOf("next.tnb");
     const int threads = threadCount();
     for (int round = 0; round < 15; ++round) {
         ASSERT_EQ(initialise(order), TARNOK_OK);
@@ -255,7 +251,7 @@ TEST(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
         EXPECT_LE(threadCount(), threads + 1) << "only the caller's thread is left";
         mustBuild(next);
         EXPECT_EQ(running.join().result, TARNOK_ERR_CANCELLED);
-        EXPECT_EQ(workshop.leftovers(), std::vector<std::string>());
+        EXPECT_EQ(leftovers(), std::vector<std::string>());
     }
     EXPECT_FALSE(fs::exists(order.output));
 }

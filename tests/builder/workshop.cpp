@@ -149,13 +149,13 @@ Workshop::~Workshop()
     fs::remove_all(mFolder, ignored);
 }
 
-Order Workshop::order(const std::vector<std::string>& files) const
+Order Workshop::orderOf(const std::vector<std::string>& files) const
 {
     Order order;
     for (const std::string& file : files)
         order.sounds.push_back({file});
-    order.cache = path("cache");
-    order.output = path("bank.tnb");
+    order.cache = pathOf("cache");
+    order.output = pathOf("bank.tnb");
     return order;
 }
 
@@ -166,7 +166,7 @@ std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
     constexpr const char* extensions[] = {".wav", ".flac", ".wav", ".aiff"};
     std::vector<std::string> files;
     for (int i = 0; i < count; ++i) {
-        files.push_back(path("sound" + std::to_string(i) + extensions[i % 4]));
+        files.push_back(pathOf("sound" + std::to_string(i) + extensions[i % 4]));
         writeSound(files.back(), formats[i % 4], sine(1 + i % 2, 44100, frames + size_t(i) * 10, 200 + i));
     }
     return files;
@@ -188,7 +188,7 @@ std::vector<std::string> filesBelow(const std::string& folder, const std::functi
 
 std::vector<std::string> Workshop::cacheEntries() const
 {
-    return filesBelow(path("cache/sounds"), [](const fs::path& file) { return fs::is_regular_file(file); });
+    return filesBelow(pathOf("cache/sounds"), [](const fs::path& file) { return fs::is_regular_file(file); });
 }
 
 std::vector<std::string> Workshop::leftovers() const

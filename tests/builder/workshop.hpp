@@ -91,22 +91,21 @@ private:
 };
 
 // A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
-class Workshop
+class Workshop : public testing::Test
 {
 public:
     Workshop();
-    ~Workshop();
+    ~Workshop() override;
 
-    [[nodiscard]] std::string path(const std::string& name) const { return mFolder + "/" + name; }
-    [[nodiscard]] const std::string& folder() const { return mFolder; }
+    [[nodiscard]] std::string pathOf(const std::string& name) const { return mFolder + "/" + name; }
 
     // An order for sounds of one file each.
-    [[nodiscard]] Order order(const std::vector<std::string>& files) const;
+    [[nodiscard]] Order orderOf(const std::vector<std::string>& files) const;
 
     // Writes a sound file and gives its path.
     std::string makeSound(const std::string& name, const Signal& signal, int format = wav16) const
     {
-        return writeSound(path(name), format, signal);
+        return writeSound(pathOf(name), format, signal);
     }
 
     // count short sounds that differ from each other, in files of several kinds.
