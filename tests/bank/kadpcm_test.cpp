@@ -53,18 +53,15 @@ Samples roundTrip(const Samples& samples, int channels)
     return decode(encode(samples, channels).bytes, channels, samples.size() / size_t(channels));
 }
 
-double errorRms(std::span<const int16_t> original, std::span<const int16_t> decoded)
-{
-    double sum = 0;
-    for (size_t n = 0; n < original.size(); ++n)
-        sum += std::pow(original[n] - decoded[n], 2);
-    return std::sqrt(sum / double(original.size()));
-}
-
 double signalToNoise(const Samples& original, const Samples& decoded)
 {
-    const Samples silence(original.size());
-    return 20 * std::log10(errorRms(original, silence) / std::max(1e-9, errorRms(original, decoded)));
+    double signal = 0;
+    double error = 0;
+    for (size_t n = 0; n < original.size(); ++n) {
+        signal += std::pow(original[n], 2);
+        error += std::pow(original[n] - decoded[n], 2);
+    }
+    return 10 * std::log10(signal / std::max(1e-9, error));
 }
 
 double bitsPerSample(const Encoded& encoded, const Samples& samples)
