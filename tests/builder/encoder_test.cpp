@@ -30,14 +30,9 @@ test::SoundPointer openedBank(const EncodedSound& sound)
     return opened;
 }
 
-uint32_t usualRate(Codec codec)
+MemorySound music(Codec codec, size_t frames, int channels, uint32_t rate = 44'100)
 {
-    return codec == Codec::Opus ? 48'000 : 44'100;
-}
-
-MemorySound music(Codec codec, size_t frames, int channels)
-{
-    return MemorySound::ofFloats(channels, usualRate(codec),
+    return MemorySound::ofFloats(channels, tarnok::encodingRate(codec, rate),
                                  tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
 }
 
@@ -63,22 +58,29 @@ TEST(PreparedSound, RepeatsTheLoopOutsideTheSoundAndIsSilentWithoutOne)
     }
 }
 
-TEST(Encoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQuality)
+TEST(Encoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQualityAtEveryRate)
 {
-    // Frames, channels and the least SNR in dB; short sounds hold too little of the tones to be judged.
-    const std::tuple<size_t, int, double> cases[] = {{1, 1, 0},       {2, 2, 0},       {19, 1, 0},    {119, 1, 0},
-                                                     {120, 1, 0},     {841, 2, 0},     {960, 1, 0},   {961, 1, 0},
-                                                     {2047, 1, 0},    {2048, 3, 0},    {2049, 1, 0},  {30'000, 1, 18},
-                                                     {30'000, 2, 18}, {30'000, 6, 14}, {5'000, 32, 0}};
+    // Rate, channels, frames and the least SNR in dB; short sounds hold too little of the tones to be judged.
+    std::vector<std::tuple<uint32_t, int, size_t, double>> cases = {
+        {44'100, 1, 30'000, 18}, {44'100, 2, 30'000, 18}, {44'100, 6, 30'000, 14}, {44'100, 32, 5'000, 0}};
+    for (const int channels : {1, 2, 3, 6}) {
+        for (const size_t frames : {1, 2, 19, 119, 120, 841, 960, 961, 2047, 2048, 2049})
+            cases.emplace_back(44'100, channels, frames, 0);
+        for (const uint32_t rate : {1, 500, 4'000, 8'000, 11'025, 16'000, 22'050, 32'000, 44'100, 48'000, 50'000,
+                                    96'000, 192'000, 200'001, 768'000})
+            cases.emplace_back(rate, channels, 500, 0);
+    }
     for (const Codec codec : kCodecs) {
-        for (const auto& [frames, channels, decibels] : cases) {
+        for (const auto& [rate, channels, frames, decibels] : cases) {
             for (const bool loops : {false, true}) {
-                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " frames " << frames << " channels "
-                                                << channels << (loops ? " looping" : ""));
-                MemorySound sound = music(codec, frames, channels);
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " rate " << rate << " channels "
+                                                << channels << " frames " << frames << (loops ? " looping" : ""));
+                MemorySound sound = music(codec, frames, channels, rate);
                 if (!loops)
                     sound.setLoop(std::nullopt);
-                const test::SoundPointer opened = openedBank(encode(codec, sound));
+                const EncodedSound encoded = encode(codec, sound);
+                EXPECT_EQ(encoded.sound.sampleRate, sound.facts().sampleRate);
+                const test::SoundPointer opened = openedBank(encoded);
                 EXPECT_EQ(test::factsOf(*opened).samples, frames);
                 const std::vector<float> got = readFloats(*opened);
                 const std::vector<float> wanted = sound.floats();
@@ -101,7 +103,7 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
             std::vector<float> frames = tones(kFrames, channels, {0.0031, 0.0178}, 0.4f);
             for (size_t i = 0; i < frames.size(); ++i)
                 frames[i] += noise.sample() * (i / 9'000 % 3 == 0 ? 0.3f : 0.01f);
-            MemorySound sound = MemorySound::ofFloats(channels, usualRate(codec), frames);
+            MemorySound sound = MemorySound::ofFloats(channels, tarnok::encodingRate(codec, 44'100), frames);
             sound.setLoop(bank::Loop{20'011, 100'000});
             const test::SoundPointer opened = openedBank(encode(codec, sound));
             const std::vector<float> straight = readFloats(*opened, kFrames);
@@ -123,14 +125,7 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
 TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
 {
     constexpr size_t kWindow = 256;
-    struct Case
-    {
-        const char* name;
-        size_t frames;
-        bank::Loop loop;
-        int channels;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<const char*, size_t, bank::Loop, int> cases[] = {
         {"whole", 44'100, {0, 44'100}, 1},
         {"whole stereo", 44'100, {0, 44'100}, 2},
         {"inner", 44'100, {11'000, 33'000}, 1},
@@ -145,36 +140,36 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
         {"whole odd", 11'600, {0, 11'600}, 1},
     };
     for (const Codec codec : kLossyCodecs) {
-        for (const Case& c : cases) {
+        for (const auto& [name, frames, loop, channelCount] : cases) {
             for (const int quality : {20, 34, 50, 80}) {
-                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << c.name << " quality " << quality);
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << name << " quality " << quality);
                 // Where KADPCM is as good as its 16 bits, a loop of a hundred samples is left to chance.
-                if (codec == Codec::Kadpcm && c.frames < 500 && c.loop.start > 0)
+                if (codec == Codec::Kadpcm && frames < 500 && loop.start > 0)
                     continue;
                 // A hundred frames are a period of all tones, so that the source itself has no seam.
-                MemorySound sound = MemorySound::ofFloats(c.channels, usualRate(codec),
-                                                          tones(c.frames, c.channels, {0.01, 0.04}, 0.5f));
-                sound.setLoop(c.loop);
+                MemorySound sound = MemorySound::ofFloats(channelCount, tarnok::encodingRate(codec, 44'100),
+                                                          tones(frames, channelCount, {0.01, 0.04}, 0.5f));
+                sound.setLoop(loop);
                 const test::SoundPointer opened = openedBank(encode(codec, sound, quality));
                 const std::vector<float> plain = sound.floats();
-                const double whole = squaredError(plain, readFloats(*opened, c.frames)) / double(plain.size());
+                const double whole = squaredError(plain, readFloats(*opened, frames)) / double(plain.size());
 
-                const auto channels = size_t(c.channels);
-                const size_t before = std::min<size_t>(kWindow, c.loop.end);
+                const auto channels = size_t(channelCount);
+                const size_t before = std::min<size_t>(kWindow, loop.end);
                 ASSERT_EQ(opened->setLoopCount(-1), KESS_OK);
-                ASSERT_EQ(opened->seekData(c.loop.end - before), KESS_OK);
-                for (const auto& [from, count] : {std::pair(c.loop.end - before, before), {c.loop.end, kWindow}}) {
+                ASSERT_EQ(opened->seekData(loop.end - before), KESS_OK);
+                for (const auto& [from, count] : {std::pair(loop.end - before, before), {loop.end, kWindow}}) {
                     std::vector<float> wanted;
                     for (size_t i = 0; i < count * channels; ++i) {
                         const size_t frame = from + i / channels;
-                        const size_t behind = (frame - c.loop.end) % (c.loop.end - c.loop.start);
+                        const size_t behind = (frame - loop.end) % (loop.end - loop.start);
                         wanted.push_back(
-                            plain[(frame < c.loop.end ? frame : c.loop.start + behind) * channels + i % channels]);
+                            plain[(frame < loop.end ? frame : loop.start + behind) * channels + i % channels]);
                     }
                     const std::vector<float> got = readFloats(*opened, count);
                     ASSERT_EQ(got.size(), wanted.size());
                     const double error = squaredError(wanted, got) / double(got.size());
-                    EXPECT_LT(std::sqrt(error / whole), 1.1) << (from < c.loop.end ? "before" : "behind");
+                    EXPECT_LT(std::sqrt(error / whole), 1.1) << (from < loop.end ? "before" : "behind");
                 }
             }
         }
@@ -223,25 +218,6 @@ TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
     }
 }
 
-TEST(Encoders, TakeEveryRateThatTheyAskFor)
-{
-    for (const Codec codec : kCodecs) {
-        for (const uint32_t rate : {1u, 500u, 4'000u, 8'000u, 11'025u, 16'000u, 22'050u, 32'000u, 44'100u, 48'000u,
-                                    50'000u, 96'000u, 192'000u, 200'001u, 768'000u}) {
-            const uint32_t encoding = tarnok::encodingRate(codec, rate);
-            for (const int channels : {1, 2, 6}) {
-                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " rate " << rate << " as " << encoding
-                                                << " channels " << channels);
-                MemorySound sound = MemorySound::ofFloats(channels, encoding, tones(500, channels, {0.01}, 0.5f));
-                const EncodedSound encoded = encode(codec, sound);
-                EXPECT_EQ(encoded.sound.sampleRate, encoding);
-                const test::SoundPointer opened = openedBank(encoded);
-                EXPECT_EQ(readFloats(*opened, 1'000).size(), 500 * size_t(channels));
-            }
-        }
-    }
-}
-
 TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
 {
     EXPECT_FLOAT_EQ(tarnok::vorbisQuality(50), 0.5f);
@@ -252,7 +228,7 @@ TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
             Noise noise;
             std::vector<float> frames(100'000);
             std::ranges::generate(frames, [&] { return noise.sample() * 0.3f; });
-            MemorySound sound = MemorySound::ofFloats(2, usualRate(codec), frames);
+            MemorySound sound = MemorySound::ofFloats(2, tarnok::encodingRate(codec, 44'100), frames);
             const size_t size = encode(codec, sound, quality).data.size();
             EXPECT_GT(size, last) << "quality " << quality;
             last = size;
@@ -260,25 +236,11 @@ TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
     }
 }
 
-TEST(VorbisEncoder, SharesItsSetupBetweenSoundsAndKeepsTheWholeSpectrumOfEveryChannel)
+TEST(VorbisEncoder, SharesItsSetupBetweenSounds)
 {
     MemorySound first = music(Codec::Vorbis, 3'000, 2);
     MemorySound second = MemorySound::ofFloats(2, 44'100, tones(5'000, 2, {0.02}, 0.3f));
     EXPECT_EQ(encode(Codec::Vorbis, first).sound.setup, encode(Codec::Vorbis, second).sound.setup);
-
-    // Six channels are not taken for a surround sound whose last is a subwoofer.
-    MemorySound six = MemorySound::ofFloats(6, 44'100, tones(30'000, 6, {0.03}, 0.5f));
-    const test::SoundPointer opened = openedBank(encode(Codec::Vorbis, six));
-    const std::vector<float> got = readFloats(*opened);
-    const std::vector<float> wanted = six.floats();
-    for (size_t channel = 0; channel < 6; ++channel) {
-        std::vector<float> mono, monoGot;
-        for (size_t i = channel; i < wanted.size(); i += 6) {
-            mono.push_back(wanted[i]);
-            monoGot.push_back(got[i]);
-        }
-        EXPECT_GT(signalToNoise(mono, monoGot), 15) << "channel " << channel;
-    }
 }
 
 TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
