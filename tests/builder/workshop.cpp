@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <set>
 
 namespace test {
 
@@ -39,11 +38,7 @@ int Outcome::countOf(TARNOK_STATE state) const
 
 int Outcome::cachedSounds() const
 {
-    int count = 0;
-    std::set<int> seen;
-    for (const Report& report : reports)
-        count += report.sound >= 0 && seen.insert(report.sound).second && report.state == TARNOK_STATE_FINISHED;
-    return count;
+    return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING);
 }
 
 std::string Outcome::texts() const
@@ -106,40 +101,31 @@ Outcome mustBuild(const Order& order)
 }
 
 RunningBuild::RunningBuild(const Order& order)
-    : mThread([this, order] {
-        mOutcome.result = buildOnly(order);
-        mEnded = true;
+    : thread([this, order] {
+        result = buildOnly(order);
+        ended = true;
     })
 { }
 
 bool RunningBuild::waitFor(TARNOK_STATE state)
 {
-    for (;;) {
-        const bool isLastLook = mEnded;
-        bool found = false;
-        for (const Report& report : drainReports()) {
-            mOutcome.reports.push_back(report);
-            found |= report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
-        }
-        if (found || isLastLook)
-            return found;
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    const auto isWanted = [&](const Report& report) {
+        return report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
+    };
+    for (bool isLastLook = false; !isLastLook; std::this_thread::sleep_for(std::chrono::microseconds(100))) {
+        isLastLook = ended;
+        const std::vector<Report> latest = drainReports();
+        std::ranges::copy(latest, std::back_inserter(reports));
+        if (std::ranges::any_of(latest, isWanted))
+            return true;
     }
+    return false;
 }
 
-Outcome RunningBuild::join()
+void RunningBuild::join()
 {
-    mThread.join();
-    std::ranges::copy(drainReports(), std::back_inserter(mOutcome.reports));
-    return mOutcome;
-}
-
-Workshop::Workshop()
-{
-    static std::atomic<int> counter{0};
-    mFolder = fs::absolute("workshop" + std::to_string(counter++)).string();
-    fs::remove_all(mFolder);
-    fs::create_directories(mFolder + "/cache");
+    thread.join();
+    std::ranges::copy(drainReports(), std::back_inserter(reports));
 }
 
 Workshop::~Workshop()
@@ -166,34 +152,28 @@ std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
     constexpr const char* extensions[] = {".wav", ".flac", ".wav", ".aiff"};
     std::vector<std::string> files;
     for (int i = 0; i < count; ++i) {
-        files.push_back(pathOf("sound" + std::to_string(i) + extensions[i % 4]));
-        writeSound(files.back(), formats[i % 4], sine(1 + i % 2, 44100, frames + size_t(i) * 10, 200 + i));
+        const std::string name = "sound" + std::to_string(i) + extensions[i % 4];
+        files.push_back(makeSound(name, sine(1 + i % 2, 44100, frames + size_t(i) * 10, 200 + i), formats[i % 4]));
     }
     return files;
 }
 
-namespace {
-
-std::vector<std::string> filesBelow(const std::string& folder, const std::function<bool(const fs::path&)>& isWanted)
+std::vector<std::string> Workshop::filesBelow(const std::string& name) const
 {
     std::vector<std::string> found;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        if (isWanted(entry.path()))
+    std::error_code ignored;
+    for (const auto& entry : fs::recursive_directory_iterator(pathOf(name), ignored)) {
+        if (entry.is_regular_file())
             found.push_back(entry.path().string());
     }
     return found;
 }
 
-} // namespace
-
-std::vector<std::string> Workshop::cacheEntries() const
-{
-    return filesBelow(pathOf("cache/sounds"), [](const fs::path& file) { return fs::is_regular_file(file); });
-}
-
 std::vector<std::string> Workshop::leftovers() const
 {
-    return filesBelow(mFolder, [](const fs::path& file) { return file.filename().string().starts_with('.'); });
+    std::vector<std::string> found = filesBelow("");
+    std::erase_if(found, [](const fs::path& file) { return !file.filename().string().starts_with('.'); });
+    return found;
 }
 
 namespace {

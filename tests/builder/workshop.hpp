@@ -72,29 +72,24 @@ Outcome build(const Order& order);
 Outcome mustBuild(const Order& order);
 
 // A build on a thread of its own, with the library initialised.
-class RunningBuild
+struct RunningBuild : Outcome
 {
-public:
     explicit RunningBuild(const Order& order);
 
     // Gathers reports until one of the wanted state comes, that of the bank where it is the writing; false when the
     // build ends before.
     bool waitFor(TARNOK_STATE state);
+    void join(); // all reports are there then
 
-    // The end of the build, with all reports.
-    Outcome join();
-
-private:
-    Outcome mOutcome;
-    std::atomic<bool> mEnded = false;
-    std::thread mThread;
+    std::atomic<bool> ended = false;
+    std::thread thread;
 };
 
 // A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
 class Workshop : public testing::Test
 {
 public:
-    Workshop();
+    Workshop() { fs::create_directories(pathOf("cache")); }
     ~Workshop() override;
 
     [[nodiscard]] std::string pathOf(const std::string& name) const { return mFolder + "/" + name; }
@@ -111,20 +106,21 @@ public:
     // count short sounds that differ from each other, in files of several kinds.
     [[nodiscard]] std::vector<std::string> makeSounds(int count, size_t frames = 3000) const;
 
-    [[nodiscard]] std::vector<std::string> cacheEntries() const;
+    // All files in a folder and those below, if it is there.
+    [[nodiscard]] std::vector<std::string> filesBelow(const std::string& name) const;
 
     // Hidden files that a build has left in the folder or in its cache.
     [[nodiscard]] std::vector<std::string> leftovers() const;
 
 private:
-    std::string mFolder;
+    const std::string mFolder = fs::absolute("workshop");
 };
 
 // One sound of a bank as the engine gives it back.
 struct Heard : Facts
 {
     std::vector<float> floats;
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     Loop loop;
     SyncPoints syncPoints;
     std::optional<float> peak;
