@@ -234,26 +234,20 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
     ASSERT_TRUE(withChunks(extended).ok());
     EXPECT_TRUE(*withChunks(extended) == sound);
 
-    const std::vector<std::vector<uint8_t>> impossible = {
-        chunk("LOOP", {5, 5}),
-        chunk("LOOP", {5, 5001}),
-        chunk("LOOP", {5}),
-        chunk("SEEK", {40, 10, 40, 20}),
-        chunk("SEEK", {40, 10, 50, 10}),
-        chunk("SEEK", {40, 500}),
-        chunk("SEEK", {40, 10, 50}),
-        chunk("SYNC", {5001, 0}),
-        chunk("SYNC", {1, uint64_t(1) << 31}),
-        chunk("SEAM", {4'999, 2, 0}),
-        chunk("SEAM", {1, 0}),
-        chunk("SEAM", {0, 5'000, 0}),
-        chunk("PEAK", {0x7f800000}),
-        chunk("PEAK", {0xbf800000}),
-        {'L', 'O', 'O'},
-        {'L', 'A', 'T', 'E', 1, 0, 0, 0},
+    const std::map<const char*, std::vector<std::vector<uint64_t>>> impossible = {
+        {"LOOP", {{5, 5}, {5, 5001}, {5}}},
+        {"SEEK", {{40, 10, 40, 20}, {40, 10, 50, 10}, {40, 500}, {40, 10, 50}}},
+        {"SYNC", {{5001, 0}, {1, uint64_t(1) << 31}}},
+        {"SEAM", {{4'999, 2, 0}, {1, 0}, {0, 5'000, 0}}},
+        {"PEAK", {{0x7f800000}, {0xbf800000}}},
     };
-    for (const auto& chunks : impossible)
-        EXPECT_EQ(withChunks(chunks).error(), Error::Damaged) << std::string(chunks.begin(), chunks.begin() + 3);
+    for (const auto& [tag, contents] : impossible) {
+        for (const auto& numbers : contents)
+            EXPECT_EQ(withChunks(chunk(tag, numbers)).error(), Error::Damaged)
+                << tag << testing::PrintToString(numbers);
+    }
+    EXPECT_EQ(withChunks({'L', 'O', 'O'}).error(), Error::Damaged);
+    EXPECT_EQ(withChunks({'L', 'A', 'T', 'E', 1, 0, 0, 0}).error(), Error::Damaged);
     for (size_t size = 0; size < bytes.size(); ++size)
         EXPECT_EQ(bank::deserialise(std::span(bytes).first(size)).error(), Error::Damaged);
 }
