@@ -1,7 +1,6 @@
 // The bank and its C header as files.
 #include "workshop.hpp"
 
-#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 

@@ -1,6 +1,5 @@
 #include "workshop.hpp"
 
-#include <algorithm>
 #include <fstream>
 
 namespace test {
@@ -101,11 +100,13 @@ Outcome mustBuild(const Order& order)
 }
 
 RunningBuild::RunningBuild(const Order& order)
-    : thread([this, order] {
+{
+    EXPECT_EQ(initialise(order), TARNOK_OK);
+    thread = std::thread([this, order] {
         result = buildOnly(order);
         ended = true;
-    })
-{ }
+    });
+}
 
 bool RunningBuild::waitFor(TARNOK_STATE state)
 {

@@ -5,7 +5,9 @@
 #include "support/sound_files.hpp"
 #include "tarnok.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -71,7 +73,7 @@ Outcome build(const Order& order);
 // The same, for a build that must succeed.
 Outcome mustBuild(const Order& order);
 
-// A build on a thread of its own, with the library initialised.
+// A build on a thread of its own, for which it initialises the library.
 struct RunningBuild : Outcome
 {
     explicit RunningBuild(const Order& order);
