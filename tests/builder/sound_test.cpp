@@ -9,21 +9,16 @@ using namespace test;
 
 namespace {
 
-struct Sound : Workshop
+using Sound = Workshop;
+
+// The one sound of a bank that must be built.
+Heard hearBuilt(const Order& order)
 {
-    // The one sound of a bank built from files that are interleaved.
-    Heard buildOne(const std::vector<std::string>& files, const std::function<void(Order&)>& adjust = {})
-    {
-        Order order = orderOf({});
-        order.sounds = {files};
-        if (adjust)
-            adjust(order);
-        mustBuild(order);
-        const std::vector<Heard> heard = hear(order.output);
-        EXPECT_EQ(heard.size(), 1u);
-        return heard.empty() ? Heard() : heard.front();
-    }
-};
+    mustBuild(order);
+    const std::vector<Heard> heard = hear(order.output);
+    EXPECT_EQ(heard.size(), 1u);
+    return heard.at(0);
+}
 
 } // namespace
 
@@ -34,7 +29,9 @@ TEST_F(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestForm
     writeIntegers(files[1], SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, 44100, randomIntegers(2 * 90'000, 2));
     writeSound(files[2], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 44100, 1000));
     for (const size_t count : {2, 3}) {
-        const Heard built = buildOne({files, files + count});
+        Order order = orderOf({});
+        order.sounds.emplace_back(files, files + count);
+        const Heard built = hearBuilt(order);
         ASSERT_EQ(built.channels, int(count) + 1);
         EXPECT_EQ(built.format, count == 2 ? KESS_SOUND_FORMAT_PCM24 : KESS_SOUND_FORMAT_PCMFLOAT);
         ASSERT_EQ(built.samples, 90'000u);
@@ -62,7 +59,9 @@ TEST_F(Sound, BringsInterleavedFilesOfAnotherRateToTheFirstOnes)
             const std::string second = makeSound("b.wav", sine(1, rate, size_t(rate), 500), wavFloat);
             if (start > 0)
                 addWavTags(first, {std::pair<uint32_t, uint32_t>(start, 47999), {}});
-            const Heard built = buildOne({first, second});
+            Order order = orderOf({first});
+            order.sounds[0].push_back(second);
+            const Heard built = hearBuilt(order);
             EXPECT_EQ(built.rate, 48000);
             ASSERT_EQ(built.samples, 48000u);
             ASSERT_EQ(built.loop, (std::pair<uint64_t, uint64_t>(start, 48000)));
@@ -97,8 +96,7 @@ TEST_F(Sound, KeepsLoopsMarkersAndPeakAsTheFlagsOfBuildAndSoundTogetherSay)
             order.flags = flags;
             order.each.overrideFlags = reversed;
             order.each.desiredSampleRate = rate;
-            mustBuild(order);
-            const Heard built = hear(order.output).at(0);
+            const Heard built = hearBuilt(order);
             EXPECT_EQ(built.loop, loop);
             EXPECT_EQ(built.syncPoints, markers);
             EXPECT_EQ(built.peak.has_value(), hasPeak);
@@ -134,11 +132,11 @@ TEST_F(Sound, SoundsLikeItsSourceInEveryFormatAndAtOtherRates)
         {TARNOK_FORMAT_KADPCM, 22050, 22050, 35}, {TARNOK_FORMAT_VORBIS, 0, 44100, 20},
         {TARNOK_FORMAT_OPUS, 0, 48000, 20},       {TARNOK_FORMAT_OPUS, 11025, 12000, 20}};
     for (const auto& [format, wanted, rate, decibels] : cases) {
-        const Heard built = buildOne({file}, [&](Order& order) {
-            order.format = format;
-            order.quality = 90;
-            order.each.desiredSampleRate = wanted;
-        });
+        Order order = orderOf({file});
+        order.format = format;
+        order.quality = 90;
+        order.each.desiredSampleRate = wanted;
+        const Heard built = hearBuilt(order);
         EXPECT_EQ(built.rate, rate);
         const Signal expected = sine(1, rate, size_t(rate), 300);
         ASSERT_EQ(built.floats.size(), expected.samples.size());
@@ -270,7 +268,7 @@ TEST_F(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)
         mustBuild(order);
         return order.output;
     };
-    EXPECT_TRUE(buildOne({bankOf("one.tnb", {files[0]})}).bytes == hear(files[0]).at(0).bytes);
+    EXPECT_TRUE(hearBuilt(orderOf({bankOf("one.tnb", {files[0]})})).bytes == hear(files[0]).at(0).bytes);
     const Outcome two = build(orderOf({bankOf("two.tnb", files)}));
     EXPECT_TRUE(two.failed(TARNOK_ERR_INVALID_FORMAT, "two.tnb: this bank holds 2 sounds"));
     const Outcome locked = build(orderOf({bankOf("locked.tnb", {files[0]}, "key")}));
@@ -280,11 +278,10 @@ TEST_F(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)
 TEST_F(Sound, LowersTheRateToWhatIsAudibleWhenAsked)
 {
     const auto rateOf = [&](const Signal& signal, TARNOK_FORMAT format = TARNOK_FORMAT_PCM, int kind = wav16) {
-        const auto lower = [&](Order& order) {
-            order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
-            order.format = format;
-        };
-        return buildOne({makeSound("source.wav", signal, kind)}, lower).rate;
+        Order order = orderOf({makeSound("source.wav", signal, kind)});
+        order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
+        order.format = format;
+        return hearBuilt(order).rate;
     };
     const double low = rateOf(sine(1, 44100, 50'000, 4900));
     EXPECT_TRUE(low == 11025 || low == 12000) << low;
