@@ -237,8 +237,8 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
     const std::map<const char*, std::vector<std::vector<uint64_t>>> impossible = {
         {"LOOP", {{5, 5}, {5, 5001}, {5}}},
         {"SEEK", {{40, 10, 40, 20}, {40, 10, 50, 10}, {40, 500}, {40, 10, 50}}},
-        {"SYNC", {{5001, 0}, {1, uint64_t(1) << 31}}},
-        {"SEAM", {{4'999, 2, 0}, {1, 0}, {0, 5'000, 0}}},
+        {"SYNC", {{5001, 4}, {7, 4, 5, 4}, {1, uint64_t(1) << 31}}},
+        {"SEAM", {{4'999, 2}, {1, 0, 0}, {0, 5'000, 0}}},
         {"PEAK", {{0x7f800000}, {0xbf800000}}},
     };
     for (const auto& [tag, contents] : impossible) {

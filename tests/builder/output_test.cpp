@@ -86,17 +86,15 @@ TEST_F(Output, KeepsThePermissionsOfTheFormerBank)
     Order order = orderOf(makeSounds(1));
     order.initFlags |= TARNOK_INIT_CREATE_HEADER;
     const auto modeOf = [](const std::string& path) {
-        struct stat status = {};
-        EXPECT_EQ(stat(path.c_str(), &status), 0);
-        return status.st_mode & 07777;
+        return unsigned(fs::status(path).permissions());
     };
     const mode_t former = umask(027);
     mustBuild(order);
     EXPECT_EQ(modeOf(order.output), 0640u) << "a new one";
     for (const auto& [mode, kept] :
-         {std::pair<mode_t, mode_t>{0444, 0444}, {0600, 0600}, {0666, 0666}, {04755, 0755}}) {
+         {std::pair<unsigned, unsigned>{0444, 0444}, {0600, 0600}, {0666, 0666}, {04755, 0755}}) {
         for (const std::string& path : {order.output, pathOf("bank.h")})
-            ASSERT_EQ(chmod(path.c_str(), mode), 0);
+            fs::permissions(path, fs::perms(mode));
         mustBuild(order);
         EXPECT_EQ(modeOf(order.output), kept) << std::oct << mode;
         EXPECT_EQ(modeOf(pathOf("bank.h")), kept) << std::oct << mode;

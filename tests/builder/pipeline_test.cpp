@@ -11,12 +11,10 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <numbers>
 #include <stop_token>
 #include <thread>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 using namespace tarnok;
 
@@ -156,9 +154,7 @@ TEST(Files, WithoutANameAreSeenByNobody)
 TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
 {
     const auto write = [](const char* text) {
-        const int file = open("racy", O_WRONLY | O_CREAT, 0666);
-        ASSERT_EQ(pwrite(file, text, 1, 0), 1);
-        close(file);
+        std::ofstream("racy") << text;
     };
     write("a");
     SourceIndex index("racy-index");
@@ -180,18 +176,16 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
 
 TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
 {
-    const auto at = [](int64_t seconds) {
-        return seconds * 1'000'000'000;
-    };
+    constexpr int64_t second = 1'000'000'000;
     FileStamp stamp;
-    stamp.modified = at(1000);
-    stamp.changed = at(1000);
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1000)));
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1002)));
-    EXPECT_TRUE(SourceIndex::isSettled(stamp, at(1003)));
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(900))) << "a file of the future";
-    stamp.modified = at(500);
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, at(1001))) << "its times were set back";
+    stamp.modified = 1000 * second;
+    stamp.changed = 1000 * second;
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1000 * second));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1002 * second));
+    EXPECT_TRUE(SourceIndex::isSettled(stamp, 1003 * second));
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 900 * second)) << "a file of the future";
+    stamp.modified = 500 * second;
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its times were set back";
 
     const ContentHash hash{1, 2};
     SourceIndex("settled-index").save();

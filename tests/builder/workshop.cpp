@@ -30,16 +30,6 @@ std::vector<TARNOK_STATE> Outcome::statesOf(int sound) const
     return states;
 }
 
-int Outcome::countOf(TARNOK_STATE state) const
-{
-    return int(std::ranges::count(reports, state, &Report::state));
-}
-
-int Outcome::cachedSounds() const
-{
-    return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING);
-}
-
 std::string Outcome::texts() const
 {
     std::string texts;

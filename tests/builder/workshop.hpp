@@ -40,8 +40,12 @@ struct Outcome
     Bytes bank; // only if it was built
 
     [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
-    [[nodiscard]] int countOf(TARNOK_STATE state) const;
-    [[nodiscard]] int cachedSounds() const; // whose first report says finished
+    [[nodiscard]] int countOf(TARNOK_STATE state) const
+    {
+        return int(std::ranges::count(reports, state, &Report::state));
+    }
+    // Those that were finished without being decoded.
+    [[nodiscard]] int cachedSounds() const { return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING); }
     [[nodiscard]] std::string texts() const; // of all failures, one a line
     [[nodiscard]] testing::AssertionResult failed(TARNOK_RESULT why, const std::string& text) const; // among its texts
 };
