@@ -1,12 +1,6 @@
 #include "workshop.hpp"
 
-#include <algorithm>
-#include <atomic>
-#include <filesystem>
 #include <fstream>
-#include <set>
-
-namespace fs = std::filesystem;
 
 namespace test {
 
@@ -36,21 +30,6 @@ std::vector<TARNOK_STATE> Outcome::statesOf(int sound) const
     return states;
 }
 
-int Outcome::countOf(TARNOK_STATE state) const
-{
-    return int(
-        std::count_if(reports.begin(), reports.end(), [&](const Report& report) { return report.state == state; }));
-}
-
-int Outcome::cachedSounds() const
-{
-    int count = 0;
-    std::set<int> seen;
-    for (const Report& report : reports)
-        count += report.sound >= 0 && seen.insert(report.sound).second && report.state == TARNOK_STATE_FINISHED;
-    return count;
-}
-
 std::string Outcome::texts() const
 {
     std::string texts;
@@ -59,6 +38,17 @@ std::string Outcome::texts() const
             texts += report.text + "\n";
     }
     return texts;
+}
+
+testing::AssertionResult Outcome::failed(TARNOK_RESULT why, const std::string& text) const
+{
+    const bool holds = result == why && texts().find(text) != std::string::npos;
+    return testing::AssertionResult(holds) << result << " instead of " << why << ", not " << text << "\n" << texts();
+}
+
+TARNOK_RESULT initialise(const Order& order)
+{
+    return Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str());
 }
 
 TARNOK_RESULT buildOnly(const Order& order)
@@ -83,34 +73,66 @@ TARNOK_RESULT buildOnly(const Order& order)
 Outcome build(const Order& order)
 {
     Outcome outcome;
-    EXPECT_EQ(Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str()), TARNOK_OK);
+    EXPECT_EQ(initialise(order), TARNOK_OK);
     outcome.result = buildOnly(order);
     outcome.reports = drainReports();
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    if (outcome.result == TARNOK_OK)
+        outcome.bank = readFile(order.output);
     return outcome;
 }
 
-Workshop::Workshop()
+Outcome mustBuild(const Order& order)
 {
-    static std::atomic<int> counter{0};
-    mFolder = fs::absolute("workshop" + std::to_string(counter++)).string();
-    fs::remove_all(mFolder);
-    fs::create_directories(mFolder + "/cache");
+    Outcome outcome = build(order);
+    EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
+    return outcome;
+}
+
+RunningBuild::RunningBuild(const Order& order)
+{
+    EXPECT_EQ(initialise(order), TARNOK_OK);
+    thread = std::thread([this, order] {
+        result = buildOnly(order);
+        ended = true;
+    });
+}
+
+bool RunningBuild::waitFor(TARNOK_STATE state)
+{
+    const auto isWanted = [&](const Report& report) {
+        return report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
+    };
+    for (bool isLastLook = false; !isLastLook; std::this_thread::sleep_for(std::chrono::microseconds(100))) {
+        isLastLook = ended;
+        const std::vector<Report> latest = drainReports();
+        std::ranges::copy(latest, std::back_inserter(reports));
+        if (std::ranges::any_of(latest, isWanted))
+            return true;
+    }
+    return false;
+}
+
+void RunningBuild::join()
+{
+    thread.join();
+    std::ranges::copy(drainReports(), std::back_inserter(reports));
 }
 
 Workshop::~Workshop()
 {
+    EXPECT_EQ(leftovers(), std::vector<std::string>());
     std::error_code ignored;
     fs::remove_all(mFolder, ignored);
 }
 
-Order Workshop::order(const std::vector<std::string>& files) const
+Order Workshop::orderOf(const std::vector<std::string>& files) const
 {
     Order order;
     for (const std::string& file : files)
         order.sounds.push_back({file});
-    order.cache = path("cache");
-    order.output = path("bank.tnb");
+    order.cache = pathOf("cache");
+    order.output = pathOf("bank.tnb");
     return order;
 }
 
@@ -121,34 +143,28 @@ std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
     constexpr const char* extensions[] = {".wav", ".flac", ".wav", ".aiff"};
     std::vector<std::string> files;
     for (int i = 0; i < count; ++i) {
-        files.push_back(path("sound" + std::to_string(i) + extensions[i % 4]));
-        writeSound(files.back(), formats[i % 4], sine(1 + i % 2, 44100, frames + size_t(i) * 10, 200 + i));
+        const std::string name = "sound" + std::to_string(i) + extensions[i % 4];
+        files.push_back(makeSound(name, sine(1 + i % 2, 44100, frames + size_t(i) * 10, 200 + i), formats[i % 4]));
     }
     return files;
 }
 
-namespace {
-
-std::vector<std::string> filesBelow(const std::string& folder, const std::function<bool(const fs::path&)>& isWanted)
+std::vector<std::string> Workshop::filesBelow(const std::string& name) const
 {
     std::vector<std::string> found;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        if (isWanted(entry.path()))
+    std::error_code ignored;
+    for (const auto& entry : fs::recursive_directory_iterator(pathOf(name), ignored)) {
+        if (entry.is_regular_file())
             found.push_back(entry.path().string());
     }
     return found;
 }
 
-} // namespace
-
-std::vector<std::string> Workshop::cacheEntries() const
-{
-    return filesBelow(path("cache/sounds"), [](const fs::path& file) { return fs::is_regular_file(file); });
-}
-
 std::vector<std::string> Workshop::leftovers() const
 {
-    return filesBelow(mFolder, [](const fs::path& file) { return file.filename().string().starts_with('.'); });
+    std::vector<std::string> found = filesBelow("");
+    std::erase_if(found, [](const fs::path& file) { return !file.filename().string().starts_with('.'); });
+    return found;
 }
 
 namespace {

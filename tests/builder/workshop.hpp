@@ -5,12 +5,21 @@
 #include "support/sound_files.hpp"
 #include "tarnok.h"
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <functional>
+#include <thread>
 
 namespace test {
 
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
 inline constexpr TARNOK_FORMAT allFormats[] = {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS,
                                                TARNOK_FORMAT_OPUS};
+inline constexpr int wav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 
 struct Report
 {
@@ -28,11 +37,17 @@ struct Outcome
 {
     TARNOK_RESULT result = TARNOK_OK;
     std::vector<Report> reports;
+    Bytes bank; // only if it was built
 
     [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
-    [[nodiscard]] int countOf(TARNOK_STATE state) const;
-    [[nodiscard]] int cachedSounds() const; // whose first report says finished
+    [[nodiscard]] int countOf(TARNOK_STATE state) const
+    {
+        return int(std::ranges::count(reports, state, &Report::state));
+    }
+    // Those that were finished without being decoded.
+    [[nodiscard]] int cachedSounds() const { return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING); }
     [[nodiscard]] std::string texts() const; // of all failures, one a line
+    [[nodiscard]] testing::AssertionResult failed(TARNOK_RESULT why, const std::string& text) const; // among its texts
 };
 
 // Everything that a build is told. Paths are complete.
@@ -51,42 +66,67 @@ struct Order
     std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
 };
 
+TARNOK_RESULT initialise(const Order& order);
+
 // The build alone, with the library initialised.
 TARNOK_RESULT buildOnly(const Order& order);
 
 // Initialise, build, release.
 Outcome build(const Order& order);
 
-// A folder of its own for each test, with an empty cache.
-class Workshop
+// The same, for a build that must succeed.
+Outcome mustBuild(const Order& order);
+
+// A build on a thread of its own, for which it initialises the library.
+struct RunningBuild : Outcome
+{
+    explicit RunningBuild(const Order& order);
+
+    // Gathers reports until one of the wanted state comes, that of the bank where it is the writing; false when the
+    // build ends before.
+    bool waitFor(TARNOK_STATE state);
+    void join(); // all reports are there then
+
+    std::atomic<bool> ended = false;
+    std::thread thread;
+};
+
+// A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
+class Workshop : public testing::Test
 {
 public:
-    Workshop();
-    ~Workshop();
+    Workshop() { fs::create_directories(pathOf("cache")); }
+    ~Workshop() override;
 
-    [[nodiscard]] std::string path(const std::string& name) const { return mFolder + "/" + name; }
-    [[nodiscard]] const std::string& folder() const { return mFolder; }
+    [[nodiscard]] std::string pathOf(const std::string& name) const { return mFolder + "/" + name; }
 
     // An order for sounds of one file each.
-    [[nodiscard]] Order order(const std::vector<std::string>& files) const;
+    [[nodiscard]] Order orderOf(const std::vector<std::string>& files) const;
+
+    // Writes a sound file and gives its path.
+    std::string makeSound(const std::string& name, const Signal& signal, int format = wav16) const
+    {
+        return writeSound(pathOf(name), format, signal);
+    }
 
     // count short sounds that differ from each other, in files of several kinds.
     [[nodiscard]] std::vector<std::string> makeSounds(int count, size_t frames = 3000) const;
 
-    [[nodiscard]] std::vector<std::string> cacheEntries() const;
+    // All files in a folder and those below, if it is there.
+    [[nodiscard]] std::vector<std::string> filesBelow(const std::string& name) const;
 
     // Hidden files that a build has left in the folder or in its cache.
     [[nodiscard]] std::vector<std::string> leftovers() const;
 
 private:
-    std::string mFolder;
+    const std::string mFolder = fs::absolute("workshop");
 };
 
 // One sound of a bank as the engine gives it back.
 struct Heard : Facts
 {
     std::vector<float> floats;
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     Loop loop;
     SyncPoints syncPoints;
     std::optional<float> peak;
