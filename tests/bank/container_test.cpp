@@ -246,10 +246,18 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
             EXPECT_EQ(withChunks(chunk(tag, numbers)).error(), Error::Damaged)
                 << tag << testing::PrintToString(numbers);
     }
+    std::vector<uint64_t> longSeam(70); // as long as it says
+    longSeam[1] = bank::kMostCorrectedFrames + 1;
+    EXPECT_EQ(withChunks(chunk("SEAM", longSeam)).error(), Error::Damaged);
     EXPECT_EQ(withChunks({'L', 'O', 'O'}).error(), Error::Damaged);
     EXPECT_EQ(withChunks({'L', 'A', 'T', 'E', 1, 0, 0, 0}).error(), Error::Damaged);
     for (size_t size = 0; size < bytes.size(); ++size)
         EXPECT_EQ(bank::deserialise(std::span(bytes).first(size)).error(), Error::Damaged);
+    for (const auto& [place, value] : {std::pair(1, 3), {1, 0}, {20, 101}}) {
+        std::vector<uint8_t> mutant = bytes;
+        mutant[size_t(place)] = uint8_t(value);
+        EXPECT_EQ(bank::deserialise(mutant).error(), Error::Damaged) << place << " " << value;
+    }
 }
 
 TEST(EncryptedBank, OpensWithItsKeyAndHidesEverythingWithoutIt)

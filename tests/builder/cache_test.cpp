@@ -240,6 +240,20 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
     mustBuild(order);
 }
 
+TEST_F(Cache, IsNoPlaceToCutAnEntryDuringABuild)
+{
+    Order order =
+        orderOf({makeSound("long.wav", noise(2, 44100, 1'000'000)), makeSound("b.wav", noise(2, 44100, 999'999))});
+    order.format = TARNOK_FORMAT_VORBIS;
+    order.threads = 1;
+    RunningBuild outcome(order);
+    EXPECT_TRUE(outcome.waitFor(TARNOK_STATE_FINISHED));
+    fs::resize_file(filesBelow("cache/sounds").at(0), 10);
+    outcome.join();
+    EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+    EXPECT_TRUE(outcome.failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
+}
+
 TEST_F(Cache, IsNotNeededForABuild)
 {
     Order order = orderOf(makeSounds(6));
@@ -311,6 +325,9 @@ TEST_F(Cache, ForgetsTheOldestButNothingOfTheLastHour)
     const uint64_t most = bytes() / 2;
     for (int i = 0; i < 6; ++i)
         makeOlder(entries[size_t(i)], 7200 + i);
+    writeFile(pathOf("cache/limit"), "1 G");
+    mustBuild(orderOf({makeSound("one.flac", sine(1, 44100, 99), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
+    EXPECT_EQ(filesBelow("cache/sounds").size(), 9u) << "that is no number of bytes";
     writeFile(pathOf("cache/limit"), std::to_string(most));
     mustBuild(orderOf({makeSound("one more.flac", sine(1, 44100, 100), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
     EXPECT_LE(bytes(), most);

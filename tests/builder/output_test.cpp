@@ -1,15 +1,21 @@
 // The bank and its C header as files.
 #include "workshop.hpp"
 
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace test;
 using Output = Workshop;
 
 namespace {
+
+std::atomic<bool> diskFails = false;
 
 std::string outputOf(const std::string& command)
 {
@@ -19,6 +25,13 @@ std::string outputOf(const std::string& command)
 }
 
 } // namespace
+
+// In place of the system's: of what a disk couldn't take, the first who waits for it is told.
+extern "C" __attribute__((visibility("default"))) int sync_file_range(int, off64_t, off64_t, unsigned flags)
+{
+    errno = EIO;
+    return diskFails && (flags & SYNC_FILE_RANGE_WAIT_AFTER) ? -1 : 0;
+}
 
 TEST_F(Output, ReplacesTheFormerBankOnlyWhenTheNewOneIsComplete)
 {
@@ -30,6 +43,10 @@ TEST_F(Output, ReplacesTheFormerBankOnlyWhenTheNewOneIsComplete)
 
     order.sounds.push_back({pathOf("missing.wav")});
     EXPECT_EQ(build(order).result, TARNOK_ERR_FILE_NOT_FOUND);
+    order.sounds.back() = {makeSound("long.wav", noise(2, 44100, 1'300'000))};
+    diskFails = true;
+    EXPECT_TRUE(build(order).failed(TARNOK_ERR_FILE_OS, "the disk reported an error while writing bank.tnb"));
+    diskFails = false;
     EXPECT_EQ(readFile(order.output), former);
     EXPECT_EQ(readFile(pathOf("bank.h")), formerHeader);
 
@@ -112,6 +129,17 @@ TEST_F(Output, SweepsUpWhatKilledBuildsLeft)
         writeFile(pathOf(left), "half");
     const std::string another = pathOf(".another.h.4000000.1.tmp");
     writeFile(another, "half");
+    // Of a process that has our number on another machine, and writes them still.
+    std::vector<int> inUse;
+    for (int i = 0; i < 400; ++i) {
+        const std::string path = pathOf(".bank.tnb." + std::to_string(getpid()) + "." + std::to_string(i) + ".tmp");
+        inUse.push_back(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+        ASSERT_EQ(flock(inUse.back(), LOCK_EX), 0);
+    }
+    mustBuild(order);
+    EXPECT_EQ(leftovers().size(), 1 + inUse.size());
+    for (const int file : inUse)
+        close(file);
     mustBuild(order);
     EXPECT_EQ(leftovers(), std::vector{another});
     fs::remove(another);
