@@ -3,16 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QAbstractItemView>
-#include <QApplication>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QMenu>
-#include <QMessageBox>
-#include <QPointer>
-#include <QPushButton>
-#include <QTest>
-#include <QTimer>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <functional>
 
@@ -20,6 +12,18 @@
 #define ASSERT_SOON(condition) ASSERT_TRUE(QTest::qWaitFor([&] { return (condition); }, 60000)) << #condition
 
 namespace tests {
+
+// The first child of a kind whose property, of its class or a base of it, has a value.
+template <typename Child, typename Owner>
+Child* childWith(const QObject* parent, QString (Owner::*property)() const, const QString& value)
+{
+    for (Child* child : parent->findChildren<Child*>()) {
+        if ((child->*property)() == value)
+            return child;
+    }
+    ADD_FAILURE() << value.toStdString();
+    return nullptr;
+}
 
 // Hands every dialog or menu of its kind that opens, while it lives, to a function, and counts them.
 template <typename Widget>
@@ -33,63 +37,52 @@ public:
         mTimer.start(2);
     }
 
-    int count() const { return mCount; }
+    int count = 0;
 
 private:
     void look()
     {
         QWidget* open = QApplication::activePopupWidget();
-        if (!open)
-            open = QApplication::activeModalWidget();
-        auto* widget = qobject_cast<Widget*>(open);
+        auto* widget = qobject_cast<Widget*>(open ? open : QApplication::activeModalWidget());
         if (!widget || !widget->isVisible() || widget == mLast)
             return;
         mLast = widget;
-        ++mCount;
+        ++count;
         mAnswer(widget);
     }
 
     std::function<void(Widget*)> mAnswer;
     QPointer<QWidget> mLast;
-    int mCount = 0;
     QTimer mTimer;
 };
 
 // Presses a button of every message box, and keeps the last text.
-class MessageAnswer : public Answer<QMessageBox>
+struct MessageAnswer : Answer<QMessageBox>
 {
-public:
     explicit MessageAnswer(QMessageBox::StandardButton button)
         : Answer([this, button](QMessageBox* box) {
-            mTitle = box->windowTitle();
-            mText = box->text();
+            title = box->windowTitle();
+            text = box->text();
             QAbstractButton* answer = box->button(button);
-            ASSERT_TRUE(answer) << mText.toStdString();
+            ASSERT_TRUE(answer) << text.toStdString();
             answer->click();
         })
     { }
 
-    const QString& title() const { return mTitle; }
-    const QString& text() const { return mText; }
-
-private:
-    QString mTitle;
-    QString mText;
+    QString title;
+    QString text;
 };
 
 // Types a path into every file dialog and accepts; an empty path cancels.
-class FileAnswer : public Answer<QFileDialog>
+struct FileAnswer : Answer<QFileDialog>
 {
-public:
     explicit FileAnswer(const QString& path)
         : Answer([this, path](QFileDialog* dialog) {
-            mDirectory = dialog->directory().path();
-            mFilters = dialog->nameFilters();
-            mMode = dialog->acceptMode();
-            if (path.isEmpty()) {
-                dialog->reject();
-                return;
-            }
+            directory = dialog->directory().path();
+            filters = dialog->nameFilters();
+            mode = dialog->acceptMode();
+            if (path.isEmpty())
+                return dialog->reject();
             // What is selected in the list from the start would win over the text.
             dialog->findChild<QAbstractItemView*>("listView")->clearSelection();
             dialog->findChild<QLineEdit*>("fileNameEdit")->setText(path);
@@ -97,14 +90,9 @@ public:
         })
     { }
 
-    const QString& directory() const { return mDirectory; }
-    const QStringList& filters() const { return mFilters; }
-    QFileDialog::AcceptMode mode() const { return mMode; }
-
-private:
-    QString mDirectory;
-    QStringList mFilters;
-    QFileDialog::AcceptMode mMode = QFileDialog::AcceptOpen;
+    QString directory;
+    QStringList filters;
+    QFileDialog::AcceptMode mode = QFileDialog::AcceptOpen;
 };
 
 } // namespace tests

@@ -1,15 +1,7 @@
 #include "project_browser.hpp"
 
-#include "answers.hpp"
 #include "desktop_test.hpp"
 #include "workspace_model.hpp"
-
-#include <QDropEvent>
-#include <QHeaderView>
-#include <QMimeData>
-#include <QProgressDialog>
-#include <QScrollBar>
-#include <QSignalSpy>
 
 using namespace TARNOK;
 using namespace tests;
@@ -21,7 +13,7 @@ class ProjectBrowserTest : public DesktopTest
 protected:
     void open(const QString& project)
     {
-        mBank = makeProject(project);
+        mBank = makeBank(project);
         mBrowser = std::make_unique<ProjectBrowser>(nullptr);
         mBrowser->resize(600, 300);
         mBrowser->show();
@@ -38,10 +30,8 @@ protected:
     QModelIndex indexAt(const QString& place) const
     {
         QModelIndex index = mView->model()->index(0, 0);
-        if (place != "bank") {
-            for (const QString& row : place.split('.'))
-                index = mView->model()->index(row.toInt(), 0, index);
-        }
+        for (const QString& row : QString(place).remove("bank").split('.', Qt::SkipEmptyParts))
+            index = mView->model()->index(row.toInt(), 0, index);
         return index;
     }
 
@@ -72,12 +62,9 @@ protected:
         return {};
     }
 
-    std::unique_ptr<QMimeData> rows(const QString& places) const
+    std::unique_ptr<QMimeData> row(const QString& place) const
     {
-        QList<QModelIndex> indexes;
-        for (const QString& place : places.split(' '))
-            indexes.append(indexAt(place));
-        return std::unique_ptr<QMimeData>(mView->model()->mimeData(indexes));
+        return std::unique_ptr<QMimeData>(mView->model()->mimeData({indexAt(place)}));
     }
 
     SoundBank* mBank = nullptr;
@@ -91,15 +78,15 @@ TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsState
 {
     open("a b c+d e");
     mView->expand(indexAt("2"));
-    const std::tuple<const char*, int, bool, bool> cases[] = {
-        {"", 0, true, true},       {"0", 1, true, false},         {"0 1", 1, true, true},
-        {"0 2.1", 1, true, false}, {"bank 0 1", 1, false, false},
-    };
     QAction* remove = mBrowser->actions().at(1);
     QAction* interleave = mBrowser->actions().at(0);
     EXPECT_EQ(remove->shortcut(), QKeySequence(Qt::Key_Delete));
     EXPECT_EQ(interleave->shortcut(), QKeySequence("Ctrl+I"));
-    for (const auto& [selected, menus, canRemove, canInterleave] : cases) {
+    for (const auto& [selected, menus, canRemove, canInterleave] : {std::tuple("", 0, true, true),
+                                                                    {"0", 1, true, false},
+                                                                    {"0 1", 1, true, true},
+                                                                    {"0 2.1", 1, true, false},
+                                                                    {"bank 0 1", 1, false, false}}) {
         select(selected);
         Answer<QMenu> answer([&](QMenu* menu) {
             EXPECT_EQ(menu->actions(), QList<QAction*>({remove, interleave}));
@@ -107,7 +94,7 @@ TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsState
         });
         QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(5, 5), mBrowser->mapToGlobal(QPoint(5, 5)));
         QCoreApplication::sendEvent(mBrowser.get(), &event);
-        EXPECT_EQ(answer.count(), menus) << selected;
+        EXPECT_EQ(answer.count, menus) << selected;
         EXPECT_EQ(remove->isEnabled(), canRemove) << selected;
         EXPECT_EQ(interleave->isEnabled(), canInterleave) << selected;
     }
@@ -155,14 +142,12 @@ TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
 
     const QList<QUrl> mixed = {QUrl::fromLocalFile(makeSound("good.wav")),
                                QUrl::fromLocalFile(writeFile("bad.wav", "noise"))};
-    const QStringList lines = linesOf([&] { mBrowser->addFiles(mixed); }, Logger::OUTPUT_ERROR);
-    EXPECT_EQ(lines, QStringList("ERROR: invalid file: 'bad.wav'"));
+    EXPECT_EQ(linesOf([&] { mBrowser->addFiles(mixed); }, Logger::OUTPUT_ERROR),
+              QStringList("ERROR: invalid file: 'bad.wav'"));
     EXPECT_EQ(told(mBank), "a good");
     EXPECT_EQ(resets.size(), 1);
 
-    QList<QUrl> many;
-    for (int i = 0; i < 200; ++i)
-        many.append(QUrl::fromLocalFile(makeSound(QString("many%1.wav").arg(i))));
+    const QList<QUrl> many(200, mixed.first());
     int valueAtCancel = 0;
     Answer<QProgressDialog> cancel([&](QProgressDialog* dialog) {
         EXPECT_EQ(dialog->labelText(), "Analysing files");
@@ -172,7 +157,7 @@ TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
         dialog->findChild<QPushButton*>()->click();
     });
     mBrowser->addFiles(many);
-    EXPECT_EQ(cancel.count(), 1);
+    EXPECT_EQ(cancel.count, 1);
     EXPECT_LT(valueAtCancel, 190);
     EXPECT_EQ(mBank->size(), 2 + valueAtCancel + 2) << "the file in hand is still added";
     EXPECT_EQ(mView->model()->rowCount(indexAt("bank")), mBank->size());
@@ -184,10 +169,7 @@ TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
 
 TEST_F(ProjectBrowserTest, theViewSurvivesResets)
 {
-    QString many;
-    for (int i = 0; i < 100; ++i)
-        many += QString("a%1 ").arg(i);
-    open(many + "b+c d+e f+g");
+    open(QString("a ").repeated(100) + "b+c d+e f+g");
     mView->expand(indexAt("100"));
     mView->expand(indexAt("102"));
     mView->doItemsLayout();
@@ -219,7 +201,7 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     open("a b+c d");
     mView->expand(indexAt("1"));
     mView->doItemsLayout();
-    const auto data = rows("0");
+    const auto data = row("0");
     const QPoint empty(20, mView->viewport()->height() - 5);
     EXPECT_TRUE(drag<QDragEnterEvent>(empty, data.get()));
     EXPECT_TRUE(drag<QDragMoveEvent>(empty, data.get()));
@@ -244,7 +226,7 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     EXPECT_TRUE(mView->selectionModel()->selectedIndexes().isEmpty());
 
     // The row hovered last went with the reset of the drop.
-    const auto next = rows("0");
+    const auto next = row("0");
     drag<QDragEnterEvent>(empty, next.get());
     EXPECT_EQ(linesOf([&] { drag<QDropEvent>(empty, next.get()); }), QStringList("drop ignored"));
 

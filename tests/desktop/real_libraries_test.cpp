@@ -8,14 +8,6 @@
 #include "utility_classes.hpp"
 #include "workspace.hpp"
 
-#include <QAction>
-#include <QFileInfo>
-#include <QProgressBar>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTextEdit>
-
 #include <sndfile.h>
 
 using namespace TARNOK;
@@ -51,10 +43,7 @@ protected:
 
     void build(const QString& command)
     {
-        for (QAction* action : mWindow.findChildren<QAction*>()) {
-            if (action->text() == command)
-                action->trigger();
-        }
+        tests::childWith<QAction>(&mWindow, &QAction::text, command)->trigger();
         ASSERT_SOON(mWindow.findChild<FileIO*>()->progressBar()->isHidden());
     }
 

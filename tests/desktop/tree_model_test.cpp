@@ -2,9 +2,6 @@
 
 #include "desktop_test.hpp"
 
-#include <QMimeData>
-#include <QSignalSpy>
-
 using namespace TARNOK;
 using namespace tests;
 
@@ -32,16 +29,16 @@ const QString RATES = "ERROR: Could not interleave '%1': files have different sa
 
 TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
 {
-    SoundBank* bank = makeProject("a b+x");
+    SoundBank* bank = makeBank("a y+b+x");
     const QModelIndex root = mModel.index(0, 0);
     const QModelIndex leaf = mModel.index(0, 0, root);
     const QModelIndex merged = mModel.index(1, 0, root);
-    const QModelIndex file = mModel.index(1, 0, merged);
+    const QModelIndex file = mModel.index(2, 0, merged);
     EXPECT_EQ(mModel.rowCount(leaf), 0);
-    EXPECT_EQ(mModel.rowCount(merged), 2);
+    EXPECT_EQ(mModel.rowCount(merged), 3);
     EXPECT_EQ(mModel.parent(file), merged);
     EXPECT_EQ(mModel.parent(merged), root);
-    EXPECT_EQ(mModel.indexForItem(bank->at(1)->at(1)), file);
+    EXPECT_EQ(mModel.indexForItem(bank->at(1)->at(2)), file);
     EXPECT_DEATH((void)mModel.indexForItem(nullptr), "false");
 
     const auto texts = [&](const QModelIndex& index) {
@@ -59,8 +56,9 @@ TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
     EXPECT_EQ(mModel.headerData(8, Qt::Horizontal), QVariant(""));
     EXPECT_FALSE(mModel.headerData(0, Qt::Vertical).isValid());
     EXPECT_EQ(texts(root), QStringList({"out", "", "", "tnb", "", path("Bank"), "", ""}));
-    EXPECT_EQ(texts(merged), QStringList({"b", "44100", "16-bit PCM", "", "", "", "1000", "2"}));
-    EXPECT_EQ(texts(file).first(), "x");
+    EXPECT_EQ(texts(leaf), QStringList({"a", "44100", "16-bit PCM", "wav", "1", path("").chopped(1), "1000", "1"}));
+    EXPECT_EQ(texts(merged), QStringList({"y", "44100", "24-bit PCM", "", "3", "", "3000", "3"}));
+    EXPECT_EQ(texts(file), QStringList({"x", "48000", "16-bit PCM", "wav", "1", path("").chopped(1), "3000", "1"}));
 
     EXPECT_EQ(mModel.data(leaf.siblingAtColumn(4), Qt::TextAlignmentRole), QVariant(2));
     EXPECT_EQ(mModel.data(leaf, Qt::TextAlignmentRole), QVariant(1));
@@ -119,7 +117,7 @@ TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
         {"a+b c+d", "0 0.0 0.1", "1.0", "a+c+d"},
     };
     for (const Drop& drop : drops) {
-        SoundBank* bank = makeProject(drop.before);
+        SoundBank* bank = makeBank(drop.before);
         QSignalSpy resets(&mModel, SIGNAL(modelReset()));
         QList<AbstractItem*> items;
         for (const QString& place : QString(drop.dragged).split(' '))
@@ -136,7 +134,7 @@ TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
 
 TEST_F(TreeModelTest, aDropWithoutATargetIsIgnoredAndWrongKindsAbort)
 {
-    SoundBank* bank = makeProject("a b+c");
+    SoundBank* bank = makeBank("a b+c");
     QSignalSpy resets(&mModel, SIGNAL(modelAboutToBeReset()));
     EXPECT_EQ(linesOf([&] { mModel.moveItems(nullptr, {bank->at(0)}); }), QStringList("drop ignored"));
     EXPECT_TRUE(resets.isEmpty());
@@ -155,7 +153,7 @@ TEST_F(TreeModelTest, interleavingMergesTheLaterSoundsOfOneFileIntoTheFirst)
         {"w v a b", {0, 1, 2, 3}, "w+v+a b", CHANNELS.arg("b")},
     };
     for (const auto& [before, selected, after, line] : cases) {
-        SoundBank* bank = makeProject(before);
+        SoundBank* bank = makeBank(before);
         QList<Subsound*> subsounds;
         for (const int row : selected)
             subsounds.append(bank->at(row));
@@ -166,7 +164,7 @@ TEST_F(TreeModelTest, interleavingMergesTheLaterSoundsOfOneFileIntoTheFirst)
         bank->unload();
     }
 
-    SoundBank* bank = makeProject("a b+c");
+    SoundBank* bank = makeBank("a b+c");
     QList<Subsound*> several = *bank;
     EXPECT_DEATH(mModel.interleaveSubsounds(several), "index out of range");
     QList<Subsound*> twice = {bank->at(0), bank->at(0)};
@@ -175,7 +173,7 @@ TEST_F(TreeModelTest, interleavingMergesTheLaterSoundsOfOneFileIntoTheFirst)
 
 TEST_F(TreeModelTest, removingAFileLeavesALeafAndRemovingTheLastOneAborts)
 {
-    SoundBank* bank = makeProject("a b+c d+e f");
+    SoundBank* bank = makeBank("a b+c d+e f");
     QList<AbstractItem*> items = {bank->at(0), itemAt(bank, "1.0")};
     mModel.removeItems(items);
     EXPECT_EQ(told(bank), "c d+e f");
@@ -191,7 +189,7 @@ TEST_F(TreeModelTest, removingAFileLeavesALeafAndRemovingTheLastOneAborts)
 
 TEST_F(TreeModelTest, theProxyShowsEveryRowAndCarriesItsItemsAddress)
 {
-    SoundBank* bank = makeProject("a b+c d");
+    SoundBank* bank = makeBank("a b+c d");
     ProxyTreeModel proxy;
     proxy.setSourceModel(&mModel);
     const QModelIndex root = proxy.index(0, 0);

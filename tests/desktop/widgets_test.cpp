@@ -1,24 +1,13 @@
 #include "utility_widgets.hpp"
 
-#include "answers.hpp"
 #include "desktop_test.hpp"
-
-#include <QDoubleValidator>
-#include <QLabel>
-#include <QScrollBar>
-#include <QSignalSpy>
-#include <QSlider>
-#include <QTextBlock>
-#include <QTextEdit>
-#include <QVBoxLayout>
 
 using namespace TARNOK;
 using namespace tests;
 
 namespace {
 
-class WidgetsTest : public DesktopTest
-{ };
+using WidgetsTest = DesktopTest;
 
 QString textOf(const EnhancedSlider& slider)
 {
@@ -29,37 +18,6 @@ int positionOf(const EnhancedSlider& slider)
 {
     return slider.findChild<QSlider*>()->value();
 }
-
-// A window with a directory edit and another control to take the focus to.
-struct DirectoryForm : QWidget
-{
-    DirectoryForm()
-        : edit(new EnhancedDirectoryLineEdit(this))
-        , other(new QLineEdit)
-    {
-        auto* layout = new QVBoxLayout(this);
-        layout->addWidget(edit);
-        layout->addWidget(other);
-        resize(300, 100);
-        show();
-        activateWindow();
-        EXPECT_TRUE(QTest::qWaitForWindowActive(this));
-        other->setFocus();
-    }
-
-    DirectoryLineEdit* line() const { return edit->lineEdit(); }
-
-    void enter(const QString& path)
-    {
-        line()->setFocus();
-        line()->clear();
-        QTest::keyClicks(line(), path);
-        other->setFocus();
-    }
-
-    EnhancedDirectoryLineEdit* edit;
-    QLineEdit* other;
-};
 
 } // namespace
 
@@ -94,10 +52,8 @@ TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndCutsPositions)
     const EnhancedSlider bitrate(0, 320, 96, 99, 1);
     EXPECT_EQ(positionOf(bitrate), 29);
     EXPECT_EQ(textOf(bitrate), "96");
-    QStringList labels;
-    for (const QLabel* label : bitrate.findChildren<QLabel*>())
-        labels.append(label->text());
-    EXPECT_EQ(labels, QStringList({"0", "320"}));
+    EXPECT_EQ(bitrate.findChildren<QLabel*>().first()->text(), "0");
+    EXPECT_EQ(bitrate.findChildren<QLabel*>().last()->text(), "320");
 
     EnhancedSlider threads(1, 16, 4, 15, 0);
     for (int count = 1; count <= 16; ++count) {
@@ -179,82 +135,92 @@ TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
     EXPECT_TRUE(edit.text().contains(QChar(0x2026)));
     EXPECT_EQ(edit.path(), path("Bank"));
 
-    MessageAnswer refusal(QMessageBox::Cancel);
-    EXPECT_FALSE(edit.setPath(path("new"), false));
-    EXPECT_EQ(refusal.count(), 0);
-    EXPECT_FALSE(edit.setPath(path("no/parent"), true));
-    EXPECT_EQ(refusal.count(), 0);
-    EXPECT_FALSE(edit.setPath(path("new"), true));
-    EXPECT_EQ(refusal.count(), 1);
-    EXPECT_EQ(refusal.title(), "Tarnok Ex");
-    EXPECT_EQ(refusal.text(), "The directory 'new' does not exist, would you like it to be created?");
-    EXPECT_FALSE(edit.setPath(path("<b>"), true));
-    EXPECT_TRUE(refusal.text().contains("&lt;b&gt;")) << "a tag is part of the name";
+    {
+        MessageAnswer refusal(QMessageBox::Cancel);
+        EXPECT_FALSE(edit.setPath(path("new"), false));
+        EXPECT_FALSE(edit.setPath(path("no/parent"), true));
+        EXPECT_EQ(refusal.count, 0);
+        EXPECT_FALSE(edit.setPath(path("new"), true));
+        EXPECT_EQ(refusal.title, "Tarnok Ex");
+        EXPECT_EQ(refusal.text, "The directory 'new' does not exist, would you like it to be created?");
+        EXPECT_FALSE(edit.setPath(path("<b>"), true));
+        EXPECT_TRUE(refusal.text.contains("&lt;b&gt;")) << "a tag is part of the name";
+    }
     EXPECT_EQ(edit.path(), path("Bank"));
     EXPECT_EQ(changes.size(), 2);
-}
 
-TEST_F(WidgetsTest, aDirectoryEditCreatesADirectoryOrLogsThatItCould)
-{
-    DirectoryLineEdit edit(nullptr);
     MessageAnswer agreement(QMessageBox::Ok);
     EXPECT_TRUE(edit.setPath(path("new"), true));
     EXPECT_TRUE(QDir(path("new")).exists());
     EXPECT_EQ(edit.path(), path("new"));
     // Nobody, root included, makes a directory there.
-    bool settled = false;
-    const QStringList lines = linesOf([&] { settled = edit.setPath("/proc/new", true); });
-    EXPECT_TRUE(settled);
-    EXPECT_EQ(lines, QStringList("ERROR: unable to create directory 'new'"));
+    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(edit.setPath("/proc/new", true)); }),
+              QStringList("ERROR: unable to create directory 'new'"));
     EXPECT_EQ(edit.path(), path("new"));
-    EXPECT_EQ(agreement.count(), 2);
+    EXPECT_EQ(agreement.count, 2);
 }
 
 TEST_F(WidgetsTest, aDirectoryEditShowsTheWholePathWhileItIsEditedAndSettlesWhenItIsLeft)
 {
-    DirectoryForm form;
-    form.line()->setPath(path("Bank"), false);
-    const QString elided = form.line()->text();
-    form.line()->setFocus();
-    EXPECT_EQ(form.line()->text(), path("Bank"));
-    EXPECT_EQ(form.line()->cursorPosition(), path("Bank").size());
-    form.other->setFocus();
-    EXPECT_EQ(form.line()->text(), elided);
+    QWidget form;
+    auto* line = new DirectoryLineEdit(&form);
+    auto* other = new QLineEdit;
+    auto* layout = new QVBoxLayout(&form);
+    layout->addWidget(line);
+    layout->addWidget(other);
+    form.resize(300, 100);
+    form.show();
+    form.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
+    const auto enter = [&](const QString& path) {
+        line->setFocus();
+        line->clear();
+        QTest::keyClicks(line, path);
+        other->setFocus();
+    };
 
-    form.enter(path("Bank") + "/../Cache/");
-    EXPECT_EQ(form.line()->path(), path("Cache"));
+    line->setPath(path("Bank"), false);
+    other->setFocus();
+    const QString elided = line->text();
+    line->setFocus();
+    EXPECT_EQ(line->text(), path("Bank"));
+    EXPECT_EQ(line->cursorPosition(), path("Bank").size());
+    other->setFocus();
+    EXPECT_EQ(line->text(), elided);
 
-    form.enter(path("no/parent"));
-    EXPECT_EQ(form.line()->path(), path("Cache"));
-    EXPECT_EQ(form.line()->text(), path("no/parent")) << "what was typed stays in sight";
+    enter(path("Bank/../Cache/"));
+    EXPECT_EQ(line->path(), path("Cache"));
+
+    enter(path("no/parent"));
+    EXPECT_EQ(line->path(), path("Cache"));
+    EXPECT_EQ(line->text(), path("no/parent")) << "what was typed stays in sight";
 
     MessageAnswer refusal(QMessageBox::Cancel);
-    form.enter(path("refused"));
-    EXPECT_EQ(refusal.count(), 1);
-    EXPECT_EQ(form.line()->text(), path("refused"));
-    EXPECT_EQ(form.line()->path(), path("Cache"));
+    enter(path("refused"));
+    EXPECT_EQ(refusal.count, 1);
+    EXPECT_EQ(line->text(), path("refused"));
+    EXPECT_EQ(line->path(), path("Cache"));
 
-    form.line()->setFocus();
-    form.line()->setText(path("no/parent"));
-    QTest::keyClick(form.line(), Qt::Key_Return);
-    EXPECT_FALSE(form.line()->hasFocus()) << "there is nothing to complete";
+    line->setFocus();
+    line->setText(path("no/parent"));
+    QTest::keyClick(line, Qt::Key_Return);
+    EXPECT_FALSE(line->hasFocus()) << "there is nothing to complete";
 }
 
 TEST_F(WidgetsTest, aDirectoryIsBrowsedForFromWhereItStands)
 {
-    DirectoryForm form;
-    form.line()->setPath(path("Bank"), false);
-    QSignalSpy changes(form.edit, SIGNAL(pathChanged(QString)));
+    EnhancedDirectoryLineEdit edit(nullptr);
+    edit.lineEdit()->setPath(path("Bank"), false);
+    QSignalSpy changes(&edit, SIGNAL(pathChanged(QString)));
     {
         FileAnswer cancel("");
-        form.edit->findChild<QPushButton*>()->click();
-        EXPECT_EQ(cancel.count(), 1);
-        EXPECT_EQ(cancel.directory(), path("Bank"));
+        edit.findChild<QPushButton*>()->click();
+        EXPECT_EQ(cancel.directory, path("Bank"));
         EXPECT_TRUE(changes.isEmpty());
     }
     FileAnswer choice(path("Cache"));
-    form.edit->findChild<QPushButton*>()->click();
-    EXPECT_EQ(form.line()->path(), path("Cache"));
+    edit.findChild<QPushButton*>()->click();
+    EXPECT_EQ(edit.lineEdit()->path(), path("Cache"));
     EXPECT_EQ(changes.size(), 1);
 }
 

@@ -4,10 +4,9 @@
 #include "tarnok.h"
 
 #include <condition_variable>
-#include <deque>
+#include <functional>
+#include <list>
 #include <mutex>
-#include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -15,28 +14,9 @@ namespace fakes {
 
 struct InitCall
 {
-    TARNOK_TNBVERSION version;
     unsigned int flags;
     unsigned int threadCount;
     std::string cacheDirectory;
-};
-
-struct BuiltSubsound
-{
-    std::vector<std::string> files;
-    unsigned int overrideFlags;
-    unsigned int overrideQuality;
-    float desiredSampleRate;
-};
-
-struct BuildCall
-{
-    std::vector<BuiltSubsound> subsounds;
-    TARNOK_FORMAT format;
-    unsigned int buildFlags;
-    unsigned int quality;
-    std::optional<std::string> encryptionKey;
-    std::string outputFile;
 };
 
 // One report; text is the reason of a failure.
@@ -48,89 +28,54 @@ struct Report
     std::string text = {};
 };
 
-// The object behind the six functions. All functions may be used on any thread.
+// A report as the library hands it out.
+struct Item : TARNOK_PROGRESSITEM
+{
+    explicit Item(const Report& report);
+    Item(const Item&) = delete; // it points into itself
+    std::string failure; // a TARNOK_STATE_DATA_FAILED
+};
+
+struct State
+{
+    // The script of builds that start from now on.
+    TARNOK_RESULT initResult = TARNOK_OK;
+    TARNOK_RESULT releaseResult = TARNOK_OK;
+    TARNOK_RESULT buildResult = TARNOK_OK;
+    std::vector<Report> reports; // each build's, at its start
+    bool stall = false; // builds wait, after posting their reports, until it is false or a cancel comes
+
+    // The record since the last reset.
+    std::vector<InitCall> inits;
+    std::vector<std::string> builds; // told as text: the settings, then a line for each sound
+    size_t finished = 0; // builds
+    size_t releases = 0;
+    std::list<Item> held; // fetched and not released yet
+    bool misused = false; // an item was released twice or was none of ours, or calls came in a forbidden order
+
+    bool initialised = false;
+    bool running = false;
+    bool cancelled = false;
+    std::list<Item> posted;
+    std::list<Item> forgotten; // held at a reset; they may still be handed back
+};
+
+// The state behind the six functions, locked as long as this object lives. A cancelled build returns result 2.
 class ScriptedBuilder
 {
 public:
-    static ScriptedBuilder& instance();
+    ScriptedBuilder();
+    ~ScriptedBuilder();
+    State* operator->() const;
 
-    // Forgets calls and script. No build may be running.
+    // Forgets script and record. No build may be running.
     void reset();
 
-    // The script of builds that start from now on.
-    void setInitResult(TARNOK_RESULT result) { set(&State::initResult, result); }
-    void setReleaseResult(TARNOK_RESULT result) { set(&State::releaseResult, result); }
-    void setBuildResult(TARNOK_RESULT result) { set(&State::buildResult, result); }
-    void setReports(const std::vector<Report>& reports) { set(&State::reports, reports); } // each build's, at its start
-
-    // Builds wait, after posting their reports, until resume() or a cancel. A cancelled build returns result 2.
-    void stallBuilds() { set(&State::stall, true); }
-    void resume() { set(&State::stall, false); }
-
-    // Posts a report now.
-    void post(const Report& report);
-
-    // Blocks until so many builds have started, or finished, since reset().
-    void waitForStarted(size_t builds);
-    void waitForFinished(size_t builds);
-
-    // The record since reset().
-    std::vector<InitCall> inits() { return get(&State::inits); }
-    std::vector<BuildCall> builds() { return get(&State::builds); }
-    size_t releases() { return get(&State::releases); }
-    size_t cancels() { return get(&State::cancels); }
-    size_t itemsHeld() { return get(&State::held).size(); } // fetched and not released yet
-    // An item was released twice or was none of ours, or calls came in a forbidden order.
-    bool misused() { return get(&State::misused); }
-
-    // The library's side.
-    TARNOK_RESULT init(const InitCall& call);
-    TARNOK_RESULT release();
-    TARNOK_RESULT build(const BuildCall& call);
-    TARNOK_RESULT cancel();
-    const TARNOK_PROGRESSITEM* fetch();
-    void releaseItem(const TARNOK_PROGRESSITEM* item);
+    // Wakes whoever waits, and blocks until condition holds. The lock is given up meanwhile.
+    void waitUntil(const std::function<bool()>& condition);
 
 private:
-    struct State
-    {
-        TARNOK_RESULT initResult = TARNOK_OK;
-        TARNOK_RESULT releaseResult = TARNOK_OK;
-        TARNOK_RESULT buildResult = TARNOK_OK;
-        std::vector<Report> reports;
-        bool stall = false;
-        bool cancelled = false;
-        bool misused = false;
-        std::vector<InitCall> inits;
-        std::vector<BuildCall> builds;
-        size_t finished = 0;
-        size_t releases = 0;
-        size_t cancels = 0;
-        std::deque<const TARNOK_PROGRESSITEM*> posted;
-        std::set<const TARNOK_PROGRESSITEM*> held;
-    };
-
-    template <typename Value>
-    void set(Value State::*member, const Value& value)
-    {
-        const std::lock_guard lock(mMutex);
-        mState.*member = value;
-        mChanged.notify_all();
-    }
-
-    template <typename Value>
-    Value get(Value State::*member)
-    {
-        const std::lock_guard lock(mMutex);
-        return mState.*member;
-    }
-
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    State mState;
-    bool mInitialised = false;
-    bool mRunning = false;
-    std::set<const TARNOK_PROGRESSITEM*> mForgotten; // held when reset() came; they may still be handed back
+    std::unique_lock<std::recursive_mutex> mLock;
 };
 
 } // namespace fakes

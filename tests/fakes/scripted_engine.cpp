@@ -3,13 +3,10 @@
 // Any other file is of no known format. A suggested type that isn't the file's own is answered by "unknown format".
 #include "kess.hpp"
 
-#include <cstdio>
-#include <memory>
+#include <fstream>
+#include <string>
 
 namespace KESS {
-
-struct System::Impl
-{ };
 
 struct Sound::Impl
 {
@@ -17,15 +14,9 @@ struct Sound::Impl
     unsigned int milliseconds;
 };
 
-System::System()
-    : mImpl(nullptr)
-{ }
-
+System::System() = default;
 System::~System() = default;
-
-Sound::Sound()
-    : mImpl(new Impl{})
-{ }
+Sound::Sound() = default;
 
 Sound::~Sound()
 {
@@ -42,21 +33,22 @@ struct SoundAccess
     static KESS_RESULT open(const char* path, int suggestedType, Sound** sound)
     {
         *sound = nullptr;
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "r"), &std::fclose);
+        std::ifstream file(path);
         if (!file)
             return KESS_ERR_FILE_NOTFOUND;
-        Sound::Impl facts{};
-        const int fields = std::fscanf(file.get(), "sound %d %d %d %d %d %u", &facts.result, &facts.type, &facts.format,
-                                       &facts.channels, &facts.hertz, &facts.milliseconds);
-        if (fields != 6)
+        std::string word;
+        Sound::Impl facts;
+        file >> word >> facts.result >> facts.type >> facts.format >> facts.channels >> facts.hertz
+            >> facts.milliseconds;
+        if (word != "sound" || !file)
             return KESS_ERR_FORMAT;
-        if (facts.result == KESS_OK && suggestedType != 0 && suggestedType != facts.type)
+        if (facts.result != KESS_OK)
+            return static_cast<KESS_RESULT>(facts.result);
+        if (suggestedType != 0 && suggestedType != facts.type)
             return KESS_ERR_FORMAT;
-        if (facts.result == KESS_OK) {
-            *sound = new Sound;
-            *(*sound)->mImpl = facts;
-        }
-        return static_cast<KESS_RESULT>(facts.result);
+        *sound = new Sound;
+        (*sound)->mImpl = new Sound::Impl(facts);
+        return KESS_OK;
     }
 };
 
@@ -89,8 +81,7 @@ KESS_RESULT Sound::release()
 
 KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, int* channels, int*)
 {
-    if (type)
-        *type = static_cast<KESS_SOUND_TYPE>(mImpl->type);
+    *type = static_cast<KESS_SOUND_TYPE>(mImpl->type);
     if (format)
         *format = static_cast<KESS_SOUND_FORMAT>(mImpl->format);
     if (channels)

@@ -7,13 +7,11 @@
 
 namespace {
 
-class ApplicationEnvironment : public testing::Environment
+struct ApplicationEnvironment : testing::Environment
 {
-public:
     void SetUp() override { mApplication = std::make_unique<QApplication>(mCount, mArguments); }
     void TearDown() override { mApplication.reset(); }
 
-private:
     char mName[5] = "test";
     char* mArguments[2] = {mName, nullptr};
     int mCount = 1;

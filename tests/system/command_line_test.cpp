@@ -76,7 +76,7 @@ TEST_F(CommandLines, AreCutByTheFormOfTheArguments)
     for (const auto& [line, said] : {std::pair("-o a.tnb -o b.tnb", "ERROR: Destination specified twice"),
                                      {"a.wav b.wav", "ERROR: Couldn't parse 'b.wav', is it missing a '-'?"},
                                      {"-q 5 6", "ERROR: detected two consecutive args without a '-' ('5' and '6')"}})
-        EXPECT_EQ(priorityOf(said, [&] { parse(line); }), Logger::OUTPUT_ERROR);
+        EXPECT_LOG(ERROR, said, parse(line));
     EXPECT_EQ(linesOf([&] { parse("a.wav -o b.tnb -q 5"); }, Logger::OUTPUT_INFO), QStringList());
     EXPECT_EQ(linesOf([&] { parse("a.wav -o b.tnb -q 5"); }),
               (QStringList{"\nsource:", "  " + QDir::currentPath() + "/a.wav", "destination:\n  b.tnb",
@@ -89,21 +89,20 @@ TEST_F(CommandLines, CorrectNumbersAndKnowPriorities)
     EXPECT_EQ(linesOf([&] { EXPECT_TRUE(convertToInt("150", 0, 100, &value)); }),
               (QStringList{"150 is outside the bounds [0, 100]", "value changed to 100"}));
     EXPECT_EQ(value, 100);
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(convertToInt("-3", 1, 16, &value)); }, Logger::OUTPUT_WARNING),
-              QStringList("value changed to 1"));
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(convertToInt("-3", 1, 16, &value)); }, Logger::OUTPUT_ERROR), QStringList());
+    EXPECT_LOG(DEBUG, "-3 is outside the bounds [1, 16]", EXPECT_TRUE(convertToInt("-3", 1, 16, &value)));
+    EXPECT_LOG(WARNING, "value changed to 1", EXPECT_TRUE(convertToInt("-3", 1, 16, &value)));
     for (const char* text : {"many", "", "99999999999", "1.5"}) {
         value = 7;
-        EXPECT_EQ(linesOf([&] { EXPECT_FALSE(convertToInt(text, 0, 100, &value)); }, Logger::OUTPUT_ERROR),
-                  QStringList(QString("ERROR: could not convert '%1' to int").arg(text)));
+        EXPECT_LOG(ERROR, QString("ERROR: could not convert '%1' to int").arg(text),
+                   EXPECT_FALSE(convertToInt(text, 0, 100, &value)));
         EXPECT_EQ(value, 0);
     }
 
     Logger::OUTPUTPRIORITY priority = Logger::OUTPUT_DEBUG;
     EXPECT_TRUE(stringToVerbosity("WARNING", &priority));
     EXPECT_EQ(priority, Logger::OUTPUT_WARNING);
-    EXPECT_EQ(linesOf([&] { EXPECT_FALSE(stringToVerbosity("notice", &priority)); }, Logger::OUTPUT_ERROR),
-              QStringList("ERROR: unrecognised verbosity parameter 'notice'"));
+    EXPECT_LOG(ERROR, "ERROR: unrecognised verbosity parameter 'notice'",
+               EXPECT_FALSE(stringToVerbosity("notice", &priority)));
     EXPECT_EQ(priority, Logger::OUTPUT_WARNING);
 }
 
@@ -118,13 +117,13 @@ TEST_F(CommandLines, ChangeTheBankBySwitches)
                                             {"-no_guid", "GUID generation disabled", 256},
                                             {"-g", "GUID generation disabled", 256},
                                             {"-no_hf_filter", "XMA high frequency filtering disabled", 0}}) {
-        SoundBank* bank = makeBank(0);
-        EXPECT_EQ(priorityOf(said, [&] { EXPECT_TRUE(runSwitch(line, bank)); }), Logger::OUTPUT_INFO) << line;
+        SoundBank* bank = makeBank("");
+        EXPECT_LOG(INFO, said, EXPECT_TRUE(runSwitch(line, bank))) << line;
         EXPECT_EQ(bank->profile().buildFlags(), flags) << line;
         EXPECT_EQ(bank->profile().isDirty(), flags != 0) << line;
     }
 
-    SoundBank* bank = makeBank(0);
+    SoundBank* bank = makeBank("");
     bank->profile().setBuildFlag(TARNOK_BUILD_FILTERHIGHFREQ, true);
     EXPECT_EQ(linesOf([&] { EXPECT_TRUE(runSwitch("-x -f VORBIS -q 30 -quality 150 -e secret", bank)); },
                       Logger::OUTPUT_INFO),
@@ -140,7 +139,7 @@ TEST_F(CommandLines, ChangeTheBankBySwitches)
 
 TEST_F(CommandLines, ReportWhatASwitchRefused)
 {
-    SoundBank* bank = makeBank(0);
+    SoundBank* bank = makeBank("");
     EXPECT_FALSE(runSwitch("-no_seek y", bank));
     EXPECT_EQ(bank->profile().buildFlags(), 0u);
     for (const auto& [line, said, priority, accepted] :
@@ -157,16 +156,15 @@ TEST_F(CommandLines, ReportWhatASwitchRefused)
 
 TEST_F(CommandLines, SteerTheServicesBySwitches)
 {
-    SoundBank* bank = makeBank(0);
-    auto* system = Singleton<System>::instance();
+    SoundBank* bank = makeBank("");
     EXPECT_TRUE(runSwitch("-thread_count 99", bank));
-    EXPECT_EQ(system->getValue("ThreadCount"), 16);
+    EXPECT_EQ(settings()->getValue("ThreadCount"), 16);
 
     EXPECT_TRUE(runSwitch("x.wav -cache_dir ./fresh", bank));
-    EXPECT_EQ(system->getDir("Cache"), QDir::currentPath() + "/fresh");
+    EXPECT_EQ(settings()->getDir("Cache"), QDir::currentPath() + "/fresh");
     for (const char* refused : {"-cache_dir", "x.wav -cache_dir ./no/such"})
         EXPECT_FALSE(runSwitch(refused, bank)) << refused;
-    EXPECT_EQ(system->getDir("Cache"), QDir::currentPath() + "/fresh");
+    EXPECT_EQ(settings()->getDir("Cache"), QDir::currentPath() + "/fresh");
 
     for (int level = 0; level <= 6; ++level) {
         linesOf([&] {
@@ -190,24 +188,22 @@ TEST_F(CommandLines, SteerTheServicesBySwitches)
 
 TEST(SignalsDeath, AreHeldBackOnceUnlessTheyWereIgnored)
 {
-    EXPECT_EXIT(
-        {
-            std::signal(SIGHUP, SIG_IGN);
-            const StopSignals held;
-            std::raise(SIGHUP);
+    const auto raiseThree = [] {
+        std::signal(SIGHUP, SIG_IGN);
+        const StopSignals held;
+        for (const int signal : {SIGHUP, SIGTERM, SIGINT}) {
+            std::raise(signal);
             std::fprintf(stderr, "%d ", StopSignals::noted());
-            std::raise(SIGTERM);
-            std::fprintf(stderr, "%d ", StopSignals::noted());
-            std::raise(SIGINT);
-        },
-        testing::KilledBySignal(SIGINT), "^0 15 $");
-    EXPECT_EXIT(
-        {
-            StopSignals();
-            std::raise(SIGTERM);
-        },
-        testing::KilledBySignal(SIGTERM), "")
-        << "as it was before, when nothing has to be wound up any more";
+        }
+    };
+    EXPECT_EXIT(raiseThree(), testing::KilledBySignal(SIGINT), "^0 15 $");
+
+    // As it was before, when nothing has to be wound up any more.
+    const auto raiseUnheld = [] {
+        StopSignals();
+        std::raise(SIGTERM);
+    };
+    EXPECT_EXIT(raiseUnheld(), testing::KilledBySignal(SIGTERM), "");
 }
 
 } // namespace

@@ -5,16 +5,15 @@ using namespace TARNOK;
 
 namespace {
 
-class ItemTree : public tests::SystemTest
-{ };
+using ItemTree = tests::SystemTest;
 
 TEST_F(ItemTree, TracksDirtinessOfEachObjectAlone)
 {
-    SoundBank* bank = makeBank(2);
+    SoundBank* bank = makeBank("a b");
     EXPECT_FALSE(bank->isDirty());
     EXPECT_FALSE(bank->isModified());
 
-    bank->at(1)->first()->setFile(QFile(path("sound0.wav")), 1, 1, 1, KESS_SOUND_FORMAT_PCM8);
+    bank->at(1)->first()->setFile(QFile(path("a.wav")), 1, 1, 1, KESS_SOUND_FORMAT_PCM8);
     EXPECT_TRUE(bank->isDirty());
     EXPECT_FALSE(bank->at(0)->isDirty());
     EXPECT_TRUE(bank->at(1)->first()->isDirty());
@@ -34,7 +33,7 @@ TEST_F(ItemTree, TracksDirtinessOfEachObjectAlone)
 
 TEST_F(ItemTree, MovesRowsCountingAfterTheRemoval)
 {
-    SoundBank* bank = makeBank(3);
+    SoundBank* bank = makeBank("a b c");
     const QList<Subsound*> before = *bank;
 
     ASSERT_TRUE(before[2]->reparent(bank, 0));
@@ -50,28 +49,9 @@ TEST_F(ItemTree, MovesRowsCountingAfterTheRemoval)
     EXPECT_EQ(other->rowOf(before[0]), 0);
 }
 
-TEST_F(ItemTree, ShowsARowByColumnsAndTheFilesOnlyOfAnInterleavedSubsound)
-{
-    writeFile("dir/Kick.Drum.WAV", QByteArray("sound 0 15 3 2 48000 1234\n").leftJustified(1536, ' '));
-    SoundBank* bank = workspace()->createSoundBank();
-    Subsound* subsound = bank->addSubsound("dir/Kick.Drum.WAV");
-    ASSERT_TRUE(subsound);
-
-    const QList<QVariant> expected = {
-        QString("Kick.Drum"), 48000, QString("24-bit PCM"), QString("wav"), 2.0f, QString("dir"), 1234, 2};
-    for (int column = 0; column < expected.size(); ++column)
-        EXPECT_EQ(subsound->data(column), expected[column]) << column;
-    EXPECT_EQ(bank->data(6), QString()) << "of a bank only what it has";
-
-    EXPECT_EQ(subsound->child(0), nullptr);
-    subsound->addFile(makeSound("second.wav", {.hertz = 48000}));
-    EXPECT_EQ(subsound->child(1), subsound->at(1));
-    EXPECT_EQ(subsound->child(2), nullptr);
-}
-
 TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
 {
-    makeBank(2);
+    makeBank("a b");
     const QStringList traces = linesOf([&] { workspace()->first()->unload(); });
     EXPECT_EQ(traces,
               (QStringList{"bank -1 destructed", "subsound 0 destructed", "source file 0 destructed",
@@ -80,7 +60,7 @@ TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
 
 TEST_F(ItemTree, AbortsOnBrokenPreconditions)
 {
-    SoundBank* bank = makeBank(2);
+    SoundBank* bank = makeBank("a b");
     Subsound* subsound = bank->first();
     EXPECT_DEATH((void)bank->data(8), "ASSERT");
     EXPECT_DEATH((void)bank->data(-1), "ASSERT");
@@ -94,22 +74,6 @@ TEST_F(ItemTree, AbortsOnBrokenPreconditions)
     EXPECT_DEATH(bank->child(-1), "ASSERT");
     Subsound stranger(nullptr);
     EXPECT_DEATH(bank->deleteItem(&stranger), "num == 1");
-}
-
-TEST(Vocabulary, TurnsFormatsAndBuildFlagsIntoWordsAndBack)
-{
-    bool ok = false;
-    for (int format = TARNOK_FORMAT_PCM; format <= TARNOK_FORMAT_OPUS; ++format) {
-        const QString word = formatToString(TARNOK_FORMAT(format));
-        EXPECT_EQ(stringToFormat(word, &ok), format);
-        EXPECT_TRUE(ok);
-        EXPECT_EQ(stringToFormat(word.toUpper(), nullptr), format);
-        EXPECT_EQ(getFormatType(TARNOK_FORMAT(format)), word == "PCM" || word == "KADPCM" ? 1 : 2);
-    }
-    EXPECT_EQ(stringToFormat("flac", &ok), 0);
-    EXPECT_FALSE(ok);
-    for (const unsigned int flag : {1u, 2u, 4u, 8u, 16u, 128u, 512u})
-        EXPECT_EQ(stringToBuildFlag(buildFlagToString(flag)), flag);
 }
 
 TEST(Vocabulary, AbortsOutsideItsTables)

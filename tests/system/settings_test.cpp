@@ -1,8 +1,5 @@
 #include "system_test.hpp"
 
-#include <QSettings>
-#include <QStandardPaths>
-
 using namespace TARNOK;
 
 namespace {
@@ -10,12 +7,6 @@ namespace {
 class Settings : public tests::SystemTest
 {
 protected:
-    void SetUp() override
-    {
-        SystemTest::SetUp();
-        store().clear();
-    }
-
     void TearDown() override { store().clear(); }
 
     static QSettings store() { return QSettings("KESS", "KESS SoundBank Generator"); }
@@ -33,7 +24,6 @@ TEST_F(Settings, PreferTheTableThenTheStoreThenTheDefault)
     EXPECT_EQ(system.getValue("ThreadCount"), 6);
 
     system.setValue("ThreadCount", 8);
-    EXPECT_EQ(system.getValue("ThreadCount"), 8);
     EXPECT_EQ(System().getValue("ThreadCount"), 6) << "nothing reaches the store before it is finalized";
     system.finalizeSettings();
     EXPECT_EQ(System().getValue("ThreadCount"), 8);

@@ -11,24 +11,21 @@
 
 #include <gtest/gtest.h>
 
-#include <QByteArray>
-#include <QDir>
-#include <QFile>
-#include <QStringList>
-#include <QTemporaryDir>
+#include <QtCore>
 
+#include <concepts>
 #include <functional>
 #include <ostream>
 
-inline void PrintTo(const QString& text, std::ostream* stream)
+template <typename Text>
+requires std::same_as<Text, QString> || std::same_as<Text, QStringList>
+void PrintTo(const Text& text, std::ostream* stream)
 {
-    *stream << '"' << text.toStdString() << '"';
+    *stream << QDebug::toString(text).toStdString();
 }
 
-inline void PrintTo(const QStringList& list, std::ostream* stream)
-{
-    *stream << '[' << list.join(" | ").toStdString() << ']';
-}
+// A statement, which is run several times, logs a line at a priority.
+#define EXPECT_LOG(priority, line, statement) EXPECT_EQ(priorityOf(line, [&] { statement; }), Logger::OUTPUT_##priority)
 
 namespace tests {
 
@@ -64,7 +61,13 @@ protected:
     static Logger* logger() { return TARNOK::Singleton<Logger>::instance(); }
     static TARNOK::Workspace* workspace() { return TARNOK::Singleton<TARNOK::Workspace>::instance(); }
     static TARNOK::BuildSystem* buildSystem() { return TARNOK::Singleton<TARNOK::BuildSystem>::instance(); }
-    static fakes::ScriptedBuilder& builder() { return fakes::ScriptedBuilder::instance(); }
+    static TARNOK::System* settings() { return TARNOK::Singleton<TARNOK::System>::instance(); }
+    static fakes::ScriptedBuilder builder() { return {}; }
+
+    static void waitForBuilds(size_t started)
+    {
+        builder().waitUntil([&] { return builder()->builds.size() >= started; });
+    }
 
     QString path(const QString& name) const { return mFolder.path() + "/" + name; }
 
@@ -84,24 +87,46 @@ protected:
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
+    // A file of one kilobyte.
     QString makeSound(const QString& name, const Sound& sound = {}) const
     {
-        return writeFile(name,
-                         QString::asprintf("sound %d %d %d %d %d %d\n", sound.result, sound.type, sound.format,
-                                           sound.channels, sound.hertz, sound.milliseconds)
-                             .toUtf8());
+        const QString told = QString::asprintf("sound %d %d %d %d %d %d\n", sound.result, sound.type, sound.format,
+                                               sound.channels, sound.hertz, sound.milliseconds);
+        return writeFile(name, told.toUtf8().leftJustified(1024));
     }
 
-    // A bank of so many mono sounds, clean, that writes to out.tnb.
-    TARNOK::SoundBank* makeBank(int sounds)
+    // A clean bank told as its subsounds, with "+" between interleaved files: "a b+c". A file's first letter says what
+    // it is: 'x' has another rate and is longer, 'y' another sample format, 'w' eight channels, 'v' seven; all others
+    // are alike.
+    TARNOK::SoundBank* makeBank(const QString& told = "a")
     {
+        static const QMap<char, Sound> KINDS = {{'x', {.hertz = 48000, .milliseconds = 3000}},
+                                                {'y', {.format = KESS_SOUND_FORMAT_PCM24}},
+                                                {'w', {.channels = 8}},
+                                                {'v', {.channels = 7}}};
         TARNOK::SoundBank* bank = workspace()->createSoundBank();
-        for (int i = 0; i < sounds; ++i)
-            bank->addSubsound(makeSound(QString("sound%1.wav").arg(i)));
-        bank->setOutputFilePath(path("out.tnb"));
+        for (const QString& sound : told.split(' ', Qt::SkipEmptyParts)) {
+            TARNOK::Subsound* subsound = bank->newItem();
+            for (const QString& file : sound.split('+'))
+                subsound->addFile(makeSound(file + ".wav", KINDS.value(file.at(0).toLatin1())));
+        }
+        bank->setOutputFilePath(path("Bank/out.tnb"));
         bank->makeClean();
         bank->profile().makeClean();
         return bank;
+    }
+
+    // The same text for a bank as it stands; a subsound without files is "-".
+    static QString told(const TARNOK::SoundBank* bank)
+    {
+        QStringList sounds;
+        for (const TARNOK::Subsound* subsound : *bank) {
+            QStringList files;
+            for (const TARNOK::SourceFile* file : *subsound)
+                files.append(file->fileName());
+            sounds.append(files.isEmpty() ? "-" : files.join('+'));
+        }
+        return sounds.join(' ');
     }
 
     // The lines that action logs at the given threshold.
