@@ -398,12 +398,28 @@ TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
     EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));
 }
 
-TEST_F(MainWindowTest, aProjectMayBeClosedWhileItsDirectoryIsEdited)
+TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
 {
     start();
+    addSound("a.wav");
     auto* directory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
-    directory->setFocus();
-    ASSERT_TRUE(directory->hasFocus());
+    const auto type = [&](const char* name) {
+        mWindow->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(mWindow.get()));
+        directory->setFocus();
+        directory->setText(path(name));
+    };
+    trigger("&Save", path("game"));
+    type("Cache");
+    trigger("&Save");
+    EXPECT_EQ(bank()->fileLocation(), path("Cache"));
+    type("Profile");
+    trigger("&Build");
+    EXPECT_EQ(bank()->fileLocation(), path("Profile"));
+    ASSERT_SOON(fileIO()->progressBar()->isHidden());
+
+    trigger("&Save");
+    type("Cache");
     EXPECT_TRUE(mWindow->projectNew());
     EXPECT_EQ(bank()->fileLocation(), path("Bank"));
 }

@@ -48,6 +48,7 @@ TEST_F(SettingsDialogTest, okWritesTheControlsToTheSettingsAndToTheStore)
         threads->clear();
         QTest::keyClicks(threads, "99");
         dialog.findChild<QCheckBox*>()->click();
+        EXPECT_TRUE(childWith<QPushButton>(&dialog, &QPushButton::text, "OK")->isDefault()) << "what Return presses";
     });
     EXPECT_EQ(stored("Directories/Cache"), path("other"));
     EXPECT_EQ(stored("Directories/Bank"), path("Bank"));

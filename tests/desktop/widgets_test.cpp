@@ -201,7 +201,18 @@ TEST_F(WidgetsTest, aDirectoryEditShowsTheWholePathWhileItIsEditedAndSettlesWhen
     EXPECT_EQ(line->text(), path("refused"));
     EXPECT_EQ(line->path(), path("Cache"));
 
+    // What is told while somebody types there.
+    form.activateWindow(); // again, after the question
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
     line->setFocus();
+    line->setText("typed");
+    form.resize(200, 100);
+    line->elideText();
+    EXPECT_TRUE(line->setPath(path("Cache"), false));
+    EXPECT_EQ(line->text(), "typed") << "it is the same as before";
+    EXPECT_TRUE(line->setPath(path("Bank"), false));
+    EXPECT_EQ(line->text(), path("Bank"));
+
     line->setText(path("no/parent"));
     QTest::keyClick(line, Qt::Key_Return);
     EXPECT_FALSE(line->hasFocus()) << "there is nothing to complete";
