@@ -50,7 +50,7 @@ std::vector<EncodedSound> soundsOf(Codec codec)
     std::vector<EncodedSound> sounds;
     const uint32_t rate = codec == Codec::Opus ? 48'000 : 44'100;
     for (const int channels : {1, 2}) {
-        MemorySound sound = MemorySound::ofFloats(channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f));
+        MemorySound sound(channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f));
         sound.setLoop(bank::Loop{500, 2'900});
         sounds.push_back(encode(codec, sound, 30, "sound " + std::to_string(channels)));
         sounds.back().sound.syncPoints = {{10, "first"}, {2'999, "last"}};

@@ -32,8 +32,8 @@ test::SoundPointer openedBank(const EncodedSound& sound)
 
 MemorySound music(Codec codec, size_t frames, int channels, uint32_t rate = 44'100)
 {
-    return MemorySound::ofFloats(channels, tarnok::encodingRate(codec, rate),
-                                 tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
+    return MemorySound(channels, tarnok::encodingRate(codec, rate),
+                       tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
 }
 
 } // namespace
@@ -103,7 +103,7 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
             std::vector<float> frames = tones(kFrames, channels, {0.0031, 0.0178}, 0.4f);
             for (size_t i = 0; i < frames.size(); ++i)
                 frames[i] += noise.sample() * (i / 9'000 % 3 == 0 ? 0.3f : 0.01f);
-            MemorySound sound = MemorySound::ofFloats(channels, tarnok::encodingRate(codec, 44'100), frames);
+            MemorySound sound(channels, tarnok::encodingRate(codec, 44'100), frames);
             sound.setLoop(bank::Loop{20'011, 100'000});
             const test::SoundPointer opened = openedBank(encode(codec, sound));
             const std::vector<float> straight = readFloats(*opened, kFrames);
@@ -147,8 +147,8 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
                 if (codec == Codec::Kadpcm && frames < 500 && loop.start > 0)
                     continue;
                 // A hundred frames are a period of all tones, so that the source itself has no seam.
-                MemorySound sound = MemorySound::ofFloats(channelCount, tarnok::encodingRate(codec, 44'100),
-                                                          tones(frames, channelCount, {0.01, 0.04}, 0.5f));
+                MemorySound sound(channelCount, tarnok::encodingRate(codec, 44'100),
+                                  tones(frames, channelCount, {0.01, 0.04}, 0.5f));
                 sound.setLoop(loop);
                 const test::SoundPointer opened = openedBank(encode(codec, sound, quality));
                 const std::vector<float> plain = sound.floats();
@@ -228,7 +228,7 @@ TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
             Noise noise;
             std::vector<float> frames(100'000);
             std::ranges::generate(frames, [&] { return noise.sample() * 0.3f; });
-            MemorySound sound = MemorySound::ofFloats(2, tarnok::encodingRate(codec, 44'100), frames);
+            MemorySound sound(2, tarnok::encodingRate(codec, 44'100), frames);
             const size_t size = encode(codec, sound, quality).data.size();
             EXPECT_GT(size, last) << "quality " << quality;
             last = size;
@@ -239,18 +239,18 @@ TEST(Encoders, MapQualityMonotonicallyWithTheMiddleAtTheUsualSetting)
 TEST(VorbisEncoder, SharesItsSetupBetweenSounds)
 {
     MemorySound first = music(Codec::Vorbis, 3'000, 2);
-    MemorySound second = MemorySound::ofFloats(2, 44'100, tones(5'000, 2, {0.02}, 0.3f));
+    MemorySound second(2, 44'100, tones(5'000, 2, {0.02}, 0.3f));
     EXPECT_EQ(encode(Codec::Vorbis, first).sound.setup, encode(Codec::Vorbis, second).sound.setup);
 }
 
 TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
 {
-    MemorySound silence = MemorySound::ofFloats(1, 44'100, std::vector<float>(5'000, 0.0f));
+    MemorySound silence(1, 44'100, std::vector<float>(5'000, 0.0f));
     const test::SoundPointer quiet = openedBank(encode(Codec::Kadpcm, silence));
     EXPECT_EQ(readFloats(*quiet, 5'000), silence.floats());
 
     // A tone of a third of the least significant bit is lost without dither.
-    MemorySound faint = MemorySound::ofFloats(1, 44'100, tones(40'000, 1, {0.01}, 0.33f / 32'768));
+    MemorySound faint(1, 44'100, tones(40'000, 1, {0.01}, 0.33f / 32'768));
     const test::SoundPointer opened = openedBank(encode(Codec::Kadpcm, faint));
     const std::vector<float> got = readFloats(*opened, 40'000);
     const std::vector<float> wanted = faint.floats();

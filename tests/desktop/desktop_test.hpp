@@ -13,7 +13,7 @@ protected:
     void SetUp() override
     {
         SystemTest::SetUp();
-        QSettings(TARNOK::COMPANY_NAME, TARNOK::APP_NAME).clear();
+        QSettings(COMPANY_NAME, APP_NAME).clear();
         for (const char* name : {"Bank", "Cache", "Profile", "ListFile", "Source"}) {
             QDir().mkpath(path(name));
             settings()->setDir(name, path(name));
@@ -21,11 +21,11 @@ protected:
     }
 
     // An item by its place: "bank", "1" for a subsound, "1.0" for one of its files.
-    static TARNOK::AbstractItem* itemAt(TARNOK::SoundBank* bank, const QString& place)
+    static AbstractItem* itemAt(SoundBank* bank, const QString& place)
     {
         if (place == "bank")
             return bank;
-        TARNOK::Subsound* subsound = bank->at(place.section('.', 0, 0).toInt());
+        Subsound* subsound = bank->at(place.section('.', 0, 0).toInt());
         if (!place.contains('.'))
             return subsound;
         return subsound->at(place.section('.', 1, 1).toInt());

@@ -27,7 +27,6 @@ protected:
 
     void TearDown() override { bank()->unload(); }
 
-    static Workspace* workspace() { return Singleton<Workspace>::instance(); }
     SoundBank* bank() const { return workspace()->first(); }
     QString path(const QString& name) const { return mFolder.path() + "/" + name; }
 

@@ -18,7 +18,7 @@ void writeBank(const std::string& path, bank::Codec codec, int sounds, std::stri
     std::vector<bank_test::EncodedSound> encoded;
     for (int i = 0; i < sounds; ++i) {
         const Signal tone = sine(1 + i % 2, 48000, 4000 + 1000 * size_t(i));
-        auto sound = bank_test::MemorySound::ofFloats(tone.channels, 48000, tone.samples);
+        bank_test::MemorySound sound(tone.channels, 48000, tone.samples);
         encoded.push_back(bank_test::encode(codec, sound, 50, "sound " + std::to_string(i)));
     }
     writeFile(path, bank_test::makeBank(encoded, {}, key));
@@ -119,7 +119,7 @@ TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
             SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
-            auto source = bank_test::MemorySound::ofFloats(2, 48000, noise(2, 48000, 25'000).samples);
+            bank_test::MemorySound source(2, 48000, noise(2, 48000, 25'000).samples);
             source.setLoop(bank::Loop{kStart, kStart + length});
             writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
             const SoundPointer sound = engine().open("loop");

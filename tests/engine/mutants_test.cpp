@@ -42,7 +42,7 @@ TEST(DamagedFiles, GiveOnlyTheResultsThatStandForAFilesFault)
     addWavTags("tagged.wav", {{{10, 2000}}, {{5, "a"}, {900, "name"}}});
     originals.push_back(readFile("tagged.wav"));
     for (const std::string_view key : {"", "key"}) {
-        auto sound = bank_test::MemorySound::ofFloats(2, 48000, tones(3000, 2, {0.01}, 0.5f));
+        bank_test::MemorySound sound(2, 48000, tones(3000, 2, {0.01}, 0.5f));
         originals.push_back(bank_test::makeBank({bank_test::encode(bank::Codec::Vorbis, sound)}, {}, key));
     }
     for (const char* stub : {"MThd", "IMPM", "Extended Module: ", "#EXTM3U\n", "[playlist]\n", "RIFF\x10\1\1\1RMID"}) {

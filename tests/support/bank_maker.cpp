@@ -5,41 +5,15 @@
 namespace bank_test {
 
 using bank::Error;
-using bank::SampleFormat;
 
-namespace {
-
-float floatAt(const uint8_t* place, SampleFormat format)
+MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples)
+    : mSamples(std::move(samples))
 {
-    if (format == SampleFormat::Float)
-        return bank::loadLittle<float>(place);
-    // Whatever its size, a whole number's highest byte becomes that of the 32 bits.
-    std::array<uint8_t, 4> number{};
-    std::copy_n(place, bank::bytesPerSample(format), number.end() - bank::bytesPerSample(format));
-    return float(bank::loadLittle<int32_t>(number.data())) * 0x1p-31f;
-}
-
-} // namespace
-
-MemorySound MemorySound::ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames)
-{
-    tarnok::PreparedFacts facts;
-    facts.channels = channels;
-    facts.sampleRate = sampleRate;
-    facts.sampleFormat = SampleFormat::Float;
-    facts.sampleCount = frames.size() / size_t(channels);
-    facts.loop = bank::Loop{0, facts.sampleCount};
-    std::vector<uint8_t> samples(frames.size() * sizeof(float));
-    std::memcpy(samples.data(), frames.data(), samples.size());
-    return {facts, std::move(samples)};
-}
-
-std::vector<float> MemorySound::floats()
-{
-    std::vector<float> frames(mFacts.sampleCount * size_t(mFacts.channels));
-    (void)seek(0);
-    (void)readFloat(frames.data(), mFacts.sampleCount);
-    return frames;
+    mFacts.channels = channels;
+    mFacts.sampleRate = sampleRate;
+    mFacts.sampleFormat = bank::SampleFormat::Float;
+    mFacts.sampleCount = mSamples.size() / size_t(channels);
+    mFacts.loop = bank::Loop{0, mFacts.sampleCount};
 }
 
 Error MemorySound::seek(int64_t position)
@@ -52,22 +26,11 @@ Error MemorySound::seek(int64_t position)
 
 Error MemorySound::readFloat(float* frames, size_t count)
 {
-    const size_t sampleBytes = bank::bytesPerSample(mFacts.sampleFormat);
-    std::vector<uint8_t> samples(count * size_t(mFacts.channels) * sampleBytes);
-    (void)readSamples(samples.data(), count);
-    for (size_t at = 0; at < samples.size(); at += sampleBytes)
-        *frames++ = floatAt(&samples[at], mFacts.sampleFormat);
-    return Error::None;
-}
-
-Error MemorySound::readSamples(void* frames, size_t count)
-{
-    const size_t frameBytes = bank::bytesPerSample(mFacts.sampleFormat) * size_t(mFacts.channels);
-    auto* place = static_cast<uint8_t*>(frames);
-    std::fill_n(place, count * frameBytes, uint8_t{0}); // silence, where there is no frame
-    for (size_t i = 0; i < count; ++i, ++mPosition, place += frameBytes) {
+    const auto channels = size_t(mFacts.channels);
+    std::fill_n(frames, count * channels, 0.0f); // silence, where there is no frame
+    for (size_t i = 0; i < count; ++i, ++mPosition, frames += channels) {
         if (const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts))
-            std::memcpy(place, mSamples.data() + *frame * frameBytes, frameBytes);
+            std::copy_n(mSamples.data() + *frame * channels, channels, frames);
     }
     return Error::None;
 }

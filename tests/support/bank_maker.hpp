@@ -14,30 +14,27 @@ namespace bank_test {
 
 using test::tones;
 
-// A sound in memory that wraps at its loop as encoders expect. samples are interleaved in facts.sampleFormat.
+// A sound of interleaved floats in memory that wraps at its loop as encoders expect; the loop is the whole sound unless
+// another is set.
 class MemorySound final : public tarnok::PreparedSound
 {
 public:
-    MemorySound(const tarnok::PreparedFacts& facts, std::vector<uint8_t> samples)
-        : mFacts(facts)
-        , mSamples(std::move(samples))
-    { }
-
-    // A float sound of frames.size() / channels frames, looping whole unless told otherwise.
-    static MemorySound ofFloats(int channels, uint32_t sampleRate, const std::vector<float>& frames);
+    MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples);
 
     [[nodiscard]] const tarnok::PreparedFacts& facts() const override { return mFacts; }
-    [[nodiscard]] const std::vector<uint8_t>& samples() const { return mSamples; }
-    [[nodiscard]] std::vector<float> floats(); // of the whole sound, interleaved
+    [[nodiscard]] const std::vector<float>& floats() const { return mSamples; }
     void setLoop(std::optional<bank::Loop> loop) { mFacts.loop = loop; }
 
     bank::Error seek(int64_t position) override;
     bank::Error readFloat(float* frames, size_t count) override;
-    bank::Error readSamples(void* frames, size_t count) override;
+    bank::Error readSamples(void* frames, size_t count) override
+    {
+        return readFloat(static_cast<float*>(frames), count);
+    }
 
 private:
     tarnok::PreparedFacts mFacts;
-    std::vector<uint8_t> mSamples;
+    std::vector<float> mSamples;
     int64_t mPosition = 0;
 };
 

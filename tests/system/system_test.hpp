@@ -29,6 +29,8 @@ void PrintTo(const Text& text, std::ostream* stream)
 
 namespace tests {
 
+using namespace TARNOK;
+
 // What the scripted engine is to find in a file.
 struct Sound
 {
@@ -43,25 +45,19 @@ struct Sound
 class SystemTest : public testing::Test
 {
 protected:
-    using Logger = TARNOK::Logger;
-
     void SetUp() override
     {
         ASSERT_TRUE(mFolder.isValid());
         QDir::setCurrent(mFolder.path());
-        for (TARNOK::SoundBank* bank : QList<TARNOK::SoundBank*>(*workspace()))
+        for (SoundBank* bank : QList<SoundBank*>(*workspace()))
             bank->unload();
         logger()->setVerbosity(Logger::OUTPUT_INFO);
         logger()->ungag();
         ASSERT_TRUE(logger()->setPrintToFile(path("test.log"), false));
-        TARNOK::Singleton<TARNOK::SoundFileValidator>::instance()->setAllowTnbFiles(false);
+        Singleton<SoundFileValidator>::instance()->setAllowTnbFiles(false);
         builder().reset();
     }
 
-    static Logger* logger() { return TARNOK::Singleton<Logger>::instance(); }
-    static TARNOK::Workspace* workspace() { return TARNOK::Singleton<TARNOK::Workspace>::instance(); }
-    static TARNOK::BuildSystem* buildSystem() { return TARNOK::Singleton<TARNOK::BuildSystem>::instance(); }
-    static TARNOK::System* settings() { return TARNOK::Singleton<TARNOK::System>::instance(); }
     static fakes::ScriptedBuilder builder() { return {}; }
 
     static void waitForBuilds(size_t started)
@@ -98,15 +94,15 @@ protected:
     // A clean bank told as its subsounds, with "+" between interleaved files: "a b+c". A file's first letter says what
     // it is: 'x' has another rate and is longer, 'y' another sample format, 'w' eight channels, 'v' seven; all others
     // are alike.
-    TARNOK::SoundBank* makeBank(const QString& told = "a")
+    SoundBank* makeBank(const QString& told = "a")
     {
         static const QMap<char, Sound> KINDS = {{'x', {.hertz = 48000, .milliseconds = 3000}},
                                                 {'y', {.format = KESS_SOUND_FORMAT_PCM24}},
                                                 {'w', {.channels = 8}},
                                                 {'v', {.channels = 7}}};
-        TARNOK::SoundBank* bank = workspace()->createSoundBank();
+        SoundBank* bank = workspace()->createSoundBank();
         for (const QString& sound : told.split(' ', Qt::SkipEmptyParts)) {
-            TARNOK::Subsound* subsound = bank->newItem();
+            Subsound* subsound = bank->newItem();
             for (const QString& file : sound.split('+'))
                 subsound->addFile(makeSound(file + ".wav", KINDS.value(file.at(0).toLatin1())));
         }
@@ -117,12 +113,12 @@ protected:
     }
 
     // The same text for a bank as it stands; a subsound without files is "-".
-    static QString told(const TARNOK::SoundBank* bank)
+    static QString told(const SoundBank* bank)
     {
         QStringList sounds;
-        for (const TARNOK::Subsound* subsound : *bank) {
+        for (const Subsound* subsound : *bank) {
             QStringList files;
-            for (const TARNOK::SourceFile* file : *subsound)
+            for (const SourceFile* file : *subsound)
                 files.append(file->fileName());
             sounds.append(files.isEmpty() ? "-" : files.join('+'));
         }
