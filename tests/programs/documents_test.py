@@ -1,4 +1,4 @@
-"""Runs what the documents tell: every example of docs/console.md, and the completions against the switches there are."""
+"""Runs what the documents tell: each example of docs/console.md, and the completions against the switches there are."""
 
 import re
 

@@ -98,7 +98,7 @@ class EncoderModuleTest(ProgramCase):
                         "drops more than there is", "points behind the data", "cancels by itself"):
             with self.subTest(misdeed):
                 log = self.run_build(BUILD_FAILED, "-format", "xma", MISDEED=misdeed)
-                self.assertEqual(sum("failed: " in line and ": the encoder" in line for line in log.splitlines()), 3, log)
+                self.assertEqual(sum("failed: " in line and ": the encoder" in line for line in log.split("\n")), 3, log)
                 self.assertFalse((self.work / "x.tnb").exists())
         # None of them has left anything in the cache that another build would take for a sound.
         self.run_build(ALL_WRITTEN, "-format", "xma", MISDEED="")

@@ -68,7 +68,8 @@ class InfoTest(TnbCase):
                     self.assertAlmostEqual(tone["ratio"], 288000 / tone["bytes"], 3)
 
                     text = self.assert_tnb("info", path, key=key)
-                    self.assertRegex(text, r"(?m)^ +1 +tone .* 48000 Hz +1 +3\.000 s +0-144000 +0 +-8\.7 dB +[\d,]+ +\d")
+                    self.assertRegex(text, r"(?m)^ +1 +tone .* 48000 Hz +1 +3\.000 s +0-144000 +0 "
+                                           r"+-8\.7 dB +[\d,]+ +\d")
                     self.assertRegex(text, r"(?m)^ +0 +19999 +größer$")
 
                     self.assertEqual(self.assert_tnb("validate", path, path, key=key), f"{path}: whole\n" * 2)
