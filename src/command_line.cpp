@@ -464,12 +464,13 @@ bool CommandLine::buildMultiple(SoundBank* bank)
         const int before = mBanksWritten;
         buildToTheEnd(carrier);
         const QString path = carrier->outputFilePath();
-        if (paths.contains(path) && mBanksWritten > before) {
+        if (mBanksWritten > before && paths.contains(path)) {
             logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s replaced the bank of another sound of that name",
                               path.toUtf8().constData());
-            --mBanksWritten;
+            mBanksWritten = before;
+        } else if (mBanksWritten > before) {
+            paths.insert(path);
         }
-        paths.insert(path);
         carrier->clear();
         built.prepend(subsound);
     }

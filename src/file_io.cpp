@@ -128,6 +128,7 @@ bool FileIO::projectClose()
 
 bool FileIO::maybeSave()
 {
+    DirectoryLineEdit::finishEditing();
     SoundBank* bank = firstBank();
     if (!bank || bank->isEmpty() || !bank->isModified())
         return true;
@@ -223,7 +224,8 @@ SoundBank* FileIO::importListFile()
 
 void FileIO::projectSaveInternal(bool useProjectFileName)
 {
-    DirectoryLineEdit::finishEditing();
+    if (!DirectoryLineEdit::finishEditing())
+        return;
     SoundBank* bank = firstBank();
     if (!bank || bank->isEmpty()) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to save");
@@ -309,7 +311,8 @@ bool FileIO::soundBankRebuild()
 
 bool FileIO::soundBankBuildInternal(bool rebuild)
 {
-    DirectoryLineEdit::finishEditing();
+    if (!DirectoryLineEdit::finishEditing())
+        return false;
     const SoundBank* bank = firstBank();
     if (!bank) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to build: no project loaded");

@@ -63,6 +63,7 @@ EnhancedDirectoryLineEdit* SettingsDialog::createDirectoryEdit(const QString& te
 void SettingsDialog::createButtons(QVBoxLayout* layout)
 {
     auto* ok = new QPushButton("OK");
+    ok->setDefault(true);
     auto* cancel = new QPushButton("Cancel");
     bool connected = connect(ok, SIGNAL(clicked()), this, SLOT(accept()));
     Q_ASSERT(connected);

@@ -306,10 +306,18 @@ void DirectoryLineEdit::elideText()
         setText(QFontMetrics(font()).elidedText(mPath, Qt::ElideMiddle, width() - 3));
 }
 
-void DirectoryLineEdit::finishEditing()
+bool DirectoryLineEdit::finishEditing()
 {
-    if (auto* edit = qobject_cast<DirectoryLineEdit*>(QApplication::focusWidget()))
-        edit->clearFocus();
+    auto* edit = qobject_cast<DirectoryLineEdit*>(QApplication::focusWidget());
+    const QString typed = edit ? QDir::cleanPath(edit->text()) : QString();
+    if (!edit || typed == QDir::cleanPath(edit->path()))
+        return true;
+    edit->clearFocus();
+    edit->setFocus();
+    if (edit->path() == typed)
+        return true;
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: directory not found %s", typed.toUtf8().constData());
+    return false;
 }
 
 bool DirectoryLineEdit::setPath(const QString& path, bool createIfMissing)
@@ -387,7 +395,6 @@ EnhancedDirectoryLineEdit::EnhancedDirectoryLineEdit(QWidget* parent)
     , mLineEdit(new DirectoryLineEdit(this))
 {
     mBrowseButton->setFixedWidth(BROWSE_BUTTON_WIDTH);
-    mBrowseButton->setAutoDefault(false); // Return in the settings dialog is OK
     setFocusProxy(mLineEdit);
 
     bool connected = connect(mBrowseButton, SIGNAL(clicked()), this, SLOT(browseForPath()));

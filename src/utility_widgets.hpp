@@ -139,9 +139,9 @@ public:
     // Shows the path as far as there is room. The text of an edit that has the focus stays: it is the user's.
     void elideText();
 
-    // Takes over what the user has typed where the focus is in such an edit. For commands that leave the focus where it
-    // is.
-    static void finishEditing();
+    // Takes over what the user has typed where the focus is in such an edit, for commands that leave the focus where it
+    // is. False if that is refused, which is told.
+    static bool finishEditing();
 
     // The whole path, whatever the text is.
     const QString& path() const { return mPath; }

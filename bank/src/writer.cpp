@@ -16,11 +16,8 @@ namespace {
 
 constexpr size_t kMaximumNameBytes = 65'535;
 
-// Copying is cut into parts of this size so that a cancelled build ends soon.
-constexpr uint64_t kPartBytes = 4 * 1024 * 1024;
-
 // What is looked at on its way stays in the processor's cache.
-constexpr size_t kCheckedBytes = 256 * 1024;
+constexpr size_t kPartBytes = 256 * 1024;
 
 std::string_view cutAtCharacter(std::string_view name)
 {
@@ -56,30 +53,14 @@ public:
         return bytes.empty() ? Error::None : mSink.write(bytes);
     }
 
-    Error copy(const ByteSource& source, uint64_t offset, uint64_t size)
-    {
-        while (size > 0) {
-            if (mStop.stop_requested())
-                return Error::Cancelled;
-            const uint64_t part = std::min(size, kPartBytes);
-            if (const Error error = mSink.copyFrom(source, offset, part); error != Error::None)
-                return error;
-            mOffset += part;
-            offset += part;
-            size -= part;
-        }
-        return Error::None;
-    }
-
     // The very bytes that are written are the ones that are checked: looking before or after would leave a moment in
     // which they could change.
-    Error copyChecked(const ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
+    Error copy(const ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
     {
         RunningChecksum found;
-        mChecked.resize(kCheckedBytes);
+        mPart.resize(kPartBytes);
         while (size > 0) {
-            const std::span part =
-                std::span(mChecked).first(static_cast<size_t>(std::min<uint64_t>(size, kCheckedBytes)));
+            const std::span part = std::span(mPart).first(static_cast<size_t>(std::min<uint64_t>(size, kPartBytes)));
             if (const Error error = source.readAt(offset, part); error != Error::None)
                 return error;
             found.add(part);
@@ -95,7 +76,7 @@ private:
     ByteSink& mSink;
     std::stop_token mStop;
     uint64_t mOffset = 0;
-    std::vector<uint8_t> mChecked;
+    std::vector<uint8_t> mPart;
 };
 
 } // namespace
@@ -285,13 +266,13 @@ Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const
     if (const Error error = checkStored(*stored, row); error != Error::None)
         return error;
     const uint64_t chunks = stored->recordOffset + kSerialisedHeadBytes + setupBytes;
-    if (const Error error = assembler.copy(*stored->source, chunks, row.chunksBytes); error != Error::None)
+    if (const Error error = assembler.copy(*stored->source, chunks, row.chunksBytes, row.chunksChecksum);
+        error != Error::None)
         return error;
     if (const Error error = assembler.pad(row.dataOffset); error != Error::None)
         return error;
-    if (stored->foreignData)
-        return assembler.copyChecked(*stored->foreignData, stored->dataOffset, row.dataBytes, row.dataChecksum);
-    return assembler.copy(*stored->source, stored->dataOffset, row.dataBytes);
+    const ByteSource& data = stored->foreignData ? *stored->foreignData : *stored->source;
+    return assembler.copy(data, stored->dataOffset, row.dataBytes, row.dataChecksum);
 }
 
 } // namespace

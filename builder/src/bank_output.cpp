@@ -1,7 +1,5 @@
 #include "bank_output.hpp"
 
-#include "encoded_file.hpp"
-
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -15,9 +13,6 @@ namespace tarnok {
 namespace {
 
 constexpr size_t kBufferBytes = 256 << 10;
-
-// Shorter pieces go through the buffer: asking the kernel for each of thousands of small sounds costs more.
-constexpr uint64_t kWorthKernelCopy = 64 << 10;
 
 // Written behind one another, so many bytes are worth a request to the disk.
 constexpr uint64_t kWorthFlushing = 4 << 20;
@@ -83,26 +78,6 @@ bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
     if (bytes.size() >= kBufferBytes)
         return put(bytes) ? bank::Error::None : bank::Error::Io;
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return bank::Error::None;
-}
-
-bank::Error AtomicOutput::copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size)
-{
-    const auto* part = dynamic_cast<const FilePart*>(&source);
-    if (!part || size < kWorthKernelCopy)
-        return ByteSink::copyFrom(source, offset, size);
-    if (!bank::rangeInside(offset, size, part->size()))
-        return bank::Error::Damaged;
-    if (!flush())
-        return bank::Error::Io;
-    const int error =
-        copyRange(part->descriptor(), part->offset() + offset, mFile.descriptor(), mWritten, size, [] { return true; });
-    if (error < 0)
-        return bank::Error::Damaged;
-    // Which of the two files failed is found out by reading and writing.
-    if (error != 0)
-        return ByteSink::copyFrom(source, offset, size);
-    advance(size);
     return bank::Error::None;
 }
 

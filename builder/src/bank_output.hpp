@@ -30,7 +30,6 @@ public:
     static void removeAbandoned(const std::string& path);
 
     bank::Error write(std::span<const uint8_t> bytes) override;
-    bank::Error copyFrom(const bank::ByteSource& source, uint64_t offset, uint64_t size) override;
 
     // Why a write failed; no fault when it was the source.
     const Fault& fault() const { return mFault; }

@@ -209,8 +209,8 @@ Status Build::openOutputs(Outputs* outputs) const
     Result<AtomicOutput> header = AtomicOutput::create(headerFile);
     if (!header)
         return header.fault();
-    if (!mayBecomeHeader(headerFile))
-        return invalid(headerFile + ": this file was not generated with a bank and will not be replaced by its header");
+    if (Status status = checkHeader(headerFile); !status)
+        return status;
     outputs->header.emplace(std::move(*header));
     return {};
 }
@@ -427,8 +427,8 @@ Status Build::verdict() const
     return {};
 }
 
-// Sounds that are still in their source files are compared with their checksums on their way into the bank. What was
-// changed since it was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each
+// All sounds are compared with their checksums on their way into the bank. What was changed in its source file since it
+// was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each
 // file was last seen, as ever. Where files go on changing, one after the other, all of them are put aside in the end.
 Status Build::writeBank(Outputs* outputs)
 {

@@ -61,14 +61,18 @@ std::string asLiteral(std::string_view text)
 
 } // namespace
 
-bool mayBecomeHeader(const std::string& path)
+Status checkHeader(const std::string& path)
 {
     const Result<FileDescriptor> file = openForReading(path, nullptr);
     if (!file)
-        return file.fault().code == TARNOK_ERR_FILE_NOT_FOUND;
+        return file.fault().code == TARNOK_ERR_FILE_NOT_FOUND ? Status() : file.fault();
     char start[kFirstLine.size()];
     const Result<size_t> length = readSome(file->get(), std::as_writable_bytes(std::span(start)), path);
-    return length && (*length == 0 || std::string_view(start, *length) == kFirstLine);
+    if (!length)
+        return length.fault();
+    if (*length == 0 || std::string_view(start, *length) == kFirstLine)
+        return {};
+    return invalid(path + ": this file was not generated with a bank and will not be replaced by its header");
 }
 
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)

@@ -1,6 +1,8 @@
 // The C header that goes with a bank.
 #pragma once
 
+#include "fault.hpp"
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,6 +20,6 @@ namespace tarnok {
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames);
 
 // Whether a header may be written to path: no file stands there, or an empty one, or one of these.
-bool mayBecomeHeader(const std::string& path);
+Status checkHeader(const std::string& path);
 
 } // namespace tarnok

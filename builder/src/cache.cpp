@@ -93,11 +93,11 @@ uint64_t configuredLimit(const std::string& directory)
     if (!file || !readSome(file->get(), std::as_writable_bytes(std::span(text).first(sizeof text - 1)), path))
         return Cache::kSizeLimit;
     uint64_t limit = 0;
+    constexpr const char* kBlanks = " \t\r\n";
     const char* const end = text + std::strlen(text);
-    const auto [rest, error] = std::from_chars(text, end, limit);
+    const auto [rest, error] = std::from_chars(text + std::strspn(text, kBlanks), end, limit);
     // "8G" is no number of bytes, and 8 would empty the cache.
-    const bool isNumber =
-        error == std::errc() && std::string_view(rest, end).find_first_not_of(" \t\r\n") == std::string_view::npos;
+    const bool isNumber = error == std::errc() && rest + std::strspn(rest, kBlanks) == end;
     return isNumber && limit > 0 ? limit : Cache::kSizeLimit;
 }
 

@@ -25,8 +25,6 @@ public:
         , mSize(size)
     { }
 
-    int descriptor() const { return mFile->get(); }
-    uint64_t offset() const { return mOffset; }
     [[nodiscard]] uint64_t size() const override { return mSize; }
     bank::Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
 

@@ -240,18 +240,30 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
     mustBuild(order);
 }
 
-TEST_F(Cache, IsNoPlaceToCutAnEntryDuringABuild)
+TEST_F(Cache, IsNoPlaceToChangeAnEntryDuringABuild)
 {
     Order order =
-        orderOf({makeSound("long.wav", noise(2, 44100, 1'000'000)), makeSound("b.wav", noise(2, 44100, 999'999))});
+        orderOf({makeSound("a.wav", noise(2, 44100, 1'000'000)), makeSound("b.wav", noise(2, 44100, 999'999))});
     order.format = TARNOK_FORMAT_VORBIS;
     order.threads = 1;
-    RunningBuild outcome(order);
-    EXPECT_TRUE(outcome.waitFor(TARNOK_STATE_FINISHED));
-    fs::resize_file(filesBelow("cache/sounds").at(0), 10);
-    outcome.join();
-    EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
-    EXPECT_TRUE(outcome.failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
+    using Change = std::function<void(const std::string&)>;
+    const Change cut = [](const std::string& entry) {
+        fs::resize_file(entry, 10);
+    };
+    const Change overwrite = [](const std::string& entry) {
+        Bytes bytes = readFile(entry);
+        bytes[bytes.size() / 2] ^= 1;
+        writeFile(entry, bytes);
+    };
+    for (const Change& change : {cut, overwrite}) {
+        fs::remove_all(pathOf("cache/sounds"));
+        RunningBuild outcome(order);
+        EXPECT_TRUE(outcome.waitFor(TARNOK_STATE_FINISHED));
+        change(filesBelow("cache/sounds").at(0));
+        outcome.join();
+        EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
+        EXPECT_TRUE(outcome.failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
+    }
 }
 
 TEST_F(Cache, IsNotNeededForABuild)

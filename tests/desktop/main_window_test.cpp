@@ -418,8 +418,17 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
     EXPECT_EQ(bank()->fileLocation(), path("Profile"));
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
 
+    const size_t builds = builder()->builds.size();
+    type("no/such");
+    trigger("&Build");
+    EXPECT_EQ(log().last(), "ERROR: directory not found " + path("no/such"));
+    EXPECT_EQ(builder()->builds.size(), builds);
+    EXPECT_TRUE(directory->hasFocus());
+
     trigger("&Save");
     type("Cache");
+    MessageAnswer save(QMessageBox::Save);
     EXPECT_TRUE(mWindow->projectNew());
+    EXPECT_EQ(save.count, 1);
     EXPECT_EQ(bank()->fileLocation(), path("Bank"));
 }

@@ -85,6 +85,7 @@ class InfoTest(TnbCase):
         (self.work / "key").write_text("two words\r\nnot this\n")
         self.assert_tnb("info", path, "--key-file", "key")
         self.assert_tnb("validate", path, path, "--key-file", "-", typed="two words\n")
+        self.assertEqual(self.tnb("validate", path, path, "--key-file", "-", typed="\ntwo words\n")[:2], (UNREADABLE, ""))
         self.assert_tnb("info", self.build("y.tnb", source="a.wav"), "-k", "of no use here")
 
     def test_names_what_it_can_not_read_and_why(self):

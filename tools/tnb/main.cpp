@@ -13,7 +13,6 @@
 #include <csignal>
 #include <fstream>
 #include <iostream>
-#include <optional>
 
 namespace {
 
@@ -116,14 +115,15 @@ private:
         command->add_option("BANK", mBanks, "Banks to look at")->required();
         mKey.addTo(*command);
         command->callback([this] {
-            std::optional<Key> key; // read once: standard input has only one first line
-            for (const std::string& bank : mBanks) {
-                mStatus = std::max(mStatus, attempt(bank, [&] {
-                                       if (!key)
-                                           key = mKey.key();
-                                       return tnb::validate(bank, *key);
-                                   }));
-            }
+            Key key; // read once: standard input has only one first line
+            mStatus = attempt(mBanks.front(), [&] {
+                key = mKey.key();
+                return Status::Whole;
+            });
+            if (mStatus != Status::Whole)
+                return;
+            for (const std::string& bank : mBanks)
+                mStatus = std::max(mStatus, attempt(bank, [&] { return tnb::validate(bank, key); }));
         });
     }
 

@@ -41,10 +41,6 @@ public:
     // Appends all of bytes. Error::Io: the medium failed or is full.
     virtual Error write(std::span<const uint8_t> bytes) = 0;
 
-    // Appends size bytes of source from offset on. A sink that writes into a file overrides this to let the system
-    // copy from one descriptor to the other; here the bytes pass through a buffer of a fixed size.
-    virtual Error copyFrom(const ByteSource& source, uint64_t offset, uint64_t size);
-
 protected:
     ByteSink() = default;
     ByteSink(const ByteSink&) = delete;

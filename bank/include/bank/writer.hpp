@@ -1,8 +1,8 @@
 // Lays out a bank and writes it front to back.
 //
 // The writer holds of each sound its row of the table and its name, a few hundred bytes; chunks and encoded data stay
-// where they are stored (an entry of a cache, a temporary file) and are copied when the bank is written. The same
-// sounds, names and settings give the same bytes.
+// where they are stored (an entry of a cache, a temporary file) and are copied when the bank is written, each compared
+// with its checksum. The same sounds, names and settings give the same bytes.
 //
 //     BankWriter writer(settings);
 //     for each sound: writer.add(name, sound);
@@ -34,8 +34,7 @@ struct StoredSound
     uint64_t recordOffset = 0; // of the serialised form
     uint64_t dataOffset = 0; // of the encoded data, Sound::dataBytes long
 
-    // Where the data lies if not in source: in a file that somebody else may change at any time. Its bytes are compared
-    // with their checksum as they are copied.
+    // Where the data lies if not in source.
     std::shared_ptr<const ByteSource> foreignData = nullptr;
 };
 
@@ -66,7 +65,7 @@ public:
     [[nodiscard]] uint64_t fileBytes() const;
     [[nodiscard]] uint64_t encryptedFileBytes() const;
 
-    // Writes the bank. stop is looked at after at most 4 MiB of copying. Error::Cancelled; whatever sink or stored
+    // Writes the bank. stop is looked at after at most 256 KiB of copying. Error::Cancelled; whatever sink or stored
     // answered; Error::Damaged: a stored sound is not the one that was added. What sink got until then is of no use.
     Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
 
