@@ -341,7 +341,7 @@ bool CommandLine::processArgs(const QList<Arg>& args, SoundBank* bank)
                               arg.value);
             for (const QString& name : action->names())
                 logger()->println(Logger::OUTPUT_INFO, "%s ", name.toUtf8().constData());
-            logger()->println(Logger::OUTPUT_INFO, action->help());
+            logger()->println(Logger::OUTPUT_INFO, "%s", action->help());
             ok = false;
         }
     }
