@@ -464,13 +464,14 @@ bool CommandLine::buildMultiple(SoundBank* bank)
         const int before = mBanksWritten;
         buildToTheEnd(carrier);
         const QString path = carrier->outputFilePath();
-        if (mBanksWritten > before && paths.contains(path)) {
+        const bool isWritten = mBanksWritten > before;
+        if (isWritten && paths.contains(path)) {
             logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s replaced the bank of another sound of that name",
                               path.toUtf8().constData());
             mBanksWritten = before;
-        } else if (mBanksWritten > before) {
-            paths.insert(path);
         }
+        if (isWritten)
+            paths.insert(path);
         carrier->clear();
         built.prepend(subsound);
     }

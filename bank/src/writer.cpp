@@ -271,7 +271,7 @@ Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const
         return error;
     if (const Error error = assembler.pad(row.dataOffset); error != Error::None)
         return error;
-    const ByteSource& data = stored->foreignData ? *stored->foreignData : *stored->source;
+    const ByteSource& data = stored->dataSource ? *stored->dataSource : *stored->source;
     return assembler.copy(data, stored->dataOffset, row.dataBytes, row.dataChecksum);
 }
 

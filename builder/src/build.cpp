@@ -428,8 +428,8 @@ Status Build::verdict() const
 }
 
 // All sounds are compared with their checksums on their way into the bank. What was changed in its source file since it
-// was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each
-// file was last seen, as ever. Where files go on changing, one after the other, all of them are put aside in the end.
+// was read is encoded and put aside, and the bank is begun anew: a bank of the moment in which each file was last seen,
+// as ever. Where files go on changing, one after the other, all of them are put aside in the end.
 Status Build::writeBank(Outputs* outputs)
 {
     constexpr int kAttemptsInSource = 3;

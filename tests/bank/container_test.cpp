@@ -351,7 +351,7 @@ public:
     {
         bank::Result<bank::StoredSound> stored = MemorySounds::open(index);
         if (index == 0)
-            stored->foreignData = std::make_shared<Zeros>();
+            stored->dataSource = std::make_shared<Zeros>();
         return stored;
     }
 };

@@ -33,9 +33,7 @@ struct StoredSound
     std::shared_ptr<const ByteSource> source;
     uint64_t recordOffset = 0; // of the serialised form
     uint64_t dataOffset = 0; // of the encoded data, Sound::dataBytes long
-
-    // Where the data lies if not in source.
-    std::shared_ptr<const ByteSource> foreignData = nullptr;
+    std::shared_ptr<const ByteSource> dataSource = nullptr; // where the data lies if not in source
 };
 
 // Hands the stored sounds to the writer.
