@@ -12,7 +12,8 @@ namespace {
 using layout::kEncryptedHeaderBytes;
 
 constexpr size_t kKeyCheckOffset = 80;
-static_assert(std::tuple_size_v<decltype(EncryptedHeader::bound)> == kKeyCheckOffset);
+constexpr size_t kKeyCheckBytes = std::tuple_size_v<decltype(EncryptedHeader::keyCheck)>;
+constexpr size_t kChecksumBytes = 8;
 
 // What a reader puts up with: enough for stronger parameters some day, too little to exhaust a game's memory.
 constexpr uint32_t kMinimumPieceBytes = 4096;
@@ -24,7 +25,7 @@ constexpr uint32_t kMaximumPasses = 16;
 // Keeps the digest apart from every other use of BLAKE2b on the same bytes.
 constexpr std::string_view kDigestContext = "tnb content tag 1";
 constexpr std::string_view kCheckContext = "tnb key check 1";
-constexpr std::string_view kPieceContext = "tnb piece key 1";
+constexpr std::string_view kPieceContext = "tnb piece key 2";
 
 void requireSodium()
 {
@@ -149,8 +150,7 @@ EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag)
     header.plainBytes = plainBytes;
     header.fileBytes = encryptedBytes(plainBytes);
     header.contentTag = tag;
-    const std::vector<uint8_t> bytes = pack(header);
-    std::copy_n(bytes.begin(), header.bound.size(), header.bound.begin());
+    header.bound = boundPart(pack(header));
     return header;
 }
 
@@ -177,6 +177,15 @@ std::vector<uint8_t> pack(const EncryptedHeader& header)
     return bytes;
 }
 
+std::vector<uint8_t> boundPart(std::span<const uint8_t> header)
+{
+    const std::span before = header.first(kKeyCheckOffset);
+    const std::span after = header.subspan(kKeyCheckOffset + kKeyCheckBytes);
+    std::vector<uint8_t> bound(before.begin(), before.end());
+    bound.insert(bound.end(), after.begin(), after.end() - kChecksumBytes);
+    return bound;
+}
+
 Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault)
 {
     const Result<layout::Prefix> prefix = layout::readPrefix(source, fault);
@@ -196,7 +205,7 @@ Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::strin
     header.passes = loadLittle<uint32_t>(bytes->data() + 40);
     header.memoryKiB = loadLittle<uint32_t>(bytes->data() + 44);
     std::copy_n(bytes->begin() + 48, header.contentTag.size(), header.contentTag.begin());
-    std::copy_n(bytes->begin(), header.bound.size(), header.bound.begin());
+    header.bound = boundPart(*bytes);
     std::copy_n(bytes->begin() + kKeyCheckOffset, header.keyCheck.size(), header.keyCheck.begin());
 
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes

@@ -6,7 +6,8 @@
 // this gives away is equality: whoever has two encrypted banks sees whether key and content are both the same, and
 // whoever already has the complete plain layout can recognise it.
 //
-// The pieces' own key also covers the header, so that a piece fits one position (its nonce) of one file of one size.
+// The pieces' own key also covers the header, so that a piece fits one position (its nonce) of one file of one size,
+// and no piece is accepted under a header that was changed.
 #pragma once
 
 #include "layout.hpp"
@@ -34,8 +35,8 @@ struct EncryptedHeader
     ContentTag contentTag{}; // its first 16 bytes are the salt
     std::array<uint8_t, 16> keyCheck{};
 
-    // The file's bytes before the key check, which the pieces' key covers.
-    std::array<uint8_t, 80> bound{};
+    // What the pieces' key covers: see boundPart().
+    std::vector<uint8_t> bound;
 };
 
 [[nodiscard]] EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag);
@@ -44,6 +45,9 @@ struct EncryptedHeader
 // Error::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
 Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault = nullptr);
 [[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
+
+// All of a header as it stands in a file but key check and checksum.
+[[nodiscard]] std::vector<uint8_t> boundPart(std::span<const uint8_t> header);
 
 // Keys, wiped from memory when done with.
 class PieceKeys

@@ -49,8 +49,7 @@ std::vector<uint8_t> encryptBank(const std::vector<uint8_t>& plain, std::string_
     bank::EncryptedHeader header = bank::makeEncryptedHeader(plain.size(), digest.tag());
     header.passes = 1;
     header.memoryKiB = 8;
-    const std::vector<uint8_t> front = pack(header);
-    std::copy_n(front.begin(), header.bound.size(), header.bound.begin());
+    header.bound = bank::boundPart(pack(header));
 
     const auto keys = bank::PieceKeys::derive(header, key);
     if (!keys)
