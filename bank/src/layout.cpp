@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace bank::layout {
 
@@ -103,17 +104,19 @@ bool unpackPeak(std::span<const uint8_t> payload, Sound* sound)
 
 bool unpackSyncPoints(std::span<const uint8_t> payload, Sound* sound)
 {
-    sound->syncPoints.clear();
     uint64_t last = 0;
     while (!payload.empty()) {
-        if (payload.size() < 12)
+        if (payload.size() < 12 || sound->syncPoints.size() == kMaximumSyncPoints)
             return false;
         const uint64_t sample = loadLittle<uint64_t>(payload.data());
         const uint32_t nameBytes = loadLittle<uint32_t>(payload.data() + 8);
         payload = payload.subspan(12);
-        if (sample < last || sample > sound->sampleCount || nameBytes > payload.size())
+        if (sample < last || sample > sound->sampleCount || nameBytes > payload.size() || nameBytes > kMaximumNameBytes)
             return false;
-        sound->syncPoints.push_back({sample, std::string(payload.begin(), payload.begin() + nameBytes)});
+        std::string name(payload.begin(), payload.begin() + nameBytes);
+        if (name.find('\0') != std::string::npos)
+            return false;
+        sound->syncPoints.push_back({sample, std::move(name)});
         payload = payload.subspan(nameBytes);
         last = sample;
     }
@@ -122,9 +125,8 @@ bool unpackSyncPoints(std::span<const uint8_t> payload, Sound* sound)
 
 bool unpackSeekPoints(std::span<const uint8_t> payload, Sound* sound)
 {
-    if (payload.size() % 16 != 0)
+    if (payload.size() % 16 != 0 || payload.size() / 16 > kMaximumSeekPoints)
         return false;
-    sound->seekPoints.clear();
     sound->seekPoints.reserve(payload.size() / 16);
     SeekPoint last;
     for (; !payload.empty(); payload = payload.subspan(16)) {
@@ -140,7 +142,6 @@ bool unpackSeekPoints(std::span<const uint8_t> payload, Sound* sound)
 
 bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
 {
-    sound->corrections.clear();
     while (!payload.empty()) {
         if (payload.size() < kCorrectionHeadBytes || sound->corrections.size() == kMaximumCorrections)
             return false;
@@ -164,23 +165,17 @@ bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
     return true;
 }
 
-bool unpackChunk(uint32_t tag, std::span<const uint8_t> payload, Sound* sound)
+struct ChunkKind
 {
-    switch (tag) {
-    case kTagLoop:
-        return unpackLoop(payload, sound);
-    case kTagPeak:
-        return unpackPeak(payload, sound);
-    case kTagSync:
-        return unpackSyncPoints(payload, sound);
-    case kTagSeek:
-        return unpackSeekPoints(payload, sound);
-    case kTagSeam:
-        return unpackCorrections(payload, sound);
-    default:
-        return true;
-    }
-}
+    uint32_t tag;
+    bool (*unpack)(std::span<const uint8_t> payload, Sound* sound);
+};
+
+constexpr std::array<ChunkKind, 5> kChunkKinds = {{{kTagLoop, unpackLoop},
+                                                   {kTagPeak, unpackPeak},
+                                                   {kTagSync, unpackSyncPoints},
+                                                   {kTagSeek, unpackSeekPoints},
+                                                   {kTagSeam, unpackCorrections}}};
 
 } // namespace
 
@@ -324,10 +319,8 @@ Result<Prefix> readPrefix(const ByteSource& source, std::string* fault)
     if (length < kPrefixBytes)
         return damaged(fault, "the file ends within its header");
     const Prefix prefix = loadPrefix(bytes.data());
-    if (prefix.majorVersion > kMajorVersion)
+    if (prefix.majorVersion != kMajorVersion)
         return Error::Version;
-    if (prefix.majorVersion == 0)
-        return damaged(fault, "the version in the header is 0");
     return prefix;
 }
 
@@ -361,6 +354,10 @@ const char* faultOf(const Row& row)
         return "its length is impossible";
     if (row.quality > kMaximumQuality)
         return "its quality is impossible";
+    if (row.chunksBytes > kMaximumChunksBytes)
+        return "its chunks are larger than those of any sound";
+    if (row.nameBytes > kMaximumNameBytes)
+        return "its name is longer than any";
     constexpr const char* kNoFit = "its length and the size of its data don't fit each other";
     if (row.codec == static_cast<uint8_t>(Codec::Pcm)) {
         const uint64_t frameBytes = bytesPerSample(static_cast<SampleFormat>(row.sampleFormat)) * row.channels;
@@ -372,6 +369,8 @@ const char* faultOf(const Row& row)
     }
     if (row.sampleFormat != static_cast<uint8_t>(SampleFormat::Pcm16))
         return "its sample format is unknown";
+    if (row.codec == static_cast<uint8_t>(Codec::Kadpcm) && row.leadIn != 0)
+        return kNoFit;
     return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes ? nullptr : kNoFit;
 }
 
@@ -400,6 +399,7 @@ std::vector<uint8_t> packChunks(const Sound& sound)
 
 Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* fault)
 {
+    std::array<bool, kChunkKinds.size()> seen{};
     while (!chunks.empty()) {
         if (chunks.size() < 8)
             return damaged(fault, "its chunks end within one");
@@ -407,9 +407,15 @@ Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* f
         const uint32_t bytes = loadLittle<uint32_t>(chunks.data() + 4);
         if (bytes > chunks.size() - 8)
             return damaged(fault, "its chunks end within one");
-        if (!unpackChunk(tag, chunks.subspan(8, bytes), sound))
-            return damaged(fault,
-                           "its chunk " + std::string(chunks.begin(), chunks.begin() + 4) + " holds impossible values");
+        for (size_t i = 0; i < kChunkKinds.size(); ++i) {
+            if (kChunkKinds[i].tag != tag)
+                continue;
+            const std::string name(chunks.begin(), chunks.begin() + 4);
+            if (std::exchange(seen[i], true))
+                return damaged(fault, "it has more than one chunk " + name);
+            if (!kChunkKinds[i].unpack(chunks.subspan(8, bytes), sound))
+                return damaged(fault, "its chunk " + name + " holds impossible values");
+        }
         chunks = chunks.subspan(8 + static_cast<size_t>(bytes));
     }
     return Error::None;

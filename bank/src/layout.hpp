@@ -10,7 +10,7 @@ namespace bank::layout {
 
 // The eighth bit, both line ends and the end-of-file character show a transfer that changed bytes.
 inline constexpr std::array<uint8_t, 8> kMagic = {0x89, 'T', 'N', 'B', '\r', '\n', 0x1a, '\n'};
-inline constexpr uint16_t kMajorVersion = 1;
+inline constexpr uint16_t kMajorVersion = 2;
 inline constexpr uint16_t kMinorVersion = 0;
 
 inline constexpr uint32_t kFlagEncrypted = 1;
@@ -20,6 +20,9 @@ inline constexpr uint32_t kFlagNames = 4;
 // What a plain and an encrypted header begin with.
 inline constexpr size_t kPrefixBytes = 40;
 inline constexpr size_t kMaximumHeaderBytes = 4096;
+
+// A reader keeps them in memory. Enough for 150,000 sounds with names of a hundred bytes.
+inline constexpr uint64_t kMaximumTablesBytes = 32 << 20;
 
 inline constexpr size_t kHeaderBytes = 160;
 inline constexpr size_t kEncryptedHeaderBytes = 128;

@@ -24,6 +24,51 @@ Error mismatch(std::string_view what, std::string* fault)
     return damaged(fault, std::string(what) + " don't match their checksum");
 }
 
+struct Range
+{
+    uint64_t begin = 0;
+    uint64_t bytes = 0;
+};
+
+// Whether ranges, none of which overflows, share bytes. Those that rise, as writers lay them, take a look each and no
+// memory; only others have to be sorted.
+class Overlaps
+{
+public:
+    void add(const Range& range)
+    {
+        if (range.bytes == 0)
+            return;
+        mRise = mRise && range.begin >= mEnd;
+        mEnd = range.begin + range.bytes;
+        ++mCount;
+    }
+
+    // forEach(take) gives the same ranges to take(range).
+    template <typename ForEach>
+    [[nodiscard]] bool any(ForEach forEach) const
+    {
+        if (mRise)
+            return false;
+        std::vector<Range> ranges;
+        ranges.reserve(mCount);
+        forEach([&](const Range& range) {
+            if (range.bytes > 0)
+                ranges.push_back(range);
+        });
+        std::sort(ranges.begin(), ranges.end(), [](const Range& a, const Range& b) { return a.begin < b.begin; });
+        const auto overlap = [](const Range& a, const Range& b) {
+            return b.begin - a.begin < a.bytes;
+        };
+        return std::adjacent_find(ranges.begin(), ranges.end(), overlap) != ranges.end();
+    }
+
+private:
+    uint64_t mEnd = 0;
+    size_t mCount = 0;
+    bool mRise = true;
+};
+
 } // namespace
 
 // Header and tables in memory, and the only access to them: what load() has accepted lies inside the file.
@@ -57,7 +102,14 @@ struct BankReader::Tables
     Error load(std::string* fault);
     Error checkPlaces(std::string* fault) const;
     [[nodiscard]] bool tablesFit() const;
+    [[nodiscard]] const char* headerFault() const;
     [[nodiscard]] const char* rowFault(const Row& row) const;
+
+    // Every setup, all chunks and all data; every name, counted from the first.
+    template <typename Take>
+    void forEachPart(Take take) const;
+    template <typename Take>
+    void forEachName(Take take) const;
 
     // what: begins the words for the fault.
     Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected, std::string_view what,
@@ -77,6 +129,8 @@ Error BankReader::Tables::load(std::string* fault)
     header = loadHeader(front->data());
     if (!rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
         return damaged(fault, "the tables reach behind the end of the file");
+    if (header.tablesBytes > kMaximumTablesBytes)
+        return damaged(fault, "the tables are larger than those of any bank");
 
     bytes = std::move(*front);
     bytes.resize(static_cast<size_t>(prefix->headerBytes + header.tablesBytes));
@@ -102,15 +156,19 @@ Error BankReader::Tables::load(std::string* fault)
 bool BankReader::Tables::tablesFit() const
 {
     // Counts and sizes are 32 bits wide, so that their products fit 64.
-    const auto fits = [this](uint64_t offset, uint64_t size) {
-        return offset >= header.prefix.headerBytes && rangeInside(offset, size, tablesEnd());
-    };
+    const std::array<Range, 4> tables = {
+        {{header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes},
+         {header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes},
+         {header.nameIndexOffset, static_cast<uint64_t>(header.nameIndexCount) * kNameIndexBytes},
+         {header.namesOffset, header.namesBytes}}};
+    Overlaps overlaps;
+    for (const Range& table : tables) {
+        if (table.begin < header.prefix.headerBytes || !rangeInside(table.begin, table.bytes, tablesEnd()))
+            return false;
+        overlaps.add(table);
+    }
     return header.rowBytes >= kSoundRecordBytes && header.rowBytes <= kMaximumHeaderBytes
-        && fits(header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes)
-        && fits(header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes)
-        && fits(header.nameIndexOffset, static_cast<uint64_t>(header.nameIndexCount) * kNameIndexBytes)
-        && fits(header.namesOffset, header.namesBytes) && header.nameIndexCount <= header.soundCount
-        && header.quality <= kMaximumQuality;
+        && !overlaps.any([&](auto take) { std::for_each(tables.begin(), tables.end(), take); });
 }
 
 const char* BankReader::Tables::rowFault(const Row& row) const
@@ -129,23 +187,77 @@ const char* BankReader::Tables::rowFault(const Row& row) const
     return nullptr;
 }
 
-Error BankReader::Tables::checkPlaces(std::string* fault) const
+const char* BankReader::Tables::headerFault() const
 {
     if (!tablesFit())
-        return damaged(fault, "a table lies outside the tables");
-    for (uint32_t i = 0; i < header.soundCount; ++i) {
-        if (const char* found = rowFault(row(i)))
-            return damaged(fault, "sound " + std::to_string(i) + ": " + found);
+        return "a table lies outside the tables or within another";
+    if (header.quality > kMaximumQuality)
+        return "the quality in the header is impossible";
+    const bool hasNames = header.prefix.flags & kFlagNames;
+    if (header.nameIndexCount != (hasNames ? header.soundCount : 0) || (!hasNames && header.namesBytes > 0))
+        return "the index of names doesn't fit the number of sounds";
+    return nullptr;
+}
+
+template <typename Take>
+void BankReader::Tables::forEachPart(Take take) const
+{
+    for (uint32_t i = 0; i < header.setupCount; ++i) {
+        const SetupRow setup = setupRow(i);
+        take(Range{setup.offset, setup.bytes});
     }
+    for (uint32_t i = 0; i < header.soundCount; ++i) {
+        const Row sound = row(i);
+        take(Range{sound.chunksOffset, sound.chunksBytes});
+        take(Range{sound.dataOffset, sound.dataBytes});
+    }
+}
+
+template <typename Take>
+void BankReader::Tables::forEachName(Take take) const
+{
+    for (uint32_t i = 0; i < header.soundCount; ++i) {
+        const Row sound = row(i);
+        take(Range{sound.nameOffset, sound.nameBytes});
+    }
+}
+
+// Without the rule that nothing is shared, a small file could hold a large sound thousands of times.
+Error BankReader::Tables::checkPlaces(std::string* fault) const
+{
+    if (const char* found = headerFault())
+        return damaged(fault, found);
+    Overlaps parts;
     for (uint32_t i = 0; i < header.setupCount; ++i) {
         const SetupRow setup = setupRow(i);
         if (setup.offset < tablesEnd() || !rangeInside(setup.offset, setup.bytes, header.prefix.fileBytes))
             return damaged(fault, "setup " + std::to_string(i) + " lies outside the bank");
+        if (setup.bytes > kMaximumSetupBytes)
+            return damaged(fault, "setup " + std::to_string(i) + " is larger than any");
+        parts.add({setup.offset, setup.bytes});
+    }
+    Overlaps names;
+    const bool anyZero =
+        std::memchr(bytes.data() + header.namesOffset, 0, static_cast<size_t>(header.namesBytes)) != nullptr;
+    for (uint32_t i = 0; i < header.soundCount; ++i) {
+        const Row sound = row(i);
+        const char* found = rowFault(sound);
+        if (!found && anyZero && name(sound).find('\0') != std::string_view::npos)
+            found = "its name holds a zero byte";
+        if (found)
+            return damaged(fault, "sound " + std::to_string(i) + ": " + found);
+        parts.add({sound.chunksOffset, sound.chunksBytes});
+        parts.add({sound.dataOffset, sound.dataBytes});
+        names.add({sound.nameOffset, sound.nameBytes});
     }
     for (uint32_t i = 0; i < header.nameIndexCount; ++i) {
         if (namedSound(i) >= header.soundCount)
             return damaged(fault, "the index of names points to a sound that doesn't exist");
     }
+    if (parts.any([this](auto take) { forEachPart(take); }))
+        return damaged(fault, "parts of its sounds share bytes");
+    if (names.any([this](auto take) { forEachName(take); }))
+        return damaged(fault, "names of its sounds share bytes");
     return Error::None;
 }
 
@@ -250,6 +362,12 @@ uint32_t BankReader::setupCount() const
     return mTables->header.setupCount;
 }
 
+uint32_t BankReader::setupBytes(uint32_t setupIndex) const
+{
+    assert(setupIndex < setupCount());
+    return mTables->setupRow(setupIndex).bytes;
+}
+
 Result<uint32_t> BankReader::find(std::string_view name) const
 {
     const uint64_t hash = nameHash(bytesOf(name));
@@ -293,10 +411,7 @@ Error BankReader::verifyData(uint32_t index, std::string* fault) const
 Error BankReader::verifyNames(std::string* fault) const
 {
     const Tables& tables = *mTables;
-    const uint32_t count = tables.header.nameIndexCount;
-    if (count != (info().hasNames ? info().soundCount : 0))
-        return damaged(fault, "the index of names leaves sounds out");
-    for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t i = 0; i < tables.header.nameIndexCount; ++i) {
         const std::string_view name = tables.name(tables.row(tables.namedSound(i)));
         if (tables.nameHashAt(i) != nameHash(bytesOf(name)))
             return damaged(fault, "the index of names doesn't match the names");

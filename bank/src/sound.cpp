@@ -51,7 +51,8 @@ Result<Sound> deserialise(std::span<const uint8_t> bytes)
     const layout::Row row = layout::loadRow(bytes.data());
     const uint32_t setupBytes = loadLittle<uint32_t>(bytes.data() + kSoundRecordBytes);
     const std::span<const uint8_t> rest = bytes.subspan(layout::kSerialisedHeadBytes);
-    if (setupBytes > rest.size() || row.chunksBytes != rest.size() - setupBytes || !layout::plausible(row))
+    if (setupBytes > kMaximumSetupBytes || setupBytes > rest.size() || row.chunksBytes != rest.size() - setupBytes
+        || !layout::plausible(row))
         return Error::Damaged;
     const std::span<const uint8_t> chunks = rest.subspan(setupBytes);
     if (checksum(chunks) != row.chunksChecksum)

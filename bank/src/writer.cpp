@@ -5,7 +5,6 @@
 #include "layout.hpp"
 
 #include <algorithm>
-#include <limits>
 #include <map>
 
 namespace bank {
@@ -13,8 +12,6 @@ namespace bank {
 using namespace layout;
 
 namespace {
-
-constexpr size_t kMaximumNameBytes = 65'535;
 
 // What is looked at on its way stays in the processor's cache.
 constexpr size_t kPartBytes = 256 * 1024;
@@ -211,7 +208,7 @@ BankWriter::~BankWriter() = default;
 void BankWriter::add(std::string_view name, const Sound& sound)
 {
     Row row = rowOf(sound, packChunks(sound));
-    assert(plausible(row));
+    assert(plausible(row) && name.find('\0') == std::string_view::npos);
     row.setup = kNoSetup;
     if (!sound.setup.empty()) {
         const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
@@ -221,8 +218,6 @@ void BankWriter::add(std::string_view name, const Sound& sound)
     }
     if (mPlan->settings.names) {
         name = cutAtCharacter(name);
-        if (mPlan->names.size() + name.size() > std::numeric_limits<uint32_t>::max())
-            name = {};
         row.nameOffset = static_cast<uint32_t>(mPlan->names.size());
         row.nameBytes = static_cast<uint32_t>(name.size());
         mPlan->names += name;
@@ -280,6 +275,8 @@ Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const
 Error BankWriter::write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const
 {
     const Plan::Laid laid = mPlan->lay();
+    if (laid.front.size() - kHeaderBytes > kMaximumTablesBytes)
+        return Error::TooMany;
     Assembler assembler(sink, std::move(stop));
     if (const Error error = assembler.write(laid.front); error != Error::None)
         return error;

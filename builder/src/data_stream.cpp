@@ -1,5 +1,6 @@
 #include "data_stream.hpp"
 
+#include <algorithm>
 #include <cassert>
 
 namespace tarnok {
@@ -27,7 +28,7 @@ Error DataStream::writeBlock(std::span<const uint8_t> bytes)
 
 Error DataStream::writePacket(std::span<const uint8_t> packet)
 {
-    assert(packet.size() < size_t(1) << 28);
+    assert(packet.size() <= bank::kMaximumPacketBytes);
     const size_t before = mGathered.size();
     size_t rest = packet.size();
     for (; rest >= 0x80; rest >>= 7)
@@ -42,6 +43,12 @@ Error DataStream::finish(bank::Sound* sound)
 {
     if (const Error error = flush(); error != Error::None)
         return error;
+    std::vector<bank::SeekPoint>& points = sound->seekPoints;
+    const size_t stride =
+        std::max<size_t>(1, (points.size() + bank::kMaximumSeekPoints - 1) / bank::kMaximumSeekPoints);
+    for (size_t i = 0; i * stride < points.size(); ++i)
+        points[i] = points[i * stride];
+    points.resize((points.size() + stride - 1) / stride);
     sound->dataBytes = mBytes;
     sound->dataChecksum = mChecksum.value();
     return Error::None;

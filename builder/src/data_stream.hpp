@@ -16,13 +16,14 @@ public:
     bank::Error writeBlock(std::span<const uint8_t> bytes);
 
     // A packet behind its length, which is written in groups of seven bits, lowest first, the high bit of a byte
-    // telling that another follows. At most 2^28 - 1 bytes.
+    // telling that another follows. At most bank::kMaximumPacketBytes (asserted).
     bank::Error writePacket(std::span<const uint8_t> packet);
 
     // Bytes so far: the offset of what is written next.
     [[nodiscard]] uint64_t bytes() const { return mBytes; }
 
-    // Hands the rest to the sink and fills in size and checksum of the data.
+    // Hands the rest to the sink and fills in size and checksum of the data. Of more seek points than a bank holds,
+    // every second, third, ... stays.
     bank::Error finish(bank::Sound* sound);
 
 private:

@@ -17,6 +17,8 @@ Fault faultOf(bank::Error error, std::string_view what)
                 name + ": the chosen format can't hold this number of channels or this rate"};
     case bank::Error::Damaged:
         return {TARNOK_ERR_CACHE_CHUNK_MISSING, name + ": the encoded sound was changed while the bank was written"};
+    case bank::Error::TooMany:
+        return invalid(name + ": so many sounds with such long names are more than a bank holds");
     case bank::Error::Invalid:
         return invalid(name + ": a setting is out of its range");
     default:

@@ -248,8 +248,24 @@ Status SoundPreparation::preprocess()
         mSyncPoints.clear();
         merge(std::move(points), 1);
     }
+    if (Status status = checkSyncPoints(); !status)
+        return status;
     mPrepared = std::make_shared<Looped>(*mFrames, mLoop);
     return {};
+}
+
+Status SoundPreparation::checkSyncPoints() const
+{
+    constexpr size_t kPointBytes = 12; // in a bank, besides the name
+    constexpr size_t kMostBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
+    size_t bytes = 0;
+    for (const bank::SyncPoint& point : mSyncPoints)
+        bytes += kPointBytes + point.name.size();
+    if (mSyncPoints.size() <= bank::kMaximumSyncPoints && bytes <= kMostBytes)
+        return {};
+    return Fault{TARNOK_ERR_INVALID_FORMAT,
+                 mName + ": its " + std::to_string(mSyncPoints.size())
+                     + " sync points are more than a bank holds: 65,536, and 4 MiB with their names"};
 }
 
 PreparedSound& SoundPreparation::sound()

@@ -58,6 +58,7 @@ private:
     ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
     Status putTogether(Files files);
     void merge(std::vector<bank::SyncPoint> points, double scale);
+    Status checkSyncPoints() const;
 
     SoundSettings mSettings;
     std::vector<std::string> mSpoolFolders;

@@ -235,7 +235,7 @@ Fault SourceFile::faultOf(KESS_RESULT result) const
         return {TARNOK_ERR_INVALID_FORMAT,
                 name + ": the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels"};
     case KESS_ERR_VERSION:
-        return {TARNOK_ERR_INVALID_FORMAT, name + ": this bank was made by a newer version"};
+        return {TARNOK_ERR_INVALID_FORMAT, name + ": this bank is of a version that isn't read here"};
     case KESS_ERR_MEMORY:
         return {TARNOK_ERR_MEMORY, name + ": out of memory"};
     default:

@@ -15,6 +15,8 @@ PCM, XMA, AT9, VORBIS, KADPCM, OPUS = range(6)
 SAMPLE_BYTES = {1: 1, 2: 2, 3: 3, 4: 4, 5: 4}
 NO_SETUP = 0xFFFFFFFF
 MASK = (1 << 64) - 1
+MOST_TABLES, MOST_SETUP, MOST_CHUNKS, MOST_NAME = 32 << 20, 1 << 20, 8 << 20, 65535
+MOST_SYNC_POINTS, MOST_SEEK_POINTS, MOST_LEAD_IN, MOST_PACKET = 65536, 131072, 131072, (1 << 21) - 1
 
 
 class Damaged(Exception):
@@ -142,11 +144,21 @@ def checksum(data):
 
 # Header and tables.
 
+def are_disjoint(ranges):
+    """Whether no two ranges, each an offset and a size, share a byte."""
+    ends = 0
+    for offset, size in sorted(part for part in ranges if part[1] > 0):
+        if offset < ends:
+            return False
+        ends = offset + size
+    return True
+
+
 def read_header(data):
     """The fields of either kind of header, by name."""
     require(len(data) >= 40 and data[:8] == MAGIC, "not a bank")
     major, minor, size, flags = struct.unpack_from("<HHII", data, 8)
-    require(major == 1, "version")
+    require(major == 2, "version")
     require(size % 8 == 0 and size <= 4096, "size of the header")
     header = {"major": major, "minor": minor, "headerBytes": size, "flags": flags}
     if flags & ENCRYPTED:
@@ -196,26 +208,34 @@ class Bank:
     def _read_tables(self):
         h = self.header
         begin, end = h["headerBytes"], h["headerBytes"] + h["tablesBytes"]
+        require(h["tablesBytes"] <= MOST_TABLES, "size of the tables")
         require(checksum(self.part(begin, h["tablesBytes"])) == h["tablesChecksum"], "checksum of the tables")
+        require(96 <= h["rowBytes"] <= 4096 and h["quality"] <= 100, "header")
+        has_names = h["flags"] & HAS_NAMES
+        require(h["nameIndexCount"] == (h["soundCount"] if has_names else 0), "number of names")
+        require(has_names or h["namesBytes"] == 0, "size of the names")
 
-        def table(offset, size):
-            require(begin <= offset and offset + size <= end, "a table lies outside the tables")
-            return self.part(offset, size)
-
-        rows = table(h["rowsOffset"], h["soundCount"] * h["rowBytes"])
-        setup_rows = table(h["setupRowsOffset"], h["setupCount"] * 24)
-        index = table(h["nameIndexOffset"], h["nameIndexCount"] * 16)
-        names = table(h["namesOffset"], h["namesBytes"])
+        places = [(h["rowsOffset"], h["soundCount"] * h["rowBytes"]), (h["setupRowsOffset"], h["setupCount"] * 24),
+                  (h["nameIndexOffset"], h["nameIndexCount"] * 16), (h["namesOffset"], h["namesBytes"])]
+        require(all(begin <= offset and offset + size <= end for offset, size in places), "a table lies elsewhere")
+        require(are_disjoint(places), "a table lies within another")
+        rows, setup_rows, index, names = (self.part(*place) for place in places)
         self.setups = [self._read_setup(*struct.unpack_from("<QQI", setup_rows, 24 * i))
                        for i in range(h["setupCount"])]
         for i in range(h["soundCount"]):
             self.sounds.append(self._read_sound(rows[i * h["rowBytes"]:], names))
+        setups = [struct.unpack_from("<Q8xI", setup_rows, 24 * i) for i in range(h["setupCount"])]
+        parts = [(sound[part + "Offset"], sound[part + "Bytes"]) for sound in self.sounds for part in ("chunks", "data")]
+        require(all(offset >= end for offset, _ in setups + parts), "a part lies in the tables")
+        require(are_disjoint(setups + parts), "two parts share bytes")
+        require(are_disjoint((sound["nameOffset"], sound["nameBytes"]) for sound in self.sounds), "names share bytes")
         self.name_index = [struct.unpack_from("<QI", index, 16 * i) for i in range(h["nameIndexCount"])]
         require(self.name_index == sorted(self.name_index), "order of the names")
         for hashed, sound in self.name_index:
             require(hashed == name_hash(self.sounds[sound]["name"]), "hash of a name")
 
     def _read_setup(self, offset, expected, size):
+        require(size <= MOST_SETUP, "size of a setup")
         setup = bytes(self.part(offset, size))
         require(checksum(setup) == expected, "checksum of a setup")
         return setup
@@ -224,7 +244,11 @@ class Bank:
         values = struct.unpack_from("<" + "".join(code for _, code in ROW), row)
         sound = dict(zip((name for name, _ in ROW if name), values))
         require(1 <= sound["channels"] <= 32 and 1 <= sound["rate"] <= 768000, "row of a sound")
+        require(sound["length"] <= 1 << 48 and sound["leadIn"] <= MOST_LEAD_IN, "length of a sound")
+        require(sound["chunksBytes"] <= MOST_CHUNKS and sound["nameBytes"] <= MOST_NAME, "row of a sound")
+        require(sound["nameOffset"] + sound["nameBytes"] <= len(names), "a name lies outside the names")
         sound["name"] = bytes(names[sound["nameOffset"]:][:sound["nameBytes"]])
+        require(0 not in sound["name"], "zero in a name")
         chunks = self.part(sound["chunksOffset"], sound["chunksBytes"])
         require(checksum(chunks) == sound["chunksChecksum"], "checksum of the chunks")
         sound |= read_chunks(chunks, sound)
@@ -259,7 +283,7 @@ class Bank:
         while at < len(data):
             size, shift = 0, 0
             while True:
-                require(shift < 28 and at < len(data), "size of a packet")
+                require(shift < 21 and at < len(data), "size of a packet")
                 byte = data[at]
                 at += 1
                 size |= (byte & 127) << shift
@@ -272,35 +296,54 @@ class Bank:
         return packets
 
 
+KNOWN_TAGS = {b"LOOP", b"PEAK", b"SYNC", b"SEEK", b"SEAM"}
+
+
 def read_chunks(chunks, sound):
     found = {"loop": None, "peak": None, "syncPoints": [], "seekPoints": [], "corrections": []}
-    at = 0
+    at, seen = 0, set()
     while at < len(chunks):
+        require(at + 8 <= len(chunks), "head of a chunk")
         tag, size = struct.unpack_from("<4sI", chunks, at)
         payload = chunks[at + 8:at + 8 + size]
         require(len(payload) == size, "size of a chunk")
         at += 8 + size
+        require(tag not in seen, "a chunk stands twice")
+        if tag in KNOWN_TAGS:
+            seen.add(tag)
         if tag == b"LOOP":
             found["loop"] = struct.unpack_from("<QQ", payload)
             require(found["loop"][0] < found["loop"][1] <= sound["length"], "loop")
         elif tag == b"PEAK":
             found["peak"] = struct.unpack_from("<f", payload)[0]
         elif tag == b"SYNC":
-            found["syncPoints"] = read_sync_points(payload)
+            found["syncPoints"] = read_sync_points(payload, sound["length"])
         elif tag == b"SEEK":
-            found["seekPoints"] = list(struct.iter_unpack("<QQ", payload))
+            found["seekPoints"] = read_seek_points(payload, sound)
         elif tag == b"SEAM":
             found["corrections"] = read_corrections(payload, sound["channels"])
     return found
 
 
-def read_sync_points(payload):
+def read_sync_points(payload, length):
     points, at = [], 0
     while at < len(payload):
         frame, size = struct.unpack_from("<QI", payload, at)
-        points.append((frame, bytes(payload[at + 12:at + 12 + size])))
+        name = bytes(payload[at + 12:at + 12 + size])
+        require(frame <= length and size <= MOST_NAME and 0 not in name, "sync points")
+        points.append((frame, name))
         at += 12 + size
     require(at == len(payload) and points == sorted(points, key=lambda point: point[0]), "sync points")
+    require(len(points) <= MOST_SYNC_POINTS, "number of sync points")
+    return points
+
+
+def read_seek_points(payload, sound):
+    require(len(payload) % 16 == 0 and len(payload) // 16 <= MOST_SEEK_POINTS, "number of seek points")
+    points = list(struct.iter_unpack("<QQ", payload))
+    for (position, offset), before in zip(points, [(0, 0)] + points):
+        require(position > before[0] and offset > before[1], "order of the seek points")
+        require(position <= sound["leadIn"] + sound["length"] and offset < sound["dataBytes"], "a seek point")
     return points
 
 

@@ -17,8 +17,8 @@ class BankFile
 {
 public:
     // Opens the bank at path and checks its header and tables, without touching sample data. A locked (encrypted)
-    // bank opens too. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION: a newer one. KESS_ERR_FILE_BAD: damaged; then
-    // fault, here and below, gets what is damaged, in words, unless it is null.
+    // bank opens too. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION: one of another version. KESS_ERR_FILE_BAD:
+    // damaged; then fault, here and below, gets what is damaged, in words, unless it is null.
     [[nodiscard]] static KESS_RESULT open(const char* path, std::unique_ptr<BankFile>* bank,
                                           std::string* fault = nullptr);
 

@@ -42,7 +42,7 @@ extern "C" const char* KESS_ErrorString(KESS_RESULT result)
     case KESS_ERR_UNSUPPORTED:
         return "The sound is of a kind that can't be decoded here.";
     case KESS_ERR_VERSION:
-        return "The bank is of a newer version.";
+        return "The bank is of a version that this engine doesn't read.";
     case KESS_ERR_KEY_WRONG:
         return "The key does not fit the encrypted bank.";
     default:

@@ -151,11 +151,13 @@ TEST(Container, DerivesBytesAndGuidFromTheContentAlone)
     EXPECT_EQ(guidOf(sounds, {.guid = false}), std::nullopt);
 }
 
-TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesANewerMajorOne)
+TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesAnotherMajorOne)
 {
     std::vector<uint8_t> bytes = makeBank(severalSounds());
-    storeAt(bytes, 8, 2, 2);
-    EXPECT_EQ(open(bytes).error(), Error::Version) << "before any checksum, which may stand elsewhere by then";
+    for (const int other : {1, 3}) {
+        storeAt(bytes, 8, uint64_t(other), 2);
+        EXPECT_EQ(open(bytes).error(), Error::Version) << "before any checksum, which may stand elsewhere by then";
+    }
 
     // A later minor version: an unknown flag, and 8 more bytes behind the known ones of header and rows.
     std::vector<uint8_t> longer = makeBank({severalSounds()[0]});
@@ -326,6 +328,22 @@ TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
     resealEncrypted(greedy);
     for (const auto& mutant : {swapped, mixed, shortened, cut, greedy})
         EXPECT_EQ(outcome(mutant), Error::Damaged);
+
+    // Any byte of the header, whose checksum anybody can make.
+    const auto expected = [](size_t at) {
+        if (at < 10)
+            return Error::Version;
+        if (at == 16)
+            return Error::NotABank; // not encrypted
+        const bool isOfTheKey = at == 40 || at == 44 || at == 45 || (at >= 48 && at < 64) || (at >= 80 && at < 96);
+        return isOfTheKey ? Error::KeyWrong : Error::Damaged;
+    };
+    for (size_t at = 8; at < 120; ++at) {
+        std::vector<uint8_t> mutant = bytes;
+        mutant[at] ^= 1;
+        resealEncrypted(mutant);
+        EXPECT_EQ(outcome(mutant), expected(at)) << at;
+    }
 }
 
 namespace {
@@ -411,7 +429,7 @@ TEST(Container, ReachesSoundsBehindFourGigabytes)
     EXPECT_EQ(bank->entry(0).sampleCount, huge.sampleCount);
 }
 
-TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
+TEST(BankWriter, StopsWhenAskedAndRefusesTooManyAndASoundThatIsNotTheOneAdded)
 {
     const std::vector<EncodedSound> sounds = severalSounds();
     bank::BankWriter writer({});
@@ -437,6 +455,10 @@ TEST(BankWriter, StopsWhenAskedAndRefusesASoundThatIsNotTheOneAdded)
     Changing stored({sounds[0]});
     EXPECT_EQ(writer.writeEncrypted(sink, stored, "key", {}), Error::Damaged);
     EXPECT_EQ(writer.writeEncrypted(sink, stored, "", {}), Error::Invalid);
+    bank::BankWriter large({});
+    for (int i = 0; i < 520; ++i)
+        large.add(std::string(bank::kMaximumNameBytes + 9, 'n'), bank::emptySound());
+    EXPECT_EQ(large.write(sink, stored, {}), Error::TooMany);
     std::stop_source stop;
     stop.request_stop();
     EXPECT_EQ(writer.write(sink, stored, stop.get_token()), Error::Cancelled);

@@ -1,4 +1,5 @@
 // Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
+#include "data_stream.hpp"
 #include "encoders.hpp"
 #include "support/bank_maker.hpp"
 #include "support/engine_access.hpp"
@@ -256,4 +257,21 @@ TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
     const std::vector<float> wanted = faint.floats();
     const double power = std::inner_product(wanted.begin(), wanted.end(), wanted.begin(), 0.0);
     EXPECT_NEAR(std::inner_product(wanted.begin(), wanted.end(), got.begin(), 0.0) / power, 1, 0.3);
+}
+
+TEST(DataStream, KeepsAsManySeekPointsOfALongSoundAsABankHolds)
+{
+    for (const size_t count : {size_t(0), size_t(1), bank::kMaximumSeekPoints, bank::kMaximumSeekPoints + 1,
+                               2 * bank::kMaximumSeekPoints + 1, 5 * bank::kMaximumSeekPoints - 1}) {
+        bank::Sound sound;
+        for (size_t i = 0; i < count; ++i)
+            sound.seekPoints.push_back({100 * (i + 1), i + 1});
+        bank::MemorySink sink;
+        ASSERT_EQ(tarnok::DataStream(sink).finish(&sound), Error::None);
+        ASSERT_LE(sound.seekPoints.size(), bank::kMaximumSeekPoints) << count;
+        ASSERT_GE(2 * sound.seekPoints.size(), std::min(count, bank::kMaximumSeekPoints)) << count;
+        for (size_t i = 1; i < sound.seekPoints.size(); ++i)
+            ASSERT_EQ(sound.seekPoints[i].offset - sound.seekPoints[i - 1].offset,
+                      (count + bank::kMaximumSeekPoints - 1) / bank::kMaximumSeekPoints);
+    }
 }

@@ -58,8 +58,8 @@ class BankReader
 {
 public:
     // Opens the plain layout: of an unencrypted file, or of an encrypted one through unlock(). Reads the header and
-    // the tables and verifies their checksums and every offset in them. Errors of probe(), Error::KeyMissing for
-    // an encrypted file, Error::Damaged, Error::Memory.
+    // the tables and verifies their checksums, every offset in them, and that no byte is in two sounds. Errors of
+    // probe(), Error::KeyMissing for an encrypted file, Error::Damaged, Error::Memory.
     static Result<BankReader> open(std::shared_ptr<const ByteSource> source, std::string* fault = nullptr);
 
     BankReader(BankReader&&) noexcept;
@@ -79,6 +79,7 @@ public:
     Result<Sound> soundWithoutSetup(uint32_t index, std::string* fault = nullptr) const;
     Result<std::vector<uint8_t>> setup(uint32_t setupIndex, std::string* fault = nullptr) const;
     [[nodiscard]] uint32_t setupCount() const;
+    [[nodiscard]] uint32_t setupBytes(uint32_t setupIndex) const; // setupIndex is below setupCount() (asserted)
 
     // The first sound of that name, compared byte by byte. Error::NotFound.
     Result<uint32_t> find(std::string_view name) const;

@@ -11,12 +11,13 @@ enum class [[nodiscard]] Error{
     None = 0,
     Io, // reading or writing failed; the source or sink that was given knows the cause
     NotABank, // the bytes don't begin as a bank does
-    Version, // a bank of a newer major version
+    Version, // a bank of another major version
     Damaged, // a checksum, length, offset or packet is wrong, or the file was cut
     KeyMissing, // the bank is encrypted and was asked for its contents without a key
     KeyWrong, // the key is not the one that the bank was encrypted with
     NotFound, // no sound of that index or name
     Invalid, // an argument out of its range
+    TooMany, // more sounds, or longer names of them, than a bank holds
     Unsupported, // the codec can't take this (channels, rate), or isn't in this library
     Encoder, // an encoder library failed
     Memory, // there is none left

@@ -23,7 +23,13 @@ namespace bank {
 inline constexpr int kMaximumChannels = 32;
 inline constexpr uint32_t kMaximumSampleRate = 768'000; // hertz
 inline constexpr uint32_t kMaximumQuality = 100;
-inline constexpr uint32_t kMaximumLeadIn = 0x7fffffff;
+inline constexpr uint32_t kMaximumLeadIn = 131'072;
+inline constexpr size_t kMaximumNameBytes = 65'535; // of a sound or a sync point
+inline constexpr size_t kMaximumSetupBytes = 1 << 20;
+inline constexpr size_t kMaximumSyncPoints = 65'536;
+inline constexpr size_t kMaximumSeekPoints = 131'072;
+inline constexpr size_t kMaximumChunksBytes = 8 << 20; // of all that is optional in a sound
+inline constexpr size_t kMaximumPacketBytes = (1 << 21) - 1; // of a Vorbis or Opus packet
 inline constexpr size_t kSoundRecordBytes = 96;
 
 // How the data of a sound is encoded. The numbers are those of TARNOK_FORMAT and are stored.
@@ -66,7 +72,7 @@ struct Loop
 struct SyncPoint
 {
     uint64_t sample = 0; // at most the sound's length
-    std::string name; // UTF-8, may be empty
+    std::string name; // UTF-8 without NUL, at most kMaximumNameBytes, may be empty
 
     bool operator==(const SyncPoint&) const = default;
 };
@@ -99,9 +105,9 @@ struct Sound
     std::vector<uint8_t> setup;
 
     std::optional<Loop> loop;
-    std::vector<SyncPoint> syncPoints; // by rising sample
+    std::vector<SyncPoint> syncPoints; // by rising sample, at most kMaximumSyncPoints
     std::optional<float> peak; // largest absolute sample of the source, 1 is full scale
-    std::vector<SeekPoint> seekPoints;
+    std::vector<SeekPoint> seekPoints; // at most kMaximumSeekPoints
     std::vector<Correction> corrections; // of the codecs that decode to float
 
     bool operator==(const Sound&) const = default;

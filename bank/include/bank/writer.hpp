@@ -54,9 +54,9 @@ public:
     explicit BankWriter(const BankSettings& settings);
     ~BankWriter();
 
-    // Appends a sound; indices count from 0. name is UTF-8 without NUL, at most 65,535 bytes (longer ones are cut at a
-    // character), and need not be unique: the first of equal names is the one that is found. Only what the table needs
-    // of sound is kept.
+    // Appends a sound; indices count from 0. name is UTF-8 without NUL (asserted), at most 65,535 bytes (longer ones
+    // are cut at a character), and need not be unique: the first of equal names is the one that is found. Only what the
+    // table needs of sound is kept.
     void add(std::string_view name, const Sound& sound);
 
     // Size of the file that write or writeEncrypted makes, in bytes.
@@ -64,7 +64,8 @@ public:
     [[nodiscard]] uint64_t encryptedFileBytes() const;
 
     // Writes the bank. stop is looked at after at most 256 KiB of copying. Error::Cancelled; whatever sink or stored
-    // answered; Error::Damaged: a stored sound is not the one that was added. What sink got until then is of no use.
+    // answered; Error::TooMany: the tables are larger than readers accept; Error::Damaged: a stored sound is not the
+    // one that was added. What sink got until then is of no use.
     Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
 
     // The same, encrypted with key (any bytes, at least one). Goes through the stored sounds twice, first for the
