@@ -44,7 +44,7 @@ typedef enum KESS_RESULT KESS_INT32
     KESS_ERR_TRUNCATED = 65, /* the text didn't fit the buffer and was cut */
     KESS_ERR_UNINITIALIZED = 67,
     KESS_ERR_UNSUPPORTED = 68, /* the sound was recognised but can't be decoded here */
-    KESS_ERR_VERSION = 69, /* a bank of a newer version */
+    KESS_ERR_VERSION = 69, /* a bank of a version that this engine doesn't read */
     KESS_ERR_KEY_WRONG = 70, /* the key does not fit the encrypted bank */
     KESS_RESULT_FORCEINT = 0x7fffffff
 } KESS_RESULT;
@@ -106,7 +106,9 @@ typedef enum KESS_TIMEUNIT KESS_INT32
     KESS_TIMEUNIT_FORCEINT = 0x7fffffff
 } KESS_TIMEUNIT;
 
-/* Modes of createSound, combined by OR. Every sound of this engine is a stream that opens without decoding. */
+/* Modes of createSound, combined by OR. Every sound of this engine is a stream that opens without decoding. With
+ * KESS_MODE_OPENONLY, getSubSound doesn't prepare decoding either, which is quicker for those who want the facts alone;
+ * the first call that reads or seeks does, and reports what it finds wrong. */
 #define KESS_MODE_DEFAULT 0x00000000u
 #define KESS_MODE_CREATESTREAM 0x00000080u
 #define KESS_MODE_OPENONLY 0x00002000u
@@ -129,7 +131,7 @@ typedef enum KESS_CODEC KESS_INT32
 typedef struct KESS_BANKINFO
 {
     int32_t cbsize; /* size of this record in bytes, set by the caller */
-    int32_t majorVersion; /* of the container, such as 1 and 0 for 1.0 */
+    int32_t majorVersion; /* of the container, such as 2 and 0 for 2.0 */
     int32_t minorVersion;
     int32_t encrypted; /* 1 or 0 */
     uint64_t fileBytes; /* size of the file */

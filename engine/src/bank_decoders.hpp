@@ -17,6 +17,9 @@ namespace kess {
 // How long an Opus decoder that comes from a seek point may still be wrong (RFC 7845, 4.6).
 inline constexpr uint64_t kOpusPrerollMilliseconds = 80;
 
+// Of the setup of an Opus sound, in bytes: two counts of streams, and a byte for each channel.
+inline constexpr uint32_t kLongestOpusSetup = 2 + KESS_MAX_CHANNELS;
+
 // The encoded data of one sound.
 struct EncodedData
 {
@@ -75,6 +78,7 @@ public:
     explicit PacketReader(EncodedData data);
 
     void seek(uint64_t offset); // cut to the size of the data
+    [[nodiscard]] uint64_t offset() const { return mNext; } // of the next packet
     [[nodiscard]] bool atEnd() const { return mNext == mWindow.size(); }
 
     // The next packet, valid until the next call. KESS_ERR_FILE_BAD behind the last one, too.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace kess {
 
@@ -194,7 +195,7 @@ private:
 
     [[nodiscard]] KESS_RESULT makeOpus(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
     {
-        if (!setup)
+        if (!setup || mReader->setupBytes(*setup) > kLongestOpusSetup)
             return KESS_ERR_FILE_BAD;
         const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
         return bytes ? makeOpusDecoder(std::move(sound), *bytes, decoder) : resultOf(bytes.error());
@@ -202,14 +203,15 @@ private:
 
     [[nodiscard]] KESS_RESULT makeVorbis(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
     {
-        if (!setup)
+        if (!setup || mBadVorbisSetups.contains(*setup))
             return KESS_ERR_FILE_BAD;
         std::shared_ptr<const VorbisSetup> shared = mVorbisSetups[*setup].lock();
         if (!shared) {
             const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
-            if (!bytes)
-                return resultOf(bytes.error());
-            if (const KESS_RESULT result = makeVorbisSetup(*bytes, &shared); result != KESS_OK)
+            const KESS_RESULT result = bytes ? makeVorbisSetup(*bytes, &shared) : resultOf(bytes.error());
+            if (result == KESS_ERR_FILE_BAD && bytes.error() != bank::Error::Io)
+                mBadVorbisSetups.insert(*setup);
+            if (result != KESS_OK)
                 return result;
             mVorbisSetups[*setup] = shared;
         }
@@ -221,6 +223,7 @@ private:
     bool mEncrypted = false;
     std::optional<bank::BankReader> mReader;
     std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
+    std::set<uint32_t> mBadVorbisSetups; // headers that are damaged, which take as long to read as others
     // Who opens and releases sound after sound doesn't unpack the headers that they share each time.
     std::shared_ptr<const VorbisSetup> mLastVorbisSetup;
 };

@@ -9,7 +9,11 @@ namespace kess {
 namespace {
 
 constexpr size_t kReadAhead = 16 * 1024;
-constexpr int kLengthBits = 28;
+constexpr int kLengthBits = 21;
+static_assert((size_t{1} << kLengthBits) - 1 == bank::kMaximumPacketBytes);
+
+// Who asks for the most that may be needed may use little of it. With this factor, no byte is read more than twice.
+constexpr size_t kReadAheadFactor = 2;
 
 } // namespace
 
@@ -24,8 +28,8 @@ KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint
     const bool held = offset >= mBufferStart && count <= mBuffered
         && offset - mBufferStart <= static_cast<uint64_t>(mBuffered - count);
     if (!held) {
-        const size_t wanted =
-            static_cast<size_t>(std::min<uint64_t>(std::max(count, kReadAhead), mData.bytes - offset));
+        const size_t wanted = static_cast<size_t>(
+            std::min<uint64_t>(std::max(count * kReadAheadFactor, kReadAhead), mData.bytes - offset));
         mBuffered = 0;
         mBuffer.resize(std::max(mBuffer.size(), wanted));
         const bank::Error error = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));

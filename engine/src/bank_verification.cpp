@@ -9,12 +9,29 @@ namespace kess {
 
 namespace {
 
+// Which seek points have been met by somebody who goes from packet to packet.
+class SeekPointCount
+{
+public:
+    explicit SeekPointCount(const std::vector<bank::SeekPoint>& points)
+        : mPoints(points)
+    { }
+
+    void packetAt(uint64_t offset) { mMet += mMet < mPoints.size() && mPoints[mMet].offset == offset; }
+    [[nodiscard]] bool complete() const { return mMet == mPoints.size(); }
+
+private:
+    const std::vector<bank::SeekPoint>& mPoints;
+    size_t mMet = 0;
+};
+
 // Whether every byte of the data belongs to a packet.
-KESS_RESULT walkPackets(EncodedData data)
+KESS_RESULT walkPackets(EncodedData data, SeekPointCount* seekPoints)
 {
     PacketReader packets(std::move(data));
     std::span<const uint8_t> packet;
     while (!packets.atEnd()) {
+        seekPoints->packetAt(packets.offset());
         if (const KESS_RESULT result = packets.next(&packet); result != KESS_OK)
             return result;
     }
@@ -22,13 +39,14 @@ KESS_RESULT walkPackets(EncodedData data)
 }
 
 // The same for superblocks, of which there are as many as the length asks for.
-KESS_RESULT walkSuperblocks(EncodedData data, const bank::Sound& sound)
+KESS_RESULT walkSuperblocks(EncodedData data, const bank::Sound& sound, SeekPointCount* seekPoints)
 {
     using namespace bank::kadpcm;
     DataWindow window(std::move(data));
     const uint64_t most = maximumSuperblockBytes(sound.channels, kSuperblockFrames);
     uint64_t offset = 0;
     for (uint64_t frame = 0; frame < sound.sampleCount; frame += kSuperblockFrames) {
+        seekPoints->packetAt(offset);
         std::span<const uint8_t> bytes;
         const auto wanted = static_cast<size_t>(std::min(most, window.size() - offset));
         if (const KESS_RESULT result = window.view(offset, wanted, &bytes); result != KESS_OK)
@@ -150,6 +168,7 @@ BankVerification::BankVerification(BankFile& bank, TellFinding tell)
     : mBank(bank)
     , mReader(*bank.reader())
     , mTell(std::move(tell))
+    , mSetupFaults(mReader.setupCount())
 { }
 
 KESS_RESULT BankVerification::run()
@@ -169,9 +188,22 @@ void BankVerification::verifySound(uint32_t index)
     bank::Sound sound;
     if (!verifyStored(index, &sound))
         return;
-    verifyPackets(index, sound);
-    if (!ended())
+    if (verifyPackets(index, sound) && !ended())
         verifyDecoding(index, sound);
+}
+
+// Many sounds share a setup, which is read once.
+bank::Error BankVerification::verifySetup(uint32_t setup, std::string* fault)
+{
+    std::optional<std::string>& found = mSetupFaults[setup];
+    if (!found) {
+        const bank::Error error = mReader.setup(setup, fault).error();
+        if (error != bank::Error::None && error != bank::Error::Damaged)
+            return error;
+        found = error == bank::Error::Damaged ? *fault : std::string();
+    }
+    *fault = *found;
+    return found->empty() ? bank::Error::None : bank::Error::Damaged;
 }
 
 // Each part is looked at, so that all faults of a sound are told; decoding waits until there are none.
@@ -187,22 +219,27 @@ bool BankVerification::verifyStored(uint32_t index, bank::Sound* sound)
     if (ended())
         return false;
     if (const std::optional<uint32_t> setup = mReader.entry(index).setup)
-        passed = passes(mReader.setup(*setup, &fault).error(), index, fault) && passed;
+        passed = passes(verifySetup(*setup, &fault), index, fault) && passed;
     if (ended())
         return false;
     return passes(mReader.verifyData(index, &fault), index, fault) && passed;
 }
 
-void BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
+bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
 {
     const bank::SoundEntry entry = mReader.entry(index);
     const EncodedData data{mReader.source(), entry.dataOffset, entry.dataBytes};
+    SeekPointCount seekPoints(sound.seekPoints);
     KESS_RESULT result = KESS_OK;
     if (sound.codec == bank::Codec::Vorbis || sound.codec == bank::Codec::Opus)
-        result = walkPackets(data);
+        result = walkPackets(data, &seekPoints);
     else if (sound.codec == bank::Codec::Kadpcm)
-        result = walkSuperblocks(data, sound);
-    passes(result, index, "its packets don't fit the size of its data");
+        result = walkSuperblocks(data, sound, &seekPoints);
+    else
+        return true;
+    if (!passes(result, index, "its packets don't fit the size of its data"))
+        return false;
+    return passes(seekPoints.complete() ? KESS_OK : KESS_ERR_FILE_BAD, index, "its seek table points into a packet");
 }
 
 void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)

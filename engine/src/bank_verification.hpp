@@ -5,7 +5,9 @@
 #include "bank_file.hpp"
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace kess {
 
@@ -25,8 +27,9 @@ public:
 
 private:
     void verifySound(uint32_t index);
+    [[nodiscard]] bank::Error verifySetup(uint32_t setup, std::string* fault);
     [[nodiscard]] bool verifyStored(uint32_t index, bank::Sound* sound);
-    void verifyPackets(uint32_t index, const bank::Sound& sound);
+    [[nodiscard]] bool verifyPackets(uint32_t index, const bank::Sound& sound);
     void verifyDecoding(uint32_t index, const bank::Sound& sound);
 
     // Whether error is none; tells or keeps it otherwise.
@@ -38,6 +41,7 @@ private:
     BankFile& mBank;
     const bank::BankReader& mReader;
     TellFinding mTell;
+    std::vector<std::optional<std::string>> mSetupFaults; // of setups that were verified; empty: none
     bool mDamaged = false;
     bool mStopped = false;
     KESS_RESULT mFailure = KESS_OK;

@@ -120,7 +120,7 @@ KESS_RESULT System::init(int, unsigned int, void*)
     return KESS_OK;
 }
 
-KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
 {
     if (!sound)
         return KESS_ERR_INVALID_PARAM;
@@ -134,6 +134,8 @@ KESS_RESULT System::createSound(const char* path, unsigned int, const KESS_CREAT
         SoundAccess::Pointer opened;
         const KESS_RESULT result =
             kess::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, &opened);
+        if (opened && (mode & KESS_MODE_OPENONLY))
+            SoundAccess::deferDecoders(*opened);
         *sound = opened.release();
         return kess::asFileFault(result);
     } catch (...) {

@@ -87,6 +87,11 @@ KESS_RESULT SoundAccess::fromBank(std::unique_ptr<kess::BankFile> bank, Pointer*
     return result;
 }
 
+void SoundAccess::deferDecoders(Sound& bank)
+{
+    bank.mImpl->defersDecoders = true;
+}
+
 KESS_RESULT Sound::Impl::checkUnlockedBank() const
 {
     if (!bank)
@@ -107,6 +112,8 @@ KESS_RESULT Sound::Impl::readyToDecode()
         return KESS_ERR_INVALID_HANDLE;
     if (decoder)
         return KESS_OK;
+    if (home)
+        return home->decoder(place, &decoder);
     if (!bank)
         return KESS_ERR_UNSUPPORTED;
     if (bank->locked())
@@ -252,7 +259,7 @@ KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
     kess::SoundFacts subsoundFacts;
     kess::DecoderPointer subsoundDecoder;
     KESS_RESULT result = bank->facts(index, &subsoundFacts);
-    if (result == KESS_OK)
+    if (result == KESS_OK && !defersDecoders)
         result = bank->decoder(index, &subsoundDecoder);
     if (result != KESS_OK && result != KESS_ERR_UNSUPPORTED)
         return result;

@@ -23,6 +23,9 @@ struct SoundAccess
     // A file that was recognised; without a decoder it can't be read.
     [[nodiscard]] static Pointer fromFile(kess::SoundFacts facts, kess::DecoderPointer decoder);
     [[nodiscard]] static KESS_RESULT fromBank(std::unique_ptr<kess::BankFile> bank, Pointer* sound);
+
+    // Sounds of the bank prepare for decoding when they are first read.
+    static void deferDecoders(Sound& bank);
 };
 
 struct Sound::Impl
@@ -34,6 +37,7 @@ struct Sound::Impl
     // Decoders read from the bank and go before it.
     std::unique_ptr<kess::BankFile> bank;
     std::vector<SoundAccess::Pointer> subsounds; // made when they are asked for
+    bool defersDecoders = false;
     kess::BankFile* home = nullptr; // the bank that a subsound is from
     int place = 0; // its index there
     bool isClosed = false; // a subsound that was released

@@ -195,3 +195,29 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
     EXPECT_EQ(engine().system().verifyBank("external", nullptr, take, &findings), KESS_OK);
     EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "the answer 0 ends it";
 }
+
+TEST(ASoundWithDamagedHeaders, IsRefusedWhenAskedForOrTellsItsFactsWhereOnlyTheseAreWanted)
+{
+    const Signal tone = sine(1, 48000, 4000);
+    bank_test::MemorySound sound(tone.channels, 48000, tone.samples);
+    std::vector<bank_test::EncodedSound> encoded(2, bank_test::encode(bank::Codec::Vorbis, sound));
+    encoded[1].sound.setup = {1, 2, 3};
+    writeFile("damaged", bank_test::makeBank(encoded));
+    for (const unsigned mode : {KESS_MODE_DEFAULT, KESS_MODE_OPENONLY}) {
+        KESS::Sound* opened = nullptr;
+        ASSERT_EQ(engine().system().createSound("damaged", mode, nullptr, &opened), KESS_OK);
+        const SoundPointer bank(opened);
+        KESS::Sound* whole = nullptr;
+        ASSERT_EQ(bank->getSubSound(0, &whole), KESS_OK);
+        EXPECT_EQ(readFloats(*whole).size(), 4000u);
+        KESS::Sound* damaged = nullptr;
+        const bool isDeferred = mode == KESS_MODE_OPENONLY;
+        ASSERT_EQ(bank->getSubSound(1, &damaged), isDeferred ? KESS_OK : KESS_ERR_FILE_BAD);
+        if (!isDeferred)
+            continue;
+        EXPECT_EQ(factsOf(*damaged).samples, 4000u);
+        float frame = 0;
+        EXPECT_EQ(damaged->readFloat(&frame, 1, nullptr), KESS_ERR_FILE_BAD);
+        EXPECT_EQ(damaged->seekData(1), KESS_ERR_FILE_BAD);
+    }
+}
