@@ -1,5 +1,6 @@
 """Drives the bank inspector as its users do: real banks, damaged banks, hostile names, exit statuses, files on disk."""
 
+import json
 import os
 import random
 import resource
@@ -82,8 +83,12 @@ class InfoTest(TnbCase):
 
     def test_takes_the_key_from_a_file_too(self):
         path = self.build("x.tnb", key="two words", source="a.wav")
-        (self.work / "key").write_text("two words\r\nnot this\n")
-        self.assert_tnb("info", path, "--key-file", "key")
+        for key in ("two words\r\nnot this\n", "\ufefftwo words\n", "two words \t \n", "\ufefftwo words  \r\n"):
+            (self.work / "key").write_bytes(key.encode())
+            self.assert_tnb("info", path, "--key-file", "key")
+        for key in (" two words\n", "two  words\n"):
+            (self.work / "key").write_bytes(key.encode())
+            self.assert_fails(UNREADABLE, "different key", "info", path, "--key-file", "key")
         self.assert_tnb("validate", path, path, "--key-file", "-", typed="two words\n")
         self.assertEqual(self.tnb("validate", path, path, "--key-file", "-", typed="\ntwo words\n")[:2], (UNREADABLE, ""))
         self.assert_tnb("info", self.build("y.tnb", source="a.wav"), "-k", "of no use here")
@@ -91,9 +96,11 @@ class InfoTest(TnbCase):
     def test_names_what_it_can_not_read_and_why(self):
         (self.work / "empty").write_bytes(b"")
         locked = self.build("locked.tnb", key="k", source="a.wav")
-        newer = bytearray(self.build("newer.tnb", source="a.wav").read_bytes())
-        newer[8] = 2
-        (self.work / "newer.tnb").write_bytes(newer)
+        other = bytearray(self.build("other.tnb", source="a.wav").read_bytes())
+        for name, major in (("older.tnb", 1), ("newer.tnb", 3)):
+            other[8] = major
+            (self.work / name).write_bytes(other)
+        (self.work / "wide").write_bytes("k".encode("utf-16"))
         for arguments, words in (
             (["gone.tnb"], "gone.tnb: no such file"),
             (["a.wav"], "a.wav: not a sound bank"),
@@ -103,7 +110,10 @@ class InfoTest(TnbCase):
             ([locked, "--key", "K"], "encrypted with a different key"),
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
             ([locked, "--key-file", "gone"], "can't read the key from gone"),
-            (["newer.tnb"], "newer version"),
+            ([locked, "--key-file", "wide"], "wide is in UTF-16"),
+            (["older.tnb"], "of a version of the container that this program doesn't read"),
+            (["newer.tnb"], "of a version of the container that this program doesn't read"),
+            (["a.wav", "--\x1b[2J"], r"\\x1b\[2J"),
         ):
             for command in ("info", "validate", "extract"):
                 with self.subTest(command=command, arguments=arguments):
@@ -215,7 +225,7 @@ class ExtractTest(TnbCase):
             self.assertEqual(self.build("again.tnb", source="new/out", key=key).read_bytes(), bank.read_bytes())
 
     def test_keeps_hostile_names_in_the_folder_and_apart(self):
-        names = [b"../../up", b"a/b/../c", b"", b".hidden.", b"\x1b[2Jevil", b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",
+        names = [b"../../up", b"a/b/../c", b"", b".hidden.", "\x1b[2J\x9b\u202eevil".encode(), b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",
                  b"same.wav", b"same-8..", b"x" * 230, b"..", b"/etc/x", b"a\\b:c*d?", "größer".encode()]
         for i in range(len(names)):
             write_riff(self.folder_in / f"{i:03}{'n' * 240}.wav", noise(200, seed=i), rate=8000)
@@ -241,7 +251,11 @@ class ExtractTest(TnbCase):
         self.assertEqual({read_riff(self.work / "deep/er/out" / name)["samples"] for name in made},
                          {noise(200, seed=i) for i in range(len(names))})
         self.assertNotIn("\x1b", self.assert_tnb("info", "x.tnb") + output)
-        self.info("x.tnb")
+        text = self.assert_tnb("info", "--json", "x.tnb")
+        self.assertTrue(all(line.isprintable() for line in text.splitlines()), text)
+        self.assertEqual(json.loads(text)["sounds"][4]["name"], "\x1b[2J\u009b\u202eevil")
+        self.assertEqual(text, json.dumps(json.loads(text), indent=2, ensure_ascii=False)
+                         .replace("\x9b", "\\u009b").replace("\u202e", "\\u202e") + "\n")
 
         # One of several that share a name is called alike when it is extracted alone.
         self.assertEqual(self.assert_tnb("extract", "x.tnb", "8", "-o", "alone"), "alone/same-8.wav\n")

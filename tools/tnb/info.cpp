@@ -4,7 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cmath>
 #include <iostream>
 
@@ -21,20 +20,16 @@ struct Listed
     std::string fault;
 };
 
-std::vector<Listed> listSounds(OpenedBank& bank)
+Listed listSound(OpenedBank& bank, int index)
 {
-    std::vector<Listed> sounds;
-    for (int i = 0; i < bank.soundCount(); ++i) {
-        Listed listed;
-        try {
-            listed.facts = bank.facts(i);
-        } catch (const Failure& failure) {
-            listed.facts.index = i;
-            listed.fault = failure.what();
-        }
-        sounds.push_back(std::move(listed));
+    Listed listed;
+    try {
+        listed.facts = bank.facts(index);
+    } catch (const Failure& failure) {
+        listed.facts.index = index;
+        listed.fault = failure.what();
     }
-    return sounds;
+    return listed;
 }
 
 // Names of codecs and sample formats, in JSON and for people.
@@ -150,22 +145,40 @@ Json jsonOf(const Listed& listed)
     return json;
 }
 
-void printJson(const std::string& path, const KESS_BANKINFO& info, const std::vector<Listed>& sounds)
+// Names and paths need not be UTF-8.
+std::string textOf(const Json& json)
 {
-    Json json;
-    json["file"] = path;
-    json["version"] = versionOf(info);
-    json["codec"] = namesOf(info.codec).json;
-    json["quality"] = hasQuality(info.codec) && info.quality > 0 ? Json(info.quality) : Json();
-    json["bytes"] = info.fileBytes;
-    json["encrypted"] = info.encrypted != 0;
-    json["guid"] = info.hasGuid ? Json(guidOf(info)) : Json();
-    json["names"] = info.hasNames != 0;
-    json["sounds"] = Json::array();
-    for (const Listed& listed : sounds)
-        json["sounds"].push_back(jsonOf(listed));
-    // Names and paths need not be UTF-8.
-    std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    return json.dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+// Sound after sound, so that memory doesn't grow with their number.
+Status printJson(const std::string& path, OpenedBank& bank)
+{
+    const KESS_BANKINFO& info = bank.info();
+    Json head;
+    head["file"] = path;
+    head["version"] = versionOf(info);
+    head["codec"] = namesOf(info.codec).json;
+    head["quality"] = hasQuality(info.codec) && info.quality > 0 ? Json(info.quality) : Json();
+    head["bytes"] = info.fileBytes;
+    head["encrypted"] = info.encrypted != 0;
+    head["guid"] = info.hasGuid ? Json(guidOf(info)) : Json();
+    head["names"] = info.hasNames != 0;
+    std::string text = textOf(head);
+    text.resize(text.rfind("\n}"));
+    writeJson(std::cout, text, 0);
+    std::cout << ",\n  \"sounds\": [";
+
+    Status status = Status::Whole;
+    for (int i = 0; i < bank.soundCount(); ++i) {
+        const Listed listed = listSound(bank, i);
+        if (!listed.fault.empty())
+            status = Status::Damaged;
+        std::cout << (i > 0 ? ",\n" : "\n");
+        writeJson(std::cout, textOf(jsonOf(listed)), 4);
+    }
+    std::cout << (bank.soundCount() > 0 ? "\n  ]\n}\n" : "]\n}\n");
+    return status;
 }
 
 std::string codecText(const SoundFacts& facts)
@@ -195,24 +208,6 @@ std::string ratioText(const std::optional<double>& ratio)
     return ratio ? fixed(*ratio, 1) + ":1" : "-";
 }
 
-std::vector<std::string> cellsOf(const Listed& listed)
-{
-    const SoundFacts& facts = listed.facts;
-    if (!listed.fault.empty())
-        return {std::to_string(facts.index), "(" + listed.fault + ")", "", "", "", "", "", "", "", "", ""};
-    return {std::to_string(facts.index),
-            printable(facts.name),
-            codecText(facts),
-            std::to_string(facts.rate) + " Hz",
-            std::to_string(facts.channels),
-            fixed(facts.seconds(), 3) + " s",
-            loopText(facts.loop),
-            std::to_string(facts.syncPoints.size()),
-            peakText(facts.peak),
-            grouped(facts.bytes),
-            ratioText(ratioOf(facts.decodedBytes(), facts.bytes))};
-}
-
 void printHead(const std::string& path, const KESS_BANKINFO& info)
 {
     std::string format = namesOf(info.codec).shown;
@@ -226,52 +221,100 @@ void printHead(const std::string& path, const KESS_BANKINFO& info)
               << "  names      " << (info.hasNames ? "yes" : "none") << "\n\n";
 }
 
-void printTable(const std::vector<Listed>& sounds)
+// What a bank holds, in columns. Everything is read once for their widths and once more to be printed: to keep it would
+// take many times the memory of the bank.
+class Listing
 {
-    Table table({{"sound", Align::Right},
-                 {"name", Align::Left},
-                 {"codec", Align::Left},
-                 {"rate", Align::Right},
-                 {"channels", Align::Right},
-                 {"length", Align::Right},
-                 {"loop", Align::Right},
-                 {"sync points", Align::Right},
-                 {"peak", Align::Right},
-                 {"bytes", Align::Right},
-                 {"ratio", Align::Right}});
-    for (const Listed& listed : sounds)
-        table.add(cellsOf(listed));
-    std::cout << table.text();
-}
+public:
+    explicit Listing(OpenedBank& bank)
+        : mBank(bank)
+    {
+        for (int i = 0; i < bank.soundCount(); ++i)
+            measure(listSound(bank, i));
+    }
 
-void printSyncPoints(const std::vector<Listed>& sounds)
-{
-    Table table({{"sound", Align::Right}, {"sync point", Align::Right}, {"name", Align::Left}});
-    bool any = false;
-    for (const Listed& listed : sounds) {
-        for (const SyncPoint& point : listed.facts.syncPoints) {
-            table.add({std::to_string(listed.facts.index), std::to_string(point.sample), printable(point.name)});
-            any = true;
+    void print()
+    {
+        std::cout << mTable.titles();
+        for (int i = 0; i < mBank.soundCount(); ++i)
+            std::cout << mTable.line(cellsOf(listSound(mBank, i)));
+        if (!mWithPoints.empty())
+            printSyncPoints();
+        std::cout << '\n'
+                  << grouped(static_cast<unsigned>(mBank.soundCount()))
+                  << (mBank.soundCount() == 1 ? " sound, " : " sounds, ") << fixed(mSeconds, 3) << " s, "
+                  << grouped(mBytes) << " bytes, " << ratioText(ratioOf(mDecodedBytes, mBytes)) << '\n';
+    }
+
+    [[nodiscard]] Status status() const { return mStatus; }
+
+private:
+    void measure(const Listed& listed)
+    {
+        const SoundFacts& facts = listed.facts;
+        mTable.measure(cellsOf(listed));
+        for (const SyncPoint& point : facts.syncPoints)
+            mPointTable.measure(cellsOf(facts.index, point));
+        if (!facts.syncPoints.empty())
+            mWithPoints.push_back(facts.index);
+        if (!listed.fault.empty())
+            mStatus = Status::Damaged;
+        mSeconds += facts.seconds();
+        mDecodedBytes += facts.decodedBytes();
+        mBytes += facts.bytes;
+    }
+
+    static std::vector<std::string> cellsOf(const Listed& listed)
+    {
+        const SoundFacts& facts = listed.facts;
+        if (!listed.fault.empty())
+            return {std::to_string(facts.index), "(" + listed.fault + ")", "", "", "", "", "", "", "", "", ""};
+        return {std::to_string(facts.index),
+                printable(facts.name),
+                codecText(facts),
+                std::to_string(facts.rate) + " Hz",
+                std::to_string(facts.channels),
+                fixed(facts.seconds(), 3) + " s",
+                loopText(facts.loop),
+                std::to_string(facts.syncPoints.size()),
+                peakText(facts.peak),
+                grouped(facts.bytes),
+                ratioText(ratioOf(facts.decodedBytes(), facts.bytes))};
+    }
+
+    static std::vector<std::string> cellsOf(int sound, const SyncPoint& point)
+    {
+        return {std::to_string(sound), std::to_string(point.sample), printable(point.name)};
+    }
+
+    void printSyncPoints() const
+    {
+        std::cout << '\n' << mPointTable.titles();
+        for (const int sound : mWithPoints) {
+            for (const SyncPoint& point : mBank.facts(sound).syncPoints)
+                std::cout << mPointTable.line(cellsOf(sound, point));
         }
     }
-    if (any)
-        std::cout << '\n' << table.text();
-}
 
-void printTotal(const std::vector<Listed>& sounds)
-{
-    double seconds = 0;
-    double decoded = 0;
-    uint64_t bytes = 0;
-    for (const Listed& listed : sounds) {
-        seconds += listed.facts.seconds();
-        decoded += listed.facts.decodedBytes();
-        bytes += listed.facts.bytes;
-    }
-    std::cout << '\n'
-              << grouped(sounds.size()) << (sounds.size() == 1 ? " sound, " : " sounds, ") << fixed(seconds, 3)
-              << " s, " << grouped(bytes) << " bytes, " << ratioText(ratioOf(decoded, bytes)) << '\n';
-}
+    OpenedBank& mBank;
+    std::vector<int> mWithPoints; // the sounds that have sync points
+    double mSeconds = 0; // of all sounds, as the two below
+    double mDecodedBytes = 0;
+    uint64_t mBytes = 0;
+    Status mStatus = Status::Whole;
+    Table mTable{{{"sound", Align::Right},
+                  {"name", Align::Left},
+                  {"codec", Align::Left},
+                  {"rate", Align::Right},
+                  {"channels", Align::Right},
+                  {"length", Align::Right},
+                  {"loop", Align::Right},
+                  {"sync points", Align::Right},
+                  {"peak", Align::Right},
+                  {"bytes", Align::Right},
+                  {"ratio", Align::Right}}};
+    Table mPointTable{{{"sound", Align::Right}, {"sync point", Align::Right}, {"name", Align::Left}}};
+};
 
 } // namespace
 
@@ -279,17 +322,12 @@ Status showInfo(const InfoRequest& request)
 {
     const Engine engine;
     OpenedBank bank(engine, request.bank, request.key);
-    const std::vector<Listed> sounds = listSounds(bank);
-    if (request.json) {
-        printJson(request.bank, bank.info(), sounds);
-    } else {
-        printHead(request.bank, bank.info());
-        printTable(sounds);
-        printSyncPoints(sounds);
-        printTotal(sounds);
-    }
-    const bool damaged = std::any_of(sounds.begin(), sounds.end(), [](const Listed& s) { return !s.fault.empty(); });
-    return damaged ? Status::Damaged : Status::Whole;
+    if (request.json)
+        return printJson(request.bank, bank);
+    Listing listing(bank);
+    printHead(request.bank, bank.info());
+    listing.print();
+    return listing.status();
 }
 
 } // namespace tnb

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 namespace {
 
@@ -49,10 +50,22 @@ private:
         std::string line;
         if (!std::getline(file == "-" ? std::cin : stream, line))
             throw Failure(Status::CannotRead, "can't read the key from " + file);
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
+        return clean(std::move(line));
+    }
+
+    // What editors add without showing it isn't part of a key.
+    [[nodiscard]] std::string clean(std::string line) const
+    {
+        constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+        if (line.starts_with("\xff\xfe") || line.starts_with("\xfe\xff"))
+            throw Failure(Status::CannotRead, file + " is in UTF-16; a key is read in UTF-8");
+        if (line.starts_with(kByteOrderMark))
+            line.erase(0, kByteOrderMark.size());
+        line.erase(line.find_last_not_of(" \t\r") + 1);
         if (line.empty())
             throw Failure(Status::CannotRead, "no key in the first line of " + file);
+        if (line.find('\0') != std::string::npos)
+            throw Failure(Status::CannotRead, "a zero byte in the first line of " + file);
         return line;
     }
 };
@@ -89,12 +102,25 @@ public:
         try {
             mApp.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
-            return mApp.exit(error) == 0 ? 0 : static_cast<int>(Status::CannotRead);
+            return report(error);
         }
         return static_cast<int>(mStatus);
     }
 
 private:
+    // Arguments may be names of files that somebody else chose.
+    [[nodiscard]] int report(const CLI::ParseError& error) const
+    {
+        std::ostringstream output;
+        std::ostringstream errors;
+        const int status = mApp.exit(error, output, errors);
+        std::cout << output.str();
+        std::istringstream lines(errors.str());
+        for (std::string line; std::getline(lines, line);)
+            std::cerr << tnb::printable(line) << '\n';
+        return status == 0 ? 0 : static_cast<int>(Status::CannotRead);
+    }
+
     void addInfo()
     {
         CLI::App* command = mApp.add_subcommand("info", "Show what a bank holds");
@@ -175,7 +201,7 @@ int main(int argc, char** argv)
         }
         return status;
     } catch (const std::exception& error) {
-        std::cerr << "tnb: " << error.what() << '\n';
+        std::cerr << "tnb: " << tnb::printable(error.what()) << '\n';
         return static_cast<int>(Status::CannotRead);
     }
 }

@@ -16,7 +16,7 @@ Failure failureOf(KESS_RESULT result)
     case KESS_ERR_FORMAT:
         return {Status::CannotRead, "not a sound bank"};
     case KESS_ERR_VERSION:
-        return {Status::CannotRead, "of a newer version than this program knows"};
+        return {Status::CannotRead, "of a version of the container that this program doesn't read"};
     case KESS_ERR_KEY_MISSING:
         return {Status::CannotRead, "encrypted; give its key with --key or --key-file"};
     case KESS_ERR_KEY_WRONG:

@@ -76,13 +76,34 @@ std::string printable(std::string_view text)
         if (bytes > 0) {
             shown += text.substr(0, bytes);
         } else {
-            char escape[5];
-            std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(static_cast<uint8_t>(text[0])));
-            shown += escape;
+            constexpr char kDigits[] = "0123456789abcdef";
+            const auto byte = static_cast<uint8_t>(text[0]);
+            shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
         }
         text.remove_prefix(std::max<size_t>(bytes, 1));
     }
     return shown;
+}
+
+void writeJson(std::ostream& stream, std::string_view json, size_t blanks)
+{
+    const std::string space(blanks, ' ');
+    stream << space;
+    size_t written = 0;
+    for (size_t at = 0; at < json.size();) {
+        const Character character = firstCharacter(json.substr(at));
+        const size_t next = at + std::max<size_t>(character.bytes, 1);
+        if (json[at] == '\n' || !isHarmless(character.code)) {
+            stream << json.substr(written, at - written);
+            written = next;
+            char escape[7] = ""; // all that isn't harmless is below 10000 hexadecimal
+            if (json[at] != '\n')
+                std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(character.code));
+            stream << (json[at] == '\n' ? '\n' + space : escape);
+        }
+        at = next;
+    }
+    stream << json.substr(written);
 }
 
 std::string grouped(unsigned long long number)
@@ -102,41 +123,35 @@ std::string fixed(double value, int digits)
 
 Table::Table(std::vector<Column> columns)
     : mColumns(std::move(columns))
-{ }
-
-void Table::add(std::vector<std::string> cells)
 {
-    mRows.push_back(std::move(cells));
+    for (const Column& column : mColumns)
+        mWidths.push_back(displayWidth(column.title));
 }
 
-std::string Table::text() const
+void Table::measure(const std::vector<std::string>& cells)
 {
-    std::vector<std::string> titles;
-    std::vector<size_t> widths;
-    for (const Column& column : mColumns) {
-        titles.push_back(column.title);
-        widths.push_back(displayWidth(column.title));
-    }
-    for (const auto& row : mRows) {
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], displayWidth(row[i]));
-    }
+    for (size_t i = 0; i < cells.size(); ++i)
+        mWidths[i] = std::max(mWidths[i], displayWidth(cells[i]));
+}
 
-    std::string shown;
-    const auto show = [&](const std::vector<std::string>& row) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); ++i) {
-            const std::string space(widths[i] - displayWidth(row[i]), ' ');
-            line += i > 0 ? "  " : "";
-            line += mColumns[i].align == Align::Right ? space + row[i] : row[i] + space;
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        shown += line + '\n';
-    };
-    show(titles);
-    for (const auto& row : mRows)
-        show(row);
-    return shown;
+std::string Table::titles() const
+{
+    std::vector<std::string> cells;
+    for (const Column& column : mColumns)
+        cells.push_back(column.title);
+    return line(cells);
+}
+
+std::string Table::line(const std::vector<std::string>& cells) const
+{
+    std::string line;
+    for (size_t i = 0; i < cells.size(); ++i) {
+        const std::string space(mWidths[i] - displayWidth(cells[i]), ' ');
+        line += i > 0 ? "  " : "";
+        line += mColumns[i].align == Align::Right ? space + cells[i] : cells[i] + space;
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line + '\n';
 }
 
 } // namespace tnb

@@ -1,6 +1,7 @@
 // Text for a terminal: made harmless, and in columns.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,10 @@ namespace tnb {
 // from files that nobody vouches for.
 [[nodiscard]] std::string printable(std::string_view text);
 
+// Writes JSON, which is valid, with the same characters of its strings escaped as JSON escapes them (\u009b, ...).
+// Each of its lines begins with so many blanks. Long text would take several times its memory as a string.
+void writeJson(std::ostream& stream, std::string_view json, size_t blanks);
+
 // 1234567 as 1,234,567.
 [[nodiscard]] std::string grouped(unsigned long long number);
 
@@ -27,7 +32,8 @@ enum class Align
     Right
 };
 
-// Rows of cells, shown in columns as wide as their widest cell. Cells are UTF-8; wide characters count as two.
+// Rows of cells, shown in columns as wide as their widest cell. Cells are UTF-8; wide characters count as two. Rows are
+// measured, all of them, and then shown: to keep them would take many times the memory of what they were made from.
 class Table
 {
 public:
@@ -39,14 +45,15 @@ public:
 
     explicit Table(std::vector<Column> columns);
 
-    // As many cells as there are columns.
-    void add(std::vector<std::string> cells);
+    // As many cells as there are columns, here and below.
+    void measure(const std::vector<std::string>& cells);
 
-    [[nodiscard]] std::string text() const;
+    [[nodiscard]] std::string titles() const;
+    [[nodiscard]] std::string line(const std::vector<std::string>& cells) const;
 
 private:
     std::vector<Column> mColumns;
-    std::vector<std::vector<std::string>> mRows;
+    std::vector<size_t> mWidths;
 };
 
 } // namespace tnb
