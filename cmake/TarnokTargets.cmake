@@ -16,7 +16,10 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
 
 add_library(tarnok_options INTERFACE)
-target_compile_options(tarnok_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror)
+target_compile_options(tarnok_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow)
+if(TARNOK_WARNINGS_AS_ERRORS)
+    target_compile_options(tarnok_options INTERFACE -Werror)
+endif()
 target_link_options(tarnok_options INTERFACE -Wl,--no-undefined)
 if(TARNOK_SANITIZE)
     target_compile_options(tarnok_options INTERFACE
@@ -26,6 +29,10 @@ if(TARNOK_SANITIZE)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         target_link_options(tarnok_options INTERFACE -Wl,--undefined-version -Wl,-z,undefs)
     endif()
+endif()
+if(TARNOK_COVERAGE)
+    target_compile_options(tarnok_options INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(tarnok_options INTERFACE --coverage)
 endif()
 
 # A shared library of the product: its number is the name's suffix, its symbols are what its headers export.
