@@ -15,8 +15,7 @@ esac
 lib="$(build_folder release)/bin/lib"
 changed=0
 for stored in builder/libtarnokL.so.14 engine/libkessL.so.14; do
-    exported="$(nm --dynamic --defined-only --demangle --format=posix "$lib/${stored#*/}" \
-        | sed -E 's/ [A-Za-z]( [0-9a-f]+)*$//' | LC_ALL=C sort -u)"
+    exported="$(nm --dynamic --defined-only --demangle "$lib/${stored#*/}" | sed -E 's/^[0-9a-f]+ . //' | LC_ALL=C sort -u)"
     if [ "${1-}" = --update ]; then
         printf '%s\n' "$exported" >"$root/$stored.symbols"
     else
