@@ -125,7 +125,9 @@ Result<> TemporaryFile::commit(const std::string& targetPath, Existing existing)
 {
     const char* from = mPath.c_str();
     const char* to = targetPath.c_str();
-    const int failed = existing == Existing::Keep ? renameUnlessTaken(from, to) : std::rename(from, to) == 0 ? 0 : errno;
+    const int failed = existing == Existing::Keep ? renameUnlessTaken(from, to)
+        : std::rename(from, to) == 0              ? 0
+                                                  : errno;
     if (failed != 0)
         return Error{ErrorCode::Io, {}, failed};
     mPath.clear();

@@ -1,4 +1,5 @@
-// Reads whatever the fuzzer makes up as a project (compiled with FUZZ_DOCUMENT ".tnproj"), a profile (".prof") or a list
+// Reads whatever the fuzzer makes up as a project (compiled with FUZZ_DOCUMENT ".tnproj"), a profile (".prof") or a
+// list
 // (".lst"). What was read is saved, read and saved again, and must be the same then.
 #include "build_system.hpp"
 #include "logger.hpp"
@@ -96,8 +97,8 @@ bool failsAtOnce(const QString& path, const QByteArray& content)
 } // namespace
 
 // Takes the place of Logger::println in the units under test.
-extern "C" void __wrap__ZN6TARNOK6Logger7printlnENS0_14OUTPUTPRIORITYEPKcz(Logger*, Logger::OUTPUTPRIORITY,
-                                                                            const char*, ...)
+extern "C" void __wrap__ZN6TARNOK6Logger7printlnENS0_14OUTPUTPRIORITYEPKcz(Logger*, Logger::OUTPUTPRIORITY, const char*,
+                                                                           ...)
 {
     if (--linesLeft < 0)
         throw TooManyLines();
@@ -120,8 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     try {
         readAndSave(input, folder.path(input.endsWith(".prof") ? "saved.prof" : "saved.tnproj"));
     } catch (const fuzz::AssertionFailed&) {
-    } catch (const TooManyLines&) {
-    }
+    } catch (const TooManyLines&) { }
     linesLeft = 1'000'000;
     for (SoundBank* bank : QList<SoundBank*>(*Singleton<Workspace>::instance()))
         bank->unload();

@@ -24,8 +24,8 @@ public:
 
     [[nodiscard]] virtual uint64_t size() const = 0;
 
-    // Fills all of bytes from offset on. ErrorCode::Damaged: the range isn't wholly inside the source, or what is stored
-    // there fails its authentication. ErrorCode::Io: the medium failed.
+    // Fills all of bytes from offset on. ErrorCode::Damaged: the range isn't wholly inside the source, or what is
+    // stored there fails its authentication. ErrorCode::Io: the medium failed.
     virtual Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const = 0;
 
 protected:

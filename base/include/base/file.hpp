@@ -31,16 +31,16 @@ struct OpenedFile
     FileStamp stamp;
 };
 
-// Opens a regular file for reading. A pipe, a device or a folder is refused without waiting for it. ErrorCode::NotFound,
-// ErrorCode::Io with the words of fileError().
+// Opens a regular file for reading. A pipe, a device or a folder is refused without waiting for it.
+// ErrorCode::NotFound, ErrorCode::Io with the words of fileError().
 Result<OpenedFile> openRegular(const std::string& path);
 
 // The stamp of the file at path. Errors of openRegular().
 Result<FileStamp> stampOf(const std::string& path);
 
 // The error of a system call that failed on the file at path, in words: ErrorCode::NotFound where the file or a folder
-// on the way to it doesn't exist, ErrorCode::Memory, otherwise ErrorCode::Io. action completes "while ... kick.wav", for
-// instance "reading".
+// on the way to it doesn't exist, ErrorCode::Memory, otherwise ErrorCode::Io. action completes "while ... kick.wav",
+// for instance "reading".
 [[nodiscard]] Error fileError(std::string_view action, std::string_view path, int systemError);
 
 // The three below report ErrorCode::Io with systemError and without a text: fileError() knows the words.
