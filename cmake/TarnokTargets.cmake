@@ -16,7 +16,10 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
 
 add_library(tarnok_options INTERFACE)
-target_compile_options(tarnok_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror)
+target_compile_options(tarnok_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow)
+if(TARNOK_WARNINGS_AS_ERRORS)
+    target_compile_options(tarnok_options INTERFACE -Werror)
+endif()
 target_link_options(tarnok_options INTERFACE -Wl,--no-undefined)
 if(TARNOK_SANITIZE)
     target_compile_options(tarnok_options INTERFACE
@@ -27,14 +30,22 @@ if(TARNOK_SANITIZE)
         target_link_options(tarnok_options INTERFACE -Wl,--undefined-version -Wl,-z,undefs)
     endif()
 endif()
+if(TARNOK_COVERAGE)
+    target_compile_options(tarnok_options INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(tarnok_options INTERFACE --coverage)
+endif()
 
-# A shared library of the product: its number is the name's suffix, its symbols are what its headers export.
+# A shared library of the product. It exports what its headers do and lib<output>.map lets through: without that, every
+# template of the standard library that it instantiates would be part of its interface.
 function(tarnok_add_shared_library target output)
     add_library(${target} SHARED ${ARGN})
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${output} VERSION 14 SOVERSION 14
         BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${target} PRIVATE tarnok_options)
+    set(map "${CMAKE_CURRENT_SOURCE_DIR}/lib${output}.map")
+    target_link_options(${target} PRIVATE "-Wl,--version-script=${map}")
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
 endfunction()
 
 # A program of the product, which finds its libraries through $ORIGIN/lib.

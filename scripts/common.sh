@@ -8,7 +8,7 @@ build_packages=(
     libsndfile1-dev libmpg123-dev libogg-dev libvorbis-dev libopus-dev libopusfile-dev
     libsoxr-dev libsodium-dev libxxhash-dev
     libavformat-dev libavcodec-dev libavutil-dev
-    libcli11-dev nlohmann-json3-dev
+    libcli11-dev nlohmann-json3-dev libexpected-dev
     libgtest-dev
 )
 test_packages=(ffmpeg)

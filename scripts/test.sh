@@ -1,5 +1,8 @@
 #!/usr/bin/env bash
-# Builds a preset (release if none is named; debug, asan or tsan) and runs all tests in it.
+# Builds a preset (release if none is named; debug, asan or tsan) and runs all tests in it, or those whose name matches a
+# regular expression.
+#
+#     scripts/test.sh [release|debug|asan|tsan [REGEX]]
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -7,7 +10,7 @@ preset="${1:-release}"
 case "$preset" in
 release | debug | asan | tsan) ;;
 *)
-    say "Usage: scripts/test.sh [release|debug|asan|tsan]"
+    say "Usage: scripts/test.sh [release|debug|asan|tsan [REGEX]]"
     exit 2
     ;;
 esac
@@ -16,4 +19,4 @@ install_packages "${build_packages[@]}" "${test_packages[@]}"
 build_preset "$preset"
 say "Testing the preset $preset"
 cd "$root"
-ctest --preset "$preset" -j "$(nproc)"
+ctest --preset "$preset" -j "$(nproc)" --tests-regex "${2:-.}"

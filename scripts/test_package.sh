@@ -25,7 +25,7 @@ say "Checking what is packed"
 package="$(echo "$root"/build/*.deb)"
 lintian --fail-on error "$package"
 desktop-file-validate "$root"/platforms/linux/desktop/*.desktop
-appstreamcli validate --no-net "$root"/platforms/linux/desktop/*.metainfo.xml
+appstreamcli validate --no-net "$root"/build/platforms/linux/desktop/*.metainfo.xml
 pages="$(mktemp -d)"
 ln -s "$root/docs" "$pages/man1"
 for page in "$root"/docs/*.1; do

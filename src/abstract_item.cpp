@@ -1,9 +1,7 @@
 #include "abstract_item.hpp"
 
 #include "logger.hpp"
-#include "sound_bank.hpp"
 #include "utility_functions.hpp"
-#include "workspace.hpp"
 
 namespace TARNOK {
 
@@ -76,21 +74,8 @@ void AbstractItem::release()
     Q_ASSERT(mParent);
     Q_ASSERT(mType != RTTI_WORKSPACE);
 
-    qsizetype num = 0;
-    switch (mType) {
-    case RTTI_SOURCEFILE:
-        num = static_cast<Subsound*>(mParent)->removeAll(static_cast<SourceFile*>(this));
-        break;
-    case RTTI_SUBSOUND:
-        num = static_cast<SoundBank*>(mParent)->removeAll(static_cast<Subsound*>(this));
-        break;
-    case RTTI_SOUNDBANK:
-        num = static_cast<Workspace*>(mParent)->removeAll(static_cast<SoundBank*>(this));
-        break;
-    case RTTI_WORKSPACE:
-        break;
-    }
-    Q_ASSERT(num == 1);
+    const bool disowned = mParent->disown(this);
+    Q_ASSERT(disowned);
     delete this;
 }
 

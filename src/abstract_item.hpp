@@ -229,8 +229,8 @@ public:
     void appendChild(AbstractItem* item) override { this->append(static_cast<T*>(item)); }
 
 private:
-    ItemContainerCleanup<T> mCleanup;
     mutable int mRowFoundLast = 0;
+    ItemContainerCleanup<T> mCleanup; // the last member: dying children ask for their row
 };
 
 } // namespace TARNOK

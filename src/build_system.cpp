@@ -36,8 +36,8 @@ constexpr const char* RESULT_TEXTS[] = {
     "TARNOK_BUILD_DISABLESEEKING flag ignored: feature only supported by XMA format.",
     "TARNOK_BUILD_TNB5_DONTWRITENAMES flag forced: cannot write names when source is from memory.",
     "External encoder dynamic library not found.",
-    "External encoder dynamic library could not be loaded, possibly incorrect binary format, incorrect architecture, "
-    "or file corruption.",
+    ("External encoder dynamic library could not be loaded, possibly incorrect binary format, incorrect architecture, "
+     "or file corruption."),
     "TARNOK_BUILD_ALIGN4K flag ignored: feature only supported by Opus, Vorbis, and KADPCM formats.",
 };
 static_assert(std::size(RESULT_TEXTS) == TARNOK_WARN_IGNORED_ALIGN4K);

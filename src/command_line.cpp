@@ -282,6 +282,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
     return interleaved ? !interleaved->isEmpty() : !(*bank)->isEmpty();
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath)
 {
     static int indentation = 0;

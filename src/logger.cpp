@@ -2,8 +2,11 @@
 
 #include <QRegularExpression>
 
+#include <array>
 #include <clocale>
+#include <cstddef>
 #include <cstdio>
+#include <tuple>
 
 namespace TARNOK {
 
@@ -166,8 +169,11 @@ void Logger::ungag()
     for (const Message& message : held) {
         // A finished text is a format again, and a "%" in it, of a file name say, a conversion. The conversions find
         // zeros here and not whatever happens to lie on the stack.
-        replay(message.priority, withSafeConversions(message.text).toUtf8().constData(), nullptr, nullptr, nullptr,
-               nullptr, nullptr, nullptr, nullptr, nullptr);
+        const QByteArray format = withSafeConversions(message.text).toUtf8();
+        const auto replayWith = [&](auto... nulls) {
+            replay(message.priority, format.constData(), nulls...);
+        };
+        std::apply(replayWith, std::array<std::nullptr_t, REPLAY_ARGUMENTS>());
     }
     mMessages.clear();
 }

@@ -163,7 +163,7 @@ void ProjectTreeView::dropEvent(QDropEvent* event)
     const QSet<const AbstractItem*> own = itemsOfTree();
     while (!stream.atEnd()) {
         AbstractItem* item = nullptr;
-        stream.readRawData(reinterpret_cast<char*>(&item), sizeof item);
+        stream.readRawData(reinterpret_cast<char*>(&item), sizeof item); // NOLINT(bugprone-sizeof-expression)
         if (own.contains(item)) {
             items.append(item);
             continue;

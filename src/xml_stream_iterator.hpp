@@ -28,7 +28,9 @@ public:
         : mState(XML_BLOCK_END)
         , mReader(reader)
     {
-        Q_ASSERT(mReader->readNext() == QXmlStreamReader::StartDocument);
+        const QXmlStreamReader::TokenType first = mReader->readNext();
+        if (first != QXmlStreamReader::StartDocument)
+            qt_assert("mReader->readNext() == QXmlStreamReader::StartDocument", __FILE__, __LINE__);
         skip();
     }
 

@@ -54,6 +54,7 @@ constexpr auto makeSineTable()
     std::array<int32_t, (1 << (kMostCoefficientBits - 1)) + 1> table{};
     for (size_t i = 0; i < table.size(); ++i) {
         const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMostCoefficientBits);
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): lround isn't constexpr, and nothing here is below 0
         table[i] = static_cast<int32_t>(sine(angle) * (1 << 20) + 0.5);
     }
     return table;

@@ -71,8 +71,10 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     const uint64_t loopLength = mRounds * mRoundLength;
     const uint64_t newLoopLength = wholeLength(double(loopLength) * wanted);
     const uint64_t divisor = std::gcd(loopLength, newLoopLength);
-    mInput = double(loopLength / divisor);
-    mOutput = double(newLoopLength / divisor);
+    const uint64_t input = loopLength / divisor;
+    const uint64_t output = newLoopLength / divisor;
+    mInput = double(input);
+    mOutput = double(output);
     const double ratio = mOutput / mInput;
     const auto start = uint64_t(std::llround(double(loop->start) * ratio));
     mLoop = bank::Loop{start, start + newLoopLength};

@@ -28,7 +28,8 @@ struct SoundAccess
     static void deferDecoders(Sound& bank);
 };
 
-struct Sound::Impl
+// Hidden: a nested class of an exported one would be exported, too.
+struct __attribute__((visibility("hidden"))) Sound::Impl
 {
     // Facts of the file, of the subsound, or of the only sound of a bank. A locked bank, and one of several sounds, has
     // nothing but a type.

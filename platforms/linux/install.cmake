@@ -37,7 +37,9 @@ endforeach()
 
 # The desktop.
 install(FILES desktop/org.tarnok.tarnokex.desktop DESTINATION share/applications)
-install(FILES desktop/org.tarnok.tarnokex.metainfo.xml DESTINATION share/metainfo)
+set(metainfo org.tarnok.tarnokex.metainfo.xml)
+configure_file(desktop/${metainfo} desktop/${metainfo} @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/desktop/${metainfo}" DESTINATION share/metainfo)
 install(FILES desktop/tarnok.xml DESTINATION share/mime/packages)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/resources/theme/hicolor DESTINATION share/icons)
 foreach(icon tarnokex:apps/tarnokex project:mimetypes/application-x-tarnok-project
@@ -50,11 +52,12 @@ endforeach()
 # Documents and completions. Manual pages are compressed as the system's are: without a name and a time in them.
 find_program(GZIP gzip REQUIRED)
 foreach(page tarnokex tarnokex-open tarnokexcl tnb)
-    set(compressed "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1.gz")
+    set(configured "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1")
+    set(compressed "${configured}.gz")
+    configure_file("${CMAKE_SOURCE_DIR}/docs/${page}.1" "${configured}" @ONLY)
     add_custom_command(OUTPUT "${compressed}"
-        COMMAND "${CMAKE_COMMAND}" -E make_directory "${CMAKE_CURRENT_BINARY_DIR}/man"
-        COMMAND "${GZIP}" -9nc "${CMAKE_SOURCE_DIR}/docs/${page}.1" > "${compressed}"
-        DEPENDS "${CMAKE_SOURCE_DIR}/docs/${page}.1")
+        COMMAND "${GZIP}" -9nc "${configured}" > "${compressed}"
+        DEPENDS "${configured}")
     list(APPEND pages "${compressed}")
     install(FILES "${compressed}" DESTINATION share/man/man1)
 endforeach()

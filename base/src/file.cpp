@@ -1,0 +1,178 @@
+#include "base/file.hpp"
+
+#include "base/path.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace base {
+
+namespace {
+
+int64_t nanoseconds(const timespec& time)
+{
+    return int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+FileStamp stampFrom(const struct stat& status)
+{
+    return {status.st_dev, status.st_ino, uint64_t(status.st_size), nanoseconds(status.st_mtim),
+            nanoseconds(status.st_ctim)};
+}
+
+// The first part of a path that should be a folder and isn't.
+std::string fileInsteadOfFolder(std::string_view path)
+{
+    for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+        std::string part(path.substr(0, slash));
+        struct stat status;
+        if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+            return part;
+    }
+    return folderOf(path);
+}
+
+Error ioError(int systemError)
+{
+    return {ErrorCode::Io, {}, systemError};
+}
+
+// What a system call reported, as the beginning of "... while reading kick.wav"; empty for a rare one.
+std::string_view reasonOf(int systemError)
+{
+    switch (systemError) {
+    case EACCES:
+    case EPERM:
+        return "no permission";
+    case EROFS:
+        return "the disk is read-only";
+    case ENOSPC:
+        return "disk full";
+    case EDQUOT:
+        return "disk quota used up";
+    case EFBIG:
+        return "the largest allowed file size was reached";
+    case EMFILE:
+    case ENFILE:
+        return "too many open files";
+    case EIO:
+        return "the disk reported an error";
+    case ENAMETOOLONG:
+        return "the file name is too long";
+    case ENOMEM:
+        return "out of memory";
+    default:
+        return {};
+    }
+}
+
+// The path says more than the name where permissions or mounts are to blame.
+bool wantsWholePath(int systemError)
+{
+    return systemError == EACCES || systemError == EPERM || systemError == EROFS;
+}
+
+} // namespace
+
+Error fileError(std::string_view action, std::string_view path, int systemError)
+{
+    const std::string name(baseName(path));
+    const std::string wholePath = " (" + std::string(path) + ")";
+    if (systemError == ENOTDIR) {
+        return {ErrorCode::NotFound, name + ": " + fileInsteadOfFolder(path) + " is a file, not a folder" + wholePath,
+                systemError};
+    }
+    if (systemError == ENOENT)
+        return {ErrorCode::NotFound, name + ": the file does not exist" + wholePath, systemError};
+    if (systemError == EISDIR)
+        return {ErrorCode::Io, name + ": this is a folder, not a file" + wholePath, systemError};
+
+    std::string text(reasonOf(systemError));
+    char buffer[128];
+    if (text.empty())
+        text = strerror_r(systemError, buffer, sizeof buffer);
+    text += " while " + std::string(action) + " " + name;
+    if (wantsWholePath(systemError))
+        text += wholePath;
+    return {systemError == ENOMEM ? ErrorCode::Memory : ErrorCode::Io, std::move(text), systemError};
+}
+
+Result<OpenedFile> openRegular(const std::string& path)
+{
+    // O_NONBLOCK: opening a pipe would wait for its writer. It means nothing for a regular file.
+    FileDescriptor descriptor;
+    do {
+        descriptor = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    } while (!descriptor && errno == EINTR);
+    struct stat status;
+    if (!descriptor || fstat(descriptor.get(), &status) != 0)
+        return fileError("opening", path, errno);
+    if (S_ISDIR(status.st_mode))
+        return fileError("opening", path, EISDIR);
+    if (!S_ISREG(status.st_mode))
+        return Error{ErrorCode::Io, std::string(baseName(path)) + ": this is a device or pipe, not a file"};
+    return OpenedFile{std::move(descriptor), stampFrom(status)};
+}
+
+Result<FileStamp> stampOf(const std::string& path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        return fileError("opening", path, errno);
+    return stampFrom(status);
+}
+
+Result<size_t> readSome(int descriptor, std::span<uint8_t> buffer)
+{
+    for (;;) {
+        const ssize_t got = read(descriptor, buffer.data(), buffer.size());
+        if (got >= 0)
+            return size_t(got);
+        if (errno != EINTR)
+            return ioError(errno);
+    }
+}
+
+Result<> readAt(int descriptor, std::span<uint8_t> buffer, uint64_t offset)
+{
+    while (!buffer.empty()) {
+        const ssize_t got = pread(descriptor, buffer.data(), buffer.size(), off_t(offset));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return ioError(errno);
+        if (got == 0)
+            return Error{ErrorCode::Damaged};
+        buffer = buffer.subspan(size_t(got));
+        offset += uint64_t(got);
+    }
+    return {};
+}
+
+Result<> writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset)
+{
+    while (!bytes.empty()) {
+        const ssize_t put = pwrite(descriptor, bytes.data(), bytes.size(), off_t(offset));
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put < 0)
+            return ioError(errno);
+        bytes = bytes.subspan(size_t(put));
+        offset += uint64_t(put);
+    }
+    return {};
+}
+
+bool anotherDiskMayHelp(int systemError)
+{
+    constexpr std::array kOfOneDisk = {ENOSPC, EDQUOT, EIO, EROFS, EFBIG, ESTALE};
+    return std::ranges::find(kOfOneDisk, systemError) != kOfOneDisk.end();
+}
+
+} // namespace base

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Runs clang-tidy, with the checks that .clang-tidy names, over all code of the product; any finding is an error.
+#
+#     scripts/check_code.sh [FILE...]
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+install_packages "${build_packages[@]}" clang-tidy-14 clang-tools-14
+build_preset release
+cd "$root"
+if [ $# -eq 0 ]; then
+    mapfile -t files < <(git ls-files 'bank/*.cpp' 'base/*.cpp' 'engine/*.cpp' 'builder/*.cpp' 'src/*.cpp' 'tools/*.cpp')
+else
+    files=("$@")
+fi
+say "Checking ${#files[@]} files"
+printf '%s\0' "${files[@]}" \
+    | xargs -0 -n 1 -P "$(nproc)" clang-tidy-14 -p "$(build_folder release)" --quiet --warnings-as-errors='*' 2>/dev/null

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Runs the fuzz targets, each for some time, from the stored corpus and from what earlier runs have found.
+#
+#     scripts/fuzz.sh [--seconds N] [--keep] [TARGET...]
+#
+# Without a TARGET all of them run, each for 60 seconds. New inputs are collected in build-fuzz/corpus/; --keep adds
+# those that reach new code to the stored corpus, the smallest first. An input that makes a target fail is stored in
+# build-fuzz/findings/, and the script ends with status 1.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+seconds=60
+keep=0
+targets=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+    --seconds)
+        seconds="${2:?--seconds needs a number}"
+        shift
+        ;;
+    --keep) keep=1 ;;
+    -*)
+        say "Usage: scripts/fuzz.sh [--seconds N] [--keep] [TARGET...]"
+        exit 2
+        ;;
+    *) targets+=("${1#fuzz_}") ;;
+    esac
+    shift
+done
+[ ${#targets[@]} -gt 0 ] || targets=(engine bank cache project profile list)
+
+install_packages "${build_packages[@]}" clang libclang-rt-14-dev
+build_preset fuzz "${targets[@]/#/fuzz_}"
+folder="$(build_folder fuzz)"
+mkdir -p "$folder/findings"
+
+failed=0
+for target in "${targets[@]}"; do
+    stored="$root/tests/fuzz/corpus/$target"
+    collected="$folder/corpus/$target"
+    mkdir -p "$stored" "$collected"
+    options=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=0 -verbosity=0
+        -artifact_prefix="$folder/findings/$target-")
+    case "$target" in
+    project | profile | list) options+=(-dict="$root/tests/fuzz/documents.dict") ;;
+    esac
+    say "Fuzzing $target for $seconds seconds"
+    if ! "$folder/fuzz/fuzz_$target" "${options[@]}" "$collected" "$stored" >"$folder/$target.log" 2>&1; then
+        tail -n 30 "$folder/$target.log"
+        failed=1
+    fi
+    if [ "$keep" -eq 1 ]; then
+        "$folder/fuzz/fuzz_$target" -merge=1 "$stored" "$collected" >/dev/null 2>&1
+    fi
+done
+exit "$failed"

@@ -1,0 +1,129 @@
+// Reads whatever the fuzzer makes up as a project (compiled with FUZZ_DOCUMENT ".tnproj"), a profile (".prof") or a
+// list
+// (".lst"). What was read is saved, read and saved again, and must be the same then.
+#include "build_system.hpp"
+#include "logger.hpp"
+#include "sound_bank.hpp"
+#include "workspace.hpp"
+
+#include <QtCore>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+using namespace TARNOK;
+
+struct TooManyLines
+{ };
+
+// A list with a file that can't be loaded is tried again for ever, with a line in the log each time.
+int linesLeft = 0;
+
+[[noreturn]] void fail(const char* what)
+{
+    std::fprintf(stderr, "%s\n", what);
+    std::abort();
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        fail("the input can't be stored");
+}
+
+class Folder
+{
+public:
+    Folder()
+    {
+        // What the scripted engine finds in them: result, type, format, channels, hertz, milliseconds.
+        write(path("a.wav"), "sound 0 15 2 1 44100 1000\n");
+        write(path("b.wav"), "sound 0 15 2 2 48000 500\n");
+        write(path("c.flac"), "sound 0 4 3 1 44100 10\n");
+    }
+
+    QString path(const char* name) const { return mFolder.path() + "/" + name; }
+
+private:
+    QTemporaryDir mFolder;
+};
+
+void readAndSave(const QString& input, const QString& saved)
+{
+    Workspace* workspace = Singleton<Workspace>::instance();
+    if (input.endsWith(".prof")) {
+        SoundProfile profile;
+        if (!workspace->createSoundBank() || !workspace->loadProfile(&profile, input))
+            return;
+        if (!workspace->saveProfile(profile, saved))
+            fail("a profile that was read can't be saved");
+        const QByteArray once = contentOf(saved);
+        if (!workspace->loadProfile(&profile, saved) || !workspace->saveProfile(profile, saved))
+            fail("a profile that was saved can't be read");
+        if (contentOf(saved) != once)
+            fail("a profile that was saved twice is not the same");
+        return;
+    }
+    const SoundBank* bank = workspace->loadSoundBank(input);
+    if (!bank || !workspace->saveSoundBank(bank, saved))
+        return;
+    const QByteArray once = contentOf(saved);
+    const SoundBank* again = workspace->loadSoundBank(saved);
+    if (!again || !workspace->saveSoundBank(again, saved))
+        fail("a project that was saved can't be read");
+    if (contentOf(saved) != once)
+        fail("a project that was saved twice is not the same");
+}
+
+// Whether a list has a line of commas alone, or what should be XML doesn't begin as a document. Both fail assertions
+// that can't be made to throw.
+bool failsAtOnce(const QString& path, const QByteArray& content)
+{
+    static const QRegularExpression commas("^,+\\r*$", QRegularExpression::MultilineOption);
+    if (path.endsWith(".lst"))
+        return commas.match(QString::fromUtf8(content)).hasMatch();
+    return QXmlStreamReader(content).readNext() != QXmlStreamReader::StartDocument;
+}
+
+} // namespace
+
+// Takes the place of Logger::println in the units under test.
+extern "C" void __wrap__ZN6TARNOK6Logger7printlnENS0_14OUTPUTPRIORITYEPKcz(Logger*, Logger::OUTPUTPRIORITY, const char*,
+                                                                           ...)
+{
+    if (--linesLeft < 0)
+        throw TooManyLines();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static char name[] = "fuzz";
+    static char* arguments[] = {name, nullptr};
+    static int count = 1;
+    static const QCoreApplication application(count, arguments);
+    static const Folder folder;
+
+    const QString input = folder.path("input" FUZZ_DOCUMENT);
+    const QByteArray content(reinterpret_cast<const char*>(data), qsizetype(size));
+    if (failsAtOnce(input, content))
+        return 0;
+    write(input, content);
+    linesLeft = 1000;
+    try {
+        readAndSave(input, folder.path(input.endsWith(".prof") ? "saved.prof" : "saved.tnproj"));
+    } catch (const fuzz::AssertionFailed&) {
+    } catch (const TooManyLines&) { }
+    linesLeft = 1'000'000;
+    for (SoundBank* bank : QList<SoundBank*>(*Singleton<Workspace>::instance()))
+        bank->unload();
+    return 0;
+}
