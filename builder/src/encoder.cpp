@@ -42,7 +42,7 @@ constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
     {"AT9", true, 0, nullptr, nullptr},
     {"Vorbis", true, 3, vorbis_version_string, make<VorbisEncoder>},
     {"KADPCM", false, 1, nullptr, make<KadpcmEncoder>},
-    {"Opus", true, 3, opus_get_version_string, make<OpusEncoder>},
+    {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
 const CodecEntry& entryOf(Codec codec)
