@@ -18,7 +18,7 @@ namespace {
 
 constexpr int64_t kFramesPerSecond = 50; // packets of 20 ms
 
-// Decoding can begin at the start, about every second, and before both ends of a loop.
+// Decoding can begin at the start, about once a second, and before both ends of a loop.
 constexpr int64_t kKeyInterval = kFramesPerSecond;
 constexpr int64_t kConvergence = OpusSeekPoints::kConvergence;
 
@@ -101,7 +101,8 @@ public:
     {
         if (packet <= mFirstKept)
             return false;
-        return (packet - mFirstKept) % kKeyInterval == 0 || packet == mStartKey || packet == mEndKey;
+        const bool isDue = (packet - mFirstKept) % kKeyInterval == 0;
+        return packet == mStartKey || packet == mEndKey || (isDue && !isNear(packet, mEndKey));
     }
     [[nodiscard]] bool wantsKeySoon(int64_t packet) const
     {
@@ -120,6 +121,12 @@ public:
     [[nodiscard]] int64_t leadIn() const { return mSound - mFirstKept * mFrame; }
 
 private:
+    // Whether a key takes over for one that is due so near to it. Each costs processor time.
+    [[nodiscard]] static bool isNear(int64_t packet, int64_t key)
+    {
+        return key >= 0 && std::abs(packet - key) < kKeyInterval / 2;
+    }
+
     // The packet where the first trial begins for a decoder that must be right at a frame of the sound.
     [[nodiscard]] int64_t keyBefore(int64_t frame) const
     {
