@@ -41,7 +41,7 @@ constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
     {"XMA", true, 0, nullptr, nullptr},
     {"AT9", true, 0, nullptr, nullptr},
     {"Vorbis", true, 4, vorbis_version_string, make<VorbisEncoder>},
-    {"KADPCM", false, 1, nullptr, make<KadpcmEncoder>},
+    {"KADPCM", false, 2, nullptr, make<KadpcmEncoder>},
     {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
