@@ -4,7 +4,8 @@
 //
 // LIST is a text file with the path of one source a line, in the order of the bank's sounds. One line per sound:
 //
-//   ratios  of the 256 frames before the end of the loop and of the 256 that are heard after it: the root mean square of
+//   ratios  of the 256 frames before the end of the loop and of the 256 that are heard after it: the root mean square
+//   of
 //           the error, over that of the whole sound. The error is what the engine delivers less what the encoder got.
 //   seam    the worse of the two errors, in dB of full scale
 //   seek    of all seek points the worst difference from straight decoding, 20 ms at a time from where seeking is exact
@@ -186,9 +187,9 @@ int main(int argc, char** argv)
         const double seek = worstSeek(*sound, *facts, straight);
         const double highest = std::max(ratio(error.before), ratio(error.behind));
         const bool bad = highest > kWorstRatio && seam > kNearSilence;
-        std::printf("%6.2f %6.2f  seam %7.1f dB  whole %7.1f dB  seek %7.1f dB  extra %5u  %s%s\n",
-                    ratio(error.before), ratio(error.behind), seam, decibels(whole), seek,
-                    reader->entry(uint32_t(sounds)).chunksBytes, path.c_str(), bad ? "  WORSE" : "");
+        std::printf("%6.2f %6.2f  seam %7.1f dB  whole %7.1f dB  seek %7.1f dB  extra %5u  %s%s\n", ratio(error.before),
+                    ratio(error.behind), seam, decibels(whole), seek, reader->entry(uint32_t(sounds)).chunksBytes,
+                    path.c_str(), bad ? "  WORSE" : "");
         seams += facts->loop.has_value();
         points += int(facts->seekPoints.size());
         worse += bad;
@@ -200,10 +201,11 @@ int main(int argc, char** argv)
         extra += reader->entry(uint32_t(sounds)).chunksBytes;
         sound->release();
     }
-    std::printf("%d sounds, %d seams: %d above %.1f, worst %.2f; %d seek points: %d sounds with one above %.0f dB, worst "
-                "%.1f dB; %llu bytes of data, %llu beside\n",
-                sounds, seams, worse, kWorstRatio, worstRatio, points, astray, kWorstSeek, worstDifference,
-                static_cast<unsigned long long>(data), static_cast<unsigned long long>(extra));
+    std::printf(
+        "%d sounds, %d seams: %d above %.1f, worst %.2f; %d seek points: %d sounds with one above %.0f dB, worst "
+        "%.1f dB; %llu bytes of data, %llu beside\n",
+        sounds, seams, worse, kWorstRatio, worstRatio, points, astray, kWorstSeek, worstDifference,
+        static_cast<unsigned long long>(data), static_cast<unsigned long long>(extra));
     bank->release();
     engine->release();
     return worse == 0 && astray == 0 ? 0 : 1;

@@ -365,9 +365,10 @@ void Encoder::Segment::protectSeam(Encoded* encoded)
     };
     while (!mStop.stop_requested()) {
         const size_t side = excess(1) > excess(0) ? 1 : 0;
-        const auto worst = std::max_element(atSeam.begin(), atSeam.end(), [side](const Protected& a, const Protected& b) {
-            return a.sideErrors[side] < b.sideErrors[side];
-        });
+        const auto worst =
+            std::max_element(atSeam.begin(), atSeam.end(), [side](const Protected& a, const Protected& b) {
+                return a.sideErrors[side] < b.sideErrors[side];
+            });
         if (excess(side) <= 1 || worst == atSeam.end() || worst->sideErrors[side] == 0 || worst->step == 0)
             break;
         const int octaves = static_cast<int>(std::ceil(kStepsPerOctave * std::log2(excess(side)) / 2));

@@ -161,9 +161,10 @@ void CorrectionLayers::store(bank::Sound* sound) const
                 scales.push_back(scale(segment, layer, channel));
         }
         const size_t at = from * kSegment * mChannels;
-        const std::span<float> part = std::span(left).subspan(
-            at, std::min((end - from) * kSegment * mChannels, left.size() - at));
-        sound->corrections.push_back(bank::makeCorrection(uint64_t(first(from)), int(mChannels), part, std::move(scales)));
+        const std::span<float> part =
+            std::span(left).subspan(at, std::min((end - from) * kSegment * mChannels, left.size() - at));
+        sound->corrections.push_back(
+            bank::makeCorrection(uint64_t(first(from)), int(mChannels), part, std::move(scales)));
         const std::vector<float> corrected = bank::expandCorrection(sound->corrections.back(), int(mChannels));
         std::transform(part.begin(), part.end(), corrected.begin(), part.begin(), std::minus<float>());
     }

@@ -102,8 +102,8 @@ std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
         return std::nullopt;
     const auto [start, end] = *facts.loop;
     const auto frames = uint64_t(kSeamFrames);
-    return bank::kadpcm::Seam{
-        facts.sampleCount, {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
+    return bank::kadpcm::Seam{facts.sampleCount,
+                              {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
 }
 
 // Takes superblocks as they get ready.

@@ -80,10 +80,7 @@ private:
     };
 
     // Where nearly all of the sound is at its seam, only the differences matter.
-    size_t layersAtLeast() const
-    {
-        return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0;
-    }
+    size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
 
     // What remains of a segment after so many layers.
     Heard heard(const Segment& segment, size_t layers) const

@@ -1,9 +1,9 @@
 // Finds out what a lossy codec does to the samples on both sides of a loop's seam, so that it can be corrected.
 //
 // While a sound is being encoded it is told of every frame that goes in, and is handed what some of the packets decode
-// to, those around the seam among them; see bank/correction.hpp for what comes of it. The aim is a seam that is no worse
-// than the rest of the sound. Of a short sound everything is known, and just as much is corrected as that takes. Of
-// others the seam is corrected twice, which leaves about a ninth of its error; and further where that is still more
+// to, those around the seam among them; see bank/correction.hpp for what comes of it. The aim is a seam that is no
+// worse than the rest of the sound. Of a short sound everything is known, and just as much is corrected as that takes.
+// Of others the seam is corrected twice, which leaves about a ninth of its error; and further where that is still more
 // than the sound's own, of which the error of the packets that were decoded is the least that it can be.
 #pragma once
 
@@ -23,8 +23,9 @@ inline constexpr int64_t kRecentFrames = 32'768;
 class SeamRecorder
 {
 public:
-    // Has nothing to do for a sound that doesn't loop. beginning: frames at the start of the sound that are to be decoded
-    // as well, so that more is known of its error; of most sounds that matter here the start is the loudest part.
+    // Has nothing to do for a sound that doesn't loop. beginning: frames at the start of the sound that are to be
+    // decoded as well, so that more is known of its error; of most sounds that matter here the start is the loudest
+    // part.
     explicit SeamRecorder(const PreparedFacts& facts, int64_t beginning = 0);
 
     // Interleaved frames that go into the encoder, the first of them at position; those outside the sound are ignored.

@@ -21,8 +21,8 @@ constexpr int64_t kSeekInterval = 16'384;
 // block; with half as much, the sound would start between that and a long one, in a worse quality.
 constexpr int64_t kWarmUpDivisor = 2;
 
-// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of its
-// error.
+// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of
+// its error.
 constexpr int64_t kBeginning = 4096;
 
 // Mono and stereo, at two rates. Each takes half a megabyte.

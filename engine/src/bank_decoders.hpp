@@ -46,6 +46,9 @@ class VorbisSetup;
                                             DecoderPointer* decoder);
 [[nodiscard]] KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder);
 
+// Frames that an Opus packet decodes to; 0 for a damaged one.
+[[nodiscard]] uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate);
+
 // What a fault of the container is to the engine's callers.
 [[nodiscard]] KESS_RESULT resultOf(bank::Error error);
 
@@ -75,6 +78,7 @@ public:
     explicit PacketReader(EncodedData data);
 
     void seek(uint64_t offset); // cut to the size of the data
+    [[nodiscard]] uint64_t offset() const { return mNext; } // of what next() reads
     [[nodiscard]] bool atEnd() const { return mNext == mWindow.size(); }
 
     // The next packet, valid until the next call. KESS_ERR_FILE_BAD behind the last one, too.
@@ -82,7 +86,7 @@ public:
 
 private:
     DataWindow mWindow;
-    uint64_t mNext = 0; // offset of what next() reads
+    uint64_t mNext = 0;
 };
 
 // The seek point that lies furthest behind without lying behind position; the start of the stream where there is none.

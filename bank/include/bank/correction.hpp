@@ -2,7 +2,8 @@
 //
 // A lossy codec's error is nowhere the same: it rises and falls from block to block, and where a loop jumps two blocks
 // meet that were never neighbours. So the error of the samples on both sides of the seam is stored beside the encoded
-// data in two bits a sample, and the decoder takes off about two thirds of it. What then remains can be corrected again.
+// data in two bits a sample, and the decoder takes off about two thirds of it. What then remains can be corrected
+// again.
 //
 // Every segment of kCorrectionSegment frames of a channel has a scale, such as the root mean square of the error, and
 // every sample a code of two bits, for the four levels by which a normal distribution is told best (Max 1960, table I).

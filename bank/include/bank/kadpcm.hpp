@@ -86,8 +86,8 @@ public:
     static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
     // channels: 1 to 32 (asserted). With a seam, the superblocks at it get as many bits more as it takes for the error
-    // on each side to be no larger than that of the sound, of which the error so far is the least that it can be. Once stop was requested, encode and finish return within a few superblocks' time,
-    // and what was appended is of no use.
+    // on each side to be no larger than that of the sound, of which the error so far is the least that it can be. Once
+    // stop was requested, encode and finish return within a few superblocks' time, and what was appended is of no use.
     explicit Encoder(int channels, std::stop_token stop = {}, std::optional<Seam> seam = {});
     ~Encoder();
 
