@@ -13,7 +13,11 @@ using bank::Error;
 namespace {
 
 constexpr int64_t kUnpredictedPackets = 2;
-constexpr int kStationaryPackets = 2; // of each stream, among the kConvergence first
+
+// Of each stream two of the first three packets must be stationary. A transient before them may be wrong, and the pitch
+// filter repeats it; there is one packet more for that to fade.
+constexpr int kStationaryPackets = 2;
+constexpr int64_t kSettlingPackets = 3;
 
 // A quarter of what a bank promises, which is -60 dB of the sound, or -90 dB of full scale where the sound is faint. A
 // decoder from the start has another past than the one that is compared with, and may be somewhat further off.
@@ -79,11 +83,12 @@ Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoin
     }
     if (const Error error = mDecoder.decode(packet); error != Error::None)
         return error;
-    const int64_t left = kConvergence - (mPacket - mKey); // packets, this one included, that needn't be right
-    if (left > 0) {
-        count(packet);
+    const int64_t index = mPacket - mKey;
+    if (index < kConvergence) {
+        if (index < kSettlingPackets)
+            count(packet);
         const int fewest = *std::min_element(mStationary.begin(), mStationary.end());
-        if (fewest + left - 1 < kStationaryPackets)
+        if (fewest + std::max<int64_t>(kSettlingPackets - 1 - index, 0) < kStationaryPackets)
             mKey = -1;
         return Error::None;
     }

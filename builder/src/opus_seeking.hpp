@@ -3,9 +3,10 @@
 // What a decoder remembers fades as packets pass, but for two things. The loudness of the bands is predicted from the
 // packet before, and the pitch filter repeats up to 1024 samples: so two packets in a row are encoded without
 // prediction. And gaps in transients are filled by what the last two stationary packets were: so two such packets must
-// be among the first that are decoded after a seek. Whether there are isn't known before they are encoded, nor can
-// it be forced. So every place that is wanted is tried: the packets are looked into, and decoded twice, by a decoder
-// that begins there and by one that has a past. If these don't meet the place is given up, and the next packet tried.
+// be among the first three that are decoded after a seek. Whether there are isn't known before they are encoded, nor
+// can it be forced. So every place that is wanted is tried: the packets are looked into, and decoded twice, by a
+// decoder that begins there and by one that has a past. If these don't meet the place is given up, and the next packet
+// tried.
 #pragma once
 
 #include "encoder.hpp"

@@ -126,11 +126,11 @@ private:
         return isOpus() ? mSound.sampleRate * kOpusPrerollMilliseconds / 1000 : 0;
     }
 
-    // Where the next seek point is, or the end. Up to there a decoder that came from this one has no other.
+    // From where on a seek begins at the next seek point; the end for the last one.
     [[nodiscard]] uint64_t endOf(size_t point) const
     {
         return point + 1 < mSound.seekPoints.size()
-            ? std::min(sampleAt(mSound.seekPoints[point + 1].position, mSound), mSound.sampleCount)
+            ? std::min(sampleAt(mSound.seekPoints[point + 1].position + preroll(), mSound), mSound.sampleCount)
             : mSound.sampleCount;
     }
 
