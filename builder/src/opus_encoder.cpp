@@ -173,7 +173,12 @@ public:
             return Error::None;
         if (const Error error = mDecoder.decode(bytes); error != Error::None)
             return error;
-        mSeam.decoded(first, mDecoder.frames());
+        // What it decodes at first after a gap is no error of the encoder's.
+        const bool isGap = packet != mNext && mSchedule.position(packet) > 0;
+        mUnsettled = isGap ? OpusSeekPoints::kPast + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
+        mNext = packet + 1;
+        if (mUnsettled == 0)
+            mSeam.decoded(first, mDecoder.frames());
         return mSeekPoints.take(bytes, {uint64_t(mSchedule.position(packet)), offset}, mDecoder.frames(), points);
     }
 
@@ -182,6 +187,8 @@ private:
     SeamRecorder& mSeam;
     OpusSeekPoints mSeekPoints;
     OpusPacketDecoder mDecoder;
+    int64_t mNext = -1; // packet that the decoder expects
+    int64_t mUnsettled = 0; // packets until it is right
 };
 
 } // namespace
