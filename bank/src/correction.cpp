@@ -15,33 +15,11 @@ constexpr float kBorder = 0.9816f;
 constexpr int kScaleSteps = 8; // to each doubling
 constexpr int kScaleZero = 256;
 
-uint8_t nearestScale(float rootMeanSquare)
-{
-    if (!(rootMeanSquare > 0))
-        return 0;
-    const float exact = kScaleZero + kScaleSteps * std::log2(rootMeanSquare);
-    return static_cast<uint8_t>(std::lround(std::clamp(exact, 0.0f, 255.0f)));
-}
-
 uint8_t nearestLevel(float value)
 {
     if (value < 0)
         return value < -kBorder ? 0 : 1;
     return value < kBorder ? 2 : 3;
-}
-
-// One segment of one channel; missing begins at its first sample, whose neighbours are channels apart.
-void makeSegment(std::span<const float> missing, size_t channels, size_t frames, uint8_t* scale, uint8_t* codes)
-{
-    double sum = 0;
-    for (size_t i = 0; i < frames; ++i)
-        sum += static_cast<double>(missing[i * channels]) * missing[i * channels];
-    *scale = nearestScale(static_cast<float>(std::sqrt(sum / static_cast<double>(frames))));
-    if (*scale == 0)
-        return;
-    const float unit = correctionScale(*scale);
-    for (size_t i = 0; i < frames; ++i)
-        codes[i / 4] |= static_cast<uint8_t>(nearestLevel(missing[i * channels] / unit) << i % 4 * 2);
 }
 
 } // namespace
@@ -61,22 +39,35 @@ float correctionScale(uint8_t scale)
     return scale == 0 ? 0 : std::exp2(static_cast<float>(scale - kScaleZero) / kScaleSteps);
 }
 
-Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing)
+uint8_t nearestCorrectionScale(float rootMeanSquare)
+{
+    if (!(rootMeanSquare > 0))
+        return 0;
+    const float exact = kScaleZero + kScaleSteps * std::log2(rootMeanSquare);
+    return static_cast<uint8_t>(std::lround(std::clamp(exact, 0.0f, 255.0f)));
+}
+
+float nearestCorrection(float missing, float unit)
+{
+    return unit * kLevels[nearestLevel(missing / unit)];
+}
+
+Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing, std::vector<uint8_t> scales)
 {
     const auto width = static_cast<size_t>(channels);
     Correction made;
     made.first = first;
     made.frames = static_cast<uint32_t>(missing.size() / width);
+    made.scales = std::move(scales);
     const size_t segments = correctionScales(made.frames);
     const size_t codeBytes = correctionCodeBytes(made.frames);
-    made.scales.resize(segments * width);
     made.codes.resize(codeBytes * width);
     for (size_t channel = 0; channel < width; ++channel) {
-        for (size_t segment = 0; segment < segments; ++segment) {
-            const size_t begin = segment * kCorrectionSegment;
-            makeSegment(missing.subspan(begin * width + channel), width,
-                        std::min<size_t>(kCorrectionSegment, made.frames - begin),
-                        &made.scales[channel * segments + segment], &made.codes[channel * codeBytes + begin / 4]);
+        for (size_t i = 0; i < made.frames; ++i) {
+            const float unit = correctionScale(made.scales[channel * segments + i / kCorrectionSegment]);
+            if (unit > 0)
+                made.codes[channel * codeBytes + i / 4] |=
+                    static_cast<uint8_t>(nearestLevel(missing[i * width + channel] / unit) << i % 4 * 2);
         }
     }
     return made;

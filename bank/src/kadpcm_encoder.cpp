@@ -1,8 +1,10 @@
 #include "kadpcm_block.hpp"
 #include "kadpcm_format.hpp"
 
+#include <algorithm>
 #include <cassert>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 namespace bank::kadpcm {
@@ -22,14 +24,26 @@ constexpr double kLargestCarry = 0.25;
 // Superblocks from which the step of a segment is estimated.
 constexpr int kSurveyedSuperblocks = 12;
 
+// Mean square of an error that doesn't matter anywhere, in steps of 16 bits: -96 dB of full scale, what dither makes.
+constexpr double kNoError = 0.25;
+
+double squaredDifference(std::span<const int16_t> a, std::span<const int16_t> b)
+{
+    int64_t sum = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        sum += int64_t{a[i] - b[i]} * (a[i] - b[i]);
+    return static_cast<double>(sum);
+}
+
 } // namespace
 
 // The samples that wait, and the choice of the one step that brings them into their budget.
 class Encoder::Segment
 {
 public:
-    Segment(int channels, std::stop_token stop)
+    Segment(int channels, std::stop_token stop, std::optional<Seam> seam)
         : mStop(std::move(stop))
+        , mSeam(seam)
         , mSamples(static_cast<size_t>(channels))
         , mFramesOfSegment(kSegmentSamples / channels / kSuperblockFrames * kSuperblockFrames)
     { }
@@ -43,15 +57,33 @@ public:
     // Encodes the first frames of those that wait, and forgets them.
     void encode(int frames, std::vector<uint8_t>& bytes, std::vector<uint32_t>* sizes);
 
-    void restart() { mCarry = 0; }
+    void restart()
+    {
+        mCarry = 0;
+        mFirst = 0;
+        mSquaredError = 0;
+        mSideErrors = {};
+    }
 
 private:
     struct Encoded
     {
         std::vector<uint8_t> bytes;
         std::vector<uint32_t> sizes;
+        double squaredError = 0;
+        int step = 0;
 
         [[nodiscard]] double bits() const { return 8.0 * static_cast<double>(bytes.size()); }
+    };
+
+    // A superblock at the seam.
+    struct Protected
+    {
+        int superblock = 0;
+        int step = 0;
+        std::vector<uint8_t> bytes;
+        double squaredError = 0;
+        std::array<double, 2> sideErrors{}; // the part of it on each side
     };
 
     [[nodiscard]] int superblocks() const { return (mFrames + kSuperblockFrames - 1) / kSuperblockFrames; }
@@ -60,18 +92,26 @@ private:
     void analyseAll();
     [[nodiscard]] double budget() const;
     [[nodiscard]] double expectedBits(int superblock, int step) const;
-    void encodeSuperblock(int superblock, int step, std::vector<uint8_t>& bytes) const;
+    void encodeSuperblock(int superblock, int step, std::vector<uint8_t>& bytes, double* squaredError = nullptr) const;
     template <typename BitsOf>
     [[nodiscard]] double surveyedRate(BitsOf bitsOf) const;
     [[nodiscard]] int stepOfRate(double rate, int step) const;
     [[nodiscard]] int estimateStep(double rate) const;
     [[nodiscard]] Encoded encodeAll(int step) const;
     [[nodiscard]] Encoded encodeWithin(double bits) const;
+    void protectSeam(Encoded* encoded);
+    [[nodiscard]] Protected encodeProtected(int superblock, int step) const;
+    [[nodiscard]] bool isAtSeam(int superblock) const;
+    [[nodiscard]] uint64_t firstFrame(int superblock) const;
 
     std::stop_token mStop;
+    std::optional<Seam> mSeam;
     std::vector<std::vector<int16_t>> mSamples; // by channel
     int mFramesOfSegment;
     double mCarry = 0; // bits that the segments before left, or took too many
+    uint64_t mFirst = 0; // frame of the sound with which the next segment begins
+    double mSquaredError = 0; // of the segments before
+    std::array<double, 2> mSideErrors{}; // the part of it on each side of the seam
 
     // Of the segment that is being encoded.
     int mFrames = 0;
@@ -96,14 +136,17 @@ void Encoder::Segment::encode(int frames, std::vector<uint8_t>& bytes, std::vect
     analyseAll();
     if (!mStop.stop_requested()) {
         const double bits = budget();
-        const Encoded encoded = encodeWithin(bits);
+        Encoded encoded = encodeWithin(bits);
         mCarry = bits - encoded.bits();
+        if (mSeam && !mStop.stop_requested())
+            protectSeam(&encoded);
         bytes.insert(bytes.end(), encoded.bytes.begin(), encoded.bytes.end());
         if (sizes)
             sizes->insert(sizes->end(), encoded.sizes.begin(), encoded.sizes.end());
     }
     for (auto& samples : mSamples)
         samples.erase(samples.begin(), samples.begin() + frames);
+    mFirst += static_cast<uint64_t>(frames);
 }
 
 int Encoder::Segment::framesOf(int superblock) const
@@ -155,7 +198,8 @@ double Encoder::Segment::expectedBits(int superblock, int step) const
     return bits;
 }
 
-void Encoder::Segment::encodeSuperblock(int superblock, int step, std::vector<uint8_t>& bytes) const
+void Encoder::Segment::encodeSuperblock(int superblock, int step, std::vector<uint8_t>& bytes,
+                                        double* squaredError) const
 {
     const auto begin = static_cast<size_t>(superblock) * kSuperblockFrames;
     const auto frames = static_cast<size_t>(framesOf(superblock));
@@ -168,8 +212,10 @@ void Encoder::Segment::encodeSuperblock(int superblock, int step, std::vector<ui
         if (!analysis.constant)
             plan = planBlock(analysis, framesOf(superblock), step, energyOfPrevious);
         const std::span<int16_t> own(decoded[channel % 2].data(), frames);
-        encodeBlock(std::span(mSamples[static_cast<size_t>(channel)]).subspan(begin, frames), previous, analysis, plan,
-                    own, bytes);
+        const auto samples = std::span(mSamples[static_cast<size_t>(channel)]).subspan(begin, frames);
+        encodeBlock(samples, previous, analysis, plan, own, bytes);
+        if (squaredError)
+            *squaredError += squaredDifference(samples, own);
         previous = own;
         energyOfPrevious = plan.energy;
     }
@@ -229,9 +275,10 @@ int Encoder::Segment::estimateStep(double rate) const
 Encoder::Segment::Encoded Encoder::Segment::encodeAll(int step) const
 {
     Encoded encoded;
+    encoded.step = step;
     for (int superblock = 0; superblock < superblocks() && !mStop.stop_requested(); ++superblock) {
         const size_t begin = encoded.bytes.size();
-        encodeSuperblock(superblock, step, encoded.bytes);
+        encodeSuperblock(superblock, step, encoded.bytes, mSeam ? &encoded.squaredError : nullptr);
         encoded.sizes.push_back(static_cast<uint32_t>(encoded.bytes.size() - begin));
     }
     return encoded;
@@ -261,10 +308,92 @@ Encoder::Segment::Encoded Encoder::Segment::encodeWithin(double bits) const
     }
 }
 
-Encoder::Encoder(int channels, std::stop_token stop)
+uint64_t Encoder::Segment::firstFrame(int superblock) const
+{
+    return mFirst + static_cast<uint64_t>(superblock) * kSuperblockFrames;
+}
+
+bool Encoder::Segment::isAtSeam(int superblock) const
+{
+    const uint64_t first = firstFrame(superblock);
+    const uint64_t end = first + static_cast<uint64_t>(framesOf(superblock));
+    return std::any_of(mSeam->sides.begin(), mSeam->sides.end(),
+                       [&](const Seam::Side& side) { return side.first < end && side.end > first; });
+}
+
+Encoder::Segment::Protected Encoder::Segment::encodeProtected(int superblock, int step) const
+{
+    Protected made;
+    made.superblock = superblock;
+    made.step = step;
+    encodeSuperblock(superblock, step, made.bytes, &made.squaredError);
+    const auto frames = static_cast<size_t>(framesOf(superblock));
+    std::vector<int16_t> decoded(frames * mSamples.size());
+    (void)decodeSuperblock(made.bytes, channels(), framesOf(superblock), decoded.data());
+    for (size_t i = 0; i < decoded.size(); ++i) {
+        const size_t frame = i / mSamples.size();
+        const double error =
+            mSamples[i % mSamples.size()][static_cast<size_t>(superblock) * kSuperblockFrames + frame] - decoded[i];
+        for (size_t side = 0; side < mSeam->sides.size(); ++side) {
+            const uint64_t position = firstFrame(superblock) + frame;
+            if (position >= mSeam->sides[side].first && position < mSeam->sides[side].end)
+                made.sideErrors[side] += error * error;
+        }
+    }
+    return made;
+}
+
+// Encodes superblocks at the seam anew, in smaller steps, while either side has too large an error. That takes bits
+// beyond the budget: within it the rest of the sound would become worse, until the seam is no worse than that.
+void Encoder::Segment::protectSeam(Encoded* encoded)
+{
+    std::vector<Protected> atSeam;
+    for (int superblock = 0; superblock < superblocks(); ++superblock) {
+        if (isAtSeam(superblock))
+            atSeam.push_back(encodeProtected(superblock, encoded->step));
+    }
+    mSquaredError += encoded->squaredError;
+    for (const Protected& superblock : atSeam) {
+        for (size_t side = 0; side < mSideErrors.size(); ++side)
+            mSideErrors[side] += superblock.sideErrors[side];
+    }
+
+    const auto excess = [this](size_t side) {
+        const auto frames = static_cast<double>(mSeam->sides[side].end - mSeam->sides[side].first);
+        const double ofSound = mSquaredError / static_cast<double>(mSeam->soundFrames) / channels();
+        return mSideErrors[side] / frames / channels() / std::max(ofSound, kNoError);
+    };
+    while (!mStop.stop_requested()) {
+        const size_t side = excess(1) > excess(0) ? 1 : 0;
+        const auto worst =
+            std::max_element(atSeam.begin(), atSeam.end(), [side](const Protected& a, const Protected& b) {
+                return a.sideErrors[side] < b.sideErrors[side];
+            });
+        if (excess(side) <= 1 || worst == atSeam.end() || worst->sideErrors[side] == 0 || worst->step == 0)
+            break;
+        const int octaves = static_cast<int>(std::ceil(kStepsPerOctave * std::log2(excess(side)) / 2));
+        Protected finer = encodeProtected(worst->superblock, std::max(0, worst->step - std::max(1, octaves)));
+        mSquaredError += finer.squaredError - worst->squaredError;
+        for (size_t i = 0; i < mSideErrors.size(); ++i)
+            mSideErrors[i] += finer.sideErrors[i] - worst->sideErrors[i];
+        *worst = std::move(finer);
+    }
+
+    // From the last one on, so that the offsets of those before stay.
+    for (auto superblock = atSeam.rbegin(); superblock != atSeam.rend(); ++superblock) {
+        const auto index = static_cast<size_t>(superblock->superblock);
+        const auto begin = encoded->bytes.begin()
+            + std::accumulate(encoded->sizes.begin(), encoded->sizes.begin() + superblock->superblock, ptrdiff_t{0});
+        const auto end = begin + static_cast<ptrdiff_t>(encoded->sizes[index]);
+        encoded->bytes.insert(encoded->bytes.erase(begin, end), superblock->bytes.begin(), superblock->bytes.end());
+        encoded->sizes[index] = static_cast<uint32_t>(superblock->bytes.size());
+    }
+}
+
+Encoder::Encoder(int channels, std::stop_token stop, std::optional<Seam> seam)
 {
     assert(channels >= 1 && channels <= kMaximumChannels);
-    mSegment = std::make_unique<Segment>(channels, std::move(stop));
+    mSegment = std::make_unique<Segment>(channels, std::move(stop), seam);
 }
 
 Encoder::~Encoder() = default;

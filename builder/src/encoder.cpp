@@ -40,9 +40,9 @@ constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
     {"PCM", false, 1, nullptr, make<PcmEncoder>},
     {"XMA", true, 0, nullptr, nullptr},
     {"AT9", true, 0, nullptr, nullptr},
-    {"Vorbis", true, 3, vorbis_version_string, make<VorbisEncoder>},
-    {"KADPCM", false, 1, nullptr, make<KadpcmEncoder>},
-    {"Opus", true, 3, opus_get_version_string, make<OpusEncoder>},
+    {"Vorbis", true, 4, vorbis_version_string, make<VorbisEncoder>},
+    {"KADPCM", false, 2, nullptr, make<KadpcmEncoder>},
+    {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
 const CodecEntry& entryOf(Codec codec)

@@ -1,5 +1,6 @@
 #include "data_stream.hpp"
 #include "encoders.hpp"
+#include "seam.hpp"
 
 #include "bank/kadpcm.hpp"
 
@@ -94,6 +95,17 @@ private:
     std::vector<float> mFloats;
 };
 
+// The stretches on both sides of the loop's seam.
+std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
+{
+    if (!facts.loop)
+        return std::nullopt;
+    const auto [start, end] = *facts.loop;
+    const auto frames = uint64_t(kSeamFrames);
+    return bank::kadpcm::Seam{facts.sampleCount,
+                              {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
+}
+
 // Takes superblocks as they get ready.
 class SuperblockWriter
 {
@@ -136,7 +148,7 @@ Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std
     DataStream data(sink);
     Reader16 reader(sound);
     SuperblockWriter writer(data, encoded);
-    bank::kadpcm::Encoder encoder(facts.channels, stop);
+    bank::kadpcm::Encoder encoder(facts.channels, stop, seamOf(facts));
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;

@@ -1,5 +1,6 @@
 #include "data_stream.hpp"
 #include "encoders.hpp"
+#include "opus_seeking.hpp"
 #include "seam.hpp"
 
 #include <opus/opus_multistream.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
 
 namespace tarnok {
 
@@ -16,11 +18,12 @@ namespace {
 
 constexpr int64_t kFramesPerSecond = 50; // packets of 20 ms
 
-// A packet that is predicted from nothing before it stands at the start, then every second, and before both ends of a
-// loop.
-// From such a packet on, a decoder that knows nothing of the sound is right after kConvergence more packets.
+// Decoding can begin at the start, about once a second, and before both ends of a loop.
 constexpr int64_t kKeyInterval = kFramesPerSecond;
-constexpr int64_t kConvergence = 4;
+constexpr int64_t kConvergence = OpusSeekPoints::kConvergence;
+
+// Packets before the last from which an end of a loop could be reached: so that there is time for another trial.
+constexpr int64_t kSpareTrial = 4;
 
 // The encoder gets used to a loop during this many packets before the first that is kept.
 constexpr int64_t kWarmUp = 4;
@@ -30,39 +33,33 @@ constexpr size_t kMaximumPacketBytesPerStream = 1275 * 3 + 7;
 struct Destroy
 {
     void operator()(OpusMSEncoder* encoder) const { opus_multistream_encoder_destroy(encoder); }
-    void operator()(OpusMSDecoder* decoder) const { opus_multistream_decoder_destroy(decoder); }
 };
 using Library = std::unique_ptr<OpusMSEncoder, Destroy>;
 
-// How the channels are spread over Opus streams: one or two share a stream, more have one each. What channels mean
-// isn't known (they may be six stems of a music), so none is treated as a subwoofer and none are coupled.
-struct Mapping
+// One or two channels share a stream, more have one each. What channels mean isn't known (they may be six stems of a
+// music), so none is treated as a subwoofer and none are coupled.
+OpusMapping mappingOf(int channels)
 {
-    explicit Mapping(int channels)
-        : streams(channels == 2 ? 1 : channels)
-        , coupled(channels == 2 ? 1 : 0)
-    {
-        for (size_t i = 0; i < table.size(); ++i)
-            table[i] = uint8_t(i);
-    }
+    static constexpr auto kInOrder = [] {
+        std::array<uint8_t, bank::kMaximumChannels> table{};
+        std::iota(table.begin(), table.end(), uint8_t(0));
+        return table;
+    }();
+    return {channels, channels == 2 ? 1 : channels, channels == 2 ? 1 : 0, kInOrder.data()};
+}
 
-    [[nodiscard]] std::vector<uint8_t> pack(int channels) const
-    {
-        std::vector<uint8_t> setup = {uint8_t(streams), uint8_t(coupled)};
-        setup.insert(setup.end(), table.begin(), table.begin() + channels);
-        return setup;
-    }
+std::vector<uint8_t> packed(const OpusMapping& mapping)
+{
+    std::vector<uint8_t> setup = {uint8_t(mapping.streams), uint8_t(mapping.coupled)};
+    setup.insert(setup.end(), mapping.table, mapping.table + mapping.channels);
+    return setup;
+}
 
-    int streams;
-    int coupled;
-    std::array<uint8_t, bank::kMaximumChannels> table{};
-};
-
-bank::Result<Library> start(const PreparedFacts& facts, const Mapping& mapping, int quality)
+bank::Result<Library> start(const PreparedFacts& facts, const OpusMapping& mapping, int quality)
 {
     int failed = OPUS_OK;
     Library library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
-                                                    mapping.coupled, mapping.table.data(),
+                                                    mapping.coupled, mapping.table,
                                                     OPUS_APPLICATION_RESTRICTED_LOWDELAY, &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? Error::Memory : Error::Unsupported;
@@ -97,10 +94,26 @@ public:
     [[nodiscard]] int64_t start() const { return mStart; } // position of the first sample encoded
     [[nodiscard]] int64_t packets() const { return mPackets; } // that reach to the sound's last sample
     [[nodiscard]] bool kept(int64_t packet) const { return packet >= mFirstKept; }
-    [[nodiscard]] bool key(int64_t packet) const
+    // The first packet kept and the next one have nothing behind them that a decoder could know.
+    [[nodiscard]] bool begins(int64_t packet) const { return packet >= mFirstKept && packet < mFirstKept + 2; }
+    // Whether decoding should be able to begin at a packet.
+    [[nodiscard]] bool wantsKey(int64_t packet) const
     {
-        return (packet - mFirstKept) % kKeyInterval == 0 || packet == mStartKey || packet == mEndKey;
+        if (packet <= mFirstKept)
+            return false;
+        const bool isDue = (packet - mFirstKept) % kKeyInterval == 0;
+        return packet == mStartKey || packet == mEndKey || (isDue && !isNear(packet, mEndKey));
     }
+    [[nodiscard]] bool wantsKeySoon(int64_t packet) const
+    {
+        for (int64_t next = packet; next <= packet + OpusSeekPoints::kPast; ++next) {
+            if (wantsKey(next))
+                return true;
+        }
+        return false;
+    }
+    // Packets from the first that is decoded for an end of a loop to the last that needn't be right.
+    [[nodiscard]] static int64_t approach() { return OpusSeekPoints::kPast + kSpareTrial + kConvergence; }
     // The sound's frame with which a packet begins to decode; before the sound below 0.
     [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // Of the first sample of a packet, counted from the first packet kept.
@@ -108,8 +121,17 @@ public:
     [[nodiscard]] int64_t leadIn() const { return mSound - mFirstKept * mFrame; }
 
 private:
-    // The packet from which a decoder has to begin to be right at a frame of the sound.
-    [[nodiscard]] int64_t keyBefore(int64_t frame) const { return (mSound + frame) / mFrame - kConvergence; }
+    // Whether a key takes over for one that is due so near to it. Each costs processor time.
+    [[nodiscard]] static bool isNear(int64_t packet, int64_t key)
+    {
+        return key >= 0 && std::abs(packet - key) < kKeyInterval / 2;
+    }
+
+    // The packet where the first trial begins for a decoder that must be right at a frame of the sound.
+    [[nodiscard]] int64_t keyBefore(int64_t frame) const
+    {
+        return (mSound + frame) / mFrame - kConvergence - kSpareTrial;
+    }
 
     int64_t mFrame;
     int64_t mFirstKept;
@@ -120,44 +142,53 @@ private:
     int64_t mEndKey = -1;
 };
 
-// Decodes the packets around the seam of the loop.
-class SeamDecoder
+// What becomes of the packets: seek points that have been tried, and the samples around the seam of the loop.
+//
+// One decoder goes along where either is wanted. It isn't reset where it left packets out: what it then remembers, of
+// another part of the sound, is as wrong as anything that a decoder from the start could have behind it.
+class PacketChecks
 {
 public:
-    SeamDecoder(const PreparedFacts& facts, const Mapping& mapping, SeamRecorder& seam)
-        : mLibrary(opus_multistream_decoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
-                                                   mapping.coupled, mapping.table.data(), nullptr))
+    PacketChecks(const PreparedFacts& facts, const OpusMapping& mapping, const Schedule& schedule, SeamRecorder& seam)
+        : mSchedule(schedule)
         , mSeam(seam)
-        , mChannels(size_t(facts.channels))
+        , mSeekPoints(mapping, facts.sampleRate, size_t(schedule.frame()))
+        , mDecoder(mapping, facts.sampleRate, size_t(schedule.frame()))
     { }
 
-    // A packet as it is made, and all others in order. Where some were left out the decoder begins anew, with a
-    // packet that the schedule has made a key for that.
-    Error take(int64_t index, const Schedule& schedule, std::span<const uint8_t> packet)
+    // Whether the packet that is encoded next must not be predicted.
+    [[nodiscard]] bool announce(int64_t packet)
     {
-        const int64_t first = schedule.soundPosition(index);
-        if (!mSeam.wants(first, first + (kConvergence + 1) * schedule.frame()))
+        mSeekPoints.announce(packet, mSchedule.wantsKey(packet));
+        return mSchedule.begins(packet) || mSeekPoints.unpredicted();
+    }
+
+    // That packet, and where it goes.
+    [[nodiscard]] Error take(int64_t packet, std::span<const uint8_t> bytes, uint64_t offset,
+                             std::vector<bank::SeekPoint>* points)
+    {
+        const int64_t first = mSchedule.soundPosition(packet);
+        const int64_t end = first + (Schedule::approach() + 1) * mSchedule.frame();
+        if (!mSeekPoints.onTrial() && !mSchedule.wantsKeySoon(packet) && !mSeam.wants(first, end))
             return Error::None;
-        if (!mLibrary)
-            return Error::Memory;
-        if (index != mNext && opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) != OPUS_OK)
-            return Error::Encoder;
-        mNext = index + 1;
-        mFrames.resize(size_t(schedule.frame()) * mChannels);
-        const int count = opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()),
-                                                        mFrames.data(), int(schedule.frame()), 0);
-        if (count != int(schedule.frame()))
-            return Error::Encoder;
-        mSeam.decoded(first, mFrames);
-        return Error::None;
+        if (const Error error = mDecoder.decode(bytes); error != Error::None)
+            return error;
+        // What it decodes at first after a gap is no error of the encoder's.
+        const bool isGap = packet != mNext && mSchedule.position(packet) > 0;
+        mUnsettled = isGap ? OpusSeekPoints::kPast + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
+        mNext = packet + 1;
+        if (mUnsettled == 0)
+            mSeam.decoded(first, mDecoder.frames());
+        return mSeekPoints.take(bytes, {uint64_t(mSchedule.position(packet)), offset}, mDecoder.frames(), points);
     }
 
 private:
-    std::unique_ptr<OpusMSDecoder, Destroy> mLibrary;
+    const Schedule& mSchedule;
     SeamRecorder& mSeam;
-    size_t mChannels;
-    int64_t mNext = 0;
-    std::vector<float> mFrames;
+    OpusSeekPoints mSeekPoints;
+    OpusPacketDecoder mDecoder;
+    int64_t mNext = -1; // packet that the decoder expects
+    int64_t mUnsettled = 0; // packets until it is right
 };
 
 } // namespace
@@ -178,7 +209,7 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
                           bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
-    const Mapping mapping(facts.channels);
+    const OpusMapping mapping = mappingOf(facts.channels);
     bank::Result<Library> started = start(facts, mapping, quality);
     if (!started)
         return started.error();
@@ -190,14 +221,14 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
     const Schedule schedule(facts, lookahead);
     *encoded = describe(bank::Codec::Opus, facts);
     encoded->quality = uint8_t(quality);
-    encoded->setup = mapping.pack(facts.channels);
+    encoded->setup = packed(mapping);
     encoded->leadIn = uint32_t(schedule.leadIn());
     if (const Error error = sound.seek(schedule.start()); error != Error::None)
         return error;
 
     DataStream data(sink);
     SeamRecorder seam(facts);
-    SeamDecoder seamDecoder(facts, mapping, seam);
+    PacketChecks checks(facts, mapping, schedule, seam);
     std::vector<float> frames(size_t(schedule.frame()) * size_t(facts.channels));
     std::vector<uint8_t> packet(kMaximumPacketBytesPerStream * size_t(mapping.streams));
     for (int64_t index = 0; index < schedule.packets(); ++index) {
@@ -206,7 +237,8 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
         if (const Error error = sound.readFloat(frames.data(), size_t(schedule.frame())); error != Error::None)
             return error;
         seam.encoded(schedule.start() + index * schedule.frame(), frames);
-        if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(schedule.key(index))) != OPUS_OK)
+        const opus_int32 unpredicted = checks.announce(index);
+        if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(unpredicted)) != OPUS_OK)
             return Error::Encoder;
         const int bytes = opus_multistream_encode_float(library, frames.data(), int(schedule.frame()), packet.data(),
                                                         opus_int32(packet.size()));
@@ -214,10 +246,8 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
             return Error::Encoder;
         if (!schedule.kept(index))
             continue;
-        if (schedule.key(index) && schedule.position(index) > 0)
-            encoded->seekPoints.push_back({uint64_t(schedule.position(index)), data.bytes()});
         const std::span<const uint8_t> made = std::span(packet).first(size_t(bytes));
-        if (const Error error = seamDecoder.take(index, schedule, made); error != Error::None)
+        if (const Error error = checks.take(index, made, data.bytes(), &encoded->seekPoints); error != Error::None)
             return error;
         if (const Error error = data.writePacket(made); error != Error::None)
             return error;

@@ -1,5 +1,7 @@
 #include "seam.hpp"
 
+#include "correction_layers.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,35 +15,7 @@ namespace {
 // Of a sound shorter than this the error is known as a whole, and where it stands out is corrected.
 constexpr int64_t kShortFrames = 4096;
 
-constexpr size_t kLayers = 2; // over the seams of longer sounds
-constexpr size_t kMostLayers = 4; // the seams of a sound are two stretches at most, its corrections eight
-
-constexpr auto kSegment = int64_t(bank::kCorrectionSegment);
-
-// A stretch at the seam, and what is missing there once it has been corrected so many times.
-struct Seam
-{
-    int64_t first = 0;
-    std::array<std::vector<float>, kMostLayers + 1> missing;
-    std::vector<size_t> layers; // of each segment, how often it is to be corrected
-};
-
-Seam correctEverywhere(int64_t first, size_t channels, std::vector<float> missing)
-{
-    Seam seam;
-    seam.first = first;
-    seam.layers.resize(bank::correctionScales(uint32_t(missing.size() / channels)), kLayers);
-    seam.missing[0] = std::move(missing);
-    for (size_t layer = 0; layer < kMostLayers; ++layer) {
-        const std::vector<float>& before = seam.missing[layer];
-        const bank::Correction correction = bank::makeCorrection(uint64_t(first), int(channels), before);
-        const std::vector<float> corrected = bank::expandCorrection(correction, int(channels));
-        seam.missing[layer + 1].resize(before.size());
-        std::transform(before.begin(), before.end(), corrected.begin(), seam.missing[layer + 1].begin(),
-                       std::minus<float>());
-    }
-    return seam;
-}
+constexpr size_t kLayers = 2; // at least, over the seams of longer sounds
 
 // The squared error that a listener hears in three places: before the seam, behind it, and in the whole sound.
 struct Heard
@@ -66,13 +40,16 @@ public:
         , mChannels(channels)
     { }
 
-    void balance(std::vector<Seam>* seams, std::span<const float> missing)
+    // squaredError: of the sound, or the least that it can be.
+    void balance(std::vector<CorrectionLayers>* seams, double squaredError)
     {
-        mTotal = heard(0, missing);
-        collect(*seams);
-        // Where nearly all of the sound is at its seam, only the differences matter.
-        if (mLength > 2 * kSeamFrames) {
-            for (Segment& segment : mSegments)
+        collect(seams);
+        mTotal.sums[2] = squaredError;
+        for (Segment& segment : mSegments) {
+            const Heard first = heard(segment, 0);
+            mTotal.sums[0] += first.sums[0];
+            mTotal.sums[1] += first.sums[1];
+            for (size_t layer = 0; layer < layersAtLeast(); ++layer)
                 raise(&segment);
         }
         std::vector<Segment> best = mSegments;
@@ -88,26 +65,32 @@ public:
             }
         }
         for (const Segment& segment : best)
-            (*seams)[segment.seam].layers[segment.index] = segment.layers;
+            segment.seam->choose(segment.index, segment.layers);
     }
 
 private:
     static constexpr double kGoodEnough = 1.04; // times the error of the sound
+    static constexpr double kNothing = 1e-9; // mean square of an error that nobody hears: -90 dB of full scale
 
     struct Segment
     {
-        size_t seam = 0;
+        CorrectionLayers* seam = nullptr;
         size_t index = 0;
         size_t layers = 0;
-        std::array<Heard, kMostLayers + 1> heard; // with so many layers
     };
 
-    Heard heard(int64_t first, std::span<const float> missing) const
+    // Where nearly all of the sound is at its seam, only the differences matter.
+    size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
+
+    // What remains of a segment after so many layers.
+    Heard heard(const Segment& segment, size_t layers) const
     {
         Heard sum;
-        for (size_t i = 0; i < missing.size(); ++i) {
+        const std::span<const float> left = segment.seam->left(segment.index, layers);
+        const int64_t first = segment.seam->first(segment.index);
+        for (size_t i = 0; i < left.size(); ++i) {
             const int64_t frame = first + int64_t(i / mChannels);
-            const double square = double(missing[i]) * missing[i];
+            const double square = double(left[i]) * left[i];
             sum.sums[0] += square * (frame < mEnd && frame >= mEnd - kSeamFrames);
             sum.sums[1] += square * double(timesBehind(frame));
             sum.sums[2] += square;
@@ -124,27 +107,18 @@ private:
             : (kSeamFrames - into + mEnd - mStart - 1) / (mEnd - mStart);
     }
 
-    void collect(const std::vector<Seam>& seams)
+    void collect(std::vector<CorrectionLayers>* seams)
     {
-        for (size_t seam = 0; seam < seams.size(); ++seam) {
-            for (size_t index = 0; index < seams[seam].layers.size(); ++index) {
-                Segment segment{seam, index, 0, {}};
-                const int64_t first = int64_t(index) * kSegment;
-                for (size_t layers = 0; layers <= kMostLayers; ++layers) {
-                    const std::span<const float> missing = seams[seam].missing[layers];
-                    const size_t at = size_t(first) * mChannels;
-                    const size_t count = std::min(size_t(kSegment) * mChannels, missing.size() - at);
-                    segment.heard[layers] = heard(seams[seam].first + first, missing.subspan(at, count));
-                }
-                mSegments.push_back(segment);
-            }
+        for (CorrectionLayers& seam : *seams) {
+            for (size_t index = 0; index < seam.segments(); ++index)
+                mSegments.push_back({&seam, index, 0});
         }
     }
 
     void raise(Segment* segment)
     {
-        mTotal.add(segment->heard[segment->layers], -1);
-        mTotal.add(segment->heard[++segment->layers], 1);
+        mTotal.add(heard(*segment, segment->layers), -1);
+        mTotal.add(heard(*segment, ++segment->layers), 1);
     }
 
     Segment* mostHelpful()
@@ -155,8 +129,8 @@ private:
             if (segment.layers == kMostLayers)
                 continue;
             Heard total = mTotal;
-            total.add(segment.heard[segment.layers], -1);
-            total.add(segment.heard[segment.layers + 1], 1);
+            total.add(heard(segment, segment.layers), -1);
+            total.add(heard(segment, segment.layers + 1), 1);
             if (const double now = worst(total); now < least) {
                 least = now;
                 found = &segment;
@@ -168,10 +142,10 @@ private:
     // Root mean square of the worse side, times that of the sound.
     double worst(const Heard& total) const
     {
-        const double sound = total.sums[2] / double(mLength);
-        const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames));
-        const double behind = total.sums[1] / double(kSeamFrames);
-        return sound > 0 ? std::sqrt(std::max({before, behind, 0.0}) / sound) : 0;
+        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kNothing);
+        const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
+        const double behind = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
+        return std::sqrt(std::max({before, behind, 0.0}) / sound);
     }
 
     int64_t mLength;
@@ -182,39 +156,16 @@ private:
     std::vector<Segment> mSegments;
 };
 
-// The corrections of one layer: what lies in other segments is left alone.
-void storeLayer(const Seam& seam, size_t layer, size_t channels, bank::Sound* sound)
-{
-    const auto wanted = [layer](size_t layers) {
-        return layers > layer;
-    };
-    const auto first = std::find_if(seam.layers.begin(), seam.layers.end(), wanted);
-    if (first == seam.layers.end())
-        return;
-    const auto last = std::find_if(seam.layers.rbegin(), seam.layers.rend(), wanted).base();
-    const size_t segmentSamples = size_t(kSegment) * channels;
-    std::vector<float> missing = seam.missing[layer];
-    for (size_t segment = 0; segment < seam.layers.size(); ++segment) {
-        const size_t end = std::min(missing.size(), (segment + 1) * segmentSamples);
-        if (!wanted(seam.layers[segment]))
-            std::fill(missing.begin() + ptrdiff_t(segment * segmentSamples), missing.begin() + ptrdiff_t(end), 0.0f);
-    }
-    const size_t from = size_t(first - seam.layers.begin());
-    const size_t end = std::min(missing.size(), size_t(last - seam.layers.begin()) * segmentSamples);
-    sound->corrections.push_back(
-        bank::makeCorrection(uint64_t(seam.first + int64_t(from) * kSegment), int(channels),
-                             std::span(missing).subspan(from * segmentSamples, end - from * segmentSamples)));
-}
-
 } // namespace
 
-SeamRecorder::SeamRecorder(const PreparedFacts& facts)
+SeamRecorder::SeamRecorder(const PreparedFacts& facts, int64_t beginning)
     : mChannels(size_t(facts.channels))
     , mLength(int64_t(facts.sampleCount))
 {
     if (!facts.loop)
         return;
     mLoop = *facts.loop;
+    mRecent.resize(size_t(kRecentFrames) * mChannels);
     const auto start = int64_t(mLoop.start);
     const auto end = int64_t(mLoop.end);
     const int64_t before = std::max<int64_t>(0, end - kSeamFrames);
@@ -222,28 +173,44 @@ SeamRecorder::SeamRecorder(const PreparedFacts& facts)
         mSeams = {{std::min(before, start), end}};
     else
         mSeams = {{start, start + kSeamFrames}, {before, end}};
-    if (mLength < kShortFrames) {
-        addStretch(0, mLength);
-    } else {
-        for (const auto& [first, last] : mSeams)
-            addStretch(first, last);
-    }
+    addStretch(0, mLength < kShortFrames ? mLength : std::min(mLength, beginning));
+    for (const auto& [first, last] : mSeams)
+        addStretch(first, last);
 }
 
 void SeamRecorder::addStretch(int64_t first, int64_t end)
 {
-    const size_t samples = size_t(end - first) * mChannels;
-    mStretches.push_back({first, end, std::vector<float>(samples), std::vector<float>(samples)});
+    mStretches.push_back({first, end, std::vector<float>(size_t(end - first) * mChannels)});
 }
 
 void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 {
-    keep(position, frames, &Stretch::encoded);
+    if (mStretches.empty())
+        return;
+    for (size_t i = 0; i < frames.size(); i += mChannels) {
+        const auto at = size_t((position + int64_t(i / mChannels)) & (kRecentFrames - 1)) * mChannels;
+        std::copy_n(frames.begin() + ptrdiff_t(i), mChannels, mRecent.begin() + ptrdiff_t(at));
+    }
 }
 
 void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 {
-    keep(position, frames, &Stretch::decoded);
+    if (mStretches.empty())
+        return;
+    const int64_t from = std::max<int64_t>(position, 0);
+    const int64_t end = std::min(position + int64_t(frames.size() / mChannels), mLength);
+    for (int64_t frame = from; frame < end; ++frame) {
+        const float* const wanted = mRecent.data() + size_t(frame & (kRecentFrames - 1)) * mChannels;
+        const float* const got = frames.data() + size_t(frame - position) * mChannels;
+        for (size_t channel = 0; channel < mChannels; ++channel)
+            mSquaredError += (double(wanted[channel]) - got[channel]) * (double(wanted[channel]) - got[channel]);
+        for (Stretch& stretch : mStretches) {
+            if (frame >= stretch.first && frame < stretch.end)
+                std::transform(wanted, wanted + mChannels, got,
+                               stretch.missing.begin() + ptrdiff_t(size_t(frame - stretch.first) * mChannels),
+                               std::minus<float>());
+        }
+    }
 }
 
 bool SeamRecorder::wants(int64_t first, int64_t end) const
@@ -252,45 +219,25 @@ bool SeamRecorder::wants(int64_t first, int64_t end) const
                        [&](const Stretch& stretch) { return first < stretch.end && end > stretch.first; });
 }
 
-void SeamRecorder::keep(int64_t position, std::span<const float> frames, std::vector<float> Stretch::*kept)
-{
-    const int64_t end = position + int64_t(frames.size() / mChannels);
-    for (Stretch& stretch : mStretches) {
-        const int64_t from = std::max(position, stretch.first);
-        const int64_t to = std::min(end, stretch.end);
-        if (from < to) {
-            const std::span<const float> part =
-                frames.subspan(size_t(from - position) * mChannels, size_t(to - from) * mChannels);
-            std::copy(part.begin(), part.end(),
-                      (stretch.*kept).begin() + ptrdiff_t(size_t(from - stretch.first) * mChannels));
-        }
-    }
-}
-
 std::vector<float> SeamRecorder::missing(int64_t first, int64_t end) const
 {
     const auto holds = [&](const Stretch& stretch) {
         return stretch.first <= first && end <= stretch.end;
     };
     const Stretch& stretch = *std::find_if(mStretches.begin(), mStretches.end(), holds);
-    const size_t at = size_t(first - stretch.first) * mChannels;
-    std::vector<float> missing(size_t(end - first) * mChannels);
-    for (size_t i = 0; i < missing.size(); ++i)
-        missing[i] = stretch.encoded[at + i] - stretch.decoded[at + i];
-    return missing;
+    const auto begin = stretch.missing.begin() + ptrdiff_t(size_t(first - stretch.first) * mChannels);
+    return {begin, begin + ptrdiff_t(size_t(end - first) * mChannels)};
 }
 
 void SeamRecorder::finish(bank::Sound* sound) const
 {
-    std::vector<Seam> seams;
+    std::vector<CorrectionLayers> seams;
     for (const auto& [first, end] : mSeams)
-        seams.push_back(correctEverywhere(first, mChannels, missing(first, end)));
-    if (!seams.empty() && mLength < kShortFrames)
-        SeamBalance(mLength, mLoop, mChannels).balance(&seams, missing(0, mLength));
-    for (const Seam& seam : seams) {
-        for (size_t layer = 0; layer < kMostLayers; ++layer)
-            storeLayer(seam, layer, mChannels, sound);
-    }
+        seams.emplace_back(first, mChannels, missing(first, end));
+    if (!seams.empty())
+        SeamBalance(mLength, mLoop, mChannels).balance(&seams, mSquaredError);
+    for (const CorrectionLayers& seam : seams)
+        seam.store(sound);
 }
 
 } // namespace tarnok

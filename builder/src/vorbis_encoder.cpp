@@ -21,6 +21,10 @@ constexpr int64_t kSeekInterval = 16'384;
 // block; with half as much, the sound would start between that and a long one, in a worse quality.
 constexpr int64_t kWarmUpDivisor = 2;
 
+// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of
+// its error.
+constexpr int64_t kBeginning = 4096;
+
 // Mono and stereo, at two rates. Each takes half a megabyte.
 constexpr size_t kKeptKinds = 4;
 
@@ -384,7 +388,7 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
         return error;
 
     DataStream data(sink);
-    SeamRecorder seam(facts);
+    SeamRecorder seam(facts, kBeginning);
     kind.seamDecoder.begin(seam);
     PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
     Feeder feeder(sound, -lead, library, seam);

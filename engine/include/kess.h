@@ -154,9 +154,9 @@ typedef struct KESS_ENCODING
 } KESS_ENCODING;
 
 /* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result:
- * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified. text:
- * the finding in words, English, valid during the call. Returns 0 to have no more looked at, anything else to go on.
- * Must not throw. */
+ * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK
+ * for a remark on what is whole but could be better. text: the finding in words, English, valid during the call.
+ * Returns 0 to have no more looked at, anything else to go on. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* What createSound may be told beforehand. Zero everything that is not set. */

@@ -34,7 +34,8 @@ public:
 
     /* Reads all of a bank: its tables, every checksum, every packet (by decoding it) and every place to seek to, and
      * tells each fault to finding, which may be null. Memory doesn't grow with the sounds. key may be null for a bank
-     * that isn't encrypted. When finding ends it early, the answer is that of what it saw. KESS_OK: nothing is damaged.
+     * that isn't encrypted. When finding ends it early, the answer is that of what it saw. KESS_OK: nothing is damaged,
+     * though there may be remarks.
      * KESS_ERR_FILE_BAD: damage was told of; or, if none was, the file can't be read at all. KESS_ERR_FILE_NOTFOUND.
      * KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION. KESS_ERR_KEY_MISSING. KESS_ERR_KEY_WRONG.
      * KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */

@@ -49,6 +49,9 @@ class VorbisSetup;
                                             DecoderPointer* decoder);
 [[nodiscard]] KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder);
 
+// Frames that an Opus packet decodes to; 0 for a damaged one.
+[[nodiscard]] uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate);
+
 // What a fault of the container is to the engine's callers.
 [[nodiscard]] KESS_RESULT resultOf(bank::Error error);
 
@@ -86,7 +89,7 @@ public:
 
 private:
     DataWindow mWindow;
-    uint64_t mNext = 0; // offset of what next() reads
+    uint64_t mNext = 0;
 };
 
 // The seek point that lies furthest behind without lying behind position; the start of the stream where there is none.

@@ -2,6 +2,8 @@
 
 #include <opus/opus_multistream.h>
 
+#include <algorithm>
+
 namespace kess {
 
 namespace {
@@ -65,6 +67,13 @@ private:
 };
 
 } // namespace
+
+uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate)
+{
+    const int frames = opus_packet_get_nb_samples(packet.data(), static_cast<opus_int32>(packet.size()),
+                                                  static_cast<opus_int32>(sampleRate));
+    return static_cast<uint64_t>(std::max(frames, 0));
+}
 
 KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder)
 {

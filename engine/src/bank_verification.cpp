@@ -9,6 +9,8 @@ namespace kess {
 
 namespace {
 
+const char* const kMisleading = "its seek table leads astray at sample ";
+
 // Which seek points have been met by somebody who goes from packet to packet.
 class SeekPointCount
 {
@@ -34,6 +36,34 @@ KESS_RESULT walkPackets(EncodedData data, SeekPointCount* seekPoints)
         seekPoints->packetAt(packets.offset());
         if (const KESS_RESULT result = packets.next(&packet); result != KESS_OK)
             return result;
+    }
+    return KESS_OK;
+}
+
+// The sound's sample that a position stands for, 0 for those before it.
+uint64_t sampleAt(uint64_t position, const bank::Sound& sound)
+{
+    return position > sound.leadIn ? position - sound.leadIn : 0;
+}
+
+// Whether each seek point of an Opus sound is where a packet begins, and what that packet gives first. What is decoded
+// from there on can't tell that: it may differ for a while.
+KESS_RESULT checkOpusSeekPoints(EncodedData data, const bank::Sound& sound, std::string* fault)
+{
+    PacketReader packets(std::move(data));
+    std::span<const uint8_t> packet;
+    bank::SeekPoint here;
+    for (const bank::SeekPoint& point : sound.seekPoints) {
+        while (here.position < point.position && !packets.atEnd()) {
+            if (const KESS_RESULT result = packets.next(&packet); result != KESS_OK)
+                return result;
+            here.position += opusPacketFrames(packet, sound.sampleRate);
+            here.offset = packets.offset();
+        }
+        if (here != point) {
+            *fault = kMisleading + std::to_string(sampleAt(point.position, sound));
+            return KESS_ERR_FILE_BAD;
+        }
     }
     return KESS_OK;
 }
@@ -74,29 +104,52 @@ public:
     // *fault tells what was wrong.
     [[nodiscard]] KESS_RESULT run(std::string* fault)
     {
-        for (const bank::SeekPoint& point : mSound.seekPoints) {
-            const uint64_t target = targetOf(point);
+        for (size_t i = 0; i < mSound.seekPoints.size(); ++i) {
+            const uint64_t target = sampleAt(mSound.seekPoints[i].position + preroll(), mSound);
             if (target < mPosition || target >= mSound.sampleCount)
                 continue;
             if (const KESS_RESULT result = readTo(target, fault); result != KESS_OK)
                 return result;
-            if (const KESS_RESULT result = compareHere(fault); result != KESS_OK)
+            const KESS_RESULT result = isOpus() ? compareUntil(endOf(i), fault) : compareHere(fault);
+            if (result != KESS_OK)
                 return result;
         }
         return readTo(mSound.sampleCount, fault);
+    }
+
+    // Of Opus: after how many seek points samples differ by more than the format allows, and where that is worst.
+    [[nodiscard]] std::string remark() const
+    {
+        if (mWeak == 0)
+            return {};
+        return std::to_string(mWeak) + (mWeak == 1 ? " seek point is" : " seek points are") + " weak: at sample "
+            + std::to_string(mWorstPosition) + " the samples after a seek differ by "
+            + std::to_string(std::lround(20 * std::log10(mWorst * kPromise))) + " dB";
     }
 
 private:
     static constexpr size_t kFramesAtOnce = 4096;
     static constexpr size_t kComparedFrames = 256;
 
-    // Where samples are right that were decoded from the point on.
-    [[nodiscard]] uint64_t targetOf(const bank::SeekPoint& point) const
+    // What the format promises of Opus, 20 ms at a time: at most -60 dB of the sound, or -90 dB of full scale.
+    static constexpr double kPromise = 1e-3;
+    static constexpr double kFaint = 3.16e-2;
+    static constexpr uint32_t kWindowsPerSecond = 50;
+
+    [[nodiscard]] bool isOpus() const { return mSound.codec == bank::Codec::Opus; }
+
+    // Positions behind a seek point from where samples are right.
+    [[nodiscard]] uint64_t preroll() const
     {
-        const uint64_t preroll =
-            mSound.codec == bank::Codec::Opus ? mSound.sampleRate * kOpusPrerollMilliseconds / 1000 : 0;
-        const uint64_t position = point.position + preroll;
-        return position > mSound.leadIn ? position - mSound.leadIn : 0;
+        return isOpus() ? mSound.sampleRate * kOpusPrerollMilliseconds / 1000 : 0;
+    }
+
+    // From where on a seek begins at the next seek point; the end for the last one.
+    [[nodiscard]] uint64_t endOf(size_t point) const
+    {
+        return point + 1 < mSound.seekPoints.size()
+            ? std::min(sampleAt(mSound.seekPoints[point + 1].position + preroll(), mSound), mSound.sampleCount)
+            : mSound.sampleCount;
     }
 
     [[nodiscard]] KESS_RESULT read(Decoder& decoder, float* frames, size_t count, std::string* fault)
@@ -121,37 +174,75 @@ private:
         return KESS_OK;
     }
 
+    // Reads as many frames by both decoders.
+    [[nodiscard]] KESS_RESULT readBoth(size_t count, std::string* fault)
+    {
+        KESS_RESULT result = read(mStraight, mFrames.data(), count, fault);
+        if (result == KESS_OK)
+            result = read(mSeeking, mOther.data(), count, fault);
+        return result;
+    }
+
+    // By way of the start: from a position in between the decoder would go on without a look at the seek point.
+    [[nodiscard]] KESS_RESULT seekHere(std::string* fault)
+    {
+        KESS_RESULT result = mSeeking.seek(0);
+        if (result == KESS_OK)
+            result = mSeeking.seek(mPosition);
+        if (result != KESS_OK)
+            *fault = kMisleading + std::to_string(mPosition);
+        return result;
+    }
+
     [[nodiscard]] KESS_RESULT compareHere(std::string* fault)
     {
         const auto count = static_cast<size_t>(std::min<uint64_t>(kComparedFrames, mSound.sampleCount - mPosition));
-        if (const KESS_RESULT result = read(mStraight, mFrames.data(), count, fault); result != KESS_OK)
-            return result;
-        KESS_RESULT result = mSeeking.seek(mPosition);
+        KESS_RESULT result = seekHere(fault);
         if (result == KESS_OK)
-            result = read(mSeeking, mOther.data(), count, fault);
-        if (result == KESS_OK && !isEqual(count * mSound.channels))
+            result = readBoth(count, fault);
+        const auto samples = static_cast<ptrdiff_t>(count * mSound.channels);
+        if (result == KESS_OK && !std::equal(mFrames.begin(), mFrames.begin() + samples, mOther.begin())) {
+            *fault = kMisleading + std::to_string(mPosition);
             result = KESS_ERR_FILE_BAD;
-        if (result != KESS_OK)
-            *fault = "its seek table leads astray at sample " + std::to_string(mPosition);
+        }
         mPosition += count;
         return result;
     }
 
-    // Opus comes back to the same samples but for a thousandth; a wrong packet differs by about as much as there is.
-    [[nodiscard]] bool isEqual(size_t samples) const
+    [[nodiscard]] KESS_RESULT compareUntil(uint64_t end, std::string* fault)
     {
-        if (mSound.codec != bank::Codec::Opus)
-            return std::equal(mFrames.begin(), mFrames.begin() + static_cast<ptrdiff_t>(samples), mOther.begin());
+        const uint32_t window = std::max(mSound.sampleRate / kWindowsPerSecond, 1u);
+        double worst = 0;
+        KESS_RESULT result = seekHere(fault);
+        while (result == KESS_OK && mPosition < end) {
+            const auto count = static_cast<size_t>(std::min<uint64_t>(window, end - mPosition));
+            result = readBoth(count, fault);
+            if (result != KESS_OK)
+                break;
+            const double difference = differenceOf(count * mSound.channels);
+            worst = std::max(worst, difference);
+            if (difference > mWorst) {
+                mWorst = difference;
+                mWorstPosition = mPosition;
+            }
+            mPosition += count;
+        }
+        mWeak += worst > 1;
+        return result;
+    }
+
+    // In units of what the format allows.
+    [[nodiscard]] double differenceOf(size_t samples) const
+    {
         double signal = 0;
         double difference = 0;
         for (size_t i = 0; i < samples; ++i) {
+            const double apart = static_cast<double>(mFrames[i]) - mOther[i];
             signal += static_cast<double>(mFrames[i]) * mFrames[i];
-            difference += (static_cast<double>(mFrames[i]) - mOther[i]) * (static_cast<double>(mFrames[i]) - mOther[i]);
+            difference += apart * apart;
         }
-        constexpr double kTolerance = 0.1;
-        constexpr double kSilence = 1e-4;
-        return std::sqrt(difference)
-            <= kTolerance * std::sqrt(signal) + kSilence * std::sqrt(static_cast<double>(samples));
+        const auto count = static_cast<double>(samples);
+        return std::sqrt(difference / count) / (kPromise * std::max(std::sqrt(signal / count), kFaint));
     }
 
     const bank::Sound& mSound;
@@ -160,6 +251,9 @@ private:
     std::vector<float> mFrames;
     std::vector<float> mOther;
     uint64_t mPosition = 0; // of mStraight
+    size_t mWeak = 0; // seek points
+    double mWorst = 0;
+    uint64_t mWorstPosition = 0;
 };
 
 } // namespace
@@ -239,7 +333,13 @@ bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
         return true;
     if (!passes(result, index, "its packets don't fit the size of its data"))
         return false;
-    return passes(seekPoints.complete() ? KESS_OK : KESS_ERR_FILE_BAD, index, "its seek table points into a packet");
+    if (!passes(seekPoints.complete() ? KESS_OK : KESS_ERR_FILE_BAD, index, "its seek table points into a packet"))
+        return false;
+    if (sound.codec != bank::Codec::Opus)
+        return true;
+    std::string fault;
+    result = checkOpusSeekPoints(data, sound, &fault);
+    return passes(result, index, fault);
 }
 
 void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
@@ -256,8 +356,10 @@ void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
     if (!passes(result, index, "the headers of its codec don't fit it"))
         return;
     std::string fault;
-    result = DecodingCheck(sound, *straight, *seeking).run(&fault);
-    passes(result, index, fault);
+    DecodingCheck check(sound, *straight, *seeking);
+    result = check.run(&fault);
+    if (passes(result, index, fault) && !check.remark().empty())
+        tell(static_cast<int>(index), KESS_OK, check.remark());
 }
 
 bool BankVerification::passes(bank::Error error, uint32_t index, const std::string& fault)

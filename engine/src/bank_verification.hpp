@@ -12,7 +12,7 @@
 namespace kess {
 
 // Takes a finding, of the sound with that index or of the bank (-1): KESS_ERR_FILE_BAD for damage,
-// KESS_ERR_UNSUPPORTED where something couldn't be looked at. False: enough of it.
+// KESS_ERR_UNSUPPORTED where something couldn't be looked at, KESS_OK for a remark. False: enough of it.
 using TellFinding = std::function<bool(int sound, KESS_RESULT result, const std::string& text)>;
 
 // Memory doesn't grow with the length of a sound.

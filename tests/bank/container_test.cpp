@@ -46,7 +46,7 @@ EncodedSound arbitrarySound(std::string name, size_t dataBytes, uint8_t setup)
         sound.syncPoints = {{0, "begin"}, {7, ""}, {7, "Schlag \xc3\xa4"}, {10 * dataBytes, "end"}};
         sound.peak = 0.75f;
         sound.seekPoints = {{40, 10}, {90, 30}};
-        sound.corrections = {bank::makeCorrection(4, 2, std::vector<float>(2 * 70, 0.01f))};
+        sound.corrections = {bank::makeCorrection(4, 2, std::vector<float>(2 * 70, 0.01f), {0, 7, 200, 255})};
     }
     return made;
 }

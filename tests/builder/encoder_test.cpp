@@ -1,6 +1,7 @@
 // Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
 #include "data_stream.hpp"
 #include "encoders.hpp"
+#include "opus_packet.hpp"
 #include "support/bank_maker.hpp"
 #include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
@@ -35,6 +36,19 @@ MemorySound music(Codec codec, size_t frames, int channels, uint32_t rate = 44'1
 {
     return MemorySound(channels, tarnok::encodingRate(codec, rate),
                        tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
+}
+
+// A tone with noisy strokes that fade, each with a sharp attack, in a rhythm that no packet fits.
+std::vector<float> strokes(size_t frames, size_t apart, float halfLife, float tone)
+{
+    Noise noise;
+    std::vector<float> samples(frames);
+    for (size_t i = 0; i < frames; ++i) {
+        const auto since = float(i % apart);
+        samples[i] = tone * std::sin(float(i) * 0.03f)
+            + (0.5f * std::sin(since * 0.05f) + 0.2f * noise.sample()) * std::exp2(-since / halfLife);
+    }
+    return samples;
 }
 
 } // namespace
@@ -123,6 +137,73 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
     }
 }
 
+TEST(OpusEncoder, OffersSeekPointsThatHoldWhereTransientsFollowOneAnother)
+{
+    constexpr size_t kFrames = 240'000;
+    constexpr size_t kWindow = 960;
+    for (const size_t apart : {1'700, 2'300, 2'900, 3'700, 4'700}) {
+        for (const int quality : {1, 20, 60}) {
+            SCOPED_TRACE(testing::Message() << apart << " frames apart at " << quality);
+            MemorySound sound(1, 48'000, strokes(kFrames, apart, 60, 0.2f));
+            sound.setLoop(bank::Loop{100'000, 200'000});
+            const EncodedSound encoded = encode(Codec::Opus, sound, quality);
+            const test::SoundPointer opened = openedBank(encoded);
+            const std::vector<float> straight = readFloats(*opened, kFrames);
+            // Where a stroke is in every second packet, none can hold.
+            EXPECT_GE(encoded.sound.seekPoints.size(), apart < 3'500 ? 0u : 4u);
+            for (const bank::SeekPoint& point : encoded.sound.seekPoints) {
+                const size_t from = point.position + 4 * kWindow - encoded.sound.leadIn;
+                if (from >= kFrames)
+                    continue;
+                ASSERT_EQ(opened->seekData(0), KESS_OK);
+                ASSERT_EQ(opened->seekData(from), KESS_OK);
+                const std::vector<float> got = readFloats(*opened, 20 * kWindow);
+                for (size_t at = 0; at + kWindow <= got.size(); at += kWindow) {
+                    const std::span<const float> wanted = std::span(straight).subspan(from + at, kWindow);
+                    const double power = std::inner_product(wanted.begin(), wanted.end(), wanted.begin(), 0.0);
+                    const double error = squaredError(wanted, std::span(got).subspan(at, kWindow));
+                    EXPECT_LE(error, 1e-6 * std::max(power, 1e-3 * kWindow)) << from << " and " << at;
+                }
+            }
+        }
+    }
+}
+
+TEST(OpusPackets, SayWhetherTheyAreStationary)
+{
+    // Of three channels, each a stream of its own: steady, silent, and with a stroke in every sixth packet.
+    constexpr size_t kFrames = 48'000;
+    std::vector<float> frames(kFrames * 3);
+    const std::vector<float> tone = tones(kFrames, 1, {0.01}, 0.5f);
+    const std::vector<float> struck = strokes(kFrames, 5'760, 60, 0.2f);
+    for (size_t i = 0; i < kFrames; ++i) {
+        frames[3 * i] = tone[i];
+        frames[3 * i + 2] = struck[i];
+    }
+    MemorySound sound(3, 48'000, frames);
+    sound.setLoop(std::nullopt);
+    const std::vector<uint8_t> data = encode(Codec::Opus, sound, 60).data;
+    int transients = 0;
+    for (size_t at = 0, packet = 0; at < data.size(); ++packet) {
+        size_t size = 0;
+        for (int shift = 0; shift == 0 || data[at - 1] & 0x80; shift += 7)
+            size |= size_t(data[at++] & 0x7f) << shift;
+        const std::span<const uint8_t> bytes = std::span(data).subspan(at, size);
+        at += size;
+        bool stationary[3] = {};
+        ASSERT_TRUE(tarnok::findStationary(bytes, stationary));
+        EXPECT_TRUE((stationary[0] || packet == 0 || at == data.size()) && stationary[1]) << packet;
+        transients += !stationary[2];
+        // Cut anywhere it is no packet of three streams, or its last stream is taken for another; never read beyond.
+        for (size_t cut = 0; cut < size; ++cut) {
+            const std::vector<uint8_t> part(bytes.begin(), bytes.begin() + ptrdiff_t(cut));
+            EXPECT_TRUE(tarnok::findStationary(part, stationary) || cut < size) << cut;
+        }
+    }
+    EXPECT_GE(transients, 6);
+    EXPECT_LE(transients, 20);
+}
+
 TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
 {
     constexpr size_t kWindow = 256;
@@ -171,6 +252,30 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
                     ASSERT_EQ(got.size(), wanted.size());
                     const double error = squaredError(wanted, got) / double(got.size());
                     EXPECT_LT(std::sqrt(error / whole), 1.1) << (from < loop.end ? "before" : "behind");
+                }
+            }
+        }
+    }
+}
+
+TEST(LossyEncoders, AreNoWorseAtTheSeamWhereTheRestIsNearlySilent)
+{
+    constexpr size_t kFrames = 90'000;
+    constexpr size_t kWindow = 256;
+    for (const Codec codec : kLossyCodecs) {
+        for (const float halfLife : {1'000.0f, 2'000.0f, 6'000.0f}) {
+            for (const int quality : {20, 50}) {
+                SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " fading by half in " << halfLife);
+                MemorySound sound(1, tarnok::encodingRate(codec, 44'100), strokes(kFrames, kFrames, halfLife, 0));
+                const test::SoundPointer opened = openedBank(encode(codec, sound, quality));
+                const std::vector<float> wanted = sound.floats();
+                const std::vector<float> got = readFloats(*opened, kFrames);
+                const double whole = squaredError(wanted, got) / kFrames;
+                for (const size_t from : {size_t(0), kFrames - kWindow}) {
+                    const double error =
+                        squaredError(std::span(wanted).subspan(from, kWindow), std::span(got).subspan(from, kWindow))
+                        / kWindow;
+                    EXPECT_LT(std::sqrt(error / std::max(whole, 1e-9)), 1.1) << from << ": " << error << " " << whole;
                 }
             }
         }

@@ -185,6 +185,22 @@ class ValidateTest(TnbCase):
                 reseal(data)
                 self.assert_damage(data, words)
 
+    def test_takes_a_seek_point_that_is_only_weak_for_no_damage(self):
+        self.make_sounds()
+        data = bytearray(self.build("weak.tnb", "-format", "opus").read_bytes())
+        bank = tnb_reader.Bank(bytes(data))
+        sound = bank.sounds[1]
+        starts = packet_starts(bank, sound)
+        position, offset = sound["seekPoints"][0]
+        # Two packets further on, where the encoder predicted again.
+        struct.pack_into("<QQ", data, data.index(b"SEEK", sound["chunksOffset"]) + 8,
+                         position + 2 * sound["rate"] // 50, starts[starts.index(offset) + 2])
+        reseal(data)
+        (self.work / "weak.tnb").write_bytes(data)
+        status, output, errors = self.tnb("validate", "weak.tnb")
+        self.assertEqual((status, output), (0, "weak.tnb: whole\n"))
+        self.assertRegex(errors, r"\Atnb: weak\.tnb: remark: sound 1: 1 seek point is weak: at sample \d+ .* -\d+ dB\n\Z")
+
     def mislead_seeking(self, data, bank):
         sound = bank.sounds[1]
         self.assertGreater(len(sound["seekPoints"]), 1)

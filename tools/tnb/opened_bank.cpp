@@ -70,9 +70,10 @@ std::string nameOf(KESS::Sound& sound)
 void throwFirstFault(const Engine& engine, const std::string& path, const Key& key)
 {
     std::string first;
-    engine.verify(path, key, [&](int, KESS_RESULT, const std::string& text) {
-        first = text;
-        return false;
+    engine.verify(path, key, [&](int, KESS_RESULT result, const std::string& text) {
+        if (result == KESS_ERR_FILE_BAD)
+            first = text;
+        return first.empty();
     });
     throw Failure(Status::Damaged, "damaged: " + first);
 }

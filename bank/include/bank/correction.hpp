@@ -2,10 +2,11 @@
 //
 // A lossy codec's error is nowhere the same: it rises and falls from block to block, and where a loop jumps two blocks
 // meet that were never neighbours. So the error of the samples on both sides of the seam is stored beside the encoded
-// data in two bits a sample, and the decoder takes off about two thirds of it.
+// data in two bits a sample, and the decoder takes off about two thirds of it. What then remains can be corrected
+// again.
 //
-// Every segment of kCorrectionSegment frames of a channel has a scale, the root mean square of the error, and every
-// sample a code of two bits, for the four levels by which a normal distribution is told best (Max 1960, table I).
+// Every segment of kCorrectionSegment frames of a channel has a scale, such as the root mean square of the error, and
+// every sample a code of two bits, for the four levels by which a normal distribution is told best (Max 1960, table I).
 #pragma once
 
 #include <cstddef>
@@ -37,8 +38,15 @@ struct Correction
 // The root mean square that a scale stands for: none for 0, otherwise 2^((scale - 256) / 8) of full scale.
 [[nodiscard]] float correctionScale(uint8_t scale);
 
-// The correction that comes closest to what is missing: source minus decoded, interleaved.
-[[nodiscard]] Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing);
+// The scale that is nearest to a root mean square.
+[[nodiscard]] uint8_t nearestCorrectionScale(float rootMeanSquare);
+
+// Of the four values that a sample can be corrected by, the one that comes closest to what is missing. unit is above 0.
+[[nodiscard]] float nearestCorrection(float missing, float unit);
+
+// The correction with these scales that comes closest to what is missing: source minus decoded, interleaved.
+[[nodiscard]] Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing,
+                                        std::vector<uint8_t> scales);
 
 // The interleaved values to be added.
 [[nodiscard]] std::vector<float> expandCorrection(const Correction& correction, int channels);

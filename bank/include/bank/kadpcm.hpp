@@ -43,9 +43,11 @@
 //         riceParameter(A) = the number of bits of (A >> 5), at most 17
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stop_token>
 #include <vector>
@@ -62,6 +64,19 @@ inline constexpr int kMaximumOrder = 32;
     return static_cast<size_t>(channels) * (3 + 2 * static_cast<size_t>(frames));
 }
 
+// Two stretches of a sound that follow each other when it is played: the end of a loop and its start.
+struct Seam
+{
+    struct Side
+    {
+        uint64_t first = 0; // frame
+        uint64_t end = 0; // behind first
+    };
+
+    uint64_t soundFrames = 0; // length of the sound
+    std::array<Side, 2> sides;
+};
+
 // Turns 16-bit samples into superblocks. The same samples give the same bytes, however they are cut into calls. Memory
 // doesn't grow with the sound: samples are kept until a segment of kSegmentSamples is there (a sound below twice that
 // is one segment), then the segment's budget of bits is divided between its superblocks.
@@ -70,9 +85,10 @@ class Encoder
 public:
     static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
-    // channels: 1 to 32 (asserted). Once stop was requested, encode and finish return within a few superblocks' time,
-    // and what was appended is of no use.
-    explicit Encoder(int channels, std::stop_token stop = {});
+    // channels: 1 to 32 (asserted). With a seam, the superblocks at it get as many bits more as it takes for the error
+    // on each side to be no larger than that of the sound, of which the error so far is the least that it can be. Once
+    // stop was requested, encode and finish return within a few superblocks' time, and what was appended is of no use.
+    explicit Encoder(int channels, std::stop_token stop = {}, std::optional<Seam> seam = {});
     ~Encoder();
 
     // Takes interleaved samples, whole frames (asserted), and appends the superblocks that are ready to bytes; often
