@@ -399,7 +399,7 @@ std::vector<HostileFile> hostileVorbisSetups()
         {"a book of 2^20 entries", setup({{1, 1, 2, 1}, {1, 1, 1 << 20}})},
         {"256 books of 2^19 entries", setup({{1, 1, 2, 1}, {255, 1, 1 << 19}})},
         {"256 books of the largest size", setup({{1, 1, 2, 1}, {255, 1, 65536}})},
-        {"256 books of short vectors", setup({{1, 1, 2, 1}, {255, 16, 1 << 15, 1}})},
+        {"256 books of short vectors", setup({{1, 1, 2, 1}, {255, 16, 1 << 14, 1}})},
         {"four books of vectors", setup({{1, 1, 2, 1}, {3, 127, 65536, 1}})},
         {"256 books of long vectors", setup({{1, 1, 2, 1}, {255, 65535, 128, 1}})},
         {"a book of no dimension on a lattice", setup({{1, 1, 2, 1}, {1, 0, 1, 1}})},
