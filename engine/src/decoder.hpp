@@ -50,7 +50,7 @@ struct SoundFacts
     int channels = 0; // 1 to KESS_MAX_CHANNELS
     double sampleRate = 0; // hertz
     uint64_t sampleCount = 0; // samples of one channel
-    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short
+    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short; decoders that don't know leave it
     std::optional<RawSamples> raw; // none also where that isn't certain
     std::optional<Loop> loop;
     std::vector<SyncPoint> syncPoints; // by position
