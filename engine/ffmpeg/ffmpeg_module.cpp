@@ -502,8 +502,8 @@ extern "C" __attribute__((visibility("default"))) const KESS_DECODER_MODULE* kes
     std::call_once(prepared, [] {
         // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
         av_log_set_callback([](void*, int, const char*, va_list) {});
-        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs less than this.
-        constexpr size_t kLargestBlock = 256u << 20;
+        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs 100 MB.
+        constexpr size_t kLargestBlock = 128u << 20;
         av_max_alloc(kLargestBlock);
     });
     return &module;

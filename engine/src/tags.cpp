@@ -23,7 +23,7 @@ constexpr size_t kMaxSyncPoints = 65536;
 constexpr size_t kMaxComments = 65536;
 constexpr size_t kLongestName = 1024;
 
-// Adds what the file claims, if it lies inside the sound.
+// Adds what the file claims, as far as it lies inside the sound.
 class TagCollector
 {
 public:
@@ -31,9 +31,12 @@ public:
         : mFacts(*facts)
     { }
 
+    // Many programs count the end one sample further than the format wants it, and some editors cut a sound and leave
+    // its loop as it was.
     void loop(uint64_t start, uint64_t end)
     {
-        if (start < end && end <= mFacts.sampleCount)
+        end = std::min(end, mFacts.sampleCount);
+        if (start < end)
             mFacts.loop = Loop{start, end};
     }
 
@@ -283,8 +286,8 @@ void readCommentTags(const Comments& comments, double sampleRate, TagCollector& 
     const std::optional<uint64_t> start = number("LOOPSTART");
     const std::optional<uint64_t> length = number("LOOPLENGTH");
     const std::optional<uint64_t> end = number("LOOPEND");
-    if (start && length && *length <= UINT64_MAX - *start)
-        collector.loop(*start, *start + *length);
+    if (start && length)
+        collector.loop(*start, *start + std::min(*length, UINT64_MAX - *start));
     else if (start && end)
         collector.loop(*start, *end);
 
@@ -329,6 +332,17 @@ std::vector<uint8_t> flacComments(const SourceFile& file, uint64_t begin)
 }
 
 } // namespace
+
+uint64_t commentCount(const SourceFile& file)
+{
+    uint64_t most = 0;
+    for (const std::vector<uint8_t>& bytes : allOggComments(file)) {
+        const uint64_t vendorBytes = bytes.size() < 4 ? 0 : le32(bytes.data());
+        if (bytes.size() >= 8 && vendorBytes <= bytes.size() - 8)
+            most = std::max<uint64_t>(most, le32(&bytes[4 + vendorBytes]));
+    }
+    return most;
+}
 
 void readTags(const SourceFile& file, const FileKind& kind, SoundFacts* facts)
 {

@@ -32,8 +32,8 @@ public:
     // The library's functions take it without const, and don't change it.
     [[nodiscard]] vorbis_info* info() const { return &mInfo; }
 
-    // Makes the state of a decoder, to be ended by vorbis_dsp_clear() whatever the answer. The first one builds the tables
-    // that all share; where it fails they are left half built, and no other is made from them.
+    // Makes the state of a decoder, to be ended by vorbis_dsp_clear() whatever the answer. The first one builds the
+    // tables that all share; where it fails they are left half built, and no other is made from them.
     [[nodiscard]] bool makeState(vorbis_dsp_state* state) const;
 
     // The memory that the library takes for the tables, an upper bound.

@@ -10,7 +10,8 @@ namespace kess {
 
 namespace {
 
-// The bits of a packet, the lowest of each byte first (Vorbis I, 2). Past the end they are 0, and the packet is damaged.
+// The bits of a packet, the lowest of each byte first (Vorbis I, 2). Past the end they are 0, and the packet is
+// damaged.
 class BitReader
 {
 public:
@@ -89,8 +90,7 @@ private:
         const uint32_t dimensions = mBits.read(16);
         const Book book{dimensions, mBits.read(24)};
         mEntries += book.entries;
-        if (!isBook || book.dimensions == 0 || book.entries > kMostVorbisEntriesOfBook
-            || mEntries > kMostVorbisEntries)
+        if (!isBook || book.dimensions == 0 || book.entries > kMostVorbisEntriesOfBook || mEntries > kMostVorbisEntries)
             return false;
         mBooks.push_back(book);
         mBytes += kBytesOfBook + book.entries * kBytesOfEntry;

@@ -205,8 +205,8 @@ std::string element(uint32_t id, const std::string& data)
 std::string matroska(const std::string& codec, const std::string& configuration, int channels,
                      const std::vector<std::string>& packets)
 {
-    const std::string audio = element(0xe1, element(0xb5, bigEndian(0x40e5888000000000, 8))
-                                           + element(0x9f, bigEndian(uint64_t(channels), 1)));
+    const std::string audio = element(
+        0xe1, element(0xb5, bigEndian(0x40e5888000000000, 8)) + element(0x9f, bigEndian(uint64_t(channels), 1)));
     const std::string track = element(0xae,
                                       element(0xd7, "\1") + element(0x73c5, "\1") + element(0x83, "\2")
                                           + element(0x86, codec) + element(0x63a2, configuration) + audio);
@@ -308,15 +308,14 @@ std::string mp4(int tracks, uint32_t packets, const std::string& entry)
             + box("stsc", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(1, 4) + bigEndian(packets, 4) + bigEndian(1, 4))
             + box("stsz", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(packets, 4))
             + box("stco", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(32, 4));
-        movie += box("trak",
-                     box("tkhd",
-                         bigEndian(7, 4) + std::string(8, '\0') + bigEndian(uint64_t(track), 4) + std::string(68, '\0'))
-                         + box("mdia",
-                               box("mdhd",
-                                   std::string(12, '\0') + bigEndian(44100, 4) + bigEndian(packets, 4)
-                                       + std::string(4, '\0'))
-                                   + box("hdlr", std::string(8, '\0') + "soun" + std::string(13, '\0'))
-                                   + box("minf", box("stbl", table))));
+        movie += box(
+            "trak",
+            box("tkhd", bigEndian(7, 4) + std::string(8, '\0') + bigEndian(uint64_t(track), 4) + std::string(68, '\0'))
+                + box("mdia",
+                      box("mdhd",
+                          std::string(12, '\0') + bigEndian(44100, 4) + bigEndian(packets, 4) + std::string(4, '\0'))
+                          + box("hdlr", std::string(8, '\0') + "soun" + std::string(13, '\0'))
+                          + box("minf", box("stbl", table))));
     }
     return box("ftyp", "M4A \0\0\0\0"s) + box("moov", movie);
 }
@@ -352,8 +351,8 @@ std::string opusFile(const std::string& head, uint32_t comments)
 
 std::string speexFile(const std::string& vendorAndComments)
 {
-    const std::string head = "Speex   1.2" + std::string(17, '\0') + littleEndian({1, 80, 16000, 1, 4, 1}) +
-        littleEndian({~0u, 320, 0, 1, 0, 0, 0});
+    const std::string head = "Speex   1.2" + std::string(17, '\0') + littleEndian({1, 80, 16000, 1, 4, 1})
+        + littleEndian({~0u, 320, 0, 1, 0, 0, 0});
     return OggWriter(1).pages({head, vendorAndComments, std::string(42, 'x'), std::string(42, 'x')});
 }
 
@@ -439,9 +438,8 @@ std::vector<HostileFile> hostileBanks()
     const std::string data = char(kSound.size()) + kSound + char(kSound.size()) + kSound;
     for (const auto& [name, setup] : hostileVorbisSetups())
         files.push_back({name + ".tnb", bankOf(bank::Codec::Vorbis, 1, part(identification()) + part(setup), data)});
-    files.push_back({"255 channels.tnb",
-                     bankOf(bank::Codec::Vorbis, 1,
-                            part(identification(255)) + part(simpleSetup()), data)});
+    files.push_back(
+        {"255 channels.tnb", bankOf(bank::Codec::Vorbis, 1, part(identification(255)) + part(simpleSetup()), data)});
     files.push_back({"255 streams.tnb", bankOf(bank::Codec::Opus, 1, "\xff\0\0"s, "\3\xf8\xff\xfe")});
     return files;
 }
@@ -458,8 +456,9 @@ std::vector<HostileFile> hostileHeaders()
         {"255 streams.webm", matroska("A_OPUS", opusHead(1, 255, 0), 1, {"\xf8\xff\xfe"})},
         {"255 channels.webm", matroska("A_OPUS", opusHead(255, 128, 127), 255, {"\xf8\xff\xfe"})},
         {"255 channels of Vorbis.mka",
-         matroska("A_VORBIS", '\2' + std::string(1, char(30)) + char(16) + identification(255) + comments() + simpleSetup(),
-                  1, {kSound})},
+         matroska("A_VORBIS",
+                  '\2' + std::string(1, char(30)) + char(16) + identification(255) + comments() + simpleSetup(), 1,
+                  {kSound})},
         {"a picture that isn't there.flac", flacFile(6, "", 0xffffff, 40)},
         {"seek points that aren't there.flac", flacFile(3, "", 0xffffff, 40)},
         {"comments of nothing.flac",
@@ -470,9 +469,17 @@ std::vector<HostileFile> hostileHeaders()
         {"16 million samples in a packet.m4a", mp4(1, 4, alacEntry(1 << 24))},
         {"a tag of 256 MB.mp3", "ID3\4\0\0\x7f\x7f\x7f\x7f"s + noSound},
         {"chunks of nothing.wav", repeated("RIFF\xff\xff\xff\xffWAVE"s, "none\0\0\0\0"s, 500'000)},
-        {"chunks of nothing.aiff", repeated("FORM\x7f\xff\xff\xff" "AIFF"s, "none\0\0\0\0"s, 500'000)},
+        {"chunks of nothing.aiff",
+         repeated("FORM\x7f\xff\xff\xff"
+                  "AIFF"s,
+                  "none\0\0\0\0"s, 500'000)},
         {"chunks of nothing.caf", repeated("caff\0\1\0\0"s, "none\0\0\0\0\0\0\0\0"s, 500'000)},
-        {"chunks of nothing.8svx", repeated("FORM\x7f\xff\xff\xff" "8SVX"s, "none\0\0\0\0"s, 500'000)},
+        {"blocks of nothing.voc", repeated("Creative Voice File\x1a\x1a\0\x0a\1\x29\x11"s, "\5\0\0\0"s, 500'000)},
+        {"sizes of nothing.nist", repeated("NIST_1A\n   1024\n", "a -i 1\n", 500'000)},
+        {"chunks of nothing.8svx",
+         repeated("FORM\x7f\xff\xff\xff"
+                  "8SVX"s,
+                  "none\0\0\0\0"s, 500'000)},
         {"samples of nothing.tta",
          "TTA1\1\0\1\0\x10\0"s + littleEndian({44100, 0xfffffff0, 0}) + std::string(1000, '\0')},
         {"frames of nothing.ape",
@@ -482,6 +489,8 @@ std::vector<HostileFile> hostileHeaders()
     };
     const std::string description = "desc" + bigEndian(32, 8) + bigEndian(0x40e5888000000000, 8) + "alac"
         + bigEndian(0, 4) + bigEndian(0, 4) + bigEndian(4096, 4) + bigEndian(2, 4) + bigEndian(16, 4);
+    files.push_back({"chunks of nothing after the format.caf",
+                     repeated("caff\0\1\0\0"s + description, "none\0\0\0\0\0\0\0\0"s, 500'000)});
     files.push_back({"a table of 2^60 packets.caf",
                      "caff\0\1\0\0"s + description + "pakt" + bigEndian(uint64_t{1} << 60, 8)
                          + bigEndian(uint64_t{1} << 60, 8) + noSound});
