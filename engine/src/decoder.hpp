@@ -54,6 +54,8 @@ struct SoundFacts
     std::optional<RawSamples> raw; // none also where that isn't certain
     std::optional<Loop> loop;
     std::vector<SyncPoint> syncPoints; // by position
+    uint64_t droppedSyncPoints = 0; // those inside the sound that are too many
+    uint64_t droppedNames = 0; // of the sync points that are there
     std::optional<float> peak;
     std::string name;
     std::optional<Encoding> encoding; // of a sound in a bank

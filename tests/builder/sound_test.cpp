@@ -49,6 +49,24 @@ TEST_F(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestForm
     }
 }
 
+TEST_F(Sound, KeepsMoreThanAMegabyteOfMarkersAndRemarksOnThoseThatAreTooMany)
+{
+    const std::string file = makeSound("marked.wav", sine(1, 44100, 80'000), wav16);
+    WavTags tags;
+    for (uint32_t sample = 0; sample < 70'000; ++sample)
+        tags.markers.emplace_back(sample, "the marker of sample " + std::to_string(sample));
+    addWavTags(file, tags);
+    const Heard built = hearBuilt(orderOf({file}));
+    ASSERT_EQ(built.syncPoints.size(), 65'536u);
+    EXPECT_EQ(built.syncPoints.back().second, "the marker of sample 65535");
+
+    const char* remark = nullptr;
+    ASSERT_EQ(Tarnok_FetchNextRemark(&remark), TARNOK_OK);
+    EXPECT_STREQ(remark, "marked.wav: 4464 of its markers were left out, because a sound can't have more than 65536");
+    ASSERT_EQ(Tarnok_FetchNextRemark(&remark), TARNOK_OK);
+    EXPECT_EQ(remark, nullptr);
+}
+
 // The second channel is the first one as another rate tells it, so both must be alike, all around the loop too.
 TEST_F(Sound, BringsInterleavedFilesOfAnotherRateToTheFirstOnes)
 {
