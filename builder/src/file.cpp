@@ -173,7 +173,7 @@ Result<FileDescriptor> openForReading(const std::string& path, FileStamp* stamp)
         return fileFault("opening", path, errno);
     if (isSocket || (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)))
         return Fault{TARNOK_ERR_FILE_OS,
-                     std::string(baseName(path)) + ": this is a pipe, a socket or a device, not a sound file"};
+                     std::string(baseName(path)) + ": this is a device, a pipe or a socket, not a sound file"};
     if (S_ISDIR(status.st_mode))
         return fileFault("opening", path, EISDIR);
     if (stamp)
