@@ -2,6 +2,7 @@
 
 #include "build_system.hpp"
 #include "stop_signals.hpp"
+#include "tarnok.h"
 #include "utility_classes.hpp"
 #include "workspace.hpp"
 
@@ -12,9 +13,13 @@
 #include <QStringList>
 #include <QThread>
 
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+// A builder library may lack it.
+extern "C" __attribute__((weak)) TARNOK_RESULT Tarnok_FetchNextRemark(const char** remark);
 
 namespace TARNOK {
 
@@ -41,6 +46,16 @@ QByteArray escaped(const std::string& name)
     for (const char c : name)
         shown += c >= ' ' && c <= '~' ? QByteArray(1, c) : "\\x" + QByteArray(1, c).toHex();
     return shown;
+}
+
+// What the builder remarks on the build that has ended, on the error stream: the log has no line for it.
+void printRemarks()
+{
+    const char* remark = nullptr;
+    while (Tarnok_FetchNextRemark && Tarnok_FetchNextRemark(&remark) == TARNOK_OK && remark) {
+        if (logger()->verbosity() != Logger::OUTPUT_SILENT)
+            std::fprintf(stderr, "tarnokexcl: %s\n", remark);
+    }
 }
 
 // Names are UTF-8 in projects, lists and banks, and listings leave others out without a word. This says which of a
@@ -430,6 +445,7 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
         }
         QThread::msleep(POLL_MS);
     }
+    printRemarks();
     ++mBanksWanted;
     mBanksWritten += buildSystem()->succeededBuilds() - before;
 }

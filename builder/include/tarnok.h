@@ -1,8 +1,9 @@
 /* The bank builder: compiles lists of audio files into sound banks (.tnb).
  *
  * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs,
- * and after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
- * Tarnok_BuildCancel may be called from any thread. Strings are NUL-terminated UTF-8. No call throws.
+ * and after it, Tarnok_FetchNextProgressItem, Tarnok_ReleaseProgressItem and Tarnok_FetchNextRemark may be called from
+ * another thread, and Tarnok_BuildCancel may be called from any thread. Strings are NUL-terminated UTF-8. No call
+ * throws.
  */
 #ifndef TARNOK_H
 #define TARNOK_H
@@ -183,6 +184,12 @@ TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM*
 
 /* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */
 TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
+
+/* Stores the oldest remark on the running build, or the last one, that was not fetched yet, or null when there is none:
+ * a sentence that names a file and what of it isn't in the bank, though nothing failed. It is made when the sound is
+ * made, not again when the cache has it, and readable until the next call. A build that begins forgets what nobody
+ * fetched of the one before. */
+TARNOK_API TARNOK_RESULT Tarnok_FetchNextRemark(const char** remark);
 
 #ifdef __cplusplus
 }

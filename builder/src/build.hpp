@@ -40,7 +40,8 @@ struct LibrarySettings
 class Build
 {
 public:
-    Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop);
+    Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, Remarks& remarks,
+          std::stop_token stop);
 
     Status run();
 

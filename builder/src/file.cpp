@@ -167,12 +167,15 @@ Result<FileDescriptor> openForReading(const std::string& path, FileStamp* stamp)
     // O_NONBLOCK: opening a pipe would wait for its writer. It means nothing for a regular file.
     FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
-    if (!descriptor || fstat(descriptor.get(), &status) != 0)
+    const bool isOpen = descriptor && fstat(descriptor.get(), &status) == 0;
+    const bool isSocket = !isOpen && errno == ENXIO; // or a device that nobody serves
+    if (!isOpen && !isSocket)
         return fileFault("opening", path, errno);
+    if (isSocket || (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)))
+        return Fault{TARNOK_ERR_FILE_OS,
+                     std::string(baseName(path)) + ": this is a device, a pipe or a socket, not a sound file"};
     if (S_ISDIR(status.st_mode))
         return fileFault("opening", path, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(path)) + ": this is a device or pipe, not a sound file"};
     if (stamp)
         *stamp = stampFrom(status);
     return descriptor;

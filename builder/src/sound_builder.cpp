@@ -133,6 +133,8 @@ Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
     job.report(TARNOK_STATE_DECODING);
     if (Status status = preparation.open(*mMeans.engine, job.paths); !status)
         return status;
+    for (const std::string& remark : preparation.remarks())
+        mMeans.remarks.add(remark);
     job.report(TARNOK_STATE_ANALYSING);
     if (Status status = preparation.analyse(); !status)
         return status;

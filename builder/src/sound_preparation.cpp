@@ -131,8 +131,11 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
         const double rate = files.front()->facts().sampleRate;
         if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)
             return status;
-        if (mSettings.syncPoints)
+        if (mSettings.syncPoints) {
             merge(files.back()->syncPoints(), rate / facts.sampleRate);
+            if (const std::string remark = files.back()->remark(); !remark.empty())
+                mRemarks.push_back(remark);
+        }
     }
     mName = baseName(paths.front());
     if (files.size() == 1)

@@ -36,6 +36,9 @@ public:
     // Opens the files and puts them side by side.
     Status open(KESS::System& engine, std::span<const std::string> paths);
 
+    // What of the files isn't taken over, a sentence each.
+    const std::vector<std::string>& remarks() const { return mRemarks; }
+
     // Finds loop, peak and the rate to encode at.
     Status analyse();
 
@@ -67,6 +70,7 @@ private:
     std::unique_ptr<FrameSource> mFrames;
     std::optional<bank::Loop> mLoop;
     std::vector<bank::SyncPoint> mSyncPoints;
+    std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
     std::optional<RawSamples> mRawSamples;
     uint32_t mRate = 0; // to encode at, hertz

@@ -150,6 +150,21 @@ std::vector<bank::SyncPoint> SourceFile::syncPoints() const
     return points;
 }
 
+std::string SourceFile::remark() const
+{
+    uint64_t points = 0;
+    uint64_t names = 0;
+    if (mSound->getDroppedSyncPoints(&points, &names) != KESS_OK || (points == 0 && names == 0))
+        return {};
+    std::string text(baseName(mPath));
+    if (points > 0)
+        text += ": " + std::to_string(points) + " of its markers were left out, because a sound can't have more than "
+            + std::to_string(syncPoints().size());
+    if (names > 0)
+        text += std::string(points > 0 ? "; " : ": ") + "its markers have lost their names, which are too long in all";
+    return text;
+}
+
 Status SourceFile::checkBank()
 {
     const std::string name(baseName(mPath));

@@ -41,6 +41,9 @@ public:
     std::optional<bank::Loop> loop() const;
     std::vector<bank::SyncPoint> syncPoints() const;
 
+    // Which of the markers can't be had, in a sentence; empty when there are none.
+    std::string remark() const;
+
 private:
     SourceFile(std::string path, KESS::Sound* sound)
         : mPath(std::move(path))

@@ -1,10 +1,12 @@
 // The decoder module on FFmpeg's libraries: what the engine's own decoders lack.
 #include "decoder_module.h"
 #include "packet_length.hpp"
+#include "vorbis_setup_check.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/log.h>
 #include <libavutil/mem.h>
 }
@@ -15,6 +17,7 @@ extern "C" {
 #include <mutex>
 #include <new>
 #include <optional>
+#include <span>
 
 namespace {
 
@@ -102,6 +105,57 @@ std::optional<unsigned> findSound(const AVFormatContext& format)
             first = i;
     }
     return first;
+}
+
+// The third of the headers that a container keeps beside a Vorbis stream: each after its length in two bytes, or all
+// after the lengths of the first two, counted in the manner of Xiph (one byte fewer than there are headers comes
+// first). Empty when they don't add up.
+std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
+{
+    constexpr size_t kIdentificationBytes = 30;
+    size_t position = 0;
+    if (headers.size() >= 6 && AV_RB16(headers.data()) == kIdentificationBytes) {
+        for (int header = 0; header < 2 && headers.size() - position >= 2; ++header)
+            position = std::min(headers.size(), position + 2 + AV_RB16(headers.data() + position));
+        position += 2;
+    } else if (!headers.empty() && headers[0] == 2) {
+        size_t lengths = 0;
+        position = 1;
+        for (int header = 0; header < 2 && position < headers.size(); ++header) {
+            while (position < headers.size() && headers[position] == 255)
+                lengths += headers[position++];
+            if (position < headers.size())
+                lengths += headers[position++];
+        }
+        position += lengths;
+    }
+    return position > 0 && position < headers.size() ? headers.subspan(position) : std::span<const uint8_t>();
+}
+
+bool isBearableSetup(std::span<const uint8_t> packet)
+{
+    return kess::vorbisSetupBytes(packet.data(), packet.size()).has_value();
+}
+
+// Whether a codec may get what the container keeps for it. Decoders allocate for each channel, and for what the headers
+// declare, as soon as they are opened.
+KESS_RESULT checkParameters(const AVCodecParameters& parameters)
+{
+    if (parameters.ch_layout.nb_channels > KESS_MAX_CHANNELS)
+        return KESS_ERR_TOOMANYCHANNELS;
+    if (parameters.codec_id != AV_CODEC_ID_VORBIS || parameters.extradata_size <= 0)
+        return KESS_OK;
+    return isBearableSetup(vorbisSetup({parameters.extradata, static_cast<size_t>(parameters.extradata_size)}))
+        ? KESS_OK
+        : KESS_ERR_FILE_BAD;
+}
+
+// The same for a packet: FFmpeg's Vorbis decoder takes headers among the packets of sound, too.
+bool isBearable(AVCodecID codec, const AVPacket& packet)
+{
+    constexpr uint8_t kSetupHeader = 5;
+    return codec != AV_CODEC_ID_VORBIS || packet.size < 1 || packet.data[0] != kSetupHeader
+        || isBearableSetup({packet.data, static_cast<size_t>(packet.size)});
 }
 
 // How the samples of a frame reach the caller.
@@ -193,6 +247,8 @@ KESS_RESULT Stream::openCodec()
     const AVCodec* decoder = avcodec_find_decoder(parameters->codec_id);
     if (!decoder)
         return KESS_ERR_FORMAT;
+    if (const KESS_RESULT result = checkParameters(*parameters); result != KESS_OK)
+        return result;
     mCodec.reset(avcodec_alloc_context3(decoder));
     if (!mCodec || avcodec_parameters_to_context(mCodec.get(), parameters) < 0)
         return KESS_ERR_MEMORY;
@@ -223,6 +279,8 @@ const AVFrame* Stream::nextFrame()
         if (received != AVERROR(EAGAIN) || mDraining)
             return nullptr;
         const AVPacket* packet = nextPacket();
+        if (packet && !isBearable(mCodec->codec_id, *packet))
+            return nullptr;
         mDraining = !packet;
         // A packet that can't be decoded leaves a gap, as in any player; the length check at the end tells of it.
         static_cast<void>(avcodec_send_packet(mCodec.get(), packet));
@@ -444,8 +502,8 @@ extern "C" __attribute__((visibility("default"))) const KESS_DECODER_MODULE* kes
     std::call_once(prepared, [] {
         // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
         av_log_set_callback([](void*, int, const char*, va_list) {});
-        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs less than this.
-        constexpr size_t kLargestBlock = 256u << 20;
+        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs 100 MB.
+        constexpr size_t kLargestBlock = 128u << 20;
         av_max_alloc(kLargestBlock);
     });
     return &module;

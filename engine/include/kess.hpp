@@ -105,6 +105,10 @@ public:
 
     KESS_RESULT getNumSyncPoints(int* count);
 
+    /* What a file brings beyond that, of which no more is known: sync points above 65,536, and names of sync points
+     * that are more than 32 MiB in all. Either may be null. */
+    KESS_RESULT getDroppedSyncPoints(uint64_t* points, uint64_t* names);
+
     /* One sync point, by position; *sample is at most the length. name (nameBytes long, NUL included) may be null; a
      * name that doesn't fit is cut at a character and the answer is KESS_ERR_TRUNCATED. */
     KESS_RESULT getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes);

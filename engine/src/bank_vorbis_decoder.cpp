@@ -1,8 +1,7 @@
 #include "bank_decoders.hpp"
+#include "vorbis_headers.hpp"
 
 #include <vorbis/codec.h>
-
-#include <array>
 
 namespace kess {
 
@@ -11,35 +10,14 @@ namespace kess {
 class VorbisSetup
 {
 public:
-    VorbisSetup()
-    {
-        vorbis_info_init(&mInfo);
-        vorbis_comment_init(&mComment);
-    }
-    ~VorbisSetup()
-    {
-        vorbis_comment_clear(&mComment);
-        vorbis_info_clear(&mInfo);
-    }
-    VorbisSetup(const VorbisSetup&) = delete;
-    VorbisSetup& operator=(const VorbisSetup&) = delete;
-
     [[nodiscard]] bool unpack(std::span<const uint8_t> identification, std::span<const uint8_t> codebooks);
-
-    // The library's functions take it without const, and don't change it.
-    [[nodiscard]] vorbis_info* info() const { return &mInfo; }
+    [[nodiscard]] vorbis_info* info() const { return mHeaders.info(); }
 
 private:
-    [[nodiscard]] bool header(std::span<const uint8_t> bytes, bool first);
-
-    mutable vorbis_info mInfo{};
-    vorbis_comment mComment{};
+    VorbisHeaders mHeaders;
 };
 
 namespace {
-
-// The library wants to see a comment header between the two that matter: no vendor, no comments, framing bit.
-constexpr std::array<uint8_t, 16> kEmptyComments = {3, 'v', 'o', 'r', 'b', 'i', 's', 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
 ogg_packet packetOf(std::span<const uint8_t> bytes)
 {
@@ -127,23 +105,15 @@ bool takePart(std::span<const uint8_t>* setup, std::span<const uint8_t>* part)
 
 } // namespace
 
-bool VorbisSetup::header(std::span<const uint8_t> bytes, bool first)
-{
-    ogg_packet packet = packetOf(bytes);
-    packet.b_o_s = first;
-    return vorbis_synthesis_headerin(&mInfo, &mComment, &packet) == 0;
-}
-
 bool VorbisSetup::unpack(std::span<const uint8_t> identification, std::span<const uint8_t> codebooks)
 {
-    if (!header(identification, true) || !header(kEmptyComments, false) || !header(codebooks, false))
+    if (!mHeaders.addIdentification(identification) || !mHeaders.addSetup(codebooks))
         return false;
-    // A state made for trial builds the tables; where that fails they are left half built, and nobody may use them.
-    vorbis_dsp_state trial{};
-    if (vorbis_synthesis_init(&trial, &mInfo) != 0)
-        return false;
+    // Made for trial: it builds the tables.
+    vorbis_dsp_state trial;
+    const bool isGood = mHeaders.makeState(&trial);
     vorbis_dsp_clear(&trial);
-    return true;
+    return isGood;
 }
 
 KESS_RESULT makeVorbisSetup(std::span<const uint8_t> setup, std::shared_ptr<const VorbisSetup>* made)

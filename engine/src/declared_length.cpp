@@ -115,12 +115,38 @@ std::optional<Extent> extentOfVoc(const SourceFile& file, uint64_t begin)
     return extent;
 }
 
+// The objects of an ASF file, each a GUID and a length that counts both. The packets of sound follow 26 bytes in
+// theirs.
+std::optional<Extent> extentOfAsf(const SourceFile& file, uint64_t begin)
+{
+    constexpr std::array<uint8_t, 16> kData{0x36, 0x26, 0xb2, 0x75, 0x8e, 0x66, 0xcf, 0x11,
+                                            0xa6, 0xd9, 0x00, 0xaa, 0x00, 0x62, 0xce, 0x6c};
+    constexpr int kMostObjects = 64;
+    constexpr uint64_t kBeforePackets = 26;
+    std::array<uint8_t, 24> header;
+    uint64_t position = begin;
+    for (int i = 0; i < kMostObjects && file.readAllAt(position, header.data(), header.size()); ++i) {
+        const uint64_t length = le64(&header[16]);
+        if (length < header.size() || standsForUnknown(length))
+            break;
+        const uint64_t there = behind(file, position + header.size());
+        if (std::equal(kData.begin(), kData.end(), header.begin()))
+            return withoutStart({length - header.size(), std::min(length - header.size(), there), 0}, kBeforePackets);
+        if (length - header.size() > there)
+            break;
+        position += length;
+    }
+    return std::nullopt;
+}
+
 std::optional<Extent> findExtent(const SourceFile& file, const FileKind& kind)
 {
     if (kind.type == KESS_SOUND_TYPE_WAV)
         return extentOfChunk(file, kind, "data", 0);
     if (kind.type == KESS_SOUND_TYPE_AIFF)
         return extentOfChunk(file, kind, "SSND", 8);
+    if (kind.type == KESS_SOUND_TYPE_ASF)
+        return extentOfAsf(file, kind.begin);
     std::array<char, 8> magic;
     if (kind.type != KESS_SOUND_TYPE_OTHER || !file.readAllAt(kind.begin, magic.data(), magic.size()))
         return std::nullopt;
@@ -153,7 +179,8 @@ uint64_t declaredSampleCount(const SourceFile& file, const FileKind& kind, const
     if (!extent || extent->declared <= extent->there)
         return facts.sampleCount;
     const uint64_t frame = bytesOfFrame(*extent, facts);
-    const uint64_t block = std::max({extent->block, frame, uint64_t{2}});
+    // Of an encoding that packs samples, every byte is needed.
+    const uint64_t block = std::max(frame > 0 ? std::max(extent->block, frame) : 0, uint64_t{2});
     if (extent->declared - extent->there < block)
         return facts.sampleCount;
     if (frame > 0)

@@ -50,10 +50,12 @@ struct SoundFacts
     int channels = 0; // 1 to KESS_MAX_CHANNELS
     double sampleRate = 0; // hertz
     uint64_t sampleCount = 0; // samples of one channel
-    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short
+    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short; decoders that don't know leave it
     std::optional<RawSamples> raw; // none also where that isn't certain
     std::optional<Loop> loop;
     std::vector<SyncPoint> syncPoints; // by position
+    uint64_t droppedSyncPoints = 0; // those inside the sound that are too many
+    uint64_t droppedNames = 0; // of the sync points that are there
     std::optional<float> peak;
     std::string name;
     std::optional<Encoding> encoding; // of a sound in a bank

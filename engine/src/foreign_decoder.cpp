@@ -1,11 +1,14 @@
 #include "decoder_module.h"
 #include "decoders.hpp"
+#include "mp4_tables.hpp"
 #include "sample_convert.hpp"
+#include "tags.hpp"
 
 #include <dlfcn.h>
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace kess {
 
@@ -59,19 +62,22 @@ public:
 
     ~ForeignDecoder() override { close(); }
 
-    [[nodiscard]] KESS_RESULT open(KESS_SOUND_TYPE type)
+    [[nodiscard]] KESS_RESULT open(const FileKind& kind)
     {
         KESS_MODULE_FACTS facts{};
         KESS_RESULT result = mModule.open(&mInput, mContainer, &mDecoder, &facts);
         if (result == KESS_OK)
             result = checkLimits(facts.channels, facts.sampleRate);
-        mFacts.type = type;
+        if (result != KESS_OK)
+            return result;
+        mFacts.type = kind.type;
         mFacts.format = facts.format;
         mFacts.channels = facts.channels;
         mFacts.sampleRate = facts.sampleRate;
         mFacts.sampleCount = facts.sampleCount;
         mIsFloat = facts.isFloat;
-        return result;
+        readTags(*mFile.file, kind, &mFacts);
+        return KESS_OK;
     }
 
     [[nodiscard]] const SoundFacts& facts() const override { return mFacts; }
@@ -174,6 +180,17 @@ private:
     std::vector<int32_t> mScratch;
 };
 
+// Whether FFmpeg's demuxers can take the header: they keep a table of what it declares, and search through all comments
+// for each new one.
+bool isBearable(const FilePointer& file, const FileKind& kind)
+{
+    constexpr uint64_t kMostComments = 10'000;
+    const std::string_view container = kind.container;
+    if (container == "mov")
+        return tablesFitFile(file, kind);
+    return container != "ogg" || commentCount(*file) <= kMostComments;
+}
+
 } // namespace
 
 KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
@@ -181,8 +198,10 @@ KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPo
     const KESS_DECODER_MODULE* module = decoderModule();
     if (!module || !kind.container)
         return KESS_ERR_FORMAT;
+    if (!isBearable(file, kind))
+        return KESS_ERR_FILE_BAD;
     auto opened = std::make_unique<ForeignDecoder>(*module, file, kind);
-    const KESS_RESULT result = opened->open(kind.type);
+    const KESS_RESULT result = opened->open(kind);
     if (result == KESS_OK)
         *decoder = std::move(opened);
     return result;

@@ -4,6 +4,7 @@
 #include "chunks.hpp"
 #include "decoders.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -64,6 +65,38 @@ std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind
     return stream;
 }
 
+namespace {
+
+// Frames in the data of a WAV file of ADPCM whose last block is cut: a decoder makes up the rest of it. For all other
+// files decodable.
+uint64_t framesInCutBlocks(const ChunkList& chunks, uint64_t decodable)
+{
+    constexpr uint16_t kMicrosoft = 2;
+    constexpr uint16_t kIma = 0x11;
+    std::array<uint8_t, 14> format;
+    const Chunk* data = chunks.find("data");
+    if (!data || !chunks.read("fmt ", format.data(), format.size()))
+        return decodable;
+    const uint16_t encoding = le16(&format[0]);
+    const uint64_t channels = le16(&format[2]);
+    const uint64_t blockBytes = le16(&format[12]);
+    if ((encoding != kMicrosoft && encoding != kIma) || channels == 0 || blockBytes == 0
+        || data->length % blockBytes == 0)
+        return decodable;
+    // A block begins with one sample of each channel, or two, as they are. All others have four bits, in IMA's by eight
+    // of a channel in a row.
+    const auto framesIn = [&](uint64_t bytes) -> uint64_t {
+        const uint64_t head = channels * (encoding == kIma ? 4 : 7);
+        if (bytes < head)
+            return 0;
+        return encoding == kIma ? 1 + (bytes - head) / (4 * channels) * 8 : 2 + (bytes - head) * 2 / channels;
+    };
+    const uint64_t whole = data->length / blockBytes;
+    return std::min(decodable, whole * framesIn(blockBytes) + framesIn(data->length % blockBytes));
+}
+
+} // namespace
+
 uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t decodable)
 {
     const ChunkList chunks(file, kind.begin, kind.end);
@@ -74,6 +107,8 @@ uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t d
         if (chunks.read("COMM", common.data(), common.size()))
             told = be32(&common[2]);
     } else if (kind.type == KESS_SOUND_TYPE_WAV && !chunks.isBigEndian()) {
+        decodable = framesInCutBlocks(chunks, decodable);
+        told = decodable;
         // Some writers count something else here. A length that leaves whole blocks over can't be right, but for one
         // that a writer may have added for good measure.
         std::array<uint8_t, 20> format;

@@ -20,7 +20,8 @@ namespace kess {
 [[nodiscard]] KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind);
 
 // The length that the header tells, where the samples end inside a block of an encoding that packs them (WAV), or where
-// a byte of padding was counted as one (AIFF). decodable is what the samples' bytes hold; the answer is never more.
+// a byte of padding was counted as one (AIFF). decodable is what a decoder makes of the samples' bytes; the answer is
+// never more, and doesn't count what it makes up after a block that is cut.
 [[nodiscard]] uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t decodable);
 
 } // namespace kess

@@ -1,8 +1,10 @@
 #include "decoders.hpp"
 #include "float_decoder.hpp"
+#include "mpeg_frames.hpp"
 
 #include <mpg123.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace kess {
@@ -23,7 +25,7 @@ public:
         : mCursor(std::move(cursor))
     { }
 
-    [[nodiscard]] KESS_RESULT open(const FileKind& kind)
+    [[nodiscard]] KESS_RESULT open(const SourceFile& file, const FileKind& kind)
     {
         // The scan goes from header to header through the whole file, so that the length is that of the frames that
         // are there, less what the encoder says is padding.
@@ -41,6 +43,7 @@ public:
         mFacts.channels = channels;
         mFacts.sampleRate = static_cast<double>(rate);
         mFacts.sampleCount = static_cast<uint64_t>(length);
+        mFacts.declaredCount = std::max(mFacts.sampleCount, declaredCount(file, kind));
         return checkLimits(channels, mFacts.sampleRate);
     }
 
@@ -87,6 +90,19 @@ private:
             && mpg123_open_handle(handle, &mCursor) == MPG123_OK;
     }
 
+    // The samples of all frames that the encoder has counted, if some of them are missing, else 0. Some encoders count
+    // the frame that says so, too: a single one is missing only if bytes are.
+    uint64_t declaredCount(const SourceFile& file, const FileKind& kind)
+    {
+        const std::optional<MpegLength> told = lengthInFirstFrame(file, kind.begin);
+        const off_t there = mpg123_framelength(mHandle.get());
+        const int frameSamples = mpg123_spf(mHandle.get());
+        if (!told || there < 0 || frameSamples <= 0 || told->frames <= static_cast<uint64_t>(there))
+            return 0;
+        const bool isCut = told->frames - static_cast<uint64_t>(there) > 1 || told->bytes > kind.end - kind.begin;
+        return isCut ? told->frames * static_cast<uint64_t>(frameSamples) : 0;
+    }
+
     // Frames of another number of channels in the same stream are converted. Those of another rate, which are as a
     // rule not frames but damage, go through as they are: to refuse them makes the library write to the error stream.
     bool fixFormat(int channels)
@@ -121,7 +137,7 @@ private:
 KESS_RESULT openMpeg(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
 {
     auto opened = std::make_unique<MpegDecoder>(Cursor(file, kind.begin, kind.end));
-    const KESS_RESULT result = opened->open(kind);
+    const KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)
         *decoder = std::move(opened);
     return result;

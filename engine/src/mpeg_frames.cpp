@@ -155,6 +155,36 @@ std::optional<uint64_t> findMpegStart(const SourceFile& file, uint64_t begin, ui
     return std::nullopt;
 }
 
+std::optional<MpegLength> lengthInFirstFrame(const SourceFile& file, uint64_t begin)
+{
+    std::array<uint8_t, 64> frame{};
+    if (!file.readAllAt(begin, frame.data(), frame.size()))
+        return std::nullopt;
+    const uint32_t header = be32(frame.data());
+    const std::optional<FrameHeader> parsed = parseMpegFrame(header);
+    if (!parsed || (header >> 17 & 3) != LayerIII)
+        return std::nullopt;
+    // After the header, and the information for the one or two granules of a frame of sound.
+    const bool isFirstVersion = (header >> 19 & 3) == 3;
+    const bool isMono = (header >> 6 & 3) == 3;
+    const size_t xing = 4 + (isFirstVersion ? (isMono ? 17 : 32) : (isMono ? 9 : 17));
+    constexpr size_t kVbri = 36;
+    MpegLength length;
+    if (std::memcmp(&frame[xing], "Xing", 4) == 0 || std::memcmp(&frame[xing], "Info", 4) == 0) {
+        const uint32_t flags = be32(&frame[xing + 4]);
+        if (!(flags & 1))
+            return std::nullopt;
+        length.frames = be32(&frame[xing + 8]);
+        length.bytes = flags & 2 ? be32(&frame[xing + 12]) : 0;
+        return length;
+    }
+    if (std::memcmp(&frame[kVbri], "VBRI", 4) != 0)
+        return std::nullopt;
+    length.bytes = be32(&frame[kVbri + 10]);
+    length.frames = be32(&frame[kVbri + 14]);
+    return length;
+}
+
 bool startsWithAdts(const SourceFile& file, uint64_t begin, uint64_t end)
 {
     return begin < end && framesFollow(file, begin, end, parseAdtsFrame);

@@ -32,6 +32,16 @@ struct FrameHeader
 [[nodiscard]] std::optional<uint64_t> findMpegStart(const SourceFile& file, uint64_t begin, uint64_t end,
                                                     size_t searchBytes);
 
+// How long an encoder says that the sound is: without the frame that says so, which holds no sound.
+struct MpegLength
+{
+    uint64_t frames = 0;
+    uint64_t bytes = 0; // of all frames, from that one on; 0 if it doesn't say
+};
+
+// What the frame at begin says, a Xing, Info or VBRI header. Nothing where it is a frame of sound.
+[[nodiscard]] std::optional<MpegLength> lengthInFirstFrame(const SourceFile& file, uint64_t begin);
+
 // Whether ADTS frames follow each other from begin on.
 [[nodiscard]] bool startsWithAdts(const SourceFile& file, uint64_t begin, uint64_t end);
 

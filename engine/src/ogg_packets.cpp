@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 namespace kess {
 
@@ -87,27 +88,24 @@ std::vector<uint8_t> secondPacket(const SourceFile& file, const OggPage& first)
     return {};
 }
 
-} // namespace
-
-std::vector<OggCodec> oggCodecs(const SourceFile& file)
+// First pages of the streams of the first link.
+std::vector<OggPage> firstPages(const SourceFile& file)
 {
-    std::vector<OggCodec> codecs;
+    std::vector<OggPage> pages;
     std::optional<OggPage> page = readPage(file, 0);
-    while (page && page->first && codecs.size() < kMaxStreams) {
-        codecs.push_back(codecOf(file, *page));
-        page = readPage(file, page->next);
+    while (page && page->first && pages.size() < kMaxStreams) {
+        const uint64_t next = page->next;
+        pages.push_back(std::move(*page));
+        page = readPage(file, next);
     }
-    return codecs;
+    return pages;
 }
 
-std::vector<uint8_t> oggComments(const SourceFile& file)
+std::vector<uint8_t> commentsOf(const SourceFile& file, const OggPage& first)
 {
-    const std::optional<OggPage> page = readPage(file, 0);
-    if (!page)
-        return {};
-    std::vector<uint8_t> packet = secondPacket(file, *page);
+    std::vector<uint8_t> packet = secondPacket(file, first);
     size_t signature = 0;
-    switch (codecOf(file, *page)) {
+    switch (codecOf(file, first)) {
     case OggCodec::Vorbis:
         signature = 7; // "\3vorbis"
         break;
@@ -117,7 +115,7 @@ std::vector<uint8_t> oggComments(const SourceFile& file)
     case OggCodec::Flac:
         signature = 4; // the header of a FLAC metadata block
         break;
-    case OggCodec::Speex:
+    case OggCodec::Speex: // none
     case OggCodec::Unknown:
         break;
     }
@@ -125,6 +123,35 @@ std::vector<uint8_t> oggComments(const SourceFile& file)
         return {};
     packet.erase(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(signature));
     return packet;
+}
+
+} // namespace
+
+std::vector<OggCodec> oggCodecs(const SourceFile& file)
+{
+    std::vector<OggCodec> codecs;
+    for (const OggPage& page : firstPages(file))
+        codecs.push_back(codecOf(file, page));
+    return codecs;
+}
+
+std::vector<uint8_t> oggComments(const SourceFile& file)
+{
+    for (const OggPage& page : firstPages(file)) {
+        if (codecOf(file, page) != OggCodec::Unknown)
+            return commentsOf(file, page);
+    }
+    return {};
+}
+
+std::vector<std::vector<uint8_t>> allOggComments(const SourceFile& file)
+{
+    std::vector<std::vector<uint8_t>> comments;
+    for (const OggPage& page : firstPages(file)) {
+        if (codecOf(file, page) != OggCodec::Unknown)
+            comments.push_back(commentsOf(file, page));
+    }
+    return comments;
 }
 
 } // namespace kess

@@ -21,8 +21,11 @@ enum class OggCodec
 // Streams that aren't sound, such as video, are Unknown.
 [[nodiscard]] std::vector<OggCodec> oggCodecs(const SourceFile& file);
 
-// The packet with the comments of the first stream, which is its second one, from behind its signature on; empty when
-// it is damaged or larger than a sane one.
+// The packet with the comments of the first stream that is sound, which is its second one, from behind its signature
+// on; empty when it is damaged or larger than a sane one.
 [[nodiscard]] std::vector<uint8_t> oggComments(const SourceFile& file);
+
+// The same of each stream of the first link that is sound.
+[[nodiscard]] std::vector<std::vector<uint8_t>> allOggComments(const SourceFile& file);
 
 } // namespace kess

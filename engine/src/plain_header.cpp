@@ -111,6 +111,38 @@ std::optional<std::vector<uint8_t>> aiffHeader(const SourceFile& file, const Fil
     return bytes;
 }
 
+// A header of the old Amiga format, whose samples are in BODY. No other chunk but these is needed to decode them.
+std::optional<std::vector<uint8_t>> amigaHeader(const SourceFile& file, const FileKind& kind, const ChunkList& chunks,
+                                                uint64_t dataLength)
+{
+    const std::vector<uint8_t> voice = chunks.readAll("VHDR", kLongestFormat);
+    const std::vector<uint8_t> channels = chunks.readAll("CHAN", kLongestFormat);
+    char type[4];
+    if (voice.empty() || !file.readAllAt(kind.begin + 8, type, sizeof type))
+        return std::nullopt;
+    HeaderWriter body(true);
+    body.text(std::string_view(type, sizeof type));
+    body.chunk("VHDR", voice);
+    if (!channels.empty())
+        body.chunk("CHAN", channels);
+    body.text("BODY");
+    body.number(dataLength, 4);
+    HeaderWriter header(true);
+    header.text("FORM");
+    header.number(body.size() + dataLength, 4);
+    std::vector<uint8_t> bytes = header.take();
+    const std::vector<uint8_t> rest = body.take();
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    return bytes;
+}
+
+bool isAmiga(const SourceFile& file, const FileKind& kind)
+{
+    std::array<char, 4> magic;
+    return kind.type == KESS_SOUND_TYPE_OTHER && file.readAllAt(kind.begin, magic.data(), magic.size())
+        && std::string_view(magic.data(), magic.size()) == "FORM";
+}
+
 // A file of no samples needs no chunk for them, as its format says (Audio Interchange File Format 1.3). A chunk that is
 // missing although there are samples was cut off.
 bool isMeantToBeEmpty(const ChunkList& chunks)
@@ -177,13 +209,16 @@ std::optional<RawSamples> rawSamples(const SourceFile& file, const FileKind& kin
 std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind)
 {
     const bool isWav = kind.type == KESS_SOUND_TYPE_WAV;
-    if (!isWav && kind.type != KESS_SOUND_TYPE_AIFF)
+    const bool isOld = isAmiga(*file, kind);
+    if (!isWav && !isOld && kind.type != KESS_SOUND_TYPE_AIFF)
         return Cursor(file, kind.begin, kind.end);
     const ChunkList chunks(*file, kind.begin, kind.end);
-    const Chunk* data = chunks.find(isWav ? "data" : "SSND");
+    const Chunk* data = chunks.find(isWav ? "data" : isOld ? "BODY" : "SSND");
     if (!data)
-        return !isWav && isMeantToBeEmpty(chunks) ? emptyAiff(file, kind, chunks) : std::nullopt;
-    auto header = isWav ? wavHeader(chunks, data->length) : aiffHeader(*file, kind, chunks, data->length);
+        return !isWav && !isOld && isMeantToBeEmpty(chunks) ? emptyAiff(file, kind, chunks) : std::nullopt;
+    auto header = isWav ? wavHeader(chunks, data->length)
+        : isOld         ? amigaHeader(*file, kind, chunks, data->length)
+                        : aiffHeader(*file, kind, chunks, data->length);
     if (!header)
         return std::nullopt;
     return Cursor(file, data->offset, data->offset + data->length, std::move(*header));

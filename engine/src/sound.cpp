@@ -419,6 +419,13 @@ KESS_RESULT Sound::getPeak(float* peak)
     return mImpl->facts.peak ? KESS_OK : KESS_ERR_TAGNOTFOUND;
 }
 
+KESS_RESULT Sound::getDroppedSyncPoints(uint64_t* points, uint64_t* names)
+{
+    store(points, mImpl->facts.droppedSyncPoints);
+    store(names, mImpl->facts.droppedNames);
+    return KESS_OK;
+}
+
 KESS_RESULT Sound::getNumSyncPoints(int* count)
 {
     store(count, static_cast<int>(std::min<size_t>(mImpl->facts.syncPoints.size(), INT_MAX)));

@@ -18,12 +18,12 @@ namespace kess {
 
 namespace {
 
-constexpr size_t kLongestTagChunk = 1u << 20;
+constexpr size_t kLongestTagChunk = 32u << 20;
 constexpr size_t kMaxSyncPoints = 65536;
 constexpr size_t kMaxComments = 65536;
 constexpr size_t kLongestName = 1024;
 
-// Adds what the file claims, if it lies inside the sound.
+// Adds what the file claims, as far as it lies inside the sound.
 class TagCollector
 {
 public:
@@ -31,17 +31,28 @@ public:
         : mFacts(*facts)
     { }
 
+    // Many programs count the end one sample further than the format wants it, and some editors cut a sound and leave
+    // its loop as it was.
     void loop(uint64_t start, uint64_t end)
     {
-        if (start < end && end <= mFacts.sampleCount)
+        end = std::min(end, mFacts.sampleCount);
+        if (start < end)
             mFacts.loop = Loop{start, end};
     }
 
     void syncPoint(uint64_t sample, std::string name)
     {
-        if (sample <= mFacts.sampleCount && mFacts.syncPoints.size() < kMaxSyncPoints)
+        if (sample > mFacts.sampleCount)
+            return;
+        if (mFacts.syncPoints.size() < kMaxSyncPoints)
             mFacts.syncPoints.push_back(SyncPoint{sample, std::move(name)});
+        else
+            ++mFacts.droppedSyncPoints;
     }
+
+    // So many more couldn't be read, or their names couldn't.
+    void dropSyncPoints(uint64_t count) { mFacts.droppedSyncPoints += count; }
+    void dropNames() { mFacts.droppedNames = mFacts.syncPoints.size(); }
 
     void finish()
     {
@@ -100,12 +111,14 @@ struct Order
     [[nodiscard]] uint32_t u32(const uint8_t* bytes) const { return bigEndian ? be32(bytes) : le32(bytes); }
 };
 
-std::map<uint32_t, std::string> readLabels(const ChunkList& chunks, const Order& order)
+// *isComplete is cleared where there are more of them than are read.
+std::map<uint32_t, std::string> readLabels(const ChunkList& chunks, const Order& order, bool* isComplete)
 {
     std::map<uint32_t, std::string> labels;
     for (const Chunk& chunk : chunks.all()) {
         if (std::string_view(chunk.id.data(), 4) != "LIST")
             continue;
+        *isComplete = *isComplete && chunk.length <= kLongestTagChunk;
         const std::vector<uint8_t> list = chunks.readAll(chunk, kLongestTagChunk);
         if (list.size() < 4 || std::memcmp(list.data(), "adtl", 4) != 0)
             continue;
@@ -138,15 +151,22 @@ void readWavTags(const SourceFile& file, const FileKind& kind, TagCollector& col
 
     constexpr size_t kCueHeader = 4;
     constexpr size_t kCuePoint = 24;
-    const std::vector<uint8_t> cues = chunks.readAll("cue ", kLongestTagChunk);
-    if (cues.size() < kCueHeader)
+    const Chunk* chunk = chunks.find("cue ");
+    std::vector<uint8_t> cues(chunk ? size_t(std::min<uint64_t>(chunk->length, kCueHeader + kMaxSyncPoints * kCuePoint))
+                                    : 0);
+    if (cues.size() < kCueHeader || !chunks.read("cue ", cues.data(), cues.size()))
         return;
-    std::map<uint32_t, std::string> labels = readLabels(chunks, order);
-    const size_t count = std::min<size_t>(order.u32(cues.data()), (cues.size() - kCueHeader) / kCuePoint);
+    bool isComplete = true;
+    std::map<uint32_t, std::string> labels = readLabels(chunks, order, &isComplete);
+    const uint64_t there = std::min<uint64_t>(order.u32(cues.data()), (chunk->length - kCueHeader) / kCuePoint);
+    const size_t count = std::min<size_t>(there, (cues.size() - kCueHeader) / kCuePoint);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* point = &cues[kCueHeader + i * kCuePoint];
         collector.syncPoint(order.u32(point + 20), labels[order.u32(point)]);
     }
+    collector.dropSyncPoints(there - count);
+    if (!isComplete)
+        collector.dropNames();
 }
 
 // Markers of an AIFF file by their id, and in the order of the file.
@@ -283,8 +303,8 @@ void readCommentTags(const Comments& comments, double sampleRate, TagCollector& 
     const std::optional<uint64_t> start = number("LOOPSTART");
     const std::optional<uint64_t> length = number("LOOPLENGTH");
     const std::optional<uint64_t> end = number("LOOPEND");
-    if (start && length && *length <= UINT64_MAX - *start)
-        collector.loop(*start, *start + *length);
+    if (start && length)
+        collector.loop(*start, *start + std::min(*length, UINT64_MAX - *start));
     else if (start && end)
         collector.loop(*start, *end);
 
@@ -329,6 +349,17 @@ std::vector<uint8_t> flacComments(const SourceFile& file, uint64_t begin)
 }
 
 } // namespace
+
+uint64_t commentCount(const SourceFile& file)
+{
+    uint64_t most = 0;
+    for (const std::vector<uint8_t>& bytes : allOggComments(file)) {
+        const uint64_t vendorBytes = bytes.size() < 4 ? 0 : le32(bytes.data());
+        if (bytes.size() >= 8 && vendorBytes <= bytes.size() - 8)
+            most = std::max<uint64_t>(most, le32(&bytes[4 + vendorBytes]));
+    }
+    return most;
+}
 
 void readTags(const SourceFile& file, const FileKind& kind, SoundFacts* facts)
 {

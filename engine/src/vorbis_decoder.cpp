@@ -14,10 +14,10 @@ namespace {
 class Synthesis
 {
 public:
-    Synthesis(vorbis_info* info, int serial)
+    Synthesis(const VorbisHeaders& headers, int serial)
     {
         ogg_stream_init(&mStream, serial);
-        mIsReady = vorbis_synthesis_init(&mDsp, info) == 0;
+        mIsReady = headers.makeState(&mDsp);
         if (mIsReady)
             vorbis_block_init(&mDsp, &mBlock);
     }
@@ -145,7 +145,7 @@ private:
         mLink = link;
         mBlock = 0;
         mReady = 0;
-        mSynthesis = std::make_unique<Synthesis>(mMap.links[link].headers->info(), mMap.links[link].serial);
+        mSynthesis = std::make_unique<Synthesis>(*mMap.links[link].headers, mMap.links[link].serial);
         return mSynthesis->isReady();
     }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace kess {
@@ -13,6 +14,12 @@ constexpr long kReadBytes = 8192;
 
 // More sounds than this in one file are no sound file but a stream's recording.
 constexpr size_t kMaxLinks = 4096;
+
+// The tables of all different headers of a chain. Those of some fifty encoders fit in.
+constexpr uint64_t kMostTableBytes = 64u << 20;
+
+// No packet of sound is that long, nor are comments with a picture in them. A damaged file may never end one.
+constexpr long kLongestPacket = 16l << 20;
 
 // An ogg_stream_state that ends by itself.
 class PacketStream
@@ -36,7 +43,7 @@ public:
         : mMap(map)
         , mStream(serial)
     {
-        mLink.headers = std::make_unique<VorbisHeaders>();
+        mLink.headers = std::make_shared<VorbisHeaders>();
         mLink.serial = serial;
         mLink.start = start;
     }
@@ -56,7 +63,7 @@ public:
                 continue;
             }
             if (!mLink.headers->complete()) {
-                mFailed = !mLink.headers->add(&packet);
+                addHeader(packet);
                 continue;
             }
             if (!count(packet) || !beginsHere || isMarked)
@@ -64,7 +71,12 @@ public:
             mPoints.push_back(VorbisSeekPoint{offset, mMap.links.size(), mProduced});
             isMarked = true;
         }
+        const ogg_stream_state& state = *mStream.state();
+        mFailed = mFailed || state.body_fill - state.body_returned > kLongestPacket;
     }
+
+    // Whether the file is to be refused for this sound's headers.
+    [[nodiscard]] bool isRefused() const { return mIsRefused; }
 
     // Adds the sound to the map; false when it has no headers, or doesn't fit the sounds before it.
     [[nodiscard]] bool finish()
@@ -94,6 +106,27 @@ public:
     }
 
 private:
+    void addHeader(const ogg_packet& packet)
+    {
+        const std::span<const uint8_t> bytes(packet.packet, static_cast<size_t>(packet.bytes));
+        if (!mLink.headers->awaitsSetup()) {
+            mFailed = !mLink.headers->add(bytes);
+            return;
+        }
+        // Sounds of one encoder have the same headers.
+        const auto same = std::find_if(mMap.links.begin(), mMap.links.end(), [&](const VorbisLink& link) {
+            return mLink.headers->wouldEqual(*link.headers, bytes);
+        });
+        if (same != mMap.links.end()) {
+            mLink.headers = same->headers;
+            return;
+        }
+        mIsRefused = !mLink.headers->add(bytes);
+        mMap.tableBytes += mLink.headers->tableBytes();
+        mIsRefused = mIsRefused || mMap.tableBytes > kMostTableBytes;
+        mFailed = mIsRefused;
+    }
+
     // False for what isn't sound.
     bool count(ogg_packet& packet)
     {
@@ -118,6 +151,7 @@ private:
     VorbisLink mLink;
     std::vector<VorbisSeekPoint> mPoints;
     bool mFailed = false;
+    bool mIsRefused = false;
     long mBlock = 0;
     int64_t mProduced = 0;
     std::optional<int64_t> mBase; // the file's position of the first sample
@@ -166,26 +200,6 @@ bool OggPages::next(ogg_page* page, uint64_t* offset)
     }
 }
 
-VorbisHeaders::VorbisHeaders()
-{
-    vorbis_info_init(&mInfo);
-    vorbis_comment_init(&mComment);
-}
-
-VorbisHeaders::~VorbisHeaders()
-{
-    vorbis_comment_clear(&mComment);
-    vorbis_info_clear(&mInfo);
-}
-
-bool VorbisHeaders::add(ogg_packet* packet)
-{
-    if (vorbis_synthesis_headerin(&mInfo, &mComment, packet) != 0)
-        return false;
-    ++mCount;
-    return true;
-}
-
 bool mapVorbis(OggPages& pages, VorbisMap* map)
 {
     if (!pages.seek(0))
@@ -196,6 +210,8 @@ bool mapVorbis(OggPages& pages, VorbisMap* map)
     while (pages.next(&page, &offset)) {
         const int serial = ogg_page_serialno(&page);
         if (ogg_page_bos(&page)) {
+            if (link && link->isRefused())
+                return false;
             if (link && !link->finish())
                 return !map->links.empty();
             if (map->links.size() == kMaxLinks)
@@ -206,8 +222,9 @@ bool mapVorbis(OggPages& pages, VorbisMap* map)
         if (link && serial == link->serial())
             link->add(&page, offset);
     }
-    if (link)
-        static_cast<void>(link->finish());
+    if (!link || link->isRefused())
+        return false;
+    static_cast<void>(link->finish());
     return !map->links.empty();
 }
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "source_file.hpp"
+#include "vorbis_headers.hpp"
 
 #include <vorbis/codec.h>
 
@@ -37,30 +38,10 @@ private:
     uint64_t mOffset = 0; // of the first byte that libogg still holds
 };
 
-// The three headers of one sound.
-class VorbisHeaders
-{
-public:
-    VorbisHeaders();
-    ~VorbisHeaders();
-    VorbisHeaders(const VorbisHeaders&) = delete;
-    VorbisHeaders& operator=(const VorbisHeaders&) = delete;
-
-    // Takes the next header; false when it isn't one.
-    [[nodiscard]] bool add(ogg_packet* packet);
-    [[nodiscard]] bool complete() const { return mCount == 3; }
-    [[nodiscard]] vorbis_info* info() { return &mInfo; }
-
-private:
-    vorbis_info mInfo;
-    vorbis_comment mComment;
-    int mCount = 0;
-};
-
 // One sound of a file that may chain several. Samples are counted through all of them.
 struct VorbisLink
 {
-    std::unique_ptr<VorbisHeaders> headers;
+    std::shared_ptr<VorbisHeaders> headers; // shared by links whose headers are equal
     int serial = 0;
     int64_t first = 0; // first sample that the packets yield, before what the file says to cut
     int64_t start = 0; // first sample that counts
@@ -80,6 +61,7 @@ struct VorbisMap
 {
     std::vector<VorbisLink> links; // those that share channels and rate with the first
     std::vector<VorbisSeekPoint> points;
+    uint64_t tableBytes = 0; // of all different headers
 };
 
 // Samples that a packet yields behind one with the block size before, both as vorbis_packet_blocksize tells them; 0
@@ -89,7 +71,8 @@ struct VorbisMap
     return before == 0 ? 0 : before / 4 + block / 4;
 }
 
-// Reads through the file. False when it has no whole set of headers.
+// Reads through the file. False when it has no whole set of headers, and when headers ask for more memory than any
+// sound needs (vorbis_setup_check.hpp): those of one link, or all different ones together.
 [[nodiscard]] bool mapVorbis(OggPages& pages, VorbisMap* map);
 
 } // namespace kess

@@ -3,6 +3,9 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace test;
@@ -47,6 +50,24 @@ TEST_F(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestForm
             channel += width;
         }
     }
+}
+
+TEST_F(Sound, KeepsMoreThanAMegabyteOfMarkersAndRemarksOnThoseThatAreTooMany)
+{
+    const std::string file = makeSound("marked.wav", sine(1, 44100, 80'000), wav16);
+    WavTags tags;
+    for (uint32_t sample = 0; sample < 70'000; ++sample)
+        tags.markers.emplace_back(sample, "the marker of sample " + std::to_string(sample));
+    addWavTags(file, tags);
+    const Heard built = hearBuilt(orderOf({file}));
+    ASSERT_EQ(built.syncPoints.size(), 65'536u);
+    EXPECT_EQ(built.syncPoints.back().second, "the marker of sample 65535");
+
+    const char* remark = nullptr;
+    ASSERT_EQ(Tarnok_FetchNextRemark(&remark), TARNOK_OK);
+    EXPECT_STREQ(remark, "marked.wav: 4464 of its markers were left out, because a sound can't have more than 65536");
+    ASSERT_EQ(Tarnok_FetchNextRemark(&remark), TARNOK_OK);
+    EXPECT_EQ(remark, nullptr);
 }
 
 // The second channel is the first one as another rate tells it, so both must be alike, all around the loop too.
@@ -161,6 +182,12 @@ TEST_F(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
     fs::resize_file("damaged.flac", fs::file_size("damaged.flac") / 2);
     fs::resize_file(writeSound("cut.wav", wav16, noise(1, 10'000, 30'000)), 44 + 2 * 12'345);
 
+    ASSERT_EQ(mkfifo("pipe.wav", 0600), 0);
+    const sockaddr_un address{AF_UNIX, "socket.wav"};
+    ASSERT_EQ(bind(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), reinterpret_cast<const sockaddr*>(&address),
+                   sizeof address),
+              0);
+
     const std::tuple<std::vector<std::string>, TARNOK_RESULT, const char*> cases[] = {
         {{"good.wav"}, TARNOK_OK, ""},
         {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
@@ -170,6 +197,8 @@ TEST_F(Sound, TellsWhichFileFailsAndWhyAndTriesAllOthers)
         {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
         {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},
+        {{"pipe.wav"}, TARNOK_ERR_FILE_OS, "pipe.wav: this is a device, a pipe"},
+        {{"socket.wav"}, TARNOK_ERR_FILE_OS, "socket.wav: this is a device, a pipe or a socket"},
         {{"song.mid"}, TARNOK_ERR_INVALID_FORMAT, "song.mid: this is MIDI music"},
         {{"song.xm"}, TARNOK_ERR_INVALID_FORMAT, "song.xm: this is tracker music"},
         {{"songs.m3u"}, TARNOK_ERR_INVALID_FORMAT, "songs.m3u: this is a playlist"},

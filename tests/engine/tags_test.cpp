@@ -35,10 +35,31 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
     EXPECT_EQ(sound->getSyncPoint(1, nullptr, name, sizeof name), KESS_ERR_TRUNCATED);
     EXPECT_STREQ(name, "caf");
 
-    for (const std::pair<uint32_t, uint32_t>& wrong : {std::pair(0u, 1000u), std::pair(10u, 8u), std::pair(~0u, ~0u)}) {
+    for (const std::pair<uint32_t, uint32_t>& wrong :
+         {std::pair(1000u, 1000u), std::pair(10u, 8u), std::pair(~0u, ~0u)}) {
         writeRamp("wrong.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
         addWavTags("wrong.wav", {wrong, {}});
         EXPECT_EQ(engine().open("wrong.wav")->getLoopPoints(nullptr, nullptr), KESS_ERR_TAGNOTFOUND);
+    }
+}
+
+TEST(ALoopThatEndsPastTheSound, EndsWithItWhicheverTagGivesIt)
+{
+    constexpr uint64_t kFrames = 1000;
+    for (const uint32_t last : {998u, 999u, 1000u, 5000u, ~0u}) {
+        SCOPED_TRACE(last);
+        const std::pair<uint64_t, uint64_t> expected{100, std::min<uint64_t>(uint64_t{last} + 1, kFrames)};
+        writeRamp("far.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, kFrames);
+        addWavTags("far.wav", {{{100, last}}, {}});
+        EXPECT_EQ(loopOf(*engine().open("far.wav")), expected);
+        if (!canEncode())
+            continue;
+        const uint64_t end = uint64_t{last} + 1;
+        for (const FileTags& tags : {FileTags{{"LOOPSTART", "100"}, {"LOOPEND", std::to_string(end)}},
+                                     FileTags{{"LOOPSTART", "100"}, {"LOOPLENGTH", std::to_string(end - 100)}}}) {
+            encodeSound("far", "flac", "flac", sine(1, 44100, kFrames), tags);
+            EXPECT_EQ(loopOf(*engine().open("far")), expected);
+        }
     }
 }
 
@@ -49,13 +70,18 @@ TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
     const auto bigChunk = [](const std::string& id, const std::string& data) {
         return id + "\0\0\0"s + char(data.size()) + data;
     };
-    const std::string markers =
-        "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0\1\xf4\3end"s + "\0\7\0\0\0\x0a\2hi\0"s + "\0\3\0\xff\0\0\1x"s;
     const std::string instrument = "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s;
-    writeFile("tags.aiff", readText("tags.aiff") + bigChunk("MARK", markers) + bigChunk("INST", instrument));
-    const SoundPointer sound = engine().open("tags.aiff");
-    EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
-    EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));
+    const std::string plain = readText("tags.aiff");
+    // A marker of the end may stand after the last sample, and no further.
+    for (const auto& [last, end] :
+         {std::pair("\1\xf4"s, 500), std::pair("\3\xe8"s, 1000), std::pair("\3\xe9"s, 1000)}) {
+        const std::string markers = "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0"s + last + "\3end"s
+            + "\0\7\0\0\0\x0a\2hi\0"s + "\0\3\0\xff\0\0\1x"s;
+        writeFile("tags.aiff", plain + bigChunk("MARK", markers) + bigChunk("INST", instrument));
+        const SoundPointer sound = engine().open("tags.aiff");
+        EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t(end)));
+        EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));
+    }
 }
 
 TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
@@ -69,16 +95,21 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
                             {"CHAPTER004", "nonsense"}};
     const FileTags loops[] = {{{"LoopStart", "1000"}, {"LOOPLENGTH", "2000"}},
                               {{"LOOPSTART", "1000"}, {"loopend", "3000"}}};
-    const std::pair<const char*, const char*> formats[] = {{"flac", "flac"}, {"ogg", "libvorbis"}, {"ogg", "libopus"}};
-    for (const auto& [container, encoder] : formats) {
+    const std::tuple<const char*, const char*, int> formats[] = {{"flac", "flac", 48000},
+                                                                 {"ogg", "libvorbis", 48000},
+                                                                 {"ogg", "libopus", 48000},
+                                                                 {"ogg", "flac", 48000},
+                                                                 {"ogg", "libspeex", 32000}};
+    for (const auto& [container, encoder, rate] : formats) {
         for (const auto& loop : loops) {
             SCOPED_TRACE(encoder);
             auto tags = chapters;
             tags.insert(tags.end(), loop.begin(), loop.end());
-            encodeSound("tagged", container, encoder, sine(2, 48000, 96000), tags);
+            encodeSound("tagged", container, encoder, sine(2, rate, size_t(2 * rate)), tags);
             const SoundPointer sound = engine().open("tagged");
             EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
-            EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{24000, "bridge"}, {60000, ""}}));
+            const auto second = uint64_t(rate);
+            EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{second / 2, "bridge"}, {second * 5 / 4, ""}}));
         }
     }
 }
