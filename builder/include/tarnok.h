@@ -161,6 +161,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
  * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD: the encoder module for XMA or AT9
  * is missing or can't be used (see tarnok_encoder.h).
+ * A last report, with a subSoundIndex of -1, names up to five of the failed sounds once more, a line each.
  * For the bank as a whole, with a report whose subSoundIndex is -1:
  * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
  * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
