@@ -80,8 +80,8 @@ QMap<QByteArray, QByteArray> attributesOf(int file)
         if (name.isEmpty())
             continue;
         QByteArray value(std::max<ssize_t>(0, fgetxattr(file, name.constData(), nullptr, 0)), '\0');
-        value.resize(std::max<ssize_t>(
-            0, fgetxattr(file, name.constData(), value.data(), static_cast<size_t>(value.size()))));
+        value.resize(
+            std::max<ssize_t>(0, fgetxattr(file, name.constData(), value.data(), static_cast<size_t>(value.size()))));
         attributes.insert(name, value);
     }
     return attributes;
@@ -98,9 +98,8 @@ AtomicFile::AtomicFile(const QString& path)
         return;
     }
     // Whether it can be made shows only in making it.
-    const int made = errno == ENOENT
-        ? open(mTarget.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, OWNER_ONLY)
-        : -1;
+    const int made =
+        errno == ENOENT ? open(mTarget.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, OWNER_ONLY) : -1;
     mIsOpen = made >= 0 || fail();
     if (mIsOpen) {
         unlink(mTarget.constData());

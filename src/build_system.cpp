@@ -116,7 +116,7 @@ void ProgressMonitor::updateInternal(const BuildContext* context)
 
     char remark[REMARK_BYTES] = "";
     while (Tarnok_FetchNextRemark(remark, sizeof remark) == TARNOK_OK && remark[0] != '\0')
-        remarks()->add(QString::fromUtf8(remark));
+        remarks()->addOnce(QString::fromUtf8(remark));
 }
 
 void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context)

@@ -37,6 +37,14 @@ void ConsoleRemarks::add(const QString& text)
         std::fprintf(stderr, "tarnokexcl: %s\n", withEscapedControls(text).toUtf8().constData());
 }
 
+void ConsoleRemarks::addOnce(const QString& text)
+{
+    if (mAddedOnce.contains(text))
+        return;
+    mAddedOnce.append(text);
+    add(text);
+}
+
 void ConsoleRemarks::addMissingSound(const QString& name, const QString& reason)
 {
     ++mMissingSounds;

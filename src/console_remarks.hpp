@@ -23,6 +23,9 @@ public:
     // One line. Control characters are escaped: names of files may hold any.
     void add(const QString& text);
 
+    // The same, unless it was added in this way before: what holds for one bank may hold for all.
+    void addOnce(const QString& text);
+
     // A sound that the user has named isn't in the bank, or is an empty one in it.
     void addMissingSound(const QString& name, const QString& reason);
     int missingSounds() const { return mMissingSounds; }
@@ -42,6 +45,7 @@ private:
 
     State mState = State::Off;
     QStringList mHeld;
+    QStringList mAddedOnce;
     int mMissingSounds = 0;
 };
 

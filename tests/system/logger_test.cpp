@@ -119,13 +119,17 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
     const int missing = remarks()->missingSounds();
     builder()->remarks = {"no cache", "cues are dropped"};
     builder()->reports = {{1, 1, TARNOK_STATE_FAILED, "b.wav: why"}};
-    EXPECT_EQ(said([&] {
-                  buildSystem()->enqueueBuild(bank);
-                  while (buildSystem()->update())
-                      QThread::msleep(1);
-              }),
+    const auto build = [&] {
+        buildSystem()->enqueueBuild(bank);
+        while (buildSystem()->update())
+            QThread::msleep(1);
+    };
+    EXPECT_EQ(said(build),
               "tarnokexcl: left out 'b.wav': b.wav: why\ntarnokexcl: no cache\ntarnokexcl: cues are dropped\n");
     EXPECT_EQ(remarks()->missingSounds(), missing + 1);
+    builder()->remarks.emplace_back("a third");
+    builder()->reports.clear();
+    EXPECT_EQ(said(build), "tarnokexcl: a third\n") << "what was said of one bank holds for the next";
 
     remarks()->start();
     logger()->setVerbosity(Logger::OUTPUT_SILENT);
