@@ -1,5 +1,6 @@
 #include "build_system.hpp"
 
+#include "console_remarks.hpp"
 #include "logger.hpp"
 #include "sound_bank.hpp"
 #include "utility_classes.hpp"
@@ -10,9 +11,14 @@
 #include <iterator>
 #include <memory>
 
+// Not every builder library makes remarks.
+#pragma weak Tarnok_FetchNextRemark
+
 namespace TARNOK {
 
 namespace {
+
+constexpr unsigned int REMARK_BYTES = 4096;
 
 // Texts of the builder's results from 1 on.
 constexpr const char* RESULT_TEXTS[] = {
@@ -110,6 +116,10 @@ void ProgressMonitor::updateInternal(const BuildContext* context)
         processProgressItem(item, context);
         Tarnok_FetchNextProgressItem(&item);
     }
+
+    char remark[REMARK_BYTES] = "";
+    while (Tarnok_FetchNextRemark && Tarnok_FetchNextRemark(remark, sizeof remark) == TARNOK_OK && remark[0] != '\0')
+        remarks()->addOnce(QString::fromUtf8(remark));
 }
 
 void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context)
@@ -144,6 +154,7 @@ void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const
         mCompleted.append(index);
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Subsound %d (%ls) failed: %s", index,
                           getFileNameStrings(subsound).toStdWString().c_str(), failureText(item));
+        remarks()->addMissingSound(getFileNameStrings(subsound), failureText(item));
         break;
     default:
         mInProgress.insert(item->threadId, item);

@@ -1,8 +1,8 @@
 #include "command_line.hpp"
 
+#include "atomic_file.hpp"
 #include "build_system.hpp"
 #include "stop_signals.hpp"
-#include "tarnok.h"
 #include "utility_classes.hpp"
 #include "workspace.hpp"
 
@@ -18,8 +18,7 @@
 #include <filesystem>
 #include <system_error>
 
-// A builder library may lack it.
-extern "C" __attribute__((weak)) TARNOK_RESULT Tarnok_FetchNextRemark(const char** remark);
+#include <sys/stat.h>
 
 namespace TARNOK {
 
@@ -48,29 +47,37 @@ QByteArray escaped(const std::string& name)
     return shown;
 }
 
-// What the builder remarks on the build that has ended, on the error stream: the log has no line for it.
-void printRemarks()
+SoundFileValidator* validator()
 {
-    const char* remark = nullptr;
-    while (Tarnok_FetchNextRemark && Tarnok_FetchNextRemark(&remark) == TARNOK_OK && remark) {
-        if (logger()->verbosity() != Logger::OUTPUT_SILENT)
-            std::fprintf(stderr, "tarnokexcl: %s\n", remark);
-    }
+    return Singleton<SoundFileValidator>::instance();
 }
 
-// Names are UTF-8 in projects, lists and banks, and listings leave others out without a word. This says which of a
-// directory's files, and of its directories where those are walked too, that concerns.
-void warnOfForeignNames(const QString& directory, bool directoriesToo)
+// Names are UTF-8 in projects, lists and banks, and listings leave others out without a word, as they do with links to
+// nothing and directories that can't be read. This says which of a directory's files, and of its directories where
+// those are walked too, that concerns.
+void warnOfUnlisted(const QString& directory, bool directoriesToo)
 {
     std::error_code error;
     std::filesystem::directory_iterator entry(QFile::encodeName(directory).toStdString(), error);
+    if (error)
+        remarks()->addMissingSound(directory + "/", qt_error_string(error.value()));
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string name = entry->path().filename().string();
+        if (name[0] == '.')
+            continue;
         std::error_code unknown;
-        const bool wanted = entry->is_regular_file(unknown) || (directoriesToo && entry->is_directory(unknown));
-        if (wanted && name[0] != '.' && !QByteArrayView(name).isValidUtf8())
-            logger()->println(Logger::OUTPUT_WARNING, "skipped: '%s/%s' has a name that is not UTF-8",
-                              directory.toUtf8().constData(), escaped(name).constData());
+        const bool isFolder = entry->is_directory(unknown);
+        const bool isFile = entry->is_regular_file(unknown);
+        const bool isUtf8 = QByteArrayView(name).isValidUtf8();
+        const QString shown = directory + "/" + (isUtf8 ? QByteArray::fromStdString(name) : escaped(name));
+        if (!isUtf8 && (isFile || (isFolder && directoriesToo)))
+            logger()->println(Logger::OUTPUT_WARNING, "skipped: '%s' has a name that is not UTF-8",
+                              shown.toUtf8().constData());
+        const bool isSound = validator()->hasSoundExtension(shown) && !isFolder;
+        if (!isUtf8 && ((isFile && isSound) || (isFolder && directoriesToo)))
+            remarks()->addMissingSound(shown, "its name is not UTF-8");
+        else if (isSound && entry->is_symlink(unknown) && !entry->exists(unknown))
+            remarks()->addMissingSound(shown, "a link to nothing");
     }
 }
 
@@ -84,6 +91,23 @@ void logArguments(const QList<QString>& sources, const QString& destination, con
     for (const CommandLine::Arg& arg : args)
         logger()->println(Logger::OUTPUT_DEBUG, "  %s %s", arg.name, arg.value);
     logger()->println(Logger::OUTPUT_DEBUG, "\n");
+}
+
+// Whether two paths name one file, by whatever links.
+bool isSameFile(const QString& left, const QString& right)
+{
+    struct stat one;
+    struct stat other;
+    return stat(QFile::encodeName(left).constData(), &one) == 0
+        && stat(QFile::encodeName(right).constData(), &other) == 0 && one.st_dev == other.st_dev
+        && one.st_ino == other.st_ino;
+}
+
+// Says where the output goes if that isn't what the argument names.
+void remarkOnDestination(const QString& destination, const QString& path)
+{
+    if (QDir::cleanPath(destination) != QDir::cleanPath(path))
+        remarks()->add(QString("the output goes to '%1', not to '%2'").arg(path, destination));
 }
 
 // The names of a directory's subdirectories but for links that lead back to one of those that are being walked.
@@ -272,7 +296,11 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
     QList<QString> files;
     getFileListFromPath(sources, &files, QString());
 
-    if (sources.size() == 1) {
+    // A pipe could be read once, and never end.
+    const auto isPipe = [](const QFileInfo& source) {
+        return !source.isFile() && !source.isDir();
+    };
+    if (sources.size() == 1 && !isPipe(QFileInfo(sources.first()))) {
         // Any single source is tried as a project, a sound file too: its failure there is none, and stays silent.
         const Logger::OUTPUTPRIORITY verbosity = logger()->verbosity();
         logger()->setVerbosity(Logger::OUTPUT_SILENT);
@@ -291,8 +319,11 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
     Subsound* interleaved = mInterleaved ? (*bank)->newItem() : nullptr;
     for (const QString& file : std::as_const(files)) {
         const bool added = interleaved ? interleaved->addFile(file) : (*bank)->addSubsound(file) != nullptr;
-        if (!added)
-            logger()->println(Logger::OUTPUT_INFO, "skipped: '%s' not a valid sound file", file.toUtf8().constData());
+        if (added)
+            continue;
+        logger()->println(Logger::OUTPUT_INFO, "skipped: '%s' not a valid sound file", file.toUtf8().constData());
+        if (validator()->hasSoundExtension(file) || sources.contains(file))
+            remarks()->addMissingSound(file, validator()->fault());
     }
     return interleaved ? !interleaved->isEmpty() : !(*bank)->isEmpty();
 }
@@ -314,7 +345,7 @@ bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString
                                   name.toUtf8().constData());
                 files->append(fullPath + "/" + name);
             }
-            warnOfForeignNames(fullPath, mRecursive);
+            warnOfUnlisted(fullPath, mRecursive);
             if (mRecursive) {
                 walked.append(directory.canonicalPath());
                 getFileListFromPath(subdirectories(directory, walked), files, fullPath);
@@ -330,6 +361,7 @@ bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString
                 logger()->println(Logger::OUTPUT_INFO, "[relative to '%s']",
                                   QDir::current().path().toUtf8().constData());
             --indentation;
+            remarks()->add(QString("the source '%1' does not exist").arg(fullPath));
             Q_ASSERT(false);
         }
     }
@@ -373,14 +405,22 @@ bool CommandLine::buildBank(int argc, char** argv)
     QList<Arg> args;
     if (!parseArgs(argc, argv, &sources, &destination, &args))
         return fail("An error occurred while parsing args");
-    if (!processPrepopulateArgs(&args) && !mIgnoreErrors)
+    const bool isPrepared = processPrepopulateArgs(&args);
+    remarks()->release();
+    if (!isPrepared && !mIgnoreErrors)
         return fail("An error occurred while processing args");
     if (!validateArgs(sources, destination, args) && !mIgnoreErrors)
         return fail("An error occured while validating input", "\ntype -help for a full list of options");
 
+    mProtected.append(sources);
     SoundBank* bank = nullptr;
-    if (!populateTNB(sources, &bank) && !mIgnoreErrors)
-        return fail("An error occurred while populating soundbank");
+    if (!populateTNB(sources, &bank)) {
+        remarks()->add(sources.isEmpty()
+                           ? "no source was given"
+                           : QString("the source '%1' has no sound that can be built").arg(sources.first()));
+        if (!mIgnoreErrors)
+            return fail("An error occurred while populating soundbank");
+    }
     if (!processArgs(args, bank) && !mIgnoreErrors)
         return fail("An error occurred while processing args");
     logger()->ungag();
@@ -392,12 +432,38 @@ bool CommandLine::buildBank(int argc, char** argv)
         return true;
     }
 
+    const bool isFolder = QDir(QDir::cleanPath(destination)).exists();
     bank->setOutputFilePath(destination);
+    if (!mMultiple && !isFolder)
+        remarkOnDestination(destination, bank->outputFilePath());
     logger()->println(Logger::OUTPUT_MESSAGE, "Compiling soundbank %s", destination.toUtf8().constData());
     if (mMultiple)
-        return buildMultiple(bank);
+        return buildMultiple(bank, destination);
     buildToTheEnd(bank);
     return true;
+}
+
+// A slip on a command line must not cost a project or a recording. Empty if there is nothing to fear; the bank's own
+// sounds are the library's to protect.
+QString CommandLine::faultOfReplacing(const SoundBank* bank) const
+{
+    const QString path = bank->outputFilePath();
+    if (!QFileInfo(path).isFile())
+        return QString();
+    for (const Subsound* subsound : *bank) {
+        for (const SourceFile* file : *subsound) {
+            if (isSameFile(file->wholePath(), path))
+                return QString();
+        }
+    }
+    for (const QString& one : mProtected) {
+        if (isSameFile(one, path))
+            return "it is what this run is built from";
+    }
+    const QString root = Workspace::rootOf(path);
+    if (root == "soundbank" || root == "profile")
+        return root == "profile" ? "it is a profile" : "it is a project";
+    return validator()->isSound(path) ? "it is a sound" : QString();
 }
 
 // Ends a run that stopped: the reason, then all that was held back, the reason last.
@@ -426,6 +492,9 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
     if (!path.endsWith(PROJECT_EXTENSION))
         path += PROJECT_EXTENSION;
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
+    remarkOnDestination(destination, path);
+    if (const AtomicFile file(path); !file.isOpen())
+        remarks()->add(QString("the project '%1' can't be written: %2").arg(path, file.errorString()));
     ++mBanksWanted;
     const StopSignals held;
     if (workspace()->saveSoundBank(bank, path))
@@ -434,6 +503,11 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
 
 void CommandLine::buildToTheEnd(const SoundBank* bank)
 {
+    ++mBanksWanted;
+    if (const QString fault = faultOfReplacing(bank); !fault.isEmpty()) {
+        remarks()->add(QString("'%1' is not replaced by a bank: %2").arg(bank->outputFilePath(), fault));
+        return;
+    }
     const int before = buildSystem()->succeededBuilds();
     const StopSignals held;
     bool cancelled = false;
@@ -445,13 +519,11 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
         }
         QThread::msleep(POLL_MS);
     }
-    printRemarks();
-    ++mBanksWanted;
     mBanksWritten += buildSystem()->succeededBuilds() - before;
 }
 
 // Builds one bank for each subsound, the last one first.
-bool CommandLine::buildMultiple(SoundBank* bank)
+bool CommandLine::buildMultiple(SoundBank* bank, const QString& destination)
 {
     SoundBank* carrier = workspace()->createSoundBank();
     carrier->setEncryptionKey(bank->encryptionKey());
@@ -469,6 +541,8 @@ bool CommandLine::buildMultiple(SoundBank* bank)
         directory.mkdir(name);
     }
     const QString outputDirectory = directory.absolutePath();
+    if (!destination.isEmpty())
+        remarkOnDestination(QFileInfo(destination).absoluteFilePath(), outputDirectory);
 
     // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
     QList<Subsound*> built;

@@ -1,12 +1,14 @@
 // The console tool's body: switches, the grammar of its arguments, the population of a bank, and the build.
 #pragma once
 
+#include "console_remarks.hpp"
 #include "logger.hpp"
 #include "singleton.hpp"
 #include "sound_bank.hpp"
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace TARNOK {
 
@@ -70,6 +72,12 @@ public:
     // Whether everything that the run was asked to write was written.
     bool allBanksWritten() const { return mBanksWanted > 0 && mBanksWritten == mBanksWanted; }
 
+    // Whether all sounds that the source names are in what was written, as far as the user cares.
+    bool allSoundsTaken() const { return mIgnoreErrors || remarks()->missingSounds() == 0; }
+
+    // Whether a project was asked for instead of banks.
+    bool isWritingProject() const { return mWriteProject; }
+
     void printHelp();
 
     // Gags the logger, so that switches which set its threshold act on earlier lines too. Always true.
@@ -104,12 +112,16 @@ public:
     void setRecursive() { mRecursive = true; }
     void setIgnoreErrors() { mIgnoreErrors = true; }
 
+    // A file that the run reads its settings from: no bank may replace it.
+    void protect(const QString& path) { mProtected.append(path); }
+
 private:
     bool fail(const char* line, const char* hint = nullptr);
+    QString faultOfReplacing(const SoundBank* bank) const;
     void setDefaultOutputPath(SoundBank* bank, const QString& destination);
     void writeProject(const SoundBank* bank, const QString& destination);
     void buildToTheEnd(const SoundBank* bank);
-    bool buildMultiple(SoundBank* bank);
+    bool buildMultiple(SoundBank* bank, const QString& destination);
 
     CommandActions mPrepopulateActions;
     CommandActions mPostpopulateActions;
@@ -118,6 +130,7 @@ private:
     bool mWriteProject = false;
     bool mRecursive = false;
     bool mIgnoreErrors = false;
+    QStringList mProtected;
     int mBanksWanted = 0;
     int mBanksWritten = 0;
 };

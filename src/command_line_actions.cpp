@@ -199,6 +199,7 @@ ALIAS(n, generate_c_header);
 
 VALUE_SWITCH(profile, "Override settings with a specific profile", VISIBLE, POSTPOPULATE)
 {
+    commandLine()->protect(value);
     if (!workspace()->loadProfile(&bank->profile(), value))
         return false;
     logger()->println(Logger::OUTPUT_INFO, "Using profile: %s", value.toUtf8().constData());

@@ -1,5 +1,6 @@
 #include "file_io.hpp"
 
+#include "atomic_file.hpp"
 #include "build_system.hpp"
 #include "logger.hpp"
 #include "utility_classes.hpp"
@@ -31,21 +32,27 @@ QString projectFilter()
     return QString("%0 Project (*.%1)").arg(APP_NAME, PROJECT_EXTENSION);
 }
 
-// A test of access, logged when it fails. The workspace ends the process over a file that it can't open, and with it
+// Tests of access, logged when they fail. The workspace ends the process over a file that it can't open, and with it
 // goes what isn't saved: whoever hands it a path makes sure first.
-bool canOpen(const QString& path, QIODevice::OpenMode mode)
+
+bool noAccess(const char* purpose, const QString& path, const QString& fault)
 {
-    QFile file(path);
-    if (file.open(mode))
-        return true;
-    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot %s file %s:\n%s.",
-                      mode & QIODevice::WriteOnly ? "write" : "read", path.toUtf8().constData(),
-                      file.errorString().toUtf8().constData());
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot %s file %s:\n%s.", purpose, path.toUtf8().constData(),
+                      fault.toUtf8().constData());
     return false;
 }
 
-// Opened this way, a file keeps what it holds.
-constexpr QIODevice::OpenMode WRITE_TEST = QIODevice::WriteOnly | QIODevice::Append;
+bool canRead(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) || noAccess("read", path, file.errorString());
+}
+
+bool canWrite(const QString& path)
+{
+    const AtomicFile file(path);
+    return file.isOpen() || noAccess("write", path, file.errorString());
+}
 
 // Shows the wait cursor for the length of a scope.
 class WaitCursor
@@ -161,7 +168,7 @@ SoundBank* FileIO::projectOpen()
         return nullptr;
     }
 
-    if (!canOpen(path, QIODevice::ReadOnly | QIODevice::Text)) {
+    if (!canRead(path)) {
         projectNew();
         return nullptr;
     }
@@ -224,8 +231,7 @@ SoundBank* FileIO::importListFile()
 
 void FileIO::projectSaveInternal(bool useProjectFileName)
 {
-    if (!DirectoryLineEdit::finishEditing())
-        return;
+    DirectoryLineEdit::finishEditing();
     SoundBank* bank = firstBank();
     if (!bank || bank->isEmpty()) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to save");
@@ -245,7 +251,7 @@ void FileIO::projectSaveInternal(bool useProjectFileName)
     }
 
     const WaitCursor cursor;
-    if (canOpen(path, WRITE_TEST) && bank->save(path)) {
+    if (canWrite(path) && bank->save(path)) {
         mProjectFileName = path;
         appendRecentFiles(path);
         emit needRefresh();
@@ -267,7 +273,7 @@ void FileIO::profileSave()
         return;
 
     appendFileExtension(&path, PROFILE_EXTENSION);
-    if (!canOpen(path, WRITE_TEST) || !workspace()->saveProfile(workspace()->first()->profile(), path))
+    if (!canWrite(path) || !workspace()->saveProfile(workspace()->first()->profile(), path))
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Couldn't save profile to %s", path.toUtf8().constData());
     emit needRefresh();
 }
@@ -280,7 +286,7 @@ void FileIO::profileLoad()
         || path.isEmpty())
         return;
 
-    if (canOpen(path, QIODevice::ReadOnly))
+    if (canRead(path))
         workspace()->loadProfile(&workspace()->first()->profile(), path);
     emit needRefresh();
 }
@@ -311,8 +317,7 @@ bool FileIO::soundBankRebuild()
 
 bool FileIO::soundBankBuildInternal(bool rebuild)
 {
-    if (!DirectoryLineEdit::finishEditing())
-        return false;
+    DirectoryLineEdit::finishEditing();
     const SoundBank* bank = firstBank();
     if (!bank) {
         logger()->println(Logger::OUTPUT_INFO, "Nothing to build: no project loaded");

@@ -1,12 +1,18 @@
 #include "logger.hpp"
 
+#include "console_remarks.hpp"
+
 #include <QRegularExpression>
 
 #include <array>
 #include <clocale>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <tuple>
+
+#include <unistd.h>
 
 namespace TARNOK {
 
@@ -43,6 +49,15 @@ struct Line
         std::vsnprintf(text, sizeof text, format, arguments);
     }
 };
+
+void printEscaped(const char* format, va_list arguments)
+{
+    char* text = nullptr;
+    if (vasprintf(&text, format, arguments) < 0)
+        return;
+    const std::unique_ptr<char, void (*)(void*)> owner(text, std::free);
+    std::fputs(withEscapedControls(QString::fromUtf8(text), QLatin1StringView("\n\t")).toUtf8().constData(), stdout);
+}
 
 // How many conversions of a replayed message find an argument.
 constexpr int REPLAY_ARGUMENTS = 8;
@@ -100,7 +115,10 @@ void Logger::vprintln(OUTPUTPRIORITY priority, const char* format, va_list argum
     }
     case OUTPUT_STDOUT: {
         const Utf8Conversions conversions;
-        std::vfprintf(stdout, format, arguments);
+        if (mIsTerminal)
+            printEscaped(format, arguments);
+        else
+            std::vfprintf(stdout, format, arguments);
         std::fputc('\n', stdout);
         break;
     }
@@ -143,6 +161,12 @@ void Logger::write(OUTPUTPRIORITY priority, const char* text)
     default:
         Q_ASSERT(!"unknown output");
     }
+}
+
+void Logger::setPrintToStdout()
+{
+    mOutput = OUTPUT_STDOUT;
+    mIsTerminal = isatty(fileno(stdout)) != 0;
 }
 
 bool Logger::setPrintToFile(const QString& path, bool append)

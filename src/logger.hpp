@@ -53,7 +53,9 @@ public:
     // Text as it stands, without a line end. The gag doesn't hold it back.
     void write(OUTPUTPRIORITY priority, const char* text);
 
-    void setPrintToStdout() { mOutput = OUTPUT_STDOUT; }
+    // To a terminal, control characters are escaped but for line ends and tabs: what names of files hold could move its
+    // cursor or worse.
+    void setPrintToStdout();
 
     // A file of records of MAX_LINE + 2 bytes, one a line: text, zeros up to 512 bytes, "\n". False if it can't be
     // opened; the former output then stays.
@@ -106,6 +108,7 @@ private:
     bool mGagged = false;
     OUTPUTPRIORITY mVerbosity = OUTPUT_INFO;
     Output mOutput = OUTPUT_NONE;
+    bool mIsTerminal = false; // standard output
     QFile mFile;
     std::shared_ptr<Pane> mPane; // none: lines for it are lost
 };

@@ -1,5 +1,6 @@
 #include "sound_bank.hpp"
 
+#include "console_remarks.hpp"
 #include "logger.hpp"
 #include "utility_classes.hpp"
 #include "utility_functions.hpp"
@@ -278,9 +279,11 @@ bool Subsound::deserialize(XmlStreamIterator& xml)
         case XmlStreamIterator::XML_TEXT_ELEMENT:
             if (xml.name() != "file")
                 return unexpectedTag(xml);
-            if (!addFile(xml.text()))
+            if (!addFile(xml.text())) {
                 logger()->println(Logger::OUTPUT_WARNING, "Couldn't add file '%s' to subsound",
                                   xml.text().toUtf8().constData());
+                remarks()->addMissingSound(xml.text(), Singleton<SoundFileValidator>::instance()->fault());
+            }
             break;
         case XmlStreamIterator::XML_BLOCK_START:
             if (xml.name() != "flags")

@@ -1,13 +1,19 @@
 #include "utility_classes.hpp"
 
+#include "console_remarks.hpp"
 #include "logger.hpp"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <algorithm>
+#include <cerrno>
 #include <iterator>
+
+#include <sys/stat.h>
 
 namespace TARNOK {
 
@@ -109,6 +115,46 @@ constexpr SuffixHint SUFFIX_HINTS[] = {
     {"tnb", KESS_SOUND_TYPE_TNB},
 };
 
+// Endings of names beyond those, in lower case.
+constexpr const char* OTHER_SOUND_SUFFIXES[] = {"w64", "rf64", "bwf", "oga", "opus", "mp1",
+                                                "m4a", "aac",  "caf", "au",  "snd",  "voc"};
+
+// What the system says of a file that the engine doesn't take; empty if it is a file like any other.
+QString faultOfAccess(const QString& path)
+{
+    struct stat status;
+    if (path.isEmpty() || stat(QFile::encodeName(path).constData(), &status) != 0)
+        return path.isEmpty() || errno == ENOENT ? "no such file" : qt_error_string(errno);
+    if (!S_ISREG(status.st_mode))
+        return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or pipe, not a file";
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly))
+        return QString();
+    return file.error() == QFileDevice::PermissionsError || errno == EACCES ? "no permission" : file.errorString();
+}
+
+QString faultOfFolder(const QString& path)
+{
+    struct stat status;
+    if (stat(QFile::encodeName(path).constData(), &status) != 0)
+        return errno == ENOENT ? "no such folder" : qt_error_string(errno);
+    return "it is not a folder";
+}
+
+QString faultOfContent(KESS_RESULT result)
+{
+    switch (result) {
+    case KESS_ERR_FORMAT:
+        return "not a sound of a known kind";
+    case KESS_ERR_TOOMANYCHANNELS:
+        return QString("more than %1 channels").arg(KESS_MAX_CHANNELS);
+    case KESS_ERR_VERSION:
+        return "of a newer version";
+    default:
+        return "damaged or empty";
+    }
+}
+
 QString directoryKey(const QString& name)
 {
     return QString("Directories/%0").arg(name);
@@ -140,9 +186,13 @@ SoundFileValidator::~SoundFileValidator()
 bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* channelCount, int* length_ms,
                                  KESS_SOUND_FORMAT* format)
 {
+    mFault.clear();
     KESS::Sound* sound = path.isEmpty() ? nullptr : open(path);
-    if (!sound)
+    if (!sound) {
+        if (const QString fault = faultOfAccess(path); !fault.isEmpty())
+            mFault = fault;
         return false;
+    }
 
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_RESULT result = sound->getFormat(&type, format, channelCount, nullptr);
@@ -158,6 +208,7 @@ bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* chan
 
     if (!isAccepted(type)) {
         logger()->println(Logger::OUTPUT_INFO, "unsupported format");
+        mFault = type == KESS_SOUND_TYPE_TNB ? "a bank, which only -allow_tnb takes" : "it holds no sound of its own";
         return false;
     }
     if (sampleRate)
@@ -167,21 +218,24 @@ bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* chan
     return true;
 }
 
-KESS::Sound* SoundFileValidator::open(const QString& path)
+KESS_RESULT SoundFileValidator::tryOpen(const QString& path, KESS_SOUND_TYPE hint, KESS::Sound** sound)
 {
     constexpr unsigned int MODE = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
     static_assert(MODE == 0x8002080);
 
     KESS_CREATESOUNDEXINFO info = {};
     info.cbsize = sizeof info;
-    info.suggestedsoundtype = getTypeFromFileExtension(path);
+    info.suggestedsoundtype = hint;
 
     const QByteArray name = path.toUtf8();
-    KESS::Sound* sound = nullptr;
-    KESS_RESULT result = mSystem->createSound(name.constData(), MODE, &info, &sound);
-    if (result == KESS_ERR_FORMAT)
-        result = mSystem->createSound(name.constData(), MODE, nullptr, &sound);
+    const KESS_RESULT result = mSystem->createSound(name.constData(), MODE, &info, sound);
+    return result == KESS_ERR_FORMAT ? mSystem->createSound(name.constData(), MODE, nullptr, sound) : result;
+}
 
+KESS::Sound* SoundFileValidator::open(const QString& path)
+{
+    KESS::Sound* sound = nullptr;
+    const KESS_RESULT result = tryOpen(path, getTypeFromFileExtension(path), &sound);
     switch (result) {
     case KESS_OK:
         return sound;
@@ -192,11 +246,35 @@ KESS::Sound* SoundFileValidator::open(const QString& path)
     case KESS_ERR_TOOMANYCHANNELS:
     case KESS_ERR_VERSION:
         logger()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
+        mFault = faultOfContent(result);
         return nullptr;
     default:
         Q_ASSERT(!"a result of the engine that no file can cause");
         return nullptr;
     }
+}
+
+bool SoundFileValidator::isSound(const QString& path)
+{
+    KESS::Sound* sound = nullptr;
+    if (tryOpen(path, KESS_SOUND_TYPE_UNKNOWN, &sound) != KESS_OK)
+        return false;
+    KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
+    KESS_RESULT result = sound->getFormat(&type, nullptr, nullptr, nullptr);
+    Q_ASSERT(result == KESS_OK);
+    result = sound->release();
+    Q_ASSERT(result == KESS_OK);
+    return type != KESS_SOUND_TYPE_TNB;
+}
+
+bool SoundFileValidator::hasSoundExtension(const QString& path) const
+{
+    const QString suffix = QFileInfo(path).suffix().toLower();
+    const KESS_SOUND_TYPE type = getTypeFromFileExtension(path.toLower());
+    if (type != KESS_SOUND_TYPE_UNKNOWN)
+        return type != KESS_SOUND_TYPE_TNB || mAllowTnbFiles;
+    return std::any_of(std::begin(OTHER_SOUND_SUFFIXES), std::end(OTHER_SOUND_SUFFIXES),
+                       [&suffix](const char* other) { return suffix == QLatin1String(other); });
 }
 
 bool SoundFileValidator::isAccepted(KESS_SOUND_TYPE type) const
@@ -254,6 +332,9 @@ QString System::getOutputDir(const char* name)
     directory.mkpath(name);
     directory.cd(name);
     setDir(name, directory.path());
+    if (!path.isEmpty())
+        remarks()->add(QString("%1 folder '%2' can't be used: %3; '%4' is used instead")
+                           .arg(name, path, faultOfFolder(path), directory.path()));
     return directory.path();
 }
 

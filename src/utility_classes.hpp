@@ -33,6 +33,15 @@ public:
     // Any of the pointers may be null. The facts are not to be trusted when the result is false.
     bool isValid(const QString& path, int* sampleRate, int* channelCount, int* length_ms, KESS_SOUND_FORMAT* format);
 
+    // Why the last file that was asked about may not enter a bank, in words for people.
+    const QString& fault() const { return mFault; }
+
+    // Whether a file holds sound of its own, a bank's aside. Nothing is logged.
+    bool isSound(const QString& path);
+
+    // Whether a file's name is one of those that sounds have; that of a bank only where banks may be sources.
+    bool hasSoundExtension(const QString& path) const;
+
     // Whether compiled banks may serve as source files.
     bool allowTnbFiles() const { return mAllowTnbFiles; }
     void setAllowTnbFiles(bool allow) { mAllowTnbFiles = allow; }
@@ -40,10 +49,12 @@ public:
 private:
     // Null, with the reason logged, for a file that the engine doesn't take.
     KESS::Sound* open(const QString& path);
+    KESS_RESULT tryOpen(const QString& path, KESS_SOUND_TYPE hint, KESS::Sound** sound);
     bool isAccepted(KESS_SOUND_TYPE type) const;
 
     KESS::System* mSystem = nullptr;
     bool mAllowTnbFiles = false;
+    QString mFault;
 };
 
 // What a path's suffix suggests to the engine; suffixes are compared with regard to case.

@@ -16,6 +16,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QSlider>
+#include <QTextDocument>
 #include <QTextEdit>
 #include <QTextOption>
 #include <QVBoxLayout>
@@ -37,6 +38,9 @@ constexpr int MARKER_BOTTOM = 20;
 
 constexpr int ICON_WIDTH = 20;
 constexpr int BROWSE_BUTTON_WIDTH = 22;
+
+// A list that waits for its sounds logs for as long as it waits: the oldest lines give way.
+constexpr int MOST_LINES = 100000;
 
 // At most six significant digits.
 QString formatNumber(float value)
@@ -306,18 +310,13 @@ void DirectoryLineEdit::elideText()
         setText(QFontMetrics(font()).elidedText(mPath, Qt::ElideMiddle, width() - 3));
 }
 
-bool DirectoryLineEdit::finishEditing()
+void DirectoryLineEdit::finishEditing()
 {
     auto* edit = qobject_cast<DirectoryLineEdit*>(QApplication::focusWidget());
-    const QString typed = edit ? QDir::cleanPath(edit->text()) : QString();
-    if (!edit || typed == QDir::cleanPath(edit->path()))
-        return true;
+    if (!edit || QDir::cleanPath(edit->text()) == QDir::cleanPath(edit->path()))
+        return;
     edit->clearFocus();
     edit->setFocus();
-    if (edit->path() == typed)
-        return true;
-    logger()->println(Logger::OUTPUT_ERROR, "ERROR: directory not found %s", typed.toUtf8().constData());
-    return false;
 }
 
 bool DirectoryLineEdit::setPath(const QString& path, bool createIfMissing)
@@ -518,6 +517,7 @@ NotificationArea::NotificationArea(QWidget*)
     : mTextEdit(new QTextEdit)
 {
     mTextEdit->setReadOnly(true);
+    mTextEdit->document()->setMaximumBlockCount(MOST_LINES);
     mTextEdit->setUndoRedoEnabled(false);
     mTextEdit->setAccessibleName("Notifications");
 

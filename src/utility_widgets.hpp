@@ -139,9 +139,9 @@ public:
     // Shows the path as far as there is room. The text of an edit that has the focus stays: it is the user's.
     void elideText();
 
-    // Takes over what the user has typed where the focus is in such an edit, for commands that leave the focus where it
-    // is. False if that is refused, which is told.
-    static bool finishEditing();
+    // Ends what the user does where the focus is in such an edit as if it left, for commands that leave the focus where
+    // it is. A path that is refused gives way to the one that holds.
+    static void finishEditing();
 
     // The whole path, whatever the text is.
     const QString& path() const { return mPath; }

@@ -1,6 +1,9 @@
 #include "workspace.hpp"
 
+#include "atomic_file.hpp"
+#include "console_remarks.hpp"
 #include "logger.hpp"
+#include "utility_classes.hpp"
 #include "xml_stream_iterator.hpp"
 
 #include <QFile>
@@ -16,67 +19,54 @@ namespace {
 
 constexpr int XML_INDENT = 4;
 
-// What a document that is about to be replaced holds.
-QByteArray formerContents(const QString& path)
+// XML knows no other blanks.
+bool isBlank(const QString& text)
 {
-    QFile file(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return QStringView(u" \t\n\r").contains(c); });
 }
 
-// Tells of a document that couldn't be written to its end and puts back what was there before, for which there was
-// room. The object has changes that are not on disk again.
-void abandonDocument(const Serializable& object, const QString& path, const QString& fault, const QByteArray& former)
+// Why a project of this bank could not be opened again; empty if it could. A reader passes over blanks between tags,
+// and finds neither a key nor a name in them.
+QString faultOfContent(const SoundBank* bank)
 {
-    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot write file %s:\n%s.", path.toUtf8().constData(),
-                      fault.toUtf8().constData());
-    const_cast<Serializable&>(object).makeDirty();
-
-    QFile file(path);
-    if (!QFileInfo(file).isFile())
-        return;
-    if (former.isEmpty())
-        file.remove();
-    else if (file.open(QIODevice::WriteOnly))
-        file.write(former);
+    if (isBlank(bank->outputFilePath()))
+        return "The name of the bank consists of blanks, and would be lost in it";
+    if (!bank->encryptionKey().isEmpty() && isBlank(bank->encryptionKey()))
+        return "The key consists of blanks, and would be lost in it";
+    return QString();
 }
 
-// Empty if there is none.
-QString faultOf(const QFile& file)
+// Writes one object as a document of its own; the file is removed if the object refuses. One that hasChanges has them
+// again if that fails.
+bool writeDocument(const Serializable& object, bool hasChanges, const QString& path, bool isPrivate,
+                   QString fault = QString())
 {
-    return file.error() == QFileDevice::NoError ? QString() : file.errorString();
-}
-
-// Writes one object as a document of its own; the file is removed again if the object refuses.
-bool writeDocument(const Serializable& object, const QString& path, QIODevice::OpenMode mode)
-{
-    const QByteArray former = formerContents(path);
-    QFile file(path);
-    file.open(mode);
+    AtomicFile file(path);
     Q_ASSERT(file.isOpen());
 
-    QXmlStreamWriter writer(&file);
+    QByteArray content;
+    QXmlStreamWriter writer(&content);
     writer.setAutoFormatting(true);
     writer.setAutoFormattingIndent(XML_INDENT);
     writer.writeStartDocument();
     const bool serialized = object.serialize(&writer);
     writer.writeEndDocument();
-
-    // A write that ends early has no reason to give, the next one has; closing forgets it.
-    if (!file.flush())
-        file.flush();
-    QString fault = faultOf(file);
-    file.close();
-    if (fault.isEmpty())
-        fault = faultOf(file);
-    if (fault.isEmpty() && (writer.hasError() || formerContents(path).contains('\r')))
-        fault = "A file name or the key holds a character that can't be kept in it";
     if (!serialized) {
-        file.remove();
+        QFile::remove(path);
         return false;
     }
-    if (!fault.isEmpty())
-        abandonDocument(object, path, fault, former);
-    return fault.isEmpty();
+
+    if (fault.isEmpty() && (writer.hasError() || content.contains('\r')))
+        fault = "A file name or the key holds a character that can't be kept in it";
+    if (fault.isEmpty() && !file.write(content, isPrivate))
+        fault = file.errorString();
+    if (fault.isEmpty())
+        return true;
+    logger()->println(Logger::OUTPUT_ERROR, "ERROR: Cannot write file %s:\n%s.", path.toUtf8().constData(),
+                      fault.toUtf8().constData());
+    if (hasChanges)
+        const_cast<Serializable&>(object).makeDirty();
+    return false;
 }
 
 // The largest float that an unsigned integer holds.
@@ -119,6 +109,16 @@ SoundBank* Workspace::loadSoundBank(const QString& path)
     return nullptr;
 }
 
+QString Workspace::rootOf(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    QXmlStreamReader reader(&file);
+    reader.setNamespaceProcessing(false);
+    return reader.readNextStartElement() ? reader.name().toString() : QString();
+}
+
 bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
 {
     QFile file(path);
@@ -146,12 +146,12 @@ bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
 
 bool Workspace::saveSoundBank(const SoundBank* bank, const QString& path)
 {
-    return writeDocument(*bank, path, QIODevice::WriteOnly | QIODevice::Text);
+    return writeDocument(*bank, true, path, !bank->encryptionKey().isEmpty(), faultOfContent(bank));
 }
 
 bool Workspace::saveProfile(const SoundProfile& profile, const QString& path)
 {
-    return writeDocument(profile, path, QIODevice::WriteOnly);
+    return writeDocument(profile, profile.isDirty(), path, false);
 }
 
 bool Workspace::loadProfile(SoundProfile* profile, const QString& path)
@@ -160,6 +160,7 @@ bool Workspace::loadProfile(SoundProfile* profile, const QString& path)
     file.open(QIODevice::ReadOnly | QIODevice::Text);
     if (!file.isOpen()) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: file not found '%s'", path.toUtf8().constData());
+        remarks()->add(QString("the profile '%1' can't be opened: %2").arg(path, file.errorString()));
         Q_ASSERT(file.isOpen());
     }
 
@@ -191,6 +192,8 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
 
     QTextStream stream(&file);
     QString line = stream.readLine();
+    int number = 1;
+    int waitingAt = 0; // the line of which that was said
     while (!line.isEmpty()) {
         const QStringList fields = line.split(',', Qt::SkipEmptyParts);
         QString sound = fields.at(0);
@@ -200,6 +203,11 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
         Subsound* subsound = bank->addSubsound(sound);
         if (!subsound) {
             logger()->println(Logger::OUTPUT_WARNING, "failed to load '%s'", fields.at(0).toUtf8().constData());
+            if (waitingAt != number)
+                remarks()->add(QString("%1:%2: '%3' can't be taken (%4); it is tried again until it can")
+                                   .arg(path, QString::number(number), fields.at(0),
+                                        Singleton<SoundFileValidator>::instance()->fault()));
+            waitingAt = number;
             continue;
         }
 
@@ -207,6 +215,7 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
         if (fields.contains("ksound_loop_off"))
             subsound->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, true);
         line = stream.readLine();
+        ++number;
     }
     return true;
 }

@@ -18,8 +18,9 @@ public:
     // Opens a list file (.lst, .txt) or a project file (any other name). Null if that fails; most reasons are logged.
     SoundBank* loadSoundBank(const QString& path);
 
-    // Writes a project file. A bank that doesn't validate leaves no file at path, and the result is false; so it is,
-    // with what was at path before, if the disk is full. A path that can't be opened for writing aborts.
+    // Writes a project file; a new one that holds a key can be read by its owner alone. A bank that doesn't validate
+    // leaves no file at path, and the result is false; so it is, with what was at path before, if the disk is full or
+    // the project could not be opened again. A path that can't be opened for writing aborts.
     bool saveSoundBank(const SoundBank* bank, const QString& path);
 
     // Reads a profile file into profile, which stays as it was on failure. A missing file, and a workspace without a
@@ -34,6 +35,10 @@ public:
     bool loadFromList(const QString& path, SoundBank* bank);
 
     bool loadFromXml(const QString& path, SoundBank* bank);
+
+    // The name of the root element of an XML file: "soundbank" of a project, "profile" of a profile; empty if it is no
+    // XML file. Nothing is logged.
+    static QString rootOf(const QString& path);
 
     bool serialize(QXmlStreamWriter*) const override { return false; }
     bool deserialize(XmlStreamIterator&) override { return false; }

@@ -1,9 +1,9 @@
 /* The bank builder: compiles lists of audio files into sound banks (.tnb).
  *
  * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs,
- * and after it, Tarnok_FetchNextProgressItem, Tarnok_ReleaseProgressItem and Tarnok_FetchNextRemark may be called from
- * another thread, and Tarnok_BuildCancel may be called from any thread. Strings are NUL-terminated UTF-8. No call
- * throws.
+ * and after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
+ * Tarnok_BuildCancel and Tarnok_FetchNextRemark may be called from any thread. Strings are NUL-terminated UTF-8. No
+ * call throws.
  */
 #ifndef TARNOK_H
 #define TARNOK_H
@@ -161,6 +161,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Release(void);
  * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
  * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD: the encoder module for XMA or AT9
  * is missing or can't be used (see tarnok_encoder.h).
+ * A last report, with a subSoundIndex of -1, names up to five of the failed sounds once more, a line each.
  * For the bank as a whole, with a report whose subSoundIndex is -1:
  * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
  * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
@@ -185,11 +186,13 @@ TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM*
 /* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */
 TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
 
-/* Stores the oldest remark on the running build, or the last one, that was not fetched yet, or null when there is none:
- * a sentence that names a file and what of it isn't in the bank, though nothing failed. It is made when the sound is
- * made, not again when the cache has it, and readable until the next call. A build that begins forgets what nobody
- * fetched of the one before. */
-TARNOK_API TARNOK_RESULT Tarnok_FetchNextRemark(const char** remark);
+/* Copies the oldest remark of the running or last build that was not fetched yet into text (UTF-8, NUL-terminated, cut
+ * at a character where it is longer than size), and removes it; an empty text when there is none. A remark is something
+ * that a person should know though nothing failed: a cache that can't be used, a part of a sound that was left out. It
+ * is one line, comes once in a build however often its cause does, and doesn't depend on TARNOK_INIT_ALWAYS. 512 bytes
+ * hold nearly all of them. Never blocks. A build that begins forgets what nobody fetched of the one before.
+ * TARNOK_ERR_INVALID_PARAM: no text, or a size below 5, which not every character fits into. */
+TARNOK_API TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size);
 
 #ifdef __cplusplus
 }

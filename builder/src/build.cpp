@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <numeric>
 
 #include <sys/stat.h>
@@ -16,6 +17,9 @@
 namespace tarnok {
 
 namespace {
+
+// Failed sounds that the report on the bank names.
+constexpr size_t kFaultsInReport = 5;
 
 constexpr int64_t kKeepEvery = 1200; // seconds; see Cache::tidy for how long an entry is safe
 
@@ -156,8 +160,7 @@ Status Build::run()
     } catch (const std::bad_alloc&) {
         status = outOfMemory();
     }
-    const bool reportedAsSound = mFailedCount > 0 && !has(TARNOK_INIT_IGNORE_ERRORS);
-    if (!status && status.fault().code != TARNOK_ERR_CANCELLED && !reportedAsSound)
+    if (!status && status.fault().code != TARNOK_ERR_CANCELLED)
         reportBank(TARNOK_STATE_FAILED, status.fault());
     return status;
 }
@@ -389,10 +392,10 @@ void Build::soundFailed(const Task& task, const Fault& fault)
         return;
     {
         const std::lock_guard lock(mMutex);
-        if (mFailedCount++ == 0 || task.index < mFirstFailed) {
-            mFirstFailed = task.index;
-            mFirstFault = fault;
-        }
+        ++mFailedCount;
+        mFirstFaults.emplace(task.index, fault);
+        if (mFirstFaults.size() > kFaultsInReport)
+            mFirstFaults.erase(std::prev(mFirstFaults.end()));
     }
     if (has(TARNOK_INIT_ALWAYS))
         mQueue.post(int(task.index), int(task.worker), TARNOK_STATE_FAILED, fault.code, fault.text);
@@ -422,10 +425,23 @@ Status Build::verdict() const
     if (mFailedCount == 0)
         return {};
     if (!has(TARNOK_INIT_IGNORE_ERRORS))
-        return mFirstFault;
+        return Fault{mFirstFaults.begin()->second.code, failedSounds()};
     if (placed == 0)
-        return Fault{TARNOK_ERR_CANNOT_CONTINUE, "none of the sounds could be built"};
+        return Fault{TARNOK_ERR_CANNOT_CONTINUE, failedSounds()};
     return {};
+}
+
+// Each of them was reported when it failed, which may be long ago.
+std::string Build::failedSounds() const
+{
+    std::string text = mFailedCount == mPlaces.size()
+        ? "none of the sounds could be built"
+        : std::to_string(mFailedCount) + " of " + std::to_string(mPlaces.size()) + " sounds could not be built";
+    for (const auto& [index, fault] : mFirstFaults)
+        text += "\n  " + std::to_string(index) + ": " + fault.text;
+    if (mFailedCount > mFirstFaults.size())
+        text += "\n  and " + std::to_string(mFailedCount - mFirstFaults.size()) + " more";
+    return text;
 }
 
 // All sounds are compared with their checksums on their way into the bank. What was changed in its source file since it

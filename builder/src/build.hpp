@@ -6,6 +6,7 @@
 #include "encoded_file.hpp"
 #include "fault.hpp"
 #include "progress_queue.hpp"
+#include "remarks.hpp"
 #include "sound_builder.hpp"
 #include "source_file.hpp"
 #include "source_identity.hpp"
@@ -14,6 +15,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -33,7 +35,7 @@ struct LibrarySettings
 
 // Encodes the sounds on the workers, then writes the bank. All sounds are tried even when some fail, so that the log of
 // one night tells all that is to be mended; the result is that of the first failed sound in the order of the list.
-// Failures that concern no single sound are reported for the bank as a whole.
+// Failures that concern no single sound are reported for the bank as a whole, and so is a summary of those that do.
 //
 // Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 8 MiB or one
 // call of the system, of which those that flush the finished bank to a slow disk are the longest.
@@ -77,6 +79,7 @@ private:
     void keepUsedEntries();
 
     Status verdict() const;
+    std::string failedSounds() const;
     Status writeBank(Outputs* outputs);
     Status writeSounds(Outputs* outputs, Stored& stored);
     Status writeHeader(Outputs* outputs) const;
@@ -102,8 +105,7 @@ private:
     std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet
     std::mutex mMutex;
     size_t mFailedCount = 0;
-    size_t mFirstFailed = 0;
-    Fault mFirstFault;
+    std::map<size_t, Fault> mFirstFaults; // of the first failed sounds in the list
     std::atomic<int64_t> mKeptAt; // when the entries in use were last marked, seconds
     std::vector<std::atomic<bool>> mDone;
 };

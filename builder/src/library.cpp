@@ -77,7 +77,7 @@ public:
         state.session->stop = stop;
         state.session->building = true;
         state.queue.beginBuild();
-        state.remarks.clear();
+        state.remarks.beginBuild();
         return running;
     }
 
@@ -192,13 +192,14 @@ TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
     return guarded([&] { return library().queue.release(item) ? TARNOK_OK : TARNOK_ERR_INVALID_PARAM; });
 }
 
-TARNOK_RESULT Tarnok_FetchNextRemark(const char** remark)
+TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
 {
-    if (!remark)
+    constexpr unsigned kLongestCharacter = 4; // bytes
+    if (!text || size <= kLongestCharacter)
         return TARNOK_ERR_INVALID_PARAM;
-    *remark = nullptr;
+    text[0] = '\0';
     return guarded([&] {
-        *remark = library().remarks.fetch();
+        copyCharacters(library().remarks.fetch(), text, size);
         return TARNOK_OK;
     });
 }

@@ -134,7 +134,7 @@ Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
     if (Status status = preparation.open(*mMeans.engine, job.paths); !status)
         return status;
     for (const std::string& remark : preparation.remarks())
-        mMeans.remarks.add(remark);
+        mMeans.remarks.post(remark);
     job.report(TARNOK_STATE_ANALYSING);
     if (Status status = preparation.analyse(); !status)
         return status;

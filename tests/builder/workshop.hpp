@@ -40,9 +40,11 @@ struct Outcome
     Bytes bank; // only if it was built
 
     [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
+    // Reports on sounds.
     [[nodiscard]] int countOf(TARNOK_STATE state) const
     {
-        return int(std::ranges::count(reports, state, &Report::state));
+        return int(std::ranges::count_if(
+            reports, [=](const Report& report) { return report.state == state && report.sound >= 0; }));
     }
     // Those that were finished without being decoded.
     [[nodiscard]] int cachedSounds() const { return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING); }

@@ -306,6 +306,14 @@ TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
     trigger("&Import profile...", path("Profile/loudprof"));
     EXPECT_EQ(bank()->profile().quality(), 40u);
     EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
+
+    // An export that fails leaves a saved project saved.
+    addSound("a.wav");
+    trigger("&Save", path("song"));
+    QFile::link("/dev/full", path("full.prof"));
+    trigger("Export profile...", path("full"));
+    EXPECT_EQ(log().last(), "ERROR: Couldn't save profile to " + path("full.prof"));
+    EXPECT_FALSE(bank()->isModified());
 }
 
 TEST_F(MainWindowTest, aBuildIsRefusedWithItsReason)
@@ -418,13 +426,29 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
     EXPECT_EQ(bank()->fileLocation(), path("Profile"));
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
 
+    // What can't be taken is put back, and stops neither: the action goes on with what the bank holds.
+    const QString held = bank()->fileLocation();
     const size_t builds = builder()->builds.size();
-    type("no/such");
-    trigger("&Build");
-    EXPECT_EQ(log().last(), "ERROR: directory not found " + path("no/such"));
-    EXPECT_EQ(builder()->builds.size(), builds);
-    EXPECT_TRUE(directory->hasFocus());
-
+    for (const char* text : {"&Build", "&Save"}) {
+        type("no/such");
+        bank()->setEncryptionKey(text);
+        trigger(text);
+        EXPECT_EQ(directory->text(), held) << text;
+        EXPECT_TRUE(directory->hasFocus()) << text;
+        ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    }
+    EXPECT_EQ(builder()->builds.size(), builds + 1);
+    EXPECT_FALSE(bank()->isModified());
+    for (const auto& [button, name] : {std::pair(QMessageBox::Cancel, "Profile"), {QMessageBox::Ok, "fresh"}}) {
+        MessageAnswer answer(button);
+        type("fresh");
+        bank()->setEncryptionKey(name);
+        trigger("&Save");
+        EXPECT_EQ(answer.text, "The directory 'fresh' does not exist, would you like it to be created?");
+        EXPECT_EQ(bank()->fileLocation(), path(name));
+        EXPECT_FALSE(bank()->isModified());
+    }
+    type("Bank");
     trigger("&Save");
     type("Cache");
     MessageAnswer save(QMessageBox::Save);

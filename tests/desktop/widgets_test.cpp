@@ -282,3 +282,15 @@ TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
     area.reset();
     logger()->println(Logger::OUTPUT_ERROR, "ERROR: to nobody");
 }
+
+TEST_F(WidgetsTest, theNotificationAreaKeepsTheNewestLines)
+{
+    constexpr int KEPT = 100000;
+    const NotificationArea area(nullptr);
+    const QTextDocument* document = area.findChild<QTextEdit*>()->document();
+    for (int i = 0; i < KEPT + 10; i += 2)
+        logger()->println(Logger::OUTPUT_INFO, "line %d\nline %d", i, i + 1);
+    EXPECT_EQ(document->blockCount(), KEPT);
+    EXPECT_EQ(document->firstBlock().text(), "line 10");
+    EXPECT_EQ(document->lastBlock().text(), "line 100009");
+}

@@ -1,12 +1,13 @@
 """Drives the console tool as its users do: real sounds, real libraries, exit statuses, files on disk."""
 
 import os
+import random
 import re
 import signal
 import subprocess
 import time
 
-from program_case import ALL_WRITTEN, BUILD_FAILED, STOPPED, TIMEOUT, ProgramCase, write_wav
+from program_case import ALL_WRITTEN, BUILD_FAILED, SOUNDS_MISSING, STOPPED, TIMEOUT, ProgramCase, write_wav
 
 
 class ArgumentsTest(ProgramCase):
@@ -41,8 +42,10 @@ class ArgumentsTest(ProgramCase):
              "                     pcm|xma|at9|vorbis|kadpcm|opus\nAn error occurred while processing args\n"),
         ):
             with self.subTest(arguments=arguments):
-                self.assertEqual(self.run_tool(*arguments), (STOPPED, expected))
-        self.assertEqual(self.run_tool("-verbosity", "0"), (STOPPED, ""))
+                remark = "the source 'empty' has no sound that can be built\n" if "./empty" in arguments else ""
+                self.assertEqual(self.run_apart(*arguments), (STOPPED, expected, remark))
+        for arguments in ([], ["./empty", "-o", "x.tnb"]):
+            self.assertEqual(self.run_tool(*arguments, "-verbosity", "0"), (STOPPED, ""))
         self.assertEqual(self.banks(), [])
 
     def test_shows_help_whatever_else_is_on_the_line(self):
@@ -64,17 +67,32 @@ class ArgumentsTest(ProgramCase):
 
     def test_aborts_where_there_is_nothing_to_go_on_with(self):
         (self.work / "empty").mkdir()
-        for arguments, expected in (
-            (["gone.wav"], r'\AASSERT: "false" in file .*src/command_line'),
-            (["gone.wav", "-ignore_errors"], r'\AASSERT: "false" in file .*src/command_line'),
-            (["./empty", "-ignore_errors"], "Processing args...\nASSERT failure in QList::at: \"index out of range\""),
-            (["a.wav", "-profile", "./gone.prof"], r'\AASSERT: "file.isOpen\(\)" in file .*src/workspace'),
+        for arguments, remark, assertion in (
+            (["gone.wav", "-o", "x.tnb"], "the source 'gone.wav' does not exist", '"false" in file .*src/command_line'),
+            (["gone.wav", "-o", "x.tnb", "-ignore_errors"], "the source 'gone.wav' does not exist",
+             '"false" in file .*src/command_line'),
+            (["./empty", "-o", "x.tnb", "-ignore_errors"], "the source 'empty' has no sound that can be built",
+             "index out of range"),
+            (["-o", "x.tnb", "-ignore_errors"], "no source was given", "index out of range"),
+            (["a.wav", "-profile", "./gone.prof", "-o", "x.tnb"],
+             "the profile './gone.prof' can't be opened: No such file or directory",
+             r'"file.isOpen\(\)" in file .*src/workspace'),
+            (["a.wav", "-write_proj", "-o", "no/p.tnproj"],
+             "the project 'no/p.tnproj' can't be written: No such file or directory",
+             r'"file.isOpen\(\)" in file .*src/workspace'),
         ):
             with self.subTest(arguments=arguments):
-                status, output = self.run_tool(*arguments, "-o", "x.tnb")
+                status, _, errors = self.run_apart(*arguments)
                 self.assertEqual(status, -signal.SIGABRT)
-                self.assertRegex(output, expected)
+                self.assertRegex(errors, rf"\A{re.escape(remark)}\nASSERT.*{assertion}.*\n\Z")
+                self.assertEqual(self.run_tool(*arguments, "-verbosity", "0"), (-signal.SIGABRT, ""))
         self.assertEqual(self.banks(), [])
+
+    def test_leaves_no_argument_to_the_toolkit(self):
+        status, output = self.run_tool("a.wav", "-qmljsdebugger", "-o", "x.tnb")
+        self.assertEqual(status, STOPPED)
+        self.assertIn("ERROR: Unknown arg '-qmljsdebugger'\n", output)
+        self.assertNotIn("destination not specified", output)
 
     def test_tells_more_or_less_by_verbosity(self):
         self.assertEqual(self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1"), "", "errors only")
@@ -121,13 +139,29 @@ class BuildsTest(ProgramCase):
         for link, target in (("pipe.wav", "pipe"), ("zero.wav", "/dev/zero"), ("broken.wav", "gone"), ("self", "self"),
                              ("here", "."), ("sub/up", ".."), ("sub/aside", "../other"), ("other/aside", "../sub")):
             (self.folder_in / link).symlink_to(target)
-        output = self.assert_builds("./in", "-o", "x.tnb", "-recursive")
+        status, output = self.run_tool("./in", "-o", "x.tnb", "-recursive")
+        self.assertEqual(status, SOUNDS_MISSING)
+        self.assertEqual(sorted(re.findall(r"left out '.*/in/(.*)\n", output)),
+                         [r"\xe4': its name is not UTF-8", "broken.wav': a link to nothing",
+                          r"gr\xf6\xdfe.wav': its name is not UTF-8",
+                          "pipe.wav': it is a device or pipe, not a file",
+                          "zero.wav': it is a device or pipe, not a file"])
         first, *others = (name for _, name in sorted(re.findall(r"^(\d+): \((.*)\)", output, re.M)))
         self.assertEqual([first, *sorted(others)], ["b.wav", "c.wav", "c.wav", "d.wav", "d.wav"])
         self.assertEqual(sorted(re.findall(r"^skipped: '.*/in/(.*)$", output, re.M)),
                          [r"\xe4' has a name that is not UTF-8", r"gr\xf6\xdfe.wav' has a name that is not UTF-8",
                           "pipe.wav' not a valid sound file", "zero.wav' not a valid sound file"])
-        self.assertNotIn(r"\xe4", self.assert_builds("./in", "-o", "x.tnb"), "a folder that isn't looked into")
+        self.assertNotIn(r"\xe4", self.run_tool("./in", "-o", "x.tnb")[1], "a folder that isn't looked into")
+
+    def test_takes_files_by_name_and_many_banks_backwards(self):
+        names = ["10", "2", "A", "a_", "B", "c", "sub/0", "sub/Z", "Under/1"]
+        for name in random.Random(7).sample(names, len(names)):
+            write_wav(self.folder_in / f"{name}.wav", seconds=0.001)
+        sounds = self.info(self.build("x.tnb", "-recursive"))["sounds"]
+        wanted = [name.split("/")[-1] for name in names]
+        self.assertEqual([sound["name"] for sound in sounds], wanted, "without regard to case, folders last")
+        output = self.assert_builds("./in", "-recursive", "-build_mode", "m")
+        self.assertEqual(re.findall(r"^0: \((.*)\.wav\)", output, re.M), wanted[::-1])
 
     def test_interleaves_and_multiplies(self):
         for name in ("b.wav", "c.wav"):
@@ -178,13 +212,155 @@ class BuildsTest(ProgramCase):
         for name in ("c\x01.wav", "c\r.wav"):
             write_wav(self.work / name)
             status, output = self.run_tool("-write_proj", "-o", "x.tnproj", name)
-            self.assertEqual(status, BUILD_FAILED)
+            self.assertEqual(status, STOPPED)
             self.assertRegex(output, "ERROR: Cannot write file x.tnproj:\n.*can't be kept in it")
-            self.assertEqual((self.work / "x.tnproj").read_text(), former)
+        status, output = self.run_tool("a.wav", "-write_proj", "-o", "x.tnproj", "-encryption_key", "  ")
+        self.assertEqual(status, STOPPED)
+        self.assertRegex(output, "ERROR: Cannot write file x.tnproj:\nThe key consists of blanks")
+        self.assertEqual((self.work / "x.tnproj").read_text(), former)
 
         (self.work / "l.lst").write_text("a.wav,ksound_loop_off,quality=20\n")
         self.assert_builds("l.lst", "-o", "from_list.tnb", "-format", "vorbis")
         self.assertIn("from_list.tnb", self.banks())
+
+
+class RemarksTest(ProgramCase):
+    def make_faulty_folder(self):
+        """A folder with one good sound; what is left out of it, and why."""
+        write_wav(self.folder_in / "good.wav")
+        write_wav(self.folder_in / "many.wav", channels=33)
+        write_wav(self.folder_in / "secret.wav").chmod(0)
+        (self.folder_in / "cut.FLAC").write_bytes(b"fLaC\0")
+        (self.folder_in / "text.ogg").write_text("no sound")
+        (self.folder_in / "\x1b[31m\n\x9b.wav").write_text("no sound")
+        for name in ("notes.md", "song.mid", ".hidden.wav", "older.tnb"):
+            (self.folder_in / name).write_text("nobody expects a sound of it")
+        return ["left out 'in/\\x1b[31m\\x0a\\u009b.wav': not a sound of a known kind",
+                "left out 'in/cut.FLAC': damaged or empty", "left out 'in/many.wav': more than 32 channels",
+                "left out 'in/secret.wav': no permission", "left out 'in/text.ogg': not a sound of a known kind"]
+
+    def as_nobody(self):
+        """Root may read all: the tool must not be root."""
+        if os.geteuid() != 0:
+            return {}
+        for folder in (self.work.parent, *self.work.parent.rglob("*")):
+            if folder.is_dir():
+                folder.chmod(0o777)
+        return {"user": 65534, "group": 65534, "extra_groups": []}
+
+    def test_names_each_sound_that_is_left_out(self):
+        left_out = self.make_faulty_folder()
+        options = self.as_nobody()
+        for source in ("./in", "p.tnproj"):
+            for arguments, expected in (([], SOUNDS_MISSING), (["-ignore_errors"], ALL_WRITTEN),
+                                        (["-build_mode", "m"], SOUNDS_MISSING)):
+                with self.subTest(source=source, arguments=arguments):
+                    status, output, errors = self.run_apart(source, "-o", f"{self.work}/x.tnb", *arguments, **options)
+                    self.assertEqual(status, expected)
+                    self.assertIn("Soundbank built successfully", output)
+                    self.assertEqual(sorted(line for line in errors.splitlines() if "left out" in line), left_out)
+                    self.assertEqual(self.run_tool(source, "-o", f"{self.work}/x.tnb", *arguments, "-verbosity", "0",
+                                                   **options), (expected, ""))
+            files = "".join(f"<subsound><file>{path}</file></subsound>" for path in sorted(self.folder_in.glob("[cgmst]*"))
+                            if path.suffix not in (".md", ".mid", ".tnb"))
+            (self.work / "p.tnproj").write_text(
+                f"<soundbank><file_name>{self.work}/p.tnb</file_name><content>{files}"
+                f"<subsound><file>{self.folder_in}/gone.wav</file></subsound></content></soundbank>")
+            left_out = sorted([*left_out[1:], "left out 'in/gone.wav': no such file"])
+        (self.work / "x.tnb").unlink()
+        status, _, errors = self.run_apart("./in", "-o", f"{self.work}/x.tnb", "-allow_tnb", **options)
+        self.assertEqual(status, SOUNDS_MISSING)
+        self.assertIn("left out 'in/older.tnb': not a sound of a known kind\n", errors)
+        status, _, errors = self.run_apart("./in", "-write_proj", "-o", "q.tnproj", **options)
+        self.assertEqual((status, errors.count("left out")), (SOUNDS_MISSING, 5))
+
+    def test_names_sounds_that_fail_during_the_build(self):
+        write_wav(self.folder_in / "good.wav")
+        (self.folder_in / "LOUD.WAV").write_bytes((self.folder_in / "good.wav").read_bytes())
+        failed = "left out 'LOUD.wav': LOUD.wav: the file does not exist (in/LOUD.wav)\n"
+        status, output, errors = self.run_apart("./in", "-o", "x.tnb", "-ignore_errors")
+        self.assertEqual((status, errors), (ALL_WRITTEN, failed))
+        status, output, errors = self.run_apart("./in", "-o", "x.tnb")
+        self.assertEqual((status, errors), (BUILD_FAILED, failed))
+        self.assertRegex(output, r"ERROR: Soundbank failed: 1 of 2 sounds could not be built\n  \d: LOUD.wav: .*\n"
+                                 r"ERROR: \nBuild failed: x.tnb\n")
+
+    def test_says_where_the_output_goes_if_not_where_it_seems(self):
+        for folder in ("out", "there", "in"):
+            (self.work / folder).mkdir()
+        write_wav(self.folder_in / "b.wav")
+        for arguments, written in (
+            (["-o", "./b.tnb"], "b.tnb.b"), (["-o", f"{self.work}/plain"], "plain.tnb"),
+            (["-o", "x.tnb"], None), (["-o", "out/x.tnb"], None), (["-o", "there/"], None),
+            (["-o", "fresh/", "-build_mode", "m"], str(self.work)), (["-o", "there/", "-build_mode", "m"], None),
+            (["-o", f"{self.work}/p", "-write_proj"], "p.tnproj"), (["-o", "p.tnproj", "-write_proj"], None),
+        ):
+            with self.subTest(arguments=arguments):
+                status, _, errors = self.run_apart("./in", *arguments)
+                self.assertEqual(status, ALL_WRITTEN)
+                asked = arguments[1].replace(f"{self.work}/", "")
+                self.assertEqual(errors, f"the output goes to '{written}', not to '{asked}'\n" if written else "")
+        self.assertEqual(self.run_apart("./in", "-o", "out//x.tnb")[2],
+                         "the output goes to 'out/x..nb', not to 'out//x.tnb'\n")
+        self.assertTrue((self.work / "out/x..nb").exists())
+
+    def test_never_replaces_what_a_run_is_built_from_or_people_have_made(self):
+        write_wav(self.work / "other.wav")
+        (self.work / "hard.tnproj").touch()
+        self.assert_builds("a.wav", "-write_proj", "-o", "p.tnproj")
+        (self.work / "hard.tnproj").unlink()
+        os.link(self.work / "p.tnproj", self.work / "hard.tnproj")
+        profile = re.search("<profile>.*</profile>", (self.work / "p.tnproj").read_text(), re.DOTALL)[0]
+        (self.work / "v.prof").write_text('<?xml version="1.0" encoding="UTF-8"?>\n' + profile)
+        (self.work / "l.lst").write_text("a.wav\n")
+        (self.work / "dead").write_text("<soundbank")
+        for source, destination, reason in (
+            (["p.tnproj"], "p.tnproj", "it is what this run is built from"),
+            (["p.tnproj"], "hard.tnproj", "it is what this run is built from"),
+            (["l.lst"], "l.lst", "it is what this run is built from"),
+            (["a.wav", "-profile", "./v.prof"], "v.prof", "it is what this run is built from"),
+            (["a.wav"], "p.tnproj", "it is a project"), (["a.wav"], "v.prof", "it is a profile"),
+            (["a.wav"], "other.wav", "it is a sound"),
+        ):
+            with self.subTest(source=source, destination=destination):
+                former = (self.work / destination).read_bytes()
+                status, _, errors = self.run_apart(*source, "-o", f"{self.work}/{destination}")
+                self.assertEqual((status, errors), (BUILD_FAILED, f"'{destination}' is not replaced by a bank: {reason}\n"))
+                self.assertEqual((self.work / destination).read_bytes(), former)
+        self.assert_builds("p.tnproj", "-write_proj", "-o", "p.tnproj", "-format", "opus")
+        self.assertIn("<format>Opus</format>", (self.work / "p.tnproj").read_text())
+        (self.work / "old.bin").write_text("anything")
+        for key in ([], ["-encryption_key", "k"], []):
+            self.assert_builds("a.wav", "-o", f"{self.work}/old.bin", *key)
+            self.assert_builds("a.wav", "-o", f"{self.work}/old.bin", "-allow_tnb")
+
+    def test_says_once_that_a_list_waits(self):
+        (self.work / "l.lst").write_text("a.wav\nlate.wav\n")
+        with self.start("l.lst", "-o", "x.tnb", stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
+            self.assertEqual(process.stderr.readline(),
+                             f"tarnokexcl: {self.work}/l.lst:2: 'late.wav' can't be taken (no such file); it is tried "
+                             "again until it can\n")
+            time.sleep(0.2)
+            write_wav(self.work / "~late.wav").rename(self.work / "late.wav")
+            self.assertEqual((process.wait(TIMEOUT), process.stderr.read()), (ALL_WRITTEN, ""))
+
+    def test_says_which_cache_is_used_instead(self):
+        instead = f"'{self.work.parent}/.*/Cache' is used instead".replace(f"{self.work}/", "")
+        for name, fault in (("nowhere", "no such folder"), ("a.wav", "it is not a folder")):
+            status, _, errors = self.run_apart("a.wav", "-o", "x.tnb", "-cache_dir", f"../work/{name}")
+            self.assertEqual(status, ALL_WRITTEN)
+            self.assertRegex(errors, rf"\ACache folder '{name}' can't be used: {fault}; {instead}\n\Z")
+            self.assertEqual(self.run_apart("a.wav", "-o", "x.tnb", "-cache_dir", f"../work/{name}", "-z")[2], "")
+
+    def test_escapes_control_characters_on_a_terminal(self):
+        write_wav(self.folder_in / "a\x1b[2J.wav")
+        leader, follower = os.openpty()
+        with self.start("./in", "-o", "x.tnb", stdout=follower, stderr=follower) as process:
+            self.assertEqual(process.wait(TIMEOUT), ALL_WRITTEN)
+        os.close(follower)
+        self.assertIn(b"(a\\x1b[2J.wav) [processing]", os.read(leader, 1 << 16))
+        os.close(leader)
+        self.assertIn("(a\x1b[2J.wav) [cached]", self.assert_builds("./in", "-o", "x.tnb"))
 
 
 class FaultsTest(ProgramCase):
@@ -261,7 +437,7 @@ class FaultsTest(ProgramCase):
 
     def test_never_opens_a_file_in_place_of_a_closed_standard_stream(self):
         os.mkfifo(self.work / "pipe")
-        for program, *arguments in (("tarnokexcl", "./pipe", "-o", "x.tnb"),
+        for program, *arguments in (("tarnokexcl", "a.wav", "-o", "x.tnb", "-profile", "./pipe"),
                                     ("tnb", "info", "a.wav", "--key-file", "pipe")):
             for closed in ([0], [1], [2], [0, 1, 2]):
                 with self.subTest(program=program, closed=closed), self.start(
@@ -271,4 +447,4 @@ class FaultsTest(ProgramCase):
                     with open(self.work / "pipe", "w") as pipe:
                         for stream in closed:
                             self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/{stream}"), "/dev/null")
-                        pipe.write("neither a project nor a key\n")
+                        pipe.write("neither a profile nor a key\n")

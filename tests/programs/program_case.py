@@ -19,7 +19,7 @@ SAMPLES = pathlib.Path(os.environ["TARNOK_SAMPLES"])
 TIMEOUT = 240
 
 # Exit statuses of the console tool.
-ALL_WRITTEN, STOPPED, BUILD_FAILED = 0, 1, 2
+ALL_WRITTEN, STOPPED, BUILD_FAILED, SOUNDS_MISSING = 0, 1, 2, 3
 
 FORMATS = ("pcm", "kadpcm", "vorbis", "opus")
 LOSSY = ("vorbis", "opus")
@@ -111,6 +111,11 @@ class ProgramCase(unittest.TestCase):
     def run_tool(self, *arguments, **options):
         """Exit status and output of one run."""
         return self.run_program(*arguments, **options)[:2]
+
+    def run_apart(self, *arguments, **options):
+        """Exit status, output, and what the tool says on standard error, without its name and the folder of the test."""
+        status, output, errors = self.run_program(*arguments, stderr=subprocess.PIPE, **options)
+        return status, output, errors.replace("tarnokexcl: ", "").replace(f"{self.work}/", "")
 
     def assert_builds(self, *arguments):
         status, output = self.run_tool(*arguments)

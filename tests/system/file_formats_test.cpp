@@ -3,10 +3,13 @@
 #include "xml_stream_iterator.hpp"
 
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <thread>
+#include <tuple>
 
 using namespace TARNOK;
 
@@ -217,28 +220,135 @@ TEST_F(ProjectFiles, LoseWhatVanishedAndSayIt)
     EXPECT_FALSE(QFile::exists(project)) << "no project of an invalid bank stays";
 }
 
+// A disk without room for more than some bytes of a file.
+class FullDisk
+{
+public:
+    explicit FullDisk(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &mFormer);
+        const rlimit full = {bytes, mFormer.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    }
+    ~FullDisk()
+    {
+        setrlimit(RLIMIT_FSIZE, &mFormer);
+        std::signal(SIGXFSZ, mHandler);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit mFormer = {};
+    sighandler_t mHandler = std::signal(SIGXFSZ, SIG_IGN);
+};
+
 TEST_F(ProjectFiles, KeepWhatTheyHeldWhenTheDiskIsFull)
 {
     ASSERT_TRUE(makeBank()->save(path("p.tnproj")));
+    ASSERT_TRUE(makeBank(QString("b ").repeated(90))->save(path("large.tnproj")));
+    ASSERT_TRUE(makeBank(QString("b ").repeated(90))->save(path("twice.tnproj")));
+    ASSERT_EQ(link("twice.tnproj", "other name"), 0);
     const QByteArray held = readFile("p.tnproj");
+    const QByteArray large = readFile("large.tnproj");
+    ASSERT_GT(large.size(), 4096);
     SoundBank* bank = makeBank(QString("a ").repeated(100));
-
-    rlimit former = {};
-    getrlimit(RLIMIT_FSIZE, &former);
-    const rlimit full = {4096, former.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    const QStringList names = {"p.tnproj", "new.tnproj", "large.tnproj", "twice.tnproj"};
     QStringList lines;
-    for (const char* name : {"p.tnproj", "new.tnproj"})
-        lines += linesOf([&] { EXPECT_FALSE(bank->save(path(name))); });
-    setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, handler);
-
-    const QString told = "ERROR: Cannot write file %1:\nFile too large.";
-    EXPECT_EQ(lines, QStringList({told.arg(path("p.tnproj")), told.arg(path("new.tnproj"))}));
+    QStringList expected;
+    {
+        const FullDisk full(4096);
+        for (const QString& name : names) {
+            lines += linesOf([&] { EXPECT_FALSE(bank->save(path(name))); });
+            expected += "ERROR: Cannot write file " + path(name) + ":\nFile too large.";
+        }
+    }
+    EXPECT_EQ(lines, expected);
     EXPECT_EQ(readFile("p.tnproj"), held);
+    EXPECT_EQ(readFile("large.tnproj"), large);
+    EXPECT_EQ(readFile("other name"), large);
     EXPECT_FALSE(QFile::exists(path("new.tnproj")));
+    EXPECT_EQ(QDir(path("")).entryList({".tarnok*"}, QDir::Files | QDir::Hidden), QStringList());
     EXPECT_TRUE(bank->isModified());
+
+    for (const bool isDirty : {false, true}) {
+        bank->profile().makeClean();
+        if (isDirty)
+            bank->profile().makeDirty();
+        const FullDisk full(16);
+        EXPECT_FALSE(workspace()->saveProfile(bank->profile(), path("p.prof")));
+        EXPECT_EQ(bank->profile().isDirty(), isDirty) << "an export changes nothing";
+    }
+}
+
+TEST_F(ProjectFiles, KeepTheirLinksOwnerAndPermissions)
+{
+    const auto statusOf = [this](const char* name) {
+        struct stat status = {};
+        EXPECT_EQ(lstat(path(name).toUtf8().constData(), &status), 0) << name;
+        return status;
+    };
+    SoundBank* bank = makeBank();
+    const mode_t mask = umask(022);
+    ASSERT_TRUE(bank->save(path("open.tnproj")));
+    ASSERT_TRUE(workspace()->saveProfile(bank->profile(), path("p.prof")));
+    bank->setEncryptionKey("secret");
+    ASSERT_TRUE(bank->save(path("key.tnproj")));
+    umask(mask);
+    EXPECT_EQ(statusOf("open.tnproj").st_mode & 07777, 0644u);
+    EXPECT_EQ(statusOf("p.prof").st_mode & 07777, 0644u);
+    EXPECT_EQ(statusOf("key.tnproj").st_mode & 07777, 0600u) << "it holds the key";
+
+    QDir().mkpath(path("sub"));
+    ASSERT_EQ(symlink("../open.tnproj", "sub/link.tnproj"), 0);
+    ASSERT_EQ(symlink("../late.tnproj", "sub/late.tnproj"), 0);
+    ASSERT_EQ(link("key.tnproj", "other name"), 0);
+    ASSERT_EQ(chmod("open.tnproj", 0664), 0);
+    [[maybe_unused]] const int owned = chown("open.tnproj", 65534, 65534); // only root can
+    const struct stat before = statusOf("open.tnproj");
+    bank->addSubsound(makeSound("b.wav"));
+    for (const char* name : {"sub/link.tnproj", "sub/late.tnproj", "key.tnproj"})
+        ASSERT_TRUE(bank->save(path(name))) << name;
+    const struct stat after = statusOf("open.tnproj");
+    EXPECT_NE(after.st_ino, before.st_ino) << "renamed, so that there is always one of the two";
+    EXPECT_EQ(std::tuple(after.st_mode, after.st_uid, after.st_gid),
+              std::tuple(before.st_mode, before.st_uid, before.st_gid));
+    for (const char* name : {"sub/link.tnproj", "sub/late.tnproj"})
+        EXPECT_TRUE(S_ISLNK(statusOf(name).st_mode)) << name;
+    for (const char* name : {"late.tnproj", "other name", "key.tnproj"})
+        EXPECT_EQ(readFile(name), readFile("open.tnproj")) << name;
+}
+
+TEST_F(ProjectFiles, AreRefusedWhereTheyCouldNotBeOpenedAgain)
+{
+    ASSERT_TRUE(makeBank()->save(path("p.tnproj")));
+    const QByteArray held = readFile("p.tnproj");
+    const auto saved = [&](const QString& name, const QString& key) {
+        SoundBank* bank = makeBank();
+        bank->setOutputFilePath("");
+        bank->setOutputFilePath(name);
+        bank->setEncryptionKey(key);
+        const QStringList lines = linesOf([&] { bank->save(path("p.tnproj")); });
+        EXPECT_EQ(bank->isModified(), !lines.isEmpty());
+        return lines.join("").section('\n', 1);
+    };
+    for (const char* blanks : {" ", " \t\n "})
+        EXPECT_EQ(saved("x", blanks), "The key consists of blanks, and would be lost in it.");
+    EXPECT_EQ(saved("x", "a\rb"), "A file name or the key holds a character that can't be kept in it.");
+    EXPECT_EQ(readFile("p.tnproj"), held);
+    for (const char* key : {"", " a ", "\u00a0", "\u2003"}) {
+        EXPECT_EQ(saved("x", key), "") << key;
+        const SoundBank* bank = workspace()->loadSoundBank(path("p.tnproj"));
+        ASSERT_TRUE(bank) << key;
+        EXPECT_EQ(bank->encryptionKey(), key);
+    }
+
+    SoundBank* bank = workspace()->createSoundBank();
+    bank->addSubsound(makeSound("a.wav"));
+    bank->setOutputFilePath("  ");
+    EXPECT_EQ(linesOf([&] { EXPECT_FALSE(bank->save(path("p.tnproj"))); }),
+              QStringList("ERROR: Cannot write file " + path("p.tnproj")
+                          + ":\nThe name of the bank consists of blanks, and would be lost in it."));
 }
 
 TEST_F(ProjectFiles, AreReadInAnyOrderAndRefusedWhenDamaged)

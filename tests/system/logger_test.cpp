@@ -1,3 +1,4 @@
+#include "console_remarks.hpp"
 #include "system_test.hpp"
 
 #include <QTextBlock>
@@ -90,6 +91,56 @@ TEST_F(LoggerTest, ReadsAHeldMessageAsAFormatAgain)
         logger()->ungag();
         EXPECT_EQ(testing::internal::GetCapturedStdout(), printed + "\n");
     }
+}
+
+class Remarks : public tests::SystemTest
+{
+protected:
+    static std::string said(const std::function<void()>& action)
+    {
+        testing::internal::CaptureStderr();
+        action();
+        return testing::internal::GetCapturedStderr();
+    }
+};
+
+TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
+{
+    EXPECT_EQ(said([] { remarks()->add("to nobody"); }), "") << "only the console tool starts them";
+    remarks()->start();
+    EXPECT_EQ(said([] { remarks()->add("held"); }), "");
+    EXPECT_EQ(said([] { remarks()->release(); }), "tarnokexcl: held\n") << "and nothing of before";
+    EXPECT_EQ(said([] { remarks()->add("a\x1b[2J\n\u0085\u00e4"); }), "tarnokexcl: a\\x1b[2J\\x0a\\u0085\u00e4\n");
+    EXPECT_FALSE(ConsoleRemarks::isSilent());
+
+    QDir().mkpath(path("cache"));
+    settings()->setDir("Cache", path("cache"));
+    const SoundBank* bank = makeBank("a b");
+    const int missing = remarks()->missingSounds();
+    builder()->remarks = {"no cache", "cues are dropped"};
+    builder()->reports = {{1, 1, TARNOK_STATE_FAILED, "b.wav: why"}};
+    const auto build = [&] {
+        buildSystem()->enqueueBuild(bank);
+        while (buildSystem()->update())
+            QThread::msleep(1);
+    };
+    EXPECT_EQ(said(build),
+              "tarnokexcl: left out 'b.wav': b.wav: why\ntarnokexcl: no cache\ntarnokexcl: cues are dropped\n");
+    EXPECT_EQ(remarks()->missingSounds(), missing + 1);
+    builder()->remarks.emplace_back("a third");
+    builder()->reports.clear();
+    EXPECT_EQ(said(build), "tarnokexcl: a third\n") << "what was said of one bank holds for the next";
+
+    remarks()->start();
+    logger()->setVerbosity(Logger::OUTPUT_SILENT);
+    EXPECT_EQ(said([] {
+                  remarks()->add("held");
+                  remarks()->release();
+                  remarks()->addMissingSound("a.wav", "why");
+              }),
+              "");
+    EXPECT_TRUE(ConsoleRemarks::isSilent());
+    EXPECT_EQ(remarks()->missingSounds(), missing + 2) << "they count all the same";
 }
 
 } // namespace

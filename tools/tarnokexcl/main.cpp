@@ -2,6 +2,7 @@
 #include "../standard_streams.hpp"
 
 #include "command_line.hpp"
+#include "console_remarks.hpp"
 #include "logger.hpp"
 #include "stop_signals.hpp"
 
@@ -21,13 +22,14 @@ enum ExitStatus
 {
     ALL_WRITTEN = 0,
     STOPPED = 1,
-    BUILD_FAILED = 2
+    BUILD_FAILED = 2,
+    SOUNDS_MISSING = 3
 };
 
 // The exit status tells of the banks; whether the log arrived doesn't change it.
 void reportLostLog()
 {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+    if ((std::fflush(stdout) != 0 || std::ferror(stdout)) && !TARNOK::ConsoleRemarks::isSilent())
         std::fputs("tarnokexcl: the log could not be written to standard output\n", stderr);
 }
 
@@ -35,9 +37,18 @@ void reportLostLog()
 void endBySignal(int number)
 {
     reportLostLog();
-    std::fprintf(stderr, "tarnokexcl: stopped by SIG%s\n", sigabbrev_np(number));
+    TARNOK::remarks()->add(QString("stopped by SIG%1").arg(sigabbrev_np(number)));
     std::signal(number, SIG_DFL);
     std::raise(number);
+}
+
+QtMessageHandler formerHandler = nullptr;
+
+// An assertion that fails ends the process after this.
+void passUnlessSilent(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (!TARNOK::ConsoleRemarks::isSilent())
+        formerHandler(type, context, message);
 }
 
 // Names and keys are UTF-8. Others would silently become different ones.
@@ -71,8 +82,13 @@ int main(int argc, char** argv)
     // A log that is followed through a pipe, or cut short by a crash, shows every line that was said.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    const QCoreApplication application(argc, argv);
+    // Qt takes out of its arguments what it knows, wherever it stands: those of the tool are not for it.
+    int ownCount = 1;
+    char* ownArguments[] = {argv[0], nullptr};
+    const QCoreApplication application(ownCount, ownArguments);
+    formerHandler = qInstallMessageHandler(passUnlessSilent);
     TARNOK::Singleton<TARNOK::Logger>::instance()->setPrintToStdout();
+    TARNOK::remarks()->start();
 
     if (refuseForeignArguments(argc, argv))
         return STOPPED;
@@ -82,5 +98,7 @@ int main(int argc, char** argv)
         endBySignal(number);
     if (!cameThrough)
         return STOPPED;
-    return commandLine->allBanksWritten() ? ALL_WRITTEN : BUILD_FAILED;
+    if (!commandLine->allBanksWritten())
+        return commandLine->isWritingProject() ? STOPPED : BUILD_FAILED;
+    return commandLine->allSoundsTaken() ? ALL_WRITTEN : SOUNDS_MISSING;
 }
