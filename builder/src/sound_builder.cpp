@@ -133,13 +133,14 @@ Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
     job.report(TARNOK_STATE_DECODING);
     if (Status status = preparation.open(*mMeans.engine, job.paths); !status)
         return status;
-    for (const std::string& remark : preparation.remarks())
-        mMeans.remarks.post(remark);
     job.report(TARNOK_STATE_ANALYSING);
     if (Status status = preparation.analyse(); !status)
         return status;
     job.report(TARNOK_STATE_PREPROCESSING);
-    return preparation.preprocess();
+    Status status = preparation.preprocess();
+    for (const std::string& remark : preparation.remarks())
+        mMeans.remarks.post(remark);
+    return status;
 }
 
 // A file that certainly is another one decides over those that can't be told.

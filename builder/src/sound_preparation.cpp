@@ -251,24 +251,29 @@ Status SoundPreparation::preprocess()
         mSyncPoints.clear();
         merge(std::move(points), 1);
     }
-    if (Status status = checkSyncPoints(); !status)
-        return status;
+    limitSyncPoints();
     mPrepared = std::make_shared<Looped>(*mFrames, mLoop);
     return {};
 }
 
-Status SoundPreparation::checkSyncPoints() const
+// A bank holds so many of a sound, and so many bytes of them.
+void SoundPreparation::limitSyncPoints()
 {
     constexpr size_t kPointBytes = 12; // in a bank, besides the name
     constexpr size_t kMostBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
+    size_t kept = 0;
     size_t bytes = 0;
-    for (const bank::SyncPoint& point : mSyncPoints)
-        bytes += kPointBytes + point.name.size();
-    if (mSyncPoints.size() <= bank::kMaximumSyncPoints && bytes <= kMostBytes)
-        return {};
-    return Fault{TARNOK_ERR_INVALID_FORMAT,
-                 mName + ": its " + std::to_string(mSyncPoints.size())
-                     + " sync points are more than a bank holds: 65,536, and 4 MiB with their names"};
+    for (; kept < std::min(mSyncPoints.size(), bank::kMaximumSyncPoints); ++kept) {
+        bytes += kPointBytes + mSyncPoints[kept].name.size();
+        if (bytes > kMostBytes)
+            break;
+    }
+    if (kept == mSyncPoints.size())
+        return;
+    mRemarks.push_back(
+        mName + ": " + std::to_string(mSyncPoints.size() - kept)
+        + " of its markers were left out, because a bank holds 65,536 for a sound, and 4 MiB with their names");
+    mSyncPoints.resize(kept);
 }
 
 PreparedSound& SoundPreparation::sound()

@@ -61,7 +61,7 @@ private:
     ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
     Status putTogether(Files files);
     void merge(std::vector<bank::SyncPoint> points, double scale);
-    Status checkSyncPoints() const;
+    void limitSyncPoints();
 
     SoundSettings mSettings;
     std::vector<std::string> mSpoolFolders;
