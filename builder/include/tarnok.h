@@ -2,7 +2,8 @@
  *
  * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs,
  * and after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
- * Tarnok_BuildCancel may be called from any thread. Strings are NUL-terminated UTF-8. No call throws.
+ * Tarnok_BuildCancel and Tarnok_FetchNextRemark may be called from any thread. Strings are NUL-terminated UTF-8. No
+ * call throws.
  */
 #ifndef TARNOK_H
 #define TARNOK_H
@@ -183,6 +184,14 @@ TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM*
 
 /* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */
 TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
+
+/* Copies the oldest remark of the running or last build that was not fetched yet into text (UTF-8, NUL-terminated, cut
+ * at a character where it is longer than size), and removes it; an empty text when there is none. A remark is something
+ * that a person should know though nothing failed: a cache that can't be used, a part of a sound that was left out. It
+ * is one line, comes once in a build however often its cause does, and doesn't depend on TARNOK_INIT_ALWAYS. 512 bytes
+ * hold nearly all of them. Never blocks. A build that begins forgets what nobody fetched of the one before.
+ * TARNOK_ERR_INVALID_PARAM: no text, or a size below 5, which not every character fits into. */
+TARNOK_API TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size);
 
 #ifdef __cplusplus
 }

@@ -128,7 +128,8 @@ private:
     std::optional<size_t> mInSource;
 };
 
-Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop)
+Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, Remarks& remarks,
+             std::stop_token stop)
     : mLibrary(library)
     , mRequest(request)
     , mOrder(request.order)
@@ -137,7 +138,7 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
     , mIndex(mCache.indexFolder())
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
-    , mMeans{mEngine, mCache, mSources, temporaryFolders(library.cacheDirectory), mStop}
+    , mMeans{mEngine, mCache, mSources, remarks, temporaryFolders(library.cacheDirectory), mStop}
     , mPlaces(request.subsounds.size())
     , mKeptAt(time(nullptr))
     , mDone(request.subsounds.size())

@@ -6,6 +6,7 @@
 #include "encoded_file.hpp"
 #include "fault.hpp"
 #include "progress_queue.hpp"
+#include "remarks.hpp"
 #include "sound_builder.hpp"
 #include "source_file.hpp"
 #include "source_identity.hpp"
@@ -40,7 +41,8 @@ struct LibrarySettings
 class Build
 {
 public:
-    Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, std::stop_token stop);
+    Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, Remarks& remarks,
+          std::stop_token stop);
 
     Status run();
 

@@ -1,6 +1,7 @@
 // The C boundary of the library, and its state between the calls.
 #include "build.hpp"
 #include "progress_queue.hpp"
+#include "remarks.hpp"
 #include "tarnok.h"
 #include "worker_pool.hpp"
 
@@ -33,6 +34,7 @@ struct Library
     std::mutex mutex;
     std::shared_ptr<Session> session;
     ProgressQueue queue;
+    Remarks remarks;
 };
 
 // Never destroyed. At the end of a process, static objects of the program may still release the library after ours
@@ -75,6 +77,7 @@ public:
         state.session->stop = stop;
         state.session->building = true;
         state.queue.beginBuild();
+        state.remarks.beginBuild();
         return running;
     }
 
@@ -155,7 +158,7 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
             return request.fault().code;
         }
         const SignalShield shield(false);
-        const Status status = Build(settings, *request, library().queue, running->stop()).run();
+        const Status status = Build(settings, *request, library().queue, library().remarks, running->stop()).run();
         return status ? TARNOK_OK : status.fault().code;
     });
 }
@@ -187,4 +190,16 @@ TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM** item)
 TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
 {
     return guarded([&] { return library().queue.release(item) ? TARNOK_OK : TARNOK_ERR_INVALID_PARAM; });
+}
+
+TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
+{
+    constexpr unsigned kLongestCharacter = 4; // bytes
+    if (!text || size <= kLongestCharacter)
+        return TARNOK_ERR_INVALID_PARAM;
+    text[0] = '\0';
+    return guarded([&] {
+        copyCharacters(library().remarks.fetch(), text, size);
+        return TARNOK_OK;
+    });
 }

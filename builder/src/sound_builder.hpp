@@ -6,6 +6,7 @@
 #include "encoded_file.hpp"
 #include "encoder.hpp"
 #include "fault.hpp"
+#include "remarks.hpp"
 #include "sound_preparation.hpp"
 #include "sound_settings.hpp"
 #include "source_file.hpp"
@@ -27,6 +28,7 @@ struct BuildMeans
     const KessSystem& engine;
     Cache& cache;
     SourceIdentifier& sources;
+    Remarks& remarks;
     std::vector<std::string> spoolFolders; // for what is too long for memory; tried in this order
     std::stop_token stop;
 };

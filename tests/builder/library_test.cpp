@@ -48,6 +48,11 @@ TEST_F(Library, RefusesCallsOutOfOrder)
     EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_OK);
     EXPECT_EQ(Tarnok_FetchNextProgressItem(nullptr), TARNOK_ERR_INVALID_PARAM);
     EXPECT_EQ(Tarnok_ReleaseProgressItem(nullptr), TARNOK_ERR_INVALID_PARAM);
+    char text[5] = "....";
+    EXPECT_EQ(Tarnok_FetchNextRemark(nullptr, 5), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_FetchNextRemark(text, 4), TARNOK_ERR_INVALID_PARAM);
+    EXPECT_EQ(Tarnok_FetchNextRemark(text, 5), TARNOK_OK);
+    EXPECT_STREQ(text, "");
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
 }

@@ -2,6 +2,7 @@
 // from each other, and the way of the reports.
 #include "frame_spool.hpp"
 #include "progress_queue.hpp"
+#include "remarks.hpp"
 #include "resampler.hpp"
 #include "source_identity.hpp"
 
@@ -290,5 +291,38 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
         const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
         watcher = {};
         EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
+    }
+}
+
+TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
+{
+    Remarks remarks;
+    for (int build = 0; build < 2; ++build) {
+        remarks.beginBuild();
+        for (const char* text : {"first", "second", "first"})
+            remarks.post(text);
+        EXPECT_EQ(remarks.fetch(), "first");
+        remarks.post("first");
+        remarks.post("third");
+        EXPECT_EQ(remarks.fetch(), "second");
+    }
+    EXPECT_EQ(remarks.fetch(), "third") << "what nobody fetched of the build before is forgotten";
+    EXPECT_EQ(remarks.fetch(), "");
+
+    remarks.beginBuild();
+    for (size_t count = 0; count < Remarks::kMost + 10; ++count)
+        remarks.post(std::to_string(count));
+    std::vector<std::string> fetched;
+    for (std::string text = remarks.fetch(); !text.empty(); text = remarks.fetch())
+        fetched.push_back(text);
+    ASSERT_EQ(fetched.size(), Remarks::kMost + 1);
+    EXPECT_NE(fetched.back().find("more"), std::string::npos);
+
+    const std::pair<size_t, const char*> cuts[] = {{1, ""},   {2, "a"},   {3, "a"},  {4, "aé"},
+                                                   {7, "aé"}, {8, "aé𝄞"}, {9, "aé𝄞"}};
+    for (const auto& [size, expected] : cuts) {
+        char room[9];
+        copyCharacters("aé𝄞", room, size);
+        EXPECT_STREQ(room, expected) << size;
     }
 }

@@ -99,6 +99,7 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
     builder->running = true;
     builder->cancelled = false;
     builder->posted.insert(builder->posted.end(), builder->reports.begin(), builder->reports.end());
+    builder->postedRemarks.assign(builder->remarks.begin(), builder->remarks.end());
     builder->builds.push_back(told.str());
     builder.waitUntil([&] { return !builder->stall || builder->cancelled; });
     builder->running = false;
@@ -131,6 +132,17 @@ TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
         return &candidate == item;
     };
     builder->misused |= builder->held.remove_if(isIt) + builder->forgotten.remove_if(isIt) == 0;
+    return TARNOK_OK;
+}
+
+// Remarks of a script fit.
+TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
+{
+    const fakes::ScriptedBuilder builder;
+    std::list<std::string>& remarks = builder->postedRemarks;
+    text[remarks.empty() ? 0 : remarks.front().copy(text, size - 1)] = '\0';
+    if (!remarks.empty())
+        remarks.pop_front();
     return TARNOK_OK;
 }
 

@@ -43,6 +43,7 @@ struct State
     TARNOK_RESULT releaseResult = TARNOK_OK;
     TARNOK_RESULT buildResult = TARNOK_OK;
     std::vector<Report> reports; // each build's, at its start
+    std::vector<std::string> remarks; // the same
     bool stall = false; // builds wait, after posting their reports, until it is false or a cancel comes
 
     // The record since the last reset.
@@ -57,10 +58,11 @@ struct State
     bool running = false;
     bool cancelled = false;
     std::list<Item> posted;
+    std::list<std::string> postedRemarks;
     std::list<Item> forgotten; // held at a reset; they may still be handed back
 };
 
-// The state behind the six functions, locked as long as this object lives. A cancelled build returns result 2.
+// The state behind the functions, locked as long as this object lives. A cancelled build returns result 2.
 class ScriptedBuilder
 {
 public:
