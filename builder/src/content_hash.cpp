@@ -1,5 +1,7 @@
 #include "content_hash.hpp"
 
+#include "bank/vector_state.hpp"
+
 #include <xxhash.h>
 
 #include <bit>
@@ -31,6 +33,7 @@ ContentHasher::~ContentHasher() = default;
 void ContentHasher::add(std::span<const std::byte> bytes)
 {
     XXH3_128bits_update(mState.get(), bytes.data(), bytes.size());
+    bank::clearVectorState();
 }
 
 void ContentHasher::addNumber(uint64_t number)
@@ -47,6 +50,7 @@ void ContentHasher::addText(std::string_view text)
 ContentHash ContentHasher::digest() const
 {
     const XXH128_hash_t hash = XXH3_128bits_digest(mState.get());
+    bank::clearVectorState();
     return {hash.high64, hash.low64};
 }
 

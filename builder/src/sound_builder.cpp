@@ -1,5 +1,6 @@
 #include "sound_builder.hpp"
 
+#include "bank/vector_state.hpp"
 #include "build_request.hpp"
 #include "raw_sound.hpp"
 
@@ -203,6 +204,7 @@ Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
 {
     if (!mEncoder || settings.module)
         mEncoder = settings.makeEncoder();
+    bank::clearVectorState();
     return *mEncoder;
 }
 

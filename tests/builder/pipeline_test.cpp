@@ -1,14 +1,19 @@
 // The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
 // from each other, and the way of the reports.
+#include "bank/checksum.hpp"
+#include "content_hash.hpp"
 #include "frame_spool.hpp"
 #include "progress_queue.hpp"
 #include "remarks.hpp"
 #include "resampler.hpp"
 #include "source_identity.hpp"
+#include "support/vector_state.hpp"
+#include "worker_pool.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -291,6 +296,33 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
         const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
         watcher = {};
         EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
+    }
+}
+
+// A library's AVX code, or the thread that starts a worker, may have left the upper halves in use.
+TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
+{
+    if (!test::reportsVectorState())
+        GTEST_SKIP() << "this processor has no AVX, or doesn't report the state (XGETBV with ECX = 1)";
+    std::array<bool, 4> inUse;
+    inUse.fill(true);
+    test::useUpperHalves();
+    runOnWorkers(4, 4, [&](size_t index, unsigned) { inUse[index] = test::upperHalvesInUse(); });
+    EXPECT_EQ(std::count(inUse.begin(), inUse.end(), true), 0);
+
+    const std::vector<std::byte> bytes(5000);
+    bank::RunningChecksum checksum;
+    ContentHasher hasher;
+    const std::function<void()> steps[] = {[&] { (void)bank::checksum(bytes); },
+                                           [&] { checksum.add(std::vector<uint8_t>(5000)); },
+                                           [&] { (void)checksum.value(); }, [&] { hasher.add(bytes); },
+                                           [&] {
+                                               (void)hasher.digest();
+                                           }};
+    for (size_t step = 0; step < std::size(steps); ++step) {
+        test::useUpperHalves();
+        steps[step]();
+        EXPECT_FALSE(test::upperHalvesInUse()) << step;
     }
 }
 
