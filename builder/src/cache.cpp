@@ -19,7 +19,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr char kEntryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '1'};
+constexpr char kEntryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '2'};
 constexpr std::string_view kTemporaryStem = "sound";
 constexpr uint64_t kLargestRecord = 256 << 20;
 constexpr size_t kReadBlock = 256 << 10;
@@ -53,6 +53,18 @@ bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, 
         count -= piece.size();
     }
     return checksum.value() == expected;
+}
+
+// Whether a record is one that we write, to the last bit, of the data that the header describes. One that isn't comes
+// from elsewhere, and would make each bank fail or be damaged in which it is put.
+bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Codec* codec)
+{
+    const bank::Result<bank::Sound> sound = bank::deserialise(record);
+    if (!sound)
+        return false;
+    *codec = sound->codec;
+    return sound->dataBytes == header.dataBytes && sound->dataChecksum == header.dataChecksum
+        && std::ranges::equal(bank::serialise(*sound), record);
 }
 
 // Something other than a file may stand where an entry belongs, a folder for instance.
@@ -106,20 +118,19 @@ uint64_t configuredLimit(const std::string& directory)
 EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
                               std::span<const uint8_t> record)
 {
-    EntryHeader header{
-        {}, key.high, key.low, dataBytes, record.size(), dataChecksum, bank::checksum(std::as_bytes(record)), 0};
+    EntryHeader header{{}, key.bytes, dataBytes, record.size(), dataChecksum, bank::checksum(std::as_bytes(record)), 0};
     std::memcpy(header.magic, kEntryMagic, sizeof kEntryMagic);
     header.headerChecksum =
         bank::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
     return header;
 }
 
-bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
+bool EntryHeader::valid(const ContentHash& wanted, uint64_t fileBytes) const
 {
     const auto bytes = std::as_bytes(std::span(this, 1));
     return std::memcmp(magic, kEntryMagic, sizeof kEntryMagic) == 0
-        && bank::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum && keyHigh == key.high
-        && keyLow == key.low && recordBytes <= kLargestRecord && dataBytes <= fileBytes
+        && bank::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum && key == wanted.bytes
+        && recordBytes <= kLargestRecord && dataBytes <= fileBytes
         && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
 }
 
@@ -153,7 +164,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
         entry.record.resize(header.recordBytes);
         const auto record = std::as_writable_bytes(std::span(entry.record));
         intact = readAt(descriptor, record, sizeof header + header.dataBytes) == 0
-            && bank::checksum(record) == header.recordChecksum
+            && bank::checksum(record) == header.recordChecksum && fits(entry.record, header, &entry.codec)
             && verify(descriptor, sizeof header, header.dataBytes, header.dataChecksum, stop);
     }
     // A damaged entry stays until store() puts another in its place: removing it here could hit the good one with which

@@ -1,10 +1,12 @@
 // The folder of sounds that were encoded before.
 #pragma once
 
+#include "bank/sound.hpp"
 #include "content_hash.hpp"
 #include "file.hpp"
 #include "record_table.hpp"
 
+#include <array>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -19,8 +21,7 @@ namespace tarnok {
 struct EntryHeader
 {
     char magic[8];
-    uint64_t keyHigh;
-    uint64_t keyLow;
+    std::array<uint8_t, 32> key;
     uint64_t dataBytes;
     uint64_t recordBytes;
     uint64_t dataChecksum; // XXH3-64, the one that the sound's record tells
@@ -29,14 +30,15 @@ struct EntryHeader
 
     static EntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
                             std::span<const uint8_t> record);
-    bool valid(const ContentHash& key, uint64_t fileBytes) const;
+    bool valid(const ContentHash& wanted, uint64_t fileBytes) const;
 };
-static_assert(sizeof(EntryHeader) == 64);
+static_assert(sizeof(EntryHeader) == 80);
 
 // One encoded sound of the cache, found and verified.
 struct CacheEntry
 {
     FileDescriptor file;
+    bank::Codec codec = bank::Codec::Pcm;
     uint64_t dataBytes = 0;
     std::vector<uint8_t> record;
 };
@@ -55,8 +57,8 @@ public:
 
     std::string indexFolder() const { return mDirectory + "/index"; }
 
-    // The entry of that key after all of it was read and compared with its checksums. A damaged one isn't
-    // there; it stays in its place until store() replaces it.
+    // The entry of that key after all of it was read and compared with its checksums, and its record with what an
+    // encoder can say and with the header. A damaged one isn't there; it stays in its place until store() replaces it.
     std::optional<CacheEntry> find(const ContentHash& key, const std::stop_token& stop);
 
     // Opens an entry that was found or stored during this build, and tells the size of its file. Empty when somebody

@@ -170,14 +170,14 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
     EXPECT_FALSE(identity->settled);
     index.save();
     EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
-    EXPECT_TRUE(*identifier.unchanged("racy", *identity, {}));
+    EXPECT_TRUE(*identifier.unchanged("racy", *identity, true, {}));
 
     // Another content that came within the same tick of a coarse clock: nothing but the content differs.
     write("b");
     identity->stamp = *stampOf("racy");
-    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {}));
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {}));
     write("a");
-    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {})) << "the stamp has changed";
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {})) << "the stamp has changed";
 }
 
 TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
@@ -193,7 +193,7 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     stamp.modified = 500 * second;
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its times were set back";
 
-    const ContentHash hash{1, 2};
+    const ContentHash hash{{1, 2}};
     SourceIndex("settled-index").save();
     SourceIndex index("settled-index");
     index.remember("file", stamp, hash);
