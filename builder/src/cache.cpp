@@ -134,9 +134,10 @@ bool EntryHeader::valid(const ContentHash& wanted, uint64_t fileBytes) const
         && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
 }
 
-Cache::Cache(std::string directory, bool useEntries)
+Cache::Cache(std::string directory, bool useEntries, Remarks& remarks)
     : mDirectory(std::move(directory))
     , mUseEntries(useEntries)
+    , mRemarks(remarks)
     , mLimit(configuredLimit(mDirectory))
 {
     mkdir((mDirectory + "/sounds").c_str(), 0777);
@@ -190,9 +191,25 @@ Result<TemporaryFile> Cache::newEntry()
 {
     Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
     // Somebody may have emptied the folder since.
-    if (file || mkdir(temporaryFolder().c_str(), 0777) != 0)
-        return file;
-    return TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    if (!file && mkdir(temporaryFolder().c_str(), 0777) == 0)
+        file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    if (!file)
+        cannotKeep(file.fault());
+    return file;
+}
+
+void Cache::cannotKeep(const Fault& why)
+{
+    if (mRemarked.exchange(true))
+        return;
+    std::string reason = why.text;
+    struct stat status;
+    if (stat(mDirectory.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+        reason = "it is not a folder";
+    else if (access(mDirectory.c_str(), F_OK) != 0)
+        reason = "it does not exist";
+    mRemarks.post("the cache " + mDirectory + " can't be used: " + reason
+                  + "; temporary files take its place, and the next build encodes again");
 }
 
 bool Cache::store(TemporaryFile* file, const ContentHash& key)
@@ -213,8 +230,10 @@ bool Cache::store(TemporaryFile* file, const ContentHash& key)
         removeWhatever(path);
         error = file->commit(path);
     }
-    if (error != 0)
+    if (error != 0) {
+        cannotKeep(fileFault("storing", path, error));
         return false;
+    }
     const std::lock_guard lock(mMutex);
     mStoredBytes += bytes;
     return true;
@@ -264,12 +283,17 @@ void Cache::saveRecords(const std::stop_token& stop)
         table.mergedWith(mNewRecords, now - kForgetRecordAfter, now - kInUseFor, mLimit / kRecordsShare);
     mNewRecords.clear();
     Result<TemporaryFile> file = newEntry();
-    if (!file || writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0) != 0)
+    if (!file)
         return;
-    if (file->commit(recordsPath()) == EISDIR) {
+    int error = writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0);
+    if (error == 0)
+        error = file->commit(recordsPath());
+    if (error == EISDIR) {
         removeWhatever(recordsPath());
-        file->commit(recordsPath());
+        error = file->commit(recordsPath());
     }
+    if (error != 0)
+        cannotKeep(fileFault("storing", recordsPath(), error));
 }
 
 std::optional<RecordTable> Cache::readRecords() const

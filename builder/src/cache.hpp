@@ -5,8 +5,10 @@
 #include "content_hash.hpp"
 #include "file.hpp"
 #include "record_table.hpp"
+#include "remarks.hpp"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -48,13 +50,14 @@ struct CacheEntry
 // curious person does to it, it is either right or found to be damaged and made again. Builds of several processes,
 // also on several machines, may share the folder.
 //
-// A folder that can't be written is no obstacle: nothing is kept then.
+// A folder that can't be written is no obstacle: nothing is kept then, and one remark of the build says so.
 class Cache
 {
 public:
     // directory exists. With useEntries off nothing is found, though everything is stored.
-    Cache(std::string directory, bool useEntries);
+    Cache(std::string directory, bool useEntries, Remarks& remarks);
 
+    const std::string& directory() const { return mDirectory; }
     std::string indexFolder() const { return mDirectory + "/index"; }
 
     // The entry of that key after all of it was read and compared with its checksums, and its record with what an
@@ -70,6 +73,9 @@ public:
 
     // Makes file the entry of that key, in place of a damaged one. Answers whether that worked; if not, file remains.
     bool store(TemporaryFile* file, const ContentHash& key);
+
+    // A sound of this build isn't kept. Makes the remark, unless it has been made.
+    void cannotKeep(const Fault& why);
 
     // Puts off the removal of an entry that this build needs and found or stored long ago.
     void keep(const ContentHash& key) const;
@@ -102,6 +108,8 @@ private:
 
     std::string mDirectory;
     bool mUseEntries;
+    Remarks& mRemarks;
+    std::atomic<bool> mRemarked = false;
     uint64_t mLimit;
     std::mutex mMutex;
     uint64_t mStoredBytes = 0;

@@ -384,6 +384,10 @@ TEST_F(Cache, IsNotNeededForABuild)
             EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 6);
             EXPECT_TRUE(outcome.bank == expected);
             EXPECT_EQ(leftovers(), std::vector<std::string>());
+            const bool isUsed = order.cache == pathOf("piped") || (order.cache == pathOf("readonly") && geteuid() == 0);
+            ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
+            for (const std::string& remark : outcome.remarks)
+                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
         }
     }
 }
@@ -403,7 +407,11 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
         GTEST_SKIP() << "needs the right to mount a small disk";
     order.cache = disk;
-    EXPECT_TRUE(mustBuild(order).bank == expected);
+    const Outcome full = mustBuild(order);
+    EXPECT_TRUE(full.bank == expected);
+    ASSERT_EQ(full.remarks.size(), 1u);
+    EXPECT_NE(full.remarks[0].find("the cache " + disk + " can't be used: disk full"), std::string::npos)
+        << full.remarks[0];
     EXPECT_EQ(build(order).cachedSounds(), 1) << "what fits is kept";
 
     order.output = disk + "/bank.tnb";

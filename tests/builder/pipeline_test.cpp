@@ -8,6 +8,7 @@
 #include "resampler.hpp"
 #include "source_identity.hpp"
 #include "support/vector_state.hpp"
+#include "worker_memory.hpp"
 #include "worker_pool.hpp"
 
 #include <gtest/gtest.h>
@@ -356,5 +357,39 @@ TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
         char room[9];
         copyCharacters("aé𝄞", room, size);
         EXPECT_STREQ(room, expected) << size;
+    }
+}
+
+TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProcessCannotGetMore)
+{
+    constexpr uint64_t megabyte = 1 << 20;
+    struct Case
+    {
+        MemoryLeft left;
+        unsigned least, most; // workers out of 8; 0: refused
+        const char* remark;
+    };
+    const uint64_t all = MemoryLeft::kUnlimited;
+    const Case cases[] = {
+        {{}, 8, 8, ""},
+        {{400 * megabyte, all, all, all}, 2, 5, "ulimit -v"},
+        {{40 * megabyte, all, all, all}, 1, 1, "ulimit -v"},
+        {{10 * megabyte, all, all, all}, 0, 0, ""},
+        {{all, 100 * megabyte, all, all}, 2, 7, "ulimit -d"},
+        {{all, megabyte, all, all}, 0, 0, ""},
+        {{all, all, 50 * megabyte, all}, 2, 6, "control group"},
+        {{all, all, 0, all}, 1, 1, "control group"},
+        {{all, all, 80 * megabyte, 30 * megabyte}, 1, 3, "machine"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(&test - cases);
+        const Result<WorkerCount> workers = affordableWorkers(8, test.left);
+        ASSERT_EQ(bool(workers), test.most > 0);
+        if (!workers)
+            continue;
+        EXPECT_GE(workers->count, test.least);
+        EXPECT_LE(workers->count, test.most);
+        EXPECT_NE(workers->remark.find(test.remark), std::string::npos) << workers->remark;
+        EXPECT_EQ(workers->remark.empty(), workers->count == 8);
     }
 }
