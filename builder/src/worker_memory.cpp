@@ -134,11 +134,10 @@ Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
         if (fit == 0 && bound.isHard && bound.left < least)
             return Fault{TARNOK_ERR_MEMORY,
                          std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
-                             + " MB; to encode sounds takes "
-                             + std::to_string(least / kMegabyte) + " MB"};
+                             + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
         result.count = std::max(1u, unsigned(fit));
-        result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count) + " at work: "
-            + bound.what + " leaves room for no more";
+        result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count)
+            + " at work: " + bound.what + " leaves room for no more";
     }
     if (result.count == wanted)
         result.remark.clear();
