@@ -80,9 +80,20 @@ std::vector<Damage> forgeriesOf(const Bytes& entry)
         change(sound);
         forge(name, bank::serialise(sound));
     };
-    lie("more data than there is", [](bank::Sound& sound) { ++sound.dataBytes; });
     lie("another checksum", [](bank::Sound& sound) { ++sound.dataChecksum; });
-    lie("another codec", [](bank::Sound& sound) { sound.codec = bank::Codec::Pcm; });
+    const auto becomePcm = [](bank::Sound& sound) {
+        const bank::Sound other = std::exchange(sound, bank::Sound());
+        sound.sampleFormat = bank::SampleFormat::Pcm8;
+        sound.sampleRate = other.sampleRate;
+        sound.sampleCount = sound.dataBytes = other.dataBytes;
+        sound.dataChecksum = other.dataChecksum;
+        sound.channels = 1;
+    };
+    lie("another codec", becomePcm);
+    lie("more data than there is", [&](bank::Sound& sound) {
+        becomePcm(sound);
+        sound.sampleCount = ++sound.dataBytes;
+    });
     for (size_t byte = 0; byte < record.size(); ++byte) {
         Bytes forged = record;
         forged[byte] = 0xff;
