@@ -1,5 +1,7 @@
 #include "bank/checksum.hpp"
 
+#include "bank/vector_state.hpp"
+
 #include <xxhash.h>
 
 #include <new>
@@ -13,7 +15,9 @@ uint64_t checksum(std::span<const uint8_t> bytes)
 
 uint64_t checksum(std::span<const std::byte> bytes)
 {
-    return XXH3_64bits(bytes.data(), bytes.size());
+    const uint64_t value = XXH3_64bits(bytes.data(), bytes.size());
+    clearVectorState();
+    return value;
 }
 
 void RunningChecksum::Free::operator()(XXH3_state_s* state) const
@@ -34,11 +38,14 @@ RunningChecksum::~RunningChecksum() = default;
 void RunningChecksum::add(std::span<const uint8_t> bytes)
 {
     XXH3_64bits_update(mState.get(), bytes.data(), bytes.size());
+    clearVectorState();
 }
 
 uint64_t RunningChecksum::value() const
 {
-    return XXH3_64bits_digest(mState.get());
+    const uint64_t value = XXH3_64bits_digest(mState.get());
+    clearVectorState();
+    return value;
 }
 
 } // namespace bank

@@ -4,6 +4,7 @@
 #include "bank_output.hpp"
 #include "c_header.hpp"
 #include "encoder.hpp"
+#include "worker_memory.hpp"
 #include "worker_pool.hpp"
 
 #include <algorithm>
@@ -138,8 +139,9 @@ Build::Build(const LibrarySettings& library, const BuildRequest& request, Progre
     , mRequest(request)
     , mOrder(request.order)
     , mQueue(queue)
+    , mRemarks(remarks)
     , mStop(std::move(stop))
-    , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD))
+    , mCache(library.cacheDirectory, !has(TARNOK_INIT_REBUILD), remarks)
     , mIndex(mCache.indexFolder())
     , mSources(mIndex, !has(TARNOK_INIT_REBUILD))
     , mMeans{mEngine, mCache, mSources, remarks, temporaryFolders(library.cacheDirectory), mStop}
@@ -174,10 +176,12 @@ Status Build::runPhases()
     if (!engine)
         return engine.fault();
     mEngine = std::move(*engine);
+    if (Status status = countWorkers(); !status)
+        return status;
     loadModule();
 
     const std::vector<size_t> order = longestFirst();
-    runOnWorkers(mLibrary.threadCount, order.size(), [&](size_t job, unsigned worker) {
+    runOnWorkers(mWorkers, order.size(), [&](size_t job, unsigned worker) {
         if (!mStop.stop_requested())
             buildSound({order[job], worker});
     });
@@ -216,6 +220,18 @@ Status Build::openOutputs(Outputs* outputs) const
     if (Status status = checkHeader(headerFile); !status)
         return status;
     outputs->header.emplace(std::move(*header));
+    return {};
+}
+
+Status Build::countWorkers()
+{
+    const auto most = unsigned(std::min<size_t>(mLibrary.threadCount, mRequest.subsounds.size()));
+    const Result<WorkerCount> workers = affordableWorkers(most, memoryLeft());
+    if (!workers)
+        return workers.fault();
+    mWorkers = workers->count;
+    if (!workers->remark.empty())
+        mRemarks.post(workers->remark);
     return {};
 }
 
@@ -374,7 +390,7 @@ Status Build::encodeChanged(size_t found, bool all)
 void Build::encodeAgain(std::span<const size_t> sounds,
                         const std::function<void(const Task& task, Result<StoredPlace> place)>& take)
 {
-    runOnWorkers(mLibrary.threadCount, sounds.size(), [&](size_t job, unsigned worker) {
+    runOnWorkers(mWorkers, sounds.size(), [&](size_t job, unsigned worker) {
         if (mStop.stop_requested())
             return;
         try {

@@ -61,6 +61,7 @@ private:
 
     Status runPhases();
     Status openOutputs(Outputs* outputs) const;
+    Status countWorkers();
     void loadModule();
     Status refuseSource(const std::string& outputFile) const;
     std::vector<size_t> longestFirst() const;
@@ -93,6 +94,7 @@ private:
     BankOrder mOrder; // that of the request, with the module loaded
     std::optional<Fault> mModuleFault;
     ProgressQueue& mQueue;
+    Remarks& mRemarks;
     std::stop_token mStop;
 
     Cache mCache;
@@ -101,6 +103,7 @@ private:
     KessSystem mEngine;
     BuildMeans mMeans;
     std::vector<SoundBuilder> mBuilders; // one a worker
+    unsigned mWorkers = 1; // that the memory can carry
 
     std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet
     std::mutex mMutex;

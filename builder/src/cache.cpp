@@ -19,7 +19,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr char kEntryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '1'};
+constexpr char kEntryMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '2'};
 constexpr std::string_view kTemporaryStem = "sound";
 constexpr uint64_t kLargestRecord = 256 << 20;
 constexpr size_t kReadBlock = 256 << 10;
@@ -53,6 +53,18 @@ bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, 
         count -= piece.size();
     }
     return checksum.value() == expected;
+}
+
+// Whether a record is one that we write, to the last bit, of the data that the header describes. One that isn't comes
+// from elsewhere, and would make each bank fail or be damaged in which it is put.
+bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Codec* codec)
+{
+    const bank::Result<bank::Sound> sound = bank::deserialise(record);
+    if (!sound)
+        return false;
+    *codec = sound->codec;
+    return sound->dataBytes == header.dataBytes && sound->dataChecksum == header.dataChecksum
+        && std::ranges::equal(bank::serialise(*sound), record);
 }
 
 // Something other than a file may stand where an entry belongs, a folder for instance.
@@ -106,26 +118,26 @@ uint64_t configuredLimit(const std::string& directory)
 EntryHeader EntryHeader::make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
                               std::span<const uint8_t> record)
 {
-    EntryHeader header{
-        {}, key.high, key.low, dataBytes, record.size(), dataChecksum, bank::checksum(std::as_bytes(record)), 0};
+    EntryHeader header{{}, key.bytes, dataBytes, record.size(), dataChecksum, bank::checksum(std::as_bytes(record)), 0};
     std::memcpy(header.magic, kEntryMagic, sizeof kEntryMagic);
     header.headerChecksum =
         bank::checksum(std::as_bytes(std::span(&header, 1)).first(offsetof(EntryHeader, headerChecksum)));
     return header;
 }
 
-bool EntryHeader::valid(const ContentHash& key, uint64_t fileBytes) const
+bool EntryHeader::valid(const ContentHash& wanted, uint64_t fileBytes) const
 {
     const auto bytes = std::as_bytes(std::span(this, 1));
     return std::memcmp(magic, kEntryMagic, sizeof kEntryMagic) == 0
-        && bank::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum && keyHigh == key.high
-        && keyLow == key.low && recordBytes <= kLargestRecord && dataBytes <= fileBytes
+        && bank::checksum(bytes.first(offsetof(EntryHeader, headerChecksum))) == headerChecksum && key == wanted.bytes
+        && recordBytes <= kLargestRecord && dataBytes <= fileBytes
         && fileBytes - dataBytes == sizeof(EntryHeader) + recordBytes;
 }
 
-Cache::Cache(std::string directory, bool useEntries)
+Cache::Cache(std::string directory, bool useEntries, Remarks& remarks)
     : mDirectory(std::move(directory))
     , mUseEntries(useEntries)
+    , mRemarks(remarks)
     , mLimit(configuredLimit(mDirectory))
 {
     mkdir((mDirectory + "/sounds").c_str(), 0777);
@@ -153,7 +165,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
         entry.record.resize(header.recordBytes);
         const auto record = std::as_writable_bytes(std::span(entry.record));
         intact = readAt(descriptor, record, sizeof header + header.dataBytes) == 0
-            && bank::checksum(record) == header.recordChecksum
+            && bank::checksum(record) == header.recordChecksum && fits(entry.record, header, &entry.codec)
             && verify(descriptor, sizeof header, header.dataBytes, header.dataChecksum, stop);
     }
     // A damaged entry stays until store() puts another in its place: removing it here could hit the good one with which
@@ -179,9 +191,25 @@ Result<TemporaryFile> Cache::newEntry()
 {
     Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
     // Somebody may have emptied the folder since.
-    if (file || mkdir(temporaryFolder().c_str(), 0777) != 0)
-        return file;
-    return TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    if (!file && mkdir(temporaryFolder().c_str(), 0777) == 0)
+        file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    if (!file)
+        cannotKeep(file.fault());
+    return file;
+}
+
+void Cache::cannotKeep(const Fault& why)
+{
+    if (mRemarked.exchange(true))
+        return;
+    std::string reason = why.text;
+    struct stat status;
+    if (stat(mDirectory.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+        reason = "it is not a folder";
+    else if (access(mDirectory.c_str(), F_OK) != 0)
+        reason = "it does not exist";
+    mRemarks.post("the cache " + mDirectory + " can't be used: " + reason
+                  + "; temporary files take its place, and the next build encodes again");
 }
 
 bool Cache::store(TemporaryFile* file, const ContentHash& key)
@@ -202,8 +230,10 @@ bool Cache::store(TemporaryFile* file, const ContentHash& key)
         removeWhatever(path);
         error = file->commit(path);
     }
-    if (error != 0)
+    if (error != 0) {
+        cannotKeep(fileFault("storing", path, error));
         return false;
+    }
     const std::lock_guard lock(mMutex);
     mStoredBytes += bytes;
     return true;
@@ -253,12 +283,17 @@ void Cache::saveRecords(const std::stop_token& stop)
         table.mergedWith(mNewRecords, now - kForgetRecordAfter, now - kInUseFor, mLimit / kRecordsShare);
     mNewRecords.clear();
     Result<TemporaryFile> file = newEntry();
-    if (!file || writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0) != 0)
+    if (!file)
         return;
-    if (file->commit(recordsPath()) == EISDIR) {
+    int error = writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0);
+    if (error == 0)
+        error = file->commit(recordsPath());
+    if (error == EISDIR) {
         removeWhatever(recordsPath());
-        file->commit(recordsPath());
+        error = file->commit(recordsPath());
     }
+    if (error != 0)
+        cannotKeep(fileFault("storing", recordsPath(), error));
 }
 
 std::optional<RecordTable> Cache::readRecords() const

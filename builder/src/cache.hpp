@@ -1,10 +1,14 @@
 // The folder of sounds that were encoded before.
 #pragma once
 
+#include "bank/sound.hpp"
 #include "content_hash.hpp"
 #include "file.hpp"
 #include "record_table.hpp"
+#include "remarks.hpp"
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -19,8 +23,7 @@ namespace tarnok {
 struct EntryHeader
 {
     char magic[8];
-    uint64_t keyHigh;
-    uint64_t keyLow;
+    std::array<uint8_t, 32> key;
     uint64_t dataBytes;
     uint64_t recordBytes;
     uint64_t dataChecksum; // XXH3-64, the one that the sound's record tells
@@ -29,14 +32,15 @@ struct EntryHeader
 
     static EntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
                             std::span<const uint8_t> record);
-    bool valid(const ContentHash& key, uint64_t fileBytes) const;
+    bool valid(const ContentHash& wanted, uint64_t fileBytes) const;
 };
-static_assert(sizeof(EntryHeader) == 64);
+static_assert(sizeof(EntryHeader) == 80);
 
 // One encoded sound of the cache, found and verified.
 struct CacheEntry
 {
     FileDescriptor file;
+    bank::Codec codec = bank::Codec::Pcm;
     uint64_t dataBytes = 0;
     std::vector<uint8_t> record;
 };
@@ -46,17 +50,18 @@ struct CacheEntry
 // curious person does to it, it is either right or found to be damaged and made again. Builds of several processes,
 // also on several machines, may share the folder.
 //
-// A folder that can't be written is no obstacle: nothing is kept then.
+// A folder that can't be written is no obstacle: nothing is kept then, and one remark of the build says so.
 class Cache
 {
 public:
     // directory exists. With useEntries off nothing is found, though everything is stored.
-    Cache(std::string directory, bool useEntries);
+    Cache(std::string directory, bool useEntries, Remarks& remarks);
 
+    const std::string& directory() const { return mDirectory; }
     std::string indexFolder() const { return mDirectory + "/index"; }
 
-    // The entry of that key after all of it was read and compared with its checksums. A damaged one isn't
-    // there; it stays in its place until store() replaces it.
+    // The entry of that key after all of it was read and compared with its checksums, and its record with what an
+    // encoder can say and with the header. A damaged one isn't there; it stays in its place until store() replaces it.
     std::optional<CacheEntry> find(const ContentHash& key, const std::stop_token& stop);
 
     // Opens an entry that was found or stored during this build, and tells the size of its file. Empty when somebody
@@ -68,6 +73,9 @@ public:
 
     // Makes file the entry of that key, in place of a damaged one. Answers whether that worked; if not, file remains.
     bool store(TemporaryFile* file, const ContentHash& key);
+
+    // A sound of this build isn't kept. Makes the remark, unless it has been made.
+    void cannotKeep(const Fault& why);
 
     // Puts off the removal of an entry that this build needs and found or stored long ago.
     void keep(const ContentHash& key) const;
@@ -100,6 +108,8 @@ private:
 
     std::string mDirectory;
     bool mUseEntries;
+    Remarks& mRemarks;
+    std::atomic<bool> mRemarked = false;
     uint64_t mLimit;
     std::mutex mMutex;
     uint64_t mStoredBytes = 0;

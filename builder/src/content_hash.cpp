@@ -1,10 +1,10 @@
 #include "content_hash.hpp"
 
-#include <xxhash.h>
+#include "bank/vector_state.hpp"
+
+#include <sodium/core.h>
 
 #include <bit>
-#include <cstdio>
-#include <new>
 
 namespace tarnok {
 
@@ -12,25 +12,27 @@ static_assert(std::endian::native == std::endian::little, "fields are hashed as 
 
 std::string ContentHash::hex() const
 {
-    char digits[33];
-    std::snprintf(digits, sizeof digits, "%016llx%016llx", static_cast<unsigned long long>(high),
-                  static_cast<unsigned long long>(low));
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string digits;
+    for (const uint8_t byte : bytes) {
+        digits += kDigits[byte >> 4];
+        digits += kDigits[byte & 15];
+    }
     return digits;
 }
 
 ContentHasher::ContentHasher()
-    : mState(XXH3_createState())
 {
-    if (!mState)
-        throw std::bad_alloc();
-    XXH3_128bits_reset(mState.get());
+    // Selects the code for this processor. Fails only for want of randomness, which nothing here uses.
+    static const int ready = sodium_init();
+    (void)ready;
+    crypto_generichash_init(&mState, nullptr, 0, sizeof(ContentHash::bytes));
 }
-
-ContentHasher::~ContentHasher() = default;
 
 void ContentHasher::add(std::span<const std::byte> bytes)
 {
-    XXH3_128bits_update(mState.get(), bytes.data(), bytes.size());
+    crypto_generichash_update(&mState, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    bank::clearVectorState();
 }
 
 void ContentHasher::addNumber(uint64_t number)
@@ -46,13 +48,11 @@ void ContentHasher::addText(std::string_view text)
 
 ContentHash ContentHasher::digest() const
 {
-    const XXH128_hash_t hash = XXH3_128bits_digest(mState.get());
-    return {hash.high64, hash.low64};
-}
-
-void ContentHasher::Free::operator()(XXH3_state_s* state) const
-{
-    XXH3_freeState(state);
+    crypto_generichash_state state = mState;
+    ContentHash hash;
+    crypto_generichash_final(&state, hash.bytes.data(), hash.bytes.size());
+    bank::clearVectorState();
+    return hash;
 }
 
 } // namespace tarnok

@@ -11,11 +11,6 @@ namespace {
 // Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
 constexpr size_t kBufferBytes = 128 << 10;
 
-Fault keepingFault(int error)
-{
-    return fileFault("keeping an encoded sound for", "the bank", error);
-}
-
 } // namespace
 
 bank::Error FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
@@ -47,7 +42,7 @@ Result<SpillFiles::Position> SpillFiles::position()
 
 Result<SpillFiles::Position> SpillFiles::nextFolder()
 {
-    Fault last{TARNOK_ERR_FILE_OS, "no disk has room for the encoded sounds"};
+    Fault last{TARNOK_ERR_FILE_OS, "no disk has room for the encoded sounds (tried: " + listed(mFolders) + ")"};
     while (mNextFolder < mFolders.size()) {
         Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
         if (file) {
@@ -134,8 +129,18 @@ bool EncodedFile::put(std::span<const std::byte> bytes, uint64_t position)
     return true;
 }
 
+Fault EncodedFile::keepingFault(int error) const
+{
+    Fault fault = fileFault("keeping an encoded sound for", "the bank", error);
+    if (anotherDiskMayHelp(error))
+        fault.text += " (in " + listed(mSpill.folders()) + ")";
+    return fault;
+}
+
 bool EncodedFile::moveToSpill(int error)
 {
+    if (!mSpilled && mCache && mEntry)
+        mCache->cannotKeep(fileFault("keeping an encoded sound in", mCache->directory(), error));
     bool currentIsFull = mSpilled.has_value();
     for (;;) {
         const Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();

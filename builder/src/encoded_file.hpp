@@ -74,6 +74,8 @@ public:
         uint64_t end = 0;
     };
 
+    const std::vector<std::string>& folders() const { return mFolders; }
+
     // Where the next sound begins. Fails when no folder is left.
     Result<Position> position();
 
@@ -109,6 +111,7 @@ private:
     bool flush();
     bool put(std::span<const std::byte> bytes, uint64_t position);
     bool moveToSpill(int error);
+    Fault keepingFault(int error) const;
     int descriptor() const { return mSpilled ? mSpilled->file->get() : mEntry.descriptor(); }
     uint64_t start() const { return mSpilled ? mSpilled->end : 0; }
 

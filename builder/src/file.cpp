@@ -118,6 +118,14 @@ std::string folderOf(std::string_view path)
     return std::string(path.substr(0, std::max<size_t>(slash, 1)));
 }
 
+std::string listed(const std::vector<std::string>& names)
+{
+    std::string list;
+    for (size_t index = 0; index < names.size(); ++index)
+        list += (index == 0 ? "" : index + 1 < names.size() ? ", " : " and ") + names[index];
+    return list;
+}
+
 Fault keepsChanging(std::string_view path)
 {
     return {TARNOK_ERR_FILE_OS, std::string(baseName(path)) + ": another program keeps writing to this file"};

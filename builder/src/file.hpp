@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarnok {
 
@@ -53,6 +54,9 @@ std::string_view baseName(std::string_view path);
 
 // The folder that holds path: "." for a bare name.
 std::string folderOf(std::string_view path);
+
+// Names as a person lists them: "a, b and c".
+std::string listed(const std::vector<std::string>& names);
 
 // The fault of a failed system call on the file at path: FILE_NOT_FOUND or FILE_OS, in words. doing completes "while
 // ... kick.wav", for instance "reading".

@@ -38,11 +38,6 @@ void quantise(const float* samples, size_t count, uint64_t firstPlace, size_t wi
     }
 }
 
-Fault spoolFault(int error)
-{
-    return fileFault("keeping resampled sound for", "the bank", error < 0 ? EIO : error);
-}
-
 } // namespace
 
 Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, const std::vector<std::string>& folders,
@@ -73,7 +68,7 @@ Status FrameSpool::write(uint64_t frame, const float* frames, size_t count)
         if (error == 0)
             return {};
         if (!anotherDiskMayHelp(error) || !openNextFolder())
-            return mStop.stop_requested() ? cancelled() : spoolFault(error);
+            return mStop.stop_requested() ? cancelled() : faultOf(error);
     }
 }
 
@@ -91,7 +86,7 @@ Status FrameSpool::readFloat(float* frames, size_t count)
     } else {
         const auto bytes = std::as_writable_bytes(std::span(frames, count * channels));
         if (const int error = readAt(mFile.get(), bytes, mPosition * channels * sizeof(float)))
-            return spoolFault(error);
+            return faultOf(error);
     }
     mPosition += count;
     return {};
@@ -111,13 +106,20 @@ Status FrameSpool::readSamples(void* frames, size_t count)
     return {};
 }
 
+Fault FrameSpool::faultOf(int error) const
+{
+    Fault fault = fileFault("keeping resampled sound for", "the bank", error < 0 ? EIO : error);
+    if (anotherDiskMayHelp(error))
+        fault.text += " (in " + listed(mFolders) + ")";
+    return fault;
+}
+
 // Moves to the next folder with all that was written so far.
 Status FrameSpool::openNextFolder()
 {
     Fault last{TARNOK_ERR_FILE_OS, "no folder for temporary files has room for resampled sound"};
-    while (!mFolders.empty()) {
-        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders.front());
-        mFolders.erase(mFolders.begin());
+    while (mNextFolder < mFolders.size()) {
+        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
         struct stat status;
         if (!file) {
             last = file.fault();

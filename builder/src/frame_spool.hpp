@@ -42,10 +42,12 @@ private:
     { }
 
     Status openNextFolder();
+    Fault faultOf(int error) const;
 
     FrameFacts mFacts;
     std::stop_token mStop;
-    std::vector<std::string> mFolders; // not tried yet
+    std::vector<std::string> mFolders;
+    size_t mNextFolder = 0; // the first that was not tried yet
     std::vector<float> mMemory;
     FileDescriptor mFile;
     uint64_t mPosition = 0;

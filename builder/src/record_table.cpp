@@ -10,7 +10,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '1'};
+constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '2'};
 
 // Little-endian. The records follow each other without a gap, by their keys: a head, then its bytes.
 struct TableHeader
@@ -22,8 +22,7 @@ struct TableHeader
 // In front of the bytes of a record.
 struct RecordHead
 {
-    uint64_t keyHigh;
-    uint64_t keyLow;
+    ContentHash key;
     uint64_t dataOffset;
     int64_t usedAt;
     uint64_t recordBytes;
@@ -35,7 +34,6 @@ struct Candidate
     RecordHead head;
     const uint8_t* bytes;
 
-    ContentHash key() const { return {head.keyHigh, head.keyLow}; }
     uint64_t size() const { return sizeof head + head.recordBytes; }
 };
 
@@ -60,7 +58,7 @@ void leaveOut(std::vector<Candidate>* records, int64_t oldest, int64_t recently,
 std::vector<uint8_t> fileOf(std::vector<Candidate> records)
 {
     std::sort(records.begin(), records.end(),
-              [](const Candidate& left, const Candidate& right) { return left.key() < right.key(); });
+              [](const Candidate& left, const Candidate& right) { return left.head.key < right.head.key; });
     uint64_t size = sizeof(TableHeader);
     for (const Candidate& record : records)
         size += record.size();
@@ -93,7 +91,7 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
         if (file.size() - offset < sizeof(RecordHead))
             return std::nullopt;
         const auto head = bank::loadLittle<RecordHead>(&file[offset]);
-        const Place place{{head.keyHigh, head.keyLow}, offset};
+        const Place place{head.key, offset};
         offset += sizeof head;
         const bool isInOrder = table.mPlaces.empty() || table.mPlaces.back().key < place.key;
         if (head.recordBytes > file.size() - offset || !isInOrder)
@@ -124,8 +122,7 @@ std::vector<uint8_t> RecordTable::mergedWith(const NewRecords& newer, int64_t ol
     records.reserve(mPlaces.size() + newer.size());
     for (const auto& [key, record] : newer) {
         if (!record.bytes.empty())
-            records.push_back(
-                {{key.high, key.low, record.dataOffset, record.usedAt, record.bytes.size()}, record.bytes.data()});
+            records.push_back({{key, record.dataOffset, record.usedAt, record.bytes.size()}, record.bytes.data()});
     }
     for (const Place& place : mPlaces) {
         if (!newer.contains(place.key))

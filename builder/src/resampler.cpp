@@ -1,5 +1,6 @@
 #include "resampler.hpp"
 
+#include "bank/vector_state.hpp"
 #include "frame_spool.hpp"
 
 #include <soxr.h>
@@ -199,6 +200,7 @@ private:
             }
             size_t used = 0;
             size_t made = 0;
+            bank::clearVectorState();
             const soxr_error_t error = soxr_process(resampler->get(), &mInputBlock[taken * channels], waiting, &used,
                                                     mOutputBlock.data(), kBlockFrames, &made);
             if (error)

@@ -1,5 +1,6 @@
 #include "sound_builder.hpp"
 
+#include "bank/vector_state.hpp"
 #include "build_request.hpp"
 #include "raw_sound.hpp"
 
@@ -52,7 +53,9 @@ Status SoundBuilder::identify(Job* job)
     job->identities.clear();
     std::vector<ContentHash> contents;
     for (const std::string& path : job->paths) {
-        const Result<SourceIdentity> identity = mMeans.sources.identify(path, mMeans.stop, job->again);
+        // A file that isn't what it was taken for was taken so by the index, perhaps.
+        const bool anew = job->again || !job->changed.empty();
+        const Result<SourceIdentity> identity = mMeans.sources.identify(path, mMeans.stop, anew);
         if (!identity)
             return identity.fault();
         job->identities.push_back(*identity);
@@ -68,7 +71,8 @@ std::optional<StoredPlace> SoundBuilder::find(const Job& job)
         return std::nullopt;
     if (std::optional<StoredPlace> place = findInSource(job))
         return place;
-    if (const std::optional<CacheEntry> entry = mMeans.cache.find(job.key, mMeans.stop))
+    const std::optional<CacheEntry> entry = mMeans.cache.find(job.key, mMeans.stop);
+    if (entry && entry->codec == job.settings.codec)
         return StoredPlace::of(job.key, entry->dataBytes, entry->record);
     return std::nullopt;
 }
@@ -82,7 +86,8 @@ std::optional<StoredPlace> SoundBuilder::findInSource(const Job& job)
         return std::nullopt;
     const FileStamp& stamp = job.identities.front().stamp;
     const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > StoredPlace::kLongestKeptRecord
+    if (!sound || known->bytes.size() > StoredPlace::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
+        || bank::serialise(*sound) != known->bytes
         || !bank::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
     StoredPlace place = StoredPlace::of(job.key, sound->dataBytes, known->bytes);
@@ -110,7 +115,7 @@ Result<std::optional<StoredPlace>> SoundBuilder::encode(Job* which)
     }
 
     // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
-    const Result<bool> isOther = hasChanged(which);
+    const Result<bool> isOther = hasChanged(which, left && *left);
     if (isOther && *isOther)
         return std::optional<StoredPlace>();
     if (!status)
@@ -143,12 +148,14 @@ Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
     return status;
 }
 
-// A file that certainly is another one decides over those that can't be told.
-Result<bool> SoundBuilder::hasChanged(Job* job)
+// A file that certainly is another one decides over those that can't be told. What stays in its source is compared with
+// its checksum each time, so that a wrong record of it does no harm.
+Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 {
     Result<bool> answer = false;
     for (size_t i = 0; i < job->paths.size(); ++i) {
-        const Result<bool> same = mMeans.sources.unchanged(job->paths[i], job->identities[i], mMeans.stop);
+        const Result<bool> same =
+            mMeans.sources.unchanged(job->paths[i], job->identities[i], staysInSource, mMeans.stop);
         if (same && !*same) {
             job->changed = job->paths[i];
             return true;
@@ -206,6 +213,7 @@ Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
 {
     if (!mEncoder || settings.module)
         mEncoder = settings.makeEncoder();
+    bank::clearVectorState();
     return *mEncoder;
 }
 

@@ -57,7 +57,7 @@ private:
         const Report& report;
         std::vector<SourceIdentity> identities; // of the files when they were hashed
         ContentHash key; // of those and the settings
-        std::string changed; // the file that was last found to be another one
+        std::string changed; // the file that was last found to be another one; empty: none was
 
         std::string shownName() const;
         // Whether the sound may stay in its source file.
@@ -70,7 +70,7 @@ private:
     // Empty: the files are no longer those that the key was made from.
     Result<std::optional<StoredPlace>> encode(Job* job);
     Status prepare(const Job& job, SoundPreparation& preparation);
-    Result<bool> hasChanged(Job* job);
+    Result<bool> hasChanged(Job* job, bool staysInSource);
     Status encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound);
     // Leaves the sound where it is, if it stands in its source as the bank wants it. Answers whether that is so, and
     // then fills in sound.

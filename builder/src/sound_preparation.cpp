@@ -1,6 +1,7 @@
 #include "sound_preparation.hpp"
 
 #include "analysis.hpp"
+#include "bank/vector_state.hpp"
 #include "file.hpp"
 
 #include <algorithm>
@@ -70,6 +71,7 @@ private:
             count -= run;
             mPosition += int64_t(run);
         }
+        bank::clearVectorState(); // for the encoder, which goes on now
         return bank::Error::None;
     }
 

@@ -56,10 +56,8 @@ ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
                                    uint64_t(lowestRate), uint64_t(desiredRate), uint64_t(moduleFlags)})
         hasher.addNumber(setting);
     hasher.addNumber(sources.size());
-    for (const ContentHash& source : sources) {
-        hasher.addNumber(source.high);
-        hasher.addNumber(source.low);
-    }
+    for (const ContentHash& source : sources)
+        hasher.add(std::as_bytes(std::span(source.bytes)));
     return hasher.digest();
 }
 

@@ -1,5 +1,6 @@
 #include "source_file.hpp"
 
+#include "bank/vector_state.hpp"
 #include "file.hpp"
 
 #include <algorithm>
@@ -54,6 +55,7 @@ Result<KessSystem> startEngine()
 
 Result<std::unique_ptr<SourceFile>> SourceFile::open(KESS::System& engine, const std::string& path)
 {
+    bank::clearVectorState();
     KESS::Sound* sound = nullptr;
     const KESS_RESULT result = engine.createSound(path.c_str(), kOpenMode, nullptr, &sound);
     std::unique_ptr<SourceFile> file(new SourceFile(path, sound));
@@ -68,6 +70,7 @@ Status SourceFile::seek(uint64_t frame)
 {
     if (frame == mPosition)
         return {};
+    bank::clearVectorState();
     const KESS_RESULT result = mSound->seekData(frame);
     if (result != KESS_OK)
         return faultOf(result);
@@ -82,6 +85,7 @@ Status SourceFile::readFloat(float* frames, size_t count)
     size_t left = count;
     while (left > 0) {
         unsigned got = 0;
+        bank::clearVectorState();
         const auto wanted = unsigned(std::min<size_t>(left, 1 << 20));
         const KESS_RESULT result = mSound->readFloat(frames, wanted, &got);
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
@@ -105,6 +109,7 @@ Status SourceFile::readSamples(void* frames, size_t count)
     auto* target = static_cast<uint8_t*>(frames);
     while (count > 0) {
         unsigned got = 0;
+        bank::clearVectorState();
         const size_t wanted = std::min<size_t>(count, (4 << 20) / frameBytes);
         const KESS_RESULT result = mSound->readData(target, unsigned(wanted * frameBytes), &got);
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)

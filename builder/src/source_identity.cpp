@@ -51,6 +51,7 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
         if (mUseIndex && !anew) {
             if (const auto known = mIndex.find(path, identity.stamp)) {
                 identity.content = *known;
+                identity.remembered = true;
                 return identity;
             }
         }
@@ -71,9 +72,10 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
     return keepsChanging(path);
 }
 
-// A settled stamp answers by itself. One that isn't settled doesn't tell a content from another that was written in
-// the same tick of the clock, so the file is read again.
-Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity,
+// A stamp that isn't settled doesn't tell a content from another that was written in the same tick of the clock. One
+// that is doesn't tell what a program writes through a mapping: the time of its first write counts for all that follow,
+// until the kernel has brought them to the disk, half a minute later or more.
+Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
                                          const std::stop_token& stop)
 {
     FileStamp stamp;
@@ -82,7 +84,7 @@ Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceId
         return file.fault();
     if (stamp != identity.stamp)
         return false;
-    if (identity.settled)
+    if (byStamp && identity.settled && !identity.remembered)
         return true;
     const Result<ContentHash> content = hashFile(file->get(), path, stop);
     if (!content)

@@ -16,7 +16,8 @@ struct SourceIdentity
 {
     ContentHash content;
     FileStamp stamp;
-    bool settled = false; // every later content will have another stamp
+    bool settled = false; // every later content will have another stamp, unless it comes through a mapping of the file
+    bool remembered = false; // by the index: nobody has read the file for it now
 };
 
 // Finds out about contents for all the workers of a build.
@@ -33,8 +34,10 @@ public:
     Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool anew = false);
 
     // Whether the file, having been read by somebody else since, still has the content that was identified. If it has
-    // not, what was read must not be kept under the hash of the former content.
-    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, const std::stop_token& stop);
+    // not, what was read must not be kept under the hash of the former content. It is hashed for that; byStamp: not
+    // where it was hashed before, too, and its stamp is settled.
+    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
+                           const std::stop_token& stop);
 
 private:
     SourceIndex& mIndex;

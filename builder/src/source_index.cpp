@@ -16,9 +16,9 @@ namespace tarnok {
 
 namespace {
 
-constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '1'};
+constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '2'};
 constexpr std::string_view kSegmentSuffix = ".index";
-constexpr size_t kMostRecords = 200'000; // 8 MB
+constexpr size_t kMostRecords = 200'000; // 14 MB
 constexpr size_t kMostSegments = 8;
 constexpr int64_t kRenewAfter = 24 * 3600; // seconds after which another use of a record is noted
 constexpr int64_t kForgetAfter = 60 * 24 * 3600; // seconds
@@ -139,7 +139,7 @@ bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* reco
 
 bool SourceIndex::writeSegment(const std::vector<Record>& records) const
 {
-    static_assert(sizeof(Record) == 40);
+    static_assert(sizeof(Record) == 72);
     mkdir(mFolder.c_str(), 0777);
     Result<TemporaryFile> file = TemporaryFile::create(mFolder, "index");
     if (!file)

@@ -1,5 +1,7 @@
 #include "worker_pool.hpp"
 
+#include "bank/vector_state.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <system_error>
@@ -43,6 +45,7 @@ void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(s
     std::atomic<size_t> next{0};
     const auto work = [&](unsigned worker) {
         const SignalShield shield(true);
+        bank::clearVectorState();
         for (size_t index = next.fetch_add(1); index < count; index = next.fetch_add(1))
             job(index, worker);
     };

@@ -1,10 +1,15 @@
 // What the cache claims: it never changes a bank, whatever happens to it.
+#include "bank/checksum.hpp"
+#include "bank/sound.hpp"
 #include "workshop.hpp"
 
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <map>
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -49,6 +54,54 @@ std::vector<Damage> damagesOf(const Bytes& bytes)
     damages.emplace_back("a folder", [](const std::string& path) { fs::create_directories(path + "/with/content"); });
     damages.emplace_back("a pipe", [](const std::string& path) { ASSERT_EQ(mkfifo(path.c_str(), 0666), 0); });
     damages.emplace_back("a link to nothing", [](const std::string& path) { fs::create_symlink("nowhere", path); });
+    return damages;
+}
+
+// Entries whose checksums are right, though no encoder has said what is in their records.
+std::vector<Damage> forgeriesOf(const Bytes& entry)
+{
+    constexpr size_t headerBytes = 80;
+    const auto dataBytes = size_t(entry[40]) | size_t(entry[41]) << 8 | size_t(entry[42]) << 16;
+    const Bytes record(entry.begin() + ptrdiff_t(headerBytes + dataBytes), entry.end());
+    std::vector<Damage> damages;
+    const auto forge = [&](const char* name, const Bytes& forged) {
+        Bytes bytes(entry.begin(), entry.end() - ptrdiff_t(record.size()));
+        bytes.insert(bytes.end(), forged.begin(), forged.end());
+        const auto putNumber = [&](size_t offset, uint64_t number) {
+            std::memcpy(&bytes[offset], &number, sizeof number);
+        };
+        putNumber(48, forged.size());
+        putNumber(64, bank::checksum(std::span(forged)));
+        putNumber(72, bank::checksum(std::span(bytes).first(72)));
+        damages.emplace_back(name, [bytes](const std::string& path) { writeFile(path, bytes); });
+    };
+    const auto lie = [&](const char* name, const std::function<void(bank::Sound&)>& change) {
+        bank::Sound sound = *bank::deserialise(record);
+        change(sound);
+        forge(name, bank::serialise(sound));
+    };
+    lie("another checksum", [](bank::Sound& sound) { ++sound.dataChecksum; });
+    const auto becomePcm = [](bank::Sound& sound) {
+        const bank::Sound other = std::exchange(sound, bank::Sound());
+        sound.sampleFormat = bank::SampleFormat::Pcm8;
+        sound.sampleRate = other.sampleRate;
+        sound.sampleCount = sound.dataBytes = other.dataBytes;
+        sound.dataChecksum = other.dataChecksum;
+        sound.channels = 1;
+    };
+    lie("another codec", becomePcm);
+    lie("more data than there is", [&](bank::Sound& sound) {
+        becomePcm(sound);
+        sound.sampleCount = ++sound.dataBytes;
+    });
+    for (size_t byte = 0; byte < record.size(); ++byte) {
+        Bytes forged = record;
+        forged[byte] = 0xff;
+        const bank::Result<bank::Sound> sound = bank::deserialise(forged);
+        if (!sound || bank::serialise(*sound) != forged)
+            forge("a record that nobody writes", forged);
+    }
+    forge("no record", {});
     return damages;
 }
 
@@ -109,6 +162,7 @@ TEST_F(Cache, HealsFromEveryDamage)
 
     std::vector<Damage> damages = damagesOf(readFile(entries[0]));
     damages.emplace_back("another's entry", [&](const std::string& path) { fs::copy_file(entries[1], path); });
+    std::ranges::copy(forgeriesOf(readFile(entries[0])), std::back_inserter(damages));
     if (geteuid() != 0) // who may read everything
         damages.emplace_back("unreadable", [](const std::string& path) { close(creat(path.c_str(), 0)); });
     expectHealing(order, entries[0], damages, 2);
@@ -179,6 +233,56 @@ TEST_F(Cache, KeepsNothingOfAFileThatChangesWhileItIsRead)
         // What that build stored under the hash of the other content would come out here.
         for (size_t content = 0; content < 2; ++content)
             ASSERT_TRUE(mustBuild(still[content]).bank == expected[content]) << "the cache is poisoned";
+    }
+}
+
+// The time of the first write through a mapping counts for all that follow until the kernel has written them.
+TEST_F(Cache, KeepsNothingUnderTheFormerContentOfAFileThatChangesWithoutANewTime)
+{
+    const std::string path = makeSound("mapped.wav", noise(1, 44100, 20000, 1));
+    const Bytes former = readFile(path);
+    const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    auto* mapped = static_cast<uint8_t*>(mmap(nullptr, former.size(), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+    ASSERT_NE(mapped, MAP_FAILED);
+    const auto change = [&] {
+        for (size_t i = 1000; i < former.size(); ++i)
+            mapped[i] = uint8_t(former[i] ^ (i % 2 ? 0x15 : 0));
+    };
+    const auto stamp = [&] {
+        struct stat status = {};
+        fstat(file, &status);
+        return std::tuple(status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    };
+    std::copy(former.begin(), former.end(), mapped);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+
+    const TARNOK_FORMAT formats[] = {TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_PCM};
+    std::map<TARNOK_FORMAT, Bytes> expected;
+    Order order = orderOf({path});
+    for (const TARNOK_FORMAT format : formats) {
+        Order apart = order;
+        apart.format = format;
+        apart.cache = pathOf("");
+        expected[format] = mustBuild(apart).bank;
+    }
+    order.format = TARNOK_FORMAT_KADPCM;
+    mustBuild(order);
+    ASSERT_FALSE(filesBelow("cache/index").empty());
+
+    const auto before = stamp();
+    change();
+    if (stamp() != before)
+        GTEST_SKIP() << "the file system has noticed";
+    for (const TARNOK_FORMAT format : formats) {
+        order.format = format;
+        EXPECT_FALSE(mustBuild(order).bank == expected[format]);
+    }
+    munmap(mapped, former.size());
+    close(file);
+    writeFile(path, former);
+    for (const TARNOK_FORMAT format : formats) {
+        order.format = format;
+        EXPECT_TRUE(mustBuild(order).bank == expected[format]) << "the cache is poisoned";
     }
 }
 
@@ -291,6 +395,10 @@ TEST_F(Cache, IsNotNeededForABuild)
             EXPECT_EQ(outcome.countOf(TARNOK_STATE_FINISHED), 6);
             EXPECT_TRUE(outcome.bank == expected);
             EXPECT_EQ(leftovers(), std::vector<std::string>());
+            const bool isUsed = order.cache == pathOf("piped") || (order.cache == pathOf("readonly") && geteuid() == 0);
+            ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
+            for (const std::string& remark : outcome.remarks)
+                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
         }
     }
 }
@@ -310,7 +418,11 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
         GTEST_SKIP() << "needs the right to mount a small disk";
     order.cache = disk;
-    EXPECT_TRUE(mustBuild(order).bank == expected);
+    const Outcome full = mustBuild(order);
+    EXPECT_TRUE(full.bank == expected);
+    ASSERT_EQ(full.remarks.size(), 1u);
+    EXPECT_NE(full.remarks[0].find("the cache " + disk + " can't be used: disk full"), std::string::npos)
+        << full.remarks[0];
     EXPECT_EQ(build(order).cachedSounds(), 1) << "what fits is kept";
 
     order.output = disk + "/bank.tnb";

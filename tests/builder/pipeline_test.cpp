@@ -1,14 +1,20 @@
 // The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
 // from each other, and the way of the reports.
+#include "bank/checksum.hpp"
+#include "content_hash.hpp"
 #include "frame_spool.hpp"
 #include "progress_queue.hpp"
 #include "remarks.hpp"
 #include "resampler.hpp"
 #include "source_identity.hpp"
+#include "support/vector_state.hpp"
+#include "worker_memory.hpp"
+#include "worker_pool.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -165,14 +171,14 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
     EXPECT_FALSE(identity->settled);
     index.save();
     EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
-    EXPECT_TRUE(*identifier.unchanged("racy", *identity, {}));
+    EXPECT_TRUE(*identifier.unchanged("racy", *identity, true, {}));
 
     // Another content that came within the same tick of a coarse clock: nothing but the content differs.
     write("b");
     identity->stamp = *stampOf("racy");
-    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {}));
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {}));
     write("a");
-    EXPECT_FALSE(*identifier.unchanged("racy", *identity, {})) << "the stamp has changed";
+    EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {})) << "the stamp has changed";
 }
 
 TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
@@ -188,7 +194,7 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     stamp.modified = 500 * second;
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its times were set back";
 
-    const ContentHash hash{1, 2};
+    const ContentHash hash{{1, 2}};
     SourceIndex("settled-index").save();
     SourceIndex index("settled-index");
     index.remember("file", stamp, hash);
@@ -294,6 +300,33 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
     }
 }
 
+// A library's AVX code, or the thread that starts a worker, may have left the upper halves in use.
+TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
+{
+    if (!test::reportsVectorState())
+        GTEST_SKIP() << "this processor has no AVX, or doesn't report the state (XGETBV with ECX = 1)";
+    std::array<bool, 4> inUse;
+    inUse.fill(true);
+    test::useUpperHalves();
+    runOnWorkers(4, 4, [&](size_t index, unsigned) { inUse[index] = test::upperHalvesInUse(); });
+    EXPECT_EQ(std::count(inUse.begin(), inUse.end(), true), 0);
+
+    const std::vector<std::byte> bytes(5000);
+    bank::RunningChecksum checksum;
+    ContentHasher hasher;
+    const std::function<void()> steps[] = {[&] { (void)bank::checksum(bytes); },
+                                           [&] { checksum.add(std::vector<uint8_t>(5000)); },
+                                           [&] { (void)checksum.value(); }, [&] { hasher.add(bytes); },
+                                           [&] {
+                                               (void)hasher.digest();
+                                           }};
+    for (size_t step = 0; step < std::size(steps); ++step) {
+        test::useUpperHalves();
+        steps[step]();
+        EXPECT_FALSE(test::upperHalvesInUse()) << step;
+    }
+}
+
 TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
 {
     Remarks remarks;
@@ -324,5 +357,39 @@ TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
         char room[9];
         copyCharacters("aé𝄞", room, size);
         EXPECT_STREQ(room, expected) << size;
+    }
+}
+
+TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProcessCannotGetMore)
+{
+    constexpr uint64_t megabyte = 1 << 20;
+    struct Case
+    {
+        MemoryLeft left;
+        unsigned least, most; // workers out of 8; 0: refused
+        const char* remark;
+    };
+    const uint64_t all = MemoryLeft::kUnlimited;
+    const Case cases[] = {
+        {{}, 8, 8, ""},
+        {{400 * megabyte, all, all, all}, 2, 5, "ulimit -v"},
+        {{40 * megabyte, all, all, all}, 1, 1, "ulimit -v"},
+        {{10 * megabyte, all, all, all}, 0, 0, ""},
+        {{all, 100 * megabyte, all, all}, 2, 7, "ulimit -d"},
+        {{all, megabyte, all, all}, 0, 0, ""},
+        {{all, all, 50 * megabyte, all}, 2, 6, "control group"},
+        {{all, all, 0, all}, 1, 1, "control group"},
+        {{all, all, 80 * megabyte, 30 * megabyte}, 1, 3, "machine"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(&test - cases);
+        const Result<WorkerCount> workers = affordableWorkers(8, test.left);
+        ASSERT_EQ(bool(workers), test.most > 0);
+        if (!workers)
+            continue;
+        EXPECT_GE(workers->count, test.least);
+        EXPECT_LE(workers->count, test.most);
+        EXPECT_NE(workers->remark.find(test.remark), std::string::npos) << workers->remark;
+        EXPECT_EQ(workers->remark.empty(), workers->count == 8);
     }
 }

@@ -76,6 +76,9 @@ Outcome build(const Order& order)
     EXPECT_EQ(initialise(order), TARNOK_OK);
     outcome.result = buildOnly(order);
     outcome.reports = drainReports();
+    char remark[512];
+    while (Tarnok_FetchNextRemark(remark, sizeof remark) == TARNOK_OK && *remark)
+        outcome.remarks.emplace_back(remark);
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
     if (outcome.result == TARNOK_OK)
         outcome.bank = readFile(order.output);

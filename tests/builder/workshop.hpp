@@ -38,6 +38,7 @@ struct Outcome
     TARNOK_RESULT result = TARNOK_OK;
     std::vector<Report> reports;
     Bytes bank; // only if it was built
+    std::vector<std::string> remarks;
 
     [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
     // Reports on sounds.

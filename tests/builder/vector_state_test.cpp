@@ -1,0 +1,123 @@
+// The state of the vector registers where the workers enter other people's libraries: this program's functions stand
+// before those of the libraries.
+#include "support/vector_state.hpp"
+#include "workshop.hpp"
+
+#include <opus/opus_multistream.h>
+#include <soxr.h>
+#include <vorbis/codec.h>
+#include <xxhash.h>
+
+#include <map>
+#include <mutex>
+#include <set>
+
+#include <dlfcn.h>
+
+using namespace test;
+
+namespace {
+
+struct Entries
+{
+    std::mutex mutex;
+    std::map<std::string, int> calls;
+    std::set<std::string> inUse; // functions that were entered with the upper halves in use
+};
+Entries entries;
+
+void entered(const char* function)
+{
+    const bool inUse = reportsVectorState() && upperHalvesInUse();
+    const std::lock_guard lock(entries.mutex);
+    ++entries.calls[function];
+    if (inUse)
+        entries.inUse.insert(function);
+}
+
+// Leaves the registers as the most careless library would.
+struct Careless
+{
+    Careless() = default;
+    Careless(const Careless&) = delete;
+    ~Careless() { useUpperHalves(); }
+};
+
+} // namespace
+
+#define THE_LIBRARYS_OWN(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
+
+// Found by the builder library as well, and before the libraries' own.
+#pragma GCC visibility push(default)
+extern "C" {
+
+int vorbis_analysis_init(vorbis_dsp_state* state, vorbis_info* info)
+{
+    entered(__func__);
+    return THE_LIBRARYS_OWN(vorbis_analysis_init)(state, info);
+}
+
+int vorbis_analysis_wrote(vorbis_dsp_state* state, int count)
+{
+    entered(__func__);
+    return THE_LIBRARYS_OWN(vorbis_analysis_wrote)(state, count);
+}
+
+int opus_multistream_encode_float(OpusMSEncoder* encoder, const float* frames, int count, unsigned char* packet,
+                                  opus_int32 bytes)
+{
+    entered(__func__);
+    return THE_LIBRARYS_OWN(opus_multistream_encode_float)(encoder, frames, count, packet, bytes);
+}
+
+soxr_error_t soxr_process(soxr_t resampler, soxr_in_t in, size_t inLength, size_t* taken, soxr_out_t out,
+                          size_t outLength, size_t* made)
+{
+    entered(__func__);
+    const Careless careless;
+    return THE_LIBRARYS_OWN(soxr_process)(resampler, in, inLength, taken, out, outLength, made);
+}
+
+SNDFILE* sf_open_virtual(SF_VIRTUAL_IO* io, int mode, SF_INFO* info, void* user)
+{
+    entered(__func__);
+    const Careless careless;
+    return THE_LIBRARYS_OWN(sf_open_virtual)(io, mode, info, user);
+}
+
+sf_count_t sf_readf_float(SNDFILE* file, float* frames, sf_count_t count)
+{
+    entered(__func__);
+    const Careless careless;
+    return THE_LIBRARYS_OWN(sf_readf_float)(file, frames, count);
+}
+
+XXH_errorcode XXH3_64bits_update(XXH3_state_t* state, const void* bytes, size_t count)
+{
+    const Careless careless;
+    return THE_LIBRARYS_OWN(XXH3_64bits_update)(state, bytes, count);
+}
+
+} // extern "C"
+#pragma GCC visibility pop
+
+using VectorState = Workshop;
+
+// With the upper halves in use, each change between a library's SSE code and the AVX code of the C library's
+// mathematics takes a hundred times as long on many processors.
+TEST_F(VectorState, IsUnusedWhereALibraryIsEntered)
+{
+    if (!reportsVectorState())
+        GTEST_SKIP() << "this processor has no AVX, or doesn't report the state (XGETBV with ECX = 1)";
+    Order order = orderOf(makeSounds(4, 20000));
+    order.each.desiredSampleRate = 32000;
+    for (const TARNOK_FORMAT format : allFormats) {
+        order.format = format;
+        useUpperHalves();
+        mustBuild(order);
+    }
+    EXPECT_EQ(entries.inUse, std::set<std::string>());
+    for (const char* function : {"vorbis_analysis_init", "vorbis_analysis_wrote", "opus_multistream_encode_float",
+                                 "soxr_process", "sf_open_virtual", "sf_readf_float"})
+        EXPECT_GE(entries.calls[function], 4) << function;
+}
