@@ -13,9 +13,8 @@
 namespace tarnok {
 
 // 256 bits of BLAKE2b. Nobody can make two contents that meet, so a file from outside can't take the place of another
-// one in the cache. (XXH3, which checks for damage elsewhere, is 18 times as fast, but two WAV files of one XXH3-128
-// have been made. Hashing is still less than a hundredth of a build that encodes; files that haven't changed aren't
-// hashed.)
+// one in the cache. (XXH3, which checks for damage elsewhere, is faster, but two WAV files of one XXH3-128 have been
+// made.) Files are hashed by WideHasher.
 struct ContentHash
 {
     std::array<uint8_t, 32> bytes{};

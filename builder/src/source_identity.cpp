@@ -1,5 +1,7 @@
 #include "source_identity.hpp"
 
+#include "wide_hasher.hpp"
+
 #include <ctime>
 #include <vector>
 
@@ -22,7 +24,7 @@ int64_t nanosecondsNow()
 Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
 {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
-    ContentHasher hasher;
+    WideHasher hasher;
     std::vector<std::byte> buffer(kReadBlock);
     for (;;) {
         if (stop.stop_requested())

@@ -8,6 +8,7 @@
 #include "resampler.hpp"
 #include "source_identity.hpp"
 #include "support/vector_state.hpp"
+#include "wide_hasher.hpp"
 #include "worker_memory.hpp"
 #include "worker_pool.hpp"
 
@@ -391,5 +392,49 @@ TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProc
         EXPECT_LE(workers->count, test.most);
         EXPECT_NE(workers->remark.find(test.remark), std::string::npos) << workers->remark;
         EXPECT_EQ(workers->remark.empty(), workers->count == 8);
+    }
+}
+
+// Each lane is what libsodium makes of its blocks, whatever the pieces in which they come and whatever code computes.
+TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
+{
+    std::vector<std::byte> bytes(20'000);
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = std::byte(i * i >> 7 ^ i * 31);
+    const auto expected = [&](size_t length) {
+        const size_t rows = length / WideHasher::kRowBytes;
+        ContentHasher root;
+        for (size_t lane = 0; rows > 0 && lane < WideHasher::kLanes; ++lane) {
+            std::vector<unsigned char> blocks;
+            for (size_t row = 0; row < rows; ++row) {
+                const auto* block = reinterpret_cast<const unsigned char*>(bytes.data()) + row * WideHasher::kRowBytes
+                    + lane * WideHasher::kBlockBytes;
+                blocks.insert(blocks.end(), block, block + WideHasher::kBlockBytes);
+            }
+            const unsigned char salt[16] = {};
+            std::array<std::byte, 32> hash;
+            crypto_generichash_blake2b_salt_personal(reinterpret_cast<unsigned char*>(hash.data()), hash.size(),
+                                                     blocks.data(), blocks.size(), nullptr, 0, salt,
+                                                     reinterpret_cast<const unsigned char*>(WideHasher::kPersonal));
+            root.add(hash);
+        }
+        const size_t hashed = rows * WideHasher::kRowBytes;
+        root.addText({reinterpret_cast<const char*>(bytes.data()) + hashed, length - hashed});
+        root.addNumber(length);
+        return root.digest();
+    };
+
+    using Code = WideHasher::Code;
+    for (const Code code : {Code::Plain, Code::Avx2, Code::Avx512}) {
+        if (code > WideHasher::best())
+            continue;
+        for (const size_t length : {0, 1, 511, 512, 513, 1023, 1024, 1025, 1536, 5000, 20'000}) {
+            for (const size_t piece : {1, 100, 511, 512, 513, 1024, 1500, 20'000}) {
+                WideHasher hasher(code);
+                for (size_t at = 0; at < length; at += piece)
+                    hasher.add(std::span(bytes).subspan(at, std::min(piece, length - at)));
+                ASSERT_EQ(hasher.digest(), expected(length)) << int(code) << ", " << length << " by " << piece;
+            }
+        }
     }
 }
