@@ -20,10 +20,12 @@ constexpr double kFilterReach = 2048;
 
 using Soxr = std::unique_ptr<soxr, void (*)(soxr_t)>;
 
-Result<Soxr> startSoxr(double input, double output, int channels)
+Result<Soxr> startSoxr(double input, double output, int channels, ResamplingPrecision precision)
 {
     const soxr_io_spec_t samples = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
-    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, SOXR_HI_PREC_CLOCK);
+    const soxr_quality_spec_t quality = precision == ResamplingPrecision::Bits24
+        ? soxr_quality_spec(SOXR_VHQ, SOXR_HI_PREC_CLOCK)
+        : soxr_quality_spec(SOXR_HQ, 0);
     const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
     soxr_error_t error = nullptr;
     Soxr made(soxr_create(input, output, unsigned(channels), &error, &samples, &quality, &runtime), soxr_delete);
@@ -106,10 +108,12 @@ uint64_t ResamplingPlan::placeInRounds(uint64_t frame) const
 class Resampler
 {
 public:
-    Resampler(FrameSource& source, const ResamplingPlan& plan, FrameSpool& spool, std::stop_token stop)
+    Resampler(FrameSource& source, const ResamplingPlan& plan, FrameSpool& spool, ResamplingPrecision precision,
+              std::stop_token stop)
         : mSource(source)
         , mPlan(plan)
         , mSpool(spool)
+        , mPrecision(precision)
         , mStop(std::move(stop))
     {
         const double lower = std::max(1.0, plan.mInput / plan.mOutput);
@@ -183,7 +187,7 @@ private:
     Status runStretch(Outside outside, int64_t from, uint64_t dropped, uint64_t place, uint64_t count)
     {
         const auto channels = size_t(mSource.facts().channels);
-        Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels));
+        Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels), mPrecision);
         if (!resampler)
             return resampler.fault();
         size_t waiting = 0; // frames of the input block not taken yet
@@ -297,6 +301,7 @@ private:
     FrameSource& mSource;
     const ResamplingPlan& mPlan;
     FrameSpool& mSpool;
+    ResamplingPrecision mPrecision;
     std::stop_token mStop;
     uint64_t mReach = 0; // of the filter, in frames of the source
     uint64_t mOutputReach = 0; // the same in frames of the result
@@ -305,7 +310,8 @@ private:
 };
 
 Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const ResamplingPlan& plan, double toRate,
-                                              const std::vector<std::string>& spoolFolders, std::stop_token stop)
+                                              const std::vector<std::string>& spoolFolders, std::stop_token stop,
+                                              ResamplingPrecision precision)
 {
     FrameFacts facts = source.facts();
     facts.sampleRate = toRate;
@@ -313,7 +319,7 @@ Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const Resampl
     Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create(facts, spoolFolders, stop);
     if (!spool)
         return spool.fault();
-    if (Status status = Resampler(source, plan, **spool, std::move(stop)).run(); !status)
+    if (Status status = Resampler(source, plan, **spool, precision, std::move(stop)).run(); !status)
         return status.fault();
     return std::unique_ptr<FrameSource>(std::move(*spool));
 }

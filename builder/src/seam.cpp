@@ -187,9 +187,13 @@ void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 {
     if (mStretches.empty())
         return;
-    for (size_t i = 0; i < frames.size(); i += mChannels) {
-        const auto at = size_t((position + int64_t(i / mChannels)) & (kRecentFrames - 1)) * mChannels;
-        std::copy_n(frames.begin() + ptrdiff_t(i), mChannels, mRecent.begin() + ptrdiff_t(at));
+    // In as many pieces as the ring has ends between them.
+    while (!frames.empty()) {
+        const auto at = size_t(position & (kRecentFrames - 1));
+        const size_t count = std::min(size_t(kRecentFrames) - at, frames.size() / mChannels);
+        std::copy_n(frames.begin(), count * mChannels, mRecent.begin() + ptrdiff_t(at * mChannels));
+        frames = frames.subspan(count * mChannels);
+        position += int64_t(count);
     }
 }
 

@@ -239,7 +239,10 @@ Status SoundPreparation::preprocess()
         if (Status status = checkRatio(mName, facts.sampleRate, mRate); !status)
             return status;
         const ResamplingPlan plan(facts.length, mLoop, facts.sampleRate, mRate);
-        Result<std::unique_ptr<FrameSource>> resampled = resample(*mFrames, plan, mRate, mSpoolFolders, mStop);
+        const auto precision =
+            mSettings.codec == bank::Codec::Opus ? ResamplingPrecision::Bits20 : ResamplingPrecision::Bits24;
+        Result<std::unique_ptr<FrameSource>> resampled =
+            resample(*mFrames, plan, mRate, mSpoolFolders, mStop, precision);
         if (!resampled)
             return resampled.fault();
         mFrames = std::move(*resampled);

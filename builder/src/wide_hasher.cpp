@@ -51,7 +51,7 @@ ALWAYS_INLINE void mix(Lanes& a, Lanes& b, Lanes& c, Lanes& d, const Lanes& x, c
 template <size_t Round>
 ALWAYS_INLINE void mixRound(Lanes (&v)[16], const Lanes (&m)[16])
 {
-    constexpr const uint8_t (&s)[16] = kOrder[Round];
+    constexpr const uint8_t(&s)[16] = kOrder[Round];
     mix(v[0], v[4], v[8], v[12], m[s[0]], m[s[1]]);
     mix(v[1], v[5], v[9], v[13], m[s[2]], m[s[3]]);
     mix(v[2], v[6], v[10], v[14], m[s[4]], m[s[5]]);
