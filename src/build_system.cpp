@@ -154,7 +154,7 @@ void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const
         mCompleted.append(index);
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Subsound %d (%ls) failed: %s", index,
                           getFileNameStrings(subsound).toStdWString().c_str(), failureText(item));
-        remarks()->addMissingSound(getFileNameStrings(subsound), failureText(item));
+        remarks()->addFailedSound(pathsOf(subsound), failureText(item));
         break;
     default:
         mInProgress.insert(item->threadId, item);
@@ -168,10 +168,19 @@ void ProgressMonitor::processBankItem(const TARNOK_PROGRESSITEM* item)
 {
     if (item->state == TARNOK_STATE_FAILED) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Soundbank failed: %s", failureText(item));
+        remarks()->add(QString::fromUtf8(failureText(item)));
     } else if (item->state == TARNOK_STATE_WRITING) {
         mWriting = true;
         logger()->println(Logger::OUTPUT_NOTICE, "Writing out TNB file");
     }
+}
+
+QString ProgressMonitor::pathsOf(const BuildContext::LibSubsound* subsound)
+{
+    QStringList paths;
+    for (quint32 i = 0; i < subsound->numFiles; ++i)
+        paths.append(QDir::cleanPath(QString::fromUtf8(subsound->fileNames[i])));
+    return paths.join(", ");
 }
 
 QString ProgressMonitor::getFileNameStrings(const BuildContext::LibSubsound* subsound)
@@ -317,6 +326,8 @@ void BuildSystem::initLib()
 {
     releaseLib();
     mCacheDir = settings()->getOutputDir(System::CACHE_NAME);
+    if (const QString replacement = settings()->replacementOf(mCacheDir); !replacement.isEmpty())
+        remarks()->addOnce(replacement);
     const TARNOK_RESULT result = Tarnok_Init(mTnbVersion, initFlags, mThreadCount, mCacheDir.toUtf8().constData());
     Q_ASSERT(result == TARNOK_OK);
     mInitialised = true;
@@ -365,6 +376,7 @@ void BuildSystem::reportResult(const BuildContext* context)
     if (context->result() != TARNOK_OK) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: \nBuild failed: %s\n\t%s", context->outputFile(),
                           resultText(context->result()));
+        remarks()->add(QString("'%1' was not written: %2").arg(context->outputFile(), resultText(context->result())));
         return;
     }
     ++mSucceededBuilds;

@@ -32,6 +32,7 @@ private:
     void processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context);
     void processBankItem(const TARNOK_PROGRESSITEM* item);
     QString getFileNameStrings(const BuildContext::LibSubsound* subsound);
+    static QString pathsOf(const BuildContext::LibSubsound* subsound);
 
     QList<int> mCompleted;
     int mNumSubsounds = 0;

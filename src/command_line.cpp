@@ -12,6 +12,7 @@
 #include <QSet>
 #include <QStringList>
 #include <QThread>
+#include <QXmlStreamReader>
 
 #include <cstdio>
 #include <cstring>
@@ -78,6 +79,8 @@ void warnOfUnlisted(const QString& directory, bool directoriesToo)
             remarks()->addMissingSound(shown, "its name is not UTF-8");
         else if (isSound && entry->is_symlink(unknown) && !entry->exists(unknown))
             remarks()->addMissingSound(shown, "a link to nothing");
+        else if (isSound && entry->is_other(unknown))
+            remarks()->addMissingSound(shown, "a pipe, a socket or a device");
     }
 }
 
@@ -91,6 +94,20 @@ void logArguments(const QList<QString>& sources, const QString& destination, con
     for (const CommandLine::Arg& arg : args)
         logger()->println(Logger::OUTPUT_DEBUG, "  %s %s", arg.name, arg.value);
     logger()->println(Logger::OUTPUT_DEBUG, "\n");
+}
+
+// Why a project was not taken, which the log keeps to itself.
+QString faultOfProject(const QString& path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    QXmlStreamReader reader(&file);
+    reader.setNamespaceProcessing(false);
+    while (!reader.atEnd())
+        reader.readNext();
+    if (reader.hasError())
+        return QString("a damaged project, line %1: %2").arg(reader.lineNumber()).arg(reader.errorString());
+    return "a project that holds something unknown, or no sound that can be used";
 }
 
 // Whether two paths name one file, by whatever links.
@@ -323,7 +340,8 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
             continue;
         logger()->println(Logger::OUTPUT_INFO, "skipped: '%s' not a valid sound file", file.toUtf8().constData());
         if (validator()->hasSoundExtension(file) || sources.contains(file))
-            remarks()->addMissingSound(file, validator()->fault());
+            remarks()->addMissingSound(
+                file, Workspace::rootOf(file) == "soundbank" ? faultOfProject(file) : validator()->fault());
     }
     return interleaved ? !interleaved->isEmpty() : !(*bank)->isEmpty();
 }
@@ -450,20 +468,39 @@ QString CommandLine::faultOfReplacing(const SoundBank* bank) const
     const QString path = bank->outputFilePath();
     if (!QFileInfo(path).isFile())
         return QString();
+    // Its own sources are refused by the library.
     for (const Subsound* subsound : *bank) {
         for (const SourceFile* file : *subsound) {
             if (isSameFile(file->wholePath(), path))
                 return QString();
         }
     }
-    for (const QString& one : mProtected) {
-        if (isSameFile(one, path))
-            return "it is what this run is built from";
-    }
+    if (isProtected(path))
+        return "it is what this run is built from";
     const QString root = Workspace::rootOf(path);
     if (root == "soundbank" || root == "profile")
         return root == "profile" ? "it is a profile" : "it is a project";
     return validator()->isSound(path) ? "it is a sound" : QString();
+}
+
+QString CommandLine::faultOfReplacingByProject(const QString& path) const
+{
+    if (!QFileInfo(path).isFile())
+        return QString();
+    const QString root = Workspace::rootOf(path);
+    if (root == "soundbank")
+        return QString();
+    if (isProtected(path))
+        return "it is what this run is built from";
+    if (root == "profile")
+        return "it is a profile";
+    return validator()->isSound(path) ? "it is a sound" : QString();
+}
+
+bool CommandLine::isProtected(const QString& path) const
+{
+    return std::any_of(mProtected.begin(), mProtected.end(),
+                       [&path](const QString& one) { return isSameFile(one, path); });
 }
 
 // Ends a run that stopped: the reason, then all that was held back, the reason last.
@@ -493,9 +530,13 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
         path += PROJECT_EXTENSION;
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
     remarkOnDestination(destination, path);
+    ++mBanksWanted;
+    if (const QString fault = faultOfReplacingByProject(path); !fault.isEmpty()) {
+        remarks()->add(QString("'%1' is not replaced by a project: %2").arg(path, fault));
+        return;
+    }
     if (const AtomicFile file(path); !file.isOpen())
         remarks()->add(QString("the project '%1' can't be written: %2").arg(path, file.errorString()));
-    ++mBanksWanted;
     const StopSignals held;
     if (workspace()->saveSoundBank(bank, path))
         ++mBanksWritten;
@@ -512,6 +553,8 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
     const StopSignals held;
     bool cancelled = false;
     buildSystem()->enqueueBuild(bank);
+    if (bank->isEmpty())
+        remarks()->add(QString("'%1' was not written: it would have no sounds").arg(bank->outputFilePath()));
     while (buildSystem()->update()) {
         if (StopSignals::noted() && !cancelled) {
             buildSystem()->cancelBuild();
@@ -543,6 +586,12 @@ bool CommandLine::buildMultiple(SoundBank* bank, const QString& destination)
     const QString outputDirectory = directory.absolutePath();
     if (!destination.isEmpty())
         remarkOnDestination(QFileInfo(destination).absoluteFilePath(), outputDirectory);
+
+    // Of the sources of a bank the library knows, of those of the others it doesn't.
+    for (const Subsound* subsound : std::as_const(*bank)) {
+        for (const SourceFile* file : *subsound)
+            protect(file->wholePath());
+    }
 
     // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
     QList<Subsound*> built;

@@ -118,6 +118,8 @@ public:
 private:
     bool fail(const char* line, const char* hint = nullptr);
     QString faultOfReplacing(const SoundBank* bank) const;
+    QString faultOfReplacingByProject(const QString& path) const;
+    bool isProtected(const QString& path) const;
     void setDefaultOutputPath(SoundBank* bank, const QString& destination);
     void writeProject(const SoundBank* bank, const QString& destination);
     void buildToTheEnd(const SoundBank* bank);

@@ -2,6 +2,8 @@
 
 #include "logger.hpp"
 
+#include <QDir>
+
 #include <cstdio>
 
 namespace TARNOK {
@@ -45,10 +47,16 @@ void ConsoleRemarks::addOnce(const QString& text)
     add(text);
 }
 
-void ConsoleRemarks::addMissingSound(const QString& name, const QString& reason)
+void ConsoleRemarks::addMissingSound(const QString& path, const QString& reason)
 {
     ++mMissingSounds;
-    add(QString("left out '%1': %2").arg(name, reason));
+    add(QString("left out '%1': %2").arg(QDir::cleanPath(path), reason));
+}
+
+void ConsoleRemarks::addFailedSound(const QString& paths, const QString& reason)
+{
+    ++mMissingSounds;
+    add(QString("could not build '%1': %2").arg(paths, reason));
 }
 
 } // namespace TARNOK

@@ -26,8 +26,10 @@ public:
     // The same, unless it was added in this way before: what holds for one bank may hold for all.
     void addOnce(const QString& text);
 
-    // A sound that the user has named isn't in the bank, or is an empty one in it.
-    void addMissingSound(const QString& name, const QString& reason);
+    // A sound that the user has named isn't in the bank. The second: its build failed, so it is an empty one in the
+    // bank, or there is no bank.
+    void addMissingSound(const QString& path, const QString& reason);
+    void addFailedSound(const QString& paths, const QString& reason);
     int missingSounds() const { return mMissingSounds; }
 
     // Whether the user wants to hear nothing at all. May be asked when all else is gone.

@@ -332,9 +332,9 @@ QString System::getOutputDir(const char* name)
     directory.mkpath(name);
     directory.cd(name);
     setDir(name, directory.path());
-    if (!path.isEmpty())
-        remarks()->add(QString("%1 folder '%2' can't be used: %3; '%4' is used instead")
-                           .arg(name, path, faultOfFolder(path), directory.path()));
+    if (!path.isEmpty() && path != directory.path())
+        mReplaced[directory.path()] = QString("%1 folder '%2' can't be used: %3; '%4' is used instead")
+                                          .arg(name, path, faultOfFolder(path), directory.path());
     return directory.path();
 }
 

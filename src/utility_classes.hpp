@@ -84,6 +84,10 @@ public:
     // A directory that exists: the one that is set, or else one in the user's documents, which is made.
     QString getOutputDir(const char* name);
 
+    // What getOutputDir() returned in place of a directory that can't be used, in words for people; empty if it is as
+    // it was set.
+    QString replacementOf(const QString& directory) const { return mReplaced.value(directory); }
+
     int getValue(const char* name);
     void setValue(const char* name, int value);
     int getDefaultValue(const char* name);
@@ -100,6 +104,7 @@ public:
 
 private:
     QMap<QString, QString> mDirectories;
+    QMap<QString, QString> mReplaced;
     QMap<QString, int> mValues;
 };
 

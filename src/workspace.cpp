@@ -36,6 +36,15 @@ QString faultOfContent(const SoundBank* bank)
     return QString();
 }
 
+// A document without any text ends the process by an assertion, which doesn't name it.
+void remarkOnEmptyDocument(QFile& file)
+{
+    constexpr qint64 LONGEST_MARK = 4; // a byte order mark and one byte more
+    const QByteArray start = file.peek(LONGEST_MARK);
+    if (start.isEmpty() || start == "\xef\xbb\xbf" || start == "\xfe\xff" || start == "\xff\xfe")
+        remarks()->add(QString("'%1' is empty").arg(file.fileName()));
+}
+
 // Writes one object as a document of its own; the file is removed if the object refuses. One that hasChanges has them
 // again if that fails.
 bool writeDocument(const Serializable& object, bool hasChanges, const QString& path, bool isPrivate,
@@ -111,8 +120,9 @@ SoundBank* Workspace::loadSoundBank(const QString& path)
 
 QString Workspace::rootOf(const QString& path)
 {
+    // Opening a pipe would wait for its writer.
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return QString();
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
@@ -126,6 +136,7 @@ bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
     if (!file.isOpen())
         return false;
 
+    remarkOnEmptyDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     XmlStreamIterator xml(&reader);
@@ -164,6 +175,7 @@ bool Workspace::loadProfile(SoundProfile* profile, const QString& path)
         Q_ASSERT(file.isOpen());
     }
 
+    remarkOnEmptyDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     SoundProfile loaded;
