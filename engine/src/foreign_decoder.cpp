@@ -1,6 +1,7 @@
 #include "decoder_module.h"
 #include "decoders.hpp"
 #include "mp4_tables.hpp"
+#include "ogg_check.hpp"
 #include "sample_convert.hpp"
 #include "tags.hpp"
 
@@ -188,7 +189,7 @@ bool isBearable(const FilePointer& file, const FileKind& kind)
     const std::string_view container = kind.container;
     if (container == "mov")
         return tablesFitFile(file, kind);
-    return container != "ogg" || commentCount(*file) <= kMostComments;
+    return container != "ogg" || (commentCount(*file) <= kMostComments && oggIsBearable(file, kind, kMostComments));
 }
 
 } // namespace

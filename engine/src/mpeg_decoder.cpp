@@ -32,7 +32,7 @@ public:
         long rate = 0;
         int channels = 0;
         int encoding = 0;
-        if (!start() || mpg123_getformat(mHandle.get(), &rate, &channels, &encoding) != MPG123_OK
+        if (!start(file, kind) || mpg123_getformat(mHandle.get(), &rate, &channels, &encoding) != MPG123_OK
             || !fixFormat(channels) || mpg123_scan(mHandle.get()) != MPG123_OK)
             return KESS_ERR_FILE_BAD;
         const off_t length = mpg123_length(mHandle.get());
@@ -71,7 +71,7 @@ protected:
     }
 
 private:
-    bool start()
+    bool start(const SourceFile& file, const FileKind& kind)
     {
         // A frame of the lowest bit rate borrows bits from up to some 20 frames before it; after a seek these are
         // decoded first, so that the sound is that of a straight read.
@@ -86,6 +86,11 @@ private:
         mpg123_param(handle, MPG123_INDEX_SIZE, -1000, 0); // grows: every frame is indexed
         mpg123_param(handle, MPG123_PREFRAMES, kPreframes, 0);
         mpg123_param(handle, MPG123_RESYNC_LIMIT, 65536, 0);
+        // Frames of free format don't tell their length. The library searches for the next header, in vain for up to
+        // five of them between any two others; so it gets the length, or one that makes junk of all such headers.
+        constexpr long kTooLong = 65536;
+        mpg123_param(handle, MPG123_FREEFORMAT_SIZE, freeFormatLength(file, kind.begin, kind.end).value_or(kTooLong),
+                     0);
         return mpg123_replace_reader_handle(handle, readBytes, seekBytes, nullptr) == MPG123_OK
             && mpg123_open_handle(handle, &mCursor) == MPG123_OK;
     }

@@ -94,6 +94,25 @@ std::optional<FrameHeader> parseMpegFrame(uint32_t header)
     return frame;
 }
 
+std::optional<uint32_t> freeFormatLength(const SourceFile& file, uint64_t begin, uint64_t end)
+{
+    constexpr uint32_t kSame = 0xfffefcc0u; // all but protection, padding and what may change from frame to frame
+    constexpr size_t kLongest = 3456;
+    std::array<uint8_t, kLongest + 8> bytes;
+    const size_t there =
+        file.readAt(begin, bytes.data(), static_cast<size_t>(std::min<uint64_t>(bytes.size(), end - begin)));
+    if (there < 4)
+        return std::nullopt;
+    const uint32_t header = be32(bytes.data());
+    if (header >> 21 != 0x7ff || (header >> 17 & 3) == 0 || (header >> 12 & 15) != 0 || (header >> 10 & 3) == 3)
+        return std::nullopt;
+    for (uint32_t next = 5; next + 4 <= there; ++next) {
+        if ((be32(&bytes[next]) & kSame) == (header & kSame))
+            return next - 4 - (header >> 9 & 1);
+    }
+    return std::nullopt;
+}
+
 std::optional<FrameHeader> parseAdtsFrame(const uint8_t* header)
 {
     const uint32_t word = be32(header);

@@ -18,6 +18,10 @@ struct FrameHeader
 // recognised. Tables: ISO/IEC 11172-3, 2.4.2.3, and 13818-3, 2.4.2.3.
 [[nodiscard]] std::optional<FrameHeader> parseMpegFrame(uint32_t header);
 
+// The length of the frames from begin on if they have free format: up to the next header like theirs, without the
+// header and the padding.
+[[nodiscard]] std::optional<uint32_t> freeFormatLength(const SourceFile& file, uint64_t begin, uint64_t end);
+
 // One header of an ADTS frame from its first 6 bytes (ISO/IEC 13818-7, 6.2).
 [[nodiscard]] std::optional<FrameHeader> parseAdtsFrame(const uint8_t* header);
 

@@ -1,5 +1,6 @@
 #include "decoders.hpp"
 #include "float_decoder.hpp"
+#include "ogg_check.hpp"
 #include "tags.hpp"
 
 #include <opus/opusfile.h>
@@ -123,6 +124,9 @@ private:
 
 KESS_RESULT openOpus(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
 {
+    constexpr uint64_t kMostComments = 100'000; // of all links; opusfile takes 44 bytes for each, and its text
+    if (!oggIsBearable(file, kind, kMostComments))
+        return KESS_ERR_FILE_BAD;
     auto opened = std::make_unique<OpusDecoder>(Cursor(file, kind.begin, kind.end));
     const KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)

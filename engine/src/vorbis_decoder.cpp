@@ -1,5 +1,6 @@
 #include "decoders.hpp"
 #include "float_decoder.hpp"
+#include "ogg_check.hpp"
 #include "tags.hpp"
 #include "vorbis_stream.hpp"
 
@@ -227,6 +228,8 @@ private:
 
 KESS_RESULT openVorbis(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
 {
+    if (!oggPagesAreBearable(file, kind))
+        return KESS_ERR_FILE_BAD;
     auto opened = std::make_unique<VorbisDecoder>(Cursor(file, kind.begin, kind.end));
     const KESS_RESULT result = opened->open(*file, kind);
     if (result == KESS_OK)

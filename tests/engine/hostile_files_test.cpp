@@ -70,7 +70,7 @@ void expectAllBearable(std::vector<HostileFile> files, const char* key = nullptr
 
 TEST(PlainFiles, MadeInTheSameWayAsTheHostileOnesAreDecoded)
 {
-    for (const auto& [name, bytes] : plainVorbisFiles()) {
+    for (const auto& [name, bytes] : plainFiles()) {
         writeFile(name, bytes);
         const SoundPointer sound = engine().open(name);
         EXPECT_GT(readFloats(*sound).size(), 0u) << name;

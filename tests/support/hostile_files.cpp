@@ -341,12 +341,66 @@ std::string opusHead(int channels, int streams, int coupled)
     return head;
 }
 
-std::string opusFile(const std::string& head, uint32_t comments)
+std::string monoHead()
+{
+    return "OpusHead\1\1\0\0\x80\xbb\0\0\0\0\0"s;
+}
+
+std::string opusFile(const std::string& head, uint32_t comments, int serial = 1)
 {
     std::string tags = "OpusTags" + littleEndian({0, comments});
     for (uint32_t i = 0; i < comments; ++i)
         tags += littleEndian({0});
-    return OggWriter(1).pages({head, tags, "\xf8\xff\xfe", "\xf8\xff\xfe"});
+    OggWriter sound(serial);
+    std::string file;
+    for (const std::string& packet : {head, tags}) // one on a page, as opusfile wants it
+        file += sound.pages({packet}, false);
+    return file + sound.pages({"\xf8\xff\xfe"});
+}
+
+// A second link of as many streams as that, whose first pages come first.
+std::string opusAmongStreams(int streams)
+{
+    OggWriter sound(2);
+    std::string file = opusFile(monoHead(), 0) + sound.pages({monoHead()}, false);
+    for (int i = 0; i < streams; ++i)
+        file += OggWriter(i + 3).pages({"x"});
+    file += sound.pages({"OpusTags" + littleEndian({0, 0})}, false);
+    return file + sound.pages({"\xf8\xff\xfe"});
+}
+
+// Headers of pages that aren't there: in each, the next ones are lengths, which add up to 60,000 bytes.
+std::string pagesInPages(size_t count)
+{
+    return repeated("", "OggS" + std::string(24, '\xff'), count);
+}
+
+std::string mpegWav(const std::string& frames)
+{
+    const std::string format = smallEndian(0x55, 2) + smallEndian(1, 2) + littleEndian({24000, 1000, 1});
+    return chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", frames));
+}
+
+// Frames with headers of free format between them that have no like among the 3,456 bytes after them.
+std::string freeFormatsBetweenFrames()
+{
+    const std::string frame = "\xff\xf3\x14\xc0" + std::string(20, '\0');
+    std::vector<std::string> headers;
+    for (int version : {0xe0, 0xf0, 0xf8}) {
+        for (int layer : {2, 4, 6}) {
+            for (int rate : {0, 4, 8}) {
+                for (int channels : {0, 0x40, 0x80, 0xc0})
+                    headers.push_back("\xff"s + char(version | layer | 1) + char(rate) + char(channels));
+            }
+        }
+    }
+    std::string file = repeated("", frame, 6);
+    for (size_t i = 0; i < 105 * 1000; ++i) {
+        file += headers[i % 105];
+        if (i % 5 == 4)
+            file += repeated("", frame, 7);
+    }
+    return file;
 }
 
 std::string speexFile(const std::string& vendorAndComments)
@@ -408,11 +462,13 @@ std::vector<HostileFile> hostileVorbisSetups()
     };
 }
 
-std::vector<HostileFile> plainVorbisFiles()
+std::vector<HostileFile> plainFiles()
 {
     std::vector<HostileFile> files;
     addInEachContainer("plain", simpleSetup(), files);
     files.push_back({"large.ogg", oggVorbis(heavyButAllowed(0))});
+    files.push_back({"plain.opus", opusFile(monoHead(), 1000) + opusAmongStreams(10)});
+    files.push_back({"free format.wav", mpegWav(repeated("", "\xff\xf3\x04\xc0" + std::string(26, '\0'), 40))});
     return files;
 }
 
@@ -449,7 +505,12 @@ std::vector<HostileFile> hostileHeaders()
     const std::string noSound(20, '\0');
     std::vector<HostileFile> files{
         {"a million comments.ogg", oggVorbis(simpleSetup(), 1, 4, comments(1'000'000))},
-        {"a million comments.opus", opusFile("OpusHead\1\1\0\0\x80\xbb\0\0\0\0\0"s, 1'000'000)},
+        {"a million comments.opus", opusFile(monoHead(), 1'000'000)},
+        {"3.9 million comments of the second link.opus", opusFile(monoHead(), 0) + opusFile(monoHead(), 3'900'000, 2)},
+        {"200,000 streams in the second link.opus", opusAmongStreams(200'000)},
+        {"pages in pages.opus", opusFile(monoHead(), 0) + pagesInPages(100'000) + opusFile(monoHead(), 0, 2)},
+        {"pages in pages.ogg", oggVorbis(simpleSetup()) + pagesInPages(100'000) + oggVorbis(simpleSetup(), 2)},
+        {"pages in pages beside a video.ogg", multiplexed(simpleSetup()) + pagesInPages(100'000)},
         {"200,000 different comments.spx", speexFile(distinctComments(200'000))},
         {"255 streams.opus", opusFile(opusHead(1, 255, 0), 0)},
         {"255 channels.opus", opusFile(opusHead(255, 255, 0), 0)},
@@ -467,6 +528,8 @@ std::vector<HostileFile> hostileHeaders()
         {"10 million packets.m4a", mp4(1, 10'000'000, soundEntry("alaw", 1, ""))},
         {"64 tracks of 5 million packets.m4a", mp4(64, 5'000'000, soundEntry("alaw", 1, ""))},
         {"16 million samples in a packet.m4a", mp4(1, 4, alacEntry(1 << 24))},
+        {"free formats between frames.mp3", freeFormatsBetweenFrames()},
+        {"free formats between frames.wav", mpegWav(freeFormatsBetweenFrames())},
         {"a tag of 256 MB.mp3", "ID3\4\0\0\x7f\x7f\x7f\x7f"s + noSound},
         {"chunks of nothing.wav", repeated("RIFF\xff\xff\xff\xffWAVE"s, "none\0\0\0\0"s, 500'000)},
         {"chunks of nothing.aiff",

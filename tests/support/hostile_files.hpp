@@ -16,7 +16,7 @@ struct HostileFile
 [[nodiscard]] std::vector<HostileFile> hostileVorbisSetups();
 
 // Sounds in the same containers whose headers ask for no more than is let through.
-[[nodiscard]] std::vector<HostileFile> plainVorbisFiles();
+[[nodiscard]] std::vector<HostileFile> plainFiles();
 
 // One sound of a hostile header in each container that can carry it, and chains of them.
 [[nodiscard]] std::vector<HostileFile> hostileVorbisFiles();
