@@ -455,8 +455,10 @@ TEST_F(Cache, IsNotNeededForABuild)
             EXPECT_EQ(leftovers(), std::vector<std::string>());
             const bool isUsed = order.cache == pathOf("piped") || (order.cache == pathOf("readonly") && geteuid() == 0);
             ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
+            const bool isForbidden = order.cache == pathOf("readonly");
+            const std::string reason = isForbidden ? "no permission while making the folder incomplete" : "";
             for (const std::string& remark : outcome.remarks)
-                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
+                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: " + reason)) << remark;
         }
     }
 }
@@ -489,6 +491,15 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     EXPECT_EQ(readFile(order.output).size(), 15u);
     EXPECT_EQ(leftovers(), std::vector<std::string>());
     EXPECT_EQ(umount(disk.c_str()), 0);
+
+    order = orderOf(makeSounds(1));
+    order.cache = disk;
+    ASSERT_EQ(mount("tmpfs", disk.c_str(), "tmpfs", MS_RDONLY, ""), 0);
+    const Outcome readOnly = mustBuild(order);
+    EXPECT_EQ(umount(disk.c_str()), 0);
+    ASSERT_EQ(readOnly.remarks.size(), 1u);
+    EXPECT_NE(readOnly.remarks[0].find("the disk is read-only while making the folder incomplete"), std::string::npos)
+        << readOnly.remarks[0];
 }
 
 TEST_F(Cache, ForgetsTheOldestButNothingOfTheLastHour)
