@@ -143,6 +143,8 @@ QString faultOfFolder(const QString& path)
 
 QString faultOfContent(KESS_RESULT result)
 {
+    if (result == KESS_ERR_FILE_BAD && KESS_SystemError() == ENOMEM)
+        return "out of memory";
     switch (result) {
     case KESS_ERR_FORMAT:
         return "not a sound of a known kind";
