@@ -260,7 +260,7 @@ bool SoundFileValidator::isSound(const QString& path)
 {
     KESS::Sound* sound = nullptr;
     if (tryOpen(path, KESS_SOUND_TYPE_UNKNOWN, &sound) != KESS_OK)
-        return false;
+        return KESS_SystemError() == ENOMEM;
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_RESULT result = sound->getFormat(&type, nullptr, nullptr, nullptr);
     Q_ASSERT(result == KESS_OK);
