@@ -171,19 +171,23 @@ TEST_F(Cache, HealsFromEveryDamage)
 // A folder "sounds" or "index" may have been there before somebody chose the folder around it for the cache.
 TEST_F(Cache, LeavesAloneWhatIsNotItsOwn)
 {
-    Order order = orderOf(makeSounds(3));
+    Order order = orderOf(makeSounds(8));
     order.each.desiredSampleRate = 22050; // so that PCM is stored in entries, too
     order.format = TARNOK_FORMAT_KADPCM;
     const Bytes expected = mustBuild(order).bank;
-    const std::vector<std::string> entries = filesBelow("cache/sounds");
-    ASSERT_EQ(entries.size(), 3u);
+    std::vector<std::string> entries = filesBelow("cache/sounds");
+    ASSERT_EQ(entries.size(), 8u);
+    const auto isBeside = [](const std::string& left, const std::string& right) {
+        return fs::path(left).parent_path() == fs::path(right).parent_path();
+    };
+    entries.erase(std::unique(entries.begin(), entries.end(), isBeside), entries.end()); // one of each folder
+    ASSERT_GE(entries.size(), 3u);
     const auto nameOf = [&](size_t entry) {
         return entries[entry].substr(pathOf("cache").size());
     };
     const auto folderOf = [&](size_t entry) {
         return fs::path(nameOf(entry)).parent_path().string();
     };
-    ASSERT_TRUE(folderOf(1) != folderOf(0) && folderOf(1) != folderOf(2)) << "other sounds are needed";
     const std::string hash(64, 'a');
 
     std::map<std::string, Bytes> foreign;
@@ -222,7 +226,7 @@ TEST_F(Cache, LeavesAloneWhatIsNotItsOwn)
                 if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
                     EXPECT_TRUE(outcome.bank == expected);
                     EXPECT_EQ(outcome.remarks.size(), 1u);
-                    EXPECT_LE(build(order).cachedSounds(), 1);
+                    EXPECT_LE(build(order).cachedSounds(), 6);
                 }
             }
         }
