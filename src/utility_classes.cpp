@@ -143,6 +143,8 @@ QString faultOfFolder(const QString& path)
 
 QString faultOfContent(KESS_RESULT result)
 {
+    if (result == KESS_ERR_FILE_BAD && KESS_SystemError() == ENOMEM)
+        return "out of memory";
     switch (result) {
     case KESS_ERR_FORMAT:
         return "not a sound of a known kind";
@@ -258,7 +260,7 @@ bool SoundFileValidator::isSound(const QString& path)
 {
     KESS::Sound* sound = nullptr;
     if (tryOpen(path, KESS_SOUND_TYPE_UNKNOWN, &sound) != KESS_OK)
-        return false;
+        return KESS_SystemError() == ENOMEM;
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_RESULT result = sound->getFormat(&type, nullptr, nullptr, nullptr);
     Q_ASSERT(result == KESS_OK);

@@ -36,7 +36,8 @@ public:
     // Why the last file that was asked about may not enter a bank, in words for people.
     const QString& fault() const { return mFault; }
 
-    // Whether a file holds sound of its own, a bank's aside. Nothing is logged.
+    // Whether a file holds sound of its own, a bank's aside, or may do so for all that is known without the memory to
+    // find out. Nothing is logged.
     bool isSound(const QString& path);
 
     // Whether a file's name is one of those that sounds have; that of a bank only where banks may be sources.

@@ -67,19 +67,40 @@ bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Code
         && std::ranges::equal(bank::serialise(*sound), record);
 }
 
-// Something other than a file may stand where an entry belongs, a folder for instance.
-void removeWhatever(const std::string& path)
+FileDescriptor openOwn(const std::string& path)
 {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
+    return FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
 }
 
-// A file may stand where one of our folders of entries belongs.
-void removeFile(const std::string& path)
+// Whether path is one that Cache::entryPath() makes. Earlier versions had longer names for the folders.
+bool isEntryPath(const std::filesystem::path& path)
+{
+    constexpr size_t kDigits = 2 * sizeof(ContentHash::bytes);
+    const std::string folder = path.parent_path().filename();
+    return (folder.size() == 1 || folder.size() == 2) && isHashName(folder, folder.size())
+        && isHashName(path.filename().native(), kDigits - folder.size());
+}
+
+// An entry by its content, too: a folder "sounds" may hold anything when somebody has chosen a folder of their own for
+// the cache.
+bool removeEntry(const std::string& path)
+{
+    const FileDescriptor file = openOwn(path);
+    return file && startsWithMagic(file.get(), kEntryMagic) && unlink(path.c_str()) == 0;
+}
+
+// Whether at path stands what somebody else has put there and would miss.
+bool isForeign(const std::string& path, std::span<const char, 8> magic)
 {
     struct stat status;
-    if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode))
-        unlink(path.c_str());
+    if (lstat(path.c_str(), &status) != 0)
+        return false;
+    if (S_ISLNK(status.st_mode))
+        return stat(path.c_str(), &status) == 0;
+    if (!S_ISREG(status.st_mode))
+        return S_ISDIR(status.st_mode);
+    const FileDescriptor file = openOwn(path);
+    return !file || !startsWithMagic(file.get(), magic);
 }
 
 // A lock on a folder among those who ask for it. Without it, of two builds that save at once one loses what it has
@@ -140,8 +161,8 @@ Cache::Cache(std::string directory, bool useEntries, Remarks& remarks)
     , mRemarks(remarks)
     , mLimit(configuredLimit(mDirectory))
 {
-    mkdir((mDirectory + "/sounds").c_str(), 0777);
-    mkdir(temporaryFolder().c_str(), 0777);
+    makeFolder(mDirectory + "/sounds");
+    makeFolder(temporaryFolder());
     TemporaryFile::removeAbandoned(temporaryFolder(), kTemporaryStem);
     TemporaryFile::removeAbandoned(indexFolder(), "index");
 }
@@ -178,7 +199,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
 
 FileDescriptor Cache::reopen(const ContentHash& key, uint64_t* fileBytes) const
 {
-    FileDescriptor file(open(entryPath(key).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    FileDescriptor file = openOwn(entryPath(key));
     struct stat status;
     if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return {};
@@ -191,8 +212,12 @@ Result<TemporaryFile> Cache::newEntry()
 {
     Result<TemporaryFile> file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
     // Somebody may have emptied the folder since.
-    if (!file && mkdir(temporaryFolder().c_str(), 0777) == 0)
-        file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    if (!file) {
+        if (const int error = makeFolder(temporaryFolder()))
+            file = fileFault("making the folder", temporaryFolder(), error);
+        else
+            file = TemporaryFile::create(temporaryFolder(), kTemporaryStem);
+    }
     if (!file)
         cannotKeep(file.fault());
     return file;
@@ -206,10 +231,10 @@ void Cache::cannotKeep(const Fault& why)
     struct stat status;
     if (stat(mDirectory.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
         reason = "it is not a folder";
-    else if (access(mDirectory.c_str(), F_OK) != 0)
+    else if (access(mDirectory.c_str(), F_OK) != 0 && errno == ENOENT)
         reason = "it does not exist";
     mRemarks.post("the cache " + mDirectory + " can't be used: " + reason
-                  + "; temporary files take its place, and the next build encodes again");
+                  + "; temporary files are used instead, and the next build encodes again");
 }
 
 bool Cache::store(TemporaryFile* file, const ContentHash& key)
@@ -219,15 +244,10 @@ bool Cache::store(TemporaryFile* file, const ContentHash& key)
     const uint64_t bytes = fstat(file->descriptor(), &status) == 0 ? uint64_t(status.st_size) : 0;
     int error = file->commit(path);
     if (error == ENOENT) {
-        mkdir((mDirectory + "/sounds").c_str(), 0777);
-        mkdir(folderOf(path).c_str(), 0777);
-        error = file->commit(path);
-    } else if (error == ENOTDIR) {
-        removeFile(folderOf(path));
-        mkdir(folderOf(path).c_str(), 0777);
-        error = file->commit(path);
-    } else if (error == EISDIR || error == ENOTEMPTY || error == EEXIST) {
-        removeWhatever(path);
+        const int sounds = makeFolder(mDirectory + "/sounds");
+        const int folder = sounds ? sounds : makeFolder(folderOf(path));
+        error = folder ? folder : file->commit(path);
+    } else if (error == EISDIR && rmdir(path.c_str()) == 0) {
         error = file->commit(path);
     }
     if (error != 0) {
@@ -285,13 +305,14 @@ void Cache::saveRecords(const std::stop_token& stop)
     Result<TemporaryFile> file = newEntry();
     if (!file)
         return;
+    rmdir(recordsPath().c_str()); // an empty folder is nobody's
+    if (isForeign(recordsPath(), RecordTable::kMagic)) {
+        cannotKeep(invalid(recordsPath() + " is none of its files and stays as it is"));
+        return;
+    }
     int error = writeAt(file->descriptor(), std::as_bytes(std::span(bytes)), 0);
     if (error == 0)
         error = file->commit(recordsPath());
-    if (error == EISDIR) {
-        removeWhatever(recordsPath());
-        error = file->commit(recordsPath());
-    }
     if (error != 0)
         cannotKeep(fileFault("storing", recordsPath(), error));
 }
@@ -323,12 +344,14 @@ void Cache::tidy(const std::stop_token& stop)
     uint64_t total = 0;
     const int64_t newest = int64_t(time(nullptr)) - kInUseFor;
     std::error_code error;
-    for (std::filesystem::recursive_directory_iterator entry(mDirectory + "/sounds", error), end;
+    for (std::filesystem::recursive_directory_iterator
+             entry(mDirectory + "/sounds", std::filesystem::directory_options::skip_permission_denied, error),
+         end;
          !error && entry != end; entry.increment(error)) {
         struct stat status;
         if (stop.stop_requested())
             return;
-        if (lstat(entry->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        if (!isEntryPath(entry->path()) || lstat(entry->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode))
             continue;
         total += uint64_t(status.st_size);
         if (status.st_mtim.tv_sec < newest)
@@ -344,7 +367,7 @@ void Cache::tidy(const std::stop_token& stop)
     for (const Candidate& candidate : candidates) {
         if (total <= goal || stop.stop_requested())
             return;
-        if (unlink(candidate.path.c_str()) == 0)
+        if (removeEntry(candidate.path))
             total -= candidate.bytes;
     }
 }

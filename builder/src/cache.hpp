@@ -50,7 +50,9 @@ struct CacheEntry
 // curious person does to it, it is either right or found to be damaged and made again. Builds of several processes,
 // also on several machines, may share the folder.
 //
-// A folder that can't be written is no obstacle: nothing is kept then, and one remark of the build says so.
+// A folder that can't be written is no obstacle: nothing is kept then, and one remark of the build says so. Nor is one
+// with files of somebody else: what isn't ours by its name and its first bytes is neither removed nor replaced, and
+// what belongs in its place isn't kept.
 class Cache
 {
 public:

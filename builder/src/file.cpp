@@ -275,6 +275,29 @@ int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffs
     return 0;
 }
 
+int makeFolder(const std::string& path)
+{
+    return mkdir(path.c_str(), 0777) == 0 || errno == EEXIST ? 0 : errno;
+}
+
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix)
+{
+    return name.size() == digits + suffix.size() && name.ends_with(suffix)
+        && name.find_first_not_of("0123456789abcdef") >= digits;
+}
+
+bool startsWithMagic(int descriptor, std::span<const char, 8> magic)
+{
+    char start[8];
+    const ssize_t got = pread(descriptor, start, sizeof start, 0);
+    if (got < 0)
+        return false;
+    size_t others = 0;
+    for (size_t i = 0; i < size_t(got); ++i)
+        others += start[i] != magic[i];
+    return others <= (size_t(got) < sizeof start ? 0 : 1);
+}
+
 bool anotherDiskMayHelp(int error)
 {
     return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG || error == ESTALE;

@@ -85,6 +85,16 @@ int writeAt(int descriptor, std::span<const std::byte> bytes, uint64_t offset);
 int copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
               const std::function<bool()>& goOn);
 
+// Makes a folder, unless it is there. Answers 0 or an error number.
+int makeFolder(const std::string& path);
+
+// Whether name consists of so many hexadecimal digits, as hashes are written here, and the suffix.
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix = {});
+
+// Whether a file may be one of ours that has been damaged: it begins with our magic but for one byte, or ends within
+// it. What is somebody else's must stay.
+bool startsWithMagic(int descriptor, std::span<const char, 8> magic);
+
 // Whether what couldn't be written with this error number may find room elsewhere.
 bool anotherDiskMayHelp(int error);
 

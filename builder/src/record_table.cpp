@@ -10,8 +10,6 @@ namespace tarnok {
 
 namespace {
 
-constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '2'};
-
 // Little-endian. The records follow each other without a gap, by their keys: a head, then its bytes.
 struct TableHeader
 {
@@ -70,7 +68,7 @@ std::vector<uint8_t> fileOf(std::vector<Candidate> records)
         file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
     }
     TableHeader header{{}, bank::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
-    std::memcpy(header.magic, kMagic, sizeof kMagic);
+    std::memcpy(header.magic, RecordTable::kMagic, sizeof header.magic);
     std::memcpy(file.data(), &header, sizeof header);
     return file;
 }

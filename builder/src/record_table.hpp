@@ -38,6 +38,9 @@ public:
     // what was used since `recently`.
     std::vector<uint8_t> mergedWith(const NewRecords& newer, int64_t oldest, int64_t recently, uint64_t limit) const;
 
+    // The first bytes of a file.
+    static constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '2'};
+
     // Bytes in a file. A hundred thousand usual sounds.
     static constexpr uint64_t kLargestTable = 20 << 20;
 

@@ -55,7 +55,7 @@ SourceIndex::SourceIndex(std::string folder)
     for (std::filesystem::directory_iterator entry(mFolder, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string path = entry->path().string();
-        if (!path.ends_with(kSegmentSuffix))
+        if (!isHashName(baseName(path), 2 * sizeof(ContentHash::bytes), kSegmentSuffix))
             continue;
         if (readSegment(path, &mKnown))
             mSegments.push_back(path);
@@ -110,7 +110,7 @@ bool SourceIndex::isSettled(const FileStamp& stamp, int64_t at)
     return std::max(stamp.modified, stamp.changed) < at - kCoarsestClock;
 }
 
-// A segment that can't be used is removed; what can't even be read is left to its owner.
+// A segment that can't be used is removed; what can't even be read is left to its owner, and so is what is none.
 bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* records) const
 {
     FileStamp stamp;
@@ -132,7 +132,7 @@ bool SourceIndex::readSegment(const std::string& path, std::vector<Record>* reco
         if (sound)
             records->insert(records->end(), read.begin(), read.end());
     }
-    if (!sound && error <= 0)
+    if (!sound && error <= 0 && startsWithMagic(file->get(), kMagic))
         unlink(path.c_str());
     return sound;
 }

@@ -1,10 +1,11 @@
 #include "worker_memory.hpp"
 
+#include "worker_pool.hpp"
+
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 
-#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -21,17 +22,6 @@ constexpr uint64_t kWorkingBytes = 12 * kMegabyte;
 // What the C library's allocator reserves for each thread, and once more for a moment while it does. One thread gets on
 // without, several would leave each other too little.
 constexpr uint64_t kReservedBytes = 64 * kMegabyte;
-
-uint64_t stackBytes()
-{
-    size_t bytes = 8 * kMegabyte;
-    pthread_attr_t attributes;
-    if (pthread_getattr_default_np(&attributes) == 0) {
-        pthread_attr_getstacksize(&attributes, &bytes);
-        pthread_attr_destroy(&attributes);
-    }
-    return bytes;
-}
 
 uint64_t difference(uint64_t limit, uint64_t used)
 {
@@ -117,7 +107,7 @@ Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
         bool isHard;
         const char* what;
     };
-    const uint64_t stack = stackBytes();
+    constexpr uint64_t stack = kWorkerStackBytes;
     const Bound bounds[] = {
         {left.addressSpace, stack + kReservedBytes + kWorkingBytes, kReservedBytes, true,
          "the limit on the address space of this process (ulimit -v)"},
@@ -125,7 +115,7 @@ Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
         {left.controlGroup, kWorkingBytes, 0, false, "the memory limit of the control group"},
         {left.machine, kWorkingBytes, 0, false, "the free memory of this machine"},
     };
-    const uint64_t least = stack + 2 * kWorkingBytes;
+    constexpr uint64_t least = stack + 2 * kWorkingBytes;
     WorkerCount result{wanted, {}};
     for (const Bound& bound : bounds) {
         const uint64_t fit = bound.left > bound.once ? (bound.left - bound.once) / bound.each : 0;

@@ -4,15 +4,57 @@
 
 #include <algorithm>
 #include <atomic>
-#include <system_error>
-#include <thread>
-#include <vector>
+#include <list>
+#include <utility>
 
 #include <csignal>
 #include <ctime>
 #include <pthread.h>
 
 namespace tarnok {
+
+namespace {
+
+// A thread with a stack of our size, joined in the end.
+class WorkerThread
+{
+public:
+    explicit WorkerThread(std::function<void()> work)
+        : mWork(std::move(work))
+    { }
+    ~WorkerThread()
+    {
+        if (mIsRunning)
+            pthread_join(mThread, nullptr);
+    }
+    WorkerThread(const WorkerThread&) = delete;
+    WorkerThread& operator=(const WorkerThread&) = delete;
+
+    // Whether the system has let it start.
+    bool start()
+    {
+        pthread_attr_t attributes;
+        if (pthread_attr_init(&attributes) != 0)
+            return false;
+        mIsRunning = pthread_attr_setstacksize(&attributes, kWorkerStackBytes) == 0
+            && pthread_create(&mThread, &attributes, run, this) == 0;
+        pthread_attr_destroy(&attributes);
+        return mIsRunning;
+    }
+
+private:
+    static void* run(void* self) noexcept
+    {
+        static_cast<WorkerThread*>(self)->mWork();
+        return nullptr;
+    }
+
+    std::function<void()> mWork;
+    pthread_t mThread{};
+    bool mIsRunning = false;
+};
+
+} // namespace
 
 SignalShield::SignalShield(bool allSignals)
 {
@@ -50,15 +92,14 @@ void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(s
             job(index, worker);
     };
 
-    std::vector<std::jthread> threads;
+    std::list<WorkerThread> threads; // which stay where they are
     const auto wanted = unsigned(std::min<size_t>(threadCount, count));
-    threads.reserve(wanted);
-    try {
-        for (unsigned worker = 0; worker < wanted; ++worker)
-            threads.emplace_back(work, worker);
-    } catch (const std::system_error&) {
-        if (threads.empty())
+    for (unsigned worker = 0; worker < wanted; ++worker) {
+        if (threads.emplace_back([&work, worker] { work(worker); }).start())
+            continue;
+        if (worker == 0)
             work(0);
+        break;
     }
 }
 

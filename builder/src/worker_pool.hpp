@@ -8,6 +8,10 @@
 
 namespace tarnok {
 
+// Of each worker. Codec libraries take what they need for granted, so that a limit on the program's own stack
+// (ulimit -s) must not count here.
+inline constexpr size_t kWorkerStackBytes = 8 << 20;
+
 // Calls job(index, worker) for each index below count, in this order as far as workers are free, and returns when all
 // have ended. worker is below the number of threads and belongs to one thread at a time. job must not throw. When the
 // system refuses a thread, the others do its work; when it refuses all, the caller's thread does.

@@ -6,8 +6,12 @@
 #include "tags.hpp"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,25 +19,56 @@ namespace kess {
 
 namespace {
 
-// The module beside this library; null when there is none, or one of another version. It is looked for once, when a
-// file first needs it, and stays loaded.
-const KESS_DECODER_MODULE* decoderModule()
+// Whether there is room for the module and all libraries that it needs, which take about 200 MB of addresses. The
+// loader says why it failed in words only, and those depend on the language.
+bool canMapModule()
 {
-    static const KESS_DECODER_MODULE* const module = []() -> const KESS_DECODER_MODULE* {
-        Dl_info self;
-        if (dladdr(reinterpret_cast<const void*>(&decoderModule), &self) == 0 || !self.dli_fname)
-            return nullptr;
-        const std::string library = self.dli_fname;
-        const size_t slash = library.rfind('/');
-        const std::string folder = slash == library.npos ? "" : library.substr(0, slash + 1);
-        void* handle = dlopen((folder + "kess_ffmpeg.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!handle)
-            return nullptr;
-        const auto entry = reinterpret_cast<KESS_DECODER_MODULE_FUNCTION>(dlsym(handle, KESS_DECODER_MODULE_ENTRY));
-        const KESS_DECODER_MODULE* found = entry ? entry() : nullptr;
-        return found && found->version == KESS_DECODER_MODULE_VERSION ? found : nullptr;
-    }();
-    return module;
+    constexpr size_t kModuleBytes = 256 << 20;
+    void* room =
+        mmap(nullptr, kModuleBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED)
+        return false;
+    munmap(room, kModuleBytes);
+    return true;
+}
+
+struct ModuleSearch
+{
+    const KESS_DECODER_MODULE* module = nullptr;
+    KESS_RESULT result = KESS_ERR_FORMAT;
+};
+
+ModuleSearch findModule()
+{
+    Dl_info self;
+    if (dladdr(reinterpret_cast<const void*>(&findModule), &self) == 0 || !self.dli_fname)
+        return {};
+    const std::string library = self.dli_fname;
+    const size_t slash = library.rfind('/');
+    const std::string path = (slash == library.npos ? "" : library.substr(0, slash + 1)) + "kess_ffmpeg.so";
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle)
+        return {nullptr, access(path.c_str(), F_OK) == 0 && !canMapModule() ? KESS_ERR_MEMORY : KESS_ERR_FORMAT};
+    const auto entry = reinterpret_cast<KESS_DECODER_MODULE_FUNCTION>(dlsym(handle, KESS_DECODER_MODULE_ENTRY));
+    const KESS_DECODER_MODULE* found = entry ? entry() : nullptr;
+    if (!found || found->version != KESS_DECODER_MODULE_VERSION)
+        return {};
+    return {found, KESS_OK};
+}
+
+// The module beside this library: KESS_ERR_FORMAT when there is none, or one of another version. It is looked for when
+// a file first needs it, and again only where memory was short, and stays loaded.
+ModuleSearch decoderModule()
+{
+    static std::mutex mutex;
+    static std::optional<ModuleSearch> known;
+    const std::lock_guard lock(mutex);
+    if (known)
+        return *known;
+    const ModuleSearch search = findModule();
+    if (search.result != KESS_ERR_MEMORY)
+        known = search;
+    return search;
 }
 
 struct InputFile
@@ -196,9 +231,11 @@ bool isBearable(const FilePointer& file, const FileKind& kind)
 
 KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
 {
-    const KESS_DECODER_MODULE* module = decoderModule();
-    if (!module || !kind.container)
+    if (!kind.container)
         return KESS_ERR_FORMAT;
+    const auto [module, found] = decoderModule();
+    if (found != KESS_OK)
+        return found;
     if (!isBearable(file, kind))
         return KESS_ERR_FILE_BAD;
     auto opened = std::make_unique<ForeignDecoder>(*module, file, kind);

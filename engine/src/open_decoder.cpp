@@ -30,7 +30,8 @@ KESS_RESULT openDecoder(const FilePointer& file, const FileKind& kind, DecoderPo
         return result;
     // An encoding that this decoder lacks, inside a container that it knows.
     const KESS_RESULT foreign = openForeign(file, kind, decoder);
-    return foreign == KESS_OK || foreign == KESS_ERR_TOOMANYCHANNELS ? foreign : result;
+    const bool isFinal = foreign == KESS_OK || foreign == KESS_ERR_TOOMANYCHANNELS || foreign == KESS_ERR_MEMORY;
+    return isFinal ? foreign : result;
 }
 
 KESS_RESULT checkLimits(int channels, double sampleRate)

@@ -51,7 +51,7 @@ std::vector<Damage> damagesOf(const Bytes& bytes)
 {
     std::vector<Damage> damages = mutationsOf(bytes);
     damages.emplace_back("removed", [](const std::string&) {});
-    damages.emplace_back("a folder", [](const std::string& path) { fs::create_directories(path + "/with/content"); });
+    damages.emplace_back("an empty folder", [](const std::string& path) { fs::create_directory(path); });
     damages.emplace_back("a pipe", [](const std::string& path) { ASSERT_EQ(mkfifo(path.c_str(), 0666), 0); });
     damages.emplace_back("a link to nothing", [](const std::string& path) { fs::create_symlink("nowhere", path); });
     return damages;
@@ -166,17 +166,79 @@ TEST_F(Cache, HealsFromEveryDamage)
     if (geteuid() != 0) // who may read everything
         damages.emplace_back("unreadable", [](const std::string& path) { close(creat(path.c_str(), 0)); });
     expectHealing(order, entries[0], damages, 2);
+}
 
-    // A folder takes all that lies in it along.
-    const auto folderOf = [](const std::string& path) {
-        return fs::path(path).parent_path();
+// A folder "sounds" or "index" may have been there before somebody chose the folder around it for the cache.
+TEST_F(Cache, LeavesAloneWhatIsNotItsOwn)
+{
+    Order order = orderOf(makeSounds(8));
+    order.each.desiredSampleRate = 22050; // so that PCM is stored in entries, too
+    order.format = TARNOK_FORMAT_KADPCM;
+    const Bytes expected = mustBuild(order).bank;
+    std::vector<std::string> entries = filesBelow("cache/sounds");
+    ASSERT_EQ(entries.size(), 8u);
+    const auto isBeside = [](const std::string& left, const std::string& right) {
+        return fs::path(left).parent_path() == fs::path(right).parent_path();
     };
-    const auto blockFolder = [&](const std::string& path) {
-        fs::remove_all(folderOf(path));
-        writeFile(folderOf(path), Bytes{1, 2, 3});
+    entries.erase(std::unique(entries.begin(), entries.end(), isBeside), entries.end()); // one of each folder
+    ASSERT_GE(entries.size(), 3u);
+    const auto nameOf = [&](size_t entry) {
+        return entries[entry].substr(pathOf("cache").size());
     };
-    const auto lost = int(std::ranges::count(entries, folderOf(entries[0]), folderOf));
-    expectHealing(order, entries[0], {{"a file for its folder", blockFolder}}, 3 - lost);
+    const auto folderOf = [&](size_t entry) {
+        return fs::path(nameOf(entry)).parent_path().string();
+    };
+    const std::string hash(64, 'a');
+
+    std::map<std::string, Bytes> foreign;
+    const auto put = [&](const std::string& name) {
+        const std::string path = pathOf("mine/" + name);
+        fs::create_directories(fs::path(path).parent_path());
+        writeFile(path, foreign[path] = Bytes(20'000, uint8_t(foreign.size() + 1)));
+        makeOlder(path, 7200);
+    };
+    for (const char* name : {"sounds/kick.wav", "sounds/master/take/1", "index/book.index", "records/take.wav",
+                             "incomplete/sound.tmp", "tidied"})
+        put(name);
+    put(folderOf(2) + "/snare.wav");
+    put(folderOf(2) + "/" + hash.substr(1)); // all but the content
+    put("index/" + hash + ".index");
+    put(nameOf(0) + "/inside an entry's name");
+    put(folderOf(1)); // where a folder of entries should be
+    const std::string old = pathOf("mine/sounds/cc/" + hash.substr(2));
+    fs::create_directories(fs::path(old).parent_path());
+    fs::copy_file(entries[0], old); // an entry of an earlier version
+    makeOlder(old, 7200);
+    writeFile(pathOf("mine/limit"), "1");
+
+    order.cache = pathOf("mine");
+    const auto buildAll = [&] {
+        for (const TARNOK_FORMAT format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM}) {
+            order.format = format;
+            for (const int rate : {0, 22050}) {
+                order.each.desiredSampleRate = rate;
+                const Outcome outcome = mustBuild(order);
+                const bool isStored = format != TARNOK_FORMAT_PCM || rate != 0;
+                EXPECT_LE(outcome.remarks.size(), 1u);
+                EXPECT_TRUE(isStored || outcome.remarks.size() == 1u) << "the records are kept nowhere";
+                for (const std::string& remark : outcome.remarks)
+                    EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
+                if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
+                    EXPECT_TRUE(outcome.bank == expected);
+                    EXPECT_EQ(outcome.remarks.size(), 1u);
+                    EXPECT_LE(build(order).cachedSounds(), 6);
+                }
+            }
+        }
+        for (const auto& [path, bytes] : foreign)
+            EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
+    };
+    buildAll();
+    EXPECT_FALSE(fs::exists(old));
+    foreign.erase(pathOf("mine/records/take.wav"));
+    fs::remove_all(pathOf("mine/records"));
+    put("records");
+    buildAll();
 }
 
 TEST_F(Cache, RemembersUnchangedFilesAndSurvivesDamageToThatMemory)
@@ -397,8 +459,10 @@ TEST_F(Cache, IsNotNeededForABuild)
             EXPECT_EQ(leftovers(), std::vector<std::string>());
             const bool isUsed = order.cache == pathOf("piped") || (order.cache == pathOf("readonly") && geteuid() == 0);
             ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
+            const bool isForbidden = order.cache == pathOf("readonly");
+            const std::string reason = isForbidden ? "no permission while making the folder incomplete" : "";
             for (const std::string& remark : outcome.remarks)
-                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
+                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: " + reason)) << remark;
         }
     }
 }
@@ -431,6 +495,15 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     EXPECT_EQ(readFile(order.output).size(), 15u);
     EXPECT_EQ(leftovers(), std::vector<std::string>());
     EXPECT_EQ(umount(disk.c_str()), 0);
+
+    order = orderOf(makeSounds(1));
+    order.cache = disk;
+    ASSERT_EQ(mount("tmpfs", disk.c_str(), "tmpfs", MS_RDONLY, ""), 0);
+    const Outcome readOnly = mustBuild(order);
+    EXPECT_EQ(umount(disk.c_str()), 0);
+    ASSERT_EQ(readOnly.remarks.size(), 1u);
+    EXPECT_NE(readOnly.remarks[0].find("the disk is read-only while making the folder incomplete"), std::string::npos)
+        << readOnly.remarks[0];
 }
 
 TEST_F(Cache, ForgetsTheOldestButNothingOfTheLastHour)

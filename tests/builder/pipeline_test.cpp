@@ -24,6 +24,8 @@
 #include <stop_token>
 #include <thread>
 
+#include <pthread.h>
+
 using namespace tarnok;
 
 namespace {
@@ -299,6 +301,28 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
         watcher = {};
         EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
     }
+}
+
+// Where the shell has set a small one (ulimit -s), encoders would run out of it.
+TEST(WorkerPool, HasStacksOfItsOwnSize)
+{
+    pthread_attr_t former;
+    pthread_attr_t small;
+    ASSERT_EQ(pthread_getattr_default_np(&former), 0);
+    ASSERT_EQ(pthread_attr_init(&small), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&small, 64 << 10), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&small), 0);
+    std::array<size_t, 4> bytes{};
+    runOnWorkers(4, bytes.size(), [&](size_t index, unsigned) {
+        pthread_attr_t own;
+        ASSERT_EQ(pthread_getattr_np(pthread_self(), &own), 0);
+        pthread_attr_getstacksize(&own, &bytes[index]);
+        pthread_attr_destroy(&own);
+    });
+    EXPECT_EQ(pthread_setattr_default_np(&former), 0);
+    pthread_attr_destroy(&small);
+    pthread_attr_destroy(&former);
+    EXPECT_GE(std::ranges::min(bytes), size_t(8) << 20);
 }
 
 // A library's AVX code, or the thread that starts a worker, may have left the upper halves in use.

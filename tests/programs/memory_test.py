@@ -2,9 +2,10 @@
 
 import os
 import resource
+import struct
 import unittest
 
-from program_case import ALL_WRITTEN, BIN, BUILD_FAILED, ProgramCase, write_riff, write_wav
+from program_case import ALL_WRITTEN, BIN, BUILD_FAILED, SOUNDS_MISSING, ProgramCase, write_riff, write_wav
 
 LIBRARY = (BIN / "lib" / "libtarnokL.so.14").read_bytes()
 MEGABYTE = 1 << 20
@@ -37,3 +38,16 @@ class MemoryTest(ProgramCase):
         for status, output in outcomes:
             self.assertIn(status, (ALL_WRITTEN, BUILD_FAILED, 127), output)  # 127: the libraries can't even be loaded
         self.assertTrue(any("address space of this process (ulimit -v) leaves" in output for _, output in outcomes))
+
+    @unittest.skipUnless((BIN / "lib" / "kess_ffmpeg.so").exists(), "without the decoder module")
+    def test_a_sound_whose_decoder_finds_no_room_is_named_and_never_overwritten(self):
+        write_wav(self.folder_in / "a.wav")
+        start = struct.pack(">I4s4sI4s4s", 24, b"ftyp", b"M4A ", 0, b"M4A ", b"isom")
+        (self.folder_in / "b.m4a").write_bytes(start)
+        status, output = self.build_within(150, "b.tnb", "pcm")
+        self.assertEqual(status, SOUNDS_MISSING, output)
+        self.assertRegex(output, "left out '.*b.m4a': out of memory")
+        goal = self.work / "recording.tnb"
+        goal.write_bytes(start)
+        status, output = self.build_within(150, goal.name, "kadpcm")
+        self.assertEqual(goal.read_bytes(), start, output)
