@@ -70,8 +70,7 @@ public:
         constexpr size_t kMagicBytes = 4;
         if (rest.empty() || std::memcmp(rest.data(), "OggS", std::min(rest.size(), kMagicBytes)) != 0)
             return;
-        const auto found =
-            rest.size() < kSerialEnd ? mStreams.end() : mStreams.find(static_cast<int>(le32(&rest[14])));
+        const auto found = rest.size() < kSerialEnd ? mStreams.end() : mStreams.find(static_cast<int>(le32(&rest[14])));
         if (found == mStreams.end() || !found->second.isSound)
             mLost += 1;
         else

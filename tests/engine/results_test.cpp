@@ -178,32 +178,6 @@ TEST(AFileOfPackedSoundThatIsCutShort, TellsThatSamplesAreMissing)
     }
 }
 
-namespace {
-
-std::vector<std::string> pagesOf(const std::string& ogg)
-{
-    constexpr size_t kHeaderBytes = 27;
-    std::vector<std::string> pages;
-    for (size_t at = 0; at < ogg.size(); at += pages.back().size()) {
-        const auto segments = size_t(uint8_t(ogg[at + kHeaderBytes - 1]));
-        size_t length = kHeaderBytes + segments;
-        for (size_t i = 0; i < segments; ++i)
-            length += uint8_t(ogg[at + kHeaderBytes + i]);
-        pages.push_back(ogg.substr(at, length));
-    }
-    return pages;
-}
-
-std::string joined(const std::vector<std::string>& pages)
-{
-    std::string file;
-    for (const std::string& page : pages)
-        file += page;
-    return file;
-}
-
-} // namespace
-
 TEST(AnOggFileWithPartOfAPageMissing_OrOneAmongOthers, ReportsThatSamplesAreMissing)
 {
     if (!canEncode())
@@ -212,7 +186,7 @@ TEST(AnOggFileWithPartOfAPageMissing_OrOneAmongOthers, ReportsThatSamplesAreMiss
     for (const char* encoder : {"libvorbis", "libopus", "flac"}) {
         encodeSound("whole.ogg", "ogg", encoder, noise(2, 48000, kFrames));
         const std::string whole = readText("whole.ogg");
-        const std::vector<std::string> pages = pagesOf(whole);
+        const std::vector<std::string> pages = oggPages(whole);
         ASSERT_GT(pages.size(), 8u) << encoder;
         size_t firstSound = 1; // the pages of headers are at position 0
         while (pages[firstSound].substr(6, 8) == std::string(8, '\0'))
