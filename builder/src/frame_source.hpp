@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace tarnok {
@@ -52,5 +53,11 @@ std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>
 // A short sound held in memory, so that jumping about in it is cheap whatever its file is. A long one is handed back as
 // it came.
 std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source);
+
+// A sound whose loop is held in memory if it is short. Encoders and filters hear a short loop over and over at the end
+// of the sound, and some files can't be sought in without being decoded anew. A short sound,
+// which holdIfShort() holds, and one with a long loop or none are handed back as they came.
+std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source,
+                                             const std::optional<bank::Loop>& loop);
 
 } // namespace tarnok

@@ -245,6 +245,8 @@ private:
         float* target = mInputBlock.data();
         size_t left = kBlockFrames;
         while (left > 0) {
+            if (mStop.stop_requested())
+                return cancelled();
             const auto [frame, run] = locate(outside, from, left);
             if (frame) {
                 if (Status status = mSource.seek(*frame); !status)

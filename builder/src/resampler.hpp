@@ -31,6 +31,13 @@ public:
     uint64_t length() const { return mLength; }
     std::optional<bank::Loop> loop() const { return mLoop; }
 
+    // The loop in the source.
+    std::optional<bank::Loop> sourceLoop() const
+    {
+        return mSourceLoop ? std::optional(bank::Loop{mSourceLoop->start, mSourceLoop->start + mRoundLength})
+                           : std::nullopt;
+    }
+
     // How many times the loop is written out.
     uint64_t rounds() const { return mRounds; }
 

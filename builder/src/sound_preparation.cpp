@@ -15,8 +15,9 @@ namespace tarnok {
 class SoundPreparation::Looped final : public PreparedSound
 {
 public:
-    Looped(FrameSource& frames, std::optional<bank::Loop> loop)
+    Looped(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop)
         : mFrames(frames)
+        , mStop(std::move(stop))
     {
         const FrameFacts& facts = frames.facts();
         mFacts.channels = facts.channels;
@@ -54,6 +55,8 @@ private:
     {
         const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
         while (count > 0) {
+            if (mStop.stop_requested())
+                return bank::Error::Cancelled;
             const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
             const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
             if (frame) {
@@ -88,6 +91,7 @@ private:
     }
 
     FrameSource& mFrames;
+    std::stop_token mStop;
     PreparedFacts mFacts;
     int64_t mPosition = 0;
     Fault mFault;
@@ -199,7 +203,7 @@ Status SoundPreparation::putTogether(Files files)
         const ResamplingPlan plan = planOfPart(*file, rate);
         Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
         if (part && ownRate != rate)
-            part = resample(**part, plan, rate, mSpoolFolders, mStop);
+            part = resample(*holdLoopIfShort(std::move(*part), plan.sourceLoop()), plan, rate, mSpoolFolders, mStop);
         if (!part)
             return part.fault();
         parts.push_back(std::move(*part));
@@ -210,6 +214,7 @@ Status SoundPreparation::putTogether(Files files)
         point.sample = std::min(point.sample, length);
     if (mLoop && (mLoop->start >= length || mLoop->end > length))
         mLoop = bank::Loop{0, length};
+    mFrames = holdLoopIfShort(std::move(mFrames), mLoop);
     return {};
 }
 
@@ -257,7 +262,7 @@ Status SoundPreparation::preprocess()
         merge(std::move(points), 1);
     }
     limitSyncPoints();
-    mPrepared = std::make_shared<Looped>(*mFrames, mLoop);
+    mPrepared = std::make_shared<Looped>(*mFrames, mLoop, mStop);
     return {};
 }
 

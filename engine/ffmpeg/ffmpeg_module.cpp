@@ -18,6 +18,9 @@ extern "C" {
 #include <new>
 #include <optional>
 #include <span>
+#include <string_view>
+
+using namespace std::literals;
 
 namespace {
 
@@ -420,7 +423,11 @@ private:
         const AVStream& stream = mStream.stream();
         const AVRational samples{1, facts->sampleRate};
         if (kess::durationCountsSamples(container) && stream.duration > 0) {
-            facts->sampleCount = static_cast<uint64_t>(av_rescale_q(stream.duration, stream.time_base, samples));
+            // In Ogg, what a player of Opus drops at the start counts for the duration.
+            const bool countsPreSkip = stream.codecpar->codec_id == AV_CODEC_ID_OPUS && container == "ogg"sv;
+            const int64_t dropped = countsPreSkip ? stream.codecpar->initial_padding : 0;
+            const int64_t length = av_rescale_q(stream.duration, stream.time_base, samples) - dropped;
+            facts->sampleCount = static_cast<uint64_t>(std::max<int64_t>(length, 0));
             mSilence = static_cast<uint64_t>(facts->sampleRate);
             return KESS_OK;
         }

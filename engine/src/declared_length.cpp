@@ -2,6 +2,7 @@
 
 #include "bytes.hpp"
 #include "chunks.hpp"
+#include "ogg_damage.hpp"
 #include "sample_convert.hpp"
 
 #include <algorithm>
@@ -173,9 +174,12 @@ uint64_t bytesOfFrame(const Extent& extent, const SoundFacts& facts)
 
 } // namespace
 
-uint64_t declaredSampleCount(const SourceFile& file, const FileKind& kind, const SoundFacts& facts)
+uint64_t declaredSampleCount(const std::shared_ptr<const SourceFile>& file, const FileKind& kind,
+                             const SoundFacts& facts)
 {
-    const std::optional<Extent> extent = findExtent(file, kind);
+    if (kind.type == KESS_SOUND_TYPE_OGG)
+        return facts.sampleCount + lostOggSamples(Cursor(file, kind.begin, kind.end));
+    const std::optional<Extent> extent = findExtent(*file, kind);
     if (!extent || extent->declared <= extent->there)
         return facts.sampleCount;
     const uint64_t frame = bytesOfFrame(*extent, facts);

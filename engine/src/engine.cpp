@@ -30,7 +30,7 @@ KESS_RESULT openPlain(const FilePointer& file, const FileKind& kind, KESS::Sound
         if (result != KESS_OK)
             return result;
         facts = decoder->facts();
-        facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(*file, kind, facts));
+        facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(file, kind, facts));
     }
     *sound = KESS::SoundAccess::fromFile(std::move(facts), std::move(decoder));
     return KESS_OK;

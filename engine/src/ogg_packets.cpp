@@ -47,20 +47,7 @@ OggCodec codecOf(const SourceFile& file, const OggPage& page)
 {
     std::array<uint8_t, 8> start{};
     const size_t got = file.readAt(page.body, start.data(), start.size());
-    const auto begins = [&](const char* signature, size_t length) {
-        return got >= length && std::memcmp(start.data(), signature, length) == 0;
-    };
-    if (begins("\x01vorbis", 7))
-        return OggCodec::Vorbis;
-    if (begins("OpusHead", 8))
-        return OggCodec::Opus;
-    if (begins("Speex   ", 8))
-        return OggCodec::Speex;
-    if (begins("\x7f"
-               "FLAC",
-               5))
-        return OggCodec::Flac;
-    return OggCodec::Unknown;
+    return oggCodecOf(std::span(start).first(got));
 }
 
 // Bytes of the second packet of the stream whose first page is given.
@@ -126,6 +113,24 @@ std::vector<uint8_t> commentsOf(const SourceFile& file, const OggPage& first)
 }
 
 } // namespace
+
+OggCodec oggCodecOf(std::span<const uint8_t> packet)
+{
+    const auto begins = [&](const char* signature, size_t length) {
+        return packet.size() >= length && std::memcmp(packet.data(), signature, length) == 0;
+    };
+    if (begins("\x01vorbis", 7))
+        return OggCodec::Vorbis;
+    if (begins("OpusHead", 8))
+        return OggCodec::Opus;
+    if (begins("Speex   ", 8))
+        return OggCodec::Speex;
+    if (begins("\x7f"
+               "FLAC",
+               5))
+        return OggCodec::Flac;
+    return OggCodec::Unknown;
+}
 
 std::vector<OggCodec> oggCodecs(const SourceFile& file)
 {

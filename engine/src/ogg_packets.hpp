@@ -4,6 +4,7 @@
 #include "source_file.hpp"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace kess {
@@ -16,6 +17,9 @@ enum class OggCodec
     Speex,
     Flac
 };
+
+// By the first packet of a stream.
+[[nodiscard]] OggCodec oggCodecOf(std::span<const uint8_t> packet);
 
 // The codecs of the logical streams of the first link, in the file's order (RFC 3533, 6: all first pages come first).
 // Streams that aren't sound, such as video, are Unknown.

@@ -200,6 +200,11 @@ bool OggPages::next(ogg_page* page, uint64_t* offset)
     }
 }
 
+std::span<const uint8_t> OggPages::rest() const
+{
+    return {mSync.data + mSync.returned, static_cast<size_t>(mSync.fill - mSync.returned)};
+}
+
 bool mapVorbis(OggPages& pages, VorbisMap* map)
 {
     if (!pages.seek(0))

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace kess {
@@ -31,6 +32,9 @@ public:
     // The next whole page with a right checksum; its offset is stored. False at the end. It is valid until the next
     // call.
     [[nodiscard]] bool next(ogg_page* page, uint64_t* offset);
+
+    // At the end: the bytes after the last whole page, from where another one may begin. Valid until the next call.
+    [[nodiscard]] std::span<const uint8_t> rest() const;
 
 private:
     Cursor mCursor;

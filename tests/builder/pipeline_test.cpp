@@ -47,6 +47,40 @@ std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate,
     return std::move(*spool);
 }
 
+// A spool that counts how often it is sought in to another position than where it stands: some files are decoded anew
+// for each.
+class CountingSource final : public FrameSource
+{
+public:
+    CountingSource(std::unique_ptr<FrameSpool> spool, int* jumps)
+        : mSpool(std::move(spool))
+        , mJumps(jumps)
+    { }
+
+    const FrameFacts& facts() const override { return mSpool->facts(); }
+    Status seek(uint64_t frame) override
+    {
+        *mJumps += frame != mPosition;
+        mPosition = frame;
+        return mSpool->seek(frame);
+    }
+    Status readFloat(float* frames, size_t count) override
+    {
+        mPosition += count;
+        return mSpool->readFloat(frames, count);
+    }
+    Status readSamples(void* frames, size_t count) override
+    {
+        mPosition += count;
+        return mSpool->readSamples(frames, count);
+    }
+
+private:
+    std::unique_ptr<FrameSpool> mSpool;
+    uint64_t mPosition = 0;
+    int* mJumps;
+};
+
 } // namespace
 
 TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
@@ -100,6 +134,50 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
             worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, place)));
         }
         EXPECT_LT(worst, 3e-6);
+    }
+}
+
+TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
+{
+    constexpr uint64_t kLength = 200'000;
+    constexpr int kMostJumps = 3; // to the start, past an inner loop, and to what follows it
+    const bank::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
+    for (const bank::Loop& loop : loops) {
+        SCOPED_TRACE(testing::Message() << loop.start << " to " << loop.end);
+        int jumps = 0;
+        const auto makeSource = [&] {
+            return tone(kLength, 0.01, 48'000, bank::SampleFormat::Pcm24);
+        };
+        const auto plain = makeSource();
+        const auto held = holdLoopIfShort(std::make_unique<CountingSource>(makeSource(), &jumps), loop);
+
+        // Reads that begin and end inside, outside and on the edges of the loop, in both forms.
+        std::vector<std::pair<uint64_t, uint64_t>> stretches{{0, kLength}};
+        for (int round = 0; round < 20; ++round)
+            stretches.emplace_back(loop.start, loop.end);
+        stretches.insert(stretches.end(), {{loop.start / 2, loop.end}, {loop.end - 1, (loop.end + kLength) / 2}});
+        const auto expectSame = [&](auto sample, auto read) {
+            std::vector<decltype(sample)> wanted(kLength * 3);
+            std::vector<decltype(sample)> got(kLength * 3);
+            for (const auto& [begin, end] : stretches) {
+                ASSERT_TRUE(plain->seek(begin) && read(*plain, wanted.data(), size_t(end - begin)));
+                ASSERT_TRUE(held->seek(begin) && read(*held, got.data(), size_t(end - begin)));
+                EXPECT_EQ(got, wanted);
+            }
+        };
+        expectSame(0.0f, [](FrameSource& s, float* to, size_t count) { return bool(s.readFloat(to, count)); });
+        expectSame(uint8_t(), [](FrameSource& s, uint8_t* to, size_t count) { return bool(s.readSamples(to, count)); });
+        jumps = 0;
+        const ResamplingPlan plan(kLength, loop, 48'000, 44'100);
+        const auto fromHeld = resample(*held, plan, 44'100, {"/tmp"}, {});
+        EXPECT_LE(jumps, kMostJumps);
+        const auto fromPlain = resample(*plain, plan, 44'100, {"/tmp"}, {});
+        ASSERT_TRUE(fromHeld && fromPlain);
+        std::vector<float> wanted(plan.length());
+        std::vector<float> got(plan.length());
+        ASSERT_TRUE((*fromHeld)->readFloat(got.data(), got.size()));
+        ASSERT_TRUE((*fromPlain)->readFloat(wanted.data(), wanted.size()));
+        EXPECT_EQ(got, wanted);
     }
 }
 

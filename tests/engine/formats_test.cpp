@@ -225,6 +225,27 @@ TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
     EXPECT_EQ(readFloats(*held), readFloats(*engine().open("plain.ogg")));
 }
 
+TEST(OpusBesideAnotherStream, IsAsLongAsAlone)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    for (const size_t frames : {500, 96'000, 100'123}) {
+        encodeSound("opus.ogg", "ogg", "libopus", sine(1, 48000, frames));
+        const std::vector<std::string> opus = oggPages(readText("opus.ogg"));
+        const std::vector<std::string> vorbis =
+            oggPages(readText(writeSound("vorbis.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 48000, 100))));
+        std::vector<std::string> both{opus[0], vorbis[0]};
+        both.insert(both.end(), opus.begin() + 1, opus.end());
+        both.insert(both.end(), vorbis.begin() + 1, vorbis.end());
+        writeFile("both.ogg", joined(both));
+        const SoundPointer sound = engine().open("both.ogg");
+        const std::vector<float> alone = readFloats(*engine().open("opus.ogg"));
+        EXPECT_EQ(alone.size(), frames);
+        EXPECT_EQ(factsOf(*sound).samples, frames);
+        EXPECT_GT(signalToNoise(alone, readFloats(*sound)), 60) << frames;
+    }
+}
+
 TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
 {
     const auto chain = [](const Signal& first, const Signal& second) {

@@ -178,6 +178,54 @@ TEST(AFileOfPackedSoundThatIsCutShort, TellsThatSamplesAreMissing)
     }
 }
 
+TEST(AnOggFileWithPartOfAPageMissing_OrOneAmongOthers, ReportsThatSamplesAreMissing)
+{
+    if (!canEncode())
+        GTEST_SKIP();
+    constexpr uint64_t kFrames = 480'000;
+    for (const char* encoder : {"libvorbis", "libopus", "flac"}) {
+        encodeSound("whole.ogg", "ogg", encoder, noise(2, 48000, kFrames));
+        const std::string whole = readText("whole.ogg");
+        const std::vector<std::string> pages = oggPages(whole);
+        ASSERT_GT(pages.size(), 8u) << encoder;
+        size_t firstSound = 1; // the pages of headers are at position 0
+        while (pages[firstSound].substr(6, 8) == std::string(8, '\0'))
+            ++firstSound;
+        const auto without = [&](size_t page, size_t count) {
+            auto kept = pages;
+            kept.erase(kept.begin() + ptrdiff_t(page), kept.begin() + ptrdiff_t(page + count));
+            return joined(kept);
+        };
+        auto flipped = pages;
+        flipped[firstSound + 2].back() ^= 1;
+        const size_t lastPage = pages.back().size();
+        const std::tuple<const char*, std::string, bool> cases[] = {
+            {"whole", whole, false},
+            {"without the last byte", whole.substr(0, whole.size() - 1), true},
+            {"cut in the last page", whole.substr(0, whole.size() - lastPage / 2), true},
+            {"cut in the header of the last page", whole.substr(0, whole.size() - lastPage + 12), true},
+            {"cut in the middle of a page", whole.substr(0, whole.size() / 2), true},
+            {"without a page", without(firstSound + 2, 1), true},
+            {"without two pages", without(firstSound + 1, 2), true},
+            {"with a wrong bit in a page", joined(flipped), true},
+            // Recordings of a stream begin and end anywhere.
+            {"without the last page", without(pages.size() - 1, 1), false},
+            {"without the first pages of sound", without(firstSound, 2), false},
+            {"with a tag after the last page", whole + "TAG" + std::string(125, 'x'), false},
+        };
+        for (const auto& [what, bytes, isDamaged] : cases) {
+            SCOPED_TRACE(std::string(encoder) + " " + what);
+            writeFile("file.ogg", bytes);
+            const SoundPointer sound = engine().open("file.ogg");
+            uint64_t declared = 0;
+            ASSERT_EQ(sound->getDeclaredSampleCount(&declared), KESS_OK);
+            const uint64_t samples = factsOf(*sound).samples;
+            EXPECT_EQ(declared > samples, isDamaged) << declared << " " << samples;
+            EXPECT_LE(declared, kFrames * 5 / 4);
+        }
+    }
+}
+
 TEST(ADpcmFileWhoseLastBlockIsShort, HasTheSamplesThatAreThereAndNoOthers)
 {
     // Of the second, libsndfile leaves out a block that is short.

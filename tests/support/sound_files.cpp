@@ -170,4 +170,26 @@ void writeFile(const std::string& path, const std::string& text)
         fail(path, "cannot be written");
 }
 
+std::vector<std::string> oggPages(const std::string& ogg)
+{
+    constexpr size_t kHeaderBytes = 27;
+    std::vector<std::string> pages;
+    for (size_t at = 0; at < ogg.size(); at += pages.back().size()) {
+        const auto segments = size_t(uint8_t(ogg[at + kHeaderBytes - 1]));
+        size_t length = kHeaderBytes + segments;
+        for (size_t i = 0; i < segments; ++i)
+            length += uint8_t(ogg[at + kHeaderBytes + i]);
+        pages.push_back(ogg.substr(at, length));
+    }
+    return pages;
+}
+
+std::string joined(const std::vector<std::string>& pages)
+{
+    std::string file;
+    for (const std::string& page : pages)
+        file += page;
+    return file;
+}
+
 } // namespace test

@@ -70,4 +70,8 @@ void encodeSound(const std::string& path, const std::string& container, const st
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
 void writeFile(const std::string& path, const std::string& text);
 
+// The pages of an Ogg file, and a file of such pages.
+[[nodiscard]] std::vector<std::string> oggPages(const std::string& file);
+[[nodiscard]] std::string joined(const std::vector<std::string>& pages);
+
 } // namespace test

@@ -125,7 +125,8 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
             QThread::msleep(1);
     };
     EXPECT_EQ(said(build),
-              "tarnokexcl: left out 'b.wav': b.wav: why\ntarnokexcl: no cache\ntarnokexcl: cues are dropped\n");
+              "tarnokexcl: could not build '" + path("b.wav").toStdString()
+                  + "': b.wav: why\ntarnokexcl: no cache\ntarnokexcl: cues are dropped\n");
     EXPECT_EQ(remarks()->missingSounds(), missing + 1);
     builder()->remarks.emplace_back("a third");
     builder()->reports.clear();
