@@ -17,7 +17,7 @@ namespace {
 
 // To be raised whenever the same source and settings come out differently because of the code between the source and
 // the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
-constexpr uint64_t kPipelineRevision = 5;
+constexpr uint64_t kPipelineRevision = 6;
 
 } // namespace
 
