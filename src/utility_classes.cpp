@@ -15,6 +15,9 @@
 
 #include <sys/stat.h>
 
+// Not every engine tells more than its result.
+#pragma weak KESS_SystemError
+
 namespace TARNOK {
 
 namespace {
@@ -141,9 +144,15 @@ QString faultOfFolder(const QString& path)
     return "it is not a folder";
 }
 
+// Whether the engine failed for want of memory.
+bool isOutOfMemory()
+{
+    return KESS_SystemError && KESS_SystemError() == ENOMEM;
+}
+
 QString faultOfContent(KESS_RESULT result)
 {
-    if (result == KESS_ERR_FILE_BAD && KESS_SystemError() == ENOMEM)
+    if (result == KESS_ERR_FILE_BAD && isOutOfMemory())
         return "out of memory";
     switch (result) {
     case KESS_ERR_FORMAT:
@@ -260,7 +269,7 @@ bool SoundFileValidator::isSound(const QString& path)
 {
     KESS::Sound* sound = nullptr;
     if (tryOpen(path, KESS_SOUND_TYPE_UNKNOWN, &sound) != KESS_OK)
-        return KESS_SystemError() == ENOMEM;
+        return isOutOfMemory();
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_RESULT result = sound->getFormat(&type, nullptr, nullptr, nullptr);
     Q_ASSERT(result == KESS_OK);

@@ -49,8 +49,7 @@ public:
             const size_t got = mFile.readAt(from, block.data(), wanted);
             const char* const end = block.data() + got;
             const char* at = block.data();
-            while (const void* found =
-                       memmem(at, static_cast<size_t>(end - at), kCapture.data(), kCapture.size())) {
+            while (const void* found = memmem(at, static_cast<size_t>(end - at), kCapture.data(), kCapture.size())) {
                 at = static_cast<const char*>(found);
                 if (!count(from + static_cast<uint64_t>(at - block.data())))
                     return false;
