@@ -79,8 +79,8 @@ void warnOfUnlisted(const QString& directory, bool directoriesToo)
             remarks()->addMissingSound(shown, "its name is not UTF-8");
         else if (isSound && entry->is_symlink(unknown) && !entry->exists(unknown))
             remarks()->addMissingSound(shown, "a link to nothing");
-        else if (isSound && entry->is_other(unknown))
-            remarks()->addMissingSound(shown, "a pipe, a socket or a device");
+        else if (isSound && entry->is_other(unknown) && !directoriesToo)
+            remarks()->addMissingSound(shown, "it is a device or pipe, not a file");
     }
 }
 
