@@ -90,6 +90,18 @@ std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t 
     return bytes;
 }
 
+// The whole of a FORM: its body so far, with samples of dataLength bytes to follow.
+std::vector<uint8_t> formOf(HeaderWriter& body, uint64_t dataLength)
+{
+    HeaderWriter header(true);
+    header.text("FORM");
+    header.number(body.size() + dataLength, 4);
+    std::vector<uint8_t> bytes = header.take();
+    const std::vector<uint8_t> rest = body.take();
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    return bytes;
+}
+
 std::optional<std::vector<uint8_t>> aiffHeader(const SourceFile& file, const FileKind& kind, const ChunkList& chunks,
                                                uint64_t dataLength)
 {
@@ -102,13 +114,7 @@ std::optional<std::vector<uint8_t>> aiffHeader(const SourceFile& file, const Fil
     body.chunk("COMM", common);
     body.text("SSND");
     body.number(dataLength, 4);
-    HeaderWriter header(true);
-    header.text("FORM");
-    header.number(body.size() + dataLength, 4);
-    std::vector<uint8_t> bytes = header.take();
-    const std::vector<uint8_t> rest = body.take();
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-    return bytes;
+    return formOf(body, dataLength);
 }
 
 // A header of the old Amiga format, whose samples are in BODY. No other chunk but these is needed to decode them.
@@ -127,13 +133,7 @@ std::optional<std::vector<uint8_t>> amigaHeader(const SourceFile& file, const Fi
         body.chunk("CHAN", channels);
     body.text("BODY");
     body.number(dataLength, 4);
-    HeaderWriter header(true);
-    header.text("FORM");
-    header.number(body.size() + dataLength, 4);
-    std::vector<uint8_t> bytes = header.take();
-    const std::vector<uint8_t> rest = body.take();
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-    return bytes;
+    return formOf(body, dataLength);
 }
 
 bool isAmiga(const SourceFile& file, const FileKind& kind)

@@ -1,5 +1,7 @@
 #include "text.hpp"
 
+#include "base/utf8.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -10,36 +12,8 @@ namespace tnb {
 
 namespace {
 
-struct Character
-{
-    uint32_t code = 0;
-    size_t bytes = 0; // 0: not valid UTF-8
-};
-
-// The character at the start of text, by the table of well-formed byte sequences (Unicode 15, table 3-7).
-Character firstCharacter(std::string_view text)
-{
-    const auto lead = static_cast<uint8_t>(text[0]);
-    if (lead < 0x80)
-        return {lead, 1};
-    const size_t bytes = lead >= 0xc2 && lead <= 0xdf ? 2
-        : lead >= 0xe0 && lead <= 0xef                ? 3
-        : lead >= 0xf0 && lead <= 0xf4                ? 4
-                                                      : 0;
-    if (bytes == 0 || bytes > text.size())
-        return {};
-    uint32_t code = lead & (0xffu >> (bytes + 1));
-    for (size_t i = 1; i < bytes; ++i) {
-        const auto next = static_cast<uint8_t>(text[i]);
-        if ((next & 0xc0) != 0x80)
-            return {};
-        code = code << 6 | (next & 0x3f);
-    }
-    constexpr std::array<uint32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
-    if (code < kSmallest[bytes] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff))
-        return {};
-    return {code, bytes};
-}
+using Character = base::Utf8Character;
+using base::firstCharacter;
 
 // Controls, line and paragraph separators, and what turns the direction of the text that follows.
 bool isHarmless(uint32_t code)
