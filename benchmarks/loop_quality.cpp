@@ -13,7 +13,7 @@
 //   extra   bytes beside the data: seek points, corrections, loop
 //
 // Exit status 1: a seam above 1.1 of its sound whose error is above -90 dB, or a seek point above -60 dB.
-#include "sound_preparation.hpp"
+#include "source/sound_preparation.hpp"
 
 #include "bank/reader.hpp"
 

@@ -1,7 +1,7 @@
 // The decoder module on FFmpeg's libraries: what the engine's own decoders lack.
-#include "decoder_module.h"
+#include "decode/decoder_module.h"
 #include "packet_length.hpp"
-#include "vorbis_setup_check.hpp"
+#include "parse/vorbis_setup_check.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

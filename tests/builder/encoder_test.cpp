@@ -1,7 +1,7 @@
 // Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
-#include "data_stream.hpp"
-#include "encoders.hpp"
-#include "opus_packet.hpp"
+#include "encode/data_stream.hpp"
+#include "encode/encoders.hpp"
+#include "encode/opus_packet.hpp"
 #include "support/bank_maker.hpp"
 #include "support/engine_access.hpp"
 #include "support/sound_files.hpp"

@@ -1,16 +1,16 @@
 // The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
 // from each other, and the way of the reports.
 #include "bank/checksum.hpp"
-#include "content_hash.hpp"
-#include "frame_spool.hpp"
-#include "progress_queue.hpp"
-#include "remarks.hpp"
-#include "resampler.hpp"
-#include "source_identity.hpp"
+#include "build/progress_queue.hpp"
+#include "source/frame_spool.hpp"
+#include "source/resampler.hpp"
+#include "source/source_identity.hpp"
+#include "support/content_hash.hpp"
+#include "support/remarks.hpp"
 #include "support/vector_state.hpp"
-#include "wide_hasher.hpp"
-#include "worker_memory.hpp"
-#include "worker_pool.hpp"
+#include "support/wide_hasher.hpp"
+#include "support/worker_memory.hpp"
+#include "support/worker_pool.hpp"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include "bank/reader.hpp"
 #include "bank/writer.hpp"
-#include "encoder.hpp"
+#include "encode/encoder.hpp"
 #include "support/sound_files.hpp"
 
 #include <span>

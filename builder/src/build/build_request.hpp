@@ -1,0 +1,40 @@
+// What a build is asked to do.
+#pragma once
+
+#include "encode/sound_settings.hpp"
+#include "support/fault.hpp"
+#include "tarnok.h"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnok {
+
+// The arguments of one build, checked (see checkRequest).
+struct BuildRequest
+{
+    std::span<const TARNOK_SUBSOUND> subsounds;
+    BankOrder order;
+    std::optional<std::string> encryptionKey;
+    std::string outputFile;
+};
+
+// Puts the arguments of Tarnok_Build together. TARNOK_ERR_INVALID_PARAM, with a text that tells which, for what no
+// build can be made of.
+Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                  const char* outputFileName);
+
+// The files of a sound.
+std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
+
+// The first of them without its folder, as it stands in messages.
+std::string firstFile(const TARNOK_SUBSOUND& subsound);
+
+// The name of a sound in its bank: that of its first file without folder and extension.
+std::string_view soundName(const TARNOK_SUBSOUND& subsound);
+
+} // namespace tarnok

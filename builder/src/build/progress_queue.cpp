@@ -1,0 +1,117 @@
+#include "build/progress_queue.hpp"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <thread>
+
+namespace tarnok {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A portion ends when it has taken that long, unless it is small: a watcher that fetches now and then isn't busy.
+constexpr auto kPortionTime = 5ms;
+constexpr size_t kSmallPortion = 64;
+
+// At the end of a build: what a watcher takes in without delay, how often watchers look at least, and the most that a
+// build waits for one.
+constexpr size_t kRemainder = 500;
+constexpr auto kPollInterval = 50ms;
+constexpr auto kLongestWait = 500ms;
+
+} // namespace
+
+void ProgressQueue::post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code, std::string_view text)
+{
+    Item item = makeItem(subSoundIndex, threadId, state, code, text);
+    const std::lock_guard lock(mPostedMutex);
+    mPosted.push_back(std::move(item));
+}
+
+const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
+{
+    const std::lock_guard lock(mMutex);
+    mLastFetch = Clock::now();
+    if (mWaiting.empty()) {
+        const std::lock_guard postedLock(mPostedMutex);
+        mWaiting.swap(mPosted);
+    }
+    if (mWaiting.empty() || hasItsPortion()) {
+        mPortion = 0;
+        return nullptr;
+    }
+
+    if (mPortion++ == 0)
+        mPortionBegan = mLastFetch;
+    const TARNOK_PROGRESSITEM* item = mWaiting.front().get();
+    mHandedOut.emplace(item, nullptr).first->second = std::move(mWaiting.front());
+    mWaiting.pop_front();
+    return item;
+}
+
+bool ProgressQueue::hasItsPortion()
+{
+    return mInPortions && mPortion >= kSmallPortion && mLastFetch - mPortionBegan >= kPortionTime;
+}
+
+bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
+{
+    const std::lock_guard lock(mMutex);
+    return mHandedOut.erase(item) == 1;
+}
+
+void ProgressQueue::beginBuild()
+{
+    std::deque<Item> unwanted, unwantedToo;
+    const std::scoped_lock lock(mMutex, mPostedMutex);
+    unwanted.swap(mWaiting);
+    unwantedToo.swap(mPosted);
+    mInPortions = true;
+}
+
+void ProgressQueue::endBuild(const std::stop_token& stop)
+{
+    const auto deadline = Clock::now() + kLongestWait;
+    while (!stop.stop_requested() && Clock::now() < deadline && !isCaughtUp())
+        std::this_thread::sleep_for(1ms);
+    const std::lock_guard lock(mMutex);
+    mInPortions = false;
+}
+
+bool ProgressQueue::isCaughtUp()
+{
+    const std::scoped_lock lock(mMutex, mPostedMutex);
+    return mWaiting.size() + mPosted.size() <= kRemainder || Clock::now() - mLastFetch > kPollInterval;
+}
+
+// The failed record's text has no size of its own in the public header, so item and record share one allocation that is
+// as long as the text needs.
+ProgressQueue::Item ProgressQueue::makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
+                                            std::string_view text)
+{
+    const bool failed = state == TARNOK_STATE_FAILED;
+    const size_t textOffset = sizeof(TARNOK_PROGRESSITEM) + offsetof(TARNOK_STATE_DATA_FAILED, errorString);
+    const size_t size = failed ? textOffset + text.size() + 1 : sizeof(TARNOK_PROGRESSITEM);
+    auto* memory = static_cast<char*>(std::malloc(size));
+    if (!memory)
+        throw std::bad_alloc();
+
+    Item item(new (memory) TARNOK_PROGRESSITEM{subSoundIndex, threadId, state, 0, nullptr});
+    if (failed) {
+        std::memcpy(memory + sizeof(TARNOK_PROGRESSITEM), &code, sizeof code);
+        std::memcpy(memory + textOffset, text.data(), text.size());
+        memory[textOffset + text.size()] = '\0';
+        item->stateData = memory + sizeof(TARNOK_PROGRESSITEM);
+    }
+    return item;
+}
+
+void ProgressQueue::ItemDeleter::operator()(TARNOK_PROGRESSITEM* item) const
+{
+    std::free(item);
+}
+
+} // namespace tarnok

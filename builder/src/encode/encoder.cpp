@@ -1,0 +1,128 @@
+#include "encode/encoder.hpp"
+
+#include "encode/encoders.hpp"
+
+#include <opus/opus.h>
+#include <vorbis/codec.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tarnok {
+
+using bank::Codec;
+
+namespace {
+
+constexpr std::array<uint32_t, 5> kOpusRates = {8'000, 12'000, 16'000, 24'000, 48'000};
+
+// What the library's tables of tunings cover.
+constexpr uint32_t kVorbisHighestRate = 200'000;
+
+template <typename Made>
+std::unique_ptr<Encoder> make()
+{
+    return std::make_unique<Made>();
+}
+
+// What differs from codec to codec.
+struct CodecEntry
+{
+    const char* name;
+    bool hasQuality;
+    int revision; // raised whenever an encoder of ours makes other bytes from the same sound
+    const char* (*libraryVersion)(); // null: no library
+    std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
+};
+
+// Indexed by Codec.
+constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
+    {"PCM", false, 1, nullptr, make<PcmEncoder>},
+    {"XMA", true, 0, nullptr, nullptr},
+    {"AT9", true, 0, nullptr, nullptr},
+    {"Vorbis", true, 4, vorbis_version_string, make<VorbisEncoder>},
+    {"KADPCM", false, 2, nullptr, make<KadpcmEncoder>},
+    {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
+}};
+
+const CodecEntry& entryOf(Codec codec)
+{
+    return kCodecs[size_t(codec)];
+}
+
+} // namespace
+
+std::optional<uint64_t> frameAt(int64_t position, const PreparedFacts& facts)
+{
+    if (position >= 0 && uint64_t(position) < facts.sampleCount)
+        return uint64_t(position);
+    if (position < 0 && loopsAtStart(facts)) {
+        const int64_t length = int64_t(facts.loop->end);
+        return uint64_t((position % length + length) % length);
+    }
+    if (position >= 0 && loopsAtEnd(facts)) {
+        const uint64_t length = facts.loop->end - facts.loop->start;
+        return facts.loop->start + (uint64_t(position) - facts.sampleCount) % length;
+    }
+    return std::nullopt;
+}
+
+bool loopsAtStart(const PreparedFacts& facts)
+{
+    return facts.loop && facts.loop->start == 0;
+}
+
+bool loopsAtEnd(const PreparedFacts& facts)
+{
+    return facts.loop && facts.loop->end == facts.sampleCount;
+}
+
+bank::Sound describe(Codec codec, const PreparedFacts& facts)
+{
+    bank::Sound sound;
+    sound.codec = codec;
+    sound.sampleFormat = codec == Codec::Pcm ? facts.sampleFormat : bank::SampleFormat::Pcm16;
+    sound.channels = uint16_t(facts.channels);
+    sound.sampleRate = facts.sampleRate;
+    sound.sampleCount = facts.sampleCount;
+    sound.loop = facts.loop;
+    return sound;
+}
+
+std::unique_ptr<Encoder> makeEncoder(Codec codec)
+{
+    const CodecEntry& entry = entryOf(codec);
+    return entry.make ? entry.make() : nullptr;
+}
+
+const char* codecName(Codec codec)
+{
+    return entryOf(codec).name;
+}
+
+bool hasQuality(Codec codec)
+{
+    return entryOf(codec).hasQuality;
+}
+
+uint32_t encodingRate(Codec codec, uint32_t sampleRate)
+{
+    if (codec == Codec::Opus) {
+        const auto* rate = std::lower_bound(kOpusRates.begin(), kOpusRates.end(), sampleRate);
+        return rate == kOpusRates.end() ? kOpusRates.back() : *rate;
+    }
+    if (codec == Codec::Vorbis)
+        return std::min(sampleRate, kVorbisHighestRate);
+    return sampleRate;
+}
+
+std::string encoderVersion(Codec codec)
+{
+    const CodecEntry& entry = entryOf(codec);
+    if (!entry.make)
+        return {};
+    const std::string own = std::string(entry.name) + ' ' + std::to_string(entry.revision);
+    return entry.libraryVersion ? own + ", " + entry.libraryVersion() : own;
+}
+
+} // namespace tarnok

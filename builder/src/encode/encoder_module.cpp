@@ -1,0 +1,322 @@
+#include "encode/encoder_module.hpp"
+
+#include "encode/data_stream.hpp"
+#include "encode/encoders.hpp"
+#include "tarnok_encoder.h"
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+namespace tarnok {
+
+using bank::Codec;
+using bank::Error;
+
+static_assert(TARNOK_ENCODER_REACH == kMaximumReach);
+
+namespace {
+
+constexpr size_t kMaximumSetupBytes = 1 << 20;
+
+const char* fileName(Codec codec)
+{
+    return codec == Codec::Xma ? "tarnok_xma.so" : "tarnok_at9.so";
+}
+
+// The folder that this library was loaded from, with the slash.
+std::string ownFolder()
+{
+    Dl_info self;
+    if (dladdr(reinterpret_cast<const void*>(&fileName), &self) == 0 || !self.dli_fname)
+        return {};
+    const std::string library = self.dli_fname;
+    const size_t slash = library.rfind('/');
+    return slash == std::string::npos ? "./" : library.substr(0, slash + 1);
+}
+
+// Whether all of a library's segments lie inside its file. The system's loader doesn't ask: it maps what a file that
+// was cut short lacks, and touching that ends the process.
+bool isWhole(const std::string& file)
+{
+    std::ifstream stream(file, std::ios::binary | std::ios::ate);
+    const auto size = uint64_t(std::max<std::streamoff>(stream.tellg(), 0));
+    Elf64_Ehdr header{};
+    stream.seekg(0);
+    if (!stream.read(reinterpret_cast<char*>(&header), sizeof header)
+        || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64
+        || header.e_phentsize != sizeof(Elf64_Phdr))
+        return false;
+    std::vector<Elf64_Phdr> segments(header.e_phnum);
+    stream.seekg(std::streamoff(header.e_phoff & INT64_MAX));
+    if (!stream.read(reinterpret_cast<char*>(segments.data()), std::streamsize(segments.size() * sizeof(Elf64_Phdr))))
+        return false;
+    return std::all_of(segments.begin(), segments.end(), [size](const Elf64_Phdr& segment) {
+        return segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;
+    });
+}
+
+bool isUsable(const TARNOK_ENCODER_MODULE* module, Codec codec)
+{
+    return module && module->interfaceVersion == TARNOK_ENCODER_INTERFACE && int(module->format) == int(codec)
+        && module->version && *module->version && module->maximumChannels >= 1
+        && module->maximumChannels <= unsigned(bank::kMaximumChannels) && module->sampleRate && module->encode;
+}
+
+// One run of a module's encode: what it calls, with what it may not do refused, and what it left behind.
+class Job
+{
+public:
+    Job(PreparedSound& sound, bank::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
+        : mSound(sound)
+        , mData(sink)
+        , mStop(stop)
+        , mEncoded(encoded)
+    { }
+
+    TARNOK_ENCODER_HOST host()
+    {
+        return {this,
+                [](void* user, int64_t position) { return self(user).seek(position); },
+                [](void* user, float* frames, uint32_t count) { return self(user).read(frames, count); },
+                [](void* user, const void* bytes, uint32_t count) { return self(user).write(bytes, count); },
+                [](void* user, const void* bytes, uint32_t count) { return self(user).setup(bytes, count); },
+                [](void* user, uint64_t position) { return self(user).seekPoint(position); },
+                [](void* user) {
+                    return int(self(user).mStop.stop_requested());
+                }};
+    }
+
+    // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
+    Error end(TARNOK_RESULT answer, uint32_t leadIn)
+    {
+        if (mError == Error::None)
+            mError = errorOf(answer);
+        // Nobody else would tell why there is no sound.
+        if (mError == Error::Cancelled && !mStop.stop_requested())
+            mError = Error::Encoder;
+        if (mError != Error::None)
+            return mError;
+        if (leadIn > bank::kMaximumLeadIn)
+            return Error::Encoder;
+        mEncoded->leadIn = leadIn;
+        if (const Error error = mData.finish(mEncoded); error != Error::None)
+            return error;
+        const uint64_t decoded = mEncoded->sampleCount + leadIn;
+        return (decoded + 8191) / 8192 <= mEncoded->dataBytes ? Error::None : Error::Encoder;
+    }
+
+private:
+    static Job& self(void* user) { return *static_cast<Job*>(user); }
+
+    static Error errorOf(TARNOK_RESULT answer)
+    {
+        switch (int(answer)) {
+        case TARNOK_OK:
+            return Error::None;
+        case TARNOK_ERR_CANCELLED:
+            return Error::Cancelled;
+        case TARNOK_ERR_MEMORY:
+            return Error::Memory;
+        case TARNOK_ERR_INVALID_FORMAT:
+            return Error::Unsupported;
+        default:
+            return Error::Encoder;
+        }
+    }
+
+    // A module that looks at nothing but the answers ends soon, too.
+    TARNOK_RESULT answer(Error error)
+    {
+        if (error == Error::None && mStop.stop_requested())
+            error = Error::Cancelled;
+        if (mError == Error::None)
+            mError = error;
+        switch (mError) {
+        case Error::None:
+            return TARNOK_OK;
+        case Error::Cancelled:
+            return TARNOK_ERR_CANCELLED;
+        case Error::Memory:
+            return TARNOK_ERR_MEMORY;
+        case Error::Encoder:
+            return TARNOK_ERR_INVALID_PARAM;
+        default:
+            return TARNOK_ERR_FILE_OS;
+        }
+    }
+
+    [[nodiscard]] bool inReach(int64_t position) const
+    {
+        return position >= -kMaximumReach && position <= int64_t(mSound.facts().sampleCount) + kMaximumReach;
+    }
+
+    TARNOK_RESULT seek(int64_t position)
+    {
+        if (!inReach(position))
+            return answer(Error::Encoder);
+        mPosition = position;
+        return answer(mSound.seek(position));
+    }
+
+    TARNOK_RESULT read(float* frames, uint32_t count)
+    {
+        if (!frames || !inReach(mPosition + count))
+            return answer(Error::Encoder);
+        if (mError != Error::None || mStop.stop_requested())
+            return answer(Error::Cancelled);
+        mPosition += count;
+        return answer(mSound.readFloat(frames, count));
+    }
+
+    TARNOK_RESULT write(const void* bytes, uint32_t count)
+    {
+        if ((!bytes && count > 0) || count > mostBytes() - mData.bytes())
+            return answer(Error::Encoder);
+        if (mError != Error::None || mStop.stop_requested())
+            return answer(Error::Cancelled);
+        return answer(mData.writeBlock({static_cast<const uint8_t*>(bytes), count}));
+    }
+
+    TARNOK_RESULT setup(const void* bytes, uint32_t count)
+    {
+        if (!bytes || count > kMaximumSetupBytes || !mEncoded->setup.empty())
+            return answer(Error::Encoder);
+        const auto* first = static_cast<const uint8_t*>(bytes);
+        mEncoded->setup.assign(first, first + count);
+        return answer(Error::None);
+    }
+
+    TARNOK_RESULT seekPoint(uint64_t position)
+    {
+        std::vector<bank::SeekPoint>& points = mEncoded->seekPoints;
+        const bank::SeekPoint last = points.empty() ? bank::SeekPoint{} : points.back();
+        if (position <= last.position || mData.bytes() <= last.offset)
+            return answer(Error::Encoder);
+        points.push_back({position, mData.bytes()});
+        return answer(Error::None);
+    }
+
+    // No encoder needs more; one that never ends would fill the disk.
+    [[nodiscard]] uint64_t mostBytes() const
+    {
+        const PreparedFacts& facts = mSound.facts();
+        return (facts.sampleCount + 2 * kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
+    }
+
+    PreparedSound& mSound;
+    DataStream mData;
+    const std::stop_token& mStop;
+    bank::Sound* mEncoded;
+    int64_t mPosition = 0;
+    Error mError = Error::None; // the first on our side
+};
+
+// Encodes by a module.
+class ExternalEncoder final : public Encoder
+{
+public:
+    ExternalEncoder(const TARNOK_ENCODER_MODULE& module, unsigned flags)
+        : mModule(module)
+        , mFlags(flags)
+    { }
+
+    Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
+                 bank::Sound* encoded) override
+    {
+        const PreparedFacts& facts = sound.facts();
+        *encoded = describe(Codec(int(mModule.format)), facts);
+        encoded->quality = uint8_t(quality);
+        TARNOK_ENCODER_SOUND told{};
+        told.channels = uint32_t(facts.channels);
+        told.sampleRate = facts.sampleRate;
+        told.sampleCount = facts.sampleCount;
+        told.quality = uint32_t(quality);
+        told.flags = mFlags;
+        if (facts.loop) {
+            told.loops = 1;
+            told.loopStart = facts.loop->start;
+            told.loopEnd = facts.loop->end;
+        }
+        if (const Error error = sound.seek(0); error != Error::None)
+            return error;
+        Job job(sound, sink, stop, encoded);
+        const TARNOK_ENCODER_HOST host = job.host();
+        uint32_t leadIn = 0;
+        const TARNOK_RESULT answer = mModule.encode(&told, &host, &leadIn);
+        return job.end(answer, leadIn);
+    }
+
+private:
+    const TARNOK_ENCODER_MODULE& mModule;
+    unsigned mFlags;
+};
+
+} // namespace
+
+bool EncoderModule::encodes(Codec codec)
+{
+    return codec == Codec::Xma || codec == Codec::At9;
+}
+
+Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
+{
+    assert(encodes(codec));
+    const std::string file = ownFolder() + fileName(codec);
+    if (access(file.c_str(), F_OK) != 0)
+        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
+                     std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file + ")"};
+    const auto bad = [&](const std::string& why) {
+        return Fault{TARNOK_ERR_ENCODER_LIBRARY_BAD,
+                     std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
+    };
+    if (!isWhole(file))
+        return bad(file + " is not a library for this system, or is damaged");
+    void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* why = dlerror();
+        return bad(why ? why : file);
+    }
+    const std::shared_ptr<void> library(handle, [](void* closed) { dlclose(closed); });
+    const auto entry = reinterpret_cast<TARNOK_ENCODER_FUNCTION>(dlsym(handle, TARNOK_ENCODER_ENTRY));
+    if (!entry)
+        return bad(file + " is not an encoder module");
+    const TARNOK_ENCODER_MODULE* module = entry();
+    if (!isUsable(module, codec))
+        return bad(file + " is made for another format or another version of this program");
+    return std::shared_ptr<const EncoderModule>(new EncoderModule(library, *module));
+}
+
+EncoderModule::EncoderModule(std::shared_ptr<void> library, const TARNOK_ENCODER_MODULE& interface)
+    : mLibrary(std::move(library))
+    , mInterface(interface)
+{ }
+
+std::string EncoderModule::version() const
+{
+    return std::string("module ") + mInterface.version;
+}
+
+int EncoderModule::maximumChannels() const
+{
+    return int(mInterface.maximumChannels);
+}
+
+uint32_t EncoderModule::encodingRate(uint32_t sampleRate) const
+{
+    const uint32_t rate = mInterface.sampleRate(sampleRate);
+    return rate >= 1 && rate <= bank::kMaximumSampleRate ? rate : sampleRate;
+}
+
+std::unique_ptr<Encoder> EncoderModule::makeEncoder(unsigned flags) const
+{
+    return std::make_unique<ExternalEncoder>(mInterface, flags);
+}
+
+} // namespace tarnok

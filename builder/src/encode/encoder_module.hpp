@@ -1,0 +1,39 @@
+// An external encoder of one format, from a shared library beside this one. See tarnok_encoder.h.
+#pragma once
+
+#include "encode/encoder.hpp"
+#include "support/fault.hpp"
+
+#include <memory>
+#include <string>
+
+struct TARNOK_ENCODER_MODULE;
+
+namespace tarnok {
+
+// A loaded module. Encoders made by it must not outlive it.
+class EncoderModule
+{
+public:
+    // Whether codec is encoded by a module.
+    [[nodiscard]] static bool encodes(bank::Codec codec);
+
+    // TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD.
+    static Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
+
+    // As their namesakes in encoder.hpp. A rate that the module makes up out of range comes back as the one asked for.
+    [[nodiscard]] std::string version() const;
+    [[nodiscard]] int maximumChannels() const;
+    [[nodiscard]] uint32_t encodingRate(uint32_t sampleRate) const;
+
+    // flags are those of TARNOK_ENCODER_SOUND.
+    [[nodiscard]] std::unique_ptr<Encoder> makeEncoder(unsigned flags) const;
+
+private:
+    EncoderModule(std::shared_ptr<void> library, const TARNOK_ENCODER_MODULE& interface);
+
+    std::shared_ptr<void> mLibrary;
+    const TARNOK_ENCODER_MODULE& mInterface;
+};
+
+} // namespace tarnok

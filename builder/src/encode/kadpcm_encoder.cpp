@@ -1,0 +1,175 @@
+#include "encode/data_stream.hpp"
+#include "encode/encoders.hpp"
+#include "encode/seam.hpp"
+
+#include "bank/kadpcm.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tarnok {
+
+using bank::Error;
+using bank::SampleFormat;
+
+namespace {
+
+// Frames handed to the codec at once, and superblocks between two seek points; what lies between is stepped over
+// without decoding.
+constexpr size_t kChunkFrames = 4096;
+constexpr uint64_t kSeekSuperblocks = 16;
+
+// Triangular noise of one step of 16 bits to each side, the same in every run (xorshift64*, Vigna 2016).
+class Dither
+{
+public:
+    float next() { return uniform() + uniform(); }
+
+private:
+    float uniform() // -0.5 to 0.5
+    {
+        mState ^= mState >> 12;
+        mState ^= mState << 25;
+        mState ^= mState >> 27;
+        return float(int32_t((mState * 0x2545f4914f6cdd1du) >> 32)) / 4294967296.0f;
+    }
+
+    uint64_t mState = 0x9e3779b97f4a7c15u;
+};
+
+// Reads the sound as 16-bit samples: as they are, from 8 bits exactly, from anything finer with dither.
+class Reader16
+{
+public:
+    explicit Reader16(PreparedSound& sound)
+        : mSound(sound)
+        , mChannels(size_t(sound.facts().channels))
+    { }
+
+    Error read(std::span<int16_t> samples)
+    {
+        const size_t frames = samples.size() / mChannels;
+        switch (mSound.facts().sampleFormat) {
+        case SampleFormat::Pcm16:
+            return mSound.readSamples(samples.data(), frames);
+        case SampleFormat::Pcm8:
+            return readBytes(samples, frames);
+        default:
+            return readDithered(samples, frames);
+        }
+    }
+
+private:
+    Error readBytes(std::span<int16_t> samples, size_t frames)
+    {
+        mBytes.resize(samples.size());
+        if (const Error error = mSound.readSamples(mBytes.data(), frames); error != Error::None)
+            return error;
+        std::transform(mBytes.begin(), mBytes.end(), samples.begin(), [](int8_t byte) { return int16_t(byte * 256); });
+        return Error::None;
+    }
+
+    Error readDithered(std::span<int16_t> samples, size_t frames)
+    {
+        mFloats.resize(samples.size());
+        if (const Error error = mSound.readFloat(mFloats.data(), frames); error != Error::None)
+            return error;
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = quantise(std::clamp(mFloats[i] * 32'768, -32'768.0f, 32'767.0f));
+        return Error::None;
+    }
+
+    // A value that 16 bits can hold is left alone: digital silence stays silent, and what was 16 bits once comes back.
+    int16_t quantise(float value)
+    {
+        const float whole = std::nearbyint(value);
+        if (whole == value)
+            return int16_t(whole);
+        return int16_t(std::clamp(std::nearbyint(value + mDither.next()), -32'768.0f, 32'767.0f));
+    }
+
+    PreparedSound& mSound;
+    size_t mChannels;
+    Dither mDither;
+    std::vector<int8_t> mBytes;
+    std::vector<float> mFloats;
+};
+
+// The stretches on both sides of the loop's seam.
+std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
+{
+    if (!facts.loop)
+        return std::nullopt;
+    const auto [start, end] = *facts.loop;
+    const auto frames = uint64_t(kSeamFrames);
+    return bank::kadpcm::Seam{facts.sampleCount,
+                              {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
+}
+
+// Takes superblocks as they get ready.
+class SuperblockWriter
+{
+public:
+    SuperblockWriter(DataStream& data, bank::Sound* sound)
+        : mData(data)
+        , mSound(sound)
+    { }
+
+    Error write(std::vector<uint8_t>* bytes, std::vector<uint32_t>* sizes)
+    {
+        uint64_t offset = mData.bytes();
+        for (const uint32_t size : *sizes) {
+            if (mCount > 0 && mCount % kSeekSuperblocks == 0)
+                mSound->seekPoints.push_back({mCount * bank::kadpcm::kSuperblockFrames, offset});
+            offset += size;
+            ++mCount;
+        }
+        const Error error = bytes->empty() ? Error::None : mData.writeBlock(*bytes);
+        bytes->clear();
+        sizes->clear();
+        return error;
+    }
+
+private:
+    DataStream& mData;
+    bank::Sound* mSound;
+    uint64_t mCount = 0;
+};
+
+} // namespace
+
+Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std::stop_token stop, bank::Sound* encoded)
+{
+    const PreparedFacts& facts = sound.facts();
+    *encoded = describe(bank::Codec::Kadpcm, facts);
+    if (const Error error = sound.seek(0); error != Error::None)
+        return error;
+
+    DataStream data(sink);
+    Reader16 reader(sound);
+    SuperblockWriter writer(data, encoded);
+    bank::kadpcm::Encoder encoder(facts.channels, stop, seamOf(facts));
+    std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
+    std::vector<uint8_t> bytes;
+    std::vector<uint32_t> sizes;
+    for (uint64_t left = facts.sampleCount; left > 0;) {
+        const size_t count = size_t(std::min<uint64_t>(left, kChunkFrames));
+        const std::span<int16_t> chunk = std::span(samples).first(count * size_t(facts.channels));
+        if (const Error error = reader.read(chunk); error != Error::None)
+            return error;
+        encoder.encode(chunk, bytes, &sizes);
+        if (stop.stop_requested())
+            return Error::Cancelled;
+        if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
+            return error;
+        left -= count;
+    }
+    encoder.finish(bytes, &sizes);
+    if (stop.stop_requested())
+        return Error::Cancelled;
+    if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
+        return error;
+    return data.finish(encoded);
+}
+
+} // namespace tarnok

@@ -1,0 +1,126 @@
+#include "encode/opus_seeking.hpp"
+
+#include "encode/opus_packet.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace tarnok {
+
+using bank::Error;
+
+namespace {
+
+constexpr int64_t kUnpredictedPackets = 2;
+
+// Of each stream two of the first three packets must be stationary. A transient before them may be wrong, and the pitch
+// filter repeats it; there is one packet more for that to fade.
+constexpr int kStationaryPackets = 2;
+constexpr int64_t kSettlingPackets = 3;
+
+// A quarter of what a bank promises, which is -60 dB of the sound, or -90 dB of full scale where the sound is faint. A
+// decoder from the start has another past than the one that is compared with, and may be somewhat further off.
+constexpr double kLargestDifference = 1.0 / 4000;
+constexpr double kFaint = 0.0316;
+
+} // namespace
+
+OpusPacketDecoder::OpusPacketDecoder(const OpusMapping& mapping, uint32_t sampleRate, size_t frames)
+    : mLibrary(opus_multistream_decoder_create(int(sampleRate), mapping.channels, mapping.streams, mapping.coupled,
+                                               mapping.table, nullptr))
+    , mFrames(frames * size_t(mapping.channels))
+    , mChannels(size_t(mapping.channels))
+{ }
+
+Error OpusPacketDecoder::reset()
+{
+    if (!mLibrary)
+        return Error::Memory;
+    return opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK ? Error::None : Error::Encoder;
+}
+
+Error OpusPacketDecoder::decode(std::span<const uint8_t> packet)
+{
+    if (!mLibrary)
+        return Error::Memory;
+    const int frames = int(mFrames.size() / mChannels);
+    return opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()), mFrames.data(),
+                                         frames, 0)
+            == frames
+        ? Error::None
+        : Error::Encoder;
+}
+
+OpusSeekPoints::OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames)
+    : mDecoder(mapping, sampleRate, frames)
+    , mStationary(size_t(mapping.streams))
+{ }
+
+void OpusSeekPoints::announce(int64_t packet, bool wanted)
+{
+    mPacket = packet;
+    mStillWanted = mStillWanted || wanted;
+    if (mStillWanted && mKey < 0)
+        mKey = packet;
+}
+
+bool OpusSeekPoints::unpredicted() const
+{
+    return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
+}
+
+Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& place, std::span<const float> frames,
+                           std::vector<bank::SeekPoint>* points)
+{
+    if (mKey < 0)
+        return Error::None;
+    if (mPacket == mKey) {
+        mPlace = place;
+        std::fill(mStationary.begin(), mStationary.end(), 0);
+        if (const Error error = mDecoder.reset(); error != Error::None)
+            return error;
+    }
+    if (const Error error = mDecoder.decode(packet); error != Error::None)
+        return error;
+    const int64_t index = mPacket - mKey;
+    if (index < kConvergence) {
+        if (index < kSettlingPackets)
+            count(packet);
+        const int fewest = *std::min_element(mStationary.begin(), mStationary.end());
+        if (fewest + std::max<int64_t>(kSettlingPackets - 1 - index, 0) < kStationaryPackets)
+            mKey = -1;
+        return Error::None;
+    }
+    if (meets(frames)) {
+        points->push_back(mPlace);
+        mStillWanted = false;
+    }
+    mKey = -1;
+    return Error::None;
+}
+
+void OpusSeekPoints::count(std::span<const uint8_t> packet)
+{
+    std::array<bool, bank::kMaximumChannels> stationary{};
+    const std::span<bool> found = std::span(stationary).first(mStationary.size());
+    if (!findStationary(packet, found))
+        return;
+    for (size_t stream = 0; stream < found.size(); ++stream)
+        mStationary[stream] += found[stream];
+}
+
+bool OpusSeekPoints::meets(std::span<const float> frames) const
+{
+    double signal = 0;
+    double difference = 0;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const double apart = double(frames[i]) - mDecoder.frames()[i];
+        signal += double(frames[i]) * frames[i];
+        difference += apart * apart;
+    }
+    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaint);
+    return std::sqrt(difference / double(frames.size())) <= kLargestDifference * level;
+}
+
+} // namespace tarnok

@@ -1,0 +1,79 @@
+#include "encode/sound_settings.hpp"
+
+#include <soxr.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace tarnok {
+
+// The formats of the interface are the codecs of the container.
+static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma) == TARNOK_FORMAT_XMA
+              && int(bank::Codec::At9) == TARNOK_FORMAT_AT9 && int(bank::Codec::Vorbis) == TARNOK_FORMAT_VORBIS
+              && int(bank::Codec::Kadpcm) == TARNOK_FORMAT_KADPCM && int(bank::Codec::Opus) == TARNOK_FORMAT_OPUS
+              && bank::kCodecCount == TARNOK_FORMAT_OPUS + 1);
+
+namespace {
+
+// To be raised whenever the same source and settings come out differently because of the code between the source and
+// the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
+constexpr uint64_t kPipelineRevision = 6;
+
+} // namespace
+
+SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& subsound)
+{
+    const unsigned flags = order.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
+    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : order.quality;
+
+    SoundSettings settings;
+    settings.codec = bank::Codec(order.format);
+    settings.quality = hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
+    settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
+    settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
+    settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;
+    settings.desiredRate = uint32_t(std::lround(subsound.desiredSampleRate));
+    settings.module = order.module;
+    if (settings.module)
+        settings.moduleFlags = flags & (TARNOK_BUILD_FILTERHIGHFREQ | TARNOK_BUILD_DISABLESEEKING);
+    settings.lowestRate = (flags & TARNOK_BUILD_OPTIMIZESAMPLERATE) && settings.desiredRate == 0;
+    return settings;
+}
+
+bool SoundSettings::isRate(float desiredSampleRate)
+{
+    return desiredSampleRate == 0 || (desiredSampleRate >= 1 && desiredSampleRate <= float(bank::kMaximumSampleRate));
+}
+
+ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
+{
+    ContentHasher hasher;
+    hasher.addNumber(kPipelineRevision);
+    hasher.addText(soxr_version());
+    hasher.addNumber(uint64_t(codec));
+    hasher.addText(module ? module->version() : encoderVersion(codec));
+    for (const uint64_t setting : {uint64_t(quality), uint64_t(loop), uint64_t(syncPoints), uint64_t(peak),
+                                   uint64_t(lowestRate), uint64_t(desiredRate), uint64_t(moduleFlags)})
+        hasher.addNumber(setting);
+    hasher.addNumber(sources.size());
+    for (const ContentHash& source : sources)
+        hasher.add(std::as_bytes(std::span(source.bytes)));
+    return hasher.digest();
+}
+
+std::unique_ptr<Encoder> SoundSettings::makeEncoder() const
+{
+    return module ? module->makeEncoder(moduleFlags) : tarnok::makeEncoder(codec);
+}
+
+uint32_t SoundSettings::encodingRate(uint32_t sampleRate) const
+{
+    return module ? module->encodingRate(sampleRate) : tarnok::encodingRate(codec, sampleRate);
+}
+
+int SoundSettings::maximumChannels() const
+{
+    return module ? module->maximumChannels() : bank::kMaximumChannels;
+}
+
+} // namespace tarnok

@@ -1,0 +1,423 @@
+#include "encode/data_stream.hpp"
+#include "encode/encoders.hpp"
+#include "encode/seam.hpp"
+
+#include <vorbis/vorbisenc.h>
+
+#include <algorithm>
+
+namespace tarnok {
+
+using bank::Error;
+
+namespace {
+
+constexpr long kReadFrames = 1024;
+
+// Decoded samples between two seek points: what a seek decodes more than it needs, about a third of a second.
+constexpr int64_t kSeekInterval = 16'384;
+
+// Of a sound that loops, the encoder hears this part of a long block before the start. The library begins with a short
+// block; with half as much, the sound would start between that and a long one, in a worse quality.
+constexpr int64_t kWarmUpDivisor = 2;
+
+// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of
+// its error.
+constexpr int64_t kBeginning = 4096;
+
+// Mono and stereo, at two rates. Each takes half a megabyte.
+constexpr size_t kKeptKinds = 4;
+
+// Decodes the packets around the seam of the loop, of one sound after the other.
+class SeamDecoder
+{
+public:
+    SeamDecoder() { vorbis_info_init(&mInfo); }
+    ~SeamDecoder()
+    {
+        if (mStarted) {
+            vorbis_block_clear(&mBlock);
+            vorbis_dsp_clear(&mDsp);
+        }
+        vorbis_info_clear(&mInfo);
+    }
+    SeamDecoder(const SeamDecoder&) = delete;
+    SeamDecoder& operator=(const SeamDecoder&) = delete;
+
+    // The headers that all the sounds have.
+    Error start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
+    {
+        vorbis_comment comment;
+        vorbis_comment_init(&comment);
+        identification.b_o_s = 1;
+        const bool taken = vorbis_synthesis_headerin(&mInfo, &comment, &identification) == 0
+            && vorbis_synthesis_headerin(&mInfo, &comment, &comments) == 0
+            && vorbis_synthesis_headerin(&mInfo, &comment, &codebooks) == 0
+            && vorbis_synthesis_init(&mDsp, &mInfo) == 0;
+        vorbis_comment_clear(&comment);
+        if (!taken)
+            return Error::Encoder;
+        mStarted = true;
+        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+    }
+
+    // From here on for another sound. Nothing of the one before is left in what is decoded.
+    void begin(SeamRecorder& seam)
+    {
+        mSeam = &seam;
+        mPrimed = false;
+    }
+
+    // A packet that decodes to the sound's frames first to end - 1, and all others in order.
+    Error take(const ogg_packet& packet, int64_t first, int64_t end)
+    {
+        if (mSeam->wants(first, end)) {
+            if (!mPrimed) {
+                if (vorbis_synthesis_restart(&mDsp) != 0)
+                    return Error::Encoder;
+                ogg_packet primer{};
+                primer.packet = mLast.data();
+                primer.bytes = long(mLast.size());
+                if (const Error error = decode(primer, first); error != Error::None)
+                    return error;
+            }
+            mPrimed = true;
+            return decode(packet, first);
+        }
+        mPrimed = false;
+        return Error::None;
+    }
+
+    // A packet that the next one may need.
+    void remember(const ogg_packet& packet)
+    {
+        if (!mPrimed)
+            mLast.assign(packet.packet, packet.packet + packet.bytes);
+    }
+
+private:
+    Error decode(ogg_packet packet, int64_t first)
+    {
+        if (vorbis_synthesis(&mBlock, &packet) != 0 || vorbis_synthesis_blockin(&mDsp, &mBlock) != 0)
+            return Error::Encoder;
+        float** channels = nullptr;
+        const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
+        const auto width = size_t(mInfo.channels);
+        mFrames.resize(size_t(count) * width);
+        for (size_t channel = 0; channel < width; ++channel) {
+            for (size_t i = 0; i < size_t(count); ++i)
+                mFrames[i * width + channel] = channels[channel][i];
+        }
+        vorbis_synthesis_read(&mDsp, count);
+        mSeam->decoded(first, mFrames);
+        return Error::None;
+    }
+
+    SeamRecorder* mSeam = nullptr;
+    vorbis_info mInfo{};
+    vorbis_dsp_state mDsp{};
+    vorbis_block mBlock{};
+    bool mStarted = false;
+    bool mPrimed = false; // the packet before the next one has been decoded
+    std::vector<uint8_t> mLast;
+    std::vector<float> mFrames;
+};
+
+// The states of the library for one sound, ended in the order that it wants.
+class Library
+{
+public:
+    explicit Library(vorbis_info& info)
+        : mInfo(info)
+    { }
+    ~Library()
+    {
+        if (mStarted) {
+            vorbis_block_clear(&mBlock);
+            vorbis_dsp_clear(&mDsp);
+        }
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    Error start()
+    {
+        if (vorbis_analysis_init(&mDsp, &mInfo) != 0)
+            return Error::Encoder;
+        mStarted = true;
+        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+    }
+
+    // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
+    Error headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
+    {
+        vorbis_comment comment;
+        vorbis_comment_init(&comment);
+        ogg_packet identification{};
+        ogg_packet comments{};
+        ogg_packet codebooks{};
+        const int failed = vorbis_analysis_headerout(&mDsp, &comment, &identification, &comments, &codebooks);
+        vorbis_comment_clear(&comment);
+        if (failed)
+            return Error::Encoder;
+        if (const Error error = seam->start(identification, comments, codebooks); error != Error::None)
+            return error;
+        for (const ogg_packet& packet : {identification, codebooks}) {
+            bank::appendLittle(*setup, uint32_t(packet.bytes));
+            setup->insert(setup->end(), packet.packet, packet.packet + packet.bytes);
+        }
+        return Error::None;
+    }
+
+    // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
+    float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
+    Error wrote(long frames) { return vorbis_analysis_wrote(&mDsp, int(frames)) == 0 ? Error::None : Error::Encoder; }
+
+    // The next packet, valid until the one after; nullptr when more samples are needed first.
+    bank::Result<ogg_packet*> packet()
+    {
+        if (vorbis_analysis_blockout(&mDsp, &mBlock) != 1)
+            return nullptr;
+        return vorbis_analysis(&mBlock, &mPacket) == 0 ? bank::Result(&mPacket) : Error::Encoder;
+    }
+
+    [[nodiscard]] long blockSize(ogg_packet& packet) { return vorbis_packet_blocksize(&mInfo, &packet); }
+    [[nodiscard]] long longBlock() { return vorbis_info_blocksize(&mInfo, 1); }
+
+private:
+    vorbis_info& mInfo;
+    vorbis_dsp_state mDsp{};
+    vorbis_block mBlock{};
+    ogg_packet mPacket{};
+    bool mStarted = false;
+};
+
+// Chooses the packets that are kept and finds out where the sound begins among what they decode to.
+//
+// A packet is a window of samples around a centre, and decoding it after another one gives the samples from the former
+// centre to its own. The first packet's centre is the first sample that the encoder was given; each further one lies a
+// quarter of both block sizes behind the last. Of the packets before the sound only the last one whose centre isn't
+// behind the sound's start is needed, to decode the following one.
+class PacketChooser
+{
+public:
+    // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
+    PacketChooser(DataStream& data, SeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
+        : mData(data)
+        , mSeam(seam)
+        , mSound(sound)
+        , mFirst(first)
+        , mEnd(end)
+    { }
+
+    [[nodiscard]] bool complete() const { return mCentre >= mEnd; }
+
+    Error take(const ogg_packet& packet, long blockSize)
+    {
+        const int64_t lastCentre = mCentre;
+        mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
+        mLastBlockSize = blockSize;
+        const std::span bytes(packet.packet, size_t(packet.bytes));
+        if (mCentre <= mFirst) {
+            mPrimer.assign(bytes.begin(), bytes.end());
+            mPrimerCentre = mCentre;
+            mSeam.remember(packet);
+            return Error::None;
+        }
+        if (const Error error = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); error != Error::None)
+            return error;
+        mSeam.remember(packet);
+        if (!mStarted) {
+            mStarted = true;
+            mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
+            if (const Error error = mData.writePacket(mPrimer); error != Error::None)
+                return error;
+        }
+        addSeekPoint();
+        return mData.writePacket(bytes);
+    }
+
+private:
+    void addSeekPoint()
+    {
+        const int64_t position = mCentre - mPrimerCentre;
+        if (position - mLastSeekPosition < kSeekInterval || mCentre >= mEnd)
+            return;
+        mSound->seekPoints.push_back({uint64_t(position), mData.bytes()});
+        mLastSeekPosition = position;
+    }
+
+    DataStream& mData;
+    SeamDecoder& mSeam;
+    bank::Sound* mSound;
+    int64_t mFirst;
+    int64_t mEnd;
+    int64_t mCentre = 0;
+    long mLastBlockSize = 0;
+    std::vector<uint8_t> mPrimer;
+    int64_t mPrimerCentre = 0;
+    int64_t mLastSeekPosition = 0;
+    bool mStarted = false;
+};
+
+// Reads frames and hands them to the library channel by channel.
+class Feeder
+{
+public:
+    Feeder(PreparedSound& sound, int64_t position, Library& library, SeamRecorder& seam)
+        : mSound(sound)
+        , mPosition(position)
+        , mLibrary(library)
+        , mSeam(seam)
+        , mFrames(size_t(kReadFrames) * size_t(sound.facts().channels))
+    { }
+
+    Error feed(long count)
+    {
+        if (const Error error = mSound.readFloat(mFrames.data(), size_t(count)); error != Error::None)
+            return error;
+        mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
+        mPosition += count;
+        float** room = mLibrary.room(count);
+        if (!room)
+            return Error::Memory;
+        const int channels = mSound.facts().channels;
+        for (int channel = 0; channel < channels; ++channel) {
+            const float* from = mFrames.data() + channel;
+            for (long i = 0; i < count; ++i)
+                room[channel][i] = from[i * channels];
+        }
+        return mLibrary.wrote(count);
+    }
+
+private:
+    PreparedSound& mSound;
+    int64_t mPosition;
+    Library& mLibrary;
+    SeamRecorder& mSeam;
+    std::vector<float> mFrames;
+};
+
+} // namespace
+
+float vorbisQuality(int quality)
+{
+    if (quality <= 50)
+        return -0.1f + 0.6f * float(std::max(quality, 1) - 1) / 49;
+    return 0.5f + 0.5f * float(std::min(quality, 100) - 50) / 50;
+}
+
+// What sounds of one kind have in common. To make the codebooks takes longer than to encode a short sound.
+struct VorbisEncoder::Kind
+{
+    Kind(const PreparedFacts& facts, int quality_)
+        : channels(facts.channels)
+        , sampleRate(facts.sampleRate)
+        , quality(quality_)
+    {
+        vorbis_info_init(&info);
+    }
+    ~Kind() { vorbis_info_clear(&info); }
+    Kind(const Kind&) = delete;
+    Kind& operator=(const Kind&) = delete;
+
+    [[nodiscard]] bool fits(const PreparedFacts& facts, int quality_) const
+    {
+        return facts.channels == channels && facts.sampleRate == sampleRate && quality_ == quality;
+    }
+
+    Error start()
+    {
+        if (vorbis_encode_setup_vbr(&info, channels, long(sampleRate), vorbisQuality(quality)) != 0)
+            return Error::Unsupported;
+        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
+        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
+        int coupling = channels == 2;
+        if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
+            return Error::Unsupported;
+        Library library(info);
+        const Error error = library.start();
+        return error == Error::None ? library.headers(&setup, &seamDecoder) : error;
+    }
+
+    int channels;
+    uint32_t sampleRate;
+    int quality;
+    vorbis_info info{};
+    std::vector<uint8_t> setup; // the headers
+    SeamDecoder seamDecoder;
+};
+
+VorbisEncoder::VorbisEncoder() = default;
+VorbisEncoder::~VorbisEncoder() = default;
+
+// The kind of a sound becomes the first of those that are kept.
+Error VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
+{
+    const auto found =
+        std::find_if(mKinds.begin(), mKinds.end(), [&](const auto& kind) { return kind->fits(facts, quality); });
+    if (found != mKinds.end()) {
+        std::rotate(mKinds.begin(), found, found + 1);
+        return Error::None;
+    }
+    auto kind = std::make_unique<Kind>(facts, quality);
+    if (const Error error = kind->start(); error != Error::None)
+        return error;
+    mKinds.insert(mKinds.begin(), std::move(kind));
+    if (mKinds.size() > kKeptKinds)
+        mKinds.pop_back();
+    return Error::None;
+}
+
+Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
+                            bank::Sound* encoded)
+{
+    const PreparedFacts& facts = sound.facts();
+    if (const Error error = chooseKind(facts, quality); error != Error::None)
+        return error;
+    Kind& kind = *mKinds.front();
+    *encoded = describe(bank::Codec::Vorbis, facts);
+    encoded->quality = uint8_t(quality);
+    encoded->setup = kind.setup;
+
+    Library library(kind.info);
+    if (const Error error = library.start(); error != Error::None)
+        return error;
+    const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
+    if (const Error error = sound.seek(-lead); error != Error::None)
+        return error;
+
+    DataStream data(sink);
+    SeamRecorder seam(facts, kBeginning);
+    kind.seamDecoder.begin(seam);
+    PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
+    Feeder feeder(sound, -lead, library, seam);
+
+    // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
+    // loop's start until the last sample of the sound has come out.
+    int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
+    for (bool ended = false; !chooser.complete();) {
+        if (stop.stop_requested())
+            return Error::Cancelled;
+        const bank::Result<ogg_packet*> packet = library.packet();
+        if (!packet)
+            return packet.error();
+        Error error = Error::None;
+        if (*packet) {
+            error = chooser.take(**packet, library.blockSize(**packet));
+        } else if (ended) {
+            error = Error::Encoder;
+        } else {
+            const long count = long(std::min<int64_t>(left, kReadFrames));
+            ended = count == 0;
+            left -= count;
+            error = ended ? library.wrote(0) : feeder.feed(count);
+        }
+        if (error != Error::None)
+            return error;
+    }
+    seam.finish(encoded);
+    return data.finish(encoded);
+}
+
+} // namespace tarnok

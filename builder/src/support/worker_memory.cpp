@@ -1,0 +1,137 @@
+#include "support/worker_memory.hpp"
+
+#include "support/worker_pool.hpp"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace tarnok {
+
+namespace {
+
+constexpr uint64_t kMegabyte = 1 << 20;
+
+// Of one worker, measured with sounds of 32 channels that are resampled: 11 MB in PCM, Vorbis, KADPCM and Opus alike;
+// 4 MB with stereo.
+constexpr uint64_t kWorkingBytes = 12 * kMegabyte;
+
+// What the C library's allocator reserves for each thread, and once more for a moment while it does. One thread gets on
+// without, several would leave each other too little.
+constexpr uint64_t kReservedBytes = 64 * kMegabyte;
+
+uint64_t difference(uint64_t limit, uint64_t used)
+{
+    return limit == MemoryLeft::kUnlimited ? limit : limit - std::min(limit, used);
+}
+
+uint64_t limitOf(__rlimit_resource resource)
+{
+    rlimit limit{};
+    return getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
+                                                                               : MemoryLeft::kUnlimited;
+}
+
+// The only number in a file, or the one after a name at the start of a line.
+std::optional<uint64_t> numberIn(const std::string& path, std::string_view name = {})
+{
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        uint64_t number = 0;
+        if (line.starts_with(name) && std::istringstream(line.substr(name.size())) >> number)
+            return number;
+    }
+    return std::nullopt;
+}
+
+// Bytes that a group may still take; its cache of files makes room for them.
+uint64_t leftInGroup(const std::string& folder, const char* limitFile, const char* usageFile, const std::string& total)
+{
+    const std::optional<uint64_t> limit = numberIn(folder + limitFile);
+    const std::optional<uint64_t> used = numberIn(folder + usageFile);
+    if (!limit || !used)
+        return MemoryLeft::kUnlimited;
+    const uint64_t files = numberIn(folder + "/memory.stat", total + "inactive_file ").value_or(0)
+        + numberIn(folder + "/memory.stat", total + "active_file ").value_or(0);
+    return difference(*limit, *used - std::min(*used, files));
+}
+
+// The group that this process is in, and all those around it.
+uint64_t leftInControlGroups()
+{
+    uint64_t left = MemoryLeft::kUnlimited;
+    std::ifstream groups("/proc/self/cgroup");
+    for (std::string line; std::getline(groups, line);) {
+        const bool second = line.starts_with("0::");
+        const size_t controllersEnd = line.find(":/");
+        if (!second && (controllersEnd == std::string::npos || line.find(":memory") == std::string::npos))
+            continue;
+        const std::string path = second ? line.substr(3) : line.substr(controllersEnd + 1);
+        for (size_t end = path.size(); end != std::string::npos; end = end > 0 ? path.rfind('/', end - 1) : end - 1) {
+            const std::string group = path.substr(0, end);
+            left = std::min(left,
+                            second ? leftInGroup("/sys/fs/cgroup" + group, "/memory.max", "/memory.current", "")
+                                   : leftInGroup("/sys/fs/cgroup/memory" + group, "/memory.limit_in_bytes",
+                                                 "/memory.usage_in_bytes", "total_"));
+        }
+    }
+    return left;
+}
+
+} // namespace
+
+MemoryLeft memoryLeft()
+{
+    MemoryLeft left;
+    uint64_t sizePages = 0, ignored = 0, dataPages = 0;
+    std::ifstream("/proc/self/statm") >> sizePages >> ignored >> ignored >> ignored >> ignored >> dataPages;
+    const auto pageBytes = uint64_t(sysconf(_SC_PAGESIZE));
+    left.addressSpace = difference(limitOf(RLIMIT_AS), sizePages * pageBytes);
+    left.data = difference(limitOf(RLIMIT_DATA), dataPages * pageBytes);
+    left.controlGroup = leftInControlGroups();
+    if (const std::optional<uint64_t> kilobytes = numberIn("/proc/meminfo", "MemAvailable:"))
+        left.machine = *kilobytes << 10;
+    return left;
+}
+
+Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
+{
+    struct Bound
+    {
+        uint64_t left;
+        uint64_t each;
+        uint64_t once;
+        bool isHard;
+        const char* what;
+    };
+    constexpr uint64_t stack = kWorkerStackBytes;
+    const Bound bounds[] = {
+        {left.addressSpace, stack + kReservedBytes + kWorkingBytes, kReservedBytes, true,
+         "the limit on the address space of this process (ulimit -v)"},
+        {left.data, stack + kWorkingBytes, 0, true, "the limit on the data of this process (ulimit -d)"},
+        {left.controlGroup, kWorkingBytes, 0, false, "the memory limit of the control group"},
+        {left.machine, kWorkingBytes, 0, false, "the free memory of this machine"},
+    };
+    constexpr uint64_t least = stack + 2 * kWorkingBytes;
+    WorkerCount result{wanted, {}};
+    for (const Bound& bound : bounds) {
+        const uint64_t fit = bound.left > bound.once ? (bound.left - bound.once) / bound.each : 0;
+        if (fit >= result.count)
+            continue;
+        if (fit == 0 && bound.isHard && bound.left < least)
+            return Fault{TARNOK_ERR_MEMORY,
+                         std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
+                             + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
+        result.count = std::max(1u, unsigned(fit));
+        result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count)
+            + " at work: " + bound.what + " leaves room for no more";
+    }
+    if (result.count == wanted)
+        result.remark.clear();
+    return result;
+}
+
+} // namespace tarnok

@@ -1,0 +1,35 @@
+// Samples from one kind into another.
+#pragma once
+
+#include "kess.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+namespace kess {
+
+// Full scale is 32768, so that integers that went through float come back as they were; what lies above is clipped.
+inline void floatToInt16(const float* from, int16_t* to, size_t count)
+{
+    for (size_t i = 0; i < count; ++i) {
+        const float scaled = from[i] * 32768.0f;
+        // A NaN fails both comparisons and would be undefined as an integer.
+        to[i] = scaled >= 32767.0f ? int16_t{32767}
+            : scaled > -32768.0f   ? static_cast<int16_t>(std::lrintf(scaled))
+            : scaled <= -32768.0f  ? int16_t{-32768}
+                                   : int16_t{0};
+    }
+}
+
+// The top bytes of 32-bit samples, packed without gaps: 1, 2 or 3 a sample, little-endian.
+inline void packTopBytes(const int32_t* from, size_t count, size_t bytes, uint8_t* to)
+{
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t sample = static_cast<uint32_t>(from[i]) >> (32 - 8 * bytes);
+        for (size_t byte = 0; byte < bytes; ++byte)
+            *to++ = static_cast<uint8_t>(sample >> 8 * byte);
+    }
+}
+
+} // namespace kess

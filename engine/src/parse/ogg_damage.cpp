@@ -1,0 +1,101 @@
+#include "parse/ogg_damage.hpp"
+
+#include "parse/bytes.hpp"
+#include "parse/ogg_packets.hpp"
+#include "parse/vorbis_stream.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <span>
+
+namespace kess {
+
+namespace {
+
+// No sound is that long; sums of what is less don't overflow.
+constexpr int64_t kMostPosition = int64_t{1} << 48;
+
+// More streams than this in one file are no sound. Those beyond aren't looked at.
+constexpr size_t kMostStreams = 4096;
+
+struct StreamState
+{
+    bool isSound = false;
+    uint32_t nextNumber = 0; // of the next page
+    int64_t position = 0; // the last that a page had
+};
+
+// How many samples lie after the last position known, of which the page before `position` has its share.
+uint64_t lostBefore(const StreamState& stream, int64_t position, uint32_t lostPages, bool isPageLost)
+{
+    if (position <= stream.position || position > kMostPosition)
+        return 1;
+    const auto samples = static_cast<uint64_t>(position - stream.position);
+    return std::max<uint64_t>(1, isPageLost ? samples : samples * lostPages / (uint64_t{lostPages} + 1));
+}
+
+class DamageCount
+{
+public:
+    void add(const ogg_page& page)
+    {
+        const auto number = static_cast<uint32_t>(ogg_page_pageno(&page));
+        const int serial = ogg_page_serialno(&page);
+        if (ogg_page_bos(&page)) {
+            if (mStreams.size() == kMostStreams)
+                mStreams.clear();
+            const std::span<const uint8_t> body(page.body, static_cast<size_t>(page.body_len));
+            mStreams[serial] = {oggCodecOf(body) != OggCodec::Unknown, number + 1, 0};
+            return;
+        }
+        const auto found = mStreams.find(serial);
+        if (found == mStreams.end() || !found->second.isSound)
+            return;
+        StreamState& stream = found->second;
+        const int64_t position = ogg_page_granulepos(&page);
+        // Some encoders don't count; so smaller numbers than expected are no sign of loss.
+        const auto lost = static_cast<int32_t>(number - stream.nextNumber);
+        if (lost > 0 && stream.position > 0)
+            mLost += lostBefore(stream, position, static_cast<uint32_t>(lost), false);
+        stream.nextNumber = number + 1;
+        if (position > 0 && position <= kMostPosition)
+            stream.position = position;
+    }
+
+    // What is left of the file after the last whole page.
+    void addRest(std::span<const uint8_t> rest)
+    {
+        constexpr size_t kSerialEnd = 18;
+        constexpr size_t kMagicBytes = 4;
+        if (rest.empty() || std::memcmp(rest.data(), "OggS", std::min(rest.size(), kMagicBytes)) != 0)
+            return;
+        const auto found = rest.size() < kSerialEnd ? mStreams.end() : mStreams.find(static_cast<int>(le32(&rest[14])));
+        if (found == mStreams.end() || !found->second.isSound)
+            mLost += 1;
+        else
+            mLost += lostBefore(found->second, static_cast<int64_t>(le64(&rest[6])), 1, true);
+    }
+
+    [[nodiscard]] uint64_t lost() const { return mLost; }
+
+private:
+    std::map<int, StreamState> mStreams; // by serial number
+    uint64_t mLost = 0;
+};
+
+} // namespace
+
+uint64_t lostOggSamples(Cursor cursor)
+{
+    OggPages pages(std::move(cursor));
+    DamageCount count;
+    ogg_page page;
+    uint64_t offset = 0;
+    while (pages.next(&page, &offset))
+        count.add(page);
+    count.addRest(pages.rest());
+    return count.lost();
+}
+
+} // namespace kess
