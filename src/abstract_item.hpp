@@ -12,7 +12,7 @@ namespace TARNOK {
 
 class XmlStreamIterator;
 
-// Something that is kept in a file and knows whether it has changes that are not on disk. New objects have.
+// Something that is stored in a file and knows whether it has unsaved changes. A new object has.
 class Serializable
 {
 public:
@@ -28,7 +28,7 @@ public:
     void makeDirty() { mDirty = true; }
 
 protected:
-    // The rule of every setter: store, and become dirty, only on a real change.
+    // Every setter uses this: it stores the value, and marks the object as modified, only if the value differs.
     template <typename Field, typename Value>
     void change(Field& field, const Value& value)
     {
@@ -73,7 +73,7 @@ public:
     AbstractItem* parent() const { return mParent; }
     RTTI_TYPE type() const { return mType; }
 
-    // The text or number in a Column; an empty string stands for nothing to say. Any other column aborts.
+    // The text or number in a Column; an empty string if the item has none. Any other column aborts.
     QVariant data(int column) const;
 
     // Moves this item to another parent of the same kind, or within its own; row counts after the removal.
@@ -101,11 +101,11 @@ public:
     virtual int subsoundIndex() const { return 0; }
     virtual unsigned int subsoundQuality() const { return 0; }
 
-    // What a string accessor returns that has nothing to say.
+    // What a string accessor returns if there is no value.
     static const QString EMPTY;
 
 protected:
-    // Row in the parent, for the traces of the destructors; 0 without a parent.
+    // Row in the parent, for the log lines of the destructors; 0 without a parent.
     int ownRow() const { return mParent ? mParent->rowOf(this) : 0; }
 
 private:
@@ -212,7 +212,7 @@ public:
 
     int rowOf(const AbstractItem* item) const override
     {
-        // A view goes through its rows one after the other and asks for each of them more than once.
+        // A view visits its rows in order and asks for each of them more than once.
         for (const int row : {mRowFoundLast, mRowFoundLast + 1}) {
             if (row < this->size() && this->at(row) == item)
                 return mRowFoundLast = row;

@@ -20,7 +20,7 @@ namespace {
 
 constexpr mode_t ALL_MODE_BITS = 07777;
 constexpr mode_t OWNER_ONLY = S_IRUSR | S_IWUSR;
-constexpr mode_t AS_USUAL = 0666; // less the process's mask, or by the folder's own rule
+constexpr mode_t AS_USUAL = 0666; // minus the process's umask, or as the folder's default access list says
 
 QByteArray folderOf(const QByteArray& path)
 {
@@ -28,7 +28,7 @@ QByteArray folderOf(const QByteArray& path)
     return slash < 0 ? QByteArray(".") : path.left(slash + 1);
 }
 
-// What a path names past its symbolic links, also where that is missing.
+// The path with its symbolic links resolved, even if the target is missing.
 QByteArray resolved(const QString& path)
 {
     constexpr int MOST_LINKS = 40;
@@ -58,7 +58,7 @@ bool writeAll(int file, const QByteArray& content)
     return true;
 }
 
-// Makes a file that nobody else has. Its name is short: it fits wherever that of the file fits for which it stands in.
+// Creates a file of our own. Its name is short, so that it fits wherever the name of the replaced file fits.
 int createBeside(const QByteArray& target, mode_t mode, QByteArray* path)
 {
     static std::atomic<unsigned> counter = 0;
@@ -97,7 +97,7 @@ AtomicFile::AtomicFile(const QString& path)
         mIsOpen = fstat(mFile, &mStatus) == 0 || fail();
         return;
     }
-    // Whether it can be made shows only in making it.
+    // The only way to find out whether the file can be created is to create it.
     const int made =
         errno == ENOENT ? open(mTarget.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, OWNER_ONLY) : -1;
     mIsOpen = made >= 0 || fail();
@@ -128,7 +128,7 @@ bool AtomicFile::write(const QByteArray& content, bool isPrivate)
     return isSettled ? isWritten : writeInPlace(content);
 }
 
-// Not settled: the existing file must be written in place.
+// Undecided: the existing file must be overwritten.
 bool AtomicFile::writeAside(const QByteArray& content, bool isPrivate, bool* isSettled)
 {
     const bool isNew = mFile < 0;
@@ -149,7 +149,7 @@ bool AtomicFile::writeAside(const QByteArray& content, bool isPrivate, bool* isS
     if (!isDone)
         return false;
 
-    // After a crash of the machine the name is the new one, too.
+    // Then the rename survives a crash of the machine as well.
     const int folder = open(folderOf(mTarget).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder >= 0) {
         fsync(folder);
@@ -158,10 +158,10 @@ bool AtomicFile::writeAside(const QByteArray& content, bool isPrivate, bool* isS
     return true;
 }
 
-// Gives a file owner, mode and attributes of the existing one. False if it didn't take all of them.
+// Gives a file the owner, mode and attributes of the existing one. False unless all of them could be set.
 bool AtomicFile::adoptStatus(int file) const
 {
-    // Each of these may be refused or unknown to the file system; what counts is the outcome.
+    // Each of these may be refused, or unsupported by the file system; only the outcome counts.
     [[maybe_unused]] const int owned = fchown(file, mStatus.st_uid, mStatus.st_gid);
     fchmod(file, mStatus.st_mode & ALL_MODE_BITS);
     const auto attributes = attributesOf(mFile);
@@ -180,7 +180,7 @@ bool AtomicFile::writeInPlace(const QByteArray& content)
 
     QFile reader(QFile::decodeName(mTarget));
     const QByteArray former = reader.open(QIODevice::ReadOnly) ? reader.readAll() : QByteArray();
-    // Room first. Where the file system can't promise it, the attempt has to show.
+    // Reserve the space first. Where the file system can't do that, writing shows whether there is enough.
     const bool hasRoom = content.size() <= mStatus.st_size || fallocate(mFile, 0, 0, content.size()) == 0
         || errno == EOPNOTSUPP || errno == ENOSYS;
     const bool isDone = hasRoom && lseek(mFile, 0, SEEK_SET) == 0 && writeAll(mFile, content)

@@ -8,14 +8,14 @@
 
 namespace TARNOK {
 
-// A file that is about to get new contents. They are written beside it and renamed, so that a crash or a full disk
-// leaves the former file, and symbolic links, permissions, attributes and the owner stay. Where a rename can't do that
-// (a folder that may not be written, a file of somebody else, a file with several names), the contents are exchanged in
-// place, once there is room for them.
+// Replaces the contents of a file. The new contents are written to a temporary file in the same folder, which is then
+// renamed: a crash or a full disk leaves the old file, and symbolic links, permissions, attributes and the owner are
+// kept. Where a rename can't do that (a read-only folder, another owner, hard links), the file is overwritten, after
+// the space for the new contents has been reserved.
 class AtomicFile
 {
 public:
-    // Finds out whether path can be written. Nothing is changed.
+    // Checks whether path can be written. Changes nothing.
     explicit AtomicFile(const QString& path);
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;
@@ -23,8 +23,8 @@ public:
 
     bool isOpen() const { return mIsOpen; }
 
-    // Exchanges the contents. A file that is new and private can be read by its owner alone. False leaves what was
-    // there.
+    // Replaces the contents. A new file that is private can be read by its owner alone. On false, the old contents are
+    // kept.
     bool write(const QByteArray& content, bool isPrivate);
 
     // Why it isn't open, or wasn't written.
@@ -36,8 +36,8 @@ private:
     bool adoptStatus(int file) const;
     bool writeInPlace(const QByteArray& content);
 
-    QByteArray mTarget; // past all symbolic links
-    int mFile = -1; // the existing one; none: there is none yet
+    QByteArray mTarget; // with symbolic links resolved
+    int mFile = -1; // the existing file, -1 if there is none yet
     struct stat mStatus = {}; // of the existing one
     bool mIsOpen = false;
     QString mErrorString;

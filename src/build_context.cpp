@@ -46,7 +46,7 @@ void BuildContext::LibSubsound::init(const SoundBank* bank, const Subsound* subs
     overrideQuality = static_cast<quint32>(static_cast<float>(subsound->quality()));
     desiredSampleRate = subsound->desiredSampleRate();
 
-    // Set bits reverse the bank's flags; they are not the flags themselves.
+    // Set bits invert the bank's flags; they are not the flags themselves.
     Q_ASSERT((subsound->buildFlagOverridesMask() & (~TARNOK_BUILD_OVERRIDE_MASK)) == 0);
     overrideFlags = (subsound->buildFlagOverridesMask() & bank->profile().buildFlags()) ^ subsound->buildFlags();
 }
@@ -55,8 +55,8 @@ BuildContext::BuildContext() = default;
 
 BuildContext::~BuildContext()
 {
-    // A job is deleted as soon as it says that it has finished, which it does while its thread is still on its way
-    // out of run(). Looking once more orders all that the thread did before what follows here.
+    // A job is deleted as soon as it reports that it has finished, while its thread is still returning from run(). This
+    // second read orders everything that the thread did before the code below.
     wait();
     static_cast<void>(finished());
     clear();
@@ -93,14 +93,14 @@ bool BuildContext::clear()
 
 void BuildContext::run()
 {
-    // When a build is enqueued behind a cancelled one, the head of the queue is started again. As a rule it is still
+    // When a build is enqueued after a cancelled one, the head of the queue is started again. Usually it is still
     // running and nothing happens; if its thread has just ended, the job must not run a second time.
     if (!finished())
         mResult = cancelled()
             ? TARNOK_ERR_CANCELLED
             : Tarnok_Build(mSubsounds, mNumSubsounds, mFormat, mBuildFlags, mQuality, mEncryptionKey, mOutputFile);
 
-    // The last that a thread does with the job, also one that found nothing to do.
+    // The thread's final access to the job, even if there was nothing to do.
     mFinished.store(true, std::memory_order_release);
 }
 

@@ -1,4 +1,4 @@
-// One build job: what the builder library needs of a bank, frozen, and the thread on which the library works.
+// One build job: a frozen copy of what the builder library needs of a bank, and the thread on which the library runs.
 #pragma once
 
 #include "tarnok.h"
@@ -16,8 +16,7 @@ class Subsound;
 // Stores a NUL-terminated UTF-8 copy of source, from new[], in *destination. An empty source aborts.
 void createCopy(const char** destination, const QString& source);
 
-// Copies everything when it is constructed from a bank, so that the tree may change while the build runs. A context
-// runs once.
+// The constructor copies everything, so that the tree may change while the build runs. A context runs once.
 class BuildContext : public QThread
 {
 public:
@@ -43,11 +42,11 @@ public:
     // Ends a job whose thread could not be started.
     void fail(TARNOK_RESULT result);
 
-    // The build ends as a cancelled one, also if its thread has not reached the library yet.
+    // Cancels the build, even if its thread has not reached the library yet.
     void cancel() { mCancelled.store(true); }
     bool cancelled() const { return mCancelled.load(); }
 
-    // Once this is true, the result stands.
+    // Once this is true, the result is final.
     bool finished() const { return mFinished.load(std::memory_order_acquire); }
     TARNOK_RESULT result() const { return mResult; }
 

@@ -11,7 +11,7 @@
 #include <iterator>
 #include <memory>
 
-// Not every builder library makes remarks.
+// Not every builder library has this function.
 #pragma weak Tarnok_FetchNextRemark
 
 namespace TARNOK {
@@ -58,7 +58,7 @@ constexpr const char* STATE_WORDS[] = {
     "decoding", "analysing", "preprocessing", "encoding", "writing", "finished", "failed",
 };
 
-// In the fraction of the progress, a sound in a state counts as this part of one that is done.
+// How much of a finished sound a sound in each state counts for in the progress.
 float shareOfState(TARNOK_STATE state)
 {
     return std::min(1.0f, static_cast<float>(state) / static_cast<float>(TARNOK_STATE_FINISHED));
@@ -69,7 +69,7 @@ const char* failureText(const TARNOK_PROGRESSITEM* item)
     return static_cast<const TARNOK_STATE_DATA_FAILED*>(item->stateData)->errorString;
 }
 
-// Hands a report back at the end of a scope, unless it was kept.
+// Returns a report to the library at the end of a scope, unless it was kept.
 class ItemCleanup
 {
 public:
@@ -134,7 +134,7 @@ void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const
     const bool wasPending = mPending.removeAll(index) > 0;
     if (const TARNOK_PROGRESSITEM* superseded = mInProgress.take(item->threadId))
         Tarnok_ReleaseProgressItem(superseded);
-    // A sound that has ended and reports again counts as not ended.
+    // A finished sound that reports again counts as unfinished.
     if (item->state != TARNOK_STATE_FAILED)
         mCompleted.removeAll(index);
 
@@ -239,8 +239,8 @@ BuildSystem::BuildSystem()
     : mCacheDir(settings()->getOutputDir(System::CACHE_NAME))
     , mThreadCount(static_cast<unsigned int>(settings()->getValue(System::THREAD_COUNT)))
 {
-    // The library is released when this object goes, which may have to be logged: the logger must be there first, to
-    // go last.
+    // The destructor releases the library and may log that. The logger must be created first, so that it is destroyed
+    // last.
     logger();
     if (settings()->getValue(System::GENERATE_CODE_HEADER) != 0)
         initFlags |= TARNOK_INIT_CREATE_HEADER;
@@ -287,6 +287,7 @@ void BuildSystem::setInitFlag(unsigned int flag, bool enabled)
 
 void BuildSystem::enqueueBuild(const SoundBank* bank)
 {
+    mLastBuildSucceeded = false;
     if (!bank || !bank->validate())
         return;
     if (mBuilding) {
@@ -317,7 +318,7 @@ void BuildSystem::processNext(bool locked)
     mProgressMonitor.prepare(static_cast<int>(context->numSubsounds()));
     context->start(QThread::InheritPriority);
 
-    // Out of threads: the job would never end.
+    // There are no more threads: the job would never end.
     if (!context->isRunning() && !context->finished())
         context->fail(TARNOK_ERR_MEMORY);
 }
@@ -353,14 +354,14 @@ bool BuildSystem::update()
 
     BuildContext* context = mQueue.first(true);
     if (!context->finished()) {
-        // A cancel that came before the job's thread had reached the library found nothing to cancel there.
+        // A cancel that came before the job's thread had called the library had no effect there.
         if (context->cancelled())
             Tarnok_BuildCancel();
         mProgressMonitor.updateInternal(context);
         return true;
     }
 
-    // Once more: reports may have come between the last look and the end.
+    // Once more: reports may have arrived between the last poll and the end.
     mProgressMonitor.updateInternal(context);
     reportResult(context);
     mQueue.remove(context);
@@ -379,14 +380,14 @@ void BuildSystem::reportResult(const BuildContext* context)
         remarks()->add(QString("'%1' was not written: %2").arg(context->outputFile(), resultText(context->result())));
         return;
     }
-    ++mSucceededBuilds;
+    mLastBuildSucceeded = true;
     logger()->println(Logger::OUTPUT_MESSAGE, "\nSoundbank built successfully: %s", context->outputFile());
 }
 
 void BuildSystem::cancelBuild()
 {
     {
-        // A barrier against an update() in progress.
+        // Waits for a running update().
         QWriteLocker barrier(mQueue.lock());
     }
     BuildContext* context = mQueue.first(false);

@@ -17,13 +17,13 @@ namespace TARNOK {
 class ProgressMonitor
 {
 public:
-    // Starts a build of that many sounds, and hands back the reports that are still held from the one before.
+    // Prepares for a build of that many sounds and returns the reports that are still held from the previous build.
     void prepare(int numSubsounds);
 
-    // Takes in all reports that are there.
+    // Processes all reports that are available.
     void updateInternal(const BuildContext* context);
 
-    // From 0 to 1, or -1 while the bank is being written. May go back when a worker leaves a sound for another.
+    // From 0 to 1, or -1 while the bank is being written. May decrease when a worker leaves a sound for another one.
     float progress();
 
     const char* stateToString(TARNOK_STATE state);
@@ -45,7 +45,7 @@ private:
 class BuildQueue
 {
 public:
-    // locked says, here and below, that the caller holds the lock already: it isn't recursive.
+    // Here and below, locked means that the caller already holds the lock, which isn't recursive.
     void enqueue(BuildContext* context, bool locked);
     BuildContext* first(bool locked);
     int size(bool locked);
@@ -68,21 +68,21 @@ public:
     BuildSystem();
     ~BuildSystem() override;
 
-    // Freezes the bank into a job and starts it, unless it doesn't validate or a build is going on.
+    // Freezes the bank into a job and starts it, unless the bank is invalid or a build is running.
     void enqueueBuild(const SoundBank* bank);
 
-    // Takes in the progress of the running job, or its result. True while something remains to be polled.
+    // Processes the progress of the running job, or its result. True while there is something left to poll.
     bool update();
 
-    // The job still has to be polled to its end.
+    // The job must still be polled until it ends.
     void cancelBuild();
 
-    // These take effect at the next build. The first two are written to the settings, too.
+    // These take effect at the next build. The first two are also written to the settings.
     void setThreadCount(unsigned int count);
     void setGenerateCodeHeader(bool enabled);
     void setTNBVersion(TARNOK_TNBVERSION version);
 
-    // Sets or clears one of the TARNOK_INIT_* bits for the next build, without a trace in the settings.
+    // Sets or clears one of the TARNOK_INIT_* bits for the next build. The settings don't change.
     void setInitFlag(unsigned int flag, bool enabled);
 
     bool isBuilding() const { return mBuilding; }
@@ -90,8 +90,8 @@ public:
     bool generateCodeHeader() const { return (initFlags & TARNOK_INIT_CREATE_HEADER) != 0; }
     ProgressMonitor& progressMonitor() { return mProgressMonitor; }
 
-    // How many banks were written so far.
-    int succeededBuilds() const { return mSucceededBuilds; }
+    // Whether the build that was enqueued last has written its bank.
+    bool lastBuildSucceeded() const { return mLastBuildSucceeded; }
 
 signals:
     void buildStateChanged();
@@ -111,7 +111,7 @@ private:
     bool mBuilding = false;
     unsigned int mThreadCount;
     TARNOK_TNBVERSION mTnbVersion = TARNOK_TNBVERSION_CURRENT;
-    int mSucceededBuilds = 0;
+    bool mLastBuildSucceeded = false;
 };
 
 // The program's one build system.

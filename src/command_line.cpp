@@ -30,8 +30,7 @@ constexpr const char* BANK_EXTENSION = ".tnb";
 constexpr int HELP_COLUMN = 20;
 constexpr unsigned long POLL_MS = 20;
 
-// Stands for an unset field of an Arg and is told by its address: an argument may really be empty behind its
-// prefix.
+// Marks an unset field of an Arg. It is recognised by its address, because an argument may be empty after its prefix.
 const char UNSET[] = "";
 
 QByteArray blanks(int count)
@@ -39,7 +38,7 @@ QByteArray blanks(int count)
     return QByteArray(count, ' ');
 }
 
-// Plain ASCII, other bytes as \xNN.
+// The text in ASCII, other bytes as \xNN.
 QByteArray escaped(const std::string& name)
 {
     QByteArray shown;
@@ -53,9 +52,9 @@ SoundFileValidator* validator()
     return Singleton<SoundFileValidator>::instance();
 }
 
-// Names are UTF-8 in projects, lists and banks, and listings leave others out without a word, as they do with links to
-// nothing and directories that can't be read. This says which of a directory's files, and of its directories where
-// those are walked too, that concerns.
+// Names are UTF-8 in projects, lists and banks. Listings silently omit other names, dangling links and unreadable
+// directories. This reports which files of a directory are omitted, and which of its directories if those are scanned
+// too.
 void warnOfUnlisted(const QString& directory, bool directoriesToo)
 {
     std::error_code error;
@@ -96,8 +95,8 @@ void logArguments(const QList<QString>& sources, const QString& destination, con
     logger()->println(Logger::OUTPUT_DEBUG, "\n");
 }
 
-// Why a project was not taken, which the log keeps to itself.
-QString faultOfProject(const QString& path)
+// Why a project was refused, which the log doesn't say.
+QString projectFault(const QString& path)
 {
     QFile file(path);
     file.open(QIODevice::ReadOnly);
@@ -110,7 +109,7 @@ QString faultOfProject(const QString& path)
     return "a project that holds something unknown, or no sound that can be used";
 }
 
-// Whether two paths name one file, by whatever links.
+// Whether two paths lead to the same file, including through links.
 bool isSameFile(const QString& left, const QString& right)
 {
     struct stat one;
@@ -120,15 +119,15 @@ bool isSameFile(const QString& left, const QString& right)
         && one.st_ino == other.st_ino;
 }
 
-// Says where the output goes if that isn't what the argument names.
+// Reports where the output goes if that isn't the file that the argument names.
 void remarkOnDestination(const QString& destination, const QString& path)
 {
     if (QDir::cleanPath(destination) != QDir::cleanPath(path))
         remarks()->add(QString("the output goes to '%1', not to '%2'").arg(path, destination));
 }
 
-// The names of a directory's subdirectories but for links that lead back to one of those that are being walked.
-// Listings count links to devices and pipes as directories, too.
+// The names of a directory's subdirectories, except for links back to a directory that is being scanned. Listings also
+// count links to devices and pipes as directories.
 QStringList subdirectories(const QDir& directory, const QStringList& walked)
 {
     QStringList names = directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort);
@@ -313,12 +312,13 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
     QList<QString> files;
     getFileListFromPath(sources, &files, QString());
 
-    // A pipe could be read once, and never end.
+    // A pipe can be read only once, and may never end.
     const auto isPipe = [](const QFileInfo& source) {
         return !source.isFile() && !source.isDir();
     };
     if (sources.size() == 1 && !isPipe(QFileInfo(sources.first()))) {
-        // Any single source is tried as a project, a sound file too: its failure there is none, and stays silent.
+        // Any single source is first tried as a project, even a sound file: failing to load it as one is no error and
+        // isn't logged.
         const Logger::OUTPUTPRIORITY verbosity = logger()->verbosity();
         logger()->setVerbosity(Logger::OUTPUT_SILENT);
         SoundBank* loaded = workspace()->loadSoundBank(sources.first());
@@ -341,7 +341,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
         logger()->println(Logger::OUTPUT_INFO, "skipped: '%s' not a valid sound file", file.toUtf8().constData());
         if (validator()->hasSoundExtension(file) || sources.contains(file))
             remarks()->addMissingSound(
-                file, Workspace::rootOf(file) == "soundbank" ? faultOfProject(file) : validator()->fault());
+                file, Workspace::rootOf(file) == "soundbank" ? projectFault(file) : validator()->fault());
     }
     return interleaved ? !interleaved->isEmpty() : !(*bank)->isEmpty();
 }
@@ -350,7 +350,7 @@ bool CommandLine::populateTNB(const QList<QString>& sources, SoundBank** bank)
 bool CommandLine::getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath)
 {
     static int indentation = 0;
-    static QStringList walked; // from the source down, links resolved
+    static QStringList walked; // the path from the source to here, with links resolved
     ++indentation;
     for (const QString& entry : paths) {
         const QString fullPath = relativePath.isEmpty() ? entry : relativePath + "/" + entry;
@@ -457,18 +457,19 @@ bool CommandLine::buildBank(int argc, char** argv)
     logger()->println(Logger::OUTPUT_MESSAGE, "Compiling soundbank %s", destination.toUtf8().constData());
     if (mMultiple)
         return buildMultiple(bank, destination);
-    buildToTheEnd(bank);
+    mBanksWanted = 1;
+    mBanksWritten = buildToTheEnd(bank) ? 1 : 0;
     return true;
 }
 
-// A slip on a command line must not cost a project or a recording. Empty if there is nothing to fear; the bank's own
-// sounds are the library's to protect.
-QString CommandLine::faultOfReplacing(const SoundBank* bank) const
+// A mistake on a command line must not destroy a project or a recording. Empty if the file may be replaced. The library
+// protects the sounds of the bank itself.
+QString CommandLine::replacementFault(const SoundBank* bank) const
 {
     const QString path = bank->outputFilePath();
     if (!QFileInfo(path).isFile())
         return QString();
-    // Its own sources are refused by the library.
+    // The library refuses to overwrite the bank's own sources.
     for (const Subsound* subsound : *bank) {
         for (const SourceFile* file : *subsound) {
             if (isSameFile(file->wholePath(), path))
@@ -483,7 +484,7 @@ QString CommandLine::faultOfReplacing(const SoundBank* bank) const
     return validator()->isSound(path) ? "it is a sound" : QString();
 }
 
-QString CommandLine::faultOfReplacingByProject(const QString& path) const
+QString CommandLine::projectReplacementFault(const QString& path) const
 {
     if (!QFileInfo(path).isFile())
         return QString();
@@ -503,7 +504,7 @@ bool CommandLine::isProtected(const QString& path) const
                        [&path](const QString& one) { return isSameFile(one, path); });
 }
 
-// Ends a run that stopped: the reason, then all that was held back, the reason last.
+// Ends a run that was stopped: prints what was held back, with the reason last.
 bool CommandLine::fail(const char* line, const char* hint)
 {
     logger()->println(Logger::OUTPUT_MESSAGE, "%s", line);
@@ -513,7 +514,7 @@ bool CommandLine::fail(const char* line, const char* hint)
     return false;
 }
 
-// Names the bank after its first source, inside the destination. An empty bank aborts.
+// Names the bank after its first source, in the destination directory. An empty bank aborts.
 void CommandLine::setDefaultOutputPath(SoundBank* bank, const QString& destination)
 {
     QString path = destination;
@@ -531,7 +532,7 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
     logger()->println(Logger::OUTPUT_MESSAGE, "Writing out xml data to %s", path.toUtf8().constData());
     remarkOnDestination(destination, path);
     ++mBanksWanted;
-    if (const QString fault = faultOfReplacingByProject(path); !fault.isEmpty()) {
+    if (const QString fault = projectReplacementFault(path); !fault.isEmpty()) {
         remarks()->add(QString("'%1' is not replaced by a project: %2").arg(path, fault));
         return;
     }
@@ -542,14 +543,12 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
         ++mBanksWritten;
 }
 
-void CommandLine::buildToTheEnd(const SoundBank* bank)
+bool CommandLine::buildToTheEnd(const SoundBank* bank)
 {
-    ++mBanksWanted;
-    if (const QString fault = faultOfReplacing(bank); !fault.isEmpty()) {
+    if (const QString fault = replacementFault(bank); !fault.isEmpty()) {
         remarks()->add(QString("'%1' is not replaced by a bank: %2").arg(bank->outputFilePath(), fault));
-        return;
+        return false;
     }
-    const int before = buildSystem()->succeededBuilds();
     const StopSignals held;
     bool cancelled = false;
     buildSystem()->enqueueBuild(bank);
@@ -562,17 +561,17 @@ void CommandLine::buildToTheEnd(const SoundBank* bank)
         }
         QThread::msleep(POLL_MS);
     }
-    mBanksWritten += buildSystem()->succeededBuilds() - before;
+    return buildSystem()->lastBuildSucceeded();
 }
 
-// Builds one bank for each subsound, the last one first.
+// Builds one bank per subsound, the last one first.
 bool CommandLine::buildMultiple(SoundBank* bank, const QString& destination)
 {
     SoundBank* carrier = workspace()->createSoundBank();
     carrier->setEncryptionKey(bank->encryptionKey());
     carrier->profile().clone(bank->profile());
 
-    // A missing directory is made, and the banks land beside it.
+    // A missing directory is created, and the banks are written next to it.
     QDir directory(bank->outputFilePath());
     if (!directory.exists()) {
         const QString name = directory.dirName();
@@ -587,13 +586,13 @@ bool CommandLine::buildMultiple(SoundBank* bank, const QString& destination)
     if (!destination.isEmpty())
         remarkOnDestination(QFileInfo(destination).absoluteFilePath(), outputDirectory);
 
-    // Of the sources of a bank the library knows, of those of the others it doesn't.
+    // The library knows the sources of the bank that it builds, but not those of the others.
     for (const Subsound* subsound : std::as_const(*bank)) {
         for (const SourceFile* file : *subsound)
             protect(file->wholePath());
     }
 
-    // Each subsound visits the carrier by its pointer alone; all go back to their owner when the last is built.
+    // Only the pointer to each subsound is put into the carrier; all are returned to their owner after the last build.
     QList<Subsound*> built;
     QSet<QString> paths;
     while (!bank->isEmpty() && !StopSignals::noted()) {
@@ -601,17 +600,16 @@ bool CommandLine::buildMultiple(SoundBank* bank, const QString& destination)
         carrier->append(subsound);
         carrier->setOutputFilePath(outputDirectory + "/" + carrier->first()->fileName() + BANK_EXTENSION);
         bank->removeLast();
-        const int before = mBanksWritten;
-        buildToTheEnd(carrier);
+        ++mBanksWanted;
         const QString path = carrier->outputFilePath();
-        const bool isWritten = mBanksWritten > before;
-        if (isWritten && paths.contains(path)) {
-            logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s replaced the bank of another sound of that name",
-                              path.toUtf8().constData());
-            mBanksWritten = before;
-        }
-        if (isWritten)
+        if (buildToTheEnd(carrier)) {
+            if (paths.contains(path))
+                logger()->println(Logger::OUTPUT_ERROR, "ERROR: %s replaced the bank of another sound of that name",
+                                  path.toUtf8().constData());
+            else
+                ++mBanksWritten;
             paths.insert(path);
+        }
         carrier->clear();
         built.prepend(subsound);
     }

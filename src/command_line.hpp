@@ -18,8 +18,8 @@ class AbstractAction
 public:
     AbstractAction(const char* name, const char* help, bool hidden);
 
-    // Carries the switch out; false if it could not. bank is null for a switch that runs before population, value is
-    // empty for one without a value.
+    // Executes the switch; false if that failed. bank is null for a switch that runs before population; value is empty
+    // for a switch without a value.
     virtual bool execute(SoundBank* bank, const QString& value) const = 0;
 
     const QList<QString>& names() const { return mNames; }
@@ -41,13 +41,13 @@ private:
 // Adds a switch to those that run before the bank is populated, or to those that run after.
 void registerCommand(AbstractAction* action, bool prepopulate);
 
-// Base-10 integer. One outside the bounds is moved to the nearer one, with a warning; false if text is no number.
+// Base-10 integer. A value out of range is clamped, with a warning; false if text is not a number.
 bool convertToInt(const QString& text, int minimum, int maximum, int* result);
 
-// The priority of a word, compared without regard to case; false leaves *priority as it was.
+// The priority that a word names, ignoring case. On false, *priority is unchanged.
 bool stringToVerbosity(const QString& text, Logger::OUTPUTPRIORITY* priority);
 
-// Compiles banks from one argument vector. Written for one run in the life of the process.
+// Compiles banks from one argument vector. A process uses it once.
 class CommandLine
 {
 public:
@@ -62,35 +62,35 @@ public:
     class CommandActions : public QList<AbstractAction*>
     {
     public:
-        // By any of its names, without regard to case; one leading "-" is dropped. Null if there is none.
+        // By any of its names, ignoring case; one leading "-" is dropped. Null if there is none.
         AbstractAction* find(QString name) const;
     };
 
-    // True if the run came through. That says nothing of the builds: ask allBanksWritten().
+    // True if the run was completed. For the results of its builds see allBanksWritten().
     bool buildBank(int argc, char** argv);
 
-    // Whether everything that the run was asked to write was written.
+    // Whether every requested file was written.
     bool allBanksWritten() const { return mBanksWanted > 0 && mBanksWritten == mBanksWanted; }
 
-    // Whether all sounds that the source names are in what was written, as far as the user cares.
+    // Whether all sounds that the source names are in the bank, or the user chose to ignore errors.
     bool allSoundsTaken() const { return mIgnoreErrors || remarks()->missingSounds() == 0; }
 
-    // Whether a project was asked for instead of banks.
+    // Whether a project was requested instead of banks.
     bool isWritingProject() const { return mWriteProject; }
 
     void printHelp();
 
-    // Gags the logger, so that switches which set its threshold act on earlier lines too. Always true.
+    // Gags the logger, so that switches which set its threshold also apply to earlier lines. Always true.
     bool init();
 
-    // Whether an argument looks like a path: a ".", "/" or "\" behind its first character.
+    // Whether an argument looks like a path: it contains a ".", "/" or "\" after its first character.
     bool isPath(const char* argument);
 
-    // Cuts the arguments into one source, a destination and switches, by their form alone. Errors are logged and don't
-    // stop it.
+    // Sorts the arguments into one source, a destination and switches by their form alone. Errors are logged, and
+    // parsing continues.
     bool parseArgs(int argc, char** argv, QList<QString>* sources, QString* destination, QList<Arg>* args);
 
-    // Runs the switches that steer the population, and takes them out of args.
+    // Runs the switches that control the population and removes them from args.
     bool processPrepopulateArgs(QList<Arg>* args);
 
     bool validateArgs(const QList<QString>& sources, const QString& destination, const QList<Arg>& args);
@@ -98,7 +98,7 @@ public:
     // Makes a bank of the source: a project, a list, a sound file, or the files of a directory.
     bool populateTNB(const QList<QString>& sources, SoundBank** bank);
 
-    // All files of the paths, directories opened up. A path that doesn't exist aborts.
+    // Lists the files of the paths, including those inside directories. A path that doesn't exist aborts.
     bool getFileListFromPath(const QList<QString>& paths, QList<QString>* files, QString relativePath);
 
     // Runs the switches that change the bank.
@@ -112,17 +112,17 @@ public:
     void setRecursive() { mRecursive = true; }
     void setIgnoreErrors() { mIgnoreErrors = true; }
 
-    // A file that the run reads its settings from: no bank may replace it.
+    // A file that the run reads settings from: no bank may replace it.
     void protect(const QString& path) { mProtected.append(path); }
 
 private:
     bool fail(const char* line, const char* hint = nullptr);
-    QString faultOfReplacing(const SoundBank* bank) const;
-    QString faultOfReplacingByProject(const QString& path) const;
+    QString replacementFault(const SoundBank* bank) const;
+    QString projectReplacementFault(const QString& path) const;
     bool isProtected(const QString& path) const;
     void setDefaultOutputPath(SoundBank* bank, const QString& destination);
     void writeProject(const SoundBank* bank, const QString& destination);
-    void buildToTheEnd(const SoundBank* bank);
+    [[nodiscard]] bool buildToTheEnd(const SoundBank* bank); // whether the bank was written
     bool buildMultiple(SoundBank* bank, const QString& destination);
 
     CommandActions mPrepopulateActions;

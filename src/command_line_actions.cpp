@@ -1,5 +1,4 @@
-// The switches of the console tool. Their order here is the order of registration, which is the order of lookup and
-// of help.
+// The switches of the console tool. Their order here is the order of registration, and so that of lookup and help.
 #include "build_system.hpp"
 #include "command_line.hpp"
 #include "utility_classes.hpp"
@@ -30,7 +29,7 @@ bool refuseValue(const QString& value)
     return false;
 }
 
-// Says what a switch has done; true, for the switch to return.
+// Logs what a switch has done; returns true, for the switch to return.
 bool done(const char* line)
 {
     logger()->println(Logger::OUTPUT_INFO, "%s", line);
@@ -97,7 +96,7 @@ protected:
     Action_##NAME NAME##instance;                                                                                      \
     bool Action_##NAME::trigger([[maybe_unused]] SoundBank* bank) const
 
-// A one-letter name for the switch beside it, which help doesn't show.
+// A one-letter name for the switch above it, not shown by help.
 #define ALIAS(LETTER, NAME)                                                                                            \
     struct Empty_##LETTER                                                                                              \
     {                                                                                                                  \
@@ -223,7 +222,7 @@ VALUE_SWITCH(cache_dir, "Use specified directory for cache files", VISIBLE, PREP
     if (value.isEmpty())
         return false;
 
-    // The directory itself need not exist yet, its parent must.
+    // The directory need not exist yet, but its parent must.
     if (!directory.cdUp() || !directory.exists())
         return false;
     settings()->setDir(System::CACHE_NAME, path);
@@ -290,7 +289,7 @@ TRIGGER_SWITCH(no_guid, "Disable GUID generation in TNB header.", VISIBLE, POSTP
 }
 ALIAS(g, no_guid);
 
-// Switches of old scripts, which get a word instead of an unknown switch.
+// Switches of old scripts, which get a message of their own instead of an unknown switch.
 
 VALUE_SWITCH(O, "", HIDDEN, PREPOPULATE)
 {

@@ -1,4 +1,4 @@
-// What the console tool says beside its log.
+// What the console tool writes besides its log.
 #pragma once
 
 #include "singleton.hpp"
@@ -8,31 +8,31 @@
 
 namespace TARNOK {
 
-// Lines on standard error for people and build farms: sounds that didn't make it into the bank, files that go elsewhere
-// than the arguments suggest, and reasons that the log doesn't give. Other programs never start it, and then nothing is
-// said.
+// Lines on standard error for people and build farms: sounds that are missing from the bank, output files that differ
+// from what the arguments suggest, and reasons that the log doesn't give. Other programs never start it; then nothing
+// is written.
 class ConsoleRemarks : public Singleton<ConsoleRemarks>
 {
 public:
-    // What is added from now on is held back: how much the user wants to hear isn't known yet.
+    // From now on, remarks are held back until the verbosity is known.
     void start() { mState = State::Held; }
 
-    // Says what was held back and all that follows, or nothing ever if the logger is silent.
+    // Writes what was held back and all later remarks; writes nothing at all if the logger is silent.
     void release();
 
-    // One line. Control characters are escaped: names of files may hold any.
+    // One line. Control characters are escaped, because names of files may contain them.
     void add(const QString& text);
 
-    // The same, unless it was added in this way before: what holds for one bank may hold for all.
+    // The same, unless this function has added it before: what applies to one bank may apply to all.
     void addOnce(const QString& text);
 
-    // A sound that the user has named isn't in the bank. The second: its build failed, so it is an empty one in the
-    // bank, or there is no bank.
+    // The first: a sound that the user named isn't in the bank. The second: its build failed, so the bank has an empty
+    // sound instead, or there is no bank.
     void addMissingSound(const QString& path, const QString& reason);
     void addFailedSound(const QString& paths, const QString& reason);
     int missingSounds() const { return mMissingSounds; }
 
-    // Whether the user wants to hear nothing at all. May be asked when all else is gone.
+    // Whether the user wants no output at all. May be called after every other object was destroyed.
     static bool isSilent() { return sSilent; }
 
 private:
@@ -57,7 +57,7 @@ inline ConsoleRemarks* remarks()
     return Singleton<ConsoleRemarks>::instance();
 }
 
-// The same text with each control character as \xNN or \uNNNN; those in kept stay.
+// The text with each control character written as \xNN or \uNNNN, except for those in kept.
 QString withEscapedControls(const QString& text, QLatin1StringView kept = {});
 
 } // namespace TARNOK

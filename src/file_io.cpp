@@ -32,8 +32,8 @@ QString projectFilter()
     return QString("%0 Project (*.%1)").arg(APP_NAME, PROJECT_EXTENSION);
 }
 
-// Tests of access, logged when they fail. The workspace ends the process over a file that it can't open, and with it
-// goes what isn't saved: whoever hands it a path makes sure first.
+// Checks of access, logged when they fail. The workspace aborts the process if it can't open a file, and unsaved
+// changes would be lost: callers check the path first.
 
 bool noAccess(const char* purpose, const QString& path, const QString& fault)
 {
@@ -54,7 +54,7 @@ bool canWrite(const QString& path)
     return file.isOpen() || noAccess("write", path, file.errorString());
 }
 
-// Shows the wait cursor for the length of a scope.
+// Shows the wait cursor for the duration of a scope.
 class WaitCursor
 {
 public:
@@ -64,7 +64,7 @@ public:
     WaitCursor& operator=(const WaitCursor&) = delete;
 };
 
-// The one form of all file dialogs. False if the user cancelled.
+// All file dialogs are made here. False if the user cancelled.
 bool runFileDialog(QWidget* parent, QFileDialog::AcceptMode mode, const QString& directory, const QString& filter,
                    QString* path)
 {
@@ -194,7 +194,7 @@ SoundBank* FileIO::projectOpenInternal(const QString& path)
         emit needRefresh();
         logger()->ungag();
     } else {
-        // Only the errors of a load that failed are of interest.
+        // Only the errors of a failed load matter.
         const Logger::OUTPUTPRIORITY verbosity = logger()->verbosity();
         logger()->setVerbosity(Logger::OUTPUT_ERROR);
         logger()->ungag();
@@ -389,7 +389,7 @@ void FileIO::updateBuild()
     if (progress >= 0) {
         mProgressBar->setValue(static_cast<int>(progress));
     } else {
-        // A range of nothing shows as busy.
+        // An empty range is shown as a busy indicator.
         mProgressBar->setRange(0, 0);
         emit statusMessage("Writing to file");
     }

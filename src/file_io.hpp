@@ -1,4 +1,4 @@
-// What happens to whole projects on the desktop.
+// Operations on whole projects in the desktop program.
 #pragma once
 
 #include <QList>
@@ -33,24 +33,24 @@ public:
     // False if the user wants to keep the project open.
     bool projectClose();
 
-    // Asks for a path if there is none yet, or none is to be used.
+    // Asks for a path if the project has none yet, or if another one is wanted.
     void projectSaveInternal(bool useProjectFileName);
 
     // Empty for a project that was never saved.
     QString projectFileName() const { return mProjectFileName; }
 
-    // Without a parent until somebody shows it, and hidden until a build runs.
+    // Has no parent until somebody shows it, and is hidden until a build runs.
     QProgressBar* progressBar() const { return mProgressBar; }
 
-    // Offers to save what would be lost; false if the user cancelled.
+    // Offers to save unsaved changes; false if the user cancelled.
     bool maybeSave();
 
-    // Puts path at the front of the recent list, and tells of it.
+    // Moves path to the front of the recent list and emits a signal.
     void appendRecentFiles(const QString& path);
 
     bool soundBankBuildInternal(bool rebuild);
 
-    // Appends "." and extension unless the path ends with extension, dot or no dot.
+    // Appends "." and extension unless the path already ends with extension, with or without a dot.
     static void appendFileExtension(QString* path, const char* extension);
 
 signals:

@@ -18,8 +18,8 @@ namespace TARNOK {
 
 namespace {
 
-// Messages are UTF-8, whatever the user's locale: wide strings in them are converted by that of the thread, and a
-// conversion that fails cuts the message short.
+// Messages are UTF-8 in every locale: wide strings in them are converted in the locale of the thread, and a failed
+// conversion truncates the message.
 class Utf8Conversions
 {
 public:
@@ -38,7 +38,7 @@ private:
     locale_t mFormer = uselocale(nullptr);
 };
 
-// A finished line, zeros behind the text.
+// A finished line, padded with zeros.
 struct Line
 {
     char text[Logger::MAX_LINE + 1] = {};
@@ -59,11 +59,11 @@ void printEscaped(const char* format, va_list arguments)
     std::fputs(withEscapedControls(QString::fromUtf8(text), QLatin1StringView("\n\t")).toUtf8().constData(), stdout);
 }
 
-// How many conversions of a replayed message find an argument.
+// The number of arguments that a replayed message gets.
 constexpr int REPLAY_ARGUMENTS = 8;
 
-// Takes the meaning from those conversions of a text that a zero can't serve: it writes through its argument, takes a
-// floating-point number or a width from the arguments, is very wide, or comes when the arguments are used up.
+// Escapes the conversions of a text that a zero argument can't serve: those that write through their argument, take a
+// floating-point number or a width from the arguments, are very wide, or come after the last argument.
 QString withSafeConversions(const QString& text)
 {
     static const QRegularExpression conversion(
@@ -174,7 +174,7 @@ bool Logger::setPrintToFile(const QString& path, bool append)
     const QIODevice::OpenMode mode =
         append ? QIODevice::WriteOnly | QIODevice::Append : QIODevice::OpenMode(QIODevice::WriteOnly);
 
-    // Tried apart, so that a log file which is open now goes on when this one can't be opened.
+    // Opened separately, so that the current log file stays in use if this one can't be opened.
     if (!QFile(path).open(mode))
         return false;
 
@@ -191,8 +191,8 @@ void Logger::ungag()
     mGagged = false;
     const QList<Message> held = mMessages;
     for (const Message& message : held) {
-        // A finished text is a format again, and a "%" in it, of a file name say, a conversion. The conversions find
-        // zeros here and not whatever happens to lie on the stack.
+        // A finished text is used as a format again, so that a "%" in it, for instance in a file name, is a conversion.
+        // The conversions get these zeros, and not whatever is on the stack.
         const QByteArray format = withSafeConversions(message.text).toUtf8();
         const auto replayWith = [&](auto... nulls) {
             replay(message.priority, format.constData(), nulls...);

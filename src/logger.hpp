@@ -1,4 +1,4 @@
-// The one channel through which the system speaks to its user.
+// The channel for all messages to the user.
 #pragma once
 
 #include "singleton.hpp"
@@ -14,8 +14,8 @@ class QTextEdit;
 
 namespace TARNOK {
 
-// Messages with a priority go to one output at a time if they reach the threshold; a gag holds them back until the
-// front end is ready for them. Only one thread at a time may log.
+// A message has a priority and goes to the current output if it reaches the threshold. A gag holds messages back until
+// the front end is ready for them. Only one thread at a time may log.
 class Logger
 {
 public:
@@ -27,16 +27,16 @@ public:
         OUTPUT_NOTICE = 3,
         OUTPUT_WARNING = 4,
         OUTPUT_ERROR = 5,
-        OUTPUT_SILENT = 6, // as a threshold: nothing passes but what is written at this priority itself
+        OUTPUT_SILENT = 6, // as a threshold: only messages of this priority pass
     };
 
-    // Longest line in bytes; what is longer is cut. Standard output has no limit.
+    // Longest line in bytes; longer lines are cut. Standard output has no limit.
     static constexpr int MAX_LINE = 511;
 
     // Longest text of one write() to a file, in bytes.
     static constexpr int MAX_FILE_WRITE = 256;
 
-    // The text pane, which programs without a window are linked without.
+    // The text pane. Programs without a window are linked without it.
     class Pane
     {
     public:
@@ -47,18 +47,18 @@ public:
         virtual void endBatch() = 0;
     };
 
-    // One line, printf style. A message below the threshold, or without an output, is lost, gagged or not.
+    // One line, printf style. A message below the threshold, or without an output, is dropped, gagged or not.
     void println(OUTPUTPRIORITY priority, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-    // Text as it stands, without a line end. The gag doesn't hold it back.
+    // The text unchanged, without a line end. The gag doesn't hold it back.
     void write(OUTPUTPRIORITY priority, const char* text);
 
-    // To a terminal, control characters are escaped but for line ends and tabs: what names of files hold could move its
-    // cursor or worse.
+    // On a terminal, control characters except line ends and tabs are escaped: those in names of files could move the
+    // cursor, or worse.
     void setPrintToStdout();
 
-    // A file of records of MAX_LINE + 2 bytes, one a line: text, zeros up to 512 bytes, "\n". False if it can't be
-    // opened; the former output then stays.
+    // A file of records of MAX_LINE + 2 bytes, one per line: text, zeros up to 512 bytes, "\n". False if it can't be
+    // opened; the output then stays the same.
     bool setPrintToFile(const QString& path, bool append);
 
     // edit is not owned and may be null.
@@ -66,14 +66,14 @@ public:
 
     void gag() { mGagged = true; }
 
-    // Ends the gag and prints what was held, oldest first, as formats and through the threshold as it stands now.
+    // Ends the gag and prints the held messages, oldest first, as formats, subject to the current threshold.
     void ungag();
 
     OUTPUTPRIORITY verbosity() const { return mVerbosity; }
     void setVerbosity(OUTPUTPRIORITY threshold) { mVerbosity = threshold; }
 
-    // While one lives, the text pane takes in lines without laying each of them out anew: a build out of the cache
-    // reports thousands of sounds at once.
+    // While one exists, the text pane appends lines without a new layout for each: a build from the cache reports
+    // thousands of sounds at once.
     class Batch
     {
     public:
@@ -83,7 +83,7 @@ public:
         Batch& operator=(const Batch&) = delete;
 
     private:
-        std::shared_ptr<Pane> mPane; // stays until the batch ends
+        std::shared_ptr<Pane> mPane; // kept until the batch ends
     };
 
 private:
@@ -110,7 +110,7 @@ private:
     Output mOutput = OUTPUT_NONE;
     bool mIsTerminal = false; // standard output
     QFile mFile;
-    std::shared_ptr<Pane> mPane; // none: lines for it are lost
+    std::shared_ptr<Pane> mPane; // null: lines for it are dropped
 };
 
 // The program's one logger.

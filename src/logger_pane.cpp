@@ -9,7 +9,7 @@ namespace TARNOK {
 
 namespace {
 
-// The pane takes text with a tag in it, as a file's name may have, for a page of rich text.
+// The pane would treat a text with a tag in it, for instance in a file name, as rich text.
 void appendAsItStands(QTextEdit* edit, const QString& text)
 {
     if (!Qt::mightBeRichText(text)) {
@@ -52,7 +52,7 @@ public:
     void endBatch() override
     {
         QTextCursor(mTextEdit->document()).endEditBlock();
-        // A pane whose end was in sight keeps it in sight, as it does for single lines.
+        // If the end was visible, it stays visible, as it does for single lines.
         if (mAtBottom)
             mTextEdit->verticalScrollBar()->setValue(mTextEdit->verticalScrollBar()->maximum());
     }

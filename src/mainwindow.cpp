@@ -36,7 +36,7 @@ constexpr QSize DEFAULT_SIZE(400, 400);
 constexpr const char* POSITION_KEY = "pos";
 constexpr const char* SIZE_KEY = "size";
 
-// Fills the place %1 to %3 of a text, or those after the ones that are filled already, with the version.
+// Replaces %1 to %3 of a text, or the next three that are left, by the version.
 QString withVersion(const QString& text)
 {
     return text.arg(VERSION_MAJOR).arg(VERSION_MINOR, 2, 16, QChar('0')).arg(VERSION_PATCH, 2, 16, QChar('0'));
@@ -207,7 +207,7 @@ void MainWindow::createDockWidgets()
     mPropertyEditor = new PropertyEditor(properties);
     mPropertyEditor->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     properties->setWidget(mPropertyEditor);
-    // The editor lets itself be squeezed to a width at which the longer of its texts are cut.
+    // The editor can be squeezed to a width at which its longer texts are cut.
     properties->setMinimumWidth(std::max(mPropertyEditor->minimumWidth(), mPropertyEditor->minimumSizeHint().width()));
     properties->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     properties->setAllowedAreas(Qt::AllDockWidgetAreas);
@@ -251,7 +251,7 @@ void MainWindow::about()
 
 void MainWindow::updateRecentFileMenu()
 {
-    // One of them may be the very action that has led here: it has to outlive its signal.
+    // One of them may be the action that led here: it must outlive its signal.
     for (QAction* action : mRecentMenu->actions()) {
         mRecentMenu->removeAction(action);
         action->deleteLater();
@@ -283,7 +283,8 @@ void MainWindow::loadMostRecentProject()
         return;
     }
 
-    // The entry stays in the menu and in the store, and is tried again at the next start: its disk may be back then.
+    // The entry stays in the menu and in the store and is tried again at the next start: its disk may be available
+    // then.
     mFileIO->projectNew();
 }
 

@@ -15,8 +15,8 @@ class ProjectBrowser;
 class PropertyEditor;
 class SettingsDialog;
 
-// Lays out the panels, owns the actions and passes them on. It holds no project logic: refresh() reads the state of the
-// project and of the build, and is the one place that decides what is enabled.
+// Lays out the panels, owns the actions and passes them on. It has no project logic: refresh() reads the state of the
+// project and of the build and alone decides what is enabled.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -55,7 +55,7 @@ private:
     void readSettings();
     void writeSettings();
 
-    // An action whose triggered() goes to slot of receiver.
+    // An action whose triggered() is connected to slot of receiver.
     QAction* createAction(const QString& text, const QString& statusTip, const QObject* receiver, const char* slot);
 
     ProjectBrowser* mProjectBrowser;

@@ -37,7 +37,7 @@ QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const Q
     painter.fillRect(pixmap.rect(), colour);
     painter.end();
 
-    // For both modes: a style tints what it has no picture of its own for.
+    // For both modes: a style tints an icon that has no picture for a mode.
     QIcon result(pixmap);
     result.addPixmap(pixmap, QIcon::Selected);
     return result;
@@ -57,8 +57,8 @@ QSet<const AbstractItem*> itemsOfTree()
     return items;
 }
 
-// The model aligns texts horizontally only, which a view takes for the top of the row, and its icons have the colours
-// in which selected rows are drawn.
+// The model aligns texts only horizontally, so that a view would draw them at the top of the row, and its icons have
+// the colours of selected rows.
 class RowDelegate : public QStyledItemDelegate
 {
 public:
@@ -89,7 +89,7 @@ ProjectTreeView::ProjectTreeView(QWidget* parent)
     palette.setBrush(mDropIndicator->backgroundRole(), QBrush(Qt::gray));
     mDropIndicator->setPalette(palette);
 
-    // A drag that comes to stand on the line must go on to the row behind it.
+    // A drag over the line must reach the row below it.
     mDropIndicator->setAttribute(Qt::WA_TransparentForMouseEvents);
 }
 
@@ -113,8 +113,8 @@ void ProjectTreeView::dragEnterEvent(QDragEnterEvent* event)
 
 void ProjectTreeView::dragMoveEvent(QDragMoveEvent* event)
 {
-    // The base class scrolls at the edges and opens rows. It also refuses rows over themselves, and whatever the model
-    // can't take in by its own means; where something may be dropped is for the handler of the drop to decide.
+    // The base class scrolls at the edges and expands rows. It also refuses rows over themselves and data that the
+    // model can't handle; here the handler of the drop decides what may be dropped where.
     QTreeView::dragMoveEvent(event);
     event->acceptProposedAction();
 }
@@ -168,7 +168,7 @@ void ProjectTreeView::dropEvent(QDropEvent* event)
             items.append(item);
             continue;
         }
-        // An address in another process, where the user has a second project open.
+        // An address in another process, in which the user has a second project open.
         logger()->println(Logger::OUTPUT_ERROR,
                           "ERROR: Sounds can't be dragged here from another window, add their files instead");
         return;
@@ -279,7 +279,7 @@ void ProjectBrowser::contextMenuEvent(QContextMenuEvent* event)
         }
     }
 
-    // The view selects whole rows, and each gives an index a column.
+    // The view selects whole rows, and each row has one index per column.
     const qsizetype rows = selected.size() / COLUMN_COUNT;
 
     QMenu menu(this);
@@ -338,7 +338,7 @@ void ProjectBrowser::addFiles(const QList<QUrl>& urls)
         return;
     SoundBank* bank = workspace()->first();
 
-    // Shown from the start, so that it takes in events, a cancel among them, after every file.
+    // Shown from the start, so that it processes events, for instance a cancel, after every file.
     QProgressDialog progress("Analysing files", "&Cancel", 0, static_cast<int>(urls.size()), this);
     progress.setWindowTitle(APP_NAME);
     progress.setWindowModality(Qt::WindowModal);
@@ -363,7 +363,7 @@ void ProjectBrowser::saveViewState()
     mViewState.horizontalPosition = mTreeView->horizontalScrollBar()->value();
     mViewState.verticalPosition = mTreeView->verticalScrollBar()->value();
 
-    // A state that waits to be restored wins.
+    // A state that is waiting to be restored takes precedence.
     if (!mViewState.expandedItems.isEmpty())
         return;
     for (int row = 0; row < workspace()->size(); ++row)

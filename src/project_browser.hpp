@@ -18,8 +18,8 @@ class ProxyTreeModel;
 class Subsound;
 class WorkspaceModel;
 
-// The tree. Takes in drags of its own rows and of files, draws the line where rows will land, and turns a drop into one
-// of two signals.
+// The tree. Accepts drags of its own rows and of files, draws a line where rows will be inserted, and turns a drop into
+// one of two signals.
 class ProjectTreeView : public QTreeView
 {
     Q_OBJECT
@@ -46,22 +46,22 @@ private:
 
     QWidget* mDropIndicator;
 
-    // The row hovered last by a drag of rows. A reset of the model, which a build that ends may cause in the middle of
-    // a drag, takes its rows away: a plain index would then point to freed memory.
+    // The row hovered last by a drag of rows. The end of a build may reset the model in the middle of a drag and delete
+    // its rows: a plain index would then point to freed memory.
     QPersistentModelIndex mDropIndex;
 };
 
-// The tree with its context menu and actions. Adds files to the first bank, and keeps what is expanded and scrolled to
-// across the resets of the model.
+// The tree with its context menu and actions. Adds files to the first bank, and keeps expansion and scroll position
+// across resets of the model.
 class ProjectBrowser : public QWidget
 {
     Q_OBJECT
 
 public:
-    // The main window puts the panel in its place; parent isn't used.
+    // parent isn't used: the main window adds the panel to its layout.
     explicit ProjectBrowser(QWidget* parent);
 
-    // Reads the whole tree anew.
+    // Rereads the whole tree.
     void update();
 
     void expandItem(AbstractItem* item);
@@ -88,7 +88,7 @@ private:
     QAction* mInterleaveAction;
     ProjectTreeView* mTreeView;
 
-    // Both live until the process ends: the tree view refers to them in its own destruction.
+    // Both exist until the process ends: the destructor of the tree view refers to them.
     WorkspaceModel* mModel;
     ProxyTreeModel* mProxy;
 
@@ -96,7 +96,7 @@ private:
     {
         int horizontalPosition = 0;
         int verticalPosition = 0;
-        QList<AbstractItem*> expandedItems; // compared only; what they point to may be gone
+        QList<AbstractItem*> expandedItems; // for comparison only: the items may have been deleted
     } mViewState;
 };
 

@@ -99,7 +99,7 @@ void PropertyEditor::createPathControls(QVBoxLayout* layout)
     layout->addWidget(labelFor(mFileNameEdit, "Output file"));
     layout->addWidget(mFileNameEdit);
 
-    // Without a parent yet: the Tab key follows the order in which the widgets come under the panel, by its layout.
+    // No parent yet: the Tab key follows the order in which the layout adds the widgets to the panel.
     mDirectoryEdit = new EnhancedDirectoryLineEdit(nullptr);
     mDirectoryEdit->setControlName("Output directory");
     layout->addWidget(labelFor(mDirectoryEdit, "Output directory"));
@@ -206,7 +206,7 @@ void PropertyEditor::updateProfileControls(const SoundProfile& profile)
     mFormatCombo->setCurrentIndex(row);
     propertyChanged();
 
-    // Read once: a slider that moves to a position of a smaller value writes that value to the profile.
+    // Read once: a slider that moves to a position with a smaller value writes that value to the profile.
     const float quality = static_cast<float>(profile.quality());
     mBitrateEditor->mSlider->setValue(QUALITY_TO_BITRATE * quality);
     mQualityEditor->mSlider->setValue(quality);
@@ -252,7 +252,7 @@ void PropertyEditor::propertyChanged()
 
 void PropertyEditor::applyCheckBox(const ConditionalCheckBox* box, unsigned int flag, bool enabled)
 {
-    // A disabled box changes for the look of it, not by a wish of the user.
+    // A disabled box changes its look, not the user's choice.
     if (!box->isEnabled())
         return;
     if (SoundBank* bank = firstBank())

@@ -17,8 +17,7 @@ class EnhancedSlider;
 class SoundBank;
 class SoundProfile;
 
-// Shows the bank that it is given and writes every edit into the first bank of the workspace at once. It keeps no copy
-// of anything.
+// Shows the bank that it is given and writes every edit to the first bank of the workspace at once. It keeps no copies.
 class PropertyEditor : public QWidget
 {
     Q_OBJECT
@@ -49,7 +48,7 @@ public slots:
     void setWritePeakVolume(int state);
 
 private:
-    // The pages below the format; each connects to the editor that it is given, which isn't its parent.
+    // The pages below the format. Each connects to the editor that it is given, which isn't its parent.
     struct BitrateEditor;
     struct QualityEditor;
     struct SampleRateEditor;

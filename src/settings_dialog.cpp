@@ -29,7 +29,7 @@ SettingsDialog::SettingsDialog(QWidget* parent)
 
     mThreadSlider = new EnhancedSlider(System::MIN_THREADS, System::MAX_THREADS, System::DEFAULT_THREADS,
                                        System::MAX_THREADS - System::MIN_THREADS, 0);
-    mThreadSlider->setParent(this); // before the check box, which the Tab key would else reach first
+    mThreadSlider->setParent(this); // before the check box, which the Tab key would otherwise reach first
     mThreadSlider->setControlName("Thread count");
     auto* threadLabel = new QLabel("Thread count");
     threadLabel->setBuddy(mThreadSlider);

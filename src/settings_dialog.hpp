@@ -1,4 +1,4 @@
-// The dialog for what belongs to the installation and not to a project.
+// The dialog for settings of the installation, as opposed to those of a project.
 #pragma once
 
 #include <QDialog>
@@ -11,8 +11,8 @@ namespace TARNOK {
 class EnhancedDirectoryLineEdit;
 class EnhancedSlider;
 
-// A view of the settings and of the build system: filled from there, and written back there when it is accepted. One
-// dialog serves the whole run; what it shows on opening is what it showed when it last closed.
+// A view of the settings and of the build system: it is filled from them and written back when it is accepted. The
+// program uses one dialog, which opens with what it showed when it was last closed.
 class SettingsDialog : public QDialog
 {
     Q_OBJECT
@@ -21,10 +21,10 @@ public:
     explicit SettingsDialog(QWidget* parent);
 
 public slots:
-    // The controls into the settings, and those into the store on disk.
+    // Copies the controls to the settings, and the settings to the store on disk.
     void updateDirectories();
 
-    // The settings into the controls.
+    // Copies the settings to the controls.
     void updateText();
 
 private:

@@ -1,10 +1,10 @@
-// The one way to a global service.
+// Access to global services.
 #pragma once
 
 namespace TARNOK {
 
-// One object of T for the process, made at the first call (safe on any thread) and destroyed with the statics, in the
-// reverse order of first use. Nobody else makes or deletes a T.
+// The one object of T in the process, created by the first call (safe on any thread) and destroyed with the statics, in
+// reverse order of first use. Nothing else creates or deletes a T.
 template <typename T>
 class Singleton
 {

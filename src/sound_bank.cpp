@@ -18,10 +18,10 @@ namespace {
 
 constexpr int FLAG_BITS = 32;
 
-// The first format number that no profile may have. The range ends one beyond the last real format.
+// The first invalid format number of a profile, which is one beyond that of the last real format.
 constexpr quint32 FORMAT_LIMIT = FORMAT_COUNT + 1;
 
-// Reports a step that doesn't belong where it stands. Always false, for the reader that returns it.
+// Reports an unexpected step. Always false, for the reader to return.
 bool unexpectedTag(XmlStreamIterator& xml)
 {
     xml.raiseError("unexpected tag '%s' : '%s'");
@@ -96,7 +96,7 @@ bool SoundProfile::serialize(QXmlStreamWriter* writer) const
     }
     writer->writeEndElement();
 
-    // Being saved is bookkeeping, not content.
+    // Whether it is saved isn't part of the content.
     const_cast<SoundProfile*>(this)->makeClean();
     return true;
 }
@@ -333,7 +333,7 @@ bool Subsound::deserializeAddedFlags(XmlStreamIterator& xml)
     return true;
 }
 
-// Unlike an "add", which holds empty elements only, a "remove" may hold text elements, whose text is the word.
+// Unlike an "add", which contains only empty elements, a "remove" may contain text elements, whose text is the word.
 bool Subsound::deserializeRemovedFlags(XmlStreamIterator& xml)
 {
     while (++xml != XmlStreamIterator::XML_BLOCK_END) {
@@ -436,7 +436,7 @@ void SoundBank::setOutputFilePath(const QString& path)
     else
         mFileLocation.clear();
 
-    // Sought from the slash on; without one, from -1, which is the last character alone. So a bare name keeps its
+    // Searched from the slash on. Without a slash, the search starts at -1, the last character: a bare name keeps its
     // extension, and outputFilePath() doesn't add another.
     const auto dot = path.indexOf('.', slash);
     if (dot >= 0) {

@@ -14,7 +14,7 @@ constexpr int MAX_QUALITY = 100;
 // The largest sum of channels to which files may be interleaved by hand.
 constexpr int MAX_INTERLEAVED_CHANNELS = 16;
 
-// The encoding settings of a bank: output format, quality, build flags. Can be kept in a file of its own.
+// The encoding settings of a bank: output format, quality, build flags. Can be stored in a file of its own.
 class SoundProfile : public Serializable
 {
 public:
@@ -30,12 +30,12 @@ public:
 
     bool validate() const;
 
-    // Takes over the other profile's settings; dirty only if one differs.
+    // Copies the other profile's settings; modified only if one differs.
     void clone(const SoundProfile& other);
 
     bool serialize(QXmlStreamWriter* writer) const override;
 
-    // What the file doesn't mention keeps its value, and flags are added to those that are set.
+    // Settings that the file doesn't mention keep their values, and its flags are added to those that are set.
     bool deserialize(XmlStreamIterator& xml) override;
 
 private:
@@ -46,7 +46,7 @@ private:
     unsigned int mBuildFlags = 0;
 };
 
-// One audio file on disk, with what was learned of it when it was added.
+// One audio file on disk, with its properties at the time when it was added.
 class SourceFile : public AbstractItem
 {
 public:
@@ -57,8 +57,8 @@ public:
 
     void setFile(const QFile& file, int sampleRate, int channelCount, int length_ms, KESS_SOUND_FORMAT format);
 
-    // Location, name and type joined. The type is in lower case and its dot is always there, so that a file without
-    // a suffix, or with one in capitals, comes back changed.
+    // Location, name and type joined. The type is lowercase and its dot is always present, so that the name of a file
+    // without a suffix, or with an uppercase one, changes.
     QString wholePath() const;
 
     bool serialize(QXmlStreamWriter* writer) const override;
@@ -89,8 +89,8 @@ private:
     KESS_SOUND_FORMAT mFormat = KESS_SOUND_FORMAT_NONE;
 };
 
-// One sound of a bank: one file, or several that are interleaved. With one file it shows as a leaf: childCount() and
-// child() hide the file, the list holds it.
+// One sound of a bank: one file, or several interleaved ones. With one file it appears as a leaf: childCount() and
+// child() hide the file, which is in the list.
 class Subsound : public AbstractItemContainer<SourceFile>
 {
 public:
@@ -100,20 +100,21 @@ public:
     // False, with nothing changed, if the file isn't a valid sound.
     bool addFile(const QString& path);
 
-    // For callers that have validated the file already.
+    // For callers that have already validated the file.
     void addFileInternal(const QString& path, int sampleRate, int channelCount, int length_ms,
                          KESS_SOUND_FORMAT format);
 
-    // The build flags that this sound decides for itself, and for each of them whether it is on.
+    // The build flags that this sound overrides, and for each of them whether it is on.
     unsigned int buildFlagOverridesMask() const { return mBuildFlagOverridesMask; }
     unsigned int buildFlags() const { return mBuildFlags; }
     void overrideBuildFlag(unsigned int flag, bool enabled);
 
-    // Quality of this sound alone; 0 means none. Not kept in project files, and no change that needs saving.
+    // Quality of this sound alone; 0 means none. Not stored in project files, and changing it doesn't modify the
+    // project.
     unsigned int quality() const { return mQuality; }
     void setQuality(unsigned int quality) { mQuality = quality; }
 
-    float desiredSampleRate() const { return mDesiredSampleRate; } // hertz, 0 means no wish
+    float desiredSampleRate() const { return mDesiredSampleRate; } // hertz, 0 means that of the source
 
     bool serialize(QXmlStreamWriter* writer) const override;
     bool deserialize(XmlStreamIterator& xml) override;
@@ -148,11 +149,11 @@ public:
     explicit SoundBank(AbstractItem* parent);
     ~SoundBank() override;
 
-    // The new subsound with that one file, or null, with the error logged, if it isn't a valid sound.
+    // The new subsound with that one file. If the file isn't a valid sound, the error is logged and null is returned.
     Subsound* addSubsound(QString path);
 
-    // Splits path into directory, name and extension. An existing directory replaces the directory alone; a part
-    // that path doesn't have stays as it was.
+    // Splits path into directory, name and extension. An existing directory replaces only the directory; a part that
+    // path lacks is unchanged.
     void setOutputFilePath(const QString& path);
     QString outputFilePath() const;
 
@@ -162,7 +163,7 @@ public:
     SoundProfile& profile() { return mProfile; }
     const SoundProfile& profile() const { return mProfile; }
 
-    // Whether the bank can be built and saved; what a user forgot is logged.
+    // Whether the bank can be built and saved; what is missing is logged.
     bool validate() const;
 
     // Whether the bank or its profile has changes to save.
@@ -171,7 +172,7 @@ public:
     // Saves to a project file.
     bool save(const QString& path);
 
-    // Takes the bank out of the workspace and deletes it.
+    // Removes the bank from the workspace and deletes it.
     void unload();
 
     bool serialize(QXmlStreamWriter* writer) const override;

@@ -14,7 +14,7 @@ extern "C" void noteSignal(int number)
     int none = 0;
     if (firstSignal.compare_exchange_strong(none, number))
         return;
-    // Arrives when this handler returns.
+    // Delivered when this handler returns.
     std::signal(number, SIG_DFL);
     std::raise(number);
 }

@@ -1,4 +1,4 @@
-// Signals that ask the process to stop, for work that has to be wound up first.
+// Signals that ask the process to stop, for work that must be finished cleanly first.
 #pragma once
 
 #include <csignal>
@@ -6,9 +6,9 @@
 
 namespace TARNOK {
 
-// While one lives, an interrupt, a termination or a hang-up doesn't end the process: the first one is noted, for the
-// owner to wind up what it is doing, and any other ends the process at once. Signals that were ignored stay ignored.
-// There is one at a time.
+// While one exists, an interrupt, a termination or a hang-up doesn't end the process: the first one is recorded, so
+// that the owner can finish, and a second one ends the process at once. Signals that were ignored stay ignored. At most
+// one exists at a time.
 class StopSignals
 {
 public:
@@ -17,7 +17,7 @@ public:
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
-    // The signal that was noted since the process began; 0 if there is none.
+    // The signal that was recorded since the process started; 0 if there is none.
     static int noted();
 
 private:

@@ -15,7 +15,7 @@
 
 #include <sys/stat.h>
 
-// Not every engine tells more than its result.
+// Not every engine has this function.
 #pragma weak KESS_SystemError
 
 namespace TARNOK {
@@ -118,12 +118,12 @@ constexpr SuffixHint SUFFIX_HINTS[] = {
     {"tnb", KESS_SOUND_TYPE_TNB},
 };
 
-// Endings of names beyond those, in lower case.
+// Further extensions, in lowercase.
 constexpr const char* OTHER_SOUND_SUFFIXES[] = {"w64", "rf64", "bwf", "oga", "opus", "mp1",
                                                 "m4a", "aac",  "caf", "au",  "snd",  "voc"};
 
-// What the system says of a file that the engine doesn't take; empty if it is a file like any other.
-QString faultOfAccess(const QString& path)
+// Why the system can't read a file that the engine refuses; empty if it can be read.
+QString accessFault(const QString& path)
 {
     struct stat status;
     if (path.isEmpty() || stat(QFile::encodeName(path).constData(), &status) != 0)
@@ -136,7 +136,7 @@ QString faultOfAccess(const QString& path)
     return file.error() == QFileDevice::PermissionsError || errno == EACCES ? "no permission" : file.errorString();
 }
 
-QString faultOfFolder(const QString& path)
+QString folderFault(const QString& path)
 {
     struct stat status;
     if (stat(QFile::encodeName(path).constData(), &status) != 0)
@@ -144,13 +144,13 @@ QString faultOfFolder(const QString& path)
     return "it is not a folder";
 }
 
-// Whether the engine failed for want of memory.
+// Whether the engine ran out of memory.
 bool isOutOfMemory()
 {
     return KESS_SystemError && KESS_SystemError() == ENOMEM;
 }
 
-QString faultOfContent(KESS_RESULT result)
+QString contentFault(KESS_RESULT result)
 {
     if (result == KESS_ERR_FILE_BAD && isOutOfMemory())
         return "out of memory";
@@ -200,7 +200,7 @@ bool SoundFileValidator::isValid(const QString& path, int* sampleRate, int* chan
     mFault.clear();
     KESS::Sound* sound = path.isEmpty() ? nullptr : open(path);
     if (!sound) {
-        if (const QString fault = faultOfAccess(path); !fault.isEmpty())
+        if (const QString fault = accessFault(path); !fault.isEmpty())
             mFault = fault;
         return false;
     }
@@ -257,7 +257,7 @@ KESS::Sound* SoundFileValidator::open(const QString& path)
     case KESS_ERR_TOOMANYCHANNELS:
     case KESS_ERR_VERSION:
         logger()->println(Logger::OUTPUT_DEBUG, "(%d) %s", result, engineText(result));
-        mFault = faultOfContent(result);
+        mFault = contentFault(result);
         return nullptr;
     default:
         Q_ASSERT(!"a result of the engine that no file can cause");
@@ -291,7 +291,7 @@ bool SoundFileValidator::hasSoundExtension(const QString& path) const
 bool SoundFileValidator::isAccepted(KESS_SOUND_TYPE type) const
 {
     switch (type) {
-    // Instruments, notes and playlists hold no plain sample data.
+    // Instruments, notes and playlists contain no plain sample data.
     case KESS_SOUND_TYPE_DLS:
     case KESS_SOUND_TYPE_IT:
     case KESS_SOUND_TYPE_MIDI:
@@ -327,7 +327,7 @@ QString System::getDir(const char* name)
 
 void System::setDir(const char* name, const QString& directory)
 {
-    // A directory that is gone stays in the table as it was given; getOutputDir replaces it when it is asked.
+    // A directory that no longer exists stays in the table unchanged; getOutputDir() replaces it when it is called.
     mDirectories[name] = directory;
 }
 
@@ -345,7 +345,7 @@ QString System::getOutputDir(const char* name)
     setDir(name, directory.path());
     if (!path.isEmpty() && path != directory.path())
         mReplaced[directory.path()] = QString("%1 folder '%2' can't be used: %3; '%4' is used instead")
-                                          .arg(name, path, faultOfFolder(path), directory.path());
+                                          .arg(name, path, folderFault(path), directory.path());
     return directory.path();
 }
 

@@ -13,15 +13,15 @@ namespace TARNOK {
 inline constexpr const char* COMPANY_NAME = "KESS";
 inline constexpr const char* APP_NAME = "KESS SoundBank Generator";
 
-// The version is shown in hexadecimal, 2.03.08; the label says what kind of release it is and is empty for a plain one.
+// The version is shown in hexadecimal, 2.03.08; the label names the kind of release and is empty for a regular one.
 inline constexpr unsigned int VERSION_MAJOR = 0x2;
 inline constexpr unsigned int VERSION_MINOR = 0x3;
 inline constexpr unsigned int VERSION_PATCH = 0x8;
 inline constexpr const char* APP_VERSION_LABEL = "";
 inline constexpr const char* COPYRIGHT_LINE = "Copyright (C) KESS. All rights reserved.";
 
-// Asks a silent audio engine what a file is, and decides whether it may enter a bank. Without the engine the process
-// can't go on.
+// Asks an audio engine without output what a file is, and decides whether it may be added to a bank. The process can't
+// continue without the engine.
 class SoundFileValidator
 {
 public:
@@ -30,17 +30,17 @@ public:
     SoundFileValidator(const SoundFileValidator&) = delete;
     SoundFileValidator& operator=(const SoundFileValidator&) = delete;
 
-    // Any of the pointers may be null. The facts are not to be trusted when the result is false.
+    // Any of the pointers may be null. When the result is false, the values are unspecified.
     bool isValid(const QString& path, int* sampleRate, int* channelCount, int* length_ms, KESS_SOUND_FORMAT* format);
 
-    // Why the last file that was asked about may not enter a bank, in words for people.
+    // Why the last file that was validated may not be added to a bank, in words for people.
     const QString& fault() const { return mFault; }
 
-    // Whether a file holds sound of its own, a bank's aside, or may do so for all that is known without the memory to
-    // find out. Nothing is logged.
+    // Whether a file is a sound file other than a bank, or may be one if there was too little memory to find out. Logs
+    // nothing.
     bool isSound(const QString& path);
 
-    // Whether a file's name is one of those that sounds have; that of a bank only where banks may be sources.
+    // Whether a file's name has the extension of a sound; that of a bank counts only where banks may be sources.
     bool hasSoundExtension(const QString& path) const;
 
     // Whether compiled banks may serve as source files.
@@ -48,7 +48,7 @@ public:
     void setAllowTnbFiles(bool allow) { mAllowTnbFiles = allow; }
 
 private:
-    // Null, with the reason logged, for a file that the engine doesn't take.
+    // Null, with the reason logged, for a file that the engine refuses.
     KESS::Sound* open(const QString& path);
     KESS_RESULT tryOpen(const QString& path, KESS_SOUND_TYPE hint, KESS::Sound** sound);
     bool isAccepted(KESS_SOUND_TYPE type) const;
@@ -58,11 +58,11 @@ private:
     QString mFault;
 };
 
-// What a path's suffix suggests to the engine; suffixes are compared with regard to case.
+// The type that a path's suffix suggests to the engine. The comparison is case-sensitive.
 KESS_SOUND_TYPE getTypeFromFileExtension(const QString& path);
 
-// The user's directories and values. A write goes to a table in memory, which reads see at once; it reaches the store
-// on disk only by one of the finalize calls.
+// The user's directories and values. A write goes to a table in memory, which reads see at once. Only the finalize
+// calls write it to the store on disk.
 class System
 {
 public:
@@ -82,21 +82,21 @@ public:
     QString getDir(const char* name);
     void setDir(const char* name, const QString& directory);
 
-    // A directory that exists: the one that is set, or else one in the user's documents, which is made.
+    // An existing directory: the one that is set, otherwise one in the user's documents, which is created.
     QString getOutputDir(const char* name);
 
-    // What getOutputDir() returned in place of a directory that can't be used, in words for people; empty if it is as
-    // it was set.
+    // What getOutputDir() returned instead of a directory that can't be used, in words for people; empty if it returned
+    // the one that is set.
     QString replacementOf(const QString& directory) const { return mReplaced.value(directory); }
 
     int getValue(const char* name);
     void setValue(const char* name, int value);
     int getDefaultValue(const char* name);
 
-    // The projects used last, which live in the settings store alone, the latest first.
+    // The recent projects, latest first. They are stored in the settings store alone.
     static QStringList recentProjects();
 
-    // Puts path at the front of them.
+    // Moves path to the front of them.
     static void rememberProject(const QString& path);
 
     void finalizeSettings() const;

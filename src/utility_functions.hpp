@@ -1,4 +1,4 @@
-// The words for formats and build flags, as files, switches and panels use them.
+// The words for formats and build flags in files, switches and panels.
 #pragma once
 
 #include "kess.h"
@@ -11,7 +11,7 @@ namespace TARNOK {
 // How many formats there are; their numbers count from 0.
 constexpr int FORMAT_COUNT = 6;
 
-// How a format takes its quality setting.
+// How a format uses its quality setting.
 enum FormatType
 {
     FORMAT_TYPE_BITRATE = 0, // through a bitrate editor
@@ -19,17 +19,17 @@ enum FormatType
     FORMAT_TYPE_QUALITY = 2, // on the scale of 0 to 100
 };
 
-// All of these abort on a value outside their tables, with the one exception of stringToFormat with ok.
+// All of these abort on a value outside their tables, except for stringToFormat with ok.
 
 const char* fileFormatToString(KESS_SOUND_FORMAT format);
 const char* formatToString(TARNOK_FORMAT format);
 
-// Compares without regard to case. An unknown word aborts if ok is null, otherwise sets *ok to false.
+// Ignores case. An unknown word aborts if ok is null, otherwise sets *ok to false.
 TARNOK_FORMAT stringToFormat(const QString& text, bool* ok);
 
 int getFormatType(TARNOK_FORMAT format);
 
-// Compares with regard to case.
+// Case-sensitive.
 unsigned int stringToBuildFlag(const QString& text);
 
 // flag has exactly one bit set, one that has a word.

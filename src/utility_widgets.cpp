@@ -29,7 +29,7 @@ namespace TARNOK {
 
 namespace {
 
-// Pixels that the drawn groove of a slider stays away from its widget's ends, both ends together and one end.
+// The distance of a slider's groove from the ends of its widget in pixels: both ends together, and one end.
 constexpr int GROOVE_MARGINS = 12;
 constexpr int GROOVE_MARGIN = 6;
 
@@ -39,7 +39,7 @@ constexpr int MARKER_BOTTOM = 20;
 constexpr int ICON_WIDTH = 20;
 constexpr int BROWSE_BUTTON_WIDTH = 22;
 
-// A list that waits for its sounds logs for as long as it waits: the oldest lines give way.
+// A list that waits for its sounds logs all the while: the oldest lines are dropped.
 constexpr int MOST_LINES = 100000;
 
 // At most six significant digits.
@@ -138,8 +138,8 @@ void EnhancedSlider::initInternal(int resolution, int decimals)
     mMinLabel = new QLabel;
     mMaxLabel = new QLabel;
 
-    // The range isn't known yet and the validator's stays open: what is typed is clamped when it is taken over. Numbers
-    // are read with a point, so that one typed with a comma must not pass.
+    // The range isn't known yet, so that the validator has none: typed values are clamped when they are used. Numbers
+    // are read with a decimal point, so that one with a comma must not pass.
     validator->setRange(static_cast<double>(mMinValue), static_cast<double>(mMaxValue), decimals);
     validator->setLocale(QLocale::c());
     mTextBox = new NumericTextBox(QString(), validator, nullptr);
@@ -296,7 +296,7 @@ void ConditionalCheckBox::setEnabled(bool enable)
 DirectoryLineEdit::DirectoryLineEdit(QWidget* parent)
     : QLineEdit(parent)
 {
-    // The text is elided to nearly the whole width; with a line edit's own margins its ends would be cut.
+    // The text is elided to nearly the full width; with the margins of a line edit its ends would be cut.
     setTextMargins(-2, 0, -2, 0);
 
     auto* completer = new QCompleter(this);
@@ -324,7 +324,7 @@ bool DirectoryLineEdit::setPath(const QString& path, bool createIfMissing)
     if (QDir(path).exists()) {
         const bool isOther = path != mPath;
         setPathInternal(path);
-        // What is typed belongs to the directory that was there before.
+        // The typed text belongs to the former directory.
         if (isOther && hasFocus())
             setText(mPath);
         elideText();
@@ -363,7 +363,7 @@ void DirectoryLineEdit::setPathInternal(const QString& path)
 
 void DirectoryLineEdit::focusInEvent(QFocusEvent* event)
 {
-    // The completer's list takes the focus and gives it back while the user types.
+    // The completer's list takes the focus and returns it while the user types.
     if (event->reason() != Qt::PopupFocusReason) {
         setText(mPath);
         end(false);
@@ -521,7 +521,7 @@ NotificationArea::NotificationArea(QWidget*)
     mTextEdit->setUndoRedoEnabled(false);
     mTextEdit->setAccessibleName("Notifications");
 
-    // A line begins on the left, also when the first letters in it are those of a Hebrew or Arabic file name.
+    // A line begins on the left, even if its first letters belong to a Hebrew or Arabic file name.
     QTextOption option = mTextEdit->document()->defaultTextOption();
     option.setTextDirection(Qt::LeftToRight);
     mTextEdit->document()->setDefaultTextOption(option);

@@ -16,22 +16,22 @@ class QTextEdit;
 
 namespace TARNOK {
 
-// A text for a message box, which takes one with a tag in it, as a directory's name may have, for rich text.
+// A text for a message box, escaped: a tag in it, for instance in the name of a directory, would make it rich text.
 QString asItStands(const QString& text);
 
-// A number that is shown with a fixed count of decimals: digits behind them are dropped, not rounded, and a value too
-// small to show is shown as the smallest step.
+// A number that is shown with a fixed count of decimals: further digits are dropped, not rounded, and a value that is
+// too small is shown as the smallest step.
 class NumericTextBox : public QFrame
 {
     Q_OBJECT
 
 public:
-    // The validator gives the count of decimals. An empty label means none, and no frame.
+    // The validator determines the count of decimals. An empty label means no label and no frame.
     NumericTextBox(QString label, QDoubleValidator* validator, QWidget* parent);
 
     void setValue(float value);
 
-    // The number in the text, 0 if it is none.
+    // The number in the text, 0 if it isn't a number.
     float getValue();
 
     QLineEdit* lineEdit() const { return mLineEdit; }
@@ -48,8 +48,8 @@ private:
 
 // A slider over a range of real numbers, with the range's ends beside it and a box to type into.
 //
-// All arithmetic is in single precision, and a position is cut from its value, not rounded: a value may come back from
-// its position as a slightly smaller one.
+// All arithmetic is in single precision, and a value is truncated to its position: the value of that position may be
+// slightly smaller.
 class EnhancedSlider : public QWidget
 {
     Q_OBJECT
@@ -61,7 +61,7 @@ public:
     // From 0 to maximum in as many steps, at the maximum, without labels at the ends.
     explicit EnhancedSlider(int maximum = 100, int decimals = 2);
 
-    // Aborts for a value outside the range. valueChanged tells the value of the slider's position, and only if that
+    // Aborts for a value outside the range. valueChanged reports the value of the slider's position, and only if that
     // changed; the box then shows the plain value.
     void setValue(float value);
 
@@ -78,7 +78,7 @@ public:
     // A red line at value; none at the range's lower end.
     void setMarkerValue(float value);
 
-    // What assistive technology calls the slider and the box.
+    // The names of the slider and the box for assistive technology.
     void setControlName(const QString& name);
 
 signals:
@@ -108,21 +108,20 @@ private:
     QSlider* mSlider = nullptr;
 };
 
-// A check box for a choice that doesn't always exist: while it is disabled it is unchecked, and enabled again it
-// returns to what it was.
+// A check box for a choice that doesn't always exist: disabling unchecks it, and enabling restores its state.
 class ConditionalCheckBox : public QCheckBox
 {
 public:
     ConditionalCheckBox(const QString& text, QWidget* parent);
 
-    // Hides QWidget's and must be called through this type. The check state changes before the enabled state.
+    // Hides QWidget::setEnabled and must be called through this type. The check state changes before the enabled state.
     void setEnabled(bool enable);
 
 private:
     bool mSavedChecked = false;
 };
 
-// A directory, shown whole while it is edited and with its middle left out otherwise.
+// A directory, shown in full while it is edited and elided in the middle otherwise.
 class DirectoryLineEdit : public QLineEdit
 {
     Q_OBJECT
@@ -130,20 +129,20 @@ class DirectoryLineEdit : public QLineEdit
 public:
     explicit DirectoryLineEdit(QWidget* parent);
 
-    // Takes a directory that exists. One that doesn't is refused or, if only its last part is missing, created once
-    // the user has agreed. False if nothing came of it.
+    // Accepts an existing directory. A missing one is refused or, if only its last part is missing, created after the
+    // user has agreed. False if the path didn't change.
     bool setPath(const QString& path, bool createIfMissing);
 
     void setPathInternal(const QString& path);
 
-    // Shows the path as far as there is room. The text of an edit that has the focus stays: it is the user's.
+    // Shows as much of the path as fits. The text of an edit that has the focus doesn't change: it belongs to the user.
     void elideText();
 
-    // Ends what the user does where the focus is in such an edit as if it left, for commands that leave the focus where
-    // it is. A path that is refused gives way to the one that holds.
+    // If such an edit has the focus, ends the editing as if it lost the focus, for commands that don't move the focus.
+    // A refused path is replaced by the current one.
     static void finishEditing();
 
-    // The whole path, whatever the text is.
+    // The full path, whatever the text is.
     const QString& path() const { return mPath; }
 
 signals:
@@ -170,7 +169,7 @@ public:
 
     DirectoryLineEdit* lineEdit() const { return mLineEdit; }
 
-    // What assistive technology calls the edit and the button.
+    // The names of the edit and the button for assistive technology.
     void setControlName(const QString& name);
 
 signals:
@@ -187,7 +186,7 @@ private:
     DirectoryLineEdit* mLineEdit;
 };
 
-// A picture in the middle of its area.
+// A picture, centred in its area.
 class PixmapWidget : public QWidget
 {
 public:
@@ -200,7 +199,7 @@ private:
     QPixmap mPixmap;
 };
 
-// A line to search with, and a cross that clears it.
+// A search line with a button that clears it.
 class SearchField : public QFrame
 {
     Q_OBJECT

@@ -19,15 +19,15 @@ namespace {
 
 constexpr int XML_INDENT = 4;
 
-// XML knows no other blanks.
+// XML has no other blanks.
 bool isBlank(const QString& text)
 {
     return std::all_of(text.begin(), text.end(), [](QChar c) { return QStringView(u" \t\n\r").contains(c); });
 }
 
-// Why a project of this bank could not be opened again; empty if it could. A reader passes over blanks between tags,
-// and finds neither a key nor a name in them.
-QString faultOfContent(const SoundBank* bank)
+// Why a project of this bank could not be opened again; empty if it could. A reader skips blanks between tags, so that
+// a key or a name of blanks would be lost.
+QString contentFault(const SoundBank* bank)
 {
     if (isBlank(bank->outputFilePath()))
         return "The name of the bank consists of blanks, and would be lost in it";
@@ -36,17 +36,17 @@ QString faultOfContent(const SoundBank* bank)
     return QString();
 }
 
-// A document without any text ends the process by an assertion, which doesn't name it.
+// A document without any text fails an assertion, which doesn't name the file.
 void remarkOnEmptyDocument(QFile& file)
 {
-    constexpr qint64 LONGEST_MARK = 4; // a byte order mark and one byte more
+    constexpr qint64 LONGEST_MARK = 4; // a byte order mark plus one byte
     const QByteArray start = file.peek(LONGEST_MARK);
     if (start.isEmpty() || start == "\xef\xbb\xbf" || start == "\xfe\xff" || start == "\xff\xfe")
         remarks()->add(QString("'%1' is empty").arg(file.fileName()));
 }
 
-// Writes one object as a document of its own; the file is removed if the object refuses. One that hasChanges has them
-// again if that fails.
+// Writes one object as a document of its own. If the object refuses, the file is removed. An object with hasChanges is
+// marked as modified again if writing fails.
 bool writeDocument(const Serializable& object, bool hasChanges, const QString& path, bool isPrivate,
                    QString fault = QString())
 {
@@ -81,7 +81,7 @@ bool writeDocument(const Serializable& object, bool hasChanges, const QString& p
 // The largest float that an unsigned integer holds.
 constexpr float QUALITY_LIMIT = 4294967040.0f;
 
-// Of several quality options the first counts.
+// The first of several quality options counts.
 void applyQualityOption(const QStringList& fields, Subsound* subsound)
 {
     static const QRegularExpression pattern(QRegularExpression::anchoredPattern("quality=(\\d+)"));
@@ -99,7 +99,7 @@ void applyQualityOption(const QStringList& fields, Subsound* subsound)
 Workspace::Workspace()
     : AbstractItemContainer<SoundBank>(nullptr, RTTI_WORKSPACE)
 {
-    // The items log when they are destroyed: the logger must be there first, to go last.
+    // The items log when they are destroyed. The logger must be created first, so that it is destroyed last.
     logger();
 }
 
@@ -120,7 +120,7 @@ SoundBank* Workspace::loadSoundBank(const QString& path)
 
 QString Workspace::rootOf(const QString& path)
 {
-    // Opening a pipe would wait for its writer.
+    // Opening a pipe would block until it has a writer.
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return QString();
@@ -157,7 +157,7 @@ bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
 
 bool Workspace::saveSoundBank(const SoundBank* bank, const QString& path)
 {
-    return writeDocument(*bank, true, path, !bank->encryptionKey().isEmpty(), faultOfContent(bank));
+    return writeDocument(*bank, true, path, !bank->encryptionKey().isEmpty(), contentFault(bank));
 }
 
 bool Workspace::saveProfile(const SoundProfile& profile, const QString& path)

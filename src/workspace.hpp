@@ -1,4 +1,4 @@
-// The root of the item tree, and the door between banks and files.
+// The root of the item tree, and the reading and writing of project, list and profile files.
 #pragma once
 
 #include "abstract_item.hpp"
@@ -7,7 +7,7 @@
 
 namespace TARNOK {
 
-// Holds the open banks in the order of their opening and owns them. It has no file of its own.
+// Owns the open banks, in the order in which they were opened. It has no file of its own.
 class Workspace : public AbstractItemContainer<SoundBank>, public Singleton<Workspace>
 {
 public:
@@ -18,26 +18,26 @@ public:
     // Opens a list file (.lst, .txt) or a project file (any other name). Null if that fails; most reasons are logged.
     SoundBank* loadSoundBank(const QString& path);
 
-    // Writes a project file; a new one that holds a key can be read by its owner alone. A bank that doesn't validate
-    // leaves no file at path, and the result is false; so it is, with what was at path before, if the disk is full or
-    // the project could not be opened again. A path that can't be opened for writing aborts.
+    // Writes a project file; a new file that contains a key can be read by its owner alone. For an invalid bank the
+    // file at path is removed and the result is false. If the disk is full, or the project could not be opened again,
+    // the result is false and the old file is kept. A path that can't be opened for writing aborts.
     bool saveSoundBank(const SoundBank* bank, const QString& path);
 
-    // Reads a profile file into profile, which stays as it was on failure. A missing file, and a workspace without a
-    // bank, abort.
+    // Reads a profile file into profile, which is unchanged on failure. Aborts if the file is missing or the workspace
+    // has no bank.
     bool loadProfile(SoundProfile* profile, const QString& path);
 
     // Writes a profile file. A path that can't be opened for writing aborts.
     bool saveProfile(const SoundProfile& profile, const QString& path);
 
-    // Reads a list file: a line a sound, a path and options separated by commas, up to the first empty line. A line
-    // whose file is no valid sound is tried again until it is one.
+    // Reads a list file: one line per sound, a path and options separated by commas, up to the first empty line. A line
+    // whose file isn't a valid sound is retried until it is one.
     bool loadFromList(const QString& path, SoundBank* bank);
 
     bool loadFromXml(const QString& path, SoundBank* bank);
 
-    // The name of the root element of an XML file: "soundbank" of a project, "profile" of a profile; empty if it is no
-    // XML file. Nothing is logged.
+    // The name of the root element of an XML file: "soundbank" for a project, "profile" for a profile; empty if it
+    // isn't an XML file. Logs nothing.
     static QString rootOf(const QString& path);
 
     bool serialize(QXmlStreamWriter*) const override { return false; }

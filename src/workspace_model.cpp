@@ -121,7 +121,7 @@ bool WorkspaceModel::canInterleave(AbstractItem* a, AbstractItem* b)
                           name.constData(), MAX_INTERLEAVED_CHANNELS);
         return false;
     }
-    // The sample format has no wording of its own.
+    // There is no separate message for the sample format.
     if (a->sampleRate() != b->sampleRate() || a->format() != b->format()) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Could not interleave '%s': files have different samplerates",
                           name.constData());
@@ -135,7 +135,7 @@ bool WorkspaceModel::moveItemInternal(AbstractItem* item, AbstractItem* newParen
     if (!item || !newParent || !target)
         Q_ASSERT(false);
 
-    // A bank as the target counts with its own row, so that what is dropped on the first bank goes to its top.
+    // If the target is a bank, its own row counts: items that are dropped on the first bank are moved to its top.
     int position = rowOfItem(target);
     if (item->parent() == newParent && rowOfItem(item) < position)
         --position;
@@ -153,8 +153,8 @@ void WorkspaceModel::moveItems(AbstractItem* target, QList<AbstractItem*> items)
     beginResetModel();
     mDestroyed.clear();
     for (AbstractItem* item : std::as_const(items)) {
-        // A sound dropped on one of its own files takes the target with it, and one dragged together with its files
-        // takes those.
+        // A sound that is dropped on one of its own files removes the target, and one that is dragged together with its
+        // files removes those.
         if (mDestroyed.contains(target))
             break;
         if (mDestroyed.contains(item))
@@ -201,7 +201,8 @@ void WorkspaceModel::moveOntoSourceFile(AbstractItem* target, AbstractItem* item
 
     switch (item->type()) {
     case RTTI_SUBSOUND: {
-        // The list shrinks while the index rises: every second file is moved, the others go with their subsound.
+        // The list shrinks while the index rises: every second file is moved, and the others are deleted with their
+        // subsound.
         auto* subsound = static_cast<Subsound*>(item);
         for (int i = 0; i < subsound->size(); ++i)
             moveItemInternal(subsound->at(i), receiver, target);
@@ -210,7 +211,7 @@ void WorkspaceModel::moveOntoSourceFile(AbstractItem* target, AbstractItem* item
     }
     case RTTI_SOURCEFILE: {
         moveItemInternal(item, receiver, target);
-        // The parent is the receiver by now and never empty: a subsound that lost all its files this way stays.
+        // By now the parent is the receiver, which is never empty: a subsound that lost all its files this way is kept.
         auto* parent = static_cast<Subsound*>(item->parent());
         if (parent->isEmpty())
             removeSubsound(parent);
@@ -262,7 +263,7 @@ Subsound* WorkspaceModel::interleaveSubsounds(QList<Subsound*>& subsounds)
         if (!canInterleave(interleavedSubsound, sound))
             continue;
 
-        // A sound of several files is not to be merged: the list's own check of its range ends the process.
+        // A sound of several files must not be merged: the range check of the list aborts the process.
         const int count = static_cast<int>(sound->size());
         for (int i = 0; i < count; ++i)
             sound->at(i)->reparent(interleavedSubsound, position + i);
@@ -282,7 +283,7 @@ void WorkspaceModel::removeItems(QList<AbstractItem*>& items)
     mDestroyed.clear();
     const QList<AbstractItem*> doomed = items;
     for (AbstractItem* item : doomed) {
-        // A file that is on the list together with its subsound may have gone with it.
+        // A file that is listed together with its subsound may have been deleted with it.
         if (mDestroyed.contains(item))
             continue;
         AbstractItem* parent = item->parent();
@@ -290,7 +291,7 @@ void WorkspaceModel::removeItems(QList<AbstractItem*>& items)
         item->release();
         if (parent->type() != RTTI_SUBSOUND)
             continue;
-        // The last file of a sound goes with its subsound, never alone: first() aborts on the empty list.
+        // The last file of a sound is deleted with its subsound, never alone: first() aborts on an empty list.
         auto* subsound = static_cast<Subsound*>(parent);
         if (subsound->size() < 2)
             (void)subsound->first();
@@ -308,7 +309,7 @@ QMimeData* ProxyTreeModel::mimeData(const QList<QModelIndex>& indexes) const
     QByteArray rows;
     QDataStream stream(&rows, QIODevice::WriteOnly);
     for (const QModelIndex& index : indexes) {
-        // A selected row comes as one index a column.
+        // A selected row has one index per column.
         if (!index.isValid() || index.column() != COLUMN_NAME)
             continue;
         const void* item = mapToSource(index).internalPointer();
@@ -335,7 +336,7 @@ bool ProxyTreeModel::filterAcceptsRow(int source_row, const QModelIndex& source_
 bool ProxyTreeModel::checkChildren(QModelIndex index) const
 {
     QModelIndex child = index.model()->index(0, 0, index);
-    // A leaf is judged by the text of the child that it doesn't have: by the empty string, whatever its own name is.
+    // A leaf is judged by the text of its missing child, which is the empty string, whatever its own name is.
     if (!child.isValid())
         return child.data().toString().contains(filterRegularExpression());
 

@@ -1,4 +1,4 @@
-// The project tree as item views see it, and the operations by which a user restructures it.
+// The project tree as a model for item views, and the operations with which a user restructures it.
 #pragma once
 
 #include "abstract_item.hpp"
@@ -17,8 +17,8 @@ class SoundBank;
 class SourceFile;
 class Subsound;
 
-// Keeps no copy of the tree: every index carries its item, every answer is read from the item. All changes are told as
-// a reset of the whole model.
+// Keeps no copy of the tree: every index contains its item, and all data is read from the item. Every change is
+// reported as a reset of the whole model.
 class WorkspaceModel : public QAbstractItemModel
 {
     Q_OBJECT
@@ -43,10 +43,10 @@ public:
         return createIndex(rowOfItem(item), 0, item);
     }
 
-    // The same for a caller that knows the item's row and so spares the search for it.
+    // The same for a caller that knows the item's row, without a search.
     QModelIndex indexForItem(AbstractItem* item, int row) const { return createIndex(row, 0, item); }
 
-    // For changes that were, or are about to be, made to the tree from outside.
+    // For changes to the tree that the caller has made or is about to make.
     void pulseReset();
 
     // Whether b's channels may join a's; a refusal is logged.
@@ -58,7 +58,7 @@ public slots:
 
     void removeItems(QList<AbstractItem*>& items);
 
-    // Carries out a drop: the items go before the target, or into it. Without a target the drop is ignored.
+    // Executes a drop: the items are moved before the target, or into it. Without a target the drop is ignored.
     void moveItems(AbstractItem* target, QList<AbstractItem*> items);
 
 private:
@@ -71,14 +71,14 @@ private:
     void moveOntoSubsoundOrBank(AbstractItem* target, AbstractItem* item);
     void moveFileToNewSubsound(SoundBank* bank, AbstractItem* target, SourceFile* file);
 
-    // Takes a subsound out of its bank and destroys it with the files that it still holds.
+    // Removes a subsound from its bank and destroys it with its remaining files.
     void removeSubsound(Subsound* subsound);
     void noteDestruction(const AbstractItem* item);
 
-    // Places item immediately before target, in newParent.
+    // Moves item immediately before target, in newParent.
     bool moveItemInternal(AbstractItem* item, AbstractItem* newParent, AbstractItem* target);
 
-    // Places for updates of single rows, which the model doesn't do.
+    // Hooks for updates of single rows, which the model doesn't do.
     void insertRowInternal(AbstractItem*) { }
     void removeRowInternal(AbstractItem*) { }
     void refreshSingleSubsound(Subsound*) { }
@@ -87,15 +87,15 @@ private:
     QMap<int, QString> mHeaders;
     QMap<RTTI_TYPE, QIcon> mIcons;
 
-    // What the operation in hand has destroyed: addresses to compare with what is still on its list.
+    // Addresses that the current operation has destroyed, to compare with those that are still on its list.
     QSet<const AbstractItem*> mDestroyed;
 };
 
-// Stands between the tree and its view: decides which rows are shown, lets every row be dragged and dropped on, and
-// makes the payload of a drag.
+// The layer between the tree and its view: decides which rows are shown, makes every row draggable and droppable, and
+// creates the payload of a drag.
 //
-// The payload is the items' addresses, one behind the other as raw bytes. It has a meaning inside this process alone,
-// while the items live.
+// The payload is the sequence of the items' addresses as raw bytes. It is only valid inside this process, while the
+// items exist.
 class ProxyTreeModel : public QSortFilterProxyModel
 {
     Q_OBJECT

@@ -8,22 +8,22 @@
 
 namespace TARNOK {
 
-// Turns the tokens of a reader on a fresh stream into the steps in which project and profile files are read.
-// Whitespace and comments between elements go by unseen. Input that can't be told apart as one of the steps, and a
-// step after an error, end the process.
+// Turns the tokens of a reader at the start of its stream into the steps in which project and profile files are read.
+// Whitespace and comments between elements are skipped. Input that is none of the steps, and a step after an error,
+// abort the process.
 class XmlStreamIterator
 {
 public:
     enum State : quint32
     {
         XML_ERROR = 0,
-        XML_EMPTY_ELEMENT = 1, // text() is the name, too
+        XML_EMPTY_ELEMENT = 1, // text() is the name as well
         XML_TEXT_ELEMENT = 2,
         XML_BLOCK_START = 3,
         XML_BLOCK_END = 4,
     };
 
-    // Reads the start of the document and stops at the root element. The reader is not owned.
+    // Reads up to the root element. The reader is not owned.
     explicit XmlStreamIterator(QXmlStreamReader* reader)
         : mState(XML_BLOCK_END)
         , mReader(reader)
@@ -61,7 +61,7 @@ public:
         return static_cast<int>(mState);
     }
 
-    // Puts the reader and this iterator into the error state; message is UTF-8 and taken as it stands.
+    // Puts the reader and this iterator into the error state; message is UTF-8 and is used unchanged.
     void raiseError(const char* message)
     {
         mReader->raiseError(QString::fromUtf8(message));
@@ -93,7 +93,7 @@ private:
         }
     }
 
-    // What an element is shows only in what stands behind its start tag.
+    // The kind of an element is known only from what follows its start tag.
     void readElement()
     {
         skip();

@@ -17,7 +17,7 @@
 
 namespace {
 
-// What a build farm goes by.
+// The exit status, for build farms.
 enum ExitStatus
 {
     ALL_WRITTEN = 0,
@@ -26,14 +26,14 @@ enum ExitStatus
     SOUNDS_MISSING = 3
 };
 
-// The exit status tells of the banks; whether the log arrived doesn't change it.
+// The exit status is about the banks; whether the log could be written doesn't change it.
 void reportLostLog()
 {
     if ((std::fflush(stdout) != 0 || std::ferror(stdout)) && !TARNOK::ConsoleRemarks::isSilent())
         std::fputs("tarnokexcl: the log could not be written to standard output\n", stderr);
 }
 
-// Ends in the way that tells the caller, a shell say, which signal it was.
+// Ends the process so that the caller, for instance a shell, learns which signal it was.
 void endBySignal(int number)
 {
     reportLostLog();
@@ -44,14 +44,14 @@ void endBySignal(int number)
 
 QtMessageHandler formerHandler = nullptr;
 
-// An assertion that fails ends the process after this.
+// A failed assertion aborts the process after this.
 void passUnlessSilent(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     if (!TARNOK::ConsoleRemarks::isSilent())
         formerHandler(type, context, message);
 }
 
-// Names and keys are UTF-8. Others would silently become different ones.
+// Names and keys are UTF-8. Other bytes would silently be converted into something else.
 bool refuseForeignArguments(int argc, char** argv)
 {
     for (int i = 1; i < argc; ++i) {
@@ -71,18 +71,18 @@ int main(int argc, char** argv)
 {
     openMissingStandardStreams();
 
-    // A reader of the log that goes away, or a log file that is full, doesn't end a build.
+    // A build continues if the reader of the log goes away or the log file is full.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::atexit(reportLostLog);
 
-    // Names of files are UTF-8 whatever the machine's locale; Qt would say so on every run under another one.
+    // Names of files are UTF-8 in every locale; in another one, Qt would print a warning on every run.
     setenv("LC_ALL", "C.UTF-8", 1);
 
-    // A log that is followed through a pipe, or cut short by a crash, shows every line that was said.
+    // A log that is read through a pipe, or cut short by a crash, contains every line.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    // Qt takes out of its arguments what it knows, wherever it stands: those of the tool are not for it.
+    // Qt removes the arguments that it knows, wherever they are: it gets a copy.
     int ownCount = 1;
     char* ownArguments[] = {argv[0], nullptr};
     const QCoreApplication application(ownCount, ownArguments);
