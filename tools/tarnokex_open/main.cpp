@@ -1,5 +1,5 @@
-// Opens a project in the desktop program, for file managers: tarnokex looks at no arguments and begins with the project
-// that was used last, so the project is made that one before tarnokex takes this process over.
+// Opens a project in the desktop program, for file managers. tarnokex ignores its arguments and opens the project that
+// was used last. So this program stores the project as the last one, then replaces itself with tarnokex.
 #include "../standard_streams.hpp"
 #include "utility_classes.hpp"
 
