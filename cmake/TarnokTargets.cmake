@@ -1,4 +1,4 @@
-# What every target of the project shares: language level, warnings, sanitizers, output folders.
+# Shared by all targets of the project: language level, warnings, sanitizers, output folders.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -10,7 +10,7 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# Programs find the libraries beside them in lib/, from the build folder and installed alike.
+# Programs find the libraries in lib/ beside them, both in the build folder and when installed.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
@@ -25,7 +25,7 @@ if(TARNOK_SANITIZE)
     target_compile_options(tarnok_options INTERFACE
         -fsanitize=${TARNOK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
     target_link_options(tarnok_options INTERFACE -fsanitize=${TARNOK_SANITIZE} -fno-sanitize-recover=all)
-    # clang leaves the sanitizer's symbols to the program that loads a shared library.
+    # With clang, the program that loads a shared library provides the sanitizer's symbols.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         target_link_options(tarnok_options INTERFACE -Wl,--undefined-version -Wl,-z,undefs)
     endif()
@@ -35,8 +35,8 @@ if(TARNOK_COVERAGE)
     target_link_options(tarnok_options INTERFACE --coverage)
 endif()
 
-# A shared library of the product. It exports what its headers do and lib<output>.map lets through: without that, every
-# template of the standard library that it instantiates would be part of its interface.
+# A shared library of the product. It exports only what both its headers and lib<output>.map export. Without the map,
+# each instantiated template of the standard library would be part of its interface.
 function(tarnok_add_shared_library target output)
     add_library(${target} SHARED ${ARGN})
     set_target_properties(${target} PROPERTIES
@@ -48,7 +48,7 @@ function(tarnok_add_shared_library target output)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
 endfunction()
 
-# A program of the product, which finds its libraries through $ORIGIN/lib.
+# A program of the product. It finds its libraries in $ORIGIN/lib.
 function(tarnok_add_program target)
     add_executable(${target} ${ARGN})
     set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN/lib")

@@ -1,5 +1,5 @@
-# Takes version and date of the release from the newest entry of CHANGELOG, the one file that holds them: TARNOK_VERSION
-# as 1.2.3, TARNOK_RELEASE_DATE as 2026-01-31.
+# Reads version and date of the release from the newest entry of CHANGELOG, the only file that contains them. Sets
+# TARNOK_VERSION (such as 1.2.3) and TARNOK_RELEASE_DATE (such as 2026-01-31).
 
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/CHANGELOG")
 file(READ "${CMAKE_SOURCE_DIR}/CHANGELOG" changelog)

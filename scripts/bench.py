@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""What scripts/bench.sh measures, see there.
+"""The measurements of scripts/bench.sh; see there.
 
-Everything is measured as a whole process, from its start to its exit. The programs that are compared take turns within
-one run, so that whatever else the machine does meets all of them; a ratio is the median of the ratios of all runs.
-Nothing is deleted before the end: some file systems take long to create files where others have just been removed.
+Each measurement covers a whole process from its start to its exit. The compared programs take turns within one run, so
+that other load on the machine affects all of them. A ratio is the median of the ratios of all runs. Nothing is deleted
+before the end: some file systems create files slowly where others have just been removed.
 """
 
 import argparse
@@ -28,7 +28,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
 class Cost:
-    """Seconds, processor's seconds and peak memory in MB of a process and those that it started."""
+    """Wall time and processor time in seconds, and peak memory in MB, of a process and its children."""
 
     def __init__(self, wall, usage):
         self.wall = wall
@@ -64,11 +64,11 @@ class Table:
         print(f"{what:58} {form.format(value):>8} {shown:>8}  {verdict:6}  {note}", flush=True)
 
     def ratio(self, what, ours, theirs, target):
-        """ours and theirs are costs by run; theirs may be sums of several."""
+        """ours and theirs are lists of costs, one per run; theirs may be sums."""
         value = statistics.median(a.wall / b.wall for a, b in zip(ours, theirs))
         own, other = (statistics.median(c.wall for c in costs) for costs in (ours, theirs))
         processor = statistics.median(a.cpu / b.cpu for a, b in zip(ours, theirs))
-        self.line(what, value, target, f"{own:.3f} s / {other:.3f} s; processor's time {processor:.2f}")
+        self.line(what, value, target, f"{own:.3f} s / {other:.3f} s; processor time {processor:.2f}")
 
     @staticmethod
     def head():
@@ -100,7 +100,7 @@ class Bench:
         self.count = 0
 
     def fresh(self, stem):
-        """A path that nothing has had before."""
+        """A path that hasn't been used before."""
         self.count += 1
         return self.folder / f"{stem}{self.count}"
 
@@ -110,7 +110,7 @@ class Bench:
         return path
 
     def compile(self, sounds, form, cache, bank, threads=THREADS, *more):
-        """Paths are given relative to the folder: an absolute one behind the source would be read as a switch."""
+        """Passes relative paths: after the source, an absolute path would be read as a switch."""
         return run([self.console, f"./{sounds.relative_to(self.folder)}", "-format", form, "-quality", str(QUALITY),
                     "-thread_count", str(threads), "-cache_dir", cache.relative_to(self.folder),
                     "-o", f"{bank.relative_to(self.folder)}.tnb", *more], self.folder)
@@ -125,7 +125,7 @@ class Bench:
         return run(["sh", "-c", f'cat "$@" > {copied}', "sh", *files], self.folder)
 
     def wavs(self, source):
-        """The sounds as WAV files, by way of a bank."""
+        """Converts the sounds to WAV files, through a bank."""
         cache = self.fresh_folder("cache")
         linked = self.fresh_folder("source")
         files = sorted(path for path in source.rglob("*") if path.suffix.lower() in (".flac", ".wav"))
@@ -139,13 +139,13 @@ class Bench:
         run([self.inspector, "extract", f"{bank}.tnb", "-o", wavs], self.folder)
         for path in wavs.iterdir():
             os.utime(path, (1e9, 1e9))
-        time.sleep(2.5)  # until the file system's clock has gone on, and files count as unchanged
+        time.sleep(2.5)  # until the clock of the file system has advanced, so that files count as unchanged
         return wavs
 
-    # -- peers: each returns a function that runs it once, or None
+    # -- peers: each returns a function that runs the peer once, or None if it isn't installed
 
     def each(self, program, arguments, files, words):
-        """Runs a program once for each file, two at a time; words(file, folder) ends its command line."""
+        """Runs a program once per file, two at a time; words(file, folder) is the end of its command line."""
         if not shutil.which(program):
             return None
 
@@ -168,7 +168,7 @@ class Bench:
                          lambda path, out: (path, "-c:a", "adpcm_ima_wav", out / path.name))
 
     def oggenc_batches(self, files):
-        """Fewer processes, each for several files."""
+        """Starts fewer processes, each for several files."""
         def once():
             out = self.fresh_folder("ogg")
             for path in files:
@@ -180,7 +180,7 @@ class Bench:
     # -- speed
 
     def measure_format(self, form, wavs, files, peers):
-        """Per run the peers, an empty cache, everything cached, and copies; peers are (name, target, function)."""
+        """Runs in turn: the peers, an empty cache, everything cached, copies. peers are (name, target, function)."""
         costs = {name: [] for name in ["empty", "cached", "cat", "cat bank", *(name for name, _, _ in peers)]}
         for _ in range(self.runs):
             for name, _, once in peers:
@@ -232,13 +232,13 @@ class Bench:
 
     def measure_kadpcm(self, files, kadpcm, vorbis):
         ratio = statistics.median(c.cpu for c in kadpcm) / statistics.median(c.cpu for c in vorbis)
-        self.table.line("kadpcm / vorbis, processor's time of a build", ratio, 0.5, "")
+        self.table.line("kadpcm / vorbis, processor time of a build", ratio, 0.5, "")
         out = subprocess.run([self.build / "benchmarks" / "kadpcm_quality", *files], capture_output=True, text=True)
         found = re.search(r"decoding ([0-9.]+)", out.stdout)
         if found:
             share = float(found[1]) * 1e-9 * 44_100
             self.table.line("kadpcm, 300 voices of 44.1 kHz / one core", 300 * share, 0.5,
-                            f"{found[1]} ns a sample, {1 / share:.0f} voices a core")
+                            f"{found[1]} ns per sample, {1 / share:.0f} voices per core")
 
     def speed(self, source):
         wavs = self.wavs(source)
@@ -285,7 +285,7 @@ class Bench:
         self.measure_large(long)
 
     def measure_balance(self, long, wavs):
-        """A long sound among short ones takes no longer than it must: alone, or half of all work."""
+        """A long sound among short ones takes as little time as possible: its own, or half of all work."""
         mixed = self.fresh_folder("mixed")
         for path in wavs.iterdir():
             os.link(path, mixed / path.name)
@@ -300,7 +300,7 @@ class Bench:
         self.table.line("vorbis, one long and many short / the least possible", statistics.median(ratios), 1.15, "")
 
     def measure_large(self, long):
-        """A bank above 4 GiB is sound, and its last sound comes back as it was."""
+        """A bank above 4 GiB is whole, and its last sound is unchanged."""
         large = self.fresh_folder("large")
         for number in range(7):
             os.link(long / "hour.wav", large / f"hour{number}.wav")
@@ -318,7 +318,7 @@ class Bench:
 
 
 def apart(work, *arguments):
-    """Does memory-hungry work in another process: a program's peak counts from the memory of the one that starts it."""
+    """Does work that needs much memory in another process: a program's peak includes the memory of its parent."""
     child = os.fork()
     if child == 0:
         status = 1
@@ -334,13 +334,13 @@ def apart(work, *arguments):
 
 
 def channels_of(path):
-    """Of a WAV file in which the format comes first, as tnb writes them; Python's module reads no float samples."""
+    """The channels of a WAV file that tnb wrote: its format comes first. The module wave can't read float files."""
     with open(path, "rb") as file:
         return int.from_bytes(file.read(24)[22:24], "little")
 
 
 def stereo_frames(path):
-    """The frames of a 16-bit sound as stereo; none of any other."""
+    """The frames of a 16-bit mono or stereo sound as stereo; empty for any other sound."""
     try:
         with wave.open(str(path)) as file:
             if file.getsampwidth() != 2 or file.getnchannels() > 2:
@@ -354,7 +354,7 @@ def stereo_frames(path):
 
 
 def write_hour(path, files):
-    """One hour of 48 kHz stereo, made of the sounds one after the other, again and again."""
+    """Writes one hour of 48 kHz stereo by repeating the sounds one after the other."""
     piece = b"".join(stereo_frames(file) for file in files)
     if not piece:
         sys.exit("no 16-bit sounds of one or two channels")
@@ -369,7 +369,7 @@ def write_hour(path, files):
 
 
 def cut(source, target, seconds):
-    """Takes the end of a long sound."""
+    """Copies the last seconds of a long sound."""
     with wave.open(str(source)) as file, wave.open(str(target), "wb") as out:
         count = seconds * file.getframerate()
         out.setparams(file.getparams())
@@ -378,7 +378,7 @@ def cut(source, target, seconds):
 
 
 def write_short(folder, count):
-    """Sounds of 50 ms, no two the same."""
+    """Writes sounds of 50 ms, all different."""
     shape = [i % 100 for i in range(2205)]
     for number in range(count):
         with wave.open(str(folder / f"sound{number:05}.wav"), "wb") as out:
@@ -400,9 +400,9 @@ def processor():
 def main():
     parser = argparse.ArgumentParser(prog="bench.sh", description="Measures the builder.")
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--scale", action="store_true", help="memory, and a bank above 4 GiB, instead of speed")
-    parser.add_argument("--runs", type=int, default=7, help="of everything that is compared (default 7)")
-    parser.add_argument("folder", nargs="?", type=pathlib.Path, help="sounds, FLAC or WAV")
+    parser.add_argument("--scale", action="store_true", help="measure memory, and a bank above 4 GiB, instead of speed")
+    parser.add_argument("--runs", type=int, default=7, help="number of runs of each comparison (default 7)")
+    parser.add_argument("folder", nargs="?", type=pathlib.Path, help="folder of FLAC or WAV files")
     arguments = parser.parse_args()
 
     source = arguments.folder
@@ -410,8 +410,8 @@ def main():
         source = SAMPLES
         if not source.is_dir():
             source = ROOT / "samples"
-            print("The targets are meant for many real sounds: install the package sonic-pi-samples, or name a folder. "
-                  "Going on with the few of samples/.")
+            print("The targets apply to many real sounds: install the package sonic-pi-samples, or name a folder. "
+                  "Continuing with the few sounds of samples/.")
     if not source.is_dir():
         sys.exit(f"{source}: no such folder")
     print(f"{processor()}, {os.cpu_count()} cores, Linux {platform.release()}, load {os.getloadavg()[0]:.1f}")

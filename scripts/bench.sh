@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Measures the builder against other encoders and against plain copying, and prints the ratios with their targets.
+# Compares the speed of the builder with other encoders and with copying, and prints the ratios with their targets.
 #
 #     scripts/bench.sh [--scale] [--runs N] [FOLDER]
 #
-# FOLDER holds the sounds, FLAC or WAV; the samples of Debian's package sonic-pi-samples if none is named, or samples/
-# where that isn't installed. --scale measures memory with very long and very many sounds, and a bank above 4 GiB
-# instead; it takes long and 12 GB below TMPDIR. Installs nothing, and leaves out what needs a program that isn't here.
+# FOLDER holds the sounds, FLAC or WAV. Default: those of Debian's package sonic-pi-samples, or samples/ if it isn't
+# installed. --scale measures memory instead, with very long and very many sounds and with a bank above 4 GiB. It takes
+# long and needs 12 GB in TMPDIR. The script installs nothing. It skips comparisons with programs that aren't installed.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs clang-tidy, with the checks that .clang-tidy names, over all code of the product; any finding is an error.
+# Runs clang-tidy with the checks of .clang-tidy over all code except the tests; any finding is an error.
 #
 #     scripts/check_code.sh [FILE...]
 set -euo pipefail

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks that every C and C++ file is laid out as .clang-format tells; --fix lays them out.
+# Checks the layout of every C and C++ file against .clang-format; --fix corrects it.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Compares what the two shared libraries export with the stored lists, so that no call is lost or added unnoticed;
-# --update stores what they export now. CONTRIBUTING.md says what a change means for their users.
+# Compares the exported symbols of the two shared libraries with the stored lists, so that no function is added or lost
+# unnoticed; --update stores the current symbols. CONTRIBUTING.md explains what a change means for users.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -24,6 +24,6 @@ for stored in builder/libtarnokL.so.14 engine/libkessL.so.14; do
     fi
 done
 if [ "$changed" -ne 0 ]; then
-    say "The exported symbols have changed. If that is meant: scripts/check_symbols.sh --update"
+    say "The exported symbols have changed. If this is intended, run scripts/check_symbols.sh --update"
     exit 1
 fi

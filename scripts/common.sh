@@ -1,4 +1,4 @@
-# What the scripts share. Sourced, not run: installs what is missing and builds a preset.
+# Shared by the scripts, which source it: installs missing packages and builds a preset.
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
@@ -28,7 +28,7 @@ as_root() {
     fi
 }
 
-# install_packages NAME...: those of the packages that aren't installed yet.
+# install_packages NAME...: installs those packages that aren't installed yet.
 install_packages() {
     local missing=() name
     for name in "$@"; do
@@ -42,12 +42,12 @@ install_packages() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# The folder that a preset builds in.
+# build_folder PRESET: prints the build folder of the preset.
 build_folder() {
     if [ "$1" = release ]; then echo "$root/build"; else echo "$root/build-$1"; fi
 }
 
-# build_preset PRESET [TARGET...]: configures where that wasn't done yet, and builds the targets, or everything.
+# build_preset PRESET [TARGET...]: configures the preset if that wasn't done yet, and builds the targets or everything.
 build_preset() {
     local preset="$1" folder
     shift

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs all tests in the preset coverage and prints one line per file: its lines, how many of them ran, and which did not.
+# Runs all tests in the preset coverage. Prints one line per file: its number of lines, how many ran, and which didn't.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -10,7 +10,7 @@ find "$folder" -name '*.gcda' -delete
 
 say "Running the tests"
 cd "$root"
-ctest --preset coverage -j "$(nproc)" --quiet || say "Some tests failed; the lines that they ran count all the same"
+ctest --preset coverage -j "$(nproc)" --quiet || say "Some tests failed; the lines that they ran are still counted"
 
 filters=()
 for code in base bank engine builder src tools; do

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, each for some time, from the stored corpus and from what earlier runs have found.
+# Runs the fuzz targets, starting from the stored corpus and from the inputs that earlier runs found.
 #
 #     scripts/fuzz.sh [--seconds N] [--keep] [TARGET...]
 #
-# Without a TARGET all of them run, each for 60 seconds. New inputs are collected in build-fuzz/corpus/; --keep adds
-# those that reach new code to the stored corpus, the smallest first. An input that makes a target fail is stored in
-# build-fuzz/findings/, and the script ends with status 1.
+# Without TARGET, all targets run. Each runs for N seconds, 60 by default. New inputs are collected in
+# build-fuzz/corpus/; --keep adds those that reach new code to the stored corpus, the smallest first. An input that
+# makes a target fail is stored in build-fuzz/findings/, and the script ends with status 1.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

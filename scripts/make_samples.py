@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Makes the sounds of samples/, the same ones each time.
+"""Makes the sounds of samples/, identical on every run.
 
 Usage: make_samples.py [FOLDER]
 
-WAV and AIFF files are written here; flac, oggenc, opusenc and lame, which have to be installed, write the others.
+This script writes WAV and AIFF files. The other files need flac, oggenc, opusenc and lame to be installed.
 """
 
 import math
@@ -23,26 +23,26 @@ def envelope(seconds, attack, decay):
 
 
 def render(rate, seconds, sample):
-    """One channel of sample(time)."""
+    """One channel of the function sample(time)."""
     return [sample(i / rate) for i in range(round(rate * seconds))]
 
 
 def faded(channel, count=200):
-    """The same with its end faded out, so that it doesn't click."""
+    """Fades out the end of a channel, so that it doesn't click."""
     for i in range(count):
         channel[-1 - i] *= i / count
     return channel
 
 
 def plucked_string(rate, seconds, hertz, seed):
-    """A string after Karplus and Strong: noise in a delay line that averages neighbours."""
+    """A plucked string (Karplus and Strong): noise in a delay line that averages neighbours."""
     noise = random.Random(seed)
     line = [noise.uniform(-0.6, 0.6) for _ in range(round(rate / hertz))]
     channel = []
     for i in range(round(rate * seconds)):
-        place = i % len(line)
-        channel.append(line[place])
-        line[place] = 0.498 * (line[place] + line[(place + 1) % len(line)])
+        index = i % len(line)
+        channel.append(line[index])
+        line[index] = 0.498 * (line[index] + line[(index + 1) % len(line)])
     return faded(channel)
 
 
@@ -77,8 +77,8 @@ def chord(rate, seconds, notes, detune):
 
 
 def organ_with_loop(rate):
-    """A tone that swells, holds and fades. Each partial makes whole turns in the second that is held: it loops without
-    a seam. Returns the channel, and the first and last sample of the loop."""
+    """A tone that swells, holds and fades. Each partial has whole periods in the second of the hold, so that the hold
+    loops without a seam. Returns the channel, and the first and last sample of the loop."""
     attack, hold, release = 0.25, 1.0, 0.5
     partials = [(220, 0.30), (440, 0.18), (660, 0.10), (881, 0.06), (1321, 0.04)]
 
@@ -113,7 +113,7 @@ def interleave(channels):
 
 
 def pack(samples, kind, order="<"):
-    """Samples of -1 to 1 as "u8", "s16", "s24" or "float"."""
+    """Packs samples of -1 to 1 as "u8", "s16", "s24" or "float"."""
     if kind == "float":
         return struct.pack(f"{order}{len(samples)}f", *samples)
     bits = {"u8": 8, "s16": 16, "s24": 24}[kind]
@@ -168,7 +168,7 @@ def write_aiff(path, channel, rate):
 
 
 def encode(path, channels, rate, kind, *command):
-    """Writes a WAV file and hands it to an encoder; SOURCE and TARGET in its command are replaced."""
+    """Writes a WAV file and passes it to an encoder; SOURCE and TARGET in the command are replaced."""
     with tempfile.TemporaryDirectory() as folder:
         source = pathlib.Path(folder) / "source.wav"
         write_wav(source, channels, rate, kind)

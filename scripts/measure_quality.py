@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Measures what each quality value costs and gives: builds a bank of the sounds in a folder for every tenth value.
+"""Measures bit rate and signal-to-noise ratio over quality: builds banks of the sounds in a folder, every tenth value.
 
 usage: scripts/measure_quality.py FOLDER
 
-Writes docs/quality.csv and, by gnuplot, docs/images/quality.svg, and prints the rows of the table in docs/quality.md.
-The release preset must have been built.
+Writes docs/quality.csv and, with gnuplot, docs/images/quality.svg. Prints the rows of the table in docs/quality.md.
+The release preset must have been built before.
 """
 
 import json

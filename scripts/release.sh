@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes a release out of what is committed: checks and tests it, tags it as v1.2.3, and puts the source archive, the
-# packages and their checksums into build/release/. The version is that of the newest entry of CHANGELOG.
+# Makes a release from the current commit: checks and tests it, tags it as v1.2.3, and writes the source archive, the
+# packages and their checksums to build/release/. The version is that of the newest entry of CHANGELOG.
 #
 #     scripts/release.sh [--no-tag]
 set -euo pipefail
@@ -19,11 +19,11 @@ esac
 cd "$root"
 version="$(sed -nE '1s/^tarnok \(([0-9.]+)\).*/\1/p' CHANGELOG)"
 if [ -n "$(git status --porcelain)" ]; then
-    say "There are changes that are not committed"
+    say "There are uncommitted changes"
     exit 1
 fi
 if [ "$tag" -eq 1 ] && git rev-parse -q --verify "refs/tags/v$version" >/dev/null; then
-    say "Version $version is tagged already: begin CHANGELOG with a new entry"
+    say "Version $version is already tagged: add a new entry to the start of CHANGELOG"
     exit 1
 fi
 

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Renders the drawings in resources/svg to the PNG files that resources.qrc compiles into the desktop program, and to
-# those of the icon theme that are installed.
+# Renders the drawings in resources/svg to PNG files: those that resources.qrc compiles into the desktop program, and
+# those of the installed icon theme.
 #
 # usage: scripts/render_icons.sh            render, then check
-#        scripts/render_icons.sh --check    only check the files that are there (needs no renderer)
+#        scripts/render_icons.sh --check    only check the existing files (needs no renderer)
 #
-# Rendering needs rsvg-convert and optipng (Debian: librsvg2-bin, optipng). A file whose picture is unchanged is left
-# alone, so a second run changes nothing. Exit status: 0 fine, 1 a check failed, 2 wrong usage or a program is missing.
+# Rendering needs rsvg-convert and optipng (Debian: librsvg2-bin, optipng). Unchanged pictures aren't written again, so
+# a second run changes nothing. Exit status: 0 success, 1 a check failed, 2 wrong usage or a missing program.
 set -euo pipefail
 
 resources="$(cd "$(dirname "${BASH_SOURCE[0]}")/../resources" && pwd)"
@@ -15,7 +15,7 @@ tree_icons=(treeicon_bank treeicon_subsound treeicon_sourcefile)
 toolbar_size=128
 tree_size=22
 
-# Icons of the theme: drawing, then folder and name in the theme.
+# Icons of the theme: drawing, then path in the theme.
 theme_icons=(tarnokex:apps/tarnokex project:mimetypes/application-x-tarnok-project
     profile:mimetypes/application-x-tarnok-profile soundbank:mimetypes/application-x-tarnok-bank)
 theme_sizes=(16 32 48 128)
@@ -24,7 +24,7 @@ need() {
     command -v "$1" >/dev/null || { echo "render_icons.sh: $1 is missing (Debian package $2)" >&2; exit 2; }
 }
 
-# A drawing and a picture, both below resources and without an extension.
+# Renders a drawing to a picture. Paths are relative to resources and have no extension.
 render() { # drawing size picture
     rsvg-convert --width "$2" --height "$2" --output "$scratch/picture.png" "$resources/svg/$1.svg"
     optipng -quiet -strip all "$scratch/picture.png"
@@ -52,7 +52,7 @@ fail() {
     failures=$((failures + 1))
 }
 
-# The first 24 bytes of every PNG: the signature, the length and name of the header chunk, width, height (big endian).
+# Checks the first 24 bytes of a PNG: signature, length and name of the header chunk, width, height (big-endian).
 check_size() { # name size
     local file="$resources/$1.png" expected header
     [[ -f $file ]] || { fail "$1.png is missing"; return; }
@@ -61,7 +61,7 @@ check_size() { # name size
     [[ $header == "$expected" ]] || fail "$1.png is not a PNG of $2 by $2 pixels"
 }
 
-# An image that is compiled in and never drawn, or the other way round, shows only as an empty button at run time.
+# A mismatch between the compiled and the rendered images would show only at run time, as an empty button.
 check_resource_list() {
     local listed drawn
     listed="$(sed -n 's:.*<file>\(.*\)</file>.*:\1:p' "$resources/resources.qrc" | sort)"

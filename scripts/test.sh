@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Builds a preset (release if none is named; debug, asan or tsan) and runs all tests in it, or those whose name matches a
-# regular expression.
+# Builds a preset (default: release) and runs all its tests, or those whose names match a regular expression.
 #
 #     scripts/test.sh [release|debug|asan|tsan [REGEX]]
 set -euo pipefail

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the Debian package and tries it in a fresh Debian 12: installs it, builds a bank, opens a project by its MIME
-# type in the desktop program, builds programs against the installed engine, removes it, and looks for what is left.
+# Builds the Debian package and tests it in a fresh Debian 12: installs it, builds a bank, opens a project by its MIME
+# type in the desktop program, builds programs with the installed engine, removes the package, and checks for leftovers.
 #
 # usage: scripts/test_package.sh [FOLDER]
 #
-# Needs root and the network. FOLDER gets the system's root; one that is there already is used again. Without it, the
-# root is made in a temporary folder and removed at the end.
+# Needs root and the network. The system is installed in FOLDER; an existing system there is reused. Without FOLDER, it
+# is installed in a temporary folder and removed at the end.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -20,7 +20,7 @@ else
     trap 'umount "$target/proc" 2>/dev/null || true' EXIT
 fi
 
-say "Checking what is packed"
+say "Checking the contents of the package"
 (cd "$root/build" && rm -f ./*.deb && cpack -G DEB >/dev/null)
 package="$(echo "$root"/build/*.deb)"
 lintian --fail-on error "$package"
@@ -34,7 +34,7 @@ for page in "$root"/docs/*.1; do
 done
 rm -r "$pages"
 
-say "Making a fresh Debian 12 in $target"
+say "Installing a fresh Debian 12 in $target"
 [ -e "$target/etc/debian_version" ] || debootstrap --variant=minbase bookworm "$target" >/dev/null
 mountpoint -q "$target/proc" || mount -t proc proc "$target/proc"
 cp /etc/resolv.conf "$target/etc/" 2>/dev/null || true
@@ -57,7 +57,7 @@ inside() {
         bash -euo pipefail -c "$1"
 }
 
-say "Installing the package alone: the console tools must work with nothing but its dependencies"
+say "Installing the package: the console tools must work with its dependencies only"
 inside '
     apt-get update -qq
     apt-get install -y -qq --no-install-recommends /tmp/tarnok.deb >/dev/null
@@ -86,7 +86,7 @@ inside '
 SCRIPT
     xvfb-run -a bash show.sh'
 
-say "Building the example against the installed engine, and running it"
+say "Building the example with the installed engine, and running it"
 inside '
     cd /tmp/work
     g++ -std=c++20 /usr/share/doc/tarnok/examples/play_bank.cpp $(pkg-config --cflags --libs kess) -o by_pkg_config
@@ -104,4 +104,4 @@ inside '
     done </tmp/files
     left="$(find / -xdev \( -path /proc -o -path /tmp -o -path /root \) -prune -o \( -iname "*tarnok*" -o -iname "*kess*L*" \) -print)"
     [ -z "$left" ] || { echo "left: $left"; exit 1; }'
-say "The package installs, works and leaves nothing behind"
+say "The package installs, works, and removes all its files"

@@ -1,4 +1,4 @@
-// What every program that opens files does before anything else.
+// The first call of every program that opens files.
 #pragma once
 
 #include <cstdlib>
@@ -6,8 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// Opens /dev/null in place of those of standard input, output and error that the program was started without. Else the
-// next files to be opened would get their numbers, and what is printed would be written into a bank.
+// Opens /dev/null for each of standard input, output and error that is closed when the program starts. Otherwise the
+// next opened files would get these descriptors, and printed text would be written into a bank.
 inline void openMissingStandardStreams()
 {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {

@@ -1,12 +1,12 @@
-/* A whole encoder module, to begin one's own from: 8-bit blocks with a common exponent.
+/* A complete encoder module, as a starting point for your own. It encodes 8-bit blocks with a common exponent.
  *
- * Sounds are cut into blocks of 64 frames. A block holds for each channel an exponent (one byte) and 64 mantissas (one
- * signed byte each): a sample is mantissa / 128 * 2^-exponent of full scale. The setup is the text "EXAMPLE", then the
- * number of channels and the flags of the build.
+ * A sound is divided into blocks of 64 frames. A block contains, for each channel, an exponent (one byte) and 64
+ * mantissas (one signed byte each). A sample is mantissa / 128 * 2^-exponent of full scale. The setup is the text
+ * "EXAMPLE", then the number of channels and the flags of the build.
  *
  *     cc -shared -fPIC -I/usr/include/tarnok encoder_module.c -o tarnok_xma.so -lm
  *
- * makes the module that encodes banks of the format XMA, put beside libtarnokL.so.14.
+ * builds the module for banks of the format XMA. Copy it to the folder of libtarnokL.so.14.
  */
 #include "tarnok_encoder.h"
 
@@ -53,8 +53,8 @@ static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCO
     const char setup[] = {'E', 'X', 'A', 'M', 'P', 'L', 'E', (char)sound->channels, (char)sound->flags};
     TARNOK_RESULT result = host->setup(host->user, setup, sizeof(setup));
 
-    /* A codec whose blocks lean on those before them hears the end of the loop first. This one has no need of it and
-     * does so as an example. */
+    /* A codec whose blocks depend on earlier blocks encodes the end of the loop first and has it dropped as pre-skip.
+     * This codec doesn't need that, and does it as an example. */
     if (sound->loops && sound->loopStart == 0)
         *leadIn = FRAMES;
     if (result == TARNOK_OK)

@@ -1,5 +1,5 @@
-// Opens a bank, finds a sound by its name, and decodes it to a WAV file as a game would play it: to the end of its
-// loop, the loop once more, and on to the end.
+// Opens a bank, finds a sound by its name, and decodes it to a WAV file as a game would play it: up to the end of its
+// loop, the loop once more, and then to the end.
 //
 //     play_bank BANK NAME OUTPUT.wav [KEY]
 //
@@ -19,7 +19,7 @@ bool succeeded(KESS_RESULT result, const char* what)
     return result == KESS_OK;
 }
 
-// Everything that reading delivers, as floats of full scale 1.
+// Reads the whole sound as floats; full scale is -1 to 1.
 bool decode(KESS::Sound& sound, int channels, std::vector<float>& samples)
 {
     constexpr unsigned int kFrames = 1024;
@@ -35,7 +35,7 @@ bool decode(KESS::Sound& sound, int channels, std::vector<float>& samples)
     }
 }
 
-// A WAV file of 32-bit float.
+// Writes a WAV file with 32-bit float samples.
 bool writeWav(const char* path, int channels, int rate, const std::vector<float>& samples)
 {
     struct
@@ -74,7 +74,7 @@ bool play(KESS::System& engine, const char* path, const char* name, const char* 
     if (!succeeded(engine.createSound(path, KESS_MODE_CREATESTREAM, nullptr, &bank), path))
         return false;
 
-    // The bank owns its sounds: it is all that needs to be released.
+    // The bank owns its sounds, so only the bank is released.
     KESS::Sound* sound = nullptr;
     std::vector<float> samples;
     int channels = 0;
@@ -84,7 +84,7 @@ bool play(KESS::System& engine, const char* path, const char* name, const char* 
         && succeeded(sound->getFormat(nullptr, nullptr, &channels, nullptr), name)
         && succeeded(sound->getDefaults(&rate, nullptr), name);
     if (done) {
-        // A sound without a loop refuses, and is played once.
+        // Fails for a sound without a loop, which is then played once.
         sound->setLoopCount(1);
         done = decode(*sound, channels, samples);
     }

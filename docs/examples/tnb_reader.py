@@ -1,7 +1,7 @@
 """Reads sound banks as docs/tnb-format.md describes them, with nothing but Python's standard library.
 
-Lists every field of a bank, verifies all checksums, and decodes PCM and KADPCM. Of an encrypted bank it reads the
-header. Run as a program, it prints what it finds in the files that it is given.
+Lists every field of a bank, verifies all checksums, and decodes PCM and KADPCM. Of an encrypted bank it reads only the
+header. As a program, it prints the contents of the banks named in its arguments as JSON.
 """
 
 import json
@@ -215,18 +215,19 @@ class Bank:
         require(h["nameIndexCount"] == (h["soundCount"] if has_names else 0), "number of names")
         require(has_names or h["namesBytes"] == 0, "size of the names")
 
-        places = [(h["rowsOffset"], h["soundCount"] * h["rowBytes"]), (h["setupRowsOffset"], h["setupCount"] * 24),
+        tables = [(h["rowsOffset"], h["soundCount"] * h["rowBytes"]), (h["setupRowsOffset"], h["setupCount"] * 24),
                   (h["nameIndexOffset"], h["nameIndexCount"] * 16), (h["namesOffset"], h["namesBytes"])]
-        require(all(begin <= offset and offset + size <= end for offset, size in places), "a table lies elsewhere")
-        require(are_disjoint(places), "a table lies within another")
-        rows, setup_rows, index, names = (self.part(*place) for place in places)
+        require(all(begin <= offset and offset + size <= end for offset, size in tables),
+                "a table lies outside the tables")
+        require(are_disjoint(tables), "two tables share bytes")
+        rows, setup_rows, index, names = (self.part(*table) for table in tables)
         self.setups = [self._read_setup(*struct.unpack_from("<QQI", setup_rows, 24 * i))
                        for i in range(h["setupCount"])]
         for i in range(h["soundCount"]):
             self.sounds.append(self._read_sound(rows[i * h["rowBytes"]:], names))
         setups = [struct.unpack_from("<Q8xI", setup_rows, 24 * i) for i in range(h["setupCount"])]
         parts = [(sound[part + "Offset"], sound[part + "Bytes"]) for sound in self.sounds for part in ("chunks", "data")]
-        require(all(offset >= end for offset, _ in setups + parts), "a part lies in the tables")
+        require(all(offset >= end for offset, _ in setups + parts), "a part lies inside the tables")
         require(are_disjoint(setups + parts), "two parts share bytes")
         require(are_disjoint((sound["nameOffset"], sound["nameBytes"]) for sound in self.sounds), "names share bytes")
         self.name_index = [struct.unpack_from("<QI", index, 16 * i) for i in range(h["nameIndexCount"])]
@@ -273,7 +274,7 @@ class Bank:
             size = sound["length"] * sound["channels"] * SAMPLE_BYTES[sound["sampleFormat"]]
             require(size == len(data), "size of the data")
             return bytes(data)
-        require(sound["codec"] == KADPCM, "a codec that isn't decoded here")
+        require(sound["codec"] == KADPCM, "a codec that this reader can't decode")
         return decode_kadpcm(bytes(data), sound["channels"], sound["length"])
 
     def packets(self, sound):
@@ -308,7 +309,7 @@ def read_chunks(chunks, sound):
         payload = chunks[at + 8:at + 8 + size]
         require(len(payload) == size, "size of a chunk")
         at += 8 + size
-        require(tag not in seen, "a chunk stands twice")
+        require(tag not in seen, "a chunk occurs twice")
         if tag in KNOWN_TAGS:
             seen.add(tag)
         if tag == b"LOOP":
@@ -386,10 +387,10 @@ class Bits:
         value = self.unsigned(count)
         return value - (1 << count) if value >> count - 1 else value
 
-    def zeros(self, most):
-        """Counts zeros, up to most, without the one behind them."""
-        one = self.text.find("1", self.at, self.at + most)
-        count = (one if one >= 0 else min(self.at + most, len(self.text))) - self.at
+    def zeros(self, maximum):
+        """Counts and skips up to maximum zeros, but not the one bit after them."""
+        one = self.text.find("1", self.at, self.at + maximum)
+        count = (one if one >= 0 else min(self.at + maximum, len(self.text))) - self.at
         self.at += count
         return count
 
@@ -407,7 +408,7 @@ def decode_kadpcm(data, channels, length):
             at += 2 + size
         interleaved = [value for frame in zip(*block) for value in frame]
         samples += struct.pack(f"<{len(interleaved)}h", *interleaved)
-    require(at == len(data), "data behind the last superblock")
+    require(at == len(data), "data after the last superblock")
     return bytes(samples)
 
 
@@ -431,7 +432,7 @@ def reflection(index, bits):
 
 
 def predictors(reflections):
-    """The predictors of all orders from 0 on."""
+    """The predictors of all orders, starting with order 0."""
     orders = [[]]
     for k in reflections:
         a = orders[-1]
@@ -482,12 +483,12 @@ def decode_predicted(step, bits, mode, frames, before):
         q = -(u + 1) // 2 if u & 1 else u // 2
         x.append(clamp(predicted + (q * size + 128 >> 8)))
         d.append(x[n] - coupled[n])
-    require(len(bits.text) - bits.at < 8, "bits behind the last sample")
+    require(len(bits.text) - bits.at < 8, "bits after the last sample")
     return x
 
 
 def listing(bank):
-    """All fields in a form that JSON can tell."""
+    """All fields as values that JSON can represent."""
     def shown(value):
         if isinstance(value, bytes):
             return value.decode("utf-8") if value.isascii() and value.decode().isprintable() else value.hex()

@@ -1,5 +1,5 @@
-# What `cmake --install` and the package put where. The programs live in an application folder with their libraries in
-# lib/ below it, as in the build folder; bin/ holds links to them.
+# The files and destinations of `cmake --install` and of the package. The programs are installed in an application
+# folder, with their libraries in its subfolder lib/, as in the build folder. bin/ contains links to the programs.
 
 set(TARNOK_APPLICATION lib/tarnok)
 set(TARNOK_LIBRARIES ${TARNOK_APPLICATION}/lib)
@@ -17,7 +17,7 @@ foreach(program tarnokex tarnokex-open tarnokexcl tnb)
     install(FILES "${link}" DESTINATION bin)
 endforeach()
 
-# For those who load banks or build them from a program of their own.
+# Headers and package files, for programs that play or build banks.
 install(FILES
     ${CMAKE_SOURCE_DIR}/engine/include/kess.h
     ${CMAKE_SOURCE_DIR}/engine/include/kess.hpp
@@ -35,7 +35,7 @@ foreach(library kess tarnok)
     install(FILES "${package}/${library}.pc" DESTINATION lib/pkgconfig)
 endforeach()
 
-# The desktop.
+# Desktop entry, AppStream data, MIME types and icons.
 install(FILES desktop/org.tarnok.tarnokex.desktop DESTINATION share/applications)
 set(metainfo org.tarnok.tarnokex.metainfo.xml)
 configure_file(desktop/${metainfo} desktop/${metainfo} @ONLY)
@@ -49,7 +49,7 @@ foreach(icon tarnokex:apps/tarnokex project:mimetypes/application-x-tarnok-proje
         DESTINATION share/icons/hicolor/scalable/${CMAKE_MATCH_2} RENAME ${CMAKE_MATCH_3}.svg)
 endforeach()
 
-# Documents and completions. Manual pages are compressed as the system's are: without a name and a time in them.
+# Documents and completions. Manual pages are compressed without name and time, so that builds are reproducible.
 find_program(GZIP gzip REQUIRED)
 foreach(page tarnokex tarnokex-open tarnokexcl tnb)
     set(configured "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1")
@@ -82,12 +82,13 @@ set(CPACK_PACKAGE_VENDOR KESS)
 set(CPACK_PACKAGE_CONTACT "KESS <tarnok@kess.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "sound bank compiler for games")
 set(CPACK_PACKAGE_DESCRIPTION
-"Compiles lists of audio files into sound banks (.tnb): single files which
-the audio runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis
-or Opus, loop without a seam, and come from a cache when nothing has changed.
+"Compiles audio files into sound banks (.tnb): single files that the audio
+runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis or Opus,
+and loop without an audible seam. A cache keeps encoded sounds, so a build
+encodes only what has changed.
 
-This package holds the desktop program, the console tools, and the libraries
-and headers for programs that build banks or play them.")
+This package contains the desktop program, the console tools, and libraries
+and headers for programs that build or play banks.")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -1,4 +1,4 @@
-// The console tool: compiles banks from its arguments.
+// The console tool: compiles a bank from command-line arguments.
 #include "../standard_streams.hpp"
 
 #include "command_line.hpp"
@@ -17,7 +17,7 @@
 
 namespace {
 
-// The exit status, for build farms.
+// Build scripts depend on these numbers.
 enum ExitStatus
 {
     ALL_WRITTEN = 0,
@@ -26,14 +26,14 @@ enum ExitStatus
     SOUNDS_MISSING = 3
 };
 
-// The exit status is about the banks; whether the log could be written doesn't change it.
+// The exit status is about the banks, so a lost log doesn't change it.
 void reportLostLog()
 {
     if ((std::fflush(stdout) != 0 || std::ferror(stdout)) && !TARNOK::ConsoleRemarks::isSilent())
         std::fputs("tarnokexcl: the log could not be written to standard output\n", stderr);
 }
 
-// Ends the process so that the caller, for instance a shell, learns which signal it was.
+// Ends the process by the signal itself, so that the caller, such as a shell, sees which one it was.
 void endBySignal(int number)
 {
     reportLostLog();
@@ -44,14 +44,14 @@ void endBySignal(int number)
 
 QtMessageHandler formerHandler = nullptr;
 
-// A failed assertion aborts the process after this.
+// Qt calls this for a failed assertion before it ends the process.
 void passUnlessSilent(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     if (!TARNOK::ConsoleRemarks::isSilent())
         formerHandler(type, context, message);
 }
 
-// Names and keys are UTF-8. Other bytes would silently be converted into something else.
+// Names and keys must be UTF-8: Qt would silently change other bytes.
 bool refuseForeignArguments(int argc, char** argv)
 {
     for (int i = 1; i < argc; ++i) {
@@ -71,18 +71,18 @@ int main(int argc, char** argv)
 {
     openMissingStandardStreams();
 
-    // A build continues if the reader of the log goes away or the log file is full.
+    // A build continues when the reader of its log goes away or the log file is full.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::atexit(reportLostLog);
 
-    // Names of files are UTF-8 in every locale; in another one, Qt would print a warning on every run.
+    // File names are UTF-8 whatever the locale; under another locale Qt would print a warning on every run.
     setenv("LC_ALL", "C.UTF-8", 1);
 
-    // A log that is read through a pipe, or cut short by a crash, contains every line.
+    // Line buffering: a log that is followed through a pipe, or cut off by a crash, contains every printed line.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    // Qt removes the arguments that it knows, wherever they are: it gets a copy.
+    // Qt removes arguments that it knows, at any position. So it doesn't get those of the tool.
     int ownCount = 1;
     char* ownArguments[] = {argv[0], nullptr};
     const QCoreApplication application(ownCount, ownArguments);

@@ -14,7 +14,7 @@ namespace tnb {
 
 namespace {
 
-// A damaged sound has no name.
+// Damaged sounds get an empty name.
 std::vector<std::string> soundNames(OpenedBank& bank)
 {
     std::vector<std::string> names(static_cast<size_t>(bank.soundCount()));
@@ -49,7 +49,7 @@ bool isNumber(const std::string& text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// In the order of the bank, each once.
+// The requested indices, in the order of the bank, without duplicates.
 std::set<int> selection(const ExtractRequest& request, const std::vector<std::string>& names)
 {
     std::set<int> indices;
@@ -97,7 +97,7 @@ void extractSound(OpenedBank& bank, int index, const std::string& name, const Ex
 {
     const SoundFacts facts = bank.facts(index);
     const SoundPointer sound = bank.sound(index);
-    // A decoder makes some sound or other of nearly any data.
+    // Decoders turn nearly any data into some sound, so only the checksum reveals damage.
     if (sound->verifyData() != KESS_OK)
         throw Failure(Status::Damaged, "damaged: its data don't match their checksum");
     OutputFile file(request.folder, name);

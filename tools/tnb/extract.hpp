@@ -9,14 +9,14 @@ struct ExtractRequest
 {
     std::string bank;
     Key key;
-    std::string folder = "."; // made if it isn't there
-    std::vector<std::string> sounds; // indices, or names for all that isn't a number
-    std::vector<std::string> names; // names, numbers too; with both lists empty, all sounds
-    bool replace = false; // files that are there already
+    std::string folder = "."; // created if it doesn't exist
+    std::vector<std::string> sounds; // indices if they consist of digits, otherwise names
+    std::vector<std::string> names; // names, even if they consist of digits; with both lists empty, all sounds
+    bool replace = false; // existing files
 };
 
-// Prints the path of each file to standard output. A sound that fails is told on standard error, and the others are
-// extracted all the same; the status is that of the worst.
+// Prints the path of each file to standard output. A sound that fails is reported on standard error, and the others are
+// still extracted. Returns the worst status.
 [[nodiscard]] Status extract(const ExtractRequest& request);
 
 } // namespace tnb

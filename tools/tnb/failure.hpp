@@ -1,4 +1,4 @@
-// How the tool ends: statuses that scripts go by, and the one exception that carries one of them with its reason.
+// The exit statuses of the tool, which scripts depend on, and the only exception: a status with its reason.
 #pragma once
 
 #include <stdexcept>
@@ -8,9 +8,9 @@ namespace tnb {
 
 enum class Status
 {
-    Whole = 0, // everything wanted was done, and nothing wrong was met
-    Damaged = 1, // a bank, or a sound wanted from it, is damaged
-    CannotRead = 2, // no bank, no such file, key missing or wrong, nothing written, or wrong arguments
+    Whole = 0, // everything requested was done, and no damage was found
+    Damaged = 1, // a bank, or a requested sound, is damaged
+    CannotRead = 2, // not a bank, no such file, key missing or wrong, a file not written, or wrong arguments
 };
 
 class Failure : public std::runtime_error

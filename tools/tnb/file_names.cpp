@@ -11,10 +11,10 @@ namespace {
 
 constexpr std::string_view kEnding = ".wav";
 
-// File names have at most 255 bytes; this leaves room for the ending and for what tells equal names apart.
+// File names have at most 255 bytes; this leaves room for the ending and for a number after equal names.
 constexpr size_t kLongestStem = 200;
 
-// What separates folders here or elsewhere, and what other systems refuse in names.
+// Folder separators here and on other systems, and characters that other systems refuse in names.
 constexpr std::string_view kRefused = "/\\:*?\"<>|";
 
 std::string lowered(std::string text)
@@ -54,7 +54,7 @@ std::vector<std::string> fileNames(const std::vector<std::string>& soundNames)
         const std::string stem = stemOf(soundNames[i]);
         const std::string numbered = (stem.empty() ? "sound" : stem) + "-" + std::to_string(i);
         std::string name = stem.empty() ? numbered : stem;
-        // Another sound may bear the name that this one gets for being the second.
+        // Another sound may already have the numbered name.
         for (int attempt = 0; !taken.insert(lowered(name)).second; ++attempt)
             name = attempt == 0 ? numbered : numbered + "-" + std::to_string(attempt);
         names.push_back(name.append(kEnding));

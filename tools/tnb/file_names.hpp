@@ -1,4 +1,4 @@
-// Names of files for sounds, whatever the sounds are called.
+// Safe file names for sounds with any name.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace tnb {
 
-// A name with the ending .wav for each sound, in the same order. None leads out of a folder, is hidden, or is longer
-// than file systems take; no two are equal, upper and lower case of ASCII letters taken for the same. A sound gets the
-// same name whichever of the others are extracted with it.
+// A file name with the ending .wav for each sound, in the same order. No name leaves its folder, is hidden, or is too
+// long for file systems. No two names are equal; ASCII case is ignored in this comparison. A sound gets the same file
+// name whichever other sounds are extracted with it.
 [[nodiscard]] std::vector<std::string> fileNames(const std::vector<std::string>& soundNames);
 
 } // namespace tnb

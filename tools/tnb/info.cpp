@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// A sound of the list, or why nothing is known of it.
+// The facts of one sound, or the reason why they can't be read.
 struct Listed
 {
     SoundFacts facts;
@@ -32,7 +32,7 @@ Listed listSound(OpenedBank& bank, int index)
     return listed;
 }
 
-// Names of codecs and sample formats, in JSON and for people.
+// The name of a codec or sample format, in JSON and in text.
 struct Names
 {
     const char* json;
@@ -100,7 +100,7 @@ std::string versionOf(const KESS_BANKINFO& info)
     return std::to_string(info.majorVersion) + "." + std::to_string(info.minorVersion);
 }
 
-// Decoded bytes for each encoded one, and encoded bits for each sample; nothing for a sound without either.
+// Decoded bytes per encoded byte; nothing if either is 0.
 std::optional<double> ratioOf(double decodedBytes, uint64_t bytes)
 {
     return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / static_cast<double>(bytes)) : std::nullopt;
@@ -145,13 +145,13 @@ Json jsonOf(const Listed& listed)
     return json;
 }
 
-// Names and paths need not be UTF-8.
+// Names and paths may be invalid UTF-8, which is replaced.
 std::string textOf(const Json& json)
 {
     return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
-// Sound after sound, so that memory doesn't grow with their number.
+// Writes sound after sound, so that memory doesn't grow with their number.
 Status printJson(const std::string& path, OpenedBank& bank)
 {
     const KESS_BANKINFO& info = bank.info();
@@ -221,8 +221,8 @@ void printHead(const std::string& path, const KESS_BANKINFO& info)
               << "  names      " << (info.hasNames ? "yes" : "none") << "\n\n";
 }
 
-// What a bank holds, in columns. Everything is read once for their widths and once more to be printed: to keep it would
-// take many times the memory of the bank.
+// The contents of a bank in columns. All sounds are read twice, once for the widths of the columns and once for
+// printing: keeping them would take many times the memory of the bank.
 class Listing
 {
 public:
@@ -298,7 +298,7 @@ private:
 
     OpenedBank& mBank;
     std::vector<int> mWithPoints; // the sounds that have sync points
-    double mSeconds = 0; // of all sounds, as the two below
+    double mSeconds = 0; // of all sounds, like the next two
     double mDecodedBytes = 0;
     uint64_t mBytes = 0;
     Status mStatus = Status::Whole;

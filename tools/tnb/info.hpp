@@ -1,4 +1,4 @@
-// tnb info: what a bank holds.
+// tnb info: the contents of a bank.
 #pragma once
 
 #include "opened_bank.hpp"
@@ -12,7 +12,7 @@ struct InfoRequest
     bool json = false;
 };
 
-// Prints to standard output. Sounds that are damaged are named there, and make the status Damaged.
+// Prints to standard output, damaged sounds included. If there are any, the status is Damaged.
 [[nodiscard]] Status showInfo(const InfoRequest& request);
 
 } // namespace tnb

@@ -30,7 +30,7 @@ struct KeyOptions
     void addTo(CLI::App& command)
     {
         CLI::Option* given = command.add_option("-k,--key", text, "Key of an encrypted bank");
-        command.add_option("--key-file", file, "File whose first line is the key; - for standard input")
+        command.add_option("--key-file", file, "File whose first line is the key; - means standard input")
             ->excludes(given);
     }
 
@@ -53,7 +53,7 @@ private:
         return clean(std::move(line));
     }
 
-    // What editors add without showing it isn't part of a key.
+    // Removes what editors add invisibly.
     [[nodiscard]] std::string clean(std::string line) const
     {
         constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
@@ -70,7 +70,7 @@ private:
     }
 };
 
-// Runs what was asked for one bank, and tells standard error what stopped it.
+// Runs a command on one bank, and reports on standard error what stopped it.
 template <typename Command>
 Status attempt(const std::string& bank, Command command)
 {
@@ -91,7 +91,8 @@ public:
         mApp.set_help_flag("-h,--help", "Print this help and exit");
         mApp.require_subcommand(1);
         mApp.footer(
-            "Exit status: 0 all is well, 1 a bank is damaged, 2 a bank can't be read or the arguments are wrong.");
+            "Exit status: 0 success, 1 a bank is damaged, 2 a bank can't be read, a file can't be written, or the "
+            "arguments are wrong.");
         addInfo();
         addValidate();
         addExtract();
@@ -108,7 +109,7 @@ public:
     }
 
 private:
-    // Arguments may be names of files that somebody else chose.
+    // CLI11 repeats arguments in its messages. They may be file names that a stranger chose, so they are escaped.
     [[nodiscard]] int report(const CLI::ParseError& error) const
     {
         std::ostringstream output;
@@ -123,8 +124,8 @@ private:
 
     void addInfo()
     {
-        CLI::App* command = mApp.add_subcommand("info", "Show what a bank holds");
-        command->add_option("BANK", mInfo.bank, "Bank to look into")->required();
+        CLI::App* command = mApp.add_subcommand("info", "List the contents of a bank");
+        command->add_option("BANK", mInfo.bank, "Bank to list")->required();
         command->add_flag("--json", mInfo.json, "Print JSON instead of text");
         mKey.addTo(*command);
         command->callback([this] {
@@ -137,11 +138,11 @@ private:
 
     void addValidate()
     {
-        CLI::App* command = mApp.add_subcommand("validate", "Look for damage, by reading and decoding everything");
-        command->add_option("BANK", mBanks, "Banks to look at")->required();
+        CLI::App* command = mApp.add_subcommand("validate", "Check banks for damage by decoding everything");
+        command->add_option("BANK", mBanks, "Banks to check")->required();
         mKey.addTo(*command);
         command->callback([this] {
-            Key key; // read once: standard input has only one first line
+            Key key; // read once: standard input can't be read again
             mStatus = attempt(mBanks.front(), [&] {
                 key = mKey.key();
                 return Status::Whole;
@@ -156,14 +157,14 @@ private:
     void addExtract()
     {
         CLI::App* command = mApp.add_subcommand("extract", "Write sounds of a bank as WAV files");
-        command->add_option("BANK", mExtract.bank, "Bank to take them from")->required();
-        command->add_option("SOUND", mExtract.sounds, "Index, counted from 0, or name of a sound; without any, all");
-        command->add_option("--name", mExtract.names, "Name of a sound that looks like an index")
+        command->add_option("BANK", mExtract.bank, "Bank that contains the sounds")->required();
+        command->add_option("SOUND", mExtract.sounds, "Index (from 0) or name of a sound; default: all sounds");
+        command->add_option("--name", mExtract.names, "Name of a sound, even if it consists of digits")
             ->expected(1)
             ->take_all();
-        command->add_option("-o,--output", mExtract.folder, "Folder to write to, made if need be")
+        command->add_option("-o,--output", mExtract.folder, "Output folder, created if it doesn't exist")
             ->capture_default_str();
-        command->add_flag("-f,--force", mExtract.replace, "Replace files that exist");
+        command->add_flag("-f,--force", mExtract.replace, "Replace existing files");
         mKey.addTo(*command);
         command->callback([this] {
             mStatus = attempt(mExtract.bank, [this] {
@@ -173,7 +174,7 @@ private:
         });
     }
 
-    CLI::App mApp{"Looks into sound banks.", "tnb"};
+    CLI::App mApp{"Inspects sound banks: lists, checks and extracts their sounds.", "tnb"};
     KeyOptions mKey;
     tnb::InfoRequest mInfo;
     std::vector<std::string> mBanks;
@@ -187,10 +188,10 @@ int main(int argc, char** argv)
 {
     openMissingStandardStreams();
 
-    // A file that may grow no more is a failure to be told, not an end.
+    // A write beyond the file size limit then fails and is reported, instead of ending the process.
     std::signal(SIGXFSZ, SIG_IGN);
 
-    // The width of characters in columns; names are UTF-8 whatever the machine's locale.
+    // For wcwidth(). Names are UTF-8 whatever the machine's locale.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     try {
         const int status = Program().run(argc, argv);

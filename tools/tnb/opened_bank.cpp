@@ -28,7 +28,7 @@ Failure failureOf(KESS_RESULT result)
     }
 }
 
-// Why a file can't be read, behind a colon; nothing where that isn't known.
+// Why a file can't be read, after a colon; empty if the reason isn't known.
 std::string reasonOf(const std::string& path)
 {
     std::error_code error;
@@ -46,7 +46,7 @@ void require(KESS_RESULT result)
         throw failureOf(result);
 }
 
-// Whatever get(buffer, size) writes, however long.
+// The text that get(buffer, size) writes, of any length.
 template <typename Get>
 std::string textOf(Get get)
 {
@@ -66,7 +66,7 @@ std::string nameOf(KESS::Sound& sound)
     return textOf([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
 }
 
-// Says more of a bank that couldn't be opened.
+// Finds out what is wrong with a bank that couldn't be opened.
 void throwFirstFault(const Engine& engine, const std::string& path, const Key& key)
 {
     std::string first;

@@ -1,4 +1,4 @@
-// A bank as the engine opens it, and what the engine tells of its sounds, as values.
+// A bank opened by the engine, and the facts of its sounds as plain values.
 #pragma once
 
 #include "failure.hpp"
@@ -23,10 +23,10 @@ struct SyncPoint
 struct Loop
 {
     uint64_t start = 0;
-    uint64_t end = 0; // the sample behind the last one
+    uint64_t end = 0; // the sample after the last one
 };
 
-// All that the engine tells of a sound.
+// Everything that the engine reports about a sound.
 struct SoundFacts
 {
     int index = 0;
@@ -47,7 +47,7 @@ struct SoundFacts
     [[nodiscard]] double decodedBytes() const { return static_cast<double>(samples) * channels * bits / 8; }
 };
 
-// The engine, for as long as anything of it is open.
+// Owns the engine. Must outlive all that is opened with it.
 class Engine
 {
 public:
@@ -58,8 +58,9 @@ public:
 
     [[nodiscard]] KESS::System& system() const { return *mSystem; }
 
-    // Looks at all of a bank. tell takes each finding, of the sound with that index or of the bank (-1), and says
-    // whether to go on. KESS_OK or KESS_ERR_FILE_BAD; throws a Failure for a bank that can't be read.
+    // Checks a whole bank. Calls tell for each finding with the index of the sound (-1 for the bank itself), a result
+    // and a text; tell returns whether to continue. Returns KESS_OK or KESS_ERR_FILE_BAD. Throws a Failure if the bank
+    // can't be read.
     using Tell = std::function<bool(int sound, KESS_RESULT result, const std::string& text)>;
     KESS_RESULT verify(const std::string& bank, const Key& key, const Tell& tell) const;
 
@@ -77,17 +78,17 @@ using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseSound>;
 class OpenedBank
 {
 public:
-    // Opens and unlocks. Throws a Failure whose reason doesn't name the file.
+    // Opens the bank and sets its key. Throws a Failure whose reason doesn't name the file.
     OpenedBank(const Engine& engine, const std::string& path, const Key& key);
 
     [[nodiscard]] const KESS_BANKINFO& info() const { return mInfo; }
     [[nodiscard]] int soundCount() const { return mSoundCount; }
 
-    // One sound, counted from 0, open as long as the pointer is; one pointer to a sound at a time. Throws a Failure
-    // when the sound is damaged.
+    // Opens the sound with this index, counted from 0, until the pointer is destroyed. Hold at most one pointer to the
+    // same sound at a time. Throws a Failure if the sound is damaged.
     [[nodiscard]] SoundPointer sound(int index);
 
-    // What is known of a sound. Throw likewise.
+    // Throw a Failure if the sound is damaged.
     [[nodiscard]] std::string name(int index);
     [[nodiscard]] SoundFacts facts(int index);
 

@@ -16,7 +16,7 @@ namespace tnb {
 
 namespace {
 
-// Temporary files are made for their owner alone; finished ones are for whom the user's mask lets see new files.
+// The mode of a finished file: that of any new file under the user's umask. Temporary files are for their owner only.
 mode_t usualMode()
 {
     const mode_t mask = umask(0);
@@ -24,14 +24,14 @@ mode_t usualMode()
     return 0666 & ~mask;
 }
 
-// 0, or the reason why not.
+// Returns 0 or an errno.
 int renameUnlessTaken(const char* from, const char* to)
 {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS)
         return errno;
-    // File systems that can't do both at once.
+    // The file system can't check and rename in one step.
     struct stat existing
     { };
     if (lstat(to, &existing) == 0)
@@ -39,7 +39,7 @@ int renameUnlessTaken(const char* from, const char* to)
     return std::rename(from, to) == 0 ? 0 : errno;
 }
 
-// The path of the temporary file that is being written, for the case that a signal ends the program.
+// The path of the temporary file that is being written; the signal handler removes it.
 std::atomic<const char*> unfinished = nullptr;
 static_assert(std::atomic<const char*>::is_always_lock_free, "it is read by a signal handler");
 
@@ -47,7 +47,7 @@ extern "C" void removeUnfinished(int number)
 {
     if (const char* path = unfinished.load())
         unlink(path);
-    // Arrives when this handler returns.
+    // This signal is delivered when the handler returns.
     std::signal(number, SIG_DFL);
     std::raise(number);
 }
@@ -68,7 +68,7 @@ OutputFile::OutputFile(std::filesystem::path folder, std::string name)
     , mName(std::move(name))
     , mTemporary(mFolder / ".tnb-XXXXXX")
 {
-    // Before the file is there: its name is put together in this very place.
+    // Set before the file exists: mkostemp() completes the name in this same buffer.
     unfinished = mTemporary.c_str();
     removeUnfinishedOnSignals();
     mDescriptor = mkostemp(mTemporary.data(), O_CLOEXEC);
@@ -109,7 +109,7 @@ void OutputFile::commit(bool replace)
         throw Failure(Status::CannotRead, target + " exists already; --force replaces it");
     if (error != 0)
         fail("can't make", error);
-    // Some media tell only on closing that they were full.
+    // Some file systems report only on close that they are full.
     const int descriptor = mDescriptor;
     mDescriptor = -1;
     if (close(descriptor) != 0) {

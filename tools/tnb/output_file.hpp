@@ -1,4 +1,4 @@
-// A file that appears under its name when it is complete, and not at all otherwise.
+// A file that gets its name when it is complete, and is removed otherwise.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@ namespace tnb {
 class OutputFile
 {
 public:
-    // Begins a nameless file in folder, which exists. This and the calls below throw a Failure that names the file.
+    // Creates a temporary file in folder, which must exist. All members throw a Failure that names the file.
     OutputFile(std::filesystem::path folder, std::string name);
 
-    // Without a commit, what was written is removed.
+    // Removes the temporary file if it wasn't committed.
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -23,7 +23,8 @@ public:
 
     void write(std::span<const uint8_t> bytes);
 
-    // Gives the file its name. What has it already is a failure, or is replaced; a link is replaced, not followed.
+    // Gives the file its name. An existing file is replaced if replace is set, otherwise it is a failure. A symbolic
+    // link is replaced, not followed.
     void commit(bool replace);
 
 private:

@@ -15,7 +15,7 @@ namespace {
 using Character = base::Utf8Character;
 using base::firstCharacter;
 
-// Controls, line and paragraph separators, and what turns the direction of the text that follows.
+// Not harmless: controls, line and paragraph separators, and characters that change the direction of text.
 bool isHarmless(uint32_t code)
 {
     return code >= 0x20 && !(code >= 0x7f && code <= 0x9f) && code != 0x061c && code != 0x200e && code != 0x200f
@@ -70,7 +70,7 @@ void writeJson(std::ostream& stream, std::string_view json, size_t blanks)
         if (json[at] == '\n' || !isHarmless(character.code)) {
             stream << json.substr(written, at - written);
             written = next;
-            char escape[7] = ""; // all that isn't harmless is below 10000 hexadecimal
+            char escape[7] = ""; // characters that aren't harmless have at most four hexadecimal digits
             if (json[at] != '\n')
                 std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(character.code));
             stream << (json[at] == '\n' ? '\n' + space : escape);

@@ -1,4 +1,4 @@
-// Text for a terminal: made harmless, and in columns.
+// Text for a terminal: escaping and columns.
 #pragma once
 
 #include <ostream>
@@ -8,22 +8,22 @@
 
 namespace tnb {
 
-// How many bytes the character at the start of text has; 0 if there is none, or it isn't valid UTF-8, or it could move
-// a terminal's cursor or turn the direction of text.
+// The number of bytes of the first character of text. 0 if text is empty, the character isn't valid UTF-8, or it could
+// move a terminal's cursor or change the direction of text.
 [[nodiscard]] size_t harmlessBytes(std::string_view text);
 
-// text with everything escaped (\n, \x1b, ...) that isn't valid UTF-8 or could move a terminal's cursor: names come
-// from files that nobody vouches for.
+// Returns text with every byte escaped (\x1b, ...) that isn't part of a harmless character: names come from untrusted
+// files.
 [[nodiscard]] std::string printable(std::string_view text);
 
-// Writes JSON, which is valid, with the same characters of its strings escaped as JSON escapes them (\u009b, ...).
-// Each of its lines begins with so many blanks. Long text would take several times its memory as a string.
+// Writes json, which must be valid, and escapes the characters that aren't harmless (\u009b, ...). Each line is
+// indented by that many blanks. It writes to a stream because strings of long text would take several times its memory.
 void writeJson(std::ostream& stream, std::string_view json, size_t blanks);
 
 // 1234567 as 1,234,567.
 [[nodiscard]] std::string grouped(unsigned long long number);
 
-// value with so many digits behind the point.
+// value with that many digits after the decimal point.
 [[nodiscard]] std::string fixed(double value, int digits);
 
 enum class Align
@@ -32,8 +32,8 @@ enum class Align
     Right
 };
 
-// Rows of cells, shown in columns as wide as their widest cell. Cells are UTF-8; wide characters count as two. Rows are
-// measured, all of them, and then shown: to keep them would take many times the memory of what they were made from.
+// Formats rows of cells in columns as wide as their widest cell. Cells are UTF-8; wide characters count as two. First
+// measure all rows, then format them one by one: keeping the rows would take many times the memory of their source.
 class Table
 {
 public:
@@ -45,7 +45,7 @@ public:
 
     explicit Table(std::vector<Column> columns);
 
-    // As many cells as there are columns, here and below.
+    // measure() and line() take one cell per column.
     void measure(const std::vector<std::string>& cells);
 
     [[nodiscard]] std::string titles() const;

@@ -13,7 +13,7 @@ constexpr uint16_t kFormatPcm = 1;
 constexpr uint16_t kFormatFloat = 3;
 constexpr uint16_t kFormatExtensible = 0xfffe;
 
-// What follows the format's number in the GUID of an extensible format.
+// The bytes after the format number in the GUID of an extensible format.
 constexpr std::array<uint8_t, 14> kSubformatRest = {0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71};
 
 void put(std::vector<uint8_t>& bytes, std::string_view text)
@@ -39,7 +39,7 @@ void put64(std::vector<uint8_t>& bytes, uint64_t value)
     put32(bytes, value >> 32);
 }
 
-// Chunks begin at even offsets; the byte that fills up doesn't count.
+// Chunks begin at even offsets. The padding byte isn't part of the chunk's size.
 void putChunk(std::vector<uint8_t>& bytes, std::string_view id, const std::vector<uint8_t>& payload)
 {
     put(bytes, id);
@@ -78,7 +78,7 @@ void WavWriter::begin()
     put(head, "WAVE");
     if (isLarge) {
         std::vector<uint8_t> sizes;
-        put64(sizes, riffBytes + 36); // this chunk counts too
+        put64(sizes, riffBytes + 36); // this chunk is included
         put64(sizes, mDataBytes);
         put64(sizes, mFacts.samples);
         put32(sizes, 0); // no other chunk is large
@@ -104,9 +104,9 @@ std::vector<uint8_t> WavWriter::formatChunk() const
     put16(chunk, channels * (bits / 8));
     put16(chunk, bits);
     if (isExtensible) {
-        put16(chunk, 22); // bytes that follow
-        put16(chunk, bits); // all of them used
-        put32(chunk, 0); // no channel has a place of its own
+        put16(chunk, 22); // size of the extension
+        put16(chunk, bits); // all bits are valid
+        put32(chunk, 0); // no speaker positions
         put16(chunk, kind);
         chunk.insert(chunk.end(), kSubformatRest.begin(), kSubformatRest.end());
     } else if (kind != kFormatPcm) {
@@ -127,7 +127,7 @@ void WavWriter::appendSampler(std::vector<uint8_t>& chunks)
     std::vector<uint8_t> chunk;
     put32(chunk, 0); // manufacturer
     put32(chunk, 0); // product
-    put32(chunk, mFacts.rate > 0 ? 1'000'000'000 / mFacts.rate : 0); // nanoseconds of a sample
+    put32(chunk, mFacts.rate > 0 ? 1'000'000'000 / mFacts.rate : 0); // nanoseconds per sample
     put32(chunk, kMiddleC);
     put32(chunk, 0); // no fraction of a semitone
     put64(chunk, 0); // no time code
@@ -138,7 +138,7 @@ void WavWriter::appendSampler(std::vector<uint8_t>& chunks)
     put32(chunk, mFacts.loop->start);
     put32(chunk, mFacts.loop->end - 1); // its last sample
     put32(chunk, 0); // no fraction
-    put32(chunk, 0); // for ever
+    put32(chunk, 0); // play count: endless
     putChunk(chunks, "smpl", chunk);
 }
 
@@ -179,7 +179,7 @@ void WavWriter::appendCues(std::vector<uint8_t>& chunks)
 
 void WavWriter::write(std::span<uint8_t> samples)
 {
-    // WAV alone holds 8-bit samples without a sign.
+    // 8-bit samples are unsigned in WAV, signed in banks.
     if (mFacts.format == KESS_SOUND_FORMAT_PCM8) {
         for (uint8_t& sample : samples)
             sample ^= 0x80;

@@ -1,4 +1,4 @@
-// WAV files: RIFF, or RF64 (EBU Tech 3306) where 32 bits don't hold the sizes.
+// WAV files: RIFF, or RF64 (EBU Tech 3306) if a size needs more than 32 bits.
 #pragma once
 
 #include "opened_bank.hpp"
@@ -10,20 +10,20 @@
 
 namespace tnb {
 
-// What goes around the samples of one sound. The sample format of the file is that of the sound, with loop points in a
-// smpl chunk, and sync points in a cue chunk with their names in a LIST adtl chunk.
+// Writes one sound as a WAV file with the sample format of the sound. The loop is stored in a smpl chunk, sync points
+// in a cue chunk, their names in a LIST adtl chunk.
 class WavWriter
 {
 public:
-    // facts must outlive the writer. Nothing is written yet.
+    // facts and file must outlive the writer. Writes nothing yet.
     WavWriter(const SoundFacts& facts, OutputFile& file);
 
-    // Loop and sync points lie behind what WAV can tell with 32 bits, and are left out where they do.
+    // Whether the loop or a sync point was left out because its position needs more than 32 bits.
     [[nodiscard]] bool leavesPointsOut() const { return mLeavesPointsOut; }
 
     void begin();
 
-    // Samples as the engine delivers them; changes them to what WAV wants. All together as many as facts tells.
+    // Takes samples as the engine delivers them and converts them in place. The total length must be that of facts.
     void write(std::span<uint8_t> samples);
 
     void finish();
@@ -36,7 +36,7 @@ private:
     const SoundFacts& mFacts;
     OutputFile& mFile;
     uint64_t mDataBytes;
-    std::vector<uint8_t> mTail; // the chunks behind the samples
+    std::vector<uint8_t> mTail; // the chunks after the samples
     bool mLeavesPointsOut = false;
 };
 
