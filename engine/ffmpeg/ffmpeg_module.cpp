@@ -135,7 +135,7 @@ std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
     return position > 0 && position < headers.size() ? headers.subspan(position) : std::span<const uint8_t>();
 }
 
-bool isBearableSetup(std::span<const uint8_t> packet)
+bool isBoundedSetup(std::span<const uint8_t> packet)
 {
     return kess::vorbisSetupBytes(packet.data(), packet.size()).has_value();
 }
@@ -148,7 +148,7 @@ KESS_RESULT checkParameters(const AVCodecParameters& parameters)
         return KESS_ERR_TOOMANYCHANNELS;
     if (parameters.codec_id != AV_CODEC_ID_VORBIS || parameters.extradata_size <= 0)
         return KESS_OK;
-    return isBearableSetup(vorbisSetup({parameters.extradata, static_cast<size_t>(parameters.extradata_size)}))
+    return isBoundedSetup(vorbisSetup({parameters.extradata, static_cast<size_t>(parameters.extradata_size)}))
         ? KESS_OK
         : KESS_ERR_FILE_BAD;
 }
@@ -158,7 +158,7 @@ bool isBearable(AVCodecID codec, const AVPacket& packet)
 {
     constexpr uint8_t kSetupHeader = 5;
     return codec != AV_CODEC_ID_VORBIS || packet.size < 1 || packet.data[0] != kSetupHeader
-        || isBearableSetup({packet.data, static_cast<size_t>(packet.size)});
+        || isBoundedSetup({packet.data, static_cast<size_t>(packet.size)});
 }
 
 // How the samples of a frame reach the caller.
@@ -209,7 +209,7 @@ KESS_RESULT Stream::open(const KESS_MODULE_INPUT& file, const char* container)
 KESS_RESULT Stream::openContainer(const char* container)
 {
     constexpr int kIoBufferBytes = 32768;
-    constexpr int kMaxStreams = 64;
+    constexpr int kMaximumStreams = 64;
     const AVInputFormat* input = av_find_input_format(container);
     if (!input)
         return KESS_ERR_FORMAT;
@@ -227,7 +227,7 @@ KESS_RESULT Stream::openContainer(const char* container)
     format->pb = mIo.get();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
     format->io_open = refuseOther;
-    format->max_streams = kMaxStreams;
+    format->max_streams = kMaximumStreams;
     format->format_whitelist = av_strdup(input->name);
     format->protocol_whitelist = av_strdup("none");
     // On failure the context is freed by the call.

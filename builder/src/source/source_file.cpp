@@ -157,17 +157,9 @@ std::vector<base::SyncPoint> SourceFile::syncPoints() const
 
 std::string SourceFile::remark() const
 {
-    uint64_t points = 0;
-    uint64_t names = 0;
-    if (mSound->getDroppedSyncPoints(&points, &names) != KESS_OK || (points == 0 && names == 0))
-        return {};
-    std::string text(baseName(mPath));
-    if (points > 0)
-        text += ": " + std::to_string(points) + " of its markers were left out, because a sound can't have more than "
-            + std::to_string(syncPoints().size());
-    if (names > 0)
-        text += std::string(points > 0 ? "; " : ": ") + "its markers have lost their names, which are too long in all";
-    return text;
+    char text[1024] = "";
+    mSound->getRemark(text, sizeof text);
+    return text[0] ? std::string(baseName(mPath)) + ": " + text : std::string();
 }
 
 Status SourceFile::checkBank()

@@ -1,6 +1,6 @@
 #include "parse/flac_length.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <array>
@@ -11,9 +11,9 @@ namespace kess {
 namespace {
 
 // Uncompressed frames of 8 channels, 32 bits and the largest block are not quite as long.
-constexpr uint64_t kLongestFrame = 2u << 20;
+constexpr uint64_t kMaximumFrameBytes = 2u << 20;
 
-constexpr size_t kLongestHeader = 16;
+constexpr size_t kMaximumHeaderBytes = 16;
 
 struct FlacFrame
 {
@@ -86,7 +86,7 @@ std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint
     else if (blockCode == 6)
         frame.samples = uint64_t{bytes[4 + used]} + 1;
     else if (blockCode == 7)
-        frame.samples = uint64_t{be16(bytes + 4 + used)} + 1;
+        frame.samples = uint64_t{base::loadBig<uint16_t>(bytes + 4 + used)} + 1;
     else
         frame.samples = uint64_t{1} << blockCode;
     const bool variable = bytes[1] & 1;
@@ -96,20 +96,20 @@ std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint
 
 } // namespace
 
-std::optional<uint64_t> flacLength(const SourceFile& file, uint64_t begin, uint64_t end)
+std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64_t end)
 {
     std::array<uint8_t, 12> info; // "fLaC", the block's header, the least and the largest block size
     if (!file.readAllAt(begin, info.data(), info.size()))
         return std::nullopt;
-    const uint64_t fixedBlock = be16(&info[10]);
+    const uint64_t fixedBlock = base::loadBig<uint16_t>(&info[10]);
 
-    const uint64_t from = end - std::min(end - begin, kLongestFrame);
+    const uint64_t from = end - std::min(end - begin, kMaximumFrameBytes);
     std::vector<uint8_t> tail(static_cast<size_t>(end - from));
     tail.resize(file.readAt(from, tail.data(), tail.size()));
 
     std::optional<uint64_t> cutFrame;
     for (size_t i = tail.size(); i-- > 0;) {
-        const auto frame = parseFrame(&tail[i], std::min(tail.size() - i, kLongestHeader), fixedBlock);
+        const auto frame = parseFrame(&tail[i], std::min(tail.size() - i, kMaximumHeaderBytes), fixedBlock);
         if (!frame)
             continue;
         // The checksum behind a frame makes the remainder over both of them zero.

@@ -1,7 +1,8 @@
-#include "parse/vorbis_stream.hpp"
+#include "parse/vorbis_map.hpp"
+
+#include "parse/chained_sounds.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 #include <span>
 #include <utility>
@@ -10,18 +11,16 @@ namespace kess {
 
 namespace {
 
-constexpr long kReadBytes = 8192;
+// A file that chains more sounds than this is the recording of a stream, not a sound file.
+constexpr size_t kMaximumLinks = 4096;
 
-// More sounds than this in one file are no sound file but a stream's recording.
-constexpr size_t kMaxLinks = 4096;
+// For the tables of all different headers of a chain. Those of some fifty encoders fit.
+constexpr uint64_t kMaximumTableBytes = 64u << 20;
 
-// The tables of all different headers of a chain. Those of some fifty encoders fit in.
-constexpr uint64_t kMostTableBytes = 64u << 20;
+// Longer than any packet of sound, and than comments that contain a picture. In a damaged file, a packet may never end.
+constexpr long kMaximumPacketBytes = 16l << 20;
 
-// No packet of sound is that long, nor are comments with a picture in them. A damaged file may never end one.
-constexpr long kLongestPacket = 16l << 20;
-
-// An ogg_stream_state that ends by itself.
+// Owns an ogg_stream_state.
 class PacketStream
 {
 public:
@@ -35,7 +34,7 @@ private:
     ogg_stream_state mState;
 };
 
-// Goes through the packets of one sound and counts.
+// Counts the samples of one sound by its packets.
 class LinkMeasure
 {
 public:
@@ -59,7 +58,7 @@ public:
         ogg_packet packet;
         for (int got; !mFailed && (got = ogg_stream_packetout(mStream.state(), &packet)) != 0; beginsHere = true) {
             if (got < 0) {
-                isMarked = true; // pages are missing: what begins where isn't known here
+                isMarked = true; // pages are missing, so the position is unknown
                 continue;
             }
             if (!mLink.headers->complete()) {
@@ -72,24 +71,27 @@ public:
             isMarked = true;
         }
         const ogg_stream_state& state = *mStream.state();
-        mFailed = mFailed || state.body_fill - state.body_returned > kLongestPacket;
+        mFailed = mFailed || state.body_fill - state.body_returned > kMaximumPacketBytes;
     }
 
-    // Whether the file is to be refused for this sound's headers.
+    // Whether the file must be refused because of this sound's headers.
     [[nodiscard]] bool isRefused() const { return mIsRefused; }
 
-    // Adds the sound to the map; false when it has no headers, or doesn't fit the sounds before it.
-    [[nodiscard]] bool finish()
+    // Adds the sound to the map. If that can't be done, returns the reason, as chainRemark() takes it.
+    [[nodiscard]] std::optional<std::string> finish()
     {
         if (mFailed || !mLink.headers->complete())
-            return false;
+            return "is damaged";
         const vorbis_info* info = mLink.headers->info();
         if (!mMap.links.empty()) {
             const vorbis_info* first = mMap.links.front().headers->info();
-            if (first->channels != info->channels || first->rate != info->rate)
-                return false;
+            if (first->channels != info->channels)
+                return otherValue(info->channels, first->channels, " channels");
+            if (first->rate != info->rate)
+                return otherValue(info->rate, first->rate, " Hz");
         }
-        // Where the first position in the file is less than the samples up to it, so many are cut from the start.
+        // If the first position in the file is lower than the number of samples up to it, the difference is cut from
+        // the start.
         const int64_t base = mBase.value_or(0);
         const int64_t cutAtStart = base < 0 ? -base : 0;
         int64_t length = mProduced - cutAtStart;
@@ -102,7 +104,7 @@ public:
         }
         mLink.first = mLink.start - cutAtStart;
         mMap.links.push_back(std::move(mLink));
-        return true;
+        return std::nullopt;
     }
 
 private:
@@ -123,11 +125,11 @@ private:
         }
         mIsRefused = !mLink.headers->add(bytes);
         mMap.tableBytes += mLink.headers->tableBytes();
-        mIsRefused = mIsRefused || mMap.tableBytes > kMostTableBytes;
+        mIsRefused = mIsRefused || mMap.tableBytes > kMaximumTableBytes;
         mFailed = mIsRefused;
     }
 
-    // False for what isn't sound.
+    // Returns false for a packet that isn't sound.
     bool count(ogg_packet& packet)
     {
         const long block = vorbis_packet_blocksize(mLink.headers->info(), &packet);
@@ -135,9 +137,9 @@ private:
             return false;
         mProduced += vorbisPacketSamples(mBlock, block);
         mBlock = block;
-        // No sound is that long; sums of what is left don't overflow.
-        constexpr int64_t kMostPosition = int64_t{1} << 62;
-        if (packet.granulepos < 0 || packet.granulepos > kMostPosition)
+        // No sound is that long. Sums of lower positions don't overflow.
+        constexpr int64_t kMaximumPosition = int64_t{1} << 62;
+        if (packet.granulepos < 0 || packet.granulepos > kMaximumPosition)
             return true;
         if (packet.e_o_s)
             mLastPosition = packet.granulepos;
@@ -160,77 +162,37 @@ private:
 
 } // namespace
 
-OggPages::OggPages(Cursor cursor)
-    : mCursor(std::move(cursor))
+base::Result<VorbisMap> mapVorbis(OggPages& pages)
 {
-    ogg_sync_init(&mSync);
-}
-
-OggPages::~OggPages()
-{
-    ogg_sync_clear(&mSync);
-}
-
-bool OggPages::seek(uint64_t offset)
-{
-    ogg_sync_reset(&mSync);
-    mOffset = offset;
-    return mCursor.seek(static_cast<int64_t>(offset), SEEK_SET) >= 0;
-}
-
-bool OggPages::next(ogg_page* page, uint64_t* offset)
-{
-    for (;;) {
-        const long got = ogg_sync_pageseek(&mSync, page);
-        if (got > 0) {
-            *offset = mOffset;
-            mOffset += static_cast<uint64_t>(got);
-            return true;
-        }
-        if (got < 0) {
-            mOffset += static_cast<uint64_t>(-got);
-            continue;
-        }
-        char* buffer = ogg_sync_buffer(&mSync, kReadBytes);
-        if (!buffer)
-            return false;
-        const size_t count = mCursor.read(buffer, kReadBytes);
-        if (count == 0 || ogg_sync_wrote(&mSync, static_cast<long>(count)) != 0)
-            return false;
-    }
-}
-
-std::span<const uint8_t> OggPages::rest() const
-{
-    return {mSync.data + mSync.returned, static_cast<size_t>(mSync.fill - mSync.returned)};
-}
-
-bool mapVorbis(OggPages& pages, VorbisMap* map)
-{
-    if (!pages.seek(0))
-        return false;
+    VorbisMap map;
     std::unique_ptr<LinkMeasure> link;
+    std::optional<std::string> reason; // why the chain isn't read further
     ogg_page page;
     uint64_t offset = 0;
-    while (pages.next(&page, &offset)) {
+    const bool isReadable = pages.seek(0);
+    while (isReadable && !reason && pages.next(&page, &offset)) {
         const int serial = ogg_page_serialno(&page);
         if (ogg_page_bos(&page)) {
             if (link && link->isRefused())
-                return false;
-            if (link && !link->finish())
-                return !map->links.empty();
-            if (map->links.size() == kMaxLinks)
-                return true;
-            const int64_t start = map->links.empty() ? 0 : map->links.back().end;
-            link = std::make_unique<LinkMeasure>(*map, serial, start);
+                break;
+            reason = link ? link->finish() : std::nullopt;
+            if (map.links.size() == kMaximumLinks)
+                reason = "exceeds the limit of " + std::to_string(kMaximumLinks);
+            const int64_t start = map.links.empty() ? 0 : map.links.back().end;
+            link = reason ? nullptr : std::make_unique<LinkMeasure>(map, serial, start);
         }
         if (link && serial == link->serial())
             link->add(&page, offset);
     }
-    if (!link || link->isRefused())
-        return false;
-    static_cast<void>(link->finish());
-    return !map->links.empty();
+    if (link && link->isRefused())
+        return base::Error{base::ErrorCode::Damaged, "its Vorbis headers need more memory than those of any sound"};
+    if (link)
+        reason = link->finish();
+    if (map.links.empty())
+        return base::Error{base::ErrorCode::Damaged, "its Vorbis headers are damaged or missing"};
+    if (reason)
+        map.remark = chainRemark(map.links.size(), *reason);
+    return map;
 }
 
 } // namespace kess

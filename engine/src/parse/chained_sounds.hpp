@@ -1,0 +1,24 @@
+// Files that chain several sounds. They are decoded as one sound, up to the first that has other channels or another
+// rate.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace kess {
+
+// What the remark on a chain says about the first sound that isn't decoded.
+[[nodiscard]] inline std::string otherValue(long value, long first, const char* unit)
+{
+    return "has " + std::to_string(value) + unit + " instead of " + std::to_string(first);
+}
+
+// The remark on a chain of which only the first sounds are decoded. reason completes "the next one ...".
+[[nodiscard]] inline std::string chainRemark(size_t decoded, const std::string& reason)
+{
+    const std::string first = decoded == 1 ? "only the first of its chained sounds is"
+                                           : "only the first " + std::to_string(decoded) + " of its chained sounds are";
+    return first + " read, because the next one " + reason;
+}
+
+} // namespace kess
