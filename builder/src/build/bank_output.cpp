@@ -71,14 +71,14 @@ void AtomicOutput::takePermissions(const struct stat& former)
     fchmod(mFile.descriptor(), mode | S_IRUSR | S_IWUSR);
 }
 
-bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
+base::Result<> AtomicOutput::write(std::span<const uint8_t> bytes)
 {
     if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
-        return bank::Error::Io;
+        return base::Error{base::ErrorCode::Io};
     if (bytes.size() >= kBufferBytes)
-        return put(bytes) ? bank::Error::None : bank::Error::Io;
+        return put(bytes) ? base::Result<>() : base::Error{base::ErrorCode::Io};
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return bank::Error::None;
+    return {};
 }
 
 Status AtomicOutput::restart()

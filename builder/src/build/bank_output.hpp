@@ -1,7 +1,7 @@
 // The file that a build makes.
 #pragma once
 
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "support/fault.hpp"
 #include "support/file.hpp"
 
@@ -20,7 +20,7 @@ namespace tarnok {
 // To whoever uses the file it is still the same one, so it keeps the permissions and the group that it had, a write
 // protection too; a new file gets those that the process gives to new files. Permissions that were given to a group are
 // not given to another: where the group can't be kept, its members get what everybody gets.
-class AtomicOutput final : public bank::ByteSink
+class AtomicOutput final : public base::ByteSink
 {
 public:
     // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
@@ -29,7 +29,7 @@ public:
     // Removes left-overs of killed builds of path.
     static void removeAbandoned(const std::string& path);
 
-    bank::Error write(std::span<const uint8_t> bytes) override;
+    base::Result<> write(std::span<const uint8_t> bytes) override;
 
     // Why a write failed; no fault when it was the source.
     const Fault& fault() const { return mFault; }

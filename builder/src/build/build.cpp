@@ -67,12 +67,12 @@ public:
         : mBuild(build)
     { }
 
-    bank::Result<bank::StoredSound> open(size_t index) override
+    base::Result<bank::StoredSound> open(size_t index) override
     {
         const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
         mInSource.reset();
         if (!place)
-            return bank::StoredSound{std::make_shared<bank::MemorySource>(bank::serialise(bank::emptySound())), 0, 0};
+            return bank::StoredSound{std::make_shared<base::MemorySource>(bank::serialise(bank::emptySound())), 0, 0};
         if (place->inSource)
             return openSource(index, *place);
         std::shared_ptr<const FilePart> part = place->spilled;
@@ -85,28 +85,28 @@ public:
                 part = place->spilled;
             } else {
                 mFault = status.fault();
-                return bank::Error::Io;
+                return base::Error{base::ErrorCode::Io};
             }
         }
         return bank::StoredSound{part, sizeof(EntryHeader) + place->dataBytes, sizeof(EntryHeader)};
     }
 
     // The whole record of a sound, which must have been stored.
-    bank::Result<bank::Sound> sound(size_t index)
+    base::Result<bank::Sound> sound(size_t index)
     {
         const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
         if (!place)
             return bank::emptySound();
         if (!place->record.empty())
             return bank::deserialise(place->record);
-        const bank::Result<bank::StoredSound> stored = open(index);
+        const base::Result<bank::StoredSound> stored = open(index);
         if (!stored)
             return stored.error();
         if (stored->recordOffset > stored->source->size())
-            return bank::Error::Damaged;
+            return base::Error{base::ErrorCode::Damaged};
         std::vector<uint8_t> record(stored->source->size() - stored->recordOffset);
-        if (const bank::Error error = stored->source->readAt(stored->recordOffset, record); error != bank::Error::None)
-            return error;
+        if (const base::Result<> result = stored->source->readAt(stored->recordOffset, record); !result)
+            return result.error();
         return bank::deserialise(record);
     }
 
@@ -116,15 +116,15 @@ public:
     std::optional<size_t> failedSource() const { return mInSource; }
 
 private:
-    bank::Result<bank::StoredSound> openSource(size_t index, const StoredPlace& place)
+    base::Result<bank::StoredSound> openSource(size_t index, const StoredPlace& place)
     {
         mInSource = index;
         FileStamp stamp;
         Result<FileDescriptor> file = openForReading(pathsOf(mBuild.mRequest.subsounds[index]).front(), &stamp);
         if (!file)
-            return bank::Error::Io;
+            return base::Error{base::ErrorCode::Io};
         return bank::StoredSound{
-            std::make_shared<bank::MemorySource>(place.record), 0, place.inSource->dataOffset,
+            std::make_shared<base::MemorySource>(place.record), 0, place.inSource->dataOffset,
             std::make_shared<FilePart>(std::make_shared<FileDescriptor>(std::move(*file)), 0, stamp.size)};
     }
 
@@ -241,11 +241,11 @@ void Build::loadModule()
     const auto codec = bank::Codec(mOrder.format);
     if (!EncoderModule::encodes(codec))
         return;
-    Result<std::shared_ptr<const EncoderModule>> module = EncoderModule::load(codec);
+    base::Result<std::shared_ptr<const EncoderModule>> module = EncoderModule::load(codec);
     if (module)
         mOrder.module = std::move(*module);
     else
-        mModuleFault = module.fault();
+        mModuleFault = faultOf(module.error(), {});
 }
 
 // A slip on a command line must not cost a recording.
@@ -312,7 +312,7 @@ Result<StoredPlace> Build::tryToBuild(const Task& task)
     try {
         return mBuilders[task.worker].build(mOrder, mRequest.subsounds[task.index], task.again, tell);
     } catch (const std::bad_alloc&) {
-        return faultOf(bank::Error::Memory, firstFile(mRequest.subsounds[task.index]));
+        return faultOf(base::outOfMemory(), firstFile(mRequest.subsounds[task.index]));
     } catch (const std::exception& exception) {
         return Fault{TARNOK_ERR_ENCODER,
                      firstFile(mRequest.subsounds[task.index]) + ": the encoder failed (" + exception.what() + ")"};
@@ -501,7 +501,7 @@ Status Build::writeSounds(Outputs* outputs, Stored& stored)
                              .quality = mRequest.order.quality,
                              .guid = !(flags & TARNOK_BUILD_NOGUID),
                              .names = !(flags & TARNOK_BUILD_TNB5_DONTWRITENAMES)});
-    const auto failure = [&](bank::Error error) {
+    const auto failure = [&](const base::Error& error) {
         if (outputs->bank->fault().code != TARNOK_OK)
             return outputs->bank->fault();
         return stored.fault().code != TARNOK_OK ? stored.fault() : faultOf(error, baseName(mRequest.outputFile));
@@ -510,15 +510,15 @@ Status Build::writeSounds(Outputs* outputs, Stored& stored)
     for (size_t index = 0; index < mPlaces.size(); ++index) {
         if (mStop.stop_requested())
             return cancelled();
-        const bank::Result<bank::Sound> sound = stored.sound(index);
+        const base::Result<bank::Sound> sound = stored.sound(index);
         if (!sound)
             return failure(sound.error());
         writer.add(soundName(mRequest.subsounds[index]), *sound);
     }
-    const bank::Error error = mRequest.encryptionKey
+    const base::Result<> result = mRequest.encryptionKey
         ? writer.writeEncrypted(*outputs->bank, stored, *mRequest.encryptionKey, mStop)
         : writer.write(*outputs->bank, stored, mStop);
-    return error == bank::Error::None ? Status() : failure(error);
+    return result ? Status() : failure(result.error());
 }
 
 Status Build::writeHeader(Outputs* outputs) const
@@ -529,7 +529,7 @@ Status Build::writeHeader(Outputs* outputs) const
     for (const TARNOK_SUBSOUND& subsound : mRequest.subsounds)
         names.push_back(soundName(subsound));
     const std::string text = cHeaderText(withoutExtension(baseName(mRequest.outputFile)), names);
-    if (outputs->header->write({reinterpret_cast<const uint8_t*>(text.data()), text.size()}) != bank::Error::None)
+    if (!outputs->header->write({reinterpret_cast<const uint8_t*>(text.data()), text.size()}))
         return outputs->header->fault();
     return outputs->header->finish(mStop);
 }

@@ -9,10 +9,10 @@ namespace tarnok {
 namespace {
 
 // Takes the place of the data of a sound that isn't to be kept.
-class NoData final : public bank::ByteSink
+class NoData final : public base::ByteSink
 {
 public:
-    bank::Error write(std::span<const uint8_t>) override { return bank::Error::None; }
+    base::Result<> write(std::span<const uint8_t>) override { return {}; }
 };
 
 } // namespace
@@ -85,10 +85,10 @@ std::optional<StoredPlace> SoundBuilder::findInSource(const Job& job)
     if (!known)
         return std::nullopt;
     const FileStamp& stamp = job.identities.front().stamp;
-    const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
+    const base::Result<bank::Sound> sound = bank::deserialise(known->bytes);
     if (!sound || known->bytes.size() > StoredPlace::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
         || bank::serialise(*sound) != known->bytes
-        || !bank::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
+        || !base::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
     StoredPlace place = StoredPlace::of(job.key, sound->dataBytes, known->bytes);
     place.inSource = {known->dataOffset, stamp};
@@ -177,10 +177,11 @@ Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& prepa
     if (!raw)
         return false;
     NoData none;
-    const bank::Error error = encoderFor(job.settings).encode(*raw, job.settings.quality, none, mMeans.stop, sound);
-    if (error == bank::Error::Cancelled)
+    const base::Result<> encoded =
+        encoderFor(job.settings).encode(*raw, job.settings.quality, none, mMeans.stop, sound);
+    if (!encoded && encoded.error().code == base::ErrorCode::Cancelled)
         return cancelled();
-    if (error != bank::Error::None)
+    if (!encoded)
         return false;
     preparation.complete(sound);
     return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::kLongestKeptRecord;
@@ -198,12 +199,12 @@ StoredPlace SoundBuilder::keepInSource(const Job& job, const SoundPreparation& p
 
 Status SoundBuilder::encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
-    const bank::Error error =
+    const base::Result<> encoded =
         encoderFor(job.settings).encode(preparation.sound(), job.settings.quality, file, mMeans.stop, sound);
-    if (error == bank::Error::Io)
+    if (!encoded && encoded.error().code == base::ErrorCode::Io)
         return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
-    if (error != bank::Error::None)
-        return faultOf(error, job.shownName());
+    if (!encoded)
+        return faultOf(encoded.error(), job.shownName());
     preparation.complete(sound);
     return {};
 }

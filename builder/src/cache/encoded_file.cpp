@@ -13,14 +13,14 @@ constexpr size_t kBufferBytes = 128 << 10;
 
 } // namespace
 
-bank::Error FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
+base::Result<> FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
 {
-    if (!bank::rangeInside(offset, bytes.size(), mSize))
-        return bank::Error::Damaged;
+    if (!base::rangeInside(offset, bytes.size(), mSize))
+        return base::Error{base::ErrorCode::Damaged};
     const int error = tarnok::readAt(mFile->get(), std::as_writable_bytes(bytes), mOffset + offset);
     if (error != 0)
-        return error < 0 ? bank::Error::Damaged : bank::Error::Io;
-    return bank::Error::None;
+        return base::Error{error < 0 ? base::ErrorCode::Damaged : base::ErrorCode::Io};
+    return {};
 }
 
 StoredPlace StoredPlace::of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
@@ -64,14 +64,14 @@ EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     mBuffer.resize(sizeof(EntryHeader));
 }
 
-bank::Error EncodedFile::write(std::span<const uint8_t> bytes)
+base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
 {
     if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
-        return bank::Error::Io;
+        return base::Error{base::ErrorCode::Io};
     if (bytes.size() >= kBufferBytes)
-        return put(std::as_bytes(bytes), mWritten) ? bank::Error::None : bank::Error::Io;
+        return put(std::as_bytes(bytes), mWritten) ? base::Result<>() : base::Error{base::ErrorCode::Io};
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return bank::Error::None;
+    return {};
 }
 
 Result<StoredPlace> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)

@@ -1,8 +1,8 @@
 // Where the bytes of an encoded sound are put, and from where they go into the bank.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/sound.hpp"
+#include "base/bytes.hpp"
 #include "cache/cache.hpp"
 #include "support/content_hash.hpp"
 #include "support/file.hpp"
@@ -16,7 +16,7 @@
 namespace tarnok {
 
 // A part of an open file as a source of bytes. Safe to read from several threads.
-class FilePart final : public bank::ByteSource
+class FilePart final : public base::ByteSource
 {
 public:
     FilePart(std::shared_ptr<const FileDescriptor> file, uint64_t offset, uint64_t size)
@@ -26,7 +26,7 @@ public:
     { }
 
     [[nodiscard]] uint64_t size() const override { return mSize; }
-    bank::Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
+    base::Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
 
 private:
     std::shared_ptr<const FileDescriptor> mFile;
@@ -93,13 +93,13 @@ private:
 
 // Takes the data of one sound from its encoder. Begins in the cache, moves to the spill files with all that it has when
 // the cache can't take more, and ends as an entry of the cache or as a part of a spill file.
-class EncodedFile final : public bank::ByteSink
+class EncodedFile final : public base::ByteSink
 {
 public:
     // cache: null for a sound that isn't to lie there.
     EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop);
 
-    bank::Error write(std::span<const uint8_t> bytes) override;
+    base::Result<> write(std::span<const uint8_t> bytes) override;
 
     // Puts header and serialised form around the data and makes it available under key. sound is complete.
     Result<StoredPlace> finish(const ContentHash& key, const bank::Sound& sound);

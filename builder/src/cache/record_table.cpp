@@ -1,7 +1,7 @@
 #include "cache/record_table.hpp"
 
-#include "bank/bytes.hpp"
 #include "bank/checksum.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -64,7 +64,7 @@ std::vector<uint8_t> fileOf(std::vector<Candidate> records)
     file.reserve(size_t(size));
     file.resize(sizeof(TableHeader));
     for (const Candidate& record : records) {
-        bank::appendLittle(file, record.head);
+        base::appendLittle(file, record.head);
         file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
     }
     TableHeader header{{}, bank::checksum(std::as_bytes(std::span(file).subspan(sizeof header)))};
@@ -79,7 +79,7 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
 {
     if (file.size() < sizeof(TableHeader))
         return std::nullopt;
-    const auto header = bank::loadLittle<TableHeader>(file.data());
+    const auto header = base::loadLittle<TableHeader>(file.data());
     if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0
         || bank::checksum(std::as_bytes(std::span(file).subspan(sizeof header))) != header.checksum)
         return std::nullopt;
@@ -88,7 +88,7 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file)
     for (uint64_t offset = sizeof header; offset < file.size();) {
         if (file.size() - offset < sizeof(RecordHead))
             return std::nullopt;
-        const auto head = bank::loadLittle<RecordHead>(&file[offset]);
+        const auto head = base::loadLittle<RecordHead>(&file[offset]);
         const Place place{head.key, offset};
         offset += sizeof head;
         const bool isInOrder = table.mPlaces.empty() || table.mPlaces.back().key < place.key;
@@ -108,7 +108,7 @@ std::optional<RawRecord> RecordTable::find(const ContentHash& key) const
                          [](const Place& place, const ContentHash& wanted) { return place.key < wanted; });
     if (found == mPlaces.end() || found->key != key)
         return std::nullopt;
-    const auto head = bank::loadLittle<RecordHead>(&mFile[found->offset]);
+    const auto head = base::loadLittle<RecordHead>(&mFile[found->offset]);
     const uint8_t* bytes = &mFile[found->offset] + sizeof head;
     return RawRecord{head.dataOffset, head.usedAt, std::vector<uint8_t>(bytes, bytes + head.recordBytes)};
 }
@@ -125,7 +125,7 @@ std::vector<uint8_t> RecordTable::mergedWith(const NewRecords& newer, int64_t ol
     for (const Place& place : mPlaces) {
         if (!newer.contains(place.key))
             records.push_back(
-                {bank::loadLittle<RecordHead>(&mFile[place.offset]), &mFile[place.offset] + sizeof(RecordHead)});
+                {base::loadLittle<RecordHead>(&mFile[place.offset]), &mFile[place.offset] + sizeof(RecordHead)});
     }
     leaveOut(&records, oldest, recently, limit);
     return fileOf(std::move(records));

@@ -28,7 +28,7 @@ SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& s
 
     SoundSettings settings;
     settings.codec = bank::Codec(order.format);
-    settings.quality = hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
+    settings.quality = bank::hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
     settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
     settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
     settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;

@@ -4,8 +4,6 @@
 
 namespace tarnok {
 
-using bank::Error;
-
 std::optional<RawSound> RawSound::open(const std::string& path, const FileStamp& stamp, const PreparedFacts& facts,
                                        const RawSamples& samples)
 {
@@ -24,28 +22,28 @@ RawSound::RawSound(FileDescriptor file, const PreparedFacts& facts, const RawSam
     , mFrameBytes(size_t(facts.channels) * bank::bytesPerSample(facts.sampleFormat))
 { }
 
-Error RawSound::seek(int64_t position)
+base::Result<> RawSound::seek(int64_t position)
 {
     if (position < 0 || uint64_t(position) > mFacts.sampleCount)
-        return Error::Unsupported;
+        return base::Error{base::ErrorCode::Unsupported};
     mPosition = uint64_t(position) * mFrameBytes;
-    return Error::None;
+    return {};
 }
 
-Error RawSound::readFloat(float*, size_t)
+base::Result<> RawSound::readFloat(float*, size_t)
 {
-    return Error::Unsupported;
+    return base::Error{base::ErrorCode::Unsupported};
 }
 
-Error RawSound::readSamples(void* frames, size_t count)
+base::Result<> RawSound::readSamples(void* frames, size_t count)
 {
     const std::span bytes(static_cast<std::byte*>(frames), count * mFrameBytes);
-    if (!bank::rangeInside(mPosition, bytes.size(), mSamples.bytes))
-        return Error::Unsupported;
+    if (!base::rangeInside(mPosition, bytes.size(), mSamples.bytes))
+        return base::Error{base::ErrorCode::Unsupported};
     if (const int error = readAt(mFile.get(), bytes, mSamples.offset + mPosition))
-        return error < 0 ? Error::Damaged : Error::Io;
+        return base::Error{error < 0 ? base::ErrorCode::Damaged : base::ErrorCode::Io};
     mPosition += bytes.size();
-    return Error::None;
+    return {};
 }
 
 } // namespace tarnok

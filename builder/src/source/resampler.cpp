@@ -55,7 +55,7 @@ uint64_t roundsInTune(double loopLength)
 
 } // namespace
 
-ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate)
+ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<base::Loop> loop, double fromRate, double toRate)
     : mSourceLength(length)
     , mSourceLoop(loop)
     , mInput(fromRate)
@@ -80,7 +80,7 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     mOutput = double(output);
     const double ratio = mOutput / mInput;
     const auto start = uint64_t(std::llround(double(loop->start) * ratio));
-    mLoop = bank::Loop{start, start + newLoopLength};
+    mLoop = base::Loop{start, start + newLoopLength};
     mLength = mLoop->end + uint64_t(std::llround(double(length - loop->end) * ratio));
 }
 
@@ -276,7 +276,7 @@ private:
         auto frame = uint64_t(position);
         uint64_t end = mPlan.mSourceLength;
         if (outside == Outside::LoopStart) {
-            const bank::Loop& loop = *mPlan.mSourceLoop;
+            const base::Loop& loop = *mPlan.mSourceLoop;
             if (frame >= loop.end)
                 frame = loop.start + (frame - loop.end) % (loop.end - loop.start);
             end = loop.end;
@@ -291,7 +291,7 @@ private:
     // The rounds exist in the plan only; the source has one.
     Run locateInRounds(uint64_t frame, uint64_t most) const
     {
-        const bank::Loop& loop = *mPlan.mSourceLoop;
+        const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
             return {frame, size_t(std::min(most, loop.start - frame))};
         if (frame >= loop.end)

@@ -15,7 +15,7 @@ namespace tarnok {
 class SoundPreparation::Looped final : public PreparedSound
 {
 public:
-    Looped(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop)
+    Looped(FrameSource& frames, std::optional<base::Loop> loop, std::stop_token stop)
         : mFrames(frames)
         , mStop(std::move(stop))
     {
@@ -29,19 +29,19 @@ public:
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
 
-    bank::Error seek(int64_t position) override
+    base::Result<> seek(int64_t position) override
     {
         mPosition = position;
-        return bank::Error::None;
+        return {};
     }
 
-    bank::Error readFloat(float* frames, size_t count) override
+    base::Result<> readFloat(float* frames, size_t count) override
     {
         return read(reinterpret_cast<uint8_t*>(frames), count, sizeof(float),
                     [this](void* target, size_t run) { return mFrames.readFloat(static_cast<float*>(target), run); });
     }
 
-    bank::Error readSamples(void* frames, size_t count) override
+    base::Result<> readSamples(void* frames, size_t count) override
     {
         return read(static_cast<uint8_t*>(frames), count, bank::bytesPerSample(mFacts.sampleFormat),
                     [this](void* target, size_t run) { return mFrames.readSamples(target, run); });
@@ -51,12 +51,12 @@ public:
 
 private:
     template <typename ReadRun>
-    bank::Error read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
+    base::Result<> read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
     {
         const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
         while (count > 0) {
             if (mStop.stop_requested())
-                return bank::Error::Cancelled;
+                return base::Error{base::ErrorCode::Cancelled};
             const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
             const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
             if (frame) {
@@ -65,7 +65,7 @@ private:
                     status = readRun(target, run);
                 if (!status) {
                     mFault = status.fault();
-                    return bank::Error::Io;
+                    return base::Error{base::ErrorCode::Io};
                 }
             } else {
                 std::fill_n(target, run * frameBytes, uint8_t(0));
@@ -75,7 +75,7 @@ private:
             mPosition += int64_t(run);
         }
         bank::clearVectorState(); // for the encoder, which goes on now
-        return bank::Error::None;
+        return {};
     }
 
     // How many frames from the current position on follow each other in the sound, or are silent.
@@ -152,11 +152,11 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
 }
 
 // The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
-bank::Loop SoundPreparation::commonLoop(const Files& files)
+base::Loop SoundPreparation::commonLoop(const Files& files)
 {
     const double rate = files.front()->facts().sampleRate;
     uint64_t length = 0;
-    std::optional<bank::Loop> found;
+    std::optional<base::Loop> found;
     for (const auto& file : files) {
         const FrameFacts& facts = file->facts();
         length = std::max(length, ResamplingPlan(facts.length, std::nullopt, facts.sampleRate, rate).length());
@@ -168,10 +168,10 @@ bank::Loop SoundPreparation::commonLoop(const Files& files)
         // Written out, it would no longer be beside that of the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
-            found = bank::Loop{plain.places(loop->start).front(), plain.places(loop->end).front()};
+            found = base::Loop{plain.places(loop->start).front(), plain.places(loop->end).front()};
         }
     }
-    return found && found->start < found->end ? *found : bank::Loop{0, length};
+    return found && found->start < found->end ? *found : base::Loop{0, length};
 }
 
 // How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
@@ -181,9 +181,9 @@ ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate)
     const FrameFacts& facts = file.facts();
     if (mLoop) {
         const double scale = facts.sampleRate / rate;
-        const bank::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
+        const base::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
                                 std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
-        for (const bank::Loop& loop : {file.loop().value_or(beside), beside}) {
+        for (const base::Loop& loop : {file.loop().value_or(beside), beside}) {
             if (loop.start >= loop.end)
                 continue;
             ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
@@ -210,10 +210,10 @@ Status SoundPreparation::putTogether(Files files)
     }
     mFrames = interleave(std::move(parts));
     const uint64_t length = mFrames->facts().length;
-    for (bank::SyncPoint& point : mSyncPoints)
-        point.sample = std::min(point.sample, length);
+    for (base::SyncPoint& point : mSyncPoints)
+        point.frame = std::min(point.frame, length);
     if (mLoop && (mLoop->start >= length || mLoop->end > length))
-        mLoop = bank::Loop{0, length};
+        mLoop = base::Loop{0, length};
     mFrames = holdLoopIfShort(std::move(mFrames), mLoop);
     return {};
 }
@@ -253,9 +253,9 @@ Status SoundPreparation::preprocess()
         mFrames = std::move(*resampled);
         mRawSamples.reset();
         mLoop = plan.loop();
-        std::vector<bank::SyncPoint> points;
-        for (const bank::SyncPoint& point : mSyncPoints) {
-            for (const uint64_t place : plan.places(point.sample))
+        std::vector<base::SyncPoint> points;
+        for (const base::SyncPoint& point : mSyncPoints) {
+            for (const uint64_t place : plan.places(point.frame))
                 points.push_back({place, point.name});
         }
         mSyncPoints.clear();
@@ -303,13 +303,13 @@ void SoundPreparation::complete(bank::Sound* encoded) const
 }
 
 // Files of one recording often carry the same markers; each is kept once.
-void SoundPreparation::merge(std::vector<bank::SyncPoint> points, double scale)
+void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
 {
-    for (bank::SyncPoint& point : points)
-        point.sample = uint64_t(std::llround(double(point.sample) * scale));
+    for (base::SyncPoint& point : points)
+        point.frame = uint64_t(std::llround(double(point.frame) * scale));
     mSyncPoints.insert(mSyncPoints.end(), points.begin(), points.end());
-    const auto order = [](const bank::SyncPoint& left, const bank::SyncPoint& right) {
-        return std::tie(left.sample, left.name) < std::tie(right.sample, right.name);
+    const auto order = [](const base::SyncPoint& left, const base::SyncPoint& right) {
+        return std::tie(left.frame, left.name) < std::tie(right.frame, right.name);
     };
     std::sort(mSyncPoints.begin(), mSyncPoints.end(), order);
     mSyncPoints.erase(std::unique(mSyncPoints.begin(), mSyncPoints.end()), mSyncPoints.end());

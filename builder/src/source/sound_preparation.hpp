@@ -57,10 +57,10 @@ private:
     class Looped;
     using Files = std::vector<std::unique_ptr<SourceFile>>;
 
-    static bank::Loop commonLoop(const Files& files);
+    static base::Loop commonLoop(const Files& files);
     ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
     Status putTogether(Files files);
-    void merge(std::vector<bank::SyncPoint> points, double scale);
+    void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
     SoundSettings mSettings;
@@ -68,8 +68,8 @@ private:
     std::stop_token mStop;
     std::string mName; // of the first file
     std::unique_ptr<FrameSource> mFrames;
-    std::optional<bank::Loop> mLoop;
-    std::vector<bank::SyncPoint> mSyncPoints;
+    std::optional<base::Loop> mLoop;
+    std::vector<base::SyncPoint> mSyncPoints;
     std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
     std::optional<RawSamples> mRawSamples;

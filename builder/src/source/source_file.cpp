@@ -131,17 +131,17 @@ std::optional<RawSamples> SourceFile::rawSamples() const
     return samples;
 }
 
-std::optional<bank::Loop> SourceFile::loop() const
+std::optional<base::Loop> SourceFile::loop() const
 {
-    bank::Loop loop;
+    base::Loop loop;
     if (mSound->getLoopPoints(&loop.start, &loop.end) != KESS_OK || loop.start >= loop.end || loop.end > mFacts.length)
         return std::nullopt;
     return loop;
 }
 
-std::vector<bank::SyncPoint> SourceFile::syncPoints() const
+std::vector<base::SyncPoint> SourceFile::syncPoints() const
 {
-    std::vector<bank::SyncPoint> points;
+    std::vector<base::SyncPoint> points;
     int count = 0;
     if (mSound->getNumSyncPoints(&count) != KESS_OK)
         return points;

@@ -38,8 +38,8 @@ public:
     std::optional<RawSamples> rawSamples() const;
 
     // The loop and the markers that the file brings.
-    std::optional<bank::Loop> loop() const;
-    std::vector<bank::SyncPoint> syncPoints() const;
+    std::optional<base::Loop> loop() const;
+    std::vector<base::SyncPoint> syncPoints() const;
 
     // Which of the markers can't be had, in a sentence; empty when there are none.
     std::string remark() const;

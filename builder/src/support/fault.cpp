@@ -2,25 +2,27 @@
 
 namespace tarnok {
 
-Fault faultOf(bank::Error error, std::string_view what)
+Fault faultOf(const base::Error& error, std::string_view what)
 {
     const std::string name(what);
-    switch (error) {
-    case bank::Error::Cancelled:
+    switch (error.code) {
+    case base::ErrorCode::Cancelled:
         return cancelled();
-    case bank::Error::Io:
+    case base::ErrorCode::Io:
         return {TARNOK_ERR_FILE_OS, name + ": an encoded sound that was put aside can't be read again"};
-    case bank::Error::Memory:
+    case base::ErrorCode::Memory:
         return {TARNOK_ERR_MEMORY, name + ": out of memory"};
-    case bank::Error::Unsupported:
+    case base::ErrorCode::Unsupported:
         return {TARNOK_ERR_INVALID_FORMAT,
                 name + ": the chosen format can't hold this number of channels or this rate"};
-    case bank::Error::Damaged:
+    case base::ErrorCode::Damaged:
         return {TARNOK_ERR_CACHE_CHUNK_MISSING, name + ": the encoded sound was changed while the bank was written"};
-    case bank::Error::TooMany:
-        return invalid(name + ": so many sounds with such long names are more than a bank holds");
-    case bank::Error::Invalid:
-        return invalid(name + ": a setting is out of its range");
+    case base::ErrorCode::Invalid:
+        return invalid(name + ": " + (error.text.empty() ? "a setting is out of its range" : error.text));
+    case base::ErrorCode::ModuleMissing:
+        return {TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, error.text};
+    case base::ErrorCode::ModuleBad:
+        return {TARNOK_ERR_ENCODER_LIBRARY_BAD, error.text};
     default:
         return {TARNOK_ERR_ENCODER, name + ": the encoder failed"};
     }

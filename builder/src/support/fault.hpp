@@ -1,7 +1,7 @@
 // What went wrong, and the result type in which it travels up to the C boundary.
 #pragma once
 
-#include "bank/result.hpp"
+#include "base/result.hpp"
 #include "tarnok.h"
 
 #include <optional>
@@ -36,7 +36,7 @@ inline Fault outOfMemory()
 }
 
 // What an error of an encoder or of the container means to the person who builds `what`, a sound or a bank.
-Fault faultOf(bank::Error error, std::string_view what);
+Fault faultOf(const base::Error& error, std::string_view what);
 
 // A value, or why there is none.
 template <typename Value>
