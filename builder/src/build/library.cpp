@@ -1,6 +1,8 @@
 // The C boundary of the library, and its state between the calls.
 #include "build/build.hpp"
+#include "build/build_reports.hpp"
 #include "build/progress_queue.hpp"
+#include "build/result_code.hpp"
 #include "support/remarks.hpp"
 #include "support/worker_pool.hpp"
 #include "tarnok.h"
@@ -16,7 +18,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr unsigned kMostThreads = 256;
+constexpr unsigned kMaximumThreads = 256;
 
 // From Tarnok_Init to Tarnok_Release, and on until the build that was running then has ended: a build keeps the session
 // that it began with, so that another thread may initialise the library again while that build is on its way out.
@@ -63,7 +65,7 @@ TARNOK_RESULT guarded(Call call) noexcept
 class RunningBuild
 {
 public:
-    // Empty when the library isn't initialised or builds already; *result tells which.
+    // Empty when the library isn't initialised or builds already; *result says which.
     static std::unique_ptr<RunningBuild> begin(TARNOK_RESULT* result)
     {
         Library& state = library();
@@ -120,7 +122,7 @@ TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigne
         if (version != TARNOK_TNBVERSION_CURRENT || !cacheDirectory || !*cacheDirectory)
             return TARNOK_ERR_INVALID_PARAM;
         auto session = std::make_shared<Session>();
-        session->settings = {flags, std::clamp(threadCount, 1u, kMostThreads), cacheDirectory};
+        session->settings = {flags, std::clamp(threadCount, 1u, kMaximumThreads), cacheDirectory};
         state.session = std::move(session);
         return TARNOK_OK;
     });
@@ -150,16 +152,16 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
         if (!running)
             return refused;
         const LibrarySettings& settings = running->settings();
-        const Result<BuildRequest> request =
+        const base::Result<BuildRequest> request =
             checkRequest(subsounds, numSubsounds, format, buildFlags, quality, encryptionKey, outputFileName);
         if (!request) {
-            if (settings.flags & TARNOK_INIT_ALWAYS)
-                library().queue.post(-1, -1, TARNOK_STATE_FAILED, request.fault().code, request.fault().text);
-            return request.fault().code;
+            BuildReports(library().queue, settings.flags & TARNOK_INIT_ALWAYS).bankFailed(request.error());
+            return resultCode(request.error().code);
         }
         const SignalShield shield(false);
-        const Status status = Build(settings, *request, library().queue, library().remarks, running->stop()).run();
-        return status ? TARNOK_OK : status.fault().code;
+        const base::Result<> result =
+            Build(settings, *request, library().queue, library().remarks, running->stop()).run();
+        return result ? TARNOK_OK : resultCode(result.error().code);
     });
 }
 

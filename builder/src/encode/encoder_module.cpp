@@ -265,16 +265,17 @@ bool EncoderModule::encodes(Codec codec)
     return codec == Codec::Xma || codec == Codec::At9;
 }
 
-Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
+base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
 {
     assert(encodes(codec));
     const std::string file = ownFolder() + fileName(codec);
     if (access(file.c_str(), F_OK) != 0)
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
-                     std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file + ")"};
+        return base::Error{base::ErrorCode::ModuleMissing,
+                           std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file
+                               + ")"};
     const auto bad = [&](const std::string& why) {
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_BAD,
-                     std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
+        return base::Error{base::ErrorCode::ModuleBad,
+                           std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
     if (!isWhole(file))
         return bad(file + " is not a library for this system, or is damaged");

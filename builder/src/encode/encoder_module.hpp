@@ -1,8 +1,8 @@
 // An external encoder of one format, from a shared library beside this one. See tarnok_encoder.h.
 #pragma once
 
+#include "base/result.hpp"
 #include "encode/encoder.hpp"
-#include "support/fault.hpp"
 
 #include <memory>
 #include <string>
@@ -19,7 +19,7 @@ public:
     [[nodiscard]] static bool encodes(bank::Codec codec);
 
     // TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD.
-    static Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
+    static base::Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
 
     // As their namesakes in encoder.hpp. A rate that the module makes up out of range comes back as the one asked for.
     [[nodiscard]] std::string version() const;

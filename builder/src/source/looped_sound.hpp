@@ -1,0 +1,39 @@
+// A prepared sound as its encoder reads it.
+#pragma once
+
+#include "base/result.hpp"
+#include "encode/encoder.hpp"
+#include "source/frame_source.hpp"
+
+#include <optional>
+#include <stop_token>
+
+namespace tarnok {
+
+// Presents frames from before the start to after the end, as a listener of the loop hears them.
+class LoopedSound final : public PreparedSound
+{
+public:
+    LoopedSound(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop);
+
+    [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
+    bank::Error seek(int64_t position) override;
+    bank::Error readFloat(float* frames, size_t count) override;
+    bank::Error readSamples(void* frames, size_t count) override;
+
+    // Why a read failed, if one did.
+    const std::optional<base::Error>& error() const { return mError; }
+
+private:
+    template <typename ReadRun>
+    bank::Error read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun);
+    uint64_t runLength(std::optional<uint64_t> frame) const;
+
+    FrameSource& mFrames;
+    std::stop_token mStop;
+    PreparedFacts mFacts;
+    int64_t mPosition = 0;
+    std::optional<base::Error> mError;
+};
+
+} // namespace tarnok
