@@ -3,6 +3,7 @@
 #include "bank/checksum.hpp"
 #include "base/temporary_file.hpp"
 #include "build/progress_queue.hpp"
+#include "build/result_code.hpp"
 #include "source/frame_spool.hpp"
 #include "source/held_source.hpp"
 #include "source/resampler.hpp"
@@ -542,4 +543,20 @@ TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
             }
         }
     }
+}
+
+TEST(ResultCodes, AreTheNumbersThatCallersOfTheLibraryKnow)
+{
+    using base::ErrorCode;
+    const std::pair<ErrorCode, int> numbers[] = {
+        {ErrorCode::CacheLost, 1},    {ErrorCode::Cancelled, 2},    {ErrorCode::NothingLeft, 3},
+        {ErrorCode::Codec, 4},        {ErrorCode::Io, 7},           {ErrorCode::NotFound, 8},
+        {ErrorCode::Engine, 9},       {ErrorCode::Format, 11},      {ErrorCode::Version, 11},
+        {ErrorCode::Damaged, 11},     {ErrorCode::Unsupported, 11}, {ErrorCode::TooManyChannels, 11},
+        {ErrorCode::NotSeekable, 11}, {ErrorCode::KeyMissing, 11},  {ErrorCode::KeyWrong, 11},
+        {ErrorCode::Invalid, 12},     {ErrorCode::Memory, 13},      {ErrorCode::ModuleMissing, 20},
+        {ErrorCode::ModuleBad, 21},
+    };
+    for (const auto& [code, number] : numbers)
+        EXPECT_EQ(int(resultCode(code)), number) << int(code);
 }

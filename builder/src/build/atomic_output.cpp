@@ -38,7 +38,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
     struct stat status;
     const bool exists = stat(target.c_str(), &status) == 0;
     if (!exists && errno != ENOENT)
-        return base::Error{base::ErrorCode::Io, base::fileError("writing", target, errno).text};
+        return base::Error{base::ErrorCode::Io, base::fileError("writing", target, errno).text, errno};
     if (exists && !S_ISREG(status.st_mode)) {
         if (S_ISDIR(status.st_mode))
             return base::fileError("writing", target, EISDIR);
