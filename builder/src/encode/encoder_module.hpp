@@ -18,7 +18,7 @@ public:
     // Whether codec is encoded by a module.
     [[nodiscard]] static bool encodes(bank::Codec codec);
 
-    // TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD.
+    // ErrorCode::ModuleMissing, ErrorCode::ModuleBad.
     static base::Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
 
     // As their namesakes in encoder.hpp. A rate that the module makes up out of range comes back as the one asked for.
