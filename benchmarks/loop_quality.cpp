@@ -39,11 +39,11 @@ void require(bool holds, const std::string& what)
 }
 
 // A whole bank in memory.
-std::shared_ptr<const bank::ByteSource> readBank(const char* path)
+std::shared_ptr<const base::ByteSource> readBank(const char* path)
 {
     std::ifstream stream(path, std::ios::binary);
     require(bool(stream), std::string(path) + ": can't be read");
-    return std::make_shared<bank::MemorySource>(
+    return std::make_shared<base::MemorySource>(
         std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()));
 }
 
@@ -77,9 +77,7 @@ std::vector<float> prepare(KESS::System& engine, const std::string& path, const 
                 && prepared.facts().loop == sound.loop,
             path + ": isn't the source of the sound at its index");
     std::vector<float> frames(sound.sampleCount * sound.channels);
-    require(prepared.seek(0) == bank::Error::None
-                && prepared.readFloat(frames.data(), sound.sampleCount) == bank::Error::None,
-            path + ": can't be read");
+    require(prepared.seek(0) && prepared.readFloat(frames.data(), sound.sampleCount), path + ": can't be read");
     return frames;
 }
 
@@ -105,7 +103,7 @@ struct SeamError
 SeamError seamError(KESS::Sound& sound, const bank::Sound& facts, std::span<const float> source)
 {
     const size_t channels = facts.channels;
-    const bank::Loop loop = *facts.loop;
+    const base::Loop loop = *facts.loop;
     const uint64_t before = std::min(kWindow, loop.end);
     std::vector<float> wanted(source.begin() + ptrdiff_t((loop.end - before) * channels),
                               source.begin() + ptrdiff_t(loop.end * channels));
@@ -157,8 +155,8 @@ int main(int argc, char** argv)
     require(KESS_System_Create(&engine, KESS_VERSION) == KESS_OK && engine->init(0, 0, nullptr) == KESS_OK, "engine");
     KESS::Sound* bank = nullptr;
     require(engine->createSound(argv[1], 0, nullptr, &bank) == KESS_OK, std::string(argv[1]) + ": can't be opened");
-    const bank::Result<bank::BankReader> reader = bank::BankReader::open(readBank(argv[1]));
-    require(reader.ok(), std::string(argv[1]) + ": can't be read");
+    const base::Result<bank::BankReader> reader = bank::BankReader::open(readBank(argv[1]));
+    require(reader.has_value(), std::string(argv[1]) + ": can't be read");
 
     int sounds = 0;
     int seams = 0;
@@ -173,8 +171,8 @@ int main(int argc, char** argv)
     for (std::string path; std::getline(list, path) && !path.empty(); ++sounds) {
         KESS::Sound* sound = nullptr;
         require(bank->getSubSound(sounds, &sound) == KESS_OK, path + ": no sound at its index");
-        const bank::Result<bank::Sound> facts = reader->soundWithoutSetup(uint32_t(sounds));
-        require(facts.ok(), path + ": damaged in the bank");
+        const base::Result<bank::Sound> facts = reader->soundWithoutSetup(uint32_t(sounds));
+        require(facts.has_value(), path + ": damaged in the bank");
         const std::vector<float> source = prepare(*engine, path, *facts);
         const std::vector<float> straight = readAt(*sound, 0, facts->sampleCount, facts->channels);
         require(straight.size() == source.size(), path + ": can't be decoded");

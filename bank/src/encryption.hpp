@@ -20,41 +20,26 @@
 namespace bank {
 
 inline constexpr uint32_t kPieceBytes = 64 * 1024;
-inline constexpr size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES; // 16, behind each piece
+inline constexpr size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES; // 16, after each piece
 
-using ContentTag = std::array<uint8_t, 32>;
+using layout::ContentTag;
+using layout::EncryptedHeader;
+using layout::KeyCheck;
 
-struct EncryptedHeader
-{
-    uint32_t headerBytes = layout::kEncryptedHeaderBytes;
-    uint32_t pieceBytes = kPieceBytes;
-    uint64_t plainBytes = 0;
-    uint64_t fileBytes = 0;
-    uint32_t passes = 2; // of Argon2id
-    uint32_t memoryKiB = 19'456; // of Argon2id: 19 MiB in two passes is what OWASP asks for at least
-    ContentTag contentTag{}; // its first 16 bytes are the salt
-    std::array<uint8_t, 16> keyCheck{};
-
-    // What the pieces' key covers: see boundPart().
-    std::vector<uint8_t> bound;
-};
-
+// Without the key check, which derive() gives.
 [[nodiscard]] EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag);
 [[nodiscard]] uint64_t encryptedBytes(uint64_t plainBytes);
 
-// Error::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
-Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault = nullptr);
-[[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
-
-// All of a header as it stands in a file but key check and checksum.
-[[nodiscard]] std::vector<uint8_t> boundPart(std::span<const uint8_t> header);
+// ErrorCode::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
+base::Result<EncryptedHeader> readEncryptedHeader(const base::ByteSource& source);
 
 // Keys, wiped from memory when done with.
 class PieceKeys
 {
 public:
-    // Error::Memory: none for Argon2id.
-    static Result<std::shared_ptr<const PieceKeys>> derive(const EncryptedHeader& header, std::string_view password);
+    // ErrorCode::Memory: none for Argon2id.
+    static base::Result<std::shared_ptr<const PieceKeys>> derive(const EncryptedHeader& header,
+                                                                 std::string_view password);
 
     PieceKeys() = default;
     ~PieceKeys();
@@ -62,22 +47,22 @@ public:
     PieceKeys& operator=(const PieceKeys&) = delete;
 
     // What the header of the right key holds.
-    [[nodiscard]] const std::array<uint8_t, 16>& check() const { return mCheck; }
+    [[nodiscard]] const KeyCheck& check() const { return mCheck; }
 
     void encrypt(uint64_t piece, std::span<const uint8_t> plain, std::vector<uint8_t>* sealed) const;
-    Error decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const;
+    base::Result<> decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const;
 
 private:
     std::array<uint8_t, crypto_aead_xchacha20poly1305_ietf_KEYBYTES> mKey{};
-    std::array<uint8_t, 16> mCheck{};
+    KeyCheck mCheck{};
 };
 
 // Digests what is written to it.
-class DigestSink final : public ByteSink
+class DigestSink final : public base::ByteSink
 {
 public:
     DigestSink();
-    Error write(std::span<const uint8_t> bytes) override;
+    base::Result<> write(std::span<const uint8_t> bytes) override;
     [[nodiscard]] ContentTag tag() const;
     [[nodiscard]] uint64_t bytes() const { return mBytes; }
 
@@ -86,19 +71,19 @@ private:
     uint64_t mBytes = 0;
 };
 
-// Encrypts what is written to it into another sink. finish() writes the last piece, and answers Error::Damaged when
+// Encrypts what is written to it into another sink. finish() writes the last piece, and returns ErrorCode::Damaged when
 // what came through isn't what the tag was made of: under that key it must not be kept.
-class EncryptingSink final : public ByteSink
+class EncryptingSink final : public base::ByteSink
 {
 public:
-    EncryptingSink(ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag);
-    Error write(std::span<const uint8_t> bytes) override;
-    Error finish();
+    EncryptingSink(base::ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag);
+    base::Result<> write(std::span<const uint8_t> bytes) override;
+    base::Result<> finish();
 
 private:
-    Error flush();
+    base::Result<> flush();
 
-    ByteSink& mSink;
+    base::ByteSink& mSink;
     std::shared_ptr<const PieceKeys> mKeys;
     ContentTag mTag;
     DigestSink mDigest;

@@ -136,7 +136,7 @@ typedef struct KESS_BANKINFO
     int32_t encrypted; /* 1 or 0 */
     uint64_t fileBytes; /* size of the file */
     KESS_CODEC codec; /* that the bank was made for; a sound may have another */
-    int32_t quality; /* that the bank was made with, 0 to 100; means nothing to PCM and KADPCM */
+    int32_t quality; /* that the bank was made with, 0 to 100; 0 where the codec has none */
     int32_t hasNames; /* 1 or 0 */
     int32_t hasGuid; /* 1 or 0 */
     uint8_t guid[16]; /* in the order in which it is printed; zeros without one */

@@ -51,7 +51,7 @@ std::vector<EncodedSound> soundsOf(Codec codec)
     const uint32_t rate = codec == Codec::Opus ? 48'000 : 44'100;
     for (const int channels : {1, 2}) {
         MemorySound sound(channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f));
-        sound.setLoop(bank::Loop{500, 2'900});
+        sound.setLoop(base::Loop{500, 2'900});
         sounds.push_back(encode(codec, sound, 30, "sound " + std::to_string(channels)));
         sounds.back().sound.syncPoints = {{10, "first"}, {2'999, "last"}};
         sounds.back().sound.peak = 0.5f;
@@ -110,7 +110,7 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsTamperedWith)
             if (i % 4)
                 sealBank(&mutant);
             else
-                bank::storeLittle(mutant.data() + 152, bank::checksum(std::span(mutant).first(152)));
+                base::storeLittle(mutant.data() + 152, bank::checksum(std::span(mutant).first(152)));
             // Some by a maker who has the key.
             tryBank(i % 6 ? mutant : encryptBank(mutant, kKey));
         }
@@ -120,7 +120,7 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsTamperedWith)
         if (i % 8 == 0) {
             mutant = encrypted;
             tamper(std::span(mutant).first(i % 16 ? 120 : mutant.size()), noise);
-            bank::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
+            base::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
             tryBank(mutant);
         }
     }

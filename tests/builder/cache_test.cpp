@@ -97,7 +97,7 @@ std::vector<Damage> forgeriesOf(const Bytes& entry)
     for (size_t byte = 0; byte < record.size(); ++byte) {
         Bytes forged = record;
         forged[byte] = 0xff;
-        const bank::Result<bank::Sound> sound = bank::deserialise(forged);
+        const base::Result<bank::Sound> sound = bank::deserialise(forged);
         if (!sound || bank::serialise(*sound) != forged)
             forge("a record that nobody writes", forged);
     }

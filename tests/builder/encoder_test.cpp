@@ -12,7 +12,7 @@
 
 using namespace bank_test;
 using bank::Codec;
-using bank::Error;
+using base::ErrorCode;
 using test::readFloats;
 using test::signalToNoise;
 using test::squaredError;
@@ -57,12 +57,12 @@ TEST(PreparedSound, RepeatsTheLoopOutsideTheSoundAndIsSilentWithoutOne)
 {
     tarnok::PreparedFacts facts;
     facts.sampleCount = 10;
-    const std::vector<std::tuple<std::optional<bank::Loop>, std::vector<std::pair<int64_t, int64_t>>>> cases = {
+    const std::vector<std::tuple<std::optional<base::Loop>, std::vector<std::pair<int64_t, int64_t>>>> cases = {
         {std::nullopt, {{-1, -1}, {0, 0}, {9, 9}, {10, -1}}},
-        {bank::Loop{0, 10}, {{-1, 9}, {-10, 0}, {-11, 9}, {10, 0}, {25, 5}}},
-        {bank::Loop{4, 10}, {{-1, -1}, {10, 4}, {15, 9}, {16, 4}}},
-        {bank::Loop{0, 3}, {{-1, 2}, {-4, 2}, {5, 5}, {10, -1}}},
-        {bank::Loop{2, 5}, {{-1, -1}, {10, -1}}},
+        {base::Loop{0, 10}, {{-1, 9}, {-10, 0}, {-11, 9}, {10, 0}, {25, 5}}},
+        {base::Loop{4, 10}, {{-1, -1}, {10, 4}, {15, 9}, {16, 4}}},
+        {base::Loop{0, 3}, {{-1, 2}, {-4, 2}, {5, 5}, {10, -1}}},
+        {base::Loop{2, 5}, {{-1, -1}, {10, -1}}},
     };
     for (const auto& [loop, frames] : cases) {
         facts.loop = loop;
@@ -119,7 +119,7 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
             for (size_t i = 0; i < frames.size(); ++i)
                 frames[i] += noise.sample() * (i / 9'000 % 3 == 0 ? 0.3f : 0.01f);
             MemorySound sound(channels, tarnok::encodingRate(codec, 44'100), frames);
-            sound.setLoop(bank::Loop{20'011, 100'000});
+            sound.setLoop(base::Loop{20'011, 100'000});
             const test::SoundPointer opened = openedBank(encode(codec, sound));
             const std::vector<float> straight = readFloats(*opened, kFrames);
             for (int i = 0; i < 60; ++i) {
@@ -145,7 +145,7 @@ TEST(OpusEncoder, OffersSeekPointsThatHoldWhereTransientsFollowOneAnother)
         for (const int quality : {1, 20, 60}) {
             SCOPED_TRACE(testing::Message() << apart << " frames apart at " << quality);
             MemorySound sound(1, 48'000, strokes(kFrames, apart, 60, 0.2f));
-            sound.setLoop(bank::Loop{100'000, 200'000});
+            sound.setLoop(base::Loop{100'000, 200'000});
             const EncodedSound encoded = encode(Codec::Opus, sound, quality);
             const test::SoundPointer opened = openedBank(encoded);
             const std::vector<float> straight = readFloats(*opened, kFrames);
@@ -207,7 +207,7 @@ TEST(OpusPackets, SayWhetherTheyAreStationary)
 TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
 {
     constexpr size_t kWindow = 256;
-    const std::tuple<const char*, size_t, bank::Loop, int> cases[] = {
+    const std::tuple<const char*, size_t, base::Loop, int> cases[] = {
         {"whole", 44'100, {0, 44'100}, 1},
         {"whole stereo", 44'100, {0, 44'100}, 2},
         {"inner", 44'100, {11'000, 33'000}, 1},
@@ -284,10 +284,10 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamWhereTheRestIsNearlySilent)
 
 TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfTheSink)
 {
-    class FullSink final : public bank::ByteSink
+    class FullSink final : public base::ByteSink
     {
     public:
-        Error write(std::span<const uint8_t>) override { return Error::Memory; }
+        base::Result<> write(std::span<const uint8_t>) override { return base::Error{ErrorCode::Memory}; }
     };
     std::stop_source stop;
     stop.request_stop();
@@ -295,9 +295,11 @@ TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfTheSink)
         MemorySound sound = music(codec, 50'000, 1);
         bank::Sound encoded;
         FullSink full;
-        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, 50, full, {}, &encoded), Error::Memory) << int(codec);
-        bank::MemorySink sink;
-        EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, 50, sink, stop.get_token(), &encoded), Error::Cancelled);
+        EXPECT_EQ(failure(tarnok::makeEncoder(codec)->encode(sound, 50, full, {}, &encoded)), ErrorCode::Memory)
+            << int(codec);
+        base::MemorySink sink;
+        EXPECT_EQ(failure(tarnok::makeEncoder(codec)->encode(sound, 50, sink, stop.get_token(), &encoded)),
+                  ErrorCode::Cancelled);
     }
 }
 
@@ -315,8 +317,8 @@ TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
                     sound.setLoop(std::nullopt);
                 const EncodedSound alone = encode(codec, sound, quality);
                 bank::Sound encoded;
-                bank::MemorySink sink;
-                ASSERT_EQ(encoder->encode(sound, quality, sink, {}, &encoded), Error::None);
+                base::MemorySink sink;
+                ASSERT_TRUE(encoder->encode(sound, quality, sink, {}, &encoded));
                 EXPECT_EQ(bank::serialise(encoded), bank::serialise(alone.sound));
                 EXPECT_EQ(sink.bytes(), alone.data);
             }
@@ -371,8 +373,8 @@ TEST(DataStream, KeepsAsManySeekPointsOfALongSoundAsABankHolds)
         bank::Sound sound;
         for (size_t i = 0; i < count; ++i)
             sound.seekPoints.push_back({100 * (i + 1), i + 1});
-        bank::MemorySink sink;
-        ASSERT_EQ(tarnok::DataStream(sink).finish(&sound), Error::None);
+        base::MemorySink sink;
+        ASSERT_TRUE(tarnok::DataStream(sink).finish(&sound));
         ASSERT_LE(sound.seekPoints.size(), bank::kMaximumSeekPoints) << count;
         ASSERT_GE(2 * sound.seekPoints.size(), std::min(count, bank::kMaximumSeekPoints)) << count;
         for (size_t i = 1; i < sound.seekPoints.size(); ++i)

@@ -89,21 +89,21 @@ private:
 
 TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
 {
-    const std::tuple<uint64_t, std::optional<bank::Loop>, double, double> cases[] = {
-        {44100, bank::Loop{0, 44100}, 44100, 48000},
-        {44101, bank::Loop{0, 44101}, 44100, 48000},
-        {100'003, bank::Loop{0, 100'003}, 48000, 11025},
-        {37, bank::Loop{0, 37}, 44100, 48000},
-        {5000, bank::Loop{0, 5000}, 8000, 192'000},
-        {60'000, bank::Loop{10'007, 40'013}, 44100, 48000},
-        {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
-        {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
-        {50'000, bank::Loop{0, 30'000}, 44100, 32000},
-        {30'000, bank::Loop{20'000, 20'100}, 44100, 48000},
-        {30'000, bank::Loop{29'847, 30'000}, 44100, 16000},
-        {30'000, bank::Loop{0, 20}, 44100, 48000},
-        {300, bank::Loop{100, 200}, 44100, 48000},
-        {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
+    const std::tuple<uint64_t, std::optional<base::Loop>, double, double> cases[] = {
+        {44100, base::Loop{0, 44100}, 44100, 48000},
+        {44101, base::Loop{0, 44101}, 44100, 48000},
+        {100'003, base::Loop{0, 100'003}, 48000, 11025},
+        {37, base::Loop{0, 37}, 44100, 48000},
+        {5000, base::Loop{0, 5000}, 8000, 192'000},
+        {60'000, base::Loop{10'007, 40'013}, 44100, 48000},
+        {60'000, base::Loop{10'007, 40'013}, 48000, 16000},
+        {50'000, base::Loop{49'000, 50'000}, 44100, 48000},
+        {50'000, base::Loop{0, 30'000}, 44100, 32000},
+        {30'000, base::Loop{20'000, 20'100}, 44100, 48000},
+        {30'000, base::Loop{29'847, 30'000}, 44100, 16000},
+        {30'000, base::Loop{0, 20}, 44100, 48000},
+        {300, base::Loop{100, 200}, 44100, 48000},
+        {1'500'000, base::Loop{0, 1'500'000}, 44100, 48000},
         {44100, std::nullopt, 44100, 48000},
         {3, std::nullopt, 44100, 48000},
     };
@@ -145,8 +145,8 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
 {
     constexpr uint64_t kLength = 200'000;
     constexpr int kMostJumps = 3; // to the start, past an inner loop, and to what follows it
-    const bank::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
-    for (const bank::Loop& loop : loops) {
+    const base::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
+    for (const base::Loop& loop : loops) {
         SCOPED_TRACE(testing::Message() << loop.start << " to " << loop.end);
         int jumps = 0;
         const auto makeSource = [&] {
@@ -191,7 +191,7 @@ TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
     for (const uint64_t loopLength : {1, 5, 20, 100, 500, 700}) {
         for (const double to : {8000.0, 48'000.0, 192'000.0}) {
             const double ratio = to / 44100;
-            const ResamplingPlan plan(30'000, bank::Loop{29'000, 29'000 + loopLength}, 44100, to);
+            const ResamplingPlan plan(30'000, base::Loop{29'000, 29'000 + loopLength}, 44100, to);
             ASSERT_TRUE(plan.loop());
             const double added = double((plan.rounds() - 1) * loopLength) * ratio;
             EXPECT_LT(added, 900) << loopLength;
@@ -206,13 +206,13 @@ TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
 TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
 {
     using Positions = std::vector<uint64_t>;
-    const ResamplingPlan plan(60'000, bank::Loop{10'000, 40'000}, 48000, 16000);
+    const ResamplingPlan plan(60'000, base::Loop{10'000, 40'000}, 48000, 16000);
     EXPECT_EQ(plan.positions(0), Positions{0});
     EXPECT_EQ(plan.positions(10'000), Positions{plan.loop()->start});
     EXPECT_EQ(plan.positions(40'000), Positions{plan.loop()->end});
     EXPECT_EQ(plan.positions(60'000), Positions{plan.length()});
 
-    const ResamplingPlan rounds(4000, bank::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
+    const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
     const uint64_t start = rounds.loop()->start;
     ASSERT_EQ(rounds.rounds(), 5u);
     EXPECT_EQ(rounds.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));

@@ -120,7 +120,7 @@ TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
             SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
             bank_test::MemorySound source(2, 48000, noise(2, 48000, 25'000).samples);
-            source.setLoop(bank::Loop{kStart, kStart + length});
+            source.setLoop(base::Loop{kStart, kStart + length});
             writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
             const SoundPointer sound = engine().open("loop");
             std::vector<float> expected = readFloats(*sound);

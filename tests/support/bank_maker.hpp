@@ -23,11 +23,11 @@ public:
 
     [[nodiscard]] const tarnok::PreparedFacts& facts() const override { return mFacts; }
     [[nodiscard]] const std::vector<float>& floats() const { return mSamples; }
-    void setLoop(std::optional<bank::Loop> loop) { mFacts.loop = loop; }
+    void setLoop(std::optional<base::Loop> loop) { mFacts.loop = loop; }
 
-    bank::Error seek(int64_t position) override;
-    bank::Error readFloat(float* frames, size_t count) override;
-    bank::Error readSamples(void* frames, size_t count) override
+    base::Result<> seek(int64_t position) override;
+    base::Result<> readFloat(float* frames, size_t count) override;
+    base::Result<> readSamples(void* frames, size_t count) override
     {
         return readFloat(static_cast<float*>(frames), count);
     }
@@ -37,6 +37,13 @@ private:
     std::vector<float> mSamples;
     int64_t mPosition = 0;
 };
+
+// The code of an error, none for success.
+template <typename T>
+[[nodiscard]] std::optional<base::ErrorCode> failure(const base::Result<T>& result)
+{
+    return result ? std::nullopt : std::optional(result.error().code);
+}
 
 struct EncodedSound
 {
@@ -52,7 +59,7 @@ public:
     explicit MemorySounds(std::vector<EncodedSound> sounds)
         : mSounds(std::move(sounds))
     { }
-    bank::Result<bank::StoredSound> open(size_t index) override;
+    base::Result<bank::StoredSound> open(size_t index) override;
 
 protected:
     std::vector<EncodedSound> mSounds;

@@ -247,9 +247,9 @@ public:
         mBytes.insert(mBytes.end(), data.begin(), data.end());
     }
 
-    bank::Result<bank::StoredSound> open(size_t) override
+    base::Result<bank::StoredSound> open(size_t) override
     {
-        return bank::StoredSound{std::make_shared<bank::MemorySource>(mBytes), 0, mRecordBytes};
+        return bank::StoredSound{std::make_shared<base::MemorySource>(mBytes), 0, mRecordBytes};
     }
 
 private:
@@ -271,9 +271,9 @@ std::string bankOf(bank::Codec codec, uint8_t channels, const std::string& setup
     sound.dataChecksum = bank::checksum({reinterpret_cast<const uint8_t*>(data.data()), data.size()});
     bank::BankWriter writer(bank::BankSettings{.format = codec});
     writer.add("hostile", sound);
-    bank::MemorySink sink;
+    base::MemorySink sink;
     OneSound stored(sound, data);
-    if (writer.write(sink, stored, {}) != bank::Error::None)
+    if (!writer.write(sink, stored, {}))
         return {};
     const std::vector<uint8_t> bytes = sink.take();
     return {bytes.begin(), bytes.end()};

@@ -77,11 +77,6 @@ Names namesOf(KESS_SOUND_FORMAT format)
     }
 }
 
-bool hasQuality(KESS_CODEC codec)
-{
-    return codec != KESS_CODEC_PCM && codec != KESS_CODEC_KADPCM;
-}
-
 std::string guidOf(const KESS_BANKINFO& info)
 {
     constexpr char kDigits[] = "0123456789abcdef";
@@ -159,7 +154,7 @@ Status printJson(const std::string& path, OpenedBank& bank)
     head["file"] = path;
     head["version"] = versionOf(info);
     head["codec"] = namesOf(info.codec).json;
-    head["quality"] = hasQuality(info.codec) && info.quality > 0 ? Json(info.quality) : Json();
+    head["quality"] = info.quality > 0 ? Json(info.quality) : Json();
     head["bytes"] = info.fileBytes;
     head["encrypted"] = info.encrypted != 0;
     head["guid"] = info.hasGuid ? Json(guidOf(info)) : Json();
@@ -211,7 +206,7 @@ std::string ratioText(const std::optional<double>& ratio)
 void printHead(const std::string& path, const KESS_BANKINFO& info)
 {
     std::string format = namesOf(info.codec).shown;
-    if (hasQuality(info.codec) && info.quality > 0)
+    if (info.quality > 0)
         format += ", quality " + std::to_string(info.quality);
     std::cout << printable(path) << ": sound bank, version " << versionOf(info) << '\n'
               << "  format     " << format << '\n'

@@ -11,8 +11,10 @@
 // and the encoded data is stored apart from it. docs/tnb-format.md tells every field.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/correction.hpp"
+#include "base/bytes.hpp"
+#include "base/markers.hpp"
+#include "base/result.hpp"
 
 #include <optional>
 #include <string>
@@ -56,26 +58,14 @@ enum class SampleFormat : uint8_t
     Float = 5,
 };
 
+// Whether a quality has a meaning for the codec.
+[[nodiscard]] constexpr bool hasQuality(Codec codec)
+{
+    return codec != Codec::Pcm && codec != Codec::Kadpcm;
+}
+
 // Bytes of one sample of one channel; 0 for None and for a number that is none of the above.
 [[nodiscard]] size_t bytesPerSample(SampleFormat format);
-
-// Samples start to end, end not included; start < end <= the sound's length.
-struct Loop
-{
-    uint64_t start = 0;
-    uint64_t end = 0;
-
-    bool operator==(const Loop&) const = default;
-};
-
-// A place in a sound that a game may be told of as it is played.
-struct SyncPoint
-{
-    uint64_t sample = 0; // at most the sound's length
-    std::string name; // UTF-8 without NUL, at most kMaximumNameBytes, may be empty
-
-    bool operator==(const SyncPoint&) const = default;
-};
 
 // A place from which decoding can begin: a decoder that is reset and fed from the packet at offset delivers the sample
 // at position first. Positions count decoded samples from the first that a decoder delivers for the whole stream, so
@@ -89,8 +79,9 @@ struct SeekPoint
     bool operator==(const SeekPoint&) const = default;
 };
 
-// What is known of one encoded sound. All positions and lengths are samples of one channel.
-struct Sound
+// What the row of a sound table holds of the encoded data. All positions and lengths are frames: samples of one
+// channel.
+struct EncodedFacts
 {
     Codec codec = Codec::Pcm;
     SampleFormat sampleFormat = SampleFormat::Pcm16; // PCM: of the data. Others: what decoding to integers gives, Pcm16
@@ -102,10 +93,17 @@ struct Sound
     uint64_t dataBytes = 0; // size of the encoded data
     uint64_t dataChecksum = 0; // XXH3-64 of the encoded data
 
+    bool operator==(const EncodedFacts&) const = default;
+};
+
+// All that is known of one encoded sound.
+struct Sound : EncodedFacts
+{
     std::vector<uint8_t> setup;
 
-    std::optional<Loop> loop;
-    std::vector<SyncPoint> syncPoints; // by rising sample, at most kMaximumSyncPoints
+    std::optional<base::Loop> loop;
+    // By rising frame, at most kMaximumSyncPoints. Their names have no NUL, and at most kMaximumNameBytes.
+    std::vector<base::SyncPoint> syncPoints;
     std::optional<float> peak; // largest absolute sample of the source, 1 is full scale
     std::vector<SeekPoint> seekPoints; // at most kMaximumSeekPoints
     std::vector<Correction> corrections; // of the codecs that decode to float
@@ -120,7 +118,7 @@ struct Sound
 [[nodiscard]] std::vector<uint8_t> serialise(const Sound& sound);
 
 // Reads the stored form, which must fill bytes exactly. Chunks of an unknown tag are skipped. Every value is checked
-// against the ranges above and the checksum of the chunks is verified. Error::Damaged: any of it fails.
-Result<Sound> deserialise(std::span<const uint8_t> bytes);
+// against the ranges above and the checksum of the chunks is verified. ErrorCode::Damaged: any of it fails.
+base::Result<Sound> deserialise(std::span<const uint8_t> bytes);
 
 } // namespace bank

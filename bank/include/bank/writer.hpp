@@ -30,10 +30,10 @@ struct BankSettings
 // Where the stored form of one sound (serialise) and its encoded data lie.
 struct StoredSound
 {
-    std::shared_ptr<const ByteSource> source;
+    std::shared_ptr<const base::ByteSource> source;
     uint64_t recordOffset = 0; // of the serialised form
     uint64_t dataOffset = 0; // of the encoded data, Sound::dataBytes long
-    std::shared_ptr<const ByteSource> dataSource = nullptr; // where the data lies if not in source
+    std::shared_ptr<const base::ByteSource> dataSource = nullptr; // where the data lies if not in source
 };
 
 // Hands the stored sounds to the writer.
@@ -44,7 +44,7 @@ public:
 
     // The sound that was the index-th to be added. The writer asks for one at a time, in rising order, and lets go of
     // it before the next; for an encrypted bank it goes through all of them twice.
-    virtual Result<StoredSound> open(size_t index) = 0;
+    virtual base::Result<StoredSound> open(size_t index) = 0;
 };
 
 // See above. Sounds are added in the order of the bank, then it is written, as often as wanted.
@@ -63,15 +63,16 @@ public:
     [[nodiscard]] uint64_t fileBytes() const;
     [[nodiscard]] uint64_t encryptedFileBytes() const;
 
-    // Writes the bank. stop is looked at after at most 256 KiB of copying. Error::Cancelled; whatever sink or stored
-    // answered; Error::TooMany: the tables are larger than readers accept; Error::Damaged: a stored sound is not the
-    // one that was added. What sink got until then is of no use.
-    Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
+    // Writes the bank. stop is looked at after at most 256 KiB of copying. ErrorCode::Cancelled; whatever sink or
+    // stored returned; ErrorCode::Invalid: the tables are larger than readers accept; ErrorCode::Damaged: a stored
+    // sound is not the one that was added. What sink got until then is of no use.
+    base::Result<> write(base::ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
 
     // The same, encrypted with key (any bytes, at least one). Goes through the stored sounds twice, first for the
-    // digest that the salt is made of. Error::Invalid: empty key. Error::Damaged also when a stored sound changed
-    // between the two. Takes about 19 MiB of memory while the key is derived.
-    Error writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, const std::stop_token& stop) const;
+    // digest that the salt is made of. ErrorCode::Invalid: empty key. ErrorCode::Damaged also when a stored sound
+    // changed between the two. Takes about 19 MiB of memory while the key is derived.
+    base::Result<> writeEncrypted(base::ByteSink& sink, StoredSounds& stored, std::string_view key,
+                                  const std::stop_token& stop) const;
 
 private:
     struct Plan;

@@ -1,6 +1,6 @@
 #include "kadpcm/block.hpp"
 
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "kadpcm/format.hpp"
 
 #include <cmath>
@@ -165,7 +165,7 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
 void appendConstant(std::span<const int16_t> samples, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     bytes.push_back(kConstantMode);
-    appendLittle(bytes, samples[0]);
+    base::appendLittle(bytes, samples[0]);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -173,7 +173,7 @@ void appendPlain(std::span<const int16_t> samples, std::span<int16_t> decoded, s
 {
     bytes.push_back(kPlainMode);
     for (const int16_t sample : samples)
-        appendLittle(bytes, sample);
+        base::appendLittle(bytes, sample);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -230,7 +230,7 @@ void encodeBlock(std::span<const int16_t> samples, std::span<const int16_t> prev
                  const Plan& plan, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     const size_t begin = bytes.size();
-    appendLittle(bytes, uint16_t{0});
+    base::appendLittle(bytes, uint16_t{0});
     if (analysis.constant) {
         appendConstant(samples, decoded, bytes);
     } else {

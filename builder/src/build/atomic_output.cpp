@@ -75,13 +75,16 @@ void AtomicOutput::takePermissions(const struct stat& former)
     fchmod(mFile.descriptor(), mode | S_IRUSR | S_IWUSR);
 }
 
-bank::Error AtomicOutput::write(std::span<const uint8_t> bytes)
+base::Result<> AtomicOutput::write(std::span<const uint8_t> bytes)
 {
-    const base::Result<> done = append(bytes);
-    if (done)
-        return bank::Error::None;
-    mError = done.error();
-    return bank::Error::Io;
+    if (mBuffer.size() + bytes.size() > kBufferBytes) {
+        if (base::Result<> done = flush(); !done)
+            return done;
+    }
+    if (bytes.size() >= kBufferBytes)
+        return put(bytes);
+    mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
+    return {};
 }
 
 base::Result<> AtomicOutput::restart()
@@ -89,7 +92,6 @@ base::Result<> AtomicOutput::restart()
     mBuffer.clear();
     mWritten = 0;
     mFlushing = 0;
-    mError.reset();
     if (ftruncate(mFile.descriptor(), 0) != 0)
         return base::fileError("writing", mPath, errno);
     return {};
@@ -127,18 +129,6 @@ base::Result<> AtomicOutput::commit()
                                + ": its folder, or the unfinished file in it, was removed meanwhile"};
     }
     return base::fileError("replacing", mPath, done.error().systemError);
-}
-
-base::Result<> AtomicOutput::append(std::span<const uint8_t> bytes)
-{
-    if (mBuffer.size() + bytes.size() > kBufferBytes) {
-        if (base::Result<> done = flush(); !done)
-            return done;
-    }
-    if (bytes.size() >= kBufferBytes)
-        return put(bytes);
-    mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return {};
 }
 
 base::Result<> AtomicOutput::flush()

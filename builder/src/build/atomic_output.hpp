@@ -1,7 +1,7 @@
 // The files that a build makes.
 #pragma once
 
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "base/result.hpp"
 #include "base/temporary_file.hpp"
 
@@ -20,7 +20,7 @@ namespace tarnok {
 // To whoever uses the file it is still the same one, so it keeps the permissions and the group that it had, a write
 // protection too; a new file gets those that the process gives to new files. Permissions that were given to a group are
 // not given to another: where the group can't be kept, its members get what everybody gets.
-class AtomicOutput final : public bank::ByteSink
+class AtomicOutput final : public base::ByteSink
 {
 public:
     // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
@@ -29,10 +29,7 @@ public:
     // Removes left-overs of killed builds of path.
     static void removeAbandoned(const std::string& path);
 
-    bank::Error write(std::span<const uint8_t> bytes) override;
-
-    // Why a write failed; none when it was the source of what is written.
-    const std::optional<base::Error>& error() const { return mError; }
+    base::Result<> write(std::span<const uint8_t> bytes) override;
 
     // Begins anew with an empty file.
     base::Result<> restart();
@@ -49,7 +46,6 @@ public:
         , mBuffer(std::move(other.mBuffer))
         , mWritten(other.mWritten)
         , mFlushing(other.mFlushing)
-        , mError(std::move(other.mError))
         , mMode(other.mMode)
     { }
 
@@ -60,7 +56,6 @@ private:
     { }
 
     void takePermissions(const struct stat& former);
-    base::Result<> append(std::span<const uint8_t> bytes);
     base::Result<> flush();
     base::Result<> put(std::span<const uint8_t> bytes);
     void advance(uint64_t bytes);
@@ -70,7 +65,6 @@ private:
     std::vector<uint8_t> mBuffer;
     uint64_t mWritten = 0; // bytes in the file; those in the buffer follow
     uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
-    std::optional<base::Error> mError;
     std::optional<unsigned> mMode; // permissions of the former file
 };
 

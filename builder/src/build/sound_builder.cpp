@@ -3,8 +3,8 @@
 #include "bank/vector_state.hpp"
 #include "base/bytes.hpp"
 #include "base/path.hpp"
-#include "build/bank_error.hpp"
 #include "build/build_request.hpp"
+#include "build/describe_error.hpp"
 #include "source/raw_sound.hpp"
 
 namespace tarnok {
@@ -12,10 +12,10 @@ namespace tarnok {
 namespace {
 
 // Takes the data of a sound that isn't to be kept.
-class NoData final : public bank::ByteSink
+class NoData final : public base::ByteSink
 {
 public:
-    bank::Error write(std::span<const uint8_t>) override { return bank::Error::None; }
+    base::Result<> write(std::span<const uint8_t>) override { return {}; }
 };
 
 } // namespace
@@ -88,7 +88,7 @@ std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
     if (!known)
         return std::nullopt;
     const base::FileStamp& stamp = job.identities.front().stamp;
-    const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
+    const base::Result<bank::Sound> sound = bank::deserialise(known->bytes);
     if (!sound || known->bytes.size() > EncodedLocation::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
         || bank::serialise(*sound) != known->bytes
         || !base::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
@@ -180,10 +180,11 @@ base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation&
     if (!raw)
         return false;
     NoData none;
-    const bank::Error error = encoderFor(job.settings).encode(*raw, job.settings.quality, none, mServices.stop, sound);
-    if (error == bank::Error::Cancelled)
+    const base::Result<> encoded =
+        encoderFor(job.settings).encode(*raw, job.settings.quality, none, mServices.stop, sound);
+    if (!encoded && encoded.error().code == base::ErrorCode::Cancelled)
         return base::cancelled();
-    if (error != bank::Error::None)
+    if (!encoded)
         return false;
     preparation.complete(sound);
     return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kLongestKeptRecord;
@@ -203,12 +204,10 @@ EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparatio
 base::Result<> SoundBuilder::encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation,
                                         bank::Sound* sound)
 {
-    const bank::Error error =
+    const base::Result<> encoded =
         encoderFor(job.settings).encode(preparation.sound(), job.settings.quality, file, mServices.stop, sound);
-    if (error == bank::Error::Io)
-        return preparation.error() ? *preparation.error() : file.error();
-    if (error != bank::Error::None)
-        return describeError(error, job.shownName());
+    if (!encoded)
+        return describeError(encoded.error(), job.shownName());
     preparation.complete(sound);
     return {};
 }

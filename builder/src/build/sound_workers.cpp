@@ -1,7 +1,7 @@
 #include "build/sound_workers.hpp"
 
 #include "base/path.hpp"
-#include "build/bank_error.hpp"
+#include "build/describe_error.hpp"
 #include "support/worker_memory.hpp"
 #include "support/worker_pool.hpp"
 
@@ -93,7 +93,7 @@ base::Result<EncodedLocation> SoundWorkers::tryToEncode(const Task& task)
     try {
         return mBuilders[task.worker].build(mSettings, subsound, task.again, report);
     } catch (const std::bad_alloc&) {
-        return describeError(bank::Error::Memory, firstFile(subsound));
+        return describeError({base::ErrorCode::Memory}, firstFile(subsound));
     } catch (const std::exception& exception) {
         return base::Error{base::ErrorCode::Codec,
                            firstFile(subsound) + ": the encoder failed (" + exception.what() + ")"};

@@ -50,7 +50,7 @@ bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, 
 // from elsewhere, and would make each bank fail or be damaged in which it is put.
 bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Codec* codec)
 {
-    const bank::Result<bank::Sound> sound = bank::deserialise(record);
+    const base::Result<bank::Sound> sound = bank::deserialise(record);
     if (!sound)
         return false;
     *codec = sound->codec;

@@ -28,13 +28,16 @@ EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     mBuffer.resize(sizeof(EntryHeader));
 }
 
-bank::Error EncodedFile::write(std::span<const uint8_t> bytes)
+base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
 {
-    const base::Result<> done = append(bytes);
-    if (done)
-        return bank::Error::None;
-    mError = done.error();
-    return bank::Error::Io;
+    if (mBuffer.size() + bytes.size() > kBufferBytes) {
+        if (base::Result<> done = flush(); !done)
+            return done;
+    }
+    if (bytes.size() >= kBufferBytes)
+        return put(bytes, mWritten);
+    mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
+    return {};
 }
 
 base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
@@ -63,18 +66,6 @@ base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const 
         mSpill.advance(mWritten);
     }
     return location;
-}
-
-base::Result<> EncodedFile::append(std::span<const uint8_t> bytes)
-{
-    if (mBuffer.size() + bytes.size() > kBufferBytes) {
-        if (base::Result<> done = flush(); !done)
-            return done;
-    }
-    if (bytes.size() >= kBufferBytes)
-        return put(bytes, mWritten);
-    mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return {};
 }
 
 base::Result<> EncodedFile::flush()

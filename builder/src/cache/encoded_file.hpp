@@ -1,8 +1,8 @@
 // Takes the data of one sound from its encoder.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/sound.hpp"
+#include "base/bytes.hpp"
 #include "base/result.hpp"
 #include "base/temporary_file.hpp"
 #include "cache/cache.hpp"
@@ -18,22 +18,18 @@ namespace tarnok {
 
 // Begins in the cache, moves to the spill files with all that it has when the cache can't take more, and ends as an
 // entry of the cache or as a part of a spill file.
-class EncodedFile final : public bank::ByteSink
+class EncodedFile final : public base::ByteSink
 {
 public:
     // cache: null for a sound that isn't to be stored there.
     EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop);
 
-    bank::Error write(std::span<const uint8_t> bytes) override;
-
-    // Why a write failed.
-    const base::Error& error() const { return mError; }
+    base::Result<> write(std::span<const uint8_t> bytes) override;
 
     // Puts header and serialised form around the data and makes it available under key. sound is complete.
     base::Result<EncodedLocation> finish(const ContentHash& key, const bank::Sound& sound);
 
 private:
-    base::Result<> append(std::span<const uint8_t> bytes);
     base::Result<> flush();
     base::Result<> put(std::span<const uint8_t> bytes, uint64_t position);
     base::Result<> moveToSpill(int systemError);
@@ -48,7 +44,6 @@ private:
     std::optional<SpillFiles::Position> mSpilled; // set once the cache is left
     uint64_t mWritten = 0; // bytes of this sound in the file, those of the header included
     std::vector<uint8_t> mBuffer; // data after them
-    base::Error mError;
 };
 
 } // namespace tarnok

@@ -5,14 +5,11 @@
 
 namespace tarnok {
 
-bank::Error FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
+base::Result<> FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
 {
     if (!base::rangeInside(offset, bytes.size(), mSize))
-        return bank::Error::Damaged;
-    const base::Result<> read = base::readAt(mFile->get(), bytes, mOffset + offset);
-    if (!read)
-        return read.error().code == base::ErrorCode::Damaged ? bank::Error::Damaged : bank::Error::Io;
-    return bank::Error::None;
+        return base::Error{base::ErrorCode::Damaged};
+    return base::readAt(mFile->get(), bytes, mOffset + offset);
 }
 
 } // namespace tarnok

@@ -1,7 +1,7 @@
 // A part of an open file as a source of bytes.
 #pragma once
 
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "base/file_descriptor.hpp"
 
 #include <memory>
@@ -10,7 +10,7 @@
 namespace tarnok {
 
 // Safe to read from several threads.
-class FilePart final : public bank::ByteSource
+class FilePart final : public base::ByteSource
 {
 public:
     FilePart(std::shared_ptr<const base::FileDescriptor> file, uint64_t offset, uint64_t size)
@@ -20,7 +20,7 @@ public:
     { }
 
     [[nodiscard]] uint64_t size() const override { return mSize; }
-    bank::Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
+    base::Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override;
 
 private:
     std::shared_ptr<const base::FileDescriptor> mFile;

@@ -29,7 +29,6 @@ std::unique_ptr<Encoder> make()
 struct CodecEntry
 {
     const char* name;
-    bool hasQuality;
     int revision; // raised whenever an encoder of ours makes other bytes from the same sound
     const char* (*libraryVersion)(); // null: no library
     std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
@@ -37,12 +36,12 @@ struct CodecEntry
 
 // Indexed by Codec.
 constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
-    {"PCM", false, 1, nullptr, make<PcmEncoder>},
-    {"XMA", true, 0, nullptr, nullptr},
-    {"AT9", true, 0, nullptr, nullptr},
-    {"Vorbis", true, 4, vorbis_version_string, make<VorbisEncoder>},
-    {"KADPCM", false, 2, nullptr, make<KadpcmEncoder>},
-    {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
+    {"PCM", 1, nullptr, make<PcmEncoder>},
+    {"XMA", 0, nullptr, nullptr},
+    {"AT9", 0, nullptr, nullptr},
+    {"Vorbis", 4, vorbis_version_string, make<VorbisEncoder>},
+    {"KADPCM", 2, nullptr, make<KadpcmEncoder>},
+    {"Opus", 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
 const CodecEntry& entryOf(Codec codec)
@@ -98,11 +97,6 @@ std::unique_ptr<Encoder> makeEncoder(Codec codec)
 const char* codecName(Codec codec)
 {
     return entryOf(codec).name;
-}
-
-bool hasQuality(Codec codec)
-{
-    return entryOf(codec).hasQuality;
 }
 
 uint32_t encodingRate(Codec codec, uint32_t sampleRate)

@@ -5,8 +5,10 @@
 // after the other; any number may work side by side.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/sound.hpp"
+#include "base/bytes.hpp"
+#include "base/markers.hpp"
+#include "base/result.hpp"
 
 #include <cstdint>
 #include <memory>
@@ -23,7 +25,7 @@ struct PreparedFacts
     uint32_t sampleRate = 44'100; // hertz: encodingRate() of the codec
     bank::SampleFormat sampleFormat = bank::SampleFormat::Pcm16; // of readSamples()
     uint64_t sampleCount = 0; // frames, at least 1
-    std::optional<bank::Loop> loop; // none: the sound never loops
+    std::optional<base::Loop> loop; // none: the sound never loops
 };
 
 // How far before the first and behind the last frame of a sound an encoder reads, in frames.
@@ -45,14 +47,14 @@ public:
     [[nodiscard]] virtual const PreparedFacts& facts() const = 0;
 
     // The next read begins at position.
-    virtual bank::Error seek(int64_t position) = 0;
+    virtual base::Result<> seek(int64_t position) = 0;
 
     // Delivers exactly count interleaved frames. Full scale is -1 to 1; samples beyond are delivered as they are,
     // samples that are no numbers as 0. An error ends the encoding and is what encode() answers; the source knows more.
-    virtual bank::Error readFloat(float* frames, size_t count) = 0;
+    virtual base::Result<> readFloat(float* frames, size_t count) = 0;
 
     // The same in facts().sampleFormat, to the bit: count * channels * bank::bytesPerSample(sampleFormat) bytes.
-    virtual bank::Error readSamples(void* frames, size_t count) = 0;
+    virtual base::Result<> readSamples(void* frames, size_t count) = 0;
 };
 
 // The frame of the sound that is heard at a position, none for silence. Inside the sound the position itself. Before
@@ -69,10 +71,10 @@ public:
 
     // Encodes all of sound, writes the encoded data to sink in order, and fills every member of *encoded that is known
     // here: all but syncPoints and peak, which the caller adds. quality is 1 to 100 (PCM and KADPCM have none). Looks
-    // at stop at least every 50 ms of work. Error::Cancelled; what sound or sink answered; Error::Unsupported: the
-    // codec doesn't take these channels or this rate; Error::Encoder: the codec's library failed.
-    virtual bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                               bank::Sound* encoded) = 0;
+    // at stop at least every 50 ms of work. ErrorCode::Cancelled; what sound or sink answered; ErrorCode::Unsupported:
+    // the codec doesn't take these channels or this rate; ErrorCode::Codec: the codec's library failed.
+    virtual base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                                  bank::Sound* encoded) = 0;
 };
 
 // Null for the codecs that need an external module (XMA, AT9); see encoder_module.hpp.
@@ -80,9 +82,6 @@ public:
 
 // As people write it: "Vorbis".
 [[nodiscard]] const char* codecName(bank::Codec codec);
-
-// Whether quality has a meaning for the codec.
-[[nodiscard]] bool hasQuality(bank::Codec codec);
 
 // The rate at which codec encodes a sound of sampleRate, both in hertz: the same where the codec takes it, otherwise
 // the lowest it takes that keeps the whole spectrum, or its highest. Opus: 8, 12, 16, 24 and 48 kHz.

@@ -17,13 +17,12 @@
 namespace tarnok {
 
 using bank::Codec;
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 static_assert(TARNOK_ENCODER_REACH == kMaximumReach);
 
 namespace {
-
-constexpr size_t kMaximumSetupBytes = 1 << 20;
 
 const char* fileName(Codec codec)
 {
@@ -73,7 +72,7 @@ bool isUsable(const TARNOK_ENCODER_MODULE* module, Codec codec)
 class Job
 {
 public:
-    Job(PreparedSound& sound, bank::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
+    Job(PreparedSound& sound, base::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
         : mSound(sound)
         , mData(sink)
         , mStop(stop)
@@ -94,58 +93,58 @@ public:
     }
 
     // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
-    Error end(TARNOK_RESULT answer, uint32_t leadIn)
+    base::Result<> end(TARNOK_RESULT answer, uint32_t leadIn)
     {
-        if (mError == Error::None)
-            mError = errorOf(answer);
-        // Nobody else would tell why there is no sound.
-        if (mError == Error::Cancelled && !mStop.stop_requested())
-            mError = Error::Encoder;
-        if (mError != Error::None)
-            return mError;
+        if (mResult)
+            mResult = resultOf(answer);
+        // Nobody else would report why there is no sound.
+        if (!mResult && mResult.error().code == ErrorCode::Cancelled && !mStop.stop_requested())
+            return Error{ErrorCode::Codec};
+        if (!mResult)
+            return mResult;
         if (leadIn > bank::kMaximumLeadIn)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         mEncoded->leadIn = leadIn;
-        if (const Error error = mData.finish(mEncoded); error != Error::None)
-            return error;
+        if (const base::Result<> result = mData.finish(mEncoded); !result)
+            return result.error();
         const uint64_t decoded = mEncoded->sampleCount + leadIn;
-        return (decoded + 8191) / 8192 <= mEncoded->dataBytes ? Error::None : Error::Encoder;
+        return codecResult((decoded + 8191) / 8192 <= mEncoded->dataBytes);
     }
 
 private:
     static Job& self(void* user) { return *static_cast<Job*>(user); }
 
-    static Error errorOf(TARNOK_RESULT answer)
+    static base::Result<> resultOf(TARNOK_RESULT answer)
     {
         switch (int(answer)) {
         case TARNOK_OK:
-            return Error::None;
+            return {};
         case TARNOK_ERR_CANCELLED:
-            return Error::Cancelled;
+            return Error{ErrorCode::Cancelled};
         case TARNOK_ERR_MEMORY:
-            return Error::Memory;
+            return Error{ErrorCode::Memory};
         case TARNOK_ERR_INVALID_FORMAT:
-            return Error::Unsupported;
+            return Error{ErrorCode::Unsupported};
         default:
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         }
     }
 
     // A module that looks at nothing but the answers ends soon, too.
-    TARNOK_RESULT answer(Error error)
+    TARNOK_RESULT answer(base::Result<> result)
     {
-        if (error == Error::None && mStop.stop_requested())
-            error = Error::Cancelled;
-        if (mError == Error::None)
-            mError = error;
-        switch (mError) {
-        case Error::None:
+        if (result && mStop.stop_requested())
+            result = Error{ErrorCode::Cancelled};
+        if (mResult)
+            mResult = std::move(result);
+        if (mResult)
             return TARNOK_OK;
-        case Error::Cancelled:
+        switch (mResult.error().code) {
+        case ErrorCode::Cancelled:
             return TARNOK_ERR_CANCELLED;
-        case Error::Memory:
+        case ErrorCode::Memory:
             return TARNOK_ERR_MEMORY;
-        case Error::Encoder:
+        case ErrorCode::Codec:
             return TARNOK_ERR_INVALID_PARAM;
         default:
             return TARNOK_ERR_FILE_OS;
@@ -160,7 +159,7 @@ private:
     TARNOK_RESULT seek(int64_t position)
     {
         if (!inReach(position))
-            return answer(Error::Encoder);
+            return answer(Error{ErrorCode::Codec});
         mPosition = position;
         return answer(mSound.seek(position));
     }
@@ -168,9 +167,9 @@ private:
     TARNOK_RESULT read(float* frames, uint32_t count)
     {
         if (!frames || !inReach(mPosition + count))
-            return answer(Error::Encoder);
-        if (mError != Error::None || mStop.stop_requested())
-            return answer(Error::Cancelled);
+            return answer(Error{ErrorCode::Codec});
+        if (!mResult || mStop.stop_requested())
+            return answer(Error{ErrorCode::Cancelled});
         mPosition += count;
         return answer(mSound.readFloat(frames, count));
     }
@@ -178,19 +177,19 @@ private:
     TARNOK_RESULT write(const void* bytes, uint32_t count)
     {
         if ((!bytes && count > 0) || count > mostBytes() - mData.bytes())
-            return answer(Error::Encoder);
-        if (mError != Error::None || mStop.stop_requested())
-            return answer(Error::Cancelled);
+            return answer(Error{ErrorCode::Codec});
+        if (!mResult || mStop.stop_requested())
+            return answer(Error{ErrorCode::Cancelled});
         return answer(mData.writeBlock({static_cast<const uint8_t*>(bytes), count}));
     }
 
     TARNOK_RESULT setup(const void* bytes, uint32_t count)
     {
-        if (!bytes || count > kMaximumSetupBytes || !mEncoded->setup.empty())
-            return answer(Error::Encoder);
+        if (!bytes || count > bank::kMaximumSetupBytes || !mEncoded->setup.empty())
+            return answer(Error{ErrorCode::Codec});
         const auto* first = static_cast<const uint8_t*>(bytes);
         mEncoded->setup.assign(first, first + count);
-        return answer(Error::None);
+        return answer({});
     }
 
     TARNOK_RESULT seekPoint(uint64_t position)
@@ -198,9 +197,9 @@ private:
         std::vector<bank::SeekPoint>& points = mEncoded->seekPoints;
         const bank::SeekPoint last = points.empty() ? bank::SeekPoint{} : points.back();
         if (position <= last.position || mData.bytes() <= last.offset)
-            return answer(Error::Encoder);
+            return answer(Error{ErrorCode::Codec});
         points.push_back({position, mData.bytes()});
-        return answer(Error::None);
+        return answer({});
     }
 
     // No encoder needs more; one that never ends would fill the disk.
@@ -215,7 +214,7 @@ private:
     const std::stop_token& mStop;
     bank::Sound* mEncoded;
     int64_t mPosition = 0;
-    Error mError = Error::None; // the first on our side
+    base::Result<> mResult; // the first failure on our side
 };
 
 // Encodes by a module.
@@ -227,8 +226,8 @@ public:
         , mFlags(flags)
     { }
 
-    Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                 bank::Sound* encoded) override
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override
     {
         const PreparedFacts& facts = sound.facts();
         *encoded = describe(Codec(int(mModule.format)), facts);
@@ -244,8 +243,8 @@ public:
             told.loopStart = facts.loop->start;
             told.loopEnd = facts.loop->end;
         }
-        if (const Error error = sound.seek(0); error != Error::None)
-            return error;
+        if (const base::Result<> result = sound.seek(0); !result)
+            return result.error();
         Job job(sound, sink, stop, encoded);
         const TARNOK_ENCODER_HOST host = job.host();
         uint32_t leadIn = 0;
@@ -270,12 +269,11 @@ base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec cod
     assert(encodes(codec));
     const std::string file = ownFolder() + fileName(codec);
     if (access(file.c_str(), F_OK) != 0)
-        return base::Error{base::ErrorCode::ModuleMissing,
-                           std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file
-                               + ")"};
+        return Error{ErrorCode::ModuleMissing,
+                     std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file + ")"};
     const auto bad = [&](const std::string& why) {
-        return base::Error{base::ErrorCode::ModuleBad,
-                           std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
+        return Error{ErrorCode::ModuleBad,
+                     std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
     if (!isWhole(file))
         return bad(file + " is not a library for this system, or is damaged");

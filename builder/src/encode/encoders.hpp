@@ -12,16 +12,16 @@ namespace tarnok {
 class PcmEncoder final : public Encoder
 {
 public:
-    bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                       bank::Sound* encoded) override;
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override;
 };
 
 // Brings samples to 16 bits and has them encoded by bank::kadpcm.
 class KadpcmEncoder final : public Encoder
 {
 public:
-    bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                       bank::Sound* encoded) override;
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override;
 };
 
 // Quality 1 to 50 is the library's -0.1 to 0.5, 50 to 100 its 0.5 to 1.0, both in even steps.
@@ -34,13 +34,13 @@ public:
     VorbisEncoder();
     ~VorbisEncoder() override;
 
-    bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                       bank::Sound* encoded) override;
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override;
 
 private:
     struct Kind;
 
-    bank::Error chooseKind(const PreparedFacts& facts, int quality);
+    base::Result<> chooseKind(const PreparedFacts& facts, int quality);
 
     std::vector<std::unique_ptr<Kind>> mKinds; // of recent sounds, the last one's first
 };
@@ -54,9 +54,17 @@ private:
 class OpusEncoder final : public Encoder
 {
 public:
-    bank::Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                       bank::Sound* encoded) override;
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override;
 };
+
+// What a call of a codec's library gave: success, or ErrorCode::Codec.
+[[nodiscard]] inline base::Result<> codecResult(bool succeeded)
+{
+    if (!succeeded)
+        return base::Error{base::ErrorCode::Codec};
+    return {};
+}
 
 // What every encoder knows of its result before it begins.
 [[nodiscard]] bank::Sound describe(bank::Codec codec, const PreparedFacts& facts);

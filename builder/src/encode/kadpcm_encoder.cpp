@@ -9,8 +9,9 @@
 
 namespace tarnok {
 
-using bank::Error;
 using bank::SampleFormat;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
@@ -46,7 +47,7 @@ public:
         , mChannels(size_t(sound.facts().channels))
     { }
 
-    Error read(std::span<int16_t> samples)
+    base::Result<> read(std::span<int16_t> samples)
     {
         const size_t frames = samples.size() / mChannels;
         switch (mSound.facts().sampleFormat) {
@@ -60,23 +61,23 @@ public:
     }
 
 private:
-    Error readBytes(std::span<int16_t> samples, size_t frames)
+    base::Result<> readBytes(std::span<int16_t> samples, size_t frames)
     {
         mBytes.resize(samples.size());
-        if (const Error error = mSound.readSamples(mBytes.data(), frames); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readSamples(mBytes.data(), frames); !result)
+            return result.error();
         std::transform(mBytes.begin(), mBytes.end(), samples.begin(), [](int8_t byte) { return int16_t(byte * 256); });
-        return Error::None;
+        return {};
     }
 
-    Error readDithered(std::span<int16_t> samples, size_t frames)
+    base::Result<> readDithered(std::span<int16_t> samples, size_t frames)
     {
         mFloats.resize(samples.size());
-        if (const Error error = mSound.readFloat(mFloats.data(), frames); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readFloat(mFloats.data(), frames); !result)
+            return result.error();
         for (size_t i = 0; i < samples.size(); ++i)
             samples[i] = quantise(std::clamp(mFloats[i] * 32'768, -32'768.0f, 32'767.0f));
-        return Error::None;
+        return {};
     }
 
     // A value that 16 bits can hold is left alone: digital silence stays silent, and what was 16 bits once comes back.
@@ -115,7 +116,7 @@ public:
         , mSound(sound)
     { }
 
-    Error write(std::vector<uint8_t>* bytes, std::vector<uint32_t>* sizes)
+    base::Result<> write(std::vector<uint8_t>* bytes, std::vector<uint32_t>* sizes)
     {
         uint64_t offset = mData.bytes();
         for (const uint32_t size : *sizes) {
@@ -124,10 +125,10 @@ public:
             offset += size;
             ++mCount;
         }
-        const Error error = bytes->empty() ? Error::None : mData.writeBlock(*bytes);
+        base::Result<> result = bytes->empty() ? base::Result<>() : mData.writeBlock(*bytes);
         bytes->clear();
         sizes->clear();
-        return error;
+        return result;
     }
 
 private:
@@ -138,12 +139,13 @@ private:
 
 } // namespace
 
-Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std::stop_token stop, bank::Sound* encoded)
+base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& sink, std::stop_token stop,
+                                     bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
     *encoded = describe(bank::Codec::Kadpcm, facts);
-    if (const Error error = sound.seek(0); error != Error::None)
-        return error;
+    if (const base::Result<> result = sound.seek(0); !result)
+        return result.error();
 
     DataStream data(sink);
     Reader16 reader(sound);
@@ -155,20 +157,20 @@ Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std
     for (uint64_t left = facts.sampleCount; left > 0;) {
         const size_t count = size_t(std::min<uint64_t>(left, kChunkFrames));
         const std::span<int16_t> chunk = std::span(samples).first(count * size_t(facts.channels));
-        if (const Error error = reader.read(chunk); error != Error::None)
-            return error;
+        if (const base::Result<> result = reader.read(chunk); !result)
+            return result.error();
         encoder.encode(chunk, bytes, &sizes);
         if (stop.stop_requested())
-            return Error::Cancelled;
-        if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
-            return error;
+            return Error{ErrorCode::Cancelled};
+        if (const base::Result<> result = writer.write(&bytes, &sizes); !result)
+            return result.error();
         left -= count;
     }
     encoder.finish(bytes, &sizes);
     if (stop.stop_requested())
-        return Error::Cancelled;
-    if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
-        return error;
+        return Error{ErrorCode::Cancelled};
+    if (const base::Result<> result = writer.write(&bytes, &sizes); !result)
+        return result.error();
     return data.finish(encoded);
 }
 

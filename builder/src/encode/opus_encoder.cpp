@@ -12,7 +12,8 @@
 
 namespace tarnok {
 
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
@@ -55,20 +56,20 @@ std::vector<uint8_t> packed(const OpusMapping& mapping)
     return setup;
 }
 
-bank::Result<Library> start(const PreparedFacts& facts, const OpusMapping& mapping, int quality)
+base::Result<Library> start(const PreparedFacts& facts, const OpusMapping& mapping, int quality)
 {
     int failed = OPUS_OK;
     Library library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
                                                     mapping.coupled, mapping.table,
                                                     OPUS_APPLICATION_RESTRICTED_LOWDELAY, &failed));
     if (!library)
-        return failed == OPUS_ALLOC_FAIL ? Error::Memory : Error::Unsupported;
+        return Error{failed == OPUS_ALLOC_FAIL ? ErrorCode::Memory : ErrorCode::Unsupported};
     const int bits = opusBitsPerChannel(quality, facts.sampleRate) * facts.channels;
     if (opus_multistream_encoder_ctl(library.get(), OPUS_SET_BITRATE(bits)) != OPUS_OK
         || opus_multistream_encoder_ctl(library.get(), OPUS_SET_VBR(1)) != OPUS_OK
         || opus_multistream_encoder_ctl(library.get(), OPUS_SET_VBR_CONSTRAINT(0)) != OPUS_OK
         || opus_multistream_encoder_ctl(library.get(), OPUS_SET_COMPLEXITY(10)) != OPUS_OK)
-        return Error::Encoder;
+        return Error{ErrorCode::Codec};
     return library;
 }
 
@@ -164,15 +165,15 @@ public:
     }
 
     // That packet, and where it goes.
-    [[nodiscard]] Error take(int64_t packet, std::span<const uint8_t> bytes, uint64_t offset,
-                             std::vector<bank::SeekPoint>* points)
+    [[nodiscard]] base::Result<> take(int64_t packet, std::span<const uint8_t> bytes, uint64_t offset,
+                                      std::vector<bank::SeekPoint>* points)
     {
         const int64_t first = mSchedule.soundPosition(packet);
         const int64_t end = first + (Schedule::approach() + 1) * mSchedule.frame();
         if (!mSeekPoints.onTrial() && !mSchedule.wantsKeySoon(packet) && !mSeam.wants(first, end))
-            return Error::None;
-        if (const Error error = mDecoder.decode(bytes); error != Error::None)
-            return error;
+            return {};
+        if (const base::Result<> result = mDecoder.decode(bytes); !result)
+            return result.error();
         // What it decodes at first after a gap is no error of the encoder's.
         const bool isGap = packet != mNext && mSchedule.position(packet) > 0;
         mUnsettled = isGap ? OpusSeekPoints::kPast + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
@@ -205,26 +206,26 @@ int opusBitsPerChannel(int quality, uint32_t sampleRate)
     return int(std::lround(share * 48'000 * std::exp2((std::clamp(quality, 1, 100) - 50) / 25.0)));
 }
 
-Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                          bank::Sound* encoded)
+base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                                   bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
     const OpusMapping mapping = mappingOf(facts.channels);
-    bank::Result<Library> started = start(facts, mapping, quality);
+    base::Result<Library> started = start(facts, mapping, quality);
     if (!started)
         return started.error();
     OpusMSEncoder* library = started->get();
     opus_int32 lookahead = 0;
     if (opus_multistream_encoder_ctl(library, OPUS_GET_LOOKAHEAD(&lookahead)) != OPUS_OK)
-        return Error::Encoder;
+        return Error{ErrorCode::Codec};
 
     const Schedule schedule(facts, lookahead);
     *encoded = describe(bank::Codec::Opus, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = packed(mapping);
     encoded->leadIn = uint32_t(schedule.leadIn());
-    if (const Error error = sound.seek(schedule.start()); error != Error::None)
-        return error;
+    if (const base::Result<> result = sound.seek(schedule.start()); !result)
+        return result.error();
 
     DataStream data(sink);
     SeamRecorder seam(facts);
@@ -233,24 +234,24 @@ Error OpusEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sin
     std::vector<uint8_t> packet(kMaximumPacketBytesPerStream * size_t(mapping.streams));
     for (int64_t index = 0; index < schedule.packets(); ++index) {
         if (stop.stop_requested())
-            return Error::Cancelled;
-        if (const Error error = sound.readFloat(frames.data(), size_t(schedule.frame())); error != Error::None)
-            return error;
+            return Error{ErrorCode::Cancelled};
+        if (const base::Result<> result = sound.readFloat(frames.data(), size_t(schedule.frame())); !result)
+            return result.error();
         seam.encoded(schedule.start() + index * schedule.frame(), frames);
         const opus_int32 unpredicted = checks.announce(index);
         if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(unpredicted)) != OPUS_OK)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         const int bytes = opus_multistream_encode_float(library, frames.data(), int(schedule.frame()), packet.data(),
                                                         opus_int32(packet.size()));
         if (bytes <= 0)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         if (!schedule.kept(index))
             continue;
         const std::span<const uint8_t> made = std::span(packet).first(size_t(bytes));
-        if (const Error error = checks.take(index, made, data.bytes(), &encoded->seekPoints); error != Error::None)
-            return error;
-        if (const Error error = data.writePacket(made); error != Error::None)
-            return error;
+        if (const base::Result<> result = checks.take(index, made, data.bytes(), &encoded->seekPoints); !result)
+            return result.error();
+        if (const base::Result<> result = data.writePacket(made); !result)
+            return result.error();
     }
     seam.finish(encoded);
     return data.finish(encoded);

@@ -1,5 +1,6 @@
 #include "encode/opus_seeking.hpp"
 
+#include "encode/encoders.hpp"
 #include "encode/opus_packet.hpp"
 
 #include <algorithm>
@@ -8,7 +9,8 @@
 
 namespace tarnok {
 
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
@@ -33,23 +35,21 @@ OpusPacketDecoder::OpusPacketDecoder(const OpusMapping& mapping, uint32_t sample
     , mChannels(size_t(mapping.channels))
 { }
 
-Error OpusPacketDecoder::reset()
+base::Result<> OpusPacketDecoder::reset()
 {
     if (!mLibrary)
-        return Error::Memory;
-    return opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK ? Error::None : Error::Encoder;
+        return Error{ErrorCode::Memory};
+    return codecResult(opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK);
 }
 
-Error OpusPacketDecoder::decode(std::span<const uint8_t> packet)
+base::Result<> OpusPacketDecoder::decode(std::span<const uint8_t> packet)
 {
     if (!mLibrary)
-        return Error::Memory;
+        return Error{ErrorCode::Memory};
     const int frames = int(mFrames.size() / mChannels);
-    return opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()), mFrames.data(),
-                                         frames, 0)
-            == frames
-        ? Error::None
-        : Error::Encoder;
+    const int decoded = opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()),
+                                                      mFrames.data(), frames, 0);
+    return codecResult(decoded == frames);
 }
 
 OpusSeekPoints::OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames)
@@ -70,19 +70,19 @@ bool OpusSeekPoints::unpredicted() const
     return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
 }
 
-Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& place, std::span<const float> frames,
-                           std::vector<bank::SeekPoint>* points)
+base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
+                                    std::span<const float> frames, std::vector<bank::SeekPoint>* points)
 {
     if (mKey < 0)
-        return Error::None;
+        return {};
     if (mPacket == mKey) {
         mPlace = place;
         std::fill(mStationary.begin(), mStationary.end(), 0);
-        if (const Error error = mDecoder.reset(); error != Error::None)
-            return error;
+        if (const base::Result<> result = mDecoder.reset(); !result)
+            return result.error();
     }
-    if (const Error error = mDecoder.decode(packet); error != Error::None)
-        return error;
+    if (const base::Result<> result = mDecoder.decode(packet); !result)
+        return result.error();
     const int64_t index = mPacket - mKey;
     if (index < kConvergence) {
         if (index < kSettlingPackets)
@@ -90,14 +90,14 @@ Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoin
         const int fewest = *std::min_element(mStationary.begin(), mStationary.end());
         if (fewest + std::max<int64_t>(kSettlingPackets - 1 - index, 0) < kStationaryPackets)
             mKey = -1;
-        return Error::None;
+        return {};
     }
     if (meets(frames)) {
         points->push_back(mPlace);
         mStillWanted = false;
     }
     mKey = -1;
-    return Error::None;
+    return {};
 }
 
 void OpusSeekPoints::count(std::span<const uint8_t> packet)

@@ -34,11 +34,11 @@ class OpusPacketDecoder
 public:
     OpusPacketDecoder(const OpusMapping& mapping, uint32_t sampleRate, size_t frames);
 
-    [[nodiscard]] bank::Error reset();
+    [[nodiscard]] base::Result<> reset();
 
     // The interleaved frames, valid until the next packet.
     [[nodiscard]] const std::vector<float>& frames() const { return mFrames; }
-    [[nodiscard]] bank::Error decode(std::span<const uint8_t> packet);
+    [[nodiscard]] base::Result<> decode(std::span<const uint8_t> packet);
 
 private:
     struct Destroy
@@ -73,8 +73,8 @@ public:
     [[nodiscard]] bool onTrial() const { return mKey >= 0; }
 
     // The packet that was announced, and what the other decoder made of it. A trial that succeeds adds its seek point.
-    [[nodiscard]] bank::Error take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
-                                   std::span<const float> frames, std::vector<bank::SeekPoint>* points);
+    [[nodiscard]] base::Result<> take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
+                                      std::span<const float> frames, std::vector<bank::SeekPoint>* points);
 
 private:
     void count(std::span<const uint8_t> packet);

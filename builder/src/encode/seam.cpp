@@ -33,7 +33,7 @@ struct Heard
 class SeamBalance
 {
 public:
-    SeamBalance(int64_t length, const bank::Loop& loop, size_t channels)
+    SeamBalance(int64_t length, const base::Loop& loop, size_t channels)
         : mLength(length)
         , mStart(int64_t(loop.start))
         , mEnd(int64_t(loop.end))

@@ -55,7 +55,7 @@ private:
 
     size_t mChannels;
     int64_t mLength;
-    bank::Loop mLoop;
+    base::Loop mLoop;
     std::vector<std::pair<int64_t, int64_t>> mSeams; // to be corrected: first frame and end, in stretches of segments
     std::vector<Stretch> mStretches;
     std::vector<float> mRecent; // frames that went in, in a ring of kRecentFrames

@@ -28,7 +28,7 @@ SoundSettings SoundSettings::of(const BuildSettings& order, const TARNOK_SUBSOUN
 
     SoundSettings settings;
     settings.codec = bank::Codec(order.format);
-    settings.quality = hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
+    settings.quality = bank::hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
     settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
     settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
     settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;

@@ -8,7 +8,8 @@
 
 namespace tarnok {
 
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
@@ -45,7 +46,7 @@ public:
     SeamDecoder& operator=(const SeamDecoder&) = delete;
 
     // The headers that all the sounds have.
-    Error start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
+    base::Result<> start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -56,9 +57,9 @@ public:
             && vorbis_synthesis_init(&mDsp, &mInfo) == 0;
         vorbis_comment_clear(&comment);
         if (!taken)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         mStarted = true;
-        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+        return codecResult(vorbis_block_init(&mDsp, &mBlock) == 0);
     }
 
     // From here on for another sound. Nothing of the one before is left in what is decoded.
@@ -69,23 +70,23 @@ public:
     }
 
     // A packet that decodes to the sound's frames first to end - 1, and all others in order.
-    Error take(const ogg_packet& packet, int64_t first, int64_t end)
+    base::Result<> take(const ogg_packet& packet, int64_t first, int64_t end)
     {
         if (mSeam->wants(first, end)) {
             if (!mPrimed) {
                 if (vorbis_synthesis_restart(&mDsp) != 0)
-                    return Error::Encoder;
+                    return Error{ErrorCode::Codec};
                 ogg_packet primer{};
                 primer.packet = mLast.data();
                 primer.bytes = long(mLast.size());
-                if (const Error error = decode(primer, first); error != Error::None)
-                    return error;
+                if (const base::Result<> result = decode(primer, first); !result)
+                    return result.error();
             }
             mPrimed = true;
             return decode(packet, first);
         }
         mPrimed = false;
-        return Error::None;
+        return {};
     }
 
     // A packet that the next one may need.
@@ -96,10 +97,10 @@ public:
     }
 
 private:
-    Error decode(ogg_packet packet, int64_t first)
+    base::Result<> decode(ogg_packet packet, int64_t first)
     {
         if (vorbis_synthesis(&mBlock, &packet) != 0 || vorbis_synthesis_blockin(&mDsp, &mBlock) != 0)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         float** channels = nullptr;
         const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
         const auto width = size_t(mInfo.channels);
@@ -110,7 +111,7 @@ private:
         }
         vorbis_synthesis_read(&mDsp, count);
         mSeam->decoded(first, mFrames);
-        return Error::None;
+        return {};
     }
 
     SeamRecorder* mSeam = nullptr;
@@ -140,16 +141,16 @@ public:
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    Error start()
+    base::Result<> start()
     {
         if (vorbis_analysis_init(&mDsp, &mInfo) != 0)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         mStarted = true;
-        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+        return codecResult(vorbis_block_init(&mDsp, &mBlock) == 0);
     }
 
     // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
-    Error headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
+    base::Result<> headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -159,26 +160,28 @@ public:
         const int failed = vorbis_analysis_headerout(&mDsp, &comment, &identification, &comments, &codebooks);
         vorbis_comment_clear(&comment);
         if (failed)
-            return Error::Encoder;
-        if (const Error error = seam->start(identification, comments, codebooks); error != Error::None)
-            return error;
+            return Error{ErrorCode::Codec};
+        if (const base::Result<> result = seam->start(identification, comments, codebooks); !result)
+            return result.error();
         for (const ogg_packet& packet : {identification, codebooks}) {
-            bank::appendLittle(*setup, uint32_t(packet.bytes));
+            base::appendLittle(*setup, uint32_t(packet.bytes));
             setup->insert(setup->end(), packet.packet, packet.packet + packet.bytes);
         }
-        return Error::None;
+        return {};
     }
 
     // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
     float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
-    Error wrote(long frames) { return vorbis_analysis_wrote(&mDsp, int(frames)) == 0 ? Error::None : Error::Encoder; }
+    base::Result<> wrote(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
 
     // The next packet, valid until the one after; nullptr when more samples are needed first.
-    bank::Result<ogg_packet*> packet()
+    base::Result<ogg_packet*> packet()
     {
         if (vorbis_analysis_blockout(&mDsp, &mBlock) != 1)
             return nullptr;
-        return vorbis_analysis(&mBlock, &mPacket) == 0 ? bank::Result(&mPacket) : Error::Encoder;
+        if (vorbis_analysis(&mBlock, &mPacket) != 0)
+            return Error{ErrorCode::Codec};
+        return &mPacket;
     }
 
     [[nodiscard]] long blockSize(ogg_packet& packet) { return vorbis_packet_blocksize(&mInfo, &packet); }
@@ -212,7 +215,7 @@ public:
 
     [[nodiscard]] bool complete() const { return mCentre >= mEnd; }
 
-    Error take(const ogg_packet& packet, long blockSize)
+    base::Result<> take(const ogg_packet& packet, long blockSize)
     {
         const int64_t lastCentre = mCentre;
         mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
@@ -222,16 +225,16 @@ public:
             mPrimer.assign(bytes.begin(), bytes.end());
             mPrimerCentre = mCentre;
             mSeam.remember(packet);
-            return Error::None;
+            return {};
         }
-        if (const Error error = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); !result)
+            return result.error();
         mSeam.remember(packet);
         if (!mStarted) {
             mStarted = true;
             mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
-            if (const Error error = mData.writePacket(mPrimer); error != Error::None)
-                return error;
+            if (const base::Result<> result = mData.writePacket(mPrimer); !result)
+                return result.error();
         }
         addSeekPoint();
         return mData.writePacket(bytes);
@@ -272,15 +275,15 @@ public:
         , mFrames(size_t(kReadFrames) * size_t(sound.facts().channels))
     { }
 
-    Error feed(long count)
+    base::Result<> feed(long count)
     {
-        if (const Error error = mSound.readFloat(mFrames.data(), size_t(count)); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readFloat(mFrames.data(), size_t(count)); !result)
+            return result.error();
         mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
         mPosition += count;
         float** room = mLibrary.room(count);
         if (!room)
-            return Error::Memory;
+            return Error{ErrorCode::Memory};
         const int channels = mSound.facts().channels;
         for (int channel = 0; channel < channels; ++channel) {
             const float* from = mFrames.data() + channel;
@@ -326,18 +329,19 @@ struct VorbisEncoder::Kind
         return facts.channels == channels && facts.sampleRate == sampleRate && quality_ == quality;
     }
 
-    Error start()
+    base::Result<> start()
     {
         if (vorbis_encode_setup_vbr(&info, channels, long(sampleRate), vorbisQuality(quality)) != 0)
-            return Error::Unsupported;
+            return Error{ErrorCode::Unsupported};
         // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
         // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
         int coupling = channels == 2;
         if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
-            return Error::Unsupported;
+            return Error{ErrorCode::Unsupported};
         Library library(info);
-        const Error error = library.start();
-        return error == Error::None ? library.headers(&setup, &seamDecoder) : error;
+        if (const base::Result<> result = library.start(); !result)
+            return result.error();
+        return library.headers(&setup, &seamDecoder);
     }
 
     int channels;
@@ -352,40 +356,40 @@ VorbisEncoder::VorbisEncoder() = default;
 VorbisEncoder::~VorbisEncoder() = default;
 
 // The kind of a sound becomes the first of those that are kept.
-Error VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
+base::Result<> VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
 {
     const auto found =
         std::find_if(mKinds.begin(), mKinds.end(), [&](const auto& kind) { return kind->fits(facts, quality); });
     if (found != mKinds.end()) {
         std::rotate(mKinds.begin(), found, found + 1);
-        return Error::None;
+        return {};
     }
     auto kind = std::make_unique<Kind>(facts, quality);
-    if (const Error error = kind->start(); error != Error::None)
-        return error;
+    if (const base::Result<> result = kind->start(); !result)
+        return result.error();
     mKinds.insert(mKinds.begin(), std::move(kind));
     if (mKinds.size() > kKeptKinds)
         mKinds.pop_back();
-    return Error::None;
+    return {};
 }
 
-Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                            bank::Sound* encoded)
+base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                                     bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
-    if (const Error error = chooseKind(facts, quality); error != Error::None)
-        return error;
+    if (const base::Result<> result = chooseKind(facts, quality); !result)
+        return result.error();
     Kind& kind = *mKinds.front();
     *encoded = describe(bank::Codec::Vorbis, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = kind.setup;
 
     Library library(kind.info);
-    if (const Error error = library.start(); error != Error::None)
-        return error;
+    if (const base::Result<> result = library.start(); !result)
+        return result.error();
     const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
-    if (const Error error = sound.seek(-lead); error != Error::None)
-        return error;
+    if (const base::Result<> result = sound.seek(-lead); !result)
+        return result.error();
 
     DataStream data(sink);
     SeamRecorder seam(facts, kBeginning);
@@ -398,23 +402,23 @@ Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& s
     int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
-            return Error::Cancelled;
-        const bank::Result<ogg_packet*> packet = library.packet();
+            return Error{ErrorCode::Cancelled};
+        const base::Result<ogg_packet*> packet = library.packet();
         if (!packet)
             return packet.error();
-        Error error = Error::None;
+        base::Result<> result;
         if (*packet) {
-            error = chooser.take(**packet, library.blockSize(**packet));
+            result = chooser.take(**packet, library.blockSize(**packet));
         } else if (ended) {
-            error = Error::Encoder;
+            result = Error{ErrorCode::Codec};
         } else {
             const long count = long(std::min<int64_t>(left, kReadFrames));
             ended = count == 0;
             left -= count;
-            error = ended ? library.wrote(0) : feeder.feed(count);
+            result = ended ? library.wrote(0) : feeder.feed(count);
         }
-        if (error != Error::None)
-            return error;
+        if (!result)
+            return result.error();
     }
     seam.finish(encoded);
     return data.finish(encoded);

@@ -118,17 +118,17 @@ std::optional<RawSamples> DecodedFile::rawSamples() const
     return samples;
 }
 
-std::optional<bank::Loop> DecodedFile::loop() const
+std::optional<base::Loop> DecodedFile::loop() const
 {
-    bank::Loop loop;
+    base::Loop loop;
     if (mSound->getLoopPoints(&loop.start, &loop.end) != KESS_OK || loop.start >= loop.end || loop.end > mFacts.length)
         return std::nullopt;
     return loop;
 }
 
-std::vector<bank::SyncPoint> DecodedFile::syncPoints() const
+std::vector<base::SyncPoint> DecodedFile::syncPoints() const
 {
-    std::vector<bank::SyncPoint> points;
+    std::vector<base::SyncPoint> points;
     int count = 0;
     if (mSound->getNumSyncPoints(&count) != KESS_OK)
         return points;

@@ -28,8 +28,8 @@ public:
     std::optional<RawSamples> rawSamples() const;
 
     // The loop and the markers that the file brings.
-    std::optional<bank::Loop> loop() const;
-    std::vector<bank::SyncPoint> syncPoints() const;
+    std::optional<base::Loop> loop() const;
+    std::vector<base::SyncPoint> syncPoints() const;
 
     // Which of the markers were left out, in a sentence; empty when none were.
     std::string remark() const;

@@ -13,7 +13,7 @@ namespace {
 class HeldStretch final : public FrameSource
 {
 public:
-    HeldStretch(std::unique_ptr<FrameSource> source, const bank::Loop& stretch)
+    HeldStretch(std::unique_ptr<FrameSource> source, const base::Loop& stretch)
         : mSource(std::move(source))
         , mStretch(stretch)
     { }
@@ -84,7 +84,7 @@ private:
     }
 
     std::unique_ptr<FrameSource> mSource;
-    bank::Loop mStretch;
+    base::Loop mStretch;
     std::vector<uint8_t> mFloats;
     std::vector<uint8_t> mSamples;
     uint64_t mPosition = 0;
@@ -102,11 +102,11 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
 {
     if (!isShort(source->facts()))
         return source;
-    const bank::Loop whole{0, source->facts().length};
+    const base::Loop whole{0, source->facts().length};
     return std::make_unique<HeldStretch>(std::move(source), whole);
 }
 
-std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source, const std::optional<bank::Loop>& loop)
+std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source, const std::optional<base::Loop>& loop)
 {
     constexpr uint64_t kMostFrames = 64 << 10; // the reach of encoders: a longer loop is heard once
     const FrameFacts& facts = source->facts();

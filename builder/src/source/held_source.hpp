@@ -16,6 +16,6 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source);
 // of the sound, and some files can't be sought in without being decoded anew. A short sound, which holdIfShort() holds,
 // and one with a long loop or none are handed back as they came.
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source,
-                                             const std::optional<bank::Loop>& loop);
+                                             const std::optional<base::Loop>& loop);
 
 } // namespace tarnok

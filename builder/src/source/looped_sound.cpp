@@ -7,7 +7,7 @@
 
 namespace tarnok {
 
-LoopedSound::LoopedSound(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop)
+LoopedSound::LoopedSound(FrameSource& frames, std::optional<base::Loop> loop, std::stop_token stop)
     : mFrames(frames)
     , mStop(std::move(stop))
 {
@@ -19,41 +19,39 @@ LoopedSound::LoopedSound(FrameSource& frames, std::optional<bank::Loop> loop, st
     mFacts.loop = loop;
 }
 
-bank::Error LoopedSound::seek(int64_t position)
+base::Result<> LoopedSound::seek(int64_t position)
 {
     mPosition = position;
-    return bank::Error::None;
+    return {};
 }
 
-bank::Error LoopedSound::readFloat(float* frames, size_t count)
+base::Result<> LoopedSound::readFloat(float* frames, size_t count)
 {
     return read(reinterpret_cast<uint8_t*>(frames), count, sizeof(float),
                 [this](void* target, size_t run) { return mFrames.readFloat(static_cast<float*>(target), run); });
 }
 
-bank::Error LoopedSound::readSamples(void* frames, size_t count)
+base::Result<> LoopedSound::readSamples(void* frames, size_t count)
 {
     return read(static_cast<uint8_t*>(frames), count, bank::bytesPerSample(mFacts.sampleFormat),
                 [this](void* target, size_t run) { return mFrames.readSamples(target, run); });
 }
 
 template <typename ReadRun>
-bank::Error LoopedSound::read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
+base::Result<> LoopedSound::read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
 {
     const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
     while (count > 0) {
         if (mStop.stop_requested())
-            return bank::Error::Cancelled;
+            return base::Error{base::ErrorCode::Cancelled};
         const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
         const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
         if (frame) {
             base::Result<> done = mFrames.seek(*frame);
             if (done)
                 done = readRun(target, run);
-            if (!done) {
-                mError = done.error();
-                return bank::Error::Io;
-            }
+            if (!done)
+                return done;
         } else {
             std::fill_n(target, run * frameBytes, uint8_t(0));
         }
@@ -62,7 +60,7 @@ bank::Error LoopedSound::read(uint8_t* target, size_t count, size_t sampleBytes,
         mPosition += int64_t(run);
     }
     bank::clearVectorState(); // for the encoder, which goes on now
-    return bank::Error::None;
+    return {};
 }
 
 // How many frames from the current position on follow each other in the sound, or are silent.

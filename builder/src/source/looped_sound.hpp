@@ -14,26 +14,22 @@ namespace tarnok {
 class LoopedSound final : public PreparedSound
 {
 public:
-    LoopedSound(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop);
+    LoopedSound(FrameSource& frames, std::optional<base::Loop> loop, std::stop_token stop);
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
-    bank::Error seek(int64_t position) override;
-    bank::Error readFloat(float* frames, size_t count) override;
-    bank::Error readSamples(void* frames, size_t count) override;
-
-    // Why a read failed, if one did.
-    const std::optional<base::Error>& error() const { return mError; }
+    base::Result<> seek(int64_t position) override;
+    base::Result<> readFloat(float* frames, size_t count) override;
+    base::Result<> readSamples(void* frames, size_t count) override;
 
 private:
     template <typename ReadRun>
-    bank::Error read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun);
+    base::Result<> read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun);
     uint64_t runLength(std::optional<uint64_t> frame) const;
 
     FrameSource& mFrames;
     std::stop_token mStop;
     PreparedFacts mFacts;
     int64_t mPosition = 0;
-    std::optional<base::Error> mError;
 };
 
 } // namespace tarnok

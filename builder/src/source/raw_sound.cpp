@@ -6,8 +6,6 @@
 
 namespace tarnok {
 
-using bank::Error;
-
 std::optional<RawSound> RawSound::open(const std::string& path, const base::FileStamp& stamp,
                                        const PreparedFacts& facts, const RawSamples& samples)
 {
@@ -25,29 +23,28 @@ RawSound::RawSound(base::FileDescriptor file, const PreparedFacts& facts, const 
     , mFrameBytes(size_t(facts.channels) * bank::bytesPerSample(facts.sampleFormat))
 { }
 
-Error RawSound::seek(int64_t position)
+base::Result<> RawSound::seek(int64_t position)
 {
     if (position < 0 || uint64_t(position) > mFacts.sampleCount)
-        return Error::Unsupported;
+        return base::Error{base::ErrorCode::Unsupported};
     mPosition = uint64_t(position) * mFrameBytes;
-    return Error::None;
+    return {};
 }
 
-Error RawSound::readFloat(float*, size_t)
+base::Result<> RawSound::readFloat(float*, size_t)
 {
-    return Error::Unsupported;
+    return base::Error{base::ErrorCode::Unsupported};
 }
 
-Error RawSound::readSamples(void* frames, size_t count)
+base::Result<> RawSound::readSamples(void* frames, size_t count)
 {
     const std::span bytes(static_cast<uint8_t*>(frames), count * mFrameBytes);
     if (!base::rangeInside(mPosition, bytes.size(), mSamples.bytes))
-        return Error::Unsupported;
-    const base::Result<> read = base::readAt(mFile.get(), bytes, mSamples.offset + mPosition);
-    if (!read)
-        return read.error().code == base::ErrorCode::Damaged ? Error::Damaged : Error::Io;
+        return base::Error{base::ErrorCode::Unsupported};
+    if (base::Result<> read = base::readAt(mFile.get(), bytes, mSamples.offset + mPosition); !read)
+        return read;
     mPosition += bytes.size();
-    return Error::None;
+    return {};
 }
 
 } // namespace tarnok

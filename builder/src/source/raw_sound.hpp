@@ -26,13 +26,13 @@ public:
                                         const PreparedFacts& facts, const RawSamples& samples);
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
-    bank::Error seek(int64_t position) override;
+    base::Result<> seek(int64_t position) override;
 
-    // Error::Unsupported.
-    bank::Error readFloat(float* frames, size_t count) override;
+    // ErrorCode::Unsupported.
+    base::Result<> readFloat(float* frames, size_t count) override;
 
     // Inside the sound only.
-    bank::Error readSamples(void* frames, size_t count) override;
+    base::Result<> readSamples(void* frames, size_t count) override;
 
 private:
     RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples);

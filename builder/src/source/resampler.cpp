@@ -212,7 +212,7 @@ private:
         auto frame = uint64_t(position);
         uint64_t end = mPlan.mSourceLength;
         if (outside == Outside::LoopStart) {
-            const bank::Loop& loop = *mPlan.mSourceLoop;
+            const base::Loop& loop = *mPlan.mSourceLoop;
             if (frame >= loop.end)
                 frame = loop.start + (frame - loop.end) % (loop.end - loop.start);
             end = loop.end;
@@ -227,7 +227,7 @@ private:
     // The rounds exist in the plan only; the source has one.
     Run locateInRounds(uint64_t frame, uint64_t most) const
     {
-        const bank::Loop& loop = *mPlan.mSourceLoop;
+        const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
             return {frame, size_t(std::min(most, loop.start - frame))};
         if (frame >= loop.end)

@@ -29,7 +29,7 @@ uint64_t roundsInTune(double loopLength)
 
 } // namespace
 
-ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate)
+ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<base::Loop> loop, double fromRate, double toRate)
     : mSourceLength(length)
     , mSourceLoop(loop)
     , mInput(fromRate)
@@ -54,7 +54,7 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, 
     mOutput = double(output);
     const double ratio = mOutput / mInput;
     const auto start = uint64_t(std::llround(double(loop->start) * ratio));
-    mLoop = bank::Loop{start, start + newLoopLength};
+    mLoop = base::Loop{start, start + newLoopLength};
     mLength = mLoop->end + uint64_t(std::llround(double(length - loop->end) * ratio));
 }
 

@@ -23,15 +23,15 @@ class ResamplingPlan
 {
 public:
     // length is at least 1; a loop is inside it.
-    ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate);
+    ResamplingPlan(uint64_t length, std::optional<base::Loop> loop, double fromRate, double toRate);
 
     uint64_t length() const { return mLength; }
-    std::optional<bank::Loop> loop() const { return mLoop; }
+    std::optional<base::Loop> loop() const { return mLoop; }
 
     // The loop in the source.
-    std::optional<bank::Loop> sourceLoop() const
+    std::optional<base::Loop> sourceLoop() const
     {
-        return mSourceLoop ? std::optional(bank::Loop{mSourceLoop->start, mSourceLoop->start + mRoundLength})
+        return mSourceLoop ? std::optional(base::Loop{mSourceLoop->start, mSourceLoop->start + mRoundLength})
                            : std::nullopt;
     }
 
@@ -49,11 +49,11 @@ private:
     uint64_t mRounds = 1;
     uint64_t mRoundLength = 0; // of the loop as it is in the source
     uint64_t mSourceLength; // these two with the loop written out
-    std::optional<bank::Loop> mSourceLoop;
+    std::optional<base::Loop> mSourceLoop;
     double mInput = 1; // so many samples of the source ...
     double mOutput = 1; // ... become so many
     uint64_t mLength = 0;
-    std::optional<bank::Loop> mLoop;
+    std::optional<base::Loop> mLoop;
 };
 
 } // namespace tarnok

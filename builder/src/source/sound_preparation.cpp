@@ -67,11 +67,11 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
 }
 
 // The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
-bank::Loop SoundPreparation::commonLoop(const Files& files)
+base::Loop SoundPreparation::commonLoop(const Files& files)
 {
     const double rate = files.front()->facts().sampleRate;
     uint64_t length = 0;
-    std::optional<bank::Loop> found;
+    std::optional<base::Loop> found;
     for (const auto& file : files) {
         const FrameFacts& facts = file->facts();
         length = std::max(length, ResamplingPlan(facts.length, std::nullopt, facts.sampleRate, rate).length());
@@ -83,10 +83,10 @@ bank::Loop SoundPreparation::commonLoop(const Files& files)
         // Written out, it would no longer be in line with that of the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
-            found = bank::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
+            found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
         }
     }
-    return found && found->start < found->end ? *found : bank::Loop{0, length};
+    return found && found->start < found->end ? *found : base::Loop{0, length};
 }
 
 // How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
@@ -96,9 +96,9 @@ ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate
     const FrameFacts& facts = file.facts();
     if (mLoop) {
         const double scale = facts.sampleRate / rate;
-        const bank::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
+        const base::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
                                 std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
-        for (const bank::Loop& loop : {file.loop().value_or(beside), beside}) {
+        for (const base::Loop& loop : {file.loop().value_or(beside), beside}) {
             if (loop.start >= loop.end)
                 continue;
             ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
@@ -125,10 +125,10 @@ base::Result<> SoundPreparation::putTogether(Files files)
     }
     mFrames = interleave(std::move(parts));
     const uint64_t length = mFrames->facts().length;
-    for (bank::SyncPoint& point : mSyncPoints)
-        point.sample = std::min(point.sample, length);
+    for (base::SyncPoint& point : mSyncPoints)
+        point.frame = std::min(point.frame, length);
     if (mLoop && (mLoop->start >= length || mLoop->end > length))
-        mLoop = bank::Loop{0, length};
+        mLoop = base::Loop{0, length};
     mFrames = holdLoopIfShort(std::move(mFrames), mLoop);
     return {};
 }
@@ -168,9 +168,9 @@ base::Result<> SoundPreparation::preprocess()
         mFrames = std::move(*resampled);
         mRawSamples.reset();
         mLoop = plan.loop();
-        std::vector<bank::SyncPoint> points;
-        for (const bank::SyncPoint& point : mSyncPoints) {
-            for (const uint64_t position : plan.positions(point.sample))
+        std::vector<base::SyncPoint> points;
+        for (const base::SyncPoint& point : mSyncPoints) {
+            for (const uint64_t position : plan.positions(point.frame))
                 points.push_back({position, point.name});
         }
         mSyncPoints.clear();
@@ -206,11 +206,6 @@ PreparedSound& SoundPreparation::sound()
     return *mPrepared;
 }
 
-const std::optional<base::Error>& SoundPreparation::error() const
-{
-    return mPrepared->error();
-}
-
 void SoundPreparation::complete(bank::Sound* encoded) const
 {
     encoded->syncPoints = mSyncPoints;
@@ -218,13 +213,13 @@ void SoundPreparation::complete(bank::Sound* encoded) const
 }
 
 // Files of one recording often carry the same markers; each is kept once.
-void SoundPreparation::merge(std::vector<bank::SyncPoint> points, double scale)
+void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
 {
-    for (bank::SyncPoint& point : points)
-        point.sample = uint64_t(std::llround(double(point.sample) * scale));
+    for (base::SyncPoint& point : points)
+        point.frame = uint64_t(std::llround(double(point.frame) * scale));
     mSyncPoints.insert(mSyncPoints.end(), points.begin(), points.end());
-    const auto order = [](const bank::SyncPoint& left, const bank::SyncPoint& right) {
-        return std::tie(left.sample, left.name) < std::tie(right.sample, right.name);
+    const auto order = [](const base::SyncPoint& left, const base::SyncPoint& right) {
+        return std::tie(left.frame, left.name) < std::tie(right.frame, right.name);
     };
     std::sort(mSyncPoints.begin(), mSyncPoints.end(), order);
     mSyncPoints.erase(std::unique(mSyncPoints.begin(), mSyncPoints.end()), mSyncPoints.end());

@@ -49,18 +49,17 @@ public:
     // Where the sound is in its only file, to the bit as it is prepared.
     const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
 
-    // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
+    // The sound for its encoder; afterwards what the encoder doesn't know: sync points, peak.
     PreparedSound& sound();
-    const std::optional<base::Error>& error() const;
     void complete(bank::Sound* encoded) const;
 
 private:
     using Files = std::vector<std::unique_ptr<DecodedFile>>;
 
-    static bank::Loop commonLoop(const Files& files);
+    static base::Loop commonLoop(const Files& files);
     ResamplingPlan planOfPart(const DecodedFile& file, double rate) const;
     base::Result<> putTogether(Files files);
-    void merge(std::vector<bank::SyncPoint> points, double scale);
+    void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
     SoundSettings mSettings;
@@ -68,8 +67,8 @@ private:
     std::stop_token mStop;
     std::string mName; // of the first file
     std::unique_ptr<FrameSource> mFrames;
-    std::optional<bank::Loop> mLoop;
-    std::vector<bank::SyncPoint> mSyncPoints;
+    std::optional<base::Loop> mLoop;
+    std::vector<base::SyncPoint> mSyncPoints;
     std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
     std::optional<RawSamples> mRawSamples;

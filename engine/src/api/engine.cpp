@@ -15,9 +15,8 @@ namespace {
 
 KESS_RESULT openBank(const char* path, KESS::SoundAccess::Pointer* sound)
 {
-    std::unique_ptr<BankFile> bank;
-    const KESS_RESULT result = BankFile::open(path, &bank);
-    return result == KESS_OK ? KESS::SoundAccess::fromBank(std::move(bank), sound) : result;
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(path);
+    return bank ? KESS::SoundAccess::fromBank(std::move(*bank), sound) : resultOf(bank.error());
 }
 
 KESS_RESULT openPlain(const FilePointer& file, const FileKind& kind, KESS::SoundAccess::Pointer* sound)
@@ -55,14 +54,19 @@ KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, KESS::SoundAc
 
 KESS_RESULT verifyBank(const char* path, const char* key, const TellFinding& tell)
 {
-    std::unique_ptr<BankFile> bank;
-    std::string fault;
-    KESS_RESULT result = BankFile::open(path, &bank, &fault);
-    if (result == KESS_OK && bank->locked())
-        result = key ? bank->unlock(key, &fault) : KESS_ERR_KEY_MISSING;
-    if (result == KESS_ERR_FILE_BAD && !fault.empty())
-        tell(-1, result, fault);
-    return result == KESS_OK ? BankVerification(*bank, tell).run() : result;
+    const base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(path);
+    base::Result<> opened = bank ? base::Result<>() : bank.error();
+    if (opened && (*bank)->locked()) {
+        if (!key)
+            return KESS_ERR_KEY_MISSING;
+        opened = (*bank)->unlock(key);
+    }
+    if (opened)
+        return BankVerification(**bank, tell).run();
+    const KESS_RESULT result = resultOf(opened.error());
+    if (result == KESS_ERR_FILE_BAD && !opened.error().text.empty())
+        tell(-1, result, opened.error().text);
+    return result;
 }
 
 // The results that stand for a file's fault. Anything else would count as a fault of the program.

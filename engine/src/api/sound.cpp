@@ -539,7 +539,7 @@ KESS_RESULT Sound::setEncryptionKey(const char* key)
     return guarded([&] {
         if (!mImpl->bank || !mImpl->bank->locked())
             return KESS_OK;
-        const KESS_RESULT result = mImpl->bank->unlock(key);
+        const KESS_RESULT result = kess::resultOf(mImpl->bank->unlock(key));
         return result == KESS_OK ? mImpl->adoptOnlySound() : result;
     });
 }

@@ -3,8 +3,8 @@
 
 #include "decode/decoder.hpp"
 
-#include "bank/bytes.hpp"
 #include "bank/reader.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <memory>
@@ -23,7 +23,7 @@ inline constexpr uint32_t kLongestOpusSetup = 2 + KESS_MAX_CHANNELS;
 // The encoded data of one sound.
 struct EncodedData
 {
-    std::shared_ptr<const bank::ByteSource> source;
+    std::shared_ptr<const base::ByteSource> source;
     uint64_t offset = 0;
     uint64_t bytes = 0;
 };
@@ -51,9 +51,6 @@ class VorbisSetup;
 
 // Frames that an Opus packet decodes to; 0 for a damaged one.
 [[nodiscard]] uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate);
-
-// What a fault of the container is to the engine's callers.
-[[nodiscard]] KESS_RESULT resultOf(bank::Error error);
 
 // Encoded data through a buffer, for readers that go on a little at a time.
 class DataWindow

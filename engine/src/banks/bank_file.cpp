@@ -20,7 +20,7 @@ static_assert(static_cast<int>(bank::Codec::Pcm) == KESS_CODEC_PCM
               && static_cast<int>(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
 // A file as the container reads it.
-class FileBytes final : public bank::ByteSource
+class FileBytes final : public base::ByteSource
 {
 public:
     explicit FileBytes(std::shared_ptr<const SourceFile> file)
@@ -29,11 +29,13 @@ public:
 
     [[nodiscard]] uint64_t size() const override { return mFile->size(); }
 
-    bank::Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    base::Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override
     {
-        if (!bank::rangeInside(offset, bytes.size(), size()))
-            return bank::Error::Damaged;
-        return mFile->readAllAt(offset, bytes.data(), bytes.size()) ? bank::Error::None : bank::Error::Io;
+        if (!base::rangeInside(offset, bytes.size(), size()))
+            return base::Error{base::ErrorCode::Damaged};
+        if (!mFile->readAllAt(offset, bytes.data(), bytes.size()))
+            return base::Error{base::ErrorCode::Io};
+        return {};
     }
 
 private:
@@ -56,8 +58,8 @@ SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
     facts.sampleCount = sound.sampleCount;
     if (sound.loop)
         facts.loop = Loop{sound.loop->start, sound.loop->end};
-    for (const bank::SyncPoint& point : sound.syncPoints)
-        facts.syncPoints.push_back({point.sample, point.name});
+    for (const base::SyncPoint& point : sound.syncPoints)
+        facts.syncPoints.push_back({point.frame, point.name});
     facts.peak = sound.peak;
     facts.name = entry.name;
     facts.encoding = Encoding{codecOf(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
@@ -68,36 +70,35 @@ SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
 class TnbFile final : public BankFile
 {
 public:
-    explicit TnbFile(std::shared_ptr<const bank::ByteSource> file)
+    explicit TnbFile(std::shared_ptr<const base::ByteSource> file)
         : mFile(std::move(file))
     { }
 
-    [[nodiscard]] KESS_RESULT open(std::string* fault)
+    base::Result<> open()
     {
-        const bank::Result<bank::Kind> kind = bank::probe(*mFile, fault);
+        const base::Result<bank::Kind> kind = bank::probe(*mFile);
         if (!kind)
-            return resultOf(kind.error());
+            return kind.error();
         mEncrypted = *kind == bank::Kind::Encrypted;
-        return mEncrypted ? resultOf(bank::checkLocked(*mFile, fault)) : openTables(mFile, fault);
+        return mEncrypted ? bank::checkLocked(*mFile) : openTables(mFile);
     }
 
     [[nodiscard]] bool encrypted() const override { return mEncrypted; }
     [[nodiscard]] bool locked() const override { return !mReader; }
 
-    [[nodiscard]] KESS_RESULT unlock(std::string_view key, std::string* fault) override
+    base::Result<> unlock(std::string_view key) override
     {
         if (mReader)
-            return KESS_OK;
-        const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key, fault);
+            return {};
+        const base::Result<std::shared_ptr<const base::ByteSource>> plain = bank::unlock(mFile, key);
         if (!plain)
-            return resultOf(plain.error());
-        const KESS_RESULT result = openTables(*plain, fault);
-        if (result == KESS_OK || result == KESS_ERR_MEMORY)
-            return result;
+            return plain.error();
+        const base::Result<> opened = openTables(*plain);
+        if (opened || opened.error().code == base::ErrorCode::Memory)
+            return opened;
         // The key was right: to ask for another, or for a newer engine, would lead nowhere.
-        if (fault && fault->empty())
-            *fault = "what was encrypted isn't a bank";
-        return KESS_ERR_FILE_BAD;
+        const std::string& text = opened.error().text;
+        return base::Error{base::ErrorCode::Damaged, text.empty() ? "what was encrypted isn't a bank" : text};
     }
 
     [[nodiscard]] const bank::BankReader* reader() const override { return mReader ? &*mReader : nullptr; }
@@ -112,7 +113,8 @@ public:
         info->majorVersion = bank.majorVersion;
         info->minorVersion = bank.minorVersion;
         info->codec = codecOf(bank.format);
-        info->quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
+        if (bank::hasQuality(bank.format))
+            info->quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
         info->hasNames = bank.hasNames;
         info->hasGuid = bank.guid.has_value();
         if (bank.guid)
@@ -133,9 +135,9 @@ public:
     {
         if (!mReader)
             return KESS_ERR_KEY_MISSING;
-        const bank::Result<uint32_t> found = mReader->find(name);
+        const base::Result<uint32_t> found = mReader->find(name);
         if (!found)
-            return resultOf(found.error());
+            return found.error().code == base::ErrorCode::NotFound ? KESS_ERR_TAGNOTFOUND : resultOf(found.error());
         *index = int(*found);
         return KESS_OK;
     }
@@ -168,13 +170,13 @@ public:
     }
 
 private:
-    [[nodiscard]] KESS_RESULT openTables(std::shared_ptr<const bank::ByteSource> plain, std::string* fault)
+    base::Result<> openTables(std::shared_ptr<const base::ByteSource> plain)
     {
-        bank::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain), fault);
+        base::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain));
         if (!reader)
-            return resultOf(reader.error());
+            return reader.error();
         mReader = std::move(*reader);
-        return KESS_OK;
+        return {};
     }
 
     [[nodiscard]] KESS_RESULT load(int index, BankSound* sound) const
@@ -183,7 +185,7 @@ private:
             return KESS_ERR_KEY_MISSING;
         if (index < 0 || static_cast<uint32_t>(index) >= mReader->info().soundCount)
             return KESS_ERR_INVALID_PARAM;
-        bank::Result<bank::Sound> stored = mReader->soundWithoutSetup(static_cast<uint32_t>(index));
+        base::Result<bank::Sound> stored = mReader->soundWithoutSetup(static_cast<uint32_t>(index));
         if (!stored)
             return resultOf(stored.error());
         const bank::SoundEntry entry = mReader->entry(static_cast<uint32_t>(index));
@@ -197,7 +199,7 @@ private:
     {
         if (!setup || mReader->setupBytes(*setup) > kLongestOpusSetup)
             return KESS_ERR_FILE_BAD;
-        const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
+        const base::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
         return bytes ? makeOpusDecoder(std::move(sound), *bytes, decoder) : resultOf(bytes.error());
     }
 
@@ -207,9 +209,9 @@ private:
             return KESS_ERR_FILE_BAD;
         std::shared_ptr<const VorbisSetup> shared = mVorbisSetups[*setup].lock();
         if (!shared) {
-            const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
+            const base::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
             const KESS_RESULT result = bytes ? makeVorbisSetup(*bytes, &shared) : resultOf(bytes.error());
-            if (result == KESS_ERR_FILE_BAD && bytes.error() != bank::Error::Io)
+            if (result == KESS_ERR_FILE_BAD && (bytes || bytes.error().code != base::ErrorCode::Io))
                 mBadVorbisSetups.insert(*setup);
             if (result != KESS_OK)
                 return result;
@@ -219,7 +221,7 @@ private:
         return makeVorbisDecoder(std::move(sound), std::move(shared), decoder);
     }
 
-    std::shared_ptr<const bank::ByteSource> mFile;
+    std::shared_ptr<const base::ByteSource> mFile;
     bool mEncrypted = false;
     std::optional<bank::BankReader> mReader;
     std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
@@ -230,42 +232,44 @@ private:
 
 } // namespace
 
-KESS_RESULT resultOf(bank::Error error)
+KESS_RESULT resultOf(const base::Result<>& result)
 {
-    switch (error) {
-    case bank::Error::None:
-        return KESS_OK;
-    case bank::Error::NotABank:
+    return result ? KESS_OK : resultOf(result.error());
+}
+
+KESS_RESULT resultOf(const base::Error& error)
+{
+    switch (error.code) {
+    case base::ErrorCode::Format:
         return KESS_ERR_FORMAT;
-    case bank::Error::Version:
+    case base::ErrorCode::Version:
         return KESS_ERR_VERSION;
-    case bank::Error::KeyMissing:
+    case base::ErrorCode::KeyMissing:
         return KESS_ERR_KEY_MISSING;
-    case bank::Error::KeyWrong:
+    case base::ErrorCode::KeyWrong:
         return KESS_ERR_KEY_WRONG;
-    case bank::Error::NotFound:
-        return KESS_ERR_TAGNOTFOUND;
-    case bank::Error::Invalid:
+    case base::ErrorCode::NotFound:
+        return KESS_ERR_FILE_NOTFOUND;
+    case base::ErrorCode::Invalid:
         return KESS_ERR_INVALID_PARAM;
-    case bank::Error::Unsupported:
+    case base::ErrorCode::Unsupported:
         return KESS_ERR_UNSUPPORTED;
-    case bank::Error::Memory:
+    case base::ErrorCode::Memory:
         return KESS_ERR_MEMORY;
     default:
         return KESS_ERR_FILE_BAD;
     }
 }
 
-KESS_RESULT BankFile::open(const char* path, std::unique_ptr<BankFile>* bank, std::string* fault)
+base::Result<std::unique_ptr<BankFile>> BankFile::open(const char* path)
 {
     std::shared_ptr<const SourceFile> file;
     if (const KESS_RESULT result = SourceFile::open(path, &file); result != KESS_OK)
-        return result;
+        return base::Error{result == KESS_ERR_FILE_NOTFOUND ? base::ErrorCode::NotFound : base::ErrorCode::Io};
     auto opened = std::make_unique<TnbFile>(std::make_shared<FileBytes>(std::move(file)));
-    if (const KESS_RESULT result = opened->open(fault); result != KESS_OK)
-        return result;
-    *bank = std::move(opened);
-    return KESS_OK;
+    if (const base::Result<> result = opened->open(); !result)
+        return result.error();
+    return opened;
 }
 
 } // namespace kess

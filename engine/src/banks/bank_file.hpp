@@ -3,6 +3,8 @@
 
 #include "decode/decoder.hpp"
 
+#include "base/result.hpp"
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,20 +15,25 @@ class BankReader;
 
 namespace kess {
 
+// What an error of the container is to the engine's callers.
+[[nodiscard]] KESS_RESULT resultOf(const base::Error& error);
+[[nodiscard]] KESS_RESULT resultOf(const base::Result<>& result);
+
 class BankFile
 {
 public:
     // Opens the bank at path and checks its header and tables, without touching sample data. A locked (encrypted)
-    // bank opens too. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION: one of another version. KESS_ERR_FILE_BAD:
-    // damaged; then fault, here and below, gets what is damaged, in words, unless it is null.
-    [[nodiscard]] static KESS_RESULT open(const char* path, std::unique_ptr<BankFile>* bank,
-                                          std::string* fault = nullptr);
+    // bank opens too. ErrorCode::NotFound, ErrorCode::Io; ErrorCode::Format: not a bank. ErrorCode::Version: one of
+    // another version. ErrorCode::Damaged: Error::text says what is damaged.
+    static base::Result<std::unique_ptr<BankFile>> open(const char* path);
 
     virtual ~BankFile() = default;
 
     [[nodiscard]] virtual bool encrypted() const = 0;
     [[nodiscard]] virtual bool locked() const = 0; // encrypted and no key given yet: the calls below are refused
-    [[nodiscard]] virtual KESS_RESULT unlock(std::string_view key, std::string* fault = nullptr) = 0;
+
+    // ErrorCode::KeyWrong, ErrorCode::Damaged, ErrorCode::Memory, ErrorCode::Io.
+    virtual base::Result<> unlock(std::string_view key) = 0;
 
     // Fills all but cbsize; what a locked bank doesn't show stays zero.
     virtual void describe(KESS_BANKINFO* info) const = 0;

@@ -1,5 +1,7 @@
 #include "banks/bank_decoders.hpp"
 
+#include "banks/bank_file.hpp"
+
 #include <algorithm>
 
 namespace kess {
@@ -14,16 +16,16 @@ float sampleAt(const uint8_t* place, KESS_SOUND_FORMAT format)
     case KESS_SOUND_FORMAT_PCM8:
         return static_cast<float>(static_cast<int8_t>(*place)) / 128;
     case KESS_SOUND_FORMAT_PCM16:
-        return static_cast<float>(bank::loadLittle<int16_t>(place)) / 32'768;
+        return static_cast<float>(base::loadLittle<int16_t>(place)) / 32'768;
     case KESS_SOUND_FORMAT_PCM24: {
         // The three bytes become the upper ones of 32 bits, which brings the sign along.
         const uint32_t upper = uint32_t{place[0]} << 8 | uint32_t{place[1]} << 16 | uint32_t{place[2]} << 24;
         return static_cast<float>(static_cast<int32_t>(upper) >> 8) / 8'388'608;
     }
     case KESS_SOUND_FORMAT_PCM32:
-        return static_cast<float>(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
+        return static_cast<float>(base::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
     default:
-        return bank::loadLittle<float>(place);
+        return base::loadLittle<float>(place);
     }
 }
 
@@ -42,9 +44,9 @@ public:
         *done = 0;
         count = left(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
-        const bank::Error error = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes);
-        if (error != bank::Error::None)
-            return resultOf(error);
+        const base::Result<> read = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes);
+        if (!read)
+            return resultOf(read);
         mFrame += count;
         *done = count;
         return KESS_OK;

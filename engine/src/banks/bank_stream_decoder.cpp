@@ -1,5 +1,6 @@
 #include "banks/bank_decoders.hpp"
 
+#include "banks/bank_file.hpp"
 #include "decode/sample_convert.hpp"
 
 #include <algorithm>
@@ -32,9 +33,9 @@ KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint
             std::min<uint64_t>(std::max(count * kReadAheadFactor, kReadAhead), mData.bytes - offset));
         mBuffered = 0;
         mBuffer.resize(std::max(mBuffer.size(), wanted));
-        const bank::Error error = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));
-        if (error != bank::Error::None)
-            return resultOf(error);
+        const base::Result<> read = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));
+        if (!read)
+            return resultOf(read);
         mBufferStart = offset;
         mBuffered = wanted;
     }

@@ -262,14 +262,13 @@ BankVerification::BankVerification(BankFile& bank, TellFinding tell)
     : mBank(bank)
     , mReader(*bank.reader())
     , mTell(std::move(tell))
-    , mSetupFaults(mReader.setupCount())
+    , mSetups(mReader.setupCount())
 { }
 
 KESS_RESULT BankVerification::run()
 {
-    std::string fault;
-    if (const bank::Error error = mReader.verifyNames(&fault); error != bank::Error::None)
-        tell(-1, KESS_ERR_FILE_BAD, fault);
+    if (const base::Result<> names = mReader.verifyNames(); !names)
+        tell(-1, KESS_ERR_FILE_BAD, names.error().text);
     for (uint32_t i = 0; i < mReader.info().soundCount && !ended(); ++i)
         verifySound(i);
     if (mFailure != KESS_OK)
@@ -287,36 +286,30 @@ void BankVerification::verifySound(uint32_t index)
 }
 
 // Many sounds share a setup, which is read once.
-bank::Error BankVerification::verifySetup(uint32_t setup, std::string* fault)
+const base::Result<>& BankVerification::verifySetup(uint32_t setup)
 {
-    std::optional<std::string>& found = mSetupFaults[setup];
-    if (!found) {
-        const bank::Error error = mReader.setup(setup, fault).error();
-        if (error != bank::Error::None && error != bank::Error::Damaged)
-            return error;
-        found = error == bank::Error::Damaged ? *fault : std::string();
+    std::optional<base::Result<>>& verified = mSetups[setup];
+    if (!verified) {
+        const base::Result<std::vector<uint8_t>> bytes = mReader.setup(setup);
+        verified = bytes ? base::Result<>() : bytes.error();
     }
-    *fault = *found;
-    return found->empty() ? bank::Error::None : bank::Error::Damaged;
+    return *verified;
 }
 
-// Each part is looked at, so that all faults of a sound are told; decoding waits until there are none.
+// Each part is looked at, so that all faults of a sound are reported; decoding waits until there are none.
 bool BankVerification::verifyStored(uint32_t index, bank::Sound* sound)
 {
-    std::string fault;
-    bool passed = true;
-    bank::Result<bank::Sound> stored = mReader.soundWithoutSetup(index, &fault);
-    if (passes(stored.error(), index, fault))
+    base::Result<bank::Sound> stored = mReader.soundWithoutSetup(index);
+    bool passed = passes(stored ? base::Result<>() : stored.error(), index);
+    if (passed)
         *sound = std::move(*stored);
-    else
-        passed = false;
     if (ended())
         return false;
     if (const std::optional<uint32_t> setup = mReader.entry(index).setup)
-        passed = passes(verifySetup(*setup, &fault), index, fault) && passed;
+        passed = passes(verifySetup(*setup), index) && passed;
     if (ended())
         return false;
-    return passes(mReader.verifyData(index, &fault), index, fault) && passed;
+    return passes(mReader.verifyData(index), index) && passed;
 }
 
 bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
@@ -362,9 +355,12 @@ void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
         tell(static_cast<int>(index), KESS_OK, check.remark());
 }
 
-bool BankVerification::passes(bank::Error error, uint32_t index, const std::string& fault)
+bool BankVerification::passes(const base::Result<>& result, uint32_t index)
 {
-    return passes(error == bank::Error::Io ? KESS_ERR_FILE_COULDNOTSEEK : resultOf(error), index, fault);
+    if (result)
+        return true;
+    const base::Error& error = result.error();
+    return passes(error.code == base::ErrorCode::Io ? KESS_ERR_FILE_COULDNOTSEEK : resultOf(error), index, error.text);
 }
 
 bool BankVerification::passes(KESS_RESULT result, uint32_t index, const std::string& fault)

@@ -27,13 +27,13 @@ public:
 
 private:
     void verifySound(uint32_t index);
-    [[nodiscard]] bank::Error verifySetup(uint32_t setup, std::string* fault);
+    const base::Result<>& verifySetup(uint32_t setup);
     [[nodiscard]] bool verifyStored(uint32_t index, bank::Sound* sound);
     [[nodiscard]] bool verifyPackets(uint32_t index, const bank::Sound& sound);
     void verifyDecoding(uint32_t index, const bank::Sound& sound);
 
-    // Whether error is none; tells or keeps it otherwise.
-    bool passes(bank::Error error, uint32_t index, const std::string& fault);
+    // Whether result is a success; reports the damage, or keeps the failure, otherwise.
+    bool passes(const base::Result<>& result, uint32_t index);
     bool passes(KESS_RESULT result, uint32_t index, const std::string& fault);
     void tell(int sound, KESS_RESULT result, const std::string& text);
     [[nodiscard]] bool ended() const { return mStopped || mFailure != KESS_OK; }
@@ -41,7 +41,7 @@ private:
     BankFile& mBank;
     const bank::BankReader& mReader;
     TellFinding mTell;
-    std::vector<std::optional<std::string>> mSetupFaults; // of setups that were verified; empty: none
+    std::vector<std::optional<base::Result<>>> mSetups; // of those that were verified
     bool mDamaged = false;
     bool mStopped = false;
     KESS_RESULT mFailure = KESS_OK;

@@ -95,7 +95,7 @@ bool takePart(std::span<const uint8_t>* setup, std::span<const uint8_t>* part)
 {
     if (setup->size() < 4)
         return false;
-    const uint32_t length = bank::loadLittle<uint32_t>(setup->data());
+    const uint32_t length = base::loadLittle<uint32_t>(setup->data());
     if (length > setup->size() - 4)
         return false;
     *part = setup->subspan(4, length);
