@@ -68,7 +68,7 @@ std::vector<float> prepare(KESS::System& engine, const std::string& path, const 
 {
     tarnok::SoundSettings settings;
     settings.codec = sound.codec;
-    tarnok::SoundPreparation preparation(settings, {"/tmp"}, {});
+    tarnok::SoundPreparation preparation(settings, tarnok::TemporaryFolders({"/tmp"}), {});
     require(bool(preparation.open(engine, std::vector{path})) && bool(preparation.analyse())
                 && bool(preparation.preprocess()),
             path + ": can't be prepared");

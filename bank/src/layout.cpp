@@ -261,6 +261,13 @@ void eachField(SetupRow& row, Field field)
     field(16, row.bytes);
 }
 
+template <typename Field>
+void eachField(NameIndexRow& row, Field field)
+{
+    field(0, row.hash);
+    field(8, row.sound);
+}
+
 template <typename Record>
 void storeFields(Record record, std::span<uint8_t> bytes)
 {
@@ -345,6 +352,16 @@ void store(const SetupRow& row, uint8_t* bytes)
 SetupRow loadSetupRow(const uint8_t* bytes)
 {
     return loadFields<SetupRow>(bytes);
+}
+
+void store(const NameIndexRow& row, uint8_t* bytes)
+{
+    storeFields(row, {bytes, kNameIndexBytes});
+}
+
+NameIndexRow loadNameIndexRow(const uint8_t* bytes)
+{
+    return loadFields<NameIndexRow>(bytes);
 }
 
 Error damaged(std::string_view what)

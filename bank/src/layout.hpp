@@ -109,15 +109,24 @@ struct SetupRow
     uint32_t bytes = 0;
 };
 
-// bytes: as many as the record has.
+// An entry of the index of names, which is sorted by hash, then by sound.
+struct NameIndexRow
+{
+    uint64_t hash = 0; // nameHash()
+    uint32_t sound = 0;
+
+    auto operator<=>(const NameIndexRow&) const = default;
+};
+
+// Below, a pointer points to as many bytes as the record has.
 [[nodiscard]] Prefix loadPrefix(const uint8_t* bytes);
 
 // store() and pack() of a header add the checksum at its end.
 void store(const Header& header, uint8_t* bytes);
 [[nodiscard]] Header loadHeader(const uint8_t* bytes);
 
-// bytes: the whole header, of at least kEncryptedHeaderBytes; a later version may have appended to it.
 [[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
+// bytes: the whole header, at least kEncryptedHeaderBytes long; a later minor version may have appended to it.
 [[nodiscard]] EncryptedHeader loadEncryptedHeader(std::span<const uint8_t> bytes);
 
 void store(const Row& row, uint8_t* bytes);
@@ -125,6 +134,9 @@ void store(const Row& row, uint8_t* bytes);
 
 void store(const SetupRow& row, uint8_t* bytes);
 [[nodiscard]] SetupRow loadSetupRow(const uint8_t* bytes);
+
+void store(const NameIndexRow& row, uint8_t* bytes);
+[[nodiscard]] NameIndexRow loadNameIndexRow(const uint8_t* bytes);
 
 // ErrorCode::Damaged: what, in words.
 [[nodiscard]] base::Error damaged(std::string_view what);

@@ -96,11 +96,9 @@ struct BankReader::Tables
     {
         return {reinterpret_cast<const char*>(bytes.data() + header.namesOffset + row.nameOffset), row.nameBytes};
     }
-    [[nodiscard]] uint64_t nameHashAt(uint32_t i) const { return base::loadLittle<uint64_t>(nameIndexRow(i)); }
-    [[nodiscard]] uint32_t namedSound(uint32_t i) const { return base::loadLittle<uint32_t>(nameIndexRow(i) + 8); }
-    [[nodiscard]] const uint8_t* nameIndexRow(uint32_t i) const
+    [[nodiscard]] NameIndexRow nameIndexRow(uint32_t i) const
     {
-        return bytes.data() + header.nameIndexOffset + static_cast<size_t>(i) * kNameIndexBytes;
+        return loadNameIndexRow(bytes.data() + header.nameIndexOffset + static_cast<size_t>(i) * kNameIndexBytes);
     }
     [[nodiscard]] uint64_t tablesEnd() const { return bytes.size(); }
 
@@ -256,7 +254,7 @@ Result<> BankReader::Tables::checkPlaces() const
         names.add({sound.nameOffset, sound.nameBytes});
     }
     for (uint32_t i = 0; i < header.nameIndexCount; ++i) {
-        if (namedSound(i) >= header.soundCount)
+        if (nameIndexRow(i).sound >= header.soundCount)
             return damaged("the index of names points to a sound that doesn't exist");
     }
     if (parts.any([this](auto take) { forEachPart(take); }))
@@ -368,13 +366,13 @@ Result<uint32_t> BankReader::find(std::string_view name) const
     uint32_t high = mTables->header.nameIndexCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (mTables->nameHashAt(middle) < hash)
+        if (mTables->nameIndexRow(middle).hash < hash)
             low = middle + 1;
         else
             high = middle;
     }
-    for (; low < mTables->header.nameIndexCount && mTables->nameHashAt(low) == hash; ++low) {
-        const uint32_t sound = mTables->namedSound(low);
+    for (; low < mTables->header.nameIndexCount && mTables->nameIndexRow(low).hash == hash; ++low) {
+        const uint32_t sound = mTables->nameIndexRow(low).sound;
         if (mTables->name(mTables->row(sound)) == name)
             return sound;
     }
@@ -405,15 +403,15 @@ Result<> BankReader::verifyData(uint32_t index) const
 Result<> BankReader::verifyNames() const
 {
     const Tables& tables = *mTables;
+    NameIndexRow last;
     for (uint32_t i = 0; i < tables.header.nameIndexCount; ++i) {
-        const std::string_view name = tables.name(tables.row(tables.namedSound(i)));
-        if (tables.nameHashAt(i) != nameHash(base::bytesOf(name)))
+        const NameIndexRow row = tables.nameIndexRow(i);
+        if (row.hash != nameHash(base::bytesOf(tables.name(tables.row(row.sound)))))
             return damaged("the index of names doesn't match the names");
         // Rising entries name each sound once.
-        if (i > 0
-            && std::pair(tables.nameHashAt(i - 1), tables.namedSound(i - 1))
-                >= std::pair(tables.nameHashAt(i), tables.namedSound(i)))
+        if (i > 0 && last >= row)
             return damaged("the index of names is out of order");
+        last = row;
     }
     return {};
 }

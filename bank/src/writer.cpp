@@ -97,7 +97,7 @@ struct BankWriter::Plan
 
 private:
     void layTables(Header* header, Laid* laid) const;
-    void layNameIndex(uint8_t* place) const;
+    void layNameIndex(uint8_t* index) const;
     void placeSounds(uint64_t offset, Laid* laid) const;
     [[nodiscard]] std::array<uint8_t, 16> makeGuid(const std::vector<uint8_t>& front) const;
 };
@@ -166,18 +166,16 @@ void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
     laid->fileBytes = offset;
 }
 
-void BankWriter::Plan::layNameIndex(uint8_t* place) const
+void BankWriter::Plan::layNameIndex(uint8_t* index) const
 {
-    std::vector<std::pair<uint64_t, uint32_t>> index;
-    index.reserve(rows.size());
+    std::vector<NameIndexRow> sorted;
+    sorted.reserve(rows.size());
     for (uint32_t i = 0; i < rows.size(); ++i)
-        index.emplace_back(nameHash(base::bytesOf(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i);
-    std::sort(index.begin(), index.end());
-    for (const auto& [hash, sound] : index) {
-        base::storeLittle(place, hash);
-        base::storeLittle(place + 8, sound);
-        base::storeLittle(place + 12, uint32_t{0});
-        place += kNameIndexBytes;
+        sorted.push_back({nameHash(base::bytesOf(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i});
+    std::sort(sorted.begin(), sorted.end());
+    for (const NameIndexRow& row : sorted) {
+        store(row, index);
+        index += kNameIndexBytes;
     }
 }
 

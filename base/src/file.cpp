@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,6 +15,8 @@
 namespace base {
 
 namespace {
+
+constexpr uint64_t kCopyPiece = 8 << 20; // bytes
 
 int64_t nanoseconds(const timespec& time)
 {
@@ -72,6 +75,28 @@ std::string_view reasonOf(int systemError)
     }
 }
 
+// Whether copy_file_range() has failed for these two files, and reading and writing may not.
+bool kernelCannotCopy(int systemError)
+{
+    return systemError == EXDEV || systemError == EINVAL || systemError == ENOSYS || systemError == EOPNOTSUPP;
+}
+
+Result<> copyByHand(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length)
+{
+    std::vector<uint8_t> buffer(std::min<uint64_t>(length, 256 << 10));
+    while (length > 0) {
+        const std::span piece(buffer.data(), std::min<uint64_t>(length, buffer.size()));
+        if (Result<> done = readAt(source, piece, sourceOffset); !done)
+            return done;
+        if (Result<> done = writeAt(target, piece, targetOffset); !done)
+            return done;
+        sourceOffset += piece.size();
+        targetOffset += piece.size();
+        length -= piece.size();
+    }
+    return {};
+}
+
 // The path says more than the name where permissions or mounts are to blame.
 bool wantsWholePath(int systemError)
 {
@@ -111,12 +136,16 @@ Result<OpenedFile> openRegular(const std::string& path)
         descriptor = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     } while (!descriptor && errno == EINTR);
     struct stat status;
-    if (!descriptor || fstat(descriptor.get(), &status) != 0)
+    const bool isOpen = descriptor && fstat(descriptor.get(), &status) == 0;
+    const bool isSocket = !isOpen && errno == ENXIO; // or a device without a driver
+    if (!isOpen && !isSocket)
         return fileError("opening", path, errno);
-    if (S_ISDIR(status.st_mode))
+    if (isOpen && S_ISDIR(status.st_mode))
         return fileError("opening", path, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        return Error{ErrorCode::Io, std::string(baseName(path)) + ": this is a device or pipe, not a file"};
+    if (isSocket || !S_ISREG(status.st_mode)) {
+        return Error{ErrorCode::Unsupported,
+                     std::string(baseName(path)) + ": this is a device, a pipe or a socket, not a file"};
+    }
     return OpenedFile{std::move(descriptor), stampFrom(status)};
 }
 
@@ -166,6 +195,46 @@ Result<> writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset
         bytes = bytes.subspan(size_t(put));
         offset += uint64_t(put);
     }
+    return {};
+}
+
+Result<> copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
+                   const std::function<bool()>& goOn)
+{
+    bool byKernel = true;
+    while (length > 0) {
+        if (!goOn())
+            return Error{ErrorCode::Cancelled};
+        const uint64_t piece = std::min(length, kCopyPiece);
+        uint64_t copied = piece;
+        if (byKernel) {
+            auto from = loff_t(sourceOffset);
+            auto to = loff_t(targetOffset);
+            const ssize_t put = copy_file_range(source, &from, target, &to, piece, 0);
+            if (put < 0 && errno == EINTR)
+                continue;
+            // Some file systems return 0 instead of an error for what they can't copy; reading tells that from the end.
+            if (put == 0 || (put < 0 && kernelCannotCopy(errno))) {
+                byKernel = false;
+                continue;
+            }
+            if (put < 0)
+                return ioError(errno);
+            copied = uint64_t(put);
+        } else if (Result<> done = copyByHand(source, sourceOffset, target, targetOffset, piece); !done) {
+            return done;
+        }
+        sourceOffset += copied;
+        targetOffset += copied;
+        length -= copied;
+    }
+    return {};
+}
+
+Result<> makeFolder(const std::string& path)
+{
+    if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST)
+        return ioError(errno);
     return {};
 }
 

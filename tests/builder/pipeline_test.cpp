@@ -1,8 +1,11 @@
 // The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
 // from each other, and the way of the reports.
 #include "bank/checksum.hpp"
+#include "base/temporary_file.hpp"
 #include "build/progress_queue.hpp"
+#include "build/result_code.hpp"
 #include "source/frame_spool.hpp"
+#include "source/held_source.hpp"
 #include "source/resampler.hpp"
 #include "source/source_identity.hpp"
 #include "support/content_hash.hpp"
@@ -38,7 +41,8 @@ double toneAt(double frequency, double frame)
 // A tone of so many periods a frame, ready to be read.
 std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate, bank::SampleFormat format)
 {
-    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create({1, rate, format, length}, {"/tmp"}, {});
+    base::Result<std::unique_ptr<FrameSpool>> spool =
+        FrameSpool::create({1, rate, format, length}, TemporaryFolders({"/tmp"}), {});
     EXPECT_TRUE(bool(spool));
     for (uint64_t frame = 0; frame < length; ++frame) {
         const auto sample = float(toneAt(frequency, double(frame)));
@@ -58,18 +62,18 @@ public:
     { }
 
     const FrameFacts& facts() const override { return mSpool->facts(); }
-    Status seek(uint64_t frame) override
+    base::Result<> seek(uint64_t frame) override
     {
         *mJumps += frame != mPosition;
         mPosition = frame;
         return mSpool->seek(frame);
     }
-    Status readFloat(float* frames, size_t count) override
+    base::Result<> readFloat(float* frames, size_t count) override
     {
         mPosition += count;
         return mSpool->readFloat(frames, count);
     }
-    Status readSamples(void* frames, size_t count) override
+    base::Result<> readSamples(void* frames, size_t count) override
     {
         mPosition += count;
         return mSpool->readSamples(frames, count);
@@ -112,7 +116,7 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
         const double frequency = std::max(1.0, std::round(300 * loopLength / from)) / loopLength;
         const auto source = tone(length, frequency, from, bank::SampleFormat::Float);
         const ResamplingPlan plan(length, loop, from, to);
-        const auto result = resample(*source, plan, to, {"/tmp"}, {});
+        const auto result = resample(*source, plan, to, TemporaryFolders({"/tmp"}), {});
         ASSERT_TRUE(bool(result));
         EXPECT_EQ((*result)->facts().length, plan.length());
         EXPECT_EQ(plan.loop().has_value(), loop.has_value());
@@ -169,9 +173,9 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
         expectSame(uint8_t(), [](FrameSource& s, uint8_t* to, size_t count) { return bool(s.readSamples(to, count)); });
         jumps = 0;
         const ResamplingPlan plan(kLength, loop, 48'000, 44'100);
-        const auto fromHeld = resample(*held, plan, 44'100, {"/tmp"}, {});
+        const auto fromHeld = resample(*held, plan, 44'100, TemporaryFolders({"/tmp"}), {});
         EXPECT_LE(jumps, kMostJumps);
-        const auto fromPlain = resample(*plain, plan, 44'100, {"/tmp"}, {});
+        const auto fromPlain = resample(*plain, plan, 44'100, TemporaryFolders({"/tmp"}), {});
         ASSERT_TRUE(fromHeld && fromPlain);
         std::vector<float> wanted(plan.length());
         std::vector<float> got(plan.length());
@@ -201,19 +205,19 @@ TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
 
 TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
 {
-    using Places = std::vector<uint64_t>;
+    using Positions = std::vector<uint64_t>;
     const ResamplingPlan plan(60'000, base::Loop{10'000, 40'000}, 48000, 16000);
-    EXPECT_EQ(plan.places(0), Places{0});
-    EXPECT_EQ(plan.places(10'000), Places{plan.loop()->start});
-    EXPECT_EQ(plan.places(40'000), Places{plan.loop()->end});
-    EXPECT_EQ(plan.places(60'000), Places{plan.length()});
+    EXPECT_EQ(plan.positions(0), Positions{0});
+    EXPECT_EQ(plan.positions(10'000), Positions{plan.loop()->start});
+    EXPECT_EQ(plan.positions(40'000), Positions{plan.loop()->end});
+    EXPECT_EQ(plan.positions(60'000), Positions{plan.length()});
 
     const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
     const uint64_t start = rounds.loop()->start;
     ASSERT_EQ(rounds.rounds(), 5u);
-    EXPECT_EQ(rounds.places(2000), (Places{start, start + 109, start + 218, start + 326, start + 435}));
-    EXPECT_EQ(rounds.places(2100), Places{rounds.loop()->end});
-    EXPECT_EQ(rounds.places(4000), Places{rounds.length()});
+    EXPECT_EQ(rounds.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));
+    EXPECT_EQ(rounds.positions(2100), Positions{rounds.loop()->end});
+    EXPECT_EQ(rounds.positions(4000), Positions{rounds.length()});
 }
 
 TEST(Resampling, StopsWhenAsked)
@@ -222,21 +226,21 @@ TEST(Resampling, StopsWhenAsked)
     std::stop_source stop;
     stop.request_stop();
     const ResamplingPlan plan(100'000, std::nullopt, 44100, 48000);
-    const auto result = resample(*source, plan, 48000, {"/tmp"}, stop.get_token());
+    const auto result = resample(*source, plan, 48000, TemporaryFolders({"/tmp"}), stop.get_token());
     ASSERT_FALSE(bool(result));
-    EXPECT_EQ(result.fault().code, TARNOK_ERR_CANCELLED);
+    EXPECT_EQ(result.error().code, base::ErrorCode::Cancelled);
 }
 
 TEST(Files, WithoutANameAreSeenByNobody)
 {
     std::filesystem::create_directory("unnamed");
-    const Result<FileDescriptor> file = TemporaryFile::createUnnamed("unnamed");
+    const base::Result<base::FileDescriptor> file = base::TemporaryFile::createUnnamed("unnamed");
     ASSERT_TRUE(bool(file));
     EXPECT_TRUE(std::filesystem::is_empty("unnamed"));
     // A file that had a name shows it still.
     const std::string link = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file->get())).filename();
     EXPECT_TRUE(link.starts_with('#')) << link;
-    EXPECT_FALSE(TemporaryFile::createUnnamed("no such folder"));
+    EXPECT_FALSE(base::TemporaryFile::createUnnamed("no such folder"));
 }
 
 TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
@@ -247,7 +251,7 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
     write("a");
     SourceIndex index("racy-index");
     SourceIdentifier identifier(index, true);
-    Result<SourceIdentity> identity = identifier.identify("racy", {});
+    base::Result<SourceIdentity> identity = identifier.identify("racy", {});
     ASSERT_TRUE(bool(identity));
     EXPECT_FALSE(identity->settled);
     index.save();
@@ -256,7 +260,7 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
 
     // Another content that came within the same tick of a coarse clock: nothing but the content differs.
     write("b");
-    identity->stamp = *stampOf("racy");
+    identity->stamp = *base::stampOf("racy");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {}));
     write("a");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {})) << "the stamp has changed";
@@ -265,7 +269,7 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
 TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
 {
     constexpr int64_t second = 1'000'000'000;
-    FileStamp stamp;
+    base::FileStamp stamp;
     stamp.modified = 1000 * second;
     stamp.changed = 1000 * second;
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1000 * second));
@@ -359,9 +363,9 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
     EXPECT_EQ(fetchAll(false), 50000);
 
     // A watcher that goes on looking is waited for, unless the build was cancelled.
-    for (const bool cancelled : {false, true}) {
+    for (const bool isCancelled : {false, true}) {
         std::stop_source stop;
-        if (cancelled)
+        if (isCancelled)
             stop.request_stop();
         begin(2000);
         EXPECT_TRUE(queue.release(queue.fetch()));
@@ -371,13 +375,13 @@ TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd
             while (!enough.stop_requested()) {
                 const TARNOK_PROGRESSITEM* item = queue.fetch();
                 left -= item && queue.release(item);
-                std::this_thread::sleep_for(std::chrono::microseconds(cancelled ? 10000 : 20));
+                std::this_thread::sleep_for(std::chrono::microseconds(isCancelled ? 10000 : 20));
             }
         });
         queue.endBuild(stop.get_token());
         const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
         watcher = {};
-        EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
+        EXPECT_EQ(left <= 600 || gaveUp, !isCancelled) << left;
     }
 }
 
@@ -486,7 +490,7 @@ TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProc
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(&test - cases);
-        const Result<WorkerCount> workers = affordableWorkers(8, test.left);
+        const base::Result<WorkerCount> workers = affordableWorkers(8, test.left);
         ASSERT_EQ(bool(workers), test.most > 0);
         if (!workers)
             continue;
@@ -539,4 +543,20 @@ TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
             }
         }
     }
+}
+
+TEST(ResultCodes, AreTheNumbersThatCallersOfTheLibraryKnow)
+{
+    using base::ErrorCode;
+    const std::pair<ErrorCode, int> numbers[] = {
+        {ErrorCode::CacheLost, 1},    {ErrorCode::Cancelled, 2},    {ErrorCode::NothingLeft, 3},
+        {ErrorCode::Codec, 4},        {ErrorCode::Io, 7},           {ErrorCode::NotFound, 8},
+        {ErrorCode::Engine, 9},       {ErrorCode::Format, 11},      {ErrorCode::Version, 11},
+        {ErrorCode::Damaged, 11},     {ErrorCode::Unsupported, 11}, {ErrorCode::TooManyChannels, 11},
+        {ErrorCode::NotSeekable, 11}, {ErrorCode::KeyMissing, 11},  {ErrorCode::KeyWrong, 11},
+        {ErrorCode::Invalid, 12},     {ErrorCode::Memory, 13},      {ErrorCode::ModuleMissing, 20},
+        {ErrorCode::ModuleBad, 21},
+    };
+    for (const auto& [code, number] : numbers)
+        EXPECT_EQ(int(resultCode(code)), number) << int(code);
 }

@@ -87,6 +87,21 @@ private:
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
+// The bytes of objects that are stored as they lie in memory.
+template <typename T, size_t Extent>
+[[nodiscard]] std::span<const uint8_t> asBytes(std::span<T, Extent> objects)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    return {reinterpret_cast<const uint8_t*>(objects.data()), objects.size_bytes()};
+}
+
+template <typename T, size_t Extent>
+[[nodiscard]] std::span<uint8_t> asWritableBytes(std::span<T, Extent> objects)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    return {reinterpret_cast<uint8_t*>(objects.data()), objects.size_bytes()};
+}
+
 // Numbers at a pointer to at least sizeof(T) bytes, aligned or not. The machine is little-endian.
 static_assert(std::endian::native == std::endian::little);
 

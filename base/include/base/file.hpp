@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,7 +33,7 @@ struct OpenedFile
 };
 
 // Opens a regular file for reading. A pipe, a device or a folder is refused without waiting for it.
-// ErrorCode::NotFound, ErrorCode::Io with the words of fileError().
+// ErrorCode::NotFound, ErrorCode::Io with the words of fileError(). ErrorCode::Unsupported: a pipe, device or socket.
 Result<OpenedFile> openRegular(const std::string& path);
 
 // The stamp of the file at path. Errors of openRegular().
@@ -43,7 +44,7 @@ Result<FileStamp> stampOf(const std::string& path);
 // for instance "reading".
 [[nodiscard]] Error fileError(std::string_view action, std::string_view path, int systemError);
 
-// The three below report ErrorCode::Io with systemError and without a text: fileError() knows the words.
+// Those below report ErrorCode::Io with systemError and without a text: fileError() knows the words.
 
 // Reads from the descriptor's own position, as much as there is and fits; 0 bytes at the end of the file.
 Result<size_t> readSome(int descriptor, std::span<uint8_t> buffer);
@@ -53,6 +54,14 @@ Result<> readAt(int descriptor, std::span<uint8_t> buffer, uint64_t offset);
 
 // Writes all bytes at offset.
 Result<> writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset);
+
+// Copies bytes between files, inside the kernel where it can. Calls goOn between pieces of a few megabytes.
+// ErrorCode::Cancelled: it returned false. ErrorCode::Damaged: the source ends before.
+Result<> copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
+                   const std::function<bool()>& goOn);
+
+// Makes a folder, unless there is something of that name.
+Result<> makeFolder(const std::string& path);
 
 // Whether what couldn't be written with this error number may find room on another disk.
 [[nodiscard]] bool anotherDiskMayHelp(int systemError);

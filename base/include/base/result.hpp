@@ -25,6 +25,7 @@ enum class ErrorCode : uint8_t
     KeyWrong, // encrypted with another key
     Invalid, // an argument is out of its range
     Codec, // a codec's library failed
+    Engine, // the audio engine failed
     ModuleMissing, // no module for this codec
     ModuleBad, // the module for this codec can't be used
     CacheLost, // somebody removes what the cache holds while it is needed

@@ -1,14 +1,23 @@
 #include "build/build_request.hpp"
 
-#include "support/file.hpp"
+#include "base/path.hpp"
 
 #include <algorithm>
 
 namespace tarnok {
 
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName)
+namespace {
+
+base::Error invalid(std::string text)
+{
+    return {base::ErrorCode::Invalid, std::move(text)};
+}
+
+} // namespace
+
+base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                        unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                        const char* outputFileName)
 {
     if (!subsounds || numSubsounds == 0)
         return invalid("the list of sounds is empty");
@@ -16,7 +25,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
         return invalid("format " + std::to_string(int(format)) + " is unknown");
     if (quality > 100)
         return invalid("quality " + std::to_string(quality) + " is above 100");
-    if (!outputFileName || !*outputFileName || baseName(outputFileName).empty())
+    if (!outputFileName || !*outputFileName || base::baseName(outputFileName).empty())
         return invalid("the bank has no file name");
     if (encryptionKey && !*encryptionKey)
         return invalid("the encryption key is empty");
@@ -46,12 +55,12 @@ std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound)
 
 std::string firstFile(const TARNOK_SUBSOUND& subsound)
 {
-    return std::string(baseName(subsound.fileNames[0]));
+    return std::string(base::baseName(subsound.fileNames[0]));
 }
 
 std::string_view soundName(const TARNOK_SUBSOUND& subsound)
 {
-    const std::string_view name = baseName(subsound.fileNames[0]);
+    const std::string_view name = base::baseName(subsound.fileNames[0]);
     const size_t dot = name.rfind('.');
     return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
 }

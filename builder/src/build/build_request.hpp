@@ -1,8 +1,8 @@
 // What a build is asked to do.
 #pragma once
 
+#include "base/result.hpp"
 #include "encode/sound_settings.hpp"
-#include "support/fault.hpp"
 #include "tarnok.h"
 
 #include <optional>
@@ -17,21 +17,21 @@ namespace tarnok {
 struct BuildRequest
 {
     std::span<const TARNOK_SUBSOUND> subsounds;
-    BankOrder order;
+    BuildSettings settings;
     std::optional<std::string> encryptionKey;
     std::string outputFile;
 };
 
-// Puts the arguments of Tarnok_Build together. TARNOK_ERR_INVALID_PARAM, with a text that tells which, for what no
-// build can be made of.
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName);
+// Puts the arguments of Tarnok_Build together. ErrorCode::Invalid, with a text that names the argument, where no build
+// can be made of them.
+base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                        unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                        const char* outputFileName);
 
 // The files of a sound.
 std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
 
-// The first of them without its folder, as it stands in messages.
+// The first of them without its folder, as it appears in messages.
 std::string firstFile(const TARNOK_SUBSOUND& subsound);
 
 // The name of a sound in its bank: that of its first file without folder and extension.

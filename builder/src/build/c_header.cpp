@@ -1,6 +1,7 @@
 #include "build/c_header.hpp"
 
-#include "support/file.hpp"
+#include "base/bytes.hpp"
+#include "base/file.hpp"
 
 #include <cstdio>
 #include <unordered_map>
@@ -39,7 +40,7 @@ std::string asPrefix(std::string_view bankName, bool capitals)
     return prefix;
 }
 
-// Octal escapes always have three digits, so that a digit behind one can't become part of it. Question marks are
+// Octal escapes always have three digits, so that a digit after one can't become part of it. Question marks are
 // escaped because two of them begin a trigraph.
 std::string asLiteral(std::string_view text)
 {
@@ -61,18 +62,19 @@ std::string asLiteral(std::string_view text)
 
 } // namespace
 
-Status checkHeader(const std::string& path)
+base::Result<> checkHeader(const std::string& path)
 {
-    const Result<FileDescriptor> file = openForReading(path, nullptr);
+    const base::Result<base::OpenedFile> file = base::openRegular(path);
     if (!file)
-        return file.fault().code == TARNOK_ERR_FILE_NOT_FOUND ? Status() : file.fault();
+        return file.error().code == base::ErrorCode::NotFound ? base::Result<>() : file.error();
     char start[kFirstLine.size()];
-    const Result<size_t> length = readSome(file->get(), std::as_writable_bytes(std::span(start)), path);
+    const base::Result<size_t> length = base::readSome(file->descriptor.get(), base::asWritableBytes(std::span(start)));
     if (!length)
-        return length.fault();
+        return base::fileError("reading", path, length.error().systemError);
     if (*length == 0 || std::string_view(start, *length) == kFirstLine)
         return {};
-    return invalid(path + ": this file was not generated with a bank and will not be replaced by its header");
+    return base::Error{base::ErrorCode::Invalid,
+                       path + ": this file was not generated with a bank and will not be replaced by its header"};
 }
 
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)

@@ -1,7 +1,7 @@
 // The C header that goes with a bank.
 #pragma once
 
-#include "support/fault.hpp"
+#include "base/result.hpp"
 
 #include <span>
 #include <string>
@@ -19,7 +19,7 @@ namespace tarnok {
 // What C doesn't allow in an identifier becomes an underscore; of equal identifiers the later ones get a number.
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames);
 
-// Whether a header may be written to path: no file stands there, or an empty one, or one of these.
-Status checkHeader(const std::string& path);
+// Whether a header may be written to path: there is no file, or an empty one, or one of these.
+base::Result<> checkHeader(const std::string& path);
 
 } // namespace tarnok

@@ -1,52 +1,39 @@
-// One sound of a bank, from its source files to where its encoded data lies.
+// One sound of a bank, from its source files to its encoded data.
 #pragma once
 
-#include "cache/cache.hpp"
+#include "base/result.hpp"
+#include "build/build_services.hpp"
 #include "cache/encoded_file.hpp"
+#include "cache/encoded_location.hpp"
 #include "encode/encoder.hpp"
 #include "encode/sound_settings.hpp"
 #include "source/sound_preparation.hpp"
-#include "source/source_file.hpp"
 #include "source/source_identity.hpp"
 #include "support/content_hash.hpp"
-#include "support/fault.hpp"
-#include "support/remarks.hpp"
 #include "tarnok.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <vector>
 
 namespace tarnok {
-
-// What the workers of a build have in common. Each part is safe to use by all of them at once.
-struct BuildMeans
-{
-    const KessSystem& engine;
-    Cache& cache;
-    SourceIdentifier& sources;
-    Remarks& remarks;
-    std::vector<std::string> spoolFolders; // for what is too long for memory; tried in this order
-    std::stop_token stop;
-};
 
 // Finds a sound in the cache, or encodes it and stores it there. Each worker has one of its own, for one sound after
 // the other, and with it the files for what the cache can't take.
 class SoundBuilder
 {
 public:
-    // Hears of each state of a sound that isn't found in the cache.
+    // Called with each state of a sound that isn't found in the cache.
     using Report = std::function<void(TARNOK_STATE state)>;
 
-    SoundBuilder(const BuildMeans& means, SpillFiles spills);
+    SoundBuilder(const BuildServices& services, SpillFiles spills);
 
-    // again: the sound was there before and is lost. It is put where nobody else comes: not into the cache, and not
-    // left in its source file. Throws std::bad_alloc.
-    Result<StoredPlace> build(const BankOrder& order, const TARNOK_SUBSOUND& subsound, bool again,
-                              const Report& report);
+    // again: the sound was finished before and is lost. It goes neither into the cache nor is it left in its source
+    // file, so that nobody else can remove or change it. Throws std::bad_alloc.
+    base::Result<EncodedLocation> build(const BuildSettings& settings, const TARNOK_SUBSOUND& subsound, bool again,
+                                        const Report& report);
 
 private:
     struct Job
@@ -64,21 +51,21 @@ private:
         bool mayStay() const { return !again && settings.codec == bank::Codec::Pcm; }
     };
 
-    Status identify(Job* job);
-    std::optional<StoredPlace> find(const Job& job);
-    std::optional<StoredPlace> findInSource(const Job& job);
+    base::Result<> identify(Job* job);
+    std::optional<EncodedLocation> find(const Job& job);
+    std::optional<EncodedLocation> findInSource(const Job& job);
     // Empty: the files are no longer those that the key was made from.
-    Result<std::optional<StoredPlace>> encode(Job* job);
-    Status prepare(const Job& job, SoundPreparation& preparation);
-    Result<bool> hasChanged(Job* job, bool staysInSource);
-    Status encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound);
-    // Leaves the sound where it is, if it stands in its source as the bank wants it. Answers whether that is so, and
-    // then fills in sound.
-    Result<bool> leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound);
-    StoredPlace keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound);
+    base::Result<std::optional<EncodedLocation>> encode(Job* job);
+    base::Result<> prepare(const Job& job, SoundPreparation& preparation);
+    base::Result<bool> hasChanged(Job* job, bool staysInSource);
+    base::Result<> encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound);
+    // Leaves the sound where it is, if it is in its source as the bank wants it. Returns whether that is so, and then
+    // fills in sound.
+    base::Result<bool> leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound);
+    EncodedLocation keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound);
     Encoder& encoderFor(const SoundSettings& settings);
 
-    const BuildMeans& mMeans;
+    const BuildServices& mServices;
     SpillFiles mSpills;
     std::unique_ptr<Encoder> mEncoder; // none before the first sound
 };

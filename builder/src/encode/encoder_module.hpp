@@ -1,6 +1,7 @@
 // An external encoder of one format, from a shared library beside this one. See tarnok_encoder.h.
 #pragma once
 
+#include "base/result.hpp"
 #include "encode/encoder.hpp"
 
 #include <memory>

@@ -21,7 +21,7 @@ constexpr uint64_t kPipelineRevision = 6;
 
 } // namespace
 
-SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& subsound)
+SoundSettings SoundSettings::of(const BuildSettings& order, const TARNOK_SUBSOUND& subsound)
 {
     const unsigned flags = order.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
     const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : order.quality;

@@ -201,23 +201,23 @@ private:
 
 } // namespace
 
-Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop)
+base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop)
 {
     const FrameFacts& facts = source.facts();
     std::optional<RateSearch> search;
     if (lowestRate)
         search.emplace(facts);
-    if (Status status = source.seek(0); !status)
-        return status.fault();
+    if (base::Result<> status = source.seek(0); !status)
+        return status.error();
 
     float peak = 0;
     std::vector<float> block(kBlockFrames * size_t(facts.channels));
     for (uint64_t left = facts.length; left > 0;) {
         if (stop.stop_requested())
-            return cancelled();
+            return base::cancelled();
         const size_t count = size_t(std::min<uint64_t>(left, kBlockFrames));
-        if (Status status = source.readFloat(block.data(), count); !status)
-            return status.fault();
+        if (base::Result<> status = source.readFloat(block.data(), count); !status)
+            return status.error();
         for (const float sample : std::span(block.data(), count * size_t(facts.channels)))
             peak = std::max(peak, std::abs(sample));
         if (search)

@@ -18,6 +18,6 @@ namespace tarnok {
 //     faintest parts near the threshold of hearing there; or
 //   - the rounding noise of the source's sample format in that band, plus 3 dB: it holds nothing of the recording.
 // Noise counts as what it is in the spectrum, so white noise keeps its rate at any level above its rounding noise.
-Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop);
+base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop);
 
 } // namespace tarnok

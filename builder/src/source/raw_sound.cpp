@@ -1,21 +1,22 @@
 #include "source/raw_sound.hpp"
 
+#include "base/bytes.hpp"
+
 #include <fcntl.h>
 
 namespace tarnok {
 
-std::optional<RawSound> RawSound::open(const std::string& path, const FileStamp& stamp, const PreparedFacts& facts,
-                                       const RawSamples& samples)
+std::optional<RawSound> RawSound::open(const std::string& path, const base::FileStamp& stamp,
+                                       const PreparedFacts& facts, const RawSamples& samples)
 {
-    FileStamp found;
-    Result<FileDescriptor> file = openForReading(path, &found);
-    if (!file || found != stamp)
+    base::Result<base::OpenedFile> file = base::openRegular(path);
+    if (!file || file->stamp != stamp)
         return std::nullopt;
-    posix_fadvise(file->get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    return RawSound(std::move(*file), facts, samples);
+    posix_fadvise(file->descriptor.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    return RawSound(std::move(file->descriptor), facts, samples);
 }
 
-RawSound::RawSound(FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples)
+RawSound::RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples)
     : mFile(std::move(file))
     , mFacts(facts)
     , mSamples(samples)
@@ -37,11 +38,11 @@ base::Result<> RawSound::readFloat(float*, size_t)
 
 base::Result<> RawSound::readSamples(void* frames, size_t count)
 {
-    const std::span bytes(static_cast<std::byte*>(frames), count * mFrameBytes);
+    const std::span bytes(static_cast<uint8_t*>(frames), count * mFrameBytes);
     if (!base::rangeInside(mPosition, bytes.size(), mSamples.bytes))
         return base::Error{base::ErrorCode::Unsupported};
-    if (const int error = readAt(mFile.get(), bytes, mSamples.offset + mPosition))
-        return base::Error{error < 0 ? base::ErrorCode::Damaged : base::ErrorCode::Io};
+    if (base::Result<> read = base::readAt(mFile.get(), bytes, mSamples.offset + mPosition); !read)
+        return read;
     mPosition += bytes.size();
     return {};
 }

@@ -1,29 +1,29 @@
 // A sound that is taken from its file as it is.
 #pragma once
 
+#include "base/file.hpp"
 #include "encode/encoder.hpp"
-#include "support/file.hpp"
 
 #include <optional>
 #include <string>
 
 namespace tarnok {
 
-// Where in its file the samples of a sound stand as a bank wants them.
+// Where in its file the samples of a sound are, as a bank wants them.
 struct RawSamples
 {
     uint64_t offset = 0;
     uint64_t bytes = 0;
 };
 
-// Reads the samples of an uncompressed file without a decoder in between. They are only looked at, for what is to be
-// told of them: whoever writes the bank takes them from the file, as they are.
+// Reads the samples of an uncompressed file without a decoder in between. They are only looked at, for the facts of the
+// sound: whoever writes the bank takes them from the file, as they are.
 class RawSound final : public PreparedSound
 {
 public:
     // Nothing when the file is not there or no longer the one of that stamp.
-    static std::optional<RawSound> open(const std::string& path, const FileStamp& stamp, const PreparedFacts& facts,
-                                        const RawSamples& samples);
+    static std::optional<RawSound> open(const std::string& path, const base::FileStamp& stamp,
+                                        const PreparedFacts& facts, const RawSamples& samples);
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
     base::Result<> seek(int64_t position) override;
@@ -35,9 +35,9 @@ public:
     base::Result<> readSamples(void* frames, size_t count) override;
 
 private:
-    RawSound(FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples);
+    RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples);
 
-    FileDescriptor mFile;
+    base::FileDescriptor mFile;
     PreparedFacts mFacts;
     RawSamples mSamples;
     size_t mFrameBytes;

@@ -1,8 +1,9 @@
 #include "source/sound_preparation.hpp"
 
-#include "bank/vector_state.hpp"
+#include "base/path.hpp"
 #include "source/analysis.hpp"
-#include "support/file.hpp"
+#include "source/held_source.hpp"
+#include "source/interleaver.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -11,98 +12,12 @@
 
 namespace tarnok {
 
-// Presents frames from before the start to behind the end, as a listener of the loop hears them.
-class SoundPreparation::Looped final : public PreparedSound
-{
-public:
-    Looped(FrameSource& frames, std::optional<base::Loop> loop, std::stop_token stop)
-        : mFrames(frames)
-        , mStop(std::move(stop))
-    {
-        const FrameFacts& facts = frames.facts();
-        mFacts.channels = facts.channels;
-        mFacts.sampleRate = uint32_t(std::lround(facts.sampleRate));
-        mFacts.sampleFormat = facts.sampleFormat;
-        mFacts.sampleCount = facts.length;
-        mFacts.loop = loop;
-    }
-
-    [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
-
-    base::Result<> seek(int64_t position) override
-    {
-        mPosition = position;
-        return {};
-    }
-
-    base::Result<> readFloat(float* frames, size_t count) override
-    {
-        return read(reinterpret_cast<uint8_t*>(frames), count, sizeof(float),
-                    [this](void* target, size_t run) { return mFrames.readFloat(static_cast<float*>(target), run); });
-    }
-
-    base::Result<> readSamples(void* frames, size_t count) override
-    {
-        return read(static_cast<uint8_t*>(frames), count, bank::bytesPerSample(mFacts.sampleFormat),
-                    [this](void* target, size_t run) { return mFrames.readSamples(target, run); });
-    }
-
-    const Fault& fault() const { return mFault; }
-
-private:
-    template <typename ReadRun>
-    base::Result<> read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
-    {
-        const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
-        while (count > 0) {
-            if (mStop.stop_requested())
-                return base::Error{base::ErrorCode::Cancelled};
-            const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
-            const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
-            if (frame) {
-                Status status = mFrames.seek(*frame);
-                if (status)
-                    status = readRun(target, run);
-                if (!status) {
-                    mFault = status.fault();
-                    return base::Error{base::ErrorCode::Io};
-                }
-            } else {
-                std::fill_n(target, run * frameBytes, uint8_t(0));
-            }
-            target += run * frameBytes;
-            count -= run;
-            mPosition += int64_t(run);
-        }
-        bank::clearVectorState(); // for the encoder, which goes on now
-        return {};
-    }
-
-    // How many frames from the current position on follow each other in the sound, or are silent.
-    uint64_t runLength(std::optional<uint64_t> frame) const
-    {
-        const auto length = int64_t(mFacts.sampleCount);
-        if (!frame)
-            return mPosition < 0 ? uint64_t(-mPosition) : UINT64_MAX;
-        if (mPosition >= 0 && mPosition < length)
-            return uint64_t(length - mPosition);
-        const uint64_t run = mFacts.loop->end - *frame;
-        return mPosition < 0 ? std::min(run, uint64_t(-mPosition)) : run;
-    }
-
-    FrameSource& mFrames;
-    std::stop_token mStop;
-    PreparedFacts mFacts;
-    int64_t mPosition = 0;
-    Fault mFault;
-};
-
 namespace {
 
-// A header that tells 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
+// A header that says 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
 // its way through hours for a single sample. The sounds of the slowest sensors and the highest rates of studios are
 // well inside.
-Status checkRatio(std::string_view name, double fromRate, double toRate)
+base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
 {
     constexpr double kMostUp = 64;
     constexpr double kMostDown = 1024;
@@ -111,31 +26,31 @@ Status checkRatio(std::string_view name, double fromRate, double toRate)
     char text[160];
     std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
                   fromRate, toRate);
-    return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(name) + text};
+    return base::Error{base::ErrorCode::Unsupported, std::string(name) + text};
 }
 
 } // namespace
 
-Status SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
+base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
 {
     Files files;
     int channels = 0;
     for (const std::string& path : paths) {
         if (mStop.stop_requested())
-            return cancelled();
-        Result<std::unique_ptr<SourceFile>> file = SourceFile::open(engine, path);
+            return base::cancelled();
+        base::Result<std::unique_ptr<DecodedFile>> file = DecodedFile::open(engine, path);
         if (!file)
-            return file.fault();
+            return file.error();
         const FrameFacts& facts = (*file)->facts();
         channels += facts.channels;
         if (channels > mSettings.maximumChannels())
-            return Fault{TARNOK_ERR_INVALID_FORMAT,
-                         std::string(baseName(path)) + ": " + std::to_string(channels)
-                             + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
-                             + std::to_string(mSettings.maximumChannels()) + ")"};
+            return base::Error{base::ErrorCode::Unsupported,
+                               std::string(base::baseName(path)) + ": " + std::to_string(channels)
+                                   + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
+                                   + std::to_string(mSettings.maximumChannels()) + ")"};
         files.push_back(std::move(*file));
         const double rate = files.front()->facts().sampleRate;
-        if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)
+        if (base::Result<> status = checkRatio(base::baseName(path), facts.sampleRate, rate); !status)
             return status;
         if (mSettings.syncPoints) {
             merge(files.back()->syncPoints(), rate / facts.sampleRate);
@@ -143,7 +58,7 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
                 mRemarks.push_back(remark);
         }
     }
-    mName = baseName(paths.front());
+    mName = base::baseName(paths.front());
     if (files.size() == 1)
         mRawSamples = files.front()->rawSamples();
     if (mSettings.loop)
@@ -165,10 +80,10 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
             continue;
         const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
         found = plan.loop();
-        // Written out, it would no longer be beside that of the other files.
+        // Written out, it would no longer be in line with that of the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
-            found = base::Loop{plain.places(loop->start).front(), plain.places(loop->end).front()};
+            found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
         }
     }
     return found && found->start < found->end ? *found : base::Loop{0, length};
@@ -176,7 +91,7 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
 
 // How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
 // there.
-ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate) const
+ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate) const
 {
     const FrameFacts& facts = file.facts();
     if (mLoop) {
@@ -194,18 +109,18 @@ ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate)
     return {facts.length, std::nullopt, facts.sampleRate, rate};
 }
 
-Status SoundPreparation::putTogether(Files files)
+base::Result<> SoundPreparation::putTogether(Files files)
 {
     const double rate = files.front()->facts().sampleRate;
     std::vector<std::unique_ptr<FrameSource>> parts;
-    for (std::unique_ptr<SourceFile>& file : files) {
+    for (std::unique_ptr<DecodedFile>& file : files) {
         const double ownRate = file->facts().sampleRate;
         const ResamplingPlan plan = planOfPart(*file, rate);
-        Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
+        base::Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
         if (part && ownRate != rate)
             part = resample(*holdLoopIfShort(std::move(*part), plan.sourceLoop()), plan, rate, mSpoolFolders, mStop);
         if (!part)
-            return part.fault();
+            return part.error();
         parts.push_back(std::move(*part));
     }
     mFrames = interleave(std::move(parts));
@@ -218,13 +133,13 @@ Status SoundPreparation::putTogether(Files files)
     return {};
 }
 
-Status SoundPreparation::analyse()
+base::Result<> SoundPreparation::analyse()
 {
     uint32_t lowestRate = 0;
     if (mSettings.peak || mSettings.lowestRate) {
-        const Result<float> peak = tarnok::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
+        const base::Result<float> peak = tarnok::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
         if (!peak)
-            return peak.fault();
+            return peak.error();
         if (mSettings.peak)
             mPeak = *peak;
     }
@@ -237,32 +152,32 @@ Status SoundPreparation::analyse()
     return {};
 }
 
-Status SoundPreparation::preprocess()
+base::Result<> SoundPreparation::preprocess()
 {
     const FrameFacts& facts = mFrames->facts();
     if (mRate != uint32_t(std::lround(facts.sampleRate))) {
-        if (Status status = checkRatio(mName, facts.sampleRate, mRate); !status)
+        if (base::Result<> status = checkRatio(mName, facts.sampleRate, mRate); !status)
             return status;
         const ResamplingPlan plan(facts.length, mLoop, facts.sampleRate, mRate);
         const auto precision =
             mSettings.codec == bank::Codec::Opus ? ResamplingPrecision::Bits20 : ResamplingPrecision::Bits24;
-        Result<std::unique_ptr<FrameSource>> resampled =
+        base::Result<std::unique_ptr<FrameSource>> resampled =
             resample(*mFrames, plan, mRate, mSpoolFolders, mStop, precision);
         if (!resampled)
-            return resampled.fault();
+            return resampled.error();
         mFrames = std::move(*resampled);
         mRawSamples.reset();
         mLoop = plan.loop();
         std::vector<base::SyncPoint> points;
         for (const base::SyncPoint& point : mSyncPoints) {
-            for (const uint64_t place : plan.places(point.frame))
-                points.push_back({place, point.name});
+            for (const uint64_t position : plan.positions(point.frame))
+                points.push_back({position, point.name});
         }
         mSyncPoints.clear();
         merge(std::move(points), 1);
     }
     limitSyncPoints();
-    mPrepared = std::make_shared<Looped>(*mFrames, mLoop, mStop);
+    mPrepared = std::make_unique<LoopedSound>(*mFrames, mLoop, mStop);
     return {};
 }
 
@@ -289,11 +204,6 @@ void SoundPreparation::limitSyncPoints()
 PreparedSound& SoundPreparation::sound()
 {
     return *mPrepared;
-}
-
-const Fault& SoundPreparation::fault() const
-{
-    return mPrepared->fault();
 }
 
 void SoundPreparation::complete(bank::Sound* encoded) const

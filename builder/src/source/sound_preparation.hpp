@@ -4,10 +4,11 @@
 #include "encode/encoder.hpp"
 #include "encode/sound_settings.hpp"
 #include "kess.hpp"
+#include "source/decoded_file.hpp"
 #include "source/frame_source.hpp"
+#include "source/looped_sound.hpp"
 #include "source/raw_sound.hpp"
 #include "source/resampler.hpp"
-#include "source/source_file.hpp"
 
 #include <memory>
 #include <optional>
@@ -26,45 +27,43 @@ namespace tarnok {
 class SoundPreparation
 {
 public:
-    // spoolFolders: where long intermediate results may lie (see FrameSpool).
-    SoundPreparation(const SoundSettings& settings, std::vector<std::string> spoolFolders, std::stop_token stop)
+    // spoolFolders: for long intermediate results (see FrameSpool).
+    SoundPreparation(const SoundSettings& settings, TemporaryFolders spoolFolders, std::stop_token stop)
         : mSettings(settings)
         , mSpoolFolders(std::move(spoolFolders))
         , mStop(std::move(stop))
     { }
 
     // Opens the files and puts them side by side.
-    Status open(KESS::System& engine, std::span<const std::string> paths);
+    base::Result<> open(KESS::System& engine, std::span<const std::string> paths);
 
     // What of the files isn't taken over, a sentence each.
     const std::vector<std::string>& remarks() const { return mRemarks; }
 
     // Finds loop, peak and the rate to encode at.
-    Status analyse();
+    base::Result<> analyse();
 
     // Resamples where that is wanted.
-    Status preprocess();
+    base::Result<> preprocess();
 
-    // Where the sound stands in its only file, to the bit as it is prepared.
+    // Where the sound is in its only file, to the bit as it is prepared.
     const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
 
-    // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
+    // The sound for its encoder; afterwards what the encoder doesn't know: sync points, peak.
     PreparedSound& sound();
-    const Fault& fault() const;
     void complete(bank::Sound* encoded) const;
 
 private:
-    class Looped;
-    using Files = std::vector<std::unique_ptr<SourceFile>>;
+    using Files = std::vector<std::unique_ptr<DecodedFile>>;
 
     static base::Loop commonLoop(const Files& files);
-    ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
-    Status putTogether(Files files);
+    ResamplingPlan planOfPart(const DecodedFile& file, double rate) const;
+    base::Result<> putTogether(Files files);
     void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
     SoundSettings mSettings;
-    std::vector<std::string> mSpoolFolders;
+    TemporaryFolders mSpoolFolders;
     std::stop_token mStop;
     std::string mName; // of the first file
     std::unique_ptr<FrameSource> mFrames;
@@ -74,7 +73,7 @@ private:
     std::optional<float> mPeak;
     std::optional<RawSamples> mRawSamples;
     uint32_t mRate = 0; // to encode at, hertz
-    std::shared_ptr<Looped> mPrepared;
+    std::unique_ptr<LoopedSound> mPrepared;
 };
 
 } // namespace tarnok

@@ -1,13 +1,14 @@
 // Which content a source file has, and whether it still has it.
 #pragma once
 
+#include "base/file.hpp"
+#include "base/result.hpp"
 #include "source/source_index.hpp"
 #include "support/content_hash.hpp"
-#include "support/fault.hpp"
-#include "support/file.hpp"
 
 #include <stop_token>
 #include <string>
+#include <string_view>
 
 namespace tarnok {
 
@@ -15,7 +16,7 @@ namespace tarnok {
 struct SourceIdentity
 {
     ContentHash content;
-    FileStamp stamp;
+    base::FileStamp stamp;
     bool settled = false; // every later content will have another stamp, unless it comes through a mapping of the file
     bool remembered = false; // by the index: nobody has read the file for it now
 };
@@ -31,17 +32,20 @@ public:
     { }
 
     // Finds the content of the file, by the index or, always when anew, by reading it all.
-    Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool anew = false);
+    base::Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool anew = false);
 
     // Whether the file, having been read by somebody else since, still has the content that was identified. If it has
     // not, what was read must not be kept under the hash of the former content. It is hashed for that; byStamp: not
     // where it was hashed before, too, and its stamp is settled.
-    Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
-                           const std::stop_token& stop);
+    base::Result<bool> unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
+                                 const std::stop_token& stop);
 
 private:
     SourceIndex& mIndex;
     bool mUseIndex;
 };
+
+// The error of a file that differs whenever it is looked at.
+base::Error keepsChanging(std::string_view path);
 
 } // namespace tarnok

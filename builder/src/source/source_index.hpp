@@ -1,13 +1,15 @@
 // Remembers the content hash of files that have not changed since they were last hashed.
 #pragma once
 
+#include "base/file.hpp"
 #include "support/content_hash.hpp"
-#include "support/file.hpp"
+#include "support/record_table.hpp"
 
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnok {
@@ -17,7 +19,7 @@ namespace tarnok {
 //
 // The table is a folder of segments. Each build adds one with what it learned; now and then somebody merges them all
 // into one and removes those that it has read. Segments never change and arrive by rename, so that readers and writers
-// of several processes need no lock: at worst two merge at once, and the same records stand there twice.
+// of several processes need no lock: at worst two merge at once, and the same records are stored twice.
 class SourceIndex
 {
 public:
@@ -25,12 +27,12 @@ public:
     explicit SourceIndex(std::string folder);
 
     // The hash of the file at path, if it still has this stamp.
-    std::optional<ContentHash> find(std::string_view path, const FileStamp& stamp);
+    std::optional<ContentHash> find(std::string_view path, const base::FileStamp& stamp);
 
     // Keeps the hash of a file for later builds. Only for a stamp that is settled (see isSettled).
-    void remember(std::string_view path, const FileStamp& stamp, const ContentHash& hash);
+    void remember(std::string_view path, const base::FileStamp& stamp, const ContentHash& hash);
 
-    // Writes what was learned. A failure is none of the build's business: the next one hashes again.
+    // Writes what was learned. A failure doesn't concern the build: the next one hashes again.
     void save();
 
     // Whether a stamp taken before the moment `at` (nanoseconds since 1970) will differ for every later content.
@@ -40,29 +42,20 @@ public:
     // for the second for ever. Once the clock has gone on by more than its own step since the file's times, every later
     // write gets a later time. The step is 1 to 10 ms on the usual Linux file systems and up to 2 s on FAT and some
     // network servers.
-    static bool isSettled(const FileStamp& stamp, int64_t at);
+    static bool isSettled(const base::FileStamp& stamp, int64_t at);
 
 private:
-    struct Record
-    {
-        ContentHash source; // of path and stamp
-        ContentHash content;
-        int64_t usedAt = 0; // seconds since 1970
-
-        bool operator<(const Record& other) const { return source < other.source; }
-    };
-    struct SegmentHeader;
-
-    void learn(const Record& record);
-    bool readSegment(const std::string& path, std::vector<Record>* records) const;
-    bool writeSegment(const std::vector<Record>& records) const;
+    void learn(const ContentHash& source, const ContentHash& content);
+    bool readSegment(const std::string& path);
     void merge();
+    bool writeSegment(std::span<const RecordTable> tables) const;
 
     std::string mFolder;
-    std::vector<std::string> mSegments; // those that were read
-    std::vector<Record> mKnown; // sorted by source
+    std::vector<std::string> mSegments; // the paths of those that were read
+    std::vector<RecordTable> mTables; // from the hash of path and stamp to that of the content
+    uint64_t mTableBytes = 0;
     std::mutex mMutex;
-    std::vector<Record> mLearned;
+    DatedRecords mLearned;
 };
 
 } // namespace tarnok

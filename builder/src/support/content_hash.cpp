@@ -8,7 +8,7 @@
 
 namespace tarnok {
 
-static_assert(std::endian::native == std::endian::little, "fields are hashed as they lie in memory");
+static_assert(std::endian::native == std::endian::little, "fields are hashed as they are in memory");
 
 std::string ContentHash::hex() const
 {
@@ -19,6 +19,12 @@ std::string ContentHash::hex() const
         digits += kDigits[byte & 15];
     }
     return digits;
+}
+
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix)
+{
+    return name.size() == digits + suffix.size() && name.ends_with(suffix)
+        && name.find_first_not_of("0123456789abcdef") >= digits;
 }
 
 ContentHasher::ContentHasher()

@@ -12,8 +12,8 @@
 
 namespace tarnok {
 
-// 256 bits of BLAKE2b. Nobody can make two contents that meet, so a file from outside can't take the place of another
-// one in the cache. (XXH3, which checks for damage elsewhere, is faster, but two WAV files of one XXH3-128 have been
+// 256 bits of BLAKE2b. Nobody can make two contents that meet, so a file from outside can't pass for another one in
+// the cache. (XXH3, which checks for damage elsewhere, is faster, but two WAV files of one XXH3-128 have been
 // made.) Files are hashed by WideHasher.
 struct ContentHash
 {
@@ -22,6 +22,9 @@ struct ContentHash
     auto operator<=>(const ContentHash&) const = default;
     std::string hex() const; // 64 digits
 };
+
+// Whether name consists of so many hexadecimal digits, as hex() writes them, and the suffix.
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix = {});
 
 // Makes the hash of what is added, piece by piece.
 class ContentHasher

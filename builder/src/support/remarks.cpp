@@ -1,6 +1,7 @@
 #include "support/remarks.hpp"
 
-#include <algorithm>
+#include "base/utf8.hpp"
+
 #include <cstring>
 #include <utility>
 
@@ -34,14 +35,9 @@ void Remarks::beginBuild()
 
 void copyCharacters(const std::string& text, char* room, size_t size)
 {
-    size_t count = std::min(text.size(), size - 1);
-    const auto continues = [&text](size_t index) {
-        return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xc0u) == 0x80;
-    };
-    while (count > 0 && continues(count))
-        --count;
-    std::memcpy(room, text.data(), count);
-    room[count] = '\0';
+    const std::string_view whole = base::cutAtCharacter(text, size - 1);
+    std::memcpy(room, whole.data(), whole.size());
+    room[whole.size()] = '\0';
 }
 
 } // namespace tarnok

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <string_view>
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -97,7 +99,7 @@ MemoryLeft memoryLeft()
     return left;
 }
 
-Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
+base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
 {
     struct Bound
     {
@@ -122,9 +124,9 @@ Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
         if (fit >= result.count)
             continue;
         if (fit == 0 && bound.isHard && bound.left < least)
-            return Fault{TARNOK_ERR_MEMORY,
-                         std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
-                             + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
+            return base::Error{base::ErrorCode::Memory,
+                               std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
+                                   + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
         result.count = std::max(1u, unsigned(fit));
         result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count)
             + " at work: " + bound.what + " leaves room for no more";

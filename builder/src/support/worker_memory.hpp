@@ -1,7 +1,7 @@
 // How many workers the memory that is there can carry.
 #pragma once
 
-#include "support/fault.hpp"
+#include "base/result.hpp"
 
 #include <cstdint>
 #include <string>
@@ -31,9 +31,9 @@ struct WorkerCount
 // As many workers as fit, at most `wanted`. The result of a build doesn't depend on their number.
 //
 // Some codec libraries, libvorbis for one, don't look whether they got the memory that they asked for, so that an
-// encoder must not be begun where it may run out: the process would crash. TARNOK_ERR_MEMORY where a limit of the
+// encoder must not be begun where it may run out: the process would crash. ErrorCode::Memory where a limit of the
 // process leaves too little for a single worker. Where only the machine or the control group has little left there is
 // always one: the system may find more.
-Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left);
+base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left);
 
 } // namespace tarnok

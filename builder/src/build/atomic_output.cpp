@@ -1,4 +1,7 @@
-#include "build/bank_output.hpp"
+#include "build/atomic_output.hpp"
+
+#include "base/file.hpp"
+#include "base/path.hpp"
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,7 +17,7 @@ namespace {
 
 constexpr size_t kBufferBytes = 256 << 10;
 
-// Written behind one another, so many bytes are worth a request to the disk.
+// Written one after the other, so many bytes are worth a request to the disk.
 constexpr uint64_t kWorthFlushing = 4 << 20;
 
 // The file that path names in the end. A link to nothing stays what it is, to be replaced.
@@ -29,23 +32,24 @@ std::string followLink(const std::string& path)
 
 } // namespace
 
-Result<AtomicOutput> AtomicOutput::create(const std::string& path)
+base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
 {
     const std::string target = followLink(path);
     struct stat status;
     const bool exists = stat(target.c_str(), &status) == 0;
     if (!exists && errno != ENOENT)
-        return Fault{TARNOK_ERR_FILE_OS, fileFault("writing", target, errno).text};
+        return base::Error{base::ErrorCode::Io, base::fileError("writing", target, errno).text, errno};
     if (exists && !S_ISREG(status.st_mode)) {
         if (S_ISDIR(status.st_mode))
-            return fileFault("writing", target, EISDIR);
-        return Fault{TARNOK_ERR_FILE_OS, std::string(baseName(target)) + ": this is a device or pipe, not a file"};
+            return base::fileError("writing", target, EISDIR);
+        return base::Error{base::ErrorCode::Io,
+                           std::string(base::baseName(target)) + ": this is a device or pipe, not a file"};
     }
-    const std::string folder = folderOf(target);
-    TemporaryFile::removeAbandoned(folder, baseName(target));
-    Result<TemporaryFile> file = TemporaryFile::create(folder, baseName(target));
+    const std::string folder = base::folderOf(target);
+    base::TemporaryFile::removeAbandoned(folder, base::baseName(target));
+    base::Result<base::TemporaryFile> file = base::TemporaryFile::create(folder, base::baseName(target));
     if (!file)
-        return file.fault();
+        return file.error();
     AtomicOutput output(target, std::move(*file));
     if (exists)
         output.takePermissions(status);
@@ -55,7 +59,7 @@ Result<AtomicOutput> AtomicOutput::create(const std::string& path)
 void AtomicOutput::removeAbandoned(const std::string& path)
 {
     const std::string target = followLink(path);
-    TemporaryFile::removeAbandoned(folderOf(target), baseName(target));
+    base::TemporaryFile::removeAbandoned(base::folderOf(target), base::baseName(target));
 }
 
 // While it is written, the owner may always write: only so can it be swept up if the process is killed.
@@ -73,29 +77,30 @@ void AtomicOutput::takePermissions(const struct stat& former)
 
 base::Result<> AtomicOutput::write(std::span<const uint8_t> bytes)
 {
-    if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
-        return base::Error{base::ErrorCode::Io};
+    if (mBuffer.size() + bytes.size() > kBufferBytes) {
+        if (base::Result<> done = flush(); !done)
+            return done;
+    }
     if (bytes.size() >= kBufferBytes)
-        return put(bytes) ? base::Result<>() : base::Error{base::ErrorCode::Io};
+        return put(bytes);
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
     return {};
 }
 
-Status AtomicOutput::restart()
+base::Result<> AtomicOutput::restart()
 {
     mBuffer.clear();
     mWritten = 0;
     mFlushing = 0;
-    mFault = {};
     if (ftruncate(mFile.descriptor(), 0) != 0)
-        return fileFault("writing", mPath, errno);
+        return base::fileError("writing", mPath, errno);
     return {};
 }
 
-Status AtomicOutput::finish(const std::stop_token& stop)
+base::Result<> AtomicOutput::finish(const std::stop_token& stop)
 {
-    if (!flush())
-        return mFault;
+    if (base::Result<> done = flush(); !done)
+        return done;
     // Some file systems know no permissions and refuse; a bank is worth more than its mode.
     if (mMode)
         fchmod(mFile.descriptor(), *mMode);
@@ -103,41 +108,43 @@ Status AtomicOutput::finish(const std::stop_token& stop)
     constexpr unsigned kWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
     for (uint64_t done = 0; done + kWorthFlushing < mWritten; done += kWorthFlushing) {
         if (stop.stop_requested())
-            return cancelled();
-        // An error that is told here is not told again by the sync of the whole. Some file systems can't do this at
-        // all.
+            return base::cancelled();
+        // An error that is reported here is not reported again by the sync of the whole. Some file systems can't do
+        // this at all.
         if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait) != 0 && errno != EINVAL
             && errno != ENOSYS && errno != ESPIPE)
-            return fileFault("writing", mPath, errno);
+            return base::fileError("writing", mPath, errno);
     }
     return mFile.sync(mPath);
 }
 
-Status AtomicOutput::commit()
+base::Result<> AtomicOutput::commit()
 {
-    const int error = mFile.commit(mPath);
-    if (error == ENOENT)
-        return Fault{TARNOK_ERR_FILE_OS,
-                     std::string(baseName(mPath))
-                         + ": its folder, or the unfinished file in it, was removed meanwhile"};
-    return error == 0 ? Status() : fileFault("replacing", mPath, error);
+    const base::Result<> done = mFile.commit(mPath);
+    if (done)
+        return {};
+    if (done.error().systemError == ENOENT) {
+        return base::Error{base::ErrorCode::Io,
+                           std::string(base::baseName(mPath))
+                               + ": its folder, or the unfinished file in it, was removed meanwhile"};
+    }
+    return base::fileError("replacing", mPath, done.error().systemError);
 }
 
-bool AtomicOutput::flush()
+base::Result<> AtomicOutput::flush()
 {
-    const bool done = put(mBuffer);
+    base::Result<> done = put(mBuffer);
     mBuffer.clear();
     return done;
 }
 
-bool AtomicOutput::put(std::span<const uint8_t> bytes)
+base::Result<> AtomicOutput::put(std::span<const uint8_t> bytes)
 {
-    if (const int error = writeAt(mFile.descriptor(), std::as_bytes(bytes), mWritten)) {
-        mFault = fileFault("writing", mPath, error);
-        return false;
-    }
+    const base::Result<> written = base::writeAt(mFile.descriptor(), bytes, mWritten);
+    if (!written)
+        return base::fileError("writing", mPath, written.error().systemError);
     advance(bytes.size());
-    return true;
+    return {};
 }
 
 // The disk begins to take the bank while the rest of it is still being put together, so that little is left to wait for

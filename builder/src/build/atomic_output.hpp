@@ -1,9 +1,9 @@
-// The file that a build makes.
+// The files that a build makes.
 #pragma once
 
 #include "base/bytes.hpp"
-#include "support/fault.hpp"
-#include "support/file.hpp"
+#include "base/result.hpp"
+#include "base/temporary_file.hpp"
 
 #include <optional>
 #include <stop_token>
@@ -24,24 +24,21 @@ class AtomicOutput final : public base::ByteSink
 {
 public:
     // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
-    static Result<AtomicOutput> create(const std::string& path);
+    static base::Result<AtomicOutput> create(const std::string& path);
 
     // Removes left-overs of killed builds of path.
     static void removeAbandoned(const std::string& path);
 
     base::Result<> write(std::span<const uint8_t> bytes) override;
 
-    // Why a write failed; no fault when it was the source.
-    const Fault& fault() const { return mFault; }
-
     // Begins anew with an empty file.
-    Status restart();
+    base::Result<> restart();
 
     // Everything written is on the disk afterwards, still under the temporary name. Looks at stop every few MiB.
-    Status finish(const std::stop_token& stop);
+    base::Result<> finish(const std::stop_token& stop);
 
-    // Takes the place of the former file.
-    Status commit();
+    // Replaces the former file.
+    base::Result<> commit();
 
     AtomicOutput(AtomicOutput&& other) noexcept
         : mPath(std::move(other.mPath))
@@ -49,27 +46,25 @@ public:
         , mBuffer(std::move(other.mBuffer))
         , mWritten(other.mWritten)
         , mFlushing(other.mFlushing)
-        , mFault(std::move(other.mFault))
         , mMode(other.mMode)
     { }
 
 private:
-    AtomicOutput(std::string path, TemporaryFile file)
+    AtomicOutput(std::string path, base::TemporaryFile file)
         : mPath(std::move(path))
         , mFile(std::move(file))
     { }
 
     void takePermissions(const struct stat& former);
-    bool flush();
-    bool put(std::span<const uint8_t> bytes);
+    base::Result<> flush();
+    base::Result<> put(std::span<const uint8_t> bytes);
     void advance(uint64_t bytes);
 
     std::string mPath;
-    TemporaryFile mFile;
+    base::TemporaryFile mFile;
     std::vector<uint8_t> mBuffer;
-    uint64_t mWritten = 0; // bytes in the file; those in the buffer come behind
+    uint64_t mWritten = 0; // bytes in the file; those in the buffer follow
     uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
-    Fault mFault;
     std::optional<unsigned> mMode; // permissions of the former file
 };
 

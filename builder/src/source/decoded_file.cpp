@@ -1,7 +1,8 @@
-#include "source/source_file.hpp"
+#include "source/decoded_file.hpp"
 
 #include "bank/vector_state.hpp"
-#include "support/file.hpp"
+#include "base/file.hpp"
+#include "base/path.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -39,46 +40,32 @@ const char* refusal(KESS_SOUND_TYPE type)
 
 } // namespace
 
-Result<KessSystem> startEngine()
-{
-    KESS::System* system = nullptr;
-    KESS_RESULT result = KESS_System_Create(&system, KESS_VERSION);
-    KessSystem engine(system);
-    if (result == KESS_OK)
-        result = engine->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
-    if (result == KESS_OK)
-        result = engine->init(0, 0, nullptr);
-    if (result != KESS_OK)
-        return Fault{TARNOK_ERR_KESS, std::string("the audio engine does not start: ") + KESS_ErrorString(result)};
-    return engine;
-}
-
-Result<std::unique_ptr<SourceFile>> SourceFile::open(KESS::System& engine, const std::string& path)
+base::Result<std::unique_ptr<DecodedFile>> DecodedFile::open(KESS::System& engine, const std::string& path)
 {
     bank::clearVectorState();
     KESS::Sound* sound = nullptr;
     const KESS_RESULT result = engine.createSound(path.c_str(), kOpenMode, nullptr, &sound);
-    std::unique_ptr<SourceFile> file(new SourceFile(path, sound));
+    std::unique_ptr<DecodedFile> file(new DecodedFile(path, sound));
     if (result != KESS_OK)
-        return file->faultOf(result);
-    if (Status status = file->readFacts(); !status)
-        return status.fault();
+        return file->errorFor(result);
+    if (base::Result<> status = file->readFacts(); !status)
+        return status.error();
     return file;
 }
 
-Status SourceFile::seek(uint64_t frame)
+base::Result<> DecodedFile::seek(uint64_t frame)
 {
     if (frame == mPosition)
         return {};
     bank::clearVectorState();
     const KESS_RESULT result = mSound->seekData(frame);
     if (result != KESS_OK)
-        return faultOf(result);
+        return errorFor(result);
     mPosition = frame;
     return {};
 }
 
-Status SourceFile::readFloat(float* frames, size_t count)
+base::Result<> DecodedFile::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
     float* const first = frames;
@@ -89,7 +76,7 @@ Status SourceFile::readFloat(float* frames, size_t count)
         const auto wanted = unsigned(std::min<size_t>(left, 1 << 20));
         const KESS_RESULT result = mSound->readFloat(frames, wanted, &got);
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
-            return faultOf(result);
+            return errorFor(result);
         if (got == 0)
             return endsEarly(mPosition, mFacts.length);
         frames += got * channels;
@@ -103,7 +90,7 @@ Status SourceFile::readFloat(float* frames, size_t count)
     return {};
 }
 
-Status SourceFile::readSamples(void* frames, size_t count)
+base::Result<> DecodedFile::readSamples(void* frames, size_t count)
 {
     const size_t frameBytes = size_t(mFacts.channels) * bank::bytesPerSample(mFacts.sampleFormat);
     auto* target = static_cast<uint8_t*>(frames);
@@ -113,7 +100,7 @@ Status SourceFile::readSamples(void* frames, size_t count)
         const size_t wanted = std::min<size_t>(count, (4 << 20) / frameBytes);
         const KESS_RESULT result = mSound->readData(target, unsigned(wanted * frameBytes), &got);
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
-            return faultOf(result);
+            return errorFor(result);
         if (got < frameBytes)
             return endsEarly(mPosition, mFacts.length);
         target += got;
@@ -123,7 +110,7 @@ Status SourceFile::readSamples(void* frames, size_t count)
     return {};
 }
 
-std::optional<RawSamples> SourceFile::rawSamples() const
+std::optional<RawSamples> DecodedFile::rawSamples() const
 {
     RawSamples samples;
     if (mSound->getRawSamples(&samples.offset, &samples.bytes) != KESS_OK)
@@ -131,7 +118,7 @@ std::optional<RawSamples> SourceFile::rawSamples() const
     return samples;
 }
 
-std::optional<base::Loop> SourceFile::loop() const
+std::optional<base::Loop> DecodedFile::loop() const
 {
     base::Loop loop;
     if (mSound->getLoopPoints(&loop.start, &loop.end) != KESS_OK || loop.start >= loop.end || loop.end > mFacts.length)
@@ -139,7 +126,7 @@ std::optional<base::Loop> SourceFile::loop() const
     return loop;
 }
 
-std::vector<base::SyncPoint> SourceFile::syncPoints() const
+std::vector<base::SyncPoint> DecodedFile::syncPoints() const
 {
     std::vector<base::SyncPoint> points;
     int count = 0;
@@ -155,40 +142,39 @@ std::vector<base::SyncPoint> SourceFile::syncPoints() const
     return points;
 }
 
-std::string SourceFile::remark() const
+std::string DecodedFile::remark() const
 {
     char text[1024] = "";
     mSound->getRemark(text, sizeof text);
-    return text[0] ? std::string(baseName(mPath)) + ": " + text : std::string();
+    return text[0] ? std::string(base::baseName(mPath)) + ": " + text : std::string();
 }
 
-Status SourceFile::checkBank()
+base::Result<> DecodedFile::checkBank()
 {
-    const std::string name(baseName(mPath));
     bool encrypted = false;
     if (mSound->isEncrypted(&encrypted) == KESS_OK && encrypted)
-        return Fault{TARNOK_ERR_INVALID_FORMAT, name + ": this bank is encrypted and can't be used as a source"};
+        return refused(base::ErrorCode::KeyMissing, "this bank is encrypted and can't be used as a source");
     int sounds = 0;
     if (const KESS_RESULT result = mSound->getNumSubSounds(&sounds); result != KESS_OK)
-        return faultOf(result);
+        return errorFor(result);
     if (sounds != 1)
-        return Fault{TARNOK_ERR_INVALID_FORMAT,
-                     name + ": this bank holds " + std::to_string(sounds)
-                         + " sounds; only a bank of exactly one can be used as a source"};
+        return refused(base::ErrorCode::Unsupported,
+                       "this bank holds " + std::to_string(sounds)
+                           + " sounds; only a bank of exactly one can be used as a source");
     return {};
 }
 
-Status SourceFile::readFacts()
+base::Result<> DecodedFile::readFacts()
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     KESS_SOUND_FORMAT format = KESS_SOUND_FORMAT_NONE;
     float rate = 0;
     if (const KESS_RESULT result = mSound->getFormat(&type, &format, &mFacts.channels, nullptr); result != KESS_OK)
-        return faultOf(result);
+        return errorFor(result);
     if (const char* reason = refusal(type))
-        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": " + reason};
+        return refused(base::ErrorCode::Unsupported, reason);
     if (type == KESS_SOUND_TYPE_TNB) {
-        if (Status status = checkBank(); !status)
+        if (base::Result<> status = checkBank(); !status)
             return status;
     }
     uint64_t declaredLength = 0;
@@ -198,61 +184,65 @@ Status SourceFile::readFacts()
     if (result == KESS_OK)
         result = mSound->getDeclaredSampleCount(&declaredLength);
     if (result != KESS_OK)
-        return faultOf(result);
+        return errorFor(result);
 
     mFacts.sampleRate = rate;
     mFacts.sampleFormat = bank::SampleFormat(format);
     if (declaredLength > mFacts.length)
         return endsEarly(mFacts.length, declaredLength);
     if (mFacts.length == 0)
-        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file holds no samples"};
+        return refused(base::ErrorCode::Unsupported, "the file holds no samples");
     if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
         || mFacts.channels > bank::kMaximumChannels || !(rate >= 1 && rate <= float(bank::kMaximumSampleRate)))
-        return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + ": the file's sample format is unknown"};
+        return refused(base::ErrorCode::Unsupported, "the file's sample format is unknown");
     return {};
 }
 
-Fault SourceFile::endsEarly(uint64_t end, uint64_t length) const
+base::Error DecodedFile::endsEarly(uint64_t end, uint64_t length) const
 {
-    if (const int error = KESS_SystemError())
-        return fileFault("reading", mPath, error);
+    if (const int systemError = KESS_SystemError())
+        return base::fileError("reading", mPath, systemError);
     char text[160];
-    std::snprintf(text, sizeof text, ": the file is damaged or cut short: its sound ends after %.3f of %.3f seconds",
+    std::snprintf(text, sizeof text, "the file is damaged or cut short: its sound ends after %.3f of %.3f seconds",
                   double(end) / mFacts.sampleRate, double(length) / mFacts.sampleRate);
-    return {TARNOK_ERR_INVALID_FORMAT, std::string(baseName(mPath)) + text};
+    return refused(base::ErrorCode::Damaged, text);
 }
 
-Fault SourceFile::faultOf(KESS_RESULT result) const
+base::Error DecodedFile::errorFor(KESS_RESULT result) const
 {
-    const std::string name(baseName(mPath));
+    using base::ErrorCode;
     const bool mayBeSystems = result == KESS_ERR_FILE_BAD || result == KESS_ERR_FILE_COULDNOTSEEK
         || result == KESS_ERR_FORMAT || result == KESS_ERR_MEMORY;
-    if (const int error = mayBeSystems ? KESS_SystemError() : 0)
-        return fileFault(mSound ? "reading" : "opening", mPath, error);
+    if (const int systemError = mayBeSystems ? KESS_SystemError() : 0)
+        return base::fileError(mSound ? "reading" : "opening", mPath, systemError);
     switch (result) {
     case KESS_ERR_FILE_NOTFOUND:
-        return {TARNOK_ERR_FILE_NOT_FOUND, name + ": the file does not exist (" + mPath + ")"};
+        return refused(ErrorCode::NotFound, "the file does not exist (" + mPath + ")");
     case KESS_ERR_FILE_BAD: {
-        const Result<FileStamp> stamp = stampOf(mPath);
+        const base::Result<base::FileStamp> stamp = base::stampOf(mPath);
         const bool isEmpty = stamp && stamp->size == 0;
-        return {TARNOK_ERR_INVALID_FORMAT,
-                name + (isEmpty ? ": the file is empty" : ": the file is damaged or cut short")};
+        return refused(ErrorCode::Damaged, isEmpty ? "the file is empty" : "the file is damaged or cut short");
     }
     case KESS_ERR_FILE_COULDNOTSEEK:
-        return {TARNOK_ERR_INVALID_FORMAT,
-                name + ": the file is damaged or cut short, so that it can't be read at every place"};
+        return refused(ErrorCode::NotSeekable,
+                       "the file is damaged or cut short, so that it can't be read at every place");
     case KESS_ERR_FORMAT:
-        return {TARNOK_ERR_INVALID_FORMAT, name + ": this is not a kind of sound file that can be read here"};
+        return refused(ErrorCode::Format, "this is not a kind of sound file that can be read here");
     case KESS_ERR_TOOMANYCHANNELS:
-        return {TARNOK_ERR_INVALID_FORMAT,
-                name + ": the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels"};
+        return refused(ErrorCode::TooManyChannels,
+                       "the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels");
     case KESS_ERR_VERSION:
-        return {TARNOK_ERR_INVALID_FORMAT, name + ": this bank is of a version that isn't read here"};
+        return refused(ErrorCode::Version, "this bank is of a version that isn't read here");
     case KESS_ERR_MEMORY:
-        return {TARNOK_ERR_MEMORY, name + ": out of memory"};
+        return refused(ErrorCode::Memory, "out of memory");
     default:
-        return {TARNOK_ERR_KESS, name + ": the audio engine failed: " + KESS_ErrorString(result)};
+        return refused(ErrorCode::Engine, std::string("the audio engine failed: ") + KESS_ErrorString(result));
     }
+}
+
+base::Error DecodedFile::refused(base::ErrorCode code, const std::string& reason) const
+{
+    return {code, std::string(base::baseName(mPath)) + ": " + reason};
 }
 
 } // namespace tarnok

@@ -1,0 +1,31 @@
+// The reports of one build.
+#pragma once
+
+#include "base/result.hpp"
+#include "build/progress_queue.hpp"
+#include "tarnok.h"
+
+#include <cstddef>
+
+namespace tarnok {
+
+// Posts them if the library was initialised to deliver any. Safe to use by several threads.
+class BuildReports
+{
+public:
+    BuildReports(ProgressQueue& queue, bool isWanted)
+        : mQueue(queue)
+        , mIsWanted(isWanted)
+    { }
+
+    void sound(size_t index, unsigned worker, TARNOK_STATE state);
+    void soundFailed(size_t index, unsigned worker, const base::Error& error);
+    void bank(TARNOK_STATE state);
+    void bankFailed(const base::Error& error);
+
+private:
+    ProgressQueue& mQueue;
+    bool mIsWanted;
+};
+
+} // namespace tarnok

@@ -1,0 +1,15 @@
+#include "cache/encoded_location.hpp"
+
+namespace tarnok {
+
+EncodedLocation EncodedLocation::of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
+{
+    EncodedLocation location;
+    location.key = key;
+    location.dataBytes = dataBytes;
+    if (record.size() <= kLongestKeptRecord)
+        location.record.assign(record.begin(), record.end());
+    return location;
+}
+
+} // namespace tarnok

@@ -1,0 +1,41 @@
+// Where an encoded sound is stored until the bank is written.
+#pragma once
+
+#include "base/file.hpp"
+#include "cache/file_part.hpp"
+#include "support/content_hash.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace tarnok {
+
+// In the cache, or in a file without a name when the cache couldn't take it. The layout is the same in both: header,
+// encoded data, serialised form. Or the data is in the source file, where it may change, and the serialised form is
+// here.
+struct EncodedLocation
+{
+    struct InSource
+    {
+        uint64_t dataOffset = 0;
+        base::FileStamp stamp; // of the file when it was read
+    };
+
+    ContentHash key;
+    std::shared_ptr<const FilePart> spilled; // null: in the cache or the source
+    std::optional<InSource> inSource;
+    uint64_t dataBytes = 0;
+    std::vector<uint8_t> record; // the serialised form, if it is short
+
+    // Longer forms (those with a seek table) are read again when needed, so that memory doesn't grow with the sounds.
+    static constexpr size_t kLongestKeptRecord = 512;
+
+    bool inCache() const { return !spilled && !inSource; }
+
+    static EncodedLocation of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
+};
+
+} // namespace tarnok
