@@ -373,7 +373,7 @@ Error unreadable(const Error& error, std::string_view what)
 {
     // Bytes that are inside the source can only be damaged for those who decrypt them.
     if (error.code == ErrorCode::Damaged)
-        return damaged(std::string(what) + " can't be decrypted: they were changed");
+        return damaged(std::string(what) + " can't be decrypted: the bank was changed");
     return error;
 }
 

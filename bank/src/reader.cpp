@@ -26,7 +26,7 @@ namespace {
 
 Error mismatch(std::string_view what)
 {
-    return damaged(std::string(what) + " don't match their checksum");
+    return damaged(std::string(what) + " don't match the checksum");
 }
 
 struct Range
@@ -131,7 +131,7 @@ Result<> BankReader::Tables::load()
         return front.error();
     header = loadHeader(front->data());
     if (!base::rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
-        return damaged("the tables reach behind the end of the file");
+        return damaged("the tables extend beyond the end of the file");
     if (header.tablesBytes > kMaximumTablesBytes)
         return damaged("the tables are larger than those of any bank");
 
@@ -141,7 +141,7 @@ Result<> BankReader::Tables::load()
     if (const Result<> result = source->readAt(prefix->headerBytes, tables); !result)
         return unreadable(result.error(), "the tables");
     if (checksum(tables) != header.tablesChecksum)
-        return damaged("the tables don't match their checksum");
+        return damaged("the tables don't match the checksum");
     if (const Result<> result = checkPlaces(); !result)
         return result.error();
 
@@ -184,7 +184,7 @@ const char* BankReader::Tables::rowFault(const Row& row) const
     if (row.chunksOffset < tablesEnd() || !base::rangeInside(row.chunksOffset, row.chunksBytes, fileBytes))
         return "its chunks lie outside the bank";
     if (row.dataOffset < tablesEnd() || !base::rangeInside(row.dataOffset, row.dataBytes, fileBytes))
-        return "its data lie outside the bank";
+        return "its data lies outside the bank";
     if (!base::rangeInside(row.nameOffset, row.nameBytes, header.namesBytes))
         return "its name lies outside the names";
     return nullptr;
@@ -396,7 +396,7 @@ Result<> BankReader::verifyData(uint32_t index) const
         done += part.size();
     }
     if (running.value() != row.dataChecksum)
-        return mismatch(kWhat);
+        return damaged("its data doesn't match the checksum");
     return {};
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "opened_bank.hpp"
+#include "status.hpp"
 
 namespace tnb {
 
@@ -13,6 +14,6 @@ struct InfoRequest
 };
 
 // Prints to standard output, damaged sounds included. If there are any, the status is Damaged.
-[[nodiscard]] Status showInfo(const InfoRequest& request);
+base::Result<Status> showInfo(const InfoRequest& request);
 
 } // namespace tnb

@@ -38,17 +38,9 @@ KESS_RESULT asResult(base::ErrorCode code)
         return KESS_ERR_INVALID_PARAM;
     case ErrorCode::Memory:
         return KESS_ERR_MEMORY;
-    case ErrorCode::Io:
-    case ErrorCode::Damaged:
-    case ErrorCode::Codec:
-    case ErrorCode::ModuleMissing:
-    case ErrorCode::ModuleBad:
-    case ErrorCode::CacheLost:
-    case ErrorCode::NothingLeft:
-    case ErrorCode::Cancelled:
-        break;
+    default: // the system failed, or the file is damaged
+        return KESS_ERR_FILE_BAD;
     }
-    return KESS_ERR_FILE_BAD;
 }
 
 } // namespace

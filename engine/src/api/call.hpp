@@ -1,5 +1,5 @@
-// The boundary between the engine and its callers: no exception leaves a call, errors become numbers, and the last error
-// of each thread is kept for KESS_SystemError and KESS_ErrorDetail.
+// The boundary between the engine and its callers: no exception leaves a call, errors become numbers, and the last
+// error of each thread is kept for KESS_SystemError and KESS_ErrorDetail.
 #pragma once
 
 #include "kess.h"
