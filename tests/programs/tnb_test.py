@@ -111,8 +111,8 @@ class InfoTest(TnbCase):
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
             ([locked, "--key-file", "gone"], "can't read the key from gone"),
             ([locked, "--key-file", "wide"], "wide is in UTF-16"),
-            (["older.tnb"], "of a version of the container that this program doesn't read"),
-            (["newer.tnb"], "of a version of the container that this program doesn't read"),
+            (["older.tnb"], "it has a version of the bank format that this program can't read"),
+            (["newer.tnb"], "it has a version of the bank format that this program can't read"),
             (["a.wav", "--\x1b[2J"], r"\\x1b\[2J"),
         ):
             for command in ("info", "validate", "extract"):
@@ -161,10 +161,10 @@ class ValidateTest(TnbCase):
         damaged = bytearray(whole)
         damaged[sounds[0]["dataOffset"] + 99] ^= 1
         damaged[sounds[1]["chunksOffset"] + 9] ^= 1
-        self.assert_damage(damaged, "sound 0: its data don't match(?s:.*)sound 1: its chunks don't match")
+        self.assert_damage(damaged, "sound 0: its data doesn't match(?s:.*)sound 1: its chunks don't match")
         status, output, _ = self.tnb("info", "damaged.tnb")
         self.assertEqual(status, DAMAGED, "a sound whose chunks are damaged can't be described")
-        self.assertRegex(output, r"(?m)^ +1 +\(damaged\)$")
+        self.assertRegex(output, r"(?m)^ +1 +\(damaged: its chunks don't match the checksum\)$")
         self.build("locked.tnb", key="k", source="a.wav")
         for banks, status in ((["damaged.tnb", "whole.tnb"], DAMAGED), (["whole.tnb", "locked.tnb"], UNREADABLE)):
             self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: whole\n"))
