@@ -1,5 +1,8 @@
 #include "workshop.hpp"
 
+#include "support/clock.hpp"
+#include "support/moments.hpp"
+
 #include <fstream>
 
 namespace test {
@@ -120,6 +123,49 @@ void RunningBuild::join()
 {
     thread.join();
     std::ranges::copy(drainReports(), std::back_inserter(reports));
+}
+
+namespace {
+
+std::function<void(int, TARNOK_STATE)> actAtReport;
+std::function<void(size_t)> actAtCopy;
+
+} // namespace
+
+AtReports::AtReports(std::function<void(int sound, TARNOK_STATE state)> act)
+{
+    actAtReport = std::move(act);
+    tarnok::onReport = [](int sound, TARNOK_STATE state) {
+        actAtReport(sound, state);
+    };
+}
+
+AtReports::~AtReports()
+{
+    tarnok::onReport = nullptr;
+}
+
+AtCopies::AtCopies(std::function<void(size_t sound)> act)
+{
+    actAtCopy = std::move(act);
+    tarnok::onCopy = [](size_t sound) {
+        actAtCopy(sound);
+    };
+}
+
+AtCopies::~AtCopies()
+{
+    tarnok::onCopy = nullptr;
+}
+
+LaterClock::LaterClock()
+{
+    tarnok::clockAhead = 3'000'000'000;
+}
+
+LaterClock::~LaterClock()
+{
+    tarnok::clockAhead = 0;
 }
 
 Workshop::~Workshop()

@@ -94,6 +94,28 @@ struct RunningBuild : Outcome
     std::thread thread;
 };
 
+// While it lives, `act` is called at each report of a build, on the thread that posts it and goes on with the work that
+// the report announces.
+struct AtReports
+{
+    explicit AtReports(std::function<void(int sound, TARNOK_STATE state)> act);
+    ~AtReports();
+};
+
+// The same for each sound that is copied into the bank next.
+struct AtCopies
+{
+    explicit AtCopies(std::function<void(size_t sound)> act);
+    ~AtCopies();
+};
+
+// Lets the builder take all files that are there for old enough to trust their times.
+struct LaterClock
+{
+    LaterClock();
+    ~LaterClock();
+};
+
 // A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
 class Workshop : public testing::Test
 {

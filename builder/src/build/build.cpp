@@ -4,6 +4,7 @@
 #include "build/bank_output.hpp"
 #include "build/c_header.hpp"
 #include "encode/encoder.hpp"
+#include "support/moments.hpp"
 #include "support/worker_memory.hpp"
 #include "support/worker_pool.hpp"
 
@@ -69,6 +70,8 @@ public:
 
     bank::Result<bank::StoredSound> open(size_t index) override
     {
+        if (onCopy)
+            onCopy(index);
         const std::optional<StoredPlace>& place = mBuild.mPlaces[index];
         mInSource.reset();
         if (!place)

@@ -1,8 +1,8 @@
 #include "source/source_identity.hpp"
 
+#include "support/clock.hpp"
 #include "support/wide_hasher.hpp"
 
-#include <ctime>
 #include <vector>
 
 #include <fcntl.h>
@@ -12,13 +12,6 @@ namespace tarnok {
 namespace {
 
 constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
-
-int64_t nanosecondsNow()
-{
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
 
 // Reads to the end, whatever length the file was said to have: it may be growing.
 Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
@@ -44,7 +37,7 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
 {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const int64_t startedAt = nanosecondsNow();
+        const int64_t startedAt = now();
         SourceIdentity identity;
         const Result<FileDescriptor> file = openForReading(path, &identity.stamp);
         if (!file)

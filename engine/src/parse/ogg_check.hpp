@@ -6,15 +6,14 @@
 
 #include <cstdint>
 
-    namespace kess
-{
+namespace kess {
 
-    // Whether few enough page headers begin inside other pages. A library computes a checksum over the whole length
-    // that such a header declares, and goes on after its first bytes: 28 bytes ask it for 65,000, again at each search.
-    [[nodiscard]] bool oggPagesAreBearable(const FilePointer& file, const FileKind& kind);
+// Whether few enough page headers begin inside other pages. A library computes a checksum over the whole length
+// that such a header declares, and goes on after its first bytes: 28 bytes ask it for 65,000, again at each search.
+[[nodiscard]] bool oggPagesAreBearable(const FilePointer& file, const FileKind& kind);
 
-    // The same, and whether all links together have no more than mostComments comments, and few enough first pages of
-    // streams. opusfile keeps the comments of every link, and compares the first pages of a link with each other.
-    [[nodiscard]] bool oggIsBearable(const FilePointer& file, const FileKind& kind, uint64_t mostComments);
+// The same, and whether all links together have no more than mostComments comments, and few enough first pages of
+// streams. opusfile keeps the comments of every link, and compares the first pages of a link with each other.
+[[nodiscard]] bool oggIsBearable(const FilePointer& file, const FileKind& kind, uint64_t mostComments);
 
 } // namespace kess
