@@ -169,34 +169,72 @@ TEST_F(Cache, HealsFromEveryDamage)
 }
 
 // A folder "sounds" or "index" may have been there before somebody chose the folder around it for the cache.
-TEST_F(Cache, LeavesAloneWhatIsNotItsOwn)
+struct ForeignFiles : Workshop
 {
-    Order order = orderOf(makeSounds(8));
-    order.each.desiredSampleRate = 22050; // so that PCM is stored in entries, too
-    order.format = TARNOK_FORMAT_KADPCM;
-    const Bytes expected = mustBuild(order).bank;
-    std::vector<std::string> entries = filesBelow("cache/sounds");
-    ASSERT_EQ(entries.size(), 8u);
-    const auto isBeside = [](const std::string& left, const std::string& right) {
-        return fs::path(left).parent_path() == fs::path(right).parent_path();
-    };
-    entries.erase(std::unique(entries.begin(), entries.end(), isBeside), entries.end()); // one of each folder
-    ASSERT_GE(entries.size(), 3u);
-    const auto nameOf = [&](size_t entry) {
-        return entries[entry].substr(pathOf("cache").size());
-    };
-    const auto folderOf = [&](size_t entry) {
-        return fs::path(nameOf(entry)).parent_path().string();
-    };
-    const std::string hash(64, 'a');
+    // Where a cache has put its entries, one in each of its folders.
+    void findEntries()
+    {
+        order = orderOf(makeSounds(8));
+        order.each.desiredSampleRate = 22050; // so that PCM is stored in entries, too
+        order.format = TARNOK_FORMAT_KADPCM;
+        expected = mustBuild(order).bank;
+        entries = filesBelow("cache/sounds");
+        ASSERT_EQ(entries.size(), 8u);
+        const auto isBeside = [](const std::string& left, const std::string& right) {
+            return fs::path(left).parent_path() == fs::path(right).parent_path();
+        };
+        entries.erase(std::unique(entries.begin(), entries.end(), isBeside), entries.end());
+        ASSERT_GE(entries.size(), 3u);
+        order.cache = pathOf("mine");
+    }
 
-    std::map<std::string, Bytes> foreign;
-    const auto put = [&](const std::string& name) {
+    void put(const std::string& name)
+    {
         const std::string path = pathOf("mine/" + name);
         fs::create_directories(fs::path(path).parent_path());
         writeFile(path, foreign[path] = Bytes(20'000, uint8_t(foreign.size() + 1)));
         makeOlder(path, 7200);
-    };
+    }
+
+    [[nodiscard]] std::string nameOf(size_t entry) const { return entries[entry].substr(pathOf("cache").size()); }
+    [[nodiscard]] std::string folderOf(size_t entry) const { return fs::path(nameOf(entry)).parent_path().string(); }
+
+    // Builds with sounds that are left in their files and such that are stored; the last bank is the expected one.
+    void expectUntouchedByBuilds()
+    {
+        for (const auto& [format, rate] : {std::pair(TARNOK_FORMAT_PCM, 0),
+                                           {TARNOK_FORMAT_PCM, 22050},
+                                           {TARNOK_FORMAT_KADPCM, 0},
+                                           {TARNOK_FORMAT_KADPCM, 22050}}) {
+            SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
+            order.format = format;
+            order.each.desiredSampleRate = float(rate);
+            const Outcome outcome = mustBuild(order);
+            EXPECT_LE(outcome.remarks.size(), 1u);
+            EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || outcome.remarks.size() == 1u)
+                << "the records are kept nowhere";
+            for (const std::string& remark : outcome.remarks)
+                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
+            if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
+                EXPECT_TRUE(outcome.bank == expected);
+                EXPECT_EQ(outcome.remarks.size(), 1u);
+                EXPECT_LE(build(order).cachedSounds(), 6);
+            }
+        }
+        for (const auto& [path, bytes] : foreign)
+            EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
+    }
+
+    Order order;
+    Bytes expected;
+    std::vector<std::string> entries;
+    std::map<std::string, Bytes> foreign;
+};
+
+TEST_F(ForeignFiles, AreLeftAlone)
+{
+    findEntries();
+    const std::string hash(64, 'a');
     for (const char* name : {"sounds/kick.wav", "sounds/master/take/1", "index/book.index", "records/take.wav",
                              "incomplete/sound.tmp", "tidied"})
         put(name);
@@ -211,34 +249,12 @@ TEST_F(Cache, LeavesAloneWhatIsNotItsOwn)
     makeOlder(old, 7200);
     writeFile(pathOf("mine/limit"), "1");
 
-    order.cache = pathOf("mine");
-    const auto buildAll = [&] {
-        for (const TARNOK_FORMAT format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM}) {
-            order.format = format;
-            for (const int rate : {0, 22050}) {
-                order.each.desiredSampleRate = rate;
-                const Outcome outcome = mustBuild(order);
-                const bool isStored = format != TARNOK_FORMAT_PCM || rate != 0;
-                EXPECT_LE(outcome.remarks.size(), 1u);
-                EXPECT_TRUE(isStored || outcome.remarks.size() == 1u) << "the records are kept nowhere";
-                for (const std::string& remark : outcome.remarks)
-                    EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
-                if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
-                    EXPECT_TRUE(outcome.bank == expected);
-                    EXPECT_EQ(outcome.remarks.size(), 1u);
-                    EXPECT_LE(build(order).cachedSounds(), 6);
-                }
-            }
-        }
-        for (const auto& [path, bytes] : foreign)
-            EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
-    };
-    buildAll();
+    expectUntouchedByBuilds();
     EXPECT_FALSE(fs::exists(old));
     foreign.erase(pathOf("mine/records/take.wav"));
     fs::remove_all(pathOf("mine/records"));
     put("records");
-    buildAll();
+    expectUntouchedByBuilds();
 }
 
 TEST_F(Cache, RemembersUnchangedFilesAndSurvivesDamageToThatMemory)
@@ -395,36 +411,18 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
     const Bytes expected = mustBuild(order).bank;
     order.key = "key";
     const Bytes locked = mustBuild(order).bank;
-    const auto isWriting = [](int sound, TARNOK_STATE state) {
-        return sound < 0 && state == TARNOK_STATE_WRITING;
-    };
-    using Moment = std::function<bool(int sound, TARNOK_STATE state)>;
-    const std::pair<const char*, Moment> moments[] = {
-        {"any",
-         [](int, TARNOK_STATE) {
-             return true;
-         }},
-        {"before a sound is stored",
-         [](int, TARNOK_STATE state) {
-             return state == TARNOK_STATE_WRITING;
-         }},
-        {"after a sound was stored",
-         [](int, TARNOK_STATE state) {
-             return state == TARNOK_STATE_FINISHED;
-         }},
-        {"before the bank is written", isWriting},
-    };
-    for (const auto& [name, isNow] : moments) {
+    for (const TARNOK_STATE moment :
+         {TARNOK_STATE_DECODING, TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING, TARNOK_STATE_FINISHED}) {
         for (const char* part : {"cache", "cache/sounds", "cache/incomplete"}) {
-            SCOPED_TRACE(testing::Message() << part << ", " << name);
+            SCOPED_TRACE(testing::Message() << part << " at state " << moment);
             const auto empty = [&] {
                 std::error_code ignored;
                 fs::remove_all(pathOf(part), ignored);
                 fs::create_directory(pathOf(part), ignored);
             };
             order.key = order.key ? nullptr : "key";
-            const AtReports remover([&, isNow = isNow](int sound, TARNOK_STATE state) {
-                if (isNow(sound, state))
+            const AtReports remover([&](int, TARNOK_STATE state) {
+                if (state == moment)
                     empty();
             });
             const AtCopies copyRemover([&](size_t sound) {

@@ -1,10 +1,14 @@
 // The library's life: calls in and out of order, reports, cancelling and releasing at any moment.
 #include "workshop.hpp"
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <ctime>
+#include <latch>
 #include <set>
+#include <thread>
 
 using namespace test;
 using Clock = std::chrono::steady_clock;
@@ -174,23 +178,7 @@ TEST_F(Library, EndsThousandsOfTinyBuildsInARowCleanly)
     EXPECT_EQ(threadCount(), threads);
 }
 
-// How long cancelling takes. A busy machine makes a few waits long. It can't make them take more work, so that is held
-// to the limit each time.
-struct Waits
-{
-    void check()
-    {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-        std::ranges::sort(milliseconds);
-        EXPECT_LE(milliseconds[milliseconds.size() * 9 / 10], 200);
-        EXPECT_LE(mostWork, 200);
-#endif
-    }
-
-    std::vector<double> milliseconds;
-    double mostWork = 0;
-};
-
+// Long builds that are cancelled, and how long that takes.
 struct Cancelling : Library
 {
     Cancelling()
@@ -203,6 +191,17 @@ struct Cancelling : Library
         order.initFlags |= TARNOK_INIT_REBUILD;
     }
 
+    // A busy machine makes a few waits long. It can't make them take more work, so that is held to the limit each time.
+    ~Cancelling() override
+    {
+        EXPECT_EQ(threadCount(), threads);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        std::ranges::sort(waits);
+        EXPECT_LE(waits[waits.size() * 9 / 10], 200);
+        EXPECT_LE(mostWork, 200);
+#endif
+    }
+
     // A build during which somebody calls cancel(). False: it was complete by then.
     bool isBuildCancelled()
     {
@@ -210,12 +209,11 @@ struct Cancelling : Library
         writeFile(order.output, "the bank before");
         const TARNOK_RESULT result = build(order).result;
         EXPECT_EQ(leftovers(), std::vector<std::string>());
-        if (result != TARNOK_ERR_CANCELLED) {
-            EXPECT_EQ(result, TARNOK_OK);
+        EXPECT_TRUE(result == TARNOK_OK || result == TARNOK_ERR_CANCELLED) << result;
+        if (result != TARNOK_ERR_CANCELLED)
             return false;
-        }
-        waits.milliseconds.push_back(std::chrono::duration<double, std::milli>(Clock::now() - asked).count());
-        waits.mostWork = std::max(waits.mostWork, double(std::clock() - workBefore) * 1000 / CLOCKS_PER_SEC);
+        waits.push_back(std::chrono::duration<double, std::milli>(Clock::now() - asked).count());
+        mostWork = std::max(mostWork, double(std::clock() - workBefore) * 1000 / CLOCKS_PER_SEC);
         EXPECT_EQ(readFile(order.output).size(), 15u);
         return true;
     }
@@ -230,23 +228,24 @@ struct Cancelling : Library
     }
 
     Order order;
-    Waits waits;
+    const int threads = threadCount();
+    std::vector<double> waits; // milliseconds
+    double mostWork = 0;
     std::atomic<bool> isAsked = false;
     Clock::time_point asked;
     std::clock_t workBefore = 0;
 };
 
-// Each phase of each sound has all of its work before it when it is cancelled.
+constexpr TARNOK_STATE phases[] = {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING,
+                                   TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING};
+
+// Each phase has all of its work before it when it is cancelled.
 TEST_F(Cancelling, TakesAFifthOfASecondAtTheBeginningOfEveryPhaseAndLeavesNothingBehind)
 {
-    const int threads = threadCount();
     for (const TARNOK_FORMAT format : allFormats) {
         order.format = format;
-        for (const TARNOK_STATE phase : {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING,
-                                         TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING}) {
-            for (int index = -1; index < 3; ++index) {
-                if (index < 0 && phase != TARNOK_STATE_WRITING)
-                    continue; // no phase of a bank
+        for (const TARNOK_STATE phase : phases) {
+            for (int index = phase == TARNOK_STATE_WRITING ? -1 : 0; index < 3; ++index) {
                 SCOPED_TRACE(testing::Message() << "sound " << index << ", state " << phase << ", format " << format);
                 order.key = index == 1 ? "key" : nullptr;
                 const AtReports canceller([&](int sound, TARNOK_STATE state) {
@@ -264,19 +263,17 @@ TEST_F(Cancelling, TakesAFifthOfASecondAtTheBeginningOfEveryPhaseAndLeavesNothin
             EXPECT_TRUE(isBuildCancelled());
         }
     }
-    waits.check();
-    EXPECT_EQ(threadCount(), threads);
     order.initFlags = TARNOK_INIT_ALWAYS;
     mustBuild(order);
 }
 
-// Steps through the work of a phase. Where the build ends before its step comes, that tests nothing and is no failure.
+// Where the build ends before it is cancelled, that tests nothing and is no failure.
 TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
 {
     order.threads = 1;
     for (const TARNOK_FORMAT format : allFormats) {
         order.format = format;
-        for (const TARNOK_STATE phase : {TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING, TARNOK_STATE_ENCODING}) {
+        for (const TARNOK_STATE phase : phases) {
             for (const int milliseconds : {1, 4, 10, 25, 60}) {
                 std::jthread canceller;
                 const AtReports watcher([&](int, TARNOK_STATE state) {
@@ -287,11 +284,9 @@ TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
                         });
                 });
                 isBuildCancelled();
-                canceller = {};
             }
         }
     }
-    waits.check();
 }
 
 TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
@@ -303,14 +298,20 @@ TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
     next.output = pathOf("next.tnb");
     const int threads = threadCount();
     for (int round = 0; round < 15; ++round) {
-        RunningBuild running(order);
-        EXPECT_TRUE(running.waitFor(TARNOK_STATE(round % 4)));
+        ASSERT_EQ(initialise(order), TARNOK_OK);
+        std::latch reached(1);
+        std::atomic<bool> isFirst = true;
+        const AtReports watcher([&](int, TARNOK_STATE state) {
+            if (state == TARNOK_STATE(round % 4) && isFirst.exchange(false))
+                reached.count_down();
+        });
+        std::jthread running([&] { EXPECT_EQ(buildOnly(order), TARNOK_ERR_CANCELLED); });
+        reached.wait();
         EXPECT_EQ(buildOnly(next), TARNOK_ERR_INITIALIZED) << "a second build at once";
         EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
         EXPECT_LE(threadCount(), threads + 1) << "only the caller's thread is left";
         mustBuild(next);
         running.join();
-        EXPECT_EQ(running.result, TARNOK_ERR_CANCELLED);
         EXPECT_EQ(leftovers(), std::vector<std::string>());
     }
     EXPECT_FALSE(fs::exists(order.output));

@@ -82,29 +82,31 @@ private:
     int* mJumps;
 };
 
+// Length, loop, and the rates from and to which it is resampled.
+const std::tuple<uint64_t, std::optional<bank::Loop>, double, double> kResamplings[] = {
+    {44100, bank::Loop{0, 44100}, 44100, 48000},
+    {44101, bank::Loop{0, 44101}, 44100, 48000},
+    {100'003, bank::Loop{0, 100'003}, 48000, 11025},
+    {37, bank::Loop{0, 37}, 44100, 48000},
+    {5000, bank::Loop{0, 5000}, 8000, 192'000},
+    {60'000, bank::Loop{10'007, 40'013}, 44100, 48000},
+    {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
+    {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
+    {50'000, bank::Loop{0, 30'000}, 44100, 32000},
+    {30'000, bank::Loop{20'000, 20'100}, 44100, 48000},
+    {30'000, bank::Loop{29'847, 30'000}, 44100, 16000},
+    {30'000, bank::Loop{0, 20}, 44100, 48000},
+    {300, bank::Loop{100, 200}, 44100, 48000},
+    {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
+    {44100, std::nullopt, 44100, 48000},
+    {3, std::nullopt, 44100, 48000},
+};
+
 } // namespace
 
 TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
 {
-    const std::tuple<uint64_t, std::optional<bank::Loop>, double, double> cases[] = {
-        {44100, bank::Loop{0, 44100}, 44100, 48000},
-        {44101, bank::Loop{0, 44101}, 44100, 48000},
-        {100'003, bank::Loop{0, 100'003}, 48000, 11025},
-        {37, bank::Loop{0, 37}, 44100, 48000},
-        {5000, bank::Loop{0, 5000}, 8000, 192'000},
-        {60'000, bank::Loop{10'007, 40'013}, 44100, 48000},
-        {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
-        {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
-        {50'000, bank::Loop{0, 30'000}, 44100, 32000},
-        {30'000, bank::Loop{20'000, 20'100}, 44100, 48000},
-        {30'000, bank::Loop{29'847, 30'000}, 44100, 16000},
-        {30'000, bank::Loop{0, 20}, 44100, 48000},
-        {300, bank::Loop{100, 200}, 44100, 48000},
-        {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
-        {44100, std::nullopt, 44100, 48000},
-        {3, std::nullopt, 44100, 48000},
-    };
-    for (const auto& [length, loop, from, to] : cases) {
+    for (const auto& [length, loop, from, to] : kResamplings) {
         SCOPED_TRACE(testing::Message() << length << " " << from << " to " << to);
         // About 300 Hz, with a whole number of periods in the loop, so that the tone is the same on both sides of its
         // seam.

@@ -1,8 +1,5 @@
 #include "workshop.hpp"
 
-#include "support/clock.hpp"
-#include "support/moments.hpp"
-
 #include <fstream>
 
 namespace test {
@@ -93,79 +90,6 @@ Outcome mustBuild(const Order& order)
     Outcome outcome = build(order);
     EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
     return outcome;
-}
-
-RunningBuild::RunningBuild(const Order& order)
-{
-    EXPECT_EQ(initialise(order), TARNOK_OK);
-    thread = std::thread([this, order] {
-        result = buildOnly(order);
-        ended = true;
-    });
-}
-
-bool RunningBuild::waitFor(TARNOK_STATE state)
-{
-    const auto isWanted = [&](const Report& report) {
-        return report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
-    };
-    for (bool isLastLook = false; !isLastLook; std::this_thread::sleep_for(std::chrono::microseconds(100))) {
-        isLastLook = ended;
-        const std::vector<Report> latest = drainReports();
-        std::ranges::copy(latest, std::back_inserter(reports));
-        if (std::ranges::any_of(latest, isWanted))
-            return true;
-    }
-    return false;
-}
-
-void RunningBuild::join()
-{
-    thread.join();
-    std::ranges::copy(drainReports(), std::back_inserter(reports));
-}
-
-namespace {
-
-std::function<void(int, TARNOK_STATE)> actAtReport;
-std::function<void(size_t)> actAtCopy;
-
-} // namespace
-
-AtReports::AtReports(std::function<void(int sound, TARNOK_STATE state)> act)
-{
-    actAtReport = std::move(act);
-    tarnok::onReport = [](int sound, TARNOK_STATE state) {
-        actAtReport(sound, state);
-    };
-}
-
-AtReports::~AtReports()
-{
-    tarnok::onReport = nullptr;
-}
-
-AtCopies::AtCopies(std::function<void(size_t sound)> act)
-{
-    actAtCopy = std::move(act);
-    tarnok::onCopy = [](size_t sound) {
-        actAtCopy(sound);
-    };
-}
-
-AtCopies::~AtCopies()
-{
-    tarnok::onCopy = nullptr;
-}
-
-LaterClock::LaterClock()
-{
-    tarnok::clockAhead = 3'000'000'000;
-}
-
-LaterClock::~LaterClock()
-{
-    tarnok::clockAhead = 0;
 }
 
 Workshop::~Workshop()
