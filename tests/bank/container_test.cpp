@@ -208,39 +208,54 @@ TEST(Container, NoticesEveryFlippedBitAndEveryCut)
         EXPECT_FALSE(intact({bytes.begin(), bytes.begin() + ptrdiff_t(size)})) << size;
 }
 
-TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
+namespace {
+
+std::vector<uint8_t> chunk(const char* tag, const std::vector<uint64_t>& numbers)
+{
+    std::vector<uint8_t> made(tag, tag + 4);
+    base::appendLittle(made, uint32_t(numbers.size() * 8));
+    for (const uint64_t number : numbers)
+        base::appendLittle(made, number);
+    return made;
+}
+
+struct SerialisedSound : testing::Test
 {
     const bank::Sound sound = arbitrarySound("", 500, 1).sound;
-    std::vector<uint8_t> bytes = bank::serialise(sound);
-    ASSERT_TRUE(bank::deserialise(bytes));
-    EXPECT_TRUE(*bank::deserialise(bytes) == sound);
-
+    const std::vector<uint8_t> bytes = bank::serialise(sound);
     const size_t chunksAt = bank::kSoundRecordBytes + 8 + sound.setup.size();
-    const auto withChunks = [&](std::vector<uint8_t> chunks) {
+
+    [[nodiscard]] base::Result<bank::Sound> withChunks(const std::vector<uint8_t>& chunks) const
+    {
         std::vector<uint8_t> made(bytes.begin(), bytes.begin() + ptrdiff_t(chunksAt));
         made.insert(made.end(), chunks.begin(), chunks.end());
         storeAt(made, 28, chunks.size(), 4);
         storeAt(made, 32, bank::checksum(chunks), 8);
         return bank::deserialise(made);
-    };
-    const auto chunk = [](const char* tag, std::vector<uint64_t> numbers) {
-        std::vector<uint8_t> made(tag, tag + 4);
-        base::appendLittle(made, uint32_t(numbers.size() * 8));
-        for (const uint64_t number : numbers)
-            base::appendLittle(made, number);
-        return made;
-    };
+    }
+};
 
+} // namespace
+
+TEST_F(SerialisedSound, IsReadAsItWasWrittenAndWithChunksThatAreUnknown)
+{
+    ASSERT_TRUE(bank::deserialise(bytes));
+    EXPECT_TRUE(*bank::deserialise(bytes) == sound);
     std::vector<uint8_t> extended = chunk("LATE", {1, 2, 3});
     extended.insert(extended.end(), bytes.begin() + ptrdiff_t(chunksAt), bytes.end());
     ASSERT_TRUE(withChunks(extended));
     EXPECT_TRUE(*withChunks(extended) == sound);
+}
 
+TEST_F(SerialisedSound, IsRefusedWithImpossibleChunks)
+{
+    std::vector<uint64_t> longSeam(70); // as long as it says
+    longSeam[1] = bank::kMostCorrectedFrames + 1;
     const std::map<const char*, std::vector<std::vector<uint64_t>>> impossible = {
         {"LOOP", {{5, 5}, {5, 5001}, {5}}},
         {"SEEK", {{40, 10, 40, 20}, {40, 10, 50, 10}, {40, 500}, {40, 10, 50}}},
         {"SYNC", {{5001, 4}, {7, 4, 5, 4}, {1, uint64_t(1) << 31}}},
-        {"SEAM", {{4'999, 2}, {1, 0, 0}, {0, 5'000, 0}}},
+        {"SEAM", {{4'999, 2}, {1, 0, 0}, {0, 5'000, 0}, longSeam}},
         {"PEAK", {{0x7f800000}, {0xbf800000}}},
     };
     for (const auto& [tag, contents] : impossible) {
@@ -248,17 +263,18 @@ TEST(SerialisedSound, SkipsUnknownChunksAndRefusesImpossibleOnes)
             EXPECT_EQ(failure(withChunks(chunk(tag, numbers))), ErrorCode::Damaged)
                 << tag << testing::PrintToString(numbers);
     }
-    std::vector<uint64_t> longSeam(70); // as long as it says
-    longSeam[1] = bank::kMostCorrectedFrames + 1;
-    EXPECT_EQ(failure(withChunks(chunk("SEAM", longSeam))), ErrorCode::Damaged);
     EXPECT_EQ(failure(withChunks({'L', 'O', 'O'})), ErrorCode::Damaged);
     EXPECT_EQ(failure(withChunks({'L', 'A', 'T', 'E', 1, 0, 0, 0})), ErrorCode::Damaged);
+}
+
+TEST_F(SerialisedSound, IsRefusedWhenItIsCutOrItsRecordIsImpossible)
+{
     for (size_t size = 0; size < bytes.size(); ++size)
         EXPECT_EQ(failure(bank::deserialise(std::span(bytes).first(size))), ErrorCode::Damaged);
-    for (const auto& [place, value] : {std::pair(1, 3), {1, 0}, {20, 101}}) {
+    for (const auto& [offset, value] : {std::pair(1, 3), {1, 0}, {20, 101}}) {
         std::vector<uint8_t> mutant = bytes;
-        mutant[size_t(place)] = uint8_t(value);
-        EXPECT_EQ(failure(bank::deserialise(mutant)), ErrorCode::Damaged) << place << " " << value;
+        mutant[size_t(offset)] = uint8_t(value);
+        EXPECT_EQ(failure(bank::deserialise(mutant)), ErrorCode::Damaged) << offset << " " << value;
     }
 }
 
@@ -296,17 +312,24 @@ TEST(EncryptedBank, OpensWithItsKeyAndHidesEverythingWithoutIt)
     }
 }
 
-TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
+namespace {
+
+// Unlocks a bank and reads all of it.
+base::Result<> outcome(const std::vector<uint8_t>& bytes)
+{
+    const auto unlocked = bank::unlock(sourceOf(bytes), "key");
+    if (!unlocked)
+        return unlocked.error();
+    std::vector<uint8_t> all((*unlocked)->size());
+    return (*unlocked)->readAt(0, all);
+}
+
+} // namespace
+
+TEST(EncryptedBank, IsDamagedWhenItsPiecesAreMovedMixedOrCut)
 {
     const std::vector<EncodedSound> sounds = {arbitrarySound("long", 150'000, 0)};
     const std::vector<uint8_t> bytes = makeBank(sounds, {}, "key");
-    const auto outcome = [](const std::vector<uint8_t>& mutant) -> base::Result<> {
-        const auto unlocked = bank::unlock(sourceOf(mutant), "key");
-        if (!unlocked)
-            return unlocked.error();
-        std::vector<uint8_t> all((*unlocked)->size());
-        return (*unlocked)->readAt(0, all);
-    };
     ASSERT_TRUE(outcome(bytes));
 
     constexpr ptrdiff_t kFirst = 128;
@@ -326,10 +349,16 @@ TEST(EncryptedBank, TellsDamageFromAWrongKeyWhereverItIs)
     std::vector<uint8_t> greedy = bytes;
     storeAt(greedy, 44, 0x7fffffff, 4);
     resealEncrypted(greedy);
-    for (const auto& mutant : {swapped, mixed, shortened, cut, greedy})
-        EXPECT_EQ(failure(outcome(mutant)), ErrorCode::Damaged);
+    const std::pair<const char*, std::vector<uint8_t>> mutants[] = {
+        {"swapped", swapped}, {"mixed", mixed}, {"shortened", shortened}, {"cut", cut}, {"greedy", greedy}};
+    for (const auto& [name, mutant] : mutants)
+        EXPECT_EQ(failure(outcome(mutant)), ErrorCode::Damaged) << name;
+}
 
-    // Any byte of the header, whose checksum anybody can make.
+// Anybody can make the checksum of the header.
+TEST(EncryptedBank, TellsDamageOfItsHeaderFromAWrongKey)
+{
+    const std::vector<uint8_t> bytes = makeBank({arbitrarySound("long", 150'000, 0)}, {}, "key");
     const auto expected = [](size_t at) {
         if (at < 10)
             return ErrorCode::Version;

@@ -204,25 +204,31 @@ TEST(OpusPackets, SayWhetherTheyAreStationary)
     EXPECT_LE(transients, 20);
 }
 
+namespace {
+
+// Name, frames, loop and channels.
+const std::tuple<const char*, size_t, base::Loop, int> kSeams[] = {
+    {"whole", 44'100, {0, 44'100}, 1},
+    {"whole stereo", 44'100, {0, 44'100}, 2},
+    {"inner", 44'100, {11'000, 33'000}, 1},
+    {"behind an intro", 44'100, {11'000, 44'100}, 2},
+    {"before an outro", 44'100, {0, 22'000}, 1},
+    {"short inner", 44'100, {20'000, 20'300}, 1},
+    {"below a frame", 700, {0, 700}, 1},
+    {"tiny", 100, {0, 100}, 1},
+    {"hardly two windows", 500, {0, 500}, 2},
+    {"inside a tiny one", 400, {200, 300}, 1},
+    {"behind a short intro", 800, {100, 200}, 2},
+    {"whole odd", 11'600, {0, 11'600}, 1},
+};
+
+} // namespace
+
 TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
 {
     constexpr size_t kWindow = 256;
-    const std::tuple<const char*, size_t, base::Loop, int> cases[] = {
-        {"whole", 44'100, {0, 44'100}, 1},
-        {"whole stereo", 44'100, {0, 44'100}, 2},
-        {"inner", 44'100, {11'000, 33'000}, 1},
-        {"behind an intro", 44'100, {11'000, 44'100}, 2},
-        {"before an outro", 44'100, {0, 22'000}, 1},
-        {"short inner", 44'100, {20'000, 20'300}, 1},
-        {"below a frame", 700, {0, 700}, 1},
-        {"tiny", 100, {0, 100}, 1},
-        {"hardly two windows", 500, {0, 500}, 2},
-        {"inside a tiny one", 400, {200, 300}, 1},
-        {"behind a short intro", 800, {100, 200}, 2},
-        {"whole odd", 11'600, {0, 11'600}, 1},
-    };
     for (const Codec codec : kLossyCodecs) {
-        for (const auto& [name, frames, loop, channelCount] : cases) {
+        for (const auto& [name, frames, loop, channelCount] : kSeams) {
             for (const int quality : {20, 34, 50, 80}) {
                 SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << name << " quality " << quality);
                 // Where KADPCM is as good as its 16 bits, a loop of a hundred samples is left to chance.

@@ -30,6 +30,7 @@
 #include <pthread.h>
 
 using namespace tarnok;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -85,29 +86,31 @@ private:
     int* mJumps;
 };
 
+// Length, loop, and the rates from and to which it is resampled.
+const std::tuple<uint64_t, std::optional<base::Loop>, double, double> kResamplings[] = {
+    {44100, base::Loop{0, 44100}, 44100, 48000},
+    {44101, base::Loop{0, 44101}, 44100, 48000},
+    {100'003, base::Loop{0, 100'003}, 48000, 11025},
+    {37, base::Loop{0, 37}, 44100, 48000},
+    {5000, base::Loop{0, 5000}, 8000, 192'000},
+    {60'000, base::Loop{10'007, 40'013}, 44100, 48000},
+    {60'000, base::Loop{10'007, 40'013}, 48000, 16000},
+    {50'000, base::Loop{49'000, 50'000}, 44100, 48000},
+    {50'000, base::Loop{0, 30'000}, 44100, 32000},
+    {30'000, base::Loop{20'000, 20'100}, 44100, 48000},
+    {30'000, base::Loop{29'847, 30'000}, 44100, 16000},
+    {30'000, base::Loop{0, 20}, 44100, 48000},
+    {300, base::Loop{100, 200}, 44100, 48000},
+    {1'500'000, base::Loop{0, 1'500'000}, 44100, 48000},
+    {44100, std::nullopt, 44100, 48000},
+    {3, std::nullopt, 44100, 48000},
+};
+
 } // namespace
 
 TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
 {
-    const std::tuple<uint64_t, std::optional<base::Loop>, double, double> cases[] = {
-        {44100, base::Loop{0, 44100}, 44100, 48000},
-        {44101, base::Loop{0, 44101}, 44100, 48000},
-        {100'003, base::Loop{0, 100'003}, 48000, 11025},
-        {37, base::Loop{0, 37}, 44100, 48000},
-        {5000, base::Loop{0, 5000}, 8000, 192'000},
-        {60'000, base::Loop{10'007, 40'013}, 44100, 48000},
-        {60'000, base::Loop{10'007, 40'013}, 48000, 16000},
-        {50'000, base::Loop{49'000, 50'000}, 44100, 48000},
-        {50'000, base::Loop{0, 30'000}, 44100, 32000},
-        {30'000, base::Loop{20'000, 20'100}, 44100, 48000},
-        {30'000, base::Loop{29'847, 30'000}, 44100, 16000},
-        {30'000, base::Loop{0, 20}, 44100, 48000},
-        {300, base::Loop{100, 200}, 44100, 48000},
-        {1'500'000, base::Loop{0, 1'500'000}, 44100, 48000},
-        {44100, std::nullopt, 44100, 48000},
-        {3, std::nullopt, 44100, 48000},
-    };
-    for (const auto& [length, loop, from, to] : cases) {
+    for (const auto& [length, loop, from, to] : kResamplings) {
         SCOPED_TRACE(testing::Message() << length << " " << from << " to " << to);
         // About 300 Hz, with a whole number of periods in the loop, so that the tone is the same on both sides of its
         // seam.
@@ -329,60 +332,79 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
         EXPECT_NEAR(again[i], i % 2 ? -32768 : 32767, 1);
 }
 
-// A window must come back from its look at the reports while a build still posts them, and find them all at the end.
-TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd)
+// A queue whose clock goes on only when the test says so.
+struct WatchedQueue
 {
-    ProgressQueue queue;
-    auto fetchAll = [&, next = 0](bool slowly) mutable {
+    explicit WatchedQueue(int reports)
+    {
+        queue.beginBuild();
+        for (int index = 0; index < reports; ++index)
+            queue.post(index, 0, TARNOK_STATE_FINISHED);
+    }
+
+    // Fetches what there is, each report in so long.
+    int fetchAll(ProgressQueue::Clock::duration each)
+    {
+        int count = 0;
         while (const TARNOK_PROGRESSITEM* item = queue.fetch()) {
             EXPECT_EQ(item->subSoundIndex, next++);
             EXPECT_TRUE(queue.release(item));
-            if (slowly)
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            time += each;
+            ++count;
         }
-        return next;
-    };
-
-    const auto begin = [&](int count) {
-        queue.beginBuild();
-        for (int index = 0; index < count; ++index)
-            queue.post(index, 0, TARNOK_STATE_FINISHED);
-    };
-
-    begin(50000);
-    const int portion = fetchAll(true);
-    EXPECT_GE(portion, 64);
-    EXPECT_LT(portion, 1000);
-    EXPECT_GT(fetchAll(true), portion) << "the next look goes on";
-
-    // The watcher has gone: nobody waits for it.
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    const auto began = std::chrono::steady_clock::now();
-    queue.endBuild({});
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(400));
-    EXPECT_EQ(fetchAll(false), 50000);
-
-    // A watcher that goes on looking is waited for, unless the build was cancelled.
-    for (const bool isCancelled : {false, true}) {
-        std::stop_source stop;
-        if (isCancelled)
-            stop.request_stop();
-        begin(2000);
-        EXPECT_TRUE(queue.release(queue.fetch()));
-        int left = 1999;
-        const auto start = std::chrono::steady_clock::now();
-        std::jthread watcher([&](std::stop_token enough) {
-            while (!enough.stop_requested()) {
-                const TARNOK_PROGRESSITEM* item = queue.fetch();
-                left -= item && queue.release(item);
-                std::this_thread::sleep_for(std::chrono::microseconds(isCancelled ? 10000 : 20));
-            }
-        });
-        queue.endBuild(stop.get_token());
-        const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
-        watcher = {};
-        EXPECT_EQ(left <= 600 || gaveUp, !isCancelled) << left;
+        return count;
     }
+
+    // How many milliseconds the end of a build waits for a watcher that fetches so many reports in each of them.
+    int endWatchedBy(int reportsEach, const std::stop_token& stop)
+    {
+        queue.release(queue.fetch());
+        pause = [this, reportsEach] {
+            for (int i = 0; i < reportsEach; ++i)
+                queue.release(queue.fetch());
+        };
+        const auto start = time;
+        queue.endBuild(stop);
+        return int((time - start) / 1ms);
+    }
+
+    ProgressQueue::Clock::time_point time{1h};
+    std::function<void()> pause;
+    ProgressQueue queue{{[this] { return time; },
+                         [this](ProgressQueue::Clock::duration length) {
+                             time += length;
+                             pause();
+                         }}};
+    int next = 0;
+};
+
+std::stop_token stopped()
+{
+    std::stop_source stop;
+    stop.request_stop();
+    return stop.get_token();
+}
+
+// A window must come back from its look at the reports while a build still posts them.
+TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd)
+{
+    WatchedQueue watched(50000);
+    EXPECT_EQ(watched.fetchAll(1ms), 64) << "the smallest portion";
+    EXPECT_EQ(watched.fetchAll(50us), 100) << "5 ms; the next look goes on";
+    watched.queue.endBuild(stopped());
+    EXPECT_EQ(watched.fetchAll(1ms), 50000 - 164);
+}
+
+TEST(ProgressQueue, WaitsAtTheEndForAWatcherThatGoesOnLooking)
+{
+    const std::tuple<int, int, std::stop_token, int> cases[] = {
+        {2000, 20, {}, 76}, // until 500 are left
+        {50000, 1, {}, 500}, // that one would never come to the end
+        {2000, 0, {}, 51}, // that one has gone
+        {2000, 20, stopped(), 0},
+    };
+    for (const auto& [reports, reportsEach, stop, milliseconds] : cases)
+        EXPECT_NEAR(WatchedQueue(reports).endWatchedBy(reportsEach, stop), milliseconds, 1) << reportsEach;
 }
 
 // Where the shell has set a small one (ulimit -s), encoders would run out of it.

@@ -92,36 +92,6 @@ Outcome mustBuild(const Order& order)
     return outcome;
 }
 
-RunningBuild::RunningBuild(const Order& order)
-{
-    EXPECT_EQ(initialise(order), TARNOK_OK);
-    thread = std::thread([this, order] {
-        result = buildOnly(order);
-        ended = true;
-    });
-}
-
-bool RunningBuild::waitFor(TARNOK_STATE state)
-{
-    const auto isWanted = [&](const Report& report) {
-        return report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
-    };
-    for (bool isLastLook = false; !isLastLook; std::this_thread::sleep_for(std::chrono::microseconds(100))) {
-        isLastLook = ended;
-        const std::vector<Report> latest = drainReports();
-        std::ranges::copy(latest, std::back_inserter(reports));
-        if (std::ranges::any_of(latest, isWanted))
-            return true;
-    }
-    return false;
-}
-
-void RunningBuild::join()
-{
-    thread.join();
-    std::ranges::copy(drainReports(), std::back_inserter(reports));
-}
-
 Workshop::~Workshop()
 {
     EXPECT_EQ(leftovers(), std::vector<std::string>());

@@ -1,16 +1,15 @@
 // What the builder's tests share: a folder to work in, a build with its reports, and banks read back by the engine.
 #pragma once
 
+#include "support/clock.hpp"
 #include "support/engine_access.hpp"
+#include "support/moments.hpp"
 #include "support/sound_files.hpp"
 #include "tarnok.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <functional>
-#include <thread>
 
 namespace test {
 
@@ -80,18 +79,47 @@ Outcome build(const Order& order);
 // The same, for a build that must succeed.
 Outcome mustBuild(const Order& order);
 
-// A build on a thread of its own, for which it initialises the library.
-struct RunningBuild : Outcome
+// While it lives, a function is called at a moment of a build, on the thread that has reached it.
+template <typename... Arguments>
+class AtMoment
 {
-    explicit RunningBuild(const Order& order);
+public:
+    AtMoment(void (*&hook)(Arguments...), std::function<void(Arguments...)> act)
+        : mHook(hook)
+    {
+        sAct = std::move(act);
+        mHook = [](Arguments... arguments) {
+            sAct(arguments...);
+        };
+    }
+    ~AtMoment() { mHook = nullptr; }
 
-    // Gathers reports until one of the wanted state comes, that of the bank where it is the writing; false when the
-    // build ends before.
-    bool waitFor(TARNOK_STATE state);
-    void join(); // all reports are there then
+private:
+    void (*&mHook)(Arguments...);
+    static inline std::function<void(Arguments...)> sAct;
+};
 
-    std::atomic<bool> ended = false;
-    std::thread thread;
+// At each report: the work that it announces begins next.
+struct AtReports : AtMoment<int, TARNOK_STATE>
+{
+    explicit AtReports(std::function<void(int sound, TARNOK_STATE state)> act)
+        : AtMoment(tarnok::onReport, std::move(act))
+    { }
+};
+
+// At each sound that is read for the bank next.
+struct AtCopies : AtMoment<size_t>
+{
+    explicit AtCopies(std::function<void(size_t sound)> act)
+        : AtMoment(tarnok::onCopy, std::move(act))
+    { }
+};
+
+// Lets the builder take all files that are there for old enough to trust their times.
+struct LaterClock
+{
+    LaterClock() { tarnok::clockAhead = 3'000'000'000; }
+    ~LaterClock() { tarnok::clockAhead = 0; }
 };
 
 // A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.

@@ -406,18 +406,31 @@ TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
     EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));
 }
 
-TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
+class EditedDirectoryTest : public MainWindowTest
 {
-    start();
-    addSound("a.wav");
-    auto* directory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
-    const auto type = [&](const char* name) {
+protected:
+    void SetUp() override
+    {
+        MainWindowTest::SetUp();
+        start();
+        addSound("a.wav");
+        trigger("&Save", path("game"));
+        mDirectory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
+    }
+
+    void type(const char* name)
+    {
         mWindow->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(mWindow.get()));
-        directory->setFocus();
-        directory->setText(path(name));
-    };
-    trigger("&Save", path("game"));
+        mDirectory->setFocus();
+        mDirectory->setText(path(name));
+    }
+
+    DirectoryLineEdit* mDirectory = nullptr;
+};
+
+TEST_F(EditedDirectoryTest, countsForTheProjectItStandsIn)
+{
     type("Cache");
     trigger("&Save");
     EXPECT_EQ(bank()->fileLocation(), path("Cache"));
@@ -425,21 +438,31 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
     trigger("&Build");
     EXPECT_EQ(bank()->fileLocation(), path("Profile"));
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    type("Bank");
+    trigger("&Save");
+    type("Cache");
+    MessageAnswer save(QMessageBox::Save);
+    EXPECT_TRUE(mWindow->projectNew());
+    EXPECT_EQ(save.count, 1);
+    EXPECT_EQ(bank()->fileLocation(), path("Bank"));
+}
 
-    // What can't be taken is put back, and stops neither: the action goes on with what the bank holds.
+// The action goes on with what the bank holds.
+TEST_F(EditedDirectoryTest, isPutBackWhenItCantBeTakenAndStopsNoAction)
+{
     const QString held = bank()->fileLocation();
-    const size_t builds = builder()->builds.size();
     for (const char* text : {"&Build", "&Save"}) {
         type("no/such");
         bank()->setEncryptionKey(text);
         trigger(text);
-        EXPECT_EQ(directory->text(), held) << text;
-        EXPECT_TRUE(directory->hasFocus()) << text;
+        EXPECT_EQ(mDirectory->text(), held) << text;
+        EXPECT_TRUE(mDirectory->hasFocus()) << text;
         ASSERT_SOON(fileIO()->progressBar()->isHidden());
     }
-    EXPECT_EQ(builder()->builds.size(), builds + 1);
+    EXPECT_EQ(builder()->builds.size(), 1u);
     EXPECT_FALSE(bank()->isModified());
-    for (const auto& [button, name] : {std::pair(QMessageBox::Cancel, "Profile"), {QMessageBox::Ok, "fresh"}}) {
+    const QString former = QFileInfo(held).fileName();
+    for (const auto& [button, name] : {std::pair(QMessageBox::Cancel, former), {QMessageBox::Ok, QString("fresh")}}) {
         MessageAnswer answer(button);
         type("fresh");
         bank()->setEncryptionKey(name);
@@ -448,11 +471,4 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
         EXPECT_EQ(bank()->fileLocation(), path(name));
         EXPECT_FALSE(bank()->isModified());
     }
-    type("Bank");
-    trigger("&Save");
-    type("Cache");
-    MessageAnswer save(QMessageBox::Save);
-    EXPECT_TRUE(mWindow->projectNew());
-    EXPECT_EQ(save.count, 1);
-    EXPECT_EQ(bank()->fileLocation(), path("Bank"));
 }

@@ -25,11 +25,46 @@ struct Drop
 const QString CHANNELS = "ERROR: Could not interleave '%1': would exceed maximum of 16 interleaved channels";
 const QString RATES = "ERROR: Could not interleave '%1': files have different samplerates";
 
+const Drop DROPS[] = {
+    // Sounds go before sounds, and to the top of a bank, in their order.
+    {"a b c", "2", "0", "c a b", {"drag:sub [2], drop:sub [0]"}},
+    {"a b c", "0", "2", "b a c"},
+    {"a b c d", "0 1", "3", "c a b d"},
+    {"a b c", "2", "bank", "c a b", {"drag:sub [2], drop:sub [0]"}},
+    {"a b", "1", "1", "a b"},
+    // Files become sounds of their own.
+    {"a+b c", "0.0", "1", "b a c", {"drag:src, drop:sub"}},
+    {"a+b c", "0.0 0.1", "1", "a b c"},
+    {"a b+c", "1.1", "bank", "c a b"},
+    {"a+b c", "0.0 0.1", "0", "a b c"},
+    // A sound joins another one; of several files every second is lost with the sound.
+    {"a b+c", "0", "1.1", "b+a+c", {"drag:sub, drop:src"}},
+    {"a+b c+d", "0", "1.0", "a+c+d"},
+    {"a+b+c+d e+f", "0", "1.0", "a+c+e+f"},
+    // Files join another sound, which may leave an empty one behind.
+    {"a+b c+d", "0.0", "1.1", "b c+a+d", {"drag:src, drop:src"}},
+    {"a+b c+d", "0.0 0.1", "1.0", "- a+b+c+d"},
+    {"a+b+c", "0.2", "0.0", "c+a+b"},
+    {"a+b+c", "0.0", "0.2", "b+a+c"},
+    // What doesn't fit is skipped, the others go on.
+    {"x a b+c", "0 1", "2.0", "x a+b+c", {RATES.arg("x"), "drag:sub, drop:src"}},
+    {"y b+c", "0", "1.0", "y b+c", {RATES.arg("y")}},
+    {"w v+a", "0", "1.0", "w+v+a"},
+    {"w w+a", "0", "1.0", "w w+a", {CHANNELS.arg("w")}},
+    {"w+a", "0.0", "0.1", "w+a", {CHANNELS.arg("w")}},
+    {"a b+c", "bank", "1.0", "a b+c", {RATES.arg("out")}},
+    // A sound on its own file is gone, with the target; what was dragged beside it stays where it is.
+    {"a+b c", "0", "0.0", "c"},
+    {"a+b c", "0 1", "0.0", "c"},
+    // Files that are dragged together with their sound may be gone when their turn comes.
+    {"a+b c+d", "0 0.0 0.1", "1.0", "a+c+d"},
+};
+
 } // namespace
 
 TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
 {
-    SoundBank* bank = makeBank("a y+b+x");
+    const SoundBank* bank = makeBank("a y+b+x");
     const QModelIndex root = mModel.index(0, 0);
     const QModelIndex leaf = mModel.index(0, 0, root);
     const QModelIndex merged = mModel.index(1, 0, root);
@@ -59,7 +94,14 @@ TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
     EXPECT_EQ(texts(leaf), QStringList({"a", "44100", "16-bit PCM", "wav", "1", path("").chopped(1), "1000", "1"}));
     EXPECT_EQ(texts(merged), QStringList({"y", "44100", "24-bit PCM", "", "3", "", "3000", "3"}));
     EXPECT_EQ(texts(file), QStringList({"x", "48000", "16-bit PCM", "wav", "1", path("").chopped(1), "3000", "1"}));
+}
 
+TEST_F(TreeModelTest, rowsHaveIconsAlignmentAndFlagsUntilTheyAreGone)
+{
+    SoundBank* bank = makeBank("a y+b+x");
+    const QModelIndex root = mModel.index(0, 0);
+    const QModelIndex leaf = mModel.index(0, 0, root);
+    const QModelIndex file = mModel.index(2, 0, mModel.index(1, 0, root));
     EXPECT_EQ(mModel.data(leaf.siblingAtColumn(4), Qt::TextAlignmentRole), QVariant(2));
     EXPECT_EQ(mModel.data(leaf, Qt::TextAlignmentRole), QVariant(1));
     EXPECT_FALSE(mModel.data(leaf, Qt::ToolTipRole).isValid());
@@ -82,41 +124,7 @@ TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
 
 TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
 {
-    const Drop drops[] = {
-        // Sounds go before sounds, and to the top of a bank, in their order.
-        {"a b c", "2", "0", "c a b", {"drag:sub [2], drop:sub [0]"}},
-        {"a b c", "0", "2", "b a c"},
-        {"a b c d", "0 1", "3", "c a b d"},
-        {"a b c", "2", "bank", "c a b", {"drag:sub [2], drop:sub [0]"}},
-        {"a b", "1", "1", "a b"},
-        // Files become sounds of their own.
-        {"a+b c", "0.0", "1", "b a c", {"drag:src, drop:sub"}},
-        {"a+b c", "0.0 0.1", "1", "a b c"},
-        {"a b+c", "1.1", "bank", "c a b"},
-        {"a+b c", "0.0 0.1", "0", "a b c"},
-        // A sound joins another one; of several files every second is lost with the sound.
-        {"a b+c", "0", "1.1", "b+a+c", {"drag:sub, drop:src"}},
-        {"a+b c+d", "0", "1.0", "a+c+d"},
-        {"a+b+c+d e+f", "0", "1.0", "a+c+e+f"},
-        // Files join another sound, which may leave an empty one behind.
-        {"a+b c+d", "0.0", "1.1", "b c+a+d", {"drag:src, drop:src"}},
-        {"a+b c+d", "0.0 0.1", "1.0", "- a+b+c+d"},
-        {"a+b+c", "0.2", "0.0", "c+a+b"},
-        {"a+b+c", "0.0", "0.2", "b+a+c"},
-        // What doesn't fit is skipped, the others go on.
-        {"x a b+c", "0 1", "2.0", "x a+b+c", {RATES.arg("x"), "drag:sub, drop:src"}},
-        {"y b+c", "0", "1.0", "y b+c", {RATES.arg("y")}},
-        {"w v+a", "0", "1.0", "w+v+a"},
-        {"w w+a", "0", "1.0", "w w+a", {CHANNELS.arg("w")}},
-        {"w+a", "0.0", "0.1", "w+a", {CHANNELS.arg("w")}},
-        {"a b+c", "bank", "1.0", "a b+c", {RATES.arg("out")}},
-        // A sound on its own file is gone, with the target; what was dragged beside it stays where it is.
-        {"a+b c", "0", "0.0", "c"},
-        {"a+b c", "0 1", "0.0", "c"},
-        // Files that are dragged together with their sound may be gone when their turn comes.
-        {"a+b c+d", "0 0.0 0.1", "1.0", "a+c+d"},
-    };
-    for (const Drop& drop : drops) {
+    for (const Drop& drop : DROPS) {
         SoundBank* bank = makeBank(drop.before);
         QSignalSpy resets(&mModel, SIGNAL(modelReset()));
         QList<AbstractItem*> items;

@@ -160,62 +160,85 @@ TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
     EXPECT_EQ(agreement.count, 2);
 }
 
-TEST_F(WidgetsTest, aDirectoryEditShowsTheWholePathWhileItIsEditedAndSettlesWhenItIsLeft)
+// A directory edit and another field to go to, in an active window.
+class DirectoryEditTest : public WidgetsTest
 {
-    QWidget form;
-    auto* line = new DirectoryLineEdit(&form);
-    auto* other = new QLineEdit;
-    auto* layout = new QVBoxLayout(&form);
-    layout->addWidget(line);
-    layout->addWidget(other);
-    form.resize(300, 100);
-    form.show();
-    form.activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
-    const auto enter = [&](const QString& path) {
-        line->setFocus();
-        line->clear();
-        QTest::keyClicks(line, path);
-        other->setFocus();
-    };
+protected:
+    void SetUp() override
+    {
+        WidgetsTest::SetUp();
+        auto* layout = new QVBoxLayout(&mForm);
+        layout->addWidget(mLine);
+        layout->addWidget(mOther);
+        mForm.resize(300, 100);
+        mForm.show();
+        activate();
+    }
 
-    line->setPath(path("Bank"), false);
-    other->setFocus();
-    const QString elided = line->text();
-    line->setFocus();
-    EXPECT_EQ(line->text(), path("Bank"));
-    EXPECT_EQ(line->cursorPosition(), path("Bank").size());
-    other->setFocus();
-    EXPECT_EQ(line->text(), elided);
+    void activate()
+    {
+        mForm.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&mForm));
+    }
 
+    void enter(const QString& path)
+    {
+        mLine->setFocus();
+        mLine->clear();
+        QTest::keyClicks(mLine, path);
+        mOther->setFocus();
+    }
+
+    QWidget mForm;
+    DirectoryLineEdit* mLine = new DirectoryLineEdit(&mForm);
+    QLineEdit* mOther = new QLineEdit;
+};
+
+TEST_F(DirectoryEditTest, showsTheWholePathWhileItIsEdited)
+{
+    mLine->setPath(path("Bank"), false);
+    mOther->setFocus();
+    const QString elided = mLine->text();
+    mLine->setFocus();
+    EXPECT_EQ(mLine->text(), path("Bank"));
+    EXPECT_EQ(mLine->cursorPosition(), path("Bank").size());
+    mOther->setFocus();
+    EXPECT_EQ(mLine->text(), elided);
+}
+
+TEST_F(DirectoryEditTest, settlesWhenItIsLeft)
+{
     enter(path("Bank/../Cache/"));
-    EXPECT_EQ(line->path(), path("Cache"));
+    EXPECT_EQ(mLine->path(), path("Cache"));
 
     enter(path("no/parent"));
-    EXPECT_EQ(line->path(), path("Cache"));
-    EXPECT_EQ(line->text(), path("no/parent")) << "what was typed stays in sight";
+    EXPECT_EQ(mLine->path(), path("Cache"));
+    EXPECT_EQ(mLine->text(), path("no/parent")) << "what was typed stays in sight";
 
     MessageAnswer refusal(QMessageBox::Cancel);
     enter(path("refused"));
     EXPECT_EQ(refusal.count, 1);
-    EXPECT_EQ(line->text(), path("refused"));
-    EXPECT_EQ(line->path(), path("Cache"));
+    EXPECT_EQ(mLine->text(), path("refused"));
+    EXPECT_EQ(mLine->path(), path("Cache"));
 
-    // What is told while somebody types there.
-    form.activateWindow(); // again, after the question
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
-    line->setFocus();
-    line->setText("typed");
-    form.resize(200, 100);
-    line->elideText();
-    EXPECT_TRUE(line->setPath(path("Cache"), false));
-    EXPECT_EQ(line->text(), "typed") << "it is the same as before";
-    EXPECT_TRUE(line->setPath(path("Bank"), false));
-    EXPECT_EQ(line->text(), path("Bank"));
+    activate(); // again, after the question
+    mLine->setFocus();
+    mLine->setText(path("no/parent"));
+    QTest::keyClick(mLine, Qt::Key_Return);
+    EXPECT_FALSE(mLine->hasFocus()) << "there is nothing to complete";
+}
 
-    line->setText(path("no/parent"));
-    QTest::keyClick(line, Qt::Key_Return);
-    EXPECT_FALSE(line->hasFocus()) << "there is nothing to complete";
+TEST_F(DirectoryEditTest, keepsWhatIsTypedUnlessAnotherPathIsSet)
+{
+    mLine->setPath(path("Cache"), false);
+    mLine->setFocus();
+    mLine->setText("typed");
+    mForm.resize(200, 100);
+    mLine->elideText();
+    EXPECT_TRUE(mLine->setPath(path("Cache"), false));
+    EXPECT_EQ(mLine->text(), "typed") << "it is the same as before";
+    EXPECT_TRUE(mLine->setPath(path("Bank"), false));
+    EXPECT_EQ(mLine->text(), path("Bank"));
 }
 
 TEST_F(WidgetsTest, aDirectoryIsBrowsedForFromWhereItStands)

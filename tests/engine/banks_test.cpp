@@ -112,57 +112,85 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
     }
 }
 
-// The codecs of a bank begin thousands of samples before the one that is wanted.
-TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
+namespace {
+
+constexpr uint64_t kFrames = 25'000;
+constexpr uint64_t kLoopStart = 2011;
+
+// A sound of a bank with a loop of that length.
+SoundPointer loopedSound(bank::Codec codec, uint64_t length)
 {
-    constexpr uint64_t kStart = 2011;
+    bank_test::MemorySound source(2, 48000, noise(2, 48000, kFrames).samples);
+    source.setLoop(base::Loop{kLoopStart, kLoopStart + length});
+    writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
+    return engine().open("loop");
+}
+
+// Reads as many samples as are expected, in both forms by turns; what comes as integers is taken from `expected`, as it
+// was compared with its float already.
+std::vector<float> readInBothForms(KESS::Sound& sound, bank::Codec codec, const std::vector<float>& expected)
+{
+    std::vector<float> samples;
+    std::vector<uint8_t> bytes(31 * 4);
+    for (bool asFloat = true; samples.size() < expected.size(); asFloat = !asFloat) {
+        if (asFloat) {
+            const std::vector<float> piece = readFloats(sound, 700);
+            samples.insert(samples.end(), piece.begin(), piece.end());
+            continue;
+        }
+        unsigned got = 0;
+        EXPECT_EQ(sound.readData(bytes.data(), 31 * 4, &got), KESS_OK);
+        const size_t count = got / (codec == bank::Codec::Pcm ? sizeof(float) : sizeof(int16_t));
+        if (count == 0 || count > expected.size() - samples.size())
+            break;
+        const auto passed = expected.begin() + ptrdiff_t(samples.size());
+        samples.insert(samples.end(), passed, passed + ptrdiff_t(count));
+    }
+    return samples;
+}
+
+} // namespace
+
+// The codecs of a bank begin thousands of samples before the one that is wanted.
+TEST(AShortLoop, SoundsAsIfItWereDecodedEachTime)
+{
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
             SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
-            bank_test::MemorySound source(2, 48000, noise(2, 48000, 25'000).samples);
-            source.setLoop(base::Loop{kStart, kStart + length});
-            writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
-            const SoundPointer sound = engine().open("loop");
+            const SoundPointer sound = loopedSound(codec, length);
             std::vector<float> expected = readFloats(*sound);
-            expected.resize((kStart + length) * 2);
-            ASSERT_EQ(sound->seekData(kStart), KESS_OK);
+            expected.resize((kLoopStart + length) * 2);
+            ASSERT_EQ(sound->seekData(kLoopStart), KESS_OK);
             const std::vector<float> onwards = readFloats(*sound);
             for (int repetition = 0; repetition < 2; ++repetition)
                 expected.insert(expected.end(), onwards.begin(), onwards.begin() + ptrdiff_t(length) * 2);
             expected.insert(expected.end(), onwards.begin(), onwards.end());
 
-            // In both forms by turns; what comes as integers was compared with its float already.
             ASSERT_EQ(sound->seekData(0), KESS_OK);
             ASSERT_EQ(sound->setLoopCount(3), KESS_OK);
-            std::vector<float> looped;
-            std::vector<uint8_t> bytes(31 * 4);
-            for (bool asFloat = true; looped.size() < expected.size(); asFloat = !asFloat) {
-                unsigned got = 0;
-                if (asFloat) {
-                    const std::vector<float> piece = readFloats(*sound, 700);
-                    looped.insert(looped.end(), piece.begin(), piece.end());
-                } else {
-                    ASSERT_EQ(sound->readData(bytes.data(), 31 * 4, &got), KESS_OK);
-                    const size_t samples = got / (codec == bank::Codec::Pcm ? sizeof(float) : sizeof(int16_t));
-                    ASSERT_LE(looped.size() + samples, expected.size());
-                    const auto passed = expected.begin() + ptrdiff_t(looped.size());
-                    looped.insert(looped.end(), passed, passed + ptrdiff_t(samples));
-                }
-            }
-            EXPECT_TRUE(looped == expected);
-            EXPECT_EQ(sound->readFloat(looped.data(), 1, nullptr), KESS_ERR_FILE_EOF);
+            EXPECT_TRUE(readInBothForms(*sound, codec, expected) == expected);
+            EXPECT_EQ(sound->readFloat(expected.data(), 1, nullptr), KESS_ERR_FILE_EOF);
+        }
+    }
+}
 
+TEST(AShortLoop, IsDecodedOnceAndEndsWhereItIsWhenItIsTakenBack)
+{
+    for (const bank::Codec codec : kCodecs) {
+        for (const uint64_t length : {1, 7, 3000, 20'000}) {
+            SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
+            const SoundPointer sound = loopedSound(codec, length);
+            const std::vector<float> all = readFloats(*sound);
             ASSERT_EQ(sound->seekData(0), KESS_OK);
             ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
             const auto begin = std::chrono::steady_clock::now();
             ASSERT_EQ(readFloats(*sound, 48000).size(), 48000u * 2);
             EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-            // Taken back, the loop ends where it is.
             ASSERT_EQ(sound->setLoopCount(0), KESS_OK);
-            const uint64_t left = length - (48000 - kStart - 1) % length - 1 + 25'000 - kStart - length;
+            const uint64_t left = length - (48000 - kLoopStart - 1) % length - 1 + kFrames - kLoopStart - length;
             const std::vector<float> rest = readFloats(*sound);
             ASSERT_EQ(rest.size(), left * 2);
-            EXPECT_TRUE(std::equal(rest.begin(), rest.end(), onwards.end() - ptrdiff_t(left) * 2));
+            EXPECT_TRUE(std::equal(rest.begin(), rest.end(), all.end() - ptrdiff_t(left) * 2));
         }
     }
 }

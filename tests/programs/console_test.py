@@ -376,7 +376,7 @@ class RemarksTest(ProgramCase):
             self.assertEqual(process.stderr.readline(),
                              f"tarnokexcl: {self.work}/l.lst:2: 'late.wav' can't be taken (no such file); it is tried "
                              "again until it can\n")
-            time.sleep(0.2)
+            time.sleep(0.2)  # for many more attempts, none of which says it again
             write_wav(self.work / "~late.wav").rename(self.work / "late.wav")
             self.assertEqual((process.wait(TIMEOUT), process.stderr.read()), (ALL_WRITTEN, ""))
 
@@ -453,11 +453,12 @@ class FaultsTest(ProgramCase):
                 self.assertEqual((self.work / "x.tnb").read_bytes(), former)
         self.assert_builds("long.wav", "-o", "whole.tnb", *arguments)
         whole = (self.work / "whole.tnb").read_bytes()
-        for delay in (0.05, 0.2, 0.5, 0.9):
+        for moment in ("Gathering files", "Build started", "[processing]", "Writing out TNB file"):
             with self.start("long.wav", "-o", "x.tnb", *arguments) as process:
-                time.sleep(delay)
+                while moment not in (line := process.stdout.readline()):
+                    self.assertTrue(line, "it ended before it was killed")
                 process.kill()
-            self.assertTrue((self.work / "x.tnb").read_bytes() in (former, whole), f"killed after {delay} s")
+            self.assertTrue((self.work / "x.tnb").read_bytes() in (former, whole), f"killed at {moment}")
         self.assert_builds("long.wav", "-o", "x.tnb", "-format", "vorbis")
         self.assertEqual(self.leftovers(), [])
 

@@ -274,11 +274,16 @@ TEST_F(Builds, StartTheNextJobWhenACancelledOneHasEnded)
 
 TEST_F(Builds, NeverRunAJobTwice)
 {
+    const auto threads = [] {
+        return QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    };
+    const auto before = threads();
     SoundBank* bank = makeBank();
     buildSystem()->enqueueBuild(bank);
     builder().waitUntil([] { return builder()->finished == 1; });
     buildSystem()->cancelBuild();
-    QThread::msleep(20); // the thread is gone by now, the job is still the head of the queue
+    while (threads() > before) // until that of the job is gone, which is still the head of the queue
+        QThread::msleep(1);
     buildSystem()->enqueueBuild(bank);
     runToTheEnd();
     EXPECT_EQ(builder()->builds.size(), 2u);

@@ -442,7 +442,8 @@ TEST_F(ListFiles, WaitForABadLineToBecomeGood)
 {
     const QString list = writeFile("l.lst", "late.wav,ksound_loop_off\n");
     std::thread author([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        while (!readFile("test.log").contains("failed to load"))
+            QThread::msleep(1);
         makeSound("~late.wav");
         QFile::rename(path("~late.wav"), path("late.wav"));
     });

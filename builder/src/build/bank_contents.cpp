@@ -5,6 +5,7 @@
 #include "base/path.hpp"
 #include "build/describe_error.hpp"
 #include "cache/entry_header.hpp"
+#include "support/moments.hpp"
 
 #include <memory>
 #include <utility>
@@ -27,6 +28,8 @@ public:
     // ErrorCode::NotFound: the sound was encoded, and is missing by now.
     base::Result<bank::StoredSound> open(size_t index) override
     {
+        if (onCopy)
+            onCopy(index);
         const EncodedLocation* location = mResults.find(index);
         mOpened = index;
         if (!location)

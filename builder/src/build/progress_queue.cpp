@@ -1,10 +1,11 @@
 #include "build/progress_queue.hpp"
 
+#include "support/moments.hpp"
+
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <thread>
 
 namespace tarnok {
 
@@ -27,14 +28,18 @@ constexpr auto kLongestWait = 500ms;
 void ProgressQueue::post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code, std::string_view text)
 {
     Item item = makeItem(subSoundIndex, threadId, state, code, text);
-    const std::lock_guard lock(mPostedMutex);
-    mPosted.push_back(std::move(item));
+    {
+        const std::lock_guard lock(mPostedMutex);
+        mPosted.push_back(std::move(item));
+    }
+    if (onReport)
+        onReport(subSoundIndex, state);
 }
 
 const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
 {
     const std::lock_guard lock(mMutex);
-    mLastFetch = Clock::now();
+    mLastFetch = mTime.now();
     if (mWaiting.empty()) {
         const std::lock_guard postedLock(mPostedMutex);
         mWaiting.swap(mPosted);
@@ -74,9 +79,9 @@ void ProgressQueue::beginBuild()
 
 void ProgressQueue::endBuild(const std::stop_token& stop)
 {
-    const auto deadline = Clock::now() + kLongestWait;
-    while (!stop.stop_requested() && Clock::now() < deadline && !isCaughtUp())
-        std::this_thread::sleep_for(1ms);
+    const auto deadline = mTime.now() + kLongestWait;
+    while (!stop.stop_requested() && mTime.now() < deadline && !isCaughtUp())
+        mTime.pause(1ms);
     const std::lock_guard lock(mMutex);
     mInPortions = false;
 }
@@ -84,7 +89,7 @@ void ProgressQueue::endBuild(const std::stop_token& stop)
 bool ProgressQueue::isCaughtUp()
 {
     const std::scoped_lock lock(mMutex, mPostedMutex);
-    return mWaiting.size() + mPosted.size() <= kRemainder || Clock::now() - mLastFetch > kPollInterval;
+    return mWaiting.size() + mPosted.size() <= kRemainder || mTime.now() - mLastFetch > kPollInterval;
 }
 
 // The failed record's text has no size of its own in the public header, so item and record share one allocation that is

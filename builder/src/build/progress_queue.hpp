@@ -5,13 +5,27 @@
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stop_token>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
+#include <utility>
 
 namespace tarnok {
+
+// Where a queue takes the time from. Tests bring their own.
+struct QueueTime
+{
+    using Clock = std::chrono::steady_clock;
+
+    std::function<Clock::time_point()> now = Clock::now;
+    std::function<void(Clock::duration)> pause = [](Clock::duration time) {
+        std::this_thread::sleep_for(time);
+    };
+};
 
 // Keeps reports in the order in which they were posted, and remembers which of them somebody still reads. A report
 // that was handed out stays readable until it comes back, even when the library has been released and initialised
@@ -19,6 +33,12 @@ namespace tarnok {
 class ProgressQueue
 {
 public:
+    using Clock = QueueTime::Clock;
+
+    explicit ProgressQueue(QueueTime time = {})
+        : mTime(std::move(time))
+    { }
+
     // Appends a report. A failed one carries text, the others leave it empty.
     void post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code = TARNOK_OK,
               std::string_view text = {});
@@ -45,10 +65,10 @@ private:
     static Item makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                          std::string_view text);
 
-    using Clock = std::chrono::steady_clock;
-
     bool hasItsPortion();
     bool isCaughtUp();
+
+    const QueueTime mTime;
 
     // What the workers post. Its lock is held for moments only: a worker that loses the processor with it would keep
     // the others and the watcher waiting.

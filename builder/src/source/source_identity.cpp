@@ -1,9 +1,9 @@
 #include "source/source_identity.hpp"
 
 #include "base/path.hpp"
+#include "support/clock.hpp"
 #include "support/wide_hasher.hpp"
 
-#include <ctime>
 #include <vector>
 
 #include <fcntl.h>
@@ -13,13 +13,6 @@ namespace tarnok {
 namespace {
 
 constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
-
-int64_t nanosecondsNow()
-{
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
 
 base::Result<base::OpenedFile> openSource(const std::string& path)
 {
@@ -55,7 +48,7 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
 {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const int64_t startedAt = nanosecondsNow();
+        const int64_t startedAt = now();
         const base::Result<base::OpenedFile> file = openSource(path);
         if (!file)
             return file.error();

@@ -1,0 +1,20 @@
+// The time of day, as it is compared with the times of files.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace tarnok {
+
+// Nanoseconds by which now() is ahead of the system's clock. Only tests set it, instead of waiting until files are old.
+inline std::atomic<int64_t> clockAhead = 0;
+
+// Nanoseconds since 1970.
+inline int64_t now()
+{
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(time).count() + clockAhead;
+}
+
+} // namespace tarnok

@@ -1,0 +1,169 @@
+// Reads whatever the fuzzer makes up as a file of a cache: the first byte chooses its kind, and the others are what
+// comes after its header. The header is made to fit, as otherwise its checksums would let nothing through.
+#include "bank/bytes.hpp"
+#include "bank/checksum.hpp"
+#include "bank/sound.hpp"
+#include "cache/cache.hpp"
+#include "cache/record_table.hpp"
+#include "source/source_index.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+namespace {
+
+using namespace tarnok;
+using Bytes = std::vector<uint8_t>;
+
+[[noreturn]] void fail(const char* what)
+{
+    std::fprintf(stderr, "%s\n", what);
+    std::abort();
+}
+
+// A folder for a cache, gone at the end.
+class Folder
+{
+public:
+    Folder()
+    {
+        char path[] = "/tmp/fuzz_cache.XXXXXX";
+        if (!mkdtemp(path))
+            fail("no folder for the cache");
+        mPath = path;
+        std::filesystem::create_directory(mPath + "/index");
+        std::filesystem::create_directories(mPath + "/sounds/0");
+    }
+
+    ~Folder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(mPath, ignored);
+    }
+
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string write(const std::string& name, const Bytes& header, std::span<const uint8_t> content) const
+    {
+        const std::string path = mPath + "/" + name;
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()))
+            .write(reinterpret_cast<const char*>(content.data()), std::streamsize(content.size()));
+        return path;
+    }
+
+    const std::string& path() const { return mPath; }
+
+private:
+    std::string mPath;
+};
+
+const Folder& folder()
+{
+    static const Folder folder;
+    return folder;
+}
+
+template <size_t Count>
+Bytes startingWith(const char (&magic)[Count], std::initializer_list<uint64_t> numbers)
+{
+    Bytes header(magic, magic + Count);
+    for (const uint64_t number : numbers)
+        bank::appendLittle(header, number);
+    return header;
+}
+
+// What is read from a table is what a table is made from.
+void readRecords(std::span<const uint8_t> content)
+{
+    Bytes file = startingWith(RecordTable::kMagic, {bank::checksum(content)});
+    file.insert(file.end(), content.begin(), content.end());
+    const std::optional<RecordTable> table = RecordTable::parse(file);
+    if (!table)
+        return;
+    constexpr int64_t kEver = std::numeric_limits<int64_t>::min();
+    ContentHash key;
+    std::copy_n(content.begin(), std::min(content.size(), key.bytes.size()), key.bytes.begin());
+    const std::optional<RawRecord> first = table->find(key);
+    if (!first && !content.empty())
+        fail("the first record of a table isn't found");
+    if (table->mergedWith({}, kEver, kEver, RecordTable::kLargestTable) != file)
+        fail("a table that was read is another one when it is written");
+    const NewRecords newer{{key, {1, 2, {3}}}};
+    const auto merged = RecordTable::parse(table->mergedWith(newer, kEver, kEver, RecordTable::kLargestTable));
+    if (!merged || !merged->find(key) || merged->find(key)->bytes != Bytes{3})
+        fail("a record that was added isn't found");
+}
+
+void readIndex(std::span<const uint8_t> content)
+{
+    constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '2'};
+    constexpr size_t kRecordBytes = 72;
+    content = content.first(content.size() - content.size() % kRecordBytes);
+    const Bytes header = startingWith(kMagic, {content.size() / kRecordBytes, bank::checksum(content)});
+    const std::string segment = folder().write("index/" + std::string(64, '0') + ".index", header, content);
+    SourceIndex index(folder().path() + "/index");
+    if (!std::filesystem::exists(segment))
+        fail("a segment was taken for a damaged one");
+    // The fuzzer finds out under which hash this is looked for.
+    const std::optional<ContentHash> known = index.find("/no/such/file.wav", FileStamp());
+    if (known && std::search(content.begin(), content.end(), known->bytes.begin(), known->bytes.end()) == content.end())
+        fail("a file is known by a hash that is in no record");
+}
+
+// 16 bits with the size of the encoded data, that data, and the sound's record.
+void readEntry(std::span<const uint8_t> content)
+{
+    if (content.size() < 2)
+        return;
+    const size_t dataBytes = std::min<size_t>(bank::loadLittle<uint16_t>(content.data()), content.size() - 2);
+    const auto data = content.subspan(2, dataBytes);
+    const auto rest = content.subspan(2 + dataBytes);
+    Bytes record(rest.begin(), rest.end());
+    const uint64_t checksum = bank::checksum(data);
+    if (record.size() >= bank::kSoundRecordBytes + 8) {
+        const uint64_t setupBytes = bank::loadLittle<uint64_t>(&record[bank::kSoundRecordBytes]);
+        const uint64_t chunksAt = bank::kSoundRecordBytes + 8 + setupBytes;
+        if (setupBytes < record.size() && chunksAt <= record.size())
+            bank::storeLittle(&record[32], bank::checksum(std::span(record).subspan(chunksAt)));
+        bank::storeLittle(&record[56], uint64_t(dataBytes));
+        bank::storeLittle(&record[64], checksum);
+    }
+    const ContentHash key;
+    const EntryHeader made = EntryHeader::make(key, dataBytes, checksum, record);
+    Bytes header;
+    bank::appendLittle(header, made);
+    Bytes body(data.begin(), data.end());
+    body.insert(body.end(), record.begin(), record.end());
+    folder().write("sounds/0/" + std::string(63, '0'), header, body);
+
+    Remarks remarks;
+    Cache cache(folder().path(), true, remarks);
+    const std::optional<CacheEntry> entry = cache.find(key, {});
+    const bank::Result<bank::Sound> sound = bank::deserialise(record);
+    if (bool(entry) != (sound && bank::serialise(*sound) == record))
+        fail("an entry is there without a sound in it, or the other way round");
+    if (entry && (entry->record != record || entry->dataBytes != dataBytes || entry->codec != sound->codec))
+        fail("an entry is read as another one");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    const std::span content(data + 1, size - 1);
+    if (data[0] % 3 == 0)
+        readEntry(content);
+    else if (data[0] % 3 == 1)
+        readRecords(content);
+    else
+        readIndex(content);
+    return 0;
+}
