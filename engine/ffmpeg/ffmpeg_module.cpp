@@ -1,4 +1,4 @@
-// The decoder module on FFmpeg's libraries: what the engine's own decoders lack.
+// The decoder module, over FFmpeg's libraries, for what the engine's own decoders can't decode.
 #include "decode/decoder_module.h"
 #include "packet_length.hpp"
 #include "parse/vorbis_setup_check.hpp"
@@ -49,7 +49,7 @@ struct FreeFrame
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
 
-// A file's position for FFmpeg's own reading.
+// The file and the position at which FFmpeg reads it.
 struct Input
 {
     KESS_MODULE_INPUT file{};
@@ -87,14 +87,14 @@ int64_t seekInput(void* user, int64_t offset, int whence)
     return target;
 }
 
-// Containers may name other files and addresses. None is ever followed.
+// Containers may refer to other files and addresses, which are never opened.
 int refuseOther(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
 {
     return AVERROR(EPERM);
 }
 
-// The stream to decode: the first sound that is marked as the default one, or else the first. FFmpeg's own choice
-// passes over streams whose rate is known to the codec only.
+// The stream to decode: the first sound that is marked as the default one, otherwise the first. FFmpeg's own selection
+// ignores streams whose rate only the codec knows.
 std::optional<unsigned> findSound(const AVFormatContext& format)
 {
     std::optional<unsigned> first;
@@ -110,9 +110,9 @@ std::optional<unsigned> findSound(const AVFormatContext& format)
     return first;
 }
 
-// The third of the headers that a container keeps beside a Vorbis stream: each after its length in two bytes, or all
-// after the lengths of the first two, counted in the manner of Xiph (one byte fewer than there are headers comes
-// first). Empty when they don't add up.
+// The third of the headers that a container stores beside a Vorbis stream. Either each follows its length in two bytes,
+// or all follow the lengths of the first two in the encoding of Xiph, after a byte with their number minus one. Empty
+// if the lengths are wrong.
 std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
 {
     constexpr size_t kIdentificationBytes = 30;
@@ -140,8 +140,8 @@ bool isBoundedSetup(std::span<const uint8_t> packet)
     return kess::vorbisSetupBytes(packet.data(), packet.size()).has_value();
 }
 
-// Whether a codec may get what the container keeps for it. Decoders allocate for each channel, and for what the headers
-// declare, as soon as they are opened.
+// Whether a codec may get the headers in the container. When they are opened, decoders allocate memory for each channel
+// and for everything that the headers declare.
 KESS_RESULT checkParameters(const AVCodecParameters& parameters)
 {
     if (parameters.ch_layout.nb_channels > KESS_MAX_CHANNELS)
@@ -153,7 +153,7 @@ KESS_RESULT checkParameters(const AVCodecParameters& parameters)
         : KESS_ERR_FILE_BAD;
 }
 
-// The same for a packet: FFmpeg's Vorbis decoder takes headers among the packets of sound, too.
+// The same for a packet: FFmpeg's Vorbis decoder also accepts headers among the packets of sound.
 bool isBearable(AVCodecID codec, const AVPacket& packet)
 {
     constexpr uint8_t kSetupHeader = 5;
@@ -161,14 +161,14 @@ bool isBearable(AVCodecID codec, const AVPacket& packet)
         || isBoundedSetup({packet.data, static_cast<size_t>(packet.size)});
 }
 
-// How the samples of a frame reach the caller.
+// How the samples of a frame are delivered.
 enum class Delivery
 {
     Float,
     Integer
 };
 
-// Demuxer and decoder of one sound, from the start of the file to its end.
+// The demuxer and decoder of one sound, from the start of the file to its end.
 class Stream
 {
 public:
@@ -180,7 +180,7 @@ public:
     // The next packet of the sound; null at the end.
     [[nodiscard]] const AVPacket* nextPacket();
 
-    // The next frame; null at the end, and where nothing more can be decoded.
+    // The next frame; null at the end and where nothing more can be decoded.
     [[nodiscard]] const AVFrame* nextFrame();
 
 private:
@@ -285,12 +285,12 @@ const AVFrame* Stream::nextFrame()
         if (packet && !isBearable(mCodec->codec_id, *packet))
             return nullptr;
         mDraining = !packet;
-        // A packet that can't be decoded leaves a gap, as in any player; the length check at the end tells of it.
+        // A packet that can't be decoded leaves a gap, as in any player. The length check at the end detects it.
         static_cast<void>(avcodec_send_packet(mCodec.get(), packet));
     }
 }
 
-// What a sound counts as, and how it is handed over.
+// The reported format of a sound, and how it is delivered.
 struct Shape
 {
     KESS_SOUND_FORMAT format;
@@ -328,9 +328,9 @@ template <typename Sample>
 Sample sampleAt(const AVFrame& frame, int channel, int index, int channels, bool planar)
 {
     const uint8_t* plane = frame.extended_data[planar ? channel : 0];
-    const auto place = static_cast<size_t>(planar ? index : index * channels + channel);
+    const auto position = static_cast<size_t>(planar ? index : index * channels + channel);
     Sample sample;
-    std::memcpy(&sample, plane + place * sizeof sample, sizeof sample);
+    std::memcpy(&sample, plane + position * sizeof sample, sizeof sample);
     return sample;
 }
 
@@ -356,7 +356,7 @@ float floatAt(const AVFrame& frame, AVSampleFormat kind, bool planar, int channe
     return static_cast<float>(integerAt(frame, kind, planar, channel, index, channels)) * 0x1p-31f;
 }
 
-// One decoder of the module: a stream, cut to the length that was told on opening.
+// One decoder of the module: a stream, cut to the length that was reported on opening.
 class ModuleDecoder
 {
 public:
@@ -365,7 +365,8 @@ public:
         KESS_RESULT result = mStream.open(input, container);
         if (result != KESS_OK)
             return result;
-        // Some containers leave rate, channels and depth to the codec, and some codecs to the first frame.
+        // Some containers store rate, channels and depth only in the codec's headers, and some codecs only in the first
+        // frame.
         mFrame = mStream.nextFrame();
         if (!mFrame)
             return KESS_ERR_FILE_BAD;
@@ -416,14 +417,14 @@ public:
     }
 
 private:
-    // Fills in the number of samples: what the container says where it counts in samples, else the sum over all
-    // packets, which are read through without being decoded.
+    // Fills in the number of samples: the container's, if it counts samples, otherwise the sum over all packets, which
+    // are read without being decoded.
     [[nodiscard]] KESS_RESULT measure(const KESS_MODULE_INPUT& input, const char* container, KESS_MODULE_FACTS* facts)
     {
         const AVStream& stream = mStream.stream();
         const AVRational samples{1, facts->sampleRate};
         if (kess::durationCountsSamples(container) && stream.duration > 0) {
-            // In Ogg, what a player of Opus drops at the start counts for the duration.
+            // In Ogg, the duration of Opus includes the pre-skip.
             const bool countsPreSkip = stream.codecpar->codec_id == AV_CODEC_ID_OPUS && container == "ogg"sv;
             const int64_t dropped = countsPreSkip ? stream.codecpar->initial_padding : 0;
             const int64_t length = av_rescale_q(stream.duration, stream.time_base, samples) - dropped;
@@ -470,8 +471,8 @@ private:
     int mSamplesOfFirst = 0;
     Delivery mDelivery = Delivery::Float;
     uint64_t mLeft = 0;
-    // Containers may claim a little more than there is, those that count in milliseconds above all. Up to a second is
-    // made up with silence, in order that every sound is as long as it says; what is missing beyond that is damage.
+    // Containers may declare a little more than exists, above all those that count milliseconds. Up to a second is
+    // filled with silence, so that every sound has its declared length. If more is missing, the file is damaged.
     uint64_t mSilence = 0;
 };
 
@@ -507,9 +508,9 @@ extern "C" __attribute__((visibility("default"))) const KESS_DECODER_MODULE* kes
     static const KESS_DECODER_MODULE module{KESS_DECODER_MODULE_VERSION, openModule, readModule, closeModule};
     static std::once_flag prepared;
     std::call_once(prepared, [] {
-        // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
+        // FFmpeg would report every oddity of a file on the program's standard error stream.
         av_log_set_callback([](void*, int, const char*, va_list) {});
-        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs 100 MB.
+        // Some demuxers allocate as much memory as a header declares. The index of a day of sound needs 100 MB.
         constexpr size_t kLargestBlock = 128u << 20;
         av_max_alloc(kLargestBlock);
     });

@@ -60,9 +60,9 @@ int64_t PacketLength::lengthOf(const AVPacket& packet)
     case AV_CODEC_ID_WMAV2:
         return wmaLength(packet);
     case AV_CODEC_ID_AAC:
-        return mSamplesOfFirst; // the packets' own durations don't know of spectral band replication
+        return mSamplesOfFirst; // the packets' own durations ignore spectral band replication
     case AV_CODEC_ID_ALAC:
-        // A frame shorter than the others has a flag behind its tag, and its length behind that.
+        // A frame shorter than the others has a flag after its tag, followed by its length.
         if (packet.size >= 7 && packet.data[2] & 0x10)
             return std::min<int64_t>((AV_RB64(packet.data) >> 9) & 0xffffffff, mSamplesOfFirst);
         return mSamplesOfFirst;
@@ -85,7 +85,7 @@ int64_t PacketLength::codecDelay() const
         return mStream.codecpar->initial_padding;
     case AV_CODEC_ID_WMAV1:
     case AV_CODEC_ID_WMAV2:
-        // The decoder drops two frames at the start, and makes one more at the end.
+        // The decoder drops two frames at the start and adds one at the end.
         return wmaFrame();
     default:
         return 0;
@@ -121,8 +121,8 @@ int64_t PacketLength::wmaLength(const AVPacket& packet)
     const bool usesReservoir = flags & 2;
     if (packet.size < 1)
         return 0;
-    // With a bit reservoir a packet tells how many frames begin in it; the rest of the last one comes with the next
-    // packet, and is counted there.
+    // With a bit reservoir, a packet contains the number of frames that begin in it. The rest of the last one is in the
+    // next packet and is counted there.
     const int frames = usesReservoir ? (packet.data[0] & 15) - (mIsFirst ? 1 : 0) : 1;
     return std::max(frames, 0) * wmaFrame();
 }

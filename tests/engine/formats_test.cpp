@@ -246,15 +246,26 @@ TEST(OpusBesideAnotherStream, IsAsLongAsAlone)
     }
 }
 
+namespace {
+
+// Files of those signals, one after the other.
+std::string writeChain(int codec, const std::vector<Signal>& parts)
+{
+    std::string chain;
+    for (const Signal& part : parts)
+        chain += readText(writeSound("part.ogg", SF_FORMAT_OGG | codec, part));
+    writeFile("chain.ogg", chain);
+    return "chain.ogg";
+}
+
+} // namespace
+
 TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
 {
-    const auto chain = [](const Signal& first, const Signal& second) {
-        writeSound("first.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, first);
-        writeSound("second.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, second);
-        writeFile("chain.ogg", readText("first.ogg") + readText("second.ogg"));
-    };
-    chain(sine(2, 44100, 30000), sine(2, 44100, 50000, 880));
-    const SoundPointer alike = engine().open("chain.ogg");
+    const std::string path =
+        writeChain(SF_FORMAT_VORBIS,
+                   {sine(2, 44100, 30000), sine(2, 44100, 50000, 880), sine(1, 44100, 100), sine(2, 44100, 100)});
+    const SoundPointer alike = engine().open(path);
     EXPECT_EQ(factsOf(*alike).samples, 80000u);
     const std::vector<float> all = readFloats(*alike);
     ASSERT_EQ(all.size(), 160000u);
@@ -262,7 +273,33 @@ TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
         ASSERT_EQ(alike->seekData(target), KESS_OK);
         EXPECT_TRUE(std::ranges::equal(readFloats(*alike, 500), std::span(all).subspan(target * 2, 1000)));
     }
+}
 
-    chain(sine(2, 44100, 30000), sine(1, 48000, 50000));
-    EXPECT_EQ(factsOf(*engine().open("chain.ogg")).samples, 30000u);
+TEST(AChainOfUnlikeSounds, IsReadUpToTheFirstUnlikeOneAndRemarkedOn)
+{
+    constexpr size_t kFrames = 48000;
+    const Signal mono = sine(1, 48000, kFrames);
+    const Signal stereo = sine(2, 48000, kFrames);
+    const std::string only = "only the first of its chained sounds is read, because the next one ";
+    const std::tuple<int, std::vector<Signal>, size_t, std::string> cases[] = {
+        {SF_FORMAT_VORBIS, {stereo}, 1, ""},
+        {SF_FORMAT_VORBIS, {stereo, stereo}, 2, ""},
+        {SF_FORMAT_VORBIS, {stereo, mono}, 1, only + "has 1 channel instead of 2"},
+        {SF_FORMAT_VORBIS, {mono, sine(1, 44100, 100)}, 1, only + "has 44100 Hz instead of 48000"},
+        {SF_FORMAT_VORBIS,
+         {mono, mono, stereo, mono},
+         2,
+         "only the first 2 of its chained sounds are read, because the next one has 2 channels instead of 1"},
+        {SF_FORMAT_OPUS, {stereo, stereo}, 2, ""},
+        {SF_FORMAT_OPUS, {stereo, mono, stereo}, 1, only + "has 1 channel instead of 2"},
+    };
+    for (const auto& [codec, parts, read, remark] : cases) {
+        const SoundPointer sound = engine().open(writeChain(codec, parts));
+        EXPECT_EQ(factsOf(*sound).samples, read * kFrames) << remark;
+        char text[256];
+        EXPECT_EQ(sound->getRemark(text, sizeof text), KESS_OK);
+        EXPECT_EQ(text, remark);
+        EXPECT_EQ(sound->getRemark(text, 10), remark.empty() ? KESS_OK : KESS_ERR_TRUNCATED);
+        EXPECT_EQ(text, remark.substr(0, 9));
+    }
 }

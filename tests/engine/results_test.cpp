@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <thread>
 
 using namespace test;
 
@@ -314,6 +315,39 @@ TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
     EXPECT_EQ(error, EMFILE);
     EXPECT_EQ(engine().tryOpen("text"), KESS_ERR_FORMAT);
     EXPECT_EQ(KESS_SystemError(), 0);
+}
+
+TEST(AFailure, IsToldInWordsUntilTheNextCallOfTheThread)
+{
+    const auto detail = [] {
+        char text[256];
+        EXPECT_EQ(KESS_ErrorDetail(text, sizeof text), KESS_OK);
+        return std::string(text);
+    };
+    std::filesystem::create_directory("folder");
+    writeFile("empty.wav", "");
+    writePatched("good.wav", SF_FORMAT_WAV, 100, {});
+    writePatched("many.wav", SF_FORMAT_WAV, 100, {{"", 22, {33, 0}}});
+    writePatched("cut.wav", SF_FORMAT_WAV, 100, {{"", 12, {'n', 'o', 'n', 'e'}}});
+    writeFile("bank.tnb", "\x89TNB\r\n\x1a\n");
+    const std::pair<const char*, const char*> cases[] = {
+        {"folder", "it is a folder"},
+        {"empty.wav", "it is empty"},
+        {"many.wav", "it has 33 channels"},
+        {"cut.wav", "its format chunk is missing or too short"},
+        {"bank.tnb", "the file ends within its header"},
+        {"good.wav", ""},
+    };
+    for (const auto& [path, words] : cases) {
+        EXPECT_EQ(engine().tryOpen(path) == KESS_OK, detail().empty()) << path;
+        EXPECT_EQ(detail(), words) << path;
+        std::thread([&] { EXPECT_EQ(detail(), "") << "of another thread"; }).join();
+    }
+
+    ASSERT_NE(engine().tryOpen("many.wav"), KESS_OK);
+    char text[9];
+    EXPECT_EQ(KESS_ErrorDetail(text, sizeof text), KESS_ERR_TRUNCATED);
+    EXPECT_STREQ(text, "it has 3");
 }
 
 TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)

@@ -100,8 +100,8 @@ private:
             const ogg_int64_t samples = op_pcm_total(mFile.get(), mLinks);
             const int channels = op_channel_count(mFile.get(), mLinks);
             if (samples < 0 || channels != mFacts.channels) {
-                mFacts.remarks.push_back(chainRemark(
-                    size_t(mLinks), samples < 0 ? "is damaged" : otherValue(channels, mFacts.channels, " channels")));
+                mFacts.remarks.push_back(
+                    chainRemark(size_t(mLinks), samples < 0 ? "is damaged" : otherChannels(channels, mFacts.channels)));
                 break;
             }
             mFacts.sampleCount += static_cast<uint64_t>(samples);

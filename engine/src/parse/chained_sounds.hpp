@@ -7,10 +7,16 @@
 
 namespace kess {
 
-// What the remark on a chain says about the first sound that isn't decoded.
-[[nodiscard]] inline std::string otherValue(long value, long first, const char* unit)
+// Reasons for chainRemark().
+[[nodiscard]] inline std::string otherChannels(int channels, int first)
 {
-    return "has " + std::to_string(value) + unit + " instead of " + std::to_string(first);
+    return "has " + std::to_string(channels) + (channels == 1 ? " channel" : " channels") + " instead of "
+        + std::to_string(first);
+}
+
+[[nodiscard]] inline std::string otherRate(long rate, long first)
+{
+    return "has " + std::to_string(rate) + " Hz instead of " + std::to_string(first);
 }
 
 // The remark on a chain of which only the first sounds are decoded. reason completes "the next one ...".

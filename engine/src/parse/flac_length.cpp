@@ -10,7 +10,7 @@ namespace kess {
 
 namespace {
 
-// Uncompressed frames of 8 channels, 32 bits and the largest block are not quite as long.
+// Slightly more than an uncompressed frame of 8 channels, 32 bits and the largest block.
 constexpr uint64_t kMaximumFrameBytes = 2u << 20;
 
 constexpr size_t kMaximumHeaderBytes = 16;
@@ -43,7 +43,7 @@ uint16_t crc16(const uint8_t* bytes, size_t count)
     return crc;
 }
 
-// The number in the form of an over-long UTF-8 character; *used gets its length.
+// A number in the form of an over-long UTF-8 character. *used gets its length.
 std::optional<uint64_t> codedNumber(const uint8_t* bytes, size_t available, size_t* used)
 {
     size_t length = 0;
@@ -63,7 +63,7 @@ std::optional<uint64_t> codedNumber(const uint8_t* bytes, size_t available, size
     return number;
 }
 
-// A frame header with the right checksum; fixedBlock is the block size of streams that have but one.
+// A frame header with a correct checksum. fixedBlock is the block size of streams in which all blocks are equal.
 std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint64_t fixedBlock)
 {
     if (available < 6 || bytes[0] != 0xff || (bytes[1] & 0xfe) != 0xf8)
@@ -112,7 +112,7 @@ std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64
         const auto frame = parseFrame(&tail[i], std::min(tail.size() - i, kMaximumHeaderBytes), fixedBlock);
         if (!frame)
             continue;
-        // The checksum behind a frame makes the remainder over both of them zero.
+        // Over a frame and its checksum, the remainder is zero.
         if (crc16(&tail[i], tail.size() - i) == 0)
             return frame->start + frame->samples;
         if (!cutFrame)

@@ -150,7 +150,7 @@ uint64_t endWithoutTrailingTags(const InputFile& file)
         end -= 128;
     if (end > bytes.size() && file.readAllAt(end - bytes.size(), bytes.data(), bytes.size())
         && std::memcmp(bytes.data(), "APETAGEX", 8) == 0) {
-        // The length of the footer counts the items and itself; a header of 32 bytes may stand before them.
+        // The length in the footer includes the items and the footer. A header of 32 bytes may precede them.
         const uint64_t length = base::loadLittle<uint32_t>(&bytes[12])
             + (base::loadLittle<uint32_t>(&bytes[20]) & 0x80000000u ? uint64_t{32} : 0);
         if (length < end)

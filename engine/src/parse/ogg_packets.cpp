@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kHeaderBytes = 27;
 constexpr size_t kMaximumStreams = 64;
 constexpr size_t kMaximumCommentBytes = 16u << 20; // comments may hold a picture, which counts for the packet's length
-constexpr size_t kMaximumPages = 4096; // pages looked at before the second packet must have ended
+constexpr size_t kMaximumPages = 4096; // by then, the second packet must have ended
 
 struct OggPage
 {

@@ -86,9 +86,9 @@ public:
         if (!mMap.links.empty()) {
             const vorbis_info* first = mMap.links.front().headers->info();
             if (first->channels != info->channels)
-                return otherValue(info->channels, first->channels, " channels");
+                return otherChannels(info->channels, first->channels);
             if (first->rate != info->rate)
-                return otherValue(info->rate, first->rate, " Hz");
+                return otherRate(info->rate, first->rate);
         }
         // If the first position in the file is lower than the number of samples up to it, the difference is cut from
         // the start.
