@@ -339,8 +339,9 @@ TEST(AFailure, IsToldInWordsUntilTheNextCallOfTheThread)
         {"good.wav", ""},
     };
     for (const auto& [path, words] : cases) {
-        EXPECT_EQ(engine().tryOpen(path) == KESS_OK, detail().empty()) << path;
+        const bool isOpened = engine().tryOpen(path) == KESS_OK;
         EXPECT_EQ(detail(), words) << path;
+        EXPECT_EQ(isOpened, detail().empty()) << path;
         std::thread([&] { EXPECT_EQ(detail(), "") << "of another thread"; }).join();
     }
 
