@@ -303,7 +303,7 @@ bool isLossless(AVCodecID id)
     return descriptor && descriptor->props & AV_CODEC_PROP_LOSSLESS && !(descriptor->props & AV_CODEC_PROP_LOSSY);
 }
 
-std::optional<Shape> shapeOf(const AVCodecContext& codec, const AVFrame& frame)
+std::optional<Shape> deliveredShape(const AVCodecContext& codec, const AVFrame& frame)
 {
     const auto kind = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(frame.format));
     const bool isKnown = kind == AV_SAMPLE_FMT_U8 || kind == AV_SAMPLE_FMT_S16 || kind == AV_SAMPLE_FMT_S32
@@ -370,7 +370,7 @@ public:
         mFrame = mStream.nextFrame();
         if (!mFrame)
             return KESS_ERR_FILE_BAD;
-        const std::optional<Shape> shape = shapeOf(mStream.codec(), *mFrame);
+        const std::optional<Shape> shape = deliveredShape(mStream.codec(), *mFrame);
         if (!shape)
             return KESS_ERR_FORMAT;
         mDelivery = shape->delivery;

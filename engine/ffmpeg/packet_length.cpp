@@ -41,7 +41,7 @@ PacketLength::PacketLength(const AVCodecContext& codec, const AVStream& stream, 
 
 void PacketLength::add(const AVPacket& packet)
 {
-    mSamples += lengthOf(packet);
+    mSamples += countSamples(packet);
     if (mIsFirst)
         mSamples -= codecDelay();
     size_t size = 0;
@@ -53,7 +53,7 @@ void PacketLength::add(const AVPacket& packet)
     mIsFirst = false;
 }
 
-int64_t PacketLength::lengthOf(const AVPacket& packet)
+int64_t PacketLength::countSamples(const AVPacket& packet)
 {
     switch (mStream.codecpar->codec_id) {
     case AV_CODEC_ID_WMAV1:

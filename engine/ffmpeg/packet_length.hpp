@@ -35,7 +35,7 @@ private:
         void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
     };
 
-    [[nodiscard]] int64_t lengthOf(const AVPacket& packet);
+    [[nodiscard]] int64_t countSamples(const AVPacket& packet);
     [[nodiscard]] int64_t parsedLength(const AVPacket& packet);
     [[nodiscard]] int64_t wmaLength(const AVPacket& packet);
     [[nodiscard]] int64_t wmaFrame() const;

@@ -39,7 +39,7 @@ private:
     FilePointer mFile;
 };
 
-KESS_CODEC codecOf(bank::Codec codec)
+KESS_CODEC asEngineCodec(bank::Codec codec)
 {
     return static_cast<size_t>(codec) < bank::kCodecCount ? static_cast<KESS_CODEC>(codec) : KESS_CODEC_UNKNOWN;
 }
@@ -57,7 +57,7 @@ SoundFacts engineFacts(const bank::Sound& sound, const bank::SoundEntry& entry)
     facts.syncPoints = sound.syncPoints;
     facts.peak = sound.peak;
     facts.name = entry.name;
-    facts.encoding = Encoding{codecOf(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
+    facts.encoding = Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
     return facts;
 }
 
@@ -114,7 +114,7 @@ void BankFile::describe(KESS_BANKINFO& info) const
     const bank::BankInfo& bank = mReader->info();
     info.majorVersion = bank.majorVersion;
     info.minorVersion = bank.minorVersion;
-    info.codec = codecOf(bank.format);
+    info.codec = asEngineCodec(bank.format);
     if (bank::hasQuality(bank.format))
         info.quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
     info.hasNames = bank.hasNames;

@@ -52,7 +52,7 @@ base::Result<> DecodingCheck::run()
             continue;
         base::Result<> result = readTo(target);
         if (result)
-            result = isOpus() ? compareUntil(endOf(i)) : compareHere();
+            result = isOpus() ? compareUntil(comparisonEnd(i)) : compareHere();
         if (!result)
             return result;
     }
@@ -75,7 +75,7 @@ uint64_t DecodingCheck::preroll() const
 }
 
 // From that sample on, a seek begins at the next seek point. The end of the sound for the last one.
-uint64_t DecodingCheck::endOf(size_t point) const
+uint64_t DecodingCheck::comparisonEnd(size_t point) const
 {
     return point + 1 < mSound.seekPoints.size()
         ? std::min(sampleAt(mSound.seekPoints[point + 1].position + preroll(), mSound), mSound.sampleCount)

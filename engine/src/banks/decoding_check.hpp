@@ -32,7 +32,7 @@ public:
 private:
     [[nodiscard]] bool isOpus() const { return mSound.codec == bank::Codec::Opus; }
     [[nodiscard]] uint64_t preroll() const;
-    [[nodiscard]] uint64_t endOf(size_t point) const;
+    [[nodiscard]] uint64_t comparisonEnd(size_t point) const;
     base::Result<> read(Decoder& decoder, std::vector<float>& frames, size_t count) const;
     base::Result<> readTo(uint64_t position);
     base::Result<> readBoth(size_t count);

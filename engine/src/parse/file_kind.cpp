@@ -200,7 +200,7 @@ base::Result<> recogniseFrames(const InputFile& file, FileKind& kind)
     return {};
 }
 
-base::Result<FileKind> kindOf(const InputFile& file)
+base::Result<FileKind> recogniseKind(const InputFile& file)
 {
     std::array<char, 2048> bytes;
     uint64_t begin = 0;
@@ -247,7 +247,7 @@ bool consistsOfChunks(const InputFile& file, const FileKind& kind)
 
 base::Result<RecognisedFile> recognise(FilePointer file)
 {
-    base::Result<FileKind> kind = kindOf(*file);
+    base::Result<FileKind> kind = recogniseKind(*file);
     if (!kind)
         return std::move(kind.error());
     ChunkList chunks;

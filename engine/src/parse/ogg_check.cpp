@@ -124,13 +124,13 @@ public:
         ogg_packet packet;
         if (ogg_stream_pagein(&mStream, &page) != 0 || ogg_stream_packetout(&mStream, &packet) != 1)
             return true;
-        return addSecondPacket(serial, commentOffset(oggCodecOf(bytesOf(packet))));
+        return addSecondPacket(serial, commentOffset(recogniseOggCodec(asBytes(packet))));
     }
 
     [[nodiscard]] uint64_t count() const { return mCount; }
 
 private:
-    static std::span<const uint8_t> bytesOf(const ogg_packet& packet)
+    static std::span<const uint8_t> asBytes(const ogg_packet& packet)
     {
         return {packet.packet, static_cast<size_t>(packet.bytes)};
     }
@@ -158,7 +158,7 @@ private:
             if (got == 0)
                 continue;
             if (got > 0) {
-                const std::span<const uint8_t> all = bytesOf(packet);
+                const std::span<const uint8_t> all = asBytes(packet);
                 mCount += countComments(all.subspan(std::min(commentsBegin, all.size())));
                 mBytes += static_cast<uint64_t>(packet.bytes);
             }

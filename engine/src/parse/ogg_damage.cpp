@@ -47,7 +47,7 @@ public:
             if (mStreams.size() == kMaximumStreams)
                 mStreams.clear();
             const std::span<const uint8_t> body(page.body, static_cast<size_t>(page.body_len));
-            mStreams[serial] = {oggCodecOf(body) != OggCodec::Unknown, number + 1, 0};
+            mStreams[serial] = {recogniseOggCodec(body) != OggCodec::Unknown, number + 1, 0};
             return;
         }
         const auto found = mStreams.find(serial);

@@ -44,11 +44,11 @@ std::optional<OggPage> readPage(const InputFile& file, uint64_t offset)
     return page;
 }
 
-OggCodec codecOf(const InputFile& file, const OggPage& page)
+OggCodec pageCodec(const InputFile& file, const OggPage& page)
 {
     std::array<uint8_t, 8> start{};
     const size_t got = file.readAt(page.body, start.data(), start.size());
-    return oggCodecOf(std::span(start).first(got));
+    return recogniseOggCodec(std::span(start).first(got));
 }
 
 // Bytes of the second packet of the stream whose first page is given.
@@ -91,7 +91,7 @@ std::vector<OggPage> firstPages(const InputFile& file)
 
 } // namespace
 
-OggCodec oggCodecOf(std::span<const uint8_t> packet)
+OggCodec recogniseOggCodec(std::span<const uint8_t> packet)
 {
     const auto begins = [&](const char* signature, size_t length) {
         return packet.size() >= length && std::memcmp(packet.data(), signature, length) == 0;
@@ -129,14 +129,14 @@ std::vector<OggCodec> oggCodecs(const InputFile& file)
 {
     std::vector<OggCodec> codecs;
     for (const OggPage& page : firstPages(file))
-        codecs.push_back(codecOf(file, page));
+        codecs.push_back(pageCodec(file, page));
     return codecs;
 }
 
 std::vector<uint8_t> oggComments(const InputFile& file)
 {
     for (const OggPage& page : firstPages(file)) {
-        const OggCodec codec = codecOf(file, page);
+        const OggCodec codec = pageCodec(file, page);
         if (codec == OggCodec::Unknown)
             continue;
         std::vector<uint8_t> packet = secondPacket(file, page);

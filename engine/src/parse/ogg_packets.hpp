@@ -19,7 +19,7 @@ enum class OggCodec
 };
 
 // The codec of the stream that begins with packet.
-[[nodiscard]] OggCodec oggCodecOf(std::span<const uint8_t> packet);
+[[nodiscard]] OggCodec recogniseOggCodec(std::span<const uint8_t> packet);
 
 // How many bytes precede the comments in the second packet of a stream.
 [[nodiscard]] size_t commentOffset(OggCodec codec);

@@ -90,7 +90,7 @@ std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t 
 }
 
 // A complete FORM: its body so far, to be followed by dataLength bytes of samples.
-std::vector<uint8_t> formOf(HeaderWriter& body, uint64_t dataLength)
+std::vector<uint8_t> makeForm(HeaderWriter& body, uint64_t dataLength)
 {
     HeaderWriter header(true);
     header.text("FORM");
@@ -112,7 +112,7 @@ std::optional<std::vector<uint8_t>> aiffHeader(const RecognisedFile& file, uint6
     body.chunk("COMM", common);
     body.text("SSND");
     body.number(dataLength, 4);
-    return formOf(body, dataLength);
+    return makeForm(body, dataLength);
 }
 
 // A header of the old Amiga format, whose samples are in BODY. Decoding needs no other chunk.
@@ -130,7 +130,7 @@ std::optional<std::vector<uint8_t>> amigaHeader(const RecognisedFile& file, uint
         body.chunk("CHAN", channels);
     body.text("BODY");
     body.number(dataLength, 4);
-    return formOf(body, dataLength);
+    return makeForm(body, dataLength);
 }
 
 // A file without samples needs no chunk for them (Audio Interchange File Format 1.3). If there are samples, a missing
