@@ -28,7 +28,7 @@ std::string fetchName(KESS::Sound& sound)
     return fetchText([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
 }
 
-std::string withDetail(std::string text)
+std::string withDetail(const std::string& text)
 {
     const std::string detail = fetchText(KESS_ErrorDetail);
     return detail.empty() ? text : text + ": " + detail;

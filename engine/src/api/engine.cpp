@@ -115,7 +115,7 @@ base::Result<> verifyBank(const char* path, const char* key, const ReportFinding
         return BankVerification(**bank, report).run();
     // An unreadable or empty file isn't a finding.
     const base::Error& error = bank.error();
-    if (error.code == base::ErrorCode::Damaged)
+    if (error.code == base::ErrorCode::Damaged && !error.text.empty())
         report({-1, Finding::Kind::Damage, error.text});
     return error;
 }
