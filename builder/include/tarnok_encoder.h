@@ -24,7 +24,8 @@ extern "C" {
 #define TARNOK_ENCODER_ENTRY "Tarnok_EncoderModule"
 
 /* How far outside a sound a module may read, in frames. */
-#define TARNOK_ENCODER_REACH 65536
+#define TARNOK_ENCODER_LOOKAROUND 65536
+#define TARNOK_ENCODER_REACH TARNOK_ENCODER_LOOKAROUND /* the former name */
 
 /* How many bytes a module may write for each sample of each channel, those within its reach included. */
 #define TARNOK_ENCODER_BYTES 8
@@ -49,10 +50,10 @@ typedef struct TARNOK_ENCODER_HOST
 {
     void* user;
 
-    /* The next read begins at a position, -TARNOK_ENCODER_REACH to sampleCount + TARNOK_ENCODER_REACH. Frames outside
-     * the sound are those that a listener of its loop hears there: before the start of a sound whose loop begins with
-     * its first frame, the end of the loop; behind the end of one whose loop ends with its last, the loop's start.
-     * Everywhere else there is silence. Going back is cheap only to where the module has just been. */
+    /* The next read begins at a position, -TARNOK_ENCODER_LOOKAROUND to sampleCount + TARNOK_ENCODER_LOOKAROUND. Frames
+     * outside the sound are those that a listener of its loop hears there: before the start of a sound whose loop
+     * begins with its first frame, the end of the loop; behind the end of one whose loop ends with its last, the loop's
+     * start. Everywhere else there is silence. Going back is cheap only to where the module has just been. */
     TARNOK_RESULT (*seek)(void* user, int64_t position);
 
     /* Delivers exactly count interleaved frames; full scale is -1 to 1. Without a seek before, reading begins with the
@@ -90,11 +91,11 @@ typedef struct TARNOK_ENCODER_MODULE
     uint32_t (*sampleRate)(uint32_t rate);
 
     /* Encodes one sound. Called from several threads at once, each time for another sound. The same sound must give the
-     * same bytes. *leadIn, 0 on entry, becomes the number of decoded frames to drop before the sound's first, at most
+     * same bytes. *preSkip, 0 on entry, becomes the number of decoded frames to drop before the sound's first, at most
      * 131072. The data must have at least a byte for every 8192 frames decoded, begun ones included.
      * TARNOK_ERR_CANCELLED, TARNOK_ERR_MEMORY, TARNOK_ERR_INVALID_FORMAT (it can't take such a sound), any other
      * number: the encoder fails. */
-    TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn);
+    TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip);
 } TARNOK_ENCODER_MODULE;
 
 typedef const TARNOK_ENCODER_MODULE* (*TARNOK_ENCODER_FUNCTION)(void);

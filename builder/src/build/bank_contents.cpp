@@ -4,7 +4,7 @@
 #include "base/file.hpp"
 #include "base/path.hpp"
 #include "build/describe_error.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "support/moments.hpp"
 
 #include <memory>
@@ -44,7 +44,7 @@ public:
                 return base::Error{base::ErrorCode::NotFound};
             part = std::make_shared<FilePart>(std::move(file), 0, size);
         }
-        return bank::StoredSound{part, sizeof(EntryHeader) + location->dataBytes, sizeof(EntryHeader)};
+        return bank::StoredSound{part, sizeof(CacheEntryHeader) + location->dataBytes, sizeof(CacheEntryHeader)};
     }
 
     // The whole record of a sound.
@@ -82,7 +82,7 @@ public:
 private:
     base::Result<bank::StoredSound> openSource(size_t index, const EncodedLocation& location)
     {
-        base::Result<base::OpenedFile> file = base::openRegular(pathsOf(mRequest.subsounds[index]).front());
+        base::Result<base::OpenedFile> file = base::openRegular(sourcePaths(mRequest.subsounds[index]).front());
         if (!file)
             return base::Error{base::ErrorCode::Io};
         auto descriptor = std::make_shared<base::FileDescriptor>(std::move(file->descriptor));

@@ -22,7 +22,7 @@ base::Result<> refuseSource(const BuildRequest& request)
     if (stat(request.outputFile.c_str(), &output) != 0)
         return {};
     for (const TARNOK_SUBSOUND& subsound : request.subsounds) {
-        for (const std::string& path : pathsOf(subsound)) {
+        for (const std::string& path : sourcePaths(subsound)) {
             struct stat source = {};
             if (stat(path.c_str(), &source) == 0 && source.st_dev == output.st_dev && source.st_ino == output.st_ino) {
                 return base::Error{base::ErrorCode::Invalid,

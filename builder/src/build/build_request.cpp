@@ -48,7 +48,7 @@ base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsign
     return request;
 }
 
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound)
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound)
 {
     return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
 }

@@ -29,7 +29,7 @@ base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsign
                                         const char* outputFileName);
 
 // The files of a sound.
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound);
 
 // The first of them without its folder, as it appears in messages.
 std::string firstFile(const TARNOK_SUBSOUND& subsound);

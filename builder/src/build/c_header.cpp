@@ -86,14 +86,14 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 
-    std::unordered_map<std::string, unsigned> wishes; // how often each identifier was wished for
+    std::unordered_map<std::string, unsigned> uses; // how often each identifier was useCount for
     for (size_t index = 0; index < soundNames.size(); ++index) {
         const std::string wanted = prefix + "_SOUND_" + asIdentifier(soundNames[index], true);
         std::string identifier = wanted;
-        unsigned& wished = wishes[wanted];
-        while (++wished > 1) {
-            identifier = wanted + "_" + std::to_string(wished);
-            if (wishes.emplace(identifier, 1).second)
+        unsigned& useCount = uses[wanted];
+        while (++useCount > 1) {
+            identifier = wanted + "_" + std::to_string(useCount);
+            if (uses.emplace(identifier, 1).second)
                 break;
         }
         text += "#define " + identifier + " " + std::to_string(index) + "\n";

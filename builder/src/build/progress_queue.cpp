@@ -21,7 +21,7 @@ constexpr size_t kSmallPortion = 64;
 // build waits for one.
 constexpr size_t kRemainder = 500;
 constexpr auto kPollInterval = 50ms;
-constexpr auto kLongestWait = 500ms;
+constexpr auto kMaximumWait = 500ms;
 
 } // namespace
 
@@ -44,7 +44,7 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
         const std::lock_guard postedLock(mPostedMutex);
         mWaiting.swap(mPosted);
     }
-    if (mWaiting.empty() || hasItsPortion()) {
+    if (mWaiting.empty() || portionIsComplete()) {
         mPortion = 0;
         return nullptr;
     }
@@ -57,7 +57,7 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
     return item;
 }
 
-bool ProgressQueue::hasItsPortion()
+bool ProgressQueue::portionIsComplete()
 {
     return mInPortions && mPortion >= kSmallPortion && mLastFetch - mPortionBegan >= kPortionTime;
 }
@@ -70,16 +70,16 @@ bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
 
 void ProgressQueue::beginBuild()
 {
-    std::deque<Item> unwanted, unwantedToo;
+    std::deque<Item> unwanted, unwantedPosted;
     const std::scoped_lock lock(mMutex, mPostedMutex);
     unwanted.swap(mWaiting);
-    unwantedToo.swap(mPosted);
+    unwantedPosted.swap(mPosted);
     mInPortions = true;
 }
 
 void ProgressQueue::endBuild(const std::stop_token& stop)
 {
-    const auto deadline = mTime.now() + kLongestWait;
+    const auto deadline = mTime.now() + kMaximumWait;
     while (!stop.stop_requested() && mTime.now() < deadline && !isCaughtUp())
         mTime.pause(1ms);
     const std::lock_guard lock(mMutex);

@@ -65,7 +65,7 @@ private:
     static Item makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                          std::string_view text);
 
-    bool hasItsPortion();
+    bool portionIsComplete();
     bool isCaughtUp();
 
     const QueueTime mTime;

@@ -33,7 +33,7 @@ std::string SoundBuilder::Job::shownName() const
 base::Result<EncodedLocation> SoundBuilder::build(const BuildSettings& settings, const TARNOK_SUBSOUND& subsound,
                                                   bool again, const Report& report)
 {
-    Job job{SoundSettings::of(settings, subsound), pathsOf(subsound), again, report, {}, {}, {}};
+    Job job{SoundSettings::resolve(settings, subsound), sourcePaths(subsound), again, report, {}, {}, {}};
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (base::Result<> status = identify(&job); !status)
@@ -76,7 +76,7 @@ std::optional<EncodedLocation> SoundBuilder::find(const Job& job)
         return location;
     const std::optional<CacheEntry> entry = mServices.cache.find(job.key, mServices.stop);
     if (entry && entry->codec == job.settings.codec)
-        return EncodedLocation::of(job.key, entry->dataBytes, entry->record);
+        return EncodedLocation::make(job.key, entry->dataBytes, entry->record);
     return std::nullopt;
 }
 
@@ -89,11 +89,11 @@ std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
         return std::nullopt;
     const base::FileStamp& stamp = job.identities.front().stamp;
     const base::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > EncodedLocation::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
+    if (!sound || known->bytes.size() > EncodedLocation::kMaximumKeptRecord || sound->codec != bank::Codec::Pcm
         || bank::serialise(*sound) != known->bytes
         || !base::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
-    EncodedLocation location = EncodedLocation::of(job.key, sound->dataBytes, known->bytes);
+    EncodedLocation location = EncodedLocation::make(job.key, sound->dataBytes, known->bytes);
     location.inSource = {known->dataOffset, stamp};
     return location;
 }
@@ -172,7 +172,7 @@ base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 // A sound that fails here fails again where it is decoded, and is reported there.
 base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
-    const std::optional<RawSamples>& samples = preparation.rawSamples();
+    const std::optional<RawSampleRange>& samples = preparation.rawSamples();
     if (!job.mayStay() || !samples)
         return false;
     std::optional<RawSound> raw =
@@ -187,7 +187,7 @@ base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation&
     if (!encoded)
         return false;
     preparation.complete(sound);
-    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kLongestKeptRecord;
+    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kMaximumKeptRecord;
 }
 
 EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparation& preparation,
@@ -195,7 +195,7 @@ EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparatio
 {
     const uint64_t offset = preparation.rawSamples()->offset;
     const std::vector<uint8_t> record = bank::serialise(sound);
-    EncodedLocation location = EncodedLocation::of(job.key, sound.dataBytes, record);
+    EncodedLocation location = EncodedLocation::make(job.key, sound.dataBytes, record);
     location.inSource = {offset, job.identities.front().stamp};
     mServices.rawRecords.store(job.key, offset, record);
     return location;

@@ -4,7 +4,7 @@
 #include "base/bytes.hpp"
 #include "base/file.hpp"
 #include "base/path.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "cache/tidying.hpp"
 #include "support/own_file.hpp"
 
@@ -48,7 +48,7 @@ bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, 
 
 // Whether a record is one that we write, to the last bit, of the data that the header describes. One that isn't comes
 // from elsewhere, and would make each bank fail or be damaged in which it is put.
-bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Codec* codec)
+bool fits(std::span<const uint8_t> record, const CacheEntryHeader& header, bank::Codec* codec)
 {
     const base::Result<bank::Sound> sound = bank::deserialise(record);
     if (!sound)
@@ -85,7 +85,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
     CacheEntry entry;
     entry.file = reopen(key);
     struct stat status;
-    EntryHeader header;
+    CacheEntryHeader header;
     if (!entry.file || fstat(entry.file.get(), &status) != 0)
         return std::nullopt;
 
@@ -125,7 +125,7 @@ bool Cache::store(base::TemporaryFile* file, const ContentHash& key)
     struct stat status;
     const uint64_t bytes = fstat(file->descriptor(), &status) == 0 ? uint64_t(status.st_size) : 0;
     if (const base::Result<> done = commitEntry(file, path, mFolder.soundsPath()); !done) {
-        mFolder.cannotKeep(base::fileError("storing", path, done.error().systemError));
+        mFolder.remarkNotStored(base::fileError("storing", path, done.error().systemError));
         return false;
     }
     mStoredBytes += bytes;

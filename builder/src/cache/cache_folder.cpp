@@ -56,11 +56,11 @@ base::Result<base::TemporaryFile> CacheFolder::newFile()
             file = base::TemporaryFile::create(temporaryPath(), kTemporaryStem);
     }
     if (!file)
-        cannotKeep(file.error());
+        remarkNotStored(file.error());
     return file;
 }
 
-void CacheFolder::cannotKeep(const base::Error& why)
+void CacheFolder::remarkNotStored(const base::Error& why)
 {
     if (mRemarked.exchange(true))
         return;

@@ -31,7 +31,7 @@ public:
     base::Result<base::TemporaryFile> newFile();
 
     // Something of this build isn't kept. Makes the remark, unless it has been made.
-    void cannotKeep(const base::Error& why);
+    void remarkNotStored(const base::Error& why);
 
 private:
     std::string temporaryPath() const { return mPath + "/incomplete"; }

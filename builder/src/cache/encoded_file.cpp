@@ -2,7 +2,7 @@
 
 #include "base/bytes.hpp"
 #include "base/file.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -25,7 +25,7 @@ EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     , mStop(std::move(stop))
 {
     mBuffer.reserve(kBufferBytes);
-    mBuffer.resize(sizeof(EntryHeader));
+    mBuffer.resize(sizeof(CacheEntryHeader));
 }
 
 base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
@@ -46,7 +46,7 @@ base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const 
     // What can't be read again must not get into the cache, where it would stay.
     if (!bank::deserialise(record))
         return base::Error{base::ErrorCode::Codec, "the encoder says impossible things about its data"};
-    const EntryHeader header = EntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
+    const CacheEntryHeader header = CacheEntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
     if (const base::Result<> done = flush(); !done)
         return done.error();
     if (const base::Result<> done = put(record, mWritten); !done)
@@ -56,7 +56,7 @@ base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const 
     if (const base::Result<> done = put(base::asBytes(std::span(&header, 1)), 0); !done)
         return done.error();
 
-    EncodedLocation location = EncodedLocation::of(key, sound.dataBytes, record);
+    EncodedLocation location = EncodedLocation::make(key, sound.dataBytes, record);
     if (!mSpilled && !mCache->store(&mEntry, key)) {
         if (const base::Result<> moved = moveToSpill(EROFS); !moved)
             return moved.error();
@@ -92,7 +92,7 @@ base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t positio
             break;
         const int systemError = written.error().systemError;
         if (!base::anotherDiskMayHelp(systemError))
-            return keepingError(systemError);
+            return storingError(systemError);
         if (base::Result<> moved = moveToSpill(systemError); !moved)
             return moved;
     }
@@ -100,7 +100,7 @@ base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t positio
     return {};
 }
 
-base::Error EncodedFile::keepingError(int systemError) const
+base::Error EncodedFile::storingError(int systemError) const
 {
     return mSpill.folders().fileError("keeping an encoded sound for", systemError);
 }
@@ -110,13 +110,13 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
 {
     if (!mSpilled && mCache && mEntry) {
         CacheFolder& folder = mCache->folder();
-        folder.cannotKeep(base::fileError("keeping an encoded sound in", folder.path(), systemError));
+        folder.remarkNotStored(base::fileError("keeping an encoded sound in", folder.path(), systemError));
     }
     bool currentIsFull = mSpilled.has_value();
     for (;;) {
         const base::Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();
         if (!next)
-            return systemError == EROFS ? next.error() : keepingError(systemError);
+            return systemError == EROFS ? next.error() : storingError(systemError);
         currentIsFull = true;
         base::Result<> copied;
         if (mWritten > 0) {
@@ -133,7 +133,7 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
         // The file that is copied must not have become shorter; for a person, its disk has failed.
         systemError = copied.error().code == base::ErrorCode::Damaged ? EIO : copied.error().systemError;
         if (!base::anotherDiskMayHelp(systemError))
-            return keepingError(systemError);
+            return storingError(systemError);
     }
 }
 

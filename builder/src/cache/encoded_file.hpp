@@ -33,7 +33,7 @@ private:
     base::Result<> flush();
     base::Result<> put(std::span<const uint8_t> bytes, uint64_t position);
     base::Result<> moveToSpill(int systemError);
-    base::Error keepingError(int systemError) const;
+    base::Error storingError(int systemError) const;
     int descriptor() const { return mSpilled ? mSpilled->file->get() : mEntry.descriptor(); }
     uint64_t start() const { return mSpilled ? mSpilled->end : 0; }
 

@@ -31,11 +31,11 @@ struct EncodedLocation
     std::vector<uint8_t> record; // the serialised form, if it is short
 
     // Longer forms (those with a seek table) are read again when needed, so that memory doesn't grow with the sounds.
-    static constexpr size_t kLongestKeptRecord = 512;
+    static constexpr size_t kMaximumKeptRecord = 512;
 
     bool inCache() const { return !spilled && !inSource; }
 
-    static EncodedLocation of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
+    static EncodedLocation make(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
 };
 
 } // namespace tarnok

@@ -87,20 +87,20 @@ void RawRecords::save(const std::stop_token& stop)
     const std::string path = mFolder.recordsPath();
     rmdir(path.c_str()); // an empty folder is nobody's
     if (isForeign(path, kMagic)) {
-        mFolder.cannotKeep({base::ErrorCode::Invalid, path + " is none of its files and stays as it is"});
+        mFolder.remarkNotStored({base::ErrorCode::Invalid, path + " is none of its files and stays as it is"});
         return;
     }
     base::Result<> done = base::writeAt(file->descriptor(), bytes, 0);
     if (done)
         done = file->commit(path);
     if (!done)
-        mFolder.cannotKeep(base::fileError("storing", path, done.error().systemError));
+        mFolder.remarkNotStored(base::fileError("storing", path, done.error().systemError));
 }
 
 RecordTable RawRecords::readTable() const
 {
     const base::Result<base::OpenedFile> file = base::openRegular(mFolder.recordsPath());
-    if (!file || file->stamp.size > RecordTable::kLargestTable)
+    if (!file || file->stamp.size > RecordTable::kMaximumTableBytes)
         return {};
     std::vector<uint8_t> bytes(file->stamp.size);
     if (!base::readAt(file->descriptor.get(), bytes, 0))

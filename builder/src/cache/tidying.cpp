@@ -1,7 +1,7 @@
 #include "cache/tidying.hpp"
 
 #include "base/file_descriptor.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "support/content_hash.hpp"
 #include "support/own_file.hpp"
 
@@ -52,7 +52,7 @@ bool isEntryPath(const fs::path& path)
 bool removeEntry(const std::string& path)
 {
     const base::FileDescriptor file = openOwn(path);
-    return file && startsWithMagic(file.get(), EntryHeader::kMagic) && unlink(path.c_str()) == 0;
+    return file && startsWithMagic(file.get(), CacheEntryHeader::kMagic) && unlink(path.c_str()) == 0;
 }
 
 bool isDue(const CacheFolder& folder, uint64_t storedBytes)

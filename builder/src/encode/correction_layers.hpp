@@ -9,7 +9,7 @@
 
 namespace tarnok {
 
-inline constexpr size_t kMostLayers = 4; // the seams of a sound are two stretches at most, its corrections eight
+inline constexpr size_t kMaximumLayers = 4; // the seams of a sound are two stretches at most, its corrections eight
 
 // The segments of one stretch. Each has as many layers as are chosen for it, at first none.
 class CorrectionLayers
@@ -34,12 +34,12 @@ private:
     struct Corrected
     {
         std::vector<float> left; // empty until it is asked for
-        std::array<std::vector<uint8_t>, kMostLayers> scales; // by channel
+        std::array<std::vector<uint8_t>, kMaximumLayers> scales; // by channel
     };
     struct Segment
     {
         size_t chosen = 0;
-        std::array<Corrected, kMostLayers + 1> corrected; // by number of layers
+        std::array<Corrected, kMaximumLayers + 1> corrected; // by number of layers
     };
 
     void correct(Segment* segment, size_t layers) const;

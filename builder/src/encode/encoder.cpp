@@ -44,7 +44,7 @@ constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
     {"Opus", 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
-const CodecEntry& entryOf(Codec codec)
+const CodecEntry& codecEntry(Codec codec)
 {
     return kCodecs[size_t(codec)];
 }
@@ -90,13 +90,13 @@ bank::Sound describe(Codec codec, const PreparedFacts& facts)
 
 std::unique_ptr<Encoder> makeEncoder(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     return entry.make ? entry.make() : nullptr;
 }
 
 const char* codecName(Codec codec)
 {
-    return entryOf(codec).name;
+    return codecEntry(codec).name;
 }
 
 uint32_t encodingRate(Codec codec, uint32_t sampleRate)
@@ -112,7 +112,7 @@ uint32_t encodingRate(Codec codec, uint32_t sampleRate)
 
 std::string encoderVersion(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     if (!entry.make)
         return {};
     const std::string own = std::string(entry.name) + ' ' + std::to_string(entry.revision);

@@ -29,13 +29,13 @@ struct PreparedFacts
 };
 
 // How far before the first and behind the last frame of a sound an encoder reads, in frames.
-inline constexpr int64_t kMaximumReach = 65'536;
+inline constexpr int64_t kMaximumLookaround = 65'536;
 
 // The samples of a sound that is ready to be encoded.
 //
 // An encoder that is to leave no seam at a loop hears the end of the loop before the sound's start and the start of the
-// loop after its end. So frames are addressed by positions from -kMaximumReach to sampleCount + kMaximumReach, of which
-// those outside the sound repeat frames of the loop as frameAt() tells, or are silent.
+// loop after its end. So frames are addressed by positions from -kMaximumLookaround to sampleCount +
+// kMaximumLookaround, of which those outside the sound repeat frames of the loop as frameAt() tells, or are silent.
 //
 // An encoder seeks once to a position at or before the start, reads on without a gap to one at or behind the end, and
 // may do all of that once more (two passes). It uses either readFloat or readSamples.

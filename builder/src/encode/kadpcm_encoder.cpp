@@ -97,7 +97,7 @@ private:
 };
 
 // The stretches on both sides of the loop's seam.
-std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
+std::optional<bank::kadpcm::Seam> findSeam(const PreparedFacts& facts)
 {
     if (!facts.loop)
         return std::nullopt;
@@ -150,7 +150,7 @@ base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& 
     DataStream data(sink);
     Reader16 reader(sound);
     SuperblockWriter writer(data, encoded);
-    bank::kadpcm::Encoder encoder(facts.channels, stop, seamOf(facts));
+    bank::kadpcm::Encoder encoder(facts.channels, stop, findSeam(facts));
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;

@@ -31,15 +31,15 @@ constexpr int64_t kWarmUp = 4;
 
 constexpr size_t kMaximumPacketBytesPerStream = 1275 * 3 + 7;
 
-struct Destroy
+struct DestroyEncoder
 {
     void operator()(OpusMSEncoder* encoder) const { opus_multistream_encoder_destroy(encoder); }
 };
-using Library = std::unique_ptr<OpusMSEncoder, Destroy>;
+using OpusLibraryEncoder = std::unique_ptr<OpusMSEncoder, DestroyEncoder>;
 
 // One or two channels share a stream, more have one each. What channels mean isn't known (they may be six stems of a
 // music), so none is treated as a subwoofer and none are coupled.
-OpusMapping mappingOf(int channels)
+OpusMapping streamMapping(int channels)
 {
     static constexpr auto kInOrder = [] {
         std::array<uint8_t, bank::kMaximumChannels> table{};
@@ -56,12 +56,12 @@ std::vector<uint8_t> packed(const OpusMapping& mapping)
     return setup;
 }
 
-base::Result<Library> start(const PreparedFacts& facts, const OpusMapping& mapping, int quality)
+base::Result<OpusLibraryEncoder> start(const PreparedFacts& facts, const OpusMapping& mapping, int quality)
 {
     int failed = OPUS_OK;
-    Library library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
-                                                    mapping.coupled, mapping.table,
-                                                    OPUS_APPLICATION_RESTRICTED_LOWDELAY, &failed));
+    OpusLibraryEncoder library(opus_multistream_encoder_create(int(facts.sampleRate), facts.channels, mapping.streams,
+                                                               mapping.coupled, mapping.table,
+                                                               OPUS_APPLICATION_RESTRICTED_LOWDELAY, &failed));
     if (!library)
         return Error{failed == OPUS_ALLOC_FAIL ? ErrorCode::Memory : ErrorCode::Unsupported};
     const int bits = opusBitsPerChannel(quality, facts.sampleRate) * facts.channels;
@@ -119,7 +119,7 @@ public:
     [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // Of the first sample of a packet, counted from the first packet kept.
     [[nodiscard]] int64_t position(int64_t packet) const { return (packet - mFirstKept) * mFrame; }
-    [[nodiscard]] int64_t leadIn() const { return mSound - mFirstKept * mFrame; }
+    [[nodiscard]] int64_t preSkip() const { return mSound - mFirstKept * mFrame; }
 
 private:
     // Whether a key takes over for one that is due so near to it. Each costs processor time.
@@ -210,8 +210,8 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
                                    bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
-    const OpusMapping mapping = mappingOf(facts.channels);
-    base::Result<Library> started = start(facts, mapping, quality);
+    const OpusMapping mapping = streamMapping(facts.channels);
+    base::Result<OpusLibraryEncoder> started = start(facts, mapping, quality);
     if (!started)
         return started.error();
     OpusMSEncoder* library = started->get();
@@ -223,7 +223,7 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
     *encoded = describe(bank::Codec::Opus, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = packed(mapping);
-    encoded->leadIn = uint32_t(schedule.leadIn());
+    encoded->leadIn = uint32_t(schedule.preSkip());
     if (const base::Result<> result = sound.seek(schedule.start()); !result)
         return result.error();
 

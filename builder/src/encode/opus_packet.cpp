@@ -22,8 +22,8 @@ public:
     }
 
     // Bits that have been read, rounded up (4.1.6.1).
-    [[nodiscard]] uint32_t tell() const { return mBits - uint32_t(std::bit_width(mRange)); }
-    [[nodiscard]] bool holds(uint32_t bits) const { return tell() + bits <= mBytes.size() * 8; }
+    [[nodiscard]] uint32_t bitsRead() const { return mBits - uint32_t(std::bit_width(mRange)); }
+    [[nodiscard]] bool holds(uint32_t bits) const { return bitsRead() + bits <= mBytes.size() * 8; }
 
     // A flag that is set with a probability of 2^-shift.
     bool flag(int shift)

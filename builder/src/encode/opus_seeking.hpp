@@ -4,8 +4,8 @@
 // packet before, and the pitch filter repeats up to 1024 samples: so two packets in a row are encoded without
 // prediction. And gaps in transients are filled by what the last two stationary packets were: so two such packets must
 // be among the first three that are decoded after a seek. Whether there are isn't known before they are encoded, nor
-// can it be forced. So every place that is wanted is tried: the packets are looked into, and decoded twice, by a
-// decoder that begins there and by one that has a past. If these don't meet the place is given up, and the next packet
+// can it be forced. So every point that is wanted is tried: the packets are looked into, and decoded twice, by a
+// decoder that begins there and by one that has a past. If these don't meet the point is given up, and the next packet
 // tried.
 #pragma once
 
@@ -41,12 +41,12 @@ public:
     [[nodiscard]] base::Result<> decode(std::span<const uint8_t> packet);
 
 private:
-    struct Destroy
+    struct DestroyDecoder
     {
         void operator()(OpusMSDecoder* decoder) const { opus_multistream_decoder_destroy(decoder); }
     };
 
-    std::unique_ptr<OpusMSDecoder, Destroy> mLibrary;
+    std::unique_ptr<OpusMSDecoder, DestroyDecoder> mLibrary;
     std::vector<float> mFrames;
     size_t mChannels;
 };
@@ -58,7 +58,7 @@ public:
     // Decoding is right so many packets after a seek point.
     static constexpr int64_t kConvergence = 4;
 
-    // Packets that another decoder must have decoded before a place is tried, to have a past.
+    // Packets that another decoder must have decoded before a point is tried, to have a past.
     static constexpr int64_t kPast = 2;
 
     OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames);
@@ -73,18 +73,18 @@ public:
     [[nodiscard]] bool onTrial() const { return mKey >= 0; }
 
     // The packet that was announced, and what the other decoder made of it. A trial that succeeds adds its seek point.
-    [[nodiscard]] base::Result<> take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
+    [[nodiscard]] base::Result<> take(std::span<const uint8_t> packet, const bank::SeekPoint& point,
                                       std::span<const float> frames, std::vector<bank::SeekPoint>* points);
 
 private:
     void count(std::span<const uint8_t> packet);
-    [[nodiscard]] bool meets(std::span<const float> frames) const;
+    [[nodiscard]] bool matches(std::span<const float> frames) const;
 
     OpusPacketDecoder mDecoder;
     std::vector<int> mStationary; // packets of each stream since the trial began
     int64_t mPacket = 0;
     int64_t mKey = -1; // packet that is tried, -1 for none
-    bank::SeekPoint mPlace; // of it
+    bank::SeekPoint mPoint; // of it
     bool mStillWanted = false;
 };
 

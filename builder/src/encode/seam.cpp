@@ -18,11 +18,11 @@ constexpr int64_t kShortFrames = 4096;
 constexpr size_t kLayers = 2; // at least, over the seams of longer sounds
 
 // The squared error that a listener hears in three places: before the seam, behind it, and in the whole sound.
-struct Heard
+struct SeamError
 {
     std::array<double, 3> sums{};
 
-    void add(const Heard& other, double sign)
+    void add(const SeamError& other, double sign)
     {
         for (size_t i = 0; i < sums.size(); ++i)
             sums[i] += sign * other.sums[i];
@@ -46,7 +46,7 @@ public:
         collect(seams);
         mTotal.sums[2] = squaredError;
         for (Segment& segment : mSegments) {
-            const Heard first = heard(segment, 0);
+            const SeamError first = remainingError(segment, 0);
             mTotal.sums[0] += first.sums[0];
             mTotal.sums[1] += first.sums[1];
             for (size_t layer = 0; layer < layersAtLeast(); ++layer)
@@ -83,23 +83,23 @@ private:
     size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
 
     // What remains of a segment after so many layers.
-    Heard heard(const Segment& segment, size_t layers) const
+    SeamError remainingError(const Segment& segment, size_t layers) const
     {
-        Heard sum;
+        SeamError sum;
         const std::span<const float> left = segment.seam->left(segment.index, layers);
         const int64_t first = segment.seam->first(segment.index);
         for (size_t i = 0; i < left.size(); ++i) {
             const int64_t frame = first + int64_t(i / mChannels);
             const double square = double(left[i]) * left[i];
             sum.sums[0] += square * (frame < mEnd && frame >= mEnd - kSeamFrames);
-            sum.sums[1] += square * double(timesBehind(frame));
+            sum.sums[1] += square * double(timesAfter(frame));
             sum.sums[2] += square;
         }
         return sum;
     }
 
     // How often a frame of the loop is heard within kSeamFrames behind the seam.
-    int64_t timesBehind(int64_t frame) const
+    int64_t timesAfter(int64_t frame) const
     {
         const int64_t into = frame - mStart;
         return frame < mStart || frame >= mEnd || into >= kSeamFrames
@@ -117,8 +117,8 @@ private:
 
     void raise(Segment* segment)
     {
-        mTotal.add(heard(*segment, segment->layers), -1);
-        mTotal.add(heard(*segment, ++segment->layers), 1);
+        mTotal.add(remainingError(*segment, segment->layers), -1);
+        mTotal.add(remainingError(*segment, ++segment->layers), 1);
     }
 
     Segment* mostHelpful()
@@ -126,11 +126,11 @@ private:
         Segment* found = nullptr;
         double least = std::numeric_limits<double>::max();
         for (Segment& segment : mSegments) {
-            if (segment.layers == kMostLayers)
+            if (segment.layers == kMaximumLayers)
                 continue;
-            Heard total = mTotal;
-            total.add(heard(segment, segment.layers), -1);
-            total.add(heard(segment, segment.layers + 1), 1);
+            SeamError total = mTotal;
+            total.add(remainingError(segment, segment.layers), -1);
+            total.add(remainingError(segment, segment.layers + 1), 1);
             if (const double now = worst(total); now < least) {
                 least = now;
                 found = &segment;
@@ -140,19 +140,19 @@ private:
     }
 
     // Root mean square of the worse side, times that of the sound.
-    double worst(const Heard& total) const
+    double worst(const SeamError& total) const
     {
         const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kNothing);
         const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
-        const double behind = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
-        return std::sqrt(std::max({before, behind, 0.0}) / sound);
+        const double after = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
+        return std::sqrt(std::max({before, after, 0.0}) / sound);
     }
 
     int64_t mLength;
     int64_t mStart;
     int64_t mEnd;
     size_t mChannels;
-    Heard mTotal;
+    SeamError mTotal;
     std::vector<Segment> mSegments;
 };
 

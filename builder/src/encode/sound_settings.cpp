@@ -21,19 +21,19 @@ constexpr uint64_t kPipelineRevision = 6;
 
 } // namespace
 
-SoundSettings SoundSettings::of(const BuildSettings& order, const TARNOK_SUBSOUND& subsound)
+SoundSettings SoundSettings::resolve(const BuildSettings& build, const TARNOK_SUBSOUND& subsound)
 {
-    const unsigned flags = order.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
-    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : order.quality;
+    const unsigned flags = build.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
+    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : build.quality;
 
     SoundSettings settings;
-    settings.codec = bank::Codec(order.format);
+    settings.codec = bank::Codec(build.format);
     settings.quality = bank::hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
     settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
     settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
     settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;
     settings.desiredRate = uint32_t(std::lround(subsound.desiredSampleRate));
-    settings.module = order.module;
+    settings.module = build.module;
     if (settings.module)
         settings.moduleFlags = flags & (TARNOK_BUILD_FILTERHIGHFREQ | TARNOK_BUILD_DISABLESEEKING);
     settings.lowestRate = (flags & TARNOK_BUILD_OPTIMIZESAMPLERATE) && settings.desiredRate == 0;

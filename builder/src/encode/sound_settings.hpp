@@ -37,7 +37,7 @@ struct SoundSettings
     // Applies the overrides of one sound. desiredSampleRate has been checked (see isRate). A wish for a rate is
     // explicit, so the search for the lowest one doesn't apply then. Flags that only XMA knows have no effect on the
     // codecs of our own.
-    static SoundSettings of(const BuildSettings& order, const TARNOK_SUBSOUND& subsound);
+    static SoundSettings resolve(const BuildSettings& build, const TARNOK_SUBSOUND& subsound);
 
     // Whether a desired sample rate is one: 0, or 1 to bank::kMaximumSampleRate.
     static bool isRate(float desiredSampleRate);

@@ -30,11 +30,11 @@ constexpr int64_t kBeginning = 4096;
 constexpr size_t kKeptKinds = 4;
 
 // Decodes the packets around the seam of the loop, of one sound after the other.
-class SeamDecoder
+class VorbisSeamDecoder
 {
 public:
-    SeamDecoder() { vorbis_info_init(&mInfo); }
-    ~SeamDecoder()
+    VorbisSeamDecoder() { vorbis_info_init(&mInfo); }
+    ~VorbisSeamDecoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
@@ -42,8 +42,8 @@ public:
         }
         vorbis_info_clear(&mInfo);
     }
-    SeamDecoder(const SeamDecoder&) = delete;
-    SeamDecoder& operator=(const SeamDecoder&) = delete;
+    VorbisSeamDecoder(const VorbisSeamDecoder&) = delete;
+    VorbisSeamDecoder& operator=(const VorbisSeamDecoder&) = delete;
 
     // The headers that all the sounds have.
     base::Result<> start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
@@ -125,21 +125,21 @@ private:
 };
 
 // The states of the library for one sound, ended in the order that it wants.
-class Library
+class LibvorbisEncoder
 {
 public:
-    explicit Library(vorbis_info& info)
+    explicit LibvorbisEncoder(vorbis_info& info)
         : mInfo(info)
     { }
-    ~Library()
+    ~LibvorbisEncoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
             vorbis_dsp_clear(&mDsp);
         }
     }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
+    LibvorbisEncoder(const LibvorbisEncoder&) = delete;
+    LibvorbisEncoder& operator=(const LibvorbisEncoder&) = delete;
 
     base::Result<> start()
     {
@@ -150,7 +150,7 @@ public:
     }
 
     // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
-    base::Result<> headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
+    base::Result<> headers(std::vector<uint8_t>* setup, VorbisSeamDecoder* seam)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -170,9 +170,9 @@ public:
         return {};
     }
 
-    // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
-    float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
-    base::Result<> wrote(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
+    // Room for frames, channel by channel; submit() tells how many were filled in, none that the sound has ended.
+    float** buffer(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
+    base::Result<> submit(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
 
     // The next packet, valid until the one after; nullptr when more samples are needed first.
     base::Result<ogg_packet*> packet()
@@ -205,7 +205,7 @@ class PacketChooser
 {
 public:
     // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
-    PacketChooser(DataStream& data, SeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
+    PacketChooser(DataStream& data, VorbisSeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
         : mData(data)
         , mSeam(seam)
         , mSound(sound)
@@ -251,7 +251,7 @@ private:
     }
 
     DataStream& mData;
-    SeamDecoder& mSeam;
+    VorbisSeamDecoder& mSeam;
     bank::Sound* mSound;
     int64_t mFirst;
     int64_t mEnd;
@@ -267,7 +267,7 @@ private:
 class Feeder
 {
 public:
-    Feeder(PreparedSound& sound, int64_t position, Library& library, SeamRecorder& seam)
+    Feeder(PreparedSound& sound, int64_t position, LibvorbisEncoder& library, SeamRecorder& seam)
         : mSound(sound)
         , mPosition(position)
         , mLibrary(library)
@@ -281,7 +281,7 @@ public:
             return result.error();
         mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
         mPosition += count;
-        float** room = mLibrary.room(count);
+        float** room = mLibrary.buffer(count);
         if (!room)
             return Error{ErrorCode::Memory};
         const int channels = mSound.facts().channels;
@@ -290,13 +290,13 @@ public:
             for (long i = 0; i < count; ++i)
                 room[channel][i] = from[i * channels];
         }
-        return mLibrary.wrote(count);
+        return mLibrary.submit(count);
     }
 
 private:
     PreparedSound& mSound;
     int64_t mPosition;
-    Library& mLibrary;
+    LibvorbisEncoder& mLibrary;
     SeamRecorder& mSeam;
     std::vector<float> mFrames;
 };
@@ -338,7 +338,7 @@ struct VorbisEncoder::Kind
         int coupling = channels == 2;
         if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
             return Error{ErrorCode::Unsupported};
-        Library library(info);
+        LibvorbisEncoder library(info);
         if (const base::Result<> result = library.start(); !result)
             return result.error();
         return library.headers(&setup, &seamDecoder);
@@ -349,7 +349,7 @@ struct VorbisEncoder::Kind
     int quality;
     vorbis_info info{};
     std::vector<uint8_t> setup; // the headers
-    SeamDecoder seamDecoder;
+    VorbisSeamDecoder seamDecoder;
 };
 
 VorbisEncoder::VorbisEncoder() = default;
@@ -384,22 +384,22 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
     encoded->quality = uint8_t(quality);
     encoded->setup = kind.setup;
 
-    Library library(kind.info);
+    LibvorbisEncoder library(kind.info);
     if (const base::Result<> result = library.start(); !result)
         return result.error();
-    const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
-    if (const base::Result<> result = sound.seek(-lead); !result)
+    const int64_t warmUp = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
+    if (const base::Result<> result = sound.seek(-warmUp); !result)
         return result.error();
 
     DataStream data(sink);
     SeamRecorder seam(facts, kBeginning);
     kind.seamDecoder.begin(seam);
-    PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
-    Feeder feeder(sound, -lead, library, seam);
+    PacketChooser chooser(data, kind.seamDecoder, encoded, warmUp, warmUp + int64_t(facts.sampleCount));
+    Feeder feeder(sound, -warmUp, library, seam);
 
     // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
     // loop's start until the last sample of the sound has come out.
-    int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
+    int64_t left = warmUp + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumLookaround : 0);
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error{ErrorCode::Cancelled};
@@ -415,7 +415,7 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
             const long count = long(std::min<int64_t>(left, kReadFrames));
             ended = count == 0;
             left -= count;
-            result = ended ? library.wrote(0) : feeder.feed(count);
+            result = ended ? library.submit(0) : feeder.feed(count);
         }
         if (!result)
             return result.error();

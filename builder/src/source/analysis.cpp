@@ -143,7 +143,7 @@ public:
         for (const Candidate& candidate : mCandidates) {
             const double noiseShare = 1 - kKeptBand * candidate.rate / 2 / ownBand;
             const double noise = roundingNoise(mFacts.sampleFormat) * noiseShare * decibels(kNoiseMargin);
-            if (candidate.mostAbove <= std::max(noise, mLoudest * decibels(-kAudibleRange)))
+            if (candidate.maximumAbove <= std::max(noise, mLoudest * decibels(-kAudibleRange)))
                 return candidate.rate;
         }
         return uint32_t(std::lround(mFacts.sampleRate));
@@ -154,7 +154,7 @@ private:
     {
         uint32_t rate;
         size_t firstBand; // the lowest band that this rate doesn't keep
-        double mostAbove;
+        double maximumAbove;
     };
 
     // Sounds shorter than a window get a shorter one, down to a length at which there is nothing to gain.
@@ -182,7 +182,7 @@ private:
             for (auto candidate = mCandidates.rbegin(); candidate != mCandidates.rend(); ++candidate) {
                 while (band > candidate->firstBand)
                     above += energies[--band];
-                candidate->mostAbove = std::max(candidate->mostAbove, above);
+                candidate->maximumAbove = std::max(candidate->maximumAbove, above);
             }
             while (band > 0)
                 above += energies[--band];

@@ -16,7 +16,7 @@ constexpr unsigned kOpenMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KES
 
 // Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
 // where nobody means them: 48 dB above full scale. What is no number becomes 0.
-constexpr float kLargestSample = 256;
+constexpr float kMaximumSample = 256;
 
 // What kind of file it is instead of a sound, or null.
 const char* refusal(KESS_SOUND_TYPE type)
@@ -85,7 +85,7 @@ base::Result<> DecodedFile::readFloat(float* frames, size_t count)
     }
     if (mFacts.sampleFormat == bank::SampleFormat::Float)
         std::transform(first, frames, first, [](float sample) {
-            return std::isnan(sample) ? 0.0f : std::clamp(sample, -kLargestSample, kLargestSample);
+            return std::isnan(sample) ? 0.0f : std::clamp(sample, -kMaximumSample, kMaximumSample);
         });
     return {};
 }
@@ -110,9 +110,9 @@ base::Result<> DecodedFile::readSamples(void* frames, size_t count)
     return {};
 }
 
-std::optional<RawSamples> DecodedFile::rawSamples() const
+std::optional<RawSampleRange> DecodedFile::rawSamples() const
 {
-    RawSamples samples;
+    RawSampleRange samples;
     if (mSound->getRawSamples(&samples.offset, &samples.bytes) != KESS_OK)
         return std::nullopt;
     return samples;

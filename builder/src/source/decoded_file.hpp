@@ -25,7 +25,7 @@ public:
     base::Result<> readSamples(void* frames, size_t count) override;
 
     // Where the samples are in the file as readSamples() delivers them.
-    std::optional<RawSamples> rawSamples() const;
+    std::optional<RawSampleRange> rawSamples() const;
 
     // The loop and the markers that the file brings.
     std::optional<base::Loop> loop() const;

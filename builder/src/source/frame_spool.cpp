@@ -70,7 +70,7 @@ base::Result<> FrameSpool::write(uint64_t frame, const float* frames, size_t cou
         if (written)
             return {};
         if (!base::anotherDiskMayHelp(written.error().systemError) || !openNextFolder())
-            return mStop.stop_requested() ? base::cancelled() : keepingError(written.error());
+            return mStop.stop_requested() ? base::cancelled() : storingError(written.error());
     }
 }
 
@@ -89,7 +89,7 @@ base::Result<> FrameSpool::readFloat(float* frames, size_t count)
         const std::span<uint8_t> bytes = base::asWritableBytes(std::span(frames, count * channels));
         const base::Result<> read = base::readAt(mFile.get(), bytes, mPosition * channels * sizeof(float));
         if (!read)
-            return keepingError(read.error());
+            return storingError(read.error());
     }
     mPosition += count;
     return {};
@@ -101,16 +101,16 @@ base::Result<> FrameSpool::readSamples(void* frames, size_t count)
         return readFloat(static_cast<float*>(frames), count);
     const auto channels = size_t(mFacts.channels);
     const uint64_t firstPosition = mPosition * channels;
-    mRoom.resize(count * channels);
-    if (base::Result<> status = readFloat(mRoom.data(), count); !status)
+    mBuffer.resize(count * channels);
+    if (base::Result<> status = readFloat(mBuffer.data(), count); !status)
         return status;
-    quantise(mRoom.data(), mRoom.size(), firstPosition, bank::bytesPerSample(mFacts.sampleFormat),
+    quantise(mBuffer.data(), mBuffer.size(), firstPosition, bank::bytesPerSample(mFacts.sampleFormat),
              static_cast<uint8_t*>(frames));
     return {};
 }
 
 // The file is our own, so that an early end means that its disk has lost a part of it.
-base::Error FrameSpool::keepingError(const base::Error& error) const
+base::Error FrameSpool::storingError(const base::Error& error) const
 {
     const bool endsEarly = error.code == base::ErrorCode::Damaged;
     return mFolders.fileError("keeping resampled sound for", endsEarly ? EIO : error.systemError);

@@ -44,7 +44,7 @@ private:
 
     base::Result<> openNextFolder();
     bool copyTo(int target) const;
-    base::Error keepingError(const base::Error& error) const;
+    base::Error storingError(const base::Error& error) const;
 
     FrameFacts mFacts;
     std::stop_token mStop;
@@ -52,7 +52,7 @@ private:
     std::vector<float> mMemory;
     base::FileDescriptor mFile;
     uint64_t mPosition = 0;
-    std::vector<float> mRoom;
+    std::vector<float> mBuffer;
 };
 
 } // namespace tarnok

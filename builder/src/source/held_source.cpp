@@ -92,8 +92,8 @@ private:
 
 bool isShort(const FrameFacts& facts)
 {
-    constexpr uint64_t kMostSamples = 64 << 10; // half a megabyte in both forms
-    return facts.length <= kMostSamples / uint64_t(facts.channels);
+    constexpr uint64_t kMaximumSamples = 64 << 10; // half a megabyte in both forms
+    return facts.length <= kMaximumSamples / uint64_t(facts.channels);
 }
 
 } // namespace
@@ -108,10 +108,10 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
 
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source, const std::optional<base::Loop>& loop)
 {
-    constexpr uint64_t kMostFrames = 64 << 10; // the reach of encoders: a longer loop is heard once
+    constexpr uint64_t kMaximumFrames = 64 << 10; // the reach of encoders: a longer loop is heard once
     const FrameFacts& facts = source->facts();
     if (isShort(facts) || !loop || loop->start >= loop->end || loop->end > facts.length
-        || loop->end - loop->start > kMostFrames)
+        || loop->end - loop->start > kMaximumFrames)
         return source;
     return std::make_unique<HeldStretch>(std::move(source), *loop);
 }

@@ -86,13 +86,13 @@ private:
             const size_t partBytes = size_t(part->facts().channels) * width;
             const uint64_t left = part->facts().length - std::min(mPosition, part->facts().length);
             const size_t wanted = size_t(std::min<uint64_t>(count, left));
-            mRoom.assign(count * partBytes, 0);
+            mPartSamples.assign(count * partBytes, 0);
             if (wanted > 0) {
-                if (base::Result<> status = readPart(*part, mRoom, wanted); !status)
+                if (base::Result<> status = readPart(*part, mPartSamples, wanted); !status)
                     return status;
             }
             for (size_t frame = 0; frame < count; ++frame)
-                std::memcpy(target + frame * frameBytes, &mRoom[frame * partBytes], partBytes);
+                std::memcpy(target + frame * frameBytes, &mPartSamples[frame * partBytes], partBytes);
             target += partBytes;
         }
         mPosition += count;
@@ -102,7 +102,7 @@ private:
     std::vector<std::unique_ptr<FrameSource>> mParts;
     FrameFacts mFacts;
     uint64_t mPosition = 0;
-    std::vector<uint8_t> mRoom;
+    std::vector<uint8_t> mPartSamples;
 };
 
 } // namespace

@@ -10,7 +10,7 @@
 namespace tarnok {
 
 // Where in its file the samples of a sound are, as a bank wants them.
-struct RawSamples
+struct RawSampleRange
 {
     uint64_t offset = 0;
     uint64_t bytes = 0;
@@ -23,7 +23,7 @@ class RawSound final : public PreparedSound
 public:
     // Nothing when the file is not there or no longer the one of that stamp.
     static std::optional<RawSound> open(const std::string& path, const base::FileStamp& stamp,
-                                        const PreparedFacts& facts, const RawSamples& samples);
+                                        const PreparedFacts& facts, const RawSampleRange& samples);
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
     base::Result<> seek(int64_t position) override;
@@ -35,11 +35,11 @@ public:
     base::Result<> readSamples(void* frames, size_t count) override;
 
 private:
-    RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples);
+    RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSampleRange& samples);
 
     base::FileDescriptor mFile;
     PreparedFacts mFacts;
-    RawSamples mSamples;
+    RawSampleRange mSamples;
     size_t mFrameBytes;
     uint64_t mPosition = 0; // bytes from the start of the samples
 };

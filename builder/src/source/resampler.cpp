@@ -18,7 +18,7 @@ namespace {
 constexpr size_t kBlockFrames = 4096;
 
 // More than half the length of soxr's filter at this quality, in frames of whichever rate is lower.
-constexpr double kFilterReach = 2048;
+constexpr double kHalfFilter = 2048;
 
 using Soxr = std::unique_ptr<soxr, void (*)(soxr_t)>;
 
@@ -51,8 +51,8 @@ public:
         , mStop(std::move(stop))
     {
         const double lower = std::max(1.0, plan.mInput / plan.mOutput);
-        mReach = uint64_t(std::ceil(kFilterReach * lower));
-        mOutputReach = uint64_t(std::ceil(double(mReach) * plan.mOutput / plan.mInput));
+        mFilterFrames = uint64_t(std::ceil(kHalfFilter * lower));
+        mFilterOutputFrames = uint64_t(std::ceil(double(mFilterFrames) * plan.mOutput / plan.mInput));
         mInputBlock.resize(kBlockFrames * size_t(source.facts().channels));
         mOutputBlock.resize(mInputBlock.size());
     }
@@ -79,7 +79,7 @@ private:
     base::Result<> runFromLoopStart()
     {
         const uint64_t loopLength = mPlan.mLoop->end;
-        const uint64_t dropped = mOutputReach;
+        const uint64_t dropped = mFilterOutputFrames;
         if (base::Result<> status = runStretch(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength);
             !status)
             return status;
@@ -91,7 +91,7 @@ private:
     // matter; positions before the sound are silent.
     base::Result<> runInnerLoop()
     {
-        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mReach);
+        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->start) - int64_t(periods * uint64_t(mPlan.mInput));
         const uint64_t dropped = periods * uint64_t(mPlan.mOutput) - mPlan.mLoop->start;
         if (base::Result<> status = runStretch(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
@@ -106,7 +106,7 @@ private:
         const uint64_t tail = mPlan.mLength - mPlan.mLoop->end;
         if (tail == 0)
             return {};
-        const uint64_t periods = periodsCovering(mReach);
+        const uint64_t periods = periodsCovering(mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->end) - int64_t(periods * uint64_t(mPlan.mInput));
         return runStretch(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
     }
@@ -205,10 +205,10 @@ private:
         size_t count;
     };
 
-    Run locate(Outside outside, int64_t position, size_t most) const
+    Run locate(Outside outside, int64_t position, size_t maximum) const
     {
         if (position < 0)
-            return {std::nullopt, size_t(std::min<uint64_t>(most, uint64_t(-position)))};
+            return {std::nullopt, size_t(std::min<uint64_t>(maximum, uint64_t(-position)))};
         auto frame = uint64_t(position);
         uint64_t end = mPlan.mSourceLength;
         if (outside == Outside::LoopStart) {
@@ -218,22 +218,22 @@ private:
             end = loop.end;
         }
         if (frame >= end)
-            return {std::nullopt, most};
+            return {std::nullopt, maximum};
         if (mPlan.mRounds > 1)
-            return locateInRounds(frame, std::min<uint64_t>(most, end - frame));
-        return {frame, size_t(std::min<uint64_t>(most, end - frame))};
+            return locateInRounds(frame, std::min<uint64_t>(maximum, end - frame));
+        return {frame, size_t(std::min<uint64_t>(maximum, end - frame))};
     }
 
     // The rounds exist in the plan only; the source has one.
-    Run locateInRounds(uint64_t frame, uint64_t most) const
+    Run locateInRounds(uint64_t frame, uint64_t maximum) const
     {
         const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
-            return {frame, size_t(std::min(most, loop.start - frame))};
+            return {frame, size_t(std::min(maximum, loop.start - frame))};
         if (frame >= loop.end)
-            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(most)};
+            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(maximum)};
         const uint64_t offset = (frame - loop.start) % mPlan.mRoundLength;
-        return {loop.start + offset, size_t(std::min(most, mPlan.mRoundLength - offset))};
+        return {loop.start + offset, size_t(std::min(maximum, mPlan.mRoundLength - offset))};
     }
 
     FrameSource& mSource;
@@ -241,8 +241,8 @@ private:
     FrameSpool& mSpool;
     ResamplingPrecision mPrecision;
     std::stop_token mStop;
-    uint64_t mReach = 0; // of the filter, in frames of the source
-    uint64_t mOutputReach = 0; // the same in frames of the result
+    uint64_t mFilterFrames = 0; // of the filter, in frames of the source
+    uint64_t mFilterOutputFrames = 0; // the same in frames of the result
     std::vector<float> mInputBlock;
     std::vector<float> mOutputBlock;
 };

@@ -9,7 +9,7 @@ namespace tarnok {
 namespace {
 
 // A cent: the largest change of pitch that an inner loop may cost the sound around it.
-constexpr double kMostDetuning = 5.7e-4;
+constexpr double kMaximumDetuning = 5.7e-4;
 
 uint64_t wholeLength(double exactly)
 {
@@ -22,7 +22,7 @@ uint64_t roundsInTune(double loopLength)
 {
     uint64_t rounds = 1;
     while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
-           > kMostDetuning)
+           > kMaximumDetuning)
         ++rounds;
     return rounds;
 }

@@ -19,9 +19,9 @@ namespace {
 // well inside.
 base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
 {
-    constexpr double kMostUp = 64;
-    constexpr double kMostDown = 1024;
-    if (toRate <= fromRate * kMostUp && fromRate <= toRate * kMostDown)
+    constexpr double kMaximumUpsampling = 64;
+    constexpr double kMaximumDownsampling = 1024;
+    if (toRate <= fromRate * kMaximumUpsampling && fromRate <= toRate * kMaximumDownsampling)
         return {};
     char text[160];
     std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
@@ -63,7 +63,7 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
         mRawSamples = files.front()->rawSamples();
     if (mSettings.loop)
         mLoop = commonLoop(files);
-    return putTogether(std::move(files));
+    return combine(std::move(files));
 }
 
 // The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
@@ -91,7 +91,7 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
 
 // How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
 // there.
-ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate) const
+ResamplingPlan SoundPreparation::planPart(const DecodedFile& file, double rate) const
 {
     const FrameFacts& facts = file.facts();
     if (mLoop) {
@@ -109,13 +109,13 @@ ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate
     return {facts.length, std::nullopt, facts.sampleRate, rate};
 }
 
-base::Result<> SoundPreparation::putTogether(Files files)
+base::Result<> SoundPreparation::combine(Files files)
 {
     const double rate = files.front()->facts().sampleRate;
     std::vector<std::unique_ptr<FrameSource>> parts;
     for (std::unique_ptr<DecodedFile>& file : files) {
         const double ownRate = file->facts().sampleRate;
-        const ResamplingPlan plan = planOfPart(*file, rate);
+        const ResamplingPlan plan = planPart(*file, rate);
         base::Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
         if (part && ownRate != rate)
             part = resample(*holdLoopIfShort(std::move(*part), plan.sourceLoop()), plan, rate, mSpoolFolders, mStop);
@@ -185,12 +185,12 @@ base::Result<> SoundPreparation::preprocess()
 void SoundPreparation::limitSyncPoints()
 {
     constexpr size_t kPointBytes = 12; // in a bank, besides the name
-    constexpr size_t kMostBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
+    constexpr size_t kMaximumBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
     size_t kept = 0;
     size_t bytes = 0;
     for (; kept < std::min(mSyncPoints.size(), bank::kMaximumSyncPoints); ++kept) {
         bytes += kPointBytes + mSyncPoints[kept].name.size();
-        if (bytes > kMostBytes)
+        if (bytes > kMaximumBytes)
             break;
     }
     if (kept == mSyncPoints.size())

@@ -47,7 +47,7 @@ public:
     base::Result<> preprocess();
 
     // Where the sound is in its only file, to the bit as it is prepared.
-    const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
+    const std::optional<RawSampleRange>& rawSamples() const { return mRawSamples; }
 
     // The sound for its encoder; afterwards what the encoder doesn't know: sync points, peak.
     PreparedSound& sound();
@@ -57,8 +57,8 @@ private:
     using Files = std::vector<std::unique_ptr<DecodedFile>>;
 
     static base::Loop commonLoop(const Files& files);
-    ResamplingPlan planOfPart(const DecodedFile& file, double rate) const;
-    base::Result<> putTogether(Files files);
+    ResamplingPlan planPart(const DecodedFile& file, double rate) const;
+    base::Result<> combine(Files files);
     void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
@@ -71,7 +71,7 @@ private:
     std::vector<base::SyncPoint> mSyncPoints;
     std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
-    std::optional<RawSamples> mRawSamples;
+    std::optional<RawSampleRange> mRawSamples;
     uint32_t mRate = 0; // to encode at, hertz
     std::unique_ptr<LoopedSound> mPrepared;
 };

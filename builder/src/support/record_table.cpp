@@ -58,7 +58,7 @@ void applyLimits(std::vector<Candidate>* records, const RecordTable::Limits& lim
     std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
         return left.head.usedAt > right.head.usedAt;
     });
-    constexpr uint64_t kMaximum = RecordTable::kLargestTable;
+    constexpr uint64_t kMaximum = RecordTable::kMaximumTableBytes;
     uint64_t size = sizeof(TableHeader);
     std::erase_if(*records, [&](const Candidate& record) {
         const uint64_t maximum = record.head.usedAt > limits.recently ? kMaximum : std::min(limits.bytes, kMaximum);

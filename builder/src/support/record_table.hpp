@@ -50,7 +50,7 @@ public:
                                       const Limits& limits);
 
     // Bytes in a file, whatever was used recently. A hundred thousand usual sounds.
-    static constexpr uint64_t kLargestTable = 20 << 20;
+    static constexpr uint64_t kMaximumTableBytes = 20 << 20;
 
 private:
     struct Entry

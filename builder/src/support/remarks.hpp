@@ -13,7 +13,7 @@ class Remarks
 {
 public:
     // Appends a sentence, UTF-8 without a line end. One that this build has made before is dropped, and so is what
-    // comes after the first kMost; the last one then says that there are more.
+    // comes after the first kMaximumCount; the last one then says that there are more.
     void post(std::string text);
 
     // The oldest remark that was not fetched yet; empty when there is none.
@@ -22,7 +22,7 @@ public:
     // Forgets what the build before has said.
     void beginBuild();
 
-    static constexpr size_t kMost = 10'000; // in one build
+    static constexpr size_t kMaximumCount = 10'000; // in one build
 
 private:
     std::mutex mMutex;
@@ -30,7 +30,7 @@ private:
     std::deque<std::string> mWaiting;
 };
 
-// Copies text into room of `size` bytes, as many whole characters as fit, with a NUL at the end. size is at least 1.
-void copyCharacters(const std::string& text, char* room, size_t size);
+// Copies text into buffer of `size` bytes, as many whole characters as fit, with a NUL at the end. size is at least 1.
+void copyCharacters(const std::string& text, char* buffer, size_t size);
 
 } // namespace tarnok

@@ -30,7 +30,7 @@ uint64_t difference(uint64_t limit, uint64_t used)
     return limit == MemoryLeft::kUnlimited ? limit : limit - std::min(limit, used);
 }
 
-uint64_t limitOf(__rlimit_resource resource)
+uint64_t resourceLimit(__rlimit_resource resource)
 {
     rlimit limit{};
     return getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
@@ -91,8 +91,8 @@ MemoryLeft memoryLeft()
     uint64_t sizePages = 0, ignored = 0, dataPages = 0;
     std::ifstream("/proc/self/statm") >> sizePages >> ignored >> ignored >> ignored >> ignored >> dataPages;
     const auto pageBytes = uint64_t(sysconf(_SC_PAGESIZE));
-    left.addressSpace = difference(limitOf(RLIMIT_AS), sizePages * pageBytes);
-    left.data = difference(limitOf(RLIMIT_DATA), dataPages * pageBytes);
+    left.addressSpace = difference(resourceLimit(RLIMIT_AS), sizePages * pageBytes);
+    left.data = difference(resourceLimit(RLIMIT_DATA), dataPages * pageBytes);
     left.controlGroup = leftInControlGroups();
     if (const std::optional<uint64_t> kilobytes = numberIn("/proc/meminfo", "MemAvailable:"))
         left.machine = *kilobytes << 10;

@@ -10,7 +10,7 @@
 namespace tarnok {
 
 // Stored before the encoded data of an entry; the sound's serialised form follows the data. Little-endian.
-struct EntryHeader
+struct CacheEntryHeader
 {
     char magic[8];
     std::array<uint8_t, 32> key;
@@ -20,12 +20,12 @@ struct EntryHeader
     uint64_t recordChecksum; // XXH3-64 of the serialised form
     uint64_t headerChecksum; // XXH3-64 of the fields above
 
-    static EntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
-                            std::span<const uint8_t> record);
+    static CacheEntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
+                                 std::span<const uint8_t> record);
     bool valid(const ContentHash& wanted, uint64_t fileBytes) const;
 
     static constexpr char kMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '2'};
 };
-static_assert(sizeof(EntryHeader) == 80);
+static_assert(sizeof(CacheEntryHeader) == 80);
 
 } // namespace tarnok
