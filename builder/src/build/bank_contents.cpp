@@ -15,7 +15,7 @@ namespace tarnok {
 
 namespace {
 
-// Hands the encoded sounds to the writer of the bank, one at a time.
+// Passes the encoded sounds to the writer of the bank, one at a time.
 class EncodedSounds final : public bank::StoredSounds
 {
 public:
@@ -25,7 +25,7 @@ public:
         , mCache(cache)
     { }
 
-    // ErrorCode::NotFound: the sound was encoded, and is missing by now.
+    // ErrorCode::NotFound: the sound was encoded but is missing now.
     base::Result<bank::StoredSound> open(size_t index) override
     {
         if (onCopy)
@@ -47,7 +47,7 @@ public:
         return bank::StoredSound{part, sizeof(CacheEntryHeader) + location->dataBytes, sizeof(CacheEntryHeader)};
     }
 
-    // The whole record of a sound.
+    // The complete record of a sound.
     base::Result<bank::Sound> sound(size_t index)
     {
         const EncodedLocation* location = mResults.find(index);
@@ -66,13 +66,13 @@ public:
         return bank::deserialise(record);
     }
 
-    // The sound that must be encoded again, after the writer has failed with error.
+    // The sound that must be encoded again after the writer has failed with error, if any.
     std::optional<size_t> staleSound(const base::Error& error) const
     {
         const EncodedLocation* location = mOpened ? mResults.find(*mOpened) : nullptr;
         if (!location)
             return std::nullopt;
-        // An error with a text is one of the file that is written.
+        // An error with a text concerns the file that is written, not the sound.
         const bool isOfSound = error.text.empty();
         const bool isMissing = error.code == base::ErrorCode::NotFound;
         const bool mayHaveChanged = error.code == base::ErrorCode::Io || error.code == base::ErrorCode::Damaged;
@@ -94,7 +94,7 @@ private:
     const BuildRequest& mRequest;
     const SoundResults& mResults;
     const Cache& mCache;
-    std::optional<size_t> mOpened; // the last one
+    std::optional<size_t> mOpened; // the sound that was opened last
 };
 
 base::Result<> write(AtomicOutput& output, EncodedSounds& sounds, const BuildRequest& request,

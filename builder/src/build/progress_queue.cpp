@@ -13,12 +13,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A portion ends when it has taken that long, unless it is small: a watcher that fetches now and then isn't busy.
+// A portion ends after kPortionTime, unless it is small: a watcher that fetches only now and then isn't busy.
 constexpr auto kPortionTime = 5ms;
 constexpr size_t kSmallPortion = 64;
 
-// At the end of a build: what a watcher takes in without delay, how often watchers look at least, and the most that a
-// build waits for one.
+// At the end of a build: the number of reports that a watcher processes without delay, the longest interval at which
+// watchers poll, and the maximum time that a build waits for a watcher.
 constexpr size_t kRemainder = 500;
 constexpr auto kPollInterval = 50ms;
 constexpr auto kMaximumWait = 500ms;
@@ -92,8 +92,7 @@ bool ProgressQueue::isCaughtUp()
     return mWaiting.size() + mPosted.size() <= kRemainder || mTime.now() - mLastFetch > kPollInterval;
 }
 
-// The failed record's text has no size of its own in the public header, so item and record share one allocation that is
-// as long as the text needs.
+// The text in TARNOK_STATE_DATA_FAILED has a variable length, so item, record and text share one allocation.
 ProgressQueue::Item ProgressQueue::makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                                             std::string_view text)
 {

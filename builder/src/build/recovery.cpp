@@ -16,7 +16,7 @@ base::Result<> Recovery::encodeStale(size_t found)
     const EncodedLocation* location = mResults.find(found);
     if (location && !location->spilled)
         return base::outOfMemory();
-    // The same content with another checksum: it isn't the file that was wrong.
+    // The file has the same content but another checksum, so the record was wrong.
     if (location && former.inSource && location->key == former.key)
         mServices.rawRecords.forget(former.key);
     mServices.saveTables();

@@ -11,7 +11,7 @@ namespace tarnok {
 
 namespace {
 
-// Takes the data of a sound that isn't to be kept.
+// Discards the data of a sound.
 class NoData final : public base::ByteSink
 {
 public:
@@ -56,7 +56,7 @@ base::Result<> SoundBuilder::identify(Job* job)
     job->identities.clear();
     std::vector<ContentHash> contents;
     for (const std::string& path : job->paths) {
-        // A file that isn't what it was taken for was taken so by the index, perhaps.
+        // If a file has changed unexpectedly, the index may have been wrong about it.
         const bool anew = job->again || !job->changed.empty();
         const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, anew);
         if (!identity)
@@ -98,8 +98,8 @@ std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
     return location;
 }
 
-// The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
-// have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
+// The key was computed when the files were hashed; then the engine opened them again. If they changed in between, the
+// encoded data belongs to an unknown content: nothing is stored, and the caller starts again.
 base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
 {
     const Job& job = *which;
@@ -117,7 +117,8 @@ base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
             status = encodeInto(file, job, preparation, &sound);
     }
 
-    // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
+    // A file that was truncated or overwritten while it was read can fail with any error. That it has changed is the
+    // better explanation.
     const base::Result<bool> isOther = hasChanged(which, left && *left);
     if (isOther && *isOther)
         return std::optional<EncodedLocation>();
@@ -151,8 +152,8 @@ base::Result<> SoundBuilder::prepare(const Job& job, SoundPreparation& preparati
     return status;
 }
 
-// A file that certainly is another one decides over those of which that isn't known. What stays in its source is
-// compared with its checksum each time, so that a wrong record of it does no harm.
+// A file that has certainly changed takes precedence over errors of other files. A sound that stays in its source is
+// compared with its checksum each time, so a wrong record of it does no harm.
 base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 {
     base::Result<bool> answer = false;
@@ -169,7 +170,7 @@ base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
     return answer;
 }
 
-// A sound that fails here fails again where it is decoded, and is reported there.
+// Errors needn't be reported here: the sound fails again when it is decoded.
 base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
     const std::optional<RawSampleRange>& samples = preparation.rawSamples();
@@ -212,7 +213,7 @@ base::Result<> SoundBuilder::encodeInto(EncodedFile& file, const Job& job, Sound
     return {};
 }
 
-// A module's encoder is made for the settings of one sound.
+// The encoder of a module depends on the settings of the sound, so each sound gets its own.
 Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
 {
     if (!mEncoder || settings.module)

@@ -14,7 +14,7 @@ namespace tarnok {
 
 namespace {
 
-// Bytes of a file times this are about the bytes of its samples.
+// The approximate ratio of the decoded size of a file to its size.
 double expansion(std::string_view path)
 {
     const std::string_view extension = path.substr(std::min(path.size(), path.rfind('.') + 1));

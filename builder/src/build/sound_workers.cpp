@@ -76,8 +76,8 @@ void SoundWorkers::encodeSound(const Task& task) noexcept
             mReports.soundFailed(task.index, task.worker, location.error());
         }
     } catch (...) {
-        // Not even the report could be stored. The result is missing, or is still the former one, and whoever needs it
-        // finds that.
+        // Not even the report could be stored. The result is missing or still the previous one, which is detected where
+        // it is needed.
     }
 }
 
@@ -112,7 +112,7 @@ void SoundWorkers::loadModule()
         mModuleError = module.error();
 }
 
-// A build may last longer than the time for which a used entry is safe from another build's tidying.
+// A build may last longer than kInUseFor, the time for which a used entry is safe from tidying by other builds.
 void SoundWorkers::keepUsedEntries()
 {
     const int64_t now = time(nullptr);

@@ -1,4 +1,4 @@
-// The first bytes of an entry of the cache.
+// The header of a cache entry.
 #pragma once
 
 #include "support/content_hash.hpp"
@@ -9,14 +9,14 @@
 
 namespace tarnok {
 
-// Stored before the encoded data of an entry; the sound's serialised form follows the data. Little-endian.
+// Precedes the encoded data of an entry. The sound's serialised form follows the data. Little-endian.
 struct CacheEntryHeader
 {
     char magic[8];
     std::array<uint8_t, 32> key;
     uint64_t dataBytes;
     uint64_t recordBytes;
-    uint64_t dataChecksum; // XXH3-64, the one in the sound's record
+    uint64_t dataChecksum; // XXH3-64, the same as in the sound's record
     uint64_t recordChecksum; // XXH3-64 of the serialised form
     uint64_t headerChecksum; // XXH3-64 of the fields above
 

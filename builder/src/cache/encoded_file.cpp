@@ -12,13 +12,13 @@ namespace tarnok {
 
 namespace {
 
-// Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
+// Packets have some hundred bytes. They are gathered into pieces that are worth a system call.
 constexpr size_t kBufferBytes = 128 << 10;
 
 } // namespace
 
-// The header is known last. Zeros are written in its stead at first, so that the file has no hole and can be moved as
-// it is.
+// The header is known only at the end. Zeros are written in its position first, so that the file has no hole and can be
+// moved as it is.
 EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     : mCache(cache)
     , mSpill(spill)
@@ -43,7 +43,7 @@ base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
 base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
 {
     const std::vector<uint8_t> record = bank::serialise(sound);
-    // What can't be read again must not get into the cache, where it would stay.
+    // A record that can't be read back must not get into the cache, where it would remain.
     if (!bank::deserialise(record))
         return base::Error{base::ErrorCode::Codec, "the encoder says impossible things about its data"};
     const CacheEntryHeader header = CacheEntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
@@ -75,7 +75,7 @@ base::Result<> EncodedFile::flush()
     return done;
 }
 
-// Writes at a position counted from the start of this sound, in whatever file takes it.
+// Writes at an offset from the start of this sound, to the entry or to the spill file.
 base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t position)
 {
     if (!mEntry && !mSpilled) {
@@ -105,7 +105,7 @@ base::Error EncodedFile::storingError(int systemError) const
     return mSpill.folders().fileError("keeping an encoded sound for", systemError);
 }
 
-// systemError: why the sound can't stay where it is; EROFS: the cache doesn't take it.
+// systemError: why the sound can't stay in its file; EROFS if the cache refused it.
 base::Result<> EncodedFile::moveToSpill(int systemError)
 {
     if (!mSpilled && mCache && mEntry) {
@@ -130,7 +130,7 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
         }
         if (copied.error().code == base::ErrorCode::Cancelled)
             return base::cancelled();
-        // The file that is copied must not have become shorter; for a person, its disk has failed.
+        // The copied file has become shorter, which means to the user that its disk has failed.
         systemError = copied.error().code == base::ErrorCode::Damaged ? EIO : copied.error().systemError;
         if (!base::anotherDiskMayHelp(systemError))
             return storingError(systemError);

@@ -17,10 +17,10 @@ namespace tarnok {
 namespace {
 
 constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '3'};
-constexpr uint64_t kShare = 16; // of the cache's limit, this part is for records
+constexpr uint64_t kShare = 16; // the records may use this fraction of the cache's limit
 
-// A lock on a folder among those who ask for it. Without it, of two builds that save at once one loses what it has
-// learned; so it isn't worth a long wait for a process that was stopped, or for a file system without locks.
+// An advisory lock on a folder. Without it, one of two builds that save at the same time loses its new records. That
+// isn't worth a long wait for a process that was stopped, or for a file system without locks.
 base::FileDescriptor lockFolder(const std::string& path, const std::stop_token& stop)
 {
     constexpr int kAttempts = 100;
@@ -35,7 +35,7 @@ base::FileDescriptor lockFolder(const std::string& path, const std::stop_token& 
 
 } // namespace
 
-// A record in the table is the offset of the data, then the serialised form.
+// A record in the table consists of the offset of the data and the serialised form.
 std::optional<RawRecord> RawRecords::find(const ContentHash& key)
 {
     if (!mUseRecords)
@@ -74,7 +74,7 @@ void RawRecords::save(const std::stop_token& stop)
     const std::lock_guard lock(mMutex);
     if (mNew.empty())
         return;
-    mTable.reset(); // there may be many, and all that is asked for was found by now
+    mTable.reset(); // the table may be large, and nothing is looked up any more
     const base::FileDescriptor lockedFolder = lockFolder(mFolder.path(), stop);
     const RecordTable table = readTable();
     const int64_t now = time(nullptr);
@@ -85,7 +85,7 @@ void RawRecords::save(const std::stop_token& stop)
     if (!file)
         return;
     const std::string path = mFolder.recordsPath();
-    rmdir(path.c_str()); // an empty folder is nobody's
+    rmdir(path.c_str()); // an empty folder contains nothing to lose
     if (isForeign(path, kMagic)) {
         mFolder.remarkNotStored({base::ErrorCode::Invalid, path + " is none of its files and stays as it is"});
         return;

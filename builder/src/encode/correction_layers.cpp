@@ -13,10 +13,11 @@ constexpr auto kSegment = size_t(bank::kCorrectionSegment);
 
 using Values = std::array<float, kSegment>;
 
-// Looks for the scales by which several layers together leave least of one segment of one channel.
+// Searches for the scales with which several layers together leave the least error in one segment of one channel.
 //
-// For a normal distribution the root mean square is the best unit of each. An error with a peak, such as a pre-echo,
-// needs a first layer that reaches up to the peak; what that one does to all other samples is put right by the next.
+// For a normal distribution the root mean square is the best unit of each layer. An error with a peak, such as a
+// pre-echo, needs a first layer that covers the peak; the next layer corrects what the first one does to all other
+// samples.
 class ScaleSearch
 {
 public:

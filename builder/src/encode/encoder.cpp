@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::array<uint32_t, 5> kOpusRates = {8'000, 12'000, 16'000, 24'000, 48'000};
 
-// What the library's tables of tunings cover.
+// The limit of libvorbis's tuning tables.
 constexpr uint32_t kVorbisHighestRate = 200'000;
 
 template <typename Made>
@@ -25,13 +25,13 @@ std::unique_ptr<Encoder> make()
     return std::make_unique<Made>();
 }
 
-// What differs from codec to codec.
+// The properties of one codec.
 struct CodecEntry
 {
     const char* name;
-    int revision; // raised whenever an encoder of ours makes other bytes from the same sound
+    int revision; // raised whenever our encoder produces other bytes from the same sound
     const char* (*libraryVersion)(); // null: no library
-    std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
+    std::unique_ptr<Encoder> (*make)(); // null: encoded by an external module
 };
 
 // Indexed by Codec.

@@ -29,7 +29,7 @@ const char* fileName(Codec codec)
     return codec == Codec::Xma ? "tarnok_xma.so" : "tarnok_at9.so";
 }
 
-// The folder that this library was loaded from, with the slash.
+// The folder from which this library was loaded, with a slash at the end.
 std::string ownFolder()
 {
     Dl_info self;
@@ -40,8 +40,8 @@ std::string ownFolder()
     return slash == std::string::npos ? "./" : library.substr(0, slash + 1);
 }
 
-// Whether all of a library's segments lie inside its file. The system's loader doesn't ask: it maps what a file that
-// was cut short lacks, and touching that ends the process.
+// Whether all segments of a library are inside its file. The system's loader doesn't check that: it also maps the
+// missing part of a truncated file, and accessing that ends the process.
 bool isWhole(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary | std::ios::ate);
@@ -68,7 +68,8 @@ bool isUsable(const TARNOK_ENCODER_MODULE* module, Codec codec)
         && module->maximumChannels <= unsigned(bank::kMaximumChannels) && module->sampleRate && module->encode;
 }
 
-// One run of a module's encode: what it calls, with what it may not do refused, and what it left behind.
+// One run of a module's encode(): implements the functions that the module calls, refuses invalid calls, and collects
+// the result.
 class ModuleRun
 {
 public:
@@ -92,12 +93,13 @@ public:
                 }};
     }
 
-    // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
+    // The result: the first failure on our side, otherwise what the module returned.
     base::Result<> end(TARNOK_RESULT answer, uint32_t preSkip)
     {
         if (mResult)
             mResult = toResult(answer);
-        // Nobody else would report why there is no sound.
+        // The module claims a cancellation that didn't happen. Without an error of its own, nobody would report the
+        // missing sound.
         if (!mResult && mResult.error().code == ErrorCode::Cancelled && !mStop.stop_requested())
             return Error{ErrorCode::Codec};
         if (!mResult)
@@ -130,7 +132,7 @@ private:
         }
     }
 
-    // A module that looks at nothing but the answers ends soon, too.
+    // After a cancellation every call fails, so that a module that only checks results ends soon, too.
     TARNOK_RESULT answer(base::Result<> result)
     {
         if (result && mStop.stop_requested())
@@ -202,7 +204,7 @@ private:
         return answer({});
     }
 
-    // No encoder needs more; one that never ends would fill the disk.
+    // More than any encoder needs. Without a limit, a module that never ends would fill the disk.
     [[nodiscard]] uint64_t maximumBytes() const
     {
         const PreparedFacts& facts = mSound.facts();
@@ -217,7 +219,7 @@ private:
     base::Result<> mResult; // the first failure on our side
 };
 
-// Encodes by a module.
+// Encodes with a module.
 class ExternalEncoder final : public Encoder
 {
 public:

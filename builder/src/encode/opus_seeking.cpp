@@ -16,13 +16,14 @@ namespace {
 
 constexpr int64_t kUnpredictedPackets = 2;
 
-// Of each stream two of the first three packets must be stationary. A transient before them may be wrong, and the pitch
-// filter repeats it; there is one packet more for that to fade.
+// In each stream, two of the first three packets must be stationary. A transient before them may be wrong, and the
+// pitch filter repeats it; one more packet lets that fade.
 constexpr int kStationaryPackets = 2;
 constexpr int64_t kSettlingPackets = 3;
 
-// A quarter of what a bank promises, which is -60 dB of the sound, or -90 dB of full scale where the sound is faint. A
-// decoder from the start has another past than the one that is compared with, and may be somewhat further off.
+// A quarter of the difference that a bank allows, which is -60 dB of the sound, or -90 dB of full scale where the sound
+// is faint. A decoder that comes from the start has another state than the one used for the comparison, and may differ
+// somewhat more.
 constexpr double kMaximumDifference = 1.0 / 4000;
 constexpr double kFaint = 0.0316;
 

@@ -12,12 +12,12 @@ namespace tarnok {
 
 namespace {
 
-// Of a sound shorter than this the error is known as a whole, and where it stands out is corrected.
+// For a sound shorter than this the whole error is known, and is corrected where it stands out.
 constexpr int64_t kShortFrames = 4096;
 
-constexpr size_t kLayers = 2; // at least, over the seams of longer sounds
+constexpr size_t kLayers = 2; // minimum for the seams of longer sounds
 
-// The squared error that a listener hears in three places: before the seam, behind it, and in the whole sound.
+// The squared error before the seam, after it, and in the whole sound.
 struct SeamError
 {
     std::array<double, 3> sums{};
@@ -40,7 +40,7 @@ public:
         , mChannels(channels)
     { }
 
-    // squaredError: of the sound, or the least that it can be.
+    // squaredError: of the whole sound, or a lower bound of it.
     void balance(std::vector<CorrectionLayers>* seams, double squaredError)
     {
         collect(seams);
@@ -70,7 +70,7 @@ public:
 
 private:
     static constexpr double kGoodEnough = 1.04; // times the error of the sound
-    static constexpr double kNothing = 1e-9; // mean square of an error that nobody hears: -90 dB of full scale
+    static constexpr double kNothing = 1e-9; // mean square of an inaudible error: -90 dB of full scale
 
     struct Segment
     {
@@ -79,10 +79,10 @@ private:
         size_t layers = 0;
     };
 
-    // Where nearly all of the sound is at its seam, only the differences matter.
+    // If nearly the whole sound is close to its seam, no layer is needed by default.
     size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
 
-    // What remains of a segment after so many layers.
+    // The error that remains in a segment after a number of layers.
     SeamError remainingError(const Segment& segment, size_t layers) const
     {
         SeamError sum;
@@ -98,7 +98,7 @@ private:
         return sum;
     }
 
-    // How often a frame of the loop is heard within kSeamFrames behind the seam.
+    // How often a frame of the loop is heard within kSeamFrames after the seam.
     int64_t timesAfter(int64_t frame) const
     {
         const int64_t into = frame - mStart;
@@ -139,7 +139,7 @@ private:
         return found;
     }
 
-    // Root mean square of the worse side, times that of the sound.
+    // Root mean square of the worse side, relative to that of the whole sound.
     double worst(const SeamError& total) const
     {
         const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kNothing);
@@ -187,7 +187,7 @@ void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 {
     if (mStretches.empty())
         return;
-    // In as many pieces as the ring has ends between them.
+    // The ring wraps, so this may take several pieces.
     while (!frames.empty()) {
         const auto at = size_t(position & (kRecentFrames - 1));
         const size_t count = std::min(size_t(kRecentFrames) - at, frames.size() / mChannels);

@@ -7,7 +7,7 @@
 
 namespace tarnok {
 
-// The formats of the interface are the codecs of the container.
+// The formats of the interface and the codecs of the container have the same numbers.
 static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma) == TARNOK_FORMAT_XMA
               && int(bank::Codec::At9) == TARNOK_FORMAT_AT9 && int(bank::Codec::Vorbis) == TARNOK_FORMAT_VORBIS
               && int(bank::Codec::Kadpcm) == TARNOK_FORMAT_KADPCM && int(bank::Codec::Opus) == TARNOK_FORMAT_OPUS
@@ -15,8 +15,8 @@ static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma
 
 namespace {
 
-// To be raised whenever the same source and settings come out differently because of the code between the source and
-// the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
+// Must be raised whenever the code between source and encoder (decoding, interleaving, loop handling, resampling,
+// dither) produces something else from the same source and settings. Encoders have versions of their own.
 constexpr uint64_t kPipelineRevision = 6;
 
 } // namespace

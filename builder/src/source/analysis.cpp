@@ -36,8 +36,8 @@ public:
         , mData(size)
         , mEnergies(size / 2 + 1)
     {
-        // Blackman and Harris' window of four terms (Harris 1978): what leaks from a tone into the band above it lies
-        // 92 dB below, under everything that is looked for.
+        // The four-term Blackman-Harris window (Harris 1978). A tone leaks into the band above it at -92 dB, which is
+        // below everything that the search looks for.
         double power = 0;
         for (size_t i = 0; i < size; ++i) {
             const double phase = 2 * std::numbers::pi * double(i) / double(size);
@@ -45,7 +45,7 @@ public:
                 0.35875 - 0.48829 * std::cos(phase) + 0.14128 * std::cos(2 * phase) - 0.01168 * std::cos(3 * phase);
             power += mWindow[i] * mWindow[i];
         }
-        // So that the energies of one window add up to the mean square of its samples.
+        // Normalised so that the energies of a window add up to the mean square of its samples.
         for (double& weight : mWindow)
             weight /= std::sqrt(power * double(size));
         for (size_t i = 0; i < size / 2; ++i)
@@ -74,7 +74,7 @@ public:
     }
 
 private:
-    // Without the care for infinities that the operator takes.
+    // Multiplies without the operator's special handling of infinities.
     static std::complex<double> times(std::complex<double> a, std::complex<double> b)
     {
         return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
@@ -94,7 +94,7 @@ private:
     std::vector<double> mEnergies;
 };
 
-// Mean square of the rounding to a format: a twelfth of a step's square.
+// Mean square of the rounding error of a format: a twelfth of the squared step.
 double roundingNoise(bank::SampleFormat format)
 {
     if (format == bank::SampleFormat::Float)
@@ -103,7 +103,7 @@ double roundingNoise(bank::SampleFormat format)
     return step * step / 12;
 }
 
-// Collects, for each usual rate below the sound's own, the most energy that any window holds above its band.
+// Finds, for each common rate below the sound's own, the maximum energy of any window above the band of that rate.
 class RateSearch
 {
 public:
@@ -124,7 +124,7 @@ public:
         mRecent.insert(mRecent.end(), frames, frames + count * channels);
         for (; mNext + mSize * channels <= mRecent.size(); mNext += mSize / 2 * channels)
             look(mRecent.data() + mNext);
-        // A whole window is kept for the end, see lowestRate().
+        // Keeps at least one whole window for the end, see lowestRate().
         const size_t spare = std::min(mNext, mRecent.size() - std::min(mRecent.size(), mSize * channels));
         mRecent.erase(mRecent.begin(), mRecent.begin() + std::ptrdiff_t(spare));
         mNext -= spare;
@@ -132,8 +132,8 @@ public:
 
     uint32_t lowestRate()
     {
-        // The last window ends with the sound: filled up with silence, it would hold the click of a sudden end, which
-        // isn't in the recording.
+        // The last window ends exactly with the sound. Padded with silence it would contain the click of a sudden end,
+        // which isn't in the recording.
         const auto channels = size_t(mFacts.channels);
         if (mRecent.size() >= mSize * channels)
             look(mRecent.data() + mRecent.size() - mSize * channels);
@@ -157,7 +157,7 @@ private:
         double maximumAbove;
     };
 
-    // Sounds shorter than a window get a shorter one, down to a length at which there is nothing to gain.
+    // Sounds shorter than a window get a shorter one, down to a length at which nothing can be saved.
     static size_t windowSize(const FrameFacts& facts)
     {
         size_t size = 2048;
@@ -193,10 +193,10 @@ private:
     FrameFacts mFacts;
     size_t mSize;
     Spectrum mSpectrum;
-    std::vector<Candidate> mCandidates; // rates rise
+    std::vector<Candidate> mCandidates; // in ascending order of rate
     double mLoudest = 0;
     std::vector<float> mRecent;
-    size_t mNext = 0; // where in mRecent the next window begins
+    size_t mNext = 0; // index in mRecent at which the next window begins
 };
 
 } // namespace

@@ -14,11 +14,11 @@ namespace {
 
 constexpr unsigned kOpenMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
 
-// Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
-// where nobody means them: 48 dB above full scale. What is no number becomes 0.
+// Float files may contain infinities and NaN. One such sample would drown all others in a lossy encoder, so samples are
+// clipped at 48 dB above full scale, which nobody uses intentionally. NaN becomes 0.
 constexpr float kMaximumSample = 256;
 
-// What kind of file it is instead of a sound, or null.
+// Why files of this type are refused; null if they aren't.
 const char* refusal(KESS_SOUND_TYPE type)
 {
     switch (type) {

@@ -13,7 +13,7 @@ namespace tarnok {
 
 namespace {
 
-// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), used as a hash of the position.
+// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), as a hash of the position.
 uint64_t scramble(uint64_t number)
 {
     number += 0x9e3779b97f4a7c15u;
@@ -22,14 +22,14 @@ uint64_t scramble(uint64_t number)
     return number ^ (number >> 31);
 }
 
-// Triangular noise from -1 to 1, in steps of the target.
+// Triangular noise from -1 to 1, in quantisation steps.
 double dither(uint64_t position)
 {
     const uint64_t random = scramble(position);
     return (double(random >> 32) - double(random & 0xffffffffu)) / 4294967296.0;
 }
 
-// Little-endian integers of `width` bytes, full scale at -1 to 1, dithered and clipped.
+// Converts to little-endian integers of `width` bytes, dithered and clipped; full scale is -1 to 1.
 void quantise(const float* samples, size_t count, uint64_t firstPosition, size_t width, uint8_t* target)
 {
     const double scale = std::ldexp(1.0, int(8 * width) - 1);
@@ -109,14 +109,14 @@ base::Result<> FrameSpool::readSamples(void* frames, size_t count)
     return {};
 }
 
-// The file is our own, so that an early end means that its disk has lost a part of it.
+// The file is our own, so if it ends early, its disk has lost a part of it.
 base::Error FrameSpool::storingError(const base::Error& error) const
 {
     const bool endsEarly = error.code == base::ErrorCode::Damaged;
     return mFolders.fileError("keeping resampled sound for", endsEarly ? EIO : error.systemError);
 }
 
-// Moves to the next folder with all that was written so far.
+// Moves everything written so far to a file in the next folder.
 base::Result<> FrameSpool::openNextFolder()
 {
     for (;;) {

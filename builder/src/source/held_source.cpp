@@ -8,8 +8,8 @@ namespace tarnok {
 
 namespace {
 
-// Holds a stretch of a sound; the rest is read from the source. Each of the two forms is read when it is first asked
-// for; usually only one is.
+// Holds a range of a sound in memory; the rest is read from the source. Each of the two forms is loaded when it is
+// first requested; usually only one is.
 class HeldStretch final : public FrameSource
 {
 public:
@@ -108,7 +108,7 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
 
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source, const std::optional<base::Loop>& loop)
 {
-    constexpr uint64_t kMaximumFrames = 64 << 10; // the reach of encoders: a longer loop is heard once
+    constexpr uint64_t kMaximumFrames = 64 << 10; // the lookaround of encoders: they read a longer loop only once
     const FrameFacts& facts = source->facts();
     if (isShort(facts) || !loop || loop->start >= loop->end || loop->end > facts.length
         || loop->end - loop->start > kMaximumFrames)

@@ -9,7 +9,7 @@ namespace {
 
 bank::SampleFormat widest(const std::vector<std::unique_ptr<FrameSource>>& parts)
 {
-    // The numbers of the formats rise with their width, float last.
+    // The numbers of the formats increase with their width; float is the last.
     bank::SampleFormat format = bank::SampleFormat::None;
     for (const auto& part : parts)
         format = std::max(format, part->facts().sampleFormat);
@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    // Little-endian integers of `from` bytes become ones of `to` bytes in place: the new low bytes are zero.
+    // Widens little-endian integers from `from` to `to` bytes in the same buffer. The new low bytes are zero.
     static void widen(std::vector<uint8_t>& samples, size_t count, size_t from, size_t to)
     {
         if (from == to)

@@ -14,9 +14,8 @@ namespace tarnok {
 
 namespace {
 
-// A header that says 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
-// its way through hours for a single sample. The sounds of the slowest sensors and the highest rates of studios are
-// well inside.
+// A header with a rate of 1 Hz would turn a moment of sound into hours. In the other direction, the filter would read
+// hours of sound for a single sample. The slowest sensors and the highest studio rates are well inside these limits.
 base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
 {
     constexpr double kMaximumUpsampling = 64;
@@ -66,7 +65,7 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
     return combine(std::move(files));
 }
 
-// The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
+// The loop of the first file that has one, at the rate of the first file; otherwise the whole of the longest file.
 base::Loop SoundPreparation::commonLoop(const Files& files)
 {
     const double rate = files.front()->facts().sampleRate;
@@ -80,7 +79,7 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
             continue;
         const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
         found = plan.loop();
-        // Written out, it would no longer be in line with that of the other files.
+        // Written out several times, the loop would no longer be aligned with the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
             found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
@@ -89,8 +88,8 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
     return found && found->start < found->end ? *found : base::Loop{0, length};
 }
 
-// How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
-// there.
+// The plan for resampling one of several files to the rate of the first. If the file covers the sound's whole loop, it
+// wraps there.
 ResamplingPlan SoundPreparation::planPart(const DecodedFile& file, double rate) const
 {
     const FrameFacts& facts = file.facts();
@@ -181,7 +180,7 @@ base::Result<> SoundPreparation::preprocess()
     return {};
 }
 
-// A bank holds so many of a sound, and so many bytes of them.
+// A bank limits the number of sync points of a sound and their size in bytes.
 void SoundPreparation::limitSyncPoints()
 {
     constexpr size_t kPointBytes = 12; // in a bank, besides the name
@@ -212,7 +211,7 @@ void SoundPreparation::complete(bank::Sound* encoded) const
     encoded->peak = mPeak;
 }
 
-// Files of one recording often carry the same markers; each is kept once.
+// Files of one recording often contain the same markers; each is kept once.
 void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
 {
     for (base::SyncPoint& point : points)

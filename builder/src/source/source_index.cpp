@@ -17,7 +17,7 @@ namespace {
 constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '3'};
 constexpr std::string_view kSegmentSuffix = ".index";
 constexpr size_t kMaximumLearned = 200'000; // records of one build
-constexpr uint64_t kMaximumBytes = 16 << 20; // of a merged segment: as many records
+constexpr uint64_t kMaximumBytes = 16 << 20; // of a merged segment; enough for as many records
 constexpr size_t kMaximumSegments = 8;
 constexpr int64_t kCoarsestClock = 2'100'000'000; // nanoseconds
 
@@ -96,7 +96,7 @@ bool SourceIndex::isSettled(const base::FileStamp& stamp, int64_t at)
     return std::max(stamp.modified, stamp.changed) < at - kCoarsestClock;
 }
 
-// A segment that can't be used is removed; what can't even be read is left to its owner, and so is what is none.
+// Removes a damaged segment. Files that can't be read or aren't segments are left alone.
 bool SourceIndex::readSegment(const std::string& path)
 {
     const base::Result<base::OpenedFile> file = base::openRegular(path);
@@ -105,7 +105,7 @@ bool SourceIndex::readSegment(const std::string& path)
     const uint64_t size = file->stamp.size;
     const int descriptor = file->descriptor.get();
     if (size <= kMaximumBytes && mTableBytes + size > 2 * kMaximumBytes && startsWithMagic(descriptor, kMagic))
-        return true; // more than anybody keeps: the next merge drops it
+        return true; // more than is kept in memory: the next merge drops this segment
 
     std::optional<RecordTable> table;
     base::Result<> read;
@@ -134,7 +134,7 @@ void SourceIndex::merge()
         unlink(segment.c_str());
 }
 
-// Writes a segment of what was learned and what is in tables.
+// Writes a segment with the new records and those of tables.
 bool SourceIndex::writeSegment(std::span<const RecordTable> tables) const
 {
     (void)base::makeFolder(mFolder);

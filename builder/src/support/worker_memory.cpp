@@ -17,12 +17,12 @@ namespace {
 
 constexpr uint64_t kMegabyte = 1 << 20;
 
-// Of one worker, measured with sounds of 32 channels that are resampled: 11 MB in PCM, Vorbis, KADPCM and Opus alike;
-// 4 MB with stereo.
+// Per worker. Measured with resampled sounds of 32 channels: 11 MB for each of PCM, Vorbis, KADPCM and Opus; 4 MB for
+// stereo.
 constexpr uint64_t kWorkingBytes = 12 * kMegabyte;
 
-// What the C library's allocator reserves for each thread, and once more for a moment while it does. One thread gets on
-// without, several would leave each other too little.
+// The C library's allocator reserves this for each thread, and briefly twice as much while it does so. A single thread
+// works without the reservation; several would leave each other too little.
 constexpr uint64_t kReservedBytes = 64 * kMegabyte;
 
 uint64_t difference(uint64_t limit, uint64_t used)
@@ -37,7 +37,7 @@ uint64_t resourceLimit(__rlimit_resource resource)
                                                                                : MemoryLeft::kUnlimited;
 }
 
-// The only number in a file, or the one after a name at the start of a line.
+// The only number in a file, or the one that follows name at the start of a line.
 std::optional<uint64_t> numberIn(const std::string& path, std::string_view name = {})
 {
     std::ifstream file(path);
@@ -49,7 +49,7 @@ std::optional<uint64_t> numberIn(const std::string& path, std::string_view name 
     return std::nullopt;
 }
 
-// Bytes that a group may still take; its cache of files makes room for them.
+// Bytes that a group may still use. Its file cache counts as free, since it is dropped when memory is needed.
 uint64_t leftInGroup(const std::string& folder, const char* limitFile, const char* usageFile, const std::string& total)
 {
     const std::optional<uint64_t> limit = numberIn(folder + limitFile);
@@ -61,7 +61,7 @@ uint64_t leftInGroup(const std::string& folder, const char* limitFile, const cha
     return difference(*limit, *used - std::min(*used, files));
 }
 
-// The group that this process is in, and all those around it.
+// The minimum over the group of this process and all groups that contain it.
 uint64_t leftInControlGroups()
 {
     uint64_t left = MemoryLeft::kUnlimited;
