@@ -18,7 +18,7 @@ namespace {
 constexpr size_t kBufferBytes = 256 << 10;
 
 // This many sequential bytes are worth a request to the disk.
-constexpr uint64_t kWorthFlushing = 4 << 20;
+constexpr uint64_t kFlushBytes = 4 << 20;
 
 // path with symbolic links resolved. A dangling link is returned unchanged, so that the output replaces it.
 std::string followLink(const std::string& path)
@@ -107,12 +107,12 @@ base::Result<> AtomicOutput::finish(const std::stop_token& stop)
     // A busy disk may take long, so this is done in pieces. Only the last piece and the metadata are left for the final
     // sync.
     constexpr unsigned kWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    for (uint64_t done = 0; done + kWorthFlushing < mWritten; done += kWorthFlushing) {
+    for (uint64_t done = 0; done + kFlushBytes < mWritten; done += kFlushBytes) {
         if (stop.stop_requested())
             return base::cancelled();
         // An error that is reported here isn't reported again by the final sync. Some file systems don't support this
         // call.
-        if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait) != 0 && errno != EINVAL
+        if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kFlushBytes), kWait) != 0 && errno != EINVAL
             && errno != ENOSYS && errno != ESPIPE)
             return base::fileError("writing", mPath, errno);
     }
@@ -127,7 +127,7 @@ base::Result<> AtomicOutput::commit()
     if (done.error().systemError == ENOENT) {
         return base::Error{base::ErrorCode::Io,
                            std::string(base::baseName(mPath))
-                               + ": its folder, or the unfinished file in it, was removed meanwhile"};
+                               + ": its folder, or the unfinished file in it, was removed during the build"};
     }
     return base::fileError("replacing", mPath, done.error().systemError);
 }
@@ -153,7 +153,7 @@ base::Result<> AtomicOutput::put(std::span<const uint8_t> bytes)
 void AtomicOutput::advance(uint64_t bytes)
 {
     mWritten += bytes;
-    if (mWritten - mFlushing < kWorthFlushing)
+    if (mWritten - mFlushing < kFlushBytes)
         return;
     (void)sync_file_range(mFile.descriptor(), off64_t(mFlushing), off64_t(mWritten - mFlushing), SYNC_FILE_RANGE_WRITE);
     mFlushing = mWritten;

@@ -43,7 +43,7 @@ base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsign
             || std::any_of(subsound.fileNames, subsound.fileNames + subsound.numFiles, isMissing))
             return invalid("sound " + std::to_string(index) + " has no file");
         if (!SoundSettings::isRate(subsound.desiredSampleRate))
-            return invalid("sound " + std::to_string(index) + " wants an impossible sample rate");
+            return invalid("sound " + std::to_string(index) + " has an invalid sample rate");
     }
     return request;
 }

@@ -52,7 +52,7 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
     if (mPortion++ == 0)
         mPortionBegan = mLastFetch;
     const TARNOK_PROGRESSITEM* item = mWaiting.front().get();
-    mHandedOut.emplace(item, nullptr).first->second = std::move(mWaiting.front());
+    mFetched.emplace(item, nullptr).first->second = std::move(mWaiting.front());
     mWaiting.pop_front();
     return item;
 }
@@ -65,7 +65,7 @@ bool ProgressQueue::portionIsComplete()
 bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
 {
     const std::lock_guard lock(mMutex);
-    return mHandedOut.erase(item) == 1;
+    return mFetched.erase(item) == 1;
 }
 
 void ProgressQueue::beginBuild()

@@ -79,7 +79,7 @@ private:
     // The watcher's side. This mutex is locked before mPostedMutex.
     std::mutex mMutex;
     std::deque<Item> mWaiting; // older than everything in mPosted
-    std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mHandedOut;
+    std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mFetched;
     bool mInPortions = false;
     size_t mPortion = 0; // reports fetched since fetch() last returned null
     Clock::time_point mPortionBegan;

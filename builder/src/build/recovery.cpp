@@ -8,7 +8,7 @@ base::Result<> Recovery::encodeStale(size_t found)
 {
     constexpr int kAttemptsForSome = 2;
     const bool all = ++mAttempts > kAttemptsForSome;
-    const EncodedLocation former = *mResults.find(found);
+    const EncodedLocation previous = *mResults.find(found);
     mWorkers.encodeAgain(staleSounds(found, all));
     if (mServices.stop.stop_requested())
         return base::cancelled();
@@ -17,8 +17,8 @@ base::Result<> Recovery::encodeStale(size_t found)
     if (location && !location->spilled)
         return base::outOfMemory();
     // The file has the same content but another checksum, so the record was wrong.
-    if (location && former.inSource && location->key == former.key)
-        mServices.rawRecords.forget(former.key);
+    if (location && previous.inSource && location->key == previous.key)
+        mServices.rawRecords.forget(previous.key);
     mServices.saveTables();
     return {};
 }

@@ -57,8 +57,8 @@ base::Result<> SoundBuilder::identify(Job* job)
     std::vector<ContentHash> contents;
     for (const std::string& path : job->paths) {
         // If a file has changed unexpectedly, the index may have been wrong about it.
-        const bool anew = job->again || !job->changed.empty();
-        const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, anew);
+        const bool rehash = job->again || !job->changed.empty();
+        const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, rehash);
         if (!identity)
             return identity.error();
         job->identities.push_back(*identity);
@@ -82,7 +82,7 @@ std::optional<EncodedLocation> SoundBuilder::find(const Job& job)
 
 std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
 {
-    if (!job.mayStay())
+    if (!job.mayStayInSource())
         return std::nullopt;
     const std::optional<RawRecord> known = mServices.rawRecords.find(job.key);
     if (!known)
@@ -119,13 +119,13 @@ base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
 
     // A file that was truncated or overwritten while it was read can fail with any error. That it has changed is the
     // better explanation.
-    const base::Result<bool> isOther = hasChanged(which, left && *left);
-    if (isOther && *isOther)
+    const base::Result<bool> isChanged = hasChanged(which, left && *left);
+    if (isChanged && *isChanged)
         return std::optional<EncodedLocation>();
     if (!status)
         return status.error();
-    if (!isOther)
-        return isOther.error();
+    if (!isChanged)
+        return isChanged.error();
     job.report(TARNOK_STATE_WRITING);
     if (*left)
         return std::optional(keepInSource(job, preparation, sound));
@@ -174,7 +174,7 @@ base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
     const std::optional<RawSampleRange>& samples = preparation.rawSamples();
-    if (!job.mayStay() || !samples)
+    if (!job.mayStayInSource() || !samples)
         return false;
     std::optional<RawSound> raw =
         RawSound::open(job.paths.front(), job.identities.front().stamp, preparation.sound().facts(), *samples);

@@ -48,7 +48,7 @@ private:
 
         std::string shownName() const;
         // Whether the sound may stay in its source file.
-        bool mayStay() const { return !again && settings.codec == bank::Codec::Pcm; }
+        bool mayStayInSource() const { return !again && settings.codec == bank::Codec::Pcm; }
     };
 
     base::Result<> identify(Job* job);

@@ -47,7 +47,7 @@ private:
     void encodeSound(const Task& task) noexcept;
     base::Result<EncodedLocation> tryToEncode(const Task& task);
     void loadModule();
-    void keepUsedEntries();
+    void markUsedEntries();
 
     const BuildRequest& mRequest;
     const BuildServices& mServices;
@@ -56,7 +56,7 @@ private:
     BuildSettings mSettings; // those of the request, with the loaded module
     std::optional<base::Error> mModuleError;
     std::vector<SoundBuilder> mBuilders; // one per worker
-    std::atomic<int64_t> mKeptAt; // when the entries in use were last marked, seconds
+    std::atomic<int64_t> mMarkedAt; // when the entries in use were last marked, seconds
 };
 
 } // namespace tarnok

@@ -20,13 +20,13 @@ namespace tarnok {
 namespace {
 
 constexpr size_t kReadBlock = 256 << 10;
-constexpr int64_t kTouchAfter = 600; // seconds after which another use is recorded
+constexpr int64_t kRecordUseAfter = 600; // seconds after which another use is recorded
 
 // Records that an entry is in use. In a folder that we can't write to, the entries of other users can't be marked; only
 // those users remove them.
-void noteUse(int descriptor, const struct stat& status)
+void recordUse(int descriptor, const struct stat& status)
 {
-    if (status.st_mtim.tv_sec + kTouchAfter < time(nullptr))
+    if (status.st_mtim.tv_sec + kRecordUseAfter < time(nullptr))
         futimens(descriptor, nullptr);
 }
 
@@ -104,7 +104,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
     // another process has replaced it in the meantime, and which that process relies on.
     if (!intact || stop.stop_requested())
         return std::nullopt;
-    noteUse(descriptor, status);
+    recordUse(descriptor, status);
     return entry;
 }
 
@@ -132,7 +132,7 @@ bool Cache::store(base::TemporaryFile* file, const ContentHash& key)
     return true;
 }
 
-void Cache::keep(const ContentHash& key) const
+void Cache::markUsed(const ContentHash& key) const
 {
     if (const base::FileDescriptor file = reopen(key))
         futimens(file.get(), nullptr);

@@ -56,7 +56,7 @@ public:
     bool store(base::TemporaryFile* file, const ContentHash& key);
 
     // Postpones the removal of an entry that this build still needs and has found or stored long ago.
-    void keep(const ContentHash& key) const;
+    void markUsed(const ContentHash& key) const;
 
     // Limits the size of the folder, see tidyEntries().
     void tidy(const std::stop_token& stop);

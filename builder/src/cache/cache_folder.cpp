@@ -51,7 +51,7 @@ base::Result<base::TemporaryFile> CacheFolder::newFile()
     // Somebody may have emptied the folder in the meantime.
     if (!file) {
         if (const base::Result<> made = base::makeFolder(temporaryPath()); !made)
-            file = base::fileError("making the folder", temporaryPath(), made.error().systemError);
+            file = base::fileError("creating the folder", temporaryPath(), made.error().systemError);
         else
             file = base::TemporaryFile::create(temporaryPath(), kTemporaryStem);
     }

@@ -45,14 +45,14 @@ base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const 
     const std::vector<uint8_t> record = bank::serialise(sound);
     // A record that can't be read back must not get into the cache, where it would remain.
     if (!bank::deserialise(record))
-        return base::Error{base::ErrorCode::Codec, "the encoder says impossible things about its data"};
+        return base::Error{base::ErrorCode::Codec, "the encoder described its data incorrectly"};
     const CacheEntryHeader header = CacheEntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
     if (const base::Result<> done = flush(); !done)
         return done.error();
     if (const base::Result<> done = put(record, mWritten); !done)
         return done.error();
     if (mWritten != sizeof header + sound.dataBytes + record.size())
-        return base::Error{base::ErrorCode::Codec, "the encoder wrote a different number of bytes than it said"};
+        return base::Error{base::ErrorCode::Codec, "the encoder wrote a different number of bytes than it reported"};
     if (const base::Result<> done = put(base::asBytes(std::span(&header, 1)), 0); !done)
         return done.error();
 
@@ -102,7 +102,7 @@ base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t positio
 
 base::Error EncodedFile::storingError(int systemError) const
 {
-    return mSpill.folders().fileError("keeping an encoded sound for", systemError);
+    return mSpill.folders().fileError("storing an encoded sound for", systemError);
 }
 
 // systemError: why the sound can't stay in its file; EROFS if the cache refused it.
@@ -110,7 +110,7 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
 {
     if (!mSpilled && mCache && mEntry) {
         CacheFolder& folder = mCache->folder();
-        folder.remarkNotStored(base::fileError("keeping an encoded sound in", folder.path(), systemError));
+        folder.remarkNotStored(base::fileError("storing an encoded sound in", folder.path(), systemError));
     }
     bool currentIsFull = mSpilled.has_value();
     for (;;) {

@@ -17,7 +17,7 @@ namespace tarnok {
 namespace {
 
 constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '3'};
-constexpr uint64_t kShare = 16; // the records may use this fraction of the cache's limit
+constexpr uint64_t kLimitDivisor = 16; // the records may use this fraction of the cache's limit
 
 // An advisory lock on a folder. Without it, one of two builds that save at the same time loses its new records. That
 // isn't worth a long wait for a process that was stopped, or for a file system without locks.
@@ -79,7 +79,7 @@ void RawRecords::save(const std::stop_token& stop)
     const RecordTable table = readTable();
     const int64_t now = time(nullptr);
     const std::vector<uint8_t> bytes =
-        RecordTable::merge({&table, 1}, mNew, kMagic, {now, mFolder.limit() / kShare, now - kInUseFor});
+        RecordTable::merge({&table, 1}, mNew, kMagic, {now, mFolder.limit() / kLimitDivisor, now - kInUseFor});
     mNew.clear();
     base::Result<base::TemporaryFile> file = mFolder.newFile();
     if (!file)
@@ -87,7 +87,8 @@ void RawRecords::save(const std::stop_token& stop)
     const std::string path = mFolder.recordsPath();
     rmdir(path.c_str()); // an empty folder contains nothing to lose
     if (isForeign(path, kMagic)) {
-        mFolder.remarkNotStored({base::ErrorCode::Invalid, path + " is none of its files and stays as it is"});
+        mFolder.remarkNotStored(
+            {base::ErrorCode::Invalid, path + " is not a file of the cache and was left unchanged"});
         return;
     }
     base::Result<> done = base::writeAt(file->descriptor(), bytes, 0);

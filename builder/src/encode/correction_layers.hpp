@@ -9,7 +9,8 @@
 
 namespace tarnok {
 
-inline constexpr size_t kMaximumLayers = 4; // the seams of a sound are at most two ranges, so it has at most eight corrections
+// The seams of a sound are at most two ranges, so it has at most eight corrections.
+inline constexpr size_t kMaximumLayers = 4;
 
 // The segments of one range. choose() sets the number of layers of each; initially there are none.
 class CorrectionLayers

@@ -290,7 +290,7 @@ base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec cod
         return bad(file + " is not an encoder module");
     const TARNOK_ENCODER_MODULE* module = entry();
     if (!isUsable(module, codec))
-        return bad(file + " is made for another format or another version of this program");
+        return bad(file + " was made for another format or another version of this program");
     return std::shared_ptr<const EncoderModule>(new EncoderModule(library, *module));
 }
 

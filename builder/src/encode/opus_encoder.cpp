@@ -95,10 +95,10 @@ public:
     [[nodiscard]] int64_t frame() const { return mFrame; } // samples of one packet
     [[nodiscard]] int64_t start() const { return mStart; } // position of the first sample encoded
     [[nodiscard]] int64_t packets() const { return mPackets; } // up to the sound's last sample
-    [[nodiscard]] bool kept(int64_t packet) const { return packet >= mFirstKept; }
+    [[nodiscard]] bool isKept(int64_t packet) const { return packet >= mFirstKept; }
     // Whether this is the first packet that is kept, or the next one. They must not depend on earlier packets, which
     // the decoder doesn't have.
-    [[nodiscard]] bool begins(int64_t packet) const { return packet >= mFirstKept && packet < mFirstKept + 2; }
+    [[nodiscard]] bool standsAlone(int64_t packet) const { return packet >= mFirstKept && packet < mFirstKept + 2; }
     // Whether decoding should be able to start at a packet.
     [[nodiscard]] bool wantsKey(int64_t packet) const
     {
@@ -109,14 +109,14 @@ public:
     }
     [[nodiscard]] bool wantsKeySoon(int64_t packet) const
     {
-        for (int64_t next = packet; next <= packet + OpusSeekPoints::kPast; ++next) {
+        for (int64_t next = packet; next <= packet + OpusSeekPoints::kHistory; ++next) {
             if (wantsKey(next))
                 return true;
         }
         return false;
     }
     // The number of packets that must be decoded before an end of a loop until the decoder is right.
-    [[nodiscard]] static int64_t approach() { return OpusSeekPoints::kPast + kSpareTrial + kConvergence; }
+    [[nodiscard]] static int64_t approach() { return OpusSeekPoints::kHistory + kSpareTrial + kConvergence; }
     // The first frame of the sound that a packet decodes to; negative before the sound.
     [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // The position of the first sample of a packet, counted from the first packet that is kept.
@@ -164,7 +164,7 @@ public:
     [[nodiscard]] bool announce(int64_t packet)
     {
         mSeekPoints.announce(packet, mSchedule.wantsKey(packet));
-        return mSchedule.begins(packet) || mSeekPoints.unpredicted();
+        return mSchedule.standsAlone(packet) || mSeekPoints.disablesPrediction();
     }
 
     // Passes the packet that was announced, with its offset in the data.
@@ -173,13 +173,13 @@ public:
     {
         const int64_t first = mSchedule.soundPosition(packet);
         const int64_t end = first + (Schedule::approach() + 1) * mSchedule.frame();
-        if (!mSeekPoints.onTrial() && !mSchedule.wantsKeySoon(packet) && !mSeam.wants(first, end))
+        if (!mSeekPoints.isOnTrial() && !mSchedule.wantsKeySoon(packet) && !mSeam.wants(first, end))
             return {};
         if (const base::Result<> result = mDecoder.decode(bytes); !result)
             return result.error();
         // Right after a gap, differences aren't errors of the encoder.
         const bool isGap = packet != mNext && mSchedule.position(packet) > 0;
-        mUnsettled = isGap ? OpusSeekPoints::kPast + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
+        mUnsettled = isGap ? OpusSeekPoints::kHistory + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
         mNext = packet + 1;
         if (mUnsettled == 0)
             mSeam.decoded(first, mDecoder.frames());
@@ -199,12 +199,12 @@ private:
 
 int opusBitsPerChannel(int quality, uint32_t sampleRate)
 {
-    constexpr std::array<std::pair<uint32_t, double>, 5> kShares = {
+    constexpr std::array<std::pair<uint32_t, double>, 5> kFactors = {
         {{8'000, 0.4}, {12'000, 0.5}, {16'000, 0.6}, {24'000, 0.75}, {48'000, 1.0}}};
     double share = 1;
-    for (const auto& [rate, part] : kShares) {
+    for (const auto& [rate, factor] : kFactors) {
         if (rate == sampleRate)
-            share = part;
+            share = factor;
     }
     return int(std::lround(share * 48'000 * std::exp2((std::clamp(quality, 1, 100) - 50) / 25.0)));
 }
@@ -241,14 +241,14 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
         if (const base::Result<> result = sound.readFloat(frames.data(), size_t(schedule.frame())); !result)
             return result.error();
         seam.encoded(schedule.start() + index * schedule.frame(), frames);
-        const opus_int32 unpredicted = checks.announce(index);
-        if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(unpredicted)) != OPUS_OK)
+        const opus_int32 disablesPrediction = checks.announce(index);
+        if (opus_multistream_encoder_ctl(library, OPUS_SET_PREDICTION_DISABLED(disablesPrediction)) != OPUS_OK)
             return Error{ErrorCode::Codec};
         const int bytes = opus_multistream_encode_float(library, frames.data(), int(schedule.frame()), packet.data(),
                                                         opus_int32(packet.size()));
         if (bytes <= 0)
             return Error{ErrorCode::Codec};
-        if (!schedule.kept(index))
+        if (!schedule.isKept(index))
             continue;
         const std::span<const uint8_t> made = std::span(packet).first(size_t(bytes));
         if (const base::Result<> result = checks.take(index, made, data.bytes(), &encoded->seekPoints); !result)

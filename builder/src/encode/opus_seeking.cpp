@@ -25,7 +25,7 @@ constexpr int64_t kSettlingPackets = 3;
 // is faint. A decoder that comes from the start has another state than the one used for the comparison, and may differ
 // somewhat more.
 constexpr double kMaximumDifference = 1.0 / 4000;
-constexpr double kFaint = 0.0316;
+constexpr double kFaintLevel = 0.0316;
 
 } // namespace
 
@@ -66,7 +66,7 @@ void OpusSeekPoints::announce(int64_t packet, bool wanted)
         mKey = packet;
 }
 
-bool OpusSeekPoints::unpredicted() const
+bool OpusSeekPoints::disablesPrediction() const
 {
     return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
 }
@@ -120,7 +120,7 @@ bool OpusSeekPoints::matches(std::span<const float> frames) const
         signal += double(frames[i]) * frames[i];
         difference += apart * apart;
     }
-    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaint);
+    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaintLevel);
     return std::sqrt(difference / double(frames.size())) <= kMaximumDifference * level;
 }
 

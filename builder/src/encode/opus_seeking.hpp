@@ -60,7 +60,7 @@ public:
     static constexpr int64_t kConvergence = 4;
 
     // Number of packets that the other decoder must have decoded before a trial.
-    static constexpr int64_t kPast = 2;
+    static constexpr int64_t kHistory = 2;
 
     OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames);
 
@@ -69,10 +69,10 @@ public:
     void announce(int64_t packet, bool wanted);
 
     // Whether the packet that was announced last must be encoded without prediction.
-    [[nodiscard]] bool unpredicted() const;
+    [[nodiscard]] bool disablesPrediction() const;
 
     // Whether a trial needs the packet's samples, from the other decoder.
-    [[nodiscard]] bool onTrial() const { return mKey >= 0; }
+    [[nodiscard]] bool isOnTrial() const { return mKey >= 0; }
 
     // Passes the packet that was announced, its seek point, and its samples from the other decoder. If the trial
     // succeeds, its seek point is added to points.
@@ -87,7 +87,7 @@ private:
     std::vector<int> mStationary; // number of stationary packets per stream since the trial started
     int64_t mPacket = 0;
     int64_t mKey = -1; // the packet on trial, -1 for none
-    bank::SeekPoint mPoint; // of it
+    bank::SeekPoint mPoint; // of that packet
     bool mStillWanted = false;
 };
 

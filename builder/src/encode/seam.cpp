@@ -49,7 +49,7 @@ public:
             const SeamError first = remainingError(segment, 0);
             mTotal.sums[0] += first.sums[0];
             mTotal.sums[1] += first.sums[1];
-            for (size_t layer = 0; layer < layersAtLeast(); ++layer)
+            for (size_t layer = 0; layer < minimumLayers(); ++layer)
                 raise(&segment);
         }
         std::vector<Segment> best = mSegments;
@@ -70,7 +70,7 @@ public:
 
 private:
     static constexpr double kGoodEnough = 1.04; // times the error of the sound
-    static constexpr double kNothing = 1e-9; // mean square of an inaudible error: -90 dB of full scale
+    static constexpr double kInaudible = 1e-9; // mean square of an inaudible error: -90 dB of full scale
 
     struct Segment
     {
@@ -79,8 +79,8 @@ private:
         size_t layers = 0;
     };
 
-    // If nearly the whole sound is close to its seam, no layer is needed by default.
-    size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
+    // If nearly the whole sound is close to its seam, only differences between the errors matter, so this is 0.
+    size_t minimumLayers() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
 
     // The error that remains in a segment after a number of layers.
     SeamError remainingError(const Segment& segment, size_t layers) const
@@ -142,7 +142,7 @@ private:
     // Root mean square of the worse side, relative to that of the whole sound.
     double worst(const SeamError& total) const
     {
-        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kNothing);
+        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kInaudible);
         const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
         const double after = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
         return std::sqrt(std::max({before, after, 0.0}) / sound);
@@ -173,19 +173,19 @@ SeamRecorder::SeamRecorder(const PreparedFacts& facts, int64_t beginning)
         mSeams = {{std::min(before, start), end}};
     else
         mSeams = {{start, start + kSeamFrames}, {before, end}};
-    addStretch(0, mLength < kShortFrames ? mLength : std::min(mLength, beginning));
+    addRange(0, mLength < kShortFrames ? mLength : std::min(mLength, beginning));
     for (const auto& [first, last] : mSeams)
-        addStretch(first, last);
+        addRange(first, last);
 }
 
-void SeamRecorder::addStretch(int64_t first, int64_t end)
+void SeamRecorder::addRange(int64_t first, int64_t end)
 {
-    mStretches.push_back({first, end, std::vector<float>(size_t(end - first) * mChannels)});
+    mRanges.push_back({first, end, std::vector<float>(size_t(end - first) * mChannels)});
 }
 
 void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 {
-    if (mStretches.empty())
+    if (mRanges.empty())
         return;
     // The ring wraps, so this may take several pieces.
     while (!frames.empty()) {
@@ -199,7 +199,7 @@ void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 
 void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 {
-    if (mStretches.empty())
+    if (mRanges.empty())
         return;
     const int64_t from = std::max<int64_t>(position, 0);
     const int64_t end = std::min(position + int64_t(frames.size() / mChannels), mLength);
@@ -208,7 +208,7 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
         const float* const got = frames.data() + size_t(frame - position) * mChannels;
         for (size_t channel = 0; channel < mChannels; ++channel)
             mSquaredError += (double(wanted[channel]) - got[channel]) * (double(wanted[channel]) - got[channel]);
-        for (Stretch& stretch : mStretches) {
+        for (Range& stretch : mRanges) {
             if (frame >= stretch.first && frame < stretch.end)
                 std::transform(wanted, wanted + mChannels, got,
                                stretch.missing.begin() + ptrdiff_t(size_t(frame - stretch.first) * mChannels),
@@ -219,16 +219,16 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 
 bool SeamRecorder::wants(int64_t first, int64_t end) const
 {
-    return std::any_of(mStretches.begin(), mStretches.end(),
-                       [&](const Stretch& stretch) { return first < stretch.end && end > stretch.first; });
+    return std::any_of(mRanges.begin(), mRanges.end(),
+                       [&](const Range& stretch) { return first < stretch.end && end > stretch.first; });
 }
 
 std::vector<float> SeamRecorder::missing(int64_t first, int64_t end) const
 {
-    const auto holds = [&](const Stretch& stretch) {
+    const auto holds = [&](const Range& stretch) {
         return stretch.first <= first && end <= stretch.end;
     };
-    const Stretch& stretch = *std::find_if(mStretches.begin(), mStretches.end(), holds);
+    const Range& stretch = *std::find_if(mRanges.begin(), mRanges.end(), holds);
     const auto begin = stretch.missing.begin() + ptrdiff_t(size_t(first - stretch.first) * mChannels);
     return {begin, begin + ptrdiff_t(size_t(end - first) * mChannels)};
 }

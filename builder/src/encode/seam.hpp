@@ -44,21 +44,21 @@ public:
 
 private:
     // A range of frames whose errors are recorded.
-    struct Stretch
+    struct Range
     {
         int64_t first = 0;
         int64_t end = 0;
         std::vector<float> missing;
     };
 
-    void addStretch(int64_t first, int64_t end);
+    void addRange(int64_t first, int64_t end);
     std::vector<float> missing(int64_t first, int64_t end) const;
 
     size_t mChannels;
     int64_t mLength;
     base::Loop mLoop;
     std::vector<std::pair<int64_t, int64_t>> mSeams; // to be corrected: first frame and end, in whole segments
-    std::vector<Stretch> mStretches;
+    std::vector<Range> mRanges;
     std::vector<float> mRecent; // the last frames that went into the encoder, a ring of kRecentFrames
     double mSquaredError = 0; // of all frames of the sound that were decoded
 };

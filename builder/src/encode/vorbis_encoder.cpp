@@ -28,7 +28,7 @@ constexpr int64_t kWarmUpDivisor = 2;
 constexpr int64_t kBeginning = 4096;
 
 // Mono and stereo, at two rates. Each kind uses half a megabyte.
-constexpr size_t kKeptKinds = 4;
+constexpr size_t kMaximumKinds = 4;
 
 // Decodes the packets around the seam of a loop. Used for one sound after the other.
 class VorbisSeamDecoder
@@ -370,7 +370,7 @@ base::Result<> VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality
     if (const base::Result<> result = kind->start(); !result)
         return result.error();
     mKinds.insert(mKinds.begin(), std::move(kind));
-    if (mKinds.size() > kKeptKinds)
+    if (mKinds.size() > kMaximumKinds)
         mKinds.pop_back();
     return {};
 }

@@ -123,7 +123,7 @@ public:
         const auto channels = size_t(mFacts.channels);
         mRecent.insert(mRecent.end(), frames, frames + count * channels);
         for (; mNext + mSize * channels <= mRecent.size(); mNext += mSize / 2 * channels)
-            look(mRecent.data() + mNext);
+            addWindow(mRecent.data() + mNext);
         // Keeps at least one whole window for the end, see lowestRate().
         const size_t spare = std::min(mNext, mRecent.size() - std::min(mRecent.size(), mSize * channels));
         mRecent.erase(mRecent.begin(), mRecent.begin() + std::ptrdiff_t(spare));
@@ -136,7 +136,7 @@ public:
         // which isn't in the recording.
         const auto channels = size_t(mFacts.channels);
         if (mRecent.size() >= mSize * channels)
-            look(mRecent.data() + mRecent.size() - mSize * channels);
+            addWindow(mRecent.data() + mRecent.size() - mSize * channels);
         else
             return uint32_t(std::lround(mFacts.sampleRate));
         const double ownBand = mFacts.sampleRate / 2;
@@ -173,7 +173,7 @@ private:
         return size_t(std::ceil(kKeptBand * rate / 2 / mFacts.sampleRate * double(mSize)));
     }
 
-    void look(const float* frames)
+    void addWindow(const float* frames)
     {
         for (int channel = 0; channel < mFacts.channels; ++channel) {
             const std::vector<double>& energies = mSpectrum.energies(frames + channel, size_t(mFacts.channels));

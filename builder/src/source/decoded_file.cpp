@@ -23,7 +23,7 @@ const char* refusal(KESS_SOUND_TYPE type)
 {
     switch (type) {
     case KESS_SOUND_TYPE_DLS:
-        return "this is an instrument bank, which holds no sound by itself";
+        return "this is an instrument bank, not a sound";
     case KESS_SOUND_TYPE_IT:
     case KESS_SOUND_TYPE_MOD:
     case KESS_SOUND_TYPE_S3M:
@@ -153,7 +153,8 @@ std::string DecodedFile::remark() const
         text += ": " + std::to_string(points) + " of its markers were left out, because a sound can't have more than "
             + std::to_string(syncPoints().size());
     if (names > 0)
-        text += std::string(points > 0 ? "; " : ": ") + "its markers have lost their names, which are too long in all";
+        text += std::string(points > 0 ? "; " : ": ")
+            + "the names of its markers were left out, because they are too long in total";
     return text;
 }
 
@@ -167,8 +168,8 @@ base::Result<> DecodedFile::checkBank()
         return errorFor(result);
     if (sounds != 1)
         return refused(base::ErrorCode::Unsupported,
-                       "this bank holds " + std::to_string(sounds)
-                           + " sounds; only a bank of exactly one can be used as a source");
+                       "this bank contains " + std::to_string(sounds)
+                           + " sounds; only a bank with exactly one sound can be used as a source");
     return {};
 }
 
@@ -199,7 +200,7 @@ base::Result<> DecodedFile::readFacts()
     if (declaredLength > mFacts.length)
         return endsEarly(mFacts.length, declaredLength);
     if (mFacts.length == 0)
-        return refused(base::ErrorCode::Unsupported, "the file holds no samples");
+        return refused(base::ErrorCode::Unsupported, "the file contains no samples");
     if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
         || mFacts.channels > bank::kMaximumChannels || !(rate >= 1 && rate <= float(bank::kMaximumSampleRate)))
         return refused(base::ErrorCode::Unsupported, "the file's sample format is unknown");
@@ -233,14 +234,14 @@ base::Error DecodedFile::errorFor(KESS_RESULT result) const
     }
     case KESS_ERR_FILE_COULDNOTSEEK:
         return refused(ErrorCode::NotSeekable,
-                       "the file is damaged or cut short, so that it can't be read at every place");
+                       "the file is damaged or cut short: it can't be read from every position");
     case KESS_ERR_FORMAT:
-        return refused(ErrorCode::Format, "this is not a kind of sound file that can be read here");
+        return refused(ErrorCode::Format, "this is not a supported sound file");
     case KESS_ERR_TOOMANYCHANNELS:
         return refused(ErrorCode::TooManyChannels,
                        "the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels");
     case KESS_ERR_VERSION:
-        return refused(ErrorCode::Version, "this bank is of a version that isn't read here");
+        return refused(ErrorCode::Version, "this bank has an unsupported version");
     case KESS_ERR_MEMORY:
         return refused(ErrorCode::Memory, "out of memory");
     default:

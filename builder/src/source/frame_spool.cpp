@@ -113,7 +113,7 @@ base::Result<> FrameSpool::readSamples(void* frames, size_t count)
 base::Error FrameSpool::storingError(const base::Error& error) const
 {
     const bool endsEarly = error.code == base::ErrorCode::Damaged;
-    return mFolders.fileError("keeping resampled sound for", endsEarly ? EIO : error.systemError);
+    return mFolders.fileError("storing resampled sound for", endsEarly ? EIO : error.systemError);
 }
 
 // Moves everything written so far to a file in the next folder.

@@ -60,7 +60,7 @@ public:
     base::Result<> run()
     {
         if (!mPlan.mLoop)
-            return runStretch(Outside::Silence, 0, 0, 0, mPlan.mLength);
+            return runRange(Outside::Silence, 0, 0, 0, mPlan.mLength);
         if (mPlan.mLoop->start == 0 && mPlan.mSourceLoop->start == 0)
             return runFromLoopStart();
         return runInnerLoop();
@@ -80,8 +80,7 @@ private:
     {
         const uint64_t loopLength = mPlan.mLoop->end;
         const uint64_t dropped = mFilterOutputFrames;
-        if (base::Result<> status = runStretch(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength);
-            !status)
+        if (base::Result<> status = runRange(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength); !status)
             return status;
         return runTail();
     }
@@ -94,7 +93,7 @@ private:
         const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->start) - int64_t(periods * uint64_t(mPlan.mInput));
         const uint64_t dropped = periods * uint64_t(mPlan.mOutput) - mPlan.mLoop->start;
-        if (base::Result<> status = runStretch(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
+        if (base::Result<> status = runRange(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
             return status;
         return runTail();
     }
@@ -108,7 +107,7 @@ private:
             return {};
         const uint64_t periods = periodsCovering(mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->end) - int64_t(periods * uint64_t(mPlan.mInput));
-        return runStretch(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
+        return runRange(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
     }
 
     uint64_t periodsCovering(uint64_t frames) const
@@ -119,7 +118,7 @@ private:
 
     // Feeds the source starting at `from`, drops the first `dropped` output frames, and stores the next `count`
     // starting at `target`. At the end of the loop, storing continues at its start.
-    base::Result<> runStretch(Outside outside, int64_t from, uint64_t dropped, uint64_t target, uint64_t count)
+    base::Result<> runRange(Outside outside, int64_t from, uint64_t dropped, uint64_t target, uint64_t count)
     {
         const auto channels = size_t(mSource.facts().channels);
         base::Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels), mPrecision);

@@ -23,8 +23,8 @@ base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
     if (toRate <= fromRate * kMaximumUpsampling && fromRate <= toRate * kMaximumDownsampling)
         return {};
     char text[160];
-    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
-                  fromRate, toRate);
+    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the requested %.6g Hz", fromRate,
+                  toRate);
     return base::Error{base::ErrorCode::Unsupported, std::string(name) + text};
 }
 
@@ -45,8 +45,8 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
         if (channels > mSettings.maximumChannels())
             return base::Error{base::ErrorCode::Unsupported,
                                std::string(base::baseName(path)) + ": " + std::to_string(channels)
-                                   + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
-                                   + std::to_string(mSettings.maximumChannels()) + ")"};
+                                   + " channels are too many for one sound in " + codecName(mSettings.codec)
+                                   + " (at most " + std::to_string(mSettings.maximumChannels()) + ")"};
         files.push_back(std::move(*file));
         const double rate = files.front()->facts().sampleRate;
         if (base::Result<> status = checkRatio(base::baseName(path), facts.sampleRate, rate); !status)
@@ -95,9 +95,9 @@ ResamplingPlan SoundPreparation::planPart(const DecodedFile& file, double rate) 
     const FrameFacts& facts = file.facts();
     if (mLoop) {
         const double scale = facts.sampleRate / rate;
-        const base::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
-                                std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
-        for (const base::Loop& loop : {file.loop().value_or(beside), beside}) {
+        const base::Loop counterpart{uint64_t(std::llround(double(mLoop->start) * scale)),
+                                     std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
+        for (const base::Loop& loop : {file.loop().value_or(counterpart), counterpart}) {
             if (loop.start >= loop.end)
                 continue;
             ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
@@ -194,9 +194,9 @@ void SoundPreparation::limitSyncPoints()
     }
     if (kept == mSyncPoints.size())
         return;
-    mRemarks.push_back(
-        mName + ": " + std::to_string(mSyncPoints.size() - kept)
-        + " of its markers were left out, because a bank holds 65,536 for a sound, and 4 MiB with their names");
+    mRemarks.push_back(mName + ": " + std::to_string(mSyncPoints.size() - kept)
+                       + " of its markers were left out, because a bank stores at most 65,536 for a sound, and 4 MiB "
+                         "with their names");
     mSyncPoints.resize(kept);
 }
 

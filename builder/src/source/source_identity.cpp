@@ -44,7 +44,8 @@ base::Result<ContentHash> hashFile(int descriptor, const std::string& path, cons
 
 } // namespace
 
-base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop, bool anew)
+base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop,
+                                                        bool rehash)
 {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -55,7 +56,7 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
         SourceIdentity identity;
         identity.stamp = file->stamp;
         identity.settled = SourceIndex::isSettled(identity.stamp, startedAt);
-        if (mUseIndex && !anew) {
+        if (mUseIndex && !rehash) {
             if (const auto known = mIndex.find(path, identity.stamp)) {
                 identity.content = *known;
                 identity.remembered = true;

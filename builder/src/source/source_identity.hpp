@@ -32,7 +32,7 @@ public:
     { }
 
     // Identifies the content of the file, from the index or by hashing it all. With rehash, the index isn't used.
-    base::Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool anew = false);
+    base::Result<SourceIdentity> identify(const std::string& path, const std::stop_token& stop, bool rehash = false);
 
     // Whether the file, after it was read, still has the content that was identified before. If it hasn't, what was
     // read must not be stored under the hash of that content. The file is hashed for the comparison. With byStamp,

@@ -46,7 +46,7 @@ public:
     static bool isSettled(const base::FileStamp& stamp, int64_t at);
 
 private:
-    void learn(const ContentHash& source, const ContentHash& content);
+    void addRecord(const ContentHash& source, const ContentHash& content);
     bool readSegment(const std::string& path);
     void merge();
     bool writeSegment(std::span<const RecordTable> tables) const;
@@ -56,7 +56,7 @@ private:
     std::vector<RecordTable> mTables; // map the hash of path and stamp to that of the content
     uint64_t mTableBytes = 0;
     std::mutex mMutex;
-    DatedRecords mLearned;
+    DatedRecords mNewRecords;
 };
 
 } // namespace tarnok

@@ -10,9 +10,9 @@ namespace tarnok {
 void Remarks::post(std::string text)
 {
     const std::lock_guard lock(mMutex);
-    if (mMade.size() == kMaximumCount)
-        text = "there are more remarks, which are left out";
-    if (mMade.size() <= kMaximumCount && mMade.insert(text).second)
+    if (mPosted.size() == kMaximumCount)
+        text = "there are more remarks, which are not shown";
+    if (mPosted.size() <= kMaximumCount && mPosted.insert(text).second)
         mWaiting.push_back(std::move(text));
 }
 
@@ -29,7 +29,7 @@ std::string Remarks::fetch()
 void Remarks::beginBuild()
 {
     const std::lock_guard lock(mMutex);
-    mMade.clear();
+    mPosted.clear();
     mWaiting.clear();
 }
 

@@ -26,7 +26,7 @@ public:
 
 private:
     std::mutex mMutex;
-    std::set<std::string> mMade;
+    std::set<std::string> mPosted;
     std::deque<std::string> mWaiting;
 };
 

@@ -126,10 +126,10 @@ base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& l
         if (fit == 0 && bound.isHard && bound.left < least)
             return base::Error{base::ErrorCode::Memory,
                                std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
-                                   + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
+                                   + " MB; encoding takes " + std::to_string(least / kMegabyte) + " MB"};
         result.count = std::max(1u, unsigned(fit));
-        result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count)
-            + " at work: " + bound.what + " leaves room for no more";
+        result.remark = "only " + std::to_string(result.count) + " of " + std::to_string(wanted)
+            + " workers are used: " + bound.what + " leaves no room for more";
     }
     if (result.count == wanted)
         result.remark.clear();

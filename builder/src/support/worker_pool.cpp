@@ -67,19 +67,19 @@ SignalShield::SignalShield(bool allSignals)
     // Faults caused by the thread itself must still reach the program's crash handler.
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
         sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_BLOCK, &blocked, &mFormer);
+    pthread_sigmask(SIG_BLOCK, &blocked, &mOldMask);
 }
 
 SignalShield::~SignalShield()
 {
-    if (!sigismember(&mFormer, SIGXFSZ)) {
+    if (!sigismember(&mOldMask, SIGXFSZ)) {
         sigset_t fileSize;
         sigemptyset(&fileSize);
         sigaddset(&fileSize, SIGXFSZ);
         const timespec atOnce{};
         while (sigtimedwait(&fileSize, nullptr, &atOnce) > 0) { }
     }
-    pthread_sigmask(SIG_SETMASK, &mFormer, nullptr);
+    pthread_sigmask(SIG_SETMASK, &mOldMask, nullptr);
 }
 
 void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(size_t index, unsigned worker)>& job)

@@ -30,7 +30,7 @@ public:
     SignalShield& operator=(const SignalShield&) = delete;
 
 private:
-    sigset_t mFormer;
+    sigset_t mOldMask;
 };
 
 } // namespace tarnok
