@@ -490,7 +490,7 @@ TEST_F(Cache, IsNotNeededForABuild)
             const bool isUsed = order.cache == pathOf("piped") || (order.cache == pathOf("readonly") && geteuid() == 0);
             ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
             const bool isForbidden = order.cache == pathOf("readonly");
-            const std::string reason = isForbidden ? "no permission while making the folder incomplete" : "";
+            const std::string reason = isForbidden ? "no permission while creating the folder incomplete" : "";
             for (const std::string& remark : outcome.remarks)
                 EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: " + reason)) << remark;
         }
@@ -532,7 +532,7 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     const Outcome readOnly = mustBuild(order);
     EXPECT_EQ(umount(disk.c_str()), 0);
     ASSERT_EQ(readOnly.remarks.size(), 1u);
-    EXPECT_NE(readOnly.remarks[0].find("the disk is read-only while making the folder incomplete"), std::string::npos)
+    EXPECT_NE(readOnly.remarks[0].find("the disk is read-only while creating the folder incomplete"), std::string::npos)
         << readOnly.remarks[0];
 }
 

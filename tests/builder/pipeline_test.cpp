@@ -472,12 +472,12 @@ TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
     EXPECT_EQ(remarks.fetch(), "");
 
     remarks.beginBuild();
-    for (size_t count = 0; count < Remarks::kMost + 10; ++count)
+    for (size_t count = 0; count < Remarks::kMaximumCount + 10; ++count)
         remarks.post(std::to_string(count));
     std::vector<std::string> fetched;
     for (std::string text = remarks.fetch(); !text.empty(); text = remarks.fetch())
         fetched.push_back(text);
-    ASSERT_EQ(fetched.size(), Remarks::kMost + 1);
+    ASSERT_EQ(fetched.size(), Remarks::kMaximumCount + 1);
     EXPECT_NE(fetched.back().find("more"), std::string::npos);
 
     const std::pair<size_t, const char*> cuts[] = {{1, ""},   {2, "a"},   {3, "a"},  {4, "aé"},

@@ -213,7 +213,7 @@ struct FailingSounds : Workshop
         {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
         {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
         {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is empty"},
-        {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file holds no samples"},
+        {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file contains no samples"},
         {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
         {{"/dev/null"}, TARNOK_ERR_FILE_OS, "null: this is a device"},
         {{"pipe.wav"}, TARNOK_ERR_FILE_OS, "pipe.wav: this is a device, a pipe"},
@@ -337,7 +337,7 @@ TEST_F(Sound, ComesFromABankOnlyIfThatHoldsOneSoundForEveryone)
     };
     EXPECT_TRUE(hearBuilt(orderOf({bankOf("one.tnb", {files[0]})})).bytes == hear(files[0]).at(0).bytes);
     const Outcome two = build(orderOf({bankOf("two.tnb", files)}));
-    EXPECT_TRUE(two.failed(TARNOK_ERR_INVALID_FORMAT, "two.tnb: this bank holds 2 sounds"));
+    EXPECT_TRUE(two.failed(TARNOK_ERR_INVALID_FORMAT, "two.tnb: this bank contains 2 sounds"));
     const Outcome locked = build(orderOf({bankOf("locked.tnb", {files[0]}, "key")}));
     EXPECT_TRUE(locked.failed(TARNOK_ERR_INVALID_FORMAT, "encrypted"));
 }

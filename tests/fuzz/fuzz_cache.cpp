@@ -92,10 +92,10 @@ void readRecords(std::span<const uint8_t> content)
     const std::optional<RawRecord> first = table->find(key);
     if (!first && !content.empty())
         fail("the first record of a table isn't found");
-    if (table->mergedWith({}, kEver, kEver, RecordTable::kLargestTable) != file)
+    if (table->mergedWith({}, kEver, kEver, RecordTable::kMaximumTableBytes) != file)
         fail("a table that was read is another one when it is written");
     const NewRecords newer{{key, {1, 2, {3}}}};
-    const auto merged = RecordTable::parse(table->mergedWith(newer, kEver, kEver, RecordTable::kLargestTable));
+    const auto merged = RecordTable::parse(table->mergedWith(newer, kEver, kEver, RecordTable::kMaximumTableBytes));
     if (!merged || !merged->find(key) || merged->find(key)->bytes != Bytes{3})
         fail("a record that was added isn't found");
 }
@@ -135,7 +135,7 @@ void readEntry(std::span<const uint8_t> content)
         bank::storeLittle(&record[64], checksum);
     }
     const ContentHash key;
-    const EntryHeader made = EntryHeader::make(key, dataBytes, checksum, record);
+    const CacheEntryHeader made = CacheEntryHeader::make(key, dataBytes, checksum, record);
     Bytes header;
     bank::appendLittle(header, made);
     Bytes body(data.begin(), data.end());

@@ -126,7 +126,7 @@ class SharingTest(Limits):
         path.write_bytes(data[:4] + struct.pack("<I", len(data) - 8) + data[8:])
         status, output = self.run_tool(path, "-o", "x.tnb")
         self.assertEqual(status, 0)
-        self.assertIn("many.wav: 11225 of its markers were left out, because a bank holds 65,536 for a sound", output)
+        self.assertIn("many.wav: 11225 of its markers were left out, because a bank stores at most 65,536 for a sound", output)
         self.assertEqual(self.run_within_limits("x.tnb", "validate")[0], 0)
 
 

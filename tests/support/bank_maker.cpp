@@ -16,8 +16,8 @@ MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> s
 
 base::Result<> MemorySound::seek(int64_t position)
 {
-    EXPECT_GE(position, -tarnok::kMaximumReach);
-    EXPECT_LE(position, int64_t(mFacts.sampleCount) + tarnok::kMaximumReach);
+    EXPECT_GE(position, -tarnok::kMaximumLookaround);
+    EXPECT_LE(position, int64_t(mFacts.sampleCount) + tarnok::kMaximumLookaround);
     mPosition = position;
     return {};
 }

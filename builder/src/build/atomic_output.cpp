@@ -17,10 +17,10 @@ namespace {
 
 constexpr size_t kBufferBytes = 256 << 10;
 
-// Written one after the other, so many bytes are worth a request to the disk.
-constexpr uint64_t kWorthFlushing = 4 << 20;
+// This many sequential bytes are worth a request to the disk.
+constexpr uint64_t kFlushBytes = 4 << 20;
 
-// The file that path names in the end. A link to nothing stays what it is, to be replaced.
+// path with symbolic links resolved. A dangling link is returned unchanged, so that the output replaces it.
 std::string followLink(const std::string& path)
 {
     struct stat status;
@@ -62,7 +62,7 @@ void AtomicOutput::removeAbandoned(const std::string& path)
     base::TemporaryFile::removeAbandoned(base::folderOf(target), base::baseName(target));
 }
 
-// While it is written, the owner may always write: only so can it be swept up if the process is killed.
+// The owner may write to the temporary file in any case: otherwise it couldn't be removed after the process was killed.
 void AtomicOutput::takePermissions(const struct stat& former)
 {
     unsigned mode = former.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
@@ -101,17 +101,18 @@ base::Result<> AtomicOutput::finish(const std::stop_token& stop)
 {
     if (base::Result<> done = flush(); !done)
         return done;
-    // Some file systems know no permissions and refuse; a bank is worth more than its mode.
+    // Some file systems have no permissions and refuse. That must not cost the bank.
     if (mMode)
         fchmod(mFile.descriptor(), *mMode);
-    // A busy disk may take long. What is left after this is the last piece and the file's own record.
+    // A busy disk may take long, so this is done in pieces. Only the last piece and the metadata are left for the final
+    // sync.
     constexpr unsigned kWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    for (uint64_t done = 0; done + kWorthFlushing < mWritten; done += kWorthFlushing) {
+    for (uint64_t done = 0; done + kFlushBytes < mWritten; done += kFlushBytes) {
         if (stop.stop_requested())
             return base::cancelled();
-        // An error that is reported here is not reported again by the sync of the whole. Some file systems can't do
-        // this at all.
-        if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kWorthFlushing), kWait) != 0 && errno != EINVAL
+        // An error that is reported here isn't reported again by the final sync. Some file systems don't support this
+        // call.
+        if (sync_file_range(mFile.descriptor(), off64_t(done), off64_t(kFlushBytes), kWait) != 0 && errno != EINVAL
             && errno != ENOSYS && errno != ESPIPE)
             return base::fileError("writing", mPath, errno);
     }
@@ -126,7 +127,7 @@ base::Result<> AtomicOutput::commit()
     if (done.error().systemError == ENOENT) {
         return base::Error{base::ErrorCode::Io,
                            std::string(base::baseName(mPath))
-                               + ": its folder, or the unfinished file in it, was removed meanwhile"};
+                               + ": its folder, or the unfinished file in it, was removed during the build"};
     }
     return base::fileError("replacing", mPath, done.error().systemError);
 }
@@ -147,12 +148,12 @@ base::Result<> AtomicOutput::put(std::span<const uint8_t> bytes)
     return {};
 }
 
-// The disk begins to take the bank while the rest of it is still being put together, so that little is left to wait for
-// in finish(). What fails here fails there again.
+// Starts writing to the disk while the rest of the bank is still being assembled, so that finish() has little to wait
+// for. Errors can be ignored here, because finish() meets them again.
 void AtomicOutput::advance(uint64_t bytes)
 {
     mWritten += bytes;
-    if (mWritten - mFlushing < kWorthFlushing)
+    if (mWritten - mFlushing < kFlushBytes)
         return;
     (void)sync_file_range(mFile.descriptor(), off64_t(mFlushing), off64_t(mWritten - mFlushing), SYNC_FILE_RANGE_WRITE);
     mFlushing = mWritten;

@@ -1,4 +1,4 @@
-// The files that a build makes.
+// A file that is replaced atomically.
 #pragma once
 
 #include "base/bytes.hpp"
@@ -14,30 +14,30 @@
 
 namespace tarnok {
 
-// A file that replaces the one of its name when it is complete, and leaves that one alone otherwise. Left-overs of
-// killed builds of the same file are removed when the next one begins.
+// Replaces the file at its path once it is complete, and leaves it unchanged otherwise. Leftover files of killed builds
+// of the same file are removed when the next build starts.
 //
-// To whoever uses the file it is still the same one, so it keeps the permissions and the group that it had, a write
-// protection too; a new file gets those that the process gives to new files. Permissions that were given to a group are
-// not given to another: where the group can't be kept, its members get what everybody gets.
+// For its users the file remains the same one, so its permissions (including a write protection) and its group are
+// kept; a new file gets the defaults of the process. Permissions of one group are never given to another group: if the
+// group can't be kept, its members get the permissions of everybody else.
 class AtomicOutput final : public base::ByteSink
 {
 public:
-    // Creates the file under a temporary name beside path. A symbolic link at path is followed, so that the link stays.
+    // Creates the file under a temporary name in the folder of path. A symbolic link at path is followed and kept.
     static base::Result<AtomicOutput> create(const std::string& path);
 
-    // Removes left-overs of killed builds of path.
+    // Removes leftover files of killed builds of path.
     static void removeAbandoned(const std::string& path);
 
     base::Result<> write(std::span<const uint8_t> bytes) override;
 
-    // Begins anew with an empty file.
+    // Starts again with an empty file.
     base::Result<> restart();
 
-    // Everything written is on the disk afterwards, still under the temporary name. Looks at stop every few MiB.
+    // Flushes everything to the disk, still under the temporary name. Checks stop every few MiB.
     base::Result<> finish(const std::stop_token& stop);
 
-    // Replaces the former file.
+    // Replaces the old file.
     base::Result<> commit();
 
     AtomicOutput(AtomicOutput&& other) noexcept
@@ -63,9 +63,9 @@ private:
     std::string mPath;
     base::TemporaryFile mFile;
     std::vector<uint8_t> mBuffer;
-    uint64_t mWritten = 0; // bytes in the file; those in the buffer follow
-    uint64_t mFlushing = 0; // of them, those that the system was asked to move to the disk
-    std::optional<unsigned> mMode; // permissions of the former file
+    uint64_t mWritten = 0; // bytes in the file, without those in the buffer
+    uint64_t mFlushing = 0; // of these, the bytes for which writing to the disk was requested
+    std::optional<unsigned> mMode; // permissions of the old file
 };
 
 } // namespace tarnok

@@ -4,7 +4,7 @@
 #include "base/file.hpp"
 #include "base/path.hpp"
 #include "build/describe_error.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "support/moments.hpp"
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace tarnok {
 
 namespace {
 
-// Hands the encoded sounds to the writer of the bank, one at a time.
+// Passes the encoded sounds to the writer of the bank, one at a time.
 class EncodedSounds final : public bank::StoredSounds
 {
 public:
@@ -25,7 +25,7 @@ public:
         , mCache(cache)
     { }
 
-    // ErrorCode::NotFound: the sound was encoded, and is missing by now.
+    // ErrorCode::NotFound: the sound was encoded but is missing now.
     base::Result<bank::StoredSound> open(size_t index) override
     {
         if (onCopy)
@@ -44,10 +44,10 @@ public:
                 return base::Error{base::ErrorCode::NotFound};
             part = std::make_shared<FilePart>(std::move(file), 0, size);
         }
-        return bank::StoredSound{part, sizeof(EntryHeader) + location->dataBytes, sizeof(EntryHeader)};
+        return bank::StoredSound{part, sizeof(CacheEntryHeader) + location->dataBytes, sizeof(CacheEntryHeader)};
     }
 
-    // The whole record of a sound.
+    // The complete record of a sound.
     base::Result<bank::Sound> sound(size_t index)
     {
         const EncodedLocation* location = mResults.find(index);
@@ -66,13 +66,13 @@ public:
         return bank::deserialise(record);
     }
 
-    // The sound that must be encoded again, after the writer has failed with error.
+    // The sound that must be encoded again after the writer has failed with error, if any.
     std::optional<size_t> staleSound(const base::Error& error) const
     {
         const EncodedLocation* location = mOpened ? mResults.find(*mOpened) : nullptr;
         if (!location)
             return std::nullopt;
-        // An error with a text is one of the file that is written.
+        // An error with a text concerns the file that is written, not the sound.
         const bool isOfSound = error.text.empty();
         const bool isMissing = error.code == base::ErrorCode::NotFound;
         const bool mayHaveChanged = error.code == base::ErrorCode::Io || error.code == base::ErrorCode::Damaged;
@@ -82,7 +82,7 @@ public:
 private:
     base::Result<bank::StoredSound> openSource(size_t index, const EncodedLocation& location)
     {
-        base::Result<base::OpenedFile> file = base::openRegular(pathsOf(mRequest.subsounds[index]).front());
+        base::Result<base::OpenedFile> file = base::openRegular(sourcePaths(mRequest.subsounds[index]).front());
         if (!file)
             return base::Error{base::ErrorCode::Io};
         auto descriptor = std::make_shared<base::FileDescriptor>(std::move(file->descriptor));
@@ -94,7 +94,7 @@ private:
     const BuildRequest& mRequest;
     const SoundResults& mResults;
     const Cache& mCache;
-    std::optional<size_t> mOpened; // the last one
+    std::optional<size_t> mOpened; // the sound that was opened last
 };
 
 base::Result<> write(AtomicOutput& output, EncodedSounds& sounds, const BuildRequest& request,

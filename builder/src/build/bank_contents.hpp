@@ -13,17 +13,17 @@
 
 namespace tarnok {
 
-// Why a bank couldn't be written.
+// The reason why a bank couldn't be written.
 struct ContentsError
 {
     base::Error error;
-    // The sound because of which it failed, if encoding that again may help: its data is missing by now, or is no
-    // longer what it was in its source file.
+    // The sound that caused the failure, if encoding it again may help: its data is missing now, or has changed in its
+    // source file.
     std::optional<size_t> staleSound;
 };
 
-// All sounds are compared with their checksums on their way into the bank. What output holds after a failure is of no
-// use. Failed sounds become empty ones.
+// Compares all sounds with their checksums while writing. Failed sounds become empty ones. After a failure the contents
+// of output are unusable.
 std::optional<ContentsError> writeContents(AtomicOutput& output, const BuildRequest& request,
                                            const SoundResults& results, const Cache& cache,
                                            const std::stop_token& stop);

@@ -76,7 +76,7 @@ base::Result<> Build::encodeSounds()
     return verdict();
 }
 
-// As often as it takes: each recovery leaves less that somebody else can remove or change.
+// Repeats until it succeeds. This ends, because each recovery leaves less that somebody else can remove or change.
 base::Result<> Build::writeContents(AtomicOutput& bank)
 {
     Recovery recovery(mRequest, mServices, mWorkers, mResults);

@@ -16,7 +16,7 @@
 
 namespace tarnok {
 
-// What the library was initialised with.
+// The arguments with which the library was initialised.
 struct LibrarySettings
 {
     unsigned flags = 0;
@@ -24,12 +24,12 @@ struct LibrarySettings
     std::string cacheDirectory;
 };
 
-// Encodes the sounds on the workers, then writes the bank. All sounds are tried even when some fail, so that the log of
-// one night lists all that must be mended; the result is that of the first failed sound in the order of the list.
-// Failures that concern no single sound are reported for the bank as a whole, and so is a summary of those that do.
+// Encodes the sounds on the workers, then writes the bank. All sounds are tried even if some fail, so that the log of
+// one night lists everything that must be fixed. The result is that of the first failed sound in the list. Failures
+// that don't concern a single sound are reported for the bank as a whole, and so is a summary of the failed sounds.
 //
-// Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 8 MiB or one
-// call of the system, of which those that flush the finished bank to a slow disk are the longest.
+// Stops soon after `stop` was requested: within one block of samples, one packet, 8 MiB of a file or one system call.
+// The longest calls are those that flush the finished bank to a slow disk.
 class Build
 {
 public:

@@ -15,14 +15,14 @@ namespace tarnok {
 
 namespace {
 
-// A slip on a command line must not cost a recording.
+// A typing error on a command line must not overwrite a recording.
 base::Result<> refuseSource(const BuildRequest& request)
 {
     struct stat output = {};
     if (stat(request.outputFile.c_str(), &output) != 0)
         return {};
     for (const TARNOK_SUBSOUND& subsound : request.subsounds) {
-        for (const std::string& path : pathsOf(subsound)) {
+        for (const std::string& path : sourcePaths(subsound)) {
             struct stat source = {};
             if (stat(path.c_str(), &source) == 0 && source.st_dev == output.st_dev && source.st_ino == output.st_ino) {
                 return base::Error{base::ErrorCode::Invalid,
@@ -62,7 +62,7 @@ base::Result<> BuildOutputs::openHeader(const BuildRequest& request)
     const std::string path = headerPath(request);
     if (path == request.outputFile)
         return base::Error{base::ErrorCode::Invalid, "the bank and its C header would have the same name"};
-    // Refuses what is no file, which must not be read.
+    // Refuses devices and pipes, which must not be read.
     base::Result<AtomicOutput> header = AtomicOutput::create(path);
     if (!header)
         return header.error();
@@ -80,7 +80,8 @@ base::Result<> BuildOutputs::commit(const BuildRequest& request, const std::stop
         if (base::Result<> done = writeHeader(request, stop); !done)
             return done;
     }
-    // Both files are complete on the disk by now. The bank comes first, so that no header is newer than its bank.
+    // Both files are now complete on the disk. The bank is replaced first, so that a header is never newer than its
+    // bank.
     if (stop.stop_requested())
         return base::cancelled();
     if (base::Result<> done = mBank.commit(); !done)

@@ -13,14 +13,14 @@ namespace tarnok {
 class BuildOutputs
 {
 public:
-    // Before anything is encoded, so that a folder that can't be written is reported at once and not after hours.
-    // ErrorCode::Invalid: an output would replace a source of the bank or a file that is no header, or both have the
-    // same name.
+    // Called before anything is encoded, so that a folder that can't be written to is reported at once and not after
+    // hours. ErrorCode::Invalid: an output would replace a source of the bank or a file that isn't a header, or both
+    // outputs have the same name.
     static base::Result<BuildOutputs> open(const BuildRequest& request, bool withHeader);
 
     AtomicOutput& bank() { return mBank; }
 
-    // Completes both files and replaces the former ones.
+    // Completes both files and replaces the old ones.
     base::Result<> commit(const BuildRequest& request, const std::stop_token& stop);
 
 private:
@@ -32,7 +32,7 @@ private:
     base::Result<> writeHeader(const BuildRequest& request, const std::stop_token& stop);
 
     AtomicOutput mBank;
-    std::optional<AtomicOutput> mHeader; // none: not wanted
+    std::optional<AtomicOutput> mHeader; // nullopt: not requested
 };
 
 } // namespace tarnok

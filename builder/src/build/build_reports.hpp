@@ -9,7 +9,7 @@
 
 namespace tarnok {
 
-// Posts them if the library was initialised to deliver any. Safe to use by several threads.
+// Posts reports if the library was initialised to deliver them. Safe to use from several threads.
 class BuildReports
 {
 public:

@@ -43,12 +43,12 @@ base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsign
             || std::any_of(subsound.fileNames, subsound.fileNames + subsound.numFiles, isMissing))
             return invalid("sound " + std::to_string(index) + " has no file");
         if (!SoundSettings::isRate(subsound.desiredSampleRate))
-            return invalid("sound " + std::to_string(index) + " wants an impossible sample rate");
+            return invalid("sound " + std::to_string(index) + " has an invalid sample rate");
     }
     return request;
 }
 
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound)
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound)
 {
     return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
 }

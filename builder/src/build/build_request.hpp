@@ -1,4 +1,4 @@
-// What a build is asked to do.
+// The arguments of one build.
 #pragma once
 
 #include "base/result.hpp"
@@ -13,7 +13,7 @@
 
 namespace tarnok {
 
-// The arguments of one build, checked (see checkRequest).
+// The arguments of one build, validated by checkRequest().
 struct BuildRequest
 {
     std::span<const TARNOK_SUBSOUND> subsounds;
@@ -22,19 +22,19 @@ struct BuildRequest
     std::string outputFile;
 };
 
-// Puts the arguments of Tarnok_Build together. ErrorCode::Invalid, with a text that names the argument, where no build
-// can be made of them.
+// Validates the arguments of Tarnok_Build. ErrorCode::Invalid, with a text that names the argument, if they can't be
+// built.
 base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
                                         unsigned buildFlags, unsigned quality, const char* encryptionKey,
                                         const char* outputFileName);
 
-// The files of a sound.
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
+// The paths of a sound's files.
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound);
 
-// The first of them without its folder, as it appears in messages.
+// The name of the first file without its folder, for messages.
 std::string firstFile(const TARNOK_SUBSOUND& subsound);
 
-// The name of a sound in its bank: that of its first file without folder and extension.
+// The name of a sound in its bank: the name of its first file without folder and extension.
 std::string_view soundName(const TARNOK_SUBSOUND& subsound);
 
 } // namespace tarnok

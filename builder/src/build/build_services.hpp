@@ -1,4 +1,4 @@
-// What the workers of a build have in common.
+// The services that the workers of a build share.
 #pragma once
 
 #include "cache/cache.hpp"
@@ -13,7 +13,7 @@
 
 namespace tarnok {
 
-// Each part is safe to use by all workers at once.
+// Each service is safe to use from all workers at once.
 struct BuildServices
 {
     const KessSystem& engine;
@@ -22,10 +22,10 @@ struct BuildServices
     SourceIndex& index;
     SourceIdentifier& sources;
     Remarks& remarks;
-    TemporaryFolders spoolFolders; // for what is too long for memory
+    TemporaryFolders spoolFolders; // for sounds that are too long for memory
     std::stop_token stop;
 
-    // Makes what was learned about sources available to other builds.
+    // Makes the new records about sources available to other builds.
     void saveTables() const
     {
         index.save();

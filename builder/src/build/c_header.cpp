@@ -18,7 +18,7 @@ bool isLetter(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// Not by <cctype>, whose answers change with the program's locale.
+// Doesn't use <cctype>, whose results depend on the program's locale.
 std::string asIdentifier(std::string_view text, bool capitals)
 {
     std::string identifier;
@@ -31,7 +31,7 @@ std::string asIdentifier(std::string_view text, bool capitals)
     return identifier;
 }
 
-// A prefix that begins an identifier by itself: leading underscores belong to the compiler.
+// A prefix that is a valid start of an identifier: leading underscores are reserved for the compiler.
 std::string asPrefix(std::string_view bankName, bool capitals)
 {
     std::string prefix = asIdentifier(bankName, capitals);
@@ -40,8 +40,8 @@ std::string asPrefix(std::string_view bankName, bool capitals)
     return prefix;
 }
 
-// Octal escapes always have three digits, so that a digit after one can't become part of it. Question marks are
-// escaped because two of them begin a trigraph.
+// Octal escapes always have three digits, so that a digit after one can't become part of it. Question marks are escaped
+// because two of them start a trigraph.
 std::string asLiteral(std::string_view text)
 {
     std::string literal = "\"";
@@ -86,14 +86,14 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 
-    std::unordered_map<std::string, unsigned> wishes; // how often each identifier was wished for
+    std::unordered_map<std::string, unsigned> uses; // how often each identifier was requested
     for (size_t index = 0; index < soundNames.size(); ++index) {
         const std::string wanted = prefix + "_SOUND_" + asIdentifier(soundNames[index], true);
         std::string identifier = wanted;
-        unsigned& wished = wishes[wanted];
-        while (++wished > 1) {
-            identifier = wanted + "_" + std::to_string(wished);
-            if (wishes.emplace(identifier, 1).second)
+        unsigned& useCount = uses[wanted];
+        while (++useCount > 1) {
+            identifier = wanted + "_" + std::to_string(useCount);
+            if (uses.emplace(identifier, 1).second)
                 break;
         }
         text += "#define " + identifier + " " + std::to_string(index) + "\n";

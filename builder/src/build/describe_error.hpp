@@ -1,4 +1,4 @@
-// The errors of encoders and of the container in words.
+// Texts for the errors of encoders and of the container.
 #pragma once
 
 #include "base/result.hpp"
@@ -7,8 +7,8 @@
 
 namespace tarnok {
 
-// What an error means to the person who builds `subject`, a sound or a bank. Errors of files have their words already
-// and stay as they are.
+// Adds a text that explains the error to the person who builds `subject`, a sound or a bank. Errors that already have a
+// text, such as those of files, are returned unchanged.
 base::Error describeError(const base::Error& error, std::string_view subject);
 
 } // namespace tarnok

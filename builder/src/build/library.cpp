@@ -123,8 +123,8 @@ TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
 
 TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
 {
-    constexpr unsigned kLongestCharacter = 4; // bytes
-    if (!text || size <= kLongestCharacter)
+    constexpr unsigned kMaximumCharacterBytes = 4; // bytes
+    if (!text || size <= kMaximumCharacterBytes)
         return TARNOK_ERR_INVALID_PARAM;
     text[0] = '\0';
     return guarded([&] {

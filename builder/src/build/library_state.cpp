@@ -5,8 +5,8 @@
 
 namespace tarnok {
 
-// Never destroyed. At the end of a process, static objects of the program may still release the library after ours
-// would be gone, and a thread may still be on its way out of Tarnok_Build.
+// Never destroyed. At the end of a process, static objects of the program may release the library after our static
+// objects would have been destroyed, and a thread may still be returning from Tarnok_Build.
 Library& library()
 {
     alignas(Library) static std::byte storage[sizeof(Library)];

@@ -1,4 +1,4 @@
-// What the library keeps between the calls.
+// The state of the library between calls.
 #pragma once
 
 #include "build/build.hpp"
@@ -13,8 +13,8 @@
 
 namespace tarnok {
 
-// From Tarnok_Init to Tarnok_Release, and on until the build that was running then has ended: a build keeps the session
-// that it began with, so that another thread may initialise the library again while that build is on its way out.
+// Exists from Tarnok_Init to Tarnok_Release, and until a build that was running then has ended. A build keeps the
+// session with which it started, so that another thread may initialise the library again while that build is ending.
 struct Session
 {
     LibrarySettings settings;
@@ -33,11 +33,11 @@ struct Library
 
 Library& library();
 
-// Marks the session as building, for as long as it lives.
+// Marks the session as building while it exists.
 class RunningBuild
 {
 public:
-    // Empty when the library isn't initialised or builds already; *result says which.
+    // Null if the library isn't initialised or is already building; *result contains the reason.
     static std::unique_ptr<RunningBuild> begin(TARNOK_RESULT* result);
     ~RunningBuild();
     RunningBuild(const RunningBuild&) = delete;

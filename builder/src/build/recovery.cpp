@@ -8,7 +8,7 @@ base::Result<> Recovery::encodeStale(size_t found)
 {
     constexpr int kAttemptsForSome = 2;
     const bool all = ++mAttempts > kAttemptsForSome;
-    const EncodedLocation former = *mResults.find(found);
+    const EncodedLocation previous = *mResults.find(found);
     mWorkers.encodeAgain(staleSounds(found, all));
     if (mServices.stop.stop_requested())
         return base::cancelled();
@@ -16,9 +16,9 @@ base::Result<> Recovery::encodeStale(size_t found)
     const EncodedLocation* location = mResults.find(found);
     if (location && !location->spilled)
         return base::outOfMemory();
-    // The same content with another checksum: it isn't the file that was wrong.
-    if (location && former.inSource && location->key == former.key)
-        mServices.rawRecords.forget(former.key);
+    // The file has the same content but another checksum, so the record was wrong.
+    if (location && previous.inSource && location->key == previous.key)
+        mServices.rawRecords.forget(previous.key);
     mServices.saveTables();
     return {};
 }
@@ -38,7 +38,7 @@ bool Recovery::isStale(size_t index, const EncodedLocation& location) const
 {
     if (location.inCache())
         return !mServices.cache.reopen(location.key);
-    const base::Result<base::FileStamp> stamp = base::stampOf(pathsOf(mRequest.subsounds[index]).front());
+    const base::Result<base::FileStamp> stamp = base::stampOf(sourcePaths(mRequest.subsounds[index]).front());
     return !stamp || *stamp != location.inSource->stamp;
 }
 

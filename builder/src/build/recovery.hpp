@@ -1,4 +1,4 @@
-// Encodes again what got lost or was changed between its encoding and the writing of the bank.
+// Encodes sounds again that were lost or changed between their encoding and the writing of the bank.
 #pragma once
 
 #include "base/result.hpp"
@@ -12,9 +12,9 @@
 
 namespace tarnok {
 
-// Somebody may empty the cache, or a part of it, or write to a source file whose samples go into the bank as they are.
-// Where that happened once it may happen again, so such sounds are put into files of this build alone. The bank is then
-// begun anew: a bank of the moment in which each file was last seen, as ever.
+// Somebody may remove entries from the cache, or write to a source file whose samples are copied into the bank. What
+// happened once may happen again, so such sounds are encoded into private files of this build. Writing the bank then
+// starts again. As always, the bank contains each file as it was when it was last read.
 class Recovery
 {
 public:
@@ -25,9 +25,9 @@ public:
         , mResults(results)
     { }
 
-    // Encodes the sound `found` again, at which writing failed, and all others that are missing or changed by now.
-    // Where that has not helped a few times, it encodes all that somebody else can remove or change. A sound that can
-    // no longer be built fails like one that never could.
+    // Encodes the sound `found`, at which writing failed, and all others that are now missing or changed. After a few
+    // attempts it encodes all sounds that somebody else can remove or change. A sound that can no longer be built fails
+    // as it would have failed the first time.
     base::Result<> encodeStale(size_t found);
 
 private:

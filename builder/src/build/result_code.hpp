@@ -1,4 +1,4 @@
-// The errors of the library as numbers of its C interface.
+// Converts errors of the library to result codes of its C interface.
 #pragma once
 
 #include "base/result.hpp"

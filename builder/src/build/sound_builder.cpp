@@ -11,7 +11,7 @@ namespace tarnok {
 
 namespace {
 
-// Takes the data of a sound that isn't to be kept.
+// Discards the data of a sound.
 class NoData final : public base::ByteSink
 {
 public:
@@ -33,7 +33,7 @@ std::string SoundBuilder::Job::shownName() const
 base::Result<EncodedLocation> SoundBuilder::build(const BuildSettings& settings, const TARNOK_SUBSOUND& subsound,
                                                   bool again, const Report& report)
 {
-    Job job{SoundSettings::of(settings, subsound), pathsOf(subsound), again, report, {}, {}, {}};
+    Job job{SoundSettings::resolve(settings, subsound), sourcePaths(subsound), again, report, {}, {}, {}};
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (base::Result<> status = identify(&job); !status)
@@ -56,9 +56,9 @@ base::Result<> SoundBuilder::identify(Job* job)
     job->identities.clear();
     std::vector<ContentHash> contents;
     for (const std::string& path : job->paths) {
-        // A file that isn't what it was taken for was taken so by the index, perhaps.
-        const bool anew = job->again || !job->changed.empty();
-        const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, anew);
+        // If a file has changed unexpectedly, the index may have been wrong about it.
+        const bool rehash = job->again || !job->changed.empty();
+        const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, rehash);
         if (!identity)
             return identity.error();
         job->identities.push_back(*identity);
@@ -76,30 +76,30 @@ std::optional<EncodedLocation> SoundBuilder::find(const Job& job)
         return location;
     const std::optional<CacheEntry> entry = mServices.cache.find(job.key, mServices.stop);
     if (entry && entry->codec == job.settings.codec)
-        return EncodedLocation::of(job.key, entry->dataBytes, entry->record);
+        return EncodedLocation::make(job.key, entry->dataBytes, entry->record);
     return std::nullopt;
 }
 
 std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
 {
-    if (!job.mayStay())
+    if (!job.mayStayInSource())
         return std::nullopt;
     const std::optional<RawRecord> known = mServices.rawRecords.find(job.key);
     if (!known)
         return std::nullopt;
     const base::FileStamp& stamp = job.identities.front().stamp;
     const base::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > EncodedLocation::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
+    if (!sound || known->bytes.size() > EncodedLocation::kMaximumKeptRecord || sound->codec != bank::Codec::Pcm
         || bank::serialise(*sound) != known->bytes
         || !base::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
-    EncodedLocation location = EncodedLocation::of(job.key, sound->dataBytes, known->bytes);
+    EncodedLocation location = EncodedLocation::make(job.key, sound->dataBytes, known->bytes);
     location.inSource = {known->dataOffset, stamp};
     return location;
 }
 
-// The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
-// have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
+// The key was computed when the files were hashed; then the engine opened them again. If they changed in between, the
+// encoded data belongs to an unknown content: nothing is stored, and the caller starts again.
 base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
 {
     const Job& job = *which;
@@ -117,14 +117,15 @@ base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
             status = encodeInto(file, job, preparation, &sound);
     }
 
-    // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
-    const base::Result<bool> isOther = hasChanged(which, left && *left);
-    if (isOther && *isOther)
+    // A file that was truncated or overwritten while it was read can fail with any error. That it has changed is the
+    // better explanation.
+    const base::Result<bool> isChanged = hasChanged(which, left && *left);
+    if (isChanged && *isChanged)
         return std::optional<EncodedLocation>();
     if (!status)
         return status.error();
-    if (!isOther)
-        return isOther.error();
+    if (!isChanged)
+        return isChanged.error();
     job.report(TARNOK_STATE_WRITING);
     if (*left)
         return std::optional(keepInSource(job, preparation, sound));
@@ -151,8 +152,8 @@ base::Result<> SoundBuilder::prepare(const Job& job, SoundPreparation& preparati
     return status;
 }
 
-// A file that certainly is another one decides over those of which that isn't known. What stays in its source is
-// compared with its checksum each time, so that a wrong record of it does no harm.
+// A file that has certainly changed takes precedence over errors of other files. A sound that stays in its source is
+// compared with its checksum each time, so a wrong record of it does no harm.
 base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 {
     base::Result<bool> answer = false;
@@ -169,11 +170,11 @@ base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
     return answer;
 }
 
-// A sound that fails here fails again where it is decoded, and is reported there.
+// Errors needn't be reported here: the sound fails again when it is decoded.
 base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
-    const std::optional<RawSamples>& samples = preparation.rawSamples();
-    if (!job.mayStay() || !samples)
+    const std::optional<RawSampleRange>& samples = preparation.rawSamples();
+    if (!job.mayStayInSource() || !samples)
         return false;
     std::optional<RawSound> raw =
         RawSound::open(job.paths.front(), job.identities.front().stamp, preparation.sound().facts(), *samples);
@@ -187,7 +188,7 @@ base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation&
     if (!encoded)
         return false;
     preparation.complete(sound);
-    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kLongestKeptRecord;
+    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kMaximumKeptRecord;
 }
 
 EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparation& preparation,
@@ -195,7 +196,7 @@ EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparatio
 {
     const uint64_t offset = preparation.rawSamples()->offset;
     const std::vector<uint8_t> record = bank::serialise(sound);
-    EncodedLocation location = EncodedLocation::of(job.key, sound.dataBytes, record);
+    EncodedLocation location = EncodedLocation::make(job.key, sound.dataBytes, record);
     location.inSource = {offset, job.identities.front().stamp};
     mServices.rawRecords.store(job.key, offset, record);
     return location;
@@ -212,7 +213,7 @@ base::Result<> SoundBuilder::encodeInto(EncodedFile& file, const Job& job, Sound
     return {};
 }
 
-// A module's encoder is made for the settings of one sound.
+// The encoder of a module depends on the settings of the sound, so each sound gets its own.
 Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
 {
     if (!mEncoder || settings.module)

@@ -14,7 +14,7 @@ namespace tarnok {
 
 namespace {
 
-// Bytes of a file times this are about the bytes of its samples.
+// The approximate ratio of the decoded size of a file to its size.
 double expansion(std::string_view path)
 {
     const std::string_view extension = path.substr(std::min(path.size(), path.rfind('.') + 1));
@@ -33,7 +33,7 @@ std::vector<size_t> longestFirst(std::span<const TARNOK_SUBSOUND> subsounds, con
 {
     std::vector<double> weights(subsounds.size());
     for (size_t index = 0; index < subsounds.size() && !stop.stop_requested(); ++index) {
-        for (const std::string& path : pathsOf(subsounds[index])) {
+        for (const std::string& path : sourcePaths(subsounds[index])) {
             if (const base::Result<base::FileStamp> stamp = base::stampOf(path))
                 weights[index] += double(stamp->size) * expansion(path);
         }

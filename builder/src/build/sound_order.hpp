@@ -1,4 +1,4 @@
-// In which order the sounds of a build are encoded.
+// The order in which the sounds of a build are encoded.
 #pragma once
 
 #include "tarnok.h"
@@ -10,7 +10,8 @@
 
 namespace tarnok {
 
-// The indices of the sounds, those that will take longest first, so that the last worker isn't left alone with one.
+// The indices of the sounds, longest expected time first, so that the build doesn't end with one worker busy on a long
+// sound.
 std::vector<size_t> longestFirst(std::span<const TARNOK_SUBSOUND> subsounds, const std::stop_token& stop);
 
 } // namespace tarnok

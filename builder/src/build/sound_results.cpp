@@ -8,7 +8,7 @@ namespace tarnok {
 
 namespace {
 
-// Failed sounds that the report on the bank names.
+// Number of failed sounds that the report on the bank names.
 constexpr size_t kErrorsInReport = 5;
 
 } // namespace
@@ -55,7 +55,7 @@ base::Result<> SoundResults::verdict(bool ignoreFailures) const
     return {};
 }
 
-// Each of them was reported when it failed, which may be long ago.
+// A summary: each failure was reported when it happened, which may be long ago.
 std::string SoundResults::failedSounds() const
 {
     std::string text = mFailedCount == count()

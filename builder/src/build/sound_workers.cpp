@@ -14,7 +14,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr int64_t kKeepEvery = 1200; // seconds; see kInUseFor for how long an entry is safe
+constexpr int64_t kMarkEvery = 1200; // seconds; see kInUseFor for how long an entry is safe
 
 } // namespace
 
@@ -25,7 +25,7 @@ SoundWorkers::SoundWorkers(const BuildRequest& request, const BuildServices& ser
     , mReports(reports)
     , mResults(results)
     , mSettings(request.settings)
-    , mKeptAt(time(nullptr))
+    , mMarkedAt(time(nullptr))
 { }
 
 base::Result<> SoundWorkers::start(unsigned maximumThreads)
@@ -70,14 +70,14 @@ void SoundWorkers::encodeSound(const Task& task) noexcept
             if (task.again)
                 return;
             mReports.sound(task.index, task.worker, TARNOK_STATE_FINISHED);
-            keepUsedEntries();
+            markUsedEntries();
         } else if (location.error().code != base::ErrorCode::Cancelled) {
             mResults.setFailed(task.index, location.error());
             mReports.soundFailed(task.index, task.worker, location.error());
         }
     } catch (...) {
-        // Not even the report could be stored. The result is missing, or is still the former one, and whoever needs it
-        // finds that.
+        // Not even the report could be stored. The result is missing or still the previous one, which is detected where
+        // it is needed.
     }
 }
 
@@ -112,17 +112,17 @@ void SoundWorkers::loadModule()
         mModuleError = module.error();
 }
 
-// A build may last longer than the time for which a used entry is safe from another build's tidying.
-void SoundWorkers::keepUsedEntries()
+// A build may last longer than kInUseFor, the time for which a used entry is safe from tidying by other builds.
+void SoundWorkers::markUsedEntries()
 {
     const int64_t now = time(nullptr);
-    int64_t keptAt = mKeptAt;
-    if (now - keptAt < kKeepEvery || !mKeptAt.compare_exchange_strong(keptAt, now))
+    int64_t markedAt = mMarkedAt;
+    if (now - markedAt < kMarkEvery || !mMarkedAt.compare_exchange_strong(markedAt, now))
         return;
     for (size_t index = 0; index < mResults.count() && !mServices.stop.stop_requested(); ++index) {
         const EncodedLocation* location = mResults.find(index);
         if (location && location->inCache())
-            mServices.cache.keep(location->key);
+            mServices.cache.markUsed(location->key);
     }
 }
 

@@ -23,19 +23,19 @@ public:
     SoundWorkers(const BuildRequest& request, const BuildServices& services, BuildReports& reports,
                  SoundResults& results);
 
-    // Makes as many workers as memory can carry, and loads the encoder module if the format needs one. A missing module
-    // makes every sound fail, and each reports so.
+    // Prepares as many workers as memory allows, and loads the encoder module if the format needs one. If the module is
+    // missing, every sound fails and is reported.
     base::Result<> start(unsigned maximumThreads);
 
-    // Encodes these sounds, or finds them in the cache, and reports each.
+    // Encodes these sounds or finds them in the cache, and reports each.
     void encode(std::span<const size_t> sounds);
 
-    // Encodes sounds that were finished and are lost. Only failures are reported. What is encoded goes neither into the
-    // cache nor is it left in its source file, so that nobody else can remove or change it.
+    // Encodes sounds that were finished and then lost. Only failures are reported. The data is neither stored in the
+    // cache nor left in the source file, so that nobody else can remove or change it.
     void encodeAgain(std::span<const size_t> sounds);
 
 private:
-    // Which worker is on which sound.
+    // A sound, and the worker that encodes it.
     struct Task
     {
         size_t index;
@@ -47,16 +47,16 @@ private:
     void encodeSound(const Task& task) noexcept;
     base::Result<EncodedLocation> tryToEncode(const Task& task);
     void loadModule();
-    void keepUsedEntries();
+    void markUsedEntries();
 
     const BuildRequest& mRequest;
     const BuildServices& mServices;
     BuildReports& mReports;
     SoundResults& mResults;
-    BuildSettings mSettings; // those of the request, with the module loaded
+    BuildSettings mSettings; // those of the request, with the loaded module
     std::optional<base::Error> mModuleError;
     std::vector<SoundBuilder> mBuilders; // one per worker
-    std::atomic<int64_t> mKeptAt; // when the entries in use were last marked, seconds
+    std::atomic<int64_t> mMarkedAt; // when the entries in use were last marked, seconds
 };
 
 } // namespace tarnok

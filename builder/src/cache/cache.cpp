@@ -4,7 +4,7 @@
 #include "base/bytes.hpp"
 #include "base/file.hpp"
 #include "base/path.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "cache/tidying.hpp"
 #include "support/own_file.hpp"
 
@@ -20,17 +20,17 @@ namespace tarnok {
 namespace {
 
 constexpr size_t kReadBlock = 256 << 10;
-constexpr int64_t kTouchAfter = 600; // seconds after which another use is noted
+constexpr int64_t kRecordUseAfter = 600; // seconds after which another use is recorded
 
-// Notes that an entry is in use. Entries of somebody else in a folder that is read-only for us can't be marked; they
-// are theirs to remove, too.
-void noteUse(int descriptor, const struct stat& status)
+// Records that an entry is in use. In a folder that we can't write to, the entries of other users can't be marked; only
+// those users remove them.
+void recordUse(int descriptor, const struct stat& status)
 {
-    if (status.st_mtim.tv_sec + kTouchAfter < time(nullptr))
+    if (status.st_mtim.tv_sec + kRecordUseAfter < time(nullptr))
         futimens(descriptor, nullptr);
 }
 
-// Reads count bytes and returns whether their checksum is the expected one.
+// Reads count bytes and returns whether their checksum matches.
 bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, const std::stop_token& stop)
 {
     bank::RunningChecksum checksum;
@@ -46,9 +46,9 @@ bool verify(int descriptor, uint64_t offset, uint64_t count, uint64_t expected, 
     return checksum.value() == expected;
 }
 
-// Whether a record is one that we write, to the last bit, of the data that the header describes. One that isn't comes
-// from elsewhere, and would make each bank fail or be damaged in which it is put.
-bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Codec* codec)
+// Whether a record is exactly what we would write for the data that the header describes. Any other record comes from
+// elsewhere, and would make every bank that uses it fail or be damaged.
+bool fits(std::span<const uint8_t> record, const CacheEntryHeader& header, bank::Codec* codec)
 {
     const base::Result<bank::Sound> sound = bank::deserialise(record);
     if (!sound)
@@ -58,7 +58,7 @@ bool fits(std::span<const uint8_t> record, const EntryHeader& header, bank::Code
         && std::ranges::equal(bank::serialise(*sound), record);
 }
 
-// Renames file to path, and makes the folders for that where they are missing.
+// Renames file to path, and creates missing folders.
 base::Result<> commitEntry(base::TemporaryFile* file, const std::string& path, const std::string& soundsPath)
 {
     base::Result<> done = file->commit(path);
@@ -85,7 +85,7 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
     CacheEntry entry;
     entry.file = reopen(key);
     struct stat status;
-    EntryHeader header;
+    CacheEntryHeader header;
     if (!entry.file || fstat(entry.file.get(), &status) != 0)
         return std::nullopt;
 
@@ -100,11 +100,11 @@ std::optional<CacheEntry> Cache::find(const ContentHash& key, const std::stop_to
             && fits(entry.record, header, &entry.codec)
             && verify(descriptor, sizeof header, header.dataBytes, header.dataChecksum, stop);
     }
-    // A damaged entry stays until store() replaces it: removing it here could hit the good one with which another
-    // process has replaced it meanwhile and on which that process relies.
+    // A damaged entry is kept until store() replaces it. Removing it here could remove the good entry with which
+    // another process has replaced it in the meantime, and which that process relies on.
     if (!intact || stop.stop_requested())
         return std::nullopt;
-    noteUse(descriptor, status);
+    recordUse(descriptor, status);
     return entry;
 }
 
@@ -125,14 +125,14 @@ bool Cache::store(base::TemporaryFile* file, const ContentHash& key)
     struct stat status;
     const uint64_t bytes = fstat(file->descriptor(), &status) == 0 ? uint64_t(status.st_size) : 0;
     if (const base::Result<> done = commitEntry(file, path, mFolder.soundsPath()); !done) {
-        mFolder.cannotKeep(base::fileError("storing", path, done.error().systemError));
+        mFolder.remarkNotStored(base::fileError("storing", path, done.error().systemError));
         return false;
     }
     mStoredBytes += bytes;
     return true;
 }
 
-void Cache::keep(const ContentHash& key) const
+void Cache::markUsed(const ContentHash& key) const
 {
     if (const base::FileDescriptor file = reopen(key))
         futimens(file.get(), nullptr);
@@ -143,8 +143,8 @@ void Cache::tidy(const std::stop_token& stop)
     tidyEntries(mFolder, mStoredBytes.exchange(0), stop);
 }
 
-// Two levels, so that no folder holds too many files for a slow file system, and few enough folders that making them
-// costs nothing beside the first build.
+// Two levels, so that no folder contains too many files for a slow file system, and few enough folders that the time to
+// create them doesn't matter in the first build.
 std::string Cache::entryPath(const ContentHash& key) const
 {
     const std::string name = key.hex();

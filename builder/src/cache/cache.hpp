@@ -1,4 +1,4 @@
-// The sounds that were encoded before.
+// Sounds that earlier builds have encoded.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -16,7 +16,7 @@
 
 namespace tarnok {
 
-// One encoded sound of the cache, found and verified.
+// One encoded sound that was found in the cache and verified.
 struct CacheEntry
 {
     base::FileDescriptor file;
@@ -25,17 +25,17 @@ struct CacheEntry
     std::vector<uint8_t> record;
 };
 
-// Entries are named by the hash of everything that decides about their content (content-addressed), so an entry never
-// changes and never goes out of date. It arrives by rename and carries checksums: whatever a crash, a full disk or a
-// curious person does to it, it is either right or found to be damaged and made again. Builds of several processes,
-// also on several machines, may share the folder.
+// An entry is named by the hash of everything that determines its content (content-addressed), so it never changes and
+// never goes out of date. It is created by a rename and contains checksums: whatever a crash, a full disk or a person
+// does to it, it is either correct or is recognised as damaged and encoded again. Several processes may share the
+// folder, also from several machines.
 //
-// Files of somebody else in the folder are left alone: what isn't ours by its name and its first bytes is neither
-// removed nor replaced, and an entry that would have its name isn't kept.
+// Files of others in the folder are left alone: a file whose name or first bytes aren't ours is neither removed nor
+// replaced, and an entry that would need its name isn't stored.
 class Cache
 {
 public:
-    // With useEntries off nothing is found, though everything is stored.
+    // If useEntries is false, nothing is found, but everything is stored.
     Cache(CacheFolder& folder, bool useEntries)
         : mFolder(folder)
         , mUseEntries(useEntries)
@@ -43,22 +43,22 @@ public:
 
     CacheFolder& folder() { return mFolder; }
 
-    // The entry of that key after all of it was read and compared with its checksums, and its record with what an
-    // encoder can say and with the header. A damaged one isn't found; it stays until store() replaces it.
+    // Finds the entry of a key. All of it is read and compared with its checksums, and its record is checked for
+    // validity and against the header. A damaged entry isn't found; it is kept until store() replaces it.
     std::optional<CacheEntry> find(const ContentHash& key, const std::stop_token& stop);
 
-    // Opens an entry that was found or stored during this build, and stores the size of its file. Empty when somebody
-    // has removed it since.
+    // Opens an entry that was found or stored during this build; *fileBytes becomes the size of its file. Empty if it
+    // was removed since.
     base::FileDescriptor reopen(const ContentHash& key, uint64_t* fileBytes = nullptr) const;
 
-    // Makes a file of CacheFolder::newFile() the entry of that key, in place of a damaged one. Returns whether that
-    // worked; if not, file remains.
+    // Makes a file of CacheFolder::newFile() the entry of a key, and replaces a damaged one. On false, file is
+    // unchanged.
     bool store(base::TemporaryFile* file, const ContentHash& key);
 
-    // Puts off the removal of an entry that this build needs and found or stored long ago.
-    void keep(const ContentHash& key) const;
+    // Postpones the removal of an entry that this build still needs and has found or stored long ago.
+    void markUsed(const ContentHash& key) const;
 
-    // Keeps the size of the folder in bounds, see tidyEntries().
+    // Limits the size of the folder, see tidyEntries().
     void tidy(const std::stop_token& stop);
 
 private:

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::string_view kTemporaryStem = "sound";
 
-// Whoever runs a cache may set its limit in the folder itself, and so for all who share it.
+// The owner of a cache sets its limit in the folder itself, so that it applies to everyone who shares it.
 uint64_t configuredLimit(const std::string& folder)
 {
     char text[32] = "";
@@ -27,7 +27,7 @@ uint64_t configuredLimit(const std::string& folder)
     constexpr const char* kBlanks = " \t\r\n";
     const char* const end = text + std::strlen(text);
     const auto [rest, error] = std::from_chars(text + std::strspn(text, kBlanks), end, limit);
-    // "8G" is no number of bytes, and 8 would empty the cache.
+    // "8G" is not a number of bytes, and reading it as 8 would empty the cache.
     const bool isNumber = error == std::errc() && rest + std::strspn(rest, kBlanks) == end;
     return isNumber && limit > 0 ? limit : CacheFolder::kSizeLimit;
 }
@@ -48,19 +48,19 @@ CacheFolder::CacheFolder(std::string path, Remarks& remarks)
 base::Result<base::TemporaryFile> CacheFolder::newFile()
 {
     base::Result<base::TemporaryFile> file = base::TemporaryFile::create(temporaryPath(), kTemporaryStem);
-    // Somebody may have emptied the folder since.
+    // Somebody may have emptied the folder in the meantime.
     if (!file) {
         if (const base::Result<> made = base::makeFolder(temporaryPath()); !made)
-            file = base::fileError("making the folder", temporaryPath(), made.error().systemError);
+            file = base::fileError("creating the folder", temporaryPath(), made.error().systemError);
         else
             file = base::TemporaryFile::create(temporaryPath(), kTemporaryStem);
     }
     if (!file)
-        cannotKeep(file.error());
+        remarkNotStored(file.error());
     return file;
 }
 
-void CacheFolder::cannotKeep(const base::Error& why)
+void CacheFolder::remarkNotStored(const base::Error& why)
 {
     if (mRemarked.exchange(true))
         return;

@@ -1,4 +1,4 @@
-// The folder of a cache: where its parts are, how large it may become, and what happens when it can't be used.
+// The folder of a cache: the paths of its parts, its size limit, and what happens if it can't be used.
 #pragma once
 
 #include "base/result.hpp"
@@ -11,11 +11,11 @@
 
 namespace tarnok {
 
-// A folder that can't be written is no obstacle: nothing is kept then, and one remark of the build says so.
+// A folder that can't be written to is not an error: nothing is stored then, and one remark of the build says so.
 class CacheFolder
 {
 public:
-    // path exists. Removes what killed builds have left.
+    // path exists. Removes leftover files of killed builds.
     CacheFolder(std::string path, Remarks& remarks);
 
     const std::string& path() const { return mPath; }
@@ -23,15 +23,15 @@ public:
     std::string indexPath() const { return mPath + "/index"; }
     std::string recordsPath() const { return mPath + "/records"; }
 
-    // Maximum size of all entries together, in bytes: that in the file "limit" of the folder, otherwise kSizeLimit.
+    // Maximum total size of all entries, in bytes: the number in the file "limit" of the folder, otherwise kSizeLimit.
     uint64_t limit() const { return mLimit; }
     static constexpr uint64_t kSizeLimit = uint64_t(4) << 30;
 
-    // A file that is to become part of the cache by TemporaryFile::commit().
+    // Creates a file that TemporaryFile::commit() will make part of the cache.
     base::Result<base::TemporaryFile> newFile();
 
-    // Something of this build isn't kept. Makes the remark, unless it has been made.
-    void cannotKeep(const base::Error& why);
+    // Posts the remark that something of this build isn't stored, unless it was posted before.
+    void remarkNotStored(const base::Error& why);
 
 private:
     std::string temporaryPath() const { return mPath + "/incomplete"; }

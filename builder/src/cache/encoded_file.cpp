@@ -2,7 +2,7 @@
 
 #include "base/bytes.hpp"
 #include "base/file.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,20 +12,20 @@ namespace tarnok {
 
 namespace {
 
-// Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
+// Packets have some hundred bytes. They are gathered into pieces that are worth a system call.
 constexpr size_t kBufferBytes = 128 << 10;
 
 } // namespace
 
-// The header is known last. Zeros are written in its stead at first, so that the file has no hole and can be moved as
-// it is.
+// The header is known only at the end. Zeros are written in its position first, so that the file has no hole and can be
+// moved as it is.
 EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     : mCache(cache)
     , mSpill(spill)
     , mStop(std::move(stop))
 {
     mBuffer.reserve(kBufferBytes);
-    mBuffer.resize(sizeof(EntryHeader));
+    mBuffer.resize(sizeof(CacheEntryHeader));
 }
 
 base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
@@ -43,20 +43,20 @@ base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
 base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
 {
     const std::vector<uint8_t> record = bank::serialise(sound);
-    // What can't be read again must not get into the cache, where it would stay.
+    // A record that can't be read back must not get into the cache, where it would remain.
     if (!bank::deserialise(record))
-        return base::Error{base::ErrorCode::Codec, "the encoder says impossible things about its data"};
-    const EntryHeader header = EntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
+        return base::Error{base::ErrorCode::Codec, "the encoder described its data incorrectly"};
+    const CacheEntryHeader header = CacheEntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
     if (const base::Result<> done = flush(); !done)
         return done.error();
     if (const base::Result<> done = put(record, mWritten); !done)
         return done.error();
     if (mWritten != sizeof header + sound.dataBytes + record.size())
-        return base::Error{base::ErrorCode::Codec, "the encoder wrote a different number of bytes than it said"};
+        return base::Error{base::ErrorCode::Codec, "the encoder wrote a different number of bytes than it reported"};
     if (const base::Result<> done = put(base::asBytes(std::span(&header, 1)), 0); !done)
         return done.error();
 
-    EncodedLocation location = EncodedLocation::of(key, sound.dataBytes, record);
+    EncodedLocation location = EncodedLocation::make(key, sound.dataBytes, record);
     if (!mSpilled && !mCache->store(&mEntry, key)) {
         if (const base::Result<> moved = moveToSpill(EROFS); !moved)
             return moved.error();
@@ -75,7 +75,7 @@ base::Result<> EncodedFile::flush()
     return done;
 }
 
-// Writes at a position counted from the start of this sound, in whatever file takes it.
+// Writes at an offset from the start of this sound, to the entry or to the spill file.
 base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t position)
 {
     if (!mEntry && !mSpilled) {
@@ -92,7 +92,7 @@ base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t positio
             break;
         const int systemError = written.error().systemError;
         if (!base::anotherDiskMayHelp(systemError))
-            return keepingError(systemError);
+            return storingError(systemError);
         if (base::Result<> moved = moveToSpill(systemError); !moved)
             return moved;
     }
@@ -100,23 +100,23 @@ base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t positio
     return {};
 }
 
-base::Error EncodedFile::keepingError(int systemError) const
+base::Error EncodedFile::storingError(int systemError) const
 {
-    return mSpill.folders().fileError("keeping an encoded sound for", systemError);
+    return mSpill.folders().fileError("storing an encoded sound for", systemError);
 }
 
-// systemError: why the sound can't stay where it is; EROFS: the cache doesn't take it.
+// systemError: why the sound can't stay in its file; EROFS if the cache refused it.
 base::Result<> EncodedFile::moveToSpill(int systemError)
 {
     if (!mSpilled && mCache && mEntry) {
         CacheFolder& folder = mCache->folder();
-        folder.cannotKeep(base::fileError("keeping an encoded sound in", folder.path(), systemError));
+        folder.remarkNotStored(base::fileError("storing an encoded sound in", folder.path(), systemError));
     }
     bool currentIsFull = mSpilled.has_value();
     for (;;) {
         const base::Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();
         if (!next)
-            return systemError == EROFS ? next.error() : keepingError(systemError);
+            return systemError == EROFS ? next.error() : storingError(systemError);
         currentIsFull = true;
         base::Result<> copied;
         if (mWritten > 0) {
@@ -130,10 +130,10 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
         }
         if (copied.error().code == base::ErrorCode::Cancelled)
             return base::cancelled();
-        // The file that is copied must not have become shorter; for a person, its disk has failed.
+        // The copied file has become shorter, which means to the user that its disk has failed.
         systemError = copied.error().code == base::ErrorCode::Damaged ? EIO : copied.error().systemError;
         if (!base::anotherDiskMayHelp(systemError))
-            return keepingError(systemError);
+            return storingError(systemError);
     }
 }
 

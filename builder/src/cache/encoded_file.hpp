@@ -1,4 +1,4 @@
-// Takes the data of one sound from its encoder.
+// The file to which an encoder writes the data of one sound.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -16,24 +16,24 @@
 
 namespace tarnok {
 
-// Begins in the cache, moves to the spill files with all that it has when the cache can't take more, and ends as an
-// entry of the cache or as a part of a spill file.
+// Starts in the cache. If the cache can't take more, everything written so far moves to the spill files. It becomes an
+// entry of the cache or a part of a spill file.
 class EncodedFile final : public base::ByteSink
 {
 public:
-    // cache: null for a sound that isn't to be stored there.
+    // cache: null for a sound that must not be stored there.
     EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop);
 
     base::Result<> write(std::span<const uint8_t> bytes) override;
 
-    // Puts header and serialised form around the data and makes it available under key. sound is complete.
+    // Adds header and serialised form to the data and makes the sound available under key. sound must be complete.
     base::Result<EncodedLocation> finish(const ContentHash& key, const bank::Sound& sound);
 
 private:
     base::Result<> flush();
     base::Result<> put(std::span<const uint8_t> bytes, uint64_t position);
     base::Result<> moveToSpill(int systemError);
-    base::Error keepingError(int systemError) const;
+    base::Error storingError(int systemError) const;
     int descriptor() const { return mSpilled ? mSpilled->file->get() : mEntry.descriptor(); }
     uint64_t start() const { return mSpilled ? mSpilled->end : 0; }
 
@@ -41,9 +41,9 @@ private:
     SpillFiles& mSpill;
     std::stop_token mStop;
     base::TemporaryFile mEntry;
-    std::optional<SpillFiles::Position> mSpilled; // set once the cache is left
-    uint64_t mWritten = 0; // bytes of this sound in the file, those of the header included
-    std::vector<uint8_t> mBuffer; // data after them
+    std::optional<SpillFiles::Position> mSpilled; // set once the sound has moved out of the cache
+    uint64_t mWritten = 0; // bytes of this sound in the file, including the header
+    std::vector<uint8_t> mBuffer; // the data that follows those bytes
 };
 
 } // namespace tarnok

@@ -2,12 +2,12 @@
 
 namespace tarnok {
 
-EncodedLocation EncodedLocation::of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
+EncodedLocation EncodedLocation::make(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
 {
     EncodedLocation location;
     location.key = key;
     location.dataBytes = dataBytes;
-    if (record.size() <= kLongestKeptRecord)
+    if (record.size() <= kMaximumKeptRecord)
         location.record.assign(record.begin(), record.end());
     return location;
 }

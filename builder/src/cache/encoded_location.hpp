@@ -1,4 +1,4 @@
-// Where an encoded sound is stored until the bank is written.
+// The location of an encoded sound until the bank is written.
 #pragma once
 
 #include "base/file.hpp"
@@ -13,9 +13,9 @@
 
 namespace tarnok {
 
-// In the cache, or in a file without a name when the cache couldn't take it. The layout is the same in both: header,
-// encoded data, serialised form. Or the data is in the source file, where it may change, and the serialised form is
-// here.
+// The sound is in the cache or, if the cache couldn't take it, in an unnamed file. The layout is the same in both:
+// header, encoded data, serialised form. Or the data is in the source file, where it may change, and the serialised
+// form is in this object.
 struct EncodedLocation
 {
     struct InSource
@@ -25,17 +25,18 @@ struct EncodedLocation
     };
 
     ContentHash key;
-    std::shared_ptr<const FilePart> spilled; // null: in the cache or the source
+    std::shared_ptr<const FilePart> spilled; // null: the sound is in the cache or in its source
     std::optional<InSource> inSource;
     uint64_t dataBytes = 0;
-    std::vector<uint8_t> record; // the serialised form, if it is short
+    std::vector<uint8_t> record; // the serialised form, if it has at most kMaximumKeptRecord bytes
 
-    // Longer forms (those with a seek table) are read again when needed, so that memory doesn't grow with the sounds.
-    static constexpr size_t kLongestKeptRecord = 512;
+    // Longer serialised forms (with a seek table) are read again when needed, so that memory doesn't grow with the
+    // length of the sounds.
+    static constexpr size_t kMaximumKeptRecord = 512;
 
     bool inCache() const { return !spilled && !inSource; }
 
-    static EncodedLocation of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
+    static EncodedLocation make(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
 };
 
 } // namespace tarnok

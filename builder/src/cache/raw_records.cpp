@@ -17,10 +17,10 @@ namespace tarnok {
 namespace {
 
 constexpr char kMagic[8] = {'T', 'N', 'K', 'R', 'E', 'C', '0', '3'};
-constexpr uint64_t kShare = 16; // of the cache's limit, this part is for records
+constexpr uint64_t kLimitDivisor = 16; // the records may use this fraction of the cache's limit
 
-// A lock on a folder among those who ask for it. Without it, of two builds that save at once one loses what it has
-// learned; so it isn't worth a long wait for a process that was stopped, or for a file system without locks.
+// An advisory lock on a folder. Without it, one of two builds that save at the same time loses its new records. That
+// isn't worth a long wait for a process that was stopped, or for a file system without locks.
 base::FileDescriptor lockFolder(const std::string& path, const std::stop_token& stop)
 {
     constexpr int kAttempts = 100;
@@ -35,7 +35,7 @@ base::FileDescriptor lockFolder(const std::string& path, const std::stop_token& 
 
 } // namespace
 
-// A record in the table is the offset of the data, then the serialised form.
+// A record in the table consists of the offset of the data and the serialised form.
 std::optional<RawRecord> RawRecords::find(const ContentHash& key)
 {
     if (!mUseRecords)
@@ -74,33 +74,34 @@ void RawRecords::save(const std::stop_token& stop)
     const std::lock_guard lock(mMutex);
     if (mNew.empty())
         return;
-    mTable.reset(); // there may be many, and all that is asked for was found by now
+    mTable.reset(); // the table may be large, and nothing is looked up any more
     const base::FileDescriptor lockedFolder = lockFolder(mFolder.path(), stop);
     const RecordTable table = readTable();
     const int64_t now = time(nullptr);
     const std::vector<uint8_t> bytes =
-        RecordTable::merge({&table, 1}, mNew, kMagic, {now, mFolder.limit() / kShare, now - kInUseFor});
+        RecordTable::merge({&table, 1}, mNew, kMagic, {now, mFolder.limit() / kLimitDivisor, now - kInUseFor});
     mNew.clear();
     base::Result<base::TemporaryFile> file = mFolder.newFile();
     if (!file)
         return;
     const std::string path = mFolder.recordsPath();
-    rmdir(path.c_str()); // an empty folder is nobody's
+    rmdir(path.c_str()); // an empty folder contains nothing to lose
     if (isForeign(path, kMagic)) {
-        mFolder.cannotKeep({base::ErrorCode::Invalid, path + " is none of its files and stays as it is"});
+        mFolder.remarkNotStored(
+            {base::ErrorCode::Invalid, path + " is not a file of the cache and was left unchanged"});
         return;
     }
     base::Result<> done = base::writeAt(file->descriptor(), bytes, 0);
     if (done)
         done = file->commit(path);
     if (!done)
-        mFolder.cannotKeep(base::fileError("storing", path, done.error().systemError));
+        mFolder.remarkNotStored(base::fileError("storing", path, done.error().systemError));
 }
 
 RecordTable RawRecords::readTable() const
 {
     const base::Result<base::OpenedFile> file = base::openRegular(mFolder.recordsPath());
-    if (!file || file->stamp.size > RecordTable::kLargestTable)
+    if (!file || file->stamp.size > RecordTable::kMaximumTableBytes)
         return {};
     std::vector<uint8_t> bytes(file->stamp.size);
     if (!base::readAt(file->descriptor.get(), bytes, 0))

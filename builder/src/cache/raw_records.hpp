@@ -1,4 +1,4 @@
-// What is known of sounds whose data nobody needs to keep, because it is in their source files as a bank wants it.
+// Records of sounds whose data needn't be stored, because the source file contains it exactly as the bank will.
 #pragma once
 
 #include "cache/cache_folder.hpp"
@@ -20,12 +20,12 @@ struct RawRecord
     std::vector<uint8_t> bytes; // the sound's serialised form
 };
 
-// One table in the cache for all of them, by the keys that the sounds would have as entries. A table that is damaged or
-// can't be read holds nothing, and is replaced by the next one.
+// One table in the cache for all such sounds, indexed by the cache keys that the sounds would have as entries. A table
+// that is damaged or can't be read counts as empty, and save() replaces it.
 class RawRecords
 {
 public:
-    // With useRecords off nothing is found, though everything is stored.
+    // If useRecords is false, nothing is found, but everything is stored.
     RawRecords(CacheFolder& folder, bool useRecords)
         : mFolder(folder)
         , mUseRecords(useRecords)
@@ -35,8 +35,8 @@ public:
     void store(const ContentHash& key, uint64_t dataOffset, std::span<const uint8_t> record);
     void forget(const ContentHash& key);
 
-    // Makes what was stored since available to other builds, together with what those have written meanwhile. A failure
-    // doesn't concern the build: the next one reads those files again.
+    // Makes the new records available to other builds, and merges them with those that other builds have written in the
+    // meantime. A failure doesn't affect the build: the next one analyses those files again.
     void save(const std::stop_token& stop);
 
 private:
@@ -45,7 +45,7 @@ private:
     CacheFolder& mFolder;
     bool mUseRecords;
     std::mutex mMutex;
-    std::optional<RecordTable> mTable; // as read, once somebody has asked
+    std::optional<RecordTable> mTable; // read at the first find()
     DatedRecords mNew;
 };
 

@@ -1,4 +1,4 @@
-// Files for encoded sounds that the cache doesn't take.
+// Files for encoded sounds that the cache can't store.
 #pragma once
 
 #include "base/file_descriptor.hpp"
@@ -11,7 +11,8 @@
 
 namespace tarnok {
 
-// The files of one worker: they hold sound after sound, have no name, and are gone with the build.
+// The files of one worker. Each contains several sounds, one after the other, has no name, and disappears when the
+// build ends.
 class SpillFiles
 {
 public:
@@ -27,13 +28,13 @@ public:
 
     const TemporaryFolders& folders() const { return mFolders; }
 
-    // Where the next sound begins. Fails when no folder is left.
+    // The position at which the next sound starts. Fails if no folder is left.
     base::Result<Position> position();
 
-    // The sound that began at position() takes so many bytes.
+    // Reports the size of the sound that started at position().
     void advance(uint64_t bytes) { mCurrent.end += bytes; }
 
-    // The disk of the current file is full: goes on in the next folder. Fails when none is left.
+    // Moves on to the next folder, because the disk of the current file is full. Fails if none is left.
     base::Result<Position> nextFolder();
 
 private:

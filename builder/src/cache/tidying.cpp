@@ -1,7 +1,7 @@
 #include "cache/tidying.hpp"
 
 #include "base/file_descriptor.hpp"
-#include "cache/entry_header.hpp"
+#include "cache/cache_entry_header.hpp"
 #include "support/content_hash.hpp"
 #include "support/own_file.hpp"
 
@@ -22,9 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int64_t kTidyEvery = 600; // seconds
-constexpr uint64_t kTidyBytes = 256 << 20; // stored by one build, after which it tidies at once
+constexpr uint64_t kTidyBytes = 256 << 20; // if one build has stored this much, it tidies at once
 
-// Entries that may be removed, and what all entries take.
+// The entries that may be removed, and the total size of all entries.
 struct Usage
 {
     struct Candidate
@@ -38,7 +38,7 @@ struct Usage
     uint64_t total = 0;
 };
 
-// Whether path is that of an entry. Earlier versions had longer names for the folders.
+// Whether path is the path of an entry. Earlier versions used longer folder names.
 bool isEntryPath(const fs::path& path)
 {
     constexpr size_t kDigits = 2 * sizeof(ContentHash::bytes);
@@ -47,12 +47,12 @@ bool isEntryPath(const fs::path& path)
         && isHashName(path.filename().native(), kDigits - folder.size());
 }
 
-// An entry by its content, too: a folder "sounds" may hold anything when somebody has chosen a folder of their own for
-// the cache.
+// Removes a file only if its content is an entry, too: if somebody has chosen a folder of their own as the cache, its
+// folder "sounds" may contain anything.
 bool removeEntry(const std::string& path)
 {
     const base::FileDescriptor file = openOwn(path);
-    return file && startsWithMagic(file.get(), EntryHeader::kMagic) && unlink(path.c_str()) == 0;
+    return file && startsWithMagic(file.get(), CacheEntryHeader::kMagic) && unlink(path.c_str()) == 0;
 }
 
 bool isDue(const CacheFolder& folder, uint64_t storedBytes)
@@ -98,7 +98,7 @@ void tidyEntries(const CacheFolder& folder, uint64_t storedBytes, const std::sto
     if (usage.total <= folder.limit())
         return;
 
-    // Down to nine tenths, so that a full cache isn't tidied again by every build.
+    // Reduces the size to nine tenths, so that not every build tidies a full cache.
     const uint64_t goal = folder.limit() - folder.limit() / 10;
     std::sort(usage.candidates.begin(), usage.candidates.end(),
               [](const Usage::Candidate& left, const Usage::Candidate& right) { return left.usedAt < right.usedAt; });

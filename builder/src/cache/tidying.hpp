@@ -1,4 +1,4 @@
-// Keeps the size of a cache in bounds.
+// Limits the size of a cache.
 #pragma once
 
 #include "cache/cache_folder.hpp"
@@ -8,11 +8,12 @@
 
 namespace tarnok {
 
-// Entries that were used less than this long ago are safe from removal, since a running build may need them. Seconds.
+// Entries that were used in the last kInUseFor seconds aren't removed, since a running build may need them.
 inline constexpr int64_t kInUseFor = 3600;
 
-// Removes the entries that were not used for the longest time. Looks at the folder only when this build has stored
-// something and, where nobody has set a limit, the last look was a while ago, since it means visiting each entry.
+// Removes the least recently used entries if the cache exceeds its limit. Checking that means visiting each entry, so
+// it is done only if this build has stored something. With the default limit, the last check must also be some time
+// ago, or the build must have stored a lot.
 void tidyEntries(const CacheFolder& folder, uint64_t storedBytes, const std::stop_token& stop);
 
 } // namespace tarnok

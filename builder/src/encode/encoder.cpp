@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::array<uint32_t, 5> kOpusRates = {8'000, 12'000, 16'000, 24'000, 48'000};
 
-// What the library's tables of tunings cover.
+// The limit of libvorbis's tuning tables.
 constexpr uint32_t kVorbisHighestRate = 200'000;
 
 template <typename Made>
@@ -25,13 +25,13 @@ std::unique_ptr<Encoder> make()
     return std::make_unique<Made>();
 }
 
-// What differs from codec to codec.
+// The properties of one codec.
 struct CodecEntry
 {
     const char* name;
-    int revision; // raised whenever an encoder of ours makes other bytes from the same sound
+    int revision; // raised whenever our encoder produces other bytes from the same sound
     const char* (*libraryVersion)(); // null: no library
-    std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
+    std::unique_ptr<Encoder> (*make)(); // null: encoded by an external module
 };
 
 // Indexed by Codec.
@@ -44,7 +44,7 @@ constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
     {"Opus", 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
-const CodecEntry& entryOf(Codec codec)
+const CodecEntry& codecEntry(Codec codec)
 {
     return kCodecs[size_t(codec)];
 }
@@ -90,13 +90,13 @@ bank::Sound describe(Codec codec, const PreparedFacts& facts)
 
 std::unique_ptr<Encoder> makeEncoder(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     return entry.make ? entry.make() : nullptr;
 }
 
 const char* codecName(Codec codec)
 {
-    return entryOf(codec).name;
+    return codecEntry(codec).name;
 }
 
 uint32_t encodingRate(Codec codec, uint32_t sampleRate)
@@ -112,7 +112,7 @@ uint32_t encodingRate(Codec codec, uint32_t sampleRate)
 
 std::string encoderVersion(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     if (!entry.make)
         return {};
     const std::string own = std::string(entry.name) + ' ' + std::to_string(entry.revision);

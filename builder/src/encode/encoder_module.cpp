@@ -20,7 +20,7 @@ using bank::Codec;
 using base::Error;
 using base::ErrorCode;
 
-static_assert(TARNOK_ENCODER_REACH == kMaximumReach);
+static_assert(TARNOK_ENCODER_LOOKAROUND == kMaximumLookaround);
 
 namespace {
 
@@ -29,7 +29,7 @@ const char* fileName(Codec codec)
     return codec == Codec::Xma ? "tarnok_xma.so" : "tarnok_at9.so";
 }
 
-// The folder that this library was loaded from, with the slash.
+// The folder from which this library was loaded, with a slash at the end.
 std::string ownFolder()
 {
     Dl_info self;
@@ -40,8 +40,8 @@ std::string ownFolder()
     return slash == std::string::npos ? "./" : library.substr(0, slash + 1);
 }
 
-// Whether all of a library's segments lie inside its file. The system's loader doesn't ask: it maps what a file that
-// was cut short lacks, and touching that ends the process.
+// Whether all segments of a library are inside its file. The system's loader doesn't check that: it also maps the
+// missing part of a truncated file, and accessing that ends the process.
 bool isWhole(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary | std::ios::ate);
@@ -68,11 +68,12 @@ bool isUsable(const TARNOK_ENCODER_MODULE* module, Codec codec)
         && module->maximumChannels <= unsigned(bank::kMaximumChannels) && module->sampleRate && module->encode;
 }
 
-// One run of a module's encode: what it calls, with what it may not do refused, and what it left behind.
-class Job
+// One run of a module's encode(): implements the functions that the module calls, refuses invalid calls, and collects
+// the result.
+class ModuleRun
 {
 public:
-    Job(PreparedSound& sound, base::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
+    ModuleRun(PreparedSound& sound, base::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
         : mSound(sound)
         , mData(sink)
         , mStop(stop)
@@ -92,29 +93,30 @@ public:
                 }};
     }
 
-    // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
-    base::Result<> end(TARNOK_RESULT answer, uint32_t leadIn)
+    // The result: the first failure on our side, otherwise what the module returned.
+    base::Result<> end(TARNOK_RESULT answer, uint32_t preSkip)
     {
         if (mResult)
-            mResult = resultOf(answer);
-        // Nobody else would report why there is no sound.
+            mResult = toResult(answer);
+        // The module claims a cancellation that didn't happen. Without an error of its own, nobody would report the
+        // missing sound.
         if (!mResult && mResult.error().code == ErrorCode::Cancelled && !mStop.stop_requested())
             return Error{ErrorCode::Codec};
         if (!mResult)
             return mResult;
-        if (leadIn > bank::kMaximumLeadIn)
+        if (preSkip > bank::kMaximumLeadIn)
             return Error{ErrorCode::Codec};
-        mEncoded->leadIn = leadIn;
+        mEncoded->leadIn = preSkip;
         if (const base::Result<> result = mData.finish(mEncoded); !result)
             return result.error();
-        const uint64_t decoded = mEncoded->sampleCount + leadIn;
+        const uint64_t decoded = mEncoded->sampleCount + preSkip;
         return codecResult((decoded + 8191) / 8192 <= mEncoded->dataBytes);
     }
 
 private:
-    static Job& self(void* user) { return *static_cast<Job*>(user); }
+    static ModuleRun& self(void* user) { return *static_cast<ModuleRun*>(user); }
 
-    static base::Result<> resultOf(TARNOK_RESULT answer)
+    static base::Result<> toResult(TARNOK_RESULT answer)
     {
         switch (int(answer)) {
         case TARNOK_OK:
@@ -130,7 +132,7 @@ private:
         }
     }
 
-    // A module that looks at nothing but the answers ends soon, too.
+    // After a cancellation every call fails, so that a module that only checks results ends soon, too.
     TARNOK_RESULT answer(base::Result<> result)
     {
         if (result && mStop.stop_requested())
@@ -151,14 +153,14 @@ private:
         }
     }
 
-    [[nodiscard]] bool inReach(int64_t position) const
+    [[nodiscard]] bool isWithinLookaround(int64_t position) const
     {
-        return position >= -kMaximumReach && position <= int64_t(mSound.facts().sampleCount) + kMaximumReach;
+        return position >= -kMaximumLookaround && position <= int64_t(mSound.facts().sampleCount) + kMaximumLookaround;
     }
 
     TARNOK_RESULT seek(int64_t position)
     {
-        if (!inReach(position))
+        if (!isWithinLookaround(position))
             return answer(Error{ErrorCode::Codec});
         mPosition = position;
         return answer(mSound.seek(position));
@@ -166,7 +168,7 @@ private:
 
     TARNOK_RESULT read(float* frames, uint32_t count)
     {
-        if (!frames || !inReach(mPosition + count))
+        if (!frames || !isWithinLookaround(mPosition + count))
             return answer(Error{ErrorCode::Codec});
         if (!mResult || mStop.stop_requested())
             return answer(Error{ErrorCode::Cancelled});
@@ -176,7 +178,7 @@ private:
 
     TARNOK_RESULT write(const void* bytes, uint32_t count)
     {
-        if ((!bytes && count > 0) || count > mostBytes() - mData.bytes())
+        if ((!bytes && count > 0) || count > maximumBytes() - mData.bytes())
             return answer(Error{ErrorCode::Codec});
         if (!mResult || mStop.stop_requested())
             return answer(Error{ErrorCode::Cancelled});
@@ -202,11 +204,11 @@ private:
         return answer({});
     }
 
-    // No encoder needs more; one that never ends would fill the disk.
-    [[nodiscard]] uint64_t mostBytes() const
+    // More than any encoder needs. Without a limit, a module that never ends would fill the disk.
+    [[nodiscard]] uint64_t maximumBytes() const
     {
         const PreparedFacts& facts = mSound.facts();
-        return (facts.sampleCount + 2 * kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
+        return (facts.sampleCount + 2 * kMaximumLookaround) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
     }
 
     PreparedSound& mSound;
@@ -217,7 +219,7 @@ private:
     base::Result<> mResult; // the first failure on our side
 };
 
-// Encodes by a module.
+// Encodes with a module.
 class ExternalEncoder final : public Encoder
 {
 public:
@@ -232,24 +234,24 @@ public:
         const PreparedFacts& facts = sound.facts();
         *encoded = describe(Codec(int(mModule.format)), facts);
         encoded->quality = uint8_t(quality);
-        TARNOK_ENCODER_SOUND told{};
-        told.channels = uint32_t(facts.channels);
-        told.sampleRate = facts.sampleRate;
-        told.sampleCount = facts.sampleCount;
-        told.quality = uint32_t(quality);
-        told.flags = mFlags;
+        TARNOK_ENCODER_SOUND description{};
+        description.channels = uint32_t(facts.channels);
+        description.sampleRate = facts.sampleRate;
+        description.sampleCount = facts.sampleCount;
+        description.quality = uint32_t(quality);
+        description.flags = mFlags;
         if (facts.loop) {
-            told.loops = 1;
-            told.loopStart = facts.loop->start;
-            told.loopEnd = facts.loop->end;
+            description.loops = 1;
+            description.loopStart = facts.loop->start;
+            description.loopEnd = facts.loop->end;
         }
         if (const base::Result<> result = sound.seek(0); !result)
             return result.error();
-        Job job(sound, sink, stop, encoded);
-        const TARNOK_ENCODER_HOST host = job.host();
-        uint32_t leadIn = 0;
-        const TARNOK_RESULT answer = mModule.encode(&told, &host, &leadIn);
-        return job.end(answer, leadIn);
+        ModuleRun run(sound, sink, stop, encoded);
+        const TARNOK_ENCODER_HOST host = run.host();
+        uint32_t preSkip = 0;
+        const TARNOK_RESULT answer = mModule.encode(&description, &host, &preSkip);
+        return run.end(answer, preSkip);
     }
 
 private:
@@ -288,7 +290,7 @@ base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec cod
         return bad(file + " is not an encoder module");
     const TARNOK_ENCODER_MODULE* module = entry();
     if (!isUsable(module, codec))
-        return bad(file + " is made for another format or another version of this program");
+        return bad(file + " was made for another format or another version of this program");
     return std::shared_ptr<const EncoderModule>(new EncoderModule(library, *module));
 }
 

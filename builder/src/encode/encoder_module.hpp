@@ -1,4 +1,4 @@
-// An external encoder of one format, from a shared library beside this one. See tarnok_encoder.h.
+// An external encoder for one format, from a shared library in the same folder as this one. See tarnok_encoder.h.
 #pragma once
 
 #include "base/result.hpp"
@@ -11,7 +11,7 @@ struct TARNOK_ENCODER_MODULE;
 
 namespace tarnok {
 
-// A loaded module. Encoders made by it must not outlive it.
+// A loaded module. It must outlive the encoders that it makes.
 class EncoderModule
 {
 public:
@@ -21,7 +21,8 @@ public:
     // ErrorCode::ModuleMissing, ErrorCode::ModuleBad.
     static base::Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
 
-    // As their namesakes in encoder.hpp. A rate that the module makes up out of range comes back as the one asked for.
+    // Like the functions of the same names in encoder.hpp. If the module returns a rate that is out of range,
+    // sampleRate is returned.
     [[nodiscard]] std::string version() const;
     [[nodiscard]] int maximumChannels() const;
     [[nodiscard]] uint32_t encodingRate(uint32_t sampleRate) const;

@@ -15,12 +15,12 @@ using base::ErrorCode;
 
 namespace {
 
-// Frames handed to the codec at once, and superblocks between two seek points; what lies between is stepped over
+// Frames passed to the codec at once, and superblocks between two seek points. The superblocks between them are skipped
 // without decoding.
 constexpr size_t kChunkFrames = 4096;
 constexpr uint64_t kSeekSuperblocks = 16;
 
-// Triangular noise of one step of 16 bits to each side, the same in every run (xorshift64*, Vigna 2016).
+// Triangular noise of up to one 16-bit step in each direction, the same in every run (xorshift64*, Vigna 2016).
 class Dither
 {
 public:
@@ -38,7 +38,7 @@ private:
     uint64_t mState = 0x9e3779b97f4a7c15u;
 };
 
-// Reads the sound as 16-bit samples: as they are, from 8 bits exactly, from anything finer with dither.
+// Reads the sound as 16-bit samples: 16-bit samples unchanged, 8-bit samples exactly, all others with dither.
 class Reader16
 {
 public:
@@ -80,7 +80,8 @@ private:
         return {};
     }
 
-    // A value that 16 bits can hold is left alone: digital silence stays silent, and what was 16 bits once comes back.
+    // A value that is representable in 16 bits isn't dithered: digital silence stays silent, and samples that once had
+    // 16 bits are restored.
     int16_t quantise(float value)
     {
         const float whole = std::nearbyint(value);
@@ -96,8 +97,8 @@ private:
     std::vector<float> mFloats;
 };
 
-// The stretches on both sides of the loop's seam.
-std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
+// The ranges on both sides of the loop's seam.
+std::optional<bank::kadpcm::Seam> findSeam(const PreparedFacts& facts)
 {
     if (!facts.loop)
         return std::nullopt;
@@ -107,7 +108,7 @@ std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
                               {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
 }
 
-// Takes superblocks as they get ready.
+// Writes superblocks as they are completed.
 class SuperblockWriter
 {
 public:
@@ -150,7 +151,7 @@ base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& 
     DataStream data(sink);
     Reader16 reader(sound);
     SuperblockWriter writer(data, encoded);
-    bank::kadpcm::Encoder encoder(facts.channels, stop, seamOf(facts));
+    bank::kadpcm::Encoder encoder(facts.channels, stop, findSeam(facts));
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;

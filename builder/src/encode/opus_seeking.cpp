@@ -16,15 +16,16 @@ namespace {
 
 constexpr int64_t kUnpredictedPackets = 2;
 
-// Of each stream two of the first three packets must be stationary. A transient before them may be wrong, and the pitch
-// filter repeats it; there is one packet more for that to fade.
+// In each stream, two of the first three packets must be stationary. A transient before them may be wrong, and the
+// pitch filter repeats it; one more packet lets that fade.
 constexpr int kStationaryPackets = 2;
 constexpr int64_t kSettlingPackets = 3;
 
-// A quarter of what a bank promises, which is -60 dB of the sound, or -90 dB of full scale where the sound is faint. A
-// decoder from the start has another past than the one that is compared with, and may be somewhat further off.
-constexpr double kLargestDifference = 1.0 / 4000;
-constexpr double kFaint = 0.0316;
+// A quarter of the difference that a bank allows, which is -60 dB of the sound, or -90 dB of full scale where the sound
+// is faint. A decoder that comes from the start has another state than the one used for the comparison, and may differ
+// somewhat more.
+constexpr double kMaximumDifference = 1.0 / 4000;
+constexpr double kFaintLevel = 0.0316;
 
 } // namespace
 
@@ -65,18 +66,18 @@ void OpusSeekPoints::announce(int64_t packet, bool wanted)
         mKey = packet;
 }
 
-bool OpusSeekPoints::unpredicted() const
+bool OpusSeekPoints::disablesPrediction() const
 {
     return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
 }
 
-base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
+base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& point,
                                     std::span<const float> frames, std::vector<bank::SeekPoint>* points)
 {
     if (mKey < 0)
         return {};
     if (mPacket == mKey) {
-        mPlace = place;
+        mPoint = point;
         std::fill(mStationary.begin(), mStationary.end(), 0);
         if (const base::Result<> result = mDecoder.reset(); !result)
             return result.error();
@@ -92,8 +93,8 @@ base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank:
             mKey = -1;
         return {};
     }
-    if (meets(frames)) {
-        points->push_back(mPlace);
+    if (matches(frames)) {
+        points->push_back(mPoint);
         mStillWanted = false;
     }
     mKey = -1;
@@ -110,7 +111,7 @@ void OpusSeekPoints::count(std::span<const uint8_t> packet)
         mStationary[stream] += found[stream];
 }
 
-bool OpusSeekPoints::meets(std::span<const float> frames) const
+bool OpusSeekPoints::matches(std::span<const float> frames) const
 {
     double signal = 0;
     double difference = 0;
@@ -119,8 +120,8 @@ bool OpusSeekPoints::meets(std::span<const float> frames) const
         signal += double(frames[i]) * frames[i];
         difference += apart * apart;
     }
-    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaint);
-    return std::sqrt(difference / double(frames.size())) <= kLargestDifference * level;
+    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaintLevel);
+    return std::sqrt(difference / double(frames.size())) <= kMaximumDifference * level;
 }
 
 } // namespace tarnok

@@ -15,26 +15,27 @@ namespace {
 
 constexpr long kReadFrames = 1024;
 
-// Decoded samples between two seek points: what a seek decodes more than it needs, about a third of a second.
+// Decoded samples between two seek points. This is what a seek decodes in vain at most, about a third of a second.
 constexpr int64_t kSeekInterval = 16'384;
 
-// Of a sound that loops, the encoder hears this part of a long block before the start. The library begins with a short
-// block; with half as much, the sound would start between that and a long one, in a worse quality.
+// If a sound loops at its start, the encoder's input starts this fraction (1/n) of a long block earlier. The library
+// starts with a short block. With half as much, the sound would start between the short block and a long one, in lower
+// quality.
 constexpr int64_t kWarmUpDivisor = 2;
 
-// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of
-// its error.
+// This many frames are decoded at the start of a sound that loops. The few hundred samples at its seams are too few to
+// estimate its error.
 constexpr int64_t kBeginning = 4096;
 
-// Mono and stereo, at two rates. Each takes half a megabyte.
-constexpr size_t kKeptKinds = 4;
+// Mono and stereo, at two rates. Each kind uses half a megabyte.
+constexpr size_t kMaximumKinds = 4;
 
-// Decodes the packets around the seam of the loop, of one sound after the other.
-class SeamDecoder
+// Decodes the packets around the seam of a loop. Used for one sound after the other.
+class VorbisSeamDecoder
 {
 public:
-    SeamDecoder() { vorbis_info_init(&mInfo); }
-    ~SeamDecoder()
+    VorbisSeamDecoder() { vorbis_info_init(&mInfo); }
+    ~VorbisSeamDecoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
@@ -42,10 +43,10 @@ public:
         }
         vorbis_info_clear(&mInfo);
     }
-    SeamDecoder(const SeamDecoder&) = delete;
-    SeamDecoder& operator=(const SeamDecoder&) = delete;
+    VorbisSeamDecoder(const VorbisSeamDecoder&) = delete;
+    VorbisSeamDecoder& operator=(const VorbisSeamDecoder&) = delete;
 
-    // The headers that all the sounds have.
+    // Receives the headers, which are the same for all sounds.
     base::Result<> start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
     {
         vorbis_comment comment;
@@ -62,14 +63,14 @@ public:
         return codecResult(vorbis_block_init(&mDsp, &mBlock) == 0);
     }
 
-    // From here on for another sound. Nothing of the one before is left in what is decoded.
+    // Starts another sound. Nothing of the previous one remains in the decoded samples.
     void begin(SeamRecorder& seam)
     {
         mSeam = &seam;
         mPrimed = false;
     }
 
-    // A packet that decodes to the sound's frames first to end - 1, and all others in order.
+    // Receives a packet that decodes to the frames first to end - 1 of the sound. Packets must come in order.
     base::Result<> take(const ogg_packet& packet, int64_t first, int64_t end)
     {
         if (mSeam->wants(first, end)) {
@@ -89,7 +90,7 @@ public:
         return {};
     }
 
-    // A packet that the next one may need.
+    // Stores a packet, which may be needed to decode the next one.
     void remember(const ogg_packet& packet)
     {
         if (!mPrimed)
@@ -119,27 +120,27 @@ private:
     vorbis_dsp_state mDsp{};
     vorbis_block mBlock{};
     bool mStarted = false;
-    bool mPrimed = false; // the packet before the next one has been decoded
+    bool mPrimed = false; // the previous packet was decoded
     std::vector<uint8_t> mLast;
     std::vector<float> mFrames;
 };
 
-// The states of the library for one sound, ended in the order that it wants.
-class Library
+// The state of libvorbis for one sound, cleared in the order that it requires.
+class LibvorbisEncoder
 {
 public:
-    explicit Library(vorbis_info& info)
+    explicit LibvorbisEncoder(vorbis_info& info)
         : mInfo(info)
     { }
-    ~Library()
+    ~LibvorbisEncoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
             vorbis_dsp_clear(&mDsp);
         }
     }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
+    LibvorbisEncoder(const LibvorbisEncoder&) = delete;
+    LibvorbisEncoder& operator=(const LibvorbisEncoder&) = delete;
 
     base::Result<> start()
     {
@@ -150,7 +151,7 @@ public:
     }
 
     // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
-    base::Result<> headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
+    base::Result<> headers(std::vector<uint8_t>* setup, VorbisSeamDecoder* seam)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -170,11 +171,12 @@ public:
         return {};
     }
 
-    // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
-    float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
-    base::Result<> wrote(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
+    // A buffer for frames, channel by channel. submit() passes the number of frames that were filled in; 0 marks the
+    // end of the sound.
+    float** buffer(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
+    base::Result<> submit(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
 
-    // The next packet, valid until the one after; nullptr when more samples are needed first.
+    // The next packet, valid until the following call; nullptr if more samples are needed first.
     base::Result<ogg_packet*> packet()
     {
         if (vorbis_analysis_blockout(&mDsp, &mBlock) != 1)
@@ -195,17 +197,17 @@ private:
     bool mStarted = false;
 };
 
-// Chooses the packets that are kept and finds out where the sound begins among what they decode to.
+// Chooses the packets that are kept, and determines where in their decoded samples the sound starts.
 //
-// A packet is a window of samples around a centre, and decoding it after another one gives the samples from the former
-// centre to its own. The first packet's centre is the first sample that the encoder was given; each further one lies a
-// quarter of both block sizes behind the last. Of the packets before the sound only the last one whose centre isn't
-// behind the sound's start is needed, to decode the following one.
+// A packet is a window of samples around a centre. Decoding it after another packet gives the samples from that
+// packet's centre to its own. The centre of the first packet is the first sample of the encoder's input; each next
+// centre follows after a quarter of both block sizes. Of the packets before the sound, only the last one whose centre
+// isn't after the sound's start is needed, to decode the next one.
 class PacketChooser
 {
 public:
-    // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
-    PacketChooser(DataStream& data, SeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
+    // first is the sound's first sample, end is one past its last, both counted from the first sample that is encoded.
+    PacketChooser(DataStream& data, VorbisSeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
         : mData(data)
         , mSeam(seam)
         , mSound(sound)
@@ -251,7 +253,7 @@ private:
     }
 
     DataStream& mData;
-    SeamDecoder& mSeam;
+    VorbisSeamDecoder& mSeam;
     bank::Sound* mSound;
     int64_t mFirst;
     int64_t mEnd;
@@ -263,11 +265,11 @@ private:
     bool mStarted = false;
 };
 
-// Reads frames and hands them to the library channel by channel.
+// Reads frames and passes them to the library channel by channel.
 class Feeder
 {
 public:
-    Feeder(PreparedSound& sound, int64_t position, Library& library, SeamRecorder& seam)
+    Feeder(PreparedSound& sound, int64_t position, LibvorbisEncoder& library, SeamRecorder& seam)
         : mSound(sound)
         , mPosition(position)
         , mLibrary(library)
@@ -281,7 +283,7 @@ public:
             return result.error();
         mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
         mPosition += count;
-        float** room = mLibrary.room(count);
+        float** room = mLibrary.buffer(count);
         if (!room)
             return Error{ErrorCode::Memory};
         const int channels = mSound.facts().channels;
@@ -290,13 +292,13 @@ public:
             for (long i = 0; i < count; ++i)
                 room[channel][i] = from[i * channels];
         }
-        return mLibrary.wrote(count);
+        return mLibrary.submit(count);
     }
 
 private:
     PreparedSound& mSound;
     int64_t mPosition;
-    Library& mLibrary;
+    LibvorbisEncoder& mLibrary;
     SeamRecorder& mSeam;
     std::vector<float> mFrames;
 };
@@ -310,7 +312,7 @@ float vorbisQuality(int quality)
     return 0.5f + 0.5f * float(std::min(quality, 100) - 50) / 50;
 }
 
-// What sounds of one kind have in common. To make the codebooks takes longer than to encode a short sound.
+// The state that sounds of the same kind share. Making the codebooks takes longer than encoding a short sound.
 struct VorbisEncoder::Kind
 {
     Kind(const PreparedFacts& facts, int quality_)
@@ -333,12 +335,12 @@ struct VorbisEncoder::Kind
     {
         if (vorbis_encode_setup_vbr(&info, channels, long(sampleRate), vorbisQuality(quality)) != 0)
             return Error{ErrorCode::Unsupported};
-        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
-        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
+        // The channels of a sound may be anything, six stems of a piece of music as well as surround sound. The
+        // library's tuning for six channels treats the last one as a subwoofer and drops all but its lowest octaves.
         int coupling = channels == 2;
         if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
             return Error{ErrorCode::Unsupported};
-        Library library(info);
+        LibvorbisEncoder library(info);
         if (const base::Result<> result = library.start(); !result)
             return result.error();
         return library.headers(&setup, &seamDecoder);
@@ -349,13 +351,13 @@ struct VorbisEncoder::Kind
     int quality;
     vorbis_info info{};
     std::vector<uint8_t> setup; // the headers
-    SeamDecoder seamDecoder;
+    VorbisSeamDecoder seamDecoder;
 };
 
 VorbisEncoder::VorbisEncoder() = default;
 VorbisEncoder::~VorbisEncoder() = default;
 
-// The kind of a sound becomes the first of those that are kept.
+// Moves the kind of the sound to the front of those that are kept.
 base::Result<> VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
 {
     const auto found =
@@ -368,7 +370,7 @@ base::Result<> VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality
     if (const base::Result<> result = kind->start(); !result)
         return result.error();
     mKinds.insert(mKinds.begin(), std::move(kind));
-    if (mKinds.size() > kKeptKinds)
+    if (mKinds.size() > kMaximumKinds)
         mKinds.pop_back();
     return {};
 }
@@ -384,22 +386,22 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
     encoded->quality = uint8_t(quality);
     encoded->setup = kind.setup;
 
-    Library library(kind.info);
+    LibvorbisEncoder library(kind.info);
     if (const base::Result<> result = library.start(); !result)
         return result.error();
-    const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
-    if (const base::Result<> result = sound.seek(-lead); !result)
+    const int64_t warmUp = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
+    if (const base::Result<> result = sound.seek(-warmUp); !result)
         return result.error();
 
     DataStream data(sink);
     SeamRecorder seam(facts, kBeginning);
     kind.seamDecoder.begin(seam);
-    PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
-    Feeder feeder(sound, -lead, library, seam);
+    PacketChooser chooser(data, kind.seamDecoder, encoded, warmUp, warmUp + int64_t(facts.sampleCount));
+    Feeder feeder(sound, -warmUp, library, seam);
 
-    // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
-    // loop's start until the last sample of the sound has come out.
-    int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
+    // Without a loop at the end, the end is reported to the library, which continues the sound by prediction. With one,
+    // its input continues with the start of the loop until the last sample of the sound was encoded.
+    int64_t left = warmUp + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumLookaround : 0);
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error{ErrorCode::Cancelled};
@@ -415,7 +417,7 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
             const long count = long(std::min<int64_t>(left, kReadFrames));
             ended = count == 0;
             left -= count;
-            result = ended ? library.wrote(0) : feeder.feed(count);
+            result = ended ? library.submit(0) : feeder.feed(count);
         }
         if (!result)
             return result.error();

@@ -14,16 +14,16 @@ namespace {
 
 constexpr unsigned kOpenMode = KESS_MODE_CREATESTREAM | KESS_MODE_OPENONLY | KESS_MODE_LOWMEM;
 
-// Float files may hold infinities and worse. One such sample would drown all others in a lossy encoder, so samples end
-// where nobody means them: 48 dB above full scale. What is no number becomes 0.
-constexpr float kLargestSample = 256;
+// Float files may contain infinities and NaN. One such sample would drown all others in a lossy encoder, so samples are
+// clipped at 48 dB above full scale, which nobody uses intentionally. NaN becomes 0.
+constexpr float kMaximumSample = 256;
 
-// What kind of file it is instead of a sound, or null.
+// Why files of this type are refused; null if they aren't.
 const char* refusal(KESS_SOUND_TYPE type)
 {
     switch (type) {
     case KESS_SOUND_TYPE_DLS:
-        return "this is an instrument bank, which holds no sound by itself";
+        return "this is an instrument bank, not a sound";
     case KESS_SOUND_TYPE_IT:
     case KESS_SOUND_TYPE_MOD:
     case KESS_SOUND_TYPE_S3M:
@@ -85,7 +85,7 @@ base::Result<> DecodedFile::readFloat(float* frames, size_t count)
     }
     if (mFacts.sampleFormat == bank::SampleFormat::Float)
         std::transform(first, frames, first, [](float sample) {
-            return std::isnan(sample) ? 0.0f : std::clamp(sample, -kLargestSample, kLargestSample);
+            return std::isnan(sample) ? 0.0f : std::clamp(sample, -kMaximumSample, kMaximumSample);
         });
     return {};
 }
@@ -110,9 +110,9 @@ base::Result<> DecodedFile::readSamples(void* frames, size_t count)
     return {};
 }
 
-std::optional<RawSamples> DecodedFile::rawSamples() const
+std::optional<RawSampleRange> DecodedFile::rawSamples() const
 {
-    RawSamples samples;
+    RawSampleRange samples;
     if (mSound->getRawSamples(&samples.offset, &samples.bytes) != KESS_OK)
         return std::nullopt;
     return samples;
@@ -159,8 +159,8 @@ base::Result<> DecodedFile::checkBank()
         return errorFor(result);
     if (sounds != 1)
         return refused(base::ErrorCode::Unsupported,
-                       "this bank holds " + std::to_string(sounds)
-                           + " sounds; only a bank of exactly one can be used as a source");
+                       "this bank contains " + std::to_string(sounds)
+                           + " sounds; only a bank with exactly one sound can be used as a source");
     return {};
 }
 
@@ -191,7 +191,7 @@ base::Result<> DecodedFile::readFacts()
     if (declaredLength > mFacts.length)
         return endsEarly(mFacts.length, declaredLength);
     if (mFacts.length == 0)
-        return refused(base::ErrorCode::Unsupported, "the file holds no samples");
+        return refused(base::ErrorCode::Unsupported, "the file contains no samples");
     if (bank::bytesPerSample(mFacts.sampleFormat) == 0 || mFacts.channels < 1
         || mFacts.channels > bank::kMaximumChannels || !(rate >= 1 && rate <= float(bank::kMaximumSampleRate)))
         return refused(base::ErrorCode::Unsupported, "the file's sample format is unknown");
@@ -225,14 +225,14 @@ base::Error DecodedFile::errorFor(KESS_RESULT result) const
     }
     case KESS_ERR_FILE_COULDNOTSEEK:
         return refused(ErrorCode::NotSeekable,
-                       "the file is damaged or cut short, so that it can't be read at every place");
+                       "the file is damaged or cut short: it can't be read from every position");
     case KESS_ERR_FORMAT:
-        return refused(ErrorCode::Format, "this is not a kind of sound file that can be read here");
+        return refused(ErrorCode::Format, "this is not a supported sound file");
     case KESS_ERR_TOOMANYCHANNELS:
         return refused(ErrorCode::TooManyChannels,
                        "the file has more than " + std::to_string(KESS_MAX_CHANNELS) + " channels");
     case KESS_ERR_VERSION:
-        return refused(ErrorCode::Version, "this bank is of a version that isn't read here");
+        return refused(ErrorCode::Version, "this bank has an unsupported version");
     case KESS_ERR_MEMORY:
         return refused(ErrorCode::Memory, "out of memory");
     default:

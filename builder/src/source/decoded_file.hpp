@@ -1,4 +1,4 @@
-// A source file as the engine decodes it.
+// A source file, decoded by the engine.
 #pragma once
 
 #include "source/engine.hpp"
@@ -11,12 +11,12 @@
 
 namespace tarnok {
 
-// One opened file. The errors that its decoding meets are put into words.
+// One open file. Errors of decoding get a text for the user.
 class DecodedFile final : public FrameSource
 {
 public:
-    // Opens a file and refuses what can't become a sound of a bank: unknown or damaged files, sequenced music, banks
-    // that hold more than one sound or are encrypted, files without a single sample. path is UTF-8.
+    // Opens a file. Refuses files that can't become a sound of a bank: unknown or damaged files, sequenced music, banks
+    // that are encrypted or don't contain exactly one sound, files without samples. path is UTF-8.
     static base::Result<std::unique_ptr<DecodedFile>> open(KESS::System& engine, const std::string& path);
 
     const FrameFacts& facts() const override { return mFacts; }
@@ -24,14 +24,14 @@ public:
     base::Result<> readFloat(float* frames, size_t count) override;
     base::Result<> readSamples(void* frames, size_t count) override;
 
-    // Where the samples are in the file as readSamples() delivers them.
-    std::optional<RawSamples> rawSamples() const;
+    // The location of the samples in the file, if the file contains them exactly as readSamples() delivers them.
+    std::optional<RawSampleRange> rawSamples() const;
 
-    // The loop and the markers that the file brings.
+    // The loop and the markers in the file.
     std::optional<base::Loop> loop() const;
     std::vector<base::SyncPoint> syncPoints() const;
 
-    // Which of the markers were left out, in a sentence; empty when none were.
+    // A sentence about markers that were left out; empty if none were.
     std::string remark() const;
 
 private:

@@ -15,7 +15,7 @@ base::Result<KessSystem> startEngine()
         result = engine->init(0, 0, nullptr);
     if (result != KESS_OK)
         return base::Error{base::ErrorCode::Engine,
-                           std::string("the audio engine does not start: ") + KESS_ErrorString(result)};
+                           std::string("the audio engine can't be started: ") + KESS_ErrorString(result)};
     return engine;
 }
 

@@ -1,4 +1,4 @@
-// The audio engine, by which sources are decoded.
+// The audio engine, which decodes the sources.
 #pragma once
 
 #include "base/result.hpp"
@@ -15,7 +15,7 @@ struct KessRelease
 };
 using KessSystem = std::unique_ptr<KESS::System, KessRelease>;
 
-// A silent engine. ErrorCode::Engine when it doesn't start.
+// An engine without audio output. ErrorCode::Engine if it can't be started.
 base::Result<KessSystem> startEngine();
 
 } // namespace tarnok

@@ -1,4 +1,4 @@
-// Samples of a sound between its file and its encoder.
+// The samples of a sound between its files and its encoder.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -9,7 +9,7 @@
 
 namespace tarnok {
 
-// What is known of a run of samples. Lengths and positions are frames, that is samples of one channel.
+// The properties of a sequence of samples. Lengths and positions are in frames, that is, samples of one channel.
 struct FrameFacts
 {
     int channels = 0; // 1 to bank::kMaximumChannels
@@ -18,7 +18,7 @@ struct FrameFacts
     uint64_t length = 0;
 };
 
-// A sound that can be read from any position on, in one of two forms. Belongs to one thread.
+// A sound that can be read from any position, in one of two forms. Used by one thread.
 class FrameSource
 {
 public:
@@ -26,14 +26,13 @@ public:
 
     virtual const FrameFacts& facts() const = 0;
 
-    // The next read begins at frame, which is at most the length.
+    // The next read starts at frame, which is at most the length.
     virtual base::Result<> seek(uint64_t frame) = 0;
 
-    // Delivers exactly count interleaved frames, all inside the sound; full scale is -1 to 1. Samples that are no
-    // numbers come as 0.
+    // Delivers exactly count interleaved frames, all inside the sound; full scale is -1 to 1. NaN is delivered as 0.
     virtual base::Result<> readFloat(float* frames, size_t count) = 0;
 
-    // The same in the sample format of facts(), to the bit.
+    // The same in the sample format of facts(), bit-exact.
     virtual base::Result<> readSamples(void* frames, size_t count) = 0;
 
 protected:

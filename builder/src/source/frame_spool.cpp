@@ -13,7 +13,7 @@ namespace tarnok {
 
 namespace {
 
-// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), used as a hash of the position.
+// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), as a hash of the position.
 uint64_t scramble(uint64_t number)
 {
     number += 0x9e3779b97f4a7c15u;
@@ -22,14 +22,14 @@ uint64_t scramble(uint64_t number)
     return number ^ (number >> 31);
 }
 
-// Triangular noise from -1 to 1, in steps of the target.
+// Triangular noise from -1 to 1, in quantisation steps.
 double dither(uint64_t position)
 {
     const uint64_t random = scramble(position);
     return (double(random >> 32) - double(random & 0xffffffffu)) / 4294967296.0;
 }
 
-// Little-endian integers of `width` bytes, full scale at -1 to 1, dithered and clipped.
+// Converts to little-endian integers of `width` bytes, dithered and clipped; full scale is -1 to 1.
 void quantise(const float* samples, size_t count, uint64_t firstPosition, size_t width, uint8_t* target)
 {
     const double scale = std::ldexp(1.0, int(8 * width) - 1);
@@ -70,7 +70,7 @@ base::Result<> FrameSpool::write(uint64_t frame, const float* frames, size_t cou
         if (written)
             return {};
         if (!base::anotherDiskMayHelp(written.error().systemError) || !openNextFolder())
-            return mStop.stop_requested() ? base::cancelled() : keepingError(written.error());
+            return mStop.stop_requested() ? base::cancelled() : storingError(written.error());
     }
 }
 
@@ -89,7 +89,7 @@ base::Result<> FrameSpool::readFloat(float* frames, size_t count)
         const std::span<uint8_t> bytes = base::asWritableBytes(std::span(frames, count * channels));
         const base::Result<> read = base::readAt(mFile.get(), bytes, mPosition * channels * sizeof(float));
         if (!read)
-            return keepingError(read.error());
+            return storingError(read.error());
     }
     mPosition += count;
     return {};
@@ -101,22 +101,22 @@ base::Result<> FrameSpool::readSamples(void* frames, size_t count)
         return readFloat(static_cast<float*>(frames), count);
     const auto channels = size_t(mFacts.channels);
     const uint64_t firstPosition = mPosition * channels;
-    mRoom.resize(count * channels);
-    if (base::Result<> status = readFloat(mRoom.data(), count); !status)
+    mBuffer.resize(count * channels);
+    if (base::Result<> status = readFloat(mBuffer.data(), count); !status)
         return status;
-    quantise(mRoom.data(), mRoom.size(), firstPosition, bank::bytesPerSample(mFacts.sampleFormat),
+    quantise(mBuffer.data(), mBuffer.size(), firstPosition, bank::bytesPerSample(mFacts.sampleFormat),
              static_cast<uint8_t*>(frames));
     return {};
 }
 
-// The file is our own, so that an early end means that its disk has lost a part of it.
-base::Error FrameSpool::keepingError(const base::Error& error) const
+// The file is our own, so if it ends early, its disk has lost a part of it.
+base::Error FrameSpool::storingError(const base::Error& error) const
 {
     const bool endsEarly = error.code == base::ErrorCode::Damaged;
-    return mFolders.fileError("keeping resampled sound for", endsEarly ? EIO : error.systemError);
+    return mFolders.fileError("storing resampled sound for", endsEarly ? EIO : error.systemError);
 }
 
-// Moves to the next folder with all that was written so far.
+// Moves everything written so far to a file in the next folder.
 base::Result<> FrameSpool::openNextFolder()
 {
     for (;;) {

@@ -8,14 +8,14 @@ namespace tarnok {
 
 namespace {
 
-// Holds a stretch of a sound; the rest is read from the source. Each of the two forms is read when it is first asked
-// for; usually only one is.
-class HeldStretch final : public FrameSource
+// Holds a range of a sound in memory; the rest is read from the source. Each of the two forms is loaded when it is
+// first requested; usually only one is.
+class HeldRange final : public FrameSource
 {
 public:
-    HeldStretch(std::unique_ptr<FrameSource> source, const base::Loop& stretch)
+    HeldRange(std::unique_ptr<FrameSource> source, const base::Loop& range)
         : mSource(std::move(source))
-        , mStretch(stretch)
+        , mRange(range)
     { }
 
     const FrameFacts& facts() const override { return mSource->facts(); }
@@ -46,8 +46,8 @@ private:
         auto* target = static_cast<uint8_t*>(frames);
         const size_t frameBytes = size_t(facts().channels) * width;
         while (count > 0) {
-            const bool isHeld = mPosition >= mStretch.start && mPosition < mStretch.end;
-            const uint64_t end = isHeld ? mStretch.end : mPosition < mStretch.start ? mStretch.start : facts().length;
+            const bool isHeld = mPosition >= mRange.start && mPosition < mRange.end;
+            const uint64_t end = isHeld ? mRange.end : mPosition < mRange.start ? mRange.start : facts().length;
             const size_t run = size_t(std::min<uint64_t>(count, end - mPosition));
             base::Result<> status;
             if (!isHeld)
@@ -57,7 +57,7 @@ private:
             if (!status)
                 return status;
             if (isHeld)
-                std::memcpy(target, held->data() + size_t(mPosition - mStretch.start) * frameBytes, run * frameBytes);
+                std::memcpy(target, held->data() + size_t(mPosition - mRange.start) * frameBytes, run * frameBytes);
             target += run * frameBytes;
             count -= run;
             mPosition += run;
@@ -68,9 +68,9 @@ private:
     template <typename ReadSource>
     base::Result<> hold(std::vector<uint8_t>* held, size_t frameBytes, ReadSource readSource)
     {
-        const size_t length = size_t(mStretch.end - mStretch.start);
+        const size_t length = size_t(mRange.end - mRange.start);
         held->resize(length * frameBytes);
-        base::Result<> status = readAt(mStretch.start, held->data(), length, readSource);
+        base::Result<> status = readAt(mRange.start, held->data(), length, readSource);
         if (!status)
             held->clear();
         return status;
@@ -84,7 +84,7 @@ private:
     }
 
     std::unique_ptr<FrameSource> mSource;
-    base::Loop mStretch;
+    base::Loop mRange;
     std::vector<uint8_t> mFloats;
     std::vector<uint8_t> mSamples;
     uint64_t mPosition = 0;
@@ -92,8 +92,8 @@ private:
 
 bool isShort(const FrameFacts& facts)
 {
-    constexpr uint64_t kMostSamples = 64 << 10; // half a megabyte in both forms
-    return facts.length <= kMostSamples / uint64_t(facts.channels);
+    constexpr uint64_t kMaximumSamples = 64 << 10; // half a megabyte in both forms
+    return facts.length <= kMaximumSamples / uint64_t(facts.channels);
 }
 
 } // namespace
@@ -103,17 +103,17 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source)
     if (!isShort(source->facts()))
         return source;
     const base::Loop whole{0, source->facts().length};
-    return std::make_unique<HeldStretch>(std::move(source), whole);
+    return std::make_unique<HeldRange>(std::move(source), whole);
 }
 
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source, const std::optional<base::Loop>& loop)
 {
-    constexpr uint64_t kMostFrames = 64 << 10; // the reach of encoders: a longer loop is heard once
+    constexpr uint64_t kMaximumFrames = 64 << 10; // the lookaround of encoders: they read a longer loop only once
     const FrameFacts& facts = source->facts();
     if (isShort(facts) || !loop || loop->start >= loop->end || loop->end > facts.length
-        || loop->end - loop->start > kMostFrames)
+        || loop->end - loop->start > kMaximumFrames)
         return source;
-    return std::make_unique<HeldStretch>(std::move(source), *loop);
+    return std::make_unique<HeldRange>(std::move(source), *loop);
 }
 
 } // namespace tarnok

@@ -8,13 +8,13 @@
 
 namespace tarnok {
 
-// A short sound held in memory, so that jumping about in it is cheap whatever its file is. A long one is handed back as
-// it came.
+// Loads a short sound into memory, so that seeking in it is cheap whatever its file format is. A long one is returned
+// unchanged.
 std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source);
 
-// A sound whose loop is held in memory if it is short. Encoders and filters hear a short loop over and over at the end
-// of the sound, and some files can't be sought in without being decoded anew. A short sound, which holdIfShort() holds,
-// and one with a long loop or none are handed back as they came.
+// Loads the loop of a sound into memory if the loop is short. Encoders and filters read a short loop many times at the
+// end of the sound, and in some files seeking means decoding from the start. Sounds that are short themselves (see
+// holdIfShort()), or have a long loop or none, are returned unchanged.
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source,
                                              const std::optional<base::Loop>& loop);
 

@@ -9,7 +9,7 @@ namespace {
 
 bank::SampleFormat widest(const std::vector<std::unique_ptr<FrameSource>>& parts)
 {
-    // The numbers of the formats rise with their width, float last.
+    // The numbers of the formats increase with their width; float is the last.
     bank::SampleFormat format = bank::SampleFormat::None;
     for (const auto& part : parts)
         format = std::max(format, part->facts().sampleFormat);
@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    // Little-endian integers of `from` bytes become ones of `to` bytes in place: the new low bytes are zero.
+    // Widens little-endian integers from `from` to `to` bytes in the same buffer. The new low bytes are zero.
     static void widen(std::vector<uint8_t>& samples, size_t count, size_t from, size_t to)
     {
         if (from == to)
@@ -86,13 +86,13 @@ private:
             const size_t partBytes = size_t(part->facts().channels) * width;
             const uint64_t left = part->facts().length - std::min(mPosition, part->facts().length);
             const size_t wanted = size_t(std::min<uint64_t>(count, left));
-            mRoom.assign(count * partBytes, 0);
+            mPartSamples.assign(count * partBytes, 0);
             if (wanted > 0) {
-                if (base::Result<> status = readPart(*part, mRoom, wanted); !status)
+                if (base::Result<> status = readPart(*part, mPartSamples, wanted); !status)
                     return status;
             }
             for (size_t frame = 0; frame < count; ++frame)
-                std::memcpy(target + frame * frameBytes, &mRoom[frame * partBytes], partBytes);
+                std::memcpy(target + frame * frameBytes, &mPartSamples[frame * partBytes], partBytes);
             target += partBytes;
         }
         mPosition += count;
@@ -102,7 +102,7 @@ private:
     std::vector<std::unique_ptr<FrameSource>> mParts;
     FrameFacts mFacts;
     uint64_t mPosition = 0;
-    std::vector<uint8_t> mRoom;
+    std::vector<uint8_t> mPartSamples;
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// Makes one sound of several files.
+// Combines several files into one sound.
 #pragma once
 
 #include "source/frame_source.hpp"
@@ -8,9 +8,9 @@
 
 namespace tarnok {
 
-// Several sounds of one rate side by side: the channels of the first, then those of the second, and so on. As long as
-// the longest; after the end of a shorter one its channels are silent. The sample format is the widest of all: that of
-// the greatest depth, or float if any of them is float. Integers are widened without a change of value.
+// Combines sounds of the same rate: the channels of the first, then those of the second, and so on. The result is as
+// long as the longest sound; channels of shorter ones are silent after their end. The sample format is the widest one,
+// or float if any is float. Widening integers doesn't change their values.
 std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>> parts);
 
 } // namespace tarnok

@@ -59,11 +59,11 @@ base::Result<> LoopedSound::read(uint8_t* target, size_t count, size_t sampleByt
         count -= run;
         mPosition += int64_t(run);
     }
-    bank::clearVectorState(); // for the encoder, which goes on now
+    bank::clearVectorState(); // for the encoder, which continues now
     return {};
 }
 
-// How many frames from the current position on follow each other in the sound, or are silent.
+// The number of frames, starting at the current position, that are contiguous in the sound or all silent.
 uint64_t LoopedSound::runLength(std::optional<uint64_t> frame) const
 {
     const auto length = int64_t(mFacts.sampleCount);

@@ -1,4 +1,4 @@
-// A prepared sound as its encoder reads it.
+// A prepared sound, as its encoder reads it.
 #pragma once
 
 #include "base/result.hpp"
@@ -10,7 +10,7 @@
 
 namespace tarnok {
 
-// Presents frames from before the start to after the end, as a listener of the loop hears them.
+// Delivers frames also before the start and after the end, as somebody hears them who listens to the loop.
 class LoopedSound final : public PreparedSound
 {
 public:

@@ -7,7 +7,7 @@
 namespace tarnok {
 
 std::optional<RawSound> RawSound::open(const std::string& path, const base::FileStamp& stamp,
-                                       const PreparedFacts& facts, const RawSamples& samples)
+                                       const PreparedFacts& facts, const RawSampleRange& samples)
 {
     base::Result<base::OpenedFile> file = base::openRegular(path);
     if (!file || file->stamp != stamp)
@@ -16,7 +16,7 @@ std::optional<RawSound> RawSound::open(const std::string& path, const base::File
     return RawSound(std::move(file->descriptor), facts, samples);
 }
 
-RawSound::RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples)
+RawSound::RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSampleRange& samples)
     : mFile(std::move(file))
     , mFacts(facts)
     , mSamples(samples)

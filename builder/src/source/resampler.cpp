@@ -17,8 +17,8 @@ namespace {
 
 constexpr size_t kBlockFrames = 4096;
 
-// More than half the length of soxr's filter at this quality, in frames of whichever rate is lower.
-constexpr double kFilterReach = 2048;
+// An upper bound of half the length of soxr's filter at this quality, in frames of the lower of the two rates.
+constexpr double kHalfFilter = 2048;
 
 using Soxr = std::unique_ptr<soxr, void (*)(soxr_t)>;
 
@@ -38,7 +38,7 @@ base::Result<Soxr> startSoxr(double input, double output, int channels, Resampli
 
 } // namespace
 
-// Runs soxr over stretches of the source and stores what comes out at its position.
+// Resamples ranges of the source with soxr and stores the output at its positions.
 class Resampler
 {
 public:
@@ -51,8 +51,8 @@ public:
         , mStop(std::move(stop))
     {
         const double lower = std::max(1.0, plan.mInput / plan.mOutput);
-        mReach = uint64_t(std::ceil(kFilterReach * lower));
-        mOutputReach = uint64_t(std::ceil(double(mReach) * plan.mOutput / plan.mInput));
+        mFilterFrames = uint64_t(std::ceil(kHalfFilter * lower));
+        mFilterOutputFrames = uint64_t(std::ceil(double(mFilterFrames) * plan.mOutput / plan.mInput));
         mInputBlock.resize(kBlockFrames * size_t(source.facts().channels));
         mOutputBlock.resize(mInputBlock.size());
     }
@@ -60,55 +60,54 @@ public:
     base::Result<> run()
     {
         if (!mPlan.mLoop)
-            return runStretch(Outside::Silence, 0, 0, 0, mPlan.mLength);
+            return runRange(Outside::Silence, 0, 0, 0, mPlan.mLength);
         if (mPlan.mLoop->start == 0 && mPlan.mSourceLoop->start == 0)
             return runFromLoopStart();
         return runInnerLoop();
     }
 
 private:
-    // What the filter hears after the end of the loop.
+    // The input of the filter after the end of the loop.
     enum class Outside
     {
         Silence,
         LoopStart
     };
 
-    // The loop begins with the sound. It is resampled from its first frame on, round and round: what comes out first
-    // has heard silence before the start and is dropped; the same samples come once more after the first round.
+    // For a loop that starts with the sound. The loop is fed repeatedly from its first frame. The first output samples
+    // are dropped, because the filter's input before them was silence; they are produced again after the first round.
     base::Result<> runFromLoopStart()
     {
         const uint64_t loopLength = mPlan.mLoop->end;
-        const uint64_t dropped = mOutputReach;
-        if (base::Result<> status = runStretch(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength);
-            !status)
+        const uint64_t dropped = mFilterOutputFrames;
+        if (base::Result<> status = runRange(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength); !status)
             return status;
         return runTail();
     }
 
-    // soxr puts its first output sample exactly on its first input sample. For the grid of output samples to meet the
-    // loop's start, it is started a whole number of common periods of both rates before that, before all samples that
-    // matter; positions before the sound are silent.
+    // soxr aligns its first output sample with its first input sample. So that an output sample coincides with the
+    // start of the loop, the input starts a whole number of common periods of both rates before it, and before all
+    // samples that matter. Positions before the sound are silent.
     base::Result<> runInnerLoop()
     {
-        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mReach);
+        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->start) - int64_t(periods * uint64_t(mPlan.mInput));
         const uint64_t dropped = periods * uint64_t(mPlan.mOutput) - mPlan.mLoop->start;
-        if (base::Result<> status = runStretch(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
+        if (base::Result<> status = runRange(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
             return status;
         return runTail();
     }
 
-    // What follows the loop is heard by a listener who left the loop at its end, so its filter hears the loop's end
-    // before it and nothing repeated.
+    // The part after the loop is heard after the loop was left at its end. So the filter's input before it is the end
+    // of the loop, and nothing is repeated.
     base::Result<> runTail()
     {
         const uint64_t tail = mPlan.mLength - mPlan.mLoop->end;
         if (tail == 0)
             return {};
-        const uint64_t periods = periodsCovering(mReach);
+        const uint64_t periods = periodsCovering(mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->end) - int64_t(periods * uint64_t(mPlan.mInput));
-        return runStretch(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
+        return runRange(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
     }
 
     uint64_t periodsCovering(uint64_t frames) const
@@ -117,15 +116,15 @@ private:
         return (frames + period - 1) / period;
     }
 
-    // Feeds the source from the position `from` on, drops the first samples that come out, and stores the next `count`
-    // from the position `target` on; at the end of the loop, storing goes on at its start.
-    base::Result<> runStretch(Outside outside, int64_t from, uint64_t dropped, uint64_t target, uint64_t count)
+    // Feeds the source starting at `from`, drops the first `dropped` output frames, and stores the next `count`
+    // starting at `target`. At the end of the loop, storing continues at its start.
+    base::Result<> runRange(Outside outside, int64_t from, uint64_t dropped, uint64_t target, uint64_t count)
     {
         const auto channels = size_t(mSource.facts().channels);
         base::Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels), mPrecision);
         if (!resampler)
             return resampler.error();
-        size_t waiting = 0; // frames of the input block not taken yet
+        size_t waiting = 0; // frames of the input block that soxr has not consumed yet
         size_t taken = 0;
         while (count > 0) {
             if (mStop.stop_requested())
@@ -174,7 +173,7 @@ private:
         return {};
     }
 
-    // Fills the input block from the position `from` on.
+    // Fills the input block with frames starting at `from`.
     base::Result<> fetch(Outside outside, int64_t from)
     {
         const auto channels = size_t(mSource.facts().channels);
@@ -201,14 +200,14 @@ private:
 
     struct Run
     {
-        std::optional<uint64_t> frame; // none: silence
+        std::optional<uint64_t> frame; // nullopt: silence
         size_t count;
     };
 
-    Run locate(Outside outside, int64_t position, size_t most) const
+    Run locate(Outside outside, int64_t position, size_t maximum) const
     {
         if (position < 0)
-            return {std::nullopt, size_t(std::min<uint64_t>(most, uint64_t(-position)))};
+            return {std::nullopt, size_t(std::min<uint64_t>(maximum, uint64_t(-position)))};
         auto frame = uint64_t(position);
         uint64_t end = mPlan.mSourceLength;
         if (outside == Outside::LoopStart) {
@@ -218,22 +217,22 @@ private:
             end = loop.end;
         }
         if (frame >= end)
-            return {std::nullopt, most};
+            return {std::nullopt, maximum};
         if (mPlan.mRounds > 1)
-            return locateInRounds(frame, std::min<uint64_t>(most, end - frame));
-        return {frame, size_t(std::min<uint64_t>(most, end - frame))};
+            return locateInRounds(frame, std::min<uint64_t>(maximum, end - frame));
+        return {frame, size_t(std::min<uint64_t>(maximum, end - frame))};
     }
 
-    // The rounds exist in the plan only; the source has one.
-    Run locateInRounds(uint64_t frame, uint64_t most) const
+    // The rounds exist only in the plan; the source contains the loop once.
+    Run locateInRounds(uint64_t frame, uint64_t maximum) const
     {
         const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
-            return {frame, size_t(std::min(most, loop.start - frame))};
+            return {frame, size_t(std::min(maximum, loop.start - frame))};
         if (frame >= loop.end)
-            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(most)};
+            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(maximum)};
         const uint64_t offset = (frame - loop.start) % mPlan.mRoundLength;
-        return {loop.start + offset, size_t(std::min(most, mPlan.mRoundLength - offset))};
+        return {loop.start + offset, size_t(std::min(maximum, mPlan.mRoundLength - offset))};
     }
 
     FrameSource& mSource;
@@ -241,8 +240,8 @@ private:
     FrameSpool& mSpool;
     ResamplingPrecision mPrecision;
     std::stop_token mStop;
-    uint64_t mReach = 0; // of the filter, in frames of the source
-    uint64_t mOutputReach = 0; // the same in frames of the result
+    uint64_t mFilterFrames = 0; // half the filter, in frames of the source
+    uint64_t mFilterOutputFrames = 0; // the same in frames of the result
     std::vector<float> mInputBlock;
     std::vector<float> mOutputBlock;
 };

@@ -8,21 +8,21 @@ namespace tarnok {
 
 namespace {
 
-// A cent: the largest change of pitch that an inner loop may cost the sound around it.
-constexpr double kMostDetuning = 5.7e-4;
+// One cent: the maximum change of pitch of the whole sound for the sake of an inner loop.
+constexpr double kMaximumDetuning = 5.7e-4;
 
 uint64_t wholeLength(double exactly)
 {
     return std::max<uint64_t>(1, uint64_t(std::llround(exactly)));
 }
 
-// How many rounds of a loop come close enough to a whole number of samples. Any that are longer than half a sample
-// divided by the largest detuning do.
+// The number of rounds of a loop whose length is close enough to a whole number of samples. Any length above half a
+// sample divided by kMaximumDetuning is.
 uint64_t roundsInTune(double loopLength)
 {
     uint64_t rounds = 1;
     while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
-           > kMostDetuning)
+           > kMaximumDetuning)
         ++rounds;
     return rounds;
 }

@@ -14,18 +14,17 @@ namespace tarnok {
 
 namespace {
 
-// A header that says 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
-// its way through hours for a single sample. The sounds of the slowest sensors and the highest rates of studios are
-// well inside.
+// A header with a rate of 1 Hz would turn a moment of sound into hours. In the other direction, the filter would read
+// hours of sound for a single sample. The slowest sensors and the highest studio rates are well inside these limits.
 base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
 {
-    constexpr double kMostUp = 64;
-    constexpr double kMostDown = 1024;
-    if (toRate <= fromRate * kMostUp && fromRate <= toRate * kMostDown)
+    constexpr double kMaximumUpsampling = 64;
+    constexpr double kMaximumDownsampling = 1024;
+    if (toRate <= fromRate * kMaximumUpsampling && fromRate <= toRate * kMaximumDownsampling)
         return {};
     char text[160];
-    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
-                  fromRate, toRate);
+    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the requested %.6g Hz", fromRate,
+                  toRate);
     return base::Error{base::ErrorCode::Unsupported, std::string(name) + text};
 }
 
@@ -46,8 +45,8 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
         if (channels > mSettings.maximumChannels())
             return base::Error{base::ErrorCode::Unsupported,
                                std::string(base::baseName(path)) + ": " + std::to_string(channels)
-                                   + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
-                                   + std::to_string(mSettings.maximumChannels()) + ")"};
+                                   + " channels are too many for one sound in " + codecName(mSettings.codec)
+                                   + " (at most " + std::to_string(mSettings.maximumChannels()) + ")"};
         files.push_back(std::move(*file));
         const double rate = files.front()->facts().sampleRate;
         if (base::Result<> status = checkRatio(base::baseName(path), facts.sampleRate, rate); !status)
@@ -63,10 +62,10 @@ base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std:
         mRawSamples = files.front()->rawSamples();
     if (mSettings.loop)
         mLoop = commonLoop(files);
-    return putTogether(std::move(files));
+    return combine(std::move(files));
 }
 
-// The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
+// The loop of the first file that has one, at the rate of the first file; otherwise the whole of the longest file.
 base::Loop SoundPreparation::commonLoop(const Files& files)
 {
     const double rate = files.front()->facts().sampleRate;
@@ -80,7 +79,7 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
             continue;
         const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
         found = plan.loop();
-        // Written out, it would no longer be in line with that of the other files.
+        // Written out several times, the loop would no longer be aligned with the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
             found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
@@ -89,16 +88,16 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
     return found && found->start < found->end ? *found : base::Loop{0, length};
 }
 
-// How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
-// there.
-ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate) const
+// The plan for resampling one of several files to the rate of the first. If the file covers the sound's whole loop, it
+// wraps there.
+ResamplingPlan SoundPreparation::planPart(const DecodedFile& file, double rate) const
 {
     const FrameFacts& facts = file.facts();
     if (mLoop) {
         const double scale = facts.sampleRate / rate;
-        const base::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
-                                std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
-        for (const base::Loop& loop : {file.loop().value_or(beside), beside}) {
+        const base::Loop counterpart{uint64_t(std::llround(double(mLoop->start) * scale)),
+                                     std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
+        for (const base::Loop& loop : {file.loop().value_or(counterpart), counterpart}) {
             if (loop.start >= loop.end)
                 continue;
             ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
@@ -109,13 +108,13 @@ ResamplingPlan SoundPreparation::planOfPart(const DecodedFile& file, double rate
     return {facts.length, std::nullopt, facts.sampleRate, rate};
 }
 
-base::Result<> SoundPreparation::putTogether(Files files)
+base::Result<> SoundPreparation::combine(Files files)
 {
     const double rate = files.front()->facts().sampleRate;
     std::vector<std::unique_ptr<FrameSource>> parts;
     for (std::unique_ptr<DecodedFile>& file : files) {
         const double ownRate = file->facts().sampleRate;
-        const ResamplingPlan plan = planOfPart(*file, rate);
+        const ResamplingPlan plan = planPart(*file, rate);
         base::Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
         if (part && ownRate != rate)
             part = resample(*holdLoopIfShort(std::move(*part), plan.sourceLoop()), plan, rate, mSpoolFolders, mStop);
@@ -181,23 +180,23 @@ base::Result<> SoundPreparation::preprocess()
     return {};
 }
 
-// A bank holds so many of a sound, and so many bytes of them.
+// A bank limits the number of sync points of a sound and their size in bytes.
 void SoundPreparation::limitSyncPoints()
 {
     constexpr size_t kPointBytes = 12; // in a bank, besides the name
-    constexpr size_t kMostBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
+    constexpr size_t kMaximumBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
     size_t kept = 0;
     size_t bytes = 0;
     for (; kept < std::min(mSyncPoints.size(), bank::kMaximumSyncPoints); ++kept) {
         bytes += kPointBytes + mSyncPoints[kept].name.size();
-        if (bytes > kMostBytes)
+        if (bytes > kMaximumBytes)
             break;
     }
     if (kept == mSyncPoints.size())
         return;
-    mRemarks.push_back(
-        mName + ": " + std::to_string(mSyncPoints.size() - kept)
-        + " of its markers were left out, because a bank holds 65,536 for a sound, and 4 MiB with their names");
+    mRemarks.push_back(mName + ": " + std::to_string(mSyncPoints.size() - kept)
+                       + " of its markers were left out, because a bank stores at most 65,536 for a sound, and 4 MiB "
+                         "with their names");
     mSyncPoints.resize(kept);
 }
 
@@ -212,7 +211,7 @@ void SoundPreparation::complete(bank::Sound* encoded) const
     encoded->peak = mPeak;
 }
 
-// Files of one recording often carry the same markers; each is kept once.
+// Files of one recording often contain the same markers; each is kept once.
 void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
 {
     for (base::SyncPoint& point : points)

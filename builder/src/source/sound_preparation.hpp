@@ -1,4 +1,4 @@
-// From the files of one sound to the samples that its encoder gets.
+// Prepares the files of one sound for its encoder.
 #pragma once
 
 #include "encode/encoder.hpp"
@@ -19,11 +19,11 @@
 
 namespace tarnok {
 
-// The steps of one sound, to be called in this order.
+// The steps must be called in the order of their declaration.
 //
-// The loop is that of the first file that has one, otherwise the whole sound; none when looping is off. The sync points
-// of all files are merged. Files whose rate differs from the first one's are resampled to it, each from its own start,
-// wrapping at the sound's loop; lengths may differ, and the end of shorter ones is silent.
+// The loop is that of the first file that has one, otherwise the whole sound; none if looping is off. The sync points
+// of all files are merged. Files whose rate differs from that of the first file are resampled to it, each from its own
+// start, wrapping at the sound's loop. Lengths may differ: shorter files are followed by silence.
 class SoundPreparation
 {
 public:
@@ -34,22 +34,22 @@ public:
         , mStop(std::move(stop))
     { }
 
-    // Opens the files and puts them side by side.
+    // Opens the files and interleaves them.
     base::Result<> open(KESS::System& engine, std::span<const std::string> paths);
 
-    // What of the files isn't taken over, a sentence each.
+    // Sentences about parts of the files that were left out.
     const std::vector<std::string>& remarks() const { return mRemarks; }
 
-    // Finds loop, peak and the rate to encode at.
+    // Measures the peak and determines the rate at which the sound is encoded.
     base::Result<> analyse();
 
-    // Resamples where that is wanted.
+    // Resamples the sound if necessary.
     base::Result<> preprocess();
 
-    // Where the sound is in its only file, to the bit as it is prepared.
-    const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
+    // The location of the sound in its file, if it has only one and the file contains the prepared samples bit for bit.
+    const std::optional<RawSampleRange>& rawSamples() const { return mRawSamples; }
 
-    // The sound for its encoder; afterwards what the encoder doesn't know: sync points, peak.
+    // The sound for its encoder. After encoding, complete() adds what the encoder doesn't know: sync points and peak.
     PreparedSound& sound();
     void complete(bank::Sound* encoded) const;
 
@@ -57,8 +57,8 @@ private:
     using Files = std::vector<std::unique_ptr<DecodedFile>>;
 
     static base::Loop commonLoop(const Files& files);
-    ResamplingPlan planOfPart(const DecodedFile& file, double rate) const;
-    base::Result<> putTogether(Files files);
+    ResamplingPlan planPart(const DecodedFile& file, double rate) const;
+    base::Result<> combine(Files files);
     void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
@@ -71,8 +71,8 @@ private:
     std::vector<base::SyncPoint> mSyncPoints;
     std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
-    std::optional<RawSamples> mRawSamples;
-    uint32_t mRate = 0; // to encode at, hertz
+    std::optional<RawSampleRange> mRawSamples;
+    uint32_t mRate = 0; // at which the sound is encoded, hertz
     std::unique_ptr<LoopedSound> mPrepared;
 };
 

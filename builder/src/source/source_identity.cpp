@@ -12,7 +12,7 @@ namespace tarnok {
 
 namespace {
 
-constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
+constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and hashing
 
 base::Result<base::OpenedFile> openSource(const std::string& path)
 {
@@ -24,7 +24,7 @@ base::Result<base::OpenedFile> openSource(const std::string& path)
     return file;
 }
 
-// Reads to the end, whatever length the file was said to have: it may be growing.
+// Reads to the end, whatever length the file had when it was opened: it may be growing.
 base::Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
 {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -44,7 +44,8 @@ base::Result<ContentHash> hashFile(int descriptor, const std::string& path, cons
 
 } // namespace
 
-base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop, bool anew)
+base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop,
+                                                        bool rehash)
 {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -55,7 +56,7 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
         SourceIdentity identity;
         identity.stamp = file->stamp;
         identity.settled = SourceIndex::isSettled(identity.stamp, startedAt);
-        if (mUseIndex && !anew) {
+        if (mUseIndex && !rehash) {
             if (const auto known = mIndex.find(path, identity.stamp)) {
                 identity.content = *known;
                 identity.remembered = true;
@@ -79,9 +80,9 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
     return keepsChanging(path);
 }
 
-// A stamp that isn't settled can't distinguish a content from another that was written in the same tick of the clock.
-// One that is doesn't show what a program writes through a mapping: the time of its first write counts for all that
-// follow, until the kernel has brought them to the disk, half a minute later or more.
+// A stamp that isn't settled can't distinguish two contents that were written in the same tick of the clock. A settled
+// stamp doesn't show what a program writes through a mapping: all writes keep the time of the first one until the
+// kernel has written them to the disk, half a minute later or more.
 base::Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
                                                const std::stop_token& stop)
 {

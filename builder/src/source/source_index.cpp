@@ -16,8 +16,8 @@ namespace {
 
 constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '3'};
 constexpr std::string_view kSegmentSuffix = ".index";
-constexpr size_t kMaximumLearned = 200'000; // records of one build
-constexpr uint64_t kMaximumBytes = 16 << 20; // of a merged segment: as many records
+constexpr size_t kMaximumNewRecords = 200'000; // records of one build
+constexpr uint64_t kMaximumBytes = 16 << 20; // of a merged segment; enough for as many records
 constexpr size_t kMaximumSegments = 8;
 constexpr int64_t kCoarsestClock = 2'100'000'000; // nanoseconds
 
@@ -63,32 +63,32 @@ std::optional<ContentHash> SourceIndex::find(std::string_view path, const base::
         return std::nullopt;
     const auto content = base::loadLittle<ContentHash>(newest->bytes.data());
     if (newest->wantsRenewal(now()))
-        learn(source, content);
+        addRecord(source, content);
     return content;
 }
 
 void SourceIndex::remember(std::string_view path, const base::FileStamp& stamp, const ContentHash& hash)
 {
-    learn(sourceHash(path, stamp), hash);
+    addRecord(sourceHash(path, stamp), hash);
 }
 
-void SourceIndex::learn(const ContentHash& source, const ContentHash& content)
+void SourceIndex::addRecord(const ContentHash& source, const ContentHash& content)
 {
     const std::lock_guard lock(mMutex);
-    if (mLearned.size() < kMaximumLearned)
-        mLearned[source] = {now(), {content.bytes.begin(), content.bytes.end()}};
+    if (mNewRecords.size() < kMaximumNewRecords)
+        mNewRecords[source] = {now(), {content.bytes.begin(), content.bytes.end()}};
 }
 
 void SourceIndex::save()
 {
     const std::lock_guard lock(mMutex);
-    if (mLearned.empty())
+    if (mNewRecords.empty())
         return;
     if (mSegments.size() >= kMaximumSegments)
         merge();
     else
         writeSegment({});
-    mLearned.clear();
+    mNewRecords.clear();
 }
 
 bool SourceIndex::isSettled(const base::FileStamp& stamp, int64_t at)
@@ -96,7 +96,7 @@ bool SourceIndex::isSettled(const base::FileStamp& stamp, int64_t at)
     return std::max(stamp.modified, stamp.changed) < at - kCoarsestClock;
 }
 
-// A segment that can't be used is removed; what can't even be read is left to its owner, and so is what is none.
+// Removes a damaged segment. Files that can't be read or aren't segments are left alone.
 bool SourceIndex::readSegment(const std::string& path)
 {
     const base::Result<base::OpenedFile> file = base::openRegular(path);
@@ -105,7 +105,7 @@ bool SourceIndex::readSegment(const std::string& path)
     const uint64_t size = file->stamp.size;
     const int descriptor = file->descriptor.get();
     if (size <= kMaximumBytes && mTableBytes + size > 2 * kMaximumBytes && startsWithMagic(descriptor, kMagic))
-        return true; // more than anybody keeps: the next merge drops it
+        return true; // more than is kept in memory: the next merge drops this segment
 
     std::optional<RecordTable> table;
     base::Result<> read;
@@ -134,14 +134,14 @@ void SourceIndex::merge()
         unlink(segment.c_str());
 }
 
-// Writes a segment of what was learned and what is in tables.
+// Writes a segment with the new records and those of tables.
 bool SourceIndex::writeSegment(std::span<const RecordTable> tables) const
 {
     (void)base::makeFolder(mFolder);
     base::Result<base::TemporaryFile> file = base::TemporaryFile::create(mFolder, "index");
     if (!file)
         return false;
-    const std::vector<uint8_t> bytes = RecordTable::merge(tables, mLearned, kMagic, {now(), kMaximumBytes});
+    const std::vector<uint8_t> bytes = RecordTable::merge(tables, mNewRecords, kMagic, {now(), kMaximumBytes});
     if (!base::writeAt(file->descriptor(), bytes, 0))
         return false;
     ContentHasher name;

@@ -1,4 +1,4 @@
-// The time of day, as it is compared with the times of files.
+// The time of day, for comparison with the times of files.
 #pragma once
 
 #include <atomic>
@@ -7,7 +7,8 @@
 
 namespace tarnok {
 
-// Nanoseconds by which now() is ahead of the system's clock. Only tests set it, instead of waiting until files are old.
+// Nanoseconds by which now() is ahead of the system clock. Only tests set it, so that they needn't wait for files to
+// age.
 inline std::atomic<int64_t> clockAhead = 0;
 
 // Nanoseconds since 1970.

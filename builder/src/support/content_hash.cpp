@@ -29,7 +29,7 @@ bool isHashName(std::string_view name, size_t digits, std::string_view suffix)
 
 ContentHasher::ContentHasher()
 {
-    // Selects the code for this processor. Fails only for want of randomness, which nothing here uses.
+    // Selects the code for this processor. Fails only without a source of randomness, which isn't used here.
     static const int ready = sodium_init();
     (void)ready;
     crypto_generichash_init(&mState, nullptr, 0, sizeof(ContentHash::bytes));

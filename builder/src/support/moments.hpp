@@ -1,4 +1,5 @@
-// Moments of a build at which tests interfere. A test that only waits for such a moment often misses it.
+// Hooks for tests that interfere with a build at a certain moment. A test that only waits for the moment often misses
+// it.
 #pragma once
 
 #include "tarnok.h"
@@ -7,13 +8,13 @@
 
 namespace tarnok {
 
-// Both are called on the thread that has reached the moment, and are null except in tests. They may only be set while
+// Both are called on the thread that has reached the moment. They are null except in tests, and may only be set while
 // no build runs.
 
-// A state of a sound (or of the bank: -1) was reported, and the work that it announces begins next.
+// Called after a state of a sound (-1: of the bank) was reported, before the work of that state begins.
 inline void (*onReport)(int sound, TARNOK_STATE state) = nullptr;
 
-// A sound is read for the bank next.
+// Called before a sound is copied into the bank.
 inline void (*onCopy)(size_t sound) = nullptr;
 
 } // namespace tarnok

@@ -1,4 +1,4 @@
-// Files of ours in folders where others may put files, too: what isn't ours is neither removed nor replaced.
+// Identifies our own files in folders that may contain files of others, which are neither removed nor replaced.
 #pragma once
 
 #include "base/file_descriptor.hpp"
@@ -8,17 +8,17 @@
 
 namespace tarnok {
 
-// The first bytes of each kind of file that the library keeps.
+// The first bytes of a file. Each kind of file that the library stores has its own.
 using Magic = std::span<const char, 8>;
 
-// Opens a file for reading, without following a link and without waiting for a pipe. Empty when that fails.
+// Opens a file for reading, without following a link or waiting for a pipe. Empty on failure.
 base::FileDescriptor openOwn(const std::string& path);
 
-// Whether a file is one of ours, or may be one that has been damaged: it begins with our magic but for one byte, or
-// ends within it.
+// Whether a file is one of ours, or may be a damaged one: it starts with our magic, in which one byte may differ, or is
+// shorter than the magic and starts like it.
 bool startsWithMagic(int descriptor, Magic magic);
 
-// Whether there is something at path that somebody else has put there and would miss.
+// Whether path exists and belongs to somebody else, who would miss it.
 bool isForeign(const std::string& path, Magic magic);
 
 } // namespace tarnok

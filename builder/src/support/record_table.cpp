@@ -14,14 +14,14 @@ namespace {
 constexpr int64_t kRenewAfter = 24 * 3600; // seconds
 constexpr int64_t kForgetAfter = 60 * 24 * 3600; // seconds
 
-// Little-endian. The records follow each other without a gap, by their keys: a head, then its bytes.
+// Little-endian. The records follow without gaps, sorted by key: each is a head followed by its bytes.
 struct TableHeader
 {
     char magic[8];
     uint64_t checksum; // XXH3-64 of all that follows
 };
 
-// In front of the bytes of a record.
+// Precedes the bytes of a record.
 struct RecordHead
 {
     ContentHash key;
@@ -29,7 +29,7 @@ struct RecordHead
     uint64_t recordBytes;
 };
 
-// A record wherever it is stored.
+// A record in a table or in memory.
 struct Candidate
 {
     RecordHead head;
@@ -39,7 +39,7 @@ struct Candidate
     uint64_t size() const { return sizeof head + head.recordBytes; }
 };
 
-// Leaves one record of each key, in the order of the keys.
+// Keeps one record per key and sorts them by key.
 void removeRepeated(std::vector<Candidate>* records)
 {
     std::sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
@@ -52,13 +52,13 @@ void removeRepeated(std::vector<Candidate>* records)
     records->erase(repeated, records->end());
 }
 
-// Drops what is too old or doesn't fit. The rest is in the order of the last uses.
+// Drops records that are too old or don't fit. Sorts the others by their last use.
 void applyLimits(std::vector<Candidate>* records, const RecordTable::Limits& limits)
 {
     std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
         return left.head.usedAt > right.head.usedAt;
     });
-    constexpr uint64_t kMaximum = RecordTable::kLargestTable;
+    constexpr uint64_t kMaximum = RecordTable::kMaximumTableBytes;
     uint64_t size = sizeof(TableHeader);
     std::erase_if(*records, [&](const Candidate& record) {
         const uint64_t maximum = record.head.usedAt > limits.recently ? kMaximum : std::min(limits.bytes, kMaximum);

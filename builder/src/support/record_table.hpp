@@ -1,4 +1,4 @@
-// Records under hashes, which are forgotten when nobody has used them for long.
+// Records stored under hashes. Records that were not used for a long time are dropped.
 #pragma once
 
 #include "support/content_hash.hpp"
@@ -12,45 +12,45 @@
 
 namespace tarnok {
 
-// One record, and when a build last had a use for it.
+// One record, with the time of its last use by a build.
 struct DatedRecord
 {
     int64_t usedAt = 0; // seconds since 1970
-    std::vector<uint8_t> bytes; // empty: the record is wrong and to be forgotten
+    std::vector<uint8_t> bytes; // empty: the record is wrong and must be dropped
 
-    // Whether another use should be noted. Once a day will do: the table is written anew for it.
+    // Whether the time of use should be updated. Once a day is enough, since each update rewrites the table.
     bool wantsRenewal(int64_t now) const;
 };
 
 using DatedRecords = std::map<ContentHash, DatedRecord>;
 
-// Many small records in one piece of memory or file: a file for each would cost more than what they save, and so would
-// a piece of memory for each in a cache that many people share.
+// Many small records in one block of memory or one file. A file per record would cost more than the records save, and
+// so would an allocation per record in a cache that many people share.
 class RecordTable
 {
 public:
-    RecordTable() = default; // an empty one
+    RecordTable() = default; // empty
 
-    // The table in file. Nothing if any of it is damaged.
+    // The table that file contains; nullopt if any part of it is damaged.
     static std::optional<RecordTable> parse(std::vector<uint8_t> file, Magic magic);
 
     std::optional<DatedRecord> find(const ContentHash& key) const;
 
-    // What limits the size of a file.
+    // Limits on the records in a file.
     struct Limits
     {
-        int64_t now = 0; // what was not used for 60 days before is dropped
-        uint64_t bytes = 0; // then the longest unused, until the file has at most so many bytes ...
-        int64_t recently = INT64_MAX; // ... of records that were not used since
+        int64_t now = 0; // seconds since 1970; records not used in the 60 days before are dropped
+        uint64_t bytes = 0; // then the least recently used ones, until the file has at most this size ...
+        int64_t recently = INT64_MAX; // ... but none that were used after this time
     };
 
-    // The file of all records of the tables and of newer. Of records of the same key, that in newer stays, otherwise
-    // the one that was used last.
+    // A file with all records of the tables and of newer. If a key has several records, the one in newer is kept,
+    // otherwise the most recently used one.
     static std::vector<uint8_t> merge(std::span<const RecordTable> tables, const DatedRecords& newer, Magic magic,
                                       const Limits& limits);
 
-    // Bytes in a file, whatever was used recently. A hundred thousand usual sounds.
-    static constexpr uint64_t kLargestTable = 20 << 20;
+    // Maximum size of a file in bytes, which also holds for recently used records: a hundred thousand typical sounds.
+    static constexpr uint64_t kMaximumTableBytes = 20 << 20;
 
 private:
     struct Entry

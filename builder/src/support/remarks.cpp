@@ -10,9 +10,9 @@ namespace tarnok {
 void Remarks::post(std::string text)
 {
     const std::lock_guard lock(mMutex);
-    if (mMade.size() == kMost)
-        text = "there are more remarks, which are left out";
-    if (mMade.size() <= kMost && mMade.insert(text).second)
+    if (mPosted.size() == kMaximumCount)
+        text = "there are more remarks, which are not shown";
+    if (mPosted.size() <= kMaximumCount && mPosted.insert(text).second)
         mWaiting.push_back(std::move(text));
 }
 
@@ -29,15 +29,15 @@ std::string Remarks::fetch()
 void Remarks::beginBuild()
 {
     const std::lock_guard lock(mMutex);
-    mMade.clear();
+    mPosted.clear();
     mWaiting.clear();
 }
 
-void copyCharacters(const std::string& text, char* room, size_t size)
+void copyCharacters(const std::string& text, char* buffer, size_t size)
 {
     const std::string_view whole = base::cutAtCharacter(text, size - 1);
-    std::memcpy(room, whole.data(), whole.size());
-    room[whole.size()] = '\0';
+    std::memcpy(buffer, whole.data(), whole.size());
+    buffer[whole.size()] = '\0';
 }
 
 } // namespace tarnok

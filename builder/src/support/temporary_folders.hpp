@@ -1,4 +1,4 @@
-// Folders for files without a name, one after the other as their disks fill up.
+// Folders for unnamed files. When the disk of one is full, the next is used.
 #pragma once
 
 #include "base/file_descriptor.hpp"
@@ -19,26 +19,26 @@ public:
         : mFolders(std::move(folders))
     { }
 
-    // folder, then the system's. /var/tmp comes last: it isn't memory where /tmp is.
+    // folder, then the system's folders. /var/tmp comes last: it is on a disk even where /tmp is in memory.
     static TemporaryFolders startingWith(std::string folder)
     {
         return TemporaryFolders({std::move(folder), "/tmp", "/var/tmp"});
     }
 
-    // A file in the next folder that takes one. Without any, the error of the last folder, or an ErrorCode::Io with the
-    // text of exhausted where none was left to try.
+    // Creates a file in the next folder where that succeeds. Otherwise the error of the last folder or, if no folder
+    // was left to try, ErrorCode::Io with the text `exhausted`.
     base::Result<base::FileDescriptor> createNext(std::string exhausted);
 
-    // The error of a system call on a file of these, see base::fileError(). It lists the folders where a disk is to
-    // blame.
+    // The error of a system call on one of these files, see base::fileError(). If a disk is the cause, the folders are
+    // listed.
     [[nodiscard]] base::Error fileError(std::string_view action, int systemError) const;
 
-    // The folders as a person lists them: "a, b and c".
+    // The folders in words: "a, b and c".
     [[nodiscard]] std::string listed() const;
 
 private:
     std::vector<std::string> mFolders;
-    size_t mNext = 0; // the first that was not tried yet
+    size_t mNext = 0; // index of the first folder that was not tried yet
 };
 
 } // namespace tarnok

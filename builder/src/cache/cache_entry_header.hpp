@@ -1,4 +1,4 @@
-// The first bytes of an entry of the cache.
+// The header of a cache entry.
 #pragma once
 
 #include "support/content_hash.hpp"
@@ -9,23 +9,23 @@
 
 namespace tarnok {
 
-// Stored before the encoded data of an entry; the sound's serialised form follows the data. Little-endian.
-struct EntryHeader
+// Precedes the encoded data of an entry. The sound's serialised form follows the data. Little-endian.
+struct CacheEntryHeader
 {
     char magic[8];
     std::array<uint8_t, 32> key;
     uint64_t dataBytes;
     uint64_t recordBytes;
-    uint64_t dataChecksum; // XXH3-64, the one in the sound's record
+    uint64_t dataChecksum; // XXH3-64, the same as in the sound's record
     uint64_t recordChecksum; // XXH3-64 of the serialised form
     uint64_t headerChecksum; // XXH3-64 of the fields above
 
-    static EntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
-                            std::span<const uint8_t> record);
+    static CacheEntryHeader make(const ContentHash& key, uint64_t dataBytes, uint64_t dataChecksum,
+                                 std::span<const uint8_t> record);
     bool valid(const ContentHash& wanted, uint64_t fileBytes) const;
 
     static constexpr char kMagic[8] = {'T', 'N', 'K', 'S', 'N', 'D', '0', '2'};
 };
-static_assert(sizeof(EntryHeader) == 80);
+static_assert(sizeof(CacheEntryHeader) == 80);
 
 } // namespace tarnok
