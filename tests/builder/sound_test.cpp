@@ -211,7 +211,7 @@ struct FailingSounds : Workshop
         {{"good.wav"}, TARNOK_OK, ""},
         {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
         {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
-        {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a kind of sound file"},
+        {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a supported sound file"},
         {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is empty"},
         {{"silent.wav"}, TARNOK_ERR_INVALID_FORMAT, "silent.wav: the file contains no samples"},
         {{"folder.wav"}, TARNOK_ERR_FILE_OS, "folder.wav: this is a folder"},
