@@ -90,11 +90,11 @@ typedef struct TARNOK_ENCODER_MODULE
     uint32_t (*sampleRate)(uint32_t rate);
 
     /* Encodes one sound. Called from several threads at once, each time for another sound. The same sound must give the
-     * same bytes. *leadIn, 0 on entry, becomes the number of decoded frames to drop before the sound's first, at most
+     * same bytes. *preSkip, 0 on entry, becomes the number of decoded frames to drop before the sound's first, at most
      * 131072. The data must have at least a byte for every 8192 frames decoded, begun ones included.
      * TARNOK_ERR_CANCELLED, TARNOK_ERR_MEMORY, TARNOK_ERR_INVALID_FORMAT (it can't take such a sound), any other
      * number: the encoder fails. */
-    TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn);
+    TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip);
 } TARNOK_ENCODER_MODULE;
 
 typedef const TARNOK_ENCODER_MODULE* (*TARNOK_ENCODER_FUNCTION)(void);

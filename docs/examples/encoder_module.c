@@ -46,7 +46,7 @@ static void encodeBlock(const float* frames, uint32_t channels, signed char* blo
     }
 }
 
-static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn)
+static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip)
 {
     float frames[FRAMES * CHANNELS];
     signed char block[(FRAMES + 1) * CHANNELS];
@@ -56,11 +56,11 @@ static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCO
     /* A codec whose blocks depend on earlier blocks encodes the end of the loop first and has it dropped as pre-skip.
      * This codec doesn't need that, and does it as an example. */
     if (sound->loops && sound->loopStart == 0)
-        *leadIn = FRAMES;
+        *preSkip = FRAMES;
     if (result == TARNOK_OK)
-        result = host->seek(host->user, -(int64_t)*leadIn);
+        result = host->seek(host->user, -(int64_t)*preSkip);
 
-    const uint64_t total = *leadIn + sound->sampleCount;
+    const uint64_t total = *preSkip + sound->sampleCount;
     for (uint64_t position = 0; position < total && result == TARNOK_OK; position += FRAMES) {
         if (host->cancelled(host->user))
             return TARNOK_ERR_CANCELLED;

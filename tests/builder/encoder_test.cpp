@@ -1,4 +1,5 @@
-// Encoders and the engine's decoders together: what goes in comes out, from any place and through the loop.
+// Encoders and the engine's decoders together: the decoded sound is the encoded one, from any position and through the
+// loop.
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/opus_packet.hpp"
@@ -38,7 +39,7 @@ MemorySound music(Codec codec, size_t frames, int channels, uint32_t rate = 44'1
                        tones(frames, channels, {0.0031, 0.0101, 0.0178, 0.047}, 0.6f));
 }
 
-// A tone with noisy strokes that fade, each with a sharp attack, in a rhythm that no packet fits.
+// A tone with noise bursts that have a sharp attack and fade out, in a rhythm that doesn't match the length of packets.
 std::vector<float> strokes(size_t frames, size_t apart, float halfLife, float tone)
 {
     Noise noise;
@@ -73,9 +74,9 @@ TEST(PreparedSound, RepeatsTheLoopOutsideTheSoundAndIsSilentWithoutOne)
     }
 }
 
-TEST(Encoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQualityAtEveryRate)
+TEST(Encoders, KeepTheExactLengthAndGoodQualityAtEveryRate)
 {
-    // Rate, channels, frames and the least SNR in dB; short sounds hold too little of the tones to be judged.
+    // Rate, channels, frames and the minimum SNR in dB; 0 for sounds too short for a meaningful SNR.
     std::vector<std::tuple<uint32_t, int, size_t, double>> cases = {
         {44'100, 1, 30'000, 18}, {44'100, 2, 30'000, 18}, {44'100, 6, 30'000, 14}, {44'100, 32, 5'000, 0}};
     for (const int channels : {1, 2, 3, 6}) {
@@ -96,7 +97,7 @@ TEST(Encoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQualityAtEveryRate)
                 const EncodedSound encoded = encode(codec, sound);
                 EXPECT_EQ(encoded.sound.sampleRate, sound.facts().sampleRate);
                 const test::SoundPointer opened = openedBank(encoded);
-                EXPECT_EQ(test::factsOf(*opened).samples, frames);
+                EXPECT_EQ(test::readFacts(*opened).samples, frames);
                 const std::vector<float> got = readFloats(*opened);
                 const std::vector<float> wanted = sound.floats();
                 ASSERT_EQ(got.size(), wanted.size());
@@ -107,7 +108,7 @@ TEST(Encoders, GiveBackTheLengthToTheSampleAndTheSoundInGoodQualityAtEveryRate)
     }
 }
 
-TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
+TEST(Encoders, DecodeFromAnyPositionAsFromTheStart)
 {
     constexpr size_t kFrames = 120'000;
     constexpr size_t kRead = 3'000;
@@ -137,7 +138,7 @@ TEST(Encoders, DecodeFromAnyPlaceAsTheyDoFromTheStart)
     }
 }
 
-TEST(OpusEncoder, OffersSeekPointsThatHoldWhereTransientsFollowOneAnother)
+TEST(OpusEncoder, OffersExactSeekPointsAmongTransients)
 {
     constexpr size_t kFrames = 240'000;
     constexpr size_t kWindow = 960;
@@ -149,10 +150,10 @@ TEST(OpusEncoder, OffersSeekPointsThatHoldWhereTransientsFollowOneAnother)
             const EncodedSound encoded = encode(Codec::Opus, sound, quality);
             const test::SoundPointer opened = openedBank(encoded);
             const std::vector<float> straight = readFloats(*opened, kFrames);
-            // Where a stroke is in every second packet, none can hold.
+            // With a burst in every second packet, no seek point is exact.
             EXPECT_GE(encoded.sound.seekPoints.size(), apart < 3'500 ? 0u : 4u);
             for (const bank::SeekPoint& point : encoded.sound.seekPoints) {
-                const size_t from = point.position + 4 * kWindow - encoded.sound.leadIn;
+                const size_t from = point.position + 4 * kWindow - encoded.sound.preSkip;
                 if (from >= kFrames)
                     continue;
                 ASSERT_EQ(opened->seekData(0), KESS_OK);
@@ -169,9 +170,9 @@ TEST(OpusEncoder, OffersSeekPointsThatHoldWhereTransientsFollowOneAnother)
     }
 }
 
-TEST(OpusPackets, SayWhetherTheyAreStationary)
+TEST(OpusPackets, RevealWhetherTheyAreStationary)
 {
-    // Of three channels, each a stream of its own: steady, silent, and with a stroke in every sixth packet.
+    // Three channels, each in its own stream: steady, silent, and with a burst in every sixth packet.
     constexpr size_t kFrames = 48'000;
     std::vector<float> frames(kFrames * 3);
     const std::vector<float> tone = tones(kFrames, 1, {0.01}, 0.5f);
@@ -194,7 +195,8 @@ TEST(OpusPackets, SayWhetherTheyAreStationary)
         ASSERT_TRUE(tarnok::findStationary(bytes, stationary));
         EXPECT_TRUE((stationary[0] || packet == 0 || at == data.size()) && stationary[1]) << packet;
         transients += !stationary[2];
-        // Cut anywhere it is no packet of three streams, or its last stream is taken for another; never read beyond.
+        // A packet that is cut anywhere is no packet of three streams, or its last stream looks like another one.
+        // Nothing is read past its end.
         for (size_t cut = 0; cut < size; ++cut) {
             const std::vector<uint8_t> part(bytes.begin(), bytes.begin() + ptrdiff_t(cut));
             EXPECT_TRUE(tarnok::findStationary(part, stationary) || cut < size) << cut;
@@ -208,18 +210,12 @@ namespace {
 
 // Name, frames, loop and channels.
 const std::tuple<const char*, size_t, base::Loop, int> kSeams[] = {
-    {"whole", 44'100, {0, 44'100}, 1},
-    {"whole stereo", 44'100, {0, 44'100}, 2},
-    {"inner", 44'100, {11'000, 33'000}, 1},
-    {"behind an intro", 44'100, {11'000, 44'100}, 2},
-    {"before an outro", 44'100, {0, 22'000}, 1},
-    {"short inner", 44'100, {20'000, 20'300}, 1},
-    {"below a frame", 700, {0, 700}, 1},
-    {"tiny", 100, {0, 100}, 1},
-    {"hardly two windows", 500, {0, 500}, 2},
-    {"inside a tiny one", 400, {200, 300}, 1},
-    {"behind a short intro", 800, {100, 200}, 2},
-    {"whole odd", 11'600, {0, 11'600}, 1},
+    {"whole", 44'100, {0, 44'100}, 1},           {"whole stereo", 44'100, {0, 44'100}, 2},
+    {"inner", 44'100, {11'000, 33'000}, 1},      {"after an intro", 44'100, {11'000, 44'100}, 2},
+    {"before an outro", 44'100, {0, 22'000}, 1}, {"short inner", 44'100, {20'000, 20'300}, 1},
+    {"below a frame", 700, {0, 700}, 1},         {"tiny", 100, {0, 100}, 1},
+    {"hardly two windows", 500, {0, 500}, 2},    {"inside a tiny one", 400, {200, 300}, 1},
+    {"after a short intro", 800, {100, 200}, 2}, {"whole odd", 11'600, {0, 11'600}, 1},
 };
 
 } // namespace
@@ -231,10 +227,10 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
         for (const auto& [name, frames, loop, channelCount] : kSeams) {
             for (const int quality : {20, 34, 50, 80}) {
                 SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << name << " quality " << quality);
-                // Where KADPCM is as good as its 16 bits, a loop of a hundred samples is left to chance.
+                // Where KADPCM is as good as 16 bits allow, a loop of a hundred samples is too short to judge.
                 if (codec == Codec::Kadpcm && frames < 500 && loop.start > 0)
                     continue;
-                // A hundred frames are a period of all tones, so that the source itself has no seam.
+                // All tones have a period of a hundred frames, so the source itself has no seam.
                 MemorySound sound(channelCount, tarnok::encodingRate(codec, 44'100),
                                   tones(frames, channelCount, {0.01, 0.04}, 0.5f));
                 sound.setLoop(loop);
@@ -250,14 +246,14 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamOfALoopThanAnywhereElse)
                     std::vector<float> wanted;
                     for (size_t i = 0; i < count * channels; ++i) {
                         const size_t frame = from + i / channels;
-                        const size_t behind = (frame - loop.end) % (loop.end - loop.start);
+                        const size_t past = (frame - loop.end) % (loop.end - loop.start);
                         wanted.push_back(
-                            plain[(frame < loop.end ? frame : loop.start + behind) * channels + i % channels]);
+                            plain[(frame < loop.end ? frame : loop.start + past) * channels + i % channels]);
                     }
                     const std::vector<float> got = readFloats(*opened, count);
                     ASSERT_EQ(got.size(), wanted.size());
                     const double error = squaredError(wanted, got) / double(got.size());
-                    EXPECT_LT(std::sqrt(error / whole), 1.1) << (from < loop.end ? "before" : "behind");
+                    EXPECT_LT(std::sqrt(error / whole), 1.1) << (from < loop.end ? "before" : "after");
                 }
             }
         }
@@ -288,7 +284,7 @@ TEST(LossyEncoders, AreNoWorseAtTheSeamWhereTheRestIsNearlySilent)
     }
 }
 
-TEST(Encoders, StopWhenAskedAndPassOnTheFaultsOfTheSink)
+TEST(Encoders, StopOnRequestAndPassOnErrorsOfTheSink)
 {
     class FullSink final : public base::ByteSink
     {
@@ -314,7 +310,7 @@ TEST(Encoders, GiveTheSameBytesWhateverTheyEncodedBefore)
     for (const Codec codec : kCodecs) {
         const std::unique_ptr<tarnok::Encoder> encoder = tarnok::makeEncoder(codec);
         for (int round = 0; round < 2; ++round) {
-            // More kinds of sounds than an encoder keeps anything of, among them one that doesn't loop.
+            // More kinds of sounds than an encoder caches data for, among them one that doesn't loop.
             for (const auto& [channels, quality] :
                  {std::pair{1, 50}, {2, 50}, {1, 50}, {3, 20}, {2, 80}, {1, 20}, {2, 20}, {1, 80}}) {
                 SCOPED_TRACE(testing::Message() << "codec " << int(codec) << " " << channels << " at " << quality);
@@ -357,13 +353,13 @@ TEST(VorbisEncoder, SharesItsSetupBetweenSounds)
     EXPECT_EQ(encode(Codec::Vorbis, first).sound.setup, encode(Codec::Vorbis, second).sound.setup);
 }
 
-TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
+TEST(KadpcmEncoder, KeepsSilenceSilentAndDithersWhatSixteenBitsCannotRepresent)
 {
     MemorySound silence(1, 44'100, std::vector<float>(5'000, 0.0f));
     const test::SoundPointer quiet = openedBank(encode(Codec::Kadpcm, silence));
     EXPECT_EQ(readFloats(*quiet, 5'000), silence.floats());
 
-    // A tone of a third of the least significant bit is lost without dither.
+    // Without dither, a tone of a third of the least significant bit is lost.
     MemorySound faint(1, 44'100, tones(40'000, 1, {0.01}, 0.33f / 32'768));
     const test::SoundPointer opened = openedBank(encode(Codec::Kadpcm, faint));
     const std::vector<float> got = readFloats(*opened, 40'000);
@@ -372,7 +368,7 @@ TEST(KadpcmEncoder, LeavesSilenceSilentAndDithersWhatSixteenBitsCannotHold)
     EXPECT_NEAR(std::inner_product(wanted.begin(), wanted.end(), got.begin(), 0.0) / power, 1, 0.3);
 }
 
-TEST(DataStream, KeepsAsManySeekPointsOfALongSoundAsABankHolds)
+TEST(DataStream, KeepsAsManySeekPointsOfALongSoundAsABankAllows)
 {
     for (const size_t count : {size_t(0), size_t(1), bank::kMaximumSeekPoints, bank::kMaximumSeekPoints + 1,
                                2 * bank::kMaximumSeekPoints + 1, 5 * bank::kMaximumSeekPoints - 1}) {

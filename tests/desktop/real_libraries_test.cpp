@@ -1,4 +1,4 @@
-// The window over the real engine and the real builder.
+// The window with the real engine and the real builder.
 #include "mainwindow.hpp"
 
 #include "answers.hpp"

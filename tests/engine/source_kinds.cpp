@@ -77,7 +77,7 @@ const std::vector<SourceKind>& sourceKinds()
     return kinds;
 }
 
-std::string exampleOf(const SourceKind& kind)
+std::string exampleFile(const SourceKind& kind)
 {
     const std::string path = "example-" + kind.name;
     if (!std::filesystem::exists(path))

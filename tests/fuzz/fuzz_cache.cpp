@@ -1,5 +1,5 @@
-// Reads whatever the fuzzer makes up as a file of a cache: the first byte chooses its kind, and the others are what
-// comes after its header. The header is made to fit, as otherwise its checksums would let nothing through.
+// Reads the fuzzer's input as a file of a cache: the first byte selects its kind, and the others follow its header. The
+// header is made to match, because otherwise its checksums would reject everything.
 #include "bank/bytes.hpp"
 #include "bank/checksum.hpp"
 #include "bank/sound.hpp"
@@ -25,7 +25,7 @@ using Bytes = std::vector<uint8_t>;
     std::abort();
 }
 
-// A folder for a cache, gone at the end.
+// A folder for a cache, removed at the end.
 class Folder
 {
 public:
@@ -78,7 +78,7 @@ Bytes startingWith(const char (&magic)[Count], std::initializer_list<uint64_t> n
     return header;
 }
 
-// What is read from a table is what a table is made from.
+// The records that are read from a table give the same table again.
 void readRecords(std::span<const uint8_t> content)
 {
     Bytes file = startingWith(RecordTable::kMagic, {bank::checksum(content)});
@@ -110,13 +110,13 @@ void readIndex(std::span<const uint8_t> content)
     SourceIndex index(folder().path() + "/index");
     if (!std::filesystem::exists(segment))
         fail("a segment was taken for a damaged one");
-    // The fuzzer finds out under which hash this is looked for.
+    // The fuzzer finds the hash under which this is looked up.
     const std::optional<ContentHash> known = index.find("/no/such/file.wav", FileStamp());
     if (known && std::search(content.begin(), content.end(), known->bytes.begin(), known->bytes.end()) == content.end())
         fail("a file is known by a hash that is in no record");
 }
 
-// 16 bits with the size of the encoded data, that data, and the sound's record.
+// 16 bits with the size of the encoded data, the data, and the record of the sound.
 void readEntry(std::span<const uint8_t> content)
 {
     if (content.size() < 2)

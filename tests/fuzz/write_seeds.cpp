@@ -1,5 +1,5 @@
-// Writes small inputs from which fuzz_engine, fuzz_bank and fuzz_cache begin, into a folder for each of them in the
-// folder that is named. They are the same each time, but for the numbers that libsndfile draws for streams and times.
+// Writes small seed inputs for fuzz_engine, fuzz_bank and fuzz_cache, into one subfolder for each of them in the given
+// folder. They are the same each time, except for random stream numbers and times from libsndfile.
 #include "bank/bytes.hpp"
 #include "support/bank_maker.hpp"
 #include "support/hostile_files.hpp"
@@ -12,8 +12,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Larger inputs cost the fuzzer more than they give it.
-constexpr size_t kLargestSeed = 16 << 10;
+// Larger inputs slow the fuzzer down more than they help.
+constexpr size_t kMaximumSeedBytes = 16 << 10;
 
 void writeSounds(const std::string& folder)
 {
@@ -78,27 +78,27 @@ int main(int argc, char** argv)
         std::fputs("usage: write_seeds FOLDER\n", stderr);
         return 1;
     }
-    const auto folderOf = [&](const char* target) {
+    const auto makeFolder = [&](const char* target) {
         const std::string folder = std::string(argv[1]) + '/' + target + '/';
         std::filesystem::create_directories(folder);
         return folder;
     };
     const auto writeSmall = [](const std::string& folder, const std::vector<test::HostileFile>& files) {
         for (const auto& [name, bytes] : files) {
-            if (bytes.size() <= kLargestSeed)
+            if (bytes.size() <= kMaximumSeedBytes)
                 test::writeFile(folder + name, bytes);
         }
     };
-    const std::string engine = folderOf("engine");
+    const std::string engine = makeFolder("engine");
     writeSounds(engine);
     for (const auto& files : {test::hostileVorbisFiles(), test::hostileHeaders(), test::plainFiles()})
         writeSmall(engine, files);
 
-    const std::string bank = folderOf("bank");
+    const std::string bank = makeFolder("bank");
     writeSmall(bank, test::hostileBanks());
     const std::vector<bank_test::EncodedSound> sounds = encodedSounds();
     for (size_t i = 0; i < sounds.size(); ++i)
         test::writeFile(bank + "sound " + std::to_string(i), bank_test::makeBank({sounds[i], sounds[i]}));
-    writeCache(folderOf("cache"), sounds);
+    writeCache(makeFolder("cache"), sounds);
     return 0;
 }

@@ -25,7 +25,7 @@ base::Result<> MemorySound::seek(int64_t position)
 base::Result<> MemorySound::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
-    std::fill_n(frames, count * channels, 0.0f); // silence, where there is no frame
+    std::fill_n(frames, count * channels, 0.0f); // silence outside the sound
     for (size_t i = 0; i < count; ++i, ++mPosition, frames += channels) {
         if (const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts))
             std::copy_n(mSamples.data() + *frame * channels, channels, frames);
@@ -90,8 +90,8 @@ void tamper(std::span<uint8_t> part, Noise& noise)
     } else {
         const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
         const size_t size = noise.next() % 2 ? 4 : 8;
-        const size_t place = at / 4 * 4;
-        std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
+        const size_t position = at / 4 * 4;
+        std::memcpy(part.data() + position, &value, std::min(size, part.size() - position));
     }
 }
 

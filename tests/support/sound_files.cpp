@@ -19,7 +19,7 @@ namespace {
     std::abort();
 }
 
-// In pieces: libsndfile's Vorbis and Opus encoders keep a large write on the stack.
+// In pieces, because libsndfile's Vorbis and Opus encoders copy the samples of a write to the stack.
 template <typename Sample>
 void write(const std::string& path, int format, int channels, int rate, const std::vector<Sample>& samples)
 {

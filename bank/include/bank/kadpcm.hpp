@@ -1,8 +1,8 @@
-// KADPCM: the bank's own adaptive differential PCM, about 4.3 bits a sample.
+// KADPCM: the bank's own adaptive differential PCM, about 4.3 bits per sample.
 //
-// A sound is a row of superblocks of kSuperblockFrames frames, the last one shorter. Superblocks are independent of
-// each other, so that decoding may begin at any of them and the error of a loop's first sample is no larger than that
-// of any other sample. Their sizes differ: loud and busy passages get the bits that quiet ones don't need.
+// A sound is a sequence of superblocks of kSuperblockFrames frames; the last one may be shorter. Superblocks are
+// independent of each other, so decoding can begin at any of them, and the error of a loop's first sample is no larger
+// than that of any other sample. Their sizes differ: loud and complex passages get the bits that quiet ones don't need.
 //
 // Superblock
 //     for each channel in order: a channel block
@@ -64,39 +64,42 @@ inline constexpr int kMaximumOrder = 32;
     return static_cast<size_t>(channels) * (3 + 2 * static_cast<size_t>(frames));
 }
 
-// Two stretches of a sound that follow each other when it is played: the end of a loop and its start.
+// Two ranges of a sound that follow each other during playback: the end of a loop and its start.
 struct Seam
 {
     struct Side
     {
         uint64_t first = 0; // frame
-        uint64_t end = 0; // behind first
+        uint64_t end = 0; // exclusive; greater than first
     };
 
     uint64_t soundFrames = 0; // length of the sound
     std::array<Side, 2> sides;
 };
 
-// Turns 16-bit samples into superblocks. The same samples give the same bytes, however they are cut into calls. Memory
-// doesn't grow with the sound: samples are kept until a segment of kSegmentSamples is there (a sound below twice that
-// is one segment), then the segment's budget of bits is divided between its superblocks.
+// Encodes 16-bit samples as superblocks. The same samples give the same bytes, however they are divided among calls.
+// Memory doesn't grow with the length of the sound: samples are collected until a segment of kSegmentSamples is
+// complete, then the segment's budget of bits is divided among its superblocks. A sound shorter than two segments is
+// encoded as one.
 class Encoder
 {
 public:
     static constexpr int kSegmentSamples = 1 << 19; // of all channels together
 
-    // channels: 1 to 32 (asserted). With a seam, the superblocks at it get as many bits more as it takes for the error
-    // on each side to be no larger than that of the sound, of which the error so far is the least that it can be. Once
-    // stop was requested, encode and finish return within a few superblocks' time, and what was appended is of no use.
+    // channels: 1 to 32 (asserted). With a seam, the superblocks at the seam get enough extra bits that the error on
+    // each side is no larger than the mean error of the sound. That mean is estimated from the error so far, which can
+    // only grow. After stop has been requested, encode and finish return within the time of a few superblocks, and the
+    // appended bytes are useless.
     explicit Encoder(int channels, std::stop_token stop = {}, std::optional<Seam> seam = {});
     ~Encoder();
 
-    // Takes interleaved samples, whole frames (asserted), and appends the superblocks that are ready to bytes; often
-    // none. sizes, if given, gets the size in bytes of each of them.
+    // Takes interleaved samples, whole frames (asserted), and appends the superblocks that are complete to bytes, often
+    // none. If sizes isn't null, the size of each of them in bytes is appended to it.
     void encode(std::span<const int16_t> interleaved, std::vector<uint8_t>& bytes,
                 std::vector<uint32_t>* sizes = nullptr);
 
-    // Appends what remains, after the last samples. The encoder is then as new.
+    // Call this after the last samples: appends the remaining superblocks. The encoder can then be used for another
+    // sound.
     void finish(std::vector<uint8_t>& bytes, std::vector<uint32_t>* sizes = nullptr);
 
 private:
@@ -104,14 +107,14 @@ private:
     std::unique_ptr<Segment> mSegment;
 };
 
-// The size in bytes of the superblock that begins at the start of bytes, to step over it without decoding. bytes may
-// reach beyond it. 0: bytes end before it does.
+// Returns the size in bytes of the superblock at the start of bytes, so that it can be skipped without decoding. bytes
+// may continue after it. 0: bytes end before the superblock does.
 [[nodiscard]] size_t superblockBytes(std::span<const uint8_t> bytes, int channels);
 
-// Decodes the superblock that begins at the start of bytes into frames * channels samples. frames is kSuperblockFrames,
-// or what the sound's length leaves for its last superblock; bytes may reach beyond the superblock and are read only
-// where they are. Returns the superblock's size in bytes. 0: the bytes are damaged or end too early, and interleaved is
-// then in no defined state. Any bytes whatever are safe to decode, and take no longer than proper ones.
+// Decodes the superblock at the start of bytes into frames * channels samples. frames is kSuperblockFrames, or the
+// number of frames that remain for the last superblock of a sound. bytes may continue after the superblock; nothing
+// outside of bytes is read. Returns the superblock's size in bytes. 0: the bytes are damaged or end too early, and the
+// contents of interleaved are undefined. Arbitrary bytes are safe to decode and take no longer than valid ones.
 [[nodiscard]] size_t decodeSuperblock(std::span<const uint8_t> bytes, int channels, int frames, int16_t* interleaved);
 
 } // namespace bank::kadpcm

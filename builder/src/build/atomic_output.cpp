@@ -45,7 +45,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
         return base::Error{base::ErrorCode::Io,
                            std::string(base::baseName(target)) + ": this is a device or pipe, not a file"};
     }
-    const std::string folder = base::folderOf(target);
+    const std::string folder = base::parentFolder(target);
     base::TemporaryFile::removeAbandoned(folder, base::baseName(target));
     base::Result<base::TemporaryFile> file = base::TemporaryFile::create(folder, base::baseName(target));
     if (!file)
@@ -59,7 +59,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
 void AtomicOutput::removeAbandoned(const std::string& path)
 {
     const std::string target = followLink(path);
-    base::TemporaryFile::removeAbandoned(base::folderOf(target), base::baseName(target));
+    base::TemporaryFile::removeAbandoned(base::parentFolder(target), base::baseName(target));
 }
 
 // While it is written, the owner may always write: only so can it be swept up if the process is killed.

@@ -94,7 +94,7 @@ base::Result<> BuildOutputs::writeHeader(const BuildRequest& request, const std:
     for (const TARNOK_SUBSOUND& subsound : request.subsounds)
         names.push_back(soundName(subsound));
     const std::string text = cHeaderText(base::withoutExtension(base::baseName(request.outputFile)), names);
-    if (base::Result<> written = mHeader->write(base::bytesOf(text)); !written)
+    if (base::Result<> written = mHeader->write(base::textBytes(text)); !written)
         return written;
     return mHeader->finish(stop);
 }

@@ -38,7 +38,7 @@ bool Recovery::isStale(size_t index, const EncodedLocation& location) const
 {
     if (location.inCache())
         return !mServices.cache.reopen(location.key);
-    const base::Result<base::FileStamp> stamp = base::stampOf(pathsOf(mRequest.subsounds[index]).front());
+    const base::Result<base::FileStamp> stamp = base::readStamp(pathsOf(mRequest.subsounds[index]).front());
     return !stamp || *stamp != location.inSource->stamp;
 }
 

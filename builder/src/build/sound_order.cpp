@@ -34,7 +34,7 @@ std::vector<size_t> longestFirst(std::span<const TARNOK_SUBSOUND> subsounds, con
     std::vector<double> weights(subsounds.size());
     for (size_t index = 0; index < subsounds.size() && !stop.stop_requested(); ++index) {
         for (const std::string& path : pathsOf(subsounds[index])) {
-            if (const base::Result<base::FileStamp> stamp = base::stampOf(path))
+            if (const base::Result<base::FileStamp> stamp = base::readStamp(path))
                 weights[index] += double(stamp->size) * expansion(path);
         }
     }

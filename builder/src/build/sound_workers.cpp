@@ -37,7 +37,7 @@ base::Result<> SoundWorkers::start(unsigned maximumThreads)
     if (!workers->remark.empty())
         mServices.remarks.post(workers->remark);
     loadModule();
-    const SpillFiles spills(TemporaryFolders::startingWith(base::folderOf(mRequest.outputFile)));
+    const SpillFiles spills(TemporaryFolders::startingWith(base::parentFolder(mRequest.outputFile)));
     for (unsigned worker = 0; worker < workers->count; ++worker)
         mBuilders.emplace_back(mServices, spills);
     return {};

@@ -67,7 +67,7 @@ base::Result<> commitEntry(base::TemporaryFile* file, const std::string& path, c
     if (done.error().systemError == ENOENT) {
         if (base::Result<> sounds = base::makeFolder(soundsPath); !sounds)
             return sounds;
-        if (base::Result<> folder = base::makeFolder(base::folderOf(path)); !folder)
+        if (base::Result<> folder = base::makeFolder(base::parentFolder(path)); !folder)
             return folder;
         return file->commit(path);
     }

@@ -93,7 +93,7 @@ public:
     }
 
     // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
-    base::Result<> end(TARNOK_RESULT answer, uint32_t leadIn)
+    base::Result<> end(TARNOK_RESULT answer, uint32_t preSkip)
     {
         if (mResult)
             mResult = resultOf(answer);
@@ -102,12 +102,12 @@ public:
             return Error{ErrorCode::Codec};
         if (!mResult)
             return mResult;
-        if (leadIn > bank::kMaximumLeadIn)
+        if (preSkip > bank::kMaximumPreSkip)
             return Error{ErrorCode::Codec};
-        mEncoded->leadIn = leadIn;
+        mEncoded->preSkip = preSkip;
         if (const base::Result<> result = mData.finish(mEncoded); !result)
             return result.error();
-        const uint64_t decoded = mEncoded->sampleCount + leadIn;
+        const uint64_t decoded = mEncoded->sampleCount + preSkip;
         return codecResult((decoded + 8191) / 8192 <= mEncoded->dataBytes);
     }
 
@@ -247,9 +247,9 @@ public:
             return result.error();
         Job job(sound, sink, stop, encoded);
         const TARNOK_ENCODER_HOST host = job.host();
-        uint32_t leadIn = 0;
-        const TARNOK_RESULT answer = mModule.encode(&told, &host, &leadIn);
-        return job.end(answer, leadIn);
+        uint32_t preSkip = 0;
+        const TARNOK_RESULT answer = mModule.encode(&told, &host, &preSkip);
+        return job.end(answer, preSkip);
     }
 
 private:

@@ -119,7 +119,7 @@ public:
     [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // Of the first sample of a packet, counted from the first packet kept.
     [[nodiscard]] int64_t position(int64_t packet) const { return (packet - mFirstKept) * mFrame; }
-    [[nodiscard]] int64_t leadIn() const { return mSound - mFirstKept * mFrame; }
+    [[nodiscard]] int64_t preSkip() const { return mSound - mFirstKept * mFrame; }
 
 private:
     // Whether a key takes over for one that is due so near to it. Each costs processor time.
@@ -223,7 +223,7 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
     *encoded = describe(bank::Codec::Opus, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = packed(mapping);
-    encoded->leadIn = uint32_t(schedule.leadIn());
+    encoded->preSkip = uint32_t(schedule.preSkip());
     if (const base::Result<> result = sound.seek(schedule.start()); !result)
         return result.error();
 

@@ -232,7 +232,7 @@ public:
         mSeam.remember(packet);
         if (!mStarted) {
             mStarted = true;
-            mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
+            mSound->preSkip = uint32_t(mFirst - mPrimerCentre);
             if (const base::Result<> result = mData.writePacket(mPrimer); !result)
                 return result.error();
         }

@@ -227,7 +227,7 @@ base::Error DecodedFile::errorFor(KESS_RESULT result) const
     case KESS_ERR_FILE_NOTFOUND:
         return refused(ErrorCode::NotFound, "the file does not exist (" + mPath + ")");
     case KESS_ERR_FILE_BAD: {
-        const base::Result<base::FileStamp> stamp = base::stampOf(mPath);
+        const base::Result<base::FileStamp> stamp = base::readStamp(mPath);
         const bool isEmpty = stamp && stamp->size == 0;
         return refused(ErrorCode::Damaged, isEmpty ? "the file is empty" : "the file is damaged or cut short");
     }

@@ -67,7 +67,7 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
         if (!content)
             return content.error();
         identity.content = *content;
-        const base::Result<base::FileStamp> after = base::stampOf(path);
+        const base::Result<base::FileStamp> after = base::readStamp(path);
         if (!after)
             return after.error();
         if (*after != identity.stamp)

@@ -124,7 +124,7 @@ private:
 
 KESS_RESULT makeKadpcmDecoder(BankSound sound, DecoderPointer* decoder)
 {
-    if (sound.stored.leadIn != 0)
+    if (sound.stored.preSkip != 0)
         return KESS_ERR_FILE_BAD;
     *decoder = std::make_unique<KadpcmDecoder>(std::move(sound));
     return KESS_OK;

@@ -84,7 +84,7 @@ bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint
 
 StreamDecoder::StreamDecoder(BankSound sound, uint64_t preroll)
     : mFacts(std::move(sound.facts))
-    , mLeadIn(sound.stored.leadIn)
+    , mLeadIn(sound.stored.preSkip)
     , mPreroll(preroll)
     , mSeekPoints(std::move(sound.stored.seekPoints))
 {

@@ -43,7 +43,7 @@ KESS_RESULT walkPackets(EncodedData data, SeekPointCount* seekPoints)
 // The sound's sample that a position stands for, 0 for those before it.
 uint64_t sampleAt(uint64_t position, const bank::Sound& sound)
 {
-    return position > sound.leadIn ? position - sound.leadIn : 0;
+    return position > sound.preSkip ? position - sound.preSkip : 0;
 }
 
 // Whether each seek point of an Opus sound is where a packet begins, and what that packet gives first. What is decoded
