@@ -107,7 +107,7 @@ std::vector<Damage> makeForgeries(const Bytes& entry)
 
 // Damages a file of the cache. Without that file, the cache still has this number of the bank's sounds; after a build
 // it has all of them again.
-void expectHealing(const Order& order, const std::string& path, const std::vector<Damage>& damages, int left)
+void expectRepair(const Order& order, const std::string& path, const std::vector<Damage>& damages, int left)
 {
     const Bytes expected = readFile(order.output);
     for (const auto& [name, damage] : damages) {
@@ -162,11 +162,11 @@ TEST_F(Cache, RecoversFromEveryDamage)
     ASSERT_EQ(entries.size(), 3u);
 
     std::vector<Damage> damages = makeDamages(readFile(entries[0]));
-    damages.emplace_back("another's entry", [&](const std::string& path) { fs::copy_file(entries[1], path); });
+    damages.emplace_back("an entry of another sound", [&](const std::string& path) { fs::copy_file(entries[1], path); });
     std::ranges::copy(makeForgeries(readFile(entries[0])), std::back_inserter(damages));
     if (geteuid() != 0) // who may read everything
         damages.emplace_back("unreadable", [](const std::string& path) { close(creat(path.c_str(), 0)); });
-    expectHealing(order, entries[0], damages, 2);
+    expectRepair(order, entries[0], damages, 2);
 }
 
 // A folder "sounds" or "index" may be older than the cache that was put into its parent folder.
@@ -181,10 +181,10 @@ struct ForeignFiles : Workshop
         expected = mustBuild(order).bank;
         entries = filesBelow("cache/sounds");
         ASSERT_EQ(entries.size(), 8u);
-        const auto isBeside = [](const std::string& left, const std::string& right) {
+        const auto isInSameFolder = [](const std::string& left, const std::string& right) {
             return fs::path(left).parent_path() == fs::path(right).parent_path();
         };
-        entries.erase(std::unique(entries.begin(), entries.end(), isBeside), entries.end());
+        entries.erase(std::unique(entries.begin(), entries.end(), isInSameFolder), entries.end());
         ASSERT_GE(entries.size(), 3u);
         order.cache = fullPath("mine");
     }
@@ -645,7 +645,7 @@ TEST_F(RawSounds, AreReadAgainWhenTheirTableIsDamaged)
     mustBuild(order);
     const Bytes table = readFile(fullPath("cache/records"));
     ASSERT_GT(table.size(), 500u);
-    expectHealing(order, fullPath("cache/records"), makeDamages(table), converted);
+    expectRepair(order, fullPath("cache/records"), makeDamages(table), converted);
 }
 
 // Sounds of a PCM bank that stay in their files until the bank is written. The first one changes.
