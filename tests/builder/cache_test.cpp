@@ -162,7 +162,8 @@ TEST_F(Cache, RecoversFromEveryDamage)
     ASSERT_EQ(entries.size(), 3u);
 
     std::vector<Damage> damages = makeDamages(readFile(entries[0]));
-    damages.emplace_back("an entry of another sound", [&](const std::string& path) { fs::copy_file(entries[1], path); });
+    damages.emplace_back("an entry of another sound",
+                         [&](const std::string& path) { fs::copy_file(entries[1], path); });
     std::ranges::copy(makeForgeries(readFile(entries[0])), std::back_inserter(damages));
     if (geteuid() != 0) // who may read everything
         damages.emplace_back("unreadable", [](const std::string& path) { close(creat(path.c_str(), 0)); });

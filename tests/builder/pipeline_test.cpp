@@ -25,7 +25,6 @@
 #include <fstream>
 #include <numbers>
 #include <stop_token>
-#include <thread>
 
 #include <pthread.h>
 

@@ -244,7 +244,7 @@ class CostTest(Limits):
                 for arguments in COMMANDS:
                     status, text = self.run_within_limits("x.tnb", *arguments)
                     self.assertEqual(status, 1)
-                    self.assertRegex(text, "larger than")
+                    self.assertRegex(text, "too large")
 
     def test_packets(self):
         encoded, _, _ = self.encoded("opus", 1, bytes(2 * 4800))

@@ -4,7 +4,6 @@
 #include "encryption.hpp"
 #include "layout.hpp"
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace bank_test {

@@ -74,7 +74,7 @@ void useSubsounds(KESS::Sound& bank, const char* key)
     }
 }
 
-// Verification finds damage if and only if reading reported it.
+// Every finding must have a text, and the result must report damage if a finding does.
 void verify(const std::string& path, const char* key)
 {
     int faults = 0;
@@ -87,7 +87,7 @@ void verify(const std::string& path, const char* key)
     // An empty file can't be distinguished from an unreadable one.
     if (result != KESS_ERR_FILE_BAD) {
         requireOneOf(result, {KESS_OK, KESS_ERR_FORMAT, KESS_ERR_VERSION, KESS_ERR_KEY_WRONG}, "verifying");
-        require(faults == 0, "damage that the result doesn't tell");
+        require(faults == 0, "damage that the result doesn't report");
     }
 }
 

@@ -56,7 +56,7 @@ struct WavTags
 // Adds `smpl`, `cue ` and `LIST adtl` chunks to a WAV file.
 void addWavTags(const std::string& path, const WavTags& tags);
 
-// Whether writeByFfmpeg() works here.
+// Whether encodeSound() works here.
 [[nodiscard]] bool canEncode();
 
 // Writes a file with FFmpeg, in a container and with an encoder by their FFmpeg names, such as "asf" and "wmav2". tags

@@ -9,11 +9,11 @@
 //
 // Channel block (multi-byte numbers little-endian)
 //     u16   size of what follows, in bytes
-//     u8    mode: 0 to 32 predicted, by so many coefficients; 62 constant; 63 plain
+//     u8    mode: 0 to 32 predicted, with this number of coefficients; 62 constant; 63 plain
 //     constant:   i16, the value of every sample
 //     plain:      an i16 for each sample
 //     predicted:  u8 step, then a bit stream, most significant bit of each byte first, padded with zeros to a byte:
-//         5 bits   only if the channel isn't the first: coupling, offset by 16, in eighths
+//         5 bits   coupling plus 16, in eighths; absent in the first channel
 //         5 bits   start, the initial Rice parameter, at most 17
 //         then for each coefficient its index, two's complement, of coefficientBits(i) bits: 9 for the first two, 7 for
 //                  those up to the eighth, 6 for the others
@@ -23,23 +23,23 @@
 // Decoding of a predicted block. All arithmetic is on integers, >> rounds towards minus infinity.
 //
 //     step size s = (stepMantissa[step & 15] << (step >> 4)), in 1/256, where stepMantissa[i] = round(256 * 2^(i/16)).
-//     c[n] = (coupling * y[n] + 4) >> 3, where y is the decoded channel before this one; 0 for the first channel.
-//     d[n] = x[n] - c[n] is what the predictor sees of the decoded samples x.
+//     c[n] = (coupling * y[n] + 4) >> 3, where y is the previous decoded channel; 0 for the first channel.
+//     d[n] = x[n] - c[n], where x are the decoded samples, is the input of the predictor.
 //
 //     Coefficient i (from 1) is the reflection coefficient k[i] = round(2^20 * sin(index * pi / 2^coefficientBits(i))).
-//     They give the predictors of all orders, in 1/2^20, one after the other:
+//     The predictors of all orders, in 1/2^20, follow from them in turn:
 //         order i: a'[i] = k[i]; a'[j] = clamp(a[j] - ((k[i] * a[i-j] + 2^19) >> 20), -2^30, 2^30) for j = 1 to i-1,
 //         where a is the predictor of order i-1.
-//     Sample n is predicted by the order m = min(n, mode), so that a block needs no samples from before it:
+//     Sample n is predicted with order m = min(n, mode), so a block needs no samples of earlier blocks:
 //         p = clamp(c[n] + ((sum over j = 1 to m of a[j] * d[n-j] + 2^19) >> 20), -32768, 32767)
 //         x[n] = clamp(p + ((q * s + 128) >> 8), -32768, 32767)
-//     where q is the code u unfolded: q = u / 2 for an even u, -(u + 1) / 2 for an odd one.
+//     where q is the signed value of the code u: q = u / 2 for even u, -(u + 1) / 2 for odd u.
 //
-//     The code of samples 1 to mode: Exp-Golomb of parameter start. With v = u + 2^start and b the number of bits of v,
-//     b - 1 - start zeros (at most 17 - start), then v in b bits.
-//     The code of the others: Rice with the parameter r = riceParameter(A). u >> r zeros, a one, the r low bits of u;
-//     or, when there would be 20 zeros or more, 20 zeros and u in 17 bits. A is sixteen times the recent mean of u:
-//         before the first: A = 24 << start; after each: A = A - (A >> 4) + u
+//     Samples 1 to mode are coded with Exp-Golomb, parameter start: with v = u + 2^start and b the number of bits of v,
+//     the code is b - 1 - start zeros (at most 17 - start), then v in b bits.
+//     The others are coded with Rice, parameter r = riceParameter(A): u >> r zeros, a one, the r low bits of u;
+//     or, if that had 20 zeros or more, 20 zeros and u in 17 bits. A is sixteen times the recent mean of u:
+//         before the first of them: A = 24 << start; after each: A = A - (A >> 4) + u
 //         riceParameter(A) = the number of bits of (A >> 5), at most 17
 #pragma once
 
@@ -58,7 +58,7 @@ inline constexpr int kSuperblockFrames = 2048;
 inline constexpr int kMaximumChannels = 32;
 inline constexpr int kMaximumOrder = 32;
 
-// The most that a superblock of so many channels (1 to 32) and frames (1 to 2048) takes, in bytes.
+// The maximum size in bytes of a superblock with this number of channels (1 to 32) and frames (1 to 2048).
 [[nodiscard]] constexpr size_t maximumSuperblockBytes(int channels, int frames)
 {
     return static_cast<size_t>(channels) * (3 + 2 * static_cast<size_t>(frames));
