@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the scripts, which source it: installs missing packages and builds a preset.
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"

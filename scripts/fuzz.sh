@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs the fuzz targets, starting from the seeds that write_seeds makes, from the stored corpus and from the inputs that
 # earlier runs found.
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds a preset (default: release) and runs all its tests, or those whose names match a regular expression.
 #
 #     scripts/test.sh [release|debug|asan|tsan [REGEX]]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sound_bank.hpp"
 
 #include "console_remarks.hpp"

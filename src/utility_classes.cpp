@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_classes.hpp"
 
 #include "console_remarks.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workspace_model.hpp"
 
 #include "logger.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encryption.hpp"
 
 #include "bank/checksum.hpp"
@@ -14,26 +15,26 @@ using base::Result;
 
 namespace {
 
-// Of Argon2id: 19 MiB in two passes is what OWASP asks for at least.
+// Parameters of Argon2id: OWASP recommends at least 19 MiB with two passes.
 constexpr uint32_t kMemoryKiB = 19'456;
 constexpr uint32_t kPasses = 2;
 
-// What a reader puts up with: enough for stronger parameters some day, too little to exhaust a game's memory.
+// What a reader accepts: leaves room for stronger parameters in the future, but can't exhaust a game's memory.
 constexpr uint32_t kMinimumPieceBytes = 4096;
 constexpr uint32_t kMaximumPieceBytes = 1024 * 1024;
 constexpr uint32_t kMinimumMemoryKiB = 8;
 constexpr uint32_t kMaximumMemoryKiB = 64 * 1024;
 constexpr uint32_t kMaximumPasses = 16;
 
-// Keeps the digest apart from every other use of BLAKE2b on the same bytes.
+// Distinguishes the digest from every other use of BLAKE2b on the same bytes.
 constexpr std::string_view kDigestContext = "tnb content tag 1";
 constexpr std::string_view kCheckContext = "tnb key check 1";
 constexpr std::string_view kPieceContext = "tnb piece key 2";
 
 void requireSodium()
 {
-    // Negative only where the system has no source of randomness, which nothing here uses; the call also selects the
-    // code for this processor, and may be made from several threads.
+    // The result is negative only if the system has no source of randomness, which nothing here uses. The call also
+    // selects the code for this processor. It may be made from several threads.
     static const int ready = sodium_init();
     (void)ready;
 }
@@ -45,7 +46,7 @@ void keyedHash(std::span<const uint8_t> key, std::string_view context, std::span
 {
     crypto_generichash_state state;
     crypto_generichash_init(&state, key.data(), key.size(), Size);
-    crypto_generichash_update(&state, base::bytesOf(context).data(), context.size());
+    crypto_generichash_update(&state, base::textBytes(context).data(), context.size());
     crypto_generichash_update(&state, message.data(), message.size());
     crypto_generichash_final(&state, hash->data(), Size);
     sodium_memzero(&state, sizeof state);
@@ -53,7 +54,7 @@ void keyedHash(std::span<const uint8_t> key, std::string_view context, std::span
 
 using Nonce = std::array<uint8_t, crypto_aead_xchacha20poly1305_ietf_NPUBBYTES>;
 
-Nonce nonceOf(uint64_t piece)
+Nonce makeNonce(uint64_t piece)
 {
     Nonce nonce{};
     base::storeLittle(nonce.data(), piece);
@@ -65,8 +66,8 @@ uint64_t pieceCount(uint64_t plainBytes, uint32_t pieceBytes)
     return plainBytes / pieceBytes + (plainBytes % pieceBytes != 0);
 }
 
-// The plain layout of an encrypted file. A few pieces are kept, since a decoder reads packet after packet and several
-// sounds may be read in turns.
+// The plain layout of an encrypted file. Keeps a few decrypted pieces, since a decoder reads packet by packet, and
+// several sounds may be read alternately.
 class DecryptingSource final : public base::ByteSource
 {
 public:
@@ -104,10 +105,10 @@ private:
     {
         uint64_t index = 0;
         uint64_t used = 0;
-        std::vector<uint8_t> plain; // empty: nothing kept here
+        std::vector<uint8_t> plain; // empty: this slot is unused
     };
 
-    // The decrypted piece, valid until the next call.
+    // Returns the decrypted piece, valid until the next call.
     Result<const std::vector<uint8_t>*> fetch(uint64_t index) const
     {
         Kept* oldest = &mKept[0];
@@ -182,13 +183,13 @@ Result<EncryptedHeader> readEncryptedHeader(const base::ByteSource& source)
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes
         || header.memoryKiB < kMinimumMemoryKiB || header.memoryKiB > kMaximumMemoryKiB || header.passes == 0
         || header.passes > kMaximumPasses)
-        return layout::damaged("the header describes an encryption that no bank has");
+        return layout::damaged("the encryption parameters in the header are impossible");
     const uint64_t fileBytes = header.prefix.fileBytes;
     if (header.plainBytes == 0 || header.plainBytes > fileBytes
         || fileBytes
             != header.prefix.headerBytes + header.plainBytes
                 + pieceCount(header.plainBytes, header.pieceBytes) * kTagBytes)
-        return layout::damaged("the header gives sizes that don't fit each other");
+        return layout::damaged("the sizes in the header contradict each other");
     return header;
 }
 
@@ -218,14 +219,14 @@ void PieceKeys::encrypt(uint64_t piece, std::span<const uint8_t> plain, std::vec
 {
     sealed->resize(plain.size() + kTagBytes);
     crypto_aead_xchacha20poly1305_ietf_encrypt(sealed->data(), nullptr, plain.data(), plain.size(), nullptr, 0, nullptr,
-                                               nonceOf(piece).data(), mKey.data());
+                                               makeNonce(piece).data(), mKey.data());
 }
 
 Result<> PieceKeys::decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const
 {
     assert(plain.size() + kTagBytes == sealed.size());
     const int failed = crypto_aead_xchacha20poly1305_ietf_decrypt(
-        plain.data(), nullptr, nullptr, sealed.data(), sealed.size(), nullptr, 0, nonceOf(piece).data(), mKey.data());
+        plain.data(), nullptr, nullptr, sealed.data(), sealed.size(), nullptr, 0, makeNonce(piece).data(), mKey.data());
     if (failed)
         return Error{ErrorCode::Damaged};
     return {};
@@ -235,7 +236,7 @@ DigestSink::DigestSink()
 {
     requireSodium();
     crypto_generichash_init(&mState, nullptr, 0, std::tuple_size_v<ContentTag>);
-    crypto_generichash_update(&mState, base::bytesOf(kDigestContext).data(), kDigestContext.size());
+    crypto_generichash_update(&mState, base::textBytes(kDigestContext).data(), kDigestContext.size());
 }
 
 Result<> DigestSink::write(std::span<const uint8_t> bytes)

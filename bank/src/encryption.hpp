@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: MIT
 // Encrypts the plain layout in pieces that can be read in any order.
 //
-// The key of a bank comes from the password by Argon2id with a salt, and everything must come out the same for the
-// same input. So the salt is taken from the content tag, a BLAKE2b digest of the whole plain layout: two different
-// contents have different tags, hence different keys, and no nonce is ever used for two plaintexts under one key. What
-// this gives away is equality: whoever has two encrypted banks sees whether key and content are both the same, and
-// whoever already has the complete plain layout can recognise it.
+// Argon2id derives the key of a bank from the password and a salt. The same input must give the same bank, so the salt
+// can't be random: it is taken from the content tag, a BLAKE2b digest of the whole plain layout. Different contents
+// have different tags and thus different keys, so no nonce is used for two plaintexts under one key. This reveals
+// equality: whoever has two encrypted banks can see whether both key and content are the same, and whoever has the
+// complete plain layout can recognise it.
 //
-// The pieces' own key also covers the header, so that a piece fits one position (its nonce) of one file of one size,
-// and no piece is accepted under a header that was changed.
+// The key of the pieces also depends on the header. So a piece is valid only at one position (its nonce) in one file of
+// one size, and no piece is accepted under a modified header.
 #pragma once
 
 #include "layout.hpp"
@@ -26,18 +27,18 @@ using layout::ContentTag;
 using layout::EncryptedHeader;
 using layout::KeyCheck;
 
-// Without the key check, which derive() gives.
+// Makes the header without the key check, which needs PieceKeys::derive().
 [[nodiscard]] EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag);
 [[nodiscard]] uint64_t encryptedBytes(uint64_t plainBytes);
 
-// ErrorCode::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
+// ErrorCode::Damaged: also for extreme parameters, so that a file can't demand gigabytes of memory.
 base::Result<EncryptedHeader> readEncryptedHeader(const base::ByteSource& source);
 
-// Keys, wiped from memory when done with.
+// The keys of a bank. The destructor wipes the key of the pieces from memory.
 class PieceKeys
 {
 public:
-    // ErrorCode::Memory: none for Argon2id.
+    // ErrorCode::Memory: there isn't enough for Argon2id.
     static base::Result<std::shared_ptr<const PieceKeys>> derive(const EncryptedHeader& header,
                                                                  std::string_view password);
 
@@ -46,7 +47,7 @@ public:
     PieceKeys(const PieceKeys&) = delete;
     PieceKeys& operator=(const PieceKeys&) = delete;
 
-    // What the header of the right key holds.
+    // The key check that the header contains if this is the right key.
     [[nodiscard]] const KeyCheck& check() const { return mCheck; }
 
     void encrypt(uint64_t piece, std::span<const uint8_t> plain, std::vector<uint8_t>* sealed) const;
@@ -57,7 +58,7 @@ private:
     KeyCheck mCheck{};
 };
 
-// Digests what is written to it.
+// Computes the digest of what is written to it.
 class DigestSink final : public base::ByteSink
 {
 public:
@@ -71,8 +72,9 @@ private:
     uint64_t mBytes = 0;
 };
 
-// Encrypts what is written to it into another sink. finish() writes the last piece, and returns ErrorCode::Damaged when
-// what came through isn't what the tag was made of: under that key it must not be kept.
+// Encrypts what is written to it into another sink. finish() writes the last piece. It returns ErrorCode::Damaged if
+// the written bytes don't have the digest in tag: the file must then be discarded, since it isn't the content that the
+// key belongs to.
 class EncryptingSink final : public base::ByteSink
 {
 public:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "layout.hpp"
 
 #include "bank/checksum.hpp"
@@ -22,14 +23,14 @@ static_assert(kadpcm::kMaximumChannels == kMaximumChannels);
 
 namespace {
 
-// No codec of ours gives more samples than this for one byte: a Vorbis block of 8,192 samples needs a packet.
+// No codec of ours decodes one byte to more samples than this: a Vorbis block of 8,192 samples takes a packet.
 constexpr uint64_t kMaximumSamplesPerByte = 8192;
 
-// A length that no sound reaches, below which sums of positions can't overflow.
+// No sound is longer than this, and sums of positions up to this length can't overflow.
 constexpr uint64_t kMaximumSampleCount = uint64_t{1} << 48;
 
-// Four characters as they are read from a chunk.
-constexpr uint32_t tagOf(const char (&text)[5])
+// Four characters as a number, as loaded from a chunk.
+constexpr uint32_t makeTag(const char (&text)[5])
 {
     uint32_t tag = 0;
     for (int i = 3; i >= 0; --i)
@@ -37,15 +38,16 @@ constexpr uint32_t tagOf(const char (&text)[5])
     return tag;
 }
 
-constexpr uint32_t kTagLoop = tagOf("LOOP");
-constexpr uint32_t kTagPeak = tagOf("PEAK");
-constexpr uint32_t kTagSync = tagOf("SYNC");
-constexpr uint32_t kTagSeek = tagOf("SEEK");
-constexpr uint32_t kTagSeam = tagOf("SEAM");
+constexpr uint32_t kTagLoop = makeTag("LOOP");
+constexpr uint32_t kTagPeak = makeTag("PEAK");
+constexpr uint32_t kTagSync = makeTag("SYNC");
+constexpr uint32_t kTagSeek = makeTag("SEEK");
+constexpr uint32_t kTagSeam = makeTag("SEAM");
 
 constexpr size_t kCorrectionHeadBytes = 12;
 
-// A loop has one seam, hence two corrections at most; every block that is decoded looks at all of them.
+// A loop has one seam, around which a writer stores two corrections at most. The bound keeps decoding fast: each
+// decoded block checks all corrections.
 constexpr size_t kMaximumCorrections = 8;
 
 void appendChunk(std::vector<uint8_t>& chunks, uint32_t tag, std::span<const uint8_t> payload)
@@ -141,7 +143,7 @@ bool unpackSeekPoints(std::span<const uint8_t> payload, Sound* sound)
     for (; !payload.empty(); payload = payload.subspan(16)) {
         const SeekPoint point{loadLittle<uint64_t>(payload.data()), loadLittle<uint64_t>(payload.data() + 8)};
         if (point.position <= last.position || point.offset <= last.offset || point.offset >= sound->dataBytes
-            || point.position > sound->leadIn + sound->sampleCount)
+            || point.position > sound->preSkip + sound->sampleCount)
             return false;
         sound->seekPoints.push_back(point);
         last = point;
@@ -158,7 +160,7 @@ bool unpackCorrections(std::span<const uint8_t> payload, Sound* sound)
         correction.first = loadLittle<uint64_t>(payload.data());
         correction.frames = loadLittle<uint32_t>(payload.data() + 8);
         payload = payload.subspan(kCorrectionHeadBytes);
-        if (correction.frames == 0 || correction.frames > kMostCorrectedFrames
+        if (correction.frames == 0 || correction.frames > kMaximumCorrectedFrames
             || !base::rangeInside(correction.first, correction.frames, sound->sampleCount))
             return false;
         const size_t scales = sound->channels * correctionScales(correction.frames);
@@ -186,7 +188,7 @@ constexpr std::array<ChunkKind, 5> kChunkKinds = {{{kTagLoop, unpackLoop},
                                                    {kTagSeek, unpackSeekPoints},
                                                    {kTagSeam, unpackCorrections}}};
 
-// Each of these calls field(offset, member) for every member of a record, to store or to load it.
+// Each of these functions calls field(offset, member) for every member of a record, to store it or to load it.
 
 template <typename Field>
 void eachField(Prefix& prefix, Field field)
@@ -240,7 +242,7 @@ void eachField(Row& row, Field field)
     field(2, row.channels);
     field(4, row.sampleRate);
     field(8, row.sampleCount);
-    field(16, row.leadIn);
+    field(16, row.preSkip);
     field(20, row.quality);
     field(24, row.setup);
     field(28, row.chunksBytes);
@@ -371,7 +373,7 @@ Error damaged(std::string_view what)
 
 Error unreadable(const Error& error, std::string_view what)
 {
-    // Bytes that are inside the source can only be damaged for those who decrypt them.
+    // Reading inside the source fails as damaged only when decryption fails.
     if (error.code == ErrorCode::Damaged)
         return damaged(std::string(what) + " can't be decrypted: the bank was changed");
     return error;
@@ -396,7 +398,7 @@ Result<Prefix> readPrefix(const base::ByteSource& source)
 Result<std::vector<uint8_t>> readHeader(const base::ByteSource& source, const Prefix& prefix, size_t minimum)
 {
     if (prefix.headerBytes < minimum || prefix.headerBytes > kMaximumHeaderBytes || prefix.headerBytes % 8 != 0)
-        return damaged("the header gives a wrong size for itself");
+        return damaged("the size of the header is wrong");
     if (prefix.headerBytes > source.size())
         return damaged("the file ends within its header");
     std::vector<uint8_t> bytes(prefix.headerBytes);
@@ -411,34 +413,34 @@ Result<std::vector<uint8_t>> readHeader(const base::ByteSource& source, const Pr
     return bytes;
 }
 
-const char* faultOf(const Row& row)
+const char* findFault(const Row& row)
 {
     if (row.channels == 0 || row.channels > kMaximumChannels)
         return "its number of channels is impossible";
     if (row.sampleRate == 0 || row.sampleRate > kMaximumSampleRate)
         return "its sample rate is impossible";
-    if (row.sampleCount > kMaximumSampleCount || row.leadIn > kMaximumLeadIn)
+    if (row.sampleCount > kMaximumSampleCount || row.preSkip > kMaximumPreSkip)
         return "its length is impossible";
     if (row.quality > kMaximumQuality)
         return "its quality is impossible";
     if (row.chunksBytes > kMaximumChunksBytes)
-        return "its chunks are larger than those of any sound";
+        return "its chunks are too large";
     if (row.nameBytes > kMaximumNameBytes)
-        return "its name is longer than any";
-    constexpr const char* kNoFit = "its length and the size of its data don't fit each other";
+        return "its name is too long";
+    constexpr const char* kNoFit = "its length doesn't match the size of its data";
     if (row.codec == Codec::Pcm) {
         const uint64_t frameBytes = bytesPerSample(row.sampleFormat) * row.channels;
         if (frameBytes == 0)
             return "its sample format is unknown";
         const bool fits =
-            row.leadIn == 0 && row.dataBytes / frameBytes == row.sampleCount && row.dataBytes % frameBytes == 0;
+            row.preSkip == 0 && row.dataBytes / frameBytes == row.sampleCount && row.dataBytes % frameBytes == 0;
         return fits ? nullptr : kNoFit;
     }
     if (row.sampleFormat != SampleFormat::Pcm16)
         return "its sample format is unknown";
-    if (row.codec == Codec::Kadpcm && row.leadIn != 0)
+    if (row.codec == Codec::Kadpcm && row.preSkip != 0)
         return kNoFit;
-    return (row.sampleCount + row.leadIn) / kMaximumSamplesPerByte <= row.dataBytes ? nullptr : kNoFit;
+    return (row.sampleCount + row.preSkip) / kMaximumSamplesPerByte <= row.dataBytes ? nullptr : kNoFit;
 }
 
 std::vector<uint8_t> packChunks(const Sound& sound)
@@ -469,11 +471,11 @@ Result<> unpackChunks(std::span<const uint8_t> chunks, Sound* sound)
     std::array<bool, kChunkKinds.size()> seen{};
     while (!chunks.empty()) {
         if (chunks.size() < 8)
-            return damaged("its chunks end within one");
+            return damaged("its last chunk is incomplete");
         const uint32_t tag = loadLittle<uint32_t>(chunks.data());
         const uint32_t bytes = loadLittle<uint32_t>(chunks.data() + 4);
         if (bytes > chunks.size() - 8)
-            return damaged("its chunks end within one");
+            return damaged("its last chunk is incomplete");
         for (size_t i = 0; i < kChunkKinds.size(); ++i) {
             if (kChunkKinds[i].tag != tag)
                 continue;
@@ -488,7 +490,7 @@ Result<> unpackChunks(std::span<const uint8_t> chunks, Sound* sound)
     return {};
 }
 
-Row rowOf(const Sound& sound, std::span<const uint8_t> chunks)
+Row makeRow(const Sound& sound, std::span<const uint8_t> chunks)
 {
     Row row{sound};
     row.chunksBytes = static_cast<uint32_t>(chunks.size());
@@ -496,7 +498,7 @@ Row rowOf(const Sound& sound, std::span<const uint8_t> chunks)
     return row;
 }
 
-Sound soundOf(const Row& row)
+Sound makeSound(const Row& row)
 {
     Sound sound;
     static_cast<EncodedFacts&>(sound) = row;

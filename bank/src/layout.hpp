@@ -1,4 +1,6 @@
-// The offset of each field of a bank: headers, rows of the sound table, tags. docs/tnb-format.md is the same in words.
+// SPDX-License-Identifier: MIT
+// The fields of a bank: headers, rows of the tables, chunks. docs/tnb-format.md describes them for readers in other
+// languages.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -8,7 +10,7 @@
 
 namespace bank::layout {
 
-// The eighth bit, both line ends and the end-of-file character show a transfer that changed bytes.
+// The byte above 127, both kinds of line ends and the end-of-file character reveal a transfer that has changed bytes.
 inline constexpr std::array<uint8_t, 8> kMagic = {0x89, 'T', 'N', 'B', '\r', '\n', 0x1a, '\n'};
 inline constexpr uint16_t kMajorVersion = 2;
 inline constexpr uint16_t kMinorVersion = 0;
@@ -17,12 +19,12 @@ inline constexpr uint32_t kFlagEncrypted = 1;
 inline constexpr uint32_t kFlagGuid = 2;
 inline constexpr uint32_t kFlagNames = 4;
 
-// What a plain and an encrypted header begin with, and end with.
+// The start and the end that a plain and an encrypted header have in common.
 inline constexpr size_t kPrefixBytes = 40;
 inline constexpr size_t kChecksumBytes = 8;
 inline constexpr size_t kMaximumHeaderBytes = 4096;
 
-// A reader keeps them in memory. Enough for 150,000 sounds with names of a hundred bytes.
+// A reader keeps the tables in memory. This is enough for 150,000 sounds with names of a hundred bytes.
 inline constexpr uint64_t kMaximumTablesBytes = 32 << 20;
 
 inline constexpr size_t kHeaderBytes = 160;
@@ -38,7 +40,7 @@ inline constexpr uint32_t kNoSetup = 0xffffffff;
     return (offset + alignment - 1) / alignment * alignment;
 }
 
-// The fields at the same offset in both kinds of header.
+// The fields that have the same offset in both kinds of header.
 struct Prefix
 {
     uint16_t majorVersion = kMajorVersion;
@@ -68,11 +70,11 @@ struct Header
     uint64_t tablesChecksum = 0;
 };
 
-// The first 16 bytes of a content tag are the salt of an encrypted bank.
+// Digest of the plain layout. Its first 16 bytes are the salt of an encrypted bank.
 using ContentTag = std::array<uint8_t, 32>;
 using KeyCheck = std::array<uint8_t, 16>;
 
-// The header of an encrypted bank, of which the pieces follow.
+// The header of an encrypted bank; the pieces follow it.
 struct EncryptedHeader
 {
     Prefix prefix;
@@ -83,11 +85,12 @@ struct EncryptedHeader
     ContentTag contentTag{};
     KeyCheck keyCheck{};
 
-    // All bytes of the header except key check and checksum: what the key of the pieces covers. Not stored as a field.
+    // All bytes of the header except key check and checksum, on which the key of the pieces depends. Not a field of the
+    // file.
     std::vector<uint8_t> bound;
 };
 
-// A row of the sound table. In a sound's serialised form, which begins with one, setup, offsets and name are zero.
+// A row of the sound table. A serialised sound begins with one, in which setup, offsets and name are zero.
 struct Row : EncodedFacts
 {
     uint32_t setup = 0;
@@ -101,7 +104,7 @@ struct Row : EncodedFacts
     bool operator==(const Row&) const = default;
 };
 
-// The location of a setup in the bank, and its checksum.
+// The location of a setup in the bank, its checksum and its size.
 struct SetupRow
 {
     uint64_t offset = 0;
@@ -118,15 +121,15 @@ struct NameIndexRow
     auto operator<=>(const NameIndexRow&) const = default;
 };
 
-// Below, a pointer points to as many bytes as the record has.
+// In the following functions, a pointer points to as many bytes as the record has.
 [[nodiscard]] Prefix loadPrefix(const uint8_t* bytes);
 
-// store() and pack() of a header add the checksum at its end.
+// store() and pack() of a header also write the checksum at its end.
 void store(const Header& header, uint8_t* bytes);
 [[nodiscard]] Header loadHeader(const uint8_t* bytes);
 
 [[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
-// bytes: the whole header, at least kEncryptedHeaderBytes long; a later minor version may have appended to it.
+// bytes: the whole header, at least kEncryptedHeaderBytes; later minor versions may append fields.
 [[nodiscard]] EncryptedHeader loadEncryptedHeader(std::span<const uint8_t> bytes);
 
 void store(const Row& row, uint8_t* bytes);
@@ -138,36 +141,36 @@ void store(const SetupRow& row, uint8_t* bytes);
 void store(const NameIndexRow& row, uint8_t* bytes);
 [[nodiscard]] NameIndexRow loadNameIndexRow(const uint8_t* bytes);
 
-// ErrorCode::Damaged: what, in words.
+// ErrorCode::Damaged with what as its text.
 [[nodiscard]] base::Error damaged(std::string_view what);
 
-// error, from reading what (in the plural), which is inside the source.
+// The error to report when reading what (a plural noun) has failed with error, although its range is inside the source.
 [[nodiscard]] base::Error unreadable(const base::Error& error, std::string_view what);
 
 // Reads the first bytes of a bank. ErrorCode::Format, ErrorCode::Version, ErrorCode::Damaged, ErrorCode::Io.
 base::Result<Prefix> readPrefix(const base::ByteSource& source);
 
-// Reads the whole header that prefix announces, at least minimum bytes long, and verifies its checksum, which is its
+// Reads the whole header, at least minimum bytes long, whose size is in prefix. Verifies its checksum, which is its
 // last eight bytes, and the size of the file.
 base::Result<std::vector<uint8_t>> readHeader(const base::ByteSource& source, const Prefix& prefix, size_t minimum);
 
-// What is wrong with the row's own ranges, null for nothing: channels, rates, lengths that the data could hold. The
-// reader checks the offsets.
-[[nodiscard]] const char* faultOf(const Row& row);
+// Checks the row by itself: channels, rate, and whether its data can hold its length. Returns what is wrong, null if
+// nothing is. The reader checks the offsets.
+[[nodiscard]] const char* findFault(const Row& row);
 [[nodiscard]] inline bool plausible(const Row& row)
 {
-    return !faultOf(row);
+    return !findFault(row);
 }
 
 // The chunks of a sound.
 [[nodiscard]] std::vector<uint8_t> packChunks(const Sound& sound);
 
-// Fills the optional members of *sound, whose others are set. ErrorCode::Damaged.
+// Fills in the members of *sound that are stored in chunks; the others must be set. ErrorCode::Damaged.
 base::Result<> unpackChunks(std::span<const uint8_t> chunks, Sound* sound);
 
-// The row's part of a sound, and back.
-[[nodiscard]] Row rowOf(const Sound& sound, std::span<const uint8_t> chunks);
-[[nodiscard]] Sound soundOf(const Row& row);
+// Conversion between a sound and its row.
+[[nodiscard]] Row makeRow(const Sound& sound, std::span<const uint8_t> chunks);
+[[nodiscard]] Sound makeSound(const Row& row);
 
 // FNV-1a, 64 bits, of the bytes of a name: the order of the name index.
 [[nodiscard]] uint64_t nameHash(std::span<const uint8_t> name);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/reader.hpp"
 
 #include "bank/checksum.hpp"
@@ -35,8 +36,8 @@ struct Range
     uint64_t bytes = 0;
 };
 
-// Whether ranges, none of which overflows, share bytes. Those that rise, as writers lay them, take a look each and no
-// memory; only others have to be sorted.
+// Finds out whether ranges share bytes. None of them may overflow. Ranges in rising order, as writers lay them out,
+// need one comparison each and no memory; only others have to be sorted.
 class Overlaps
 {
 public:
@@ -49,7 +50,7 @@ public:
         ++mCount;
     }
 
-    // forEach(take) gives the same ranges to take(range).
+    // forEach(take) must call take(range) for the same ranges.
     template <typename ForEach>
     [[nodiscard]] bool any(ForEach forEach) const
     {
@@ -76,13 +77,14 @@ private:
 
 } // namespace
 
-// Header and tables in memory, and the only access to them: what load() has accepted lies inside the file.
+// Header and tables in memory. All access to them goes through these functions, which rely on load() to have checked
+// every offset.
 struct BankReader::Tables
 {
     std::shared_ptr<const base::ByteSource> source;
     Header header;
     BankInfo info;
-    std::vector<uint8_t> bytes; // header and tables, as they stand in the file
+    std::vector<uint8_t> bytes; // header and tables, as stored in the file
 
     [[nodiscard]] Row row(uint32_t index) const
     {
@@ -103,18 +105,19 @@ struct BankReader::Tables
     [[nodiscard]] uint64_t tablesEnd() const { return bytes.size(); }
 
     Result<> load();
-    Result<> checkPlaces() const;
+    Result<> checkRanges() const;
     [[nodiscard]] bool tablesFit() const;
     [[nodiscard]] const char* headerFault() const;
     [[nodiscard]] const char* rowFault(const Row& row) const;
 
-    // Every setup, all chunks and all data; every name, counted from the first.
+    // Call take(range) for every setup, all chunks and all data, and for every name; offsets of names count from the
+    // first name.
     template <typename Take>
     void forEachPart(Take take) const;
     template <typename Take>
     void forEachName(Take take) const;
 
-    // what: begins the text of an error.
+    // what: the start of the error text, a plural noun.
     Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected,
                                              std::string_view what) const;
 };
@@ -131,9 +134,9 @@ Result<> BankReader::Tables::load()
         return front.error();
     header = loadHeader(front->data());
     if (!base::rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
-        return damaged("the tables extend beyond the end of the file");
+        return damaged("the tables extend past the end of the file");
     if (header.tablesBytes > kMaximumTablesBytes)
-        return damaged("the tables are larger than those of any bank");
+        return damaged("the tables are too large");
 
     bytes = std::move(*front);
     bytes.resize(static_cast<size_t>(prefix->headerBytes + header.tablesBytes));
@@ -142,7 +145,7 @@ Result<> BankReader::Tables::load()
         return unreadable(result.error(), "the tables");
     if (checksum(tables) != header.tablesChecksum)
         return damaged("the tables don't match the checksum");
-    if (const Result<> result = checkPlaces(); !result)
+    if (const Result<> result = checkRanges(); !result)
         return result.error();
 
     info.majorVersion = header.prefix.majorVersion;
@@ -158,7 +161,7 @@ Result<> BankReader::Tables::load()
 
 bool BankReader::Tables::tablesFit() const
 {
-    // Counts and sizes are 32 bits wide, so that their products fit 64.
+    // Counts and sizes have 32 bits, so their products fit 64.
     const std::array<Range, 4> tables = {
         {{header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes},
          {header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes},
@@ -177,7 +180,7 @@ bool BankReader::Tables::tablesFit() const
 const char* BankReader::Tables::rowFault(const Row& row) const
 {
     const uint64_t fileBytes = header.prefix.fileBytes;
-    if (const char* fault = faultOf(row))
+    if (const char* fault = findFault(row))
         return fault;
     if (row.setup != kNoSetup && row.setup >= header.setupCount)
         return "its setup doesn't exist";
@@ -193,7 +196,7 @@ const char* BankReader::Tables::rowFault(const Row& row) const
 const char* BankReader::Tables::headerFault() const
 {
     if (!tablesFit())
-        return "a table lies outside the tables or within another";
+        return "a table lies outside the tables or overlaps another one";
     if (header.quality > kMaximumQuality)
         return "the quality in the header is impossible";
     const bool hasNames = header.prefix.flags & kFlagNames;
@@ -225,8 +228,8 @@ void BankReader::Tables::forEachName(Take take) const
     }
 }
 
-// Without the rule that nothing is shared, a small file could hold a large sound thousands of times.
-Result<> BankReader::Tables::checkPlaces() const
+// If sounds could share bytes, a small file could contain a large sound thousands of times.
+Result<> BankReader::Tables::checkRanges() const
 {
     if (const char* found = headerFault())
         return damaged(found);
@@ -236,7 +239,7 @@ Result<> BankReader::Tables::checkPlaces() const
         if (setup.offset < tablesEnd() || !base::rangeInside(setup.offset, setup.bytes, header.prefix.fileBytes))
             return damaged("setup " + std::to_string(i) + " lies outside the bank");
         if (setup.bytes > kMaximumSetupBytes)
-            return damaged("setup " + std::to_string(i) + " is larger than any");
+            return damaged("setup " + std::to_string(i) + " is too large");
         parts.add({setup.offset, setup.bytes});
     }
     Overlaps names;
@@ -246,7 +249,7 @@ Result<> BankReader::Tables::checkPlaces() const
         const Row sound = row(i);
         const char* found = rowFault(sound);
         if (!found && anyZero && name(sound).find('\0') != std::string_view::npos)
-            found = "its name holds a zero byte";
+            found = "its name contains a zero byte";
         if (found)
             return damaged("sound " + std::to_string(i) + ": " + found);
         parts.add({sound.chunksOffset, sound.chunksBytes});
@@ -319,7 +322,7 @@ Result<Sound> BankReader::soundWithoutSetup(uint32_t index) const
         mTables->readChecked(row.chunksOffset, row.chunksBytes, row.chunksChecksum, "its chunks");
     if (!chunks)
         return chunks.error();
-    Sound sound = soundOf(row);
+    Sound sound = makeSound(row);
     if (const Result<> result = unpackChunks(*chunks, &sound); !result)
         return result.error();
     return sound;
@@ -360,7 +363,7 @@ uint32_t BankReader::setupBytes(uint32_t setupIndex) const
 
 Result<uint32_t> BankReader::find(std::string_view name) const
 {
-    const uint64_t hash = nameHash(base::bytesOf(name));
+    const uint64_t hash = nameHash(base::textBytes(name));
 
     uint32_t low = 0;
     uint32_t high = mTables->header.nameIndexCount;
@@ -406,9 +409,9 @@ Result<> BankReader::verifyNames() const
     NameIndexRow last;
     for (uint32_t i = 0; i < tables.header.nameIndexCount; ++i) {
         const NameIndexRow row = tables.nameIndexRow(i);
-        if (row.hash != nameHash(base::bytesOf(tables.name(tables.row(row.sound)))))
+        if (row.hash != nameHash(base::textBytes(tables.name(tables.row(row.sound)))))
             return damaged("the index of names doesn't match the names");
-        // Rising entries name each sound once.
+        // With strictly rising entries, each sound occurs once.
         if (i > 0 && last >= row)
             return damaged("the index of names is out of order");
         last = row;

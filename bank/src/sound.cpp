@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/sound.hpp"
 
 #include "bank/checksum.hpp"
@@ -35,7 +36,7 @@ Sound emptySound()
 std::vector<uint8_t> serialise(const Sound& sound)
 {
     const std::vector<uint8_t> chunks = layout::packChunks(sound);
-    const layout::Row row = layout::rowOf(sound, chunks);
+    const layout::Row row = layout::makeRow(sound, chunks);
     assert(layout::plausible(row));
 
     std::vector<uint8_t> bytes(layout::kSerialisedHeadBytes);
@@ -60,7 +61,7 @@ base::Result<Sound> deserialise(std::span<const uint8_t> bytes)
     if (checksum(chunks) != row.chunksChecksum)
         return layout::damaged({});
 
-    Sound sound = layout::soundOf(row);
+    Sound sound = layout::makeSound(row);
     sound.setup.assign(rest.begin(), rest.begin() + setupBytes);
     if (const base::Result<> result = layout::unpackChunks(chunks, &sound); !result)
         return result.error();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/writer.hpp"
 
 #include "bank/checksum.hpp"
@@ -18,7 +19,7 @@ using base::Result;
 
 namespace {
 
-// What is looked at on its way stays in the processor's cache.
+// Small enough to stay in the processor's cache while it is checked and written.
 constexpr size_t kPartBytes = 256 * 1024;
 
 // Writes at rising offsets and fills the gaps with zeros.
@@ -45,8 +46,8 @@ public:
         return bytes.empty() ? Result<>() : mSink.write(bytes);
     }
 
-    // The very bytes that are written are the ones that are checked: looking before or after would leave a moment in
-    // which they could change.
+    // Computes the checksum of exactly the bytes that are written. With a separate pass before or after, they could
+    // change in between.
     Result<> copy(const base::ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
     {
         RunningChecksum found;
@@ -75,16 +76,16 @@ private:
 
 } // namespace
 
-// What was added, and where everything is going to stand.
+// What was added, and the layout of the bank.
 struct BankWriter::Plan
 {
     BankSettings settings;
-    std::vector<Row> rows; // setup and name filled in, the other places not yet
+    std::vector<Row> rows; // setup and name are filled in, the other offsets aren't yet
     std::string names;
     std::vector<std::vector<uint8_t>> setups;
     std::map<std::vector<uint8_t>, uint32_t> setupIndex;
 
-    // Everything before the sounds, and where each sound lies.
+    // Everything before the sounds, and the offset of each sound.
     struct Laid
     {
         std::vector<uint8_t> front; // header and tables
@@ -98,7 +99,7 @@ struct BankWriter::Plan
 private:
     void layTables(Header* header, Laid* laid) const;
     void layNameIndex(uint8_t* index) const;
-    void placeSounds(uint64_t offset, Laid* laid) const;
+    void laySounds(uint64_t offset, Laid* laid) const;
     [[nodiscard]] std::array<uint8_t, 16> makeGuid(const std::vector<uint8_t>& front) const;
 };
 
@@ -146,7 +147,7 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
         laid->setupOffsets.push_back(offset);
         offset += setups[i].size();
     }
-    placeSounds(offset, laid);
+    laySounds(offset, laid);
     for (size_t i = 0; i < rows.size(); ++i)
         store(laid->rows[i], laid->front.data() + header->rowsOffset + i * kSoundRecordBytes);
     if (header->nameIndexCount > 0)
@@ -154,7 +155,7 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
     std::copy(names.begin(), names.end(), laid->front.begin() + static_cast<ptrdiff_t>(header->namesOffset));
 }
 
-void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
+void BankWriter::Plan::laySounds(uint64_t offset, Laid* laid) const
 {
     for (Row& row : laid->rows) {
         offset = alignedUp(offset, 8);
@@ -171,7 +172,7 @@ void BankWriter::Plan::layNameIndex(uint8_t* index) const
     std::vector<NameIndexRow> sorted;
     sorted.reserve(rows.size());
     for (uint32_t i = 0; i < rows.size(); ++i)
-        sorted.push_back({nameHash(base::bytesOf(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i});
+        sorted.push_back({nameHash(base::textBytes(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i});
     std::sort(sorted.begin(), sorted.end());
     for (const NameIndexRow& row : sorted) {
         store(row, index);
@@ -179,14 +180,14 @@ void BankWriter::Plan::layNameIndex(uint8_t* index) const
     }
 }
 
-// The tables hold the checksums of all chunks, setups and data, so that a digest of them is one of the whole content.
+// The tables contain the checksums of all chunks, setups and data, so their digest depends on the whole content.
 std::array<uint8_t, 16> BankWriter::Plan::makeGuid(const std::vector<uint8_t>& front) const
 {
     DigestSink digest;
     (void)digest.write(front);
     std::array<uint8_t, 16> guid;
     std::copy_n(digest.tag().begin(), guid.size(), guid.begin());
-    // Version 8 (vendor's own) and variant of RFC 9562, in the byte order in which a GUID is printed.
+    // Version 8 (vendor-specific) and variant of RFC 9562, in the byte order in which a GUID is printed.
     guid[6] = static_cast<uint8_t>((guid[6] & 0x0f) | 0x80);
     guid[8] = static_cast<uint8_t>((guid[8] & 0x3f) | 0x80);
     return guid;
@@ -202,14 +203,14 @@ BankWriter::~BankWriter() = default;
 
 void BankWriter::add(std::string_view name, const Sound& sound)
 {
-    Row row = rowOf(sound, packChunks(sound));
+    Row row = makeRow(sound, packChunks(sound));
     assert(plausible(row) && name.find('\0') == std::string_view::npos);
     row.setup = kNoSetup;
     if (!sound.setup.empty()) {
-        const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
+        const auto [entry, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
         if (added)
             mPlan->setups.push_back(sound.setup);
-        row.setup = place->second;
+        row.setup = entry->second;
     }
     if (mPlan->settings.names) {
         name = base::cutAtCharacter(name, kMaximumNameBytes);
@@ -232,7 +233,7 @@ uint64_t BankWriter::encryptedFileBytes() const
 
 namespace {
 
-// Whether the serialised form that is stored is that of the sound whose row was made when it was added.
+// Checks that the stored sound is the one whose row was made when it was added.
 Result<> checkStored(const StoredSound& stored, Row row)
 {
     std::array<uint8_t, kSoundRecordBytes> record;
@@ -272,7 +273,7 @@ Result<> BankWriter::write(base::ByteSink& sink, StoredSounds& stored, std::stop
 {
     const Plan::Laid laid = mPlan->lay();
     if (laid.front.size() - kHeaderBytes > kMaximumTablesBytes)
-        return Error{ErrorCode::Invalid, "so many sounds with such long names are more than a bank holds"};
+        return Error{ErrorCode::Invalid, "the names of the sounds take more space than a bank has for its tables"};
     Assembler assembler(sink, std::move(stop));
     if (const Result<> result = assembler.write(laid.front); !result)
         return result.error();

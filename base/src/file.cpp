@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "base/file.hpp"
 
 #include "base/path.hpp"
@@ -29,7 +30,7 @@ FileStamp stampFrom(const struct stat& status)
             nanoseconds(status.st_ctim)};
 }
 
-// The first part of a path that should be a folder and isn't.
+// The first part of a path that should be a folder but isn't.
 std::string fileInsteadOfFolder(std::string_view path)
 {
     for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
@@ -38,7 +39,7 @@ std::string fileInsteadOfFolder(std::string_view path)
         if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
             return part;
     }
-    return folderOf(path);
+    return parentFolder(path);
 }
 
 Error ioError(int systemError)
@@ -46,8 +47,8 @@ Error ioError(int systemError)
     return {ErrorCode::Io, {}, systemError};
 }
 
-// What a system call reported, as the beginning of "... while reading kick.wav"; empty for a rare one.
-std::string_view reasonOf(int systemError)
+// The start of the sentence "... while reading kick.wav" for an error number; empty for rare ones.
+std::string_view describeReason(int systemError)
 {
     switch (systemError) {
     case EACCES:
@@ -75,7 +76,7 @@ std::string_view reasonOf(int systemError)
     }
 }
 
-// Whether copy_file_range() has failed for these two files, and reading and writing may not.
+// Whether copy_file_range() doesn't support these two files, so that read and write must be used.
 bool kernelCannotCopy(int systemError)
 {
     return systemError == EXDEV || systemError == EINVAL || systemError == ENOSYS || systemError == EOPNOTSUPP;
@@ -97,7 +98,7 @@ Result<> copyByHand(int source, uint64_t sourceOffset, int target, uint64_t targ
     return {};
 }
 
-// The path says more than the name where permissions or mounts are to blame.
+// For errors caused by permissions or mounts the user needs the whole path.
 bool wantsWholePath(int systemError)
 {
     return systemError == EACCES || systemError == EPERM || systemError == EROFS;
@@ -118,7 +119,7 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
     if (systemError == EISDIR)
         return {ErrorCode::Io, name + ": this is a folder, not a file" + wholePath, systemError};
 
-    std::string text(reasonOf(systemError));
+    std::string text(describeReason(systemError));
     char buffer[128];
     if (text.empty())
         text = strerror_r(systemError, buffer, sizeof buffer);
@@ -130,7 +131,7 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
 
 Result<OpenedFile> openRegular(const std::string& path)
 {
-    // O_NONBLOCK: opening a pipe would wait for its writer. It means nothing for a regular file.
+    // O_NONBLOCK: otherwise opening a pipe would wait for its writer. It has no effect on regular files.
     FileDescriptor descriptor;
     do {
         descriptor = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -149,7 +150,7 @@ Result<OpenedFile> openRegular(const std::string& path)
     return OpenedFile{std::move(descriptor), stampFrom(status)};
 }
 
-Result<FileStamp> stampOf(const std::string& path)
+Result<FileStamp> readStamp(const std::string& path)
 {
     struct stat status;
     if (stat(path.c_str(), &status) != 0)
@@ -213,7 +214,8 @@ Result<> copyRange(int source, uint64_t sourceOffset, int target, uint64_t targe
             const ssize_t put = copy_file_range(source, &from, target, &to, piece, 0);
             if (put < 0 && errno == EINTR)
                 continue;
-            // Some file systems return 0 instead of an error for what they can't copy; reading tells that from the end.
+            // Some file systems return 0 instead of an error for files that they can't copy. Reading distinguishes that
+            // from the end of the file.
             if (put == 0 || (put < 0 && kernelCannotCopy(errno))) {
                 byKernel = false;
                 continue;

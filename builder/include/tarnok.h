@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The bank builder: compiles lists of audio files into sound banks (.tnb).
  *
  * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs, and

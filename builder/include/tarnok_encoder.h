@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The interface of an encoder module: a shared library that encodes sounds in a format for which this library has no
  * encoder, XMA or AT9.
  *

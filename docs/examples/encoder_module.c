@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A complete encoder module, as a starting point for your own. It encodes 8-bit blocks with a common exponent.
  *
  * A sound is divided into blocks of 64 frames. A block contains, for each channel, an exponent (one byte) and 64

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The decoder module, over FFmpeg's libraries, for what the engine's own decoders can't decode.
 #include "decode/decoder_module.h"
 #include "packet_length.hpp"
@@ -137,7 +138,7 @@ std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
 
 bool isBoundedSetup(std::span<const uint8_t> packet)
 {
-    return kess::vorbisSetupBytes(packet.data(), packet.size()).has_value();
+    return engine::vorbisSetupBytes(packet.data(), packet.size()).has_value();
 }
 
 // Whether a codec may get the headers in the container. When they are opened, decoders allocate memory for each channel
@@ -423,7 +424,7 @@ private:
     {
         const AVStream& stream = mStream.stream();
         const AVRational samples{1, facts->sampleRate};
-        if (kess::durationCountsSamples(container) && stream.duration > 0) {
+        if (engine::durationCountsSamples(container) && stream.duration > 0) {
             // In Ogg, the duration of Opus includes the pre-skip.
             const bool countsPreSkip = stream.codecpar->codec_id == AV_CODEC_ID_OPUS && container == "ogg"sv;
             const int64_t dropped = countsPreSkip ? stream.codecpar->initial_padding : 0;
@@ -436,7 +437,7 @@ private:
         const KESS_RESULT result = scan.open(input, container);
         if (result != KESS_OK)
             return result;
-        kess::PacketLength length(scan.codec(), scan.stream(), mSamplesOfFirst, facts->sampleRate);
+        engine::PacketLength length(scan.codec(), scan.stream(), mSamplesOfFirst, facts->sampleRate);
         while (const AVPacket* packet = scan.nextPacket())
             length.add(*packet);
         facts->sampleCount = length.samples();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "packet_length.hpp"
 
 extern "C" {
@@ -7,7 +8,7 @@ extern "C" {
 #include <algorithm>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 bool durationCountsSamples(const char* container)
 {
@@ -127,4 +128,4 @@ int64_t PacketLength::wmaLength(const AVPacket& packet)
     return std::max(frames, 0) * wmaFrame();
 }
 
-} // namespace kess
+} // namespace engine

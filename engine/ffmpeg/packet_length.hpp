@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The number of samples that a stream decodes to, from its packets, without decoding them.
 #pragma once
 
@@ -9,7 +10,7 @@ extern "C" {
 #include <cstdint>
 #include <memory>
 
-namespace kess {
+namespace engine {
 
 // Whether a container's own duration counts samples. Other containers count milliseconds, estimate the duration from
 // the bit rate, or have none.
@@ -52,4 +53,4 @@ private:
     bool mIsFirst = true;
 };
 
-} // namespace kess
+} // namespace engine

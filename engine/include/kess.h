@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The audio engine's plain C side: results, enums and records. The classes are in kess.hpp. */
 #ifndef KESS_H
 #define KESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The audio engine: opens sound files and banks, reports what they are, and decodes them sample by sample.
  *
  * One System may open sounds on several threads at once; one Sound (a bank together with its subsounds) belongs to one

@@ -1,4 +1,5 @@
-// The container by itself: what is written comes back, and what was tampered with doesn't.
+// SPDX-License-Identifier: MIT
+// The container by itself: written sounds are read back unchanged, and damage is detected.
 #include "bank/checksum.hpp"
 #include "layout.hpp"
 #include "support/bank_maker.hpp"
@@ -17,12 +18,12 @@ using base::ErrorCode;
 
 namespace {
 
-std::shared_ptr<const base::ByteSource> sourceOf(std::vector<uint8_t> bytes)
+std::shared_ptr<const base::ByteSource> makeSource(std::vector<uint8_t> bytes)
 {
     return std::make_shared<base::MemorySource>(std::move(bytes));
 }
 
-// A sound of an external codec, whose data may be anything.
+// A sound of an external codec, whose data may be arbitrary.
 EncodedSound arbitrarySound(std::string name, size_t dataBytes, uint8_t setup)
 {
     EncodedSound made;
@@ -35,7 +36,7 @@ EncodedSound arbitrarySound(std::string name, size_t dataBytes, uint8_t setup)
     sound.channels = 2;
     sound.sampleRate = 48'000;
     sound.sampleCount = 10 * dataBytes;
-    sound.leadIn = 5;
+    sound.preSkip = 5;
     sound.quality = 70;
     sound.dataBytes = dataBytes;
     sound.dataChecksum = bank::checksum(made.data);
@@ -59,7 +60,7 @@ std::vector<EncodedSound> severalSounds()
 
 base::Result<BankReader> open(std::vector<uint8_t> bytes)
 {
-    return BankReader::open(sourceOf(std::move(bytes)));
+    return BankReader::open(makeSource(std::move(bytes)));
 }
 
 void storeAt(std::vector<uint8_t>& bytes, size_t offset, uint64_t value, size_t size)
@@ -67,7 +68,7 @@ void storeAt(std::vector<uint8_t>& bytes, size_t offset, uint64_t value, size_t 
     std::memcpy(bytes.data() + offset, &value, size);
 }
 
-// Makes the checksum of an encrypted bank's header fit again.
+// Corrects the checksum in the header of an encrypted bank.
 void resealEncrypted(std::vector<uint8_t>& bytes)
 {
     storeAt(bytes, 120, bank::checksum(std::span(bytes).first(120)), 8);
@@ -80,7 +81,7 @@ bool contains(const std::vector<uint8_t>& bytes, std::span<const uint8_t> part)
 
 } // namespace
 
-TEST(Container, GivesBackEverySoundWithAllThatIsKnownOfItByIndexAndByExactName)
+TEST(Container, ReturnsEverySoundCompletelyByIndexAndByExactName)
 {
     const std::vector<EncodedSound> sounds = severalSounds();
     const base::Result<BankReader> bank = open(makeBank(sounds, {.format = Codec::At9, .quality = 70}));
@@ -104,11 +105,11 @@ TEST(Container, GivesBackEverySoundWithAllThatIsKnownOfItByIndexAndByExactName)
     EXPECT_EQ(bank->setupCount(), 2u) << "equal setups are stored once";
     EXPECT_EQ(failure(bank->sound(uint32_t(sounds.size()))), ErrorCode::NotFound);
 
-    const std::map<std::string_view, uint32_t> places = {{"drum", 0}, {"bass", 1}, {"", 3}, {"failed", 4}};
-    for (const auto& [name, index] : places) {
+    const std::map<std::string_view, uint32_t> indices = {{"drum", 0}, {"bass", 1}, {"", 3}, {"failed", 4}};
+    for (const auto& [name, index] : indices) {
         const base::Result<uint32_t> found = bank->find(name);
         ASSERT_TRUE(found) << name;
-        EXPECT_EQ(*found, index) << "the first of equal ones: " << name;
+        EXPECT_EQ(*found, index) << "the first of equal names: " << name;
     }
     for (const std::string_view name : {"Drum", "dru", "drum ", "x"})
         EXPECT_EQ(failure(bank->find(name)), ErrorCode::NotFound) << name;
@@ -118,26 +119,26 @@ TEST(Container, GivesBackEverySoundWithAllThatIsKnownOfItByIndexAndByExactName)
     ASSERT_TRUE(nameless);
     EXPECT_FALSE(nameless->info().hasNames);
     EXPECT_EQ(failure(nameless->find("drum")), ErrorCode::NotFound);
-    EXPECT_FALSE(contains(bytes, base::bytesOf("failed")));
+    EXPECT_FALSE(contains(bytes, base::textBytes("failed")));
 }
 
-TEST(Container, NeedsLessThan200BytesOfTablesForASound)
+TEST(Container, NeedsLessThan200BytesOfTablesPerSound)
 {
     bank::BankWriter writer({});
     const bank::Sound sound = bank::emptySound();
     for (int i = 0; i < 20'000; ++i)
         writer.add("sounds/" + std::to_string(i), sound);
-    EXPECT_LT(writer.fileBytes(), 20'000u * 200) << "the reader keeps no more than header and tables in memory";
+    EXPECT_LT(writer.fileBytes(), 20'000u * 200) << "the reader keeps only header and tables in memory";
 }
 
 TEST(Container, DerivesBytesAndGuidFromTheContentAlone)
 {
     const std::vector<EncodedSound> sounds = severalSounds();
-    const auto guidOf = [](const std::vector<EncodedSound>& list, const BankSettings& settings = {}) {
+    const auto makeGuid = [](const std::vector<EncodedSound>& list, const BankSettings& settings = {}) {
         return open(makeBank(list, settings))->info().guid;
     };
     EXPECT_EQ(makeBank(sounds), makeBank(severalSounds()));
-    const auto guid = guidOf(sounds);
+    const auto guid = makeGuid(sounds);
     EXPECT_NE(guid.value(), (std::array<uint8_t, 16>{}));
 
     std::vector<std::vector<EncodedSound>> others(4, sounds);
@@ -147,19 +148,20 @@ TEST(Container, DerivesBytesAndGuidFromTheContentAlone)
     others[2][0].sound.loop->start = 4;
     others[3][0].sound.setup[5] ^= 1;
     for (const auto& other : others)
-        EXPECT_NE(guidOf(other), guid);
-    EXPECT_EQ(guidOf(sounds, {.guid = false}), std::nullopt);
+        EXPECT_NE(makeGuid(other), guid);
+    EXPECT_EQ(makeGuid(sounds, {.guid = false}), std::nullopt);
 }
 
-TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesAnotherMajorOne)
+TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesOtherMajorVersions)
 {
     std::vector<uint8_t> bytes = makeBank(severalSounds());
     for (const int other : {1, 3}) {
         storeAt(bytes, 8, uint64_t(other), 2);
-        EXPECT_EQ(failure(open(bytes)), ErrorCode::Version) << "before any checksum, which may stand elsewhere by then";
+        EXPECT_EQ(failure(open(bytes)), ErrorCode::Version)
+            << "the version is checked before any checksum, whose offset may have changed";
     }
 
-    // A later minor version: an unknown flag, and 8 more bytes behind the known ones of header and rows.
+    // A later minor version: an unknown flag, and 8 more bytes at the end of the header and of each row.
     std::vector<uint8_t> longer = makeBank({severalSounds()[0]});
     longer.insert(longer.begin() + 160 + bank::kSoundRecordBytes, 8, 0xee);
     longer.insert(longer.begin() + 152, 8, 0xee);
@@ -167,13 +169,13 @@ TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesAnotherMajorOne)
     storeAt(longer, 12, 168, 4);
     storeAt(longer, 16, base::loadLittle<uint32_t>(&longer[16]) | 0x80000000, 4);
     storeAt(longer, 64, bank::kSoundRecordBytes + 8, 4);
-    const auto shift = [&](size_t place, uint64_t by) {
-        storeAt(longer, place, base::loadLittle<uint64_t>(&longer[place]) + by, 8);
+    const auto shift = [&](size_t offset, uint64_t by) {
+        storeAt(longer, offset, base::loadLittle<uint64_t>(&longer[offset]) + by, 8);
     };
     shift(56, 8);
     shift(112, 8);
-    for (const size_t place : {size_t(72), size_t(88), size_t(104), size_t(168 + 40), size_t(168 + 48)})
-        shift(place, 16);
+    for (const size_t offset : {size_t(72), size_t(88), size_t(104), size_t(168 + 40), size_t(168 + 48)})
+        shift(offset, 16);
     shift(base::loadLittle<uint64_t>(&longer[104]), 16);
     sealBank(&longer);
     const base::Result<BankReader> bank = open(longer);
@@ -183,7 +185,7 @@ TEST(Container, ReadsBanksOfANewerMinorVersionAndRefusesAnotherMajorOne)
     EXPECT_TRUE(bank->verifyData(0));
 }
 
-TEST(Container, NoticesEveryFlippedBitAndEveryCut)
+TEST(Container, DetectsEveryFlippedBitAndEveryCut)
 {
     const std::vector<uint8_t> bytes = makeBank({arbitrarySound("drum", 300, 1)});
     const auto intact = [](const std::vector<uint8_t>& mutant) {
@@ -199,7 +201,7 @@ TEST(Container, NoticesEveryFlippedBitAndEveryCut)
         mutant[bit / 8] ^= uint8_t(1 << bit % 8);
         unnoticed += intact(mutant);
     }
-    // Only the zeros between the parts are under no checksum.
+    // Only the padding between the parts has no checksum.
     const size_t setupEnd = 1001;
     const size_t padding = bytes.size() - entry.dataBytes - entry.chunksBytes - setupEnd
         - base::loadLittle<uint64_t>(bytes.data() + 112) - 160;
@@ -237,7 +239,7 @@ struct SerialisedSound : testing::Test
 
 } // namespace
 
-TEST_F(SerialisedSound, IsReadAsItWasWrittenAndWithChunksThatAreUnknown)
+TEST_F(SerialisedSound, IsReadUnchangedAndWithUnknownChunks)
 {
     ASSERT_TRUE(bank::deserialise(bytes));
     EXPECT_TRUE(*bank::deserialise(bytes) == sound);
@@ -249,8 +251,8 @@ TEST_F(SerialisedSound, IsReadAsItWasWrittenAndWithChunksThatAreUnknown)
 
 TEST_F(SerialisedSound, IsRefusedWithImpossibleChunks)
 {
-    std::vector<uint64_t> longSeam(70); // as long as it says
-    longSeam[1] = bank::kMostCorrectedFrames + 1;
+    std::vector<uint64_t> longSeam(70); // as long as its length field says
+    longSeam[1] = bank::kMaximumCorrectedFrames + 1;
     const std::map<const char*, std::vector<std::vector<uint64_t>>> impossible = {
         {"LOOP", {{5, 5}, {5, 5001}, {5}}},
         {"SEEK", {{40, 10, 40, 20}, {40, 10, 50, 10}, {40, 500}, {40, 10, 50}}},
@@ -267,7 +269,7 @@ TEST_F(SerialisedSound, IsRefusedWithImpossibleChunks)
     EXPECT_EQ(failure(withChunks({'L', 'A', 'T', 'E', 1, 0, 0, 0})), ErrorCode::Damaged);
 }
 
-TEST_F(SerialisedSound, IsRefusedWhenItIsCutOrItsRecordIsImpossible)
+TEST_F(SerialisedSound, IsRefusedWhenItIsCutOrHasAnImpossibleRecord)
 {
     for (size_t size = 0; size < bytes.size(); ++size)
         EXPECT_EQ(failure(bank::deserialise(std::span(bytes).first(size))), ErrorCode::Damaged);
@@ -287,20 +289,20 @@ TEST(EncryptedBank, OpensWithItsKeyAndHidesEverythingWithoutIt)
     EXPECT_EQ(bytes, makeBank(sounds, {}, "Sesam"));
     EXPECT_NE(bytes, makeBank(sounds, {}, "sesam"));
     for (const char* name : {"drum", "bass", "fail", "long"})
-        EXPECT_FALSE(contains(bytes, base::bytesOf(name))) << name;
+        EXPECT_FALSE(contains(bytes, base::textBytes(name))) << name;
     for (size_t offset = 0; offset + 16 <= plain.size(); offset += 1 + plain.size() / 200) {
         const std::span part = std::span(plain).subspan(offset, 16);
         EXPECT_TRUE(std::ranges::count(part, 0) == 16 || !contains(bytes, part)) << offset;
     }
 
-    EXPECT_EQ(*bank::probe(*sourceOf(bytes)), bank::Kind::Encrypted);
-    EXPECT_TRUE(bank::checkLocked(*sourceOf(bytes)));
+    EXPECT_EQ(*bank::probe(*makeSource(bytes)), bank::Kind::Encrypted);
+    EXPECT_TRUE(bank::checkLocked(*makeSource(bytes)));
     EXPECT_EQ(failure(open(bytes)), ErrorCode::KeyMissing);
-    EXPECT_EQ(failure(bank::unlock(sourceOf(bytes), "sesam")), ErrorCode::KeyWrong);
-    EXPECT_EQ(failure(bank::unlock(sourceOf(bytes), "")), ErrorCode::KeyWrong);
-    EXPECT_EQ(failure(bank::unlock(sourceOf(plain), "Sesam")), ErrorCode::Format);
+    EXPECT_EQ(failure(bank::unlock(makeSource(bytes), "sesam")), ErrorCode::KeyWrong);
+    EXPECT_EQ(failure(bank::unlock(makeSource(bytes), "")), ErrorCode::KeyWrong);
+    EXPECT_EQ(failure(bank::unlock(makeSource(plain), "Sesam")), ErrorCode::Format);
 
-    const auto unlocked = bank::unlock(sourceOf(bytes), "Sesam");
+    const auto unlocked = bank::unlock(makeSource(bytes), "Sesam");
     ASSERT_TRUE(unlocked);
     ASSERT_EQ((*unlocked)->size(), plain.size());
     Noise noise;
@@ -317,7 +319,7 @@ namespace {
 // Unlocks a bank and reads all of it.
 base::Result<> outcome(const std::vector<uint8_t>& bytes)
 {
-    const auto unlocked = bank::unlock(sourceOf(bytes), "key");
+    const auto unlocked = bank::unlock(makeSource(bytes), "key");
     if (!unlocked)
         return unlocked.error();
     std::vector<uint8_t> all((*unlocked)->size());
@@ -340,7 +342,7 @@ TEST(EncryptedBank, IsDamagedWhenItsPiecesAreMovedMixedOrCut)
     others[0].name = "lone";
     std::vector<uint8_t> mixed = makeBank(others, {}, "key");
     std::copy_n(bytes.begin(), kFirst + 2 * kPiece, mixed.begin());
-    // A whole piece less, with a header that agrees.
+    // The last piece is missing, and the header agrees with that.
     std::vector<uint8_t> shortened(bytes.begin(), bytes.begin() + kFirst + 2 * kPiece);
     storeAt(shortened, 24, 2 * 65'536, 8);
     storeAt(shortened, 32, shortened.size(), 8);
@@ -355,8 +357,8 @@ TEST(EncryptedBank, IsDamagedWhenItsPiecesAreMovedMixedOrCut)
         EXPECT_EQ(failure(outcome(mutant)), ErrorCode::Damaged) << name;
 }
 
-// Anybody can make the checksum of the header.
-TEST(EncryptedBank, TellsDamageOfItsHeaderFromAWrongKey)
+// Anyone can compute the checksum of the header.
+TEST(EncryptedBank, DistinguishesADamagedHeaderFromAWrongKey)
 {
     const std::vector<uint8_t> bytes = makeBank({arbitrarySound("long", 150'000, 0)}, {}, "key");
     const auto expected = [](size_t at) {
@@ -377,7 +379,7 @@ TEST(EncryptedBank, TellsDamageOfItsHeaderFromAWrongKey)
 
 namespace {
 
-// Zeros that lie nowhere.
+// A source of zeros that takes no memory.
 class Zeros final : public base::ByteSource
 {
 public:
@@ -389,7 +391,7 @@ public:
     }
 };
 
-// The first of the sounds has its data elsewhere.
+// The data of the first sound is in another source.
 class HugeSounds final : public MemorySounds
 {
 public:
@@ -403,7 +405,7 @@ public:
     }
 };
 
-// Leaves out large pieces, which nobody reads back.
+// Drops large pieces, which aren't read back.
 class HollowBank final : public base::ByteSink, public base::ByteSource
 {
 public:
@@ -430,7 +432,7 @@ private:
 
 } // namespace
 
-TEST(Container, ReachesSoundsBehindFourGigabytes)
+TEST(Container, ReadsSoundsBeyondFourGigabytes)
 {
     const EncodedSound small = arbitrarySound("small", 500, 0);
     bank::Sound huge = bank::emptySound();
@@ -458,7 +460,7 @@ TEST(Container, ReachesSoundsBehindFourGigabytes)
     EXPECT_EQ(bank->entry(0).sampleCount, huge.sampleCount);
 }
 
-TEST(BankWriter, StopsWhenAskedAndRefusesTooManyAndASoundThatIsNotTheOneAdded)
+TEST(BankWriter, StopsOnRequestAndRefusesTooLargeTablesAndChangedSounds)
 {
     const std::vector<EncodedSound> sounds = severalSounds();
     bank::BankWriter writer({});
@@ -467,7 +469,7 @@ TEST(BankWriter, StopsWhenAskedAndRefusesTooManyAndASoundThatIsNotTheOneAdded)
     MemorySounds other({sounds[2]});
     EXPECT_EQ(failure(writer.write(sink, other, {})), ErrorCode::Damaged);
 
-    // Changes between the pass that makes the salt and the one that encrypts.
+    // The sound changes between the pass for the salt and the pass that encrypts.
     class Changing final : public MemorySounds
     {
     public:
@@ -488,7 +490,7 @@ TEST(BankWriter, StopsWhenAskedAndRefusesTooManyAndASoundThatIsNotTheOneAdded)
     for (int i = 0; i < 520; ++i)
         large.add(std::string(bank::kMaximumNameBytes + 9, 'n'), bank::emptySound());
     EXPECT_EQ(large.write(sink, stored, {}).error().text,
-              "so many sounds with such long names are more than a bank holds");
+              "the names of the sounds take more space than a bank has for its tables");
     std::stop_source stop;
     stop.request_stop();
     EXPECT_EQ(failure(writer.write(sink, stored, stop.get_token())), ErrorCode::Cancelled);

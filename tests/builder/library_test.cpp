@@ -1,4 +1,5 @@
-// The library's life: calls in and out of order, reports, cancelling and releasing at any moment.
+// SPDX-License-Identifier: MIT
+// The life cycle of the library: calls in and out of order, reports, cancelling and releasing at any moment.
 #include "workshop.hpp"
 
 #include <atomic>
@@ -17,7 +18,7 @@ namespace {
 
 struct Library : Workshop
 {
-    // Sounds that take long enough to be interrupted.
+    // Sounds that take long enough to encode that a build can be interrupted.
     std::vector<std::string> makeLongSounds(int count)
     {
         std::vector<std::string> files;
@@ -31,7 +32,7 @@ struct Library : Workshop
 
 TEST_F(Library, RefusesCallsOutOfOrder)
 {
-    const Order order = orderOf(makeSounds(1));
+    const Order order = makeOrder(makeSounds(1));
     const char* cache = order.cache.c_str();
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
     EXPECT_EQ(buildOnly(order), TARNOK_ERR_UNINITIALIZED);
@@ -60,9 +61,9 @@ TEST_F(Library, RefusesCallsOutOfOrder)
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
 }
 
-TEST_F(Library, RefusesArgumentsThatMakeNoBank)
+TEST_F(Library, RefusesInvalidArguments)
 {
-    const Order good = orderOf(makeSounds(1));
+    const Order good = makeOrder(makeSounds(1));
     const char* noName = nullptr;
     using Fault = std::pair<const char*, std::function<void(Order&)>>;
     const auto eachSound = [](const char* name, const std::function<void(TARNOK_SUBSOUND&)>& spoil) {
@@ -91,14 +92,14 @@ TEST_F(Library, RefusesArgumentsThatMakeNoBank)
         spoil(order);
         const Outcome outcome = build(order);
         EXPECT_EQ(outcome.result, TARNOK_ERR_INVALID_PARAM) << name;
-        EXPECT_EQ(outcome.statesOf(-1), std::vector{TARNOK_STATE_FAILED}) << name;
+        EXPECT_EQ(outcome.reportedStates(-1), std::vector{TARNOK_STATE_FAILED}) << name;
     }
     EXPECT_FALSE(fs::exists(good.output));
 }
 
-TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCacheForTheSameBank)
+TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndACachedOneOnlyAsFinished)
 {
-    Order order = orderOf(makeSounds(12));
+    Order order = makeOrder(makeSounds(12));
     order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
         sound.desiredSampleRate = index == 3 ? 32000 : 0;
     };
@@ -113,7 +114,7 @@ TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCache
             order.initFlags = TARNOK_INIT_ALWAYS | TARNOK_INIT_REBUILD;
             const Outcome first = mustBuild(order);
             for (int sound = 0; sound < 12; ++sound) {
-                EXPECT_EQ(first.statesOf(sound), all);
+                EXPECT_EQ(first.reportedStates(sound), all);
                 std::set<int> itsThreads;
                 for (const Report& report : first.reports) {
                     if (report.sound == sound)
@@ -138,9 +139,9 @@ TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndFinishedAloneFromTheCache
     EXPECT_TRUE(build(order).reports.empty());
 }
 
-TEST_F(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
+TEST_F(Library, KeepsAReportReadableUntilItIsReturnedEvenAcrossARelease)
 {
-    Order order = orderOf({pathOf("missing.wav")});
+    Order order = makeOrder({fullPath("missing.wav")});
     ASSERT_EQ(initialise(order), TARNOK_OK);
     EXPECT_EQ(buildOnly(order), TARNOK_ERR_FILE_NOT_FOUND);
     const TARNOK_PROGRESSITEM* held = nullptr;
@@ -148,7 +149,7 @@ TEST_F(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
     ASSERT_NE(held, nullptr);
     ASSERT_EQ(Tarnok_Release(), TARNOK_OK);
 
-    order = orderOf(makeSounds(2));
+    order = makeOrder(makeSounds(2));
     ASSERT_EQ(initialise(order), TARNOK_OK);
     EXPECT_EQ(buildOnly(order), TARNOK_OK);
     EXPECT_EQ(held->state, TARNOK_STATE_FAILED);
@@ -157,17 +158,17 @@ TEST_F(Library, KeepsAReportReadableUntilItComesBackEvenAcrossARelease)
     EXPECT_EQ(Tarnok_ReleaseProgressItem(held), TARNOK_OK);
     EXPECT_EQ(Tarnok_ReleaseProgressItem(held), TARNOK_ERR_INVALID_PARAM);
     for (const Report& report : drainReports())
-        EXPECT_NE(report.state, TARNOK_STATE_FAILED) << "a report of the build before";
+        EXPECT_NE(report.state, TARNOK_STATE_FAILED) << "a report of the previous build";
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
 }
 
 TEST_F(Library, EndsThousandsOfTinyBuildsInARowCleanly)
 {
-    Order order = orderOf(makeSounds(2, 50));
+    Order order = makeOrder(makeSounds(2, 50));
     const int threads = threadCount();
     ASSERT_EQ(initialise(order), TARNOK_OK);
     for (int i = 0; i < 2500; ++i) {
-        // Some from the cache, some not.
+        // Some sounds are in the cache, some aren't.
         order.format = i % 50 == 0 ? TARNOK_FORMAT_KADPCM : TARNOK_FORMAT_PCM;
         ASSERT_EQ(buildOnly(order), TARNOK_OK) << i;
         if (i % 10 == 0)
@@ -183,7 +184,7 @@ struct Cancelling : Library
 {
     Cancelling()
     {
-        order = orderOf(makeLongSounds(3));
+        order = makeOrder(makeLongSounds(3));
         order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
             sound.desiredSampleRate = index % 2 ? 32000 : 0;
         };
@@ -191,7 +192,8 @@ struct Cancelling : Library
         order.initFlags |= TARNOK_INIT_REBUILD;
     }
 
-    // A busy machine makes a few waits long. It can't make them take more work, so that is held to the limit each time.
+    // On a busy machine a few waits are long. They don't take more processor time though, so each of them must keep
+    // that limit.
     ~Cancelling() override
     {
         EXPECT_EQ(threadCount(), threads);
@@ -202,7 +204,7 @@ struct Cancelling : Library
 #endif
     }
 
-    // A build during which somebody calls cancel(). False: it was complete by then.
+    // A build during which cancel() is called. False: the build was complete before.
     bool isBuildCancelled()
     {
         isAsked = false;
@@ -239,8 +241,8 @@ struct Cancelling : Library
 constexpr TARNOK_STATE phases[] = {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING,
                                    TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING};
 
-// Each phase has all of its work before it when it is cancelled.
-TEST_F(Cancelling, TakesAFifthOfASecondAtTheBeginningOfEveryPhaseAndLeavesNothingBehind)
+// The cancel comes at the start of each phase, before its work.
+TEST_F(Cancelling, TakesAFifthOfASecondAtTheStartOfEveryPhaseAndLeavesNoFiles)
 {
     for (const TARNOK_FORMAT format : allFormats) {
         order.format = format;
@@ -267,7 +269,7 @@ TEST_F(Cancelling, TakesAFifthOfASecondAtTheBeginningOfEveryPhaseAndLeavesNothin
     mustBuild(order);
 }
 
-// Where the build ends before it is cancelled, that tests nothing and is no failure.
+// A build that ends before it is cancelled tests nothing, but isn't a failure.
 TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
 {
     order.threads = 1;
@@ -291,11 +293,11 @@ TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
 
 TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
 {
-    Order order = orderOf(makeLongSounds(4));
+    Order order = makeOrder(makeLongSounds(4));
     order.format = TARNOK_FORMAT_VORBIS;
     order.initFlags |= TARNOK_INIT_REBUILD;
-    Order next = orderOf(makeSounds(3));
-    next.output = pathOf("next.tnb");
+    Order next = makeOrder(makeSounds(3));
+    next.output = fullPath("next.tnb");
     const int threads = threadCount();
     for (int round = 0; round < 15; ++round) {
         ASSERT_EQ(initialise(order), TARNOK_OK);
@@ -307,9 +309,9 @@ TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
         });
         std::jthread running([&] { EXPECT_EQ(buildOnly(order), TARNOK_ERR_CANCELLED); });
         reached.wait();
-        EXPECT_EQ(buildOnly(next), TARNOK_ERR_INITIALIZED) << "a second build at once";
+        EXPECT_EQ(buildOnly(next), TARNOK_ERR_INITIALIZED) << "a second build at the same time";
         EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
-        EXPECT_LE(threadCount(), threads + 1) << "only the caller's thread is left";
+        EXPECT_LE(threadCount(), threads + 1) << "only the caller's thread may remain";
         mustBuild(next);
         running.join();
         EXPECT_EQ(leftovers(), std::vector<std::string>());

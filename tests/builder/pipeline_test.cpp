@@ -1,5 +1,6 @@
-// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
-// from each other, and the way of the reports.
+// SPDX-License-Identifier: MIT
+// The parts of the pipeline that can't be tested from outside: resampling around loops, dither, the identity of files,
+// and the delivery of reports.
 #include "bank/checksum.hpp"
 #include "base/temporary_file.hpp"
 #include "build/progress_queue.hpp"
@@ -25,11 +26,10 @@
 #include <fstream>
 #include <numbers>
 #include <stop_token>
-#include <thread>
 
 #include <pthread.h>
 
-using namespace tarnok;
+using namespace builder;
 using namespace std::chrono_literals;
 
 namespace {
@@ -39,7 +39,7 @@ double toneAt(double frequency, double frame)
     return 0.5 * std::sin(2 * std::numbers::pi * frequency * frame);
 }
 
-// A tone of so many periods a frame, ready to be read.
+// A tone with this frequency, in periods per frame, ready to be read.
 std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate, bank::SampleFormat format)
 {
     base::Result<std::unique_ptr<FrameSpool>> spool =
@@ -52,8 +52,8 @@ std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate,
     return std::move(*spool);
 }
 
-// A spool that counts how often it is sought in to another position than where it stands: some files are decoded anew
-// for each.
+// A spool that counts the seeks to a position other than its current one: for some files each of them means decoding
+// from the start.
 class CountingSource final : public FrameSource
 {
 public:
@@ -86,7 +86,7 @@ private:
     int* mJumps;
 };
 
-// Length, loop, and the rates from and to which it is resampled.
+// Length, loop, and the source and target rates of resampling.
 const std::tuple<uint64_t, std::optional<base::Loop>, double, double> kResamplings[] = {
     {44100, base::Loop{0, 44100}, 44100, 48000},
     {44101, base::Loop{0, 44101}, 44100, 48000},
@@ -108,12 +108,11 @@ const std::tuple<uint64_t, std::optional<base::Loop>, double, double> kResamplin
 
 } // namespace
 
-TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
+TEST(Resampling, MakesLoopsOfWholeFramesWithoutASeam)
 {
     for (const auto& [length, loop, from, to] : kResamplings) {
         SCOPED_TRACE(testing::Message() << length << " " << from << " to " << to);
-        // About 300 Hz, with a whole number of periods in the loop, so that the tone is the same on both sides of its
-        // seam.
+        // About 300 Hz, with a whole number of periods in the loop, so that the tone continues smoothly at the seam.
         const double start = loop ? double(loop->start) : 0;
         const double loopLength = loop ? double(loop->end) - start : double(length);
         const double frequency = std::max(1.0, std::round(300 * loopLength / from)) / loopLength;
@@ -131,23 +130,23 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
 
         std::vector<float> samples(plan.length());
         ASSERT_TRUE(bool((*result)->readFloat(samples.data(), samples.size())));
-        // Near an end of the sound that doesn't loop, the filter hears the silence outside.
+        // Near an end of the sound that doesn't loop, the filter includes the silence outside.
         const double edge = 300 * std::max(1.0, to / from);
         const double first = loop && loop->start == 0 ? 0 : edge;
         const double last = double(samples.size()) - (loop && loop->end == length ? 0 : edge);
         double worst = 0;
         for (double i = std::ceil(first); i <= last && i < double(samples.size()); ++i) {
-            const double place = start + (i - newStart) * roundsLength / newLoopLength;
-            worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, place)));
+            const double position = start + (i - newStart) * roundsLength / newLoopLength;
+            worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, position)));
         }
         EXPECT_LT(worst, 3e-6);
     }
 }
 
-TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
+TEST(ShortLoops, AreReadOnceHoweverOftenTheyRepeat)
 {
     constexpr uint64_t kLength = 200'000;
-    constexpr int kMostJumps = 3; // to the start, past an inner loop, and to what follows it
+    constexpr int kMaximumJumps = 3; // to the start, past an inner loop, and to the frames after it
     const base::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
     for (const base::Loop& loop : loops) {
         SCOPED_TRACE(testing::Message() << loop.start << " to " << loop.end);
@@ -158,7 +157,7 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
         const auto plain = makeSource();
         const auto held = holdLoopIfShort(std::make_unique<CountingSource>(makeSource(), &jumps), loop);
 
-        // Reads that begin and end inside, outside and on the edges of the loop, in both forms.
+        // Reads in both forms, which begin and end inside, outside and at the ends of the loop.
         std::vector<std::pair<uint64_t, uint64_t>> stretches{{0, kLength}};
         for (int round = 0; round < 20; ++round)
             stretches.emplace_back(loop.start, loop.end);
@@ -177,7 +176,7 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
         jumps = 0;
         const ResamplingPlan plan(kLength, loop, 48'000, 44'100);
         const auto fromHeld = resample(*held, plan, 44'100, TemporaryFolders({"/tmp"}), {});
-        EXPECT_LE(jumps, kMostJumps);
+        EXPECT_LE(jumps, kMaximumJumps);
         const auto fromPlain = resample(*plain, plan, 44'100, TemporaryFolders({"/tmp"}), {});
         ASSERT_TRUE(fromHeld && fromPlain);
         std::vector<float> wanted(plan.length());
@@ -188,7 +187,7 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
     }
 }
 
-TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
+TEST(Resampling, KeepsThePitchAndUnrollsAShortInnerLoopForThat)
 {
     constexpr double cent = 5.78e-4;
     for (const uint64_t loopLength : {1, 5, 20, 100, 500, 700}) {
@@ -206,7 +205,7 @@ TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
     }
 }
 
-TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
+TEST(Resampling, MapsPositionsAndRepeatsThoseInAnUnrolledLoop)
 {
     using Positions = std::vector<uint64_t>;
     const ResamplingPlan plan(60'000, base::Loop{10'000, 40'000}, 48000, 16000);
@@ -215,7 +214,7 @@ TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
     EXPECT_EQ(plan.positions(40'000), Positions{plan.loop()->end});
     EXPECT_EQ(plan.positions(60'000), Positions{plan.length()});
 
-    const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
+    const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // the loop becomes 108.8 samples long
     const uint64_t start = rounds.loop()->start;
     ASSERT_EQ(rounds.rounds(), 5u);
     EXPECT_EQ(rounds.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));
@@ -223,7 +222,7 @@ TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
     EXPECT_EQ(rounds.positions(4000), Positions{rounds.length()});
 }
 
-TEST(Resampling, StopsWhenAsked)
+TEST(Resampling, StopsOnRequest)
 {
     const auto source = tone(100'000, 0.01, 44100, bank::SampleFormat::Float);
     std::stop_source stop;
@@ -234,13 +233,13 @@ TEST(Resampling, StopsWhenAsked)
     EXPECT_EQ(result.error().code, base::ErrorCode::Cancelled);
 }
 
-TEST(Files, WithoutANameAreSeenByNobody)
+TEST(Files, WithoutANameAreInvisible)
 {
     std::filesystem::create_directory("unnamed");
     const base::Result<base::FileDescriptor> file = base::TemporaryFile::createUnnamed("unnamed");
     ASSERT_TRUE(bool(file));
     EXPECT_TRUE(std::filesystem::is_empty("unnamed"));
-    // A file that had a name shows it still.
+    // The link of a deleted file still shows its former name.
     const std::string link = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file->get())).filename();
     EXPECT_TRUE(link.starts_with('#')) << link;
     EXPECT_FALSE(base::TemporaryFile::createUnnamed("no such folder"));
@@ -258,18 +257,18 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
     ASSERT_TRUE(bool(identity));
     EXPECT_FALSE(identity->settled);
     index.save();
-    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
+    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of such a new file";
     EXPECT_TRUE(*identifier.unchanged("racy", *identity, true, {}));
 
-    // Another content that came within the same tick of a coarse clock: nothing but the content differs.
+    // The content changed within one tick of a coarse clock, so nothing but the content differs.
     write("b");
-    identity->stamp = *base::stampOf("racy");
+    identity->stamp = *base::readStamp("racy");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {}));
     write("a");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {})) << "the stamp has changed";
 }
 
-TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
+TEST(SourceIdentity, IsRememberedOnceTheClockHasAdvanced)
 {
     constexpr int64_t second = 1'000'000'000;
     base::FileStamp stamp;
@@ -278,9 +277,9 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1000 * second));
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1002 * second));
     EXPECT_TRUE(SourceIndex::isSettled(stamp, 1003 * second));
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, 900 * second)) << "a file of the future";
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 900 * second)) << "a file with a time in the future";
     stamp.modified = 500 * second;
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its times were set back";
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its time was set back";
 
     const ContentHash hash{{1, 2}};
     SourceIndex("settled-index").save();
@@ -289,7 +288,7 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     index.save();
     EXPECT_EQ(SourceIndex("settled-index").find("file", stamp), hash);
     EXPECT_FALSE(SourceIndex("settled-index").find("other", stamp));
-    // Many builds with something new each: what they learn is merged, not piled up.
+    // Many builds, each with something new: their records are merged, not accumulated.
     for (int i = 0; i < 30; ++i) {
         SourceIndex next("settled-index");
         next.remember(std::to_string(i), stamp, hash);
@@ -302,9 +301,9 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     EXPECT_FALSE(SourceIndex("settled-index").find("file", stamp));
 }
 
-TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
+TEST(Dither, RoundsEachPositionAlikeWithTriangularNoiseAndClipsAtFullScale)
 {
-    const uint64_t length = 2'000'000; // more than stays in memory
+    const uint64_t length = 2'000'000; // more than is kept in memory
     const auto spool = tone(length, 0.01, 44100, bank::SampleFormat::Pcm16);
     std::vector<int16_t> samples(length);
     ASSERT_TRUE(bool(spool->readSamples(samples.data(), length)));
@@ -315,7 +314,7 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
         error += difference;
         power += difference * difference;
     }
-    // A quarter of a step's square: a twelfth from rounding, a sixth from the dither.
+    // A quarter of a step's square: a twelfth is from rounding, a sixth from the dither.
     EXPECT_NEAR(power / double(length), 0.25, 0.005);
     EXPECT_NEAR(error / double(length), 0, 0.005);
 
@@ -332,7 +331,7 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
         EXPECT_NEAR(again[i], i % 2 ? -32768 : 32767, 1);
 }
 
-// A queue whose clock goes on only when the test says so.
+// A queue whose clock advances only when the test says so.
 struct WatchedQueue
 {
     explicit WatchedQueue(int reports)
@@ -342,7 +341,7 @@ struct WatchedQueue
             queue.post(index, 0, TARNOK_STATE_FINISHED);
     }
 
-    // Fetches what there is, each report in so long.
+    // Fetches all waiting reports; each fetch takes the given time.
     int fetchAll(ProgressQueue::Clock::duration each)
     {
         int count = 0;
@@ -355,7 +354,8 @@ struct WatchedQueue
         return count;
     }
 
-    // How many milliseconds the end of a build waits for a watcher that fetches so many reports in each of them.
+    // How many milliseconds the end of a build waits for a watcher that fetches the given number of reports per
+    // millisecond.
     int endWatchedBy(int reportsEach, const std::stop_token& stop)
     {
         queue.release(queue.fetch());
@@ -385,29 +385,29 @@ std::stop_token stopped()
     return stop.get_token();
 }
 
-// A window must come back from its look at the reports while a build still posts them.
-TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd)
+// A window must return from processing reports even while a build keeps posting them.
+TEST(ProgressQueue, LimitsTheReportsPerVisitDuringABuildAndDeliversTheRestAtItsEnd)
 {
     WatchedQueue watched(50000);
     EXPECT_EQ(watched.fetchAll(1ms), 64) << "the smallest portion";
-    EXPECT_EQ(watched.fetchAll(50us), 100) << "5 ms; the next look goes on";
+    EXPECT_EQ(watched.fetchAll(50us), 100) << "5 ms; the next visit continues";
     watched.queue.endBuild(stopped());
     EXPECT_EQ(watched.fetchAll(1ms), 50000 - 164);
 }
 
-TEST(ProgressQueue, WaitsAtTheEndForAWatcherThatGoesOnLooking)
+TEST(ProgressQueue, WaitsAtTheEndForAWatcherThatKeepsFetching)
 {
     const std::tuple<int, int, std::stop_token, int> cases[] = {
-        {2000, 20, {}, 76}, // until 500 are left
-        {50000, 1, {}, 500}, // that one would never come to the end
-        {2000, 0, {}, 51}, // that one has gone
+        {2000, 20, {}, 76}, // it waits until 500 are left
+        {50000, 1, {}, 500}, // this watcher would never finish
+        {2000, 0, {}, 51}, // this watcher has stopped fetching
         {2000, 20, stopped(), 0},
     };
     for (const auto& [reports, reportsEach, stop, milliseconds] : cases)
         EXPECT_NEAR(WatchedQueue(reports).endWatchedBy(reportsEach, stop), milliseconds, 1) << reportsEach;
 }
 
-// Where the shell has set a small one (ulimit -s), encoders would run out of it.
+// If the shell has set a small stack (ulimit -s), encoders would overflow it.
 TEST(WorkerPool, HasStacksOfItsOwnSize)
 {
     pthread_attr_t former;
@@ -429,7 +429,7 @@ TEST(WorkerPool, HasStacksOfItsOwnSize)
     EXPECT_GE(std::ranges::min(bytes), size_t(8) << 20);
 }
 
-// A library's AVX code, or the thread that starts a worker, may have left the upper halves in use.
+// AVX code of a library, or the thread that starts a worker, may have left the upper halves in use.
 TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
 {
     if (!test::reportsVectorState())
@@ -456,7 +456,7 @@ TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
     }
 }
 
-TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
+TEST(Remarks, ComeOncePerBuildInOrderWithinBoundsAndInWholeCharacters)
 {
     Remarks remarks;
     for (int build = 0; build < 2; ++build) {
@@ -468,7 +468,7 @@ TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
         remarks.post("third");
         EXPECT_EQ(remarks.fetch(), "second");
     }
-    EXPECT_EQ(remarks.fetch(), "third") << "what nobody fetched of the build before is forgotten";
+    EXPECT_EQ(remarks.fetch(), "third") << "remarks of the previous build are dropped";
     EXPECT_EQ(remarks.fetch(), "");
 
     remarks.beginBuild();
@@ -523,8 +523,8 @@ TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProc
     }
 }
 
-// Each lane is what libsodium makes of its blocks, whatever the pieces in which they come and whatever code computes.
-TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
+// Each lane equals libsodium's hash of its blocks, however the input is divided and whichever code computes it.
+TEST(WideHasher, IsATreeOfLibsodiumHashesInAllItsVariants)
 {
     std::vector<std::byte> bytes(20'000);
     for (size_t i = 0; i < bytes.size(); ++i)

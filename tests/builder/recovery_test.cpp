@@ -1,4 +1,5 @@
-// Encoded sounds that get lost or are changed before they are in the bank.
+// SPDX-License-Identifier: MIT
+// Encoded sounds that get lost or change before they are in the bank.
 #include "build/bank_contents.hpp"
 #include "build/recovery.hpp"
 #include "support/sound_files.hpp"
@@ -8,13 +9,13 @@
 #include <filesystem>
 #include <list>
 
-using namespace tarnok;
+using namespace builder;
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// A build in the middle, with all its sounds encoded: of four PCM sounds, the first is left in its source file, and the
+// The state of a build after all sounds are encoded: of four PCM sounds, the first stays in its source file, and the
 // others are in the cache.
 class LostSounds : public testing::Test
 {
@@ -36,7 +37,7 @@ public:
         return writeContents(*output, request, results, cache, {});
     }
 
-    // Which of the sounds are in files of this build alone.
+    // The sounds that are in this build's own files.
     [[nodiscard]] std::vector<bool> spilled() const
     {
         std::vector<bool> answers;
@@ -94,9 +95,9 @@ private:
 
 } // namespace
 
-TEST_F(LostSounds, AreMissingToTheWriterAndEncodedAgainWithAllOthersThatAreLostOrChanged)
+TEST_F(LostSounds, AreMissingForTheWriterAndEncodedAgainWithAllOthersThatAreLostOrChanged)
 {
-    tarnok::Recovery recovery(request, services, workers, results);
+    builder::Recovery recovery(request, services, workers, results);
     const ContentHash former = results.find(0)->key;
     fs::remove_all("lost/cache/sounds");
     makeSound("lost/0.wav", 100);
@@ -105,14 +106,14 @@ TEST_F(LostSounds, AreMissingToTheWriterAndEncodedAgainWithAllOthersThatAreLostO
 
     ASSERT_TRUE(recovery.encodeStale(*failed->staleSound));
     EXPECT_EQ(spilled(), (std::vector{true, true, true, true}));
-    EXPECT_NE(results.find(0)->key, former) << "the bank is begun anew, so it may take the new content";
+    EXPECT_NE(results.find(0)->key, former) << "the bank is restarted, so it may contain the new content";
     EXPECT_TRUE(results.verdict(false));
     EXPECT_FALSE(write());
 }
 
-TEST_F(LostSounds, AreAllPutAsideWhenTheyGetLostOneAfterTheOther)
+TEST_F(LostSounds, AreAllStoredInFilesOfTheBuildWhenTheyGetLostOneByOne)
 {
-    tarnok::Recovery recovery(request, services, workers, results);
+    builder::Recovery recovery(request, services, workers, results);
     ASSERT_TRUE(recovery.encodeStale(1));
     EXPECT_EQ(spilled(), (std::vector{false, true, false, false})) << "nothing else is lost";
     ASSERT_TRUE(recovery.encodeStale(3));
@@ -124,7 +125,7 @@ TEST_F(LostSounds, AreAllPutAsideWhenTheyGetLostOneAfterTheOther)
 
 TEST_F(LostSounds, FailLikeOthersWhenTheirSourceIsGoneToo)
 {
-    tarnok::Recovery recovery(request, services, workers, results);
+    builder::Recovery recovery(request, services, workers, results);
     fs::remove_all("lost/cache/sounds");
     fs::remove("lost/2.wav");
     const std::optional<ContentsError> failed = write();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_widgets.hpp"
 
 #include "desktop_test.hpp"
@@ -9,12 +10,12 @@ namespace {
 
 using WidgetsTest = DesktopTest;
 
-QString textOf(const EnhancedSlider& slider)
+QString shownText(const EnhancedSlider& slider)
 {
     return slider.findChild<QLineEdit*>()->text();
 }
 
-int positionOf(const EnhancedSlider& slider)
+int handlePosition(const EnhancedSlider& slider)
 {
     return slider.findChild<QSlider*>()->value();
 }
@@ -47,24 +48,24 @@ TEST_F(WidgetsTest, aNumericBoxDropsDigitsAndShowsNothingBelowItsSmallestStep)
     EXPECT_EQ(labelled.getValue(), 2.5f);
 }
 
-TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndCutsPositions)
+TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndTruncatesPositions)
 {
     const EnhancedSlider bitrate(0, 320, 96, 99, 1);
-    EXPECT_EQ(positionOf(bitrate), 29);
-    EXPECT_EQ(textOf(bitrate), "96");
+    EXPECT_EQ(handlePosition(bitrate), 29);
+    EXPECT_EQ(shownText(bitrate), "96");
     EXPECT_EQ(bitrate.findChildren<QLabel*>().first()->text(), "0");
     EXPECT_EQ(bitrate.findChildren<QLabel*>().last()->text(), "320");
 
     EnhancedSlider threads(1, 16, 4, 15, 0);
     for (int count = 1; count <= 16; ++count) {
         threads.setValue(float(count));
-        EXPECT_EQ(positionOf(threads), count - 1);
+        EXPECT_EQ(handlePosition(threads), count - 1);
         EXPECT_EQ(threads.getValueFromSlider(), float(count));
     }
     threads.setValue(4);
     QTest::keyClick(threads.findChild<QLineEdit*>(), Qt::Key_Backspace);
-    EXPECT_EQ(textOf(threads), "1") << "nothing counts as 0, which is too small";
-    EXPECT_EQ(positionOf(threads), 0);
+    EXPECT_EQ(shownText(threads), "1") << "an empty text counts as 0, which is too small";
+    EXPECT_EQ(handlePosition(threads), 0);
 
     const EnhancedSlider fixed(1, 0);
     EXPECT_EQ(fixed.findChild<QSlider*>()->maximum(), 1);
@@ -79,7 +80,7 @@ TEST_F(WidgetsTest, aSliderAbortsOutsideItsRangeAndDrawsItsMarkerInside)
     EXPECT_DEATH(slider.setMaximum(40), "mMinValue <= value && value <= mMaxValue");
     EXPECT_DEATH(EnhancedSlider(0, 10, 11, 10, 0), "mMinValue <= value && value <= mMaxValue");
     slider.setMaximum(50);
-    EXPECT_EQ(positionOf(slider), 100);
+    EXPECT_EQ(handlePosition(slider), 100);
     slider.setMinimum(40);
     EXPECT_EQ(slider.getValueFromSlider(), 50);
 
@@ -100,7 +101,7 @@ TEST_F(WidgetsTest, aSliderAbortsOutsideItsRangeAndDrawsItsMarkerInside)
     EXPECT_FALSE(isMarked());
 }
 
-TEST_F(WidgetsTest, aConditionalCheckBoxComesBackAsItWas)
+TEST_F(WidgetsTest, aConditionalCheckBoxRestoresItsState)
 {
     QWidget parent;
     ConditionalCheckBox box("Choice", &parent);
@@ -120,10 +121,10 @@ TEST_F(WidgetsTest, aConditionalCheckBoxComesBackAsItWas)
     parent.setEnabled(false);
     box.setChecked(false);
     box.setEnabled(true);
-    EXPECT_TRUE(box.isChecked()) << "disabled with its parent, it returns to the state that was saved";
+    EXPECT_TRUE(box.isChecked()) << "disabled with its parent, it returns to the saved state";
 }
 
-TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
+TEST_F(WidgetsTest, aDirectoryEditAcceptsWhatExistsAndOffersToCreateTheLastPart)
 {
     DirectoryLineEdit edit(nullptr);
     QSignalSpy changes(&edit, SIGNAL(pathChanged(QString)));
@@ -153,14 +154,14 @@ TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
     EXPECT_TRUE(edit.setPath(path("new"), true));
     EXPECT_TRUE(QDir(path("new")).exists());
     EXPECT_EQ(edit.path(), path("new"));
-    // Nobody, root included, makes a directory there.
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(edit.setPath("/proc/new", true)); }),
+    // Nobody can create a directory there, not even root.
+    EXPECT_EQ(loggedLines([&] { EXPECT_TRUE(edit.setPath("/proc/new", true)); }),
               QStringList("ERROR: unable to create directory 'new'"));
     EXPECT_EQ(edit.path(), path("new"));
     EXPECT_EQ(agreement.count, 2);
 }
 
-// A directory edit and another field to go to, in an active window.
+// A directory edit and another field that can take the focus, in an active window.
 class DirectoryEditTest : public WidgetsTest
 {
 protected:
@@ -206,14 +207,14 @@ TEST_F(DirectoryEditTest, showsTheWholePathWhileItIsEdited)
     EXPECT_EQ(mLine->text(), elided);
 }
 
-TEST_F(DirectoryEditTest, settlesWhenItIsLeft)
+TEST_F(DirectoryEditTest, appliesItsPathWhenItLosesTheFocus)
 {
     enter(path("Bank/../Cache/"));
     EXPECT_EQ(mLine->path(), path("Cache"));
 
     enter(path("no/parent"));
     EXPECT_EQ(mLine->path(), path("Cache"));
-    EXPECT_EQ(mLine->text(), path("no/parent")) << "what was typed stays in sight";
+    EXPECT_EQ(mLine->text(), path("no/parent")) << "the typed text stays visible";
 
     MessageAnswer refusal(QMessageBox::Cancel);
     enter(path("refused"));
@@ -236,12 +237,12 @@ TEST_F(DirectoryEditTest, keepsWhatIsTypedUnlessAnotherPathIsSet)
     mForm.resize(200, 100);
     mLine->elideText();
     EXPECT_TRUE(mLine->setPath(path("Cache"), false));
-    EXPECT_EQ(mLine->text(), "typed") << "it is the same as before";
+    EXPECT_EQ(mLine->text(), "typed") << "it hasn't changed";
     EXPECT_TRUE(mLine->setPath(path("Bank"), false));
     EXPECT_EQ(mLine->text(), path("Bank"));
 }
 
-TEST_F(WidgetsTest, aDirectoryIsBrowsedForFromWhereItStands)
+TEST_F(WidgetsTest, browsingStartsInTheCurrentDirectory)
 {
     EnhancedDirectoryLineEdit edit(nullptr);
     edit.lineEdit()->setPath(path("Bank"), false);
@@ -277,7 +278,7 @@ TEST_F(WidgetsTest, aSearchFieldShowsItsCrossWhileItHoldsText)
     EXPECT_EQ(changes.size(), 2);
 }
 
-TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
+TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItExists)
 {
     auto area = std::make_unique<NotificationArea>(nullptr);
     auto* pane = area->findChild<QTextEdit*>();
@@ -290,7 +291,7 @@ TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
     EXPECT_EQ(pane->document()->blockCount(), 2);
     EXPECT_TRUE(pane->isReadOnly());
 
-    // Lines of a batch are there at once, and the end stays in sight.
+    // All lines of a batch appear at once, and the end stays visible.
     area->resize(200, 100);
     area->show();
     {

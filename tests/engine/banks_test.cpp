@@ -1,4 +1,5 @@
-// A bank as a sound: what it says of itself, and how its sounds are reached.
+// SPDX-License-Identifier: MIT
+// A bank as a sound: what it reports about itself, and how its sounds are opened.
 #include "support/bank_maker.hpp"
 #include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
@@ -28,14 +29,14 @@ const Facts kNoFacts{KESS_SOUND_TYPE_TNB};
 
 } // namespace
 
-TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
+TEST(ABankOfSeveralSounds, ReportsAboutThemAndIsNotReadItself)
 {
     for (const bank::Codec codec : kCodecs) {
         writeBank("several", codec, 3);
         EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
         EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
         const SoundPointer opened = engine().open("several");
-        EXPECT_EQ(factsOf(*opened), kNoFacts);
+        EXPECT_EQ(readFacts(*opened), kNoFacts);
         char buffer[64];
         EXPECT_EQ(opened->readData(buffer, sizeof buffer, nullptr), KESS_ERR_SUBSOUNDS);
         EXPECT_EQ(opened->seekData(0), KESS_ERR_SUBSOUNDS);
@@ -61,11 +62,11 @@ TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
         EXPECT_EQ(byIndex->verifyData(), KESS_OK);
         EXPECT_EQ(byIndex->getName(buffer, sizeof buffer), KESS_OK);
         EXPECT_STREQ(buffer, "sound 1");
-        EXPECT_EQ(factsOf(*byIndex).type, KESS_SOUND_TYPE_TNB);
-        EXPECT_EQ(factsOf(*byIndex).samples, 5000u);
+        EXPECT_EQ(readFacts(*byIndex).type, KESS_SOUND_TYPE_TNB);
+        EXPECT_EQ(readFacts(*byIndex).samples, 5000u);
         EXPECT_EQ(readFloats(*byIndex).size(), 5000u * 2);
 
-        // A released subsound is closed, and opened anew when it is asked for again.
+        // A released subsound is closed, and opened again on the next request.
         EXPECT_EQ(byIndex->release(), KESS_OK);
         EXPECT_EQ(byIndex->seekData(0), KESS_ERR_INVALID_HANDLE);
         EXPECT_EQ(byIndex->verifyData(), KESS_ERR_INVALID_HANDLE);
@@ -92,7 +93,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 info.cbsize = sizeof info;
                 EXPECT_EQ(opened->getBankInfo(&info), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(info.encrypted, 1);
-                EXPECT_EQ(factsOf(*opened), kNoFacts);
+                EXPECT_EQ(readFacts(*opened), kNoFacts);
                 EXPECT_EQ(opened->getNumSubSounds(&count), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->getSubSound(0, &subsound), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->readFloat(&frame, 1, nullptr), KESS_ERR_KEY_MISSING);
@@ -100,7 +101,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 EXPECT_EQ(opened->setEncryptionKey("secret"), KESS_OK);
                 EXPECT_EQ(opened->setEncryptionKey("anything now"), KESS_OK);
             }
-            const Facts facts = factsOf(*opened);
+            const Facts facts = readFacts(*opened);
             EXPECT_EQ(std::tuple(facts.type, facts.channels, facts.samples), std::tuple(KESS_SOUND_TYPE_TNB, 1, 4000u));
             const std::vector<float> all = readFloats(*opened);
             ASSERT_EQ(all.size(), 4000u);
@@ -126,8 +127,8 @@ SoundPointer loopedSound(bank::Codec codec, uint64_t length)
     return engine().open("loop");
 }
 
-// Reads as many samples as are expected, in both forms by turns; what comes as integers is taken from `expected`, as it
-// was compared with its float already.
+// Reads as many samples as are expected, alternately as floats and as integers. For the integers, which have been
+// compared with the floats before, the result contains the values of `expected`.
 std::vector<float> readInBothForms(KESS::Sound& sound, bank::Codec codec, const std::vector<float>& expected)
 {
     std::vector<float> samples;
@@ -151,7 +152,7 @@ std::vector<float> readInBothForms(KESS::Sound& sound, bank::Codec codec, const 
 
 } // namespace
 
-// The codecs of a bank begin thousands of samples before the one that is wanted.
+// The codecs of a bank begin to decode thousands of samples before the requested one.
 TEST(AShortLoop, SoundsAsIfItWereDecodedEachTime)
 {
     for (const bank::Codec codec : kCodecs) {
@@ -174,7 +175,7 @@ TEST(AShortLoop, SoundsAsIfItWereDecodedEachTime)
     }
 }
 
-TEST(AShortLoop, IsDecodedOnceAndEndsWhereItIsWhenItIsTakenBack)
+TEST(AShortLoop, IsDecodedOnceAndPlaysToTheEndWhenLoopingIsSwitchedOff)
 {
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
@@ -195,7 +196,7 @@ TEST(AShortLoop, IsDecodedOnceAndEndsWhereItIsWhenItIsTakenBack)
     }
 }
 
-TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
+TEST(ASoundOfAnExternalCodec, ReportsItsFactsAndIsVerifiedWithoutBeingDecoded)
 {
     bank_test::EncodedSound external;
     external.name = "external";
@@ -210,7 +211,7 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
     const SoundPointer opened = engine().open("external");
     KESS::Sound* sound = nullptr;
     ASSERT_EQ(opened->getSubSound(0, &sound), KESS_OK);
-    EXPECT_EQ(factsOf(*sound).samples, 12345u);
+    EXPECT_EQ(readFacts(*sound).samples, 12345u);
     EXPECT_EQ(sound->verifyData(), KESS_OK);
     float frame = 0;
     EXPECT_EQ(sound->readFloat(&frame, 1, nullptr), KESS_ERR_UNSUPPORTED);
@@ -221,10 +222,10 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
         return 0;
     };
     EXPECT_EQ(engine().system().verifyBank("external", nullptr, take, &findings), KESS_OK);
-    EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "the answer 0 ends it";
+    EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "a return value of 0 ends it";
 }
 
-TEST(ASoundWithDamagedHeaders, IsRefusedWhenAskedForOrTellsItsFactsWhereOnlyTheseAreWanted)
+TEST(ASoundWithDamagedHeaders, IsRefusedOrReportsItsFactsWhereOnlyTheseAreRequested)
 {
     const Signal tone = sine(1, 48000, 4000);
     bank_test::MemorySound sound(tone.channels, 48000, tone.samples);
@@ -243,7 +244,7 @@ TEST(ASoundWithDamagedHeaders, IsRefusedWhenAskedForOrTellsItsFactsWhereOnlyThes
         ASSERT_EQ(bank->getSubSound(1, &damaged), isDeferred ? KESS_OK : KESS_ERR_FILE_BAD);
         if (!isDeferred)
             continue;
-        EXPECT_EQ(factsOf(*damaged).samples, 4000u);
+        EXPECT_EQ(readFacts(*damaged).samples, 4000u);
         float frame = 0;
         EXPECT_EQ(damaged->readFloat(&frame, 1, nullptr), KESS_ERR_FILE_BAD);
         EXPECT_EQ(damaged->seekData(1), KESS_ERR_FILE_BAD);

@@ -1,5 +1,6 @@
-// Writes small inputs from which fuzz_engine, fuzz_bank and fuzz_cache begin, into a folder for each of them in the
-// folder that is named. They are the same each time, but for the numbers that libsndfile draws for streams and times.
+// SPDX-License-Identifier: MIT
+// Writes small seed inputs for fuzz_engine, fuzz_bank and fuzz_cache, into one subfolder for each of them in the given
+// folder. They are the same each time, except for random stream numbers and times from libsndfile.
 #include "bank/bytes.hpp"
 #include "support/bank_maker.hpp"
 #include "support/hostile_files.hpp"
@@ -12,8 +13,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Larger inputs cost the fuzzer more than they give it.
-constexpr size_t kLargestSeed = 16 << 10;
+// Larger inputs slow the fuzzer down more than they help.
+constexpr size_t kMaximumSeedBytes = 16 << 10;
 
 void writeSounds(const std::string& folder)
 {
@@ -52,22 +53,29 @@ void append(Bytes& bytes, const Bytes& more)
 // See fuzz_cache.cpp.
 void writeCache(const std::string& folder, const std::vector<bank_test::EncodedSound>& sounds)
 {
+    constexpr uint64_t kUsedAt = 1'700'000'000;
     Bytes records{1};
+    Bytes index{2};
     uint8_t key = 0;
+    const auto addRecord = [&](Bytes& table, const Bytes& record) {
+        append(table, Bytes(32, key));
+        base::appendLittle(table, kUsedAt);
+        base::appendLittle(table, uint64_t(record.size()));
+        append(table, record);
+    };
     for (const auto& [name, sound, data] : sounds) {
         const Bytes record = bank::serialise(sound);
         Bytes entry{0};
-        bank::appendLittle(entry, uint16_t(data.size()));
+        base::appendLittle(entry, uint16_t(data.size()));
         append(entry, data);
         append(entry, record);
         test::writeFile(folder + "entry " + std::to_string(key), entry);
-        append(records, Bytes(32, ++key));
-        for (const uint64_t number : {uint64_t(44), uint64_t(1'700'000'000), uint64_t(record.size())})
-            bank::appendLittle(records, number);
-        append(records, record);
+        ++key;
+        addRecord(records, record);
+        addRecord(index, Bytes(32, uint8_t(100 + key)));
     }
     test::writeFile(folder + "records", records);
-    test::writeFile(folder + "index", Bytes(1 + 3 * 72, 2));
+    test::writeFile(folder + "index", index);
 }
 
 } // namespace
@@ -78,27 +86,27 @@ int main(int argc, char** argv)
         std::fputs("usage: write_seeds FOLDER\n", stderr);
         return 1;
     }
-    const auto folderOf = [&](const char* target) {
+    const auto makeFolder = [&](const char* target) {
         const std::string folder = std::string(argv[1]) + '/' + target + '/';
         std::filesystem::create_directories(folder);
         return folder;
     };
     const auto writeSmall = [](const std::string& folder, const std::vector<test::HostileFile>& files) {
         for (const auto& [name, bytes] : files) {
-            if (bytes.size() <= kLargestSeed)
+            if (bytes.size() <= kMaximumSeedBytes)
                 test::writeFile(folder + name, bytes);
         }
     };
-    const std::string engine = folderOf("engine");
+    const std::string engine = makeFolder("engine");
     writeSounds(engine);
     for (const auto& files : {test::hostileVorbisFiles(), test::hostileHeaders(), test::plainFiles()})
         writeSmall(engine, files);
 
-    const std::string bank = folderOf("bank");
+    const std::string bank = makeFolder("bank");
     writeSmall(bank, test::hostileBanks());
     const std::vector<bank_test::EncodedSound> sounds = encodedSounds();
     for (size_t i = 0; i < sounds.size(); ++i)
         test::writeFile(bank + "sound " + std::to_string(i), bank_test::makeBank({sounds[i], sounds[i]}));
-    writeCache(folderOf("cache"), sounds);
+    writeCache(makeFolder("cache"), sounds);
     return 0;
 }

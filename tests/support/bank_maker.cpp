@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/bank_maker.hpp"
 
 #include <gtest/gtest.h>
@@ -16,8 +17,8 @@ MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> s
 
 base::Result<> MemorySound::seek(int64_t position)
 {
-    EXPECT_GE(position, -tarnok::kMaximumLookaround);
-    EXPECT_LE(position, int64_t(mFacts.sampleCount) + tarnok::kMaximumLookaround);
+    EXPECT_GE(position, -builder::kMaximumLookaround);
+    EXPECT_LE(position, int64_t(mFacts.sampleCount) + builder::kMaximumLookaround);
     mPosition = position;
     return {};
 }
@@ -25,9 +26,9 @@ base::Result<> MemorySound::seek(int64_t position)
 base::Result<> MemorySound::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
-    std::fill_n(frames, count * channels, 0.0f); // silence, where there is no frame
+    std::fill_n(frames, count * channels, 0.0f); // silence outside the sound
     for (size_t i = 0; i < count; ++i, ++mPosition, frames += channels) {
-        if (const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts))
+        if (const std::optional<uint64_t> frame = builder::frameAt(mPosition, mFacts))
             std::copy_n(mSamples.data() + *frame * channels, channels, frames);
     }
     return {};
@@ -46,7 +47,7 @@ EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::str
     EncodedSound encoded;
     encoded.name = std::move(name);
     base::MemorySink sink;
-    EXPECT_TRUE(tarnok::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound));
+    EXPECT_TRUE(builder::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound));
     encoded.data = sink.take();
     EXPECT_EQ(encoded.sound.dataBytes, encoded.data.size());
     return encoded;
@@ -90,8 +91,8 @@ void tamper(std::span<uint8_t> part, Noise& noise)
     } else {
         const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
         const size_t size = noise.next() % 2 ? 4 : 8;
-        const size_t place = at / 4 * 4;
-        std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
+        const size_t position = at / 4 * 4;
+        std::memcpy(part.data() + position, &value, std::min(size, part.size() - position));
     }
 }
 

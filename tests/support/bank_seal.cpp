@@ -1,10 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "bank_seal.hpp"
 
 #include "bank/checksum.hpp"
 #include "encryption.hpp"
 #include "layout.hpp"
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace bank_test {
@@ -16,24 +16,24 @@ void sealBank(std::vector<uint8_t>* bytes)
     const uint64_t end = bytes->size();
     if (end < kHeaderBytes)
         return;
-    const auto put = [&](uint64_t place, uint64_t offset, uint64_t size) {
-        if (base::rangeInside(place, 8, end) && base::rangeInside(offset, size, end))
-            base::storeLittle(&(*bytes)[place], bank::checksum(std::span(*bytes).subspan(offset, size)));
+    const auto put = [&](uint64_t position, uint64_t offset, uint64_t size) {
+        if (base::rangeInside(position, 8, end) && base::rangeInside(offset, size, end))
+            base::storeLittle(&(*bytes)[position], bank::checksum(std::span(*bytes).subspan(offset, size)));
     };
     const Header header = loadHeader(bytes->data());
-    uint64_t place = header.setupRowsOffset;
-    for (uint32_t i = 0; i < header.setupCount && base::rangeInside(place, kSetupRowBytes, end); ++i) {
-        const SetupRow row = loadSetupRow(&(*bytes)[place]);
-        put(place + 8, row.offset, row.bytes);
-        place += kSetupRowBytes;
+    uint64_t position = header.setupRowsOffset;
+    for (uint32_t i = 0; i < header.setupCount && base::rangeInside(position, kSetupRowBytes, end); ++i) {
+        const SetupRow row = loadSetupRow(&(*bytes)[position]);
+        put(position + 8, row.offset, row.bytes);
+        position += kSetupRowBytes;
     }
-    place = header.rowsOffset;
+    position = header.rowsOffset;
     const uint32_t rows = header.rowBytes >= bank::kSoundRecordBytes ? header.soundCount : 0;
-    for (uint32_t i = 0; i < rows && base::rangeInside(place, bank::kSoundRecordBytes, end); ++i) {
-        const Row row = loadRow(&(*bytes)[place]);
-        put(place + 32, row.chunksOffset, row.chunksBytes);
-        put(place + 64, row.dataOffset, row.dataBytes);
-        place += header.rowBytes;
+    for (uint32_t i = 0; i < rows && base::rangeInside(position, bank::kSoundRecordBytes, end); ++i) {
+        const Row row = loadRow(&(*bytes)[position]);
+        put(position + 32, row.chunksOffset, row.chunksBytes);
+        put(position + 64, row.dataOffset, row.dataBytes);
+        position += header.rowBytes;
     }
     base::storeLittle<uint64_t>(&(*bytes)[32], end);
     const uint64_t headerBytes = header.prefix.headerBytes;

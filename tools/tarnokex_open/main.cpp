@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens a project in the desktop program, for file managers. tarnokex ignores its arguments and opens the project that
 // was used last. So this program stores the project as the last one, then replaces itself with tarnokex.
 #include "../standard_streams.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tnb extract: sounds of a bank as WAV files.
 #pragma once
 

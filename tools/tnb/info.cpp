@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "info.hpp"
 
 #include "text.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tnb info: the contents of a bank.
 #pragma once
 

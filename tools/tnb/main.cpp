@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bank inspector: its command line.
 #include "../standard_streams.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "opened_bank.hpp"
 
 #include <cmath>

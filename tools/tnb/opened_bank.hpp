@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A bank opened by the engine, and the properties of its sounds as plain values.
 //
 // The text of an error doesn't name the bank.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file that gets its name when it is complete, and is removed otherwise, even if a signal ends the program.
 #pragma once
 

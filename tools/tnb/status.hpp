@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exit statuses of the tool, which scripts depend on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "text.hpp"
 
 #include "base/utf8.hpp"

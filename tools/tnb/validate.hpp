@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tnb validate: checks banks for damage.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // WAV files: RIFF, or RF64 (EBU Tech 3306) if a size needs more than 32 bits.
 #pragma once
 

@@ -1,7 +1,8 @@
-// Reads a bank: its header and tables on opening, everything else when asked.
+// SPDX-License-Identifier: MIT
+// Reads a bank: the header and the tables when it is opened, everything else on request.
 //
-// Nothing in the file is trusted: lengths and offsets are checked before they are used, and no more memory is taken
-// than the file could hold. One reader belongs to one thread at a time.
+// Nothing in the file is trusted: lengths and offsets are checked before they are used, and no allocation exceeds the
+// size of the file. Only one thread at a time may use a reader.
 //
 // With ErrorCode::Damaged, Error::text says what is damaged, without the name of the file or the sound.
 #pragma once
@@ -14,7 +15,7 @@
 
 namespace bank {
 
-// What the first bytes of a file tell.
+// What the first bytes of a file say.
 enum class Kind
 {
     Plain,
@@ -25,7 +26,7 @@ enum class Kind
 // ErrorCode::Io.
 base::Result<Kind> probe(const base::ByteSource& source);
 
-// What the header tells.
+// What the header contains.
 struct BankInfo
 {
     uint16_t majorVersion = 0;
@@ -37,7 +38,7 @@ struct BankInfo
     std::optional<std::array<uint8_t, 16>> guid;
 };
 
-// A sound's row of the table, its name, and the offsets of its parts in the plain layout.
+// A sound's row in the sound table, its name, and the offset of its data in the plain layout.
 struct SoundEntry : EncodedFacts
 {
     std::optional<uint32_t> setup; // index of the shared setup
@@ -46,13 +47,13 @@ struct SoundEntry : EncodedFacts
     std::string_view name; // valid as long as the reader
 };
 
-// One opened bank. Gives what it holds as values; the encoded data is read from source().
+// One opened bank. Returns its contents as values; the encoded data is read from source().
 class BankReader
 {
 public:
-    // Opens the plain layout: of an unencrypted file, or of an encrypted one through unlock(). Reads the header and
-    // the tables and verifies their checksums, every offset in them, and that no byte is in two sounds. Errors of
-    // probe(), ErrorCode::KeyMissing for an encrypted file, ErrorCode::Damaged, ErrorCode::Memory.
+    // Opens the plain layout: that of an unencrypted file, or of an encrypted one through unlock(). Reads the header
+    // and the tables, and verifies their checksums, every offset in them, and that no two sounds share a byte. Errors
+    // of probe(), ErrorCode::KeyMissing for an encrypted file, ErrorCode::Damaged, ErrorCode::Memory.
     static base::Result<BankReader> open(std::shared_ptr<const base::ByteSource> source);
 
     BankReader(BankReader&&) noexcept;
@@ -65,11 +66,11 @@ public:
     // index is below info().soundCount (asserted).
     [[nodiscard]] SoundEntry entry(uint32_t index) const;
 
-    // Everything about a sound: reads and verifies its chunks and its setup. ErrorCode::NotFound, ErrorCode::Damaged,
-    // Io.
+    // Reads everything about a sound, and verifies its chunks and its setup. ErrorCode::NotFound, ErrorCode::Damaged,
+    // ErrorCode::Io.
     base::Result<Sound> sound(uint32_t index) const;
 
-    // The same without the setup, which is best read once for all sounds that share it.
+    // The same without the setup, which callers read once for all sounds that share it.
     base::Result<Sound> soundWithoutSetup(uint32_t index) const;
     base::Result<std::vector<uint8_t>> setup(uint32_t setupIndex) const;
     [[nodiscard]] uint32_t setupCount() const;
@@ -81,8 +82,8 @@ public:
     // Reads all bytes of a sound and verifies their checksum. ErrorCode::NotFound, ErrorCode::Damaged, ErrorCode::Io.
     base::Result<> verifyData(uint32_t index) const;
 
-    // Whether every sound is found by its name. Opening doesn't check that: a wrong index of names misleads a search,
-    // and nothing else. ErrorCode::Damaged.
+    // Verifies that every sound is found by its name. open() doesn't check this: a wrong index of names only misleads
+    // searches. ErrorCode::Damaged.
     base::Result<> verifyNames() const;
 
 private:
@@ -91,14 +92,14 @@ private:
     std::unique_ptr<Tables> mTables;
 };
 
-// Presents the plain layout of the encrypted bank in source. Pieces are read, authenticated and decrypted as they are
-// asked for, in any order; a few are kept. The source given back belongs to one thread at a time. Takes about 19 MiB
-// and some tens of milliseconds while the key is derived. ErrorCode::KeyWrong, ErrorCode::Damaged, ErrorCode::Format
-// (not encrypted), ErrorCode::Version, ErrorCode::Memory, ErrorCode::Io.
+// Returns the plain layout of the encrypted bank in source. Pieces are read, authenticated and decrypted on demand, in
+// any order; a few are kept in memory. Only one thread at a time may use the returned source. Deriving the key takes
+// about 19 MiB and some tens of milliseconds. ErrorCode::KeyWrong, ErrorCode::Damaged, ErrorCode::Format (not
+// encrypted), ErrorCode::Version, ErrorCode::Memory, ErrorCode::Io.
 base::Result<std::shared_ptr<const base::ByteSource>> unlock(std::shared_ptr<const base::ByteSource> source,
                                                              std::string_view key);
 
-// Checks what an encrypted bank shows without its key: header, its checksum and the size of the file.
+// Checks what can be checked in an encrypted bank without its key: the header, its checksum and the size of the file.
 // ErrorCode::Damaged, ErrorCode::Format, ErrorCode::Version, ErrorCode::Io.
 base::Result<> checkLocked(const base::ByteSource& source);
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kadpcm/block.hpp"
 
 #include "base/bytes.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/atomic_output.hpp"
 
 #include "base/file.hpp"
@@ -11,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -45,7 +46,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
         return base::Error{base::ErrorCode::Io,
                            std::string(base::baseName(target)) + ": this is a device or pipe, not a file"};
     }
-    const std::string folder = base::folderOf(target);
+    const std::string folder = base::parentFolder(target);
     base::TemporaryFile::removeAbandoned(folder, base::baseName(target));
     base::Result<base::TemporaryFile> file = base::TemporaryFile::create(folder, base::baseName(target));
     if (!file)
@@ -59,7 +60,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
 void AtomicOutput::removeAbandoned(const std::string& path)
 {
     const std::string target = followLink(path);
-    base::TemporaryFile::removeAbandoned(base::folderOf(target), base::baseName(target));
+    base::TemporaryFile::removeAbandoned(base::parentFolder(target), base::baseName(target));
 }
 
 // The owner may write to the temporary file in any case: otherwise it couldn't be removed after the process was killed.
@@ -159,4 +160,4 @@ void AtomicOutput::advance(uint64_t bytes)
     mFlushing = mWritten;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file that is replaced atomically.
 #pragma once
 
@@ -12,7 +13,7 @@
 
 #include <sys/stat.h>
 
-namespace tarnok {
+namespace builder {
 
 // Replaces the file at its path once it is complete, and leaves it unchanged otherwise. Leftover files of killed builds
 // of the same file are removed when the next build starts.
@@ -68,4 +69,4 @@ private:
     std::optional<unsigned> mMode; // permissions of the old file
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/bank_contents.hpp"
 
 #include "bank/writer.hpp"
@@ -11,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -130,4 +131,4 @@ std::optional<ContentsError> writeContents(AtomicOutput& output, const BuildRequ
                          sounds.staleSound(written.error())};
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the encoded sounds of a build into its bank.
 #pragma once
 
@@ -11,7 +12,7 @@
 #include <optional>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // The reason why a bank couldn't be written.
 struct ContentsError
@@ -28,4 +29,4 @@ std::optional<ContentsError> writeContents(AtomicOutput& output, const BuildRequ
                                            const SoundResults& results, const Cache& cache,
                                            const std::stop_token& stop);
 
-} // namespace tarnok
+} // namespace builder

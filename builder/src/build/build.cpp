@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/build.hpp"
 
 #include "build/bank_contents.hpp"
@@ -8,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 Build::Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, Remarks& remarks,
              std::stop_token stop)
@@ -81,7 +82,7 @@ base::Result<> Build::writeContents(AtomicOutput& bank)
 {
     Recovery recovery(mRequest, mServices, mWorkers, mResults);
     for (;;) {
-        const std::optional<ContentsError> failed = tarnok::writeContents(bank, mRequest, mResults, mCache, mStop);
+        const std::optional<ContentsError> failed = builder::writeContents(bank, mRequest, mResults, mCache, mStop);
         if (!failed)
             return {};
         if (!failed->staleSound || mStop.stop_requested())
@@ -102,4 +103,4 @@ base::Result<> Build::verdict() const
     return mResults.verdict(has(TARNOK_INIT_IGNORE_ERRORS));
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One build, from the list of sounds to the finished bank.
 #pragma once
 
@@ -14,7 +15,7 @@
 #include <stop_token>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // The arguments with which the library was initialised.
 struct LibrarySettings
@@ -61,4 +62,4 @@ private:
     SoundWorkers mWorkers;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/build_outputs.hpp"
 
 #include "base/bytes.hpp"
@@ -11,7 +12,7 @@
 
 #include <sys/stat.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -95,9 +96,9 @@ base::Result<> BuildOutputs::writeHeader(const BuildRequest& request, const std:
     for (const TARNOK_SUBSOUND& subsound : request.subsounds)
         names.push_back(soundName(subsound));
     const std::string text = cHeaderText(base::withoutExtension(base::baseName(request.outputFile)), names);
-    if (base::Result<> written = mHeader->write(base::bytesOf(text)); !written)
+    if (base::Result<> written = mHeader->write(base::textBytes(text)); !written)
         return written;
     return mHeader->finish(stop);
 }
 
-} // namespace tarnok
+} // namespace builder

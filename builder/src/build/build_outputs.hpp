@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bank of a build and its C header, under temporary names until both are complete.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <optional>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 class BuildOutputs
 {
@@ -35,4 +36,4 @@ private:
     std::optional<AtomicOutput> mHeader; // nullopt: not requested
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "build/build_reports.hpp"
 
 #include "build/result_code.hpp"
 
-namespace tarnok {
+namespace builder {
 
 void BuildReports::sound(size_t index, unsigned worker, TARNOK_STATE state)
 {
@@ -28,4 +29,4 @@ void BuildReports::bankFailed(const base::Error& error)
         mQueue.post(-1, -1, TARNOK_STATE_FAILED, resultCode(error.code), error.text);
 }
 
-} // namespace tarnok
+} // namespace builder

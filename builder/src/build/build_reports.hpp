@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reports of one build.
 #pragma once
 
@@ -7,7 +8,7 @@
 
 #include <cstddef>
 
-namespace tarnok {
+namespace builder {
 
 // Posts reports if the library was initialised to deliver them. Safe to use from several threads.
 class BuildReports
@@ -28,4 +29,4 @@ private:
     bool mIsWanted;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "build/build_request.hpp"
 
 #include "base/path.hpp"
 
 #include <algorithm>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -65,4 +66,4 @@ std::string_view soundName(const TARNOK_SUBSOUND& subsound)
     return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
-} // namespace tarnok
+} // namespace builder

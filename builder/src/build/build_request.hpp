@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The arguments of one build.
 #pragma once
 
@@ -11,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // The arguments of one build, validated by checkRequest().
 struct BuildRequest
@@ -37,4 +38,4 @@ std::string firstFile(const TARNOK_SUBSOUND& subsound);
 // The name of a sound in its bank: the name of its first file without folder and extension.
 std::string_view soundName(const TARNOK_SUBSOUND& subsound);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The services that the workers of a build share.
 #pragma once
 
@@ -11,7 +12,7 @@
 
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Each service is safe to use from all workers at once.
 struct BuildServices
@@ -33,4 +34,4 @@ struct BuildServices
     }
 };
 
-} // namespace tarnok
+} // namespace builder

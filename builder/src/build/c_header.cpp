@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/c_header.hpp"
 
 #include "base/bytes.hpp"
@@ -6,7 +7,7 @@
 #include <cstdio>
 #include <unordered_map>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -106,4 +107,4 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     return text;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C header that accompanies a bank.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
 // The text of a header for C89 and later: the number of sounds, a macro with the index of each, and a table of their
 // names. For a bank "drums" with a sound "kick":
@@ -23,4 +24,4 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
 // Checks whether a header may be written to path: there is no file, an empty file, or a generated header.
 base::Result<> checkHeader(const std::string& path);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "build/describe_error.hpp"
 
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 base::Error describeError(const base::Error& error, std::string_view subject)
 {
@@ -30,4 +31,4 @@ base::Error describeError(const base::Error& error, std::string_view subject)
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C boundary of the library.
 #include "build/build.hpp"
 #include "build/build_reports.hpp"
@@ -13,7 +14,7 @@
 #include <new>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -34,9 +35,9 @@ TARNOK_RESULT guarded(Call call) noexcept
 
 } // namespace
 
-} // namespace tarnok
+} // namespace builder
 
-using namespace tarnok;
+using namespace builder;
 
 TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigned int threadCount,
                           const char* cacheDirectory)

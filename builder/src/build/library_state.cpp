@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "build/library_state.hpp"
 
 #include <cstddef>
 #include <new>
 
-namespace tarnok {
+namespace builder {
 
 // Never destroyed. At the end of a process, static objects of the program may release the library after our static
 // objects would have been destroyed, and a thread may still be returning from Tarnok_Build.
@@ -39,4 +40,4 @@ RunningBuild::~RunningBuild()
     mSession->buildEnded.notify_all();
 }
 
-} // namespace tarnok
+} // namespace builder

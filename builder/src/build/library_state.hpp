@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The state of the library between calls.
 #pragma once
 
@@ -11,7 +12,7 @@
 #include <mutex>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Exists from Tarnok_Init to Tarnok_Release, and until a build that was running then has ended. A build keeps the
 // session with which it started, so that another thread may initialise the library again while that build is ending.
@@ -54,4 +55,4 @@ private:
     std::shared_ptr<Session> mSession;
 };
 
-} // namespace tarnok
+} // namespace builder

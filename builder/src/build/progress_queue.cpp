@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/progress_queue.hpp"
 
 #include "support/moments.hpp"
@@ -7,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -118,4 +119,4 @@ void ProgressQueue::ItemDeleter::operator()(TARNOK_PROGRESSITEM* item) const
     std::free(item);
 }
 
-} // namespace tarnok
+} // namespace builder

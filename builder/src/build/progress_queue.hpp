@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue of reports between a build and its watcher.
 #pragma once
 
@@ -14,7 +15,7 @@
 #include <unordered_map>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 // The clock of a queue. Tests replace it.
 struct QueueTime
@@ -86,4 +87,4 @@ private:
     Clock::time_point mLastFetch;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "build/recovery.hpp"
 
 #include "base/file.hpp"
 
-namespace tarnok {
+namespace builder {
 
 base::Result<> Recovery::encodeStale(size_t found)
 {
@@ -38,8 +39,8 @@ bool Recovery::isStale(size_t index, const EncodedLocation& location) const
 {
     if (location.inCache())
         return !mServices.cache.reopen(location.key);
-    const base::Result<base::FileStamp> stamp = base::stampOf(sourcePaths(mRequest.subsounds[index]).front());
+    const base::Result<base::FileStamp> stamp = base::readStamp(sourcePaths(mRequest.subsounds[index]).front());
     return !stamp || *stamp != location.inSource->stamp;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Encodes sounds again that were lost or changed between their encoding and the writing of the bank.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Somebody may remove entries from the cache, or write to a source file whose samples are copied into the bank. What
 // happened once may happen again, so such sounds are encoded into private files of this build. Writing the bank then
@@ -41,4 +42,4 @@ private:
     int mAttempts = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "build/result_code.hpp"
 
-namespace tarnok {
+namespace builder {
 
 TARNOK_RESULT resultCode(base::ErrorCode code)
 {
@@ -41,4 +42,4 @@ TARNOK_RESULT resultCode(base::ErrorCode code)
     return TARNOK_ERR_FILE_OS;
 }
 
-} // namespace tarnok
+} // namespace builder

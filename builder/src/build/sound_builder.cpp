@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/sound_builder.hpp"
 
 #include "bank/vector_state.hpp"
@@ -7,7 +8,7 @@
 #include "build/describe_error.hpp"
 #include "source/raw_sound.hpp"
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -222,4 +223,4 @@ Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
     return *mEncoder;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One sound of a bank, from its source files to its encoded data.
 #pragma once
 
@@ -18,7 +19,7 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Finds a sound in the cache, or encodes it and stores it there. Each worker has its own builder for all its sounds,
 // with its own files for sounds that the cache can't store.
@@ -70,4 +71,4 @@ private:
     std::unique_ptr<Encoder> mEncoder; // null before the first sound
 };
 
-} // namespace tarnok
+} // namespace builder

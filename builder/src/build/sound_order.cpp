@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/sound_order.hpp"
 
 #include "base/file.hpp"
@@ -10,7 +11,7 @@
 
 #include <strings.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -34,7 +35,7 @@ std::vector<size_t> longestFirst(std::span<const TARNOK_SUBSOUND> subsounds, con
     std::vector<double> weights(subsounds.size());
     for (size_t index = 0; index < subsounds.size() && !stop.stop_requested(); ++index) {
         for (const std::string& path : sourcePaths(subsounds[index])) {
-            if (const base::Result<base::FileStamp> stamp = base::stampOf(path))
+            if (const base::Result<base::FileStamp> stamp = base::readStamp(path))
                 weights[index] += double(stamp->size) * expansion(path);
         }
     }
@@ -45,4 +46,4 @@ std::vector<size_t> longestFirst(std::span<const TARNOK_SUBSOUND> subsounds, con
     return order;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "build/sound_results.hpp"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -68,4 +69,4 @@ std::string SoundResults::failedSounds() const
     return text;
 }
 
-} // namespace tarnok
+} // namespace builder

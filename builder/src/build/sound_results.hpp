@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The results of the sounds of a build.
 #pragma once
 
@@ -12,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Workers may store results at the same time, but not for the same sound.
 class SoundResults
@@ -43,4 +44,4 @@ private:
     std::map<size_t, base::Error> mFirstErrors; // of the first failed sounds in the list, by index
 };
 
-} // namespace tarnok
+} // namespace builder

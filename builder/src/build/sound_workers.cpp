@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build/sound_workers.hpp"
 
 #include "base/path.hpp"
@@ -10,7 +11,7 @@
 #include <new>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -37,7 +38,7 @@ base::Result<> SoundWorkers::start(unsigned maximumThreads)
     if (!workers->remark.empty())
         mServices.remarks.post(workers->remark);
     loadModule();
-    const SpillFiles spills(TemporaryFolders::startingWith(base::folderOf(mRequest.outputFile)));
+    const SpillFiles spills(TemporaryFolders::startingWith(base::parentFolder(mRequest.outputFile)));
     for (unsigned worker = 0; worker < workers->count; ++worker)
         mBuilders.emplace_back(mServices, spills);
     return {};
@@ -126,4 +127,4 @@ void SoundWorkers::markUsedEntries()
     }
 }
 
-} // namespace tarnok
+} // namespace builder

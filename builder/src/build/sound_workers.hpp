@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Encodes the sounds of a build on several threads.
 #pragma once
 
@@ -15,7 +16,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 class SoundWorkers
 {
@@ -59,4 +60,4 @@ private:
     std::atomic<int64_t> mMarkedAt; // when the entries in use were last marked, seconds
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/cache.hpp"
 
 #include "bank/checksum.hpp"
@@ -15,7 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -67,7 +68,7 @@ base::Result<> commitEntry(base::TemporaryFile* file, const std::string& path, c
     if (done.error().systemError == ENOENT) {
         if (base::Result<> sounds = base::makeFolder(soundsPath); !sounds)
             return sounds;
-        if (base::Result<> folder = base::makeFolder(base::folderOf(path)); !folder)
+        if (base::Result<> folder = base::makeFolder(base::parentFolder(path)); !folder)
             return folder;
         return file->commit(path);
     }
@@ -151,4 +152,4 @@ std::string Cache::entryPath(const ContentHash& key) const
     return mFolder.soundsPath() + "/" + name.substr(0, 1) + "/" + name.substr(1);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sounds that earlier builds have encoded.
 #pragma once
 
@@ -14,7 +15,7 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // One encoded sound that was found in the cache and verified.
 struct CacheEntry
@@ -69,4 +70,4 @@ private:
     std::atomic<uint64_t> mStoredBytes = 0; // since the last tidying
 };
 
-} // namespace tarnok
+} // namespace builder

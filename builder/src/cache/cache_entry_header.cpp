@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/cache_entry_header.hpp"
 
 #include "bank/checksum.hpp"
@@ -6,7 +7,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -35,4 +36,4 @@ bool CacheEntryHeader::valid(const ContentHash& wanted, uint64_t fileBytes) cons
         && fileBytes - dataBytes == sizeof(CacheEntryHeader) + recordBytes;
 }
 
-} // namespace tarnok
+} // namespace builder

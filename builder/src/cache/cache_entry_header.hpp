@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The header of a cache entry.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 // Precedes the encoded data of an entry. The sound's serialised form follows the data. Little-endian.
 struct CacheEntryHeader
@@ -28,4 +29,4 @@ struct CacheEntryHeader
 };
 static_assert(sizeof(CacheEntryHeader) == 80);
 
-} // namespace tarnok
+} // namespace builder

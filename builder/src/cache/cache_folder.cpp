@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/cache_folder.hpp"
 
 #include "base/bytes.hpp"
@@ -10,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -74,4 +75,4 @@ void CacheFolder::remarkNotStored(const base::Error& why)
                   + "; temporary files are used instead, and the next build encodes again");
 }
 
-} // namespace tarnok
+} // namespace builder

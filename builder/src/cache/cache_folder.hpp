@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The folder of a cache: the paths of its parts, its size limit, and what happens if it can't be used.
 #pragma once
 
@@ -9,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // A folder that can't be written to is not an error: nothing is stored then, and one remark of the build says so.
 class CacheFolder
@@ -42,4 +43,4 @@ private:
     uint64_t mLimit;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/encoded_file.hpp"
 
 #include "base/bytes.hpp"
@@ -8,7 +9,7 @@
 #include <cerrno>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -137,4 +138,4 @@ base::Result<> EncodedFile::moveToSpill(int systemError)
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file to which an encoder writes the data of one sound.
 #pragma once
 
@@ -14,7 +15,7 @@
 #include <stop_token>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Starts in the cache. If the cache can't take more, everything written so far moves to the spill files. It becomes an
 // entry of the cache or a part of a spill file.
@@ -46,4 +47,4 @@ private:
     std::vector<uint8_t> mBuffer; // the data that follows those bytes
 };
 
-} // namespace tarnok
+} // namespace builder

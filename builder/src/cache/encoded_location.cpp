@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "cache/encoded_location.hpp"
 
-namespace tarnok {
+namespace builder {
 
 EncodedLocation EncodedLocation::make(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
 {
@@ -12,4 +13,4 @@ EncodedLocation EncodedLocation::make(const ContentHash& key, uint64_t dataBytes
     return location;
 }
 
-} // namespace tarnok
+} // namespace builder

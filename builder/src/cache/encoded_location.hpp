@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The location of an encoded sound until the bank is written.
 #pragma once
 
@@ -11,7 +12,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // The sound is in the cache or, if the cache couldn't take it, in an unnamed file. The layout is the same in both:
 // header, encoded data, serialised form. Or the data is in the source file, where it may change, and the serialised
@@ -39,4 +40,4 @@ struct EncodedLocation
     static EncodedLocation make(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record);
 };
 
-} // namespace tarnok
+} // namespace builder

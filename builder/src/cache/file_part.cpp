@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "cache/file_part.hpp"
 
 #include "base/bytes.hpp"
 #include "base/file.hpp"
 
-namespace tarnok {
+namespace builder {
 
 base::Result<> FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
 {
@@ -12,4 +13,4 @@ base::Result<> FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
     return base::readAt(mFile->get(), bytes, mOffset + offset);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A part of an open file as a source of bytes.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 // Safe to read from several threads.
 class FilePart final : public base::ByteSource
@@ -28,4 +29,4 @@ private:
     uint64_t mSize;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/raw_records.hpp"
 
 #include "base/bytes.hpp"
@@ -12,7 +13,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -109,4 +110,4 @@ RecordTable RawRecords::readTable() const
     return RecordTable::parse(std::move(bytes), kMagic).value_or(RecordTable());
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records of sounds whose data needn't be stored, because the source file contains it exactly as the bank will.
 #pragma once
 
@@ -12,7 +13,7 @@
 #include <stop_token>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 struct RawRecord
 {
@@ -49,4 +50,4 @@ private:
     DatedRecords mNew;
 };
 
-} // namespace tarnok
+} // namespace builder

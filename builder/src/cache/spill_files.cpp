@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "cache/spill_files.hpp"
 
-namespace tarnok {
+namespace builder {
 
 base::Result<SpillFiles::Position> SpillFiles::position()
 {
@@ -19,4 +20,4 @@ base::Result<SpillFiles::Position> SpillFiles::nextFolder()
     return mCurrent;
 }
 
-} // namespace tarnok
+} // namespace builder

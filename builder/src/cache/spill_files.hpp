@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files for encoded sounds that the cache can't store.
 #pragma once
 
@@ -9,7 +10,7 @@
 #include <memory>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 // The files of one worker. Each contains several sounds, one after the other, has no name, and disappears when the
 // build ends.
@@ -42,4 +43,4 @@ private:
     Position mCurrent;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cache/tidying.hpp"
 
 #include "base/file_descriptor.hpp"
@@ -15,7 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -110,4 +111,4 @@ void tidyEntries(const CacheFolder& folder, uint64_t storedBytes, const std::sto
     }
 }
 
-} // namespace tarnok
+} // namespace builder

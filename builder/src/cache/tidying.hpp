@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Limits the size of a cache.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <cstdint>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Entries that were used in the last kInUseFor seconds aren't removed, since a running build may need them.
 inline constexpr int64_t kInUseFor = 3600;
@@ -16,4 +17,4 @@ inline constexpr int64_t kInUseFor = 3600;
 // ago, or the build must have stored a lot.
 void tidyEntries(const CacheFolder& folder, uint64_t storedBytes, const std::stop_token& stop);
 
-} // namespace tarnok
+} // namespace builder

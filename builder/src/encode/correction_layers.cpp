@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/correction_layers.hpp"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 #include <functional>
 #include <limits>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -171,4 +172,4 @@ void CorrectionLayers::store(bank::Sound* sound) const
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Corrects a range of samples in several layers, each of which corrects what the previous ones have left.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // The seams of a sound are at most two ranges, so it has at most eight corrections.
 inline constexpr size_t kMaximumLayers = 4;
@@ -51,4 +52,4 @@ private:
     std::vector<Segment> mSegments;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 
 #include <algorithm>
 #include <cassert>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -62,4 +63,4 @@ base::Result<> DataStream::flush()
     return result;
 }
 
-} // namespace tarnok
+} // namespace builder

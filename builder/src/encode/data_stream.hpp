@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the encoded data of one sound to a sink: counts it, computes its checksum, and gathers small packets.
 #pragma once
 
@@ -5,7 +6,7 @@
 #include "bank/sound.hpp"
 #include "base/bytes.hpp"
 
-namespace tarnok {
+namespace builder {
 
 class DataStream
 {
@@ -35,4 +36,4 @@ private:
     uint64_t mBytes = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/encoder.hpp"
 
 #include "encode/encoders.hpp"
@@ -8,7 +9,7 @@
 #include <algorithm>
 #include <array>
 
-namespace tarnok {
+namespace builder {
 
 using bank::Codec;
 
@@ -119,4 +120,4 @@ std::string encoderVersion(Codec codec)
     return entry.libraryVersion ? own + ", " + entry.libraryVersion() : own;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Encodes one prepared sound into a stream of bytes, and a bank::Sound that describes them.
 //
 // Memory doesn't grow with the length of a sound, since everything is streamed. The same sound and quality give the
@@ -16,7 +17,7 @@
 #include <stop_token>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // The properties of a sound that is ready to be encoded, that is, resampled and interleaved, with its final loop.
 struct PreparedFacts
@@ -92,4 +93,4 @@ public:
 // version of the codec's library. Part of the cache key. Empty for the codecs of modules.
 [[nodiscard]] std::string encoderVersion(bank::Codec codec);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/encoder_module.hpp"
 
 #include "encode/data_stream.hpp"
@@ -14,7 +15,7 @@
 #include <fstream>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 using bank::Codec;
 using base::Error;
@@ -104,9 +105,9 @@ public:
             return Error{ErrorCode::Codec};
         if (!mResult)
             return mResult;
-        if (preSkip > bank::kMaximumLeadIn)
+        if (preSkip > bank::kMaximumPreSkip)
             return Error{ErrorCode::Codec};
-        mEncoded->leadIn = preSkip;
+        mEncoded->preSkip = preSkip;
         if (const base::Result<> result = mData.finish(mEncoded); !result)
             return result.error();
         const uint64_t decoded = mEncoded->sampleCount + preSkip;
@@ -320,4 +321,4 @@ std::unique_ptr<Encoder> EncoderModule::makeEncoder(unsigned flags) const
     return std::make_unique<ExternalEncoder>(mInterface, flags);
 }
 
-} // namespace tarnok
+} // namespace builder

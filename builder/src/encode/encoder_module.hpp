@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An external encoder for one format, from a shared library in the same folder as this one. See tarnok_encoder.h.
 #pragma once
 
@@ -9,7 +10,7 @@
 
 struct TARNOK_ENCODER_MODULE;
 
-namespace tarnok {
+namespace builder {
 
 // A loaded module. It must outlive the encoders that it makes.
 class EncoderModule
@@ -37,4 +38,4 @@ private:
     const TARNOK_ENCODER_MODULE& mInterface;
 };
 
-} // namespace tarnok
+} // namespace builder

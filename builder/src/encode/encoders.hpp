@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The encoders of this library, for makeEncoder.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Stores samples unchanged.
 class PcmEncoder final : public Encoder
@@ -72,4 +73,4 @@ public:
 [[nodiscard]] bool loopsAtStart(const PreparedFacts& facts);
 [[nodiscard]] bool loopsAtEnd(const PreparedFacts& facts);
 
-} // namespace tarnok
+} // namespace builder

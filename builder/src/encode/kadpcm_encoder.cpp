@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/seam.hpp"
@@ -7,7 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
 using bank::SampleFormat;
 using base::Error;
@@ -175,4 +176,4 @@ base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& 
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/opus_seeking.hpp"
@@ -10,7 +11,7 @@
 #include <cmath>
 #include <numeric>
 
-namespace tarnok {
+namespace builder {
 
 using base::Error;
 using base::ErrorCode;
@@ -226,7 +227,7 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
     *encoded = describe(bank::Codec::Opus, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = packed(mapping);
-    encoded->leadIn = uint32_t(schedule.preSkip());
+    encoded->preSkip = uint32_t(schedule.preSkip());
     if (const base::Result<> result = sound.seek(schedule.start()); !result)
         return result.error();
 
@@ -260,4 +261,4 @@ base::Result<> OpusEncoder::encode(PreparedSound& sound, int quality, base::Byte
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/opus_packet.hpp"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 #include <bit>
 #include <optional>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -153,4 +154,4 @@ bool findStationary(std::span<const uint8_t> packet, std::span<bool> stationary)
     return true;
 }
 
-} // namespace tarnok
+} // namespace builder

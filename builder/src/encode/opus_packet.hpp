@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parses the head of an Opus packet (RFC 6716).
 #pragma once
 
@@ -5,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 // Finds out for each stream of a multistream packet whether its block is stationary. A decoder records the last two
 // loudnesses from stationary blocks, and fills gaps in the spectra of later transients with them. Every stream must
@@ -13,4 +14,4 @@ namespace tarnok {
 // form.
 [[nodiscard]] bool findStationary(std::span<const uint8_t> packet, std::span<bool> stationary);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/opus_seeking.hpp"
 
 #include "encode/encoders.hpp"
@@ -7,7 +8,7 @@
 #include <array>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
 using base::Error;
 using base::ErrorCode;
@@ -124,4 +125,4 @@ bool OpusSeekPoints::matches(std::span<const float> frames) const
     return std::sqrt(difference / double(frames.size())) <= kMaximumDifference * level;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds packets of an Opus stream at which decoding can start and soon gives the same samples as decoding from the
 // start of the stream.
 //
@@ -18,7 +19,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // The distribution of a sound's channels over Opus streams.
 struct OpusMapping
@@ -91,4 +92,4 @@ private:
     bool mStillWanted = false;
 };
 
-} // namespace tarnok
+} // namespace builder

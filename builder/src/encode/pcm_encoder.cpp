@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 
 #include <algorithm>
 
-namespace tarnok {
+namespace builder {
 
 using base::Error;
 using base::ErrorCode;
@@ -41,4 +42,4 @@ base::Result<> PcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& sin
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/seam.hpp"
 
 #include "encode/correction_layers.hpp"
@@ -8,7 +9,7 @@
 #include <functional>
 #include <limits>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -244,4 +245,4 @@ void SeamRecorder::finish(bank::Sound* sound) const
         seam.store(sound);
 }
 
-} // namespace tarnok
+} // namespace builder

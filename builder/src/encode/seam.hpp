@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Measures and corrects the errors of a lossy codec on both sides of a loop's seam.
 //
 // During encoding, SeamRecorder receives every frame that goes into the encoder, and the decoded frames of some
@@ -13,7 +14,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Number of frames that are corrected on each side of a seam.
 inline constexpr int64_t kSeamFrames = 256;
@@ -63,4 +64,4 @@ private:
     double mSquaredError = 0; // of all frames of the sound that were decoded
 };
 
-} // namespace tarnok
+} // namespace builder

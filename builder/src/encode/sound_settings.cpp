@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/sound_settings.hpp"
 
 #include <soxr.h>
@@ -5,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
 // The formats of the interface and the codecs of the container have the same numbers.
 static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma) == TARNOK_FORMAT_XMA
@@ -63,12 +64,12 @@ ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
 
 std::unique_ptr<Encoder> SoundSettings::makeEncoder() const
 {
-    return module ? module->makeEncoder(moduleFlags) : tarnok::makeEncoder(codec);
+    return module ? module->makeEncoder(moduleFlags) : builder::makeEncoder(codec);
 }
 
 uint32_t SoundSettings::encodingRate(uint32_t sampleRate) const
 {
-    return module ? module->encodingRate(sampleRate) : tarnok::encodingRate(codec, sampleRate);
+    return module ? module->encodingRate(sampleRate) : builder::encodingRate(codec, sampleRate);
 }
 
 int SoundSettings::maximumChannels() const
@@ -76,4 +77,4 @@ int SoundSettings::maximumChannels() const
     return module ? module->maximumChannels() : bank::kMaximumChannels;
 }
 
-} // namespace tarnok
+} // namespace builder

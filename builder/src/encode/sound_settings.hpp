@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings of one sound, after its overrides.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <memory>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 // The settings of the build as a whole.
 struct BuildSettings
@@ -51,4 +52,4 @@ struct SoundSettings
     int maximumChannels() const; // of one sound
 };
 
-} // namespace tarnok
+} // namespace builder

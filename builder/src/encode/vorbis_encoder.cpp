@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/seam.hpp"
@@ -6,7 +7,7 @@
 
 #include <algorithm>
 
-namespace tarnok {
+namespace builder {
 
 using base::Error;
 using base::ErrorCode;
@@ -234,7 +235,7 @@ public:
         mSeam.remember(packet);
         if (!mStarted) {
             mStarted = true;
-            mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
+            mSound->preSkip = uint32_t(mFirst - mPrimerCentre);
             if (const base::Result<> result = mData.writePacket(mPrimer); !result)
                 return result.error();
         }
@@ -426,4 +427,4 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/analysis.hpp"
 
 #include <algorithm>
@@ -9,7 +10,7 @@
 #include <optional>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -229,4 +230,4 @@ base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std
     return peak;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Measures the peak of a sound and the lowest rate that it needs.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <cstdint>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Reads all of source once and returns its largest absolute sample; 1 is full scale. With lowestRate it also stores the
 // lowest common rate that keeps everything audible in the sound, or the sound's own rate if no lower one does.
@@ -21,4 +22,4 @@ namespace tarnok {
 // Noise is treated like any other signal, so white noise keeps its rate at any level above the rounding noise.
 base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop);
 
-} // namespace tarnok
+} // namespace builder

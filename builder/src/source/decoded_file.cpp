@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/decoded_file.hpp"
 
 #include "bank/vector_state.hpp"
@@ -8,7 +9,7 @@
 #include <cmath>
 #include <cstdio>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -219,7 +220,7 @@ base::Error DecodedFile::errorFor(KESS_RESULT result) const
     case KESS_ERR_FILE_NOTFOUND:
         return refused(ErrorCode::NotFound, "the file does not exist (" + mPath + ")");
     case KESS_ERR_FILE_BAD: {
-        const base::Result<base::FileStamp> stamp = base::stampOf(mPath);
+        const base::Result<base::FileStamp> stamp = base::readStamp(mPath);
         const bool isEmpty = stamp && stamp->size == 0;
         return refused(ErrorCode::Damaged, isEmpty ? "the file is empty" : "the file is damaged or cut short");
     }
@@ -245,4 +246,4 @@ base::Error DecodedFile::refused(base::ErrorCode code, const std::string& reason
     return {code, std::string(base::baseName(mPath)) + ": " + reason};
 }
 
-} // namespace tarnok
+} // namespace builder

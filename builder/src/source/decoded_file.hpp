@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A source file, decoded by the engine.
 #pragma once
 
@@ -9,7 +10,7 @@
 #include <optional>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // One open file. Errors of decoding get a text for the user.
 class DecodedFile final : public FrameSource
@@ -52,4 +53,4 @@ private:
     uint64_t mPosition = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "source/engine.hpp"
 
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 base::Result<KessSystem> startEngine()
 {
@@ -19,4 +20,4 @@ base::Result<KessSystem> startEngine()
     return engine;
 }
 
-} // namespace tarnok
+} // namespace builder

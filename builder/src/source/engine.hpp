@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio engine, which decodes the sources.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <memory>
 
-namespace tarnok {
+namespace builder {
 
 struct KessRelease
 {
@@ -18,4 +19,4 @@ using KessSystem = std::unique_ptr<KESS::System, KessRelease>;
 // An engine without audio output. ErrorCode::Engine if it can't be started.
 base::Result<KessSystem> startEngine();
 
-} // namespace tarnok
+} // namespace builder

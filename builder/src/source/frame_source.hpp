@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The samples of a sound between its files and its encoder.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace tarnok {
+namespace builder {
 
 // The properties of a sequence of samples. Lengths and positions are in frames, that is, samples of one channel.
 struct FrameFacts
@@ -41,4 +42,4 @@ protected:
     FrameSource& operator=(const FrameSource&) = delete;
 };
 
-} // namespace tarnok
+} // namespace builder

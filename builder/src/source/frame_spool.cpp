@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/frame_spool.hpp"
 
 #include "base/bytes.hpp"
@@ -9,7 +10,7 @@
 
 #include <sys/stat.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -139,4 +140,4 @@ bool FrameSpool::copyTo(int target) const
                            [this] { return !mStop.stop_requested(); });
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stores computed samples until they are encoded.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <stop_token>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // A sound of float samples that is written once, in any order, and then read from any position. A short one is stored
 // in memory, a long one in an unnamed file.
@@ -56,4 +57,4 @@ private:
     std::vector<float> mBuffer;
 };
 
-} // namespace tarnok
+} // namespace builder

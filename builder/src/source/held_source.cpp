@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "source/held_source.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -116,4 +117,4 @@ std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source
     return std::make_unique<HeldRange>(std::move(source), *loop);
 }
 
-} // namespace tarnok
+} // namespace builder

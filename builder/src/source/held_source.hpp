@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sounds and loops that are held in memory.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-namespace tarnok {
+namespace builder {
 
 // Loads a short sound into memory, so that seeking in it is cheap whatever its file format is. A long one is returned
 // unchanged.
@@ -18,4 +19,4 @@ std::unique_ptr<FrameSource> holdIfShort(std::unique_ptr<FrameSource> source);
 std::unique_ptr<FrameSource> holdLoopIfShort(std::unique_ptr<FrameSource> source,
                                              const std::optional<base::Loop>& loop);
 
-} // namespace tarnok
+} // namespace builder

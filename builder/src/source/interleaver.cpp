@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "source/interleaver.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -114,4 +115,4 @@ std::unique_ptr<FrameSource> interleave(std::vector<std::unique_ptr<FrameSource>
     return std::make_unique<Interleaver>(std::move(parts));
 }
 
-} // namespace tarnok
+} // namespace builder

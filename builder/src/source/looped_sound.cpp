@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/looped_sound.hpp"
 
 #include "bank/vector_state.hpp"
@@ -5,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
 LoopedSound::LoopedSound(FrameSource& frames, std::optional<base::Loop> loop, std::stop_token stop)
     : mFrames(frames)
@@ -75,4 +76,4 @@ uint64_t LoopedSound::runLength(std::optional<uint64_t> frame) const
     return mPosition < 0 ? std::min(run, uint64_t(-mPosition)) : run;
 }
 
-} // namespace tarnok
+} // namespace builder

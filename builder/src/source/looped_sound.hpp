@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A prepared sound, as its encoder reads it.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <optional>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Delivers frames also before the start and after the end, as somebody hears them who listens to the loop.
 class LoopedSound final : public PreparedSound
@@ -32,4 +33,4 @@ private:
     int64_t mPosition = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "source/raw_sound.hpp"
 
 #include "base/bytes.hpp"
 
 #include <fcntl.h>
 
-namespace tarnok {
+namespace builder {
 
 std::optional<RawSound> RawSound::open(const std::string& path, const base::FileStamp& stamp,
                                        const PreparedFacts& facts, const RawSampleRange& samples)
@@ -47,4 +48,4 @@ base::Result<> RawSound::readSamples(void* frames, size_t count)
     return {};
 }
 
-} // namespace tarnok
+} // namespace builder

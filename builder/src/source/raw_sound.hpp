@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A sound whose samples are copied from its file unchanged.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // The byte range of a file that contains the samples of a sound exactly as a bank stores them.
 struct RawSampleRange
@@ -44,4 +45,4 @@ private:
     uint64_t mPosition = 0; // bytes from the start of the samples
 };
 
-} // namespace tarnok
+} // namespace builder

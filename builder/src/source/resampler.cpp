@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/resampler.hpp"
 
 #include "bank/vector_state.hpp"
@@ -11,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -261,4 +262,4 @@ base::Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const R
     return std::unique_ptr<FrameSource>(std::move(*spool));
 }
 
-} // namespace tarnok
+} // namespace builder

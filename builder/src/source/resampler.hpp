@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Changes the sample rate of a sound without a seam at its loop.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <memory>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // The level of images and aliases: below the resolution of 24 bits, or below that of 20 bits (-120 dB). The latter
 // takes half the processor time, and is sufficient for a codec whose own error is near -60 dB.
@@ -25,4 +26,4 @@ base::Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const R
                                                     const TemporaryFolders& spoolFolders, std::stop_token stop,
                                                     ResamplingPrecision precision = ResamplingPrecision::Bits24);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "source/resampling_plan.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -78,4 +79,4 @@ uint64_t ResamplingPlan::positionInRounds(uint64_t frame) const
     return std::min(mLength, uint64_t(std::max(0.0, position)));
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lengths, loops and positions of a sound before and after resampling.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // Maps positions of a sound to positions after resampling.
 //
@@ -57,4 +58,4 @@ private:
     std::optional<base::Loop> mLoop;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/sound_preparation.hpp"
 
 #include "base/path.hpp"
@@ -10,7 +11,7 @@
 #include <cstdio>
 #include <tuple>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -136,7 +137,8 @@ base::Result<> SoundPreparation::analyse()
 {
     uint32_t lowestRate = 0;
     if (mSettings.peak || mSettings.lowestRate) {
-        const base::Result<float> peak = tarnok::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
+        const base::Result<float> peak =
+            builder::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
         if (!peak)
             return peak.error();
         if (mSettings.peak)
@@ -224,4 +226,4 @@ void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
     mSyncPoints.erase(std::unique(mSyncPoints.begin(), mSyncPoints.end()), mSyncPoints.end());
 }
 
-} // namespace tarnok
+} // namespace builder

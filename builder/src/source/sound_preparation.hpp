@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prepares the files of one sound for its encoder.
 #pragma once
 
@@ -17,7 +18,7 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // The steps must be called in the order of their declaration.
 //
@@ -76,4 +77,4 @@ private:
     std::unique_ptr<LoopedSound> mPrepared;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/source_identity.hpp"
 
 #include "base/path.hpp"
@@ -8,7 +9,7 @@
 
 #include <fcntl.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -68,7 +69,7 @@ base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path,
         if (!content)
             return content.error();
         identity.content = *content;
-        const base::Result<base::FileStamp> after = base::stampOf(path);
+        const base::Result<base::FileStamp> after = base::readStamp(path);
         if (!after)
             return after.error();
         if (*after != identity.stamp)
@@ -104,4 +105,4 @@ base::Error keepsChanging(std::string_view path)
     return {base::ErrorCode::Io, std::string(base::baseName(path)) + ": another program keeps writing to this file"};
 }
 
-} // namespace tarnok
+} // namespace builder

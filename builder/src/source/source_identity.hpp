@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The content of source files, and whether it has changed.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
 // The content of a file at a certain moment.
 struct SourceIdentity
@@ -48,4 +49,4 @@ private:
 // The error for a file that has changed each time it was read.
 base::Error keepsChanging(std::string_view path);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/source_index.hpp"
 
 #include "base/bytes.hpp"
@@ -10,7 +11,7 @@
 
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -150,4 +151,4 @@ bool SourceIndex::writeSegment(std::span<const RecordTable> tables) const
     return bool(file->commit(mFolder + "/" + name.digest().hex() + std::string(kSegmentSuffix)));
 }
 
-} // namespace tarnok
+} // namespace builder

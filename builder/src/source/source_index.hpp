@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stores the content hashes of files, so that unchanged files needn't be hashed again.
 #pragma once
 
@@ -12,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // A table on the disk that maps (path, device, inode, size, times) to a content hash. All builds that use the same
 // cache directory share it. It only saves time: if it is lost or damaged, files are hashed again.
@@ -59,4 +60,4 @@ private:
     DatedRecords mNewRecords;
 };
 
-} // namespace tarnok
+} // namespace builder

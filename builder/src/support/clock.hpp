@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The time of day, for comparison with the times of files.
 #pragma once
 
@@ -5,7 +6,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace tarnok {
+namespace builder {
 
 // Nanoseconds by which now() is ahead of the system clock. Only tests set it, so that they needn't wait for files to
 // age.
@@ -18,4 +19,4 @@ inline int64_t now()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(time).count() + clockAhead;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/content_hash.hpp"
 
 #include "bank/vector_state.hpp"
@@ -6,7 +7,7 @@
 
 #include <bit>
 
-namespace tarnok {
+namespace builder {
 
 static_assert(std::endian::native == std::endian::little, "fields are hashed as they are in memory");
 
@@ -61,4 +62,4 @@ ContentHash ContentHasher::digest() const
     return hash;
 }
 
-} // namespace tarnok
+} // namespace builder

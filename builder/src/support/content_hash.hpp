@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hash by which the cache identifies sources and encoded sounds.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
 // 256 bits of BLAKE2b. Nobody can construct two contents with the same hash, so a file from outside can't be mistaken
 // for another one in the cache. (XXH3, which detects damage elsewhere, is faster, but two WAV files with the same
@@ -44,4 +45,4 @@ private:
     crypto_generichash_state mState;
 };
 
-} // namespace tarnok
+} // namespace builder

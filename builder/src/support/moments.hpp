@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hooks for tests that interfere with a build at a certain moment. A test that only waits for the moment often misses
 // it.
 #pragma once
@@ -6,7 +7,7 @@
 
 #include <cstddef>
 
-namespace tarnok {
+namespace builder {
 
 // Both are called on the thread that has reached the moment. They are null except in tests, and may only be set while
 // no build runs.
@@ -17,4 +18,4 @@ inline void (*onReport)(int sound, TARNOK_STATE state) = nullptr;
 // Called before a sound is copied into the bank.
 inline void (*onCopy)(size_t sound) = nullptr;
 
-} // namespace tarnok
+} // namespace builder

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "support/own_file.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 base::FileDescriptor openOwn(const std::string& path)
 {
@@ -36,4 +37,4 @@ bool isForeign(const std::string& path, Magic magic)
     return !file || !startsWithMagic(file.get(), magic);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Identifies our own files in folders that may contain files of others, which are neither removed nor replaced.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <span>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // The first bytes of a file. Each kind of file that the library stores has its own.
 using Magic = std::span<const char, 8>;
@@ -21,4 +22,4 @@ bool startsWithMagic(int descriptor, Magic magic);
 // Whether path exists and belongs to somebody else, who would miss it.
 bool isForeign(const std::string& path, Magic magic);
 
-} // namespace tarnok
+} // namespace builder

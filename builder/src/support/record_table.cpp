@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/record_table.hpp"
 
 #include "bank/checksum.hpp"
@@ -7,7 +8,7 @@
 #include <cstring>
 #include <tuple>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -150,4 +151,4 @@ std::vector<uint8_t> RecordTable::merge(std::span<const RecordTable> tables, con
     return makeFile(std::move(records), magic);
 }
 
-} // namespace tarnok
+} // namespace builder

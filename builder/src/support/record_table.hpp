@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records stored under hashes. Records that were not used for a long time are dropped.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 // One record, with the time of its last use by a build.
 struct DatedRecord
@@ -63,4 +64,4 @@ private:
     std::vector<Entry> mEntries; // by key
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/remarks.hpp"
 
 #include "base/utf8.hpp"
@@ -5,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 void Remarks::post(std::string text)
 {
@@ -40,4 +41,4 @@ void copyCharacters(const std::string& text, char* buffer, size_t size)
     buffer[whole.size()] = '\0';
 }
 
-} // namespace tarnok
+} // namespace builder

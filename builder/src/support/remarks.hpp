@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sentences for the user about what didn't fail in a build but should be known.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <set>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // A queue of remarks, in which each text appears once per build. Safe to use from several threads.
 class Remarks
@@ -33,4 +34,4 @@ private:
 // Copies as many whole characters of text as fit into a buffer of `size` bytes, followed by a NUL. size is at least 1.
 void copyCharacters(const std::string& text, char* buffer, size_t size);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "support/temporary_folders.hpp"
 
 #include "base/file.hpp"
 #include "base/temporary_file.hpp"
 
-namespace tarnok {
+namespace builder {
 
 base::Result<base::FileDescriptor> TemporaryFolders::createNext(std::string exhausted)
 {
@@ -33,4 +34,4 @@ std::string TemporaryFolders::listed() const
     return list;
 }
 
-} // namespace tarnok
+} // namespace builder

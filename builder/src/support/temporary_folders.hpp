@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Folders for unnamed files. When the disk of one is full, the next is used.
 #pragma once
 
@@ -9,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 class TemporaryFolders
 {
@@ -41,4 +42,4 @@ private:
     size_t mNext = 0; // index of the first folder that was not tried yet
 };
 
-} // namespace tarnok
+} // namespace builder

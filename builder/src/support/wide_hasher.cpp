@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/wide_hasher.hpp"
 
 #include "bank/vector_state.hpp"
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -194,4 +195,4 @@ void WideHasher::compress(State* state, const std::byte* rows, size_t count, boo
     bank::clearVectorState();
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hashes whole files at three times the speed of sequential BLAKE2b.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <cstdint>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 // A hash tree of two levels. A collision would require a collision in BLAKE2b. Blocks of 128 bytes are distributed to
 // four lanes in turn; each lane is a BLAKE2b-256 with the personalisation kPersonal. The four lanes are computed at
@@ -54,4 +55,4 @@ private:
     size_t mPendingBytes = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/worker_memory.hpp"
 
 #include "support/worker_pool.hpp"
@@ -11,7 +12,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -136,4 +137,4 @@ base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& l
     return result;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How many workers fit into the available memory.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
 // What the process may still use, in bytes.
 struct MemoryLeft
@@ -36,4 +37,4 @@ struct WorkerCount
 // system may free more.
 base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/worker_pool.hpp"
 
 #include "bank/vector_state.hpp"
@@ -11,7 +12,7 @@
 #include <ctime>
 #include <pthread.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -103,4 +104,4 @@ void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(s
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs jobs on several threads.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <csignal>
 
-namespace tarnok {
+namespace builder {
 
 // The stack of each worker. Codec libraries assume that there is enough, so the limit on the program's own stack
 // (ulimit -s) must not apply here.
@@ -33,4 +34,4 @@ private:
     sigset_t mOldMask;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/call.hpp"
 
 #include "kess.hpp"
@@ -8,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -77,14 +78,14 @@ KESS_RESULT copyText(std::string_view text, char* buffer, int bufferBytes) noexc
     return fitting.size() < text.size() ? KESS_ERR_TRUNCATED : KESS_OK;
 }
 
-} // namespace kess
+} // namespace engine
 
 extern "C" int KESS_SystemError(void)
 {
-    return kess::lastError.systemError;
+    return engine::lastError.systemError;
 }
 
 extern "C" KESS_RESULT KESS_ErrorDetail(char* text, int textBytes)
 {
-    return kess::copyText(kess::lastError.text, text, textBytes);
+    return engine::copyText(engine::lastError.text, text, textBytes);
 }

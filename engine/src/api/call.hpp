@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The boundary between the engine and its callers: no exception leaves a call, errors become numbers, and the last
 // error of each thread is kept for KESS_SystemError and KESS_ErrorDetail.
 #pragma once
@@ -9,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 // Forgets the error of the thread's previous call.
 void beginCall() noexcept;
@@ -42,4 +43,4 @@ KESS_RESULT guarded(Call call) noexcept
 // Copies whole characters, as many as fit, and NUL. KESS_ERR_TRUNCATED: not all. A null buffer is ignored.
 KESS_RESULT copyText(std::string_view text, char* buffer, int bufferBytes) noexcept;
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/call.hpp"
 #include "api/sound.hpp"
 #include "banks/bank_verification.hpp"
@@ -8,7 +9,7 @@
 #include <algorithm>
 #include <new>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -122,7 +123,7 @@ base::Result<> verifyBank(const char* path, const char* key, const ReportFinding
 
 } // namespace
 
-} // namespace kess
+} // namespace engine
 
 namespace KESS {
 
@@ -166,10 +167,10 @@ KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_
         return KESS_ERR_UNINITIALIZED;
     if (!path || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
         return KESS_ERR_INVALID_PARAM;
-    return kess::asFileFault(kess::guarded([&] {
+    return engine::asFileFault(engine::guarded([&] {
         SoundAccess::Pointer opened;
         const KESS_RESULT result =
-            kess::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
+            engine::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
         if (opened && (mode & KESS_MODE_OPENONLY))
             SoundAccess::deferDecoders(*opened);
         *sound = opened.release();
@@ -183,9 +184,9 @@ KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_C
         return KESS_ERR_UNINITIALIZED;
     if (!path)
         return KESS_ERR_INVALID_PARAM;
-    return kess::guarded([&] {
-        return kess::finish(kess::verifyBank(path, key, [&](const kess::Finding& found) {
-            return !finding || finding(userData, found.sound, kess::asResult(found.kind), found.text.c_str()) != 0;
+    return engine::guarded([&] {
+        return engine::finish(engine::verifyBank(path, key, [&](const engine::Finding& found) {
+            return !finding || finding(userData, found.sound, engine::asResult(found.kind), found.text.c_str()) != 0;
         }));
     });
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kess.hpp"
 
 extern "C" const char* KESS_ErrorString(KESS_RESULT result)

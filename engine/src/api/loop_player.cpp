@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "api/loop_player.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 size_t LoopPlayer::frameBytes(Form form) const
 {
@@ -125,4 +126,4 @@ base::Result<size_t> LoopPlayer::read(void* buffer, Form form, size_t count)
     return done;
 }
 
-} // namespace kess
+} // namespace engine

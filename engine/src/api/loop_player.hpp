@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a sound and repeats its loop.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 class LoopPlayer
 {
@@ -56,4 +57,4 @@ private:
     bool mInStoredLoop = false; // reading continues there, and the decoder's position is arbitrary
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/sound.hpp"
 
 #include "api/call.hpp"
@@ -11,7 +12,7 @@ namespace KESS {
 
 namespace {
 
-using kess::LoopPlayer;
+using engine::LoopPlayer;
 
 template <typename Value>
 void store(Value* target, Value value)
@@ -20,9 +21,9 @@ void store(Value* target, Value value)
         *target = value;
 }
 
-size_t frameBytes(const kess::SoundFacts& facts)
+size_t frameBytes(const engine::SoundFacts& facts)
 {
-    return static_cast<size_t>(facts.channels) * kess::bytesPerSample(facts.format);
+    return static_cast<size_t>(facts.channels) * engine::bytesPerSample(facts.format);
 }
 
 } // namespace
@@ -32,7 +33,8 @@ void SoundAccess::Free::operator()(Sound* sound) const
     delete sound;
 }
 
-SoundAccess::Pointer SoundAccess::fromFile(kess::FilePointer file, kess::SoundFacts facts, kess::DecoderPointer decoder)
+SoundAccess::Pointer SoundAccess::fromFile(engine::FilePointer file, engine::SoundFacts facts,
+                                           engine::DecoderPointer decoder)
 {
     Pointer sound(new Sound);
     sound->mImpl->file = std::move(file);
@@ -41,7 +43,7 @@ SoundAccess::Pointer SoundAccess::fromFile(kess::FilePointer file, kess::SoundFa
     return sound;
 }
 
-base::Result<SoundAccess::Pointer> SoundAccess::fromBank(std::unique_ptr<kess::BankFile> bank)
+base::Result<SoundAccess::Pointer> SoundAccess::fromBank(std::unique_ptr<engine::BankFile> bank)
 {
     Pointer sound(new Sound);
     sound->mImpl->facts.type = KESS_SOUND_TYPE_TNB;
@@ -67,7 +69,7 @@ base::Result<> Sound::Impl::adoptOnlySound()
 {
     if (!bank || bank->locked() || bank->soundCount() != 1)
         return {};
-    base::Result<kess::SoundFacts> only = bank->facts(0);
+    base::Result<engine::SoundFacts> only = bank->facts(0);
     if (!only)
         return std::move(only.error());
     facts = std::move(*only);
@@ -86,9 +88,9 @@ KESS_RESULT Sound::Impl::prepareToRead()
         return KESS_ERR_KEY_MISSING;
     if (bank && bank->soundCount() != 1)
         return KESS_ERR_SUBSOUNDS;
-    base::Result<kess::DecoderPointer> decoder = home ? home->decoder(index) : bank->decoder(0);
+    base::Result<engine::DecoderPointer> decoder = home ? home->decoder(index) : bank->decoder(0);
     if (!decoder)
-        return kess::fail(std::move(decoder.error()));
+        return engine::fail(std::move(decoder.error()));
     player.open(std::move(*decoder));
     return KESS_OK;
 }
@@ -99,7 +101,7 @@ KESS_RESULT Sound::Impl::failReading(base::Error error) const
         error.text = std::move(medium.error().text);
         error.systemError = medium.error().systemError;
     }
-    return kess::fail(std::move(error));
+    return engine::fail(std::move(error));
 }
 
 KESS_RESULT Sound::Impl::read(void* buffer, LoopPlayer::Form form, size_t bytes, size_t frameBytes, size_t* done)
@@ -127,14 +129,14 @@ KESS_RESULT Sound::Impl::subsound(int wanted, Sound** sound)
         *sound = owned.get();
         return KESS_OK;
     }
-    base::Result<kess::SoundFacts> found = bank->facts(wanted);
+    base::Result<engine::SoundFacts> found = bank->facts(wanted);
     if (!found)
-        return kess::fail(std::move(found.error()));
-    kess::DecoderPointer decoder;
+        return engine::fail(std::move(found.error()));
+    engine::DecoderPointer decoder;
     if (!defersDecoders) {
-        base::Result<kess::DecoderPointer> opened = bank->decoder(wanted);
+        base::Result<engine::DecoderPointer> opened = bank->decoder(wanted);
         if (!opened && opened.error().code != base::ErrorCode::Unsupported)
-            return kess::fail(std::move(opened.error()));
+            return engine::fail(std::move(opened.error()));
         if (opened)
             decoder = std::move(*opened);
     }
@@ -174,11 +176,11 @@ KESS_RESULT Sound::release()
 
 KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, int* channels, int* bits)
 {
-    const kess::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = mImpl->facts;
     store(type, facts.type);
     store(format, facts.format);
     store(channels, facts.channels);
-    store(bits, static_cast<int>(8 * kess::bytesPerSample(facts.format)));
+    store(bits, static_cast<int>(8 * engine::bytesPerSample(facts.format)));
     return KESS_OK;
 }
 
@@ -192,7 +194,7 @@ KESS_RESULT Sound::getDefaults(float* frequency, int* priority)
 
 KESS_RESULT Sound::getLength(unsigned int* length, unsigned int timeUnit)
 {
-    const kess::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = mImpl->facts;
     const auto samples = static_cast<long double>(facts.sampleCount);
     long double value = 0;
     switch (timeUnit) {
@@ -227,7 +229,7 @@ KESS_RESULT Sound::getDeclaredSampleCount(uint64_t* samples)
 
 KESS_RESULT Sound::seekData(uint64_t sample)
 {
-    return kess::guarded([&] {
+    return engine::guarded([&] {
         if (const KESS_RESULT result = mImpl->prepareToRead(); result != KESS_OK)
             return result;
         if (sample > mImpl->facts.sampleCount)
@@ -242,7 +244,7 @@ KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int
     const size_t bytes = frameBytes(mImpl->facts);
     size_t done = 0;
     const KESS_RESULT result =
-        kess::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsStored, lengthBytes, bytes, &done); });
+        engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsStored, lengthBytes, bytes, &done); });
     store(read, static_cast<unsigned int>(done * bytes));
     return result;
 }
@@ -252,7 +254,7 @@ KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* f
     const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
     size_t done = 0;
     const KESS_RESULT result =
-        kess::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsFloat, frames * bytes, bytes, &done); });
+        engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsFloat, frames * bytes, bytes, &done); });
     store(framesRead, static_cast<unsigned int>(done));
     return result;
 }
@@ -291,11 +293,11 @@ KESS_RESULT Sound::getPeak(float* peak)
 
 KESS_RESULT Sound::getRemark(char* text, int textBytes)
 {
-    return kess::guarded([&] {
+    return engine::guarded([&] {
         std::string joined;
         for (const std::string& remark : mImpl->facts.remarks)
             joined += (joined.empty() ? "" : "; ") + remark;
-        return kess::copyText(joined, text, textBytes);
+        return engine::copyText(joined, text, textBytes);
     });
 }
 
@@ -312,12 +314,12 @@ KESS_RESULT Sound::getSyncPoint(int index, uint64_t* sample, char* name, int nam
         return KESS_ERR_INVALID_SYNCPOINT;
     const base::SyncPoint& point = points[static_cast<size_t>(index)];
     store(sample, point.frame);
-    return kess::copyText(point.name, name, nameBytes);
+    return engine::copyText(point.name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getName(char* name, int nameBytes)
 {
-    return kess::copyText(mImpl->facts.name, name, nameBytes);
+    return engine::copyText(mImpl->facts.name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getNumSubSounds(int* count)
@@ -336,7 +338,7 @@ KESS_RESULT Sound::getSubSound(int index, Sound** subsound)
     if (!subsound)
         return KESS_ERR_INVALID_PARAM;
     *subsound = nullptr;
-    return kess::guarded([&] {
+    return engine::guarded([&] {
         const KESS_RESULT result = mImpl->checkUnlockedBank();
         return result == KESS_OK ? mImpl->subsound(index, subsound) : result;
     });
@@ -347,13 +349,13 @@ KESS_RESULT Sound::getSubSoundByName(const char* name, Sound** subsound)
     if (!subsound || !name)
         return KESS_ERR_INVALID_PARAM;
     *subsound = nullptr;
-    return kess::guarded([&] {
+    return engine::guarded([&] {
         if (const KESS_RESULT result = mImpl->checkUnlockedBank(); result != KESS_OK)
             return result;
         base::Result<int> index = mImpl->bank->find(name);
         if (!index)
             return index.error().code == base::ErrorCode::NotFound ? KESS_ERR_TAGNOTFOUND
-                                                                   : kess::fail(std::move(index.error()));
+                                                                   : engine::fail(std::move(index.error()));
         return mImpl->subsound(*index, subsound);
     });
 }
@@ -378,7 +380,7 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
     encoding->cbsize = static_cast<int32_t>(sizeof *encoding);
     if (mImpl->bank && mImpl->bank->locked())
         return KESS_ERR_KEY_MISSING;
-    const std::optional<kess::Encoding>& stored = mImpl->facts.encoding;
+    const std::optional<engine::Encoding>& stored = mImpl->facts.encoding;
     if (!stored)
         return KESS_ERR_SUBSOUNDS;
     encoding->codec = stored->codec;
@@ -390,14 +392,14 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
 
 KESS_RESULT Sound::verifyData()
 {
-    return kess::guarded([&]() -> KESS_RESULT {
+    return engine::guarded([&]() -> KESS_RESULT {
         if (mImpl->isClosed)
             return KESS_ERR_INVALID_HANDLE;
         if (mImpl->home)
-            return kess::finish(mImpl->home->verifyData(mImpl->index));
+            return engine::finish(mImpl->home->verifyData(mImpl->index));
         if (!mImpl->bank || (!mImpl->bank->locked() && mImpl->bank->soundCount() != 1))
             return KESS_ERR_SUBSOUNDS;
-        return kess::finish(mImpl->bank->verifyData(0));
+        return engine::finish(mImpl->bank->verifyData(0));
     });
 }
 
@@ -411,11 +413,11 @@ KESS_RESULT Sound::setEncryptionKey(const char* key)
 {
     if (!key)
         return KESS_ERR_INVALID_PARAM;
-    return kess::guarded([&] {
+    return engine::guarded([&] {
         if (!mImpl->bank || !mImpl->bank->locked())
             return KESS_OK;
         base::Result<> unlocked = mImpl->bank->unlock(key);
-        return kess::finish(unlocked ? mImpl->adoptOnlySound() : std::move(unlocked));
+        return engine::finish(unlocked ? mImpl->adoptOnlySound() : std::move(unlocked));
     });
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The implementation of KESS::Sound.
 #pragma once
 
@@ -20,8 +21,9 @@ struct SoundAccess
     using Pointer = std::unique_ptr<Sound, Free>;
 
     // A file that was recognised. Without a decoder it can't be read.
-    [[nodiscard]] static Pointer fromFile(kess::FilePointer file, kess::SoundFacts facts, kess::DecoderPointer decoder);
-    static base::Result<Pointer> fromBank(std::unique_ptr<kess::BankFile> bank);
+    [[nodiscard]] static Pointer fromFile(engine::FilePointer file, engine::SoundFacts facts,
+                                          engine::DecoderPointer decoder);
+    static base::Result<Pointer> fromBank(std::unique_ptr<engine::BankFile> bank);
 
     // Sounds of the bank prepare for decoding when they are first read.
     static void deferDecoders(Sound& bank);
@@ -32,21 +34,21 @@ struct __attribute__((visibility("hidden"))) Sound::Impl
 {
     // Facts of the file, of the subsound, or of the only sound of a bank. A locked bank, and one of several sounds, has
     // only a type.
-    kess::SoundFacts facts;
+    engine::SoundFacts facts;
 
-    kess::FilePointer file; // null for a bank and its subsounds
+    engine::FilePointer file; // null for a bank and its subsounds
 
     // Players read from the bank and are destroyed before it.
-    std::unique_ptr<kess::BankFile> bank;
+    std::unique_ptr<engine::BankFile> bank;
     std::vector<SoundAccess::Pointer> subsounds; // made on request
     bool defersDecoders = false;
-    kess::BankFile* home = nullptr; // the bank of a subsound
+    engine::BankFile* home = nullptr; // the bank of a subsound
     int index = 0; // of a subsound in its bank
     bool isClosed = false; // a subsound that was released
-    kess::LoopPlayer player;
+    engine::LoopPlayer player;
 
     [[nodiscard]] KESS_RESULT prepareToRead();
-    [[nodiscard]] KESS_RESULT read(void* buffer, kess::LoopPlayer::Form form, size_t bytes, size_t frameBytes,
+    [[nodiscard]] KESS_RESULT read(void* buffer, engine::LoopPlayer::Form form, size_t bytes, size_t frameBytes,
                                    size_t* done);
 
     // Keeps the error of a read or seek. If the medium failed, its error is the reason.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The decoders of the sounds in a bank, one for each codec.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <memory>
 #include <span>
 
-namespace kess {
+namespace engine {
 
 // How long an Opus decoder may still be wrong after a seek point (RFC 7845, 4.6).
 inline constexpr uint64_t kOpusPrerollMilliseconds = 80;
@@ -39,4 +40,4 @@ base::Result<DecoderPointer> makeOpusDecoder(BankSound sound, std::span<const ui
 // The number of frames in an Opus packet; 0 if it is damaged.
 [[nodiscard]] uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate);
 
-} // namespace kess
+} // namespace engine

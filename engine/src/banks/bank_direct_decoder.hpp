@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The common part of PCM and KADPCM: a seek only stores the position of the next read.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 class BankDirectDecoder : public Decoder
 {
@@ -35,4 +36,4 @@ protected:
     uint64_t mFrame = 0; // delivered next
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_file.hpp"
 
 #include <algorithm>
 #include <cassert>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -230,4 +231,4 @@ base::Result<VorbisSetupPointer> BankFile::vorbisSetup(uint32_t index)
     return made;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An opened bank: a list of sounds that can be found by index or by name, and decoded.
 #pragma once
 
@@ -12,7 +13,7 @@
 #include <set>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 // Sound indices are below soundCount() (asserted).
 class BankFile
@@ -70,4 +71,4 @@ private:
     VorbisSetupPointer mLastVorbisSetup;
 };
 
-} // namespace kess
+} // namespace engine

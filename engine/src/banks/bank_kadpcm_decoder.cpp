@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_decoders.hpp"
 
 #include "banks/bank_direct_decoder.hpp"
@@ -6,7 +7,7 @@
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -136,9 +137,9 @@ private:
 
 base::Result<DecoderPointer> makeKadpcmDecoder(BankSound sound)
 {
-    if (sound.stored.leadIn != 0)
+    if (sound.stored.preSkip != 0)
         return base::Error{base::ErrorCode::Damaged, "its codec has no pre-skip"};
     return DecoderPointer(std::make_unique<BankKadpcmDecoder>(std::move(sound)));
 }
 
-} // namespace kess
+} // namespace engine

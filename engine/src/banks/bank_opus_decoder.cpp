@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_stream_decoder.hpp"
 
 #include <opus/opus_multistream.h>
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -96,4 +97,4 @@ base::Result<DecoderPointer> makeOpusDecoder(BankSound sound, std::span<const ui
     return DecoderPointer(std::make_unique<BankOpusDecoder>(std::move(sound), std::move(library)));
 }
 
-} // namespace kess
+} // namespace engine

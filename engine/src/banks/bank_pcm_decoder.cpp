@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_decoders.hpp"
 
 #include "banks/bank_direct_decoder.hpp"
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -81,4 +82,4 @@ base::Result<DecoderPointer> makePcmDecoder(BankSound sound)
     return DecoderPointer(std::make_unique<BankPcmDecoder>(std::move(sound)));
 }
 
-} // namespace kess
+} // namespace engine

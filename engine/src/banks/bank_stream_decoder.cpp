@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_stream_decoder.hpp"
 
 #include "decode/sample_convert.hpp"
@@ -5,11 +6,11 @@
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 BankStreamDecoder::BankStreamDecoder(BankSound sound, uint64_t preroll)
     : mFacts(std::move(sound.facts))
-    , mPreSkip(sound.stored.leadIn)
+    , mPreSkip(sound.stored.preSkip)
     , mPreroll(preroll)
     , mSeekPoints(std::move(sound.stored.seekPoints))
 {
@@ -126,4 +127,4 @@ base::Result<size_t> BankStreamDecoder::readFloat(float* buffer, size_t count)
     });
 }
 
-} // namespace kess
+} // namespace engine

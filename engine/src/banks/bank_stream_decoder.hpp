@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The common part of Vorbis and Opus: a stream that is decoded in blocks of float frames. The frames before the sound
 // are dropped, and decoding can begin at seek points.
 #pragma once
@@ -7,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 class BankStreamDecoder : public Decoder
 {
@@ -53,4 +54,4 @@ private:
     bool mNeedsRestart = true;
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_verification.hpp"
 
 #include "banks/decoding_check.hpp"
@@ -7,7 +8,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -200,4 +201,4 @@ void BankVerification::report(const Finding& finding)
         mStopped = true;
 }
 
-} // namespace kess
+} // namespace engine

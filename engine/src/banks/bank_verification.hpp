@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Verifies everything in a bank: what opening checks, every checksum, every packet, every seek point.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 struct Finding
 {
@@ -58,4 +59,4 @@ private:
     base::Result<> mFailure;
 };
 
-} // namespace kess
+} // namespace engine

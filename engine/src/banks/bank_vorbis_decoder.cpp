@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_stream_decoder.hpp"
 #include "parse/vorbis_headers.hpp"
 
 #include <vorbis/codec.h>
 
-namespace kess {
+namespace engine {
 
 // The library builds its tables of code words when the first decoder state is made. From then on, decoders only read
 // what is in here.
@@ -146,4 +147,4 @@ base::Result<DecoderPointer> makeVorbisDecoder(BankSound sound, VorbisSetupPoint
     return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

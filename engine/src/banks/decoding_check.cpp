@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "banks/decoding_check.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -28,7 +29,7 @@ base::Error describe(base::Error error, std::string text)
 
 uint64_t sampleAt(uint64_t position, const bank::Sound& sound)
 {
-    return position > sound.leadIn ? position - sound.leadIn : 0;
+    return position > sound.preSkip ? position - sound.preSkip : 0;
 }
 
 base::Error misleadingSeek(uint64_t sample)
@@ -172,4 +173,4 @@ double DecodingCheck::difference(size_t samples) const
     return std::sqrt(squares / count) / (kRelativeLimit * std::max(std::sqrt(signal / count), kFaint));
 }
 
-} // namespace kess
+} // namespace engine

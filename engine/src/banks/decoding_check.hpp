@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Verifies that a sound can be decoded from its start and from each of its seek points.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // The sample of the sound at a position; 0 for positions before the sound.
 [[nodiscard]] uint64_t sampleAt(uint64_t position, const bank::Sound& sound);
@@ -52,4 +53,4 @@ private:
     uint64_t mWorstPosition = 0;
 };
 
-} // namespace kess
+} // namespace engine

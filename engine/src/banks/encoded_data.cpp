@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "banks/encoded_data.hpp"
 
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -83,4 +84,4 @@ bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint
     return after == points.begin() ? bank::SeekPoint{} : *(after - 1);
 }
 
-} // namespace kess
+} // namespace engine

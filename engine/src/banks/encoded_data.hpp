@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the encoded data of one sound, piece by piece.
 #pragma once
 
@@ -10,7 +11,7 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // The range of the encoded data of one sound.
 struct EncodedData
@@ -60,4 +61,4 @@ private:
 // The last seek point that isn't after position; the start of the stream if there is none.
 [[nodiscard]] bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position);
 
-} // namespace kess
+} // namespace engine

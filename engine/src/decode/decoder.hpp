@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interface of everything that decodes a sound.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace kess {
+namespace engine {
 
 // One opened sound. Positions and counts are in frames, that is, samples of one channel. After a failure, a decoder can
 // seek again.
@@ -39,4 +40,4 @@ protected:
 };
 using DecoderPointer = std::unique_ptr<Decoder>;
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The interface between the engine and its decoder module, kess_ffmpeg.so: plain C, so that either side can be
  * replaced.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The decoders of sound files.
 //
 // The functions fail with ErrorCode::Damaged; ErrorCode::Format if no decoder knows the content;
@@ -7,7 +8,7 @@
 #include "decode/decoder.hpp"
 #include "parse/file_kind.hpp"
 
-namespace kess {
+namespace engine {
 
 // Opens the decoder for the kind of the file.
 base::Result<DecoderPointer> openDecoder(const RecognisedFile& file);
@@ -20,4 +21,4 @@ base::Result<DecoderPointer> openOpus(const RecognisedFile& file);
 // Through the decoder module. ErrorCode::Format also if the module is missing.
 base::Result<DecoderPointer> openModule(const RecognisedFile& file);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/float_decoder.hpp"
 
 #include "decode/sample_convert.hpp"
@@ -5,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-namespace kess {
+namespace engine {
 
 base::Result<size_t> FloatDecoder::read(void* buffer, size_t count)
 {
@@ -62,4 +63,4 @@ void reorderXiphChannels(float* frames, size_t count, int channels)
     }
 }
 
-} // namespace kess
+} // namespace engine

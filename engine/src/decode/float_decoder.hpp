@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The common part of lossy codecs: they decode to float, and 16-bit samples are made from that.
 #pragma once
 
@@ -5,7 +6,7 @@
 
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 class FloatDecoder : public Decoder
 {
@@ -30,4 +31,4 @@ private:
 // 8 stay unchanged.
 void reorderXiphChannels(float* frames, size_t count, int channels);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/decoder_module.h"
@@ -17,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -252,4 +253,4 @@ base::Result<DecoderPointer> openModule(const RecognisedFile& file)
     return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -41,4 +42,4 @@ base::Result<DecoderPointer> openDecoder(const RecognisedFile& file)
     return isFinal ? std::move(byModule) : std::move(opened);
 }
 
-} // namespace kess
+} // namespace engine

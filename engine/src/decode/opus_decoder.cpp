@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/float_decoder.hpp"
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <climits>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -142,4 +143,4 @@ base::Result<DecoderPointer> openOpus(const RecognisedFile& file)
     return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

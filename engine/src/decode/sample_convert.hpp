@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversions between sample formats.
 #pragma once
 
@@ -5,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
 // Full scale is 32768, so that integers converted to float and back stay the same. Higher samples are clipped.
 inline void floatToInt16(const float* from, int16_t* to, size_t count)
@@ -30,4 +31,4 @@ inline void packTopBytes(const int32_t* from, size_t count, size_t bytes, uint8_
     }
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/sample_convert.hpp"
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <mutex>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -287,4 +288,4 @@ base::Result<DecoderPointer> openSndfile(const RecognisedFile& file)
     return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

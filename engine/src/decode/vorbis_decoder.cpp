@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/float_decoder.hpp"
@@ -9,7 +10,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -241,4 +242,4 @@ base::Result<DecoderPointer> openVorbis(const RecognisedFile& file)
     return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

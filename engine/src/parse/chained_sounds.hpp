@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files that chain several sounds. They are decoded as one sound, up to the first that has other channels or another
 // rate.
 #pragma once
@@ -5,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-namespace kess {
+namespace engine {
 
 // Reasons for chainRemark().
 [[nodiscard]] inline std::string otherChannels(int channels, int first)
@@ -27,4 +28,4 @@ namespace kess {
     return first + " read, because the next one " + reason;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/chunks.hpp"
 
 #include "base/bytes.hpp"
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -163,4 +164,4 @@ std::vector<uint8_t> ChunkList::readAll(const Chunk& chunk, size_t maximumBytes)
     return bytes;
 }
 
-} // namespace kess
+} // namespace engine

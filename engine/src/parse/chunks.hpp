@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The chunks of RIFF, RIFX, RF64, W64 and AIFF files.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // Whether a length near the largest number of 31, 32, 63 or 64 bits means that the length was unknown. A program that
 // writes into a pipe can't go back to fill in a length, and one that crashes doesn't. They leave such a number, or 0.
@@ -65,4 +66,4 @@ private:
     bool mIsRf64 = false;
 };
 
-} // namespace kess
+} // namespace engine

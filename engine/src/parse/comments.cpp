@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/comments.hpp"
 
 #include "base/bytes.hpp"
@@ -7,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -88,4 +89,4 @@ uint64_t countComments(std::span<const uint8_t> block)
     return std::min<uint64_t>(count, reader.bytesLeft() / kLengthBytes);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Comments as Vorbis stores them, which all formats of Xiph share (Vorbis I, 5.2).
 //
 // They are parsed here and not by the codec libraries: libsndfile passes on a few well-known comments only, and
@@ -9,7 +10,7 @@
 #include <span>
 #include <string>
 
-namespace kess {
+namespace engine {
 
 using Comments = std::map<std::string, std::string>; // by name in capitals; the first of each name
 
@@ -19,4 +20,4 @@ using Comments = std::map<std::string, std::string>; // by name in capitals; the
 // The declared number of comments, but no more than block has room for: libraries refuse such a block.
 [[nodiscard]] uint64_t countComments(std::span<const uint8_t> block);
 
-} // namespace kess
+} // namespace engine

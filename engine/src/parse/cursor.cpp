@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/cursor.hpp"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -74,4 +75,4 @@ size_t Cursor::read(void* buffer, size_t count)
     return done;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sequential reading with a position, as codec libraries read their files.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // A range of a file that is read like a file of its own, through a buffer: codecs read a few bytes at a time.
 class Cursor
@@ -38,4 +39,4 @@ private:
     size_t mBuffered = 0;
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/declared_length.hpp"
 
 #include "base/bytes.hpp"
@@ -8,7 +9,7 @@
 #include <optional>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -198,4 +199,4 @@ uint64_t declaredSampleCount(const RecognisedFile& file, const SoundFacts& facts
     return std::max(facts.sampleCount, static_cast<uint64_t>(std::min(declared, 0x1p62)));
 }
 
-} // namespace kess
+} // namespace engine

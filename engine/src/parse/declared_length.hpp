@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files that end before their sound ends.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
 // The length in samples that the file would have if it contained all the data that its header declares. The length in
 // facts for a whole file, and for a kind whose header declares none. An odd byte or a part of a frame may be missing at
@@ -14,4 +15,4 @@ namespace kess {
 // length; its missing and incomplete pages are counted (see lostOggSamples).
 [[nodiscard]] uint64_t declaredSampleCount(const RecognisedFile& file, const SoundFacts& facts);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/file_kind.hpp"
 
 #include "parse/mpeg_frames.hpp"
@@ -9,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -256,4 +257,4 @@ base::Result<RecognisedFile> recognise(FilePointer file)
     return RecognisedFile{std::move(file), *kind, std::move(chunks)};
 }
 
-} // namespace kess
+} // namespace engine

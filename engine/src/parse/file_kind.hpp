@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a file is, recognised from its bytes alone.
 #pragma once
 
@@ -7,7 +8,7 @@
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
 // What decodes a file.
 enum class Reader
@@ -46,4 +47,4 @@ struct RecognisedFile
 // ErrorCode::Format: no known signature. ErrorCode::Damaged: an Ogg file without a whole page.
 base::Result<RecognisedFile> recognise(FilePointer file);
 
-} // namespace kess
+} // namespace engine

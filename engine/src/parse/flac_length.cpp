@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/flac_length.hpp"
 
 #include "base/bytes.hpp"
@@ -6,7 +7,7 @@
 #include <array>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -123,4 +124,4 @@ std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64
     return cutFrame;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The length of a FLAC stream whose writer couldn't go back to store it in the header.
 #pragma once
 
@@ -6,10 +7,10 @@
 #include <cstdint>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 // The samples of one channel up to the end of the last whole frame, searched from the end of the stream in [begin, end)
 // (RFC 9639, 9.1). Nothing if no frame is found.
 [[nodiscard]] std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64_t end);
 
-} // namespace kess
+} // namespace engine

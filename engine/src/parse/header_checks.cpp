@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/header_checks.hpp"
 
 #include "bank/sound.hpp"
@@ -8,7 +9,7 @@
 #include <cmath>
 #include <string>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -153,4 +154,4 @@ base::Error refusal(const RecognisedFile& file)
     return {base::ErrorCode::Damaged, "it can't be decoded"};
 }
 
-} // namespace kess
+} // namespace engine

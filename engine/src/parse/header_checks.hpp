@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the headers of WAV and AIFF files say and libsndfile doesn't report: faults, another stream inside, the true
 // length.
 #pragma once
@@ -6,7 +7,7 @@
 
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 // Whether channels and rate are within the limits of a sound. ErrorCode::Damaged for no channels and for an impossible
 // rate, ErrorCode::TooManyChannels.
@@ -28,4 +29,4 @@ base::Result<> checkHeader(const RecognisedFile& file);
 // result is never more, and doesn't count what a decoder makes up after an incomplete block.
 [[nodiscard]] uint64_t lengthInHeader(const RecognisedFile& file, uint64_t decodable);
 
-} // namespace kess
+} // namespace engine

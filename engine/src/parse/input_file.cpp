@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/input_file.hpp"
 
 #include "base/file.hpp"
@@ -10,7 +11,7 @@
 
 #include <unistd.h>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -86,4 +87,4 @@ base::Result<> InputFile::takeReadError() const
     return base::Error{base::ErrorCode::Io, std::generic_category().message(failed), failed};
 }
 
-} // namespace kess
+} // namespace engine

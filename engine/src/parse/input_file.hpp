@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file of a sound: opened once, read at any offset by all that share it.
 #pragma once
 
@@ -9,7 +10,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace kess {
+namespace engine {
 
 class InputFile;
 using FilePointer = std::shared_ptr<const InputFile>;
@@ -52,4 +53,4 @@ private:
     mutable int mReadError = 0; // errno
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/mp4_tables.hpp"
 
 #include "base/bytes.hpp"
@@ -7,7 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -118,4 +119,4 @@ bool tablesFitFile(const RecognisedFile& file)
     return TableWalk(file.cursor()).look(0, file.kind.end - file.kind.begin, 0);
 }
 
-} // namespace kess
+} // namespace engine

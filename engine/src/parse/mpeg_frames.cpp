@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/mpeg_frames.hpp"
 
 #include "base/bytes.hpp"
@@ -7,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -210,4 +211,4 @@ bool startsWithAdts(const InputFile& file, uint64_t begin, uint64_t end)
     return begin < end && framesFollow(file, begin, end, parseAdtsFrame);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frame headers of MPEG audio, and of AAC in its bare form, which looks much like it.
 #pragma once
 
@@ -6,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 struct FrameHeader
 {
@@ -49,4 +50,4 @@ struct MpegLength
 // Whether there is a sequence of ADTS frames at begin.
 [[nodiscard]] bool startsWithAdts(const InputFile& file, uint64_t begin, uint64_t end);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_check.hpp"
 
 #include "parse/comments.hpp"
@@ -13,7 +14,7 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -197,4 +198,4 @@ base::Result<> checkOggStreams(const RecognisedFile& file, uint64_t maximumComme
     return {};
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks of Ogg files before a library gets them: what it would cost to search them for pages.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
 // ErrorCode::Damaged: too many page headers begin inside other pages. A library computes a checksum over the whole
 // length that such a header declares, and then continues after its first bytes: 28 bytes make it read 65,000, again at
@@ -17,4 +18,4 @@ base::Result<> checkOggPages(const RecognisedFile& file);
 // pages of streams. opusfile keeps the comments of every link, and compares the first pages of a link with each other.
 base::Result<> checkOggStreams(const RecognisedFile& file, uint64_t maximumComments);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_damage.hpp"
 
 #include "base/bytes.hpp"
@@ -9,7 +10,7 @@
 #include <map>
 #include <span>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -101,4 +102,4 @@ uint64_t lostOggSamples(Cursor cursor)
     return count.lost();
 }
 
-} // namespace kess
+} // namespace engine

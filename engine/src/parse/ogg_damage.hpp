@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much of an Ogg file is missing, according to its pages.
 #pragma once
 
@@ -5,7 +6,7 @@
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
 // The samples that the streams have lost: with missing pages (as the page numbers show), damaged pages, and a last page
 // that is cut short. Where the positions of the pages don't show how many, at least 1 for each. 0 for a whole file. A
@@ -13,4 +14,4 @@ namespace kess {
 // middle of a stream: recordings of streams do.
 [[nodiscard]] uint64_t lostOggSamples(Cursor cursor);
 
-} // namespace kess
+} // namespace engine

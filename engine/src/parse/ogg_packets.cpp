@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_packets.hpp"
 
 #include "base/bytes.hpp"
@@ -8,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -147,4 +148,4 @@ std::vector<uint8_t> oggComments(const InputFile& file)
     return {};
 }
 
-} // namespace kess
+} // namespace engine

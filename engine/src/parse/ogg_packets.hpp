@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The first packets of an Ogg file: the codecs of its streams, and the comments.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 enum class OggCodec
 {
@@ -31,4 +32,4 @@ enum class OggCodec
 // The block of comments of the first stream that is sound. Empty if it is damaged or larger than 16 MiB.
 [[nodiscard]] std::vector<uint8_t> oggComments(const InputFile& file);
 
-} // namespace kess
+} // namespace engine

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_pages.hpp"
 
 #include <cstdio>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -56,4 +57,4 @@ std::span<const uint8_t> OggPages::rest() const
     return {mSync.data + mSync.returned, static_cast<size_t>(mSync.fill - mSync.returned)};
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages of an Ogg stream, over libogg.
 #pragma once
 
@@ -8,7 +9,7 @@
 #include <cstdint>
 #include <span>
 
-namespace kess {
+namespace engine {
 
 class OggPages
 {
@@ -34,4 +35,4 @@ private:
     uint64_t mOffset = 0; // of the first byte that libogg still holds
 };
 
-} // namespace kess
+} // namespace engine

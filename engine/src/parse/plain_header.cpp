@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/plain_header.hpp"
 
 #include "base/bytes.hpp"
@@ -8,7 +9,7 @@
 #include <bit>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -215,4 +216,4 @@ std::optional<Cursor> plainView(const RecognisedFile& file)
     return Cursor(file.file, data->offset, data->offset + data->length, std::move(*header));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // WAV, AIFF and Amiga files, reduced to what decoding needs.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 // The file as libsndfile reads it: a new header with the format, followed by the samples. The library's own search
 // through the chunks of a damaged file may never end (version 1.2.0: lists of information in WAV files; 100 kB of empty
@@ -17,4 +18,4 @@ namespace kess {
 // The range of a file whose bytes are the samples as they are delivered. facts are those of the opened sound.
 [[nodiscard]] std::optional<RawSamples> rawSamples(const RecognisedFile& file, const SoundFacts& facts);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the engine knows about one sound.
 #pragma once
 
@@ -11,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // How a bank stores a sound.
 struct Encoding
@@ -53,4 +54,4 @@ inline size_t bytesPerSample(KESS_SOUND_FORMAT format)
     return format == KESS_SOUND_FORMAT_PCMFLOAT ? 4 : static_cast<size_t>(format);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/tags.hpp"
 
 #include "base/bytes.hpp"
@@ -15,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -64,7 +65,7 @@ public:
                                      + " of its markers were left out, because a sound can't have more than "
                                      + std::to_string(kMaximumSyncPoints));
         if (mDropsNames && !mFacts.syncPoints.empty())
-            mFacts.remarks.emplace_back("its markers have lost their names, which are too long in all");
+            mFacts.remarks.emplace_back("the names of its markers are left out, because they are too long in total");
     }
 
 private:
@@ -328,4 +329,4 @@ void readTags(const RecognisedFile& file, SoundFacts& facts)
     collector.finish();
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/vorbis_headers.hpp"
 
 #include "parse/vorbis_setup_check.hpp"
@@ -6,7 +7,7 @@
 #include <array>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -86,4 +87,4 @@ bool VorbisHeaders::pass(std::span<const uint8_t> bytes, bool first)
     return vorbis_synthesis_headerin(&mInfo, &mComment, &packet) == 0;
 }
 
-} // namespace kess
+} // namespace engine

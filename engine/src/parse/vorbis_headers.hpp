@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The headers of a Vorbis stream for libvorbis.
 #pragma once
 
@@ -7,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // The headers of a stream in the form of libvorbis. Comments are never passed to it: each would cost several
 // allocations, and the library's copies aren't used.
@@ -53,4 +54,4 @@ private:
     mutable bool mIsBroken = false; // no tables can be built
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/vorbis_map.hpp"
 
 #include "parse/chained_sounds.hpp"
@@ -7,7 +8,7 @@
 #include <span>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -195,4 +196,4 @@ base::Result<VorbisMap> mapVorbis(OggPages& pages)
     return map;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the samples of an Ogg Vorbis file are.
 //
 // libvorbisfile and libsndfile lose the packets of files whose sound begins on the page of the headers, and seek to
@@ -15,7 +16,7 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 // One sound of a file that may chain several. Samples are counted through all of them.
 struct VorbisLink
@@ -55,4 +56,4 @@ struct VorbisMap
 // sound does (vorbis_setup_check.hpp): those of one link, or all different ones together.
 base::Result<VorbisMap> mapVorbis(OggPages& pages);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/vorbis_setup_check.hpp"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -254,4 +255,4 @@ std::optional<uint64_t> vorbisSetupBytes(const uint8_t* packet, size_t packetByt
     return reader.bytes();
 }
 
-} // namespace kess
+} // namespace engine

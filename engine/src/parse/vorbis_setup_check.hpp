@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much memory the setup header of a Vorbis stream requires.
 //
 // A few bytes of such a header declare tables of any size: an ordered codebook needs no bit for each of its entries.
@@ -10,7 +11,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 // The largest of 53 distinct headers of common encoders: 6,561 entries in a book and 11,813 in all, 200 code words for
 // the classes of residues, 1.3 MB.
@@ -24,4 +25,4 @@ inline constexpr uint64_t kMaximumVorbisSetupBytes = 16u << 20;
 // Mappings and modes have fixed sizes and are ignored.
 [[nodiscard]] std::optional<uint64_t> vorbisSetupBytes(const uint8_t* packet, size_t packetBytes);
 
-} // namespace kess
+} // namespace engine
