@@ -11,6 +11,8 @@
 #include <QMimeData>
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace TARNOK {
 
 WorkspaceModel::WorkspaceModel(QObject* parent)
@@ -282,8 +284,7 @@ void WorkspaceModel::removeItems(QList<AbstractItem*>& items)
 {
     beginResetModel();
     mDestroyed.clear();
-    const QList<AbstractItem*> doomed = items;
-    for (AbstractItem* item : doomed) {
+    for (AbstractItem* item : std::as_const(items)) {
         // A file that is listed together with its subsound may have been deleted with it.
         if (mDestroyed.contains(item))
             continue;

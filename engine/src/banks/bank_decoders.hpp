@@ -34,8 +34,8 @@ base::Result<VorbisSetupPointer> makeVorbisSetup(std::span<const uint8_t> setup)
 // ErrorCode::Damaged: setup and sound don't match. ErrorCode::Memory, or std::bad_alloc.
 base::Result<DecoderPointer> makePcmDecoder(BankSound sound);
 base::Result<DecoderPointer> makeKadpcmDecoder(BankSound sound);
-base::Result<DecoderPointer> makeVorbisDecoder(BankSound sound, VorbisSetupPointer setup);
-base::Result<DecoderPointer> makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup);
+base::Result<DecoderPointer> makeVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup);
+base::Result<DecoderPointer> makeOpusDecoder(const BankSound& sound, std::span<const uint8_t> setup);
 
 // The number of frames in an Opus packet; 0 if it is damaged.
 [[nodiscard]] uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate);

@@ -159,11 +159,11 @@ base::Result<DecoderPointer> BankFile::decoder(int index)
     case bank::Codec::Pcm:
         return makePcmDecoder(std::move(*sound));
     case bank::Codec::Vorbis:
-        return makeVorbis(std::move(*sound), setup);
+        return makeVorbis(*sound, setup);
     case bank::Codec::Kadpcm:
         return makeKadpcmDecoder(std::move(*sound));
     case bank::Codec::Opus:
-        return makeOpus(std::move(*sound), setup);
+        return makeOpus(*sound, setup);
     case bank::Codec::Xma:
     case bank::Codec::At9:
         break;
@@ -193,17 +193,17 @@ base::Result<BankSound> BankFile::load(int index) const
     return BankSound{std::move(facts), std::move(*stored), {mReader->source(), entry.dataOffset, entry.dataBytes}};
 }
 
-base::Result<DecoderPointer> BankFile::makeOpus(BankSound sound, std::optional<uint32_t> setup) const
+base::Result<DecoderPointer> BankFile::makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const
 {
     if (!setup || mReader->setupBytes(*setup) > kMaximumOpusSetupBytes)
         return damagedSetup();
     base::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
     if (!bytes)
         return std::move(bytes.error());
-    return makeOpusDecoder(std::move(sound), *bytes);
+    return makeOpusDecoder(sound, *bytes);
 }
 
-base::Result<DecoderPointer> BankFile::makeVorbis(BankSound sound, std::optional<uint32_t> setup)
+base::Result<DecoderPointer> BankFile::makeVorbis(const BankSound& sound, std::optional<uint32_t> setup)
 {
     if (!setup || mBadVorbisSetups.contains(*setup))
         return damagedSetup();
@@ -214,7 +214,7 @@ base::Result<DecoderPointer> BankFile::makeVorbis(BankSound sound, std::optional
         return std::move(shared.error());
     }
     mLastVorbisSetup = *shared;
-    return makeVorbisDecoder(std::move(sound), std::move(*shared));
+    return makeVorbisDecoder(sound, std::move(*shared));
 }
 
 base::Result<VorbisSetupPointer> BankFile::vorbisSetup(uint32_t index)

@@ -58,8 +58,8 @@ private:
 
     base::Result<> openTables(std::shared_ptr<const base::ByteSource> plain);
     base::Result<BankSound> load(int index) const;
-    base::Result<DecoderPointer> makeOpus(BankSound sound, std::optional<uint32_t> setup) const;
-    base::Result<DecoderPointer> makeVorbis(BankSound sound, std::optional<uint32_t> setup);
+    base::Result<DecoderPointer> makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const;
+    base::Result<DecoderPointer> makeVorbis(const BankSound& sound, std::optional<uint32_t> setup);
     base::Result<VorbisSetupPointer> vorbisSetup(uint32_t index);
 
     std::shared_ptr<const base::ByteSource> mFile;

@@ -31,7 +31,7 @@ base::Error damagedPacket()
 class BankOpusDecoder final : public BankStreamDecoder
 {
 public:
-    BankOpusDecoder(BankSound sound, Library library)
+    BankOpusDecoder(const BankSound& sound, Library library)
         : BankStreamDecoder(sound, samplesIn(kOpusPrerollMilliseconds, sound))
         , mPackets(sound.data)
         , mLibrary(std::move(library))
@@ -82,7 +82,7 @@ uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate)
     return static_cast<uint64_t>(std::max(frames, 0));
 }
 
-base::Result<DecoderPointer> makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup)
+base::Result<DecoderPointer> makeOpusDecoder(const BankSound& sound, std::span<const uint8_t> setup)
 {
     const base::Error mismatch{base::ErrorCode::Damaged, "the headers of its codec don't fit it"};
     // Streams, coupled streams, and for each channel of the sound the number of the decoded channel.
@@ -94,7 +94,7 @@ base::Result<DecoderPointer> makeOpusDecoder(BankSound sound, std::span<const ui
                                                     &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? base::outOfMemory() : mismatch;
-    return DecoderPointer(std::make_unique<BankOpusDecoder>(std::move(sound), std::move(library)));
+    return DecoderPointer(std::make_unique<BankOpusDecoder>(sound, std::move(library)));
 }
 
 } // namespace engine

@@ -8,11 +8,11 @@
 
 namespace engine {
 
-BankStreamDecoder::BankStreamDecoder(BankSound sound, uint64_t preroll)
-    : mFacts(std::move(sound.facts))
+BankStreamDecoder::BankStreamDecoder(const BankSound& sound, uint64_t preroll)
+    : mFacts(sound.facts)
     , mPreSkip(sound.stored.preSkip)
     , mPreroll(preroll)
-    , mSeekPoints(std::move(sound.stored.seekPoints))
+    , mSeekPoints(sound.stored.seekPoints)
 {
     for (const bank::Correction& correction : sound.stored.corrections)
         mCorrections.push_back({mPreSkip + correction.first, bank::expandCorrection(correction, mFacts.channels)});

@@ -21,7 +21,7 @@ public:
 protected:
     // preroll: the number of decoded samples after a seek point that may differ from those of sequential decoding. A
     // seek begins at least that far before its target.
-    BankStreamDecoder(BankSound sound, uint64_t preroll);
+    BankStreamDecoder(const BankSound& sound, uint64_t preroll);
 
     // Resets the codec. The next block begins with the first sample of the packet at offset.
     virtual base::Result<> restart(uint64_t offset) = 0;

@@ -37,7 +37,7 @@ base::Error mismatch()
 class BankVorbisDecoder final : public BankStreamDecoder
 {
 public:
-    BankVorbisDecoder(BankSound sound, VorbisSetupPointer setup)
+    BankVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
         : BankStreamDecoder(sound, 0)
         , mPackets(sound.data)
         , mSetup(std::move(setup))
@@ -137,11 +137,11 @@ base::Result<VorbisSetupPointer> makeVorbisSetup(std::span<const uint8_t> setup)
     return VorbisSetupPointer(std::move(unpacked));
 }
 
-base::Result<DecoderPointer> makeVorbisDecoder(BankSound sound, VorbisSetupPointer setup)
+base::Result<DecoderPointer> makeVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
 {
     if (setup->info()->channels != sound.facts.channels)
         return mismatch();
-    auto decoder = std::make_unique<BankVorbisDecoder>(std::move(sound), std::move(setup));
+    auto decoder = std::make_unique<BankVorbisDecoder>(sound, std::move(setup));
     if (base::Result<> started = decoder->start(); !started)
         return std::move(started.error());
     return DecoderPointer(std::move(decoder));
