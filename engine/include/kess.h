@@ -2,8 +2,13 @@
 /* The audio engine: opens sound files and banks, reports what they are, and decodes them sample by sample. Plain C99;
  * kess.hpp has the same calls as C++ classes.
  *
- * One engine may open sounds on several threads at once; one sound (a bank together with its subsounds) belongs to one
- * thread at a time. Every call that takes a pointer to a result accepts null for what isn't wanted, unless it says
+ * Threads: one engine may open sounds on several threads at once. One sound belongs to one thread at a time; a bank and
+ * its subsounds count as one. Voices (KESS_Sound_CreateVoice) are sounds of their own, so different voices may be used
+ * on different threads at once, whatever happens to the bank meanwhile. The exceptions are KESS_Sound_GetSubSound,
+ * KESS_Sound_GetSubSoundByName and KESS_Sound_CreateVoice: several threads may call them at once on one unlocked bank
+ * and its sounds, but not while one of these is being released.
+ *
+ * Every call that takes a pointer to a result accepts null for what isn't wanted, unless it says
  * otherwise. Every call accepts a null engine or sound: KESS_ERR_INVALID_HANDLE.
  */
 #ifndef KESS_H
@@ -167,6 +172,28 @@ typedef struct KESS_ENCODING
  * call. Returns 0 to stop, anything else to continue. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
+/* Where the bytes of a sound or bank come from: functions of the program. They may be called from several threads at
+ * once if voices are used on several threads, must not throw, and must not use the sound. */
+
+/* Reads up to bytes bytes at offset into buffer; offset and bytes are inside the source. Returns how many were read;
+ * fewer than requested are continued with another call. 0: the source ends here, earlier than it should. Negative: it
+ * failed; -EIO, for example, makes KESS_SystemError return EIO. */
+typedef int64_t (*KESS_READ_CALLBACK)(void* userData, uint64_t offset, void* buffer, uint64_t bytes);
+
+typedef void (*KESS_CLOSE_CALLBACK)(void* userData);
+
+typedef struct KESS_SOURCE
+{
+    int32_t cbsize; /* size of this record in bytes, set by the caller */
+    int32_t reserved;
+    uint64_t size; /* in bytes, at most KESS_MAX_SOURCE_BYTES */
+    void* userData; /* passed to both functions */
+    KESS_READ_CALLBACK read;
+    KESS_CLOSE_CALLBACK close; /* may be null; called once, when sound and voices have all been released */
+} KESS_SOURCE;
+
+#define KESS_MAX_SOURCE_BYTES (UINT64_C(1) << 60)
+
 /* Optional arguments of KESS_System_CreateSound. Set all other members to zero. */
 typedef struct KESS_CREATESOUNDEXINFO
 {
@@ -246,7 +273,8 @@ KESS_API KESS_RESULT KESS_System_VerifyBank(KESS_SYSTEM* system, const char* pat
  * A bank gives access to its subsounds. Every other sound, and each subsound, is decoded by KESS_Sound_SeekData and
  * KESS_Sound_ReadData. A bank of one sound can also be decoded itself. */
 
-/* Closes the file and frees the sound. A bank frees its subsounds too; a subsound released alone is only closed. */
+/* Closes the file and frees the sound. A bank frees its subsounds too; a subsound released alone is only closed. A
+ * voice frees only itself. */
 KESS_API KESS_RESULT KESS_Sound_Release(KESS_SOUND* sound);
 
 /* Facts of the file. bits is the depth of one sample as KESS_Sound_ReadData delivers it, 0 for a bank of several
@@ -319,6 +347,17 @@ KESS_API KESS_RESULT KESS_Sound_GetNumSubSounds(KESS_SOUND* sound, int* count);
  * KESS_ERR_INVALID_PARAM: no such index. KESS_ERR_TAGNOTFOUND: no such name. KESS_ERR_KEY_MISSING: locked. */
 KESS_API KESS_RESULT KESS_Sound_GetSubSound(KESS_SOUND* sound, int index, KESS_SOUND** subsound);
 KESS_API KESS_RESULT KESS_Sound_GetSubSoundByName(KESS_SOUND* sound, const char* name, KESS_SOUND** subsound);
+
+/* A voice: another decoder of a subsound, of the only sound of a bank, or of the sound of another voice, with a
+ * position and a loop count of its own. It begins at the start of the sound and doesn't loop. It shares tables, key and
+ * file with the bank, so that it costs two small allocations, and reads nothing. The first call that reads or seeks
+ * starts its decoder, and reports the faults that it finds; a game that can't wait then calls
+ * KESS_Sound_SeekData(voice, 0) on another thread. Reads allocate nothing once the voice has been read once in the same
+ * form (KESS_Sound_ReadData or KESS_Sound_ReadFloat) and with looping switched on, if it ever is. The caller releases
+ * the voice, before or after the bank: what is shared is freed with the last of the bank and all its voices.
+ * KESS_ERR_SUBSOUNDS: a plain sound, or a bank of several. KESS_ERR_UNSUPPORTED: the sound can't be decoded here.
+ * KESS_ERR_KEY_MISSING: locked. */
+KESS_API KESS_RESULT KESS_Sound_CreateVoice(KESS_SOUND* sound, KESS_SOUND** voice);
 
 /* Facts of a bank. info->cbsize is set beforehand: KESS_ERR_INVALID_PARAM for any size but this header's.
  * KESS_ERR_SUBSOUNDS: not a bank. KESS_ERR_KEY_MISSING: locked; then encrypted and fileBytes alone are filled. */

@@ -33,7 +33,7 @@ private:
     Impl* mImpl;
 };
 
-/* One opened file: a bank, one of its subsounds, or any other sound. */
+/* One opened file: a bank, one of its subsounds, a voice of one, or any other sound. */
 class KESS_API Sound
 {
 public:
@@ -61,6 +61,7 @@ public:
     KESS_RESULT getNumSubSounds(int* count);
     KESS_RESULT getSubSound(int index, Sound** subsound);
     KESS_RESULT getSubSoundByName(const char* name, Sound** subsound);
+    KESS_RESULT createVoice(Sound** voice);
     KESS_RESULT getBankInfo(KESS_BANKINFO* info);
     KESS_RESULT getEncoding(KESS_ENCODING* encoding);
     KESS_RESULT verifyData();

@@ -215,6 +215,8 @@ TEST(ASoundOfAnExternalCodec, ReportsItsFactsAndIsVerifiedWithoutBeingDecoded)
     EXPECT_EQ(sound->verifyData(), KESS_OK);
     float frame = 0;
     EXPECT_EQ(sound->readFloat(&frame, 1, nullptr), KESS_ERR_UNSUPPORTED);
+    KESS::Sound* voice = nullptr;
+    EXPECT_EQ(sound->createVoice(&voice), KESS_ERR_UNSUPPORTED);
 
     std::vector<KESS_RESULT> findings;
     const auto take = [](void* data, int, KESS_RESULT result, const char*) -> int {

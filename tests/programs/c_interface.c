@@ -111,12 +111,15 @@ static int count_finding(void* user, int sound, KESS_RESULT result, const char* 
     return 1;
 }
 
-static void use_subsound(KESS_SOUND* ramp)
+static KESS_SOUND* use_subsound(KESS_SOUND* ramp)
 {
     KESS_ENCODING encoding;
+    KESS_SOUND* voice = NULL;
     float peak = 0;
     char name[16];
 
+    REQUIRE_OK(KESS_Sound_CreateVoice(ramp, &voice));
+    require_ramp(voice, 0, 10);
     require_facts(ramp, KESS_SOUND_TYPE_TNB);
     require_playback(ramp);
     REQUIRE_OK(KESS_Sound_GetName(ramp, name, sizeof name));
@@ -127,6 +130,8 @@ static void use_subsound(KESS_SOUND* ramp)
     REQUIRE_OK(KESS_Sound_GetEncoding(ramp, &encoding));
     REQUIRE(encoding.codec == KESS_CODEC_PCM && encoding.dataBytes == 2 * kFrames);
     REQUIRE_OK(KESS_Sound_VerifyData(ramp));
+    require_ramp(voice, 10, 100);
+    return voice;
 }
 
 static void use_bank(KESS_SYSTEM* engine, const char* path, const char* key)
@@ -134,6 +139,7 @@ static void use_bank(KESS_SYSTEM* engine, const char* path, const char* key)
     KESS_SOUND* bank = NULL;
     KESS_SOUND* ramp = NULL;
     KESS_SOUND* again = NULL;
+    KESS_SOUND* voice;
     KESS_BANKINFO info;
     int count = 0, encrypted = 0, findings = 0;
 
@@ -151,8 +157,10 @@ static void use_bank(KESS_SYSTEM* engine, const char* path, const char* key)
     REQUIRE_OK(KESS_Sound_GetSubSoundByName(bank, "ramp", &ramp));
     REQUIRE_OK(KESS_Sound_GetSubSound(bank, 0, &again));
     REQUIRE(ramp == again);
-    use_subsound(ramp);
+    voice = use_subsound(ramp);
     REQUIRE_OK(KESS_Sound_Release(bank));
+    require_playback(voice);
+    REQUIRE_OK(KESS_Sound_Release(voice));
 
     REQUIRE(KESS_System_VerifyBank(engine, path, NULL, count_finding, &findings) == KESS_ERR_KEY_MISSING);
     REQUIRE_OK(KESS_System_VerifyBank(engine, path, key, count_finding, &findings));

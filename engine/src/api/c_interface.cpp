@@ -144,6 +144,11 @@ KESS_RESULT KESS_Sound_GetSubSoundByName(KESS_SOUND* sound, const char* name, KE
     return call(sound, &Sound::getSubSoundByName, name, subsound);
 }
 
+KESS_RESULT KESS_Sound_CreateVoice(KESS_SOUND* sound, KESS_SOUND** voice)
+{
+    return call(sound, &Sound::createVoice, voice);
+}
+
 KESS_RESULT KESS_Sound_GetBankInfo(KESS_SOUND* sound, KESS_BANKINFO* info)
 {
     return call(sound, &Sound::getBankInfo, info);

@@ -38,7 +38,7 @@ base::Result<SoundPointer> openRecognised(const FilePointer& file, KESS_SOUND_TY
         return base::Error{base::ErrorCode::Format, "it is of another kind"};
     if (recognised->kind.reader != Reader::Bank)
         return openPlain(*recognised);
-    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(file);
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(file->medium());
     if (!bank)
         return std::move(bank.error());
     return KESS::SoundAccess::fromBank(std::move(*bank));
@@ -60,23 +60,23 @@ KESS_RESULT asFileFault(KESS_RESULT result)
     }
 }
 
-KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, SoundPointer& sound)
+KESS_RESULT openSound(base::Result<MediumPointer> medium, KESS_SOUND_TYPE suggested, SoundPointer& sound)
 {
-    base::Result<FilePointer> file = InputFile::open(path);
-    if (!file)
-        return fail(std::move(file.error()));
-    base::Result<SoundPointer> opened = openRecognised(*file, suggested);
-    base::Result<> medium = (*file)->takeReadError();
+    if (!medium)
+        return fail(std::move(medium.error()));
+    const auto file = std::make_shared<const InputFile>(std::move(*medium));
+    base::Result<SoundPointer> opened = openRecognised(file, suggested);
+    base::Result<> failure = file->takeReadError();
     if (!opened) {
-        if (!medium) {
-            opened.error().text = std::move(medium.error().text);
-            opened.error().systemError = medium.error().systemError;
+        if (!failure) {
+            opened.error().text = std::move(failure.error().text);
+            opened.error().systemError = failure.error().systemError;
         }
         return fail(std::move(opened.error()));
     }
     // The readable part is delivered. The system error shows the caller why the file seems to be cut short.
-    if (!medium)
-        note(std::move(medium.error()));
+    if (!failure)
+        note(std::move(failure.error()));
     sound = std::move(*opened);
     return KESS_OK;
 }
@@ -96,10 +96,10 @@ KESS_RESULT asResult(Finding::Kind kind)
 
 base::Result<std::unique_ptr<BankFile>> openUnlocked(const char* path, const char* key)
 {
-    base::Result<FilePointer> file = InputFile::open(path);
-    if (!file)
-        return std::move(file.error());
-    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(std::move(*file));
+    base::Result<MediumPointer> medium = openFile(path);
+    if (!medium)
+        return std::move(medium.error());
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(std::move(*medium));
     if (!bank || !(*bank)->locked())
         return bank;
     if (!key)
@@ -169,8 +169,8 @@ KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_
         return KESS_ERR_INVALID_PARAM;
     return engine::asFileFault(engine::guarded([&] {
         SoundAccess::Pointer opened;
-        const KESS_RESULT result =
-            engine::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
+        const KESS_RESULT result = engine::openSound(engine::openFile(path),
+                                                     info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
         if (opened && (mode & KESS_MODE_OPENONLY))
             SoundAccess::deferDecoders(*opened);
         *sound = opened.release();

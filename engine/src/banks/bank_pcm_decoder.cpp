@@ -33,18 +33,18 @@ float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 class BankPcmDecoder final : public BankDirectDecoder
 {
 public:
-    explicit BankPcmDecoder(BankSound sound)
-        : BankDirectDecoder(std::move(sound.facts))
-        , mData(std::move(sound.data))
-        , mSampleBytes(bank::bytesPerSample(sound.stored.sampleFormat))
-        , mFrameBytes(mSampleBytes * static_cast<size_t>(mFacts.channels))
+    explicit BankPcmDecoder(BankSoundPointer sound)
+        : BankDirectDecoder(std::move(sound))
+        , mSampleBytes(bank::bytesPerSample(mSound->stored.sampleFormat))
+        , mFrameBytes(mSampleBytes * static_cast<size_t>(facts().channels))
     { }
 
     base::Result<size_t> read(void* buffer, size_t count) override
     {
         count = left(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
-        if (base::Result<> result = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes); !result)
+        const EncodedData& data = mSound->data;
+        if (base::Result<> result = data.source->readAt(data.offset + mFrame * mFrameBytes, bytes); !result)
             return std::move(result.error());
         mFrame += count;
         return count;
@@ -61,15 +61,14 @@ public:
             if (!got || *got == 0)
                 break;
             const uint8_t* bytes = mScratch.data();
-            for (size_t i = 0; i < *got * static_cast<size_t>(mFacts.channels); ++i, bytes += mSampleBytes)
-                *buffer++ = sampleFrom(bytes, mFacts.format);
+            for (size_t i = 0; i < *got * static_cast<size_t>(facts().channels); ++i, bytes += mSampleBytes)
+                *buffer++ = sampleFrom(bytes, facts().format);
             done += *got;
         }
         return done;
     }
 
 private:
-    EncodedData mData;
     size_t mSampleBytes;
     size_t mFrameBytes;
     std::vector<uint8_t> mScratch;
@@ -77,7 +76,7 @@ private:
 
 } // namespace
 
-base::Result<DecoderPointer> makePcmDecoder(BankSound sound)
+base::Result<DecoderPointer> makePcmDecoder(BankSoundPointer sound)
 {
     return DecoderPointer(std::make_unique<BankPcmDecoder>(std::move(sound)));
 }

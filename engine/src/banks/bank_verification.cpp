@@ -166,12 +166,15 @@ bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
 
 void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
 {
-    base::Result<DecoderPointer> sequential = mBank.decoder(int(index));
+    base::Result<std::shared_ptr<BankSound>> loaded = mBank.sound(int(index));
+    if (!passes(withoutValue(loaded), index))
+        return;
+    base::Result<DecoderPointer> sequential = mBank.decoder(*loaded);
     if (!sequential && sequential.error().code == base::ErrorCode::Unsupported) {
         report({int(index), Finding::Kind::NotVerified, "its codec can't be decoded; its checksums are right"});
         return;
     }
-    base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(int(index)) : sequential.error();
+    base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(*loaded) : sequential.error();
     if (!passes(withoutValue(seeking), index))
         return;
     DecodingCheck check(sound, **sequential, **seeking);
