@@ -12,7 +12,7 @@ build_packages=(
     libcli11-dev nlohmann-json3-dev libexpected-dev
     libgtest-dev
 )
-test_packages=(ffmpeg)
+test_packages=(ffmpeg libsdl2-dev)
 
 say() {
     printf '== %s\n' "$*" >&2
