@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The C interface over the classes.
+#include "api/call.hpp"
 #include "kess.hpp"
 
 namespace {
@@ -8,7 +9,10 @@ namespace {
 template <typename Object, typename... Parameters, typename... Arguments>
 KESS_RESULT call(Object* object, KESS_RESULT (Object::*method)(Parameters...), Arguments... arguments)
 {
-    return object ? (object->*method)(arguments...) : KESS_ERR_INVALID_HANDLE;
+    if (object)
+        return (object->*method)(arguments...);
+    engine::beginCall();
+    return KESS_ERR_INVALID_HANDLE;
 }
 
 } // namespace
