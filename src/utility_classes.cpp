@@ -182,7 +182,9 @@ QString valueKey(const QString& name)
 
 SoundFileValidator::SoundFileValidator()
 {
-    KESS_RESULT result = KESS_System_Create(&mSystem, KESS_VERSION);
+    // The version that introduced the calls made here. Every engine accepts it.
+    constexpr unsigned int HEADER_VERSION = 0x00020308;
+    KESS_RESULT result = KESS_System_Create(&mSystem, HEADER_VERSION);
     Q_ASSERT(result == KESS_OK);
     result = mSystem->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
     Q_ASSERT(result == KESS_OK);

@@ -30,8 +30,9 @@
 #define KESS_INT32
 #endif
 
-/* Version of this header, passed to KESS_System_Create: 2.03.08 in binary-coded decimal. */
-#define KESS_VERSION 0x00020308u
+/* Version of this header, passed to KESS_System_Create: 2.04.00 in binary-coded decimal. It is that of the release in
+ * which the header last changed. */
+#define KESS_VERSION 0x00020400u
 
 /* Result of a call. A file's fault is always one of FILE_BAD, FILE_COULDNOTSEEK, FILE_NOTFOUND, FORMAT,
  * TOOMANYCHANNELS and VERSION. */
@@ -239,7 +240,12 @@ KESS_API KESS_RESULT KESS_ErrorDetail(char* text, int textBytes);
 
 /* ---- The engine: opens files ---- */
 
-/* Makes a silent engine. headerVersion is KESS_VERSION; KESS_ERR_HEADER_MISMATCH for any other. */
+/* Version of the library, in the form of KESS_VERSION. */
+KESS_API KESS_RESULT KESS_GetVersion(unsigned int* version);
+
+/* Makes a silent engine. headerVersion is KESS_VERSION: the library accepts that of every header of its major version,
+ * the digits above the lowest four, up to its own version. KESS_ERR_HEADER_MISMATCH: the header is newer than the
+ * library, or of another major version. */
 KESS_API KESS_RESULT KESS_System_Create(KESS_SYSTEM** system, unsigned int headerVersion);
 
 /* Ends the engine. All sounds must have been released. */
@@ -257,6 +263,21 @@ KESS_API KESS_RESULT KESS_System_Init(KESS_SYSTEM* system, int maxChannels, unsi
  * (18), FORMAT (19), TOOMANYCHANNELS (64), VERSION (69). *sound, which may not be null, is null on failure. */
 KESS_API KESS_RESULT KESS_System_CreateSound(KESS_SYSTEM* system, const char* path, unsigned int mode,
                                              const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound);
+
+/* The same for sounds and banks that aren't files of their own, with the same checks and results.
+ * KESS_ERR_INVALID_PARAM also for a size above KESS_MAX_SOURCE_BYTES. FromMemory: data isn't copied. It must stay valid
+ * and unchanged until the sound and all its voices have been released. FromCallbacks: the record is copied. If the call
+ * fails, source->close isn't called. FromRange: bytes bytes of a file from offset on, such as a bank inside an archive.
+ * KESS_ERR_FILE_BAD if the file ends before that. KESS_Sound_GetRawSamples counts from the start of the range. */
+KESS_API KESS_RESULT KESS_System_CreateSoundFromMemory(KESS_SYSTEM* system, const void* data, uint64_t bytes,
+                                                       unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                                                       KESS_SOUND** sound);
+KESS_API KESS_RESULT KESS_System_CreateSoundFromCallbacks(KESS_SYSTEM* system, const KESS_SOURCE* source,
+                                                          unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                                                          KESS_SOUND** sound);
+KESS_API KESS_RESULT KESS_System_CreateSoundFromRange(KESS_SYSTEM* system, const char* path, uint64_t offset,
+                                                      uint64_t bytes, unsigned int mode,
+                                                      const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound);
 
 /* Reads all of a bank: its tables, every checksum, every packet (by decoding it) and every seek point. Reports each
  * fault to finding, which may be null. Memory doesn't grow with the sounds. key may be null for a bank that isn't
@@ -372,6 +393,10 @@ KESS_API KESS_RESULT KESS_Sound_GetEncoding(KESS_SOUND* sound, KESS_ENCODING* en
  * without decoding. This finds damage that a decoder would take for sound: KESS_ERR_FILE_BAD. KESS_ERR_SUBSOUNDS and
  * KESS_ERR_KEY_MISSING as above. */
 KESS_API KESS_RESULT KESS_Sound_VerifyData(KESS_SOUND* sound);
+
+/* KESS_System_VerifyBank for an opened bank, wherever its bytes come from. KESS_ERR_SUBSOUNDS: not a bank.
+ * KESS_ERR_KEY_MISSING: locked. */
+KESS_API KESS_RESULT KESS_Sound_VerifyBank(KESS_SOUND* sound, KESS_FINDING_CALLBACK finding, void* userData);
 
 /* Whether the bank is encrypted, unlocked or not: 1 or 0. */
 KESS_API KESS_RESULT KESS_Sound_IsEncrypted(KESS_SOUND* sound, int* encrypted);

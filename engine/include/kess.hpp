@@ -21,6 +21,13 @@ public:
 
     KESS_RESULT createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound);
 
+    KESS_RESULT createSoundFromMemory(const void* data, uint64_t bytes, unsigned int mode,
+                                      const KESS_CREATESOUNDEXINFO* info, Sound** sound);
+    KESS_RESULT createSoundFromCallbacks(const KESS_SOURCE* source, unsigned int mode,
+                                         const KESS_CREATESOUNDEXINFO* info, Sound** sound);
+    KESS_RESULT createSoundFromRange(const char* path, uint64_t offset, uint64_t bytes, unsigned int mode,
+                                     const KESS_CREATESOUNDEXINFO* info, Sound** sound);
+
     KESS_RESULT verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData);
 
 private:
@@ -65,6 +72,7 @@ public:
     KESS_RESULT getBankInfo(KESS_BANKINFO* info);
     KESS_RESULT getEncoding(KESS_ENCODING* encoding);
     KESS_RESULT verifyData();
+    KESS_RESULT verifyBank(KESS_FINDING_CALLBACK finding, void* userData);
     KESS_RESULT isEncrypted(bool* encrypted);
     KESS_RESULT setEncryptionKey(const char* key);
 

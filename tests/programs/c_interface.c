@@ -83,6 +83,65 @@ static void require_playback(KESS_SOUND* sound)
     REQUIRE(count == 4 && frames[3] == 19 / 32768.0f);
 }
 
+/* A whole file in memory, behind functions. */
+typedef struct Memory
+{
+    unsigned char* bytes;
+    size_t size;
+    int closed;
+} Memory;
+
+static int64_t read_memory(void* user, uint64_t offset, void* buffer, uint64_t bytes)
+{
+    const Memory* memory = (const Memory*)user;
+    memcpy(buffer, memory->bytes + offset, (size_t)bytes);
+    return (int64_t)bytes;
+}
+
+static void close_memory(void* user)
+{
+    ++((Memory*)user)->closed;
+}
+
+static Memory load(const char* path)
+{
+    Memory memory = {NULL, 0, 0};
+    FILE* file = fopen(path, "rb");
+    long size = 0;
+    REQUIRE(file && fseek(file, 0, SEEK_END) == 0 && (size = ftell(file)) > 0 && fseek(file, 0, SEEK_SET) == 0);
+    memory.size = (size_t)size;
+    memory.bytes = (unsigned char*)malloc(memory.size);
+    REQUIRE(memory.bytes && fread(memory.bytes, 1, memory.size, file) == memory.size);
+    fclose(file);
+    return memory;
+}
+
+static void use_sources(KESS_SYSTEM* engine, const char* path)
+{
+    Memory memory = load(path);
+    KESS_SOURCE source;
+    KESS_SOUND* sound = NULL;
+
+    REQUIRE_OK(KESS_System_CreateSoundFromMemory(engine, memory.bytes, memory.size, 0, NULL, &sound));
+    require_ramp(sound, 0, kFrames);
+    REQUIRE_OK(KESS_Sound_Release(sound));
+    memset(&source, 0, sizeof source);
+    source.cbsize = sizeof source;
+    source.size = memory.size;
+    source.userData = &memory;
+    source.read = read_memory;
+    source.close = close_memory;
+    REQUIRE_OK(KESS_System_CreateSoundFromCallbacks(engine, &source, 0, NULL, &sound));
+    require_ramp(sound, 0, kFrames);
+    REQUIRE(memory.closed == 0);
+    REQUIRE_OK(KESS_Sound_Release(sound));
+    REQUIRE(memory.closed == 1);
+    free(memory.bytes);
+    REQUIRE_OK(KESS_System_CreateSoundFromRange(engine, path, 0, memory.size, 0, NULL, &sound));
+    require_ramp(sound, 0, kFrames);
+    REQUIRE_OK(KESS_Sound_Release(sound));
+}
+
 static void use_file(KESS_SYSTEM* engine, const char* path)
 {
     KESS_CREATESOUNDEXINFO info;
@@ -157,6 +216,7 @@ static void use_bank(KESS_SYSTEM* engine, const char* path, const char* key)
     REQUIRE_OK(KESS_Sound_GetSubSoundByName(bank, "ramp", &ramp));
     REQUIRE_OK(KESS_Sound_GetSubSound(bank, 0, &again));
     REQUIRE(ramp == again);
+    REQUIRE_OK(KESS_Sound_VerifyBank(bank, count_finding, &findings));
     voice = use_subsound(ramp);
     REQUIRE_OK(KESS_Sound_Release(bank));
     require_playback(voice);
@@ -171,9 +231,12 @@ int main(int argc, char** argv)
 {
     KESS_SYSTEM* engine = NULL;
     KESS_SOUND* none = NULL;
+    unsigned int version = 0;
     char text[256];
 
     REQUIRE(argc == 4);
+    REQUIRE_OK(KESS_GetVersion(&version));
+    REQUIRE(version >= KESS_VERSION && version >> 16 == KESS_VERSION >> 16);
     REQUIRE_OK(KESS_System_Create(&engine, KESS_VERSION));
     REQUIRE(KESS_System_CreateSound(engine, argv[3], 0, NULL, &none) != KESS_OK);
     REQUIRE_OK(KESS_System_SetOutput(engine, KESS_OUTPUTTYPE_NOSOUND_NRT));
@@ -187,6 +250,7 @@ int main(int argc, char** argv)
     REQUIRE(KESS_System_Init(NULL, 0, 0, NULL) == KESS_ERR_INVALID_HANDLE);
 
     use_file(engine, argv[3]);
+    use_sources(engine, argv[3]);
     use_bank(engine, argv[1], argv[2]);
     REQUIRE_OK(KESS_System_Release(engine));
     return 0;

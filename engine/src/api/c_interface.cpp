@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The C interface over the classes.
+#include "api/call.hpp"
 #include "kess.hpp"
 
 namespace {
@@ -8,7 +9,10 @@ namespace {
 template <typename Object, typename... Parameters, typename... Arguments>
 KESS_RESULT call(Object* object, KESS_RESULT (Object::*method)(Parameters...), Arguments... arguments)
 {
-    return object ? (object->*method)(arguments...) : KESS_ERR_INVALID_HANDLE;
+    if (object)
+        return (object->*method)(arguments...);
+    engine::beginCall();
+    return KESS_ERR_INVALID_HANDLE;
 }
 
 } // namespace
@@ -35,6 +39,24 @@ KESS_RESULT KESS_System_CreateSound(KESS_SYSTEM* system, const char* path, unsig
                                     const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound)
 {
     return call(system, &System::createSound, path, mode, info, sound);
+}
+
+KESS_RESULT KESS_System_CreateSoundFromMemory(KESS_SYSTEM* system, const void* data, uint64_t bytes, unsigned int mode,
+                                              const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound)
+{
+    return call(system, &System::createSoundFromMemory, data, bytes, mode, info, sound);
+}
+
+KESS_RESULT KESS_System_CreateSoundFromCallbacks(KESS_SYSTEM* system, const KESS_SOURCE* source, unsigned int mode,
+                                                 const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound)
+{
+    return call(system, &System::createSoundFromCallbacks, source, mode, info, sound);
+}
+
+KESS_RESULT KESS_System_CreateSoundFromRange(KESS_SYSTEM* system, const char* path, uint64_t offset, uint64_t bytes,
+                                             unsigned int mode, const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound)
+{
+    return call(system, &System::createSoundFromRange, path, offset, bytes, mode, info, sound);
 }
 
 KESS_RESULT KESS_System_VerifyBank(KESS_SYSTEM* system, const char* path, const char* key,
@@ -162,6 +184,11 @@ KESS_RESULT KESS_Sound_GetEncoding(KESS_SOUND* sound, KESS_ENCODING* encoding)
 KESS_RESULT KESS_Sound_VerifyData(KESS_SOUND* sound)
 {
     return call(sound, &Sound::verifyData);
+}
+
+KESS_RESULT KESS_Sound_VerifyBank(KESS_SOUND* sound, KESS_FINDING_CALLBACK finding, void* userData)
+{
+    return call(sound, &Sound::verifyBank, finding, userData);
 }
 
 KESS_RESULT KESS_Sound_SetEncryptionKey(KESS_SOUND* sound, const char* key)

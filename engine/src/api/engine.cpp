@@ -81,19 +81,6 @@ KESS_RESULT openSound(base::Result<MediumPointer> medium, KESS_SOUND_TYPE sugges
     return KESS_OK;
 }
 
-KESS_RESULT asResult(Finding::Kind kind)
-{
-    switch (kind) {
-    case Finding::Kind::Damage:
-        return KESS_ERR_FILE_BAD;
-    case Finding::Kind::NotVerified:
-        return KESS_ERR_UNSUPPORTED;
-    case Finding::Kind::Remark:
-        break;
-    }
-    return KESS_OK;
-}
-
 base::Result<std::unique_ptr<BankFile>> openUnlocked(const char* path, const char* key)
 {
     base::Result<MediumPointer> medium = openFile(path);
@@ -130,6 +117,12 @@ namespace KESS {
 struct System::Impl
 {
     bool initialised = false;
+
+    // Opens the sound in the medium that open() returns. isValid: whether the arguments are right that only the caller
+    // knows.
+    template <typename Open>
+    KESS_RESULT create(bool isValid, Open open, unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                       Sound** sound) const;
 };
 
 System::System()
@@ -158,24 +151,67 @@ KESS_RESULT System::init(int, unsigned int, void*)
     return KESS_OK;
 }
 
-KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+template <typename Open>
+KESS_RESULT System::Impl::create(bool isValid, Open open, unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                                 Sound** sound) const
 {
     if (!sound)
         return KESS_ERR_INVALID_PARAM;
     *sound = nullptr;
-    if (!mImpl->initialised)
+    if (!initialised)
         return KESS_ERR_UNINITIALIZED;
-    if (!path || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
+    if (!isValid || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
         return KESS_ERR_INVALID_PARAM;
     return engine::asFileFault(engine::guarded([&] {
         SoundAccess::Pointer opened;
-        const KESS_RESULT result = engine::openSound(engine::openFile(path),
-                                                     info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
+        const KESS_RESULT result =
+            engine::openSound(open(), info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
         if (opened && (mode & KESS_MODE_OPENONLY))
             SoundAccess::deferDecoders(*opened);
         *sound = opened.release();
         return result;
     }));
+}
+
+KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    return mImpl->create(
+        path, [&] { return engine::openFile(path); }, mode, info, sound);
+}
+
+KESS_RESULT System::createSoundFromMemory(const void* data, uint64_t bytes, unsigned int mode,
+                                          const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = data && bytes <= KESS_MAX_SOURCE_BYTES;
+    return mImpl->create(
+        isValid, [&] { return engine::useMemory(data, bytes); }, mode, info, sound);
+}
+
+KESS_RESULT System::createSoundFromCallbacks(const KESS_SOURCE* source, unsigned int mode,
+                                             const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = source && source->cbsize == static_cast<int32_t>(sizeof *source) && source->read
+        && source->size <= KESS_MAX_SOURCE_BYTES;
+    std::shared_ptr<engine::CallbackMedium> medium;
+    const auto open = [&]() -> base::Result<engine::MediumPointer> {
+        base::Result<std::shared_ptr<engine::CallbackMedium>> made = engine::CallbackMedium::make(*source);
+        if (!made)
+            return std::move(made.error());
+        medium = std::move(*made);
+        return engine::MediumPointer(medium);
+    };
+    const KESS_RESULT result = mImpl->create(isValid, open, mode, info, sound);
+    if (result == KESS_OK)
+        medium->isKept = true;
+    return result;
+}
+
+KESS_RESULT System::createSoundFromRange(const char* path, uint64_t offset, uint64_t bytes, unsigned int mode,
+                                         const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = path && bytes <= KESS_MAX_SOURCE_BYTES;
+    return mImpl->create(
+        isValid, [&] { return engine::openFileRange(path, offset, bytes); }, mode, info, sound);
 }
 
 KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData)
@@ -184,11 +220,8 @@ KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_C
         return KESS_ERR_UNINITIALIZED;
     if (!path)
         return KESS_ERR_INVALID_PARAM;
-    return engine::guarded([&] {
-        return engine::finish(engine::verifyBank(path, key, [&](const engine::Finding& found) {
-            return !finding || finding(userData, found.sound, engine::asResult(found.kind), found.text.c_str()) != 0;
-        }));
-    });
+    return engine::guarded(
+        [&] { return engine::finish(engine::verifyBank(path, key, engine::reportTo(finding, userData))); });
 }
 
 struct SystemAccess
@@ -198,12 +231,36 @@ struct SystemAccess
 
 } // namespace KESS
 
+namespace {
+
+static_assert(KESS_VERSION <= KESS_LIBRARY_VERSION && KESS_VERSION >> 16 == KESS_LIBRARY_VERSION >> 16,
+              "the header is newer than the release: CHANGELOG");
+
+// The first released header. It stays accepted, whatever the library's version.
+constexpr unsigned int kFirstVersion = 0x00020308;
+
+bool accepts(unsigned int headerVersion)
+{
+    return headerVersion == kFirstVersion
+        || (headerVersion >> 16 == KESS_LIBRARY_VERSION >> 16 && headerVersion <= KESS_LIBRARY_VERSION);
+}
+
+} // namespace
+
+extern "C" KESS_RESULT KESS_GetVersion(unsigned int* version)
+{
+    if (!version)
+        return KESS_ERR_INVALID_PARAM;
+    *version = KESS_LIBRARY_VERSION;
+    return KESS_OK;
+}
+
 extern "C" KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion)
 {
     if (!system)
         return KESS_ERR_INVALID_PARAM;
     *system = nullptr;
-    if (headerVersion != KESS_VERSION)
+    if (!accepts(headerVersion))
         return KESS_ERR_HEADER_MISMATCH;
     try {
         *system = KESS::SystemAccess::make();

@@ -2,6 +2,7 @@
 #include "api/sound.hpp"
 
 #include "api/call.hpp"
+#include "banks/bank_verification.hpp"
 
 #include <algorithm>
 #include <climits>
@@ -420,6 +421,16 @@ KESS_RESULT Sound::verifyData()
     return engine::guarded([&] {
         const KESS_RESULT result = mImpl->checkOneOfBank();
         return result == KESS_OK ? engine::finish(mImpl->bank->verifyData(*mImpl->sound)) : result;
+    });
+}
+
+KESS_RESULT Sound::verifyBank(KESS_FINDING_CALLBACK finding, void* userData)
+{
+    return engine::guarded([&] {
+        const KESS_RESULT result = mImpl->checkUnlockedBank();
+        if (result != KESS_OK)
+            return result;
+        return engine::finish(engine::BankVerification(*mImpl->bank, engine::reportTo(finding, userData)).run());
     });
 }
 

@@ -97,7 +97,27 @@ base::Result<> withoutValue(const base::Result<T>& result)
     return {};
 }
 
+KESS_RESULT asResult(Finding::Kind kind)
+{
+    switch (kind) {
+    case Finding::Kind::Damage:
+        return KESS_ERR_FILE_BAD;
+    case Finding::Kind::NotVerified:
+        return KESS_ERR_UNSUPPORTED;
+    case Finding::Kind::Remark:
+        break;
+    }
+    return KESS_OK;
+}
+
 } // namespace
+
+ReportFinding reportTo(KESS_FINDING_CALLBACK callback, void* userData)
+{
+    return [=](const Finding& found) {
+        return !callback || callback(userData, found.sound, asResult(found.kind), found.text.c_str()) != 0;
+    };
+}
 
 BankVerification::BankVerification(BankFile& bank, ReportFinding report)
     : mBank(bank)
