@@ -2,6 +2,7 @@
 
 #include "bank/bytes.hpp"
 #include "kadpcm/format.hpp"
+#include "kadpcm/prediction.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -128,37 +129,50 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
     }
     bits.putSigned(samples[0], kFirstSampleBits);
 
-    std::array<int32_t, kMaximumOrder + kSuperblockFrames> history;
-    std::fill_n(history.begin(), kMaximumOrder, 0);
-    int32_t* const differences = history.data() + kMaximumOrder;
+    Prediction prediction;
     const int coupling = analysis.coupling;
     const auto coupled = [&](size_t n) {
         return coupling == 0 ? 0 : couple(coupling, previous[n]);
     };
-    decoded[0] = samples[0];
-    differences[0] = samples[0] - coupled(0);
-    Predictor predictor;
     const Quantiser quantiser(plan.step);
     const int size = stepSize(plan.step);
-    const auto codeOf = [&](size_t n) {
+    int difference = 0; // of the sample that was coded last
+    const auto code = [&](size_t n, int64_t predicted) {
         const int c = coupled(n);
-        const int prediction = clampSample(c + predictor.predict(differences + n));
-        const int code = quantiser.code(samples[n] - prediction);
-        const int sample = reconstruct(prediction, code, size);
+        const int expected = clampSample(c + predicted);
+        const int q = quantiser.code(samples[n] - expected);
+        const int sample = reconstruct(expected, q, size);
         decoded[n] = static_cast<int16_t>(sample);
-        differences[n] = sample - c;
-        return fold(code);
+        difference = sample - c;
+        return fold(q);
     };
-    size_t n = 1;
-    for (; n < samples.size() && n <= static_cast<size_t>(plan.order); ++n) {
-        predictor.grow(reflections[n - 1]);
-        bits.putExpGolomb(codeOf(n), start);
-    }
     RiceParameter parameter(start);
-    for (; n < samples.size(); ++n) {
-        const uint32_t u = codeOf(n);
+    const auto putRice = [&](uint32_t u) {
         bits.putRice(u, parameter.value());
         parameter.follow(u);
+    };
+    decoded[0] = samples[0];
+    prediction.add(samples[0] - coupled(0));
+    size_t n = 1;
+    for (; n < samples.size() && n <= static_cast<size_t>(plan.order); ++n) {
+        prediction.grow(reflections[n - 1]);
+        bits.putExpGolomb(code(n, prediction.next()), start);
+        prediction.add(difference);
+    }
+    prediction.beginGroups();
+    Prediction::Group group = prediction.firstGroup();
+    for (; n + kGroup <= samples.size(); n += kGroup) {
+        double sums[kGroup];
+        prediction.nextGroup<Sse2Sums>(group, sums);
+        unrolled<kGroup>([&](auto k) {
+            putRice(code(n + k, prediction.inGroup<k>(group, sums)));
+            prediction.addInGroup<k>(group, difference);
+        });
+        prediction.endGroup();
+    }
+    for (; n < samples.size(); ++n) {
+        putRice(code(n, prediction.next()));
+        prediction.add(difference);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "bank/bytes.hpp"
 #include "kadpcm/format.hpp"
+#include "kadpcm/prediction.hpp"
 
 #include <cassert>
 #include <cstring>
@@ -8,99 +9,122 @@ namespace bank::kadpcm {
 
 namespace {
 
-// Reads bits, most significant first. Behind the end there are zeros without end, so that the end needs no look
-// before everything is read.
+// Reads bits, most significant first. Beyond the end there are zeros, so that the end needs no check before everything
+// is read.
 class BitReader
 {
 public:
-    explicit BitReader(std::span<const uint8_t> bytes)
-        : mNext(bytes.data())
-        , mEnd(bytes.data() + bytes.size())
-    { }
+    BitReader() = default;
+    BitReader(const BitReader&) = delete;
+    BitReader& operator=(const BitReader&) = delete;
 
-    // count: 1 to 32.
-    uint32_t read(int count)
+    // What reading changes: a copy of it stays in registers.
+    struct State
     {
-        refill();
-        return take(count);
-    }
+        const uint8_t* next = nullptr;
+        uint64_t bits = 0; // the next ones, from the top
+        int held = 0;
 
-    int readSigned(int count)
-    {
-        const uint32_t sign = 1U << (count - 1);
-        return static_cast<int>(read(count) ^ sign) - static_cast<int>(sign);
-    }
-
-    uint32_t readRice(int parameter)
-    {
-        refill();
-        const int zeros = std::countl_zero(mBits);
-        if (zeros >= kEscapeZeros) {
-            drop(kEscapeZeros);
-            return take(kEscapeBits);
+        // Leaves at least 56 bits. 8 bytes from next on must be readable.
+        [[gnu::always_inline]] void refill()
+        {
+            uint64_t word;
+            std::memcpy(&word, next, sizeof word);
+            bits |= __builtin_bswap64(word) >> held;
+            next += (63 - held) >> 3;
+            held |= 56;
         }
-        drop(zeros + 1);
-        const auto high = static_cast<uint32_t>(zeros) << parameter;
-        return parameter == 0 ? high : high | take(parameter);
+
+        [[gnu::always_inline]] void drop(int count)
+        {
+            bits <<= count;
+            held -= count;
+        }
+
+        // count: 1 to 32.
+        [[gnu::always_inline]] uint32_t take(int count)
+        {
+            const auto value = static_cast<uint32_t>(bits >> (64 - count));
+            drop(count);
+            return value;
+        }
+
+        uint32_t read(int count)
+        {
+            refill();
+            return take(count);
+        }
+
+        int readSigned(int count)
+        {
+            const uint32_t sign = 1U << (count - 1);
+            return static_cast<int>(read(count) ^ sign) - static_cast<int>(sign);
+        }
+
+        // False: more zeros than the code has.
+        bool readExpGolomb(int parameter, uint32_t* u)
+        {
+            refill();
+            const int zeros = std::countl_zero(bits);
+            if (zeros > kEscapeBits - parameter)
+                return false;
+            drop(zeros);
+            *u = take(zeros + parameter + 1) - (1U << parameter);
+            return true;
+        }
+
+        [[gnu::always_inline]] uint32_t readRice(int parameter)
+        {
+            refill();
+            const int zeros = __builtin_clzll(bits | 1);
+            if (zeros >= kEscapeZeros) [[unlikely]] {
+                drop(kEscapeZeros);
+                return take(kEscapeBits);
+            }
+            // The one that ends the zeros is read as a bit above the low ones.
+            const auto low = static_cast<uint32_t>(bits << zeros >> (63 - parameter));
+            drop(zeros + 1 + parameter);
+            return (static_cast<uint32_t>(zeros) - 1 << parameter) + low;
+        }
+    };
+
+    [[nodiscard]] State open(std::span<const uint8_t> bytes)
+    {
+        mEnd = bytes.data() + bytes.size();
+        return {bytes.data(), 0, 0};
     }
 
-    // False: more zeros than the code has.
-    bool readExpGolomb(int parameter, uint32_t* u)
+    // Before a group of codes, or a field of the header: makes as many bytes readable as those can take. False: more was
+    // read than there was.
+    [[nodiscard]] bool prepare(State& state)
     {
-        refill();
-        const int zeros = std::countl_zero(mBits);
-        if (zeros > kEscapeBits - parameter)
-            return false;
-        drop(zeros);
-        *u = take(zeros + parameter + 1) - (1U << parameter);
+        if (mEnd - state.next >= kGroupBytes) [[likely]]
+            return true;
+        if (mInTail)
+            return state.next - mEnd <= kOverrun;
+        const auto left = static_cast<size_t>(mEnd - state.next);
+        std::copy_n(state.next, left, mTail.begin());
+        state.next = mTail.data();
+        mEnd = mTail.data() + left;
+        mInTail = true;
         return true;
     }
 
-    // That all was read but the padding of the last byte, and nothing behind it.
-    [[nodiscard]] bool atEnd() const
+    // Whether all was read but the padding of the last byte, and nothing beyond it.
+    [[nodiscard]] bool atEnd(const State& state) const
     {
-        const ptrdiff_t left = (mEnd - mNext) * 8 + mHeld - mMissing;
+        const ptrdiff_t left = (mEnd - state.next) * 8 + state.held;
         return left >= 0 && left < 8;
     }
 
 private:
-    // Leaves at least 56 bits.
-    void refill()
-    {
-        if (mEnd - mNext >= 8) {
-            uint64_t word;
-            std::memcpy(&word, mNext, sizeof word);
-            mBits |= __builtin_bswap64(word) >> mHeld;
-            mNext += (63 - mHeld) >> 3;
-            mHeld |= 56;
-            return;
-        }
-        for (; mHeld < 56; mHeld += 8) {
-            if (mNext == mEnd)
-                mMissing += 8;
-            else
-                mBits |= static_cast<uint64_t>(*mNext++) << (56 - mHeld);
-        }
-    }
+    static constexpr ptrdiff_t kGroupBytes = (kGroup * (kEscapeZeros + kEscapeBits) + 7) / 8 + 8;
+    static constexpr ptrdiff_t kOverrun = 8;
 
-    uint32_t take(int count)
-    {
-        const auto value = static_cast<uint32_t>(mBits >> (64 - count));
-        drop(count);
-        return value;
-    }
-
-    void drop(int count)
-    {
-        mBits <<= count;
-        mHeld -= count;
-    }
-
-    const uint8_t* mNext;
-    const uint8_t* mEnd;
-    uint64_t mBits = 0; // the next ones, from the top
-    int mHeld = 0;
-    int mMissing = 0; // of all that were put into mBits, those from behind the end
+    const uint8_t* mEnd = nullptr;
+    bool mInTail = false;
+    // The last bytes, and zeros for whatever is read beyond them.
+    std::array<uint8_t, 2 * kGroupBytes + kOverrun> mTail{};
 };
 
 // One channel of the samples that are being decoded.
@@ -132,64 +156,225 @@ bool decodeConstant(std::span<const uint8_t> bytes, const Channel& channel)
     return true;
 }
 
-bool decodePredicted(int order, std::span<const uint8_t> bytes, const Channel& channel)
+// One channel of a predicted block while it is decoded.
+class PredictedBlock
 {
-    if (bytes.empty())
-        return false;
-    const int step = stepSize(bytes[0]);
-    BitReader bits(bytes.subspan(1));
-    const int coupling = channel.first ? 0 : static_cast<int>(bits.read(kCouplingBits)) - kCouplingOffset;
-    const int start = static_cast<int>(bits.read(kStartBits));
-    if (start > kHighestStart)
-        return false;
-    std::array<int32_t, kMaximumOrder> reflections;
-    for (int i = 1; i <= order; ++i)
-        reflections[static_cast<size_t>(i - 1)] = reflectionCoefficient(i, bits.readSigned(coefficientBits(i)));
-
-    std::array<int32_t, kMaximumOrder + kSuperblockFrames> history;
-    std::fill_n(history.begin(), kMaximumOrder, 0);
-    int32_t* const differences = history.data() + kMaximumOrder;
-    const auto coupled = [&](int n) {
-        return coupling == 0 ? 0 : couple(coupling, (&channel.at(n))[-1]);
-    };
-
-    channel.at(0) = static_cast<int16_t>(bits.readSigned(kFirstSampleBits));
-    differences[0] = channel.at(0) - coupled(0);
-    Predictor predictor;
-    const auto put = [&](int n, uint32_t u) {
-        const int c = coupled(n);
-        const int prediction = clampSample(c + predictor.predict(differences + n));
-        const int sample = reconstruct(prediction, unfold(u), step);
-        channel.at(n) = static_cast<int16_t>(sample);
-        differences[n] = sample - c;
-    };
-    int n = 1;
-    for (; n < channel.frames && n <= order; ++n) {
-        predictor.grow(reflections[static_cast<size_t>(n - 1)]);
-        uint32_t u = 0;
-        if (!bits.readExpGolomb(start, &u))
+public:
+    // Reads what precedes the codes and decodes the first sample. False: damaged.
+    bool open(int order, std::span<const uint8_t> bytes, const Channel& channel)
+    {
+        if (bytes.empty())
             return false;
-        put(n, u);
+        mOrder = order;
+        mStepSize = stepSize(bytes[0]);
+        mStride = channel.stride;
+        mPrevious = channel.first ? 0 : -1;
+        mState.sample = channel.samples;
+        BitReader::State& bits = mState.bits = mReader.open(bytes.subspan(1));
+        const auto read = [&](int count) {
+            return mReader.prepare(bits) ? bits.readSigned(count) : 0;
+        };
+        mCoupling = channel.first ? 0 : static_cast<int>(static_cast<uint32_t>(read(kCouplingBits)) & 31) - kCouplingOffset;
+        mStart = read(kStartBits) & 31;
+        if (mStart > kHighestStart)
+            return false;
+        mState.parameter = RiceParameter(mStart);
+        for (int i = 1; i <= order; ++i)
+            mReflections[static_cast<size_t>(i - 1)] = reflectionCoefficient(i, read(coefficientBits(i)));
+        const int sample = read(kFirstSampleBits);
+        mPrediction.add(sample - coupled(mState));
+        *mState.sample = static_cast<int16_t>(sample);
+        mState.sample += mStride;
+        return true;
     }
-    RiceParameter parameter(start);
-    for (; n < channel.frames; ++n) {
-        const uint32_t u = bits.readRice(parameter.value());
-        parameter.follow(u);
-        put(n, u);
+
+    [[nodiscard]] int order() const { return mOrder; }
+
+    // Decodes the samples from first to end one by one. False: damaged.
+    bool decode(int first, int end)
+    {
+        for (int n = first; n < end; ++n) {
+            if (!mReader.prepare(mState.bits))
+                return false;
+            uint32_t u = 0;
+            if (n <= mOrder) {
+                mPrediction.grow(mReflections[static_cast<size_t>(n - 1)]);
+                if (!mState.bits.readExpGolomb(mStart, &u))
+                    return false;
+            } else {
+                u = mState.nextCode();
+            }
+            mPrediction.add(put(mState, mPrediction.next(), unfold(u)));
+        }
+        return true;
     }
-    return bits.atEnd();
+
+    // Prepares for groups: all samples up to the order were decoded.
+    void beginGroups()
+    {
+        mPrediction.beginGroups();
+        mGroup = mPrediction.firstGroup();
+    }
+
+    // Decodes the blocks of adjacent channels in step, in groups from sample n on, as long as whole groups remain; returns
+    // the first sample after them, or 0 for damage. A sample waits for the one before it, but not for that of another channel. What the
+    // loop changes is copied, so that it stays in registers.
+    template <typename Sums, size_t Count>
+    [[gnu::always_inline]] static int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
+    {
+        std::array<State, Count> states;
+        std::array<Prediction::Group, Count> groups;
+        unrolled<Count>([&](auto i) __attribute__((always_inline)) {
+            states[i] = blocks[i].mState;
+            groups[i] = blocks[i].mGroup;
+        });
+        for (; n + kGroup <= frames; n += kGroup) {
+            double sums[Count][kGroup];
+            int codes[Count][kGroup];
+            bool isDamaged = false;
+            unrolled<Count>([&](auto i) __attribute__((always_inline)) {
+                isDamaged |= !blocks[i].mReader.prepare(states[i].bits);
+                blocks[i].mPrediction.template nextGroup<Sums>(groups[i], sums[i]);
+                unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
+                    codes[i][k] = unfold(states[i].nextCode());
+                });
+            });
+            if (isDamaged) [[unlikely]]
+                return 0;
+            unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
+                unrolled<Count>([&](auto i) __attribute__((always_inline)) {
+                    PredictedBlock& block = blocks[i];
+                    const int64_t predicted = block.mPrediction.template inGroup<k>(groups[i], sums[i]);
+                    const int difference = block.put(states[i], predicted, codes[i][k]);
+                    block.mPrediction.template addInGroup<k>(groups[i], difference);
+                });
+            });
+            unrolled<Count>([&](auto i) { blocks[i].mPrediction.endGroup(); });
+        }
+        unrolled<Count>([&](auto i) { blocks[i].mState = states[i]; });
+        return n;
+    }
+
+    // Whether all was read but the padding of the last byte, and nothing beyond it.
+    [[nodiscard]] bool atEnd() const { return mReader.atEnd(mState.bits); }
+
+private:
+    // What decoding a sample changes beside the prediction: a copy of it stays in registers.
+    struct State
+    {
+        BitReader::State bits;
+        RiceParameter parameter{0};
+        int16_t* sample = nullptr; // the next one
+
+        [[gnu::always_inline]] uint32_t nextCode()
+        {
+            const uint32_t u = bits.readRice(parameter.value());
+            parameter.follow(u);
+            return u;
+        }
+    };
+
+    // What the previous channel's sample contributes. The first channel has a coupling of 0, and takes its own.
+    [[nodiscard, gnu::always_inline]] int coupled(const State& state) const
+    {
+        return couple(mCoupling, state.sample[mPrevious]);
+    }
+
+    // Stores the next sample; returns its difference.
+    [[gnu::always_inline]] int put(State& state, int64_t predicted, int q) const
+    {
+        const int c = coupled(state);
+        const int sample = reconstruct(clampSample(c + predicted), q, mStepSize);
+        *state.sample = static_cast<int16_t>(sample);
+        state.sample += mStride;
+        return sample - c;
+    }
+
+    BitReader mReader;
+    State mState;
+    ptrdiff_t mStride = 0;
+    ptrdiff_t mPrevious = 0; // offset of the previous channel
+    int mOrder = 0;
+    int mStepSize = 0;
+    int mCoupling = 0;
+    int mStart = 0;
+    std::array<int32_t, kMaximumOrder> mReflections{};
+    Prediction mPrediction;
+    Prediction::Group mGroup;
+};
+
+template <size_t Count>
+int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
+{
+#ifdef __x86_64__
+    return PredictedBlock::decodeGroups<Sse2Sums>(blocks, n, frames);
+#else
+    return PredictedBlock::decodeGroups<PlainSums>(blocks, n, frames);
+#endif
+}
+
+#ifdef __x86_64__
+template <size_t Count>
+[[gnu::target("avx2,bmi,bmi2,lzcnt")]] int decodeGroupsAvx2(std::array<PredictedBlock, Count>& blocks, int n,
+                                                             int frames)
+{
+    return PredictedBlock::decodeGroups<Avx2Sums>(blocks, n, frames);
+}
+#endif
+
+// Decodes blocks of adjacent channels.
+template <size_t Count>
+bool decodePredicted(std::array<PredictedBlock, Count>& blocks, int frames)
+{
+    int first = 1;
+    for (const PredictedBlock& block : blocks)
+        first = std::max(first, block.order() + 1);
+    first = std::min(first, frames);
+    for (PredictedBlock& block : blocks) {
+        if (!block.decode(1, first))
+            return false;
+        block.beginGroups();
+    }
+#ifdef __x86_64__
+    static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("bmi");
+    const int n = hasAvx2 ? decodeGroupsAvx2(blocks, first, frames) : decodeGroups(blocks, first, frames);
+#else
+    const int n = decodeGroups(blocks, first, frames);
+#endif
+    if (n == 0)
+        return false;
+    for (PredictedBlock& block : blocks) {
+        if (!block.decode(n, frames) || !block.atEnd())
+            return false;
+    }
+    return true;
+}
+
+bool isPredicted(std::span<const uint8_t> block)
+{
+    return !block.empty() && block[0] <= kMaximumOrder;
 }
 
 bool decodeBlock(std::span<const uint8_t> bytes, const Channel& channel)
 {
     if (bytes.empty())
         return false;
-    const int mode = bytes[0];
-    if (mode == kPlainMode)
-        return decodePlain(bytes.subspan(1), channel);
-    if (mode == kConstantMode)
-        return decodeConstant(bytes.subspan(1), channel);
-    return mode <= kMaximumOrder && decodePredicted(mode, bytes.subspan(1), channel);
+    const auto rest = bytes.subspan(1);
+    if (bytes[0] == kPlainMode)
+        return decodePlain(rest, channel);
+    if (bytes[0] == kConstantMode)
+        return decodeConstant(rest, channel);
+    std::array<PredictedBlock, 1> block;
+    return isPredicted(bytes) && block[0].open(bytes[0], rest, channel) && decodePredicted(block, channel.frames);
+}
+
+// Two blocks that are both predicted.
+bool decodeBlockPair(std::span<const uint8_t> bytes, const Channel& channel, std::span<const uint8_t> nextBytes,
+                     const Channel& nextChannel)
+{
+    std::array<PredictedBlock, 2> blocks;
+    return blocks[0].open(bytes[0], bytes.subspan(1), channel)
+        && blocks[1].open(nextBytes[0], nextBytes.subspan(1), nextChannel) && decodePredicted(blocks, channel.frames);
 }
 
 // The channel block at the start of bytes, without its size, which is 2 bytes more. Empty: there is none.
@@ -218,12 +403,24 @@ size_t superblockBytes(std::span<const uint8_t> bytes, int channels)
 size_t decodeSuperblock(std::span<const uint8_t> bytes, int channels, int frames, int16_t* interleaved)
 {
     assert(channels >= 1 && channels <= kMaximumChannels && frames >= 1 && frames <= kSuperblockFrames);
+    const auto channelAt = [&](int number) {
+        return Channel{interleaved + number, channels, frames, number == 0};
+    };
     size_t total = 0;
-    for (int channel = 0; channel < channels; ++channel) {
+    for (int number = 0; number < channels; ++number) {
         const auto block = firstBlock(bytes.subspan(total));
-        if (!decodeBlock(block, {interleaved + channel, channels, frames, channel == 0}))
+        if (block.empty())
             return 0;
         total += 2 + block.size();
+        const auto next = number + 1 < channels ? firstBlock(bytes.subspan(total)) : std::span<const uint8_t>();
+        if (isPredicted(block) && isPredicted(next)) {
+            if (!decodeBlockPair(block, channelAt(number), next, channelAt(number + 1)))
+                return 0;
+            total += 2 + next.size();
+            ++number;
+        } else if (!decodeBlock(block, channelAt(number))) {
+            return 0;
+        }
     }
     return total;
 }

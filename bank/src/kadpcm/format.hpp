@@ -113,50 +113,12 @@ public:
         : mAverage(24U << start)
     { }
 
-    [[nodiscard]] int value() const { return std::min<int>(kHighestStart, std::bit_width(mAverage >> 5)); }
+    // The number of bits of mAverage >> 5, at most kHighestStart.
+    [[nodiscard]] int value() const { return std::min(kHighestStart, 31 - __builtin_clz(mAverage >> 4 | 1)); }
     void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }
 
 private:
     uint32_t mAverage; // sixteen times the mean; below 2^26 even for codes that no encoder writes
-};
-
-// Linear prediction whose order grows by one with each coefficient it is given.
-class Predictor
-{
-public:
-    void grow(int32_t reflection)
-    {
-        const int order = ++mOrder;
-        const auto previous = mCoefficients;
-        for (int j = 1; j < order; ++j) {
-            const int64_t product = static_cast<int64_t>(reflection) * previous[at(order - j)];
-            mCoefficients[at(j)] = static_cast<int32_t>(
-                std::clamp<int64_t>(previous[at(j)] - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
-        }
-        mCoefficients[at(order)] = reflection;
-        mTaps = (order + 3) & ~3;
-    }
-
-    // history points behind the newest sample; kMaximumOrder samples before it must be readable.
-    [[nodiscard]] int64_t predict(const int32_t* history) const
-    {
-        // The newest sample comes last: the next one can't begin before it is known, all else overlaps with its making.
-        int64_t sum = 1 << 19;
-        for (int j = mTaps; j > 0; j -= 4) {
-            int64_t part = static_cast<int64_t>(mCoefficients[at(j)]) * history[-j];
-            part += static_cast<int64_t>(mCoefficients[at(j - 1)]) * history[1 - j];
-            part += static_cast<int64_t>(mCoefficients[at(j - 2)]) * history[2 - j];
-            sum += part + static_cast<int64_t>(mCoefficients[at(j - 3)]) * history[3 - j];
-        }
-        return sum >> 20;
-    }
-
-private:
-    static constexpr size_t at(int number) { return static_cast<size_t>(number - 1); }
-
-    std::array<int32_t, kMaximumOrder> mCoefficients{}; // in 1/2^20, the newest sample's first
-    int mOrder = 0;
-    int mTaps = 0;
 };
 
 } // namespace bank::kadpcm

@@ -1,0 +1,224 @@
+// KADPCM's linear prediction, as decoder and encoder use it.
+//
+// The sum of a prediction runs over up to 32 older samples, and a sample can only be predicted when the one before it is
+// known. But the products with samples that are at least kNewestTaps older than a group of kGroup samples can be summed
+// beforehand, for all samples of the group at once. That is done in double precision, which is exact here: a coefficient
+// is at most 2^30 and a difference below 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
+#pragma once
+
+#include "kadpcm/format.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
+
+namespace bank::kadpcm {
+
+inline constexpr int kGroup = 4; // samples that are predicted together
+inline constexpr int kNewestTaps = 3; // of the first sample of a group, which aren't summed beforehand
+inline constexpr int kHistoryFrames = kMaximumOrder + kGroup; // differences that must be readable before a group
+
+// Calls function with 0 to Count - 1 as constants: what it indexes by them can stay in registers.
+template <size_t Count, typename Function>
+[[gnu::always_inline]] inline void unrolled(const Function& function)
+{
+    [&]<size_t... Index>(std::index_sequence<Index...>) __attribute__((always_inline))
+    {
+        (function(std::integral_constant<size_t, Index>()), ...);
+    }
+    (std::make_index_sequence<Count>());
+}
+
+// The coefficients of the taps 1 to 32 in 1/2^20, then zeros: vector code reads whole vectors.
+struct TapTable
+{
+    std::array<double, kMaximumOrder + 2 * kGroup> coefficients{};
+    int order = 0;
+};
+
+// The sums that are made before a group is predicted. For each sample k of the group that begins at history[0]: the sum
+// of the products of all taps above k + kNewestTaps, plus the half that rounds the whole prediction. The three types
+// compute the same; Avx2Sums may only be used where the processor has AVX2.
+//
+// The vector code sums four ages at a time, so that its additions don't wait for each other. An age is counted from the
+// first sample of the group. The highest may be beyond the order, where coefficients are zero.
+inline constexpr double kHalf = 1 << 19;
+inline constexpr int kFirstAge = kNewestTaps + 1;
+
+struct PlainSums
+{
+    [[gnu::always_inline]] static void add(const TapTable& taps, const double* history, double* sums)
+    {
+        for (int k = 0; k < kGroup; ++k) {
+            sums[k] = kHalf;
+            for (int age = kFirstAge; age + k <= taps.order; ++age)
+                sums[k] += taps.coefficients[static_cast<size_t>(age + k - 1)] * history[-age];
+        }
+    }
+};
+
+#ifdef __x86_64__
+
+constexpr int agesInFours(int order)
+{
+    return std::max(0, (order - kNewestTaps + 3) & ~3);
+}
+
+struct Sse2Sums
+{
+    [[gnu::always_inline]] static void add(const TapTable& taps, const double* history, double* sums)
+    {
+        __m128d low0 = _mm_set1_pd(kHalf);
+        __m128d high0 = low0;
+        __m128d low1 = _mm_setzero_pd();
+        __m128d high1 = low1;
+        for (int age = kFirstAge + agesInFours(taps.order) - 2; age >= kFirstAge; age -= 2) {
+            const double* coefficients = taps.coefficients.data() + age - 1;
+            const double* sample = history - age;
+            const __m128d older0 = _mm_set1_pd(sample[0]);
+            const __m128d older1 = _mm_set1_pd(sample[-1]);
+            low0 = _mm_add_pd(low0, _mm_mul_pd(_mm_loadu_pd(coefficients), older0));
+            high0 = _mm_add_pd(high0, _mm_mul_pd(_mm_loadu_pd(coefficients + 2), older0));
+            low1 = _mm_add_pd(low1, _mm_mul_pd(_mm_loadu_pd(coefficients + 1), older1));
+            high1 = _mm_add_pd(high1, _mm_mul_pd(_mm_loadu_pd(coefficients + 3), older1));
+        }
+        _mm_storeu_pd(sums, _mm_add_pd(low0, low1));
+        _mm_storeu_pd(sums + 2, _mm_add_pd(high0, high1));
+    }
+};
+
+struct Avx2Sums
+{
+    [[gnu::target("avx2")]] static void add(const TapTable& taps, const double* history, double* sums)
+    {
+        __m256d sum0 = _mm256_set1_pd(kHalf);
+        __m256d sum1 = _mm256_setzero_pd();
+        __m256d sum2 = sum1;
+        __m256d sum3 = sum1;
+        for (int age = kFirstAge + agesInFours(taps.order) - 4; age >= kFirstAge; age -= 4) {
+            const double* coefficients = taps.coefficients.data() + age - 1;
+            const double* sample = history - age;
+            const __m256d older0 = _mm256_broadcast_sd(sample);
+            const __m256d older1 = _mm256_broadcast_sd(sample - 1);
+            const __m256d older2 = _mm256_broadcast_sd(sample - 2);
+            const __m256d older3 = _mm256_broadcast_sd(sample - 3);
+            sum0 = _mm256_add_pd(sum0, _mm256_mul_pd(_mm256_loadu_pd(coefficients), older0));
+            sum1 = _mm256_add_pd(sum1, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 1), older1));
+            sum2 = _mm256_add_pd(sum2, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 2), older2));
+            sum3 = _mm256_add_pd(sum3, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 3), older3));
+        }
+        _mm256_storeu_pd(sums, _mm256_add_pd(_mm256_add_pd(sum0, sum1), _mm256_add_pd(sum2, sum3)));
+    }
+};
+
+#endif
+
+// Predicts the samples of one block in order. Each prediction is followed by add(). Predictions are rounded, and are
+// those of differences, see bank/kadpcm.hpp.
+class Prediction
+{
+public:
+    // Raises the order by one.
+    void grow(int32_t reflection)
+    {
+        const int order = ++mTaps.order;
+        const auto previous = mCoefficients;
+        for (int j = 1; j < order; ++j) {
+            const int64_t product = static_cast<int64_t>(reflection) * previous[at(order - j)];
+            mCoefficients[at(j)] = static_cast<int32_t>(
+                std::clamp<int64_t>(previous[at(j)] - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
+        }
+        mCoefficients[at(order)] = reflection;
+    }
+
+    // The prediction of the next sample.
+    [[nodiscard]] int64_t next()
+    {
+        makeRoom(1);
+        double sum = 1 << 19;
+        for (int j = mTaps.order; j > 0; --j)
+            sum += mCoefficients[at(j)] * mWindow[mEnd - static_cast<size_t>(j)];
+        return static_cast<int64_t>(sum) >> 20;
+    }
+
+    // The order is final: groups may follow.
+    void beginGroups()
+    {
+        std::copy(mCoefficients.begin(), mCoefficients.end(), mTaps.coefficients.begin());
+        std::copy_n(mCoefficients.begin(), mNewest.size(), mNewest.begin());
+    }
+
+    // What the prediction of a group needs at hand: a local variable, so that it stays in registers.
+    struct Group
+    {
+        std::array<int64_t, kNewestTaps + kGroup> differences{}; // the newest before the group, then those of the group
+    };
+
+    // The state before the first group.
+    [[nodiscard]] Group firstGroup() const
+    {
+        Group group;
+        for (size_t i = 0; i < kNewestTaps; ++i)
+            group.differences[kGroup + i] = static_cast<int64_t>(mWindow[mEnd - kNewestTaps + i]);
+        return group;
+    }
+
+    // Goes on to the next group of kGroup samples. sums: kGroup values, for inGroup().
+    template <typename Sums>
+    [[gnu::always_inline]] void nextGroup(Group& group, double* sums)
+    {
+        makeRoom(kGroup);
+        Sums::add(mTaps, &mWindow[mEnd], sums);
+        unrolled<kNewestTaps>([&](auto i) __attribute__((always_inline)) {
+            group.differences[i] = group.differences[kGroup + i];
+        });
+    }
+
+    // The prediction of sample k of the group.
+    template <size_t k>
+    [[nodiscard, gnu::always_inline]] int64_t inGroup(const Group& group, const double* sums) const
+    {
+        auto sum = static_cast<int64_t>(sums[k]);
+        unrolled<k + kNewestTaps>([&](auto i) __attribute__((always_inline)) {
+            sum += mNewest[k + kNewestTaps - 1 - i] * group.differences[i];
+        });
+        return sum >> 20;
+    }
+
+    template <size_t k>
+    [[gnu::always_inline]] void addInGroup(Group& group, int difference)
+    {
+        group.differences[kNewestTaps + k] = difference;
+        mWindow[mEnd + k] = difference;
+    }
+
+    // After the last sample of a group.
+    void endGroup() { mEnd += kGroup; }
+
+    void add(int difference) { mWindow[mEnd++] = difference; }
+
+private:
+    static constexpr size_t at(int tap) { return static_cast<size_t>(tap - 1); }
+
+    // Moves the latest differences to the front of the window when it is full.
+    void makeRoom(size_t count)
+    {
+        if (mEnd + count <= mWindow.size())
+            return;
+        std::copy_n(mWindow.begin() + static_cast<ptrdiff_t>(mEnd - kHistoryFrames), kHistoryFrames, mWindow.begin());
+        mEnd = kHistoryFrames;
+    }
+
+    std::array<int32_t, kMaximumOrder> mCoefficients{}; // in 1/2^20
+    TapTable mTaps;
+    std::array<int64_t, kNewestTaps + kGroup - 1> mNewest{}; // coefficients
+    std::array<double, kHistoryFrames + 64 * kGroup> mWindow{}; // the latest differences
+    size_t mEnd = kHistoryFrames;
+};
+
+} // namespace bank::kadpcm
