@@ -132,16 +132,16 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
     Prediction prediction;
     const int coupling = analysis.coupling;
     const auto coupled = [&](size_t n) {
-        return coupling == 0 ? 0 : couple(coupling, previous[n]);
+        return coupling == 0 ? int64_t{0} : couple(coupling, previous[n]);
     };
     const Quantiser quantiser(plan.step);
     const int size = stepSize(plan.step);
     int difference = 0; // of the sample that was coded last
     const auto code = [&](size_t n, int64_t predicted) {
-        const int c = coupled(n);
-        const int expected = clampSample(c + predicted);
+        const int c = static_cast<int>(coupled(n));
+        const int expected = static_cast<int>(clampSample(c + predicted));
         const int q = quantiser.code(samples[n] - expected);
-        const int sample = reconstruct(expected, q, size);
+        const int sample = static_cast<int>(reconstruct(expected, q, size));
         decoded[n] = static_cast<int16_t>(sample);
         difference = sample - c;
         return fold(q);

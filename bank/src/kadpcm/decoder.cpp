@@ -10,7 +10,7 @@ namespace bank::kadpcm {
 namespace {
 
 // Reads bits, most significant first. Beyond the end there are zeros, so that the end needs no check before everything
-// is read.
+// was read.
 class BitReader
 {
 public:
@@ -21,38 +21,23 @@ public:
     // What reading changes: a copy of it stays in registers.
     struct State
     {
-        const uint8_t* next = nullptr;
-        uint64_t bits = 0; // the next ones, from the top
-        int held = 0;
+        const uint8_t* bytes = nullptr;
+        uint64_t position = 0; // in bits, from bytes on
 
-        // Leaves at least 56 bits. 8 bytes from next on must be readable.
-        [[gnu::always_inline]] void refill()
+        // The next 57 bits or more, from the top.
+        [[nodiscard, gnu::always_inline]] uint64_t bits() const
         {
             uint64_t word;
-            std::memcpy(&word, next, sizeof word);
-            bits |= __builtin_bswap64(word) >> held;
-            next += (63 - held) >> 3;
-            held |= 56;
-        }
-
-        [[gnu::always_inline]] void drop(int count)
-        {
-            bits <<= count;
-            held -= count;
+            std::memcpy(&word, bytes + (position >> 3), sizeof word);
+            return __builtin_bswap64(word) << (position & 7);
         }
 
         // count: 1 to 32.
-        [[gnu::always_inline]] uint32_t take(int count)
-        {
-            const auto value = static_cast<uint32_t>(bits >> (64 - count));
-            drop(count);
-            return value;
-        }
-
         uint32_t read(int count)
         {
-            refill();
-            return take(count);
+            const auto value = static_cast<uint32_t>(bits() >> (64 - count));
+            position += static_cast<unsigned>(count);
+            return value;
         }
 
         int readSigned(int count)
@@ -64,67 +49,68 @@ public:
         // False: more zeros than the code has.
         bool readExpGolomb(int parameter, uint32_t* u)
         {
-            refill();
-            const int zeros = std::countl_zero(bits);
+            const int zeros = std::countl_zero(bits());
             if (zeros > kEscapeBits - parameter)
                 return false;
-            drop(zeros);
-            *u = take(zeros + parameter + 1) - (1U << parameter);
+            position += static_cast<unsigned>(zeros);
+            *u = read(zeros + parameter + 1) - (1U << parameter);
             return true;
         }
 
         [[gnu::always_inline]] uint32_t readRice(int parameter)
         {
-            refill();
-            const int zeros = __builtin_clzll(bits | 1);
+            const uint64_t next = bits();
+            const auto zeros = static_cast<unsigned>(std::countl_zero(next));
             if (zeros >= kEscapeZeros) [[unlikely]] {
-                drop(kEscapeZeros);
-                return take(kEscapeBits);
+                position += kEscapeZeros;
+                return read(kEscapeBits);
             }
             // The one that ends the zeros is read as a bit above the low ones.
-            const auto low = static_cast<uint32_t>(bits << zeros >> (63 - parameter));
-            drop(zeros + 1 + parameter);
-            return (static_cast<uint32_t>(zeros) - 1 << parameter) + low;
+            position += zeros + 1 + static_cast<unsigned>(parameter);
+            return ((zeros - 1) << parameter) + static_cast<uint32_t>(next << zeros >> (63 ^ parameter));
         }
     };
 
     [[nodiscard]] State open(std::span<const uint8_t> bytes)
     {
         mEnd = bytes.data() + bytes.size();
-        return {bytes.data(), 0, 0};
+        return {bytes.data(), 0};
     }
 
     // Before a group of codes, or a field of the header: makes as many bytes readable as those can take. False: more was
     // read than there was.
-    [[nodiscard]] bool prepare(State& state)
+    [[nodiscard, gnu::always_inline]] bool prepare(State& state)
     {
-        if (mEnd - state.next >= kGroupBytes) [[likely]]
-            return true;
-        if (mInTail)
-            return state.next - mEnd <= kOverrun;
-        const auto left = static_cast<size_t>(mEnd - state.next);
-        std::copy_n(state.next, left, mTail.begin());
-        state.next = mTail.data();
-        mEnd = mTail.data() + left;
-        mInTail = true;
-        return true;
+        const ptrdiff_t left = mEnd - state.bytes - static_cast<ptrdiff_t>(state.position >> 3);
+        return left >= kGroupBytes || enterTail(state, left);
     }
 
     // Whether all was read but the padding of the last byte, and nothing beyond it.
     [[nodiscard]] bool atEnd(const State& state) const
     {
-        const ptrdiff_t left = (mEnd - state.next) * 8 + state.held;
+        const ptrdiff_t left = (mEnd - state.bytes) * 8 - static_cast<ptrdiff_t>(state.position);
         return left >= 0 && left < 8;
     }
 
 private:
     static constexpr ptrdiff_t kGroupBytes = (kGroup * (kEscapeZeros + kEscapeBits) + 7) / 8 + 8;
-    static constexpr ptrdiff_t kOverrun = 8;
+
+    [[gnu::noinline]] bool enterTail(State& state, ptrdiff_t left)
+    {
+        if (mInTail)
+            return left >= 0;
+        const uint8_t* next = mEnd - left;
+        std::copy_n(next, left, mTail.begin());
+        state.bytes = mTail.data();
+        state.position &= 7;
+        mEnd = mTail.data() + left;
+        mInTail = true;
+        return true;
+    }
 
     const uint8_t* mEnd = nullptr;
     bool mInTail = false;
-    // The last bytes, and zeros for whatever is read beyond them.
-    std::array<uint8_t, 2 * kGroupBytes + kOverrun> mTail{};
+    std::array<uint8_t, 2 * kGroupBytes> mTail{}; // the last bytes, and zeros for whatever is read beyond them
 };
 
 // One channel of the samples that are being decoded.
@@ -229,27 +215,25 @@ public:
             groups[i] = blocks[i].mGroup;
         });
         for (; n + kGroup <= frames; n += kGroup) {
-            double sums[Count][kGroup];
-            int codes[Count][kGroup];
             bool isDamaged = false;
             unrolled<Count>([&](auto i) __attribute__((always_inline)) {
-                isDamaged |= !blocks[i].mReader.prepare(states[i].bits);
-                blocks[i].mPrediction.template nextGroup<Sums>(groups[i], sums[i]);
+                PredictedBlock& block = blocks[i];
+                isDamaged |= !block.mReader.prepare(states[i].bits);
+                double sums[kGroup];
+                block.mPrediction.template nextGroup<Sums>(groups[i], sums);
+                int64_t codes[kGroup];
                 unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
-                    codes[i][k] = unfold(states[i].nextCode());
+                    codes[k] = unfold(states[i].nextCode());
                 });
+                unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
+                    const int64_t predicted = block.mPrediction.template inGroup<k>(groups[i], sums);
+                    const int64_t difference = block.put(states[i], predicted, codes[k]);
+                    block.mPrediction.template addInGroup<k>(groups[i], difference);
+                });
+                block.mPrediction.endGroup();
             });
             if (isDamaged) [[unlikely]]
                 return 0;
-            unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
-                unrolled<Count>([&](auto i) __attribute__((always_inline)) {
-                    PredictedBlock& block = blocks[i];
-                    const int64_t predicted = block.mPrediction.template inGroup<k>(groups[i], sums[i]);
-                    const int difference = block.put(states[i], predicted, codes[i][k]);
-                    block.mPrediction.template addInGroup<k>(groups[i], difference);
-                });
-            });
-            unrolled<Count>([&](auto i) { blocks[i].mPrediction.endGroup(); });
         }
         unrolled<Count>([&](auto i) { blocks[i].mState = states[i]; });
         return n;
@@ -275,16 +259,16 @@ private:
     };
 
     // What the previous channel's sample contributes. The first channel has a coupling of 0, and takes its own.
-    [[nodiscard, gnu::always_inline]] int coupled(const State& state) const
+    [[nodiscard, gnu::always_inline]] int64_t coupled(const State& state) const
     {
-        return couple(mCoupling, state.sample[mPrevious]);
+        return mCoupling == 0 ? 0 : couple(mCoupling, state.sample[mPrevious]);
     }
 
     // Stores the next sample; returns its difference.
-    [[gnu::always_inline]] int put(State& state, int64_t predicted, int q) const
+    [[gnu::always_inline]] int64_t put(State& state, int64_t predicted, int64_t q) const
     {
-        const int c = coupled(state);
-        const int sample = reconstruct(clampSample(c + predicted), q, mStepSize);
+        const int64_t c = coupled(state);
+        const int64_t sample = reconstruct(clampSample(c + predicted), q, mStepSize);
         *state.sample = static_cast<int16_t>(sample);
         state.sample += mStride;
         return sample - c;
@@ -295,8 +279,8 @@ private:
     ptrdiff_t mStride = 0;
     ptrdiff_t mPrevious = 0; // offset of the previous channel
     int mOrder = 0;
-    int mStepSize = 0;
-    int mCoupling = 0;
+    int64_t mStepSize = 0;
+    int64_t mCoupling = 0;
     int mStart = 0;
     std::array<int32_t, kMaximumOrder> mReflections{};
     Prediction mPrediction;

@@ -79,9 +79,12 @@ constexpr int32_t stepSize(int step)
     return kMantissa[static_cast<size_t>(step & 15)] << (step >> 4);
 }
 
-constexpr int clampSample(int64_t value)
+// A branch is quicker than two conditional moves, on which the next sample would wait: few samples are clipped.
+constexpr int64_t clampSample(int64_t value)
 {
-    return static_cast<int>(std::clamp<int64_t>(value, -32768, 32767));
+    if (static_cast<uint64_t>(value + 32768) > 65535) [[unlikely]]
+        return value < 0 ? -32768 : 32767;
+    return value;
 }
 
 constexpr uint32_t fold(int q)
@@ -89,20 +92,20 @@ constexpr uint32_t fold(int q)
     return q < 0 ? ~(static_cast<uint32_t>(q) << 1) : static_cast<uint32_t>(q) << 1;
 }
 
-constexpr int unfold(uint32_t u)
+constexpr int64_t unfold(int64_t u)
 {
-    return static_cast<int>(u >> 1) ^ -static_cast<int>(u & 1);
+    return (u >> 1) ^ -(u & 1);
 }
 
-constexpr int couple(int coupling, int sample)
+constexpr int64_t couple(int64_t coupling, int64_t sample)
 {
     return (coupling * sample + 4) >> 3;
 }
 
 // What sample the code q stands for.
-constexpr int reconstruct(int prediction, int q, int stepSize)
+constexpr int64_t reconstruct(int64_t prediction, int64_t q, int64_t stepSize)
 {
-    return clampSample(prediction + ((static_cast<int64_t>(q) * stepSize + 128) >> 8));
+    return clampSample(prediction + ((q * stepSize + 128) >> 8));
 }
 
 // The parameter of the Rice code, which follows the mean of what was coded.
@@ -113,8 +116,14 @@ public:
         : mAverage(24U << start)
     { }
 
-    // The number of bits of mAverage >> 5, at most kHighestStart.
-    [[nodiscard]] int value() const { return std::min(kHighestStart, 31 - __builtin_clz(mAverage >> 4 | 1)); }
+    // The number of bits of mAverage >> 5, at most kHighestStart, which only codes that no encoder writes exceed.
+    [[nodiscard]] int value() const
+    {
+        const int bits = std::bit_width(mAverage >> 4 | 1) - 1;
+        if (bits > kHighestStart) [[unlikely]]
+            return kHighestStart;
+        return bits;
+    }
     void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }
 
 private:

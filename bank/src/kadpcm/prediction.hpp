@@ -20,7 +20,7 @@
 namespace bank::kadpcm {
 
 inline constexpr int kGroup = 4; // samples that are predicted together
-inline constexpr int kNewestTaps = 3; // of the first sample of a group, which aren't summed beforehand
+inline constexpr int kNewestTaps = 2; // of the first sample of a group, which aren't summed beforehand
 inline constexpr int kHistoryFrames = kMaximumOrder + kGroup; // differences that must be readable before a group
 
 // Calls function with 0 to Count - 1 as constants: what it indexes by them can stay in registers.
@@ -191,16 +191,16 @@ public:
     }
 
     template <size_t k>
-    [[gnu::always_inline]] void addInGroup(Group& group, int difference)
+    [[gnu::always_inline]] void addInGroup(Group& group, int64_t difference)
     {
         group.differences[kNewestTaps + k] = difference;
-        mWindow[mEnd + k] = difference;
+        mWindow[mEnd + k] = static_cast<double>(difference);
     }
 
     // After the last sample of a group.
     void endGroup() { mEnd += kGroup; }
 
-    void add(int difference) { mWindow[mEnd++] = difference; }
+    void add(int64_t difference) { mWindow[mEnd++] = static_cast<double>(difference); }
 
 private:
     static constexpr size_t at(int tap) { return static_cast<size_t>(tap - 1); }
