@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
 // Compares the sounds of a bank with their sources: length to the sample, and signal-to-noise ratio.
 //
 //     bank_quality BANK LIST
 //
-// LIST is a text file with the path of one source a line, in the order of the bank's sounds. A source whose rate isn't
-// that of its sound is resampled first. Exit status 0 when every length is right; samples are compared only then.
+// LIST is a text file with one path of a source per line, in the order of the bank's sounds. A source with another rate
+// than its sound is resampled first. Samples are compared only where the length is right. Exit status 0 if every length
+// is right.
 #include "kess.hpp"
 
 #include <soxr.h>
@@ -75,7 +77,7 @@ void resample(Samples* samples, double rate)
     samples->rate = rate;
 }
 
-// Decibels, of sounds of the same length; infinite for one that came back as it was.
+// In decibels, for sounds of the same length; infinite if they are identical.
 double signalToNoise(const Samples& source, const Samples& sound)
 {
     double signal = 0;
@@ -88,13 +90,13 @@ double signalToNoise(const Samples& source, const Samples& sound)
     return noise == 0 ? std::numeric_limits<double>::infinity() : 10 * std::log10(signal / noise);
 }
 
-// What became of all sounds.
+// The results of all sounds.
 struct Tally
 {
     int sounds = 0;
-    int wrong = 0; // of another length or number of channels
+    int wrong = 0; // sounds with another length or number of channels
     int identical = 0;
-    std::vector<double> ratios; // of the others, in dB
+    std::vector<double> ratios; // of the other sounds, in dB
 
     void add(const std::string& path, Samples source, const Samples& decoded)
     {
@@ -111,7 +113,7 @@ struct Tally
         const double ratio = signalToNoise(source, decoded);
         std::printf("%8.2f dB %10zu frames  %s\n", ratio, decoded.count(), path.c_str());
         if (std::isnan(ratio))
-            return; // samples that are no numbers, which nothing can be compared with, nor sorted
+            return; // NaN samples can't be compared or sorted
         if (std::isinf(ratio) && ratio > 0)
             ++identical;
         else

@@ -1,11 +1,12 @@
-// How long the desktop program's window keeps its user waiting with a large project.
+// SPDX-License-Identifier: MIT
+// Measures how long the window of the desktop program keeps its user waiting with a large project.
 //
 //     desktop_latency [SOUNDS [ROUNDS]]
 //
 // Makes a project of SOUNDS short sounds (10,000), works on it as a user does, and builds it ROUNDS times (3) in every
-// way. During a build, events are posted to the window's thread from another one: the longest wait is what a user
-// would feel, the longest slice is the processor time that the window's thread spent between two of them. A wait that
-// isn't in the slices is the machine's, which was busy elsewhere.
+// way. During a build, another thread posts events to the window's thread. The longest wait is what a user would
+// notice; the longest slice is the processor time that the window's thread spent between two events. A wait without a
+// slice as long means that the machine was busy with something else.
 #include "build_system.hpp"
 #include "file_io.hpp"
 #include "mainwindow.hpp"
@@ -43,7 +44,7 @@ double milliseconds(clockid_t clock)
     return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
 }
 
-// Posts itself events from a thread of its own, and keeps how long each waited for its turn.
+// Posts events to itself from its own thread, and records how long each of them waited.
 class Probe : public QObject
 {
 public:
@@ -67,7 +68,7 @@ public:
         return true;
     }
 
-    // Waits in order of length.
+    // The waits, sorted by length.
     std::vector<double> waits()
     {
         mTicker.request_stop();
@@ -94,7 +95,7 @@ private:
     std::jthread mTicker;
 };
 
-// The window under a user's hands.
+// The window, with the actions of a user.
 class Bench
 {
 public:
@@ -145,23 +146,23 @@ private:
         return nullptr;
     }
 
-    static double timeOf(const std::function<void()>& work)
+    static double measure(const std::function<void()>& work)
     {
         const double start = milliseconds(CLOCK_MONOTONIC);
         work();
-        QCoreApplication::processEvents(); // the painting is part of it
+        QCoreApplication::processEvents(); // includes the painting
         return milliseconds(CLOCK_MONOTONIC) - start;
     }
 
-    static void tell(const QString& what, double took) { std::printf("%-34s %9.1f ms\n", qPrintable(what), took); }
+    static void report(const QString& what, double took) { std::printf("%-34s %9.1f ms\n", qPrintable(what), took); }
 
-    static void tell(const QString& what, std::vector<double> times)
+    static void report(const QString& what, std::vector<double> times)
     {
         std::sort(times.begin(), times.end());
         std::printf("%-34s %9.1f ms median %9.1f ms worst\n", qPrintable(what), times[times.size() / 2], times.back());
     }
 
-    // Sounds of about 0.1 s, no two alike; a tenth more than the project holds, to be added later.
+    // Makes different sounds of about 0.1 s: a tenth more than the project contains, to be added later.
     void makeFiles() const
     {
         std::vector<short> samples(4410);
@@ -180,14 +181,14 @@ private:
 
     void prepareProject()
     {
-        tell("probing the files alone", timeOf([&] {
-                 for (int index = 0; index < mSounds; ++index) {
-                     int rate, channels, length;
-                     KESS_SOUND_FORMAT format;
-                     Singleton<SoundFileValidator>::instance()->isValid(sound(index), &rate, &channels, &length,
-                                                                        &format);
-                 }
-             }));
+        report("probing the files alone", measure([&] {
+                   for (int index = 0; index < mSounds; ++index) {
+                       int rate, channels, length;
+                       KESS_SOUND_FORMAT format;
+                       Singleton<SoundFileValidator>::instance()->isValid(sound(index), &rate, &channels, &length,
+                                                                          &format);
+                   }
+               }));
         for (int index = 0; index < mSounds; ++index)
             bank()->addSubsound(sound(index));
         bank()->setOutputFilePath(path("large.tnb"));
@@ -197,7 +198,7 @@ private:
     void open()
     {
         auto* files = mWindow.findChild<FileIO*>();
-        tell("opening the project", timeOf([&] { files->projectOpenInternal(path("large.tnproj")); }));
+        report("opening the project", measure([&] { files->projectOpenInternal(path("large.tnproj")); }));
         mBrowser->expandItem(bank());
     }
 
@@ -208,15 +209,15 @@ private:
         mView->setCurrentIndex(mView->model()->index(0, 0));
         keys.reserve(200);
         for (int i = 0; i < 200; ++i)
-            keys.push_back(timeOf([&] { QTest::keyClick(mView, i % 4 == 3 ? Qt::Key_PageDown : Qt::Key_Down); }));
-        tell("a key that scrolls or selects", keys);
+            keys.push_back(measure([&] { QTest::keyClick(mView, i % 4 == 3 ? Qt::Key_PageDown : Qt::Key_Down); }));
+        report("a key that scrolls or selects", keys);
         keys.clear();
         for (int i = 0; i < 20; ++i) {
-            keys.push_back(timeOf([&] { mView->verticalScrollBar()->setValue((i * 7919) % mSounds); }));
-            keys.push_back(timeOf([&] { QTest::keyClick(mView, i % 2 ? Qt::Key_Home : Qt::Key_End); }));
+            keys.push_back(measure([&] { mView->verticalScrollBar()->setValue((i * 7919) % mSounds); }));
+            keys.push_back(measure([&] { QTest::keyClick(mView, i % 2 ? Qt::Key_Home : Qt::Key_End); }));
         }
-        tell("a jump over the whole tree", keys);
-        tell("selecting all", timeOf([&] { QTest::keyClick(mView, Qt::Key_A, Qt::ControlModifier); }));
+        report("a jump over the whole tree", keys);
+        report("selecting all", measure([&] { QTest::keyClick(mView, Qt::Key_A, Qt::ControlModifier); }));
     }
 
     void addFiles()
@@ -224,9 +225,9 @@ private:
         QList<QUrl> urls;
         for (int index = mSounds; index < mSounds + mSounds / 10; ++index)
             urls.append(QUrl::fromLocalFile(sound(index)));
-        tell(QString("adding %1 files").arg(urls.size()), timeOf([&] { mBrowser->addFiles(urls); }));
+        report(QString("adding %1 files").arg(urls.size()), measure([&] { mBrowser->addFiles(urls); }));
 
-        // A cancel in the first moments: how long until the dialog is gone.
+        // Cancels early and measures how long the dialog stays open.
         double asked = 0;
         QTimer::singleShot(100, [&] {
             asked = milliseconds(CLOCK_MONOTONIC);
@@ -236,7 +237,7 @@ private:
         for (int i = 0; i < 4; ++i)
             urls += urls;
         mBrowser->addFiles(urls);
-        tell("cancelling that", asked > 0 ? milliseconds(CLOCK_MONOTONIC) - asked : -1);
+        report("cancelling that", asked > 0 ? milliseconds(CLOCK_MONOTONIC) - asked : -1);
     }
 
     void select(int first, int last)
@@ -252,14 +253,14 @@ private:
         std::vector<double> merges, removals;
         for (int i = 0; i < 10; ++i) {
             select(i * 900, i * 900 + 1);
-            merges.push_back(timeOf([&] { mBrowser->interleaveSubsounds(); }));
+            merges.push_back(measure([&] { mBrowser->interleaveSubsounds(); }));
             select(i * 800, i * 800 + 2);
-            removals.push_back(timeOf([&] { mBrowser->removeItems(); }));
+            removals.push_back(measure([&] { mBrowser->removeItems(); }));
         }
-        tell("interleaving two", merges);
-        tell("removing three", removals);
+        report("interleaving two", merges);
+        report("removing three", removals);
         select(0, mSounds / 10);
-        tell(QString("removing %1").arg(mSounds / 10 + 1), timeOf([&] { mBrowser->removeItems(); }));
+        report(QString("removing %1").arg(mSounds / 10 + 1), measure([&] { mBrowser->removeItems(); }));
     }
 
     void interleaveAll()
@@ -267,10 +268,10 @@ private:
         for (int row = 0; row < bank()->size(); ++row)
             bank()->at(row)->addFile(sound(row));
         mBrowser->update();
-        tell("opening all rows, all interleaved", timeOf([&] { mView->expandAll(); }));
-        tell("a reset of that", timeOf([&] { mBrowser->update(); }));
+        report("opening all rows, all interleaved", measure([&] { mView->expandAll(); }));
+        report("a reset of that", measure([&] { mBrowser->update(); }));
         select(5, 5);
-        tell("removing one of that", timeOf([&] { mBrowser->removeItems(); }));
+        report("removing one of that", measure([&] { mBrowser->removeItems(); }));
     }
 
     void build(const QString& command, const QString& what, int rounds)
@@ -278,7 +279,7 @@ private:
         std::vector<double> took, medians, worst, slices;
         for (int round = 0; round < rounds; ++round) {
             Probe probe;
-            took.push_back(timeOf([&] {
+            took.push_back(measure([&] {
                 action(command)->trigger();
                 const auto* bar = mWindow.findChild<FileIO*>()->progressBar();
                 while (!bar->isHidden())
@@ -312,7 +313,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    // A settings store of its own, and no screen unless one is asked for.
+    // The settings store is temporary, and no screen is used unless one is requested.
     const QTemporaryDir home;
     qputenv("HOME", home.path().toUtf8());
     qputenv("XDG_CONFIG_HOME", home.path().toUtf8());

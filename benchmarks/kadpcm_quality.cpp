@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
 // Compares KADPCM with an IMA encoder that looks three samples ahead, and its speed with Vorbis at quality 5.
 //
 //     kadpcm_quality FILE...
 //
-// Files are mixed down to one channel of 16 bits. A line for each: frames, SNR of both in decibels, their difference,
-// bits a sample of KADPCM. Then the same over all files, and the processor's time for a sample.
+// Files are mixed down to one channel of 16 bits. Prints one line per file: frames, SNR of both in decibels, their
+// difference, and the bits per sample of KADPCM. Then come the same values over all files, and the processor time per
+// sample.
 #include "bank/kadpcm.hpp"
 
 #include <sndfile.h>
@@ -41,7 +43,7 @@ bool readMono(const std::string& path, Samples* samples)
     return frames > 0;
 }
 
-// In decibels; kLossless for no error at all.
+// In decibels; kLossless if there is no error.
 constexpr double kLossless = 150;
 
 double signalToNoise(const Samples& original, const Samples& decoded)
@@ -63,7 +65,7 @@ double processorSeconds()
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-// IMA ADPCM in blocks of 256 bytes: 505 samples, the first one exact, hence 4.06 bits a sample.
+// IMA ADPCM in blocks of 256 bytes: 505 samples, the first one exact, which makes 4.06 bits per sample.
 class LookAheadIma
 {
 public:
@@ -95,9 +97,9 @@ private:
     static constexpr int kLookAhead = 3;
     static constexpr int kHighestIndex = 88;
 
-    static int stepOf(int index)
+    static int stepSize(int index)
     {
-        // The tables of the IMA's recommended practices of 1992.
+        // The tables of the IMA's Recommended Practices of 1992.
         static constexpr std::array<int, kHighestIndex + 1> kSteps = {
             7,    8,     9,     10,    11,    12,    13,    14,    16,    17,    19,    21,    23,    25,   28,
             31,   34,    37,    41,    45,    50,    55,    60,    66,    73,    80,    88,    97,    107,  118,
@@ -111,7 +113,7 @@ private:
     static State after(State state, int code)
     {
         static constexpr std::array<int, 8> kIndexChange = {-1, -1, -1, -1, 2, 4, 6, 8};
-        const int step = stepOf(state.index);
+        const int step = stepSize(state.index);
         int difference = step >> 3;
         if (code & 1)
             difference += step >> 2;
@@ -124,11 +126,11 @@ private:
         return state;
     }
 
-    // All codes, those nearest to the difference first, so that the bound cuts the others off early.
+    // All codes, those nearest to the difference first, so that the bound excludes the others early.
     static std::array<int, 16> candidates(State state, int target)
     {
         const int difference = target - state.value;
-        const int nearest = std::min(7, std::abs(difference) * 4 / stepOf(state.index));
+        const int nearest = std::min(7, std::abs(difference) * 4 / stepSize(state.index));
         const int sign = difference < 0 ? 8 : 0;
         std::array<int, 16> codes;
         size_t count = 0;
@@ -144,7 +146,8 @@ private:
         return codes;
     }
 
-    // The least squared error over the next sample and depth more, and the code that leads to it; nothing above bound.
+    // The least squared error over the next sample and depth further ones, and the code that leads to it; no result if
+    // the error exceeds bound.
     static double search(State state, const int16_t* next, const int16_t* end, int depth, double error, double bound,
                          int* code)
     {
@@ -203,7 +206,7 @@ Samples decodeKadpcm(std::span<const uint8_t> bytes, size_t frames)
         const int part = static_cast<int>(std::min<size_t>(bank::kadpcm::kSuperblockFrames, frames - n));
         const size_t used = bank::kadpcm::decodeSuperblock(bytes, 1, part, &decoded[n]);
         if (used == 0) {
-            std::fprintf(stderr, "the encoder wrote what the decoder refuses\n");
+            std::fprintf(stderr, "the decoder refuses what the encoder wrote\n");
             std::exit(1);
         }
         bytes = bytes.subspan(used);
@@ -288,7 +291,7 @@ int main(int argc, char** argv)
         if (readMono(argv[i], &samples))
             measure(argv[i], samples, totals);
         else
-            std::fprintf(stderr, "%s: can't be read, or is empty\n", argv[i]);
+            std::fprintf(stderr, "%s: the file can't be read or is empty\n", argv[i]);
     }
     if (totals.gains.empty())
         return 1;
@@ -296,10 +299,10 @@ int main(int argc, char** argv)
     const auto nanoseconds = [&](double seconds) {
         return 1e9 * seconds / totals.samples;
     };
-    std::printf("\n%zu files: gain over IMA %.2f dB in the median, %.2f dB at least; %.4f bits a sample\n",
+    std::printf("\n%zu files: gain over IMA %.2f dB in the median, %.2f dB at least; %.4f bits per sample\n",
                 totals.gains.size(), totals.gains[totals.gains.size() / 2], totals.gains.front(),
                 totals.bits / totals.samples);
-    std::printf("nanoseconds a sample: encoding %.1f, decoding %.1f; Vorbis encoding %.1f\n",
+    std::printf("nanoseconds per sample: encoding %.1f, decoding %.1f; Vorbis encoding %.1f\n",
                 nanoseconds(totals.encoding), nanoseconds(totals.decoding), nanoseconds(totals.vorbis));
     return 0;
 }

@@ -1,18 +1,20 @@
-// Looks at where the sounds of a bank are played out of order: at the seams of their loops, and after a seek.
+// SPDX-License-Identifier: MIT
+// Measures the error where the sounds of a bank aren't played in order: at the seams of their loops, and after a seek.
 //
 //     loop_quality BANK LIST
 //
-// LIST is a text file with the path of one source a line, in the order of the bank's sounds. One line per sound:
+// LIST is a text file with one path of a source per line, in the order of the bank's sounds. Prints one line per sound:
 //
-//   ratios  of the 256 frames before the end of the loop and of the 256 that are heard after it: the root mean square
-//   of
-//           the error, over that of the whole sound. The error is what the engine delivers less what the encoder got.
-//   seam    the worse of the two errors, in dB of full scale
-//   seek    of all seek points the worst difference from straight decoding, 20 ms at a time from where seeking is exact
-//           up to the next seek point or half a second, in dB of the sound there or of a full scale at -30 dB
-//   extra   bytes beside the data: seek points, corrections, loop
+//   ratios  the root mean square of the error in the 256 frames before the end of the loop, and in the 256 frames that
+//           are heard after it, each divided by that of the whole sound. The error is what the engine delivers minus
+//           what the encoder got.
+//   seam    the larger of the two errors, in dB of full scale
+//   seek    the worst difference between decoding from a seek point and decoding from the start, over all seek points.
+//           It is measured in steps of 20 ms, from where seeking is exact up to the next seek point, at most for half
+//           a second, in dB of the sound there, or of full scale at -30 dB if that is louder
+//   extra   bytes that aren't data: seek points, corrections, loop
 //
-// Exit status 1: a seam above 1.1 of its sound whose error is above -90 dB, or a seek point above -60 dB.
+// Exit status 1: a seam has a ratio above 1.1 and an error above -90 dB, or a seek point has more than -60 dB.
 #include "source/sound_preparation.hpp"
 
 #include "bank/reader.hpp"
@@ -26,9 +28,9 @@
 namespace {
 
 constexpr uint64_t kWindow = 256; // frames on each side of a seam
-constexpr double kWorstRatio = 1.1;
+constexpr double kMaximumRatio = 1.1;
 constexpr double kNearSilence = -90; // dB of full scale
-constexpr double kWorstSeek = -60; // dB
+constexpr double kMaximumSeekError = -60; // dB
 
 void require(bool holds, const std::string& what)
 {
@@ -38,12 +40,12 @@ void require(bool holds, const std::string& what)
     std::exit(2);
 }
 
-// A whole bank in memory.
-std::shared_ptr<const bank::ByteSource> readBank(const char* path)
+// Reads a whole bank into memory.
+std::shared_ptr<const base::ByteSource> readBank(const char* path)
 {
     std::ifstream stream(path, std::ios::binary);
     require(bool(stream), std::string(path) + ": can't be read");
-    return std::make_shared<bank::MemorySource>(
+    return std::make_shared<base::MemorySource>(
         std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()));
 }
 
@@ -63,23 +65,21 @@ std::vector<float> readAt(KESS::Sound& sound, uint64_t frame, size_t count, size
     return frames;
 }
 
-// What the encoder got.
+// The samples that the encoder got.
 std::vector<float> prepare(KESS::System& engine, const std::string& path, const bank::Sound& sound)
 {
-    tarnok::SoundSettings settings;
+    builder::SoundSettings settings;
     settings.codec = sound.codec;
-    tarnok::SoundPreparation preparation(settings, {"/tmp"}, {});
+    builder::SoundPreparation preparation(settings, builder::TemporaryFolders({"/tmp"}), {});
     require(bool(preparation.open(engine, std::vector{path})) && bool(preparation.analyse())
                 && bool(preparation.preprocess()),
             path + ": can't be prepared");
-    tarnok::PreparedSound& prepared = preparation.sound();
+    builder::PreparedSound& prepared = preparation.sound();
     require(prepared.facts().sampleCount == sound.sampleCount && prepared.facts().channels == sound.channels
                 && prepared.facts().loop == sound.loop,
             path + ": isn't the source of the sound at its index");
     std::vector<float> frames(sound.sampleCount * sound.channels);
-    require(prepared.seek(0) == bank::Error::None
-                && prepared.readFloat(frames.data(), sound.sampleCount) == bank::Error::None,
-            path + ": can't be read");
+    require(prepared.seek(0) && prepared.readFloat(frames.data(), sound.sampleCount), path + ": can't be read");
     return frames;
 }
 
@@ -98,14 +98,14 @@ double decibels(double square)
 
 struct SeamError
 {
-    double before = 0; // mean squares
-    double behind = 0;
+    double before = 0; // mean square
+    double after = 0;
 };
 
 SeamError seamError(KESS::Sound& sound, const bank::Sound& facts, std::span<const float> source)
 {
     const size_t channels = facts.channels;
-    const bank::Loop loop = *facts.loop;
+    const base::Loop loop = *facts.loop;
     const uint64_t before = std::min(kWindow, loop.end);
     std::vector<float> wanted(source.begin() + ptrdiff_t((loop.end - before) * channels),
                               source.begin() + ptrdiff_t(loop.end * channels));
@@ -131,10 +131,10 @@ double worstSeek(KESS::Sound& sound, const bank::Sound& facts, std::span<const f
     double worst = -999;
     for (size_t i = 0; i < facts.seekPoints.size(); ++i) {
         const uint64_t position = facts.seekPoints[i].position + preroll;
-        const uint64_t target = position > facts.leadIn ? position - facts.leadIn : 0;
+        const uint64_t target = position > facts.preSkip ? position - facts.preSkip : 0;
         if (target >= facts.sampleCount)
             continue;
-        (void)readAt(sound, 0, 1, channels); // else an earlier position could be gone on from
+        (void)readAt(sound, 0, 1, channels); // so that decoding can't continue from an earlier position
         const std::vector<float> got = readAt(
             sound, target, size_t(std::min<uint64_t>(facts.sampleCount - target, facts.sampleRate / 2)), channels);
         for (size_t at = 0; at < got.size(); at += window * channels) {
@@ -157,14 +157,14 @@ int main(int argc, char** argv)
     require(KESS_System_Create(&engine, KESS_VERSION) == KESS_OK && engine->init(0, 0, nullptr) == KESS_OK, "engine");
     KESS::Sound* bank = nullptr;
     require(engine->createSound(argv[1], 0, nullptr, &bank) == KESS_OK, std::string(argv[1]) + ": can't be opened");
-    const bank::Result<bank::BankReader> reader = bank::BankReader::open(readBank(argv[1]));
-    require(reader.ok(), std::string(argv[1]) + ": can't be read");
+    const base::Result<bank::BankReader> reader = bank::BankReader::open(readBank(argv[1]));
+    require(reader.has_value(), std::string(argv[1]) + ": can't be read");
 
     int sounds = 0;
     int seams = 0;
     int points = 0;
-    int worse = 0;
-    int astray = 0;
+    int badSeams = 0;
+    int badSeeks = 0;
     double worstRatio = 0;
     double worstDifference = -999;
     uint64_t data = 0;
@@ -173,27 +173,27 @@ int main(int argc, char** argv)
     for (std::string path; std::getline(list, path) && !path.empty(); ++sounds) {
         KESS::Sound* sound = nullptr;
         require(bank->getSubSound(sounds, &sound) == KESS_OK, path + ": no sound at its index");
-        const bank::Result<bank::Sound> facts = reader->soundWithoutSetup(uint32_t(sounds));
-        require(facts.ok(), path + ": damaged in the bank");
+        const base::Result<bank::Sound> facts = reader->soundWithoutSetup(uint32_t(sounds));
+        require(facts.has_value(), path + ": damaged in the bank");
         const std::vector<float> source = prepare(*engine, path, *facts);
         const std::vector<float> straight = readAt(*sound, 0, facts->sampleCount, facts->channels);
         require(straight.size() == source.size(), path + ": can't be decoded");
         const double whole = meanSquare(source, straight);
         const SeamError error = facts->loop ? seamError(*sound, *facts, source) : SeamError();
-        const double seam = decibels(std::max(error.before, error.behind));
+        const double seam = decibels(std::max(error.before, error.after));
         const auto ratio = [whole](double square) {
             return square == 0 ? 0 : std::sqrt(square / whole);
         };
         const double seek = worstSeek(*sound, *facts, straight);
-        const double highest = std::max(ratio(error.before), ratio(error.behind));
-        const bool bad = highest > kWorstRatio && seam > kNearSilence;
+        const double highest = std::max(ratio(error.before), ratio(error.after));
+        const bool bad = highest > kMaximumRatio && seam > kNearSilence;
         std::printf("%6.2f %6.2f  seam %7.1f dB  whole %7.1f dB  seek %7.1f dB  extra %5u  %s%s\n", ratio(error.before),
-                    ratio(error.behind), seam, decibels(whole), seek, reader->entry(uint32_t(sounds)).chunksBytes,
+                    ratio(error.after), seam, decibels(whole), seek, reader->entry(uint32_t(sounds)).chunksBytes,
                     path.c_str(), bad ? "  WORSE" : "");
         seams += facts->loop.has_value();
         points += int(facts->seekPoints.size());
-        worse += bad;
-        astray += seek > kWorstSeek;
+        badSeams += bad;
+        badSeeks += seek > kMaximumSeekError;
         if (seam > kNearSilence)
             worstRatio = std::max(worstRatio, highest);
         worstDifference = std::max(worstDifference, seek);
@@ -203,10 +203,10 @@ int main(int argc, char** argv)
     }
     std::printf(
         "%d sounds, %d seams: %d above %.1f, worst %.2f; %d seek points: %d sounds with one above %.0f dB, worst "
-        "%.1f dB; %llu bytes of data, %llu beside\n",
-        sounds, seams, worse, kWorstRatio, worstRatio, points, astray, kWorstSeek, worstDifference,
+        "%.1f dB; %llu bytes of data, %llu others\n",
+        sounds, seams, badSeams, kMaximumRatio, worstRatio, points, badSeeks, kMaximumSeekError, worstDifference,
         static_cast<unsigned long long>(data), static_cast<unsigned long long>(extra));
     bank->release();
     engine->release();
-    return worse == 0 && astray == 0 ? 0 : 1;
+    return badSeams == 0 && badSeeks == 0 ? 0 : 1;
 }

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by all targets of the project: language level, warnings, sanitizers, output folders.
 
 set(CMAKE_CXX_STANDARD 20)

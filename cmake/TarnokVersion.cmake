@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Reads version and date of the release from the newest entry of CHANGELOG, the only file that contains them. Sets
 # TARNOK_VERSION (such as 1.2.3) and TARNOK_RELEASE_DATE (such as 2026-01-31).
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The measurements of scripts/bench.sh; see there.
 
 Each measurement covers a whole process from its start to its exit. The compared programs take turns within one run, so

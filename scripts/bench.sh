@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Compares the speed of the builder with other encoders and with copying, and prints the ratios with their targets.
 #
 #     scripts/bench.sh [--scale] [--runs N] [FOLDER]

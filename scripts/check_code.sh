@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs clang-tidy with the checks of .clang-tidy over all code except the tests; any finding is an error.
 #
 #     scripts/check_code.sh [FILE...]

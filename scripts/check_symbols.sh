@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Compares the exported symbols of the two shared libraries with the stored lists, so that no function is added or lost
 # unnoticed; --update stores the current symbols. CONTRIBUTING.md explains what a change means for users.
 set -euo pipefail

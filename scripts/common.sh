@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the scripts, which source it: installs missing packages and builds a preset.
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -47,14 +48,19 @@ build_folder() {
     if [ "$1" = release ]; then echo "$root/build"; else echo "$root/build-$1"; fi
 }
 
-# build_preset PRESET [TARGET...]: configures the preset if that wasn't done yet, and builds the targets or everything.
+# configure_preset PRESET: configures the preset if that was not done yet.
+configure_preset() {
+    if [ ! -e "$(build_folder "$1")/build.ninja" ]; then
+        (cd "$root" && cmake --preset "$1" >/dev/null)
+    fi
+}
+
+# build_preset PRESET [TARGET...]: configures the preset and builds the targets or everything.
 build_preset() {
     local preset="$1" folder
     shift
     folder="$(build_folder "$preset")"
     say "Building the preset $preset in ${folder#"$root"/}"
-    if [ ! -e "$folder/build.ninja" ]; then
-        (cd "$root" && cmake --preset "$preset" >/dev/null)
-    fi
+    configure_preset "$preset"
     (cd "$root" && cmake --build --preset "$preset" -- --quiet "$@" >&2)
 }

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs all tests in the preset coverage. Prints one line per file: its number of lines, how many ran, and which didn't.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"

@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, starting from the stored corpus and from the inputs that earlier runs found.
+# SPDX-License-Identifier: MIT
+# Runs the fuzz targets, starting from the seeds that write_seeds makes, from the stored corpus and from the inputs that
+# earlier runs found.
 #
 #     scripts/fuzz.sh [--seconds N] [--keep] [TARGET...]
 #
@@ -27,25 +29,27 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-[ ${#targets[@]} -gt 0 ] || targets=(engine bank project profile list)
+[ ${#targets[@]} -gt 0 ] || targets=(engine bank cache project profile list)
 
 install_packages "${build_packages[@]}" clang libclang-rt-14-dev
-build_preset fuzz "${targets[@]/#/fuzz_}"
+build_preset fuzz write_seeds "${targets[@]/#/fuzz_}"
 folder="$(build_folder fuzz)"
 mkdir -p "$folder/findings"
+"$folder/fuzz/write_seeds" "$folder/seeds"
 
 failed=0
 for target in "${targets[@]}"; do
     stored="$root/tests/fuzz/corpus/$target"
     collected="$folder/corpus/$target"
-    mkdir -p "$stored" "$collected"
+    seeds="$folder/seeds/$target"
+    mkdir -p "$stored" "$collected" "$seeds"
     options=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=0 -verbosity=0
         -artifact_prefix="$folder/findings/$target-")
     case "$target" in
     project | profile | list) options+=(-dict="$root/tests/fuzz/documents.dict") ;;
     esac
     say "Fuzzing $target for $seconds seconds"
-    if ! "$folder/fuzz/fuzz_$target" "${options[@]}" "$collected" "$stored" >"$folder/$target.log" 2>&1; then
+    if ! "$folder/fuzz/fuzz_$target" "${options[@]}" "$collected" "$stored" "$seeds" >"$folder/$target.log" 2>&1; then
         tail -n 30 "$folder/$target.log"
         failed=1
     fi

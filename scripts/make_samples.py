@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Makes the sounds of samples/, identical on every run.
 
 Usage: make_samples.py [FOLDER]

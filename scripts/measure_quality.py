@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures bit rate and signal-to-noise ratio over quality: builds banks of the sounds in a folder, every tenth value.
 
 usage: scripts/measure_quality.py FOLDER

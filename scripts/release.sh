@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Makes a release from the current commit: checks and tests it, tags it as v1.2.3, and writes the source archive, the
 # packages and their checksums to build/release/. The version is that of the newest entry of CHANGELOG.
 #

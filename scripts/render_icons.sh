@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Renders the drawings in resources/svg to PNG files: those that resources.qrc compiles into the desktop program, and
 # those of the installed icon theme.
 #

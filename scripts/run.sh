@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the project and runs it. Without arguments it compiles samples/ into a bank and lists the bank; arguments are
 # passed to the console tool.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds a preset (default: release) and runs all its tests, or those whose names match a regular expression.
 #
 #     scripts/test.sh [release|debug|asan|tsan [REGEX]]
@@ -15,7 +16,16 @@ release | debug | asan | tsan) ;;
 esac
 
 install_packages "${build_packages[@]}" "${test_packages[@]}"
-build_preset "$preset"
-say "Testing the preset $preset"
+configure_preset "$preset"
 cd "$root"
+# A test program is a target of its own name. Where one of the tests drives the programs, everything is needed.
+mapfile -t targets < <(ctest --preset "$preset" -N --tests-regex "${2:-.}" | sed -n 's/^ *Test *#[0-9]*: //p')
+for target in "${targets[@]}"; do
+    if ! grep -q "^build $target: phony " "$(build_folder "$preset")/build.ninja"; then
+        targets=()
+        break
+    fi
+done
+build_preset "$preset" "${targets[@]}"
+say "Testing the preset $preset"
 ctest --preset "$preset" -j "$(nproc)" --tests-regex "${2:-.}"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the Debian package and tests it in a fresh Debian 12: installs it, builds a bank, opens a project by its MIME
 # type in the desktop program, builds programs with the installed engine, removes the package, and checks for leftovers.
 #

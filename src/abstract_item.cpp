@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "abstract_item.hpp"
 
 #include "logger.hpp"

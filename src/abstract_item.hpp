@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The item tree: Workspace > SoundBank > Subsound > SourceFile, and what the four levels share.
 #pragma once
 

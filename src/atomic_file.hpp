@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files of the user that are replaced as a whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build_context.hpp"
 
 #include "sound_bank.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One build job: a frozen copy of what the builder library needs of a bank, and the thread on which the library runs.
 #pragma once
 

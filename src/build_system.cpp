@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "build_system.hpp"
 
 #include "console_remarks.hpp"

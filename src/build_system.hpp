@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs builds: the builder library's initialisation, the queue of jobs, and the translation of its progress reports.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console tool's body: switches, the grammar of its arguments, the population of a bank, and the build.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The switches of the console tool. Their order here is the order of registration, and so that of lookup and help.
 #include "build_system.hpp"
 #include "command_line.hpp"

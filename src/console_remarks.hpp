@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the console tool writes besides its log.
 #pragma once
 

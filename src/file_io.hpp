@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Operations on whole projects in the desktop program.
 #pragma once
 

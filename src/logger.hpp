@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The channel for all messages to the user.
 #pragma once
 

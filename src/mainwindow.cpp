@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mainwindow.hpp"
 
 #include "build_system.hpp"

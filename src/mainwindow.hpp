@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The window of the desktop program.
 #pragma once
 

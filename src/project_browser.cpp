@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "project_browser.hpp"
 
 #include "logger.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The panel with the project's tree.
 #pragma once
 

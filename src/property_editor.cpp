@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "property_editor.hpp"
 
 #include "logger.hpp"

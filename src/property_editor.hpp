@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The panel that edits a bank's output path and encoding settings.
 #pragma once
 

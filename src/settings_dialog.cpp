@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings_dialog.hpp"
 
 #include "build_system.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dialog for settings of the installation, as opposed to those of a project.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Access to global services.
 #pragma once
 

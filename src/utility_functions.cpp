@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_functions.hpp"
 
 #include <iterator>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The words for formats and build flags in files, switches and panels.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_widgets.hpp"
 
 #include "logger.hpp"
@@ -55,6 +56,7 @@ QString asItStands(const QString& text)
     return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text, Qt::WhiteSpaceNormal) : text;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 NumericTextBox::NumericTextBox(QString label, QDoubleValidator* validator, QWidget* parent)
     : QFrame(parent)
     , mLineEdit(new QLineEdit)

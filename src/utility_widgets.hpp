@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The small widgets of the panels and dialogs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workspace.hpp"
 
 #include "atomic_file.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The root of the item tree, and the reading and writing of project, list and profile files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workspace_model.hpp"
 
 #include "logger.hpp"
@@ -9,6 +10,8 @@
 #include <QIODevice>
 #include <QMimeData>
 #include <QRegularExpression>
+
+#include <utility>
 
 namespace TARNOK {
 
@@ -281,8 +284,7 @@ void WorkspaceModel::removeItems(QList<AbstractItem*>& items)
 {
     beginResetModel();
     mDestroyed.clear();
-    const QList<AbstractItem*> doomed = items;
-    for (AbstractItem* item : doomed) {
+    for (AbstractItem* item : std::as_const(items)) {
         // A file that is listed together with its subsound may have been deleted with it.
         if (mDestroyed.contains(item))
             continue;

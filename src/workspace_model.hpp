@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The project tree as a model for item views, and the operations with which a user restructures it.
 #pragma once
 

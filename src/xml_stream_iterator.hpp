@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A step reader over QXmlStreamReader: text element, empty element, block start, block end, or error.
 #pragma once
 

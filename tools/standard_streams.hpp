@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The first call of every program that opens files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/checksum.hpp"
 
 #include "bank/vector_state.hpp"

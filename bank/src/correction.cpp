@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/correction.hpp"
 
 #include <algorithm>
@@ -8,11 +9,11 @@ namespace bank {
 
 namespace {
 
-// Levels of the quantiser in units of the root mean square, and the value where the inner two meet the outer two.
+// Levels of the quantiser in units of the root mean square, and the boundary between the inner and the outer levels.
 constexpr std::array<float, 4> kLevels = {-1.510f, -0.4528f, 0.4528f, 1.510f};
 constexpr float kBorder = 0.9816f;
 
-constexpr int kScaleSteps = 8; // to each doubling
+constexpr int kScaleSteps = 8; // per doubling
 constexpr int kScaleZero = 256;
 
 uint8_t nearestLevel(float value)

@@ -1,36 +1,40 @@
+// SPDX-License-Identifier: MIT
 #include "encryption.hpp"
 
 #include "bank/checksum.hpp"
 #include "bank/reader.hpp"
 
 #include <algorithm>
+#include <cassert>
 
 namespace bank {
 
+using base::Error;
+using base::ErrorCode;
+using base::Result;
+
 namespace {
 
-using layout::kEncryptedHeaderBytes;
+// Parameters of Argon2id: OWASP recommends at least 19 MiB with two passes.
+constexpr uint32_t kMemoryKiB = 19'456;
+constexpr uint32_t kPasses = 2;
 
-constexpr size_t kKeyCheckOffset = 80;
-constexpr size_t kKeyCheckBytes = std::tuple_size_v<decltype(EncryptedHeader::keyCheck)>;
-constexpr size_t kChecksumBytes = 8;
-
-// What a reader puts up with: enough for stronger parameters some day, too little to exhaust a game's memory.
+// What a reader accepts: leaves room for stronger parameters in the future, but can't exhaust a game's memory.
 constexpr uint32_t kMinimumPieceBytes = 4096;
 constexpr uint32_t kMaximumPieceBytes = 1024 * 1024;
 constexpr uint32_t kMinimumMemoryKiB = 8;
 constexpr uint32_t kMaximumMemoryKiB = 64 * 1024;
 constexpr uint32_t kMaximumPasses = 16;
 
-// Keeps the digest apart from every other use of BLAKE2b on the same bytes.
+// Distinguishes the digest from every other use of BLAKE2b on the same bytes.
 constexpr std::string_view kDigestContext = "tnb content tag 1";
 constexpr std::string_view kCheckContext = "tnb key check 1";
 constexpr std::string_view kPieceContext = "tnb piece key 2";
 
 void requireSodium()
 {
-    // Negative only where the system has no source of randomness, which nothing here uses; the call also selects the
-    // code for this processor, and may be made from several threads.
+    // The result is negative only if the system has no source of randomness, which nothing here uses. The call also
+    // selects the code for this processor. It may be made from several threads.
     static const int ready = sodium_init();
     (void)ready;
 }
@@ -42,7 +46,7 @@ void keyedHash(std::span<const uint8_t> key, std::string_view context, std::span
 {
     crypto_generichash_state state;
     crypto_generichash_init(&state, key.data(), key.size(), Size);
-    crypto_generichash_update(&state, bytesOf(context).data(), context.size());
+    crypto_generichash_update(&state, base::textBytes(context).data(), context.size());
     crypto_generichash_update(&state, message.data(), message.size());
     crypto_generichash_final(&state, hash->data(), Size);
     sodium_memzero(&state, sizeof state);
@@ -50,10 +54,10 @@ void keyedHash(std::span<const uint8_t> key, std::string_view context, std::span
 
 using Nonce = std::array<uint8_t, crypto_aead_xchacha20poly1305_ietf_NPUBBYTES>;
 
-Nonce nonceOf(uint64_t piece)
+Nonce makeNonce(uint64_t piece)
 {
     Nonce nonce{};
-    storeLittle(nonce.data(), piece);
+    base::storeLittle(nonce.data(), piece);
     return nonce;
 }
 
@@ -62,12 +66,12 @@ uint64_t pieceCount(uint64_t plainBytes, uint32_t pieceBytes)
     return plainBytes / pieceBytes + (plainBytes % pieceBytes != 0);
 }
 
-// The plain layout of an encrypted file. A few pieces are kept, since a decoder reads packet after packet and several
-// sounds may be read in turns.
-class DecryptingSource final : public ByteSource
+// The plain layout of an encrypted file. Keeps a few decrypted pieces, since a decoder reads packet by packet, and
+// several sounds may be read alternately.
+class DecryptingSource final : public base::ByteSource
 {
 public:
-    DecryptingSource(std::shared_ptr<const ByteSource> source, const EncryptedHeader& header,
+    DecryptingSource(std::shared_ptr<const base::ByteSource> source, const EncryptedHeader& header,
                      std::shared_ptr<const PieceKeys> keys)
         : mSource(std::move(source))
         , mHeader(header)
@@ -76,21 +80,22 @@ public:
 
     [[nodiscard]] uint64_t size() const override { return mHeader.plainBytes; }
 
-    Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override
     {
-        if (!rangeInside(offset, bytes.size(), size()))
-            return Error::Damaged;
+        if (!base::rangeInside(offset, bytes.size(), size()))
+            return Error{ErrorCode::Damaged};
         while (!bytes.empty()) {
-            const std::vector<uint8_t>* piece = nullptr;
-            if (const Error error = fetch(offset / mHeader.pieceBytes, &piece); error != Error::None)
-                return error;
+            const Result<const std::vector<uint8_t>*> fetched = fetch(offset / mHeader.pieceBytes);
+            if (!fetched)
+                return fetched.error();
+            const std::vector<uint8_t>* piece = *fetched;
             const size_t begin = static_cast<size_t>(offset % mHeader.pieceBytes);
             const size_t length = std::min(bytes.size(), piece->size() - begin);
             std::copy_n(piece->begin() + static_cast<ptrdiff_t>(begin), length, bytes.begin());
             bytes = bytes.subspan(length);
             offset += length;
         }
-        return Error::None;
+        return {};
     }
 
 private:
@@ -100,41 +105,41 @@ private:
     {
         uint64_t index = 0;
         uint64_t used = 0;
-        std::vector<uint8_t> plain; // empty: nothing kept here
+        std::vector<uint8_t> plain; // empty: this slot is unused
     };
 
-    Error fetch(uint64_t index, const std::vector<uint8_t>** plain) const
+    // Returns the decrypted piece, valid until the next call.
+    Result<const std::vector<uint8_t>*> fetch(uint64_t index) const
     {
-        Kept* place = &mKept[0];
+        Kept* oldest = &mKept[0];
         for (Kept& kept : mKept) {
             if (!kept.plain.empty() && kept.index == index) {
                 kept.used = ++mClock;
-                *plain = &kept.plain;
-                return Error::None;
+                return &kept.plain;
             }
-            if (kept.used < place->used)
-                place = &kept;
+            if (kept.used < oldest->used)
+                oldest = &kept;
         }
 
         const uint64_t begin = index * mHeader.pieceBytes;
         const size_t length = static_cast<size_t>(std::min<uint64_t>(mHeader.pieceBytes, size() - begin));
         mSealed.resize(length + kTagBytes);
-        const uint64_t offset = mHeader.headerBytes + index * (static_cast<uint64_t>(mHeader.pieceBytes) + kTagBytes);
-        if (const Error error = mSource->readAt(offset, mSealed); error != Error::None)
-            return error;
-        place->plain.resize(length);
-        if (const Error error = mKeys->decrypt(index, mSealed, place->plain); error != Error::None) {
-            place->plain.clear();
-            place->used = 0;
-            return error;
+        const uint64_t offset =
+            mHeader.prefix.headerBytes + index * (static_cast<uint64_t>(mHeader.pieceBytes) + kTagBytes);
+        if (const Result<> result = mSource->readAt(offset, mSealed); !result)
+            return result.error();
+        oldest->plain.resize(length);
+        if (const Result<> result = mKeys->decrypt(index, mSealed, oldest->plain); !result) {
+            oldest->plain.clear();
+            oldest->used = 0;
+            return result.error();
         }
-        place->index = index;
-        place->used = ++mClock;
-        *plain = &place->plain;
-        return Error::None;
+        oldest->index = index;
+        oldest->used = ++mClock;
+        return &oldest->plain;
     }
 
-    std::shared_ptr<const ByteSource> mSource;
+    std::shared_ptr<const base::ByteSource> mSource;
     EncryptedHeader mHeader;
     std::shared_ptr<const PieceKeys> mKeys;
     mutable std::array<Kept, kKept> mKept;
@@ -147,75 +152,44 @@ private:
 EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag)
 {
     EncryptedHeader header;
+    header.prefix.headerBytes = layout::kEncryptedHeaderBytes;
+    header.prefix.flags = layout::kFlagEncrypted;
+    header.prefix.fileBytes = encryptedBytes(plainBytes);
+    header.pieceBytes = kPieceBytes;
     header.plainBytes = plainBytes;
-    header.fileBytes = encryptedBytes(plainBytes);
+    header.passes = kPasses;
+    header.memoryKiB = kMemoryKiB;
     header.contentTag = tag;
-    header.bound = boundPart(pack(header));
-    return header;
+    return layout::loadEncryptedHeader(pack(header));
 }
 
 uint64_t encryptedBytes(uint64_t plainBytes)
 {
-    return kEncryptedHeaderBytes + plainBytes + pieceCount(plainBytes, kPieceBytes) * kTagBytes;
+    return layout::kEncryptedHeaderBytes + plainBytes + pieceCount(plainBytes, kPieceBytes) * kTagBytes;
 }
 
-std::vector<uint8_t> pack(const EncryptedHeader& header)
+Result<EncryptedHeader> readEncryptedHeader(const base::ByteSource& source)
 {
-    std::vector<uint8_t> bytes(kEncryptedHeaderBytes);
-    layout::Prefix prefix;
-    prefix.headerBytes = header.headerBytes;
-    prefix.flags = layout::kFlagEncrypted;
-    prefix.fileBytes = header.fileBytes;
-    layout::store(prefix, bytes.data());
-    storeLittle(bytes.data() + 20, header.pieceBytes);
-    storeLittle(bytes.data() + 24, header.plainBytes);
-    storeLittle(bytes.data() + 40, header.passes);
-    storeLittle(bytes.data() + 44, header.memoryKiB);
-    std::copy(header.contentTag.begin(), header.contentTag.end(), bytes.begin() + 48);
-    std::copy(header.keyCheck.begin(), header.keyCheck.end(), bytes.begin() + kKeyCheckOffset);
-    storeLittle(bytes.data() + kEncryptedHeaderBytes - 8, checksum(std::span(bytes).first(kEncryptedHeaderBytes - 8)));
-    return bytes;
-}
-
-std::vector<uint8_t> boundPart(std::span<const uint8_t> header)
-{
-    const std::span before = header.first(kKeyCheckOffset);
-    const std::span after = header.subspan(kKeyCheckOffset + kKeyCheckBytes);
-    std::vector<uint8_t> bound(before.begin(), before.end());
-    bound.insert(bound.end(), after.begin(), after.end() - kChecksumBytes);
-    return bound;
-}
-
-Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault)
-{
-    const Result<layout::Prefix> prefix = layout::readPrefix(source, fault);
+    const Result<layout::Prefix> prefix = layout::readPrefix(source);
     if (!prefix)
         return prefix.error();
     if (!(prefix->flags & layout::kFlagEncrypted))
-        return Error::NotABank;
-    const Result<std::vector<uint8_t>> bytes = layout::readHeader(source, *prefix, kEncryptedHeaderBytes, fault);
+        return Error{ErrorCode::Format};
+    const Result<std::vector<uint8_t>> bytes = layout::readHeader(source, *prefix, layout::kEncryptedHeaderBytes);
     if (!bytes)
         return bytes.error();
 
-    EncryptedHeader header;
-    header.headerBytes = prefix->headerBytes;
-    header.fileBytes = prefix->fileBytes;
-    header.pieceBytes = loadLittle<uint32_t>(bytes->data() + 20);
-    header.plainBytes = loadLittle<uint64_t>(bytes->data() + 24);
-    header.passes = loadLittle<uint32_t>(bytes->data() + 40);
-    header.memoryKiB = loadLittle<uint32_t>(bytes->data() + 44);
-    std::copy_n(bytes->begin() + 48, header.contentTag.size(), header.contentTag.begin());
-    header.bound = boundPart(*bytes);
-    std::copy_n(bytes->begin() + kKeyCheckOffset, header.keyCheck.size(), header.keyCheck.begin());
-
+    EncryptedHeader header = layout::loadEncryptedHeader(*bytes);
     if (header.pieceBytes < kMinimumPieceBytes || header.pieceBytes > kMaximumPieceBytes
         || header.memoryKiB < kMinimumMemoryKiB || header.memoryKiB > kMaximumMemoryKiB || header.passes == 0
         || header.passes > kMaximumPasses)
-        return layout::damaged(fault, "the header describes an encryption that no bank has");
-    if (header.plainBytes == 0 || header.plainBytes > header.fileBytes
-        || header.fileBytes
-            != header.headerBytes + header.plainBytes + pieceCount(header.plainBytes, header.pieceBytes) * kTagBytes)
-        return layout::damaged(fault, "the header gives sizes that don't fit each other");
+        return layout::damaged("the encryption parameters in the header are impossible");
+    const uint64_t fileBytes = header.prefix.fileBytes;
+    if (header.plainBytes == 0 || header.plainBytes > fileBytes
+        || fileBytes
+            != header.prefix.headerBytes + header.plainBytes
+                + pieceCount(header.plainBytes, header.pieceBytes) * kTagBytes)
+        return layout::damaged("the sizes in the header contradict each other");
     return header;
 }
 
@@ -227,7 +201,7 @@ Result<std::shared_ptr<const PieceKeys>> PieceKeys::derive(const EncryptedHeader
     if (crypto_pwhash(master.data(), master.size(), password.data(), password.size(), header.contentTag.data(),
                       header.passes, static_cast<size_t>(header.memoryKiB) * 1024, crypto_pwhash_ALG_ARGON2ID13)
         != 0)
-        return Error::Memory;
+        return Error{ErrorCode::Memory};
 
     auto keys = std::make_shared<PieceKeys>();
     keyedHash(master, kCheckContext, {}, &keys->mCheck);
@@ -245,29 +219,31 @@ void PieceKeys::encrypt(uint64_t piece, std::span<const uint8_t> plain, std::vec
 {
     sealed->resize(plain.size() + kTagBytes);
     crypto_aead_xchacha20poly1305_ietf_encrypt(sealed->data(), nullptr, plain.data(), plain.size(), nullptr, 0, nullptr,
-                                               nonceOf(piece).data(), mKey.data());
+                                               makeNonce(piece).data(), mKey.data());
 }
 
-Error PieceKeys::decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const
+Result<> PieceKeys::decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const
 {
     assert(plain.size() + kTagBytes == sealed.size());
     const int failed = crypto_aead_xchacha20poly1305_ietf_decrypt(
-        plain.data(), nullptr, nullptr, sealed.data(), sealed.size(), nullptr, 0, nonceOf(piece).data(), mKey.data());
-    return failed ? Error::Damaged : Error::None;
+        plain.data(), nullptr, nullptr, sealed.data(), sealed.size(), nullptr, 0, makeNonce(piece).data(), mKey.data());
+    if (failed)
+        return Error{ErrorCode::Damaged};
+    return {};
 }
 
 DigestSink::DigestSink()
 {
     requireSodium();
     crypto_generichash_init(&mState, nullptr, 0, std::tuple_size_v<ContentTag>);
-    crypto_generichash_update(&mState, bytesOf(kDigestContext).data(), kDigestContext.size());
+    crypto_generichash_update(&mState, base::textBytes(kDigestContext).data(), kDigestContext.size());
 }
 
-Error DigestSink::write(std::span<const uint8_t> bytes)
+Result<> DigestSink::write(std::span<const uint8_t> bytes)
 {
     crypto_generichash_update(&mState, bytes.data(), bytes.size());
     mBytes += bytes.size();
-    return Error::None;
+    return {};
 }
 
 ContentTag DigestSink::tag() const
@@ -278,7 +254,7 @@ ContentTag DigestSink::tag() const
     return tag;
 }
 
-EncryptingSink::EncryptingSink(ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag)
+EncryptingSink::EncryptingSink(base::ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag)
     : mSink(sink)
     , mKeys(std::move(keys))
     , mTag(tag)
@@ -286,7 +262,7 @@ EncryptingSink::EncryptingSink(ByteSink& sink, std::shared_ptr<const PieceKeys> 
     mPlain.reserve(kPieceBytes);
 }
 
-Error EncryptingSink::write(std::span<const uint8_t> bytes)
+Result<> EncryptingSink::write(std::span<const uint8_t> bytes)
 {
     (void)mDigest.write(bytes);
     while (!bytes.empty()) {
@@ -294,44 +270,46 @@ Error EncryptingSink::write(std::span<const uint8_t> bytes)
         mPlain.insert(mPlain.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
         bytes = bytes.subspan(length);
         if (mPlain.size() == kPieceBytes) {
-            if (const Error error = flush(); error != Error::None)
-                return error;
+            if (const Result<> result = flush(); !result)
+                return result.error();
         }
     }
-    return Error::None;
+    return {};
 }
 
-Error EncryptingSink::finish()
+Result<> EncryptingSink::finish()
 {
     if (mDigest.tag() != mTag)
-        return Error::Damaged;
-    return mPlain.empty() ? Error::None : flush();
+        return Error{ErrorCode::Damaged};
+    return mPlain.empty() ? Result<>() : flush();
 }
 
-Error EncryptingSink::flush()
+Result<> EncryptingSink::flush()
 {
     mKeys->encrypt(mPiece++, mPlain, &mSealed);
     mPlain.clear();
     return mSink.write(mSealed);
 }
 
-Error checkLocked(const ByteSource& source, std::string* fault)
+Result<> checkLocked(const base::ByteSource& source)
 {
-    return readEncryptedHeader(source, fault).error();
+    if (const Result<EncryptedHeader> header = readEncryptedHeader(source); !header)
+        return header.error();
+    return {};
 }
 
-Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key,
-                                                 std::string* fault)
+Result<std::shared_ptr<const base::ByteSource>> unlock(std::shared_ptr<const base::ByteSource> source,
+                                                       std::string_view key)
 {
-    const Result<EncryptedHeader> header = readEncryptedHeader(*source, fault);
+    const Result<EncryptedHeader> header = readEncryptedHeader(*source);
     if (!header)
         return header.error();
-    Result<std::shared_ptr<const PieceKeys>> keys = PieceKeys::derive(*header, key);
+    const Result<std::shared_ptr<const PieceKeys>> keys = PieceKeys::derive(*header, key);
     if (!keys)
         return keys.error();
     if (sodium_memcmp((*keys)->check().data(), header->keyCheck.data(), header->keyCheck.size()) != 0)
-        return Error::KeyWrong;
-    return std::shared_ptr<const ByteSource>(std::make_shared<DecryptingSource>(std::move(source), *header, *keys));
+        return Error{ErrorCode::KeyWrong};
+    return std::make_shared<const DecryptingSource>(std::move(source), *header, *keys);
 }
 
 } // namespace bank

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: MIT
 // Encrypts the plain layout in pieces that can be read in any order.
 //
-// The key of a bank comes from the password by Argon2id with a salt, and everything must come out the same for the
-// same input. So the salt is taken from the content tag, a BLAKE2b digest of the whole plain layout: two different
-// contents have different tags, hence different keys, and no nonce is ever used for two plaintexts under one key. What
-// this gives away is equality: whoever has two encrypted banks sees whether key and content are both the same, and
-// whoever already has the complete plain layout can recognise it.
+// Argon2id derives the key of a bank from the password and a salt. The same input must give the same bank, so the salt
+// can't be random: it is taken from the content tag, a BLAKE2b digest of the whole plain layout. Different contents
+// have different tags and thus different keys, so no nonce is used for two plaintexts under one key. This reveals
+// equality: whoever has two encrypted banks can see whether both key and content are the same, and whoever has the
+// complete plain layout can recognise it.
 //
-// The pieces' own key also covers the header, so that a piece fits one position (its nonce) of one file of one size,
-// and no piece is accepted under a header that was changed.
+// The key of the pieces also depends on the header. So a piece is valid only at one position (its nonce) in one file of
+// one size, and no piece is accepted under a modified header.
 #pragma once
 
 #include "layout.hpp"
@@ -20,64 +21,49 @@
 namespace bank {
 
 inline constexpr uint32_t kPieceBytes = 64 * 1024;
-inline constexpr size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES; // 16, behind each piece
+inline constexpr size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES; // 16, after each piece
 
-using ContentTag = std::array<uint8_t, 32>;
+using layout::ContentTag;
+using layout::EncryptedHeader;
+using layout::KeyCheck;
 
-struct EncryptedHeader
-{
-    uint32_t headerBytes = layout::kEncryptedHeaderBytes;
-    uint32_t pieceBytes = kPieceBytes;
-    uint64_t plainBytes = 0;
-    uint64_t fileBytes = 0;
-    uint32_t passes = 2; // of Argon2id
-    uint32_t memoryKiB = 19'456; // of Argon2id: 19 MiB in two passes is what OWASP asks for at least
-    ContentTag contentTag{}; // its first 16 bytes are the salt
-    std::array<uint8_t, 16> keyCheck{};
-
-    // What the pieces' key covers: see boundPart().
-    std::vector<uint8_t> bound;
-};
-
+// Makes the header without the key check, which needs PieceKeys::derive().
 [[nodiscard]] EncryptedHeader makeEncryptedHeader(uint64_t plainBytes, const ContentTag& tag);
 [[nodiscard]] uint64_t encryptedBytes(uint64_t plainBytes);
 
-// Error::Damaged also for parameters that no writer of ours chooses, so that a file can't ask for gigabytes.
-Result<EncryptedHeader> readEncryptedHeader(const ByteSource& source, std::string* fault = nullptr);
-[[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
+// ErrorCode::Damaged: also for extreme parameters, so that a file can't demand gigabytes of memory.
+base::Result<EncryptedHeader> readEncryptedHeader(const base::ByteSource& source);
 
-// All of a header as it stands in a file but key check and checksum.
-[[nodiscard]] std::vector<uint8_t> boundPart(std::span<const uint8_t> header);
-
-// Keys, wiped from memory when done with.
+// The keys of a bank. The destructor wipes the key of the pieces from memory.
 class PieceKeys
 {
 public:
-    // Error::Memory: none for Argon2id.
-    static Result<std::shared_ptr<const PieceKeys>> derive(const EncryptedHeader& header, std::string_view password);
+    // ErrorCode::Memory: there isn't enough for Argon2id.
+    static base::Result<std::shared_ptr<const PieceKeys>> derive(const EncryptedHeader& header,
+                                                                 std::string_view password);
 
     PieceKeys() = default;
     ~PieceKeys();
     PieceKeys(const PieceKeys&) = delete;
     PieceKeys& operator=(const PieceKeys&) = delete;
 
-    // What the header of the right key holds.
-    [[nodiscard]] const std::array<uint8_t, 16>& check() const { return mCheck; }
+    // The key check that the header contains if this is the right key.
+    [[nodiscard]] const KeyCheck& check() const { return mCheck; }
 
     void encrypt(uint64_t piece, std::span<const uint8_t> plain, std::vector<uint8_t>* sealed) const;
-    Error decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const;
+    base::Result<> decrypt(uint64_t piece, std::span<const uint8_t> sealed, std::span<uint8_t> plain) const;
 
 private:
     std::array<uint8_t, crypto_aead_xchacha20poly1305_ietf_KEYBYTES> mKey{};
-    std::array<uint8_t, 16> mCheck{};
+    KeyCheck mCheck{};
 };
 
-// Digests what is written to it.
-class DigestSink final : public ByteSink
+// Computes the digest of what is written to it.
+class DigestSink final : public base::ByteSink
 {
 public:
     DigestSink();
-    Error write(std::span<const uint8_t> bytes) override;
+    base::Result<> write(std::span<const uint8_t> bytes) override;
     [[nodiscard]] ContentTag tag() const;
     [[nodiscard]] uint64_t bytes() const { return mBytes; }
 
@@ -86,19 +72,20 @@ private:
     uint64_t mBytes = 0;
 };
 
-// Encrypts what is written to it into another sink. finish() writes the last piece, and answers Error::Damaged when
-// what came through isn't what the tag was made of: under that key it must not be kept.
-class EncryptingSink final : public ByteSink
+// Encrypts what is written to it into another sink. finish() writes the last piece. It returns ErrorCode::Damaged if
+// the written bytes don't have the digest in tag: the file must then be discarded, since it isn't the content that the
+// key belongs to.
+class EncryptingSink final : public base::ByteSink
 {
 public:
-    EncryptingSink(ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag);
-    Error write(std::span<const uint8_t> bytes) override;
-    Error finish();
+    EncryptingSink(base::ByteSink& sink, std::shared_ptr<const PieceKeys> keys, const ContentTag& tag);
+    base::Result<> write(std::span<const uint8_t> bytes) override;
+    base::Result<> finish();
 
 private:
-    Error flush();
+    base::Result<> flush();
 
-    ByteSink& mSink;
+    base::ByteSink& mSink;
     std::shared_ptr<const PieceKeys> mKeys;
     ContentTag mTag;
     DigestSink mDigest;

@@ -1,4 +1,6 @@
-// Where each field of a bank stands: header, rows of the sound table, tags. docs/tnb-format.md is the same in words.
+// SPDX-License-Identifier: MIT
+// The fields of a bank: headers, rows of the tables, chunks. docs/tnb-format.md describes them for readers in other
+// languages.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -8,7 +10,7 @@
 
 namespace bank::layout {
 
-// The eighth bit, both line ends and the end-of-file character show a transfer that changed bytes.
+// The byte above 127, both kinds of line ends and the end-of-file character reveal a transfer that has changed bytes.
 inline constexpr std::array<uint8_t, 8> kMagic = {0x89, 'T', 'N', 'B', '\r', '\n', 0x1a, '\n'};
 inline constexpr uint16_t kMajorVersion = 2;
 inline constexpr uint16_t kMinorVersion = 0;
@@ -17,11 +19,12 @@ inline constexpr uint32_t kFlagEncrypted = 1;
 inline constexpr uint32_t kFlagGuid = 2;
 inline constexpr uint32_t kFlagNames = 4;
 
-// What a plain and an encrypted header begin with.
+// The start and the end that a plain and an encrypted header have in common.
 inline constexpr size_t kPrefixBytes = 40;
+inline constexpr size_t kChecksumBytes = 8;
 inline constexpr size_t kMaximumHeaderBytes = 4096;
 
-// A reader keeps them in memory. Enough for 150,000 sounds with names of a hundred bytes.
+// A reader keeps the tables in memory. This is enough for 150,000 sounds with names of a hundred bytes.
 inline constexpr uint64_t kMaximumTablesBytes = 32 << 20;
 
 inline constexpr size_t kHeaderBytes = 160;
@@ -37,7 +40,7 @@ inline constexpr uint32_t kNoSetup = 0xffffffff;
     return (offset + alignment - 1) / alignment * alignment;
 }
 
-// The fields at the same place in both kinds of header.
+// The fields that have the same offset in both kinds of header.
 struct Prefix
 {
     uint16_t majorVersion = kMajorVersion;
@@ -67,30 +70,41 @@ struct Header
     uint64_t tablesChecksum = 0;
 };
 
-// A row of the sound table. A sound's serialised form begins with one whose places (setup, offsets, name) are zero.
-struct Row
+// Digest of the plain layout. Its first 16 bytes are the salt of an encrypted bank.
+using ContentTag = std::array<uint8_t, 32>;
+using KeyCheck = std::array<uint8_t, 16>;
+
+// The header of an encrypted bank; the pieces follow it.
+struct EncryptedHeader
 {
-    uint8_t codec = 0;
-    uint8_t sampleFormat = 0;
-    uint16_t channels = 0;
-    uint32_t sampleRate = 0;
-    uint64_t sampleCount = 0;
-    uint32_t leadIn = 0;
-    uint8_t quality = 0;
+    Prefix prefix;
+    uint32_t pieceBytes = 0;
+    uint64_t plainBytes = 0;
+    uint32_t passes = 0; // of Argon2id
+    uint32_t memoryKiB = 0; // of Argon2id
+    ContentTag contentTag{};
+    KeyCheck keyCheck{};
+
+    // All bytes of the header except key check and checksum, on which the key of the pieces depends. Not a field of the
+    // file.
+    std::vector<uint8_t> bound;
+};
+
+// A row of the sound table. A serialised sound begins with one, in which setup, offsets and name are zero.
+struct Row : EncodedFacts
+{
     uint32_t setup = 0;
     uint32_t chunksBytes = 0;
     uint64_t chunksChecksum = 0;
     uint64_t chunksOffset = 0;
     uint64_t dataOffset = 0;
-    uint64_t dataBytes = 0;
-    uint64_t dataChecksum = 0;
     uint32_t nameOffset = 0;
     uint32_t nameBytes = 0;
 
     bool operator==(const Row&) const = default;
 };
 
-// Where a setup lies in the bank, and how it is checked.
+// The location of a setup in the bank, its checksum and its size.
 struct SetupRow
 {
     uint64_t offset = 0;
@@ -98,50 +112,65 @@ struct SetupRow
     uint32_t bytes = 0;
 };
 
-void store(const Prefix& prefix, uint8_t* place);
-[[nodiscard]] Prefix loadPrefix(const uint8_t* place);
+// An entry of the index of names, which is sorted by hash, then by sound.
+struct NameIndexRow
+{
+    uint64_t hash = 0; // nameHash()
+    uint32_t sound = 0;
 
-// The checksum at the end of the header is made here.
-void store(const Header& header, uint8_t* place);
-[[nodiscard]] Header loadHeader(const uint8_t* place);
+    auto operator<=>(const NameIndexRow&) const = default;
+};
 
-void store(const Row& row, uint8_t* place);
-[[nodiscard]] Row loadRow(const uint8_t* place);
+// In the following functions, a pointer points to as many bytes as the record has.
+[[nodiscard]] Prefix loadPrefix(const uint8_t* bytes);
 
-void store(const SetupRow& row, uint8_t* place);
-[[nodiscard]] SetupRow loadSetupRow(const uint8_t* place);
+// store() and pack() of a header also write the checksum at its end.
+void store(const Header& header, uint8_t* bytes);
+[[nodiscard]] Header loadHeader(const uint8_t* bytes);
 
-// Error::Damaged. In all of these functions fault, unless it is null, gets what is damaged, in words.
-Error damaged(std::string* fault, std::string_view what);
+[[nodiscard]] std::vector<uint8_t> pack(const EncryptedHeader& header);
+// bytes: the whole header, at least kEncryptedHeaderBytes; later minor versions may append fields.
+[[nodiscard]] EncryptedHeader loadEncryptedHeader(std::span<const uint8_t> bytes);
 
-// error, from reading what (in the plural), which lies inside the source.
-Error unreadable(Error error, std::string_view what, std::string* fault);
+void store(const Row& row, uint8_t* bytes);
+[[nodiscard]] Row loadRow(const uint8_t* bytes);
 
-// Reads the first bytes of a bank. Error::NotABank, Error::Version, Error::Damaged, Error::Io.
-Result<Prefix> readPrefix(const ByteSource& source, std::string* fault = nullptr);
+void store(const SetupRow& row, uint8_t* bytes);
+[[nodiscard]] SetupRow loadSetupRow(const uint8_t* bytes);
 
-// Reads the whole header that prefix announces, at least minimum bytes long, and verifies its checksum, which is its
+void store(const NameIndexRow& row, uint8_t* bytes);
+[[nodiscard]] NameIndexRow loadNameIndexRow(const uint8_t* bytes);
+
+// ErrorCode::Damaged with what as its text.
+[[nodiscard]] base::Error damaged(std::string_view what);
+
+// The error to report when reading what (a plural noun) has failed with error, although its range is inside the source.
+[[nodiscard]] base::Error unreadable(const base::Error& error, std::string_view what);
+
+// Reads the first bytes of a bank. ErrorCode::Format, ErrorCode::Version, ErrorCode::Damaged, ErrorCode::Io.
+base::Result<Prefix> readPrefix(const base::ByteSource& source);
+
+// Reads the whole header, at least minimum bytes long, whose size is in prefix. Verifies its checksum, which is its
 // last eight bytes, and the size of the file.
-Result<std::vector<uint8_t>> readHeader(const ByteSource& source, const Prefix& prefix, size_t minimum,
-                                        std::string* fault = nullptr);
+base::Result<std::vector<uint8_t>> readHeader(const base::ByteSource& source, const Prefix& prefix, size_t minimum);
 
-// What is wrong with the row's own ranges, null for nothing: channels, rates, lengths that the data could hold. Offsets
-// are the reader's to check.
-[[nodiscard]] const char* faultOf(const Row& row);
+// Checks the row by itself: channels, rate, and whether its data can hold its length. Returns what is wrong, null if
+// nothing is. The reader checks the offsets.
+[[nodiscard]] const char* findFault(const Row& row);
 [[nodiscard]] inline bool plausible(const Row& row)
 {
-    return !faultOf(row);
+    return !findFault(row);
 }
 
 // The chunks of a sound.
 [[nodiscard]] std::vector<uint8_t> packChunks(const Sound& sound);
 
-// Fills the optional members of *sound, whose others are set. Error::Damaged.
-Error unpackChunks(std::span<const uint8_t> chunks, Sound* sound, std::string* fault = nullptr);
+// Fills in the members of *sound that are stored in chunks; the others must be set. ErrorCode::Damaged.
+base::Result<> unpackChunks(std::span<const uint8_t> chunks, Sound* sound);
 
-// The row's part of a sound, and back.
-[[nodiscard]] Row rowOf(const Sound& sound, std::span<const uint8_t> chunks);
-[[nodiscard]] Sound soundOf(const Row& row);
+// Conversion between a sound and its row.
+[[nodiscard]] Row makeRow(const Sound& sound, std::span<const uint8_t> chunks);
+[[nodiscard]] Sound makeSound(const Row& row);
 
 // FNV-1a, 64 bits, of the bytes of a name: the order of the name index.
 [[nodiscard]] uint64_t nameHash(std::span<const uint8_t> name);

@@ -1,17 +1,23 @@
+// SPDX-License-Identifier: MIT
 #include "bank/reader.hpp"
 
 #include "bank/checksum.hpp"
 #include "layout.hpp"
 
 #include <algorithm>
+#include <cassert>
+#include <cstring>
 
 namespace bank {
 
 using namespace layout;
+using base::Error;
+using base::ErrorCode;
+using base::Result;
 
-Result<Kind> probe(const ByteSource& source, std::string* fault)
+Result<Kind> probe(const base::ByteSource& source)
 {
-    const Result<Prefix> prefix = readPrefix(source, fault);
+    const Result<Prefix> prefix = readPrefix(source);
     if (!prefix)
         return prefix.error();
     return prefix->flags & kFlagEncrypted ? Kind::Encrypted : Kind::Plain;
@@ -19,9 +25,9 @@ Result<Kind> probe(const ByteSource& source, std::string* fault)
 
 namespace {
 
-Error mismatch(std::string_view what, std::string* fault)
+Error mismatch(std::string_view what)
 {
-    return damaged(fault, std::string(what) + " don't match their checksum");
+    return damaged(std::string(what) + " don't match the checksum");
 }
 
 struct Range
@@ -30,8 +36,8 @@ struct Range
     uint64_t bytes = 0;
 };
 
-// Whether ranges, none of which overflows, share bytes. Those that rise, as writers lay them, take a look each and no
-// memory; only others have to be sorted.
+// Finds out whether ranges share bytes. None of them may overflow. Ranges in rising order, as writers lay them out,
+// need one comparison each and no memory; only others have to be sorted.
 class Overlaps
 {
 public:
@@ -44,7 +50,7 @@ public:
         ++mCount;
     }
 
-    // forEach(take) gives the same ranges to take(range).
+    // forEach(take) must call take(range) for the same ranges.
     template <typename ForEach>
     [[nodiscard]] bool any(ForEach forEach) const
     {
@@ -71,13 +77,14 @@ private:
 
 } // namespace
 
-// Header and tables in memory, and the only access to them: what load() has accepted lies inside the file.
+// Header and tables in memory. All access to them goes through these functions, which rely on load() to have checked
+// every offset.
 struct BankReader::Tables
 {
-    std::shared_ptr<const ByteSource> source;
+    std::shared_ptr<const base::ByteSource> source;
     Header header;
     BankInfo info;
-    std::vector<uint8_t> bytes; // header and tables, as they stand in the file
+    std::vector<uint8_t> bytes; // header and tables, as stored in the file
 
     [[nodiscard]] Row row(uint32_t index) const
     {
@@ -91,56 +98,55 @@ struct BankReader::Tables
     {
         return {reinterpret_cast<const char*>(bytes.data() + header.namesOffset + row.nameOffset), row.nameBytes};
     }
-    [[nodiscard]] uint64_t nameHashAt(uint32_t i) const { return loadLittle<uint64_t>(nameIndexRow(i)); }
-    [[nodiscard]] uint32_t namedSound(uint32_t i) const { return loadLittle<uint32_t>(nameIndexRow(i) + 8); }
-    [[nodiscard]] const uint8_t* nameIndexRow(uint32_t i) const
+    [[nodiscard]] NameIndexRow nameIndexRow(uint32_t i) const
     {
-        return bytes.data() + header.nameIndexOffset + static_cast<size_t>(i) * kNameIndexBytes;
+        return loadNameIndexRow(bytes.data() + header.nameIndexOffset + static_cast<size_t>(i) * kNameIndexBytes);
     }
     [[nodiscard]] uint64_t tablesEnd() const { return bytes.size(); }
 
-    Error load(std::string* fault);
-    Error checkPlaces(std::string* fault) const;
+    Result<> load();
+    Result<> checkRanges() const;
     [[nodiscard]] bool tablesFit() const;
     [[nodiscard]] const char* headerFault() const;
     [[nodiscard]] const char* rowFault(const Row& row) const;
 
-    // Every setup, all chunks and all data; every name, counted from the first.
+    // Call take(range) for every setup, all chunks and all data, and for every name; offsets of names count from the
+    // first name.
     template <typename Take>
     void forEachPart(Take take) const;
     template <typename Take>
     void forEachName(Take take) const;
 
-    // what: begins the words for the fault.
-    Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected, std::string_view what,
-                                             std::string* fault) const;
+    // what: the start of the error text, a plural noun.
+    Result<std::vector<uint8_t>> readChecked(uint64_t offset, uint64_t size, uint64_t expected,
+                                             std::string_view what) const;
 };
 
-Error BankReader::Tables::load(std::string* fault)
+Result<> BankReader::Tables::load()
 {
-    const Result<Prefix> prefix = readPrefix(*source, fault);
+    const Result<Prefix> prefix = readPrefix(*source);
     if (!prefix)
         return prefix.error();
     if (prefix->flags & kFlagEncrypted)
-        return Error::KeyMissing;
-    Result<std::vector<uint8_t>> front = readHeader(*source, *prefix, kHeaderBytes, fault);
+        return Error{ErrorCode::KeyMissing};
+    Result<std::vector<uint8_t>> front = readHeader(*source, *prefix, kHeaderBytes);
     if (!front)
         return front.error();
     header = loadHeader(front->data());
-    if (!rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
-        return damaged(fault, "the tables reach behind the end of the file");
+    if (!base::rangeInside(prefix->headerBytes, header.tablesBytes, source->size()))
+        return damaged("the tables extend past the end of the file");
     if (header.tablesBytes > kMaximumTablesBytes)
-        return damaged(fault, "the tables are larger than those of any bank");
+        return damaged("the tables are too large");
 
     bytes = std::move(*front);
     bytes.resize(static_cast<size_t>(prefix->headerBytes + header.tablesBytes));
     const std::span tables = std::span(bytes).subspan(prefix->headerBytes);
-    if (const Error error = source->readAt(prefix->headerBytes, tables); error != Error::None)
-        return unreadable(error, "the tables", fault);
+    if (const Result<> result = source->readAt(prefix->headerBytes, tables); !result)
+        return unreadable(result.error(), "the tables");
     if (checksum(tables) != header.tablesChecksum)
-        return damaged(fault, "the tables don't match their checksum");
-    if (const Error error = checkPlaces(fault); error != Error::None)
-        return error;
+        return damaged("the tables don't match the checksum");
+    if (const Result<> result = checkRanges(); !result)
+        return result.error();
 
     info.majorVersion = header.prefix.majorVersion;
     info.minorVersion = header.prefix.minorVersion;
@@ -150,12 +156,12 @@ Error BankReader::Tables::load(std::string* fault)
     info.hasNames = header.prefix.flags & kFlagNames;
     if (header.prefix.flags & kFlagGuid)
         info.guid = header.guid;
-    return Error::None;
+    return {};
 }
 
 bool BankReader::Tables::tablesFit() const
 {
-    // Counts and sizes are 32 bits wide, so that their products fit 64.
+    // Counts and sizes have 32 bits, so their products fit 64.
     const std::array<Range, 4> tables = {
         {{header.rowsOffset, static_cast<uint64_t>(header.soundCount) * header.rowBytes},
          {header.setupRowsOffset, static_cast<uint64_t>(header.setupCount) * kSetupRowBytes},
@@ -163,7 +169,7 @@ bool BankReader::Tables::tablesFit() const
          {header.namesOffset, header.namesBytes}}};
     Overlaps overlaps;
     for (const Range& table : tables) {
-        if (table.begin < header.prefix.headerBytes || !rangeInside(table.begin, table.bytes, tablesEnd()))
+        if (table.begin < header.prefix.headerBytes || !base::rangeInside(table.begin, table.bytes, tablesEnd()))
             return false;
         overlaps.add(table);
     }
@@ -174,15 +180,15 @@ bool BankReader::Tables::tablesFit() const
 const char* BankReader::Tables::rowFault(const Row& row) const
 {
     const uint64_t fileBytes = header.prefix.fileBytes;
-    if (const char* fault = faultOf(row))
+    if (const char* fault = findFault(row))
         return fault;
     if (row.setup != kNoSetup && row.setup >= header.setupCount)
         return "its setup doesn't exist";
-    if (row.chunksOffset < tablesEnd() || !rangeInside(row.chunksOffset, row.chunksBytes, fileBytes))
+    if (row.chunksOffset < tablesEnd() || !base::rangeInside(row.chunksOffset, row.chunksBytes, fileBytes))
         return "its chunks lie outside the bank";
-    if (row.dataOffset < tablesEnd() || !rangeInside(row.dataOffset, row.dataBytes, fileBytes))
-        return "its data lie outside the bank";
-    if (!rangeInside(row.nameOffset, row.nameBytes, header.namesBytes))
+    if (row.dataOffset < tablesEnd() || !base::rangeInside(row.dataOffset, row.dataBytes, fileBytes))
+        return "its data lies outside the bank";
+    if (!base::rangeInside(row.nameOffset, row.nameBytes, header.namesBytes))
         return "its name lies outside the names";
     return nullptr;
 }
@@ -190,7 +196,7 @@ const char* BankReader::Tables::rowFault(const Row& row) const
 const char* BankReader::Tables::headerFault() const
 {
     if (!tablesFit())
-        return "a table lies outside the tables or within another";
+        return "a table lies outside the tables or overlaps another one";
     if (header.quality > kMaximumQuality)
         return "the quality in the header is impossible";
     const bool hasNames = header.prefix.flags & kFlagNames;
@@ -222,18 +228,18 @@ void BankReader::Tables::forEachName(Take take) const
     }
 }
 
-// Without the rule that nothing is shared, a small file could hold a large sound thousands of times.
-Error BankReader::Tables::checkPlaces(std::string* fault) const
+// If sounds could share bytes, a small file could contain a large sound thousands of times.
+Result<> BankReader::Tables::checkRanges() const
 {
     if (const char* found = headerFault())
-        return damaged(fault, found);
+        return damaged(found);
     Overlaps parts;
     for (uint32_t i = 0; i < header.setupCount; ++i) {
         const SetupRow setup = setupRow(i);
-        if (setup.offset < tablesEnd() || !rangeInside(setup.offset, setup.bytes, header.prefix.fileBytes))
-            return damaged(fault, "setup " + std::to_string(i) + " lies outside the bank");
+        if (setup.offset < tablesEnd() || !base::rangeInside(setup.offset, setup.bytes, header.prefix.fileBytes))
+            return damaged("setup " + std::to_string(i) + " lies outside the bank");
         if (setup.bytes > kMaximumSetupBytes)
-            return damaged(fault, "setup " + std::to_string(i) + " is larger than any");
+            return damaged("setup " + std::to_string(i) + " is too large");
         parts.add({setup.offset, setup.bytes});
     }
     Overlaps names;
@@ -243,41 +249,41 @@ Error BankReader::Tables::checkPlaces(std::string* fault) const
         const Row sound = row(i);
         const char* found = rowFault(sound);
         if (!found && anyZero && name(sound).find('\0') != std::string_view::npos)
-            found = "its name holds a zero byte";
+            found = "its name contains a zero byte";
         if (found)
-            return damaged(fault, "sound " + std::to_string(i) + ": " + found);
+            return damaged("sound " + std::to_string(i) + ": " + found);
         parts.add({sound.chunksOffset, sound.chunksBytes});
         parts.add({sound.dataOffset, sound.dataBytes});
         names.add({sound.nameOffset, sound.nameBytes});
     }
     for (uint32_t i = 0; i < header.nameIndexCount; ++i) {
-        if (namedSound(i) >= header.soundCount)
-            return damaged(fault, "the index of names points to a sound that doesn't exist");
+        if (nameIndexRow(i).sound >= header.soundCount)
+            return damaged("the index of names points to a sound that doesn't exist");
     }
     if (parts.any([this](auto take) { forEachPart(take); }))
-        return damaged(fault, "parts of its sounds share bytes");
+        return damaged("parts of its sounds share bytes");
     if (names.any([this](auto take) { forEachName(take); }))
-        return damaged(fault, "names of its sounds share bytes");
-    return Error::None;
+        return damaged("names of its sounds share bytes");
+    return {};
 }
 
 Result<std::vector<uint8_t>> BankReader::Tables::readChecked(uint64_t offset, uint64_t size, uint64_t expected,
-                                                             std::string_view what, std::string* fault) const
+                                                             std::string_view what) const
 {
     std::vector<uint8_t> part(static_cast<size_t>(size));
-    if (const Error error = source->readAt(offset, part); error != Error::None)
-        return unreadable(error, what, fault);
+    if (const Result<> result = source->readAt(offset, part); !result)
+        return unreadable(result.error(), what);
     if (checksum(part) != expected)
-        return mismatch(what, fault);
+        return mismatch(what);
     return part;
 }
 
-Result<BankReader> BankReader::open(std::shared_ptr<const ByteSource> source, std::string* fault)
+Result<BankReader> BankReader::open(std::shared_ptr<const base::ByteSource> source)
 {
     auto tables = std::make_unique<Tables>();
     tables->source = std::move(source);
-    if (const Error error = tables->load(fault); error != Error::None)
-        return error;
+    if (const Result<> result = tables->load(); !result)
+        return result.error();
     return BankReader(std::move(tables));
 }
 
@@ -294,7 +300,7 @@ const BankInfo& BankReader::info() const
     return mTables->info;
 }
 
-const std::shared_ptr<const ByteSource>& BankReader::source() const
+const std::shared_ptr<const base::ByteSource>& BankReader::source() const
 {
     return mTables->source;
 }
@@ -303,35 +309,22 @@ SoundEntry BankReader::entry(uint32_t index) const
 {
     assert(index < info().soundCount);
     const Row row = mTables->row(index);
-    SoundEntry entry;
-    entry.codec = static_cast<Codec>(row.codec);
-    entry.sampleFormat = static_cast<SampleFormat>(row.sampleFormat);
-    entry.channels = row.channels;
-    entry.sampleRate = row.sampleRate;
-    entry.sampleCount = row.sampleCount;
-    entry.leadIn = row.leadIn;
-    entry.quality = row.quality;
-    if (row.setup != kNoSetup)
-        entry.setup = row.setup;
-    entry.chunksBytes = row.chunksBytes;
-    entry.dataOffset = row.dataOffset;
-    entry.dataBytes = row.dataBytes;
-    entry.name = mTables->name(row);
-    return entry;
+    const std::optional<uint32_t> setup = row.setup == kNoSetup ? std::nullopt : std::optional(row.setup);
+    return {row, setup, row.chunksBytes, row.dataOffset, mTables->name(row)};
 }
 
-Result<Sound> BankReader::soundWithoutSetup(uint32_t index, std::string* fault) const
+Result<Sound> BankReader::soundWithoutSetup(uint32_t index) const
 {
     if (index >= info().soundCount)
-        return Error::NotFound;
+        return Error{ErrorCode::NotFound};
     const Row row = mTables->row(index);
     const Result<std::vector<uint8_t>> chunks =
-        mTables->readChecked(row.chunksOffset, row.chunksBytes, row.chunksChecksum, "its chunks", fault);
+        mTables->readChecked(row.chunksOffset, row.chunksBytes, row.chunksChecksum, "its chunks");
     if (!chunks)
         return chunks.error();
-    Sound sound = soundOf(row);
-    if (const Error error = unpackChunks(*chunks, &sound, fault); error != Error::None)
-        return error;
+    Sound sound = makeSound(row);
+    if (const Result<> result = unpackChunks(*chunks, &sound); !result)
+        return result.error();
     return sound;
 }
 
@@ -349,12 +342,12 @@ Result<Sound> BankReader::sound(uint32_t index) const
     return sound;
 }
 
-Result<std::vector<uint8_t>> BankReader::setup(uint32_t setupIndex, std::string* fault) const
+Result<std::vector<uint8_t>> BankReader::setup(uint32_t setupIndex) const
 {
     if (setupIndex >= setupCount())
-        return Error::NotFound;
+        return Error{ErrorCode::NotFound};
     const SetupRow row = mTables->setupRow(setupIndex);
-    return mTables->readChecked(row.offset, row.bytes, row.checksum, "the headers of its codec", fault);
+    return mTables->readChecked(row.offset, row.bytes, row.checksum, "the headers of its codec");
 }
 
 uint32_t BankReader::setupCount() const
@@ -370,29 +363,29 @@ uint32_t BankReader::setupBytes(uint32_t setupIndex) const
 
 Result<uint32_t> BankReader::find(std::string_view name) const
 {
-    const uint64_t hash = nameHash(bytesOf(name));
+    const uint64_t hash = nameHash(base::textBytes(name));
 
     uint32_t low = 0;
     uint32_t high = mTables->header.nameIndexCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (mTables->nameHashAt(middle) < hash)
+        if (mTables->nameIndexRow(middle).hash < hash)
             low = middle + 1;
         else
             high = middle;
     }
-    for (; low < mTables->header.nameIndexCount && mTables->nameHashAt(low) == hash; ++low) {
-        const uint32_t sound = mTables->namedSound(low);
+    for (; low < mTables->header.nameIndexCount && mTables->nameIndexRow(low).hash == hash; ++low) {
+        const uint32_t sound = mTables->nameIndexRow(low).sound;
         if (mTables->name(mTables->row(sound)) == name)
             return sound;
     }
-    return Error::NotFound;
+    return Error{ErrorCode::NotFound};
 }
 
-Error BankReader::verifyData(uint32_t index, std::string* fault) const
+Result<> BankReader::verifyData(uint32_t index) const
 {
     if (index >= info().soundCount)
-        return Error::NotFound;
+        return Error{ErrorCode::NotFound};
     const Row row = mTables->row(index);
     constexpr std::string_view kWhat = "its data";
     RunningChecksum running;
@@ -400,28 +393,30 @@ Error BankReader::verifyData(uint32_t index, std::string* fault) const
     for (uint64_t done = 0; done < row.dataBytes;) {
         const std::span part =
             std::span(buffer).first(static_cast<size_t>(std::min<uint64_t>(buffer.size(), row.dataBytes - done)));
-        if (const Error error = mTables->source->readAt(row.dataOffset + done, part); error != Error::None)
-            return unreadable(error, kWhat, fault);
+        if (const Result<> result = mTables->source->readAt(row.dataOffset + done, part); !result)
+            return unreadable(result.error(), kWhat);
         running.add(part);
         done += part.size();
     }
-    return running.value() == row.dataChecksum ? Error::None : mismatch(kWhat, fault);
+    if (running.value() != row.dataChecksum)
+        return damaged("its data doesn't match the checksum");
+    return {};
 }
 
-Error BankReader::verifyNames(std::string* fault) const
+Result<> BankReader::verifyNames() const
 {
     const Tables& tables = *mTables;
+    NameIndexRow last;
     for (uint32_t i = 0; i < tables.header.nameIndexCount; ++i) {
-        const std::string_view name = tables.name(tables.row(tables.namedSound(i)));
-        if (tables.nameHashAt(i) != nameHash(bytesOf(name)))
-            return damaged(fault, "the index of names doesn't match the names");
-        // Rising entries name each sound once.
-        if (i > 0
-            && std::pair(tables.nameHashAt(i - 1), tables.namedSound(i - 1))
-                >= std::pair(tables.nameHashAt(i), tables.namedSound(i)))
-            return damaged(fault, "the index of names is out of order");
+        const NameIndexRow row = tables.nameIndexRow(i);
+        if (row.hash != nameHash(base::textBytes(tables.name(tables.row(row.sound)))))
+            return damaged("the index of names doesn't match the names");
+        // With strictly rising entries, each sound occurs once.
+        if (i > 0 && last >= row)
+            return damaged("the index of names is out of order");
+        last = row;
     }
-    return Error::None;
+    return {};
 }
 
 } // namespace bank

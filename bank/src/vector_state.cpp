@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/vector_state.hpp"
 
 #include <immintrin.h>
@@ -6,7 +7,7 @@ namespace bank {
 
 namespace {
 
-// The rest of the library stays code for any x86-64.
+// Only this function needs AVX; the rest of the library runs on any x86-64.
 __attribute__((target("avx"))) void clearUpperHalves() noexcept
 {
     _mm256_zeroupper();
@@ -16,7 +17,7 @@ __attribute__((target("avx"))) void clearUpperHalves() noexcept
 
 void clearVectorState() noexcept
 {
-    // Looks at what the system saves of the registers, too.
+    // Also checks whether the system saves these registers.
     static const bool hasAvx = __builtin_cpu_supports("avx");
     if (hasAvx)
         clearUpperHalves();

@@ -1,76 +1,74 @@
+// SPDX-License-Identifier: MIT
 #include "bank/writer.hpp"
 
 #include "bank/checksum.hpp"
+#include "base/utf8.hpp"
 #include "encryption.hpp"
 #include "layout.hpp"
 
 #include <algorithm>
+#include <cassert>
 #include <map>
 
 namespace bank {
 
 using namespace layout;
+using base::Error;
+using base::ErrorCode;
+using base::Result;
 
 namespace {
 
-// What is looked at on its way stays in the processor's cache.
+// Small enough to stay in the processor's cache while it is checked and written.
 constexpr size_t kPartBytes = 256 * 1024;
-
-std::string_view cutAtCharacter(std::string_view name)
-{
-    if (name.size() <= kMaximumNameBytes)
-        return name;
-    size_t length = kMaximumNameBytes;
-    while (length > 0 && (static_cast<uint8_t>(name[length]) & 0xc0) == 0x80)
-        --length;
-    return name.substr(0, length);
-}
 
 // Writes at rising offsets and fills the gaps with zeros.
 class Assembler
 {
 public:
-    Assembler(ByteSink& sink, std::stop_token stop)
+    Assembler(base::ByteSink& sink, std::stop_token stop)
         : mSink(sink)
         , mStop(std::move(stop))
     { }
 
-    Error pad(uint64_t offset)
+    Result<> pad(uint64_t offset)
     {
         static constexpr std::array<uint8_t, kDataAlignment> zeros{};
         assert(offset >= mOffset && offset - mOffset < zeros.size());
         return write(std::span(zeros).first(static_cast<size_t>(offset - mOffset)));
     }
 
-    Error write(std::span<const uint8_t> bytes)
+    Result<> write(std::span<const uint8_t> bytes)
     {
         if (mStop.stop_requested())
-            return Error::Cancelled;
+            return Error{ErrorCode::Cancelled};
         mOffset += bytes.size();
-        return bytes.empty() ? Error::None : mSink.write(bytes);
+        return bytes.empty() ? Result<>() : mSink.write(bytes);
     }
 
-    // The very bytes that are written are the ones that are checked: looking before or after would leave a moment in
-    // which they could change.
-    Error copy(const ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
+    // Computes the checksum of exactly the bytes that are written. With a separate pass before or after, they could
+    // change in between.
+    Result<> copy(const base::ByteSource& source, uint64_t offset, uint64_t size, uint64_t expected)
     {
         RunningChecksum found;
         mPart.resize(kPartBytes);
         while (size > 0) {
             const std::span part = std::span(mPart).first(static_cast<size_t>(std::min<uint64_t>(size, kPartBytes)));
-            if (const Error error = source.readAt(offset, part); error != Error::None)
-                return error;
+            if (const Result<> result = source.readAt(offset, part); !result)
+                return result.error();
             found.add(part);
-            if (const Error error = write(part); error != Error::None)
-                return error;
+            if (const Result<> result = write(part); !result)
+                return result.error();
             offset += part.size();
             size -= part.size();
         }
-        return found.value() == expected ? Error::None : Error::Damaged;
+        if (found.value() != expected)
+            return Error{ErrorCode::Damaged};
+        return {};
     }
 
 private:
-    ByteSink& mSink;
+    base::ByteSink& mSink;
     std::stop_token mStop;
     uint64_t mOffset = 0;
     std::vector<uint8_t> mPart;
@@ -78,16 +76,16 @@ private:
 
 } // namespace
 
-// What was added, and where everything is going to stand.
+// What was added, and the layout of the bank.
 struct BankWriter::Plan
 {
     BankSettings settings;
-    std::vector<Row> rows; // setup and name filled in, the other places not yet
+    std::vector<Row> rows; // setup and name are filled in, the other offsets aren't yet
     std::string names;
     std::vector<std::vector<uint8_t>> setups;
     std::map<std::vector<uint8_t>, uint32_t> setupIndex;
 
-    // Everything before the sounds, and where each sound lies.
+    // Everything before the sounds, and the offset of each sound.
     struct Laid
     {
         std::vector<uint8_t> front; // header and tables
@@ -100,8 +98,8 @@ struct BankWriter::Plan
 
 private:
     void layTables(Header* header, Laid* laid) const;
-    void layNameIndex(uint8_t* place) const;
-    void placeSounds(uint64_t offset, Laid* laid) const;
+    void layNameIndex(uint8_t* index) const;
+    void laySounds(uint64_t offset, Laid* laid) const;
     [[nodiscard]] std::array<uint8_t, 16> makeGuid(const std::vector<uint8_t>& front) const;
 };
 
@@ -149,7 +147,7 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
         laid->setupOffsets.push_back(offset);
         offset += setups[i].size();
     }
-    placeSounds(offset, laid);
+    laySounds(offset, laid);
     for (size_t i = 0; i < rows.size(); ++i)
         store(laid->rows[i], laid->front.data() + header->rowsOffset + i * kSoundRecordBytes);
     if (header->nameIndexCount > 0)
@@ -157,7 +155,7 @@ void BankWriter::Plan::layTables(Header* header, Laid* laid) const
     std::copy(names.begin(), names.end(), laid->front.begin() + static_cast<ptrdiff_t>(header->namesOffset));
 }
 
-void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
+void BankWriter::Plan::laySounds(uint64_t offset, Laid* laid) const
 {
     for (Row& row : laid->rows) {
         offset = alignedUp(offset, 8);
@@ -169,29 +167,27 @@ void BankWriter::Plan::placeSounds(uint64_t offset, Laid* laid) const
     laid->fileBytes = offset;
 }
 
-void BankWriter::Plan::layNameIndex(uint8_t* place) const
+void BankWriter::Plan::layNameIndex(uint8_t* index) const
 {
-    std::vector<std::pair<uint64_t, uint32_t>> index;
-    index.reserve(rows.size());
+    std::vector<NameIndexRow> sorted;
+    sorted.reserve(rows.size());
     for (uint32_t i = 0; i < rows.size(); ++i)
-        index.emplace_back(nameHash(bytesOf(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i);
-    std::sort(index.begin(), index.end());
-    for (const auto& [hash, sound] : index) {
-        storeLittle(place, hash);
-        storeLittle(place + 8, sound);
-        storeLittle(place + 12, uint32_t{0});
-        place += kNameIndexBytes;
+        sorted.push_back({nameHash(base::textBytes(names).subspan(rows[i].nameOffset, rows[i].nameBytes)), i});
+    std::sort(sorted.begin(), sorted.end());
+    for (const NameIndexRow& row : sorted) {
+        store(row, index);
+        index += kNameIndexBytes;
     }
 }
 
-// The tables hold the checksums of all chunks, setups and data, so that a digest of them is one of the whole content.
+// The tables contain the checksums of all chunks, setups and data, so their digest depends on the whole content.
 std::array<uint8_t, 16> BankWriter::Plan::makeGuid(const std::vector<uint8_t>& front) const
 {
     DigestSink digest;
     (void)digest.write(front);
     std::array<uint8_t, 16> guid;
     std::copy_n(digest.tag().begin(), guid.size(), guid.begin());
-    // Version 8 (vendor's own) and variant of RFC 9562, in the byte order in which a GUID is printed.
+    // Version 8 (vendor-specific) and variant of RFC 9562, in the byte order in which a GUID is printed.
     guid[6] = static_cast<uint8_t>((guid[6] & 0x0f) | 0x80);
     guid[8] = static_cast<uint8_t>((guid[8] & 0x3f) | 0x80);
     return guid;
@@ -207,17 +203,17 @@ BankWriter::~BankWriter() = default;
 
 void BankWriter::add(std::string_view name, const Sound& sound)
 {
-    Row row = rowOf(sound, packChunks(sound));
+    Row row = makeRow(sound, packChunks(sound));
     assert(plausible(row) && name.find('\0') == std::string_view::npos);
     row.setup = kNoSetup;
     if (!sound.setup.empty()) {
-        const auto [place, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
+        const auto [entry, added] = mPlan->setupIndex.emplace(sound.setup, static_cast<uint32_t>(mPlan->setups.size()));
         if (added)
             mPlan->setups.push_back(sound.setup);
-        row.setup = place->second;
+        row.setup = entry->second;
     }
     if (mPlan->settings.names) {
-        name = cutAtCharacter(name);
+        name = base::cutAtCharacter(name, kMaximumNameBytes);
         row.nameOffset = static_cast<uint32_t>(mPlan->names.size());
         row.nameBytes = static_cast<uint32_t>(name.size());
         mPlan->names += name;
@@ -237,84 +233,85 @@ uint64_t BankWriter::encryptedFileBytes() const
 
 namespace {
 
-// Whether the serialised form that is stored is that of the sound whose row was made when it was added.
-Error checkStored(const StoredSound& stored, Row row)
+// Checks that the stored sound is the one whose row was made when it was added.
+Result<> checkStored(const StoredSound& stored, Row row)
 {
     std::array<uint8_t, kSoundRecordBytes> record;
-    if (const Error error = stored.source->readAt(stored.recordOffset, record); error != Error::None)
-        return error;
+    if (const Result<> result = stored.source->readAt(stored.recordOffset, record); !result)
+        return result.error();
     row.setup = 0;
     row.nameOffset = 0;
     row.nameBytes = 0;
     row.chunksOffset = 0;
     row.dataOffset = 0;
-    return loadRow(record.data()) == row ? Error::None : Error::Damaged;
+    if (loadRow(record.data()) != row)
+        return Error{ErrorCode::Damaged};
+    return {};
 }
 
-Error writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const Row& row, size_t setupBytes)
+Result<> writeSound(Assembler& assembler, StoredSounds& sounds, size_t index, const Row& row, size_t setupBytes)
 {
-    if (const Error error = assembler.pad(row.chunksOffset); error != Error::None)
-        return error;
+    if (const Result<> result = assembler.pad(row.chunksOffset); !result)
+        return result.error();
     const Result<StoredSound> stored = sounds.open(index);
     if (!stored)
         return stored.error();
-    if (const Error error = checkStored(*stored, row); error != Error::None)
-        return error;
+    if (const Result<> result = checkStored(*stored, row); !result)
+        return result.error();
     const uint64_t chunks = stored->recordOffset + kSerialisedHeadBytes + setupBytes;
-    if (const Error error = assembler.copy(*stored->source, chunks, row.chunksBytes, row.chunksChecksum);
-        error != Error::None)
-        return error;
-    if (const Error error = assembler.pad(row.dataOffset); error != Error::None)
-        return error;
-    const ByteSource& data = stored->dataSource ? *stored->dataSource : *stored->source;
+    if (const Result<> result = assembler.copy(*stored->source, chunks, row.chunksBytes, row.chunksChecksum); !result)
+        return result.error();
+    if (const Result<> result = assembler.pad(row.dataOffset); !result)
+        return result.error();
+    const base::ByteSource& data = stored->dataSource ? *stored->dataSource : *stored->source;
     return assembler.copy(data, stored->dataOffset, row.dataBytes, row.dataChecksum);
 }
 
 } // namespace
 
-Error BankWriter::write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const
+Result<> BankWriter::write(base::ByteSink& sink, StoredSounds& stored, std::stop_token stop) const
 {
     const Plan::Laid laid = mPlan->lay();
     if (laid.front.size() - kHeaderBytes > kMaximumTablesBytes)
-        return Error::TooMany;
+        return Error{ErrorCode::Invalid, "the names of the sounds take more space than a bank has for its tables"};
     Assembler assembler(sink, std::move(stop));
-    if (const Error error = assembler.write(laid.front); error != Error::None)
-        return error;
+    if (const Result<> result = assembler.write(laid.front); !result)
+        return result.error();
     for (size_t i = 0; i < mPlan->setups.size(); ++i) {
-        if (const Error error = assembler.pad(laid.setupOffsets[i]); error != Error::None)
-            return error;
-        if (const Error error = assembler.write(mPlan->setups[i]); error != Error::None)
-            return error;
+        if (const Result<> result = assembler.pad(laid.setupOffsets[i]); !result)
+            return result.error();
+        if (const Result<> result = assembler.write(mPlan->setups[i]); !result)
+            return result.error();
     }
     for (size_t i = 0; i < laid.rows.size(); ++i) {
         const Row& row = laid.rows[i];
         const size_t setupBytes = row.setup == kNoSetup ? 0 : mPlan->setups[row.setup].size();
-        if (const Error error = writeSound(assembler, stored, i, row, setupBytes); error != Error::None)
-            return error;
+        if (const Result<> result = writeSound(assembler, stored, i, row, setupBytes); !result)
+            return result.error();
     }
-    return Error::None;
+    return {};
 }
 
-Error BankWriter::writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key,
-                                 const std::stop_token& stop) const
+Result<> BankWriter::writeEncrypted(base::ByteSink& sink, StoredSounds& stored, std::string_view key,
+                                    const std::stop_token& stop) const
 {
     if (key.empty())
-        return Error::Invalid;
+        return Error{ErrorCode::Invalid};
     DigestSink digest;
-    if (const Error error = write(digest, stored, stop); error != Error::None)
-        return error;
+    if (const Result<> result = write(digest, stored, stop); !result)
+        return result.error();
 
     EncryptedHeader header = makeEncryptedHeader(digest.bytes(), digest.tag());
     const Result<std::shared_ptr<const PieceKeys>> keys = PieceKeys::derive(header, key);
     if (!keys)
         return keys.error();
     header.keyCheck = (*keys)->check();
-    if (const Error error = sink.write(pack(header)); error != Error::None)
-        return error;
+    if (const Result<> result = sink.write(pack(header)); !result)
+        return result.error();
 
     EncryptingSink encrypting(sink, *keys, digest.tag());
-    if (const Error error = write(encrypting, stored, stop); error != Error::None)
-        return error;
+    if (const Result<> result = write(encrypting, stored, stop); !result)
+        return result.error();
     return encrypting.finish();
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "base/file.hpp"
 
 #include "base/path.hpp"
@@ -6,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,6 +16,8 @@
 namespace base {
 
 namespace {
+
+constexpr uint64_t kCopyPiece = 8 << 20; // bytes
 
 int64_t nanoseconds(const timespec& time)
 {
@@ -26,7 +30,7 @@ FileStamp stampFrom(const struct stat& status)
             nanoseconds(status.st_ctim)};
 }
 
-// The first part of a path that should be a folder and isn't.
+// The first part of a path that should be a folder but isn't.
 std::string fileInsteadOfFolder(std::string_view path)
 {
     for (size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
@@ -35,7 +39,7 @@ std::string fileInsteadOfFolder(std::string_view path)
         if (stat(part.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
             return part;
     }
-    return folderOf(path);
+    return parentFolder(path);
 }
 
 Error ioError(int systemError)
@@ -43,8 +47,8 @@ Error ioError(int systemError)
     return {ErrorCode::Io, {}, systemError};
 }
 
-// What a system call reported, as the beginning of "... while reading kick.wav"; empty for a rare one.
-std::string_view reasonOf(int systemError)
+// The start of the sentence "... while reading kick.wav" for an error number; empty for rare ones.
+std::string_view describeReason(int systemError)
 {
     switch (systemError) {
     case EACCES:
@@ -72,7 +76,29 @@ std::string_view reasonOf(int systemError)
     }
 }
 
-// The path says more than the name where permissions or mounts are to blame.
+// Whether copy_file_range() doesn't support these two files, so that read and write must be used.
+bool kernelCannotCopy(int systemError)
+{
+    return systemError == EXDEV || systemError == EINVAL || systemError == ENOSYS || systemError == EOPNOTSUPP;
+}
+
+Result<> copyByHand(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length)
+{
+    std::vector<uint8_t> buffer(std::min<uint64_t>(length, 256 << 10));
+    while (length > 0) {
+        const std::span piece(buffer.data(), std::min<uint64_t>(length, buffer.size()));
+        if (Result<> done = readAt(source, piece, sourceOffset); !done)
+            return done;
+        if (Result<> done = writeAt(target, piece, targetOffset); !done)
+            return done;
+        sourceOffset += piece.size();
+        targetOffset += piece.size();
+        length -= piece.size();
+    }
+    return {};
+}
+
+// For errors caused by permissions or mounts the user needs the whole path.
 bool wantsWholePath(int systemError)
 {
     return systemError == EACCES || systemError == EPERM || systemError == EROFS;
@@ -93,7 +119,7 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
     if (systemError == EISDIR)
         return {ErrorCode::Io, name + ": this is a folder, not a file" + wholePath, systemError};
 
-    std::string text(reasonOf(systemError));
+    std::string text(describeReason(systemError));
     char buffer[128];
     if (text.empty())
         text = strerror_r(systemError, buffer, sizeof buffer);
@@ -105,22 +131,26 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
 
 Result<OpenedFile> openRegular(const std::string& path)
 {
-    // O_NONBLOCK: opening a pipe would wait for its writer. It means nothing for a regular file.
+    // O_NONBLOCK: otherwise opening a pipe would wait for its writer. It has no effect on regular files.
     FileDescriptor descriptor;
     do {
         descriptor = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     } while (!descriptor && errno == EINTR);
     struct stat status;
-    if (!descriptor || fstat(descriptor.get(), &status) != 0)
+    const bool isOpen = descriptor && fstat(descriptor.get(), &status) == 0;
+    const bool isSocket = !isOpen && errno == ENXIO; // or a device without a driver
+    if (!isOpen && !isSocket)
         return fileError("opening", path, errno);
-    if (S_ISDIR(status.st_mode))
+    if (isOpen && S_ISDIR(status.st_mode))
         return fileError("opening", path, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        return Error{ErrorCode::Io, std::string(baseName(path)) + ": this is a device or pipe, not a file"};
+    if (isSocket || !S_ISREG(status.st_mode)) {
+        return Error{ErrorCode::Unsupported,
+                     std::string(baseName(path)) + ": this is a device, a pipe or a socket, not a file"};
+    }
     return OpenedFile{std::move(descriptor), stampFrom(status)};
 }
 
-Result<FileStamp> stampOf(const std::string& path)
+Result<FileStamp> readStamp(const std::string& path)
 {
     struct stat status;
     if (stat(path.c_str(), &status) != 0)
@@ -166,6 +196,47 @@ Result<> writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset
         bytes = bytes.subspan(size_t(put));
         offset += uint64_t(put);
     }
+    return {};
+}
+
+Result<> copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
+                   const std::function<bool()>& goOn)
+{
+    bool byKernel = true;
+    while (length > 0) {
+        if (!goOn())
+            return Error{ErrorCode::Cancelled};
+        const uint64_t piece = std::min(length, kCopyPiece);
+        uint64_t copied = piece;
+        if (byKernel) {
+            auto from = loff_t(sourceOffset);
+            auto to = loff_t(targetOffset);
+            const ssize_t put = copy_file_range(source, &from, target, &to, piece, 0);
+            if (put < 0 && errno == EINTR)
+                continue;
+            // Some file systems return 0 instead of an error for files that they can't copy. Reading distinguishes that
+            // from the end of the file.
+            if (put == 0 || (put < 0 && kernelCannotCopy(errno))) {
+                byKernel = false;
+                continue;
+            }
+            if (put < 0)
+                return ioError(errno);
+            copied = uint64_t(put);
+        } else if (Result<> done = copyByHand(source, sourceOffset, target, targetOffset, piece); !done) {
+            return done;
+        }
+        sourceOffset += copied;
+        targetOffset += copied;
+        length -= copied;
+    }
+    return {};
+}
+
+Result<> makeFolder(const std::string& path)
+{
+    if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST)
+        return ioError(errno);
     return {};
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "base/path.hpp"
 
 #include <algorithm>
@@ -9,7 +10,7 @@ std::string_view baseName(std::string_view path)
     return path.substr(path.rfind('/') + 1);
 }
 
-std::string folderOf(std::string_view path)
+std::string parentFolder(std::string_view path)
 {
     const size_t slash = path.rfind('/');
     if (slash == std::string_view::npos)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "base/temporary_file.hpp"
 
 #include "base/file.hpp"
@@ -20,14 +21,14 @@ namespace base {
 namespace {
 
 constexpr std::string_view kTemporarySuffix = ".tmp";
-constexpr size_t kLongestStem = 200; // of the 255 bytes of a file name; the rest is for pid, counter and suffix
+constexpr size_t kMaximumStemBytes = 200; // of the 255 bytes of a file name; the rest is for pid, counter and suffix
 
 std::string temporaryPrefix(std::string_view stem)
 {
-    return "." + std::string(stem.substr(0, kLongestStem)) + ".";
+    return "." + std::string(stem.substr(0, kMaximumStemBytes)) + ".";
 }
 
-// Whether name is prefix, two groups of digits with a dot between, and the suffix.
+// Whether name consists of prefix, two groups of digits with a dot between them, and the suffix.
 bool isTemporaryName(std::string_view name, std::string_view prefix)
 {
     if (!name.starts_with(prefix) || !name.ends_with(kTemporarySuffix)
@@ -47,14 +48,14 @@ bool sameFile(int descriptor, const char* path)
         && opened.st_ino == named.st_ino;
 }
 
-// 0, or the error number.
+// Returns 0 or the error number.
 int renameUnlessTaken(const char* from, const char* to)
 {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS)
         return errno;
-    // File systems that can't do both at once.
+    // The file system can't check and rename in one step.
     struct stat existing;
     if (lstat(to, &existing) == 0)
         return EEXIST;
@@ -83,12 +84,12 @@ TemporaryFile::~TemporaryFile()
     discard();
 }
 
-// The owner holds a lock on its file, and the kernel drops it with the process, however that ends. So a file whose lock
-// can be had is abandoned: a process number alone may have been given to somebody else since, or belong to another
-// machine that shares the folder.
+// The owner holds a lock on its file, and the kernel releases it when the process ends, in whatever way. So a file that
+// can be locked is abandoned. The process number alone proves nothing: another process may have got it since, or it may
+// belong to another machine that shares the folder.
 //
-// Between our open and our flock, somebody's removeAbandoned may lock and unlink the new file. We would then write into
-// a file without a name; hence the look whether the name still leads to it.
+// Between our open and our flock, the removeAbandoned of another process may lock and unlink the new file. We would
+// then write into a file without a name. So create() checks that the name still belongs to the file.
 Result<TemporaryFile> TemporaryFile::create(const std::string& folder, std::string_view stem)
 {
     static std::atomic<unsigned> counter{0};
@@ -96,7 +97,7 @@ Result<TemporaryFile> TemporaryFile::create(const std::string& folder, std::stri
         std::string path = folder + "/" + temporaryPrefix(stem) + std::to_string(getpid()) + "."
             + std::to_string(counter.fetch_add(1)) + std::string(kTemporarySuffix);
         FileDescriptor descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-        if (!descriptor && errno == EEXIST) // of a process that has or had our number, and not ours to remove
+        if (!descriptor && errno == EEXIST) // belongs to a process that has or had our number
             continue;
         if (!descriptor && errno == ENOENT)
             return Error{ErrorCode::Io, "the folder " + folder + " does not exist", ENOENT};
@@ -115,7 +116,7 @@ Result<TemporaryFile> TemporaryFile::create(const std::string& folder, std::stri
 
 Result<> TemporaryFile::sync(std::string_view targetPath)
 {
-    // A file system that can't sync (EINVAL) has no later moment at which it would lose the data.
+    // A file system that doesn't support fsync (EINVAL) has no unwritten data to lose.
     if (fsync(mDescriptor.get()) != 0 && errno != EINVAL)
         return fileError("writing", targetPath, errno);
     return {};
@@ -135,7 +136,7 @@ Result<> TemporaryFile::commit(const std::string& targetPath, Existing existing)
     return {};
 }
 
-// Not every file system can do without a name (EOPNOTSUPP; EISDIR and EINVAL from those that don't know the request).
+// Not every file system supports O_TMPFILE (EOPNOTSUPP, or EISDIR and EINVAL where the flag is unknown).
 Result<FileDescriptor> TemporaryFile::createUnnamed(const std::string& folder)
 {
     FileDescriptor file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));

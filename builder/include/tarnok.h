@@ -1,7 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /* The bank builder: compiles lists of audio files into sound banks (.tnb).
  *
- * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs,
- * and after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
+ * Call order: Tarnok_Init, then any number of Tarnok_Build, one at a time, then Tarnok_Release. While a build runs, and
+ * after it, Tarnok_FetchNextProgressItem and Tarnok_ReleaseProgressItem may be called from another thread, and
  * Tarnok_BuildCancel and Tarnok_FetchNextRemark may be called from any thread. Strings are NUL-terminated UTF-8. No
  * call throws.
  */
@@ -17,7 +18,7 @@
 #define TARNOK_API
 #endif
 
-/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+/* Enums have the width of an integer and may contain any integer value. C++ needs this declared. */
 #ifdef __cplusplus
 #define TARNOK_INT32 : int32_t
 #else
@@ -28,7 +29,7 @@
 extern "C" {
 #endif
 
-/* Result of a call. Everything but TARNOK_OK means that a build did not write its bank. */
+/* Result of a call. Any result of Tarnok_Build other than TARNOK_OK means that the bank was not written. */
 typedef enum TARNOK_RESULT TARNOK_INT32
 {
     TARNOK_OK = 0,
@@ -78,21 +79,21 @@ typedef enum TARNOK_FORMAT TARNOK_INT32
 
 /* Build flags, combined by OR. */
 #define TARNOK_BUILD_DISABLESYNCPOINTS 0x001u /* leave out the markers of the source files */
-#define TARNOK_BUILD_DONTLOOP 0x002u /* encode without regard to a seamless loop */
+#define TARNOK_BUILD_DONTLOOP 0x002u /* encode without making the loop seamless */
 #define TARNOK_BUILD_FILTERHIGHFREQ 0x004u /* XMA only */
 #define TARNOK_BUILD_DISABLESEEKING 0x008u /* XMA only */
-#define TARNOK_BUILD_OPTIMIZESAMPLERATE 0x010u /* resample to the lowest rate that keeps what is audible */
+#define TARNOK_BUILD_OPTIMIZESAMPLERATE 0x010u /* resample to the lowest rate that keeps everything audible */
 #define TARNOK_BUILD_TNB5_DONTWRITENAMES 0x080u
 #define TARNOK_BUILD_NOGUID 0x100u
 #define TARNOK_BUILD_WRITEPEAKVOLUME 0x200u
 
-/* The build flags that one sound may set apart from its bank. */
+/* The build flags that a sound may override. */
 #define TARNOK_BUILD_OVERRIDE_MASK 0x21fu
 
 /* Initialisation flags, combined by OR. */
 #define TARNOK_INIT_IGNORE_ERRORS 0x01u /* a failing sound becomes an empty one instead of ending the build */
 #define TARNOK_INIT_CREATE_HEADER 0x04u /* write a C header with names and indices beside the bank */
-#define TARNOK_INIT_REBUILD 0x08u /* encode everything again, whatever the cache holds */
+#define TARNOK_INIT_REBUILD 0x08u /* encode everything again, whatever is in the cache */
 #define TARNOK_INIT_ALWAYS 0x10u /* deliver progress items */
 
 /* Phase of one sound. */
@@ -108,11 +109,11 @@ typedef enum TARNOK_STATE TARNOK_INT32
     TARNOK_STATE_FORCEINT = 0x7fffffff
 } TARNOK_STATE;
 
-/* One report. It belongs to the library and is readable until it is released. */
+/* One report. It belongs to the library and stays valid until it is released. */
 typedef struct TARNOK_PROGRESSITEM
 {
     int32_t subSoundIndex; /* index into the array given to Tarnok_Build, or -1 for the bank as a whole */
-    int32_t threadId; /* which worker reports */
+    int32_t threadId; /* number of the worker that reports */
     TARNOK_STATE state;
     uint32_t reserved;
     const void* stateData; /* a TARNOK_STATE_DATA_FAILED when state is TARNOK_STATE_FAILED, else null */
@@ -122,7 +123,7 @@ typedef struct TARNOK_PROGRESSITEM
 typedef struct TARNOK_STATE_DATA_FAILED
 {
     TARNOK_RESULT errorCode;
-    char errorString[1]; /* in place, as long as it needs to be, NUL-terminated */
+    char errorString[1]; /* stored here with its full length, NUL-terminated */
 } TARNOK_STATE_DATA_FAILED;
 
 /* One sound of a build: one file, or several that are interleaved into one multichannel sound. */
@@ -138,34 +139,33 @@ typedef struct TARNOK_SUBSOUND
     uint32_t reserved; /* 0 */
 } TARNOK_SUBSOUND;
 
-/* Readies the library. threadCount is the number of workers, 1 to 256; what lies outside counts as the nearer of the
- * two. cacheDirectory must exist; the string need not outlive the call. A directory that can't be used only means that
- * nothing is kept. The cache takes at most 4 GiB, or as many bytes as the number in its file "limit" tells.
+/* Initialises the library. threadCount is the number of workers, clamped to 1 to 256. cacheDirectory must exist; the
+ * string need not outlive the call. If the directory can't be used, nothing is cached, and builds work all the same.
+ * The cache uses at most 4 GiB, or the number of bytes in its file "limit".
  * TARNOK_ERR_INITIALIZED: already initialised. TARNOK_ERR_INVALID_PARAM: unknown version, or no directory given. */
 TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int flags, unsigned int threadCount,
                                      const char* cacheDirectory);
 
-/* Ends the library; a running build is cancelled, and the call returns when its workers have gone. The library may be
- * initialised again at once; reports that were fetched stay readable until they are released.
+/* Shuts the library down. A running build is cancelled, and the call returns when its workers have ended. The library
+ * may be initialised again at once. Fetched reports stay valid until they are released.
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_Release(void);
 
-/* Builds one bank and blocks until it is written, has failed or was cancelled. The records, and all that they point
- * to, must stay as they are until then. quality is 0 to 100. encryptionKey may be null for a bank without a key.
- * A failed or cancelled build leaves a bank that stood at outputFileName as it was.
+/* Builds one bank, and blocks until the build has succeeded, failed or was cancelled. The subsounds, and everything
+ * that they point to, must not change until then. quality is 0 to 100. encryptionKey is null for a bank without a key.
+ * A failed or cancelled build leaves an existing bank at outputFileName unchanged.
  *
- * Every sound is tried, also after another has failed, and each failure is reported. A sound that was finished may fail
- * after all when its file is changed before the bank is written. The result is that of the first failed sound in the
- * list:
+ * All sounds are tried, even after one has failed, and each failure is reported. A finished sound can still fail if its
+ * file is changed before the bank is written. The result is that of the first failed sound in the list:
  * TARNOK_ERR_FILE_NOT_FOUND, TARNOK_ERR_FILE_OS: a source can't be read. TARNOK_ERR_INVALID_FORMAT: it isn't a sound,
  * is damaged, or has too many channels. TARNOK_ERR_ENCODER, TARNOK_ERR_ENCODER_INIT, TARNOK_ERR_KESS: an encoder or the
  * engine fails. TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD: the encoder module for XMA or AT9
  * is missing or can't be used (see tarnok_encoder.h).
- * A last report, with a subSoundIndex of -1, names up to five of the failed sounds once more, a line each.
+ * A final report, with a subSoundIndex of -1, names up to five of the failed sounds again, one per line.
  * For the bank as a whole, with a report whose subSoundIndex is -1:
- * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but no sound is left.
- * TARNOK_ERR_CACHE_CHUNK_MISSING: somebody overwrites what lies in the cache. TARNOK_ERR_INVALID_PARAM: no sounds, a
- * sound without files, an unknown format, a quality above 100, an impossible rate, an empty key or file name.
+ * TARNOK_ERR_FILE_OS: it can't be written. TARNOK_ERR_CANNOT_CONTINUE: errors are ignored, but all sounds have failed.
+ * TARNOK_ERR_CACHE_CHUNK_MISSING: another program overwrites entries of the cache. TARNOK_ERR_INVALID_PARAM: no sounds,
+ * a sound without files, an unknown format, a quality above 100, an invalid sample rate, an empty key or file name.
  * TARNOK_ERR_MEMORY.
  * Without a report: TARNOK_ERR_CANCELLED, TARNOK_ERR_UNINITIALIZED, and TARNOK_ERR_INITIALIZED while another build
  * runs. */
@@ -177,21 +177,22 @@ TARNOK_API TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_BuildCancel(void);
 
-/* Stores the oldest report that was not fetched yet, or null when there is none. Never blocks. While a build runs, a
- * caller that has been fetching for some milliseconds without a pause gets a null to look after other things; once
- * Tarnok_Build has returned, all that is left comes without one. A build that begins forgets what nobody fetched of the
- * one before. */
+/* Stores in *item the oldest report that was not fetched yet, or null if there is none. Never blocks. While a build
+ * runs, a caller that has been fetching without a pause for some milliseconds gets a null, so that it can do other
+ * work; after Tarnok_Build has returned, all remaining reports follow without such a null. A new build discards the
+ * reports of the previous one that were not fetched. */
 TARNOK_API TARNOK_RESULT Tarnok_FetchNextProgressItem(const TARNOK_PROGRESSITEM** item);
 
-/* Hands one fetched report back; its memory is gone afterwards. TARNOK_ERR_INVALID_PARAM: it isn't one. */
+/* Releases a fetched report, which becomes invalid. TARNOK_ERR_INVALID_PARAM: item isn't a fetched report. */
 TARNOK_API TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item);
 
-/* Copies the oldest remark of the running or last build that was not fetched yet into text (UTF-8, NUL-terminated, cut
- * at a character where it is longer than size), and removes it; an empty text when there is none. A remark is something
- * that a person should know though nothing failed: a cache that can't be used, a part of a sound that was left out. It
- * is one line, comes once in a build however often its cause does, and doesn't depend on TARNOK_INIT_ALWAYS. 512 bytes
- * hold nearly all of them. Never blocks. A build that begins forgets what nobody fetched of the one before.
- * TARNOK_ERR_INVALID_PARAM: no text, or a size below 5, which not every character fits into. */
+/* Removes the oldest remark of the running or last build from the queue and copies it to text: UTF-8, NUL-terminated,
+ * cut between characters if it is longer than size. The text is empty if there is no remark. A remark is a sentence for
+ * the user about something that didn't fail but should be known: a cache that can't be used, a part of a sound that was
+ * left out. It is one line, appears once per build however often its cause occurs, and doesn't depend on
+ * TARNOK_INIT_ALWAYS. Nearly all remarks fit into 512 bytes. Never blocks. A new build discards the remarks of the
+ * previous one that were not fetched. TARNOK_ERR_INVALID_PARAM: text is null, or size is below 5, which is too small
+ * for some characters. */
 TARNOK_API TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size);
 
 #ifdef __cplusplus

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A complete encoder module, as a starting point for your own. It encodes 8-bit blocks with a common exponent.
  *
  * A sound is divided into blocks of 64 frames. A block contains, for each channel, an exponent (one byte) and 64
@@ -46,7 +47,7 @@ static void encodeBlock(const float* frames, uint32_t channels, signed char* blo
     }
 }
 
-static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn)
+static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip)
 {
     float frames[FRAMES * CHANNELS];
     signed char block[(FRAMES + 1) * CHANNELS];
@@ -56,11 +57,11 @@ static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCO
     /* A codec whose blocks depend on earlier blocks encodes the end of the loop first and has it dropped as pre-skip.
      * This codec doesn't need that, and does it as an example. */
     if (sound->loops && sound->loopStart == 0)
-        *leadIn = FRAMES;
+        *preSkip = FRAMES;
     if (result == TARNOK_OK)
-        result = host->seek(host->user, -(int64_t)*leadIn);
+        result = host->seek(host->user, -(int64_t)*preSkip);
 
-    const uint64_t total = *leadIn + sound->sampleCount;
+    const uint64_t total = *preSkip + sound->sampleCount;
     for (uint64_t position = 0; position < total && result == TARNOK_OK; position += FRAMES) {
         if (host->cancelled(host->user))
             return TARNOK_ERR_CANCELLED;

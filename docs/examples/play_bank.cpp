@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens a bank, finds a sound by its name, and decodes it to a WAV file as a game would play it: up to the end of its
 // loop, the loop once more, and then to the end.
 //

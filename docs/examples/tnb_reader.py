@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads sound banks as docs/tnb-format.md describes them, with nothing but Python's standard library.
 
 Lists every field of a bank, verifies all checksums, and decodes PCM and KADPCM. Of an encrypted bank it reads only the
@@ -15,8 +16,8 @@ PCM, XMA, AT9, VORBIS, KADPCM, OPUS = range(6)
 SAMPLE_BYTES = {1: 1, 2: 2, 3: 3, 4: 4, 5: 4}
 NO_SETUP = 0xFFFFFFFF
 MASK = (1 << 64) - 1
-MOST_TABLES, MOST_SETUP, MOST_CHUNKS, MOST_NAME = 32 << 20, 1 << 20, 8 << 20, 65535
-MOST_SYNC_POINTS, MOST_SEEK_POINTS, MOST_LEAD_IN, MOST_PACKET = 65536, 131072, 131072, (1 << 21) - 1
+MAXIMUM_TABLES, MAXIMUM_SETUP, MAXIMUM_CHUNKS, MAXIMUM_NAME = 32 << 20, 1 << 20, 8 << 20, 65535
+MAXIMUM_SYNC_POINTS, MAXIMUM_SEEK_POINTS, MAXIMUM_PRE_SKIP, MAXIMUM_PACKET = 65536, 131072, 131072, (1 << 21) - 1
 
 
 class Damaged(Exception):
@@ -180,7 +181,7 @@ def read_header(data):
     return header
 
 
-ROW = (("codec", "B"), ("sampleFormat", "B"), ("channels", "H"), ("rate", "I"), ("length", "Q"), ("leadIn", "I"),
+ROW = (("codec", "B"), ("sampleFormat", "B"), ("channels", "H"), ("rate", "I"), ("length", "Q"), ("preSkip", "I"),
        ("quality", "B"), (None, "3x"), ("setup", "I"), ("chunksBytes", "I"), ("chunksChecksum", "Q"),
        ("chunksOffset", "Q"), ("dataOffset", "Q"), ("dataBytes", "Q"), ("dataChecksum", "Q"), ("nameOffset", "I"),
        ("nameBytes", "I"))
@@ -208,7 +209,7 @@ class Bank:
     def _read_tables(self):
         h = self.header
         begin, end = h["headerBytes"], h["headerBytes"] + h["tablesBytes"]
-        require(h["tablesBytes"] <= MOST_TABLES, "size of the tables")
+        require(h["tablesBytes"] <= MAXIMUM_TABLES, "size of the tables")
         require(checksum(self.part(begin, h["tablesBytes"])) == h["tablesChecksum"], "checksum of the tables")
         require(96 <= h["rowBytes"] <= 4096 and h["quality"] <= 100, "header")
         has_names = h["flags"] & HAS_NAMES
@@ -236,7 +237,7 @@ class Bank:
             require(hashed == name_hash(self.sounds[sound]["name"]), "hash of a name")
 
     def _read_setup(self, offset, expected, size):
-        require(size <= MOST_SETUP, "size of a setup")
+        require(size <= MAXIMUM_SETUP, "size of a setup")
         setup = bytes(self.part(offset, size))
         require(checksum(setup) == expected, "checksum of a setup")
         return setup
@@ -245,8 +246,8 @@ class Bank:
         values = struct.unpack_from("<" + "".join(code for _, code in ROW), row)
         sound = dict(zip((name for name, _ in ROW if name), values))
         require(1 <= sound["channels"] <= 32 and 1 <= sound["rate"] <= 768000, "row of a sound")
-        require(sound["length"] <= 1 << 48 and sound["leadIn"] <= MOST_LEAD_IN, "length of a sound")
-        require(sound["chunksBytes"] <= MOST_CHUNKS and sound["nameBytes"] <= MOST_NAME, "row of a sound")
+        require(sound["length"] <= 1 << 48 and sound["preSkip"] <= MAXIMUM_PRE_SKIP, "length of a sound")
+        require(sound["chunksBytes"] <= MAXIMUM_CHUNKS and sound["nameBytes"] <= MAXIMUM_NAME, "row of a sound")
         require(sound["nameOffset"] + sound["nameBytes"] <= len(names), "a name lies outside the names")
         sound["name"] = bytes(names[sound["nameOffset"]:][:sound["nameBytes"]])
         require(0 not in sound["name"], "zero in a name")
@@ -331,20 +332,20 @@ def read_sync_points(payload, length):
     while at < len(payload):
         frame, size = struct.unpack_from("<QI", payload, at)
         name = bytes(payload[at + 12:at + 12 + size])
-        require(frame <= length and size <= MOST_NAME and 0 not in name, "sync points")
+        require(frame <= length and size <= MAXIMUM_NAME and 0 not in name, "sync points")
         points.append((frame, name))
         at += 12 + size
     require(at == len(payload) and points == sorted(points, key=lambda point: point[0]), "sync points")
-    require(len(points) <= MOST_SYNC_POINTS, "number of sync points")
+    require(len(points) <= MAXIMUM_SYNC_POINTS, "number of sync points")
     return points
 
 
 def read_seek_points(payload, sound):
-    require(len(payload) % 16 == 0 and len(payload) // 16 <= MOST_SEEK_POINTS, "number of seek points")
+    require(len(payload) % 16 == 0 and len(payload) // 16 <= MAXIMUM_SEEK_POINTS, "number of seek points")
     points = list(struct.iter_unpack("<QQ", payload))
     for (position, offset), before in zip(points, [(0, 0)] + points):
         require(position > before[0] and offset > before[1], "order of the seek points")
-        require(position <= sound["leadIn"] + sound["length"] and offset < sound["dataBytes"], "a seek point")
+        require(position <= sound["preSkip"] + sound["length"] and offset < sound["dataBytes"], "a seek point")
     return points
 
 

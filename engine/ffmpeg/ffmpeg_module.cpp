@@ -1,4 +1,5 @@
-// The decoder module on FFmpeg's libraries: what the engine's own decoders lack.
+// SPDX-License-Identifier: MIT
+// The decoder module, over FFmpeg's libraries, for what the engine's own decoders can't decode.
 #include "decode/decoder_module.h"
 #include "packet_length.hpp"
 #include "parse/vorbis_setup_check.hpp"
@@ -49,7 +50,7 @@ struct FreeFrame
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
 
-// A file's position for FFmpeg's own reading.
+// The file and the position at which FFmpeg reads it.
 struct Input
 {
     KESS_MODULE_INPUT file{};
@@ -87,14 +88,14 @@ int64_t seekInput(void* user, int64_t offset, int whence)
     return target;
 }
 
-// Containers may name other files and addresses. None is ever followed.
+// Containers may refer to other files and addresses, which are never opened.
 int refuseOther(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
 {
     return AVERROR(EPERM);
 }
 
-// The stream to decode: the first sound that is marked as the default one, or else the first. FFmpeg's own choice
-// passes over streams whose rate is known to the codec only.
+// The stream to decode: the first sound that is marked as the default one, otherwise the first. FFmpeg's own selection
+// ignores streams whose rate only the codec knows.
 std::optional<unsigned> findSound(const AVFormatContext& format)
 {
     std::optional<unsigned> first;
@@ -110,9 +111,9 @@ std::optional<unsigned> findSound(const AVFormatContext& format)
     return first;
 }
 
-// The third of the headers that a container keeps beside a Vorbis stream: each after its length in two bytes, or all
-// after the lengths of the first two, counted in the manner of Xiph (one byte fewer than there are headers comes
-// first). Empty when they don't add up.
+// The third of the headers that a container stores beside a Vorbis stream. Either each follows its length in two bytes,
+// or all follow the lengths of the first two in the encoding of Xiph, after a byte with their number minus one. Empty
+// if the lengths are wrong.
 std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
 {
     constexpr size_t kIdentificationBytes = 30;
@@ -135,40 +136,40 @@ std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
     return position > 0 && position < headers.size() ? headers.subspan(position) : std::span<const uint8_t>();
 }
 
-bool isBearableSetup(std::span<const uint8_t> packet)
+bool isBoundedSetup(std::span<const uint8_t> packet)
 {
-    return kess::vorbisSetupBytes(packet.data(), packet.size()).has_value();
+    return engine::vorbisSetupBytes(packet.data(), packet.size()).has_value();
 }
 
-// Whether a codec may get what the container keeps for it. Decoders allocate for each channel, and for what the headers
-// declare, as soon as they are opened.
+// Whether a codec may get the headers in the container. When they are opened, decoders allocate memory for each channel
+// and for everything that the headers declare.
 KESS_RESULT checkParameters(const AVCodecParameters& parameters)
 {
     if (parameters.ch_layout.nb_channels > KESS_MAX_CHANNELS)
         return KESS_ERR_TOOMANYCHANNELS;
     if (parameters.codec_id != AV_CODEC_ID_VORBIS || parameters.extradata_size <= 0)
         return KESS_OK;
-    return isBearableSetup(vorbisSetup({parameters.extradata, static_cast<size_t>(parameters.extradata_size)}))
+    return isBoundedSetup(vorbisSetup({parameters.extradata, static_cast<size_t>(parameters.extradata_size)}))
         ? KESS_OK
         : KESS_ERR_FILE_BAD;
 }
 
-// The same for a packet: FFmpeg's Vorbis decoder takes headers among the packets of sound, too.
+// The same for a packet: FFmpeg's Vorbis decoder also accepts headers among the packets of sound.
 bool isBearable(AVCodecID codec, const AVPacket& packet)
 {
     constexpr uint8_t kSetupHeader = 5;
     return codec != AV_CODEC_ID_VORBIS || packet.size < 1 || packet.data[0] != kSetupHeader
-        || isBearableSetup({packet.data, static_cast<size_t>(packet.size)});
+        || isBoundedSetup({packet.data, static_cast<size_t>(packet.size)});
 }
 
-// How the samples of a frame reach the caller.
+// How the samples of a frame are delivered.
 enum class Delivery
 {
     Float,
     Integer
 };
 
-// Demuxer and decoder of one sound, from the start of the file to its end.
+// The demuxer and decoder of one sound, from the start of the file to its end.
 class Stream
 {
 public:
@@ -180,7 +181,7 @@ public:
     // The next packet of the sound; null at the end.
     [[nodiscard]] const AVPacket* nextPacket();
 
-    // The next frame; null at the end, and where nothing more can be decoded.
+    // The next frame; null at the end and where nothing more can be decoded.
     [[nodiscard]] const AVFrame* nextFrame();
 
 private:
@@ -209,7 +210,7 @@ KESS_RESULT Stream::open(const KESS_MODULE_INPUT& file, const char* container)
 KESS_RESULT Stream::openContainer(const char* container)
 {
     constexpr int kIoBufferBytes = 32768;
-    constexpr int kMaxStreams = 64;
+    constexpr int kMaximumStreams = 64;
     const AVInputFormat* input = av_find_input_format(container);
     if (!input)
         return KESS_ERR_FORMAT;
@@ -227,7 +228,7 @@ KESS_RESULT Stream::openContainer(const char* container)
     format->pb = mIo.get();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
     format->io_open = refuseOther;
-    format->max_streams = kMaxStreams;
+    format->max_streams = kMaximumStreams;
     format->format_whitelist = av_strdup(input->name);
     format->protocol_whitelist = av_strdup("none");
     // On failure the context is freed by the call.
@@ -285,12 +286,12 @@ const AVFrame* Stream::nextFrame()
         if (packet && !isBearable(mCodec->codec_id, *packet))
             return nullptr;
         mDraining = !packet;
-        // A packet that can't be decoded leaves a gap, as in any player; the length check at the end tells of it.
+        // A packet that can't be decoded leaves a gap, as in any player. The length check at the end detects it.
         static_cast<void>(avcodec_send_packet(mCodec.get(), packet));
     }
 }
 
-// What a sound counts as, and how it is handed over.
+// The reported format of a sound, and how it is delivered.
 struct Shape
 {
     KESS_SOUND_FORMAT format;
@@ -303,7 +304,7 @@ bool isLossless(AVCodecID id)
     return descriptor && descriptor->props & AV_CODEC_PROP_LOSSLESS && !(descriptor->props & AV_CODEC_PROP_LOSSY);
 }
 
-std::optional<Shape> shapeOf(const AVCodecContext& codec, const AVFrame& frame)
+std::optional<Shape> deliveredShape(const AVCodecContext& codec, const AVFrame& frame)
 {
     const auto kind = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(frame.format));
     const bool isKnown = kind == AV_SAMPLE_FMT_U8 || kind == AV_SAMPLE_FMT_S16 || kind == AV_SAMPLE_FMT_S32
@@ -328,9 +329,9 @@ template <typename Sample>
 Sample sampleAt(const AVFrame& frame, int channel, int index, int channels, bool planar)
 {
     const uint8_t* plane = frame.extended_data[planar ? channel : 0];
-    const auto place = static_cast<size_t>(planar ? index : index * channels + channel);
+    const auto position = static_cast<size_t>(planar ? index : index * channels + channel);
     Sample sample;
-    std::memcpy(&sample, plane + place * sizeof sample, sizeof sample);
+    std::memcpy(&sample, plane + position * sizeof sample, sizeof sample);
     return sample;
 }
 
@@ -356,7 +357,7 @@ float floatAt(const AVFrame& frame, AVSampleFormat kind, bool planar, int channe
     return static_cast<float>(integerAt(frame, kind, planar, channel, index, channels)) * 0x1p-31f;
 }
 
-// One decoder of the module: a stream, cut to the length that was told on opening.
+// One decoder of the module: a stream, cut to the length that was reported on opening.
 class ModuleDecoder
 {
 public:
@@ -365,11 +366,12 @@ public:
         KESS_RESULT result = mStream.open(input, container);
         if (result != KESS_OK)
             return result;
-        // Some containers leave rate, channels and depth to the codec, and some codecs to the first frame.
+        // Some containers store rate, channels and depth only in the codec's headers, and some codecs only in the first
+        // frame.
         mFrame = mStream.nextFrame();
         if (!mFrame)
             return KESS_ERR_FILE_BAD;
-        const std::optional<Shape> shape = shapeOf(mStream.codec(), *mFrame);
+        const std::optional<Shape> shape = deliveredShape(mStream.codec(), *mFrame);
         if (!shape)
             return KESS_ERR_FORMAT;
         mDelivery = shape->delivery;
@@ -416,14 +418,14 @@ public:
     }
 
 private:
-    // Fills in the number of samples: what the container says where it counts in samples, else the sum over all
-    // packets, which are read through without being decoded.
+    // Fills in the number of samples: the container's, if it counts samples, otherwise the sum over all packets, which
+    // are read without being decoded.
     [[nodiscard]] KESS_RESULT measure(const KESS_MODULE_INPUT& input, const char* container, KESS_MODULE_FACTS* facts)
     {
         const AVStream& stream = mStream.stream();
         const AVRational samples{1, facts->sampleRate};
-        if (kess::durationCountsSamples(container) && stream.duration > 0) {
-            // In Ogg, what a player of Opus drops at the start counts for the duration.
+        if (engine::durationCountsSamples(container) && stream.duration > 0) {
+            // In Ogg, the duration of Opus includes the pre-skip.
             const bool countsPreSkip = stream.codecpar->codec_id == AV_CODEC_ID_OPUS && container == "ogg"sv;
             const int64_t dropped = countsPreSkip ? stream.codecpar->initial_padding : 0;
             const int64_t length = av_rescale_q(stream.duration, stream.time_base, samples) - dropped;
@@ -435,7 +437,7 @@ private:
         const KESS_RESULT result = scan.open(input, container);
         if (result != KESS_OK)
             return result;
-        kess::PacketLength length(scan.codec(), scan.stream(), mSamplesOfFirst, facts->sampleRate);
+        engine::PacketLength length(scan.codec(), scan.stream(), mSamplesOfFirst, facts->sampleRate);
         while (const AVPacket* packet = scan.nextPacket())
             length.add(*packet);
         facts->sampleCount = length.samples();
@@ -470,8 +472,8 @@ private:
     int mSamplesOfFirst = 0;
     Delivery mDelivery = Delivery::Float;
     uint64_t mLeft = 0;
-    // Containers may claim a little more than there is, those that count in milliseconds above all. Up to a second is
-    // made up with silence, in order that every sound is as long as it says; what is missing beyond that is damage.
+    // Containers may declare a little more than exists, above all those that count milliseconds. Up to a second is
+    // filled with silence, so that every sound has its declared length. If more is missing, the file is damaged.
     uint64_t mSilence = 0;
 };
 
@@ -507,9 +509,9 @@ extern "C" __attribute__((visibility("default"))) const KESS_DECODER_MODULE* kes
     static const KESS_DECODER_MODULE module{KESS_DECODER_MODULE_VERSION, openModule, readModule, closeModule};
     static std::once_flag prepared;
     std::call_once(prepared, [] {
-        // FFmpeg reports every oddity of a file to the standard error stream of whoever uses it.
+        // FFmpeg would report every oddity of a file on the program's standard error stream.
         av_log_set_callback([](void*, int, const char*, va_list) {});
-        // Some demuxers ask for as much memory as a header claims. The index of a day of sound needs 100 MB.
+        // Some demuxers allocate as much memory as a header declares. The index of a day of sound needs 100 MB.
         constexpr size_t kLargestBlock = 128u << 20;
         av_max_alloc(kLargestBlock);
     });

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "packet_length.hpp"
 
 extern "C" {
@@ -7,7 +8,7 @@ extern "C" {
 #include <algorithm>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 bool durationCountsSamples(const char* container)
 {
@@ -41,7 +42,7 @@ PacketLength::PacketLength(const AVCodecContext& codec, const AVStream& stream, 
 
 void PacketLength::add(const AVPacket& packet)
 {
-    mSamples += lengthOf(packet);
+    mSamples += countSamples(packet);
     if (mIsFirst)
         mSamples -= codecDelay();
     size_t size = 0;
@@ -53,16 +54,16 @@ void PacketLength::add(const AVPacket& packet)
     mIsFirst = false;
 }
 
-int64_t PacketLength::lengthOf(const AVPacket& packet)
+int64_t PacketLength::countSamples(const AVPacket& packet)
 {
     switch (mStream.codecpar->codec_id) {
     case AV_CODEC_ID_WMAV1:
     case AV_CODEC_ID_WMAV2:
         return wmaLength(packet);
     case AV_CODEC_ID_AAC:
-        return mSamplesOfFirst; // the packets' own durations don't know of spectral band replication
+        return mSamplesOfFirst; // the packets' own durations ignore spectral band replication
     case AV_CODEC_ID_ALAC:
-        // A frame shorter than the others has a flag behind its tag, and its length behind that.
+        // A frame shorter than the others has a flag after its tag, followed by its length.
         if (packet.size >= 7 && packet.data[2] & 0x10)
             return std::min<int64_t>((AV_RB64(packet.data) >> 9) & 0xffffffff, mSamplesOfFirst);
         return mSamplesOfFirst;
@@ -85,7 +86,7 @@ int64_t PacketLength::codecDelay() const
         return mStream.codecpar->initial_padding;
     case AV_CODEC_ID_WMAV1:
     case AV_CODEC_ID_WMAV2:
-        // The decoder drops two frames at the start, and makes one more at the end.
+        // The decoder drops two frames at the start and adds one at the end.
         return wmaFrame();
     default:
         return 0;
@@ -121,10 +122,10 @@ int64_t PacketLength::wmaLength(const AVPacket& packet)
     const bool usesReservoir = flags & 2;
     if (packet.size < 1)
         return 0;
-    // With a bit reservoir a packet tells how many frames begin in it; the rest of the last one comes with the next
-    // packet, and is counted there.
+    // With a bit reservoir, a packet contains the number of frames that begin in it. The rest of the last one is in the
+    // next packet and is counted there.
     const int frames = usesReservoir ? (packet.data[0] & 15) - (mIsFirst ? 1 : 0) : 1;
     return std::max(frames, 0) * wmaFrame();
 }
 
-} // namespace kess
+} // namespace engine

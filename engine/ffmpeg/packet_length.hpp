@@ -1,4 +1,5 @@
-// How many samples a stream decodes to, told from its packets without decoding them.
+// SPDX-License-Identifier: MIT
+// The number of samples that a stream decodes to, from its packets, without decoding them.
 #pragma once
 
 extern "C" {
@@ -9,17 +10,17 @@ extern "C" {
 #include <cstdint>
 #include <memory>
 
-namespace kess {
+namespace engine {
 
-// Whether a container's own duration counts samples. The others count in milliseconds, estimate it from the bit rate,
-// or know nothing.
+// Whether a container's own duration counts samples. Other containers count milliseconds, estimate the duration from
+// the bit rate, or have none.
 [[nodiscard]] bool durationCountsSamples(const char* container);
 
 // Adds up the packets of one stream.
 class PacketLength
 {
 public:
-    // samplesOfFirst is what the stream's first frame decoded to, at sampleRate.
+    // samplesOfFirst is the number of samples of the stream's first frame, at sampleRate.
     PacketLength(const AVCodecContext& codec, const AVStream& stream, int samplesOfFirst, int sampleRate);
 
     void add(const AVPacket& packet);
@@ -35,12 +36,12 @@ private:
         void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
     };
 
-    [[nodiscard]] int64_t lengthOf(const AVPacket& packet);
+    [[nodiscard]] int64_t countSamples(const AVPacket& packet);
     [[nodiscard]] int64_t parsedLength(const AVPacket& packet);
     [[nodiscard]] int64_t wmaLength(const AVPacket& packet);
     [[nodiscard]] int64_t wmaFrame() const;
 
-    // Samples that the decoder takes for itself.
+    // The samples that the decoder doesn't deliver.
     [[nodiscard]] int64_t codecDelay() const;
 
     const AVStream& mStream;
@@ -52,4 +53,4 @@ private:
     bool mIsFirst = true;
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The audio engine's plain C side: results, enums and records. The classes are in kess.hpp. */
 #ifndef KESS_H
 #define KESS_H
@@ -11,14 +12,14 @@
 #define KESS_API
 #endif
 
-/* Enums have the width of an integer, and any integer may arrive in one: C++ must be told so. */
+/* Enums have the width of an integer and may contain any integer, which must be stated for C++. */
 #ifdef __cplusplus
 #define KESS_INT32 : int32_t
 #else
 #define KESS_INT32
 #endif
 
-/* Version of this header, handed to KESS_System_Create: 2.03.08 in binary-coded decimal. */
+/* Version of this header, passed to KESS_System_Create: 2.03.08 in binary-coded decimal. */
 #define KESS_VERSION 0x00020308u
 
 /* Result of a call. A file's fault is always one of FILE_BAD, FILE_COULDNOTSEEK, FILE_NOTFOUND, FORMAT,
@@ -27,8 +28,8 @@ typedef enum KESS_RESULT KESS_INT32
 {
     KESS_OK = 0,
     KESS_ERR_FILE_BAD = 13, /* no regular file, unreadable, empty, or damaged so that nothing can be read */
-    KESS_ERR_FILE_COULDNOTSEEK = 14, /* the file can't be read at the position wanted */
-    KESS_ERR_FILE_EOF = 16, /* the end of the sound was reached: fewer samples than wanted, or none */
+    KESS_ERR_FILE_COULDNOTSEEK = 14, /* the file can't be read at that position */
+    KESS_ERR_FILE_EOF = 16, /* the end of the sound was reached: fewer samples than requested, or none */
     KESS_ERR_FILE_NOTFOUND = 18,
     KESS_ERR_FORMAT = 19, /* no decoder knows the file, or it is not of the suggested type */
     KESS_ERR_HEADER_MISMATCH = 20,
@@ -38,13 +39,13 @@ typedef enum KESS_RESULT KESS_INT32
     KESS_ERR_INVALID_POSITION = 32,
     KESS_ERR_INVALID_SYNCPOINT = 34,
     KESS_ERR_MEMORY = 38,
-    KESS_ERR_SUBSOUNDS = 60, /* asks a bank for samples, or a plain sound for its subsounds */
+    KESS_ERR_SUBSOUNDS = 60, /* a bank has no samples of its own, and a plain sound no subsounds */
     KESS_ERR_TAGNOTFOUND = 63, /* no subsound of that name, no peak, no sync point */
     KESS_ERR_TOOMANYCHANNELS = 64, /* more than KESS_MAX_CHANNELS */
     KESS_ERR_TRUNCATED = 65, /* the text didn't fit the buffer and was cut */
     KESS_ERR_UNINITIALIZED = 67,
     KESS_ERR_UNSUPPORTED = 68, /* the sound was recognised but can't be decoded here */
-    KESS_ERR_VERSION = 69, /* a bank of a version that this engine doesn't read */
+    KESS_ERR_VERSION = 69, /* a bank of a version that this engine can't read */
     KESS_ERR_KEY_WRONG = 70, /* the key does not fit the encrypted bank */
     KESS_RESULT_FORCEINT = 0x7fffffff
 } KESS_RESULT;
@@ -107,17 +108,17 @@ typedef enum KESS_TIMEUNIT KESS_INT32
 } KESS_TIMEUNIT;
 
 /* Modes of createSound, combined by OR. Every sound of this engine is a stream that opens without decoding. With
- * KESS_MODE_OPENONLY, getSubSound doesn't prepare decoding either, which is quicker for those who want the facts alone;
- * the first call that reads or seeks does, and reports what it finds wrong. */
+ * KESS_MODE_OPENONLY, getSubSound doesn't prepare decoding either, which is quicker if only the facts are needed. The
+ * first call that reads or seeks prepares it, and reports the faults that it finds. */
 #define KESS_MODE_DEFAULT 0x00000000u
 #define KESS_MODE_CREATESTREAM 0x00000080u
 #define KESS_MODE_OPENONLY 0x00002000u
 #define KESS_MODE_LOWMEM 0x08000000u
 
-/* How a bank keeps the data of a sound. */
+/* How a bank stores the data of a sound. */
 typedef enum KESS_CODEC KESS_INT32
 {
-    KESS_CODEC_PCM = 0, /* as it was: nothing lost, nothing saved */
+    KESS_CODEC_PCM = 0, /* unchanged samples */
     KESS_CODEC_XMA = 1, /* an external encoder's: not decoded here */
     KESS_CODEC_AT9 = 2, /* an external encoder's: not decoded here */
     KESS_CODEC_VORBIS = 3,
@@ -136,13 +137,13 @@ typedef struct KESS_BANKINFO
     int32_t encrypted; /* 1 or 0 */
     uint64_t fileBytes; /* size of the file */
     KESS_CODEC codec; /* that the bank was made for; a sound may have another */
-    int32_t quality; /* that the bank was made with, 0 to 100; means nothing to PCM and KADPCM */
+    int32_t quality; /* that the bank was made with, 0 to 100; 0 where the codec has none */
     int32_t hasNames; /* 1 or 0 */
     int32_t hasGuid; /* 1 or 0 */
     uint8_t guid[16]; /* in the order in which it is printed; zeros without one */
 } KESS_BANKINFO;
 
-/* How a bank keeps a sound, from getEncoding. */
+/* How a bank stores a sound, from getEncoding. */
 typedef struct KESS_ENCODING
 {
     int32_t cbsize; /* size of this record in bytes, set by the caller */
@@ -150,16 +151,16 @@ typedef struct KESS_ENCODING
     int32_t quality; /* 1 to 100, 0 where the codec has none */
     int32_t reserved;
     uint64_t dataBytes; /* size of the encoded samples */
-    uint64_t extraBytes; /* size of what belongs to this sound alone beside them: seek table, loop, sync points */
+    uint64_t extraBytes; /* size of the rest that belongs to this sound alone: seek table, loop, sync points */
 } KESS_ENCODING;
 
-/* Takes what verifyBank finds. sound: the index of the sound that is meant, or -1 for the bank. result:
- * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK
- * for a remark on what is whole but could be better. text: the finding in words, English, valid during the call.
- * Returns 0 to have no more looked at, anything else to go on. Must not throw. */
+/* Receives the findings of verifyBank. sound: the index of the sound, or -1 for the bank. result: KESS_ERR_FILE_BAD for
+ * damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK for a remark on
+ * something that is whole but could be better. text: the finding in words, English, valid during the call. Returns 0 to
+ * stop, anything else to continue. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
-/* What createSound may be told beforehand. Zero everything that is not set. */
+/* Optional arguments of createSound. Set all other members to zero. */
 typedef struct KESS_CREATESOUNDEXINFO
 {
     int32_t cbsize; /* size of this record in bytes: 224 */

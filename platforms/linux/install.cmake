@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The files and destinations of `cmake --install` and of the package. The programs are installed in an application
 # folder, with their libraries in its subfolder lib/, as in the build folder. bin/ contains links to the programs.
 

@@ -1,4 +1,5 @@
-// Thousands of banks that somebody tampered with, most of them with every checksum made to fit again.
+// SPDX-License-Identifier: MIT
+// Thousands of banks with modified bytes, most of them with all checksums corrected.
 #include "bank/checksum.hpp"
 #include "layout.hpp"
 #include "support/bank_maker.hpp"
@@ -22,7 +23,7 @@ namespace {
 
 constexpr const char* kKey = "key";
 
-// How often each bank is tampered with in each way; TARNOK_MUTANTS multiplies it, for a longer run.
+// How many mutants of each kind are made of each bank; TARNOK_MUTANTS multiplies the number for a longer run.
 int mutants()
 {
     constexpr int kUsual = 680; // about 20,700 mutants in all
@@ -30,28 +31,28 @@ int mutants()
     return kUsual * (factor ? std::max(std::atoi(factor), 1) : 1);
 }
 
-// A small bank may take as much memory as the decoders and Argon2id ask for, whatever numbers stand in it. What asks
-// for more is refused, and told by the engine. The sanitizers need all the memory there is.
+// A small bank may take as much memory as the decoders and Argon2id need, whatever numbers it contains. A larger
+// allocation fails, and the engine reports that. The sanitizers need unlimited memory.
 void limitMemory()
 {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    constexpr rlim_t kMost = 80 << 20;
+    constexpr rlim_t kMaximumBytes = 80 << 20;
     rlim_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
     rlimit limit{};
     getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = pages * rlim_t(sysconf(_SC_PAGESIZE)) + kMost;
+    limit.rlim_cur = pages * rlim_t(sysconf(_SC_PAGESIZE)) + kMaximumBytes;
     ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
 #endif
 }
 
-std::vector<EncodedSound> soundsOf(Codec codec)
+std::vector<EncodedSound> makeSounds(Codec codec)
 {
     std::vector<EncodedSound> sounds;
     const uint32_t rate = codec == Codec::Opus ? 48'000 : 44'100;
     for (const int channels : {1, 2}) {
         MemorySound sound(channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f));
-        sound.setLoop(bank::Loop{500, 2'900});
+        sound.setLoop(base::Loop{500, 2'900});
         sounds.push_back(encode(codec, sound, 30, "sound " + std::to_string(channels)));
         sounds.back().sound.syncPoints = {{10, "first"}, {2'999, "last"}};
         sounds.back().sound.peak = 0.5f;
@@ -59,8 +60,8 @@ std::vector<EncodedSound> soundsOf(Codec codec)
     return sounds;
 }
 
-// The parts of a bank that are tampered with one at a time: header, tables, chunks, setup and data.
-std::vector<std::span<uint8_t>> partsOf(std::vector<uint8_t>& bytes)
+// The parts of a bank that are modified one at a time: header, tables, chunks, setup and data.
+std::vector<std::span<uint8_t>> findParts(std::vector<uint8_t>& bytes)
 {
     using namespace bank::layout;
     const std::span all = bytes;
@@ -79,7 +80,7 @@ std::vector<std::span<uint8_t>> partsOf(std::vector<uint8_t>& bytes)
     return parts;
 }
 
-// Has the bytes as a file used and verified.
+// Writes the bytes to a file, and has the engine use and verify it.
 void tryBank(const std::vector<uint8_t>& bytes)
 {
     test::writeFile("mutant.tnb", bytes);
@@ -91,27 +92,27 @@ void tryBank(const std::vector<uint8_t>& bytes)
 class HostileBank : public testing::TestWithParam<Codec>
 { };
 
-TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsTamperedWith)
+TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsModified)
 {
-    const std::vector<uint8_t> bytes = makeBank(soundsOf(GetParam()));
-    const std::vector<uint8_t> encrypted = makeBank(soundsOf(GetParam()), {}, kKey);
+    const std::vector<uint8_t> bytes = makeBank(makeSounds(GetParam()));
+    const std::vector<uint8_t> encrypted = makeBank(makeSounds(GetParam()), {}, kKey);
     tryBank(bytes);
     tryBank(encrypted);
     limitMemory();
     Noise noise(uint64_t(GetParam()) + 1);
     for (int i = 0; i < mutants() && !HasFatalFailure(); ++i) {
         std::vector<uint8_t> mutant = bytes;
-        const size_t count = partsOf(mutant).size();
+        const size_t count = findParts(mutant).size();
         for (size_t part = 0; part < count; ++part) {
             mutant = bytes;
-            std::span<uint8_t> tampered = partsOf(mutant)[part];
+            std::span<uint8_t> tampered = findParts(mutant)[part];
             for (uint32_t hits = noise.next() % 3 + 1; hits > 0; --hits)
                 tamper(tampered, noise);
             if (i % 4)
                 sealBank(&mutant);
             else
-                bank::storeLittle(mutant.data() + 152, bank::checksum(std::span(mutant).first(152)));
-            // Some by a maker who has the key.
+                base::storeLittle(mutant.data() + 152, bank::checksum(std::span(mutant).first(152)));
+            // Some mutants are made with the key.
             tryBank(i % 6 ? mutant : encryptBank(mutant, kKey));
         }
         mutant.assign(bytes.begin(), bytes.begin() + ptrdiff_t(noise.next() % bytes.size()));
@@ -120,7 +121,7 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsTamperedWith)
         if (i % 8 == 0) {
             mutant = encrypted;
             tamper(std::span(mutant).first(i % 16 ? 120 : mutant.size()), noise);
-            bank::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
+            base::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
             tryBank(mutant);
         }
     }

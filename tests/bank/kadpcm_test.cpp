@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bank/kadpcm.hpp"
 
 #include <gtest/gtest.h>
@@ -35,7 +36,7 @@ Encoded encode(const Samples& samples, int channels, size_t framesAtOnce = 1 << 
     return encoded;
 }
 
-// Decodes to the last byte; empty when the bytes don't fit the samples.
+// Decodes all bytes; empty if their number doesn't match that of the samples.
 Samples decode(const std::vector<uint8_t>& bytes, int channels, size_t frames)
 {
     Samples samples(frames * size_t(channels));
@@ -129,7 +130,7 @@ TEST(Kadpcm, EverySoundStaysWithinItsBitsAndAboveItsQuality)
     }
 }
 
-TEST(Kadpcm, ConstantSamplesComeBackExactlyAndCostNearlyNothing)
+TEST(Kadpcm, ConstantSamplesAreExactAndTakeAlmostNoSpace)
 {
     for (const int value : {0, 1, -1, 12'345, 32'767, -32'768}) {
         const Samples samples(50'000, int16_t(value));
@@ -152,9 +153,9 @@ TEST(Kadpcm, ShortSoundsAreNoWorseThanLongOnes)
     EXPECT_TRUE(encode({}, 1).bytes.empty());
 }
 
-TEST(Kadpcm, TheSameSamplesGiveTheSameBytesHoweverTheyAreCut)
+TEST(Kadpcm, TheSameSamplesGiveTheSameBytesHoweverTheyAreDivided)
 {
-    // Several segments each, one of them with the most channels.
+    // Sounds of several segments, one of them with the maximum number of channels.
     for (const int channels : {1, 32}) {
         const size_t frames = 2 * Encoder::kSegmentSamples / size_t(channels) + 12'345;
         Samples samples = fadingNoise(frames * size_t(channels));
@@ -167,7 +168,7 @@ TEST(Kadpcm, TheSameSamplesGiveTheSameBytesHoweverTheyAreCut)
     }
 }
 
-TEST(Kadpcm, ChannelsThatResembleEachOtherShareTheirBits)
+TEST(Kadpcm, SimilarChannelsShareTheirBits)
 {
     const Samples left = noise(50'000, 12'000);
     const Samples other = make(50'000, [](size_t n) { return 30 * sine(n, 700, 44'100); });
@@ -191,12 +192,12 @@ TEST(Kadpcm, DamagedBytesAreRefusedOrDecodeToSomething)
     const std::vector<uint8_t> good = encode(samples, kChannels).bytes;
     Samples out(samples.size());
     for (size_t size = 0; size < good.size(); ++size) {
-        // A vector of exactly that size, so that a read behind it is noticed.
+        // A vector of exactly that size, so that a read past its end is noticed.
         const std::vector<uint8_t> cut(good.begin(), good.begin() + ptrdiff_t(size));
         EXPECT_EQ(superblockBytes(cut, kChannels), 0U) << size;
         EXPECT_EQ(decodeSuperblock(cut, kChannels, kFrames, out.data()), 0U) << size;
     }
-    // Another number of frames is noticed too.
+    // A wrong number of frames is noticed too.
     EXPECT_EQ(decodeSuperblock(good, kChannels, kFrames / 2, out.data()), 0U);
     Samples larger(kChannels * kSuperblockFrames);
     EXPECT_EQ(decodeSuperblock(good, kChannels, kSuperblockFrames, larger.data()), 0U);
@@ -205,7 +206,7 @@ TEST(Kadpcm, DamagedBytesAreRefusedOrDecodeToSomething)
     int refused = 0;
     for (int i = 0; i < 30'000; ++i) {
         std::vector<uint8_t> bytes = good;
-        if (i % 3 == 0) { // nothing but chance behind a likely header
+        if (i % 3 == 0) { // random bytes after a plausible header
             for (uint8_t& byte : bytes)
                 byte = uint8_t(random());
             bytes[0] = uint8_t(bytes.size() / 2);

@@ -1,8 +1,12 @@
-// The parts of the pipeline that can't be judged from outside: resampling around loops, dither, how files are told
-// from each other, and the way of the reports.
+// SPDX-License-Identifier: MIT
+// The parts of the pipeline that can't be tested from outside: resampling around loops, dither, the identity of files,
+// and the delivery of reports.
 #include "bank/checksum.hpp"
+#include "base/temporary_file.hpp"
 #include "build/progress_queue.hpp"
+#include "build/result_code.hpp"
 #include "source/frame_spool.hpp"
+#include "source/held_source.hpp"
 #include "source/resampler.hpp"
 #include "source/source_identity.hpp"
 #include "support/content_hash.hpp"
@@ -22,11 +26,11 @@
 #include <fstream>
 #include <numbers>
 #include <stop_token>
-#include <thread>
 
 #include <pthread.h>
 
-using namespace tarnok;
+using namespace builder;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -35,10 +39,11 @@ double toneAt(double frequency, double frame)
     return 0.5 * std::sin(2 * std::numbers::pi * frequency * frame);
 }
 
-// A tone of so many periods a frame, ready to be read.
+// A tone with this frequency, in periods per frame, ready to be read.
 std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate, bank::SampleFormat format)
 {
-    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create({1, rate, format, length}, {"/tmp"}, {});
+    base::Result<std::unique_ptr<FrameSpool>> spool =
+        FrameSpool::create({1, rate, format, length}, TemporaryFolders({"/tmp"}), {});
     EXPECT_TRUE(bool(spool));
     for (uint64_t frame = 0; frame < length; ++frame) {
         const auto sample = float(toneAt(frequency, double(frame)));
@@ -47,8 +52,8 @@ std::unique_ptr<FrameSpool> tone(uint64_t length, double frequency, double rate,
     return std::move(*spool);
 }
 
-// A spool that counts how often it is sought in to another position than where it stands: some files are decoded anew
-// for each.
+// A spool that counts the seeks to a position other than its current one: for some files each of them means decoding
+// from the start.
 class CountingSource final : public FrameSource
 {
 public:
@@ -58,18 +63,18 @@ public:
     { }
 
     const FrameFacts& facts() const override { return mSpool->facts(); }
-    Status seek(uint64_t frame) override
+    base::Result<> seek(uint64_t frame) override
     {
         *mJumps += frame != mPosition;
         mPosition = frame;
         return mSpool->seek(frame);
     }
-    Status readFloat(float* frames, size_t count) override
+    base::Result<> readFloat(float* frames, size_t count) override
     {
         mPosition += count;
         return mSpool->readFloat(frames, count);
     }
-    Status readSamples(void* frames, size_t count) override
+    base::Result<> readSamples(void* frames, size_t count) override
     {
         mPosition += count;
         return mSpool->readSamples(frames, count);
@@ -81,38 +86,39 @@ private:
     int* mJumps;
 };
 
+// Length, loop, and the source and target rates of resampling.
+const std::tuple<uint64_t, std::optional<base::Loop>, double, double> kResamplings[] = {
+    {44100, base::Loop{0, 44100}, 44100, 48000},
+    {44101, base::Loop{0, 44101}, 44100, 48000},
+    {100'003, base::Loop{0, 100'003}, 48000, 11025},
+    {37, base::Loop{0, 37}, 44100, 48000},
+    {5000, base::Loop{0, 5000}, 8000, 192'000},
+    {60'000, base::Loop{10'007, 40'013}, 44100, 48000},
+    {60'000, base::Loop{10'007, 40'013}, 48000, 16000},
+    {50'000, base::Loop{49'000, 50'000}, 44100, 48000},
+    {50'000, base::Loop{0, 30'000}, 44100, 32000},
+    {30'000, base::Loop{20'000, 20'100}, 44100, 48000},
+    {30'000, base::Loop{29'847, 30'000}, 44100, 16000},
+    {30'000, base::Loop{0, 20}, 44100, 48000},
+    {300, base::Loop{100, 200}, 44100, 48000},
+    {1'500'000, base::Loop{0, 1'500'000}, 44100, 48000},
+    {44100, std::nullopt, 44100, 48000},
+    {3, std::nullopt, 44100, 48000},
+};
+
 } // namespace
 
-TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
+TEST(Resampling, MakesLoopsOfWholeFramesWithoutASeam)
 {
-    const std::tuple<uint64_t, std::optional<bank::Loop>, double, double> cases[] = {
-        {44100, bank::Loop{0, 44100}, 44100, 48000},
-        {44101, bank::Loop{0, 44101}, 44100, 48000},
-        {100'003, bank::Loop{0, 100'003}, 48000, 11025},
-        {37, bank::Loop{0, 37}, 44100, 48000},
-        {5000, bank::Loop{0, 5000}, 8000, 192'000},
-        {60'000, bank::Loop{10'007, 40'013}, 44100, 48000},
-        {60'000, bank::Loop{10'007, 40'013}, 48000, 16000},
-        {50'000, bank::Loop{49'000, 50'000}, 44100, 48000},
-        {50'000, bank::Loop{0, 30'000}, 44100, 32000},
-        {30'000, bank::Loop{20'000, 20'100}, 44100, 48000},
-        {30'000, bank::Loop{29'847, 30'000}, 44100, 16000},
-        {30'000, bank::Loop{0, 20}, 44100, 48000},
-        {300, bank::Loop{100, 200}, 44100, 48000},
-        {1'500'000, bank::Loop{0, 1'500'000}, 44100, 48000},
-        {44100, std::nullopt, 44100, 48000},
-        {3, std::nullopt, 44100, 48000},
-    };
-    for (const auto& [length, loop, from, to] : cases) {
+    for (const auto& [length, loop, from, to] : kResamplings) {
         SCOPED_TRACE(testing::Message() << length << " " << from << " to " << to);
-        // About 300 Hz, with a whole number of periods in the loop, so that the tone is the same on both sides of its
-        // seam.
+        // About 300 Hz, with a whole number of periods in the loop, so that the tone continues smoothly at the seam.
         const double start = loop ? double(loop->start) : 0;
         const double loopLength = loop ? double(loop->end) - start : double(length);
         const double frequency = std::max(1.0, std::round(300 * loopLength / from)) / loopLength;
         const auto source = tone(length, frequency, from, bank::SampleFormat::Float);
         const ResamplingPlan plan(length, loop, from, to);
-        const auto result = resample(*source, plan, to, {"/tmp"}, {});
+        const auto result = resample(*source, plan, to, TemporaryFolders({"/tmp"}), {});
         ASSERT_TRUE(bool(result));
         EXPECT_EQ((*result)->facts().length, plan.length());
         EXPECT_EQ(plan.loop().has_value(), loop.has_value());
@@ -124,25 +130,25 @@ TEST(Resampling, MakesLoopsWholeAndLeavesNoSeam)
 
         std::vector<float> samples(plan.length());
         ASSERT_TRUE(bool((*result)->readFloat(samples.data(), samples.size())));
-        // Near an end of the sound that doesn't loop, the filter hears the silence outside.
+        // Near an end of the sound that doesn't loop, the filter includes the silence outside.
         const double edge = 300 * std::max(1.0, to / from);
         const double first = loop && loop->start == 0 ? 0 : edge;
         const double last = double(samples.size()) - (loop && loop->end == length ? 0 : edge);
         double worst = 0;
         for (double i = std::ceil(first); i <= last && i < double(samples.size()); ++i) {
-            const double place = start + (i - newStart) * roundsLength / newLoopLength;
-            worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, place)));
+            const double position = start + (i - newStart) * roundsLength / newLoopLength;
+            worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, position)));
         }
         EXPECT_LT(worst, 3e-6);
     }
 }
 
-TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
+TEST(ShortLoops, AreReadOnceHoweverOftenTheyRepeat)
 {
     constexpr uint64_t kLength = 200'000;
-    constexpr int kMostJumps = 3; // to the start, past an inner loop, and to what follows it
-    const bank::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
-    for (const bank::Loop& loop : loops) {
+    constexpr int kMaximumJumps = 3; // to the start, past an inner loop, and to the frames after it
+    const base::Loop loops[] = {{kLength - 1, kLength}, {0, 1}, {150'000, 150'010}, {kLength - 65'536, kLength}};
+    for (const base::Loop& loop : loops) {
         SCOPED_TRACE(testing::Message() << loop.start << " to " << loop.end);
         int jumps = 0;
         const auto makeSource = [&] {
@@ -151,7 +157,7 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
         const auto plain = makeSource();
         const auto held = holdLoopIfShort(std::make_unique<CountingSource>(makeSource(), &jumps), loop);
 
-        // Reads that begin and end inside, outside and on the edges of the loop, in both forms.
+        // Reads in both forms, which begin and end inside, outside and at the ends of the loop.
         std::vector<std::pair<uint64_t, uint64_t>> stretches{{0, kLength}};
         for (int round = 0; round < 20; ++round)
             stretches.emplace_back(loop.start, loop.end);
@@ -169,9 +175,9 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
         expectSame(uint8_t(), [](FrameSource& s, uint8_t* to, size_t count) { return bool(s.readSamples(to, count)); });
         jumps = 0;
         const ResamplingPlan plan(kLength, loop, 48'000, 44'100);
-        const auto fromHeld = resample(*held, plan, 44'100, {"/tmp"}, {});
-        EXPECT_LE(jumps, kMostJumps);
-        const auto fromPlain = resample(*plain, plan, 44'100, {"/tmp"}, {});
+        const auto fromHeld = resample(*held, plan, 44'100, TemporaryFolders({"/tmp"}), {});
+        EXPECT_LE(jumps, kMaximumJumps);
+        const auto fromPlain = resample(*plain, plan, 44'100, TemporaryFolders({"/tmp"}), {});
         ASSERT_TRUE(fromHeld && fromPlain);
         std::vector<float> wanted(plan.length());
         std::vector<float> got(plan.length());
@@ -181,13 +187,13 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyAreHeard)
     }
 }
 
-TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
+TEST(Resampling, KeepsThePitchAndUnrollsAShortInnerLoopForThat)
 {
     constexpr double cent = 5.78e-4;
     for (const uint64_t loopLength : {1, 5, 20, 100, 500, 700}) {
         for (const double to : {8000.0, 48'000.0, 192'000.0}) {
             const double ratio = to / 44100;
-            const ResamplingPlan plan(30'000, bank::Loop{29'000, 29'000 + loopLength}, 44100, to);
+            const ResamplingPlan plan(30'000, base::Loop{29'000, 29'000 + loopLength}, 44100, to);
             ASSERT_TRUE(plan.loop());
             const double added = double((plan.rounds() - 1) * loopLength) * ratio;
             EXPECT_LT(added, 900) << loopLength;
@@ -199,44 +205,44 @@ TEST(Resampling, LeavesThePitchToItsSourceAndWritesOutAShortInnerLoopForThat)
     }
 }
 
-TEST(Resampling, MovesPositionsWithTheSoundAndRepeatsThoseInEveryRoundOfALoop)
+TEST(Resampling, MapsPositionsAndRepeatsThoseInAnUnrolledLoop)
 {
-    using Places = std::vector<uint64_t>;
-    const ResamplingPlan plan(60'000, bank::Loop{10'000, 40'000}, 48000, 16000);
-    EXPECT_EQ(plan.places(0), Places{0});
-    EXPECT_EQ(plan.places(10'000), Places{plan.loop()->start});
-    EXPECT_EQ(plan.places(40'000), Places{plan.loop()->end});
-    EXPECT_EQ(plan.places(60'000), Places{plan.length()});
+    using Positions = std::vector<uint64_t>;
+    const ResamplingPlan plan(60'000, base::Loop{10'000, 40'000}, 48000, 16000);
+    EXPECT_EQ(plan.positions(0), Positions{0});
+    EXPECT_EQ(plan.positions(10'000), Positions{plan.loop()->start});
+    EXPECT_EQ(plan.positions(40'000), Positions{plan.loop()->end});
+    EXPECT_EQ(plan.positions(60'000), Positions{plan.length()});
 
-    const ResamplingPlan rounds(4000, bank::Loop{2000, 2100}, 44100, 48000); // a round becomes 108.8 samples
+    const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // the loop becomes 108.8 samples long
     const uint64_t start = rounds.loop()->start;
     ASSERT_EQ(rounds.rounds(), 5u);
-    EXPECT_EQ(rounds.places(2000), (Places{start, start + 109, start + 218, start + 326, start + 435}));
-    EXPECT_EQ(rounds.places(2100), Places{rounds.loop()->end});
-    EXPECT_EQ(rounds.places(4000), Places{rounds.length()});
+    EXPECT_EQ(rounds.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));
+    EXPECT_EQ(rounds.positions(2100), Positions{rounds.loop()->end});
+    EXPECT_EQ(rounds.positions(4000), Positions{rounds.length()});
 }
 
-TEST(Resampling, StopsWhenAsked)
+TEST(Resampling, StopsOnRequest)
 {
     const auto source = tone(100'000, 0.01, 44100, bank::SampleFormat::Float);
     std::stop_source stop;
     stop.request_stop();
     const ResamplingPlan plan(100'000, std::nullopt, 44100, 48000);
-    const auto result = resample(*source, plan, 48000, {"/tmp"}, stop.get_token());
+    const auto result = resample(*source, plan, 48000, TemporaryFolders({"/tmp"}), stop.get_token());
     ASSERT_FALSE(bool(result));
-    EXPECT_EQ(result.fault().code, TARNOK_ERR_CANCELLED);
+    EXPECT_EQ(result.error().code, base::ErrorCode::Cancelled);
 }
 
-TEST(Files, WithoutANameAreSeenByNobody)
+TEST(Files, WithoutANameAreInvisible)
 {
     std::filesystem::create_directory("unnamed");
-    const Result<FileDescriptor> file = TemporaryFile::createUnnamed("unnamed");
+    const base::Result<base::FileDescriptor> file = base::TemporaryFile::createUnnamed("unnamed");
     ASSERT_TRUE(bool(file));
     EXPECT_TRUE(std::filesystem::is_empty("unnamed"));
-    // A file that had a name shows it still.
+    // The link of a deleted file still shows its former name.
     const std::string link = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file->get())).filename();
     EXPECT_TRUE(link.starts_with('#')) << link;
-    EXPECT_FALSE(TemporaryFile::createUnnamed("no such folder"));
+    EXPECT_FALSE(base::TemporaryFile::createUnnamed("no such folder"));
 }
 
 TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
@@ -247,33 +253,33 @@ TEST(SourceIdentity, DoesNotTrustAStampThatAnotherContentMayShare)
     write("a");
     SourceIndex index("racy-index");
     SourceIdentifier identifier(index, true);
-    Result<SourceIdentity> identity = identifier.identify("racy", {});
+    base::Result<SourceIdentity> identity = identifier.identify("racy", {});
     ASSERT_TRUE(bool(identity));
     EXPECT_FALSE(identity->settled);
     index.save();
-    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of so young a file";
+    EXPECT_FALSE(std::filesystem::exists("racy-index")) << "nothing may be remembered of such a new file";
     EXPECT_TRUE(*identifier.unchanged("racy", *identity, true, {}));
 
-    // Another content that came within the same tick of a coarse clock: nothing but the content differs.
+    // The content changed within one tick of a coarse clock, so nothing but the content differs.
     write("b");
-    identity->stamp = *stampOf("racy");
+    identity->stamp = *base::readStamp("racy");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {}));
     write("a");
     EXPECT_FALSE(*identifier.unchanged("racy", *identity, true, {})) << "the stamp has changed";
 }
 
-TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
+TEST(SourceIdentity, IsRememberedOnceTheClockHasAdvanced)
 {
     constexpr int64_t second = 1'000'000'000;
-    FileStamp stamp;
+    base::FileStamp stamp;
     stamp.modified = 1000 * second;
     stamp.changed = 1000 * second;
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1000 * second));
     EXPECT_FALSE(SourceIndex::isSettled(stamp, 1002 * second));
     EXPECT_TRUE(SourceIndex::isSettled(stamp, 1003 * second));
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, 900 * second)) << "a file of the future";
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 900 * second)) << "a file with a time in the future";
     stamp.modified = 500 * second;
-    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its times were set back";
+    EXPECT_FALSE(SourceIndex::isSettled(stamp, 1001 * second)) << "its time was set back";
 
     const ContentHash hash{{1, 2}};
     SourceIndex("settled-index").save();
@@ -282,7 +288,7 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     index.save();
     EXPECT_EQ(SourceIndex("settled-index").find("file", stamp), hash);
     EXPECT_FALSE(SourceIndex("settled-index").find("other", stamp));
-    // Many builds with something new each: what they learn is merged, not piled up.
+    // Many builds, each with something new: their records are merged, not accumulated.
     for (int i = 0; i < 30; ++i) {
         SourceIndex next("settled-index");
         next.remember(std::to_string(i), stamp, hash);
@@ -295,9 +301,9 @@ TEST(SourceIdentity, IsRememberedOnceTheClockHasGoneOn)
     EXPECT_FALSE(SourceIndex("settled-index").find("file", stamp));
 }
 
-TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
+TEST(Dither, RoundsEachPositionAlikeWithTriangularNoiseAndClipsAtFullScale)
 {
-    const uint64_t length = 2'000'000; // more than stays in memory
+    const uint64_t length = 2'000'000; // more than is kept in memory
     const auto spool = tone(length, 0.01, 44100, bank::SampleFormat::Pcm16);
     std::vector<int16_t> samples(length);
     ASSERT_TRUE(bool(spool->readSamples(samples.data(), length)));
@@ -308,7 +314,7 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
         error += difference;
         power += difference * difference;
     }
-    // A quarter of a step's square: a twelfth from rounding, a sixth from the dither.
+    // A quarter of a step's square: a twelfth is from rounding, a sixth from the dither.
     EXPECT_NEAR(power / double(length), 0.25, 0.005);
     EXPECT_NEAR(error / double(length), 0, 0.005);
 
@@ -325,63 +331,83 @@ TEST(Dither, RoundsEachPlaceAlikeWithTriangularNoiseAndClipsAtFullScale)
         EXPECT_NEAR(again[i], i % 2 ? -32768 : 32767, 1);
 }
 
-// A window must come back from its look at the reports while a build still posts them, and find them all at the end.
-TEST(ProgressQueue, GivesABusyWatcherItsPortionWhileABuildRunsAndTheRestAtItsEnd)
+// A queue whose clock advances only when the test says so.
+struct WatchedQueue
 {
-    ProgressQueue queue;
-    auto fetchAll = [&, next = 0](bool slowly) mutable {
+    explicit WatchedQueue(int reports)
+    {
+        queue.beginBuild();
+        for (int index = 0; index < reports; ++index)
+            queue.post(index, 0, TARNOK_STATE_FINISHED);
+    }
+
+    // Fetches all waiting reports; each fetch takes the given time.
+    int fetchAll(ProgressQueue::Clock::duration each)
+    {
+        int count = 0;
         while (const TARNOK_PROGRESSITEM* item = queue.fetch()) {
             EXPECT_EQ(item->subSoundIndex, next++);
             EXPECT_TRUE(queue.release(item));
-            if (slowly)
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            time += each;
+            ++count;
         }
-        return next;
-    };
-
-    const auto begin = [&](int count) {
-        queue.beginBuild();
-        for (int index = 0; index < count; ++index)
-            queue.post(index, 0, TARNOK_STATE_FINISHED);
-    };
-
-    begin(50000);
-    const int portion = fetchAll(true);
-    EXPECT_GE(portion, 64);
-    EXPECT_LT(portion, 1000);
-    EXPECT_GT(fetchAll(true), portion) << "the next look goes on";
-
-    // The watcher has gone: nobody waits for it.
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    const auto began = std::chrono::steady_clock::now();
-    queue.endBuild({});
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(400));
-    EXPECT_EQ(fetchAll(false), 50000);
-
-    // A watcher that goes on looking is waited for, unless the build was cancelled.
-    for (const bool cancelled : {false, true}) {
-        std::stop_source stop;
-        if (cancelled)
-            stop.request_stop();
-        begin(2000);
-        EXPECT_TRUE(queue.release(queue.fetch()));
-        int left = 1999;
-        const auto start = std::chrono::steady_clock::now();
-        std::jthread watcher([&](std::stop_token enough) {
-            while (!enough.stop_requested()) {
-                const TARNOK_PROGRESSITEM* item = queue.fetch();
-                left -= item && queue.release(item);
-                std::this_thread::sleep_for(std::chrono::microseconds(cancelled ? 10000 : 20));
-            }
-        });
-        queue.endBuild(stop.get_token());
-        const bool gaveUp = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(500);
-        watcher = {};
-        EXPECT_EQ(left <= 600 || gaveUp, !cancelled) << left;
+        return count;
     }
+
+    // How many milliseconds the end of a build waits for a watcher that fetches the given number of reports per
+    // millisecond.
+    int endWatchedBy(int reportsEach, const std::stop_token& stop)
+    {
+        queue.release(queue.fetch());
+        pause = [this, reportsEach] {
+            for (int i = 0; i < reportsEach; ++i)
+                queue.release(queue.fetch());
+        };
+        const auto start = time;
+        queue.endBuild(stop);
+        return int((time - start) / 1ms);
+    }
+
+    ProgressQueue::Clock::time_point time{1h};
+    std::function<void()> pause;
+    ProgressQueue queue{{[this] { return time; },
+                         [this](ProgressQueue::Clock::duration length) {
+                             time += length;
+                             pause();
+                         }}};
+    int next = 0;
+};
+
+std::stop_token stopped()
+{
+    std::stop_source stop;
+    stop.request_stop();
+    return stop.get_token();
 }
 
-// Where the shell has set a small one (ulimit -s), encoders would run out of it.
+// A window must return from processing reports even while a build keeps posting them.
+TEST(ProgressQueue, LimitsTheReportsPerVisitDuringABuildAndDeliversTheRestAtItsEnd)
+{
+    WatchedQueue watched(50000);
+    EXPECT_EQ(watched.fetchAll(1ms), 64) << "the smallest portion";
+    EXPECT_EQ(watched.fetchAll(50us), 100) << "5 ms; the next visit continues";
+    watched.queue.endBuild(stopped());
+    EXPECT_EQ(watched.fetchAll(1ms), 50000 - 164);
+}
+
+TEST(ProgressQueue, WaitsAtTheEndForAWatcherThatKeepsFetching)
+{
+    const std::tuple<int, int, std::stop_token, int> cases[] = {
+        {2000, 20, {}, 76}, // it waits until 500 are left
+        {50000, 1, {}, 500}, // this watcher would never finish
+        {2000, 0, {}, 51}, // this watcher has stopped fetching
+        {2000, 20, stopped(), 0},
+    };
+    for (const auto& [reports, reportsEach, stop, milliseconds] : cases)
+        EXPECT_NEAR(WatchedQueue(reports).endWatchedBy(reportsEach, stop), milliseconds, 1) << reportsEach;
+}
+
+// If the shell has set a small stack (ulimit -s), encoders would overflow it.
 TEST(WorkerPool, HasStacksOfItsOwnSize)
 {
     pthread_attr_t former;
@@ -403,7 +429,7 @@ TEST(WorkerPool, HasStacksOfItsOwnSize)
     EXPECT_GE(std::ranges::min(bytes), size_t(8) << 20);
 }
 
-// A library's AVX code, or the thread that starts a worker, may have left the upper halves in use.
+// AVX code of a library, or the thread that starts a worker, may have left the upper halves in use.
 TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
 {
     if (!test::reportsVectorState())
@@ -430,7 +456,7 @@ TEST(VectorState, IsUnusedWhereAWorkerStartsAndAfterHashing)
     }
 }
 
-TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
+TEST(Remarks, ComeOncePerBuildInOrderWithinBoundsAndInWholeCharacters)
 {
     Remarks remarks;
     for (int build = 0; build < 2; ++build) {
@@ -442,16 +468,16 @@ TEST(Remarks, ComeOnceABuildInTheirOrderWithinBoundsAndInWholeCharacters)
         remarks.post("third");
         EXPECT_EQ(remarks.fetch(), "second");
     }
-    EXPECT_EQ(remarks.fetch(), "third") << "what nobody fetched of the build before is forgotten";
+    EXPECT_EQ(remarks.fetch(), "third") << "remarks of the previous build are dropped";
     EXPECT_EQ(remarks.fetch(), "");
 
     remarks.beginBuild();
-    for (size_t count = 0; count < Remarks::kMost + 10; ++count)
+    for (size_t count = 0; count < Remarks::kMaximumCount + 10; ++count)
         remarks.post(std::to_string(count));
     std::vector<std::string> fetched;
     for (std::string text = remarks.fetch(); !text.empty(); text = remarks.fetch())
         fetched.push_back(text);
-    ASSERT_EQ(fetched.size(), Remarks::kMost + 1);
+    ASSERT_EQ(fetched.size(), Remarks::kMaximumCount + 1);
     EXPECT_NE(fetched.back().find("more"), std::string::npos);
 
     const std::pair<size_t, const char*> cuts[] = {{1, ""},   {2, "a"},   {3, "a"},  {4, "aé"},
@@ -486,7 +512,7 @@ TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProc
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(&test - cases);
-        const Result<WorkerCount> workers = affordableWorkers(8, test.left);
+        const base::Result<WorkerCount> workers = affordableWorkers(8, test.left);
         ASSERT_EQ(bool(workers), test.most > 0);
         if (!workers)
             continue;
@@ -497,8 +523,8 @@ TEST(WorkerMemory, BoundsTheWorkersByTheNarrowestLimitAndRefusesOnlyWhereTheProc
     }
 }
 
-// Each lane is what libsodium makes of its blocks, whatever the pieces in which they come and whatever code computes.
-TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
+// Each lane equals libsodium's hash of its blocks, however the input is divided and whichever code computes it.
+TEST(WideHasher, IsATreeOfLibsodiumHashesInAllItsVariants)
 {
     std::vector<std::byte> bytes(20'000);
     for (size_t i = 0; i < bytes.size(); ++i)
@@ -539,4 +565,20 @@ TEST(WideHasher, IsATreeOfLibsodiumsHashesInAllItsCodes)
             }
         }
     }
+}
+
+TEST(ResultCodes, AreTheNumbersThatCallersOfTheLibraryKnow)
+{
+    using base::ErrorCode;
+    const std::pair<ErrorCode, int> numbers[] = {
+        {ErrorCode::CacheLost, 1},    {ErrorCode::Cancelled, 2},    {ErrorCode::NothingLeft, 3},
+        {ErrorCode::Codec, 4},        {ErrorCode::Io, 7},           {ErrorCode::NotFound, 8},
+        {ErrorCode::Engine, 9},       {ErrorCode::Format, 11},      {ErrorCode::Version, 11},
+        {ErrorCode::Damaged, 11},     {ErrorCode::Unsupported, 11}, {ErrorCode::TooManyChannels, 11},
+        {ErrorCode::NotSeekable, 11}, {ErrorCode::KeyMissing, 11},  {ErrorCode::KeyWrong, 11},
+        {ErrorCode::Invalid, 12},     {ErrorCode::Memory, 13},      {ErrorCode::ModuleMissing, 20},
+        {ErrorCode::ModuleBad, 21},
+    };
+    for (const auto& [code, number] : numbers)
+        EXPECT_EQ(int(resultCode(code)), number) << int(code);
 }

@@ -1,5 +1,6 @@
-// The state of the vector registers where the workers enter other people's libraries: this program's functions stand
-// before those of the libraries.
+// SPDX-License-Identifier: MIT
+// The state of the vector registers where the workers enter other libraries. The functions of this program replace
+// those of the libraries.
 #include "support/vector_state.hpp"
 #include "workshop.hpp"
 
@@ -35,7 +36,7 @@ void entered(const char* function)
         entries.inUse.insert(function);
 }
 
-// Leaves the registers as the most careless library would.
+// Leaves the registers in the worst state in which a library may leave them.
 struct Careless
 {
     Careless() = default;
@@ -47,7 +48,7 @@ struct Careless
 
 #define THE_LIBRARYS_OWN(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
 
-// Found by the builder library as well, and before the libraries' own.
+// The builder library also uses these, because they precede the libraries' own functions.
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -103,13 +104,13 @@ XXH_errorcode XXH3_64bits_update(XXH3_state_t* state, const void* bytes, size_t 
 
 using VectorState = Workshop;
 
-// With the upper halves in use, each change between a library's SSE code and the AVX code of the C library's
-// mathematics takes a hundred times as long on many processors.
+// With the upper halves in use, each switch between a library's SSE code and the AVX code of the C library's
+// mathematical functions takes a hundred times as long on many processors.
 TEST_F(VectorState, IsUnusedWhereALibraryIsEntered)
 {
     if (!reportsVectorState())
         GTEST_SKIP() << "this processor has no AVX, or doesn't report the state (XGETBV with ECX = 1)";
-    Order order = orderOf(makeSounds(4, 20000));
+    Order order = makeOrder(makeSounds(4, 20000));
     order.each.desiredSampleRate = 32000;
     for (const TARNOK_FORMAT format : allFormats) {
         order.format = format;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workshop.hpp"
 
 #include <fstream>
@@ -20,7 +21,7 @@ std::vector<Report> drainReports()
     return reports;
 }
 
-std::vector<TARNOK_STATE> Outcome::statesOf(int sound) const
+std::vector<TARNOK_STATE> Outcome::reportedStates(int sound) const
 {
     std::vector<TARNOK_STATE> states;
     for (const Report& report : reports) {
@@ -92,36 +93,6 @@ Outcome mustBuild(const Order& order)
     return outcome;
 }
 
-RunningBuild::RunningBuild(const Order& order)
-{
-    EXPECT_EQ(initialise(order), TARNOK_OK);
-    thread = std::thread([this, order] {
-        result = buildOnly(order);
-        ended = true;
-    });
-}
-
-bool RunningBuild::waitFor(TARNOK_STATE state)
-{
-    const auto isWanted = [&](const Report& report) {
-        return report.state == state && (state != TARNOK_STATE_WRITING || report.sound < 0);
-    };
-    for (bool isLastLook = false; !isLastLook; std::this_thread::sleep_for(std::chrono::microseconds(100))) {
-        isLastLook = ended;
-        const std::vector<Report> latest = drainReports();
-        std::ranges::copy(latest, std::back_inserter(reports));
-        if (std::ranges::any_of(latest, isWanted))
-            return true;
-    }
-    return false;
-}
-
-void RunningBuild::join()
-{
-    thread.join();
-    std::ranges::copy(drainReports(), std::back_inserter(reports));
-}
-
 Workshop::~Workshop()
 {
     EXPECT_EQ(leftovers(), std::vector<std::string>());
@@ -129,13 +100,13 @@ Workshop::~Workshop()
     fs::remove_all(mFolder, ignored);
 }
 
-Order Workshop::orderOf(const std::vector<std::string>& files) const
+Order Workshop::makeOrder(const std::vector<std::string>& files) const
 {
     Order order;
     for (const std::string& file : files)
         order.sounds.push_back({file});
-    order.cache = pathOf("cache");
-    order.output = pathOf("bank.tnb");
+    order.cache = fullPath("cache");
+    order.output = fullPath("bank.tnb");
     return order;
 }
 
@@ -156,7 +127,7 @@ std::vector<std::string> Workshop::filesBelow(const std::string& name) const
 {
     std::vector<std::string> found;
     std::error_code ignored;
-    for (const auto& entry : fs::recursive_directory_iterator(pathOf(name), ignored)) {
+    for (const auto& entry : fs::recursive_directory_iterator(fullPath(name), ignored)) {
         if (entry.is_regular_file())
             found.push_back(entry.path().string());
     }
@@ -172,54 +143,54 @@ std::vector<std::string> Workshop::leftovers() const
 
 namespace {
 
-Heard hearOne(KESS::Sound& sound)
+DecodedSound readSound(KESS::Sound& sound)
 {
-    Heard heard{factsOf(sound), {}, readBytes(sound), loopOf(sound), syncPointsOf(sound), {}, {}};
+    DecodedSound result{readFacts(sound), {}, readBytes(sound), readLoop(sound), readSyncPoints(sound), {}, {}};
     EXPECT_EQ(sound.seekData(0), KESS_OK);
-    heard.floats = readFloats(sound);
-    const size_t samples = heard.samples * size_t(heard.channels);
-    EXPECT_EQ(heard.floats.size(), samples);
-    EXPECT_EQ(heard.bytes.size(), samples * size_t(heard.bits / 8));
+    result.floats = readFloats(sound);
+    const size_t samples = result.samples * size_t(result.channels);
+    EXPECT_EQ(result.floats.size(), samples);
+    EXPECT_EQ(result.bytes.size(), samples * size_t(result.bits / 8));
     float peak = 0;
     if (sound.getPeak(&peak) == KESS_OK)
-        heard.peak = peak;
+        result.peak = peak;
     char name[300];
     EXPECT_EQ(sound.getName(name, sizeof name), KESS_OK);
-    heard.name = name;
-    return heard;
+    result.name = name;
+    return result;
 }
 
 } // namespace
 
-std::vector<Heard> hear(const std::string& path, const char* key)
+std::vector<DecodedSound> readSounds(const std::string& path, const char* key)
 {
-    std::vector<Heard> sounds;
+    std::vector<DecodedSound> sounds;
     const Engine engine;
     SoundPointer sound;
     if (engine.open(path, &sound) != KESS_OK)
         return sounds;
-    if (factsOf(*sound).type != KESS_SOUND_TYPE_TNB)
-        return {hearOne(*sound)};
+    if (readFacts(*sound).type != KESS_SOUND_TYPE_TNB)
+        return {readSound(*sound)};
     int count = 0;
     if ((key && sound->setEncryptionKey(key) != KESS_OK) || sound->getNumSubSounds(&count) != KESS_OK)
         return sounds;
     for (int index = 0; index < count; ++index) {
         KESS::Sound* subsound = nullptr;
         EXPECT_EQ(sound->getSubSound(index, &subsound), KESS_OK);
-        sounds.push_back(hearOne(*subsound));
+        sounds.push_back(readSound(*subsound));
         EXPECT_EQ(subsound->verifyData(), KESS_OK);
     }
     return sounds;
 }
 
-// A thread that was joined is in the list for a moment more: the kernel wakes who waits for it before it removes it,
-// and may let others run in between. It is marked as ending by then.
+// A joined thread may remain in the list for a moment: the kernel wakes the joining thread before it removes the joined
+// one, and other threads may run in between. But it is already marked as ending.
 int threadCount()
 {
     constexpr unsigned ending = 0x4; // PF_EXITING of the kernel
     int count = 0;
     for (const auto& entry : fs::directory_iterator("/proc/self/task")) {
-        // After the name in brackets: state, parent, group, session, terminal, its group, flags.
+        // The fields after the name in brackets: state, parent, group, session, terminal, the terminal's group, flags.
         std::string state, number;
         unsigned flags = ending;
         std::ifstream file(entry.path() / "stat");

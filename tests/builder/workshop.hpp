@@ -1,16 +1,16 @@
-// What the builder's tests share: a folder to work in, a build with its reports, and banks read back by the engine.
+// SPDX-License-Identifier: MIT
+// Shared by the builder's tests: a working folder, a build with its reports, and banks read by the engine.
 #pragma once
 
+#include "support/clock.hpp"
 #include "support/engine_access.hpp"
+#include "support/moments.hpp"
 #include "support/sound_files.hpp"
 #include "tarnok.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <functional>
-#include <thread>
 
 namespace test {
 
@@ -30,30 +30,33 @@ struct Report
     std::string text;
 };
 
-// Fetches all waiting reports and gives them back to the library.
+// Fetches all waiting reports and returns them to the library.
 std::vector<Report> drainReports();
 
 struct Outcome
 {
     TARNOK_RESULT result = TARNOK_OK;
     std::vector<Report> reports;
-    Bytes bank; // only if it was built
+    Bytes bank; // empty if it wasn't built
     std::vector<std::string> remarks;
 
-    [[nodiscard]] std::vector<TARNOK_STATE> statesOf(int sound) const;
-    // Reports on sounds.
-    [[nodiscard]] int countOf(TARNOK_STATE state) const
+    [[nodiscard]] std::vector<TARNOK_STATE> reportedStates(int sound) const;
+    // The reports about one sound.
+    [[nodiscard]] int countReports(TARNOK_STATE state) const
     {
         return int(std::ranges::count_if(
             reports, [=](const Report& report) { return report.state == state && report.sound >= 0; }));
     }
-    // Those that were finished without being decoded.
-    [[nodiscard]] int cachedSounds() const { return countOf(TARNOK_STATE_FINISHED) - countOf(TARNOK_STATE_DECODING); }
-    [[nodiscard]] std::string texts() const; // of all failures, one a line
+    // Sounds that were finished without being decoded.
+    [[nodiscard]] int cachedSounds() const
+    {
+        return countReports(TARNOK_STATE_FINISHED) - countReports(TARNOK_STATE_DECODING);
+    }
+    [[nodiscard]] std::string texts() const; // of all failures, one per line
     [[nodiscard]] testing::AssertionResult failed(TARNOK_RESULT why, const std::string& text) const; // among its texts
 };
 
-// Everything that a build is told. Paths are complete.
+// All arguments of a build. Paths are absolute.
 struct Order
 {
     std::vector<std::vector<std::string>> sounds;
@@ -65,68 +68,97 @@ struct Order
     const char* key = nullptr;
     unsigned threads = 2;
     unsigned initFlags = TARNOK_INIT_ALWAYS;
-    TARNOK_SUBSOUND each = {}; // settings that all sounds have
+    TARNOK_SUBSOUND each = {}; // settings of all sounds
     std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
 };
 
 TARNOK_RESULT initialise(const Order& order);
 
-// The build alone, with the library initialised.
+// Only the build; the library must be initialised.
 TARNOK_RESULT buildOnly(const Order& order);
 
-// Initialise, build, release.
+// Initialises the library, builds, and releases it.
 Outcome build(const Order& order);
 
 // The same, for a build that must succeed.
 Outcome mustBuild(const Order& order);
 
-// A build on a thread of its own, for which it initialises the library.
-struct RunningBuild : Outcome
+// During its lifetime, calls a function at certain moments of a build, on the thread that has reached them.
+template <typename... Arguments>
+class AtMoment
 {
-    explicit RunningBuild(const Order& order);
+public:
+    AtMoment(void (*&hook)(Arguments...), std::function<void(Arguments...)> act)
+        : mHook(hook)
+    {
+        sAct = std::move(act);
+        mHook = [](Arguments... arguments) {
+            sAct(arguments...);
+        };
+    }
+    ~AtMoment() { mHook = nullptr; }
 
-    // Gathers reports until one of the wanted state comes, that of the bank where it is the writing; false when the
-    // build ends before.
-    bool waitFor(TARNOK_STATE state);
-    void join(); // all reports are there then
-
-    std::atomic<bool> ended = false;
-    std::thread thread;
+private:
+    void (*&mHook)(Arguments...);
+    static inline std::function<void(Arguments...)> sAct;
 };
 
-// A folder of its own for each test, with an empty cache. Nothing half-written may be left in it at the end.
+// At each report, before the work that the report announces begins.
+struct AtReports : AtMoment<int, TARNOK_STATE>
+{
+    explicit AtReports(std::function<void(int sound, TARNOK_STATE state)> act)
+        : AtMoment(builder::onReport, std::move(act))
+    { }
+};
+
+// At each sound, before it is read for the bank.
+struct AtCopies : AtMoment<size_t>
+{
+    explicit AtCopies(std::function<void(size_t sound)> act)
+        : AtMoment(builder::onCopy, std::move(act))
+    { }
+};
+
+// Makes the builder treat all existing files as old enough for their times to be trusted.
+struct LaterClock
+{
+    LaterClock() { builder::clockAhead = 3'000'000'000; }
+    ~LaterClock() { builder::clockAhead = 0; }
+};
+
+// Gives each test its own folder with an empty cache. At the end, no partial file may be left in it.
 class Workshop : public testing::Test
 {
 public:
-    Workshop() { fs::create_directories(pathOf("cache")); }
+    Workshop() { fs::create_directories(fullPath("cache")); }
     ~Workshop() override;
 
-    [[nodiscard]] std::string pathOf(const std::string& name) const { return mFolder + "/" + name; }
+    [[nodiscard]] std::string fullPath(const std::string& name) const { return mFolder + "/" + name; }
 
-    // An order for sounds of one file each.
-    [[nodiscard]] Order orderOf(const std::vector<std::string>& files) const;
+    // An order whose sounds have one file each.
+    [[nodiscard]] Order makeOrder(const std::vector<std::string>& files) const;
 
-    // Writes a sound file and gives its path.
+    // Writes a sound file and returns its path.
     std::string makeSound(const std::string& name, const Signal& signal, int format = wav16) const
     {
-        return writeSound(pathOf(name), format, signal);
+        return writeSound(fullPath(name), format, signal);
     }
 
-    // count short sounds that differ from each other, in files of several kinds.
+    // Writes count different short sounds, in files of several kinds.
     [[nodiscard]] std::vector<std::string> makeSounds(int count, size_t frames = 3000) const;
 
-    // All files in a folder and those below, if it is there.
+    // All files in a folder and its subfolders, if it exists.
     [[nodiscard]] std::vector<std::string> filesBelow(const std::string& name) const;
 
-    // Hidden files that a build has left in the folder or in its cache.
+    // Hidden files that a build has left in the folder or in the cache.
     [[nodiscard]] std::vector<std::string> leftovers() const;
 
 private:
     const std::string mFolder = fs::absolute("workshop");
 };
 
-// One sound of a bank as the engine gives it back.
-struct Heard : Facts
+// One sound of a bank as the engine reads it.
+struct DecodedSound : Facts
 {
     std::vector<float> floats;
     Bytes bytes;
@@ -136,10 +168,10 @@ struct Heard : Facts
     std::string name;
 };
 
-// All sounds of a bank or the one of a file. An empty list: it can't be opened.
-std::vector<Heard> hear(const std::string& path, const char* key = nullptr);
+// All sounds of a bank, or the one of another file. Empty if it can't be opened.
+std::vector<DecodedSound> readSounds(const std::string& path, const char* key = nullptr);
 
-// Number of threads of this process.
+// The number of threads of this process.
 int threadCount();
 
 } // namespace test

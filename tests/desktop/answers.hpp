@@ -1,4 +1,5 @@
-// Answers to dialogs and menus that block, given from the event loop as a person gives them.
+// SPDX-License-Identifier: MIT
+// Answers dialogs and menus that block, from the event loop as a user does.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,12 +9,12 @@
 
 #include <functional>
 
-// Turns the event loop until condition holds.
+// Runs the event loop until condition holds.
 #define ASSERT_SOON(condition) ASSERT_TRUE(QTest::qWaitFor([&] { return (condition); }, 60000)) << #condition
 
 namespace tests {
 
-// The first child of a kind whose property, of its class or a base of it, has a value.
+// The first child of class Type whose property, which may be inherited, has this value.
 template <typename Child, typename Owner>
 Child* childWith(const QObject* parent, QString (Owner::*property)() const, const QString& value)
 {
@@ -25,7 +26,7 @@ Child* childWith(const QObject* parent, QString (Owner::*property)() const, cons
     return nullptr;
 }
 
-// Hands every dialog or menu of its kind that opens, while it lives, to a function, and counts them.
+// During its lifetime, passes every dialog or menu of its kind that opens to a function, and counts them.
 template <typename Widget>
 class Answer
 {
@@ -56,7 +57,7 @@ private:
     QTimer mTimer;
 };
 
-// Presses a button of every message box, and keeps the last text.
+// Presses a button of every message box, and stores the last text.
 struct MessageAnswer : Answer<QMessageBox>
 {
     explicit MessageAnswer(QMessageBox::StandardButton button)
@@ -83,7 +84,7 @@ struct FileAnswer : Answer<QFileDialog>
             mode = dialog->acceptMode();
             if (path.isEmpty())
                 return dialog->reject();
-            // What is selected in the list from the start would win over the text.
+            // The initial selection in the list would take precedence over the text.
             dialog->findChild<QAbstractItemView*>("listView")->clearSelection();
             dialog->findChild<QLineEdit*>("fileNameEdit")->setText(path);
             QMetaObject::invokeMethod(dialog, "accept");

@@ -1,4 +1,5 @@
-// What the desktop's tests share: an empty settings store, directories of the test's own, and the items of a bank.
+// SPDX-License-Identifier: MIT
+// Shared by the desktop's tests: an empty settings store, temporary directories, and access to the items of a bank.
 #pragma once
 
 #include "answers.hpp"
@@ -20,15 +21,15 @@ protected:
         }
     }
 
-    // An item by its place: "bank", "1" for a subsound, "1.0" for one of its files.
-    static AbstractItem* itemAt(SoundBank* bank, const QString& place)
+    // An item by its position: "bank", "1" for a subsound, "1.0" for one of its files.
+    static AbstractItem* itemAt(SoundBank* bank, const QString& position)
     {
-        if (place == "bank")
+        if (position == "bank")
             return bank;
-        Subsound* subsound = bank->at(place.section('.', 0, 0).toInt());
-        if (!place.contains('.'))
+        Subsound* subsound = bank->at(position.section('.', 0, 0).toInt());
+        if (!position.contains('.'))
             return subsound;
-        return subsound->at(place.section('.', 1, 1).toInt());
+        return subsound->at(position.section('.', 1, 1).toInt());
     }
 };
 

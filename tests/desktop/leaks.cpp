@@ -1,5 +1,6 @@
-// What lives until the process ends by design, for the leak checker: the models of a project browser.
-// The checker looks the function up among the exported symbols.
+// SPDX-License-Identifier: MIT
+// Objects that by design live until the process ends, for the leak checker: the models of a project browser. The
+// checker finds the function among the exported symbols.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
 {
     return "leak:TARNOK::ProjectBrowser::ProjectBrowser\n"

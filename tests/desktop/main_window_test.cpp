@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mainwindow.hpp"
 
 #include "desktop_test.hpp"
@@ -16,7 +17,7 @@ class MainWindowTest : public DesktopTest
 protected:
     void TearDown() override { mWindow.reset(); }
 
-    // As a start of the program: the window, then the first turn of the event loop.
+    // Starts as the program does: the window, then the first round of the event loop.
     void start()
     {
         mWindow = std::make_unique<MainWindow>();
@@ -29,7 +30,7 @@ protected:
     QAction* action(const QString& text) const { return childWith<QAction>(mWindow.get(), &QAction::text, text); }
     void trigger(const QString& text) const { action(text)->trigger(); }
 
-    // Triggers an action that asks for a file, and answers; an empty path cancels.
+    // Triggers an action that asks for a file, and answers with path; an empty path cancels.
     void trigger(const QString& text, const QString& answer, const char* filter = nullptr,
                  const QString& from = {}) const
     {
@@ -41,7 +42,7 @@ protected:
         EXPECT_EQ(choice.mode == QFileDialog::AcceptSave, text.contains("Save") || text.contains("Export"));
     }
 
-    static QStringList textsOf(const QList<QAction*>& actions)
+    static QStringList actionTexts(const QList<QAction*>& actions)
     {
         QStringList texts;
         for (const QAction* entry : actions)
@@ -50,7 +51,7 @@ protected:
     }
 
     QMenu* recentMenu() const { return action("Recent projects")->menu(); }
-    QStringList recent() const { return textsOf(recentMenu()->actions()); }
+    QStringList recent() const { return actionTexts(recentMenu()->actions()); }
 
     QStringList log() const { return mWindow->findChild<QTextEdit*>()->toPlainText().split('\n'); }
     FileIO* fileIO() const { return mWindow->findChild<FileIO*>(); }
@@ -59,15 +60,15 @@ protected:
 
     void addSound(const QString& name) { emit fileIO()->requestAddFiles({QUrl::fromLocalFile(makeSound(name))}); }
 
-    QString saveProject(const QString& name, const QString& told)
+    QString saveProject(const QString& name, const QString& description)
     {
-        SoundBank* saved = makeBank(told);
+        SoundBank* saved = makeBank(description);
         EXPECT_TRUE(saved->save(path(name)));
         saved->unload();
         return path(name);
     }
 
-    // Which of Build, Rebuild, Cancel and the two for profiles are enabled, as "BRCIE".
+    // Which of Build, Rebuild, Cancel, and import and export of profiles are enabled, as "BRCIE".
     QString enabled() const
     {
         QString letters;
@@ -78,8 +79,8 @@ protected:
         return letters;
     }
 
-    // What the Tab key goes through from where it stands in a window until it comes round, by the names that assistive
-    // technology tells.
+    // The widgets through which the Tab key moves the focus in a window until it returns to the first, by their
+    // accessible names.
     static QStringList tabStops(QWidget* window)
     {
         QStringList names;
@@ -98,7 +99,7 @@ protected:
 
 } // namespace
 
-TEST_F(MainWindowTest, aFirstStartOpensANewProjectUnderCompleteMenus)
+TEST_F(MainWindowTest, aFirstStartOpensANewProjectWithCompleteMenus)
 {
     mWindow = std::make_unique<MainWindow>();
     EXPECT_EQ(mWindow->geometry(), QRect(200, 200, 400, 400));
@@ -113,11 +114,11 @@ TEST_F(MainWindowTest, aFirstStartOpensANewProjectUnderCompleteMenus)
         EXPECT_FALSE(dock->features() & QDockWidget::DockWidgetClosable) << dock->windowTitle().toStdString();
 
     const QList<QAction*> menus = mWindow->menuBar()->actions();
-    QStringList bars = textsOf(menus);
+    QStringList bars = actionTexts(menus);
     for (const int menu : {0, 1, 3})
-        bars.append(textsOf(menus.at(menu)->menu()->actions()).join(','));
+        bars.append(actionTexts(menus.at(menu)->menu()->actions()).join(','));
     for (const QToolBar* bar : mWindow->findChildren<QToolBar*>())
-        bars.append(bar->windowTitle() + ":" + textsOf(bar->actions()).join(','));
+        bars.append(bar->windowTitle() + ":" + actionTexts(bar->actions()).join(','));
     EXPECT_EQ(bars,
               QStringList({"&File", "&Build", "-", "&Help",
                            "&New,&Open...,&Save,Save &As...,-,Add audio files...,-,&Import from .lst...,-,&Import "
@@ -125,7 +126,7 @@ TEST_F(MainWindowTest, aFirstStartOpensANewProjectUnderCompleteMenus)
                            "&Build,&Rebuild,C&ancel,-,&Settings...", "&About", "File:&New,&Open...,&Save",
                            "Media:Add audio files...", "Build:&Build,&Rebuild,C&ancel"}));
 
-    // New and cancel share a key, which clashes only while cancel is enabled.
+    // New and Cancel share a key. The key is ambiguous only while Cancel is enabled.
     EXPECT_EQ(action("&New")->shortcut(), action("C&ancel")->shortcut());
     for (const char* text : {"&New", "&Open...", "&Save", "Add audio files...", "&Build", "&Rebuild", "C&ancel"})
         EXPECT_EQ(action(text)->icon().availableSizes(), QList<QSize>({QSize(128, 128)})) << text;
@@ -156,23 +157,23 @@ TEST_F(MainWindowTest, theTabKeyGoesFromTopToBottom)
                            "Thread count", "Generate C Header", "OK", "Cancel"}));
 }
 
-TEST_F(MainWindowTest, theMostRecentProjectIsLoadedAndAStaleOneGivesWayToANewProject)
+TEST_F(MainWindowTest, theMostRecentProjectIsLoadedOrReplacedByANewOneIfItIsGone)
 {
     System::rememberProject(path("gone.tnproj"));
     const QString project = saveProject("game.tnproj", "a b+c");
     System::rememberProject(project);
     start();
-    EXPECT_EQ(told(bank()), "a b+c");
+    EXPECT_EQ(describe(bank()), "a b+c");
     EXPECT_EQ(log(),
               QStringList({"Loading most recent project: " + project, "Successfully loaded project " + project}));
     EXPECT_EQ(mWindow->windowTitle(), project + "[*] - KESS SoundBank Generator 2.03.08");
     auto* view = mWindow->findChild<QTreeView*>();
     EXPECT_TRUE(view->isExpanded(view->model()->index(0, 0)));
 
-    // By the menu, as a person: the entries are made anew while their signal is on its way.
+    // Through the menu, as a user does it: the entries are recreated while their signal is being delivered.
     saveProject("gone.tnproj", "d");
     recentMenu()->actions().at(1)->trigger();
-    EXPECT_EQ(told(bank()), "d");
+    EXPECT_EQ(describe(bank()), "d");
     EXPECT_EQ(recent(), QStringList({path("gone.tnproj"), project}));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
@@ -184,7 +185,7 @@ TEST_F(MainWindowTest, theMostRecentProjectIsLoadedAndAStaleOneGivesWayToANewPro
     EXPECT_EQ(log().last(), "ERROR: Couldn't load file: " + path("gone.tnproj"));
     EXPECT_EQ(recent(), QStringList({path("gone.tnproj"), project}));
 
-    // A recent project that fails later leaves none.
+    // If a recent project fails to load later, no project is open.
     recentMenu()->actions().first()->trigger();
     EXPECT_TRUE(workspace()->isEmpty());
     EXPECT_EQ(enabled(), "");
@@ -200,7 +201,7 @@ TEST_F(MainWindowTest, aFailedLoadShowsItsErrorsOnly)
               QStringList({"ERROR: [XML] near line 3, expected beginning 'Soundbank' block",
                            "ERROR: Couldn't load file: " + damaged}));
     EXPECT_EQ(logger()->verbosity(), Logger::OUTPUT_INFO);
-    EXPECT_EQ(bank()->fileName(), "untitled") << "a new project takes its place";
+    EXPECT_EQ(bank()->fileName(), "untitled") << "a new project replaces it";
     EXPECT_EQ(QApplication::overrideCursor(), nullptr);
 }
 
@@ -210,8 +211,8 @@ TEST_F(MainWindowTest, filesAreAddedAndSavedWhereTheUserSays)
     trigger("&Save");
     EXPECT_EQ(log().last(), "Nothing to save");
     trigger("Add audio files...", makeSound("a.wav"));
-    EXPECT_EQ(told(bank()), "a");
-    EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file, for the next dialog";
+    EXPECT_EQ(describe(bank()), "a");
+    EXPECT_EQ(settings()->getDir("Source"), path("a.wav")) << "the file is preset in the next dialog";
     trigger("&Save", "");
     EXPECT_EQ(fileIO()->projectFileName(), "");
     trigger("&Save", path("song"));
@@ -219,7 +220,7 @@ TEST_F(MainWindowTest, filesAreAddedAndSavedWhereTheUserSays)
     EXPECT_FALSE(bank()->isModified());
     EXPECT_EQ(recent(), QStringList(path("song.tnproj")));
 
-    // What can't be written is told, and the project goes on under its name.
+    // A failure to write is reported, and the project keeps its name.
     addSound("b.wav");
     trigger("Save &As...", "/proc/nowhere");
     EXPECT_TRUE(log().contains("ERROR: Cannot write file /proc/nowhere.tnproj:"));
@@ -249,7 +250,7 @@ TEST_F(MainWindowTest, closingAModifiedProjectAsksAndTakesEachAnswer)
         EXPECT_TRUE(mWindow->isVisible());
         EXPECT_FALSE(QSettings(COMPANY_NAME, APP_NAME).contains("pos"));
         EXPECT_FALSE(mWindow->projectNew());
-        EXPECT_EQ(told(bank()), "a b");
+        EXPECT_EQ(describe(bank()), "a b");
     }
     {
         MessageAnswer save(QMessageBox::Save);
@@ -264,7 +265,7 @@ TEST_F(MainWindowTest, closingAModifiedProjectAsksAndTakesEachAnswer)
     EXPECT_TRUE(workspace()->isEmpty());
 
     start();
-    EXPECT_EQ(told(bank()), "a b") << "what was saved is found again";
+    EXPECT_EQ(describe(bank()), "a b") << "the saved project is loaded";
     EXPECT_EQ(mWindow->size(), QSize(700, 650));
     EXPECT_TRUE(mWindow->close()) << "without a question";
 }
@@ -276,25 +277,25 @@ TEST_F(MainWindowTest, aListIsImportedAndSavedBesideItself)
     makeSound("two.wav");
     const QString list = writeFile("list.lst", "one.wav\ntwo.wav,quality=40\n");
     trigger("&Import from .lst...", list, "List file (*.lst)");
-    EXPECT_EQ(told(bank()), "one two");
+    EXPECT_EQ(describe(bank()), "one two");
     EXPECT_EQ(log().last(), "Successfully imported " + list);
     EXPECT_EQ(settings()->getDir("ListFile"), list);
     EXPECT_EQ(bank()->outputFilePath(), path("list.tnb"));
     trigger("&Save");
     EXPECT_TRUE(QFile::exists(path("list.tnproj")));
 
-    // Cancel at the question doesn't stop an import: the imported bank stands behind the project.
+    // Cancel at the question doesn't stop an import: the imported bank follows that of the project.
     addSound("three.wav");
     MessageAnswer cancel(QMessageBox::Cancel);
     trigger("&Import from .lst...", writeFile("next.lst", "one.wav\n"));
     EXPECT_EQ(cancel.count, 1);
     EXPECT_EQ(workspace()->size(), 2);
-    EXPECT_EQ(told(bank()), "one two three");
+    EXPECT_EQ(describe(bank()), "one two three");
     EXPECT_EQ(fileIO()->projectFileName(), path("next.tnproj"));
     workspace()->last()->unload();
 }
 
-TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
+TEST_F(MainWindowTest, aProfileIsExportedAndImportedUnchanged)
 {
     start();
     bank()->profile().setFormat(TARNOK_FORMAT_VORBIS);
@@ -307,7 +308,7 @@ TEST_F(MainWindowTest, aProfileGoesOutAndComesBack)
     EXPECT_EQ(bank()->profile().quality(), 40u);
     EXPECT_EQ(mWindow->findChild<QComboBox*>()->currentText(), "Vorbis");
 
-    // An export that fails leaves a saved project saved.
+    // A failed export doesn't mark a saved project as modified.
     addSound("a.wav");
     trigger("&Save", path("song"));
     QFile::link("/dev/full", path("full.prof"));
@@ -349,7 +350,7 @@ TEST_F(MainWindowTest, aBuildIsRefusedWithItsReason)
     EXPECT_EQ(refusal(), "Nothing to build: no project loaded");
 }
 
-TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
+TEST_F(MainWindowTest, aBuildShowsItsProgressAndThenEnablesTheCommands)
 {
     start();
     addSound("a.wav");
@@ -373,7 +374,7 @@ TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
     EXPECT_EQ(enabled(), "BRIE");
     EXPECT_EQ(log().last(), "Soundbank built successfully: " + path("Bank/untitled.tnb"));
 
-    // Each change between build and rebuild initialises the library anew.
+    // Each change between build and rebuild initialises the library again.
     const size_t inits = builder()->inits.size();
     for (const char* text : {"&Rebuild", "&Rebuild", "&Build"}) {
         trigger(text);
@@ -384,14 +385,14 @@ TEST_F(MainWindowTest, aBuildShowsItsProgressAndGivesTheCommandsBack)
     EXPECT_FALSE(builder()->inits.at(inits + 1).flags & TARNOK_INIT_REBUILD);
 }
 
-TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
+TEST_F(MainWindowTest, aCancelEnablesTheCommandsAtOnceAndAFailureWhenItIsReported)
 {
     start();
     addSound("a.wav");
     builder()->stall = true;
     trigger("&Build");
     waitForBuilds(1);
-    // The new-project key is cancel's, too; the action itself is not in doubt.
+    // The key of New is also that of Cancel, but the action itself isn't ambiguous.
     trigger("C&ancel");
     EXPECT_EQ(enabled(), "BRIE");
     EXPECT_TRUE(fileIO()->progressBar()->isVisible()) << "the job is polled to its end";
@@ -406,18 +407,31 @@ TEST_F(MainWindowTest, aCancelGivesTheCommandsBackAtOnceAndAFailureWhenItCame)
     EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));
 }
 
-TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
+class EditedDirectoryTest : public MainWindowTest
 {
-    start();
-    addSound("a.wav");
-    auto* directory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
-    const auto type = [&](const char* name) {
+protected:
+    void SetUp() override
+    {
+        MainWindowTest::SetUp();
+        start();
+        addSound("a.wav");
+        trigger("&Save", path("game"));
+        mDirectory = mWindow->findChild<PropertyEditor*>()->findChild<DirectoryLineEdit*>();
+    }
+
+    void type(const char* name)
+    {
         mWindow->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(mWindow.get()));
-        directory->setFocus();
-        directory->setText(path(name));
-    };
-    trigger("&Save", path("game"));
+        mDirectory->setFocus();
+        mDirectory->setText(path(name));
+    }
+
+    DirectoryLineEdit* mDirectory = nullptr;
+};
+
+TEST_F(EditedDirectoryTest, appliesToTheProjectInWhichItWasEdited)
+{
     type("Cache");
     trigger("&Save");
     EXPECT_EQ(bank()->fileLocation(), path("Cache"));
@@ -425,21 +439,31 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
     trigger("&Build");
     EXPECT_EQ(bank()->fileLocation(), path("Profile"));
     ASSERT_SOON(fileIO()->progressBar()->isHidden());
+    type("Bank");
+    trigger("&Save");
+    type("Cache");
+    MessageAnswer save(QMessageBox::Save);
+    EXPECT_TRUE(mWindow->projectNew());
+    EXPECT_EQ(save.count, 1);
+    EXPECT_EQ(bank()->fileLocation(), path("Bank"));
+}
 
-    // What can't be taken is put back, and stops neither: the action goes on with what the bank holds.
+// The action continues with the values of the bank.
+TEST_F(EditedDirectoryTest, isResetWhenItIsInvalidAndBlocksNoAction)
+{
     const QString held = bank()->fileLocation();
-    const size_t builds = builder()->builds.size();
     for (const char* text : {"&Build", "&Save"}) {
         type("no/such");
         bank()->setEncryptionKey(text);
         trigger(text);
-        EXPECT_EQ(directory->text(), held) << text;
-        EXPECT_TRUE(directory->hasFocus()) << text;
+        EXPECT_EQ(mDirectory->text(), held) << text;
+        EXPECT_TRUE(mDirectory->hasFocus()) << text;
         ASSERT_SOON(fileIO()->progressBar()->isHidden());
     }
-    EXPECT_EQ(builder()->builds.size(), builds + 1);
+    EXPECT_EQ(builder()->builds.size(), 1u);
     EXPECT_FALSE(bank()->isModified());
-    for (const auto& [button, name] : {std::pair(QMessageBox::Cancel, "Profile"), {QMessageBox::Ok, "fresh"}}) {
+    const QString former = QFileInfo(held).fileName();
+    for (const auto& [button, name] : {std::pair(QMessageBox::Cancel, former), {QMessageBox::Ok, QString("fresh")}}) {
         MessageAnswer answer(button);
         type("fresh");
         bank()->setEncryptionKey(name);
@@ -448,11 +472,4 @@ TEST_F(MainWindowTest, aDirectoryThatIsBeingEditedCountsForTheProjectItStandsIn)
         EXPECT_EQ(bank()->fileLocation(), path(name));
         EXPECT_FALSE(bank()->isModified());
     }
-    type("Bank");
-    trigger("&Save");
-    type("Cache");
-    MessageAnswer save(QMessageBox::Save);
-    EXPECT_TRUE(mWindow->projectNew());
-    EXPECT_EQ(save.count, 1);
-    EXPECT_EQ(bank()->fileLocation(), path("Bank"));
 }

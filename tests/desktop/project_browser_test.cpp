@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "project_browser.hpp"
 
 #include "desktop_test.hpp"
@@ -26,23 +27,23 @@ protected:
 
     void TearDown() override { mBrowser.reset(); }
 
-    // The view's index of an item, found by walking over the rows in sight and out of it.
-    QModelIndex indexAt(const QString& place) const
+    // The view's index of an item, found by walking over the rows.
+    QModelIndex indexAt(const QString& position) const
     {
         QModelIndex index = mView->model()->index(0, 0);
-        for (const QString& row : QString(place).remove("bank").split('.', Qt::SkipEmptyParts))
+        for (const QString& row : QString(position).remove("bank").split('.', Qt::SkipEmptyParts))
             index = mView->model()->index(row.toInt(), 0, index);
         return index;
     }
 
-    void select(const QString& places)
+    void select(const QString& positions)
     {
         mView->selectionModel()->clear();
-        for (const QString& place : places.split(' ', Qt::SkipEmptyParts))
-            mView->selectionModel()->select(indexAt(place), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        for (const QString& position : positions.split(' ', Qt::SkipEmptyParts))
+            mView->selectionModel()->select(indexAt(position), QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
 
-    // An event as a drag from this program brings it to the viewport, and whether it was accepted.
+    // Sends the viewport an event of a drag from this program. Returns whether it was accepted.
     template <typename Event>
     bool drag(const QPoint& position, const QMimeData* data)
     {
@@ -52,7 +53,7 @@ protected:
         return event.isAccepted();
     }
 
-    // The drop line is the one child of the view that lets the mouse through.
+    // The drop line is the only child of the view that is transparent for the mouse.
     QRect lineGeometry() const
     {
         for (QWidget* child : mView->findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly)) {
@@ -62,9 +63,9 @@ protected:
         return {};
     }
 
-    std::unique_ptr<QMimeData> row(const QString& place) const
+    std::unique_ptr<QMimeData> row(const QString& position) const
     {
-        return std::unique_ptr<QMimeData>(mView->model()->mimeData({indexAt(place)}));
+        return std::unique_ptr<QMimeData>(mView->model()->mimeData({indexAt(position)}));
     }
 
     SoundBank* mBank = nullptr;
@@ -74,7 +75,7 @@ protected:
 
 } // namespace
 
-TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsStateStays)
+TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsStateIsKept)
 {
     open("a b c+d e");
     mView->expand(indexAt("2"));
@@ -99,10 +100,10 @@ TEST_F(ProjectBrowserTest, theContextMenuOffersWhatTheSelectionAllowsAndItsState
         EXPECT_EQ(interleave->isEnabled(), canInterleave) << selected;
     }
 
-    // The last menu has disabled both, for the keys too.
+    // The last menu has disabled both actions, and their keys.
     select("0");
     QTest::keyClick(mView, Qt::Key_Delete);
-    EXPECT_EQ(told(mBank), "a b c+d e");
+    EXPECT_EQ(describe(mBank), "a b c+d e");
 }
 
 TEST_F(ProjectBrowserTest, keysRemoveAndInterleaveWhatIsSelected)
@@ -111,24 +112,24 @@ TEST_F(ProjectBrowserTest, keysRemoveAndInterleaveWhatIsSelected)
     mView->expand(indexAt("2"));
     const auto press = [&](const QString& selected, const QKeySequence& keys) {
         select(selected);
-        return linesOf([&] { QTest::keySequence(mView, keys); }, Logger::OUTPUT_ERROR);
+        return loggedLines([&] { QTest::keySequence(mView, keys); }, Logger::OUTPUT_ERROR);
     };
     EXPECT_EQ(press("0 2.0", QKeySequence("Ctrl+I")), QStringList("ERROR: can only interleave single subsounds"));
     EXPECT_EQ(press("0", QKeySequence("Ctrl+I")), QStringList("ERROR: Not enough sounds selected."));
     EXPECT_EQ(press("", QKeySequence("Ctrl+I")), QStringList("ERROR: Not enough sounds selected."));
-    EXPECT_EQ(told(mBank), "a b c+d e");
+    EXPECT_EQ(describe(mBank), "a b c+d e");
 
     press("3 0", QKeySequence("Ctrl+I"));
-    EXPECT_EQ(told(mBank), "b c+d e+a") << "the first that was selected receives the others";
+    EXPECT_EQ(describe(mBank), "b c+d e+a") << "the first that was selected receives the others";
     EXPECT_TRUE(mView->isExpanded(indexAt("2")));
     EXPECT_TRUE(mView->isExpanded(indexAt("1")));
 
     QSignalSpy resets(mView->model(), SIGNAL(modelReset()));
     press("bank", QKeySequence::Delete);
     EXPECT_EQ(resets.size(), 1);
-    EXPECT_EQ(told(mBank), "b c+d e+a");
+    EXPECT_EQ(describe(mBank), "b c+d e+a");
     press("bank 0 1.1", QKeySequence::Delete);
-    EXPECT_EQ(told(mBank), "c e+a");
+    EXPECT_EQ(describe(mBank), "c e+a");
 }
 
 TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
@@ -142,9 +143,9 @@ TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
 
     const QList<QUrl> mixed = {QUrl::fromLocalFile(makeSound("good.wav")),
                                QUrl::fromLocalFile(writeFile("bad.wav", "noise"))};
-    EXPECT_EQ(linesOf([&] { mBrowser->addFiles(mixed); }, Logger::OUTPUT_ERROR),
+    EXPECT_EQ(loggedLines([&] { mBrowser->addFiles(mixed); }, Logger::OUTPUT_ERROR),
               QStringList("ERROR: invalid file: 'bad.wav'"));
-    EXPECT_EQ(told(mBank), "a good");
+    EXPECT_EQ(describe(mBank), "a good");
     EXPECT_EQ(resets.size(), 1);
 
     const QList<QUrl> many(200, mixed.first());
@@ -159,7 +160,7 @@ TEST_F(ProjectBrowserTest, filesAreAddedUntilTheUserCancels)
     mBrowser->addFiles(many);
     EXPECT_EQ(cancel.count, 1);
     EXPECT_LT(valueAtCancel, 190);
-    EXPECT_EQ(mBank->size(), 2 + valueAtCancel + 2) << "the file in hand is still added";
+    EXPECT_EQ(mBank->size(), 2 + valueAtCancel + 2) << "the current file is still added";
     EXPECT_EQ(mView->model()->rowCount(indexAt("bank")), mBank->size());
 
     mBank->unload();
@@ -188,7 +189,7 @@ TEST_F(ProjectBrowserTest, theViewSurvivesResets)
     EXPECT_EQ(mView->verticalScrollBar()->value(), 51);
     EXPECT_TRUE(mView->selectionModel()->selectedIndexes().isEmpty());
 
-    // A state that is pending wins over the one at hand.
+    // A pending state takes precedence over the current one.
     mBrowser->saveViewState();
     mView->collapseAll();
     mBrowser->saveViewState();
@@ -196,7 +197,7 @@ TEST_F(ProjectBrowserTest, theViewSurvivesResets)
     EXPECT_TRUE(mView->isExpanded(indexAt("100")));
 }
 
-TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
+TEST_F(ProjectBrowserTest, aDragOfRowsIsAcceptedOnEveryRowAndBelowAllRows)
 {
     open("a b+c d");
     mView->expand(indexAt("1"));
@@ -206,12 +207,12 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     EXPECT_TRUE(drag<QDragEnterEvent>(empty, data.get()));
     EXPECT_TRUE(drag<QDragMoveEvent>(empty, data.get()));
     EXPECT_LT(lineGeometry().bottom(), 0) << "no row was hovered yet";
-    EXPECT_EQ(linesOf([&] { drag<QDropEvent>(empty, data.get()); }), QStringList("drop ignored"));
+    EXPECT_EQ(loggedLines([&] { drag<QDropEvent>(empty, data.get()); }), QStringList("drop ignored"));
 
     drag<QDragEnterEvent>(empty, data.get());
-    for (const QString& place : QStringList({"bank", "0", "1", "1.0", "1.1", "2"})) {
-        const QRect row = mView->visualRect(indexAt(place));
-        EXPECT_TRUE(drag<QDragMoveEvent>(row.center(), data.get())) << place.toStdString();
+    for (const QString& position : QStringList({"bank", "0", "1", "1.0", "1.1", "2"})) {
+        const QRect row = mView->visualRect(indexAt(position));
+        EXPECT_TRUE(drag<QDragMoveEvent>(row.center(), data.get())) << position.toStdString();
         const int top = row.top() + mView->header()->height();
         EXPECT_EQ(lineGeometry(), QRect(QPoint(0, top), QPoint(mView->viewport()->width() - 1, top + 1)));
     }
@@ -221,22 +222,22 @@ TEST_F(ProjectBrowserTest, aDragOfRowsIsTakenOnEveryRowAndBelowAllRows)
     EXPECT_GT(lineGeometry().top(), 0);
     drag<QDropEvent>(empty, data.get());
     EXPECT_LT(lineGeometry().bottom(), 0);
-    EXPECT_EQ(told(mBank), "b+c a d");
+    EXPECT_EQ(describe(mBank), "b+c a d");
     EXPECT_TRUE(mView->isExpanded(indexAt("0")));
     EXPECT_TRUE(mView->selectionModel()->selectedIndexes().isEmpty());
 
-    // The row hovered last went with the reset of the drop.
+    // The drop reset the model, so the row that was hovered last is gone.
     const auto next = row("0");
     drag<QDragEnterEvent>(empty, next.get());
-    EXPECT_EQ(linesOf([&] { drag<QDropEvent>(empty, next.get()); }), QStringList("drop ignored"));
+    EXPECT_EQ(loggedLines([&] { drag<QDropEvent>(empty, next.get()); }), QStringList("drop ignored"));
 
-    // Rows of another process are addresses without a meaning here.
+    // Rows of another process are addresses that are meaningless here.
     QMimeData foreign;
     foreign.setData(ProxyTreeModel::ROWS_MIME_TYPE, QByteArray(8, '\x55'));
     drag<QDragEnterEvent>(mView->visualRect(indexAt("0")).center(), &foreign);
     drag<QDragMoveEvent>(mView->visualRect(indexAt("0")).center(), &foreign);
-    EXPECT_TRUE(linesOf([&] { drag<QDropEvent>(empty, &foreign); }).first().contains("another window"));
-    EXPECT_EQ(told(mBank), "b+c a d");
+    EXPECT_TRUE(loggedLines([&] { drag<QDropEvent>(empty, &foreign); }).first().contains("another window"));
+    EXPECT_EQ(describe(mBank), "b+c a d");
 }
 
 TEST_F(ProjectBrowserTest, filesMayBeDroppedAnywhereAndTextAborts)
@@ -251,7 +252,7 @@ TEST_F(ProjectBrowserTest, filesMayBeDroppedAnywhereAndTextAborts)
         EXPECT_LT(lineGeometry().bottom(), 0);
     }
     drag<QDropEvent>(first, &files);
-    EXPECT_EQ(told(mBank), "a b new");
+    EXPECT_EQ(describe(mBank), "a b new");
 
     QMimeData text;
     text.setText("words");

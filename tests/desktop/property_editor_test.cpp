@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "property_editor.hpp"
 
 #include "desktop_test.hpp"
@@ -35,7 +36,7 @@ protected:
         return childWith<QLineEdit>(mEditor.get(), &QLineEdit::accessibleName, name);
     }
 
-    // Chooses a format as a person does, with the keyboard.
+    // Chooses a format with the keyboard, as a user does.
     void choose(const QString& format)
     {
         auto* combo = mEditor->findChild<QComboBox*>();
@@ -83,7 +84,8 @@ TEST_F(PropertyEditorTest, theFormatDecidesThePageAndWhatMayBeChecked)
         EXPECT_EQ(box("Optimize sample rate")->isEnabled(), optimize) << format;
         EXPECT_EQ(box("Filter high frequencies")->isEnabled(), xma) << format;
         EXPECT_EQ(box("Enable seeking")->isEnabled(), xma) << format;
-        EXPECT_EQ(box("Enable seeking")->isChecked(), !xma) << format << ": enabled, it returns to what was saved";
+        EXPECT_EQ(box("Enable seeking")->isChecked(), !xma)
+            << format << ": when enabled, it returns to the saved state";
     }
     EXPECT_EQ(profile().format(), TARNOK_FORMAT_OPUS);
 
@@ -127,7 +129,7 @@ TEST_F(PropertyEditorTest, aProfileIsShownUnchangedAndABoxWritesItsFlagWhileItIs
     choose("PCM");
     EXPECT_EQ(profile().buildFlags(), static_cast<unsigned int>(TARNOK_BUILD_DISABLESEEKING))
         << "leaving the format unchecks the box, which writes the flag";
-    EXPECT_TRUE(box("Enable seeking")->isChecked()) << "then it is shown checked, without an effect";
+    EXPECT_TRUE(box("Enable seeking")->isChecked()) << "then it appears checked, without an effect";
     box("Optimize sample rate")->click();
     choose("Vorbis");
     EXPECT_FALSE(profile().buildFlags() & TARNOK_BUILD_OPTIMIZESAMPLERATE);
@@ -139,7 +141,7 @@ TEST_F(PropertyEditorTest, aProfileIsShownUnchangedAndABoxWritesItsFlagWhileItIs
     EXPECT_DEATH(mEditor->updateProfileControls(profile()), "ASSERT");
 }
 
-TEST_F(PropertyEditorTest, qualityIsCutFromTheSliderAndFromTheText)
+TEST_F(PropertyEditorTest, qualityIsTruncatedFromTheSliderAndFromTheText)
 {
     show();
     choose("Vorbis");
@@ -186,7 +188,7 @@ TEST_F(PropertyEditorTest, theDormantBitratePageFollowsTheQualityAndWritesWhenIt
     mEditor->findChild<QStackedWidget*>()->setCurrentIndex(1);
     bitrate->setValue(74);
     EXPECT_EQ(profile().quality(), 75u);
-    // Cutting loses one step of the lower half.
+    // Truncation loses one step of the lower half.
     for (int quality = 1; quality <= 50; ++quality) {
         bitrate->setValue(99);
         bitrate->setValue(int(3.2f * float(quality) / 320.0f * 99.0f));
@@ -206,7 +208,7 @@ TEST_F(PropertyEditorTest, theOutputPathIsWrittenPerKeystrokeUnlessACharacterIsI
     for (const QChar illegal : QString("/\\:*?\"<>")) {
         mBank->setOutputFilePath(path("Bank/ok.tnb"));
         mEditor->setCurrentSoundBank(mBank);
-        EXPECT_EQ(linesOf([&] { QTest::keyClicks(name, illegal); }, Logger::OUTPUT_ERROR),
+        EXPECT_EQ(loggedLines([&] { QTest::keyClicks(name, illegal); }, Logger::OUTPUT_ERROR),
                   QStringList(QString("ERROR: File name 'ok.tnb%1' contains illegal characters").arg(illegal)));
         EXPECT_EQ(name->text(), "ok.tnb");
         EXPECT_EQ(mBank->outputFilePath(), path("Bank/ok.tnb"));
@@ -223,7 +225,7 @@ TEST_F(PropertyEditorTest, theOutputPathIsWrittenPerKeystrokeUnlessACharacterIsI
     directory->setPath(path("with:colon"), false);
     EXPECT_EQ(mBank->fileLocation(), path("with:colon"));
     QDir().mkpath(path("with<angle"));
-    EXPECT_EQ(linesOf([&] { directory->setPath(path("with<angle"), false); }, Logger::OUTPUT_ERROR),
+    EXPECT_EQ(loggedLines([&] { directory->setPath(path("with<angle"), false); }, Logger::OUTPUT_ERROR),
               QStringList("ERROR: Path '" + path("with<angle/a|b") + "' contains illegal characters"));
     EXPECT_EQ(mBank->fileLocation(), path("with:colon"));
 }

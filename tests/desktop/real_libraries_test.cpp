@@ -1,4 +1,5 @@
-// The window over the real engine and the real builder.
+// SPDX-License-Identifier: MIT
+// The window with the real engine and the real builder.
 #include "mainwindow.hpp"
 
 #include "answers.hpp"

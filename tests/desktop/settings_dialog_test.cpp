@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings_dialog.hpp"
 
 #include "desktop_test.hpp"
@@ -48,7 +49,8 @@ TEST_F(SettingsDialogTest, okWritesTheControlsToTheSettingsAndToTheStore)
         threads->clear();
         QTest::keyClicks(threads, "99");
         dialog.findChild<QCheckBox*>()->click();
-        EXPECT_TRUE(childWith<QPushButton>(&dialog, &QPushButton::text, "OK")->isDefault()) << "what Return presses";
+        EXPECT_TRUE(childWith<QPushButton>(&dialog, &QPushButton::text, "OK")->isDefault())
+            << "the button that Return presses";
     });
     EXPECT_EQ(stored("Directories/Cache"), path("other"));
     EXPECT_EQ(stored("Directories/Bank"), path("Bank"));
@@ -74,7 +76,7 @@ TEST_F(SettingsDialogTest, cancelWritesNothingAndRefillsTheControls)
     EXPECT_EQ(settings()->getDir("Bank"), path("Bank"));
     EXPECT_EQ(stored("Directories/Bank"), "");
 
-    // What the settings became in the meantime shows at the next closing, not at the opening.
+    // Settings that changed in the meantime appear after the next closing, not at the next opening.
     settings()->setDir("Bank", path("Profile"));
     run(dialog, "Cancel", [&] { EXPECT_EQ(bank->path(), path("Bank")); });
     EXPECT_EQ(bank->path(), path("Profile"));

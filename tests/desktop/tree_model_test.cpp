@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workspace_model.hpp"
 
 #include "desktop_test.hpp"
@@ -16,7 +17,7 @@ protected:
 struct Drop
 {
     const char* before;
-    const char* dragged; // places, separated by blanks
+    const char* dragged; // positions, separated by blanks
     const char* target;
     const char* after;
     QStringList lines = {};
@@ -25,11 +26,47 @@ struct Drop
 const QString CHANNELS = "ERROR: Could not interleave '%1': would exceed maximum of 16 interleaved channels";
 const QString RATES = "ERROR: Could not interleave '%1': files have different samplerates";
 
+const Drop DROPS[] = {
+    // Sounds are moved before other sounds or to the start of a bank, in their order.
+    {"a b c", "2", "0", "c a b", {"drag:sub [2], drop:sub [0]"}},
+    {"a b c", "0", "2", "b a c"},
+    {"a b c d", "0 1", "3", "c a b d"},
+    {"a b c", "2", "bank", "c a b", {"drag:sub [2], drop:sub [0]"}},
+    {"a b", "1", "1", "a b"},
+    // Files become separate sounds.
+    {"a+b c", "0.0", "1", "b a c", {"drag:src, drop:sub"}},
+    {"a+b c", "0.0 0.1", "1", "a b c"},
+    {"a b+c", "1.1", "bank", "c a b"},
+    {"a+b c", "0.0 0.1", "0", "a b c"},
+    // A sound joins another one. If it has several files, every second file is lost with it.
+    {"a b+c", "0", "1.1", "b+a+c", {"drag:sub, drop:src"}},
+    {"a+b c+d", "0", "1.0", "a+c+d"},
+    {"a+b+c+d e+f", "0", "1.0", "a+c+e+f"},
+    // Files join another sound. The sound that they leave may become empty.
+    {"a+b c+d", "0.0", "1.1", "b c+a+d", {"drag:src, drop:src"}},
+    {"a+b c+d", "0.0 0.1", "1.0", "- a+b+c+d"},
+    {"a+b+c", "0.2", "0.0", "c+a+b"},
+    {"a+b+c", "0.0", "0.2", "b+a+c"},
+    // Items that can't be moved are skipped; the others are moved.
+    {"x a b+c", "0 1", "2.0", "x a+b+c", {RATES.arg("x"), "drag:sub, drop:src"}},
+    {"y b+c", "0", "1.0", "y b+c", {RATES.arg("y")}},
+    {"w v+a", "0", "1.0", "w+v+a"},
+    {"w w+a", "0", "1.0", "w w+a", {CHANNELS.arg("w")}},
+    {"w+a", "0.0", "0.1", "w+a", {CHANNELS.arg("w")}},
+    {"a b+c", "bank", "1.0", "a b+c", {RATES.arg("out")}},
+    // A sound that is dropped on its own file is gone, and so is the target. The other dragged items stay where they
+    // are.
+    {"a+b c", "0", "0.0", "c"},
+    {"a+b c", "0 1", "0.0", "c"},
+    // Files that are dragged together with their sound may be gone before they are moved.
+    {"a+b c+d", "0 0.0 0.1", "1.0", "a+c+d"},
+};
+
 } // namespace
 
-TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
+TEST_F(TreeModelTest, rowsShowTheValuesOfTheItems)
 {
-    SoundBank* bank = makeBank("a y+b+x");
+    const SoundBank* bank = makeBank("a y+b+x");
     const QModelIndex root = mModel.index(0, 0);
     const QModelIndex leaf = mModel.index(0, 0, root);
     const QModelIndex merged = mModel.index(1, 0, root);
@@ -59,7 +96,14 @@ TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
     EXPECT_EQ(texts(leaf), QStringList({"a", "44100", "16-bit PCM", "wav", "1", path("").chopped(1), "1000", "1"}));
     EXPECT_EQ(texts(merged), QStringList({"y", "44100", "24-bit PCM", "", "3", "", "3000", "3"}));
     EXPECT_EQ(texts(file), QStringList({"x", "48000", "16-bit PCM", "wav", "1", path("").chopped(1), "3000", "1"}));
+}
 
+TEST_F(TreeModelTest, rowsHaveIconsAlignmentAndFlagsUntilTheyAreRemoved)
+{
+    SoundBank* bank = makeBank("a y+b+x");
+    const QModelIndex root = mModel.index(0, 0);
+    const QModelIndex leaf = mModel.index(0, 0, root);
+    const QModelIndex file = mModel.index(2, 0, mModel.index(1, 0, root));
     EXPECT_EQ(mModel.data(leaf.siblingAtColumn(4), Qt::TextAlignmentRole), QVariant(2));
     EXPECT_EQ(mModel.data(leaf, Qt::TextAlignmentRole), QVariant(1));
     EXPECT_FALSE(mModel.data(leaf, Qt::ToolTipRole).isValid());
@@ -82,49 +126,15 @@ TEST_F(TreeModelTest, rowsShowWhatTheItemsSay)
 
 TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
 {
-    const Drop drops[] = {
-        // Sounds go before sounds, and to the top of a bank, in their order.
-        {"a b c", "2", "0", "c a b", {"drag:sub [2], drop:sub [0]"}},
-        {"a b c", "0", "2", "b a c"},
-        {"a b c d", "0 1", "3", "c a b d"},
-        {"a b c", "2", "bank", "c a b", {"drag:sub [2], drop:sub [0]"}},
-        {"a b", "1", "1", "a b"},
-        // Files become sounds of their own.
-        {"a+b c", "0.0", "1", "b a c", {"drag:src, drop:sub"}},
-        {"a+b c", "0.0 0.1", "1", "a b c"},
-        {"a b+c", "1.1", "bank", "c a b"},
-        {"a+b c", "0.0 0.1", "0", "a b c"},
-        // A sound joins another one; of several files every second is lost with the sound.
-        {"a b+c", "0", "1.1", "b+a+c", {"drag:sub, drop:src"}},
-        {"a+b c+d", "0", "1.0", "a+c+d"},
-        {"a+b+c+d e+f", "0", "1.0", "a+c+e+f"},
-        // Files join another sound, which may leave an empty one behind.
-        {"a+b c+d", "0.0", "1.1", "b c+a+d", {"drag:src, drop:src"}},
-        {"a+b c+d", "0.0 0.1", "1.0", "- a+b+c+d"},
-        {"a+b+c", "0.2", "0.0", "c+a+b"},
-        {"a+b+c", "0.0", "0.2", "b+a+c"},
-        // What doesn't fit is skipped, the others go on.
-        {"x a b+c", "0 1", "2.0", "x a+b+c", {RATES.arg("x"), "drag:sub, drop:src"}},
-        {"y b+c", "0", "1.0", "y b+c", {RATES.arg("y")}},
-        {"w v+a", "0", "1.0", "w+v+a"},
-        {"w w+a", "0", "1.0", "w w+a", {CHANNELS.arg("w")}},
-        {"w+a", "0.0", "0.1", "w+a", {CHANNELS.arg("w")}},
-        {"a b+c", "bank", "1.0", "a b+c", {RATES.arg("out")}},
-        // A sound on its own file is gone, with the target; what was dragged beside it stays where it is.
-        {"a+b c", "0", "0.0", "c"},
-        {"a+b c", "0 1", "0.0", "c"},
-        // Files that are dragged together with their sound may be gone when their turn comes.
-        {"a+b c+d", "0 0.0 0.1", "1.0", "a+c+d"},
-    };
-    for (const Drop& drop : drops) {
+    for (const Drop& drop : DROPS) {
         SoundBank* bank = makeBank(drop.before);
         QSignalSpy resets(&mModel, SIGNAL(modelReset()));
         QList<AbstractItem*> items;
-        for (const QString& place : QString(drop.dragged).split(' '))
-            items.append(itemAt(bank, place));
-        const QStringList lines = linesOf([&] { mModel.moveItems(itemAt(bank, drop.target), items); });
+        for (const QString& position : QString(drop.dragged).split(' '))
+            items.append(itemAt(bank, position));
+        const QStringList lines = loggedLines([&] { mModel.moveItems(itemAt(bank, drop.target), items); });
         const std::string name = std::string(drop.before) + ": " + drop.dragged + " onto " + drop.target;
-        EXPECT_EQ(told(bank), drop.after) << name;
+        EXPECT_EQ(describe(bank), drop.after) << name;
         EXPECT_EQ(resets.size(), 1) << name;
         for (const QString& line : drop.lines)
             EXPECT_TRUE(lines.contains(line)) << name << ": " << line.toStdString();
@@ -136,7 +146,7 @@ TEST_F(TreeModelTest, aDropWithoutATargetIsIgnoredAndWrongKindsAbort)
 {
     SoundBank* bank = makeBank("a b+c");
     QSignalSpy resets(&mModel, SIGNAL(modelAboutToBeReset()));
-    EXPECT_EQ(linesOf([&] { mModel.moveItems(nullptr, {bank->at(0)}); }), QStringList("drop ignored"));
+    EXPECT_EQ(loggedLines([&] { mModel.moveItems(nullptr, {bank->at(0)}); }), QStringList("drop ignored"));
     EXPECT_TRUE(resets.isEmpty());
     EXPECT_DEATH(mModel.moveItems(workspace(), {bank->at(0)}), "false");
     EXPECT_DEATH(mModel.moveItems(bank->at(0), {bank}), "false");
@@ -158,8 +168,8 @@ TEST_F(TreeModelTest, interleavingMergesTheLaterSoundsOfOneFileIntoTheFirst)
         for (const int row : selected)
             subsounds.append(bank->at(row));
         Subsound* first = subsounds.first();
-        const QStringList lines = linesOf([&] { EXPECT_EQ(mModel.interleaveSubsounds(subsounds), first); });
-        EXPECT_EQ(told(bank), after);
+        const QStringList lines = loggedLines([&] { EXPECT_EQ(mModel.interleaveSubsounds(subsounds), first); });
+        EXPECT_EQ(describe(bank), after);
         EXPECT_TRUE(lines.contains(line)) << before;
         bank->unload();
     }
@@ -176,7 +186,7 @@ TEST_F(TreeModelTest, removingAFileLeavesALeafAndRemovingTheLastOneAborts)
     SoundBank* bank = makeBank("a b+c d+e f");
     QList<AbstractItem*> items = {bank->at(0), itemAt(bank, "1.0")};
     mModel.removeItems(items);
-    EXPECT_EQ(told(bank), "c d+e f");
+    EXPECT_EQ(describe(bank), "c d+e f");
     EXPECT_EQ(mModel.rowCount(mModel.index(0, 0, mModel.index(0, 0))), 0);
 
     QList<AbstractItem*> both = {itemAt(bank, "1.0"), itemAt(bank, "1.1")};
@@ -184,7 +194,7 @@ TEST_F(TreeModelTest, removingAFileLeavesALeafAndRemovingTheLastOneAborts)
 
     QList<AbstractItem*> withItsFile = {bank->at(1), itemAt(bank, "1.0"), bank->at(2)};
     mModel.removeItems(withItsFile);
-    EXPECT_EQ(told(bank), "c");
+    EXPECT_EQ(describe(bank), "c");
 }
 
 TEST_F(TreeModelTest, theProxyShowsEveryRowAndCarriesItsItemsAddress)
@@ -209,7 +219,7 @@ TEST_F(TreeModelTest, theProxyShowsEveryRowAndCarriesItsItemsAddress)
     const AbstractItem* const items[] = {bank->at(2), bank->at(0)};
     EXPECT_EQ(rows->data("application/tree.rows"), QByteArray(reinterpret_cast<const char*>(items), sizeof items));
 
-    // A leaf is judged by the empty string, not by its own name.
+    // The empty string decides about a leaf, not its name.
     proxy.setFilterFixedString("a");
     EXPECT_EQ(proxy.rowCount(), 0);
     proxy.setFilterRegularExpression("a*");

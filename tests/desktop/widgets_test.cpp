@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "utility_widgets.hpp"
 
 #include "desktop_test.hpp"
@@ -9,12 +10,12 @@ namespace {
 
 using WidgetsTest = DesktopTest;
 
-QString textOf(const EnhancedSlider& slider)
+QString shownText(const EnhancedSlider& slider)
 {
     return slider.findChild<QLineEdit*>()->text();
 }
 
-int positionOf(const EnhancedSlider& slider)
+int handlePosition(const EnhancedSlider& slider)
 {
     return slider.findChild<QSlider*>()->value();
 }
@@ -47,24 +48,24 @@ TEST_F(WidgetsTest, aNumericBoxDropsDigitsAndShowsNothingBelowItsSmallestStep)
     EXPECT_EQ(labelled.getValue(), 2.5f);
 }
 
-TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndCutsPositions)
+TEST_F(WidgetsTest, aSliderComputesInSinglePrecisionAndTruncatesPositions)
 {
     const EnhancedSlider bitrate(0, 320, 96, 99, 1);
-    EXPECT_EQ(positionOf(bitrate), 29);
-    EXPECT_EQ(textOf(bitrate), "96");
+    EXPECT_EQ(handlePosition(bitrate), 29);
+    EXPECT_EQ(shownText(bitrate), "96");
     EXPECT_EQ(bitrate.findChildren<QLabel*>().first()->text(), "0");
     EXPECT_EQ(bitrate.findChildren<QLabel*>().last()->text(), "320");
 
     EnhancedSlider threads(1, 16, 4, 15, 0);
     for (int count = 1; count <= 16; ++count) {
         threads.setValue(float(count));
-        EXPECT_EQ(positionOf(threads), count - 1);
+        EXPECT_EQ(handlePosition(threads), count - 1);
         EXPECT_EQ(threads.getValueFromSlider(), float(count));
     }
     threads.setValue(4);
     QTest::keyClick(threads.findChild<QLineEdit*>(), Qt::Key_Backspace);
-    EXPECT_EQ(textOf(threads), "1") << "nothing counts as 0, which is too small";
-    EXPECT_EQ(positionOf(threads), 0);
+    EXPECT_EQ(shownText(threads), "1") << "an empty text counts as 0, which is too small";
+    EXPECT_EQ(handlePosition(threads), 0);
 
     const EnhancedSlider fixed(1, 0);
     EXPECT_EQ(fixed.findChild<QSlider*>()->maximum(), 1);
@@ -79,7 +80,7 @@ TEST_F(WidgetsTest, aSliderAbortsOutsideItsRangeAndDrawsItsMarkerInside)
     EXPECT_DEATH(slider.setMaximum(40), "mMinValue <= value && value <= mMaxValue");
     EXPECT_DEATH(EnhancedSlider(0, 10, 11, 10, 0), "mMinValue <= value && value <= mMaxValue");
     slider.setMaximum(50);
-    EXPECT_EQ(positionOf(slider), 100);
+    EXPECT_EQ(handlePosition(slider), 100);
     slider.setMinimum(40);
     EXPECT_EQ(slider.getValueFromSlider(), 50);
 
@@ -100,7 +101,7 @@ TEST_F(WidgetsTest, aSliderAbortsOutsideItsRangeAndDrawsItsMarkerInside)
     EXPECT_FALSE(isMarked());
 }
 
-TEST_F(WidgetsTest, aConditionalCheckBoxComesBackAsItWas)
+TEST_F(WidgetsTest, aConditionalCheckBoxRestoresItsState)
 {
     QWidget parent;
     ConditionalCheckBox box("Choice", &parent);
@@ -120,10 +121,10 @@ TEST_F(WidgetsTest, aConditionalCheckBoxComesBackAsItWas)
     parent.setEnabled(false);
     box.setChecked(false);
     box.setEnabled(true);
-    EXPECT_TRUE(box.isChecked()) << "disabled with its parent, it returns to the state that was saved";
+    EXPECT_TRUE(box.isChecked()) << "disabled with its parent, it returns to the saved state";
 }
 
-TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
+TEST_F(WidgetsTest, aDirectoryEditAcceptsWhatExistsAndOffersToCreateTheLastPart)
 {
     DirectoryLineEdit edit(nullptr);
     QSignalSpy changes(&edit, SIGNAL(pathChanged(QString)));
@@ -153,72 +154,95 @@ TEST_F(WidgetsTest, aDirectoryEditTakesWhatExistsAndOffersToCreateTheLastPart)
     EXPECT_TRUE(edit.setPath(path("new"), true));
     EXPECT_TRUE(QDir(path("new")).exists());
     EXPECT_EQ(edit.path(), path("new"));
-    // Nobody, root included, makes a directory there.
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(edit.setPath("/proc/new", true)); }),
+    // Nobody can create a directory there, not even root.
+    EXPECT_EQ(loggedLines([&] { EXPECT_TRUE(edit.setPath("/proc/new", true)); }),
               QStringList("ERROR: unable to create directory 'new'"));
     EXPECT_EQ(edit.path(), path("new"));
     EXPECT_EQ(agreement.count, 2);
 }
 
-TEST_F(WidgetsTest, aDirectoryEditShowsTheWholePathWhileItIsEditedAndSettlesWhenItIsLeft)
+// A directory edit and another field that can take the focus, in an active window.
+class DirectoryEditTest : public WidgetsTest
 {
-    QWidget form;
-    auto* line = new DirectoryLineEdit(&form);
-    auto* other = new QLineEdit;
-    auto* layout = new QVBoxLayout(&form);
-    layout->addWidget(line);
-    layout->addWidget(other);
-    form.resize(300, 100);
-    form.show();
-    form.activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
-    const auto enter = [&](const QString& path) {
-        line->setFocus();
-        line->clear();
-        QTest::keyClicks(line, path);
-        other->setFocus();
-    };
+protected:
+    void SetUp() override
+    {
+        WidgetsTest::SetUp();
+        auto* layout = new QVBoxLayout(&mForm);
+        layout->addWidget(mLine);
+        layout->addWidget(mOther);
+        mForm.resize(300, 100);
+        mForm.show();
+        activate();
+    }
 
-    line->setPath(path("Bank"), false);
-    other->setFocus();
-    const QString elided = line->text();
-    line->setFocus();
-    EXPECT_EQ(line->text(), path("Bank"));
-    EXPECT_EQ(line->cursorPosition(), path("Bank").size());
-    other->setFocus();
-    EXPECT_EQ(line->text(), elided);
+    void activate()
+    {
+        mForm.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&mForm));
+    }
 
+    void enter(const QString& path)
+    {
+        mLine->setFocus();
+        mLine->clear();
+        QTest::keyClicks(mLine, path);
+        mOther->setFocus();
+    }
+
+    QWidget mForm;
+    DirectoryLineEdit* mLine = new DirectoryLineEdit(&mForm);
+    QLineEdit* mOther = new QLineEdit;
+};
+
+TEST_F(DirectoryEditTest, showsTheWholePathWhileItIsEdited)
+{
+    mLine->setPath(path("Bank"), false);
+    mOther->setFocus();
+    const QString elided = mLine->text();
+    mLine->setFocus();
+    EXPECT_EQ(mLine->text(), path("Bank"));
+    EXPECT_EQ(mLine->cursorPosition(), path("Bank").size());
+    mOther->setFocus();
+    EXPECT_EQ(mLine->text(), elided);
+}
+
+TEST_F(DirectoryEditTest, appliesItsPathWhenItLosesTheFocus)
+{
     enter(path("Bank/../Cache/"));
-    EXPECT_EQ(line->path(), path("Cache"));
+    EXPECT_EQ(mLine->path(), path("Cache"));
 
     enter(path("no/parent"));
-    EXPECT_EQ(line->path(), path("Cache"));
-    EXPECT_EQ(line->text(), path("no/parent")) << "what was typed stays in sight";
+    EXPECT_EQ(mLine->path(), path("Cache"));
+    EXPECT_EQ(mLine->text(), path("no/parent")) << "the typed text stays visible";
 
     MessageAnswer refusal(QMessageBox::Cancel);
     enter(path("refused"));
     EXPECT_EQ(refusal.count, 1);
-    EXPECT_EQ(line->text(), path("refused"));
-    EXPECT_EQ(line->path(), path("Cache"));
+    EXPECT_EQ(mLine->text(), path("refused"));
+    EXPECT_EQ(mLine->path(), path("Cache"));
 
-    // What is told while somebody types there.
-    form.activateWindow(); // again, after the question
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
-    line->setFocus();
-    line->setText("typed");
-    form.resize(200, 100);
-    line->elideText();
-    EXPECT_TRUE(line->setPath(path("Cache"), false));
-    EXPECT_EQ(line->text(), "typed") << "it is the same as before";
-    EXPECT_TRUE(line->setPath(path("Bank"), false));
-    EXPECT_EQ(line->text(), path("Bank"));
-
-    line->setText(path("no/parent"));
-    QTest::keyClick(line, Qt::Key_Return);
-    EXPECT_FALSE(line->hasFocus()) << "there is nothing to complete";
+    activate(); // again, after the question
+    mLine->setFocus();
+    mLine->setText(path("no/parent"));
+    QTest::keyClick(mLine, Qt::Key_Return);
+    EXPECT_FALSE(mLine->hasFocus()) << "there is nothing to complete";
 }
 
-TEST_F(WidgetsTest, aDirectoryIsBrowsedForFromWhereItStands)
+TEST_F(DirectoryEditTest, keepsWhatIsTypedUnlessAnotherPathIsSet)
+{
+    mLine->setPath(path("Cache"), false);
+    mLine->setFocus();
+    mLine->setText("typed");
+    mForm.resize(200, 100);
+    mLine->elideText();
+    EXPECT_TRUE(mLine->setPath(path("Cache"), false));
+    EXPECT_EQ(mLine->text(), "typed") << "it hasn't changed";
+    EXPECT_TRUE(mLine->setPath(path("Bank"), false));
+    EXPECT_EQ(mLine->text(), path("Bank"));
+}
+
+TEST_F(WidgetsTest, browsingStartsInTheCurrentDirectory)
 {
     EnhancedDirectoryLineEdit edit(nullptr);
     edit.lineEdit()->setPath(path("Bank"), false);
@@ -254,7 +278,7 @@ TEST_F(WidgetsTest, aSearchFieldShowsItsCrossWhileItHoldsText)
     EXPECT_EQ(changes.size(), 2);
 }
 
-TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
+TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItExists)
 {
     auto area = std::make_unique<NotificationArea>(nullptr);
     auto* pane = area->findChild<QTextEdit*>();
@@ -267,7 +291,7 @@ TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItLives)
     EXPECT_EQ(pane->document()->blockCount(), 2);
     EXPECT_TRUE(pane->isReadOnly());
 
-    // Lines of a batch are there at once, and the end stays in sight.
+    // All lines of a batch appear at once, and the end stays visible.
     area->resize(200, 100);
     area->show();
     {

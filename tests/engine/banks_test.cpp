@@ -1,4 +1,5 @@
-// A bank as a sound: what it says of itself, and how its sounds are reached.
+// SPDX-License-Identifier: MIT
+// A bank as a sound: what it reports about itself, and how its sounds are opened.
 #include "support/bank_maker.hpp"
 #include "support/engine_access.hpp"
 #include "support/sound_files.hpp"
@@ -28,14 +29,14 @@ const Facts kNoFacts{KESS_SOUND_TYPE_TNB};
 
 } // namespace
 
-TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
+TEST(ABankOfSeveralSounds, ReportsAboutThemAndIsNotReadItself)
 {
     for (const bank::Codec codec : kCodecs) {
         writeBank("several", codec, 3);
         EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_TNB), KESS_OK);
         EXPECT_EQ(engine().tryOpen("several", KESS_SOUND_TYPE_WAV), KESS_ERR_FORMAT);
         const SoundPointer opened = engine().open("several");
-        EXPECT_EQ(factsOf(*opened), kNoFacts);
+        EXPECT_EQ(readFacts(*opened), kNoFacts);
         char buffer[64];
         EXPECT_EQ(opened->readData(buffer, sizeof buffer, nullptr), KESS_ERR_SUBSOUNDS);
         EXPECT_EQ(opened->seekData(0), KESS_ERR_SUBSOUNDS);
@@ -61,11 +62,11 @@ TEST(ABankOfSeveralSounds, AnswersForThemAndIsNotReadItself)
         EXPECT_EQ(byIndex->verifyData(), KESS_OK);
         EXPECT_EQ(byIndex->getName(buffer, sizeof buffer), KESS_OK);
         EXPECT_STREQ(buffer, "sound 1");
-        EXPECT_EQ(factsOf(*byIndex).type, KESS_SOUND_TYPE_TNB);
-        EXPECT_EQ(factsOf(*byIndex).samples, 5000u);
+        EXPECT_EQ(readFacts(*byIndex).type, KESS_SOUND_TYPE_TNB);
+        EXPECT_EQ(readFacts(*byIndex).samples, 5000u);
         EXPECT_EQ(readFloats(*byIndex).size(), 5000u * 2);
 
-        // A released subsound is closed, and opened anew when it is asked for again.
+        // A released subsound is closed, and opened again on the next request.
         EXPECT_EQ(byIndex->release(), KESS_OK);
         EXPECT_EQ(byIndex->seekData(0), KESS_ERR_INVALID_HANDLE);
         EXPECT_EQ(byIndex->verifyData(), KESS_ERR_INVALID_HANDLE);
@@ -92,7 +93,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 info.cbsize = sizeof info;
                 EXPECT_EQ(opened->getBankInfo(&info), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(info.encrypted, 1);
-                EXPECT_EQ(factsOf(*opened), kNoFacts);
+                EXPECT_EQ(readFacts(*opened), kNoFacts);
                 EXPECT_EQ(opened->getNumSubSounds(&count), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->getSubSound(0, &subsound), KESS_ERR_KEY_MISSING);
                 EXPECT_EQ(opened->readFloat(&frame, 1, nullptr), KESS_ERR_KEY_MISSING);
@@ -100,7 +101,7 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
                 EXPECT_EQ(opened->setEncryptionKey("secret"), KESS_OK);
                 EXPECT_EQ(opened->setEncryptionKey("anything now"), KESS_OK);
             }
-            const Facts facts = factsOf(*opened);
+            const Facts facts = readFacts(*opened);
             EXPECT_EQ(std::tuple(facts.type, facts.channels, facts.samples), std::tuple(KESS_SOUND_TYPE_TNB, 1, 4000u));
             const std::vector<float> all = readFloats(*opened);
             ASSERT_EQ(all.size(), 4000u);
@@ -112,62 +113,90 @@ TEST(ABankOfOneSound, IsReadLikeThatSoundOnceItIsUnlocked)
     }
 }
 
-// The codecs of a bank begin thousands of samples before the one that is wanted.
-TEST(AShortLoop, IsDecodedOnceAndSoundsAsIfItWereDecodedEachTime)
+namespace {
+
+constexpr uint64_t kFrames = 25'000;
+constexpr uint64_t kLoopStart = 2011;
+
+// A sound of a bank with a loop of that length.
+SoundPointer loopedSound(bank::Codec codec, uint64_t length)
 {
-    constexpr uint64_t kStart = 2011;
+    bank_test::MemorySound source(2, 48000, noise(2, 48000, kFrames).samples);
+    source.setLoop(base::Loop{kLoopStart, kLoopStart + length});
+    writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
+    return engine().open("loop");
+}
+
+// Reads as many samples as are expected, alternately as floats and as integers. For the integers, which have been
+// compared with the floats before, the result contains the values of `expected`.
+std::vector<float> readInBothForms(KESS::Sound& sound, bank::Codec codec, const std::vector<float>& expected)
+{
+    std::vector<float> samples;
+    std::vector<uint8_t> bytes(31 * 4);
+    for (bool asFloat = true; samples.size() < expected.size(); asFloat = !asFloat) {
+        if (asFloat) {
+            const std::vector<float> piece = readFloats(sound, 700);
+            samples.insert(samples.end(), piece.begin(), piece.end());
+            continue;
+        }
+        unsigned got = 0;
+        EXPECT_EQ(sound.readData(bytes.data(), 31 * 4, &got), KESS_OK);
+        const size_t count = got / (codec == bank::Codec::Pcm ? sizeof(float) : sizeof(int16_t));
+        if (count == 0 || count > expected.size() - samples.size())
+            break;
+        const auto passed = expected.begin() + ptrdiff_t(samples.size());
+        samples.insert(samples.end(), passed, passed + ptrdiff_t(count));
+    }
+    return samples;
+}
+
+} // namespace
+
+// The codecs of a bank begin to decode thousands of samples before the requested one.
+TEST(AShortLoop, SoundsAsIfItWereDecodedEachTime)
+{
     for (const bank::Codec codec : kCodecs) {
         for (const uint64_t length : {1, 7, 3000, 20'000}) {
             SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
-            bank_test::MemorySound source(2, 48000, noise(2, 48000, 25'000).samples);
-            source.setLoop(bank::Loop{kStart, kStart + length});
-            writeFile("loop", bank_test::makeBank({bank_test::encode(codec, source, 50, "loop")}));
-            const SoundPointer sound = engine().open("loop");
+            const SoundPointer sound = loopedSound(codec, length);
             std::vector<float> expected = readFloats(*sound);
-            expected.resize((kStart + length) * 2);
-            ASSERT_EQ(sound->seekData(kStart), KESS_OK);
+            expected.resize((kLoopStart + length) * 2);
+            ASSERT_EQ(sound->seekData(kLoopStart), KESS_OK);
             const std::vector<float> onwards = readFloats(*sound);
             for (int repetition = 0; repetition < 2; ++repetition)
                 expected.insert(expected.end(), onwards.begin(), onwards.begin() + ptrdiff_t(length) * 2);
             expected.insert(expected.end(), onwards.begin(), onwards.end());
 
-            // In both forms by turns; what comes as integers was compared with its float already.
             ASSERT_EQ(sound->seekData(0), KESS_OK);
             ASSERT_EQ(sound->setLoopCount(3), KESS_OK);
-            std::vector<float> looped;
-            std::vector<uint8_t> bytes(31 * 4);
-            for (bool asFloat = true; looped.size() < expected.size(); asFloat = !asFloat) {
-                unsigned got = 0;
-                if (asFloat) {
-                    const std::vector<float> piece = readFloats(*sound, 700);
-                    looped.insert(looped.end(), piece.begin(), piece.end());
-                } else {
-                    ASSERT_EQ(sound->readData(bytes.data(), 31 * 4, &got), KESS_OK);
-                    const size_t samples = got / (codec == bank::Codec::Pcm ? sizeof(float) : sizeof(int16_t));
-                    ASSERT_LE(looped.size() + samples, expected.size());
-                    const auto passed = expected.begin() + ptrdiff_t(looped.size());
-                    looped.insert(looped.end(), passed, passed + ptrdiff_t(samples));
-                }
-            }
-            EXPECT_TRUE(looped == expected);
-            EXPECT_EQ(sound->readFloat(looped.data(), 1, nullptr), KESS_ERR_FILE_EOF);
+            EXPECT_TRUE(readInBothForms(*sound, codec, expected) == expected);
+            EXPECT_EQ(sound->readFloat(expected.data(), 1, nullptr), KESS_ERR_FILE_EOF);
+        }
+    }
+}
 
+TEST(AShortLoop, IsDecodedOnceAndPlaysToTheEndWhenLoopingIsSwitchedOff)
+{
+    for (const bank::Codec codec : kCodecs) {
+        for (const uint64_t length : {1, 7, 3000, 20'000}) {
+            SCOPED_TRACE(testing::Message() << int(codec) << " " << length);
+            const SoundPointer sound = loopedSound(codec, length);
+            const std::vector<float> all = readFloats(*sound);
             ASSERT_EQ(sound->seekData(0), KESS_OK);
             ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
             const auto begin = std::chrono::steady_clock::now();
             ASSERT_EQ(readFloats(*sound, 48000).size(), 48000u * 2);
             EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-            // Taken back, the loop ends where it is.
             ASSERT_EQ(sound->setLoopCount(0), KESS_OK);
-            const uint64_t left = length - (48000 - kStart - 1) % length - 1 + 25'000 - kStart - length;
+            const uint64_t left = length - (48000 - kLoopStart - 1) % length - 1 + kFrames - kLoopStart - length;
             const std::vector<float> rest = readFloats(*sound);
             ASSERT_EQ(rest.size(), left * 2);
-            EXPECT_TRUE(std::equal(rest.begin(), rest.end(), onwards.end() - ptrdiff_t(left) * 2));
+            EXPECT_TRUE(std::equal(rest.begin(), rest.end(), all.end() - ptrdiff_t(left) * 2));
         }
     }
 }
 
-TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
+TEST(ASoundOfAnExternalCodec, ReportsItsFactsAndIsVerifiedWithoutBeingDecoded)
 {
     bank_test::EncodedSound external;
     external.name = "external";
@@ -182,7 +211,7 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
     const SoundPointer opened = engine().open("external");
     KESS::Sound* sound = nullptr;
     ASSERT_EQ(opened->getSubSound(0, &sound), KESS_OK);
-    EXPECT_EQ(factsOf(*sound).samples, 12345u);
+    EXPECT_EQ(readFacts(*sound).samples, 12345u);
     EXPECT_EQ(sound->verifyData(), KESS_OK);
     float frame = 0;
     EXPECT_EQ(sound->readFloat(&frame, 1, nullptr), KESS_ERR_UNSUPPORTED);
@@ -193,10 +222,10 @@ TEST(ASoundOfAnExternalCodec, TellsItsFactsAndIsVerifiedWithoutBeingDecoded)
         return 0;
     };
     EXPECT_EQ(engine().system().verifyBank("external", nullptr, take, &findings), KESS_OK);
-    EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "the answer 0 ends it";
+    EXPECT_EQ(findings, std::vector{KESS_ERR_UNSUPPORTED}) << "a return value of 0 ends it";
 }
 
-TEST(ASoundWithDamagedHeaders, IsRefusedWhenAskedForOrTellsItsFactsWhereOnlyTheseAreWanted)
+TEST(ASoundWithDamagedHeaders, IsRefusedOrReportsItsFactsWhereOnlyTheseAreRequested)
 {
     const Signal tone = sine(1, 48000, 4000);
     bank_test::MemorySound sound(tone.channels, 48000, tone.samples);
@@ -215,7 +244,7 @@ TEST(ASoundWithDamagedHeaders, IsRefusedWhenAskedForOrTellsItsFactsWhereOnlyThes
         ASSERT_EQ(bank->getSubSound(1, &damaged), isDeferred ? KESS_OK : KESS_ERR_FILE_BAD);
         if (!isDeferred)
             continue;
-        EXPECT_EQ(factsOf(*damaged).samples, 4000u);
+        EXPECT_EQ(readFacts(*damaged).samples, 4000u);
         float frame = 0;
         EXPECT_EQ(damaged->readFloat(&frame, 1, nullptr), KESS_ERR_FILE_BAD);
         EXPECT_EQ(damaged->seekData(1), KESS_ERR_FILE_BAD);

@@ -1,4 +1,5 @@
-// What the engine says of each kind of file, and what it decodes from it.
+// SPDX-License-Identifier: MIT
+// What the engine reports about each kind of file, and what it decodes from it.
 #include "source_kinds.hpp"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 
 using namespace test;
 
-TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
+TEST(EveryKindOfFile, ReportsItsFactsAndDecodesToItsLengthAtTheRightPosition)
 {
     for (const SourceKind& kind : sourceKinds()) {
         SCOPED_TRACE(kind.name);
@@ -17,7 +18,7 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
         kind.make(kind.name, source);
 
         const SoundPointer sound = engine().open(kind.name);
-        const Facts facts = factsOf(*sound);
+        const Facts facts = readFacts(*sound);
         EXPECT_EQ(std::tuple(facts.type, facts.format, facts.channels, facts.rate),
                   std::tuple(kind.type, kind.format, kind.channels, float(kind.rate)));
         EXPECT_NEAR(double(facts.samples), double(frames), double(kind.tolerance));
@@ -31,17 +32,17 @@ TEST(EveryKindOfFile, TellsItsFactsAndDecodesToItsLengthAtTheRightPlace)
         EXPECT_EQ(sound->readFloat(&spare, 1, &got), KESS_ERR_FILE_EOF);
         EXPECT_EQ(got, 0u);
 
-        // The same type suggested opens it too, another one doesn't.
+        // With the same type as suggestion the file opens too; with another one it doesn't.
         EXPECT_EQ(engine().tryOpen(kind.name, kind.type), KESS_OK);
         const int other = kind.type == KESS_SOUND_TYPE_WAV ? KESS_SOUND_TYPE_MPEG : KESS_SOUND_TYPE_WAV;
         EXPECT_EQ(engine().tryOpen(kind.name, other), KESS_ERR_FORMAT);
     }
 }
 
-TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
+TEST(RawSamples, AreLocatedWhereTheFileStoresWhatIsDelivered)
 {
-    using Range = std::pair<uint64_t, uint64_t>; // offset and bytes, which are 0 where they aren't told
-    const auto rangeOf = [](const std::string& path) {
+    using Range = std::pair<uint64_t, uint64_t>; // offset and bytes; 0 if they aren't reported
+    const auto readRange = [](const std::string& path) {
         Range range;
         SoundPointer sound;
         if (engine().open(path, &sound) == KESS_OK) {
@@ -52,8 +53,8 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
     };
     size_t found = 0;
     for (const SourceKind& kind : sourceKinds()) {
-        const std::string path = exampleOf(kind);
-        const auto [offset, bytes] = rangeOf(path);
+        const std::string path = exampleFile(kind);
+        const auto [offset, bytes] = readRange(path);
         if (bytes == 0)
             continue;
         ++found;
@@ -64,33 +65,33 @@ TEST(RawSamples, AreToldOfWhereTheyAreWhatIsDelivered)
     }
     EXPECT_GE(found, 4u);
 
-    // What a header may tell that makes other samples of the same bytes, or leaves it open what they are. The format
-    // begins at byte 20 of such a file: encoding, channels, rate, bytes a second, bytes a frame, bits.
+    // Values in a header that change the meaning of the bytes, or leave it undefined. The format begins at byte 20 of
+    // such a file: encoding, channels, rate, bytes per second, bytes per frame, bits.
     const std::vector<std::pair<size_t, uint16_t>> changes = {{20, 3}, {20, 6}, {20, 0xfffe}, {22, 1},  {22, 4},
                                                               {32, 2}, {32, 8}, {34, 8},      {34, 12}, {34, 24}};
     writeIntegers("plain.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, randomIntegers(2000));
-    EXPECT_EQ(rangeOf("plain.wav"), Range(44, 4000));
+    EXPECT_EQ(readRange("plain.wav"), Range(44, 4000));
     std::vector<uint8_t> file = readFile("plain.wav");
-    for (const auto& [place, value] : changes) {
+    for (const auto& [offset, value] : changes) {
         std::vector<uint8_t> changed = file;
-        std::memcpy(&changed[place], &value, sizeof value);
+        std::memcpy(&changed[offset], &value, sizeof value);
         writeFile("changed.wav", changed);
-        EXPECT_EQ(rangeOf("changed.wav"), Range()) << place << " " << value;
+        EXPECT_EQ(readRange("changed.wav"), Range()) << offset << " " << value;
     }
-    // A frame that is not whole doesn't count.
+    // An incomplete frame doesn't count.
     file.resize(file.size() - 3);
     writeFile("cut.wav", file);
-    EXPECT_EQ(rangeOf("cut.wav"), Range(44, 3996));
+    EXPECT_EQ(readRange("cut.wav"), Range(44, 3996));
 }
 
-TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)
+TEST(EveryKindOfFile, GivesTheSameFromAnySampleAsReadFromTheStart)
 {
     std::mt19937 random(7);
     for (const SourceKind& kind : sourceKinds()) {
         SCOPED_TRACE(kind.name);
         kind.make(kind.name, noise(kind.channels, kind.rate, size_t(kind.rate) * 2));
         const SoundPointer sound = engine().open(kind.name);
-        const uint64_t samples = factsOf(*sound).samples;
+        const uint64_t samples = readFacts(*sound).samples;
         const auto channels = size_t(kind.channels);
         const std::vector<float> straight = readFloats(*sound);
         for (int trial = 0; trial < 25; ++trial) {
@@ -106,7 +107,7 @@ TEST(EveryKindOfFile, IsReadFromAnySampleAsInAStraightRead)
     }
 }
 
-TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
+TEST(UncompressedSounds, AreDecodedBitForBitWhateverTheirDepth)
 {
     const std::pair<int, int> cases[] = {
         {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1},  {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2},
@@ -132,7 +133,7 @@ TEST(UncompressedSounds, ComeBackToTheBitWhateverTheirDepth)
         EXPECT_TRUE(readBytes(*sound) == expected);
     }
 
-    // Floats do beyond full scale too.
+    // So do floats beyond full scale.
     const Signal loud{2, 44100, tones(5000, 2, {0.01, 0.0237}, 3)};
     for (const int format : {SF_FORMAT_WAV, SF_FORMAT_AIFF}) {
         const SoundPointer sound = engine().open(writeSound("loud", format | SF_FORMAT_FLOAT, loud));
@@ -145,7 +146,7 @@ TEST(SixChannels, AreInTheOrderOfWavFilesWhateverTheOrderInTheFile)
 {
     if (!canEncode())
         GTEST_SKIP();
-    // The tone goes from channel to channel. FFmpeg's encoders take WAV order and write that of the format.
+    // The tone moves from channel to channel. FFmpeg's encoders take the order of WAV and write that of the format.
     constexpr size_t kTurn = 8000;
     Signal signal{6, 48000, {}};
     for (size_t i = 0; i < 36 * kTurn; ++i)
@@ -171,9 +172,9 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
     if (!canEncode())
         GTEST_SKIP();
     encodeSound("plain.mp3", "mp3", "libmp3lame", sine(2, 44100, 100000));
-    EXPECT_EQ(factsOf(*engine().open("plain.mp3")).samples, 100000u);
+    EXPECT_EQ(readFacts(*engine().open("plain.mp3")).samples, 100000u);
 
-    // Cut the tag and the frame with the encoder's information away: what is left are bare frames.
+    // Without the tag and the frame with the encoder's information, only bare frames are left.
     const std::string plain = readText("plain.mp3");
     const size_t tag = plain.find("Info");
     ASSERT_NE(tag, std::string::npos);
@@ -182,26 +183,26 @@ TEST(MpegAudio, HasItsExactLengthWithoutATagAndWithAnyTagsAround)
     const std::string frames = plain.substr(tag - kSideInformation + kFrame);
     writeFile("bare.mp3", frames);
     const SoundPointer bare = engine().open("bare.mp3");
-    const uint64_t samples = factsOf(*bare).samples;
+    const uint64_t samples = readFacts(*bare).samples;
     EXPECT_EQ(samples % 1152, 0u);
     EXPECT_EQ(readFloats(*bare).size(), samples * 2);
 
-    // An ID3v2 tag of a megabyte, zeros behind it, and ID3v1 and APE tags at the end change nothing.
+    // An ID3v2 tag of a megabyte with zeros after it, and ID3v1 and APE tags at the end, change nothing.
     const std::string head = std::string("ID3\4\0\0\0\x40\0\0", 10) + std::string((1u << 20) + 300, '\0');
     const std::string ape = "APETAGEX" + std::string("\xd0\x07\0\0\x20\0\0\0\0\0\0\0\0\0\0\0", 16);
     writeFile("tagged.mp3", head + frames + ape + std::string(8, '\0') + "TAG" + std::string(125, ' '));
     EXPECT_EQ(engine().tryOpen("tagged.mp3", KESS_SOUND_TYPE_MPEG), KESS_OK);
-    EXPECT_EQ(factsOf(*engine().open("tagged.mp3")).samples, samples);
+    EXPECT_EQ(readFacts(*engine().open("tagged.mp3")).samples, samples);
 }
 
-TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
+TEST(FlacFromAPipe, HasItsLengthAlthoughTheHeaderLacksIt)
 {
-    // Frames, and bytes off the end, which take a part of the last block of samples.
+    // Frames, and bytes to cut off the end, which remove part of the last block of samples.
     using Case = std::pair<size_t, size_t>;
     for (const auto& [frames, cut] : {Case{100, 0}, {123'457, 0}, {600'000, 0}, {600'000, 100}}) {
         writeSound("pipe.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, noise(2, 44100, frames));
         std::vector<uint8_t> bytes = readFile("pipe.flac");
-        // The lowest 36 bits of the 8 bytes at 18: the number of samples.
+        // The number of samples is in the lowest 36 bits of the 8 bytes at offset 18.
         bytes[21] &= 0xf0;
         std::fill(bytes.begin() + 22, bytes.begin() + 26, uint8_t{0});
         bytes.resize(bytes.size() - cut);
@@ -209,7 +210,7 @@ TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
         constexpr size_t kBlock = 4096;
         const size_t whole = cut == 0 ? frames : frames / kBlock * kBlock;
         const SoundPointer sound = engine().open("pipe.flac");
-        EXPECT_EQ(factsOf(*sound).samples, whole);
+        EXPECT_EQ(readFacts(*sound).samples, whole);
         EXPECT_EQ(readFloats(*sound).size(), whole * 2);
     }
 }
@@ -217,15 +218,15 @@ TEST(FlacFromAPipe, HasItsLengthThoughTheHeaderDoesNotTellIt)
 TEST(VorbisInAWavFile, IsDecodedLikeTheOggFileThatItHolds)
 {
     const std::string ogg = readText(writeSound("plain.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, sine(1, 44100, 30000)));
-    // The tag of Ogg Vorbis and one channel, rate, bytes a second, bytes a frame and bits.
+    // The tag of Ogg Vorbis, one channel, rate, bytes per second, bytes per frame and bits.
     const std::string format = littleEndian({0x1'674f, 44100, 88200, 0x10'0002});
     writeFile("held.wav", chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", ogg)));
     const SoundPointer held = engine().open("held.wav");
-    EXPECT_EQ(factsOf(*held).samples, 30000u);
+    EXPECT_EQ(readFacts(*held).samples, 30000u);
     EXPECT_EQ(readFloats(*held), readFloats(*engine().open("plain.ogg")));
 }
 
-TEST(OpusBesideAnotherStream, IsAsLongAsAlone)
+TEST(OpusBesideAnotherStream, HasTheSameLengthAsAlone)
 {
     if (!canEncode())
         GTEST_SKIP();
@@ -241,28 +242,65 @@ TEST(OpusBesideAnotherStream, IsAsLongAsAlone)
         const SoundPointer sound = engine().open("both.ogg");
         const std::vector<float> alone = readFloats(*engine().open("opus.ogg"));
         EXPECT_EQ(alone.size(), frames);
-        EXPECT_EQ(factsOf(*sound).samples, frames);
+        EXPECT_EQ(readFacts(*sound).samples, frames);
         EXPECT_GT(signalToNoise(alone, readFloats(*sound)), 60) << frames;
     }
 }
 
+namespace {
+
+// Files of those signals, one after the other.
+std::string writeChain(int codec, const std::vector<Signal>& parts)
+{
+    std::string chain;
+    for (const Signal& part : parts)
+        chain += readText(writeSound("part.ogg", SF_FORMAT_OGG | codec, part));
+    writeFile("chain.ogg", chain);
+    return "chain.ogg";
+}
+
+} // namespace
+
 TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
 {
-    const auto chain = [](const Signal& first, const Signal& second) {
-        writeSound("first.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, first);
-        writeSound("second.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, second);
-        writeFile("chain.ogg", readText("first.ogg") + readText("second.ogg"));
-    };
-    chain(sine(2, 44100, 30000), sine(2, 44100, 50000, 880));
-    const SoundPointer alike = engine().open("chain.ogg");
-    EXPECT_EQ(factsOf(*alike).samples, 80000u);
+    const std::string path =
+        writeChain(SF_FORMAT_VORBIS,
+                   {sine(2, 44100, 30000), sine(2, 44100, 50000, 880), sine(1, 44100, 100), sine(2, 44100, 100)});
+    const SoundPointer alike = engine().open(path);
+    EXPECT_EQ(readFacts(*alike).samples, 80000u);
     const std::vector<float> all = readFloats(*alike);
     ASSERT_EQ(all.size(), 160000u);
     for (const uint64_t target : {29990u, 30000u, 30010u, 79000u, 100u}) {
         ASSERT_EQ(alike->seekData(target), KESS_OK);
         EXPECT_TRUE(std::ranges::equal(readFloats(*alike, 500), std::span(all).subspan(target * 2, 1000)));
     }
+}
 
-    chain(sine(2, 44100, 30000), sine(1, 48000, 50000));
-    EXPECT_EQ(factsOf(*engine().open("chain.ogg")).samples, 30000u);
+TEST(AChainOfUnlikeSounds, IsReadUpToTheFirstUnlikeOneAndRemarkedOn)
+{
+    constexpr size_t kFrames = 48000;
+    const Signal mono = sine(1, 48000, kFrames);
+    const Signal stereo = sine(2, 48000, kFrames);
+    const std::string only = "only the first of its chained sounds is read, because the next one ";
+    const std::tuple<int, std::vector<Signal>, size_t, std::string> cases[] = {
+        {SF_FORMAT_VORBIS, {stereo}, 1, ""},
+        {SF_FORMAT_VORBIS, {stereo, stereo}, 2, ""},
+        {SF_FORMAT_VORBIS, {stereo, mono}, 1, only + "has 1 channel instead of 2"},
+        {SF_FORMAT_VORBIS, {mono, sine(1, 44100, 100)}, 1, only + "has 44100 Hz instead of 48000"},
+        {SF_FORMAT_VORBIS,
+         {mono, mono, stereo, mono},
+         2,
+         "only the first 2 of its chained sounds are read, because the next one has 2 channels instead of 1"},
+        {SF_FORMAT_OPUS, {stereo, stereo}, 2, ""},
+        {SF_FORMAT_OPUS, {stereo, mono, stereo}, 1, only + "has 1 channel instead of 2"},
+    };
+    for (const auto& [codec, parts, read, remark] : cases) {
+        const SoundPointer sound = engine().open(writeChain(codec, parts));
+        EXPECT_EQ(readFacts(*sound).samples, read * kFrames) << remark;
+        char text[256];
+        EXPECT_EQ(sound->getRemark(text, sizeof text), KESS_OK);
+        EXPECT_EQ(text, remark);
+        EXPECT_EQ(sound->getRemark(text, 10), remark.empty() ? KESS_OK : KESS_ERR_TRUNCATED);
+        EXPECT_EQ(text, remark.substr(0, 9));
+    }
 }

@@ -1,4 +1,5 @@
-// Small files that ask for more than there is: each is answered soon, and within little memory.
+// SPDX-License-Identifier: MIT
+// Small files that demand huge resources: the engine answers each of them quickly and with little memory.
 #include "support/engine_access.hpp"
 #include "support/engine_use.hpp"
 #include "support/hostile_files.hpp"
@@ -11,31 +12,29 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 using namespace test;
 
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr double kMostSeconds = 20;
-constexpr long kMostKilobytes = 1 << 30;
+constexpr double kMaximumSeconds = 20;
+constexpr long kMaximumKilobytes = 1 << 30;
 #else
-constexpr double kMostSeconds = 2;
-constexpr long kMostKilobytes = 200 << 10;
+constexpr double kMaximumSeconds = 2;
+constexpr long kMaximumKilobytes = 200 << 10;
 #endif
 
-double secondsOf(const timeval& time)
+double toSeconds(const timeval& time)
 {
     return double(time.tv_sec) + double(time.tv_usec) * 1e-6;
 }
 
-// Has a process of its own open a file, read and seek in it.
+// Opens a file, reads and seeks in it, in a separate process.
 void expectBearable(const std::string& path, const char* key)
 {
     const pid_t child = fork();
     if (child == 0) {
-        const rlimit seconds{rlim_t(2 * kMostSeconds), rlim_t(2 * kMostSeconds)};
+        const rlimit seconds{rlim_t(2 * kMaximumSeconds), rlim_t(2 * kMaximumSeconds)};
         setrlimit(RLIMIT_CPU, &seconds);
         const std::string fault = useBank(path, key);
         std::fputs(fault.c_str(), stderr);
@@ -45,14 +44,14 @@ void expectBearable(const std::string& path, const char* key)
     rusage usage{};
     ASSERT_EQ(wait4(child, &status, 0, &usage), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << path << " ends with status " << status;
-    const double seconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
-    EXPECT_LE(seconds, kMostSeconds) << path;
-    EXPECT_LE(usage.ru_maxrss, kMostKilobytes) << path;
+    const double seconds = toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
+    EXPECT_LE(seconds, kMaximumSeconds) << path;
+    EXPECT_LE(usage.ru_maxrss, kMaximumKilobytes) << path;
     if (std::getenv("TARNOK_TELL_COSTS"))
         std::printf("%6.2f s %7ld kB  %s\n", seconds, usage.ru_maxrss, path.c_str());
 }
 
-// What a test holds counts for its children, too: the files are written before any is tried.
+// The memory of the test counts for its child processes too, so all files are written before the first one is opened.
 void expectAllBearable(std::vector<HostileFile> files, const char* key = nullptr)
 {
     std::vector<std::string> paths;
@@ -77,7 +76,7 @@ TEST(PlainFiles, MadeInTheSameWayAsTheHostileOnesAreDecoded)
     }
 }
 
-TEST(HostileFiles, OfVorbisCostLittleInWhateverContainer)
+TEST(HostileFiles, OfVorbisCostLittleInEveryContainer)
 {
     expectAllBearable(hostileVorbisFiles());
 }

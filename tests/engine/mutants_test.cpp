@@ -1,4 +1,5 @@
-// Files of every kind, damaged at random.
+// SPDX-License-Identifier: MIT
+// Files of every kind with random damage.
 #include "source_kinds.hpp"
 #include "support/bank_maker.hpp"
 #include "support/engine_use.hpp"
@@ -9,19 +10,19 @@ using namespace test;
 
 namespace {
 
-// One kind of damage to the bytes, mostly where headers are: tampered with, cut, or some of them gone or doubled.
+// Damages the bytes in one way, mostly in the headers: modifies, cuts, removes or duplicates some of them.
 void mutate(std::vector<uint8_t>& bytes, bank_test::Noise& noise)
 {
     const size_t reach = noise.next() % 4 ? std::min<size_t>(bytes.size(), 256) : bytes.size();
-    const auto place = bytes.begin() + ptrdiff_t(noise.next() % reach);
-    const auto end = place + std::min<ptrdiff_t>(noise.next() % 64, bytes.end() - place);
+    const auto begin = bytes.begin() + ptrdiff_t(noise.next() % reach);
+    const auto end = begin + std::min<ptrdiff_t>(noise.next() % 64, bytes.end() - begin);
     const uint32_t way = noise.next() % 6;
     if (way == 0) {
-        bytes.erase(place + 1, bytes.end());
+        bytes.erase(begin + 1, bytes.end());
     } else if (way == 1) {
-        bytes.erase(place, end);
+        bytes.erase(begin, end);
     } else if (way == 2) {
-        const std::vector<uint8_t> copy(place, end);
+        const std::vector<uint8_t> copy(begin, end);
         bytes.insert(bytes.begin() + ptrdiff_t(noise.next() % bytes.size()), copy.begin(), copy.end());
     } else {
         bank_test::tamper(std::span(bytes).first(reach), noise);
@@ -32,12 +33,12 @@ void mutate(std::vector<uint8_t>& bytes, bank_test::Noise& noise)
 
 } // namespace
 
-TEST(DamagedFiles, GiveOnlyTheResultsThatStandForAFilesFault)
+TEST(DamagedFiles, GiveOnlyResultsThatMeanAFaultyFile)
 {
     constexpr int kMutantsOfEach = 60;
     std::vector<std::vector<uint8_t>> originals;
     for (const SourceKind& kind : sourceKinds())
-        originals.push_back(readFile(exampleOf(kind)));
+        originals.push_back(readFile(exampleFile(kind)));
     sourceKinds()[1].make("tagged.wav", sine(2, 44100, 3000));
     addWavTags("tagged.wav", {{{10, 2000}}, {{5, "a"}, {900, "name"}}});
     originals.push_back(readFile("tagged.wav"));

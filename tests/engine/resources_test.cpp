@@ -1,4 +1,5 @@
-// What opening costs, and what it leaves behind.
+// SPDX-License-Identifier: MIT
+// The resources that opening files takes, and whether they are freed.
 #include "source_kinds.hpp"
 
 #include <malloc.h>
@@ -19,13 +20,13 @@ ptrdiff_t openDescriptors()
 
 } // namespace
 
-TEST(TenThousandFiles, LeaveNoDescriptorAndNoMemoryBehind)
+TEST(TenThousandFiles, LeakNoDescriptorAndNoMemory)
 {
     writeFile("bad.wav", "RIFF\x24\x01" + std::string(2, '\0') + "WAVEfmt \x10");
     writeFile("text.wav", "nothing");
     const auto pass = [&] {
         for (const SourceKind& kind : sourceKinds()) {
-            const SoundPointer sound = engine().open(exampleOf(kind));
+            const SoundPointer sound = engine().open(exampleFile(kind));
             float frame[32];
             EXPECT_EQ(sound->readFloat(frame, 1, nullptr), KESS_OK);
             EXPECT_EQ(sound->seekData(0), KESS_OK);
@@ -33,7 +34,7 @@ TEST(TenThousandFiles, LeaveNoDescriptorAndNoMemoryBehind)
         EXPECT_EQ(engine().tryOpen("bad.wav"), KESS_ERR_FILE_BAD);
         EXPECT_EQ(engine().tryOpen("text.wav"), KESS_ERR_FORMAT);
     };
-    // The libraries make tables for good when they are first used.
+    // The libraries allocate permanent tables on first use.
     for (int i = 0; i < 20; ++i)
         pass();
     const ptrdiff_t descriptors = openDescriptors();
@@ -50,7 +51,7 @@ TEST(OneEngine, OpensAndDecodesOnSeveralThreadsAtOnce)
 {
     std::vector<std::vector<float>> expected;
     for (const SourceKind& kind : sourceKinds())
-        expected.push_back(readFloats(*engine().open(exampleOf(kind))));
+        expected.push_back(readFloats(*engine().open(exampleFile(kind))));
     writeFile("bad.wav", "RIFF\x24\x01" + std::string(2, '\0') + "WAVEfmt \x10");
     std::atomic<int> differences = 0;
     std::vector<std::jthread> threads;
@@ -59,13 +60,13 @@ TEST(OneEngine, OpensAndDecodesOnSeveralThreadsAtOnce)
             const size_t count = sourceKinds().size();
             for (size_t i = 0; i < count; ++i) {
                 const size_t kind = (i + thread * count / 8) % count;
-                if (readFloats(*engine().open(exampleOf(sourceKinds()[kind]))) != expected[kind])
+                if (readFloats(*engine().open(exampleFile(sourceKinds()[kind]))) != expected[kind])
                     ++differences;
                 if (engine().tryOpen("bad.wav") != KESS_ERR_FILE_BAD)
                     ++differences;
             }
         });
     }
-    threads.clear(); // when they have ended
+    threads.clear(); // waits until they have ended
     EXPECT_EQ(differences, 0);
 }

@@ -1,4 +1,5 @@
-// Which result the engine gives for what can be wrong with a file, or with a call.
+// SPDX-License-Identifier: MIT
+// The result that the engine returns for each fault of a file or a call.
 #include "source_kinds.hpp"
 
 #include <sys/resource.h>
@@ -8,6 +9,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <thread>
 
 using namespace test;
 
@@ -37,7 +39,7 @@ TEST(APathThatIsNoSoundFile, IsRefusedWithoutWaiting)
     }
 }
 
-TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
+TEST(WhatIsNoSound, HasAnUnknownFormatWhateverItsFirstBytes)
 {
     std::string text;
     for (int i = 0; i < 2000; ++i)
@@ -65,7 +67,7 @@ TEST(WhatIsNoSound, IsOfUnknownFormatWhateverItLooksLikeAtFirst)
 
 namespace {
 
-// Overwrites bytes so far behind the first place of a text.
+// Overwrites bytes at an offset from the end of the first occurrence of a text.
 struct Patch
 {
     std::string text;
@@ -78,8 +80,8 @@ void writePatched(const std::string& path, int format, size_t frames, const std:
 {
     std::vector<uint8_t> file = readFile(writeSound(path, format | SF_FORMAT_PCM_16, noise(1, 22050, frames)));
     for (const Patch& patch : patches) {
-        const auto place = std::search(file.begin(), file.end(), patch.text.begin(), patch.text.end());
-        std::ranges::copy(patch.bytes, place + ptrdiff_t(patch.text.size()) + patch.offset);
+        const auto text = std::search(file.begin(), file.end(), patch.text.begin(), patch.text.end());
+        std::ranges::copy(patch.bytes, text + ptrdiff_t(patch.text.size()) + patch.offset);
     }
     writeFile(path, file);
 }
@@ -87,10 +89,10 @@ void writePatched(const std::string& path, int format, size_t frames, const std:
 void expectLengths(const std::string& path, uint64_t least, uint64_t most, uint64_t declared, double tolerance = 0)
 {
     const SoundPointer sound = engine().open(path);
-    const Facts facts = factsOf(*sound);
-    uint64_t told = 0;
-    ASSERT_EQ(sound->getDeclaredSampleCount(&told), KESS_OK);
-    EXPECT_NEAR(double(told), double(declared), tolerance);
+    const Facts facts = readFacts(*sound);
+    uint64_t reported = 0;
+    ASSERT_EQ(sound->getDeclaredSampleCount(&reported), KESS_OK);
+    EXPECT_NEAR(double(reported), double(declared), tolerance);
     EXPECT_GE(facts.samples, least);
     EXPECT_LE(facts.samples, most);
     EXPECT_EQ(readFloats(*sound).size(), facts.samples * uint64_t(facts.channels));
@@ -98,7 +100,7 @@ void expectLengths(const std::string& path, uint64_t least, uint64_t most, uint6
 
 } // namespace
 
-TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
+TEST(ADamagedHeader, IsDistinguishedFromAnUnknownFormatAndFromTooManyChannels)
 {
     const std::tuple<const char*, int, Patch, KESS_RESULT> cases[] = {
         {"no channel", SF_FORMAT_WAV, {"", 22, {0, 0}}, KESS_ERR_FILE_BAD},
@@ -115,13 +117,13 @@ TEST(ADamagedHeader, IsToldFromAnUnknownFormatAndFromTooManyChannels)
         writePatched("damaged", format, 1000, {patch});
         EXPECT_EQ(engine().tryOpen("damaged"), result) << std::hex << format << " " << what;
     }
-    // The limit itself is fine, in formats that go that far.
+    // The maximum itself is accepted, in formats that allow it.
     EXPECT_EQ(engine().tryOpen(writeSound("32", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(32, 44100, 100))), KESS_OK);
     EXPECT_EQ(engine().tryOpen(writeSound("33", SF_FORMAT_CAF | SF_FORMAT_PCM_16, sine(33, 44100, 100))),
               KESS_ERR_TOOMANYCHANNELS);
 }
 
-TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
+TEST(AFileThatIsCutShort, ReportsItsDeclaredLength)
 {
     for (const int format :
          {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_WAV | SF_FORMAT_PCM_16 | SF_ENDIAN_BIG,
@@ -138,18 +140,18 @@ TEST(AFileThatIsCutShort, TellsTheLengthThatItWasMeantToHave)
         writeFile("last frame", file);
         file.resize(half);
         writeFile("cut", file);
-        if (format == (SF_FORMAT_FLAC | SF_FORMAT_PCM_16)) { // fails where it ends
-            EXPECT_EQ(factsOf(*engine().open("cut")).samples, kFrames);
+        if (format == (SF_FORMAT_FLAC | SF_FORMAT_PCM_16)) { // fails at its end
+            EXPECT_EQ(readFacts(*engine().open("cut")).samples, kFrames);
         } else {
-            expectLengths("last frame", kFrames - 1, kFrames, factsOf(*engine().open("last frame")).samples);
-            // The lengths in VOC files don't count the headers of their blocks alike.
+            expectLengths("last frame", kFrames - 1, kFrames, readFacts(*engine().open("last frame")).samples);
+            // VOC files differ in whether their lengths include the headers of blocks.
             const double tolerance = format == (SF_FORMAT_VOC | SF_FORMAT_PCM_16) ? 5 : 0;
             expectLengths("cut", kFrames * 40 / 100, kFrames * 51 / 100, kFrames, tolerance);
         }
     }
 }
 
-TEST(AFileOfPackedSoundThatIsCutShort, TellsThatSamplesAreMissing)
+TEST(AFileOfPackedSoundThatIsCutShort, ReportsThatSamplesAreMissing)
 {
     if (!canEncode())
         GTEST_SKIP();
@@ -161,7 +163,7 @@ TEST(AFileOfPackedSoundThatIsCutShort, TellsThatSamplesAreMissing)
     for (const auto& [container, encoder, channels] : kinds) {
         SCOPED_TRACE(encoder);
         encodeSound("whole", container, encoder, noise(channels, 44100, 50000));
-        const Facts whole = factsOf(*engine().open("whole"));
+        const Facts whole = readFacts(*engine().open("whole"));
         uint64_t declared = 0;
         ASSERT_EQ(engine().open("whole")->getDeclaredSampleCount(&declared), KESS_OK);
         EXPECT_EQ(declared, whole.samples);
@@ -169,7 +171,7 @@ TEST(AFileOfPackedSoundThatIsCutShort, TellsThatSamplesAreMissing)
         for (const size_t missing : {size_t{100}, size_t{700}, file.size() / 2}) {
             writeFile("cut", std::vector(file.begin(), file.end() - ptrdiff_t(missing)));
             const SoundPointer sound = engine().open("cut");
-            const Facts facts = factsOf(*sound);
+            const Facts facts = readFacts(*sound);
             ASSERT_EQ(sound->getDeclaredSampleCount(&declared), KESS_OK);
             EXPECT_GT(declared, facts.samples) << missing;
             EXPECT_NEAR(double(declared), double(whole.samples), 0.15 * double(whole.samples)) << missing;
@@ -188,7 +190,7 @@ TEST(AnOggFileWithPartOfAPageMissing_OrOneAmongOthers, ReportsThatSamplesAreMiss
         const std::string whole = readText("whole.ogg");
         const std::vector<std::string> pages = oggPages(whole);
         ASSERT_GT(pages.size(), 8u) << encoder;
-        size_t firstSound = 1; // the pages of headers are at position 0
+        size_t firstSound = 1; // the pages with headers have position 0
         while (pages[firstSound].substr(6, 8) == std::string(8, '\0'))
             ++firstSound;
         const auto without = [&](size_t page, size_t count) {
@@ -219,16 +221,16 @@ TEST(AnOggFileWithPartOfAPageMissing_OrOneAmongOthers, ReportsThatSamplesAreMiss
             const SoundPointer sound = engine().open("file.ogg");
             uint64_t declared = 0;
             ASSERT_EQ(sound->getDeclaredSampleCount(&declared), KESS_OK);
-            const uint64_t samples = factsOf(*sound).samples;
+            const uint64_t samples = readFacts(*sound).samples;
             EXPECT_EQ(declared > samples, isDamaged) << declared << " " << samples;
             EXPECT_LE(declared, kFrames * 5 / 4);
         }
     }
 }
 
-TEST(ADpcmFileWhoseLastBlockIsShort, HasTheSamplesThatAreThereAndNoOthers)
+TEST(ADpcmFileWhoseLastBlockIsShort, HasExactlyTheSamplesThatAreStored)
 {
-    // Of the second, libsndfile leaves out a block that is short.
+    // In the second file, libsndfile drops a short block.
     for (const auto& [encoding, tolerance] :
          {std::pair(SF_FORMAT_IMA_ADPCM, 90), std::pair(SF_FORMAT_MS_ADPCM, 2000)}) {
         for (const int channels : {1, 2}) {
@@ -250,7 +252,7 @@ TEST(ADpcmFileWhoseLastBlockIsShort, HasTheSamplesThatAreThereAndNoOthers)
     }
 }
 
-TEST(AFileFromAPipe, IsReadToItsEndWhateverStandsForItsLength)
+TEST(AFileFromAPipe, IsReadToItsEndWhateverItsLengthField)
 {
     constexpr uint64_t kFrames = 3000;
     const std::vector<uint8_t> none4(4, 0);
@@ -292,14 +294,14 @@ TEST(AWavFileOfMoreThanFourGigabytes, IsReadToItsEndWhateverItsLengthsSay)
         writePatched("long", SF_FORMAT_WAV, 3000, patches);
         std::filesystem::resize_file("long", 44 + 2 * (3000 + kSpare));
         const SoundPointer sound = engine().open("long");
-        EXPECT_EQ(factsOf(*sound).samples, 3000 + kSpare);
+        EXPECT_EQ(readFacts(*sound).samples, 3000 + kSpare);
         ASSERT_EQ(sound->seekData(3000 + kSpare - 10), KESS_OK);
         EXPECT_EQ(readBytes(*sound).size(), 20u);
         std::filesystem::remove("long");
     }
 }
 
-TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
+TEST(AFailureOfTheSystem, IsDistinguishedFromAFaultOfTheFile)
 {
     writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 44100, 1000));
     writeFile("text", "text");
@@ -316,6 +318,40 @@ TEST(AFailureOfTheSystem, IsToldFromOneOfTheFile)
     EXPECT_EQ(KESS_SystemError(), 0);
 }
 
+TEST(AFailure, IsToldInWordsUntilTheNextCallOfTheThread)
+{
+    const auto detail = [] {
+        char text[256];
+        EXPECT_EQ(KESS_ErrorDetail(text, sizeof text), KESS_OK);
+        return std::string(text);
+    };
+    std::filesystem::create_directory("folder");
+    writeFile("empty.wav", "");
+    writePatched("good.wav", SF_FORMAT_WAV, 100, {});
+    writePatched("many.wav", SF_FORMAT_WAV, 100, {{"", 22, {33, 0}}});
+    writePatched("cut.wav", SF_FORMAT_WAV, 100, {{"", 12, {'n', 'o', 'n', 'e'}}});
+    writeFile("bank.tnb", "\x89TNB\r\n\x1a\n");
+    const std::pair<const char*, const char*> cases[] = {
+        {"folder", "it is a folder"},
+        {"empty.wav", "it is empty"},
+        {"many.wav", "it has 33 channels"},
+        {"cut.wav", "its format chunk is missing or too short"},
+        {"bank.tnb", "the file ends within its header"},
+        {"good.wav", ""},
+    };
+    for (const auto& [path, words] : cases) {
+        const bool isOpened = engine().tryOpen(path) == KESS_OK;
+        EXPECT_EQ(detail(), words) << path;
+        EXPECT_EQ(isOpened, detail().empty()) << path;
+        std::thread([&] { EXPECT_EQ(detail(), "") << "of another thread"; }).join();
+    }
+
+    ASSERT_NE(engine().tryOpen("many.wav"), KESS_OK);
+    char text[9];
+    EXPECT_EQ(KESS_ErrorDetail(text, sizeof text), KESS_ERR_TRUNCATED);
+    EXPECT_STREQ(text, "it has 3");
+}
+
 TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
 {
     const Signal nothing{2, 44100, {}};
@@ -323,14 +359,14 @@ TEST(ASoundWithoutSamples, OpensAndIsAtItsEnd)
                              SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16}) {
         writeSound("nothing", format, nothing);
         const SoundPointer sound = engine().open("nothing");
-        EXPECT_EQ(factsOf(*sound).samples, 0u);
-        EXPECT_EQ(factsOf(*sound).milliseconds, 0u);
+        EXPECT_EQ(readFacts(*sound).samples, 0u);
+        EXPECT_EQ(readFacts(*sound).milliseconds, 0u);
         char buffer[64];
         EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_FILE_EOF);
         EXPECT_EQ(sound->seekData(0), KESS_OK);
     }
 
-    // Without even a chunk of samples an AIFF file is empty if it says so, and else cut short.
+    // An AIFF file without a chunk of samples is empty if its header says so; otherwise it was cut short.
     constexpr size_t kToTheEndOfTheCommonChunk = 12 + 8 + 18;
     writePatched("cut short", SF_FORMAT_AIFF, 1000, {});
     std::filesystem::resize_file("cut short", kToTheEndOfTheCommonChunk);
@@ -370,7 +406,7 @@ TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
     for (const auto& [content, type] : cases) {
         writeFile("recognised.wav", content);
         const SoundPointer sound = engine().open("recognised.wav");
-        EXPECT_EQ(factsOf(*sound), Facts{type}) << content;
+        EXPECT_EQ(readFacts(*sound), Facts{type}) << content;
         char buffer[16];
         EXPECT_EQ(sound->readData(buffer, sizeof buffer, nullptr), KESS_ERR_UNSUPPORTED) << type;
         EXPECT_EQ(sound->seekData(0), KESS_ERR_UNSUPPORTED);
@@ -378,7 +414,7 @@ TEST(FilesThatHoldNoSampledSound, AreRecognisedByTheirContentAndNotDecoded)
     }
 }
 
-TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
+TEST(Calls, WithWrongArgumentsReturnErrors)
 {
     writeSound("good.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(2, 44100, 1000));
     KESS::System* system = nullptr;
@@ -398,7 +434,7 @@ TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
     info.suggestedsoundtype = KESS_SOUND_TYPE(-1);
     EXPECT_EQ(system->createSound("good.wav", 0, &info, &sound), KESS_ERR_FORMAT);
     ASSERT_EQ(system->createSound("good.wav", 0, nullptr, &sound), KESS_OK);
-    // Sounds stay usable when the engine goes before them.
+    // Sounds stay usable after the engine has been released.
     EXPECT_EQ(system->release(), KESS_OK);
 
     char buffer[64];
@@ -426,10 +462,10 @@ TEST(Calls, ThatAProgramGetsWrongAreAnsweredInsteadOfObeyed)
     EXPECT_EQ(sound->release(), KESS_OK);
 }
 
-TEST(ErrorTexts, AreThereForEachResultAndDiffer)
+TEST(ErrorTexts, ExistForEachResultAndDiffer)
 {
     std::set<std::string> texts;
     for (int result = -1; result <= 100; ++result)
         texts.insert(KESS_ErrorString(static_cast<KESS_RESULT>(result)));
-    EXPECT_EQ(texts.size(), 21 + 1) << "one for all that are unknown";
+    EXPECT_EQ(texts.size(), 21 + 1) << "one text for all unknown results";
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source_kinds.hpp"
 
 #include <filesystem>
@@ -77,7 +78,7 @@ const std::vector<SourceKind>& sourceKinds()
     return kinds;
 }
 
-std::string exampleOf(const SourceKind& kind)
+std::string exampleFile(const SourceKind& kind)
 {
     const std::string path = "example-" + kind.name;
     if (!std::filesystem::exists(path))

@@ -1,4 +1,5 @@
-// Every kind of source file that tests can make, with what the engine must say about it.
+// SPDX-License-Identifier: MIT
+// Every kind of source file that tests can make, with what the engine must report about it.
 #pragma once
 
 #include "support/engine_access.hpp"
@@ -9,7 +10,7 @@
 
 namespace test {
 
-// What writes a file: libsndfile, by one of its formats, or FFmpeg, by a container and an encoder.
+// What writes a file: libsndfile in one of its formats, or FFmpeg with a container and an encoder.
 struct Encoding
 {
     int format;
@@ -22,20 +23,20 @@ struct SourceKind
     // Writes a file of this kind.
     void make(const std::string& path, const Signal& signal) const;
 
-    std::string name; // of a file, with its suffix
+    std::string name; // name of the file, with its extension
     KESS_SOUND_TYPE type;
     KESS_SOUND_FORMAT format;
     int channels;
     int rate;
     Encoding encoding;
-    double leastSnr; // decibels against the source, when both begin at the same sample
-    // Samples that the encoding may add at the end or lose, where it doesn't tell.
+    double leastSnr; // in decibels, compared with the source when both begin at the same sample
+    // How many samples the encoding may add or lose at the end if it doesn't store the length.
     uint64_t tolerance = 0;
 };
 
 [[nodiscard]] const std::vector<SourceKind>& sourceKinds();
 
-// A file of 5000 samples of noise, made once in each run.
-[[nodiscard]] std::string exampleOf(const SourceKind& kind);
+// A file of 5000 samples of noise, made once per run.
+[[nodiscard]] std::string exampleFile(const SourceKind& kind);
 
 } // namespace test

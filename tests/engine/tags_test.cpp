@@ -1,4 +1,5 @@
-// Loops and markers: found in each format, and played.
+// SPDX-License-Identifier: MIT
+// Loops and markers: found in each format, and used in playback.
 #include "source_kinds.hpp"
 
 #include <cstring>
@@ -8,7 +9,7 @@ using namespace test;
 
 namespace {
 
-// Samples that tell their own position.
+// Samples whose values are their positions.
 void writeRamp(const std::string& path, int format, size_t frames)
 {
     std::vector<int32_t> samples(frames);
@@ -24,13 +25,13 @@ TEST(WavTags, GiveLoopAndMarkersAndThoseOutsideTheSoundAreLeftOut)
     writeRamp("tags.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1000);
     addWavTags(
         "tags.wav",
-        {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "end"}, {1001, "behind"}, {0, ""}, {6, "caf\xe9"}}});
+        {{{100, 499}}, {{700, "late"}, {5, "caf\xc3\xa9"}, {1000, "end"}, {1001, "after"}, {0, ""}, {6, "caf\xe9"}}});
     const SoundPointer sound = engine().open("tags.wav");
-    EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t{500}));
-    EXPECT_EQ(syncPointsOf(*sound),
+    EXPECT_EQ(readLoop(*sound), std::pair(uint64_t{100}, uint64_t{500}));
+    EXPECT_EQ(readSyncPoints(*sound),
               (SyncPoints{{0, ""}, {5, "caf\xc3\xa9"}, {6, "caf\xc3\xa9"}, {700, "late"}, {1000, "end"}}));
 
-    // A name that doesn't fit is cut between characters.
+    // A name that is too long is cut between characters.
     char name[5];
     EXPECT_EQ(sound->getSyncPoint(1, nullptr, name, sizeof name), KESS_ERR_TRUNCATED);
     EXPECT_STREQ(name, "caf");
@@ -51,14 +52,14 @@ TEST(ALoopThatEndsPastTheSound, EndsWithItWhicheverTagGivesIt)
         const std::pair<uint64_t, uint64_t> expected{100, std::min<uint64_t>(uint64_t{last} + 1, kFrames)};
         writeRamp("far.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, kFrames);
         addWavTags("far.wav", {{{100, last}}, {}});
-        EXPECT_EQ(loopOf(*engine().open("far.wav")), expected);
+        EXPECT_EQ(readLoop(*engine().open("far.wav")), expected);
         if (!canEncode())
             continue;
         const uint64_t end = uint64_t{last} + 1;
         for (const FileTags& tags : {FileTags{{"LOOPSTART", "100"}, {"LOOPEND", std::to_string(end)}},
                                      FileTags{{"LOOPSTART", "100"}, {"LOOPLENGTH", std::to_string(end - 100)}}}) {
             encodeSound("far", "flac", "flac", sine(1, 44100, kFrames), tags);
-            EXPECT_EQ(loopOf(*engine().open("far")), expected);
+            EXPECT_EQ(readLoop(*engine().open("far")), expected);
         }
     }
 }
@@ -72,15 +73,15 @@ TEST(AiffTags, GiveTheSustainLoopAndTheMarkersThatAreNoLoop)
     };
     const std::string instrument = "\x3c\0\0\x7f\1\x7f\0\0"s + "\0\1\0\1\0\2"s + "\0\0\0\0\0\0"s;
     const std::string plain = readText("tags.aiff");
-    // A marker of the end may stand after the last sample, and no further.
+    // A marker of the end may be directly after the last sample, but not further.
     for (const auto& [last, end] :
          {std::pair("\1\xf4"s, 500), std::pair("\3\xe8"s, 1000), std::pair("\3\xe9"s, 1000)}) {
         const std::string markers = "\0\4"s + "\0\1\0\0\0\x64\4loop\0"s + "\0\2\0\0"s + last + "\3end"s
             + "\0\7\0\0\0\x0a\2hi\0"s + "\0\3\0\xff\0\0\1x"s;
         writeFile("tags.aiff", plain + bigChunk("MARK", markers) + bigChunk("INST", instrument));
         const SoundPointer sound = engine().open("tags.aiff");
-        EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{100}, uint64_t(end)));
-        EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{10, "hi"}}));
+        EXPECT_EQ(readLoop(*sound), std::pair(uint64_t{100}, uint64_t(end)));
+        EXPECT_EQ(readSyncPoints(*sound), (SyncPoints{{10, "hi"}}));
     }
 }
 
@@ -107,14 +108,14 @@ TEST(Comments, GiveLoopAndChaptersInEachFormatThatHasThem)
             tags.insert(tags.end(), loop.begin(), loop.end());
             encodeSound("tagged", container, encoder, sine(2, rate, size_t(2 * rate)), tags);
             const SoundPointer sound = engine().open("tagged");
-            EXPECT_EQ(loopOf(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
+            EXPECT_EQ(readLoop(*sound), std::pair(uint64_t{1000}, uint64_t{3000}));
             const auto second = uint64_t(rate);
-            EXPECT_EQ(syncPointsOf(*sound), (SyncPoints{{second / 2, "bridge"}, {second * 5 / 4, ""}}));
+            EXPECT_EQ(readSyncPoints(*sound), (SyncPoints{{second / 2, "bridge"}, {second * 5 / 4, ""}}));
         }
     }
 }
 
-TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
+TEST(Reading, RepeatsTheLoopAsOftenAsRequestedWhateverTheSizeOfTheReads)
 {
     writeRamp("loop.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 100);
     addWavTags("loop.wav", {{{10, 12}}, {}});
@@ -136,7 +137,7 @@ TEST(Reading, GoesThroughTheLoopAsOftenAsAskedWhateverTheSizeOfTheReads)
         }
     }
 
-    // For ever, until the count is taken back; a start behind the loop never enters it.
+    // Without end, until the count is set back. A start after the loop never enters it.
     const SoundPointer sound = engine().open("loop.wav");
     ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
     const std::vector<float> frames = readFloats(*sound, 10000);

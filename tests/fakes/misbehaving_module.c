@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* An encoder module that does what it must not: whatever the environment variable MISDEED names. */
 #include "tarnok_encoder.h"
 
@@ -9,7 +10,7 @@ static uint32_t sampleRate(uint32_t rate)
     return rate;
 }
 
-static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* leadIn)
+static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip)
 {
     static const char data[65536];
     const char* const misdeed = getenv("MISDEED");
@@ -30,10 +31,10 @@ static TARNOK_RESULT encode(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCO
         host->setup(host->user, data, 10);
         host->setup(host->user, data, 10);
     }
-    if (strcmp(misdeed, "drops more than there is") == 0)
-        *leadIn = UINT32_MAX;
+    if (strcmp(misdeed, "drops more than exists") == 0)
+        *preSkip = UINT32_MAX;
     host->write(host->user, data, bytes);
-    if (strcmp(misdeed, "points behind the data") == 0)
+    if (strcmp(misdeed, "points past the data") == 0)
         host->seekPoint(host->user, 1);
     return strcmp(misdeed, "cancels by itself") == 0 ? TARNOK_ERR_CANCELLED : TARNOK_OK;
 }

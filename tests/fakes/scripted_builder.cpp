@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scripted_builder.hpp"
 
 #include <span>
@@ -15,7 +16,7 @@ struct Shared
     State state;
 };
 
-// Never destroyed: the system's own singletons call the library at the end of the process.
+// Never destroyed, because singletons of the system call the library when the process ends.
 Shared& shared = *new Shared;
 
 } // namespace
@@ -84,14 +85,14 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
                            unsigned int buildFlags, unsigned int quality, const char* encryptionKey,
                            const char* outputFileName)
 {
-    std::ostringstream told;
-    told << "format " << format << " flags " << buildFlags << " quality " << quality << " key "
+    std::ostringstream text;
+    text << "format " << format << " flags " << buildFlags << " quality " << quality << " key "
          << (encryptionKey ? encryptionKey : "-") << " to " << outputFileName;
     for (const TARNOK_SUBSOUND& sound : std::span(subsounds, numSubsounds)) {
-        told << "\nflags " << sound.overrideFlags << " quality " << sound.overrideQuality << " hertz "
+        text << "\nflags " << sound.overrideFlags << " quality " << sound.overrideQuality << " hertz "
              << sound.desiredSampleRate;
         for (const char* file : std::span(sound.fileNames, sound.numFiles))
-            told << ' ' << file;
+            text << ' ' << file;
     }
 
     fakes::ScriptedBuilder builder;
@@ -100,7 +101,7 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
     builder->cancelled = false;
     builder->posted.insert(builder->posted.end(), builder->reports.begin(), builder->reports.end());
     builder->postedRemarks.assign(builder->remarks.begin(), builder->remarks.end());
-    builder->builds.push_back(told.str());
+    builder->builds.push_back(text.str());
     builder.waitUntil([&] { return !builder->stall || builder->cancelled; });
     builder->running = false;
     ++builder->finished;
@@ -135,7 +136,7 @@ TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
     return TARNOK_OK;
 }
 
-// Remarks of a script fit.
+// Remarks of a script are never too long.
 TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
 {
     const fakes::ScriptedBuilder builder;

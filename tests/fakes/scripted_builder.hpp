@@ -1,4 +1,6 @@
-// A builder library that encodes nothing: it records every call, and reports, stalls, fails and cancels as it is told.
+// SPDX-License-Identifier: MIT
+// A builder library that encodes nothing: it records every call, and reports, stalls, fails and cancels as its script
+// says.
 #pragma once
 
 #include "tarnok.h"
@@ -19,7 +21,7 @@ struct InitCall
     std::string cacheDirectory;
 };
 
-// One report; text is the reason of a failure.
+// One report; text is the reason for a failure.
 struct Report
 {
     int index;
@@ -28,12 +30,12 @@ struct Report
     std::string text = {};
 };
 
-// A report as the library hands it out.
+// A report as the library passes it to callers.
 struct Item : TARNOK_PROGRESSITEM
 {
     explicit Item(const Report& report);
     Item(const Item&) = delete; // it points into itself
-    std::string failure; // a TARNOK_STATE_DATA_FAILED
+    std::string failure; // text of a TARNOK_STATE_DATA_FAILED
 };
 
 struct State
@@ -42,27 +44,27 @@ struct State
     TARNOK_RESULT initResult = TARNOK_OK;
     TARNOK_RESULT releaseResult = TARNOK_OK;
     TARNOK_RESULT buildResult = TARNOK_OK;
-    std::vector<Report> reports; // each build's, at its start
+    std::vector<Report> reports; // posted at the start of each build
     std::vector<std::string> remarks; // the same
-    bool stall = false; // builds wait, after posting their reports, until it is false or a cancel comes
+    bool stall = false; // after posting their reports, builds wait until this is false or they are cancelled
 
     // The record since the last reset.
     std::vector<InitCall> inits;
-    std::vector<std::string> builds; // told as text: the settings, then a line for each sound
+    std::vector<std::string> builds; // as text: the settings, then one line per sound
     size_t finished = 0; // builds
     size_t releases = 0;
     std::list<Item> held; // fetched and not released yet
-    bool misused = false; // an item was released twice or was none of ours, or calls came in a forbidden order
+    bool misused = false; // an item was released twice or wasn't ours, or calls came in a forbidden order
 
     bool initialised = false;
     bool running = false;
     bool cancelled = false;
     std::list<Item> posted;
     std::list<std::string> postedRemarks;
-    std::list<Item> forgotten; // held at a reset; they may still be handed back
+    std::list<Item> forgotten; // held at a reset; they may still be returned
 };
 
-// The state behind the functions, locked as long as this object lives. A cancelled build returns result 2.
+// The state of the fake, locked during the lifetime of this object. A cancelled build returns result 2.
 class ScriptedBuilder
 {
 public:
@@ -70,10 +72,10 @@ public:
     ~ScriptedBuilder();
     State* operator->() const;
 
-    // Forgets script and record. No build may be running.
+    // Clears script and record. No build may be running.
     void reset();
 
-    // Wakes whoever waits, and blocks until condition holds. The lock is given up meanwhile.
+    // Wakes all waiting threads, and blocks until condition holds. The lock is released meanwhile.
     void waitUntil(const std::function<bool()>& condition);
 
 private:

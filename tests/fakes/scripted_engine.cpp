@@ -1,6 +1,8 @@
-// An audio engine that decodes nothing. A "sound" is a text file that says what the engine is to find in it:
+// SPDX-License-Identifier: MIT
+// An audio engine that decodes nothing. A "sound" is a text file that says what the engine must find in it:
 //     sound <result> <type> <format> <channels> <hertz> <milliseconds>
-// Any other file is of no known format. A suggested type that isn't the file's own is answered by "unknown format".
+// Any other file has no known format. If another type than that of the file is suggested, the result is "unknown
+// format".
 #include "kess.hpp"
 
 #include <fstream>

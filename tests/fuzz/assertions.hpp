@@ -1,5 +1,6 @@
-// Included before everything else where the system's units are built for the fuzz targets. Some faults in a project or
-// a profile end the process by an assertion, and must; here an assertion throws instead, so that the fuzzer goes on.
+// SPDX-License-Identifier: MIT
+// Included first when the system's units are compiled for the fuzz targets. Some faults in a project or a profile must
+// end the process by an assertion. Here an assertion throws instead, so that the fuzzer continues.
 #pragma once
 
 namespace fuzz {

@@ -1,6 +1,6 @@
-// Reads whatever the fuzzer makes up as a project (compiled with FUZZ_DOCUMENT ".tnproj"), a profile (".prof") or a
-// list
-// (".lst"). What was read is saved, read and saved again, and must be the same then.
+// SPDX-License-Identifier: MIT
+// Reads the fuzzer's input as a project (compiled with FUZZ_DOCUMENT ".tnproj"), a profile (".prof") or a list
+// (".lst"). The document is saved, read and saved again, and both saved files must be equal.
 #include "build_system.hpp"
 #include "logger.hpp"
 #include "sound_bank.hpp"
@@ -18,7 +18,7 @@ using namespace TARNOK;
 struct TooManyLines
 { };
 
-// A list with a file that can't be loaded is tried again for ever, with a line in the log each time.
+// Loading a list with a file that can't be loaded is repeated without end, with a line in the log each time.
 int linesLeft = 0;
 
 [[noreturn]] void fail(const char* what)
@@ -27,7 +27,7 @@ int linesLeft = 0;
     std::abort();
 }
 
-QByteArray contentOf(const QString& path)
+QByteArray readContent(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
@@ -66,26 +66,26 @@ void readAndSave(const QString& input, const QString& saved)
             return;
         if (!workspace->saveProfile(profile, saved))
             fail("a profile that was read can't be saved");
-        const QByteArray once = contentOf(saved);
+        const QByteArray once = readContent(saved);
         if (!workspace->loadProfile(&profile, saved) || !workspace->saveProfile(profile, saved))
             fail("a profile that was saved can't be read");
-        if (contentOf(saved) != once)
+        if (readContent(saved) != once)
             fail("a profile that was saved twice is not the same");
         return;
     }
     const SoundBank* bank = workspace->loadSoundBank(input);
     if (!bank || !workspace->saveSoundBank(bank, saved))
         return;
-    const QByteArray once = contentOf(saved);
+    const QByteArray once = readContent(saved);
     const SoundBank* again = workspace->loadSoundBank(saved);
     if (!again || !workspace->saveSoundBank(again, saved))
         fail("a project that was saved can't be read");
-    if (contentOf(saved) != once)
+    if (readContent(saved) != once)
         fail("a project that was saved twice is not the same");
 }
 
-// Whether a list has a line of commas alone, or what should be XML doesn't begin as a document. Both fail assertions
-// that can't be made to throw.
+// Whether a list has a line of nothing but commas, or an XML file doesn't begin as a document. Both fail assertions
+// that can't throw.
 bool failsAtOnce(const QString& path, const QByteArray& content)
 {
     static const QRegularExpression commas("^,+\\r*$", QRegularExpression::MultilineOption);
@@ -96,7 +96,7 @@ bool failsAtOnce(const QString& path, const QByteArray& content)
 
 } // namespace
 
-// Takes the place of Logger::println in the units under test.
+// Replaces Logger::println in the units under test.
 extern "C" void __wrap__ZN6TARNOK6Logger7printlnENS0_14OUTPUTPRIORITYEPKcz(Logger*, Logger::OUTPUTPRIORITY, const char*,
                                                                            ...)
 {

@@ -1,6 +1,6 @@
-// Opens whatever the fuzzer makes up, reads and seeks a little in it. Compiled as fuzz_bank it takes that for a bank,
-// whose checksums it makes to fit, as otherwise nothing behind them would ever be reached. A bank of an odd size is
-// encrypted.
+// SPDX-License-Identifier: MIT
+// Opens the fuzzer's input, reads and seeks a little in it. Compiled as fuzz_bank, it treats the input as a bank and
+// corrects the checksums, because otherwise they would reject everything. A bank of an odd size is encrypted.
 #include "support/engine_use.hpp"
 #ifdef FUZZ_BANK
 #include "support/bank_seal.hpp"

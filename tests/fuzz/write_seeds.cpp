@@ -1,24 +1,112 @@
-// Writes the hand-built files into two folders: seeds for fuzz_engine and for fuzz_bank.
+// SPDX-License-Identifier: MIT
+// Writes small seed inputs for fuzz_engine, fuzz_bank and fuzz_cache, into one subfolder for each of them in the given
+// folder. They are the same each time, except for random stream numbers and times from libsndfile.
+#include "bank/bytes.hpp"
+#include "support/bank_maker.hpp"
 #include "support/hostile_files.hpp"
 #include "support/sound_files.hpp"
 
 #include <cstdio>
 #include <filesystem>
 
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Larger inputs slow the fuzzer down more than they help.
+constexpr size_t kMaximumSeedBytes = 16 << 10;
+
+void writeSounds(const std::string& folder)
+{
+    constexpr int kFormats[] = {
+        SF_FORMAT_WAV | SF_FORMAT_PCM_16,  SF_FORMAT_WAVEX | SF_FORMAT_PCM_24,
+        SF_FORMAT_WAV | SF_FORMAT_FLOAT,   SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM,
+        SF_FORMAT_WAV | SF_FORMAT_GSM610,  SF_FORMAT_RF64 | SF_FORMAT_PCM_16,
+        SF_FORMAT_W64 | SF_FORMAT_PCM_16,  SF_FORMAT_AIFF | SF_FORMAT_PCM_16,
+        SF_FORMAT_AIFF | SF_FORMAT_FLOAT,  SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+        SF_FORMAT_OGG | SF_FORMAT_VORBIS,  SF_FORMAT_OGG | SF_FORMAT_OPUS,
+        SF_FORMAT_CAF | SF_FORMAT_ALAC_16, SF_FORMAT_AU | SF_FORMAT_PCM_16,
+        SF_FORMAT_VOC | SF_FORMAT_PCM_16,  SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III,
+    };
+    for (const int format : kFormats)
+        test::writeSound(folder + "sound " + std::to_string(format), format, test::sine(1, 8000, 800));
+    const std::string tagged = folder + "tagged.wav";
+    test::writeSound(tagged, SF_FORMAT_WAV | SF_FORMAT_PCM_16, test::sine(2, 8000, 400));
+    test::addWavTags(tagged, {{{100, 200}}, {{50, "marker"}}});
+}
+
+std::vector<bank_test::EncodedSound> encodedSounds()
+{
+    std::vector<bank_test::EncodedSound> sounds;
+    for (const bank::Codec codec : {bank::Codec::Pcm, bank::Codec::Kadpcm, bank::Codec::Vorbis, bank::Codec::Opus}) {
+        bank_test::MemorySound sound(1, codec == bank::Codec::Opus ? 48000 : 8000, test::sine(1, 8000, 400).samples);
+        sounds.push_back(bank_test::encode(codec, sound));
+    }
+    return sounds;
+}
+
+void append(Bytes& bytes, const Bytes& more)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+// See fuzz_cache.cpp.
+void writeCache(const std::string& folder, const std::vector<bank_test::EncodedSound>& sounds)
+{
+    constexpr uint64_t kUsedAt = 1'700'000'000;
+    Bytes records{1};
+    Bytes index{2};
+    uint8_t key = 0;
+    const auto addRecord = [&](Bytes& table, const Bytes& record) {
+        append(table, Bytes(32, key));
+        base::appendLittle(table, kUsedAt);
+        base::appendLittle(table, uint64_t(record.size()));
+        append(table, record);
+    };
+    for (const auto& [name, sound, data] : sounds) {
+        const Bytes record = bank::serialise(sound);
+        Bytes entry{0};
+        base::appendLittle(entry, uint16_t(data.size()));
+        append(entry, data);
+        append(entry, record);
+        test::writeFile(folder + "entry " + std::to_string(key), entry);
+        ++key;
+        addRecord(records, record);
+        addRecord(index, Bytes(32, uint8_t(100 + key)));
+    }
+    test::writeFile(folder + "records", records);
+    test::writeFile(folder + "index", index);
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fputs("usage: write_seeds ENGINE_FOLDER BANK_FOLDER\n", stderr);
+    if (argc != 2) {
+        std::fputs("usage: write_seeds FOLDER\n", stderr);
         return 1;
     }
-    const std::string folders[] = {std::string(argv[1]) + '/', std::string(argv[2]) + '/'};
-    for (const std::string& folder : folders)
+    const auto makeFolder = [&](const char* target) {
+        const std::string folder = std::string(argv[1]) + '/' + target + '/';
         std::filesystem::create_directories(folder);
-    for (const auto& files : {test::hostileVorbisFiles(), test::hostileHeaders()}) {
-        for (const auto& [name, bytes] : files)
-            test::writeFile(folders[0] + name, bytes);
-    }
-    for (const auto& [name, bytes] : test::hostileBanks())
-        test::writeFile(folders[1] + name, bytes);
+        return folder;
+    };
+    const auto writeSmall = [](const std::string& folder, const std::vector<test::HostileFile>& files) {
+        for (const auto& [name, bytes] : files) {
+            if (bytes.size() <= kMaximumSeedBytes)
+                test::writeFile(folder + name, bytes);
+        }
+    };
+    const std::string engine = makeFolder("engine");
+    writeSounds(engine);
+    for (const auto& files : {test::hostileVorbisFiles(), test::hostileHeaders(), test::plainFiles()})
+        writeSmall(engine, files);
+
+    const std::string bank = makeFolder("bank");
+    writeSmall(bank, test::hostileBanks());
+    const std::vector<bank_test::EncodedSound> sounds = encodedSounds();
+    for (size_t i = 0; i < sounds.size(); ++i)
+        test::writeFile(bank + "sound " + std::to_string(i), bank_test::makeBank({sounds[i], sounds[i]}));
+    writeCache(makeFolder("cache"), sounds);
     return 0;
 }

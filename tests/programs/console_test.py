@@ -1,4 +1,5 @@
-"""Drives the console tool as its users do: real sounds, real libraries, exit statuses, files on disk."""
+# SPDX-License-Identifier: MIT
+"""Runs the console tool as its users do: real sounds, real libraries, exit statuses, files on disk."""
 
 import os
 import random
@@ -65,7 +66,7 @@ class ArgumentsTest(ProgramCase):
         self.assertEqual(self.run_tool("-help", "me")[0], STOPPED)
         self.assertEqual(self.run_tool("a", "-help")[0], STOPPED)
 
-    def test_aborts_where_there_is_nothing_to_go_on_with(self):
+    def test_aborts_where_it_can_not_continue(self):
         (self.work / "empty").mkdir()
         for arguments, remark, assertion in (
             (["gone.wav", "-o", "x.tnb"], "the source 'gone.wav' does not exist", '"false" in file .*src/command_line'),
@@ -94,7 +95,7 @@ class ArgumentsTest(ProgramCase):
         self.assertIn("ERROR: Unknown arg '-qmljsdebugger'\n", output)
         self.assertNotIn("destination not specified", output)
 
-    def test_tells_more_or_less_by_verbosity(self):
+    def test_prints_more_or_less_by_verbosity(self):
         self.assertEqual(self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "1"), "", "errors only")
         everything = self.assert_builds("a.wav", "-o", "x.tnb", "-verbosity", "7", "-no_loop")
         self.assertIn("value changed to 6\n", everything)
@@ -132,7 +133,7 @@ class BuildsTest(ProgramCase):
         self.assertEqual((self.work / "x.tnb").read_bytes(), bank)
         self.assertIn("(c.wav) [processing]", self.assert_builds(*arguments, "-recursive"))
 
-    def test_walks_each_folder_once_and_past_what_is_no_file(self):
+    def test_walks_each_folder_once_and_skips_what_is_no_file(self):
         for name in ("b.wav", "sub/c.wav", "other/d.wav", "gr\udcf6\udcdfe.wav", ".hidden\udcff.wav", "\udce4/e.wav"):
             write_wav(self.folder_in / name)
         os.mkfifo(self.folder_in / "pipe")
@@ -226,7 +227,7 @@ class BuildsTest(ProgramCase):
 
 class RemarksTest(ProgramCase):
     def make_faulty_folder(self):
-        """A folder with one good sound; what is left out of it, and why."""
+        """A folder with one good sound; the sounds that are left out of the bank, and why."""
         write_wav(self.folder_in / "good.wav")
         write_wav(self.folder_in / "many.wav", channels=33)
         write_wav(self.folder_in / "secret.wav").chmod(0)
@@ -240,7 +241,7 @@ class RemarksTest(ProgramCase):
                 "left out 'in/secret.wav': no permission", "left out 'in/text.ogg': not a sound of a known kind"]
 
     def as_nobody(self):
-        """Root may read all: the tool must not be root."""
+        """Root may read everything, so the tool must not run as root."""
         if os.geteuid() != 0:
             return {}
         for folder in (self.work.parent, *self.work.parent.rglob("*")):
@@ -376,7 +377,7 @@ class RemarksTest(ProgramCase):
             self.assertEqual(process.stderr.readline(),
                              f"tarnokexcl: {self.work}/l.lst:2: 'late.wav' can't be taken (no such file); it is tried "
                              "again until it can\n")
-            time.sleep(0.2)
+            time.sleep(0.2)  # time for many more attempts, which must not repeat the message
             write_wav(self.work / "~late.wav").rename(self.work / "late.wav")
             self.assertEqual((process.wait(TIMEOUT), process.stderr.read()), (ALL_WRITTEN, ""))
 
@@ -453,15 +454,16 @@ class FaultsTest(ProgramCase):
                 self.assertEqual((self.work / "x.tnb").read_bytes(), former)
         self.assert_builds("long.wav", "-o", "whole.tnb", *arguments)
         whole = (self.work / "whole.tnb").read_bytes()
-        for delay in (0.05, 0.2, 0.5, 0.9):
+        for moment in ("Gathering files", "Build started", "[processing]", "Writing out TNB file"):
             with self.start("long.wav", "-o", "x.tnb", *arguments) as process:
-                time.sleep(delay)
+                while moment not in (line := process.stdout.readline()):
+                    self.assertTrue(line, "it ended before it was killed")
                 process.kill()
-            self.assertTrue((self.work / "x.tnb").read_bytes() in (former, whole), f"killed after {delay} s")
+            self.assertTrue((self.work / "x.tnb").read_bytes() in (former, whole), f"killed at {moment}")
         self.assert_builds("long.wav", "-o", "x.tnb", "-format", "vorbis")
         self.assertEqual(self.leftovers(), [])
 
-    def test_goes_by_the_banks_whatever_becomes_of_the_log(self):
+    def test_the_status_depends_on_the_banks_and_not_on_the_log(self):
         lost = "tarnokexcl: the log could not be written to standard output\n"
         reader, writer = os.pipe()
         os.close(reader)
@@ -472,7 +474,7 @@ class FaultsTest(ProgramCase):
                     self.assertEqual(run[:2], (expected, None))
                     self.assertTrue(run[2].endswith(lost), run[2])
 
-    def test_never_opens_a_file_in_place_of_a_closed_standard_stream(self):
+    def test_never_writes_a_file_through_a_closed_standard_stream(self):
         os.mkfifo(self.work / "pipe")
         for program, *arguments in (("tarnokexcl", "a.wav", "-o", "x.tnb", "-profile", "./pipe"),
                                     ("tnb", "info", "a.wav", "--key-file", "pipe")):
@@ -480,7 +482,7 @@ class FaultsTest(ProgramCase):
                 with self.subTest(program=program, closed=closed), self.start(
                         *arguments, program=program,
                         preexec_fn=lambda: [os.close(stream) for stream in closed]) as process:
-                    # The program reads it, and has opened what it opens before.
+                    # The program is reading the pipe, so it has opened everything that it opens earlier.
                     with open(self.work / "pipe", "w") as pipe:
                         for stream in closed:
                             self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/{stream}"), "/dev/null")

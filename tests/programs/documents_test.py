@@ -1,4 +1,5 @@
-"""Runs what the documents tell: each example of docs/console.md, and the completions against the switches there are."""
+# SPDX-License-Identifier: MIT
+"""Runs each example of docs/console.md, and compares completions and manual page with the existing switches."""
 
 import re
 
@@ -53,6 +54,6 @@ class DocumentsTest(ProgramCase):
             options = set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", help_text))
             self.assertEqual(complete("tnb", command, "-"), options, command)
 
-    def test_the_manual_tells_every_switch(self):
+    def test_the_manual_describes_every_switch(self):
         text = (ROOT / "docs" / "tarnokexcl.1").read_text()
         self.assertEqual(self.switches() - set(re.findall(r"\\-(\w+)", text)), set())

@@ -1,4 +1,5 @@
-"""Builds banks through an external encoder: an application folder of its own, with and without modules in it."""
+# SPDX-License-Identifier: MIT
+"""Builds banks with an encoder module, in an application folder with and without modules."""
 
 import shutil
 import struct
@@ -15,13 +16,13 @@ def ramp(frames, channels):
 
 
 def decode(bank, sound):
-    """Samples of the example's blocks, from which the lead-in is cut."""
+    """Samples of the example's blocks, without the pre-skip."""
     channels = sound["channels"]
     blocks = [[mantissa / 128 / 2 ** exponent for mantissa in mantissas]
               for exponent, *mantissas in struct.iter_unpack(f"B{FRAMES}b", bank.sound_data(sound))]
     frames = [value for at in range(0, len(blocks), channels)
               for frame in zip(*blocks[at:at + channels]) for value in frame]
-    return frames[sound["leadIn"] * channels:(sound["leadIn"] + sound["length"]) * channels]
+    return frames[sound["preSkip"] * channels:(sound["preSkip"] + sound["length"]) * channels]
 
 
 class EncoderModuleTest(ProgramCase):
@@ -53,16 +54,16 @@ class EncoderModuleTest(ProgramCase):
                 for sound in bank.sounds:
                     source = self.sources[sound["name"].decode()]
                     wanted = [value / 32768 for value in struct.unpack(f"<{len(source) // 2}h", source)]
-                    heard = decode(bank, sound)
-                    self.assertEqual(len(heard), len(wanted))
-                    self.assertLess(max(abs(a - b) for a, b in zip(heard, wanted)), 1 / 127)
-                    self.assertEqual((sound["codec"], sound["quality"], sound["leadIn"]), (codec, 70, FRAMES))
+                    decoded = decode(bank, sound)
+                    self.assertEqual(len(decoded), len(wanted))
+                    self.assertLess(max(abs(a - b) for a, b in zip(decoded, wanted)), 1 / 127)
+                    self.assertEqual((sound["codec"], sound["quality"], sound["preSkip"]), (codec, 70, FRAMES))
                     self.assertEqual(bank.setups[sound["setup"]], b"EXAMPLE" + bytes([sound["channels"], 8]))
                     self.assertEqual(sound["loop"], (0, sound["length"]))
                     self.assertEqual(sound["seekPoints"], [])
                 self.assertEqual(self.tnb("validate", "x.tnb")[0], 0)
 
-    def test_flags_of_the_module_are_part_of_what_the_cache_goes_by(self):
+    def test_flags_of_the_module_are_part_of_the_cache_key(self):
         shutil.copy(MODULES / "tarnok_xma.so", self.libraries)
         for arguments, said, points in (([], "[processing]", [4, 0, 2]), ([], "[cached]", [4, 0, 2]),
                                         (["-no_seek"], "[processing]", [0, 0, 0]), ([], "[cached]", [4, 0, 2])):
@@ -71,7 +72,7 @@ class EncoderModuleTest(ProgramCase):
             bank = tnb_reader.Bank((self.work / "x.tnb").read_bytes())
             self.assertEqual([len(sound["seekPoints"]) for sound in bank.sounds], points)
 
-    def test_an_absent_or_broken_module_is_told_for_each_sound(self):
+    def test_an_absent_or_broken_module_is_reported_for_each_sound(self):
         other = (MODULES / "tarnok_at9.so").read_bytes()
         cases = {"absent": (None, "not installed", "not found"),
                  "no library": (b"MZ not for this system", "can't be used", "could not be loaded"),
@@ -92,15 +93,15 @@ class EncoderModuleTest(ProgramCase):
                 self.assertIn(verdict, log)
                 self.assertFalse((self.work / "x.tnb").exists())
 
-    def test_a_module_that_misbehaves_costs_nothing_but_its_sounds(self):
+    def test_a_module_that_misbehaves_affects_only_its_sounds(self):
         shutil.copy(MODULES / "misbehaving.so", self.libraries / "tarnok_xma.so")
         for misdeed in ("writes nothing", "never ends", "deaf to errors", "reads far away", "stores two setups",
-                        "drops more than there is", "points behind the data", "cancels by itself"):
+                        "drops more than exists", "points past the data", "cancels by itself"):
             with self.subTest(misdeed):
                 log = self.run_build(BUILD_FAILED, "-format", "xma", MISDEED=misdeed)
                 self.assertEqual(sum("failed: " in line and ": the encoder" in line for line in log.split("\n")), 3, log)
                 self.assertFalse((self.work / "x.tnb").exists())
-        # None of them has left anything in the cache that another build would take for a sound.
+        # None of them has left anything in the cache that another build would use as a sound.
         self.run_build(ALL_WRITTEN, "-format", "xma", MISDEED="")
         self.assertEqual(self.tnb("validate", "x.tnb")[0], 0)
 

@@ -1,4 +1,5 @@
-"""Banks laid by hand, byte by byte, with checksums that fit: whatever a hostile maker may write."""
+# SPDX-License-Identifier: MIT
+"""Lays out banks byte by byte, with valid checksums, as a hostile program may write them."""
 
 import struct
 
@@ -14,7 +15,7 @@ def sync_points(points):
 
 
 class HandBank:
-    """Parts lie in the order in which they are added; a row refers to those it is given, which may be the same ones."""
+    """Stores parts in the order in which they are added. Each row refers to given parts; rows may share them."""
 
     def __init__(self, flags=HAS_NAMES, row_bytes=96):
         self.flags, self.row_bytes = flags, row_bytes
@@ -28,7 +29,7 @@ class HandBank:
         return self.body_bytes - len(data), len(data), checksum(data)
 
     def again(self, part, shift):
-        """The part that lies shift bytes further on."""
+        """The part moved by shift bytes."""
         offset, size, _ = part
         begin = offset + shift
         return begin, size, checksum(b"".join(self.parts)[begin:begin + size])
@@ -37,11 +38,12 @@ class HandBank:
         self.setups.append(self.part(data))
         return len(self.setups) - 1
 
-    def sound(self, chunks, data, length, codec=0, channels=1, rate=48000, lead_in=0, quality=0, setup=NO_SETUP,
+    def sound(self, chunks, data, length, codec=0, channels=1, rate=48000, pre_skip=0, quality=0, setup=NO_SETUP,
               sample_format=2, name=b"", name_offset=None, name_bytes=None):
         self.index.append((name_hash(name), len(self.rows)))
         name_offset = len(self.names) if name_offset is None else name_offset
-        self.rows.append((struct.pack("<BBHIQIB3xI", codec, sample_format, channels, rate, length, lead_in, quality, setup),
+        self.rows.append((struct.pack("<BBHIQIB3xI", codec, sample_format, channels, rate, length, pre_skip,
+                                       quality, setup),
                           chunks, data, name_offset, len(name) if name_bytes is None else name_bytes))
         self.names += name
 

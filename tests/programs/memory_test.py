@@ -1,4 +1,5 @@
-"""Builds with little memory: fewer workers, or a message, but never a crash and never another bank."""
+# SPDX-License-Identifier: MIT
+"""Builds with little memory: fewer workers or a message, but never a crash or a different bank."""
 
 import os
 import resource
@@ -36,7 +37,7 @@ class MemoryTest(ProgramCase):
         write_wav(self.folder_in / "a.wav")
         outcomes = [self.build_within(megabytes, "b.tnb", "vorbis") for megabytes in range(70, 120, 5)]
         for status, output in outcomes:
-            self.assertIn(status, (ALL_WRITTEN, BUILD_FAILED, 127), output)  # 127: the libraries can't even be loaded
+            self.assertIn(status, (ALL_WRITTEN, BUILD_FAILED, 127), output)  # 127: the libraries can't be loaded
         self.assertTrue(any("address space of this process (ulimit -v) leaves" in output for _, output in outcomes))
 
     @unittest.skipUnless((BIN / "lib" / "kess_ffmpeg.so").exists(), "without the decoder module")

@@ -1,4 +1,5 @@
-"""What the tests of the programs share: a folder to work in, WAV files with everything in them, and runs."""
+# SPDX-License-Identifier: MIT
+"""Shared by the tests of the programs: a working folder, WAV files with tags, and runs of the programs."""
 
 import array
 import itertools
@@ -15,7 +16,7 @@ import unittest
 BIN = pathlib.Path(os.environ["TARNOK_BIN"])
 SAMPLES = pathlib.Path(os.environ["TARNOK_SAMPLES"])
 
-# How much slower a sanitizer may make a program than the times below allow for.
+# The factor by which a sanitizer may exceed the times below.
 TIMEOUT = 240
 
 # Exit statuses of the console tool.
@@ -54,7 +55,7 @@ def write_wav(path, seconds=0.1, channels=1, rate=44100, frequency=440.0):
 
 
 def chunks_of(data, at):
-    """Tags and payloads of the chunks that follow one another from a place on."""
+    """Tags and payloads of the chunks from an offset on."""
     while at < len(data):
         tag, size = struct.unpack_from("<4sI", data, at)
         yield tag, data[at + 8:at + 8 + size]
@@ -78,7 +79,7 @@ def read_riff(path):
 
 
 def packet_starts(bank, sound):
-    """Where each packet of a sound begins in its data, with the length before it."""
+    """The offset of each packet of a sound in its data; the packet begins with its length."""
     sizes = (size + (1 if size < 128 else 2 if size < 16384 else 3) for size in map(len, bank.packets(sound)))
     return list(itertools.accumulate(sizes, initial=0))[:-1]
 
@@ -103,7 +104,7 @@ class ProgramCase(unittest.TestCase):
         return subprocess.Popen([BIN / program, *map(os.fsencode, map(str, arguments))], cwd=self.work, **options)
 
     def run_program(self, *arguments, typed=None, **options):
-        """Exit status, standard output, and standard error where that goes its own way."""
+        """Exit status, standard output, and standard error if it isn't part of that."""
         with self.start(*arguments, stdin=subprocess.PIPE, **options) as process:
             output, errors = process.communicate(typed, timeout=TIMEOUT)
         return process.returncode, output, errors
@@ -131,7 +132,7 @@ class ProgramCase(unittest.TestCase):
         return self.work / name
 
     def tnb(self, *arguments, key=None, **options):
-        """The same of the inspector."""
+        """The same for the inspector."""
         key_arguments = ["--key", key] if key else []
         return self.run_program(*arguments, *key_arguments, program="tnb", stderr=subprocess.PIPE, **options)
 

@@ -1,4 +1,5 @@
-"""Banks laid by hand to cost more than they weigh: the inspector stays quick and small, whatever stands in a file."""
+# SPDX-License-Identifier: MIT
+"""Hand-made banks that try to take much time or memory: the inspector stays fast and small on any file."""
 
 import os
 import random
@@ -12,15 +13,15 @@ from program_case import BIN, ProgramCase, write_riff
 from program_case import chunk as riff_chunk
 from tnb_reader import HAS_NAMES, KADPCM, OPUS, VORBIS
 
-MOST_SECONDS, MOST_BYTES = 2, 200 << 20
+MAXIMUM_SECONDS, MAXIMUM_BYTES = 2, 200 << 20
 SANITIZED = any(mark in (BIN / "tnb").read_bytes() for mark in (b"__asan_init", b"__tsan_init"))
 
-SILENCE = struct.pack("<HBh", 3, 62, 0) # a channel of a superblock
+SILENCE = struct.pack("<HBh", 3, 62, 0) # one channel of a superblock
 COMMANDS = (["info"], ["info", "--json"], ["validate"], ["extract", "-o", "out", "-f"])
 
 
 def alike(count, build):
-    """A bank of so many sounds, each made by build(bank)."""
+    """A bank of count sounds, each made by build(bank)."""
     bank = HandBank()
     for _ in range(count):
         build(bank)
@@ -39,8 +40,8 @@ class Limits(ProgramCase):
             text = output.read(1 << 20).decode(errors="replace")
         self.assertIn(tool.returncode, (0, 1, 2), text[-2000:])
         if not SANITIZED:
-            self.assertLess(usage.ru_utime + usage.ru_stime, MOST_SECONDS)
-            self.assertLess(usage.ru_maxrss << 10, MOST_BYTES)
+            self.assertLess(usage.ru_utime + usage.ru_stime, MAXIMUM_SECONDS)
+            self.assertLess(usage.ru_maxrss << 10, MAXIMUM_BYTES)
         return tool.returncode, text
 
     def assert_statuses(self, data, info, validate, extract, words=""):
@@ -94,7 +95,7 @@ class SharingTest(Limits):
             for shift in (-1, 1):
                 self.assert_refused(bank(shift, order), "share bytes")
         for field in ("index_offset", "setup_rows", "names_offset"):
-            self.assert_refused(bank(**{field: 160}), "lies outside the tables or within another")
+            self.assert_refused(bank(**{field: 160}), "lies outside the tables or overlaps another")
 
         shuffled = HandBank()
         parts = [(shuffled.part(b""), shuffled.part(bytes(2))) for _ in range(20000)]
@@ -109,7 +110,7 @@ class SharingTest(Limits):
             (HAS_NAMES, b"a\0b", {}, "zero byte"),
             (0, b"a", {}, "index of names doesn't fit"),
             (HAS_NAMES, b"a", {"index_count": 0}, "index of names doesn't fit"),
-            (HAS_NAMES, b"n" * 65536, {}, "name is longer than any"),
+            (HAS_NAMES, b"n" * 65536, {}, "name is too long"),
         ):
             with self.subTest(name=name[:5], flags=flags, header=header):
                 bank = HandBank(flags)
@@ -117,7 +118,7 @@ class SharingTest(Limits):
                 self.assert_refused(bank.bytes(**header), words)
 
     def test_sync_points_beyond_those_that_a_bank_holds_are_left_out(self):
-        count = 43000 # of one name
+        count = 43000 # rows with one name
         points = b"".join(struct.pack("<II4sIII", 1, i, b"data", 0, 0, i) for i in range(count))
         label = riff_chunk(b"labl", struct.pack("<I", 1) + b"n" * 120)
         path = write_riff(self.work / "in" / "many.wav", bytes(2 * count))
@@ -126,15 +127,15 @@ class SharingTest(Limits):
         path.write_bytes(data[:4] + struct.pack("<I", len(data) - 8) + data[8:])
         status, output = self.run_tool(path, "-o", "x.tnb")
         self.assertEqual(status, 0)
-        self.assertIn("many.wav: 11225 of its markers were left out, because a bank holds 65,536 for a sound", output)
+        self.assertIn("many.wav: 11225 of its markers were left out, because a bank stores at most 65,536 for a sound", output)
         self.assertEqual(self.run_within_limits("x.tnb", "validate")[0], 0)
 
 
 class CostTest(Limits):
-    """Each bank costs what is in it, and no more."""
+    """Each bank takes only as much time and memory as its contents need."""
 
     def encoded(self, name, channels, samples, rate=48000):
-        """Setup and data of a sound, as the programs encode it."""
+        """Setup and data of a sound as encoded by the programs."""
         write_riff(self.folder_in / "a.wav", samples, channels, rate)
         bank = tnb_reader.Bank(self.build("encoded.tnb", "-format", name, "-no_loop").read_bytes())
         return bank, bank.sounds[0], bytes(bank.sound_data(bank.sounds[0]))
@@ -184,7 +185,7 @@ class CostTest(Limits):
             self.assert_whole_info(bank.bytes())
 
     def assert_whole_info(self, data):
-        """Without extraction, whose files would take the time."""
+        """Without extraction, which would take too long to write its files."""
         (self.work / "x.tnb").write_bytes(data)
         for arguments in COMMANDS[:3]:
             self.assertEqual(self.run_within_limits("x.tnb", *arguments)[0], 0)
@@ -196,36 +197,37 @@ class CostTest(Limits):
                 made = HandBank()
                 setup = made.setup(encoded.setups[0])
                 for _ in range(2000 // channels):
-                    made.sound(made.part(b""), made.part(data), 100, codec, channels, lead_in=sound["leadIn"], setup=setup)
+                    made.sound(made.part(b""), made.part(data), 100, codec, channels, pre_skip=sound["preSkip"],
+                               setup=setup)
                 self.assert_whole(made.bytes())
         for codec in (VORBIS, OPUS):
-            made = HandBank() # large and of no use
+            made = HandBank() # large and useless
             setup = made.setup(struct.pack("<I", 30) + bytes((1 << 20) - 4))
             for _ in range(3000):
                 made.sound(made.part(b""), made.part(bytes(2)), 100, codec, setup=setup)
             self.assert_statuses(made.bytes(), 0, 1, 1)
 
-    def test_corrections_and_lead_ins(self):
+    def test_corrections_and_pre_skips(self):
         encoded, sound, data = self.encoded("vorbis", 32, bytes(2 * 32 * 5000))
         seam = b"".join(struct.pack("<QI", 0, 1024) + b"\xff" * (32 * (16 + 256)) for _ in range(8))
         made = HandBank()
         setup = made.setup(encoded.setups[0])
         for _ in range(20):
-            made.sound(made.part(chunk(b"SEAM", seam)), made.part(data), 4000, VORBIS, 32, lead_in=sound["leadIn"],
+            made.sound(made.part(chunk(b"SEAM", seam)), made.part(data), 4000, VORBIS, 32, pre_skip=sound["preSkip"],
                        setup=setup)
         self.assert_whole(made.bytes())
-        for codec, lead_in in ((VORBIS, 131073), (VORBIS, (1 << 31) - 1), (OPUS, 0xFFFFFFFF), (KADPCM, 1), (0, 1)):
+        for codec, pre_skip in ((VORBIS, 131073), (VORBIS, (1 << 31) - 1), (OPUS, 0xFFFFFFFF), (KADPCM, 1), (0, 1)):
             made = HandBank()
             setup = made.setup(encoded.setups[0])
-            made.sound(made.part(b""), made.part(bytes(1 << 20)), 1, codec, lead_in=lead_in, setup=setup)
+            made.sound(made.part(b""), made.part(bytes(1 << 20)), 1, codec, pre_skip=pre_skip, setup=setup)
             self.assert_refused(made.bytes(), "length")
-        made = HandBank() # as long a lead-in as there may be, of the shortest packets
+        made = HandBank() # the maximum pre-skip, in the shortest packets
         setup = made.setup(encoded.setups[0])
-        made.sound(made.part(b""), made.part(b"\1\0" * 4000), 1, VORBIS, 32, lead_in=131072, setup=setup)
+        made.sound(made.part(b""), made.part(b"\1\0" * 4000), 1, VORBIS, 32, pre_skip=131072, setup=setup)
         self.assert_whole(made.bytes())
 
     def test_sizes_of_gigabytes(self):
-        """Files with holes, which weigh nothing."""
+        """Files with holes, which take no space."""
         huge = 5 << 30
         for size, row, header in ((None, {}, {"tables": huge}), (None, {}, {"names_bytes": huge, "tables": huge + 1000}),
                                   (None, {"name_bytes": 0xFFFFFFFF}, {"names_bytes": huge, "tables": huge + 1000}),
@@ -243,7 +245,7 @@ class CostTest(Limits):
                 for arguments in COMMANDS:
                     status, text = self.run_within_limits("x.tnb", *arguments)
                     self.assertEqual(status, 1)
-                    self.assertRegex(text, "larger than")
+                    self.assertRegex(text, "too large")
 
     def test_packets(self):
         encoded, _, _ = self.encoded("opus", 1, bytes(2 * 4800))
@@ -254,7 +256,7 @@ class CostTest(Limits):
             self.assert_statuses(made.bytes(), 0, 1, 1)
 
     def test_keys(self):
-        """Argon2id with the most that a reader agrees to, and with more."""
+        """Argon2id with the maximum that a reader accepts, and with more."""
         for passes, memory, status in ((16, 65536, 2), (17, 65536, 1), (16, 65537, 1), (2, 7, 1), (0, 8, 1)):
             with self.subTest(passes=passes, memory=memory):
                 front = tnb_reader.MAGIC + struct.pack("<HHIIIQQII72x", 2, 0, 128, 1, 65536, 1, 145, passes, memory)

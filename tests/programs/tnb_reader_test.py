@@ -1,4 +1,5 @@
-"""Compares what a reader finds that was written from docs/tnb-format.md alone with what the programs tell of a bank."""
+# SPDX-License-Identifier: MIT
+"""Compares the programs with a reader that was written from docs/tnb-format.md alone."""
 
 import hashlib
 import random
@@ -12,7 +13,7 @@ CODECS = {"pcm": PCM, "kadpcm": KADPCM, "vorbis": VORBIS, "opus": OPUS}
 
 
 def noisy_tone(frames, channels, noise, seed=1):
-    """16-bit samples whose channels are alike: predictable, with coupling, constant and random stretches."""
+    """16-bit samples with similar channels: predictable, constant and random sections, with coupling."""
     random.seed(seed)
     samples = []
     for i in range(frames):
@@ -44,8 +45,8 @@ class ReaderTest(ProgramCase):
                 self.assertEqual(bank.header["guid"].hex(), info["guid"].replace("-", ""))
                 self.assertEqual(bank.header["guid"][6] >> 4, 8)
                 self.assertEqual(len(bank.sounds), len(info["sounds"]))
-                for index, (sound, told) in enumerate(zip(bank.sounds, info["sounds"])):
-                    self.assert_same(sound, told)
+                for index, (sound, listed) in enumerate(zip(bank.sounds, info["sounds"])):
+                    self.assert_same(sound, listed)
                     self.assertEqual(bank.find(sound["name"]), index)
                 self.assertIsNone(bank.find(b"nobody"))
                 if name in LOSSY:
@@ -53,14 +54,14 @@ class ReaderTest(ProgramCase):
                 else:
                     self.assert_samples(bank, path)
 
-    def assert_same(self, sound, told):
+    def assert_same(self, sound, listed):
         points = [{"sample": frame, "name": name.decode()} for frame, name in sound["syncPoints"]]
-        self.assertEqual(told, told | {
+        self.assertEqual(listed, listed | {
             "name": sound["name"].decode(), "channels": sound["channels"], "rate": sound["rate"],
             "samples": sound["length"], "bytes": sound["dataBytes"], "quality": sound["quality"] or None,
             "loop": dict(zip(("start", "end"), sound["loop"])), "syncPoints": points})
-        self.assertEqual(sound["codec"], CODECS[told["codec"]])
-        self.assertAlmostEqual(sound["peak"], told["peak"], 5)
+        self.assertEqual(sound["codec"], CODECS[listed["codec"]])
+        self.assertAlmostEqual(sound["peak"], listed["peak"], 5)
 
     def assert_samples(self, bank, path):
         folder = path.stem + " extracted"

@@ -1,4 +1,5 @@
-"""Drives the bank inspector as its users do: real banks, damaged banks, hostile names, exit statuses, files on disk."""
+# SPDX-License-Identifier: MIT
+"""Runs the bank inspector as its users do: real banks, damaged banks, hostile names, exit statuses, files on disk."""
 
 import json
 import os
@@ -19,7 +20,7 @@ def noise(count, seed=1):
 
 
 def reseal(bank):
-    """Makes the checksums of a bank in a bytearray fit what is in it."""
+    """Corrects the checksums of a bank in a bytearray."""
     rows, row_bytes, count = (struct.unpack_from(code, bank, at)[0] for code, at in (("<Q", 56), ("<I", 64), ("<I", 28)))
     for row in range(rows, rows + count * row_bytes, row_bytes):
         chunks_size, = struct.unpack_from("<I", bank, row + 28)
@@ -47,7 +48,7 @@ class TnbCase(ProgramCase):
 
 
 class InfoTest(TnbCase):
-    def test_tells_and_extracts_what_a_bank_holds(self):
+    def test_lists_and_extracts_what_a_bank_contains(self):
         self.make_sounds()
         for name in FORMATS:
             for key in (None, "secret"):
@@ -111,8 +112,8 @@ class InfoTest(TnbCase):
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
             ([locked, "--key-file", "gone"], "can't read the key from gone"),
             ([locked, "--key-file", "wide"], "wide is in UTF-16"),
-            (["older.tnb"], "of a version of the container that this program doesn't read"),
-            (["newer.tnb"], "of a version of the container that this program doesn't read"),
+            (["older.tnb"], "it has a version of the bank format that this program can't read"),
+            (["newer.tnb"], "it has a version of the bank format that this program can't read"),
             (["a.wav", "--\x1b[2J"], r"\\x1b\[2J"),
         ):
             for command in ("info", "validate", "extract"):
@@ -128,7 +129,7 @@ class InfoTest(TnbCase):
         self.assertIn("--force", self.assert_tnb("extract", "-h"))
         self.assertRegex(self.assert_tnb("--version"), r"^tnb \d+\.\d+\.\d+\n$")
 
-    def test_tells_when_its_output_is_lost(self):
+    def test_reports_when_its_output_is_lost(self):
         path = self.build("x.tnb", source="a.wav")
         with open("/dev/full", "w") as full:
             self.assert_fails(UNREADABLE, "can't write", "info", path, stdout=full)
@@ -139,17 +140,17 @@ class ValidateTest(TnbCase):
         (self.work / "damaged.tnb").write_bytes(data)
         self.assert_fails(DAMAGED, r"\Atnb: damaged\.tnb: .*" + words, "validate", "damaged.tnb", key=key)
 
-    def test_tells_damage_from_what_is_no_bank(self):
+    def test_distinguishes_damage_from_what_is_no_bank(self):
         for key in (None, "k"):
             with self.subTest(key=key):
                 whole = self.build("whole.tnb", source="a.wav", key=key).read_bytes()
-                for places, status in (((12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1), DAMAGED),
+                for offsets, status in (((12, 16, 100, 151, 155, 159, len(whole) // 2, len(whole) - 1), DAMAGED),
                                        ((0, 7, 9), UNREADABLE)):
-                    for place in places:
+                    for offset in offsets:
                         damaged = bytearray(whole)
-                        damaged[place] ^= 1 << place % 8
+                        damaged[offset] ^= 1 << offset % 8
                         (self.work / "damaged.tnb").write_bytes(damaged)
-                        self.assertEqual(self.tnb("validate", "damaged.tnb", key=key)[0], status, place)
+                        self.assertEqual(self.tnb("validate", "damaged.tnb", key=key)[0], status, offset)
                 self.assert_damage(whole[:-1], "cut or lengthened", key)
                 self.assert_damage(whole + b"\0", "cut or lengthened", key)
                 self.assert_damage(whole[:39], "ends within its header", key)
@@ -161,15 +162,15 @@ class ValidateTest(TnbCase):
         damaged = bytearray(whole)
         damaged[sounds[0]["dataOffset"] + 99] ^= 1
         damaged[sounds[1]["chunksOffset"] + 9] ^= 1
-        self.assert_damage(damaged, "sound 0: its data don't match(?s:.*)sound 1: its chunks don't match")
+        self.assert_damage(damaged, "sound 0: its data doesn't match(?s:.*)sound 1: its chunks don't match")
         status, output, _ = self.tnb("info", "damaged.tnb")
         self.assertEqual(status, DAMAGED, "a sound whose chunks are damaged can't be described")
-        self.assertRegex(output, r"(?m)^ +1 +\(damaged\)$")
+        self.assertRegex(output, r"(?m)^ +1 +\(damaged: its chunks don't match the checksum\)$")
         self.build("locked.tnb", key="k", source="a.wav")
         for banks, status in ((["damaged.tnb", "whole.tnb"], DAMAGED), (["whole.tnb", "locked.tnb"], UNREADABLE)):
             self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: whole\n"))
 
-    def test_finds_what_no_checksum_tells(self):
+    def test_finds_what_no_checksum_reveals(self):
         self.make_sounds()
         for name, damage, words in (
             ("vorbis", self.mislead_seeking, "sound 1: its seek table leads astray"),
@@ -185,14 +186,14 @@ class ValidateTest(TnbCase):
                 reseal(data)
                 self.assert_damage(data, words)
 
-    def test_takes_a_seek_point_that_is_only_weak_for_no_damage(self):
+    def test_accepts_a_seek_point_that_is_only_inexact(self):
         self.make_sounds()
         data = bytearray(self.build("weak.tnb", "-format", "opus").read_bytes())
         bank = tnb_reader.Bank(bytes(data))
         sound = bank.sounds[1]
         starts = packet_starts(bank, sound)
         position, offset = sound["seekPoints"][0]
-        # Two packets further on, where the encoder predicted again.
+        # Two packets later, where the encoder uses prediction again.
         struct.pack_into("<QQ", data, data.index(b"SEEK", sound["chunksOffset"]) + 8,
                          position + 2 * sound["rate"] // 50, starts[starts.index(offset) + 2])
         reseal(data)
@@ -220,7 +221,7 @@ class ValidateTest(TnbCase):
 
 
 class ExtractTest(TnbCase):
-    def test_gives_pcm_back_to_the_bit(self):
+    def test_extracts_pcm_bit_for_bit(self):
         sources = {}
         for bits, is_float in ((8, False), (16, False), (24, False), (32, False), (32, True)):
             for channels in (1, 2, 6):
@@ -237,10 +238,10 @@ class ExtractTest(TnbCase):
             self.assertEqual(len(output.splitlines()), len(sources))
             for name, source in sources.items():
                 self.assertEqual(read_riff(self.work / "new" / "out" / f"{name}.wav"), read_riff(source), name)
-            # What was extracted compiles to the same bank.
+            # The extracted files compile to the same bank.
             self.assertEqual(self.build("again.tnb", source="new/out", key=key).read_bytes(), bank.read_bytes())
 
-    def test_keeps_hostile_names_in_the_folder_and_apart(self):
+    def test_extracts_hostile_names_to_separate_files_in_the_folder(self):
         names = [b"../../up", b"a/b/../c", b"", b".hidden.", "\x1b[2J\x9b\u202eevil".encode(), b"\xff\xfe\xfd....", b"same.wav", b"SAME.wav",
                  b"same.wav", b"same-8..", b"x" * 230, b"..", b"/etc/x", b"a\\b:c*d?", "größer".encode()]
         for i in range(len(names)):
@@ -273,10 +274,10 @@ class ExtractTest(TnbCase):
         self.assertEqual(text, json.dumps(json.loads(text), indent=2, ensure_ascii=False)
                          .replace("\x9b", "\\u009b").replace("\u202e", "\\u202e") + "\n")
 
-        # One of several that share a name is called alike when it is extracted alone.
+        # One of several sounds with the same name gets the same file name when it is extracted alone.
         self.assertEqual(self.assert_tnb("extract", "x.tnb", "8", "-o", "alone"), "alone/same-8.wav\n")
 
-    def test_takes_the_sounds_that_are_wanted(self):
+    def test_extracts_the_requested_sounds(self):
         for name in ("kick", "snare", "1"):
             write_wav(self.folder_in / f"{name}.wav")
         bank = self.build("x.tnb")
@@ -291,7 +292,7 @@ class ExtractTest(TnbCase):
                 self.assertEqual(self.tnb("extract", bank, "kick", unknown, "-o", "none")[0], UNREADABLE)
                 self.assertFalse((self.work / "none").exists())
 
-    def test_replaces_nothing_unless_told_to(self):
+    def test_replaces_nothing_unless_requested(self):
         bank = self.build("x.tnb", source="a.wav")
         out = self.work / "out"
         out.mkdir()
@@ -312,7 +313,7 @@ class ExtractTest(TnbCase):
             self.assert_fails(UNREADABLE, "x.tnb: can't make the folder " + folder, "extract", bank, "-o", folder)
         self.assertEqual(self.files("out"), ["a.wav"])
 
-    def test_leaves_nothing_half_written(self):
+    def test_leaves_no_partial_files(self):
         write_wav(self.folder_in / "long.wav", seconds=20)
         write_wav(self.folder_in / "short.wav")
         bank = self.build("x.tnb", "-format", "vorbis")

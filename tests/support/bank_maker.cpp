@@ -1,10 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "support/bank_maker.hpp"
 
 #include <gtest/gtest.h>
 
 namespace bank_test {
-
-using bank::Error;
 
 MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples)
     : mSamples(std::move(samples))
@@ -13,42 +12,42 @@ MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> s
     mFacts.sampleRate = sampleRate;
     mFacts.sampleFormat = bank::SampleFormat::Float;
     mFacts.sampleCount = mSamples.size() / size_t(channels);
-    mFacts.loop = bank::Loop{0, mFacts.sampleCount};
+    mFacts.loop = base::Loop{0, mFacts.sampleCount};
 }
 
-Error MemorySound::seek(int64_t position)
+base::Result<> MemorySound::seek(int64_t position)
 {
-    EXPECT_GE(position, -tarnok::kMaximumReach);
-    EXPECT_LE(position, int64_t(mFacts.sampleCount) + tarnok::kMaximumReach);
+    EXPECT_GE(position, -builder::kMaximumLookaround);
+    EXPECT_LE(position, int64_t(mFacts.sampleCount) + builder::kMaximumLookaround);
     mPosition = position;
-    return Error::None;
+    return {};
 }
 
-Error MemorySound::readFloat(float* frames, size_t count)
+base::Result<> MemorySound::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
-    std::fill_n(frames, count * channels, 0.0f); // silence, where there is no frame
+    std::fill_n(frames, count * channels, 0.0f); // silence outside the sound
     for (size_t i = 0; i < count; ++i, ++mPosition, frames += channels) {
-        if (const std::optional<uint64_t> frame = tarnok::frameAt(mPosition, mFacts))
+        if (const std::optional<uint64_t> frame = builder::frameAt(mPosition, mFacts))
             std::copy_n(mSamples.data() + *frame * channels, channels, frames);
     }
-    return Error::None;
+    return {};
 }
 
-bank::Result<bank::StoredSound> MemorySounds::open(size_t index)
+base::Result<bank::StoredSound> MemorySounds::open(size_t index)
 {
     std::vector<uint8_t> bytes = bank::serialise(mSounds[index].sound);
     const uint64_t dataOffset = bytes.size();
     bytes.insert(bytes.end(), mSounds[index].data.begin(), mSounds[index].data.end());
-    return bank::StoredSound{std::make_shared<bank::MemorySource>(std::move(bytes)), 0, dataOffset};
+    return bank::StoredSound{std::make_shared<base::MemorySource>(std::move(bytes)), 0, dataOffset};
 }
 
 EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::string name)
 {
     EncodedSound encoded;
     encoded.name = std::move(name);
-    bank::MemorySink sink;
-    EXPECT_EQ(tarnok::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound), Error::None);
+    base::MemorySink sink;
+    EXPECT_TRUE(builder::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound));
     encoded.data = sink.take();
     EXPECT_EQ(encoded.sound.dataBytes, encoded.data.size());
     return encoded;
@@ -60,10 +59,10 @@ std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds, const ban
     bank::BankWriter writer(settings);
     for (const EncodedSound& sound : sounds)
         writer.add(sound.name, sound.sound);
-    bank::MemorySink sink;
+    base::MemorySink sink;
     MemorySounds stored(sounds);
     const bool isPlain = key.empty();
-    EXPECT_EQ(isPlain ? writer.write(sink, stored, {}) : writer.writeEncrypted(sink, stored, key, {}), Error::None);
+    EXPECT_TRUE(isPlain ? writer.write(sink, stored, {}) : writer.writeEncrypted(sink, stored, key, {}));
     EXPECT_EQ(sink.bytes().size(), isPlain ? writer.fileBytes() : writer.encryptedFileBytes());
     return sink.take();
 }
@@ -92,8 +91,8 @@ void tamper(std::span<uint8_t> part, Noise& noise)
     } else {
         const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
         const size_t size = noise.next() % 2 ? 4 : 8;
-        const size_t place = at / 4 * 4;
-        std::memcpy(part.data() + place, &value, std::min(size, part.size() - place));
+        const size_t position = at / 4 * 4;
+        std::memcpy(part.data() + position, &value, std::min(size, part.size() - position));
     }
 }
 

@@ -1,4 +1,5 @@
-// Makes banks in memory: sounds out of arrays, encoded by the builder's encoders, opened by the engine.
+// SPDX-License-Identifier: MIT
+// Makes banks in memory from arrays of samples, with the builder's encoders.
 #pragma once
 
 #include "bank/reader.hpp"
@@ -14,29 +15,36 @@ namespace bank_test {
 
 using test::tones;
 
-// A sound of interleaved floats in memory that wraps at its loop as encoders expect; the loop is the whole sound unless
-// another is set.
-class MemorySound final : public tarnok::PreparedSound
+// A sound of interleaved floats in memory that wraps at its loop, as encoders expect. Unless a loop is set, it is the
+// whole sound.
+class MemorySound final : public builder::PreparedSound
 {
 public:
     MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples);
 
-    [[nodiscard]] const tarnok::PreparedFacts& facts() const override { return mFacts; }
+    [[nodiscard]] const builder::PreparedFacts& facts() const override { return mFacts; }
     [[nodiscard]] const std::vector<float>& floats() const { return mSamples; }
-    void setLoop(std::optional<bank::Loop> loop) { mFacts.loop = loop; }
+    void setLoop(std::optional<base::Loop> loop) { mFacts.loop = loop; }
 
-    bank::Error seek(int64_t position) override;
-    bank::Error readFloat(float* frames, size_t count) override;
-    bank::Error readSamples(void* frames, size_t count) override
+    base::Result<> seek(int64_t position) override;
+    base::Result<> readFloat(float* frames, size_t count) override;
+    base::Result<> readSamples(void* frames, size_t count) override
     {
         return readFloat(static_cast<float*>(frames), count);
     }
 
 private:
-    tarnok::PreparedFacts mFacts;
+    builder::PreparedFacts mFacts;
     std::vector<float> mSamples;
     int64_t mPosition = 0;
 };
+
+// The code of an error; none on success.
+template <typename T>
+[[nodiscard]] std::optional<base::ErrorCode> failure(const base::Result<T>& result)
+{
+    return result ? std::nullopt : std::optional(result.error().code);
+}
 
 struct EncodedSound
 {
@@ -45,27 +53,27 @@ struct EncodedSound
     std::vector<uint8_t> data;
 };
 
-// All sounds in memory, in the form in which the builder's cache stores them.
+// Sounds in memory, serialised as in the builder's cache.
 class MemorySounds : public bank::StoredSounds
 {
 public:
     explicit MemorySounds(std::vector<EncodedSound> sounds)
         : mSounds(std::move(sounds))
     { }
-    bank::Result<bank::StoredSound> open(size_t index) override;
+    base::Result<bank::StoredSound> open(size_t index) override;
 
 protected:
     std::vector<EncodedSound> mSounds;
 };
 
-// Asserts that encoding works.
+// Asserts that encoding succeeds.
 [[nodiscard]] EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality = 50, std::string name = "sound");
 
-// The bank of these sounds, encrypted when there is a key. Asserts that it could be written.
+// A bank of these sounds, encrypted if there is a key. Asserts that writing succeeds.
 [[nodiscard]] std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds,
                                             const bank::BankSettings& settings = {}, std::string_view key = {});
 
-// A deterministic noise of 32 bits.
+// A deterministic noise of 32-bit numbers.
 class Noise
 {
 public:
@@ -79,8 +87,8 @@ private:
     uint64_t mState;
 };
 
-// Tampers with a place: a flipped bit, a random byte, or a number of 4 or 8 bytes at one of the values where arithmetic
-// overflows.
+// Modifies one position of part: flips a bit, or writes a random byte or a number of 4 or 8 bytes that is likely to
+// overflow.
 void tamper(std::span<uint8_t> part, Noise& noise);
 
 } // namespace bank_test

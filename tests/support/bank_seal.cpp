@@ -1,10 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "bank_seal.hpp"
 
 #include "bank/checksum.hpp"
 #include "encryption.hpp"
 #include "layout.hpp"
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace bank_test {
@@ -16,26 +16,26 @@ void sealBank(std::vector<uint8_t>* bytes)
     const uint64_t end = bytes->size();
     if (end < kHeaderBytes)
         return;
-    const auto put = [&](uint64_t place, uint64_t offset, uint64_t size) {
-        if (bank::rangeInside(place, 8, end) && bank::rangeInside(offset, size, end))
-            bank::storeLittle(&(*bytes)[place], bank::checksum(std::span(*bytes).subspan(offset, size)));
+    const auto put = [&](uint64_t position, uint64_t offset, uint64_t size) {
+        if (base::rangeInside(position, 8, end) && base::rangeInside(offset, size, end))
+            base::storeLittle(&(*bytes)[position], bank::checksum(std::span(*bytes).subspan(offset, size)));
     };
     const Header header = loadHeader(bytes->data());
-    uint64_t place = header.setupRowsOffset;
-    for (uint32_t i = 0; i < header.setupCount && bank::rangeInside(place, kSetupRowBytes, end); ++i) {
-        const SetupRow row = loadSetupRow(&(*bytes)[place]);
-        put(place + 8, row.offset, row.bytes);
-        place += kSetupRowBytes;
+    uint64_t position = header.setupRowsOffset;
+    for (uint32_t i = 0; i < header.setupCount && base::rangeInside(position, kSetupRowBytes, end); ++i) {
+        const SetupRow row = loadSetupRow(&(*bytes)[position]);
+        put(position + 8, row.offset, row.bytes);
+        position += kSetupRowBytes;
     }
-    place = header.rowsOffset;
+    position = header.rowsOffset;
     const uint32_t rows = header.rowBytes >= bank::kSoundRecordBytes ? header.soundCount : 0;
-    for (uint32_t i = 0; i < rows && bank::rangeInside(place, bank::kSoundRecordBytes, end); ++i) {
-        const Row row = loadRow(&(*bytes)[place]);
-        put(place + 32, row.chunksOffset, row.chunksBytes);
-        put(place + 64, row.dataOffset, row.dataBytes);
-        place += header.rowBytes;
+    for (uint32_t i = 0; i < rows && base::rangeInside(position, bank::kSoundRecordBytes, end); ++i) {
+        const Row row = loadRow(&(*bytes)[position]);
+        put(position + 32, row.chunksOffset, row.chunksBytes);
+        put(position + 64, row.dataOffset, row.dataBytes);
+        position += header.rowBytes;
     }
-    bank::storeLittle<uint64_t>(&(*bytes)[32], end);
+    base::storeLittle<uint64_t>(&(*bytes)[32], end);
     const uint64_t headerBytes = header.prefix.headerBytes;
     put(120, headerBytes, header.tablesBytes);
     if (headerBytes >= 8)
@@ -49,16 +49,15 @@ std::vector<uint8_t> encryptBank(const std::vector<uint8_t>& plain, std::string_
     bank::EncryptedHeader header = bank::makeEncryptedHeader(plain.size(), digest.tag());
     header.passes = 1;
     header.memoryKiB = 8;
-    header.bound = bank::boundPart(pack(header));
+    header = loadEncryptedHeader(pack(header));
 
     const auto keys = bank::PieceKeys::derive(header, key);
     if (!keys)
         std::abort();
     header.keyCheck = (*keys)->check();
-    bank::MemorySink sink;
+    base::MemorySink sink;
     bank::EncryptingSink encrypting(sink, *keys, digest.tag());
-    if (sink.write(pack(header)) != bank::Error::None || encrypting.write(plain) != bank::Error::None
-        || encrypting.finish() != bank::Error::None)
+    if (!sink.write(pack(header)) || !encrypting.write(plain) || !encrypting.finish())
         std::abort();
     return sink.take();
 }

@@ -1,4 +1,5 @@
-// Makes the checksums of a tampered bank fit again, so that what lies behind them is reached.
+// SPDX-License-Identifier: MIT
+// Corrects the checksums of a modified bank, so that tests reach the code behind them.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +8,11 @@
 
 namespace bank_test {
 
-// Puts every checksum of a plain layout right, and the size of the file, as far as they lie inside it. Anything may be
-// in bytes; what isn't long enough for a header stays as it is.
+// Corrects the size of the file and every checksum of a plain layout that is inside bytes. The content may be
+// arbitrary; bytes too short for a header are left unchanged.
 void sealBank(std::vector<uint8_t>* bytes);
 
-// A plain layout, whatever is in it, encrypted with parameters that cost little.
+// Encrypts a plain layout of arbitrary content, with cheap parameters.
 [[nodiscard]] std::vector<uint8_t> encryptBank(const std::vector<uint8_t>& plain, std::string_view key);
 
 } // namespace bank_test

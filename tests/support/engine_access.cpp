@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/engine_access.hpp"
 
 #include <algorithm>
@@ -48,7 +49,7 @@ const Engine& engine()
     return running;
 }
 
-Facts factsOf(KESS::Sound& sound)
+Facts readFacts(KESS::Sound& sound)
 {
     Facts facts;
     sound.getFormat(&facts.type, &facts.format, &facts.channels, &facts.bits);
@@ -71,7 +72,7 @@ std::vector<uint8_t> readBytes(KESS::Sound& sound, size_t pieceBytes)
 std::vector<float> readFloats(KESS::Sound& sound, size_t most)
 {
     constexpr size_t kFrames = 3001;
-    const auto channels = unsigned(factsOf(sound).channels);
+    const auto channels = unsigned(readFacts(sound).channels);
     std::vector<float> all;
     std::vector<float> piece(kFrames * channels);
     unsigned got = 1;
@@ -83,13 +84,13 @@ std::vector<float> readFloats(KESS::Sound& sound, size_t most)
     return all;
 }
 
-Loop loopOf(KESS::Sound& sound)
+Loop readLoop(KESS::Sound& sound)
 {
     std::pair<uint64_t, uint64_t> loop;
     return sound.getLoopPoints(&loop.first, &loop.second) == KESS_OK ? Loop(loop) : Loop();
 }
 
-SyncPoints syncPointsOf(KESS::Sound& sound)
+SyncPoints readSyncPoints(KESS::Sound& sound)
 {
     SyncPoints points;
     int count = 0;

@@ -1,4 +1,5 @@
-// The engine as tests use it.
+// SPDX-License-Identifier: MIT
+// Access to the engine for tests.
 #pragma once
 
 #include "kess.hpp"
@@ -42,10 +43,10 @@ public:
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    // Opens as the authoring system does; type 0 suggests none.
+    // Opens a file as the authoring system does; type 0 suggests none.
     KESS_RESULT open(const std::string& path, SoundPointer* sound, int type = 0) const;
     [[nodiscard]] KESS_RESULT tryOpen(const std::string& path, int type = 0) const;
-    // For files that must open: a failure ends the test program.
+    // For files that must open; a failure ends the test program.
     [[nodiscard]] SoundPointer open(const std::string& path) const;
 
     [[nodiscard]] KESS::System& system() const { return *mSystem; }
@@ -54,18 +55,18 @@ private:
     KESS::System* mSystem = nullptr;
 };
 
-// One for the whole program.
+// The engine of the whole test program.
 [[nodiscard]] const Engine& engine();
 
-[[nodiscard]] Facts factsOf(KESS::Sound& sound);
+[[nodiscard]] Facts readFacts(KESS::Sound& sound);
 
-// Everything from the current position on, in odd-sized pieces.
+// Reads everything from the current position on, in pieces of odd sizes.
 [[nodiscard]] std::vector<uint8_t> readBytes(KESS::Sound& sound, size_t pieceBytes = 40'028);
 [[nodiscard]] std::vector<float> readFloats(KESS::Sound& sound, size_t most = SIZE_MAX);
 
 using Loop = std::optional<std::pair<uint64_t, uint64_t>>;
 using SyncPoints = std::vector<std::pair<uint64_t, std::string>>;
-[[nodiscard]] Loop loopOf(KESS::Sound& sound);
-[[nodiscard]] SyncPoints syncPointsOf(KESS::Sound& sound);
+[[nodiscard]] Loop readLoop(KESS::Sound& sound);
+[[nodiscard]] SyncPoints readSyncPoints(KESS::Sound& sound);
 
 } // namespace test

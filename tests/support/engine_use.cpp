@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/engine_use.hpp"
 
 #include "support/engine_access.hpp"
@@ -23,20 +24,20 @@ void requireOneOf(int result, std::initializer_list<int> allowed, const char* wh
         throw std::runtime_error(std::string(what) + " gave " + std::to_string(result));
 }
 
-void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> places)
+void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> positions)
 {
-    const Facts facts = factsOf(sound);
+    const Facts facts = readFacts(sound);
     require(facts.type != KESS_SOUND_TYPE_UNKNOWN && facts.channels <= KESS_MAX_CHANNELS, "facts");
-    const Loop loop = loopOf(sound);
+    const Loop loop = readLoop(sound);
     require(!loop || (loop->first < loop->second && loop->second <= facts.samples), "a loop outside the sound");
     static_cast<void>(sound.setLoopCount(1));
     constexpr unsigned kFrames = 3000;
     std::vector<float> samples(kFrames * size_t(std::max(facts.channels, 1)));
     const auto bytes = unsigned(samples.size() * sizeof(float));
-    for (const uint64_t place : places) {
+    for (const uint64_t position : positions) {
         unsigned gotBytes = 0;
         unsigned gotFrames = 0;
-        for (const int result : {sound.seekData(place), sound.readData(samples.data(), bytes, &gotBytes),
+        for (const int result : {sound.seekData(position), sound.readData(samples.data(), bytes, &gotBytes),
                                  sound.readFloat(samples.data(), kFrames, &gotFrames)})
             requireOneOf(result,
                          {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_EOF,
@@ -69,12 +70,12 @@ void useSubsounds(KESS::Sound& bank, const char* key)
         requireOneOf(opened, {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_UNSUPPORTED}, "opening a subsound");
         if (opened != KESS_OK)
             continue;
-        const uint64_t length = factsOf(*sound).samples;
+        const uint64_t length = readFacts(*sound).samples;
         useSound(*sound, {0, length / 2, length, length + 1});
     }
 }
 
-// Damage is what was told of, and nothing else is damage.
+// Every finding must have a text, and the result must report damage if a finding does.
 void verify(const std::string& path, const char* key)
 {
     int faults = 0;
@@ -84,10 +85,10 @@ void verify(const std::string& path, const char* key)
     };
     const int result = engine().system().verifyBank(path.c_str(), key, take, &faults);
     require(faults < 1'000'000, "a finding without a text");
-    // An empty file can't be told from one that can't be read.
+    // An empty file can't be distinguished from an unreadable one.
     if (result != KESS_ERR_FILE_BAD) {
         requireOneOf(result, {KESS_OK, KESS_ERR_FORMAT, KESS_ERR_VERSION, KESS_ERR_KEY_WRONG}, "verifying");
-        require(faults == 0, "damage that the result doesn't tell");
+        require(faults == 0, "damage that the result doesn't report");
     }
 }
 
@@ -101,8 +102,8 @@ void use(const std::string& path, const char* key)
                  "opening");
     if (result != KESS_OK)
         return;
-    const Facts facts = factsOf(*sound);
-    // Far seeks decode what lies before them; a damaged length must not make that long.
+    const Facts facts = readFacts(*sound);
+    // Seeking decodes everything before the target; a damaged length must not make the target far.
     if (facts.type == KESS_SOUND_TYPE_TNB)
         useSubsounds(*sound, key);
     else

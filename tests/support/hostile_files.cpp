@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/hostile_files.hpp"
 
 #include "bank/checksum.hpp"
@@ -61,14 +62,14 @@ std::string smallEndian(uint64_t value, int bytes)
     return text;
 }
 
-// Codebooks whose code words all have the same length, in the form that takes no bits for each entry.
+// Codebooks whose code words all have the same length, in the form that needs no bits per entry.
 struct Books
 {
     int count;
     uint32_t dimensions;
     uint32_t entries; // a power of 2
     int lookup = 0;
-    bool isOverfull = false; // code words that can't all exist
+    bool isOverfull = false; // more code words than can exist
 };
 
 void addBook(BitWriter& bits, const Books& book)
@@ -81,7 +82,7 @@ void addBook(BitWriter& bits, const Books& book)
         return;
     bits.add(0, 32).add(0, 32).add(0, 4).add(0, 1);
     uint64_t values = uint64_t{book.dimensions} * book.entries;
-    if (book.lookup == 1) // with more dimensions than bits of a code word, one value is all that fits
+    if (book.lookup == 1) // with more dimensions than a code word has bits, there is only one value
         values = book.dimensions > 1 ? 1 : uint64_t{book.dimensions} * book.entries;
     for (uint64_t i = 0; i < values; ++i)
         bits.add(1, 1);
@@ -107,7 +108,7 @@ std::string makeSetup(const Setup& setup)
         for (int i = 0; i < books.count; ++i)
             addBook(bits, books);
     }
-    bits.add(0, 6).add(0, 16); // one time transform of nothing
+    bits.add(0, 6).add(0, 16); // one unused time transform
     bits.add(0, 6).add(1, 16).add(0, 5).add(0, 2).add(4, 4); // one floor, of two posts
     bits.add(uint64_t(setup.residues - 1), 6);
     for (int i = 0; i < setup.residues; ++i) {
@@ -140,10 +141,10 @@ std::string comments(uint32_t count = 0)
     return text + '\1';
 }
 
-// Sound, as far as a decoder can tell: a floor that isn't silent, and then always the first code word.
+// Valid packets: a floor that isn't silent, followed by the first code word again and again.
 const std::string kSound = "\xfe\xff\x0f" + std::string(40, '\0');
 
-// Packets as the pages of one logical stream.
+// Packets in the pages of one logical stream.
 class OggWriter
 {
 public:
@@ -185,7 +186,7 @@ std::string oggVorbis(const std::string& setup, int serial = 1, int sounds = 4, 
     return OggWriter(serial).pages(packets);
 }
 
-// Beside a stream that isn't sound, as in a video, so that FFmpeg's demuxer gets it.
+// Together with a stream that isn't sound, as in a video, so that FFmpeg's demuxer gets the file.
 std::string multiplexed(const std::string& setup)
 {
     OggWriter sound(1);
@@ -194,7 +195,7 @@ std::string multiplexed(const std::string& setup)
     return first + sound.pages({comments(), setup, kSound, kSound});
 }
 
-// An element of Matroska, with its length in eight bytes.
+// A Matroska element, with its length in eight bytes.
 std::string element(uint32_t id, const std::string& data)
 {
     std::string name = bigEndian(id, 4);
@@ -219,7 +220,7 @@ std::string matroska(const std::string& codec, const std::string& configuration,
                       + element(0x1f43b675, cluster));
 }
 
-// The three headers after the lengths of the first two.
+// The three headers, preceded by the lengths of the first two.
 std::string laced(const std::string& setup)
 {
     const std::string first = identification();
@@ -227,7 +228,7 @@ std::string laced(const std::string& setup)
     return '\2' + std::string(1, char(first.size())) + char(second.size()) + first + second + setup;
 }
 
-// A WAV file whose samples FFmpeg takes for packets of Vorbis, a hundred of ours in each of its own.
+// A WAV file whose samples FFmpeg reads as packets of Vorbis. Each of its packets contains a hundred of ours.
 std::string vorbisWav(const std::string& setup)
 {
     const std::string extra = laced(setup);
@@ -236,7 +237,7 @@ std::string vorbisWav(const std::string& setup)
     return chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", repeated("", kSound, 300)));
 }
 
-// A bank of one sound. The checksums are right.
+// A bank of one sound, with right checksums.
 class OneSound final : public bank::StoredSounds
 {
 public:
@@ -247,9 +248,9 @@ public:
         mBytes.insert(mBytes.end(), data.begin(), data.end());
     }
 
-    bank::Result<bank::StoredSound> open(size_t) override
+    base::Result<bank::StoredSound> open(size_t) override
     {
-        return bank::StoredSound{std::make_shared<bank::MemorySource>(mBytes), 0, mRecordBytes};
+        return bank::StoredSound{std::make_shared<base::MemorySource>(mBytes), 0, mRecordBytes};
     }
 
 private:
@@ -257,7 +258,7 @@ private:
     uint64_t mRecordBytes;
 };
 
-std::string bankOf(bank::Codec codec, uint8_t channels, const std::string& setup, const std::string& data)
+std::string makeHostileBank(bank::Codec codec, uint8_t channels, const std::string& setup, const std::string& data)
 {
     bank::Sound sound;
     sound.codec = codec;
@@ -271,15 +272,15 @@ std::string bankOf(bank::Codec codec, uint8_t channels, const std::string& setup
     sound.dataChecksum = bank::checksum({reinterpret_cast<const uint8_t*>(data.data()), data.size()});
     bank::BankWriter writer(bank::BankSettings{.format = codec});
     writer.add("hostile", sound);
-    bank::MemorySink sink;
+    base::MemorySink sink;
     OneSound stored(sound, data);
-    if (writer.write(sink, stored, {}) != bank::Error::None)
+    if (!writer.write(sink, stored, {}))
         return {};
     const std::vector<uint8_t> bytes = sink.take();
     return {bytes.begin(), bytes.end()};
 }
 
-std::string chainOf(int links, const std::vector<std::string>& setups)
+std::string makeChain(int links, const std::vector<std::string>& setups)
 {
     std::string file;
     for (int i = 0; i < links; ++i)
@@ -287,7 +288,7 @@ std::string chainOf(int links, const std::vector<std::string>& setups)
     return file;
 }
 
-// The largest header that is let through, with a number of its own.
+// The largest header that is accepted, made unique by a number.
 std::string heavyButAllowed(uint32_t number)
 {
     return makeSetup({.books = {{1, 1, 2, 1}, {3, 7, 65536}, {1, 1 + number, 1}}});
@@ -298,7 +299,7 @@ std::string box(const std::string& name, const std::string& data)
     return bigEndian(data.size() + 8, 4) + name + data;
 }
 
-// MPEG-4 tracks of packets of one byte, all in one chunk of the file.
+// MPEG-4 tracks with packets of one byte, all in one chunk of the file.
 std::string mp4(int tracks, uint32_t packets, const std::string& entry)
 {
     std::string movie = box("mvhd", std::string(12, '\0') + bigEndian(1000, 4) + std::string(84, '\0'));
@@ -353,12 +354,12 @@ std::string opusFile(const std::string& head, uint32_t comments, int serial = 1)
         tags += littleEndian({0});
     OggWriter sound(serial);
     std::string file;
-    for (const std::string& packet : {head, tags}) // one on a page, as opusfile wants it
+    for (const std::string& packet : {head, tags}) // one per page, as opusfile requires
         file += sound.pages({packet}, false);
     return file + sound.pages({"\xf8\xff\xfe"});
 }
 
-// A second link of as many streams as that, whose first pages come first.
+// The second link has this many streams, with their first pages at its start.
 std::string opusAmongStreams(int streams)
 {
     OggWriter sound(2);
@@ -369,7 +370,7 @@ std::string opusAmongStreams(int streams)
     return file + sound.pages({"\xf8\xff\xfe"});
 }
 
-// Headers of pages that aren't there: in each, the next ones are lengths, which add up to 60,000 bytes.
+// Headers of missing pages. In each of them, the following headers are read as lengths, which sum to 60,000 bytes.
 std::string pagesInPages(size_t count)
 {
     return repeated("", "OggS" + std::string(24, '\xff'), count);
@@ -381,7 +382,7 @@ std::string mpegWav(const std::string& frames)
     return chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", frames));
 }
 
-// Frames with headers of free format between them that have no like among the 3,456 bytes after them.
+// Frames with headers of free format between them, which have no matching header in the 3,456 bytes after them.
 std::string freeFormatsBetweenFrames()
 {
     const std::string frame = "\xff\xf3\x14\xc0" + std::string(20, '\0');
@@ -480,8 +481,8 @@ std::vector<HostileFile> hostileVorbisFiles()
     std::vector<std::string> heavy;
     for (uint32_t i = 0; i < 4096; ++i)
         heavy.push_back(heavyButAllowed(i));
-    files.push_back({"4096 different headers.ogg", chainOf(4096, heavy)});
-    files.push_back({"4096 equal headers.ogg", chainOf(4096, {heavy[0]})});
+    files.push_back({"4096 different headers.ogg", makeChain(4096, heavy)});
+    files.push_back({"4096 equal headers.ogg", makeChain(4096, {heavy[0]})});
     return files;
 }
 
@@ -493,10 +494,11 @@ std::vector<HostileFile> hostileBanks()
     std::vector<HostileFile> files;
     const std::string data = char(kSound.size()) + kSound + char(kSound.size()) + kSound;
     for (const auto& [name, setup] : hostileVorbisSetups())
-        files.push_back({name + ".tnb", bankOf(bank::Codec::Vorbis, 1, part(identification()) + part(setup), data)});
-    files.push_back(
-        {"255 channels.tnb", bankOf(bank::Codec::Vorbis, 1, part(identification(255)) + part(simpleSetup()), data)});
-    files.push_back({"255 streams.tnb", bankOf(bank::Codec::Opus, 1, "\xff\0\0"s, "\3\xf8\xff\xfe")});
+        files.push_back(
+            {name + ".tnb", makeHostileBank(bank::Codec::Vorbis, 1, part(identification()) + part(setup), data)});
+    files.push_back({"255 channels.tnb",
+                     makeHostileBank(bank::Codec::Vorbis, 1, part(identification(255)) + part(simpleSetup()), data)});
+    files.push_back({"255 streams.tnb", makeHostileBank(bank::Codec::Opus, 1, "\xff\0\0"s, "\3\xf8\xff\xfe")});
     return files;
 }
 

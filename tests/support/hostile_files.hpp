@@ -1,4 +1,5 @@
-// Files that nobody's encoder writes: a few bytes in them ask a library for memory or time without end.
+// SPDX-License-Identifier: MIT
+// Files that no encoder writes: a few bytes in them demand enormous memory or time of a library.
 #pragma once
 
 #include <string>
@@ -12,19 +13,19 @@ struct HostileFile
     std::string bytes;
 };
 
-// Headers of Vorbis: the third of a stream, which declares its tables.
+// Third headers of Vorbis streams, which declare the tables.
 [[nodiscard]] std::vector<HostileFile> hostileVorbisSetups();
 
-// Sounds in the same containers whose headers ask for no more than is let through.
+// Sounds in the same containers, with headers that stay within the limits.
 [[nodiscard]] std::vector<HostileFile> plainFiles();
 
-// One sound of a hostile header in each container that can carry it, and chains of them.
+// One sound with a hostile header in each container that can contain it, and chains of them.
 [[nodiscard]] std::vector<HostileFile> hostileVorbisFiles();
 
-// The same in a bank, whose setup is one or another.
+// The same headers as setups of banks.
 [[nodiscard]] std::vector<HostileFile> hostileBanks();
 
-// What else a header decides, by library: numbers of channels, streams, comments, chunks, packets.
+// Other numbers in headers, by library: channels, streams, comments, chunks, packets.
 [[nodiscard]] std::vector<HostileFile> hostileHeaders();
 
 } // namespace test

@@ -1,4 +1,6 @@
-// main of every test program: a home of its own for each run, gone when the run ends, and the same locale for all.
+// SPDX-License-Identifier: MIT
+// main() of every test program. Each run gets its own home folder, which is removed at the end, and all runs have the
+// same locale.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,7 +12,7 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
 
-    // A death test starts the program anew and shares the home of the run that it belongs to.
+    // A death test starts the program again and shares the home folder of its run.
     std::string home;
     const char* inherited = std::getenv("TARNOK_TEST_HOME");
     if (inherited) {
@@ -32,7 +34,7 @@ int main(int argc, char** argv)
     setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
     setenv("XDG_CACHE_HOME", (home + "/.cache").c_str(), 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    setenv("LC_ALL", "C", 1); // the poorest locale, as build farms have it
+    setenv("LC_ALL", "C", 1); // the minimal locale, as on build servers
     std::filesystem::current_path(home);
 
     const int result = RUN_ALL_TESTS();

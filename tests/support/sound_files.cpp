@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/sound_files.hpp"
 
 #include <sndfile.hh>
@@ -19,7 +20,7 @@ namespace {
     std::abort();
 }
 
-// In pieces: libsndfile's Vorbis and Opus encoders keep a large write on the stack.
+// In pieces, because libsndfile's Vorbis and Opus encoders copy the samples of a write to the stack.
 template <typename Sample>
 void write(const std::string& path, int format, int channels, int rate, const std::vector<Sample>& samples)
 {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The upper halves of the vector registers as the processor reports them.
 #pragma once
 
@@ -7,7 +8,7 @@
 
 namespace test {
 
-// Whether this processor can be asked.
+// Whether this processor can report it.
 inline bool reportsVectorState()
 {
     constexpr unsigned hasXgetbv1 = 1u << 2;
@@ -15,7 +16,7 @@ inline bool reportsVectorState()
     return __builtin_cpu_supports("avx") && __get_cpuid_count(0xd, 1, &a, &b, &c, &d) && (a & hasXgetbv1);
 }
 
-// Of the first sixteen registers, those that SSE code uses: from bit 128 and from bit 256 on.
+// The halves of the first sixteen registers, which SSE code uses: from bit 128 and from bit 256 on.
 inline bool upperHalvesInUse()
 {
     constexpr uint32_t upperHalves = 1u << 2 | 1u << 6;
@@ -24,7 +25,7 @@ inline bool upperHalvesInUse()
     return low & upperHalves;
 }
 
-// As careless AVX code leaves them.
+// Leaves them in use, as AVX code without clean-up does.
 inline void useUpperHalves()
 {
     if (reportsVectorState())

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application object that widgets and file classes require.
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-// Build jobs, the progress monitor and the build system, over the scripted builder.
+// SPDX-License-Identifier: MIT
+// Build jobs, the progress monitor and the build system, with the scripted builder.
 #include "system_test.hpp"
 
 #include <QSignalSpy>
@@ -18,10 +19,10 @@ TEST_F(Jobs, FreezeTheBankInTheLibrarysLayout)
     bank->profile().setQuality(42);
     bank->profile().setBuildFlags(TARNOK_BUILD_DONTLOOP | TARNOK_BUILD_WRITEPEAKVOLUME);
     bank->at(1)->setQuality(70);
-    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, false); // on in the bank: reversed
-    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_WRITEPEAKVOLUME, true); // on in the bank: as wanted
-    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_DISABLESYNCPOINTS, true); // off in the bank: reversed
-    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_OPTIMIZESAMPLERATE, false); // off in the bank: as wanted
+    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, false); // on in the bank, reversed by the override
+    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_WRITEPEAKVOLUME, true); // on in the bank, as in the override
+    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_DISABLESYNCPOINTS, true); // off in the bank, reversed by the override
+    bank->at(1)->overrideBuildFlag(TARNOK_BUILD_OPTIMIZESAMPLERATE, false); // off in the bank, as in the override
 
     BuildContext context;
     ASSERT_TRUE(context.construct(bank));
@@ -63,12 +64,12 @@ protected:
         mMonitor.prepare(int(bank->size()));
     }
 
-    // Lines that these reports bring, at their priorities and above.
+    // The log lines of these reports, at the threshold and above.
     QStringList report(const std::vector<fakes::Report>& reports,
                        Logger::OUTPUTPRIORITY threshold = Logger::OUTPUT_NOTICE)
     {
         builder()->posted.insert(builder()->posted.end(), reports.begin(), reports.end());
-        return linesOf([&] { mMonitor.updateInternal(&mContext); }, threshold);
+        return loggedLines([&] { mMonitor.updateInternal(&mContext); }, threshold);
     }
 
     BuildContext mContext;
@@ -99,13 +100,13 @@ TEST_F(Monitor, TurnsStatesIntoOneFraction)
     EXPECT_EQ(mMonitor.progress(), 0.0f);
     report({{0, 1, TARNOK_STATE_FINISHED}, {1, 1, TARNOK_STATE_FINISHED}, {2, 1, TARNOK_STATE_ENCODING}});
     EXPECT_FLOAT_EQ(mMonitor.progress(), 0.65f);
-    report({{3, 1, TARNOK_STATE_DECODING}}); // takes over the worker: sound 2 loses its share
+    report({{3, 1, TARNOK_STATE_DECODING}}); // sound 3 takes over the worker, and the share of sound 2 is gone
     EXPECT_FLOAT_EQ(mMonitor.progress(), 0.5f);
-    report({{0, 2, TARNOK_STATE_WRITING}}); // a sound that had ended reports again
+    report({{0, 2, TARNOK_STATE_WRITING}}); // a finished sound reports again
     EXPECT_FLOAT_EQ(mMonitor.progress(), 0.25f + 0.25f * 0.8f);
     for (int i = 0; i < 3; ++i)
         report({{2, 1, TARNOK_STATE_FAILED, "again"}, {3, 1, TARNOK_STATE_FAILED, "again"}});
-    EXPECT_EQ(mMonitor.progress(), 1.0f) << "never more than all";
+    EXPECT_EQ(mMonitor.progress(), 1.0f) << "never above 1";
     report({{-1, 1, TARNOK_STATE_WRITING}});
     EXPECT_EQ(mMonitor.progress(), -1.0f);
     mMonitor.prepare(4);
@@ -115,7 +116,7 @@ TEST_F(Monitor, TurnsStatesIntoOneFraction)
     EXPECT_STREQ(mMonitor.stateToString(TARNOK_STATE(7)), "");
 }
 
-TEST_F(Monitor, HandsEveryReportBackOnce)
+TEST_F(Monitor, ReturnsEveryReportOnce)
 {
     prepare("a b c");
     report({{0, 1, TARNOK_STATE_DECODING}, {1, 2, TARNOK_STATE_DECODING}});
@@ -156,26 +157,27 @@ TEST_F(Builds, InitialiseTheLibraryOnlyWhenSomethingChanged)
     build(bank);
     builder().reset();
 
-    const auto initsOf = [&](const std::function<void()>& change) {
+    const auto countInitialisations = [&](const std::function<void()>& change) {
         const size_t before = builder()->inits.size();
         change();
         build(bank);
         EXPECT_EQ(builder()->releases, builder()->inits.size());
         return builder()->inits.size() - before;
     };
-    EXPECT_EQ(initsOf([] {}), 0u);
-    EXPECT_EQ(initsOf([] { buildSystem()->setThreadCount(buildSystem()->threadCount() + 1); }), 1u);
+    EXPECT_EQ(countInitialisations([] {}), 0u);
+    EXPECT_EQ(countInitialisations([] { buildSystem()->setThreadCount(buildSystem()->threadCount() + 1); }), 1u);
     EXPECT_EQ(builder()->inits.back().threadCount, buildSystem()->threadCount());
     EXPECT_EQ(builder()->inits.back().flags & TARNOK_INIT_ALWAYS, TARNOK_INIT_ALWAYS);
     EXPECT_EQ(settings()->getValue("ThreadCount"), int(buildSystem()->threadCount()));
-    EXPECT_EQ(initsOf([] { buildSystem()->setGenerateCodeHeader(!buildSystem()->generateCodeHeader()); }), 1u);
-    EXPECT_EQ(initsOf([] { buildSystem()->setTNBVersion(TARNOK_TNBVERSION(1)); }), 1u);
-    EXPECT_EQ(initsOf([] { buildSystem()->setTNBVersion(TARNOK_TNBVERSION_CURRENT); }), 1u);
+    EXPECT_EQ(countInitialisations([] { buildSystem()->setGenerateCodeHeader(!buildSystem()->generateCodeHeader()); }),
+              1u);
+    EXPECT_EQ(countInitialisations([] { buildSystem()->setTNBVersion(TARNOK_TNBVERSION(1)); }), 1u);
+    EXPECT_EQ(countInitialisations([] { buildSystem()->setTNBVersion(TARNOK_TNBVERSION_CURRENT); }), 1u);
     QDir().mkpath(path("cache"));
-    EXPECT_EQ(initsOf([&] { settings()->setDir("Cache", path("cache")); }), 1u);
+    EXPECT_EQ(countInitialisations([&] { settings()->setDir("Cache", path("cache")); }), 1u);
     EXPECT_EQ(builder()->inits.back().cacheDirectory, path("cache").toStdString());
     QDir().rmdir(path("cache"));
-    EXPECT_EQ(initsOf([] {}), 1u) << "a cache that vanished is replaced by the default one";
+    EXPECT_EQ(countInitialisations([] {}), 1u) << "a cache that vanished is replaced by the default one";
     EXPECT_FALSE(builder()->misused);
 }
 
@@ -183,7 +185,7 @@ TEST_F(Builds, ReportSuccessAndFailureInTheLog)
 {
     SoundBank* bank = makeBank();
     builder()->reports = {{0, 1, TARNOK_STATE_DECODING}, {0, 1, TARNOK_STATE_FINISHED}, {-1, 1, TARNOK_STATE_WRITING}};
-    EXPECT_EQ(linesOf([&] { build(bank); }, Logger::OUTPUT_MESSAGE),
+    EXPECT_EQ(loggedLines([&] { build(bank); }, Logger::OUTPUT_MESSAGE),
               (QStringList{"Build started\n", "0: (a.wav) [processing]", "Writing out TNB file",
                            "\nSoundbank built successfully: " + path("Bank/out.tnb")}));
     for (const QString& line : {QString("Build started\n"), "\nSoundbank built successfully: " + path("Bank/out.tnb")})
@@ -213,7 +215,7 @@ TEST_F(Builds, RefuseInvalidBanksBeforeASecondBuild)
     buildSystem()->enqueueBuild(makeBank());
     EXPECT_TRUE(buildSystem()->isBuilding());
     SoundBank* second = makeBank();
-    EXPECT_EQ(linesOf([&] { buildSystem()->enqueueBuild(workspace()->first()); }),
+    EXPECT_EQ(loggedLines([&] { buildSystem()->enqueueBuild(workspace()->first()); }),
               QStringList("soundbank contains no subsounds"));
     EXPECT_LOG(ERROR, "ERROR: Build already in progress", buildSystem()->enqueueBuild(second));
     builder()->stall = false;
@@ -234,7 +236,7 @@ TEST_F(Builds, CancelAtOnceAndReportWhenTheLibraryHasReturned)
         EXPECT_FALSE(buildSystem()->isBuilding());
         runToTheEnd();
     };
-    EXPECT_EQ(linesOf(buildAndCancel, Logger::OUTPUT_MESSAGE),
+    EXPECT_EQ(loggedLines(buildAndCancel, Logger::OUTPUT_MESSAGE),
               (QStringList{"Build started\n", "Build cancelled",
                            "ERROR: \nBuild failed: " + path("Bank/out.tnb")
                                + "\n\tThe build process was cancelled during compilation by the user."}));
@@ -274,11 +276,16 @@ TEST_F(Builds, StartTheNextJobWhenACancelledOneHasEnded)
 
 TEST_F(Builds, NeverRunAJobTwice)
 {
+    const auto threads = [] {
+        return QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    };
+    const auto before = threads();
     SoundBank* bank = makeBank();
     buildSystem()->enqueueBuild(bank);
     builder().waitUntil([] { return builder()->finished == 1; });
     buildSystem()->cancelBuild();
-    QThread::msleep(20); // the thread is gone by now, the job is still the head of the queue
+    while (threads() > before) // until the thread of the job is gone, which is still the first in the queue
+        QThread::msleep(1);
     buildSystem()->enqueueBuild(bank);
     runToTheEnd();
     EXPECT_EQ(builder()->builds.size(), 2u);
@@ -309,8 +316,8 @@ TEST_F(Builds, EndTheProcessWhenTheLibraryRefusesToStart)
 
     builder()->initResult = TARNOK_OK;
     builder()->releaseResult = TARNOK_ERR_FILE_OS;
-    build(bank); // the library is up now
-    const QStringList lines = linesOf([&] {
+    build(bank); // the library is initialised now
+    const QStringList lines = loggedLines([&] {
         buildSystem()->setInitFlag(TARNOK_INIT_REBUILD, false);
         build(bank);
     });

@@ -1,4 +1,5 @@
-// The arguments' grammar, the switches, and the population of a bank; the whole tool is tested as a program.
+// SPDX-License-Identifier: MIT
+// The grammar of the arguments, the switches, and how they fill a bank. tests/programs covers the whole tool.
 #include "command_line.hpp"
 #include "stop_signals.hpp"
 #include "system_test.hpp"
@@ -13,8 +14,8 @@ namespace {
 class CommandLines : public tests::SystemTest
 {
 protected:
-    // Cuts a line up at its blanks, and parses that. What comes of it as one text: "source > destination : switches",
-    // behind a "!" if there was a fault.
+    // Splits a line at its blanks and parses the parts. Returns the result as text: "source > destination : switches",
+    // with a "!" in front after an error.
     QString parse(const QByteArray& line)
     {
         mWords = ("tarnokexcl " + line).simplified().split(' ');
@@ -41,14 +42,14 @@ protected:
         return commandLine().processArgs(mArgs, bank) && prepopulated;
     }
 
-    // The singleton has the switches; its flags are as the tests of this process left them.
+    // The singleton has the switches; its flags are those that earlier tests of this process have left.
     static CommandLine& commandLine() { return *Singleton<CommandLine>::instance(); }
 
     QList<QByteArray> mWords;
     QList<CommandLine::Arg> mArgs; // point into mWords
 };
 
-TEST_F(CommandLines, AreCutByTheFormOfTheArguments)
+TEST_F(CommandLines, AreSplitByTheFormOfTheArguments)
 {
     for (const auto& [line, parsed] : {std::pair("", " >  : "),
                                        {"-o out.tnb src.wav", "src.wav > out.tnb : "},
@@ -77,8 +78,8 @@ TEST_F(CommandLines, AreCutByTheFormOfTheArguments)
                                      {"a.wav b.wav", "ERROR: Couldn't parse 'b.wav', is it missing a '-'?"},
                                      {"-q 5 6", "ERROR: detected two consecutive args without a '-' ('5' and '6')"}})
         EXPECT_LOG(ERROR, said, parse(line));
-    EXPECT_EQ(linesOf([&] { parse("a.wav -o b.tnb -q 5"); }, Logger::OUTPUT_INFO), QStringList());
-    EXPECT_EQ(linesOf([&] { parse("a.wav -o b.tnb -q 5"); }),
+    EXPECT_EQ(loggedLines([&] { parse("a.wav -o b.tnb -q 5"); }, Logger::OUTPUT_INFO), QStringList());
+    EXPECT_EQ(loggedLines([&] { parse("a.wav -o b.tnb -q 5"); }),
               (QStringList{"\nsource:", "  " + QDir::currentPath() + "/a.wav", "destination:\n  b.tnb",
                            "args:", "  q 5", "\n"}));
 }
@@ -86,7 +87,7 @@ TEST_F(CommandLines, AreCutByTheFormOfTheArguments)
 TEST_F(CommandLines, CorrectNumbersAndKnowPriorities)
 {
     int value = 0;
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(convertToInt("150", 0, 100, &value)); }),
+    EXPECT_EQ(loggedLines([&] { EXPECT_TRUE(convertToInt("150", 0, 100, &value)); }),
               (QStringList{"150 is outside the bounds [0, 100]", "value changed to 100"}));
     EXPECT_EQ(value, 100);
     EXPECT_LOG(DEBUG, "-3 is outside the bounds [1, 16]", EXPECT_TRUE(convertToInt("-3", 1, 16, &value)));
@@ -125,8 +126,8 @@ TEST_F(CommandLines, ChangeTheBankBySwitches)
 
     SoundBank* bank = makeBank("");
     bank->profile().setBuildFlag(TARNOK_BUILD_FILTERHIGHFREQ, true);
-    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(runSwitch("-x -f VORBIS -q 30 -quality 150 -e secret", bank)); },
-                      Logger::OUTPUT_INFO),
+    EXPECT_EQ(loggedLines([&] { EXPECT_TRUE(runSwitch("-x -f VORBIS -q 30 -quality 150 -e secret", bank)); },
+                          Logger::OUTPUT_INFO),
               (QStringList{"\nProcessing args...", "XMA high frequency filtering disabled", "Format: Vorbis",
                            "Quality: 30", "value changed to 100", "Quality: 100", "Encryption key set to: secret"}));
     EXPECT_EQ(bank->profile().buildFlags(), 0u);
@@ -150,7 +151,7 @@ TEST_F(CommandLines, ReportWhatASwitchRefused)
           {"-h", "h is deprecated", 4, true},
           {"-p 1", "p is deprecated", 4, false},
           {"-z", "z is deprecated, use '-verbosity 0' instead", 6, true}}) {
-        EXPECT_EQ(priorityOf(said, [&] { EXPECT_EQ(runSwitch(line, bank), accepted); }), priority) << line;
+        EXPECT_EQ(loggedPriority(said, [&] { EXPECT_EQ(runSwitch(line, bank), accepted); }), priority) << line;
     }
 }
 
@@ -167,7 +168,7 @@ TEST_F(CommandLines, SteerTheServicesBySwitches)
     EXPECT_EQ(settings()->getDir("Cache"), QDir::currentPath() + "/fresh");
 
     for (int level = 0; level <= 6; ++level) {
-        linesOf([&] {
+        loggedLines([&] {
             EXPECT_TRUE(runSwitch("-verbosity " + QByteArray::number(level), bank));
             EXPECT_EQ(int(logger()->verbosity()), 6 - level);
         });
@@ -198,7 +199,7 @@ TEST(SignalsDeath, AreHeldBackOnceUnlessTheyWereIgnored)
     };
     EXPECT_EXIT(raiseThree(), testing::KilledBySignal(SIGINT), "^0 15 $");
 
-    // As it was before, when nothing has to be wound up any more.
+    // The signal has its former effect when there is no more work to finish.
     const auto raiseUnheld = [] {
         StopSignals();
         std::raise(SIGTERM);

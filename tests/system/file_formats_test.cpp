@@ -1,4 +1,5 @@
-// Project, profile and list files, and the step reader under the first two.
+// SPDX-License-Identifier: MIT
+// Project, profile and list files, and the step reader that the first two use.
 #include "system_test.hpp"
 #include "xml_stream_iterator.hpp"
 
@@ -6,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <thread>
 #include <tuple>
@@ -17,7 +17,7 @@ namespace {
 
 using Steps = tests::SystemTest;
 
-// All steps of a document, one letter a kind (Error, Leaf, Text, Start, end), with name and text.
+// All steps of a document, with one letter for the kind (Error, Leaf, Text, Start, end), name and text.
 QString steps(const QByteArray& xml)
 {
     QXmlStreamReader reader(xml);
@@ -33,7 +33,7 @@ QString steps(const QByteArray& xml)
     return all.join(' ');
 }
 
-TEST_F(Steps, TellElementsBlocksAndErrorsApart)
+TEST_F(Steps, DistinguishElementsBlocksAndErrors)
 {
     EXPECT_EQ(steps("<r><a/><b></b><c>  \n </c></r>"), "S:r L:a=a L:b=b L:c=c e:r");
     EXPECT_EQ(steps("<r><a><b/></a></r>"), "S:r S:a L:b=b e:a e:r");
@@ -93,7 +93,7 @@ TEST_F(ProfileFiles, HoldFormatQualityAndFlagsInThatOrder)
     ASSERT_TRUE(workspace()->saveProfile(loaded, path("again.prof")));
     EXPECT_EQ(readFile("again.prof"), readFile("out.prof"));
     ASSERT_TRUE(load(readFile("out.prof"), &loaded));
-    EXPECT_FALSE(loaded.isDirty()) << "loading what stands already is no change";
+    EXPECT_FALSE(loaded.isDirty()) << "loading the same values isn't a change";
 
     profile.setFormat(TARNOK_FORMAT_PCM);
     profile.setBuildFlags(0);
@@ -103,7 +103,7 @@ TEST_F(ProfileFiles, HoldFormatQualityAndFlagsInThatOrder)
     EXPECT_EQ(loaded.quality(), 100u);
 }
 
-TEST_F(ProfileFiles, AreTakenOrRefusedAsAWhole)
+TEST_F(ProfileFiles, AreAcceptedOrRefusedAsAWhole)
 {
     makeBank("");
     for (const auto& [content, accepted, quality] :
@@ -124,10 +124,10 @@ TEST_F(ProfileFiles, AreTakenOrRefusedAsAWhole)
     SoundProfile profile;
     EXPECT_LOG(ERROR, "ERROR: [XML] near line 1, unexpected tag 'quality' : '101'",
                load("<profile><quality>101</quality></profile>", &profile));
-    EXPECT_TRUE(linesOf([&] { EXPECT_FALSE(load("<soundbank><a/></soundbank>", &profile)); }).isEmpty());
+    EXPECT_TRUE(loggedLines([&] { EXPECT_FALSE(load("<soundbank><a/></soundbank>", &profile)); }).isEmpty());
 }
 
-TEST_F(ProfileFiles, AbortWhereCallersShouldHaveLooked)
+TEST_F(ProfileFiles, AbortWhereCallersShouldHaveChecked)
 {
     SoundProfile profile;
     EXPECT_DEATH(workspace()->loadProfile(&profile, path("gone.prof")), "file.isOpen");
@@ -154,7 +154,7 @@ protected:
     }
 };
 
-TEST_F(ProjectFiles, ComeBackAsTheyWereSaved)
+TEST_F(ProjectFiles, AreLoadedAsTheyWereSaved)
 {
     SoundBank* bank = makeBank("a b+right");
     bank->setOutputFilePath("/o/Größe.tnb");
@@ -199,16 +199,16 @@ TEST_F(ProjectFiles, ComeBackAsTheyWereSaved)
     ASSERT_TRUE(loaded->save(path("again.tnproj")));
     EXPECT_EQ(readFile("again.tnproj"), readFile("p.tnproj"));
     EXPECT_EQ(loaded->encryptionKey(), "<key> & \"more\"");
-    EXPECT_EQ(loaded->at(1)->quality(), 0u) << "kept in no project";
+    EXPECT_EQ(loaded->at(1)->quality(), 0u) << "not stored in projects";
 }
 
-TEST_F(ProjectFiles, LoseWhatVanishedAndSayIt)
+TEST_F(ProjectFiles, DropMissingFilesAndReportThem)
 {
     const QString project = path("p.tnproj");
     ASSERT_TRUE(makeBank("a b")->save(project));
     QFile::remove(path("a.wav"));
     EXPECT_LOG(WARNING, "Couldn't add file '" + path("a.wav") + "' to subsound", workspace()->loadSoundBank(project));
-    EXPECT_EQ(told(workspace()->last()), "b");
+    EXPECT_EQ(describe(workspace()->last()), "b");
     EXPECT_FALSE(workspace()->last()->isModified());
 
     QFile::remove(path("b.wav"));
@@ -217,10 +217,10 @@ TEST_F(ProjectFiles, LoseWhatVanishedAndSayIt)
     EXPECT_EQ(workspace()->size(), banks);
 
     EXPECT_FALSE(makeBank("")->save(project));
-    EXPECT_FALSE(QFile::exists(project)) << "no project of an invalid bank stays";
+    EXPECT_FALSE(QFile::exists(project)) << "no project file of an invalid bank remains";
 }
 
-// A disk without room for more than some bytes of a file.
+// Limits the size of files, like a full disk.
 class FullDisk
 {
 public:
@@ -243,7 +243,7 @@ private:
     sighandler_t mHandler = std::signal(SIGXFSZ, SIG_IGN);
 };
 
-TEST_F(ProjectFiles, KeepWhatTheyHeldWhenTheDiskIsFull)
+TEST_F(ProjectFiles, KeepTheirContentWhenTheDiskIsFull)
 {
     ASSERT_TRUE(makeBank()->save(path("p.tnproj")));
     ASSERT_TRUE(makeBank(QString("b ").repeated(90))->save(path("large.tnproj")));
@@ -259,7 +259,7 @@ TEST_F(ProjectFiles, KeepWhatTheyHeldWhenTheDiskIsFull)
     {
         const FullDisk full(4096);
         for (const QString& name : names) {
-            lines += linesOf([&] { EXPECT_FALSE(bank->save(path(name))); });
+            lines += loggedLines([&] { EXPECT_FALSE(bank->save(path(name))); });
             expected += "ERROR: Cannot write file " + path(name) + ":\nFile too large.";
         }
     }
@@ -283,7 +283,7 @@ TEST_F(ProjectFiles, KeepWhatTheyHeldWhenTheDiskIsFull)
 
 TEST_F(ProjectFiles, KeepTheirLinksOwnerAndPermissions)
 {
-    const auto statusOf = [this](const char* name) {
+    const auto loadStatus = [this](const char* name) {
         struct stat status = {};
         EXPECT_EQ(lstat(path(name).toUtf8().constData(), &status), 0) << name;
         return status;
@@ -295,9 +295,9 @@ TEST_F(ProjectFiles, KeepTheirLinksOwnerAndPermissions)
     bank->setEncryptionKey("secret");
     ASSERT_TRUE(bank->save(path("key.tnproj")));
     umask(mask);
-    EXPECT_EQ(statusOf("open.tnproj").st_mode & 07777, 0644u);
-    EXPECT_EQ(statusOf("p.prof").st_mode & 07777, 0644u);
-    EXPECT_EQ(statusOf("key.tnproj").st_mode & 07777, 0600u) << "it holds the key";
+    EXPECT_EQ(loadStatus("open.tnproj").st_mode & 07777, 0644u);
+    EXPECT_EQ(loadStatus("p.prof").st_mode & 07777, 0644u);
+    EXPECT_EQ(loadStatus("key.tnproj").st_mode & 07777, 0600u) << "it contains the key";
 
     QDir().mkpath(path("sub"));
     ASSERT_EQ(symlink("../open.tnproj", "sub/link.tnproj"), 0);
@@ -305,16 +305,16 @@ TEST_F(ProjectFiles, KeepTheirLinksOwnerAndPermissions)
     ASSERT_EQ(link("key.tnproj", "other name"), 0);
     ASSERT_EQ(chmod("open.tnproj", 0664), 0);
     [[maybe_unused]] const int owned = chown("open.tnproj", 65534, 65534); // only root can
-    const struct stat before = statusOf("open.tnproj");
+    const struct stat before = loadStatus("open.tnproj");
     bank->addSubsound(makeSound("b.wav"));
     for (const char* name : {"sub/link.tnproj", "sub/late.tnproj", "key.tnproj"})
         ASSERT_TRUE(bank->save(path(name))) << name;
-    const struct stat after = statusOf("open.tnproj");
+    const struct stat after = loadStatus("open.tnproj");
     EXPECT_NE(after.st_ino, before.st_ino) << "renamed, so that there is always one of the two";
     EXPECT_EQ(std::tuple(after.st_mode, after.st_uid, after.st_gid),
               std::tuple(before.st_mode, before.st_uid, before.st_gid));
     for (const char* name : {"sub/link.tnproj", "sub/late.tnproj"})
-        EXPECT_TRUE(S_ISLNK(statusOf(name).st_mode)) << name;
+        EXPECT_TRUE(S_ISLNK(loadStatus(name).st_mode)) << name;
     for (const char* name : {"late.tnproj", "other name", "key.tnproj"})
         EXPECT_EQ(readFile(name), readFile("open.tnproj")) << name;
 }
@@ -328,7 +328,7 @@ TEST_F(ProjectFiles, AreRefusedWhereTheyCouldNotBeOpenedAgain)
         bank->setOutputFilePath("");
         bank->setOutputFilePath(name);
         bank->setEncryptionKey(key);
-        const QStringList lines = linesOf([&] { bank->save(path("p.tnproj")); });
+        const QStringList lines = loggedLines([&] { bank->save(path("p.tnproj")); });
         EXPECT_EQ(bank->isModified(), !lines.isEmpty());
         return lines.join("").section('\n', 1);
     };
@@ -346,7 +346,7 @@ TEST_F(ProjectFiles, AreRefusedWhereTheyCouldNotBeOpenedAgain)
     SoundBank* bank = workspace()->createSoundBank();
     bank->addSubsound(makeSound("a.wav"));
     bank->setOutputFilePath("  ");
-    EXPECT_EQ(linesOf([&] { EXPECT_FALSE(bank->save(path("p.tnproj"))); }),
+    EXPECT_EQ(loggedLines([&] { EXPECT_FALSE(bank->save(path("p.tnproj"))); }),
               QStringList("ERROR: Cannot write file " + path("p.tnproj")
                           + ":\nThe name of the bank consists of blanks, and would be lost in it."));
 }
@@ -356,7 +356,7 @@ TEST_F(ProjectFiles, AreReadInAnyOrderAndRefusedWhenDamaged)
     const QByteArray sound = makeSound("a.wav").toUtf8();
     const QByteArray content = "<content><subsound><file>" + sound + "</file></subsound></content>";
     const QByteArray name = "<file_name>/o/x.tnb</file_name>";
-    // How many sounds there are then; -1 where the load fails.
+    // The number of sounds after loading; -1 if loading fails.
     for (const auto& [inside, sounds] :
          {std::pair<QByteArray, int>(name + content, 1),
           {content + name, 1},
@@ -383,7 +383,7 @@ TEST_F(ProjectFiles, AreReadInAnyOrderAndRefusedWhenDamaged)
     const auto loadGone = [&] {
         EXPECT_EQ(workspace()->loadSoundBank(path("gone.tnproj")), nullptr);
     };
-    EXPECT_EQ(linesOf(loadGone, Logger::OUTPUT_INFO), QStringList());
+    EXPECT_EQ(loggedLines(loadGone, Logger::OUTPUT_INFO), QStringList());
 
     bank = load(withSubsound("<flags><remove><x>dont_loop</x><write_peak_volume/></remove>"
                              "<add><dont_loop/></add><add><xma_disable_seeking/></add></flags>"));
@@ -424,7 +424,7 @@ TEST_F(ListFiles, MakeASoundOfEachLineUpToAnEmptyOne)
     SoundBank* bank = workspace()->loadSoundBank(list);
     ASSERT_TRUE(bank);
     EXPECT_EQ(bank->outputFilePath(), path("lists/sfx.tnb"));
-    EXPECT_EQ(told(bank), "a link b") << "an absolute path keeps its link, a relative one loses it";
+    EXPECT_EQ(describe(bank), "a link b") << "an absolute path keeps its link, a relative one loses it";
     EXPECT_EQ(bank->at(0)->first()->wholePath(), path("sub/a.wav"));
     QList<unsigned int> numbers;
     for (const Subsound* sound : *bank)
@@ -442,12 +442,13 @@ TEST_F(ListFiles, WaitForABadLineToBecomeGood)
 {
     const QString list = writeFile("l.lst", "late.wav,ksound_loop_off\n");
     std::thread author([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        while (!readFile("test.log").contains("failed to load"))
+            QThread::msleep(1);
         makeSound("~late.wav");
         QFile::rename(path("~late.wav"), path("late.wav"));
     });
     SoundBank* bank = nullptr;
-    const QStringList lines = linesOf([&] { bank = workspace()->loadSoundBank(list); }, Logger::OUTPUT_WARNING);
+    const QStringList lines = loggedLines([&] { bank = workspace()->loadSoundBank(list); }, Logger::OUTPUT_WARNING);
     author.join();
     ASSERT_TRUE(bank);
     EXPECT_EQ(bank->size(), 1);

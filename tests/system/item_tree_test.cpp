@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "system_test.hpp"
 #include "utility_functions.hpp"
 
@@ -19,13 +20,13 @@ TEST_F(ItemTree, TracksDirtinessOfEachObjectAlone)
     EXPECT_TRUE(bank->at(1)->first()->isDirty());
 
     bank->at(1)->release();
-    EXPECT_FALSE(bank->isDirty()) << "removing a row is no change";
+    EXPECT_FALSE(bank->isDirty()) << "removing a row isn't a change";
 
     bank->profile().setQuality(5);
     EXPECT_FALSE(bank->isDirty());
     EXPECT_TRUE(bank->isModified());
     bank->makeClean();
-    EXPECT_TRUE(bank->isModified()) << "the profile is cleaned apart";
+    EXPECT_TRUE(bank->isModified()) << "the profile has its own state";
 
     EXPECT_TRUE(bank->newItem()->isDirty());
     EXPECT_TRUE(bank->isDirty());
@@ -52,7 +53,7 @@ TEST_F(ItemTree, MovesRowsCountingAfterTheRemoval)
 TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
 {
     makeBank("a b");
-    const QStringList traces = linesOf([&] { workspace()->first()->unload(); });
+    const QStringList traces = loggedLines([&] { workspace()->first()->unload(); });
     EXPECT_EQ(traces,
               (QStringList{"bank -1 destructed", "subsound 0 destructed", "source file 0 destructed",
                            "subsound 1 destructed", "source file 0 destructed"}));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "console_remarks.hpp"
 #include "system_test.hpp"
 
@@ -109,7 +110,7 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
     EXPECT_EQ(said([] { remarks()->add("to nobody"); }), "") << "only the console tool starts them";
     remarks()->start();
     EXPECT_EQ(said([] { remarks()->add("held"); }), "");
-    EXPECT_EQ(said([] { remarks()->release(); }), "tarnokexcl: held\n") << "and nothing of before";
+    EXPECT_EQ(said([] { remarks()->release(); }), "tarnokexcl: held\n") << "and nothing from before";
     EXPECT_EQ(said([] { remarks()->add("a\x1b[2J\n\u0085\u00e4"); }), "tarnokexcl: a\\x1b[2J\\x0a\\u0085\u00e4\n");
     EXPECT_FALSE(ConsoleRemarks::isSilent());
 
@@ -130,7 +131,7 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
     EXPECT_EQ(remarks()->missingSounds(), missing + 1);
     builder()->remarks.emplace_back("a third");
     builder()->reports.clear();
-    EXPECT_EQ(said(build), "tarnokexcl: a third\n") << "what was said of one bank holds for the next";
+    EXPECT_EQ(said(build), "tarnokexcl: a third\n") << "a message about one bank also holds for the next";
 
     remarks()->start();
     logger()->setVerbosity(Logger::OUTPUT_SILENT);
@@ -141,7 +142,7 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
               }),
               "");
     EXPECT_TRUE(ConsoleRemarks::isSilent());
-    EXPECT_EQ(remarks()->missingSounds(), missing + 2) << "they count all the same";
+    EXPECT_EQ(remarks()->missingSounds(), missing + 2) << "they are counted nevertheless";
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "system_test.hpp"
 
 using namespace TARNOK;
@@ -28,7 +29,7 @@ TEST_F(Settings, PreferTheTableThenTheStoreThenTheDefault)
     system.finalizeSettings();
     EXPECT_EQ(System().getValue("ThreadCount"), 8);
     store().setValue("Settings/ThreadCount", 3);
-    EXPECT_EQ(system.getValue("ThreadCount"), 8) << "the table still wins";
+    EXPECT_EQ(system.getValue("ThreadCount"), 8) << "the table still takes precedence";
 }
 
 TEST_F(Settings, KeepADirectoryThatIsGoneButDontOfferIt)

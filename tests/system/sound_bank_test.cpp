@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "system_test.hpp"
 
 using namespace TARNOK;
@@ -77,10 +78,10 @@ TEST_F(SoundBanks, SplitAndJoinTheOutputPath)
     bank.setOutputFilePath("/a/b.tnb");
     EXPECT_FALSE(bank.isDirty());
     bank.setOutputFilePath("b");
-    EXPECT_FALSE(bank.isDirty()) << "losing the directory is no change of its own";
+    EXPECT_FALSE(bank.isDirty()) << "losing the directory isn't a change";
     bank.setOutputFilePath("/a/bank.tnb");
     bank.setOutputFilePath("bank.tnb");
-    EXPECT_EQ(bank.outputFilePath(), "bank.tnb") << "a name that carries the type doesn't get it twice";
+    EXPECT_EQ(bank.outputFilePath(), "bank.tnb") << "a name that ends in the extension doesn't get it twice";
 }
 
 TEST_F(SoundBanks, RefuseFilesThatAreNoSounds)
@@ -106,9 +107,9 @@ TEST_F(SoundBanks, ValidateNameThenContentThenProfile)
     bank.addSubsound(makeSound("a.wav"));
     EXPECT_TRUE(bank.validate());
     bank.profile().setFormat(TARNOK_FORMAT(6));
-    EXPECT_TRUE(bank.validate()) << "one beyond the last format passes";
+    EXPECT_TRUE(bank.validate()) << "one past the last format is accepted";
     bank.profile().setFormat(TARNOK_FORMAT(7));
-    EXPECT_TRUE(linesOf([&] { EXPECT_FALSE(bank.validate()); }).isEmpty());
+    EXPECT_TRUE(loggedLines([&] { EXPECT_FALSE(bank.validate()); }).isEmpty());
 }
 
 TEST_F(Validator, AcceptsSoundsAndRefusesWhatHoldsNoSamples)
@@ -116,7 +117,7 @@ TEST_F(Validator, AcceptsSoundsAndRefusesWhatHoldsNoSamples)
     for (int type = 0; type <= 20; ++type) {
         const bool refused = QList<int>{3, 5, 6, 7, 8, 11, 13, 16}.contains(type);
         const QString file = makeSound("type.dat", {.type = type});
-        EXPECT_EQ(priorityOf("unsupported format", [&] { EXPECT_EQ(isValid(file), !refused) << type; }),
+        EXPECT_EQ(loggedPriority("unsupported format", [&] { EXPECT_EQ(isValid(file), !refused) << type; }),
                   refused ? int(Logger::OUTPUT_INFO) : -1);
     }
     Singleton<SoundFileValidator>::instance()->setAllowTnbFiles(true);
@@ -136,12 +137,12 @@ TEST_F(Validator, TriesAgainWithoutTheHintOfTheSuffix)
 
 TEST_F(Validator, NamesTheFaultOfAFileQuietly)
 {
-    const auto faultsOf = [&](const QString& file) {
-        return linesOf([&] { EXPECT_FALSE(isValid(file)); });
+    const auto listFaults = [&](const QString& file) {
+        return loggedLines([&] { EXPECT_FALSE(isValid(file)); });
     };
-    EXPECT_EQ(faultsOf(""), QStringList());
+    EXPECT_EQ(listFaults(""), QStringList());
     EXPECT_LOG(DEBUG, "(18) File not found.", isValid("gone.wav"));
-    EXPECT_EQ(faultsOf(writeFile("x.wav", "text")), QStringList("(19) Unsupported file or audio format."));
+    EXPECT_EQ(listFaults(writeFile("x.wav", "text")), QStringList("(19) Unsupported file or audio format."));
     for (const auto& [result, text] :
          {std::pair(13, "(13) Error loading file."),
           {14,
@@ -151,8 +152,8 @@ TEST_F(Validator, NamesTheFaultOfAFileQuietly)
            "(64) The sound created exceeds the allowable input channel count.  This can be increased using the "
            "'maxinputchannels' parameter in System::setSoftwareFormat."},
           {69, "(69) The version number of this file format is not supported."}})
-        EXPECT_EQ(faultsOf(makeSound("bad.wav", {.result = result})), QStringList(text));
-    // No file can make the engine itself fail.
+        EXPECT_EQ(listFaults(makeSound("bad.wav", {.result = result})), QStringList(text));
+    // No file makes the engine itself fail.
     EXPECT_DEATH(isValid(makeSound("odd.wav", {.result = 38})), "ASSERT");
 }
 

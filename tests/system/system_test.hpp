@@ -1,5 +1,6 @@
-// What the tests of the system's own units share: a folder of their own, sounds that the scripted engine knows, and
-// the log with its priorities.
+// SPDX-License-Identifier: MIT
+// Shared by the tests of the system's units: a temporary folder, sounds that the scripted engine knows, and the log
+// with its priorities.
 #pragma once
 
 #include "build_system.hpp"
@@ -24,14 +25,15 @@ void PrintTo(const Text& text, std::ostream* stream)
     *stream << QDebug::toString(text).toStdString();
 }
 
-// A statement, which is run several times, logs a line at a priority.
-#define EXPECT_LOG(priority, line, statement) EXPECT_EQ(priorityOf(line, [&] { statement; }), Logger::OUTPUT_##priority)
+// Expects that a statement, which is run several times, logs a line at a priority.
+#define EXPECT_LOG(priority, line, statement)                                                                          \
+    EXPECT_EQ(loggedPriority(line, [&] { statement; }), Logger::OUTPUT_##priority)
 
 namespace tests {
 
 using namespace TARNOK;
 
-// What the scripted engine is to find in a file.
+// What the scripted engine must find in a file.
 struct Sound
 {
     int channels = 1;
@@ -86,22 +88,22 @@ protected:
     // A file of one kilobyte.
     QString makeSound(const QString& name, const Sound& sound = {}) const
     {
-        const QString told = QString::asprintf("sound %d %d %d %d %d %d\n", sound.result, sound.type, sound.format,
-                                               sound.channels, sound.hertz, sound.milliseconds);
-        return writeFile(name, told.toUtf8().leftJustified(1024));
+        const QString description = QString::asprintf("sound %d %d %d %d %d %d\n", sound.result, sound.type,
+                                                      sound.format, sound.channels, sound.hertz, sound.milliseconds);
+        return writeFile(name, description.toUtf8().leftJustified(1024));
     }
 
-    // A clean bank told as its subsounds, with "+" between interleaved files: "a b+c". A file's first letter says what
-    // it is: 'x' has another rate and is longer, 'y' another sample format, 'w' eight channels, 'v' seven; all others
-    // are alike.
-    SoundBank* makeBank(const QString& told = "a")
+    // Makes an unmodified bank from a description of its subsounds, with "+" between interleaved files: "a b+c". The
+    // first letter of a file determines its properties: 'x' has another rate and is longer, 'y' has another sample
+    // format, 'w' eight channels, 'v' seven; all others are alike.
+    SoundBank* makeBank(const QString& description = "a")
     {
         static const QMap<char, Sound> KINDS = {{'x', {.hertz = 48000, .milliseconds = 3000}},
                                                 {'y', {.format = KESS_SOUND_FORMAT_PCM24}},
                                                 {'w', {.channels = 8}},
                                                 {'v', {.channels = 7}}};
         SoundBank* bank = workspace()->createSoundBank();
-        for (const QString& sound : told.split(' ', Qt::SkipEmptyParts)) {
+        for (const QString& sound : description.split(' ', Qt::SkipEmptyParts)) {
             Subsound* subsound = bank->newItem();
             for (const QString& file : sound.split('+'))
                 subsound->addFile(makeSound(file + ".wav", KINDS.value(file.at(0).toLatin1())));
@@ -112,8 +114,8 @@ protected:
         return bank;
     }
 
-    // The same text for a bank as it stands; a subsound without files is "-".
-    static QString told(const SoundBank* bank)
+    // The description of an existing bank; a subsound without files is "-".
+    static QString describe(const SoundBank* bank)
     {
         QStringList sounds;
         for (const Subsound* subsound : *bank) {
@@ -125,9 +127,9 @@ protected:
         return sounds.join(' ');
     }
 
-    // The lines that action logs at the given threshold.
-    QStringList linesOf(const std::function<void()>& action,
-                        Logger::OUTPUTPRIORITY threshold = Logger::OUTPUT_DEBUG) const
+    // Runs action, and returns the lines that it logs at the given threshold.
+    QStringList loggedLines(const std::function<void()>& action,
+                            Logger::OUTPUTPRIORITY threshold = Logger::OUTPUT_DEBUG) const
     {
         logger()->setPrintToFile(path("test.log"), false);
         logger()->setVerbosity(threshold);
@@ -143,12 +145,12 @@ protected:
         return lines;
     }
 
-    // The priority at which action, which is run several times, logs line; -1 if it doesn't.
-    int priorityOf(const QString& line, const std::function<void()>& action) const
+    // Returns the priority at which action logs line, by running it several times; -1 if it doesn't log it.
+    int loggedPriority(const QString& line, const std::function<void()>& action) const
     {
         int priority = -1;
         for (int threshold = 0; threshold <= int(Logger::OUTPUT_SILENT); ++threshold) {
-            if (linesOf(action, static_cast<Logger::OUTPUTPRIORITY>(threshold)).contains(line))
+            if (loggedLines(action, static_cast<Logger::OUTPUTPRIORITY>(threshold)).contains(line))
                 priority = threshold;
         }
         return priority;

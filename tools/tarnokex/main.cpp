@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The desktop program.
 #include "../standard_streams.hpp"
 

@@ -1,10 +1,6 @@
-<<<<<<< HEAD
-// Opens a project in the desktop program, for file managers. tarnokex ignores arguments and opens the most recent
-// project, so the project becomes that one before tarnokex replaces this process.
-=======
+// SPDX-License-Identifier: MIT
 // Opens a project in the desktop program, for file managers. tarnokex ignores its arguments and opens the project that
 // was used last. So this program stores the project as the last one, then replaces itself with tarnokex.
->>>>>>> h-d
 #include "../standard_streams.hpp"
 #include "utility_classes.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console tool: compiles a bank from command-line arguments.
 #include "../standard_streams.hpp"
 

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "extract.hpp"
 
 #include "file_names.hpp"
+#include "output_file.hpp"
 #include "text.hpp"
 #include "wav_writer.hpp"
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <iostream>
 #include <set>
 #include <system_error>
@@ -19,28 +22,27 @@ std::vector<std::string> soundNames(OpenedBank& bank)
 {
     std::vector<std::string> names(static_cast<size_t>(bank.soundCount()));
     for (int i = 0; i < bank.soundCount(); ++i) {
-        try {
-            names[static_cast<size_t>(i)] = bank.name(i);
-        } catch (const Failure&) { }
+        if (base::Result<std::string> name = bank.name(i))
+            names[static_cast<size_t>(i)] = std::move(*name);
     }
     return names;
 }
 
-int indexOf(const std::vector<std::string>& names, const std::string& name)
+base::Result<int> findName(const std::vector<std::string>& names, const std::string& name)
 {
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end())
-        throw Failure(Status::CannotRead, "no sound is named \"" + name + '"');
+        return base::Error{base::ErrorCode::NotFound, "no sound is named \"" + name + '"'};
     return static_cast<int>(found - names.begin());
 }
 
-int parseIndex(const std::string& text, size_t soundCount)
+base::Result<int> parseIndex(const std::string& text, size_t soundCount)
 {
     size_t index = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), index);
     if (error != std::errc() || index >= soundCount)
-        throw Failure(Status::CannotRead,
-                      "no sound " + text + ": the bank has " + std::to_string(soundCount) + ", counted from 0");
+        return base::Error{base::ErrorCode::NotFound,
+                           "no sound " + text + ": the bank has " + std::to_string(soundCount) + ", counted from 0"};
     return static_cast<int>(index);
 }
 
@@ -50,13 +52,19 @@ bool isNumber(const std::string& text)
 }
 
 // The requested indices, in the order of the bank, without duplicates.
-std::set<int> selection(const ExtractRequest& request, const std::vector<std::string>& names)
+base::Result<std::set<int>> selection(const ExtractRequest& request, const std::vector<std::string>& names)
 {
-    std::set<int> indices;
+    std::vector<base::Result<int>> found;
     for (const std::string& sound : request.sounds)
-        indices.insert(isNumber(sound) ? parseIndex(sound, names.size()) : indexOf(names, sound));
+        found.push_back(isNumber(sound) ? parseIndex(sound, names.size()) : findName(names, sound));
     for (const std::string& name : request.names)
-        indices.insert(indexOf(names, name));
+        found.push_back(findName(names, name));
+    std::set<int> indices;
+    for (const base::Result<int>& index : found) {
+        if (!index)
+            return index.error();
+        indices.insert(*index);
+    }
     if (request.sounds.empty() && request.names.empty()) {
         for (size_t i = 0; i < names.size(); ++i)
             indices.insert(indices.end(), static_cast<int>(i));
@@ -64,17 +72,19 @@ std::set<int> selection(const ExtractRequest& request, const std::vector<std::st
     return indices;
 }
 
-void makeFolder(const std::string& folder)
+base::Result<> makeFolder(const std::string& folder)
 {
     std::error_code error;
     std::error_code unseen;
     std::filesystem::create_directories(folder, error);
     if (!std::filesystem::is_directory(folder, unseen))
-        throw Failure(Status::CannotRead,
-                      "can't make the folder " + folder + ": " + (error ? error.message() : "a file is in the way"));
+        return base::Error{base::ErrorCode::Io,
+                           "can't make the folder " + folder + ": "
+                               + (error ? error.message() : "a file is in the way")};
+    return {};
 }
 
-void copySamples(KESS::Sound& sound, const SoundFacts& facts, WavWriter& writer)
+base::Result<> copySamples(KESS::Sound& sound, const SoundProperties& facts, WavWriter& writer)
 {
     constexpr unsigned kFramesAtOnce = 16384;
     const auto frameBytes = static_cast<unsigned>(facts.channels * facts.bits / 8);
@@ -83,56 +93,76 @@ void copySamples(KESS::Sound& sound, const SoundFacts& facts, WavWriter& writer)
         unsigned got = 0;
         const KESS_RESULT result = sound.readData(buffer.data(), static_cast<unsigned>(buffer.size()), &got);
         if (result == KESS_ERR_UNSUPPORTED)
-            throw Failure(Status::CannotRead, "of a codec that can't be decoded here");
+            return engineError(result);
         if (result != KESS_OK || got == 0 || got > left)
-            throw Failure(Status::Damaged,
-                          "damaged after " + std::to_string(facts.samples - left / frameBytes) + " of "
-                              + std::to_string(facts.samples) + " samples");
-        writer.write(std::span(buffer).first(got));
+            return base::Error{base::ErrorCode::Damaged,
+                               "damaged after " + std::to_string(facts.samples - left / frameBytes) + " of "
+                                   + std::to_string(facts.samples) + " samples"};
+        if (base::Result<> written = writer.write(std::span(buffer).first(got)); !written)
+            return written;
         left -= got;
     }
+    return {};
 }
 
-void extractSound(OpenedBank& bank, int index, const std::string& name, const ExtractRequest& request)
+base::Result<> extractSound(OpenedBank& bank, int index, const std::string& name, const ExtractRequest& request)
 {
-    const SoundFacts facts = bank.facts(index);
-    const SoundPointer sound = bank.sound(index);
+    const base::Result<SoundProperties> facts = bank.properties(index);
+    if (!facts)
+        return facts.error();
+    const base::Result<SoundPointer> sound = bank.sound(index);
+    if (!sound)
+        return sound.error();
     // Decoders turn nearly any data into some sound, so only the checksum reveals damage.
-    if (sound->verifyData() != KESS_OK)
-        throw Failure(Status::Damaged, "damaged: its data don't match their checksum");
+    if (const KESS_RESULT result = (*sound)->verifyData(); result != KESS_OK)
+        return engineError(result);
     OutputFile file(request.folder, name);
-    WavWriter writer(facts, file);
-    writer.begin();
-    copySamples(*sound, facts, writer);
-    writer.finish();
-    file.commit(request.replace);
-    if (writer.leavesPointsOut())
+    WavWriter writer(*facts, file);
+    base::Result<> done = file.open();
+    if (done)
+        done = writer.begin();
+    if (done)
+        done = copySamples(**sound, *facts, writer);
+    if (done)
+        done = writer.finish();
+    if (done)
+        done = file.commit(request.replace);
+    if (!done)
+        return done;
+    if (writer.omitsPoints())
         std::cerr << "tnb: " << printable(file.path().string())
-                  << ": WAV has no place for loop and sync points behind sample 4,294,967,295\n";
+                  << ": WAV can't store loop and sync points after sample 4,294,967,295\n";
     std::cout << printable(file.path().string()) << '\n';
+    return {};
 }
 
 } // namespace
 
-Status extract(const ExtractRequest& request)
+base::Result<Status> extract(const ExtractRequest& request)
 {
-    const Engine engine;
-    OpenedBank bank(engine, request.bank, request.key);
-    const std::vector<std::string> names = soundNames(bank);
+    const base::Result<Engine> engine = startEngine();
+    if (!engine)
+        return engine.error();
+    base::Result<OpenedBank> bank = OpenedBank::open(**engine, request.bank, request.key);
+    if (!bank)
+        return std::move(bank.error());
+    const std::vector<std::string> names = soundNames(*bank);
     const std::vector<std::string> files = fileNames(names);
-    const std::set<int> indices = selection(request, names);
-    makeFolder(request.folder);
+    const base::Result<std::set<int>> indices = selection(request, names);
+    if (!indices)
+        return indices.error();
+    if (base::Result<> made = makeFolder(request.folder); !made)
+        return std::move(made.error());
+    OutputFile::removeAbandoned(request.folder);
 
     Status status = Status::Whole;
-    for (const int index : indices) {
-        const auto place = static_cast<size_t>(index);
-        try {
-            extractSound(bank, index, files[place], request);
-        } catch (const Failure& failure) {
-            const std::string name = names[place].empty() ? "" : " (" + printable(names[place]) + ")";
-            std::cerr << "tnb: " << printable(request.bank) << ": sound " << index << name << ": "
-                      << printable(failure.what()) << '\n';
-            status = std::max(status, failure.status());
+    for (const int index : *indices) {
+        const std::string& name = names[static_cast<size_t>(index)];
+        if (const base::Result<> done = extractSound(*bank, index, files[static_cast<size_t>(index)], request); !done) {
+            std::cerr << "tnb: " << printable(request.bank) << ": sound " << index
+                      << (name.empty() ? "" : " (" + printable(name) + ")") << ": " << printable(done.error().text)
+                      << '\n';
+            status = std::max(status, statusFor(done.error()));
         }
     }
     return status;

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 // tnb extract: sounds of a bank as WAV files.
 #pragma once
 
 #include "opened_bank.hpp"
+#include "status.hpp"
 
 namespace tnb {
 
@@ -17,6 +19,6 @@ struct ExtractRequest
 
 // Prints the path of each file to standard output. A sound that fails is reported on standard error, and the others are
 // still extracted. Returns the worst status.
-[[nodiscard]] Status extract(const ExtractRequest& request);
+base::Result<Status> extract(const ExtractRequest& request);
 
 } // namespace tnb

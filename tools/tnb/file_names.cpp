@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "file_names.hpp"
 
 #include "text.hpp"
@@ -12,7 +13,7 @@ namespace {
 constexpr std::string_view kEnding = ".wav";
 
 // File names have at most 255 bytes; this leaves room for the ending and for a number after equal names.
-constexpr size_t kLongestStem = 200;
+constexpr size_t kMaximumStemBytes = 200;
 
 // Folder separators here and on other systems, and characters that other systems refuse in names.
 constexpr std::string_view kRefused = "/\\:*?\"<>|";
@@ -24,12 +25,12 @@ std::string lowered(std::string text)
     return text;
 }
 
-std::string stemOf(std::string_view name)
+std::string safeStem(std::string_view name)
 {
     std::string stem;
     while (!name.empty()) {
         const size_t bytes = harmlessBytes(name);
-        if (stem.size() + std::max<size_t>(bytes, 1) > kLongestStem)
+        if (stem.size() + std::max<size_t>(bytes, 1) > kMaximumStemBytes)
             break;
         const bool keeps = bytes > 0 && kRefused.find(name[0]) == std::string_view::npos;
         stem += keeps ? name.substr(0, bytes) : "_";
@@ -51,7 +52,7 @@ std::vector<std::string> fileNames(const std::vector<std::string>& soundNames)
     std::unordered_set<std::string> taken;
     std::vector<std::string> names;
     for (size_t i = 0; i < soundNames.size(); ++i) {
-        const std::string stem = stemOf(soundNames[i]);
+        const std::string stem = safeStem(soundNames[i]);
         const std::string numbered = (stem.empty() ? "sound" : stem) + "-" + std::to_string(i);
         std::string name = stem.empty() ? numbered : stem;
         // Another sound may already have the numbered name.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Safe file names for sounds with any name.
 #pragma once
 

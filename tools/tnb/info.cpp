@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "info.hpp"
 
 #include "text.hpp"
@@ -13,24 +14,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The facts of one sound, or the reason why they can't be read.
-struct Listed
-{
-    SoundFacts facts;
-    std::string fault;
-};
-
-Listed listSound(OpenedBank& bank, int index)
-{
-    Listed listed;
-    try {
-        listed.facts = bank.facts(index);
-    } catch (const Failure& failure) {
-        listed.facts.index = index;
-        listed.fault = failure.what();
-    }
-    return listed;
-}
+// The properties of one sound, or the reason why they can't be read.
+using Listed = base::Result<SoundProperties>;
 
 // The name of a codec or sample format, in JSON and in text.
 struct Names
@@ -39,7 +24,7 @@ struct Names
     const char* shown;
 };
 
-Names namesOf(KESS_CODEC codec)
+Names names(KESS_CODEC codec)
 {
     switch (codec) {
     case KESS_CODEC_PCM:
@@ -59,7 +44,7 @@ Names namesOf(KESS_CODEC codec)
     }
 }
 
-Names namesOf(KESS_SOUND_FORMAT format)
+Names names(KESS_SOUND_FORMAT format)
 {
     switch (format) {
     case KESS_SOUND_FORMAT_PCM8:
@@ -77,12 +62,7 @@ Names namesOf(KESS_SOUND_FORMAT format)
     }
 }
 
-bool hasQuality(KESS_CODEC codec)
-{
-    return codec != KESS_CODEC_PCM && codec != KESS_CODEC_KADPCM;
-}
-
-std::string guidOf(const KESS_BANKINFO& info)
+std::string guidText(const KESS_BANKINFO& info)
 {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
@@ -95,21 +75,21 @@ std::string guidOf(const KESS_BANKINFO& info)
     return text;
 }
 
-std::string versionOf(const KESS_BANKINFO& info)
+std::string versionText(const KESS_BANKINFO& info)
 {
     return std::to_string(info.majorVersion) + "." + std::to_string(info.minorVersion);
 }
 
 // Decoded bytes per encoded byte; nothing if either is 0.
-std::optional<double> ratioOf(double decodedBytes, uint64_t bytes)
+std::optional<double> compressionRatio(double decodedBytes, uint64_t bytes)
 {
     return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / static_cast<double>(bytes)) : std::nullopt;
 }
 
-std::optional<double> bitsPerSample(const SoundFacts& facts)
+std::optional<double> bitsPerSample(const SoundProperties& sound)
 {
-    const double samples = static_cast<double>(facts.samples) * facts.channels;
-    return samples > 0 ? std::optional(static_cast<double>(facts.bytes) * 8 / samples) : std::nullopt;
+    const double samples = static_cast<double>(sound.samples) * sound.channels;
+    return samples > 0 ? std::optional(static_cast<double>(sound.bytes) * 8 / samples) : std::nullopt;
 }
 
 // Rounded so that equal banks give equal text on every machine.
@@ -118,35 +98,35 @@ Json rounded(const std::optional<double>& value, double steps)
     return value ? Json(std::round(*value * steps) / steps) : Json();
 }
 
-Json jsonOf(const Listed& listed)
+Json toJson(int index, const Listed& listed)
 {
-    const SoundFacts& facts = listed.facts;
-    Json json{{"index", facts.index}};
-    if (!listed.fault.empty()) {
-        json["error"] = listed.fault;
+    Json json{{"index", index}};
+    if (!listed) {
+        json["error"] = listed.error().text;
         return json;
     }
-    json["name"] = facts.name;
-    json["codec"] = namesOf(facts.codec).json;
-    json["quality"] = facts.quality > 0 ? Json(facts.quality) : Json();
-    json["sampleFormat"] = namesOf(facts.format).json;
-    json["channels"] = facts.channels;
-    json["rate"] = facts.rate;
-    json["samples"] = facts.samples;
-    json["seconds"] = rounded(facts.seconds(), 1e6);
-    json["loop"] = facts.loop ? Json{{"start", facts.loop->start}, {"end", facts.loop->end}} : Json();
+    const SoundProperties& sound = *listed;
+    json["name"] = sound.name;
+    json["codec"] = names(sound.codec).json;
+    json["quality"] = sound.quality > 0 ? Json(sound.quality) : Json();
+    json["sampleFormat"] = names(sound.format).json;
+    json["channels"] = sound.channels;
+    json["rate"] = sound.rate;
+    json["samples"] = sound.samples;
+    json["seconds"] = rounded(sound.seconds(), 1e6);
+    json["loop"] = sound.loop ? Json{{"start", sound.loop->start}, {"end", sound.loop->end}} : Json();
     json["syncPoints"] = Json::array();
-    for (const SyncPoint& point : facts.syncPoints)
-        json["syncPoints"].push_back({{"sample", point.sample}, {"name", point.name}});
-    json["peak"] = facts.peak ? rounded(*facts.peak, 1e6) : Json();
-    json["bytes"] = facts.bytes;
-    json["bitsPerSample"] = rounded(bitsPerSample(facts), 1e3);
-    json["ratio"] = rounded(ratioOf(facts.decodedBytes(), facts.bytes), 1e3);
+    for (const base::SyncPoint& point : sound.syncPoints)
+        json["syncPoints"].push_back({{"sample", point.frame}, {"name", point.name}});
+    json["peak"] = sound.peak ? rounded(*sound.peak, 1e6) : Json();
+    json["bytes"] = sound.bytes;
+    json["bitsPerSample"] = rounded(bitsPerSample(sound), 1e3);
+    json["ratio"] = rounded(compressionRatio(sound.decodedBytes(), sound.bytes), 1e3);
     return json;
 }
 
 // Names and paths may be invalid UTF-8, which is replaced.
-std::string textOf(const Json& json)
+std::string toText(const Json& json)
 {
     return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }
@@ -157,37 +137,37 @@ Status printJson(const std::string& path, OpenedBank& bank)
     const KESS_BANKINFO& info = bank.info();
     Json head;
     head["file"] = path;
-    head["version"] = versionOf(info);
-    head["codec"] = namesOf(info.codec).json;
-    head["quality"] = hasQuality(info.codec) && info.quality > 0 ? Json(info.quality) : Json();
+    head["version"] = versionText(info);
+    head["codec"] = names(info.codec).json;
+    head["quality"] = info.quality > 0 ? Json(info.quality) : Json();
     head["bytes"] = info.fileBytes;
     head["encrypted"] = info.encrypted != 0;
-    head["guid"] = info.hasGuid ? Json(guidOf(info)) : Json();
+    head["guid"] = info.hasGuid ? Json(guidText(info)) : Json();
     head["names"] = info.hasNames != 0;
-    std::string text = textOf(head);
+    std::string text = toText(head);
     text.resize(text.rfind("\n}"));
     writeJson(std::cout, text, 0);
     std::cout << ",\n  \"sounds\": [";
 
     Status status = Status::Whole;
     for (int i = 0; i < bank.soundCount(); ++i) {
-        const Listed listed = listSound(bank, i);
-        if (!listed.fault.empty())
+        const Listed listed = bank.properties(i);
+        if (!listed)
             status = Status::Damaged;
         std::cout << (i > 0 ? ",\n" : "\n");
-        writeJson(std::cout, textOf(jsonOf(listed)), 4);
+        writeJson(std::cout, toText(toJson(i, listed)), 4);
     }
     std::cout << (bank.soundCount() > 0 ? "\n  ]\n}\n" : "]\n}\n");
     return status;
 }
 
-std::string codecText(const SoundFacts& facts)
+std::string codecText(const SoundProperties& sound)
 {
-    std::string text = namesOf(facts.codec).shown;
-    if (facts.codec == KESS_CODEC_PCM)
-        text += std::string(" ") + namesOf(facts.format).shown;
-    else if (facts.quality > 0)
-        text += " " + std::to_string(facts.quality);
+    std::string text = names(sound.codec).shown;
+    if (sound.codec == KESS_CODEC_PCM)
+        text += std::string(" ") + names(sound.format).shown;
+    else if (sound.quality > 0)
+        text += " " + std::to_string(sound.quality);
     return text;
 }
 
@@ -198,7 +178,7 @@ std::string peakText(const std::optional<float>& peak)
     return *peak > 0 ? fixed(20 * std::log10(*peak), 1) + " dB" : "-inf dB";
 }
 
-std::string loopText(const std::optional<Loop>& loop)
+std::string loopText(const std::optional<base::Loop>& loop)
 {
     return loop ? std::to_string(loop->start) + "-" + std::to_string(loop->end) : "-";
 }
@@ -210,14 +190,14 @@ std::string ratioText(const std::optional<double>& ratio)
 
 void printHead(const std::string& path, const KESS_BANKINFO& info)
 {
-    std::string format = namesOf(info.codec).shown;
-    if (hasQuality(info.codec) && info.quality > 0)
+    std::string format = names(info.codec).shown;
+    if (info.quality > 0)
         format += ", quality " + std::to_string(info.quality);
-    std::cout << printable(path) << ": sound bank, version " << versionOf(info) << '\n'
+    std::cout << printable(path) << ": sound bank, version " << versionText(info) << '\n'
               << "  format     " << format << '\n'
               << "  size       " << grouped(info.fileBytes) << " bytes\n"
               << "  encrypted  " << (info.encrypted ? "yes" : "no") << '\n'
-              << "  GUID       " << (info.hasGuid ? guidOf(info) : "none") << '\n'
+              << "  GUID       " << (info.hasGuid ? guidText(info) : "none") << '\n'
               << "  names      " << (info.hasNames ? "yes" : "none") << "\n\n";
 }
 
@@ -230,69 +210,72 @@ public:
         : mBank(bank)
     {
         for (int i = 0; i < bank.soundCount(); ++i)
-            measure(listSound(bank, i));
+            measure(i, bank.properties(i));
     }
 
     void print()
     {
         std::cout << mTable.titles();
         for (int i = 0; i < mBank.soundCount(); ++i)
-            std::cout << mTable.line(cellsOf(listSound(mBank, i)));
+            std::cout << mTable.line(cells(i, mBank.properties(i)));
         if (!mWithPoints.empty())
             printSyncPoints();
         std::cout << '\n'
                   << grouped(static_cast<unsigned>(mBank.soundCount()))
                   << (mBank.soundCount() == 1 ? " sound, " : " sounds, ") << fixed(mSeconds, 3) << " s, "
-                  << grouped(mBytes) << " bytes, " << ratioText(ratioOf(mDecodedBytes, mBytes)) << '\n';
+                  << grouped(mBytes) << " bytes, " << ratioText(compressionRatio(mDecodedBytes, mBytes)) << '\n';
     }
 
     [[nodiscard]] Status status() const { return mStatus; }
 
 private:
-    void measure(const Listed& listed)
+    void measure(int index, const Listed& listed)
     {
-        const SoundFacts& facts = listed.facts;
-        mTable.measure(cellsOf(listed));
-        for (const SyncPoint& point : facts.syncPoints)
-            mPointTable.measure(cellsOf(facts.index, point));
-        if (!facts.syncPoints.empty())
-            mWithPoints.push_back(facts.index);
-        if (!listed.fault.empty())
+        mTable.measure(cells(index, listed));
+        if (!listed) {
             mStatus = Status::Damaged;
-        mSeconds += facts.seconds();
-        mDecodedBytes += facts.decodedBytes();
-        mBytes += facts.bytes;
+            return;
+        }
+        const SoundProperties& sound = *listed;
+        for (const base::SyncPoint& point : sound.syncPoints)
+            mPointTable.measure(cells(index, point));
+        if (!sound.syncPoints.empty())
+            mWithPoints.push_back(index);
+        mSeconds += sound.seconds();
+        mDecodedBytes += sound.decodedBytes();
+        mBytes += sound.bytes;
     }
 
-    static std::vector<std::string> cellsOf(const Listed& listed)
+    static std::vector<std::string> cells(int index, const Listed& listed)
     {
-        const SoundFacts& facts = listed.facts;
-        if (!listed.fault.empty())
-            return {std::to_string(facts.index), "(" + listed.fault + ")", "", "", "", "", "", "", "", "", ""};
-        return {std::to_string(facts.index),
-                printable(facts.name),
-                codecText(facts),
-                std::to_string(facts.rate) + " Hz",
-                std::to_string(facts.channels),
-                fixed(facts.seconds(), 3) + " s",
-                loopText(facts.loop),
-                std::to_string(facts.syncPoints.size()),
-                peakText(facts.peak),
-                grouped(facts.bytes),
-                ratioText(ratioOf(facts.decodedBytes(), facts.bytes))};
+        if (!listed)
+            return {std::to_string(index), "(" + listed.error().text + ")", "", "", "", "", "", "", "", "", ""};
+        const SoundProperties& sound = *listed;
+        return {std::to_string(index),
+                printable(sound.name),
+                codecText(sound),
+                std::to_string(sound.rate) + " Hz",
+                std::to_string(sound.channels),
+                fixed(sound.seconds(), 3) + " s",
+                loopText(sound.loop),
+                std::to_string(sound.syncPoints.size()),
+                peakText(sound.peak),
+                grouped(sound.bytes),
+                ratioText(compressionRatio(sound.decodedBytes(), sound.bytes))};
     }
 
-    static std::vector<std::string> cellsOf(int sound, const SyncPoint& point)
+    static std::vector<std::string> cells(int index, const base::SyncPoint& point)
     {
-        return {std::to_string(sound), std::to_string(point.sample), printable(point.name)};
+        return {std::to_string(index), std::to_string(point.frame), printable(point.name)};
     }
 
     void printSyncPoints() const
     {
         std::cout << '\n' << mPointTable.titles();
         for (const int sound : mWithPoints) {
-            for (const SyncPoint& point : mBank.facts(sound).syncPoints)
-                std::cout << mPointTable.line(cellsOf(sound, point));
+            const Listed listed = mBank.properties(sound);
+            for (const base::SyncPoint& point : listed ? listed->syncPoints : std::vector<base::SyncPoint>())
+                std::cout << mPointTable.line(cells(sound, point));
         }
     }
 
@@ -318,14 +301,18 @@ private:
 
 } // namespace
 
-Status showInfo(const InfoRequest& request)
+base::Result<Status> showInfo(const InfoRequest& request)
 {
-    const Engine engine;
-    OpenedBank bank(engine, request.bank, request.key);
+    const base::Result<Engine> engine = startEngine();
+    if (!engine)
+        return engine.error();
+    base::Result<OpenedBank> bank = OpenedBank::open(**engine, request.bank, request.key);
+    if (!bank)
+        return std::move(bank.error());
     if (request.json)
-        return printJson(request.bank, bank);
-    Listing listing(bank);
-    printHead(request.bank, bank.info());
+        return printJson(request.bank, *bank);
+    Listing listing(*bank);
+    printHead(request.bank, bank->info());
     listing.print();
     return listing.status();
 }

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 // tnb info: the contents of a bank.
 #pragma once
 
 #include "opened_bank.hpp"
+#include "status.hpp"
 
 namespace tnb {
 
@@ -13,6 +15,6 @@ struct InfoRequest
 };
 
 // Prints to standard output, damaged sounds included. If there are any, the status is Damaged.
-[[nodiscard]] Status showInfo(const InfoRequest& request);
+base::Result<Status> showInfo(const InfoRequest& request);
 
 } // namespace tnb

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bank inspector: its command line.
 #include "../standard_streams.hpp"
 
@@ -17,7 +18,6 @@
 
 namespace {
 
-using tnb::Failure;
 using tnb::Key;
 using tnb::Status;
 
@@ -34,7 +34,7 @@ struct KeyOptions
             ->excludes(given);
     }
 
-    [[nodiscard]] Key key() const
+    [[nodiscard]] base::Result<Key> key() const
     {
         if (!file.empty())
             return read();
@@ -42,31 +42,33 @@ struct KeyOptions
     }
 
 private:
-    [[nodiscard]] std::string read() const
+    static base::Error error(const std::string& reason) { return {base::ErrorCode::Invalid, reason}; }
+
+    [[nodiscard]] base::Result<Key> read() const
     {
         std::ifstream stream;
         if (file != "-")
             stream.open(file, std::ios::binary);
         std::string line;
         if (!std::getline(file == "-" ? std::cin : stream, line))
-            throw Failure(Status::CannotRead, "can't read the key from " + file);
+            return error("can't read the key from " + file);
         return clean(std::move(line));
     }
 
     // Removes what editors add invisibly.
-    [[nodiscard]] std::string clean(std::string line) const
+    [[nodiscard]] base::Result<Key> clean(std::string line) const
     {
         constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
         if (line.starts_with("\xff\xfe") || line.starts_with("\xfe\xff"))
-            throw Failure(Status::CannotRead, file + " is in UTF-16; a key is read in UTF-8");
+            return error(file + " is in UTF-16; a key is read in UTF-8");
         if (line.starts_with(kByteOrderMark))
             line.erase(0, kByteOrderMark.size());
         line.erase(line.find_last_not_of(" \t\r") + 1);
         if (line.empty())
-            throw Failure(Status::CannotRead, "no key in the first line of " + file);
+            return error("no key in the first line of " + file);
         if (line.find('\0') != std::string::npos)
-            throw Failure(Status::CannotRead, "a zero byte in the first line of " + file);
-        return line;
+            return error("a zero byte in the first line of " + file);
+        return Key(std::move(line));
     }
 };
 
@@ -74,12 +76,11 @@ private:
 template <typename Command>
 Status attempt(const std::string& bank, Command command)
 {
-    try {
-        return command();
-    } catch (const Failure& failure) {
-        std::cerr << "tnb: " << tnb::printable(bank) << ": " << tnb::printable(failure.what()) << '\n';
-        return failure.status();
-    }
+    const base::Result<Status> status = command();
+    if (status)
+        return *status;
+    std::cerr << "tnb: " << tnb::printable(bank) << ": " << tnb::printable(status.error().text) << '\n';
+    return tnb::statusFor(status.error());
 }
 
 class Program
@@ -122,6 +123,18 @@ private:
         return status == 0 ? 0 : static_cast<int>(Status::CannotRead);
     }
 
+    // Runs command(key) on a bank. If the key can't be read, the message names that bank.
+    template <typename Command>
+    Status withKey(const std::string& bank, Command command)
+    {
+        return attempt(bank, [&]() -> base::Result<Status> {
+            base::Result<Key> key = mKey.key();
+            if (!key)
+                return std::move(key.error());
+            return command(*key);
+        });
+    }
+
     void addInfo()
     {
         CLI::App* command = mApp.add_subcommand("info", "List the contents of a bank");
@@ -129,8 +142,8 @@ private:
         command->add_flag("--json", mInfo.json, "Print JSON instead of text");
         mKey.addTo(*command);
         command->callback([this] {
-            mStatus = attempt(mInfo.bank, [this] {
-                mInfo.key = mKey.key();
+            mStatus = withKey(mInfo.bank, [this](const Key& key) {
+                mInfo.key = key;
                 return tnb::showInfo(mInfo);
             });
         });
@@ -142,15 +155,13 @@ private:
         command->add_option("BANK", mBanks, "Banks to check")->required();
         mKey.addTo(*command);
         command->callback([this] {
-            Key key; // read once: standard input can't be read again
-            mStatus = attempt(mBanks.front(), [&] {
-                key = mKey.key();
-                return Status::Whole;
+            // The key is read once: standard input can't be read again.
+            mStatus = withKey(mBanks.front(), [this](const Key& key) {
+                Status worst = Status::Whole;
+                for (const std::string& bank : mBanks)
+                    worst = std::max(worst, attempt(bank, [&] { return tnb::validate(bank, key); }));
+                return base::Result<Status>(worst);
             });
-            if (mStatus != Status::Whole)
-                return;
-            for (const std::string& bank : mBanks)
-                mStatus = std::max(mStatus, attempt(bank, [&] { return tnb::validate(bank, key); }));
         });
     }
 
@@ -167,8 +178,8 @@ private:
         command->add_flag("-f,--force", mExtract.replace, "Replace existing files");
         mKey.addTo(*command);
         command->callback([this] {
-            mStatus = attempt(mExtract.bank, [this] {
-                mExtract.key = mKey.key();
+            mStatus = withKey(mExtract.bank, [this](const Key& key) {
+                mExtract.key = key;
                 return tnb::extract(mExtract);
             });
         });

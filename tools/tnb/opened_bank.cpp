@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "opened_bank.hpp"
 
 #include <cmath>
@@ -8,173 +9,180 @@ namespace tnb {
 
 namespace {
 
-Failure failureOf(KESS_RESULT result)
-{
-    switch (result) {
-    case KESS_ERR_FILE_NOTFOUND:
-        return {Status::CannotRead, "no such file"};
-    case KESS_ERR_FORMAT:
-        return {Status::CannotRead, "not a sound bank"};
-    case KESS_ERR_VERSION:
-        return {Status::CannotRead, "of a version of the container that this program doesn't read"};
-    case KESS_ERR_KEY_MISSING:
-        return {Status::CannotRead, "encrypted; give its key with --key or --key-file"};
-    case KESS_ERR_KEY_WRONG:
-        return {Status::CannotRead, "encrypted with a different key"};
-    case KESS_ERR_MEMORY:
-        return {Status::CannotRead, "not enough memory"};
-    default:
-        return {Status::Damaged, "damaged"};
-    }
-}
-
-// Why a file can't be read, after a colon; empty if the reason isn't known.
-std::string reasonOf(const std::string& path)
-{
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error))
-        return ": it is a folder";
-    if (std::filesystem::is_regular_file(path, error) && std::filesystem::file_size(path, error) == 0)
-        return ": it is empty";
-    const int systems = KESS_SystemError();
-    return systems ? ": " + std::generic_category().message(systems) : std::string();
-}
-
-void require(KESS_RESULT result)
-{
-    if (result != KESS_OK)
-        throw failureOf(result);
-}
+using base::Error;
+using base::ErrorCode;
+using base::Result;
 
 // The text that get(buffer, size) writes, of any length.
 template <typename Get>
-std::string textOf(Get get)
+std::string fetchText(Get get)
 {
     std::string text(64, '\0');
-    KESS_RESULT result = get(text.data(), static_cast<int>(text.size()));
-    while (result == KESS_ERR_TRUNCATED) {
+    while (get(text.data(), static_cast<int>(text.size())) == KESS_ERR_TRUNCATED)
         text.resize(text.size() * 4);
-        result = get(text.data(), static_cast<int>(text.size()));
-    }
-    require(result);
     text.resize(text.find('\0'));
     return text;
 }
 
-std::string nameOf(KESS::Sound& sound)
+std::string fetchName(KESS::Sound& sound)
 {
-    return textOf([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
+    return fetchText([&](char* buffer, int bytes) { return sound.getName(buffer, bytes); });
 }
 
-// Finds out what is wrong with a bank that couldn't be opened.
-void throwFirstFault(const Engine& engine, const std::string& path, const Key& key)
+std::string withDetail(const std::string& text)
 {
-    std::string first;
-    engine.verify(path, key, [&](int, KESS_RESULT result, const std::string& text) {
-        if (result == KESS_ERR_FILE_BAD)
-            first = text;
-        return first.empty();
-    });
-    throw Failure(Status::Damaged, "damaged: " + first);
+    const std::string detail = fetchText(KESS_ErrorDetail);
+    return detail.empty() ? text : text + ": " + detail;
+}
+
+// A file that has no bytes, or that the system can't read, isn't damaged.
+bool canBeDamaged(const std::string& path)
+{
+    std::error_code error;
+    return KESS_SystemError() == 0 && std::filesystem::is_regular_file(path, error)
+        && std::filesystem::file_size(path, error) > 0;
+}
+
+Error unreadable()
+{
+    return {ErrorCode::Io, withDetail("can't be read"), KESS_SystemError()};
 }
 
 } // namespace
 
-Engine::Engine()
+Error engineError(KESS_RESULT result)
 {
-    require(KESS_System_Create(&mSystem, KESS_VERSION));
-    require(mSystem->init(0, 0, nullptr));
+    switch (result) {
+    case KESS_ERR_FILE_NOTFOUND:
+        return {ErrorCode::NotFound, "no such file"};
+    case KESS_ERR_FORMAT:
+        return {ErrorCode::Format, "not a sound bank"};
+    case KESS_ERR_VERSION:
+        return {ErrorCode::Version, "it has a version of the bank format that this program can't read"};
+    case KESS_ERR_KEY_MISSING:
+        return {ErrorCode::KeyMissing, "encrypted; give its key with --key or --key-file"};
+    case KESS_ERR_KEY_WRONG:
+        return {ErrorCode::KeyWrong, "encrypted with a different key"};
+    case KESS_ERR_MEMORY:
+        return {ErrorCode::Memory, "not enough memory"};
+    case KESS_ERR_UNSUPPORTED:
+        return {ErrorCode::Unsupported, "its codec can't be decoded"};
+    default:
+        return KESS_SystemError() ? unreadable() : Error{ErrorCode::Damaged, withDetail("damaged")};
+    }
 }
 
-Engine::~Engine()
+Result<Engine> startEngine()
 {
-    mSystem->release();
+    KESS::System* system = nullptr;
+    KESS_RESULT result = KESS_System_Create(&system, KESS_VERSION);
+    Engine engine(system);
+    if (result == KESS_OK)
+        result = engine->init(0, 0, nullptr);
+    if (result != KESS_OK)
+        return Error{ErrorCode::Memory, std::string("the engine doesn't start: ") + KESS_ErrorString(result)};
+    return engine;
 }
 
-KESS_RESULT Engine::verify(const std::string& bank, const Key& key, const Tell& tell) const
+Result<bool> verifyBank(KESS::System& engine, const std::string& path, const Key& key, const ReportFinding& report)
 {
     struct Findings
     {
-        const Tell& tell;
+        const ReportFinding& report;
         bool damaged = false;
-    } findings{tell};
+    } findings{report};
     const auto take = [](void* userData, int sound, KESS_RESULT result, const char* text) -> int {
         auto& all = *static_cast<Findings*>(userData);
         all.damaged = all.damaged || result == KESS_ERR_FILE_BAD;
-        return all.tell(sound, result, text);
+        return all.report(sound, result, text);
     };
-    const KESS_RESULT result = mSystem->verifyBank(bank.c_str(), key ? key->c_str() : nullptr, take, &findings);
+    const KESS_RESULT result = engine.verifyBank(path.c_str(), key ? key->c_str() : nullptr, take, &findings);
+    if (result == KESS_OK)
+        return true;
     if (result == KESS_ERR_FILE_COULDNOTSEEK || (result == KESS_ERR_FILE_BAD && !findings.damaged))
-        throw Failure(Status::CannotRead, "can't be read" + reasonOf(bank));
-    if (result != KESS_OK && result != KESS_ERR_FILE_BAD)
-        throw failureOf(result);
-    return result;
+        return unreadable();
+    if (result == KESS_ERR_FILE_BAD)
+        return false;
+    return engineError(result);
 }
 
-OpenedBank::OpenedBank(const Engine& engine, const std::string& path, const Key& key)
+Result<OpenedBank> OpenedBank::open(KESS::System& engine, const std::string& path, const Key& key)
 {
     KESS_CREATESOUNDEXINFO bankOnly{};
     bankOnly.cbsize = sizeof bankOnly;
     bankOnly.suggestedsoundtype = KESS_SOUND_TYPE_TNB;
     KESS::Sound* opened = nullptr;
-    KESS_RESULT result = engine.system().createSound(path.c_str(), KESS_MODE_OPENONLY, &bankOnly, &opened);
-    mBank.reset(opened);
+    KESS_RESULT result = engine.createSound(path.c_str(), KESS_MODE_OPENONLY, &bankOnly, &opened);
+    OpenedBank bank{SoundPointer(opened)};
     if (result == KESS_OK && key)
-        result = mBank->setEncryptionKey(key->c_str());
-    if (result == KESS_ERR_FILE_BAD)
-        throwFirstFault(engine, path, key);
-    require(result);
-    mInfo.cbsize = sizeof mInfo;
-    require(mBank->getBankInfo(&mInfo));
-    require(mBank->getNumSubSounds(&mSoundCount));
+        result = opened->setEncryptionKey(key->c_str());
+    if (result == KESS_ERR_FILE_BAD && !canBeDamaged(path))
+        return unreadable();
+    if (result != KESS_OK)
+        return engineError(result);
+    bank.mInfo.cbsize = sizeof bank.mInfo;
+    result = opened->getBankInfo(&bank.mInfo);
+    if (result == KESS_OK)
+        result = opened->getNumSubSounds(&bank.mSoundCount);
+    if (result != KESS_OK)
+        return engineError(result);
+    return bank;
 }
 
-SoundPointer OpenedBank::sound(int index)
+Result<SoundPointer> OpenedBank::sound(int index)
 {
     KESS::Sound* subsound = nullptr;
-    require(mBank->getSubSound(index, &subsound));
+    if (const KESS_RESULT result = mBank->getSubSound(index, &subsound); result != KESS_OK)
+        return engineError(result);
     return SoundPointer(subsound);
 }
 
-std::string OpenedBank::name(int index)
+Result<std::string> OpenedBank::name(int index)
 {
-    return nameOf(*sound(index));
+    Result<SoundPointer> subsound = sound(index);
+    if (!subsound)
+        return std::move(subsound.error());
+    return fetchName(**subsound);
 }
 
-SoundFacts OpenedBank::facts(int index)
+// The getters of an opened sound don't fail.
+Result<SoundProperties> OpenedBank::properties(int index)
 {
-    const SoundPointer subsound = sound(index);
-    SoundFacts facts;
-    facts.index = index;
-    facts.name = nameOf(*subsound);
-    require(subsound->getFormat(nullptr, &facts.format, &facts.channels, &facts.bits));
+    const Result<SoundPointer> opened = sound(index);
+    if (!opened)
+        return opened.error();
+    KESS::Sound& subsound = **opened;
+    SoundProperties properties;
+    properties.index = index;
+    properties.name = fetchName(subsound);
+    subsound.getFormat(nullptr, &properties.format, &properties.channels, &properties.bits);
     float rate = 0;
-    require(subsound->getDefaults(&rate, nullptr));
-    facts.rate = static_cast<uint32_t>(std::lround(rate));
-    require(subsound->getSampleCount(&facts.samples));
+    subsound.getDefaults(&rate, nullptr);
+    properties.rate = static_cast<uint32_t>(std::lround(rate));
+    subsound.getSampleCount(&properties.samples);
 
     KESS_ENCODING encoding{};
     encoding.cbsize = sizeof encoding;
-    require(subsound->getEncoding(&encoding));
-    facts.codec = encoding.codec;
-    facts.quality = encoding.quality;
-    facts.bytes = encoding.dataBytes;
+    subsound.getEncoding(&encoding);
+    properties.codec = encoding.codec;
+    properties.quality = encoding.quality;
+    properties.bytes = encoding.dataBytes;
 
-    Loop loop;
-    if (subsound->getLoopPoints(&loop.start, &loop.end) == KESS_OK)
-        facts.loop = loop;
+    base::Loop loop;
+    if (subsound.getLoopPoints(&loop.start, &loop.end) == KESS_OK)
+        properties.loop = loop;
     float peak = 0;
-    if (subsound->getPeak(&peak) == KESS_OK)
-        facts.peak = peak;
+    if (subsound.getPeak(&peak) == KESS_OK)
+        properties.peak = peak;
     int points = 0;
-    require(subsound->getNumSyncPoints(&points));
+    subsound.getNumSyncPoints(&points);
     for (int i = 0; i < points; ++i) {
-        SyncPoint point;
+        base::SyncPoint point;
         point.name =
-            textOf([&](char* buffer, int bytes) { return subsound->getSyncPoint(i, &point.sample, buffer, bytes); });
-        facts.syncPoints.push_back(std::move(point));
+            fetchText([&](char* buffer, int bytes) { return subsound.getSyncPoint(i, &point.frame, buffer, bytes); });
+        properties.syncPoints.push_back(std::move(point));
     }
-    return facts;
+    return properties;
 }
 
 } // namespace tnb

@@ -1,43 +1,21 @@
+// SPDX-License-Identifier: MIT
 #include "output_file.hpp"
 
-#include "failure.hpp"
+#include "base/file.hpp"
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <system_error>
+#include <utility>
+
 #include <unistd.h>
 
 namespace tnb {
 
 namespace {
 
-// The mode of a finished file: that of any new file under the user's umask. Temporary files are for their owner only.
-mode_t usualMode()
-{
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
-}
-
-// Returns 0 or an errno.
-int renameUnlessTaken(const char* from, const char* to)
-{
-    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS)
-        return errno;
-    // The file system can't check and rename in one step.
-    struct stat existing
-    { };
-    if (lstat(to, &existing) == 0)
-        return EEXIST;
-    return std::rename(from, to) == 0 ? 0 : errno;
-}
+constexpr const char* kStem = "tnb"; // of temporary files
 
 // The path of the temporary file that is being written; the signal handler removes it.
 std::atomic<const char*> unfinished = nullptr;
@@ -52,76 +30,98 @@ extern "C" void removeUnfinished(int number)
     std::raise(number);
 }
 
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
 // Signals that were ignored stay ignored.
 void removeUnfinishedOnSignals()
 {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : kSignals) {
         if (std::signal(number, removeUnfinished) == SIG_IGN)
             std::signal(number, SIG_IGN);
     }
 }
+
+// Holds the signals back, so that none arrives between the creation of a file and the storing of its path.
+class SignalBlock
+{
+public:
+    SignalBlock()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int number : kSignals)
+            sigaddset(&signals, number);
+        sigprocmask(SIG_BLOCK, &signals, &mFormer);
+    }
+    ~SignalBlock() { sigprocmask(SIG_SETMASK, &mFormer, nullptr); }
+    SignalBlock(const SignalBlock&) = delete;
+    SignalBlock& operator=(const SignalBlock&) = delete;
+
+private:
+    sigset_t mFormer;
+};
 
 } // namespace
 
 OutputFile::OutputFile(std::filesystem::path folder, std::string name)
     : mFolder(std::move(folder))
     , mName(std::move(name))
-    , mTemporary(mFolder / ".tnb-XXXXXX")
-{
-    // Set before the file exists: mkostemp() completes the name in this same buffer.
-    unfinished = mTemporary.c_str();
-    removeUnfinishedOnSignals();
-    mDescriptor = mkostemp(mTemporary.data(), O_CLOEXEC);
-    if (mDescriptor < 0) {
-        unfinished = nullptr;
-        fail("can't make", errno);
-    }
-    fchmod(mDescriptor, usualMode());
-}
+{ }
 
 OutputFile::~OutputFile()
 {
+    const SignalBlock block;
+    mFile = {};
     unfinished = nullptr;
-    if (mDescriptor < 0)
-        return;
-    close(mDescriptor);
-    unlink(mTemporary.c_str());
 }
 
-void OutputFile::write(std::span<const uint8_t> bytes)
+base::Result<> OutputFile::open()
 {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(mDescriptor, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            fail("can't write", errno);
-        bytes = bytes.subspan(static_cast<size_t>(count));
-    }
+    removeUnfinishedOnSignals();
+    const SignalBlock block;
+    base::Result<base::TemporaryFile> created = base::TemporaryFile::create(mFolder, kStem);
+    if (!created)
+        return error("can't make", created.error().systemError);
+    mFile = std::move(*created);
+    unfinished = mFile.path().c_str();
+    return {};
 }
 
-void OutputFile::commit(bool replace)
+base::Result<> OutputFile::write(std::span<const uint8_t> bytes)
 {
-    const std::string target = path();
-    const int error = replace ? (std::rename(mTemporary.c_str(), target.c_str()) == 0 ? 0 : errno)
-                              : renameUnlessTaken(mTemporary.c_str(), target.c_str());
-    if (error == EEXIST)
-        throw Failure(Status::CannotRead, target + " exists already; --force replaces it");
-    if (error != 0)
-        fail("can't make", error);
+    if (const base::Result<> written = base::writeAt(mFile.descriptor(), bytes, mBytes); !written)
+        return error("can't write", written.error().systemError);
+    mBytes += bytes.size();
+    return {};
+}
+
+base::Result<> OutputFile::commit(bool replace)
+{
+    using Existing = base::TemporaryFile::Existing;
     // Some file systems report only on close that they are full.
-    const int descriptor = mDescriptor;
-    mDescriptor = -1;
-    if (close(descriptor) != 0) {
-        const int reason = errno;
-        unlink(target.c_str());
-        fail("can't write", reason);
+    const int copy = dup(mFile.descriptor());
+    if (copy < 0 || close(copy) != 0)
+        return error("can't write", errno);
+    const SignalBlock block;
+    if (const base::Result<> named = mFile.commit(path(), replace ? Existing::Replace : Existing::Keep); !named) {
+        if (named.error().systemError == EEXIST)
+            return base::Error{base::ErrorCode::Io, path().string() + " exists already; --force replaces it", EEXIST};
+        return error("can't make", named.error().systemError);
     }
+    unfinished = nullptr;
+    return {};
 }
 
-void OutputFile::fail(const std::string& what, int error) const
+void OutputFile::removeAbandoned(const std::filesystem::path& folder)
 {
-    throw Failure(Status::CannotRead, what + " " + path().string() + ": " + std::strerror(error));
+    base::TemporaryFile::removeAbandoned(folder, kStem);
+}
+
+base::Error OutputFile::error(const char* what, int systemError) const
+{
+    return {base::ErrorCode::Io,
+            std::string(what) + " " + path().string() + ": " + std::generic_category().message(systemError),
+            systemError};
 }
 
 } // namespace tnb

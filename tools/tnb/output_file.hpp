@@ -1,39 +1,44 @@
-// A file that gets its name when it is complete, and is removed otherwise.
+// SPDX-License-Identifier: MIT
+// A file that gets its name when it is complete, and is removed otherwise, even if a signal ends the program.
 #pragma once
 
-#include <cstdint>
+#include "base/bytes.hpp"
+#include "base/temporary_file.hpp"
+
 #include <filesystem>
-#include <span>
 #include <string>
 
 namespace tnb {
 
-class OutputFile
+// The texts of its errors name the file.
+class OutputFile final : public base::ByteSink
 {
 public:
-    // Creates a temporary file in folder, which must exist. All members throw a Failure that names the file.
+    // folder must exist. Nothing is written yet.
     OutputFile(std::filesystem::path folder, std::string name);
-
-    // Removes the temporary file if it wasn't committed.
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile() override;
 
     [[nodiscard]] std::filesystem::path path() const { return mFolder / mName; }
 
-    void write(std::span<const uint8_t> bytes);
+    // Creates a temporary file in the folder.
+    base::Result<> open();
 
-    // Gives the file its name. An existing file is replaced if replace is set, otherwise it is a failure. A symbolic
+    base::Result<> write(std::span<const uint8_t> bytes) override;
+
+    // Gives the file its name. An existing file is replaced if replace is set, otherwise it is an error. A symbolic
     // link is replaced, not followed.
-    void commit(bool replace);
+    base::Result<> commit(bool replace);
+
+    // Removes the temporary files of earlier runs that were killed.
+    static void removeAbandoned(const std::filesystem::path& folder);
 
 private:
-    [[noreturn]] void fail(const std::string& what, int error) const;
+    [[nodiscard]] base::Error error(const char* what, int systemError) const;
 
     std::filesystem::path mFolder;
     std::string mName;
-    std::string mTemporary;
-    int mDescriptor = -1;
+    base::TemporaryFile mFile;
+    uint64_t mBytes = 0; // written so far
 };
 
 } // namespace tnb

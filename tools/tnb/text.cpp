@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "text.hpp"
 
 #include "base/utf8.hpp"
@@ -83,8 +84,8 @@ void writeJson(std::ostream& stream, std::string_view json, size_t blanks)
 std::string grouped(unsigned long long number)
 {
     std::string digits = std::to_string(number);
-    for (size_t place = digits.size(); place > 3; place -= 3)
-        digits.insert(place - 3, 1, ',');
+    for (size_t end = digits.size(); end > 3; end -= 3)
+        digits.insert(end - 3, 1, ',');
     return digits;
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text for a terminal: escaping and columns.
 #pragma once
 

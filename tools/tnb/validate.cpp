@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "validate.hpp"
 
 #include "text.hpp"
@@ -6,19 +7,25 @@
 
 namespace tnb {
 
-Status validate(const std::string& bank, const Key& key)
+base::Result<Status> validate(const std::string& bank, const Key& key)
 {
-    const Engine engine;
-    const KESS_RESULT result = engine.verify(bank, key, [&](int sound, KESS_RESULT found, const std::string& text) {
+    const base::Result<Engine> engine = startEngine();
+    if (!engine)
+        return engine.error();
+    const auto report = [&](int sound, KESS_RESULT found, const std::string& text) {
         std::cerr << "tnb: " << printable(bank) << (found == KESS_OK ? ": remark: " : ": ");
         if (sound >= 0)
             std::cerr << "sound " << sound << ": ";
         std::cerr << printable(text) << '\n';
         return true;
-    });
-    if (result == KESS_OK)
-        std::cout << printable(bank) << ": whole\n";
-    return result == KESS_OK ? Status::Whole : Status::Damaged;
+    };
+    const base::Result<bool> whole = verifyBank(**engine, bank, key, report);
+    if (!whole)
+        return whole.error();
+    if (!*whole)
+        return Status::Damaged;
+    std::cout << printable(bank) << ": whole\n";
+    return Status::Whole;
 }
 
 } // namespace tnb

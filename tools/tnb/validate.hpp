@@ -1,12 +1,14 @@
+// SPDX-License-Identifier: MIT
 // tnb validate: checks banks for damage.
 #pragma once
 
 #include "opened_bank.hpp"
+#include "status.hpp"
 
 namespace tnb {
 
 // Reads and decodes everything in a bank. Prints each fault and each remark on standard error, and "whole" on standard
-// output if there is no fault. Throws a Failure if the bank can't be read.
-[[nodiscard]] Status validate(const std::string& bank, const Key& key);
+// output if there is no fault.
+base::Result<Status> validate(const std::string& bank, const Key& key);
 
 } // namespace tnb

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "wav_writer.hpp"
 
 #include <array>
@@ -8,7 +9,7 @@ namespace tnb {
 
 namespace {
 
-constexpr uint64_t kMost32 = std::numeric_limits<uint32_t>::max();
+constexpr uint64_t kMaximum32 = std::numeric_limits<uint32_t>::max();
 constexpr uint16_t kFormatPcm = 1;
 constexpr uint16_t kFormatFloat = 3;
 constexpr uint16_t kFormatExtensible = 0xfffe;
@@ -51,56 +52,56 @@ void putChunk(std::vector<uint8_t>& bytes, std::string_view id, const std::vecto
 
 } // namespace
 
-WavWriter::WavWriter(const SoundFacts& facts, OutputFile& file)
-    : mFacts(facts)
+WavWriter::WavWriter(const SoundProperties& sound, base::ByteSink& file)
+    : mSound(sound)
     , mFile(file)
-    , mDataBytes(facts.samples * static_cast<uint64_t>(facts.channels * facts.bits / 8))
+    , mDataBytes(sound.samples * static_cast<uint64_t>(sound.channels * sound.bits / 8))
 {
     appendSampler(mTail);
     appendCues(mTail);
 }
 
-void WavWriter::begin()
+base::Result<> WavWriter::begin()
 {
     std::vector<uint8_t> chunks;
     putChunk(chunks, "fmt ", formatChunk());
-    if (mFacts.format == KESS_SOUND_FORMAT_PCMFLOAT) {
+    if (mSound.format == KESS_SOUND_FORMAT_PCMFLOAT) {
         std::vector<uint8_t> fact;
-        put32(fact, std::min(mFacts.samples, kMost32));
+        put32(fact, std::min(mSound.samples, kMaximum32));
         putChunk(chunks, "fact", fact);
     }
 
     const uint64_t riffBytes = 4 + chunks.size() + 8 + mDataBytes + mDataBytes % 2 + mTail.size();
-    const bool isLarge = riffBytes > kMost32;
+    const bool isLarge = riffBytes > kMaximum32;
     std::vector<uint8_t> head;
     put(head, isLarge ? "RF64" : "RIFF");
-    put32(head, isLarge ? kMost32 : riffBytes);
+    put32(head, isLarge ? kMaximum32 : riffBytes);
     put(head, "WAVE");
     if (isLarge) {
         std::vector<uint8_t> sizes;
         put64(sizes, riffBytes + 36); // this chunk is included
         put64(sizes, mDataBytes);
-        put64(sizes, mFacts.samples);
+        put64(sizes, mSound.samples);
         put32(sizes, 0); // no other chunk is large
         putChunk(head, "ds64", sizes);
     }
     head.insert(head.end(), chunks.begin(), chunks.end());
     put(head, "data");
-    put32(head, isLarge ? kMost32 : mDataBytes);
-    mFile.write(head);
+    put32(head, isLarge ? kMaximum32 : mDataBytes);
+    return mFile.write(head);
 }
 
 std::vector<uint8_t> WavWriter::formatChunk() const
 {
-    const uint16_t kind = mFacts.format == KESS_SOUND_FORMAT_PCMFLOAT ? kFormatFloat : kFormatPcm;
-    const bool isExtensible = mFacts.channels > 2;
-    const auto channels = static_cast<uint32_t>(mFacts.channels);
-    const auto bits = static_cast<uint32_t>(mFacts.bits);
+    const uint16_t kind = mSound.format == KESS_SOUND_FORMAT_PCMFLOAT ? kFormatFloat : kFormatPcm;
+    const bool isExtensible = mSound.channels > 2;
+    const auto channels = static_cast<uint32_t>(mSound.channels);
+    const auto bits = static_cast<uint32_t>(mSound.bits);
     std::vector<uint8_t> chunk;
     put16(chunk, isExtensible ? kFormatExtensible : kind);
     put16(chunk, channels);
-    put32(chunk, mFacts.rate);
-    put32(chunk, mFacts.rate * channels * (bits / 8));
+    put32(chunk, mSound.rate);
+    put32(chunk, mSound.rate * channels * (bits / 8));
     put16(chunk, channels * (bits / 8));
     put16(chunk, bits);
     if (isExtensible) {
@@ -117,17 +118,17 @@ std::vector<uint8_t> WavWriter::formatChunk() const
 
 void WavWriter::appendSampler(std::vector<uint8_t>& chunks)
 {
-    if (!mFacts.loop)
+    if (!mSound.loop)
         return;
-    if (mFacts.loop->end > kMost32) {
-        mLeavesPointsOut = true;
+    if (mSound.loop->end > kMaximum32) {
+        mOmitsPoints = true;
         return;
     }
     constexpr uint32_t kMiddleC = 60;
     std::vector<uint8_t> chunk;
     put32(chunk, 0); // manufacturer
     put32(chunk, 0); // product
-    put32(chunk, mFacts.rate > 0 ? 1'000'000'000 / mFacts.rate : 0); // nanoseconds per sample
+    put32(chunk, mSound.rate > 0 ? 1'000'000'000 / mSound.rate : 0); // nanoseconds per sample
     put32(chunk, kMiddleC);
     put32(chunk, 0); // no fraction of a semitone
     put64(chunk, 0); // no time code
@@ -135,8 +136,8 @@ void WavWriter::appendSampler(std::vector<uint8_t>& chunks)
     put32(chunk, 0); // no further bytes
     put32(chunk, 0); // its identifier
     put32(chunk, 0); // forward
-    put32(chunk, mFacts.loop->start);
-    put32(chunk, mFacts.loop->end - 1); // its last sample
+    put32(chunk, mSound.loop->start);
+    put32(chunk, mSound.loop->end - 1); // its last sample
     put32(chunk, 0); // no fraction
     put32(chunk, 0); // play count: endless
     putChunk(chunks, "smpl", chunk);
@@ -148,17 +149,17 @@ void WavWriter::appendCues(std::vector<uint8_t>& chunks)
     std::vector<uint8_t> points;
     std::vector<uint8_t> labels;
     put(labels, "adtl");
-    for (const SyncPoint& point : mFacts.syncPoints) {
-        if (point.sample > kMost32) {
-            mLeavesPointsOut = true;
+    for (const base::SyncPoint& point : mSound.syncPoints) {
+        if (point.frame > kMaximum32) {
+            mOmitsPoints = true;
             continue;
         }
         ++count;
         put32(points, count);
-        put32(points, point.sample);
+        put32(points, point.frame);
         put(points, "data");
         put64(points, 0); // offsets of chunk and block
-        put32(points, point.sample);
+        put32(points, point.frame);
         if (point.name.empty())
             continue;
         std::vector<uint8_t> label;
@@ -177,21 +178,21 @@ void WavWriter::appendCues(std::vector<uint8_t>& chunks)
         putChunk(chunks, "LIST", labels);
 }
 
-void WavWriter::write(std::span<uint8_t> samples)
+base::Result<> WavWriter::write(std::span<uint8_t> samples)
 {
     // 8-bit samples are unsigned in WAV, signed in banks.
-    if (mFacts.format == KESS_SOUND_FORMAT_PCM8) {
+    if (mSound.format == KESS_SOUND_FORMAT_PCM8) {
         for (uint8_t& sample : samples)
             sample ^= 0x80;
     }
-    mFile.write(samples);
+    return mFile.write(samples);
 }
 
-void WavWriter::finish()
+base::Result<> WavWriter::finish()
 {
     if (mDataBytes % 2 != 0)
         mTail.insert(mTail.begin(), 0);
-    mFile.write(mTail);
+    return mFile.write(mTail);
 }
 
 } // namespace tnb

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 // WAV files: RIFF, or RF64 (EBU Tech 3306) if a size needs more than 32 bits.
 #pragma once
 
+#include "base/bytes.hpp"
 #include "opened_bank.hpp"
-#include "output_file.hpp"
 
 #include <cstdint>
 #include <span>
@@ -15,29 +16,29 @@ namespace tnb {
 class WavWriter
 {
 public:
-    // facts and file must outlive the writer. Writes nothing yet.
-    WavWriter(const SoundFacts& facts, OutputFile& file);
+    // sound and file must outlive the writer. Writes nothing yet.
+    WavWriter(const SoundProperties& sound, base::ByteSink& file);
 
-    // Whether the loop or a sync point was left out because its position needs more than 32 bits.
-    [[nodiscard]] bool leavesPointsOut() const { return mLeavesPointsOut; }
+    // Whether the loop or a sync point is omitted because its position needs more than 32 bits.
+    [[nodiscard]] bool omitsPoints() const { return mOmitsPoints; }
 
-    void begin();
+    base::Result<> begin();
 
-    // Takes samples as the engine delivers them and converts them in place. The total length must be that of facts.
-    void write(std::span<uint8_t> samples);
+    // Takes samples as the engine delivers them and converts them in place. The total length must be that of the sound.
+    base::Result<> write(std::span<uint8_t> samples);
 
-    void finish();
+    base::Result<> finish();
 
 private:
     [[nodiscard]] std::vector<uint8_t> formatChunk() const;
     void appendSampler(std::vector<uint8_t>& chunks);
     void appendCues(std::vector<uint8_t>& chunks);
 
-    const SoundFacts& mFacts;
-    OutputFile& mFile;
+    const SoundProperties& mSound;
+    base::ByteSink& mFile;
     uint64_t mDataBytes;
     std::vector<uint8_t> mTail; // the chunks after the samples
-    bool mLeavesPointsOut = false;
+    bool mOmitsPoints = false;
 };
 
 } // namespace tnb

@@ -1,4 +1,5 @@
-// XXH3-64, the checksum of headers, tables, chunks and sample data: against damage, not against forgery.
+// SPDX-License-Identifier: MIT
+// XXH3-64, the checksum of headers, tables, chunks and sample data. It detects damage, but not forgery.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +14,7 @@ namespace bank {
 [[nodiscard]] uint64_t checksum(std::span<const uint8_t> bytes);
 [[nodiscard]] uint64_t checksum(std::span<const std::byte> bytes);
 
-// The same over bytes that arrive piece by piece.
+// The same checksum, of bytes that arrive in pieces.
 class RunningChecksum
 {
 public:

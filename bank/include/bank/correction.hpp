@@ -1,12 +1,14 @@
+// SPDX-License-Identifier: MIT
 // Corrections of decoded samples around the seam of a loop.
 //
-// A lossy codec's error is nowhere the same: it rises and falls from block to block, and where a loop jumps two blocks
-// meet that were never neighbours. So the error of the samples on both sides of the seam is stored beside the encoded
-// data in two bits a sample, and the decoder takes off about two thirds of it. What then remains can be corrected
-// again.
+// The error of a lossy codec varies from block to block. Where a loop jumps, two blocks meet that weren't neighbours in
+// the source, and their errors don't match. So the error of the samples on both sides of the seam is stored in the
+// bank, in two bits per sample, and the decoder removes about two thirds of it. A second correction can reduce the
+// remaining error further.
 //
-// Every segment of kCorrectionSegment frames of a channel has a scale, such as the root mean square of the error, and
-// every sample a code of two bits, for the four levels by which a normal distribution is told best (Max 1960, table I).
+// Each segment of kCorrectionSegment frames of a channel has a scale, such as the root mean square of the error. Each
+// sample has a code of two bits, which selects one of four levels: those of the optimum quantiser for a normal
+// distribution (Max 1960, table I).
 #pragma once
 
 #include <cstddef>
@@ -18,16 +20,17 @@ namespace bank {
 
 inline constexpr uint32_t kCorrectionSegment = 64;
 
-// Of one correction. A few times what is of use around a seam, and little enough for every sound of a bank.
-inline constexpr uint32_t kMostCorrectedFrames = 1024;
+// The maximum length of one correction: a few times what is useful around a seam, and small enough for every sound of a
+// bank to have one.
+inline constexpr uint32_t kMaximumCorrectedFrames = 1024;
 
-// What is to be added to the decoded frames first to first + frames - 1.
+// What the decoder adds to the decoded frames first to first + frames - 1.
 struct Correction
 {
     uint64_t first = 0; // frame of the sound
-    uint32_t frames = 0; // 1 to kMostCorrectedFrames
-    std::vector<uint8_t> scales; // correctionScales() for each channel, channel after channel; see correctionScale()
-    std::vector<uint8_t> codes; // correctionCodeBytes() for each channel, four samples a byte, the lowest bits first
+    uint32_t frames = 0; // 1 to kMaximumCorrectedFrames
+    std::vector<uint8_t> scales; // correctionScales() per channel, channel by channel; see correctionScale()
+    std::vector<uint8_t> codes; // correctionCodeBytes() per channel, four samples per byte, lowest bits first
 
     bool operator==(const Correction&) const = default;
 };
@@ -35,20 +38,21 @@ struct Correction
 [[nodiscard]] size_t correctionScales(uint32_t frames); // of one channel
 [[nodiscard]] size_t correctionCodeBytes(uint32_t frames); // of one channel
 
-// The root mean square that a scale stands for: none for 0, otherwise 2^((scale - 256) / 8) of full scale.
+// The root mean square that a scale stands for: 0 for scale 0, otherwise 2^((scale - 256) / 8) of full scale.
 [[nodiscard]] float correctionScale(uint8_t scale);
 
-// The scale that is nearest to a root mean square.
+// The scale nearest to a root mean square.
 [[nodiscard]] uint8_t nearestCorrectionScale(float rootMeanSquare);
 
-// Of the four values that a sample can be corrected by, the one that comes closest to what is missing. unit is above 0.
+// Returns the one of the four possible corrections of a sample that is nearest to missing. unit, the root mean square
+// of the segment's scale, is above 0.
 [[nodiscard]] float nearestCorrection(float missing, float unit);
 
-// The correction with these scales that comes closest to what is missing: source minus decoded, interleaved.
+// The correction with these scales that is nearest to missing, which is source minus decoded, interleaved.
 [[nodiscard]] Correction makeCorrection(uint64_t first, int channels, std::span<const float> missing,
                                         std::vector<uint8_t> scales);
 
-// The interleaved values to be added.
+// The interleaved values to add.
 [[nodiscard]] std::vector<float> expandCorrection(const Correction& correction, int channels);
 
 } // namespace bank

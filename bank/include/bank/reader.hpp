@@ -1,9 +1,10 @@
-// Reads a bank: its header and tables on opening, everything else when asked.
+// SPDX-License-Identifier: MIT
+// Reads a bank: the header and the tables when it is opened, everything else on request.
 //
-// Nothing in the file is trusted: lengths and offsets are checked before they are used, and no more memory is taken
-// than the file could hold. One reader belongs to one thread at a time.
+// Nothing in the file is trusted: lengths and offsets are checked before they are used, and no allocation exceeds the
+// size of the file. Only one thread at a time may use a reader.
 //
-// Where a call takes a fault and that isn't null, it gets what is damaged, in words for people, with Error::Damaged.
+// With ErrorCode::Damaged, Error::text says what is damaged, without the name of the file or the sound.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -14,17 +15,18 @@
 
 namespace bank {
 
-// What the first bytes of a file tell.
+// What the first bytes of a file say.
 enum class Kind
 {
     Plain,
     Encrypted
 };
 
-// Error::NotABank, Error::Version, Error::Damaged (begins as a bank but is too short for a header), Error::Io.
-Result<Kind> probe(const ByteSource& source, std::string* fault = nullptr);
+// ErrorCode::Format, ErrorCode::Version, ErrorCode::Damaged (begins as a bank but is too short for a header),
+// ErrorCode::Io.
+base::Result<Kind> probe(const base::ByteSource& source);
 
-// What the header tells.
+// What the header contains.
 struct BankInfo
 {
     uint16_t majorVersion = 0;
@@ -36,60 +38,53 @@ struct BankInfo
     std::optional<std::array<uint8_t, 16>> guid;
 };
 
-// A sound's row of the table, its name, and where its parts lie in the plain layout.
-struct SoundEntry
+// A sound's row in the sound table, its name, and the offset of its data in the plain layout.
+struct SoundEntry : EncodedFacts
 {
-    Codec codec = Codec::Pcm;
-    SampleFormat sampleFormat = SampleFormat::None;
-    uint16_t channels = 0;
-    uint32_t sampleRate = 0;
-    uint64_t sampleCount = 0;
-    uint32_t leadIn = 0;
-    uint8_t quality = 0;
     std::optional<uint32_t> setup; // index of the shared setup
     uint32_t chunksBytes = 0;
     uint64_t dataOffset = 0;
-    uint64_t dataBytes = 0;
     std::string_view name; // valid as long as the reader
 };
 
-// One opened bank. Gives what it holds as values; the encoded data is read from source().
+// One opened bank. Returns its contents as values; the encoded data is read from source().
 class BankReader
 {
 public:
-    // Opens the plain layout: of an unencrypted file, or of an encrypted one through unlock(). Reads the header and
-    // the tables and verifies their checksums, every offset in them, and that no byte is in two sounds. Errors of
-    // probe(), Error::KeyMissing for an encrypted file, Error::Damaged, Error::Memory.
-    static Result<BankReader> open(std::shared_ptr<const ByteSource> source, std::string* fault = nullptr);
+    // Opens the plain layout: that of an unencrypted file, or of an encrypted one through unlock(). Reads the header
+    // and the tables, and verifies their checksums, every offset in them, and that no two sounds share a byte. Errors
+    // of probe(), ErrorCode::KeyMissing for an encrypted file, ErrorCode::Damaged, ErrorCode::Memory.
+    static base::Result<BankReader> open(std::shared_ptr<const base::ByteSource> source);
 
     BankReader(BankReader&&) noexcept;
     BankReader& operator=(BankReader&&) noexcept;
     ~BankReader();
 
     [[nodiscard]] const BankInfo& info() const;
-    [[nodiscard]] const std::shared_ptr<const ByteSource>& source() const;
+    [[nodiscard]] const std::shared_ptr<const base::ByteSource>& source() const;
 
     // index is below info().soundCount (asserted).
     [[nodiscard]] SoundEntry entry(uint32_t index) const;
 
-    // Everything about a sound: reads and verifies its chunks and its setup. Error::NotFound, Error::Damaged, Io.
-    Result<Sound> sound(uint32_t index) const;
+    // Reads everything about a sound, and verifies its chunks and its setup. ErrorCode::NotFound, ErrorCode::Damaged,
+    // ErrorCode::Io.
+    base::Result<Sound> sound(uint32_t index) const;
 
-    // The same without the setup, which is best read once for all sounds that share it.
-    Result<Sound> soundWithoutSetup(uint32_t index, std::string* fault = nullptr) const;
-    Result<std::vector<uint8_t>> setup(uint32_t setupIndex, std::string* fault = nullptr) const;
+    // The same without the setup, which callers read once for all sounds that share it.
+    base::Result<Sound> soundWithoutSetup(uint32_t index) const;
+    base::Result<std::vector<uint8_t>> setup(uint32_t setupIndex) const;
     [[nodiscard]] uint32_t setupCount() const;
     [[nodiscard]] uint32_t setupBytes(uint32_t setupIndex) const; // setupIndex is below setupCount() (asserted)
 
-    // The first sound of that name, compared byte by byte. Error::NotFound.
-    Result<uint32_t> find(std::string_view name) const;
+    // The first sound of that name, compared byte by byte. ErrorCode::NotFound.
+    base::Result<uint32_t> find(std::string_view name) const;
 
-    // Reads all bytes of a sound and verifies their checksum. Error::NotFound, Error::Damaged, Error::Io.
-    Error verifyData(uint32_t index, std::string* fault = nullptr) const;
+    // Reads all bytes of a sound and verifies their checksum. ErrorCode::NotFound, ErrorCode::Damaged, ErrorCode::Io.
+    base::Result<> verifyData(uint32_t index) const;
 
-    // Whether every sound is found by its name. Opening doesn't check that: a wrong index of names misleads a search,
-    // and nothing else. Error::Damaged.
-    Error verifyNames(std::string* fault = nullptr) const;
+    // Verifies that every sound is found by its name. open() doesn't check this: a wrong index of names only misleads
+    // searches. ErrorCode::Damaged.
+    base::Result<> verifyNames() const;
 
 private:
     struct Tables;
@@ -97,15 +92,15 @@ private:
     std::unique_ptr<Tables> mTables;
 };
 
-// Presents the plain layout of the encrypted bank in source. Pieces are read, authenticated and decrypted as they are
-// asked for, in any order; a few are kept. The source given back belongs to one thread at a time. Takes about 19 MiB
-// and some tens of milliseconds while the key is derived. Error::KeyWrong, Error::Damaged, Error::NotABank (not
-// encrypted), Error::Version, Error::Memory, Error::Io.
-Result<std::shared_ptr<const ByteSource>> unlock(std::shared_ptr<const ByteSource> source, std::string_view key,
-                                                 std::string* fault = nullptr);
+// Returns the plain layout of the encrypted bank in source. Pieces are read, authenticated and decrypted on demand, in
+// any order; a few are kept in memory. Only one thread at a time may use the returned source. Deriving the key takes
+// about 19 MiB and some tens of milliseconds. ErrorCode::KeyWrong, ErrorCode::Damaged, ErrorCode::Format (not
+// encrypted), ErrorCode::Version, ErrorCode::Memory, ErrorCode::Io.
+base::Result<std::shared_ptr<const base::ByteSource>> unlock(std::shared_ptr<const base::ByteSource> source,
+                                                             std::string_view key);
 
-// Checks what an encrypted bank shows without its key: header, its checksum and the size of the file. Error::Damaged,
-// Error::NotABank, Error::Version, Error::Io.
-Error checkLocked(const ByteSource& source, std::string* fault = nullptr);
+// Checks what can be checked in an encrypted bank without its key: the header, its checksum and the size of the file.
+// ErrorCode::Damaged, ErrorCode::Format, ErrorCode::Version, ErrorCode::Io.
+base::Result<> checkLocked(const base::ByteSource& source);
 
 } // namespace bank

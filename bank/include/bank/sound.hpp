@@ -1,18 +1,21 @@
-// One encoded sound: what is known of it beside its encoded bytes, and the one form in which that is stored.
+// SPDX-License-Identifier: MIT
+// One encoded sound: its properties, without the encoded data, and their serialised form.
 //
-// The same serialised form stands in a bank and in an entry of the builder's cache, so that a cached sound goes into a
-// bank by copying. It is
+// Banks and the entries of the builder's cache contain the same serialised form, so a cached sound is copied into a
+// bank unchanged. The form consists of
 //
-//     record     kSoundRecordBytes   codec, shape, sizes and checksums; the row of a bank's sound table
-//     setup size u32, then u32 zero
-//     setup      the decoder's setup, shared between the sounds of a bank (Vorbis headers, Opus channel mapping)
-//     chunks     everything optional: loop, sync points, peak, seek table, corrections around the loop's seam
+//     record     kSoundRecordBytes   codec, channels, rate, lengths, sizes and checksums; the row of a bank's sound
+//     table setup size u32, then u32 zero setup      the decoder's setup, shared between the sounds of a bank (Vorbis
+//     headers, Opus channel mapping) chunks     everything optional: loop, sync points, peak, seek table, corrections
+//     around the loop's seam
 //
-// and the encoded data is stored apart from it. docs/tnb-format.md tells every field.
+// The encoded data is stored separately. docs/tnb-format.md describes every field.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/correction.hpp"
+#include "base/bytes.hpp"
+#include "base/markers.hpp"
+#include "base/result.hpp"
 
 #include <optional>
 #include <string>
@@ -23,16 +26,16 @@ namespace bank {
 inline constexpr int kMaximumChannels = 32;
 inline constexpr uint32_t kMaximumSampleRate = 768'000; // hertz
 inline constexpr uint32_t kMaximumQuality = 100;
-inline constexpr uint32_t kMaximumLeadIn = 131'072;
+inline constexpr uint32_t kMaximumPreSkip = 131'072;
 inline constexpr size_t kMaximumNameBytes = 65'535; // of a sound or a sync point
 inline constexpr size_t kMaximumSetupBytes = 1 << 20;
 inline constexpr size_t kMaximumSyncPoints = 65'536;
 inline constexpr size_t kMaximumSeekPoints = 131'072;
-inline constexpr size_t kMaximumChunksBytes = 8 << 20; // of all that is optional in a sound
+inline constexpr size_t kMaximumChunksBytes = 8 << 20; // of all chunks of a sound
 inline constexpr size_t kMaximumPacketBytes = (1 << 21) - 1; // of a Vorbis or Opus packet
 inline constexpr size_t kSoundRecordBytes = 96;
 
-// How the data of a sound is encoded. The numbers are those of TARNOK_FORMAT and are stored.
+// How the data of a sound is encoded. The numbers are those of TARNOK_FORMAT and are stored in banks.
 enum class Codec : uint8_t
 {
     Pcm = 0,
@@ -44,8 +47,8 @@ enum class Codec : uint8_t
 };
 inline constexpr size_t kCodecCount = 6;
 
-// Kind of a sample: interleaved, little-endian, 8-bit signed, 24-bit packed in 3 bytes, float at full scale -1 to 1.
-// The numbers are those of KESS_SOUND_FORMAT and are stored.
+// The format of samples: interleaved, little-endian; 8 bits are signed, 24 bits are packed in 3 bytes, and floats have
+// a full scale of -1 to 1. The numbers are those of KESS_SOUND_FORMAT and are stored in banks.
 enum class SampleFormat : uint8_t
 {
     None = 0,
@@ -56,31 +59,19 @@ enum class SampleFormat : uint8_t
     Float = 5,
 };
 
-// Bytes of one sample of one channel; 0 for None and for a number that is none of the above.
+// Whether the codec has a quality setting.
+[[nodiscard]] constexpr bool hasQuality(Codec codec)
+{
+    return codec != Codec::Pcm && codec != Codec::Kadpcm;
+}
+
+// Bytes of one sample of one channel; 0 for None and for unknown numbers.
 [[nodiscard]] size_t bytesPerSample(SampleFormat format);
 
-// Samples start to end, end not included; start < end <= the sound's length.
-struct Loop
-{
-    uint64_t start = 0;
-    uint64_t end = 0;
-
-    bool operator==(const Loop&) const = default;
-};
-
-// A place in a sound that a game may be told of as it is played.
-struct SyncPoint
-{
-    uint64_t sample = 0; // at most the sound's length
-    std::string name; // UTF-8 without NUL, at most kMaximumNameBytes, may be empty
-
-    bool operator==(const SyncPoint&) const = default;
-};
-
-// A place from which decoding can begin: a decoder that is reset and fed from the packet at offset delivers the sample
-// at position first. Positions count decoded samples from the first that a decoder delivers for the whole stream, so
-// that the sound's own first sample is at position leadIn. Both members rise strictly from point to point; the start
-// of the stream (0, 0) is a seek point without being listed.
+// A position from which decoding can begin: after a reset, a decoder that gets the packets from offset on delivers the
+// sample at position first. Positions count decoded samples from the start of the stream, so the first sample of the
+// sound is at position preSkip. Both members rise strictly from point to point. The start of the stream (0, 0) is
+// always a seek point and isn't listed.
 struct SeekPoint
 {
     uint64_t position = 0;
@@ -89,38 +80,47 @@ struct SeekPoint
     bool operator==(const SeekPoint&) const = default;
 };
 
-// What is known of one encoded sound. All positions and lengths are samples of one channel.
-struct Sound
+// What a row of the sound table says about the encoded data. All positions and lengths count frames: one sample of
+// every channel.
+struct EncodedFacts
 {
     Codec codec = Codec::Pcm;
-    SampleFormat sampleFormat = SampleFormat::Pcm16; // PCM: of the data. Others: what decoding to integers gives, Pcm16
+    SampleFormat sampleFormat =
+        SampleFormat::Pcm16; // of PCM data; for other codecs what decoding to integers gives, Pcm16
     uint16_t channels = 1; // 1 to kMaximumChannels
     uint32_t sampleRate = 44'100; // hertz, 1 to kMaximumSampleRate
-    uint64_t sampleCount = 0; // length of the sound; 0 for one that couldn't be encoded
-    uint32_t leadIn = 0; // decoded samples to drop before the first of the sound, at most kMaximumLeadIn
-    uint8_t quality = 0; // 1 to 100 for the codecs that have one, otherwise 0
+    uint64_t sampleCount = 0; // length of the sound; 0 if it couldn't be encoded
+    uint32_t preSkip = 0; // decoded frames to drop before the first one of the sound, at most kMaximumPreSkip
+    uint8_t quality = 0; // 1 to 100 for codecs that have one, otherwise 0
     uint64_t dataBytes = 0; // size of the encoded data
     uint64_t dataChecksum = 0; // XXH3-64 of the encoded data
 
+    bool operator==(const EncodedFacts&) const = default;
+};
+
+// All properties of one encoded sound.
+struct Sound : EncodedFacts
+{
     std::vector<uint8_t> setup;
 
-    std::optional<Loop> loop;
-    std::vector<SyncPoint> syncPoints; // by rising sample, at most kMaximumSyncPoints
+    std::optional<base::Loop> loop;
+    // In order of their frames, at most kMaximumSyncPoints. Names contain no NUL and have at most kMaximumNameBytes.
+    std::vector<base::SyncPoint> syncPoints;
     std::optional<float> peak; // largest absolute sample of the source, 1 is full scale
     std::vector<SeekPoint> seekPoints; // at most kMaximumSeekPoints
-    std::vector<Correction> corrections; // of the codecs that decode to float
+    std::vector<Correction> corrections; // only with codecs that decode to float
 
     bool operator==(const Sound&) const = default;
 };
 
-// The place-holder of a sound that couldn't be encoded: PCM without samples or data.
+// The placeholder for a sound that couldn't be encoded: PCM without samples or data.
 [[nodiscard]] Sound emptySound();
 
-// Puts sound into its stored form. sound is valid by the ranges above (asserted).
+// Returns the serialised form of sound, whose members must be in the ranges above (asserted).
 [[nodiscard]] std::vector<uint8_t> serialise(const Sound& sound);
 
-// Reads the stored form, which must fill bytes exactly. Chunks of an unknown tag are skipped. Every value is checked
-// against the ranges above and the checksum of the chunks is verified. Error::Damaged: any of it fails.
-Result<Sound> deserialise(std::span<const uint8_t> bytes);
+// Reads the serialised form, which must fill bytes exactly. Skips chunks with unknown tags. ErrorCode::Damaged: a value
+// is outside the ranges above, or the chunks don't match their checksum.
+base::Result<Sound> deserialise(std::span<const uint8_t> bytes);
 
 } // namespace bank

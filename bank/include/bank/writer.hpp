@@ -1,8 +1,9 @@
-// Lays out a bank and writes it front to back.
+// SPDX-License-Identifier: MIT
+// Lays out a bank and writes it from start to end.
 //
-// The writer holds of each sound its row of the table and its name, a few hundred bytes; chunks and encoded data stay
-// where they are stored (an entry of a cache, a temporary file) and are copied when the bank is written, each compared
-// with its checksum. The same sounds, names and settings give the same bytes.
+// The writer keeps the table row and the name of each sound in memory, a few hundred bytes. Chunks and encoded data
+// stay where they are stored (a cache entry, a temporary file). They are copied when the bank is written, and each is
+// compared with its checksum. The same sounds, names and settings give the same bytes.
 //
 //     BankWriter writer(settings);
 //     for each sound: writer.add(name, sound);
@@ -18,60 +19,61 @@
 
 namespace bank {
 
-// What belongs to the bank and not to a sound.
+// Settings of the whole bank.
 struct BankSettings
 {
-    Codec format = Codec::Pcm; // the format of the whole bank; each sound still tells its own
+    Codec format = Codec::Pcm; // of the whole bank; each sound also records its own
     uint32_t quality = 0; // 0 to 100, of the whole bank
-    bool guid = true; // false: the bank carries none
-    bool names = true; // false: the bank carries none and finds sounds by index alone
+    bool guid = true; // false: the bank has none
+    bool names = true; // false: the bank has none, and its sounds are found by index only
 };
 
-// Where the stored form of one sound (serialise) and its encoded data lie.
+// Where the serialised form of one sound and its encoded data are stored.
 struct StoredSound
 {
-    std::shared_ptr<const ByteSource> source;
+    std::shared_ptr<const base::ByteSource> source;
     uint64_t recordOffset = 0; // of the serialised form
     uint64_t dataOffset = 0; // of the encoded data, Sound::dataBytes long
-    std::shared_ptr<const ByteSource> dataSource = nullptr; // where the data lies if not in source
+    std::shared_ptr<const base::ByteSource> dataSource = nullptr; // where the data is stored if not in source
 };
 
-// Hands the stored sounds to the writer.
+// Gives the writer access to the stored sounds.
 class StoredSounds
 {
 public:
     virtual ~StoredSounds() = default;
 
-    // The sound that was the index-th to be added. The writer asks for one at a time, in rising order, and lets go of
-    // it before the next; for an encrypted bank it goes through all of them twice.
-    virtual Result<StoredSound> open(size_t index) = 0;
+    // Returns the sound that was added with that index. The writer opens one sound at a time, in rising order, and
+    // releases it before the next. For an encrypted bank it reads all sounds twice.
+    virtual base::Result<StoredSound> open(size_t index) = 0;
 };
 
-// See above. Sounds are added in the order of the bank, then it is written, as often as wanted.
+// Add the sounds in the order of the bank, then write it, as often as you like.
 class BankWriter
 {
 public:
     explicit BankWriter(const BankSettings& settings);
     ~BankWriter();
 
-    // Appends a sound; indices count from 0. name is UTF-8 without NUL (asserted), at most 65,535 bytes (longer ones
-    // are cut at a character), and need not be unique: the first of equal names is the one that is found. Only what the
-    // table needs of sound is kept.
+    // Appends a sound; indices count from 0. name is UTF-8 without NUL (asserted). Names of more than 65,535 bytes are
+    // cut between characters. Names need not be unique: a search finds the first of several equal names. Keeps only
+    // what the tables need of sound.
     void add(std::string_view name, const Sound& sound);
 
-    // Size of the file that write or writeEncrypted makes, in bytes.
+    // Size in bytes of the file that write or writeEncrypted produces.
     [[nodiscard]] uint64_t fileBytes() const;
     [[nodiscard]] uint64_t encryptedFileBytes() const;
 
-    // Writes the bank. stop is looked at after at most 256 KiB of copying. Error::Cancelled; whatever sink or stored
-    // answered; Error::TooMany: the tables are larger than readers accept; Error::Damaged: a stored sound is not the
-    // one that was added. What sink got until then is of no use.
-    Error write(ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
+    // Writes the bank. Checks stop at least every 256 KiB. ErrorCode::Cancelled. ErrorCode::Invalid: the tables are
+    // larger than readers accept. ErrorCode::Damaged: a stored sound isn't the one that was added. Passes on the errors
+    // of sink and stored. After an error, what sink received is useless.
+    base::Result<> write(base::ByteSink& sink, StoredSounds& stored, std::stop_token stop) const;
 
-    // The same, encrypted with key (any bytes, at least one). Goes through the stored sounds twice, first for the
-    // digest that the salt is made of. Error::Invalid: empty key. Error::Damaged also when a stored sound changed
-    // between the two. Takes about 19 MiB of memory while the key is derived.
-    Error writeEncrypted(ByteSink& sink, StoredSounds& stored, std::string_view key, const std::stop_token& stop) const;
+    // The same, encrypted with key (any bytes, at least one). Reads the stored sounds twice, first for the digest from
+    // which the salt is taken. ErrorCode::Invalid: also for an empty key. ErrorCode::Damaged: also if a stored sound
+    // has changed between the two passes. Deriving the key takes about 19 MiB of memory.
+    base::Result<> writeEncrypted(base::ByteSink& sink, StoredSounds& stored, std::string_view key,
+                                  const std::stop_token& stop) const;
 
 private:
     struct Plan;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kadpcm/analysis.hpp"
 
 #include "kadpcm/format.hpp"
@@ -12,8 +13,8 @@ namespace bank::kadpcm {
 
 namespace {
 
-constexpr size_t kOverlap = 256; // samples on each side of a superblock that its window reaches into
-constexpr size_t kEdgeTaper = 64; // where the sound ends and there is nothing to reach into
+constexpr size_t kOverlap = 256; // samples that the window of a superblock includes on each side
+constexpr size_t kEdgeTaper = 64; // at the ends of the sound, where there are no such samples
 constexpr int kFewestCoupledFrames = 64;
 constexpr int kCouplingTrialOrder = 8;
 constexpr double kCouplingGain = 0.8; // coupling must leave less than this of the energy
@@ -21,8 +22,8 @@ constexpr double kCouplingGain = 0.8; // coupling must leave less than this of t
 constexpr size_t kLagsAtOnce = 12;
 constexpr size_t kLags = (kMaximumOrder + kLagsAtOnce) / kLagsAtOnce * kLagsAtOnce;
 
-// The sums of x[i] * x[i - lag - n] for n = 0 to kLagsAtOnce - 1. Many at once, because a single sum would wait for
-// each of its additions.
+// The sums of x[i] * x[i - lag - n] for n = 0 to kLagsAtOnce - 1. Several sums are computed at once, because the
+// additions of a single sum would have to wait for each other.
 void correlateLags(const double* x, size_t length, size_t lag, double* result)
 {
     __m128d sums[kLagsAtOnce / 2];
@@ -43,7 +44,7 @@ void correlateLags(const double* x, size_t length, size_t lag, double* result)
     }
 }
 
-// The samples of a superblock with some of those around it, rising and falling smoothly at the ends.
+// The samples of a superblock and some of its neighbours, faded in and out at the ends.
 class Window
 {
 public:
@@ -78,7 +79,7 @@ public:
     }
 
 private:
-    static constexpr size_t kPadding = kLags; // zeros that the lags reach back to
+    static constexpr size_t kPadding = kLags; // zeros before the samples, for the lags
 
     static double slope(size_t i, size_t length)
     {
@@ -94,8 +95,8 @@ private:
     std::vector<double> mX;
 };
 
-// The share of the channel before that, taken away, leaves least. Differences of neighbours stand for the samples:
-// the deep frequencies, which predict well anyway, would otherwise decide alone.
+// The share of the previous channel whose subtraction leaves the least energy. It is computed from differences of
+// adjacent samples: otherwise the low frequencies would dominate, which are predicted well anyway.
 int bestCoupling(std::span<const int16_t> samples, std::span<const int16_t> previous)
 {
     int64_t product = 0;
@@ -140,7 +141,7 @@ Analysis analyse(std::span<const int16_t> samples, std::span<const int16_t> prev
 
 Fit fitPredictors(const Analysis& analysis, double noise, int highestOrder)
 {
-    // The tiny additions keep the recursion from dividing by rounding errors where prediction is all but perfect.
+    // The tiny additions keep the recursion from dividing by rounding errors where the prediction is almost perfect.
     constexpr double kRelativeFloor = 1e-9;
     constexpr double kAbsoluteFloor = 1e-3;
     const auto& r = analysis.correlation;
@@ -188,7 +189,7 @@ double approximateLog2(double value)
         return -1074;
     int exponent = 0;
     const double mantissa = std::frexp(value, &exponent);
-    // The series of 2 / ln 2 * artanh(t) around the middle of 0.5 to 1, where the mantissa lies.
+    // The series of 2 / ln 2 * artanh(t) around the middle of the mantissa's range of 0.5 to 1.
     const double t = (mantissa - 0.70710678118654752) / (mantissa + 0.70710678118654752);
     const double t2 = t * t;
     return exponent - 0.5 + t * (2.8853900817779268 + t2 * (0.9617966939259756 + t2 * 0.5770780163555854));

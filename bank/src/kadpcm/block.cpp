@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "kadpcm/block.hpp"
 
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "kadpcm/format.hpp"
 #include "kadpcm/prediction.hpp"
 
@@ -179,7 +180,7 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
 void appendConstant(std::span<const int16_t> samples, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     bytes.push_back(kConstantMode);
-    appendLittle(bytes, samples[0]);
+    base::appendLittle(bytes, samples[0]);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -187,7 +188,7 @@ void appendPlain(std::span<const int16_t> samples, std::span<int16_t> decoded, s
 {
     bytes.push_back(kPlainMode);
     for (const int16_t sample : samples)
-        appendLittle(bytes, sample);
+        base::appendLittle(bytes, sample);
     std::copy(samples.begin(), samples.end(), decoded.begin());
 }
 
@@ -244,7 +245,7 @@ void encodeBlock(std::span<const int16_t> samples, std::span<const int16_t> prev
                  const Plan& plan, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)
 {
     const size_t begin = bytes.size();
-    appendLittle(bytes, uint16_t{0});
+    base::appendLittle(bytes, uint16_t{0});
     if (analysis.constant) {
         appendConstant(samples, decoded, bytes);
     } else {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Encodes one channel of one superblock of KADPCM with a given step: the part of the encoder that writes bits.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "bank/bytes.hpp"
+// SPDX-License-Identifier: MIT
+#include "base/bytes.hpp"
 #include "kadpcm/format.hpp"
 #include "kadpcm/prediction.hpp"
 
@@ -129,7 +130,7 @@ bool decodePlain(std::span<const uint8_t> bytes, const Channel& channel)
     if (bytes.size() != 2 * static_cast<size_t>(channel.frames))
         return false;
     for (int n = 0; n < channel.frames; ++n)
-        channel.at(n) = loadLittle<int16_t>(bytes.data() + 2 * static_cast<size_t>(n));
+        channel.at(n) = base::loadLittle<int16_t>(bytes.data() + 2 * static_cast<size_t>(n));
     return true;
 }
 
@@ -138,7 +139,7 @@ bool decodeConstant(std::span<const uint8_t> bytes, const Channel& channel)
     if (bytes.size() != 2)
         return false;
     for (int n = 0; n < channel.frames; ++n)
-        channel.at(n) = loadLittle<int16_t>(bytes.data());
+        channel.at(n) = base::loadLittle<int16_t>(bytes.data());
     return true;
 }
 
@@ -366,7 +367,7 @@ std::span<const uint8_t> firstBlock(std::span<const uint8_t> bytes)
 {
     if (bytes.size() < 2)
         return {};
-    const size_t size = loadLittle<uint16_t>(bytes.data());
+    const size_t size = base::loadLittle<uint16_t>(bytes.data());
     return size <= bytes.size() - 2 ? bytes.subspan(2, size) : std::span<const uint8_t>();
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kadpcm/block.hpp"
 #include "kadpcm/format.hpp"
 
@@ -11,20 +12,20 @@ namespace bank::kadpcm {
 
 namespace {
 
-// All side information counted. What a bank adds to find superblocks by is to fit below 4.35.
+// Includes all side information. Together with the seek points that a bank adds, it stays below 4.35.
 constexpr double kBitsPerSample = 4.335;
-// A short sound may take so many bits a channel more, less one for some frames: its header and its first sample
-// would otherwise leave too little for the rest.
+// A short sound gets this many extra bits per channel, minus one bit for every kFramesPerShortSoundBit frames: without
+// them its header and first sample would leave too little for the rest.
 constexpr double kShortSoundBits = 96;
 constexpr double kFramesPerShortSoundBit = 8;
-// Bits a sample that may remain of a budget. A step is about 1/16.
+// Bits per sample that may be left of a budget. One step changes the rate by about 1/16.
 constexpr double kTolerance = 0.07;
-// Of a segment's budget, what may be added to it because the segments before needed less.
-constexpr double kLargestCarry = 0.25;
-// Superblocks from which the step of a segment is estimated.
+// How much unused budget of earlier segments a segment may get, as a share of its own budget.
+constexpr double kMaximumCarry = 0.25;
+// Number of superblocks from which the step of a segment is estimated.
 constexpr int kSurveyedSuperblocks = 12;
 
-// Mean square of an error that doesn't matter anywhere, in steps of 16 bits: -96 dB of full scale, what dither makes.
+// Mean square of an error that never matters, in steps of 16 bits: -96 dB of full scale, the level of dither.
 constexpr double kNoError = 0.25;
 
 double squaredDifference(std::span<const int16_t> a, std::span<const int16_t> b)
@@ -37,7 +38,7 @@ double squaredDifference(std::span<const int16_t> a, std::span<const int16_t> b)
 
 } // namespace
 
-// The samples that wait, and the choice of the one step that brings them into their budget.
+// Collects samples, and encodes them with the one step that fits their budget.
 class Encoder::Segment
 {
 public:
@@ -54,7 +55,7 @@ public:
 
     void append(std::span<const int16_t> interleaved);
 
-    // Encodes the first frames of those that wait, and forgets them.
+    // Encodes the first frames of the collected samples and removes them.
     void encode(int frames, std::vector<uint8_t>& bytes, std::vector<uint32_t>* sizes);
 
     void restart()
@@ -87,15 +88,15 @@ private:
     };
 
     [[nodiscard]] int superblocks() const { return (mFrames + kSuperblockFrames - 1) / kSuperblockFrames; }
-    [[nodiscard]] int framesOf(int superblock) const;
-    [[nodiscard]] const Analysis& analysisOf(int superblock, int channel) const;
+    [[nodiscard]] int superblockFrames(int superblock) const;
+    [[nodiscard]] const Analysis& blockAnalysis(int superblock, int channel) const;
     void analyseAll();
     [[nodiscard]] double budget() const;
     [[nodiscard]] double expectedBits(int superblock, int step) const;
     void encodeSuperblock(int superblock, int step, std::vector<uint8_t>& bytes, double* squaredError = nullptr) const;
-    template <typename BitsOf>
-    [[nodiscard]] double surveyedRate(BitsOf bitsOf) const;
-    [[nodiscard]] int stepOfRate(double rate, int step) const;
+    template <typename BitCount>
+    [[nodiscard]] double surveyedRate(BitCount bitCount) const;
+    [[nodiscard]] int stepForRate(double rate, int step) const;
     [[nodiscard]] int estimateStep(double rate) const;
     [[nodiscard]] Encoded encodeAll(int step) const;
     [[nodiscard]] Encoded encodeWithin(double bits) const;
@@ -108,12 +109,12 @@ private:
     std::optional<Seam> mSeam;
     std::vector<std::vector<int16_t>> mSamples; // by channel
     int mFramesOfSegment;
-    double mCarry = 0; // bits that the segments before left, or took too many
-    uint64_t mFirst = 0; // frame of the sound with which the next segment begins
-    double mSquaredError = 0; // of the segments before
+    double mCarry = 0; // bits that earlier segments left over; negative if they took too many
+    uint64_t mFirst = 0; // first frame of the next segment, counted in the sound
+    double mSquaredError = 0; // of earlier segments
     std::array<double, 2> mSideErrors{}; // the part of it on each side of the seam
 
-    // Of the segment that is being encoded.
+    // The segment that is being encoded.
     int mFrames = 0;
     std::vector<Analysis> mAnalyses;
 };
@@ -149,12 +150,12 @@ void Encoder::Segment::encode(int frames, std::vector<uint8_t>& bytes, std::vect
     mFirst += static_cast<uint64_t>(frames);
 }
 
-int Encoder::Segment::framesOf(int superblock) const
+int Encoder::Segment::superblockFrames(int superblock) const
 {
     return std::min(kSuperblockFrames, mFrames - superblock * kSuperblockFrames);
 }
 
-const Analysis& Encoder::Segment::analysisOf(int superblock, int channel) const
+const Analysis& Encoder::Segment::blockAnalysis(int superblock, int channel) const
 {
     return mAnalyses[static_cast<size_t>(superblock) * mSamples.size() + static_cast<size_t>(channel)];
 }
@@ -166,7 +167,7 @@ void Encoder::Segment::analyseAll()
         const size_t begin = static_cast<size_t>(superblock) * kSuperblockFrames;
         std::span<const int16_t> previous;
         for (const auto& samples : mSamples) {
-            mAnalyses.push_back(analyse(samples, previous, begin, framesOf(superblock)));
+            mAnalyses.push_back(analyse(samples, previous, begin, superblockFrames(superblock)));
             previous = samples;
         }
     }
@@ -176,7 +177,7 @@ double Encoder::Segment::budget() const
 {
     const double regular = kBitsPerSample * mFrames * channels();
     const double shortSound = channels() * std::max(0.0, kShortSoundBits - mFrames / kFramesPerShortSoundBit);
-    return regular + shortSound + std::min(mCarry, kLargestCarry * regular);
+    return regular + shortSound + std::min(mCarry, kMaximumCarry * regular);
 }
 
 double Encoder::Segment::expectedBits(int superblock, int step) const
@@ -185,14 +186,14 @@ double Encoder::Segment::expectedBits(int superblock, int step) const
     double bits = 0;
     double energyOfPrevious = 0;
     for (int channel = 0; channel < channels(); ++channel) {
-        const Analysis& analysis = analysisOf(superblock, channel);
+        const Analysis& analysis = blockAnalysis(superblock, channel);
         if (analysis.constant) {
             bits += kConstantBits;
             energyOfPrevious = 0;
             continue;
         }
-        const Plan plan = planBlock(analysis, framesOf(superblock), step, energyOfPrevious);
-        bits += kadpcm::expectedBits(plan, framesOf(superblock));
+        const Plan plan = planBlock(analysis, superblockFrames(superblock), step, energyOfPrevious);
+        bits += kadpcm::expectedBits(plan, superblockFrames(superblock));
         energyOfPrevious = plan.energy;
     }
     return bits;
@@ -202,15 +203,15 @@ void Encoder::Segment::encodeSuperblock(int superblock, int step, std::vector<ui
                                         double* squaredError) const
 {
     const auto begin = static_cast<size_t>(superblock) * kSuperblockFrames;
-    const auto frames = static_cast<size_t>(framesOf(superblock));
-    std::array<std::array<int16_t, kSuperblockFrames>, 2> decoded; // of channels in turn
+    const auto frames = static_cast<size_t>(superblockFrames(superblock));
+    std::array<std::array<int16_t, kSuperblockFrames>, 2> decoded; // of this channel and the previous one, alternately
     std::span<const int16_t> previous;
     double energyOfPrevious = 0;
     for (int channel = 0; channel < channels(); ++channel) {
-        const Analysis& analysis = analysisOf(superblock, channel);
+        const Analysis& analysis = blockAnalysis(superblock, channel);
         Plan plan;
         if (!analysis.constant)
-            plan = planBlock(analysis, framesOf(superblock), step, energyOfPrevious);
+            plan = planBlock(analysis, superblockFrames(superblock), step, energyOfPrevious);
         const std::span<int16_t> own(decoded[channel % 2].data(), frames);
         const auto samples = std::span(mSamples[static_cast<size_t>(channel)]).subspan(begin, frames);
         encodeBlock(samples, previous, analysis, plan, own, bytes);
@@ -221,25 +222,25 @@ void Encoder::Segment::encodeSuperblock(int superblock, int step, std::vector<ui
     }
 }
 
-// bitsOf(superblock), averaged over the samples of superblocks that are spread over the segment.
-template <typename BitsOf>
-double Encoder::Segment::surveyedRate(BitsOf bitsOf) const
+// The average of bitCount(superblock) per sample, over superblocks that are spread evenly over the segment.
+template <typename BitCount>
+double Encoder::Segment::surveyedRate(BitCount bitCount) const
 {
     const int stride = std::max(1, superblocks() / kSurveyedSuperblocks);
     double bits = 0;
     double samples = 0;
     for (int superblock = stride / 2; superblock < superblocks(); superblock += stride) {
-        bits += bitsOf(superblock);
-        samples += framesOf(superblock) * channels();
+        bits += bitCount(superblock);
+        samples += superblockFrames(superblock) * channels();
     }
     return bits / samples;
 }
 
-// The step from which that rate, in bits a sample, is expected; looked for from step on.
-int Encoder::Segment::stepOfRate(double rate, int step) const
+// The step that is expected to give that rate, in bits per sample. The search begins at step.
+int Encoder::Segment::stepForRate(double rate, int step) const
 {
-    constexpr int kMostRounds = 4;
-    for (int round = 0; round < kMostRounds; ++round) {
+    constexpr int kMaximumRounds = 4;
+    for (int round = 0; round < kMaximumRounds; ++round) {
         const double expected = surveyedRate([&](int superblock) { return expectedBits(superblock, step); });
         const int change = static_cast<int>(std::lrint(kStepsPerOctave * (expected - rate)));
         step = std::clamp(step + change, 0, kHighestStep);
@@ -252,12 +253,12 @@ int Encoder::Segment::stepOfRate(double rate, int step) const
 int Encoder::Segment::estimateStep(double rate) const
 {
     constexpr int kUsualStep = 112;
-    constexpr int kMostCorrections = 2;
+    constexpr int kMaximumCorrections = 2;
     constexpr int kCloseEnough = 2;
-    int step = stepOfRate(rate, kUsualStep);
+    int step = stepForRate(rate, kUsualStep);
     if (superblocks() < 2 * kSurveyedSuperblocks)
-        return step; // encoding all of it is as quick as a survey
-    for (int i = 0; i < kMostCorrections; ++i) {
+        return step; // encoding the whole segment is as fast as a survey
+    for (int i = 0; i < kMaximumCorrections; ++i) {
         const double expected = surveyedRate([&](int superblock) { return expectedBits(superblock, step); });
         std::vector<uint8_t> bytes;
         const double real = surveyedRate([&](int superblock) {
@@ -265,7 +266,7 @@ int Encoder::Segment::estimateStep(double rate) const
             encodeSuperblock(superblock, step, bytes);
             return 8.0 * static_cast<double>(bytes.size());
         });
-        const int former = std::exchange(step, stepOfRate(rate - (real - expected), step));
+        const int former = std::exchange(step, stepForRate(rate - (real - expected), step));
         if (std::abs(step - former) <= kCloseEnough)
             break;
     }
@@ -284,8 +285,8 @@ Encoder::Segment::Encoded Encoder::Segment::encodeAll(int step) const
     return encoded;
 }
 
-// The smallest step that stays within bits, or nearly; the largest of all if none does. Each attempt narrows the steps
-// between the two limits.
+// Encodes with the smallest step that stays within bits, or nearly the smallest; with the largest step if none does.
+// Each attempt narrows the range between the two limits.
 Encoder::Segment::Encoded Encoder::Segment::encodeWithin(double bits) const
 {
     const double samples = static_cast<double>(mFrames) * channels();
@@ -316,7 +317,7 @@ uint64_t Encoder::Segment::firstFrame(int superblock) const
 bool Encoder::Segment::isAtSeam(int superblock) const
 {
     const uint64_t first = firstFrame(superblock);
-    const uint64_t end = first + static_cast<uint64_t>(framesOf(superblock));
+    const uint64_t end = first + static_cast<uint64_t>(superblockFrames(superblock));
     return std::any_of(mSeam->sides.begin(), mSeam->sides.end(),
                        [&](const Seam::Side& side) { return side.first < end && side.end > first; });
 }
@@ -327,9 +328,9 @@ Encoder::Segment::Protected Encoder::Segment::encodeProtected(int superblock, in
     made.superblock = superblock;
     made.step = step;
     encodeSuperblock(superblock, step, made.bytes, &made.squaredError);
-    const auto frames = static_cast<size_t>(framesOf(superblock));
+    const auto frames = static_cast<size_t>(superblockFrames(superblock));
     std::vector<int16_t> decoded(frames * mSamples.size());
-    (void)decodeSuperblock(made.bytes, channels(), framesOf(superblock), decoded.data());
+    (void)decodeSuperblock(made.bytes, channels(), superblockFrames(superblock), decoded.data());
     for (size_t i = 0; i < decoded.size(); ++i) {
         const size_t frame = i / mSamples.size();
         const double error =
@@ -343,8 +344,8 @@ Encoder::Segment::Protected Encoder::Segment::encodeProtected(int superblock, in
     return made;
 }
 
-// Encodes superblocks at the seam anew, in smaller steps, while either side has too large an error. That takes bits
-// beyond the budget: within it the rest of the sound would become worse, until the seam is no worse than that.
+// Encodes superblocks at the seam again with smaller steps, while the error of either side is too large. The extra bits
+// aren't taken from the budget: that would make the rest of the sound worse instead of the seam better.
 void Encoder::Segment::protectSeam(Encoded* encoded)
 {
     std::vector<Protected> atSeam;
@@ -379,7 +380,7 @@ void Encoder::Segment::protectSeam(Encoded* encoded)
         *worst = std::move(finer);
     }
 
-    // From the last one on, so that the offsets of those before stay.
+    // From the last one to the first, so that the offsets of the earlier ones stay valid.
     for (auto superblock = atSeam.rbegin(); superblock != atSeam.rend(); ++superblock) {
         const auto index = static_cast<size_t>(superblock->superblock);
         const auto begin = encoded->bytes.begin()
@@ -402,7 +403,7 @@ void Encoder::encode(std::span<const int16_t> interleaved, std::vector<uint8_t>&
 {
     const auto channels = static_cast<size_t>(mSegment->channels());
     assert(interleaved.size() % channels == 0);
-    // A segment is encoded when another whole one has come behind it, so that the last one is never a short one.
+    // A segment is encoded when the next one is complete, so that the last one is never short.
     const int framesToKeep = 2 * mSegment->framesOfSegment();
     while (!interleaved.empty()) {
         const auto room = static_cast<size_t>(framesToKeep - mSegment->frames()) * channels;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the decoder and the encoder of KADPCM have in common: every rule by which they must agree to the bit. The rules
 // themselves are told in bank/kadpcm.hpp.
 #pragma once

@@ -1,4 +1,5 @@
-// Bytes: where they are read from and written to, and the numbers in them.
+// SPDX-License-Identifier: MIT
+// Sources and sinks of bytes, and the numbers stored in bytes.
 #pragma once
 
 #include "base/result.hpp"
@@ -24,8 +25,8 @@ public:
 
     [[nodiscard]] virtual uint64_t size() const = 0;
 
-    // Fills all of bytes from offset on. ErrorCode::Damaged: the range isn't wholly inside the source, or what is
-    // stored there fails its authentication. ErrorCode::Io: the medium failed.
+    // Fills all of bytes from offset on. ErrorCode::Damaged: the range isn't completely inside the source, or the bytes
+    // there fail their authentication. ErrorCode::Io: the medium failed.
     virtual Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const = 0;
 
 protected:
@@ -34,7 +35,7 @@ protected:
     ByteSource& operator=(const ByteSource&) = delete;
 };
 
-// Bytes that are written one after the other.
+// Takes bytes in order.
 class ByteSink
 {
 public:
@@ -49,7 +50,7 @@ protected:
     ByteSink& operator=(const ByteSink&) = delete;
 };
 
-// Bytes in memory, which it owns.
+// Owns bytes in memory.
 class MemorySource final : public ByteSource
 {
 public:
@@ -75,19 +76,34 @@ private:
     std::vector<uint8_t> mBytes;
 };
 
-// True when [offset, offset + length) lies inside [0, size); never overflows.
+// True if [offset, offset + length) is inside [0, size); never overflows.
 [[nodiscard]] constexpr bool rangeInside(uint64_t offset, uint64_t length, uint64_t size)
 {
     return offset <= size && length <= size - offset;
 }
 
 // The bytes of a text.
-[[nodiscard]] inline std::span<const uint8_t> bytesOf(std::string_view text)
+[[nodiscard]] inline std::span<const uint8_t> textBytes(std::string_view text)
 {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
-// Numbers at a pointer to at least sizeof(T) bytes, aligned or not. The machine is little-endian.
+// The bytes of objects whose representation in memory is also their stored form.
+template <typename T, size_t Extent>
+[[nodiscard]] std::span<const uint8_t> asBytes(std::span<T, Extent> objects)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    return {reinterpret_cast<const uint8_t*>(objects.data()), objects.size_bytes()};
+}
+
+template <typename T, size_t Extent>
+[[nodiscard]] std::span<uint8_t> asWritableBytes(std::span<T, Extent> objects)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    return {reinterpret_cast<uint8_t*>(objects.data()), objects.size_bytes()};
+}
+
+// Numbers at a pointer to at least sizeof(T) bytes, which need not be aligned. The machine is little-endian.
 static_assert(std::endian::native == std::endian::little);
 
 template <typename T>

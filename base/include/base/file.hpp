@@ -1,4 +1,5 @@
-// Regular files: opening, reading and writing them to the end, and what their failures mean to a person.
+// SPDX-License-Identifier: MIT
+// Regular files: open, read and write them completely, and describe errors to the user.
 #pragma once
 
 #include "base/file_descriptor.hpp"
@@ -6,14 +7,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace base {
 
-// Identifies one state of a file: whenever its content changes, so does its stamp, unless the change comes within the
-// resolution of the file system's clock, or through a memory mapping.
+// Identifies one state of a file: whenever the content changes, so does the stamp. It doesn't notice changes within the
+// resolution of the file system's clock, nor changes through a memory mapping.
 struct FileStamp
 {
     uint64_t device = 0;
@@ -31,21 +33,21 @@ struct OpenedFile
     FileStamp stamp;
 };
 
-// Opens a regular file for reading. A pipe, a device or a folder is refused without waiting for it.
-// ErrorCode::NotFound, ErrorCode::Io with the words of fileError().
+// Opens a regular file for reading. Refuses pipes, devices and folders without waiting for them. ErrorCode::NotFound
+// and ErrorCode::Io with the text of fileError(). ErrorCode::Unsupported: a pipe, device or socket.
 Result<OpenedFile> openRegular(const std::string& path);
 
-// The stamp of the file at path. Errors of openRegular().
-Result<FileStamp> stampOf(const std::string& path);
+// Reads the stamp of the file at path. Errors of openRegular().
+Result<FileStamp> readStamp(const std::string& path);
 
-// The error of a system call that failed on the file at path, in words: ErrorCode::NotFound where the file or a folder
-// on the way to it doesn't exist, ErrorCode::Memory, otherwise ErrorCode::Io. action completes "while ... kick.wav",
-// for instance "reading".
+// Describes the error of a system call on the file at path. ErrorCode::NotFound if the file or a folder of its path
+// doesn't exist, ErrorCode::Memory, otherwise ErrorCode::Io. action completes the sentence "disk full while ...
+// kick.wav", for instance "writing".
 [[nodiscard]] Error fileError(std::string_view action, std::string_view path, int systemError);
 
-// The three below report ErrorCode::Io with systemError and without a text: fileError() knows the words.
+// The following functions report ErrorCode::Io with systemError and without a text; fileError() provides the text.
 
-// Reads from the descriptor's own position, as much as there is and fits; 0 bytes at the end of the file.
+// Reads as much as is available and fits, from the descriptor's own position; 0 bytes at the end of the file.
 Result<size_t> readSome(int descriptor, std::span<uint8_t> buffer);
 
 // Fills all of buffer from offset on. ErrorCode::Damaged: the file ends before that.
@@ -54,7 +56,15 @@ Result<> readAt(int descriptor, std::span<uint8_t> buffer, uint64_t offset);
 // Writes all bytes at offset.
 Result<> writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset);
 
-// Whether what couldn't be written with this error number may find room on another disk.
+// Copies bytes between files, inside the kernel where possible. Calls goOn between pieces of a few megabytes.
+// ErrorCode::Cancelled: goOn returned false. ErrorCode::Damaged: the source ends too early.
+Result<> copyRange(int source, uint64_t sourceOffset, int target, uint64_t targetOffset, uint64_t length,
+                   const std::function<bool()>& goOn);
+
+// Creates a folder unless something of that name exists.
+Result<> makeFolder(const std::string& path);
+
+// Whether writing that failed with this error number may succeed on another disk.
 [[nodiscard]] bool anotherDiskMayHelp(int systemError);
 
 } // namespace base

@@ -1,5 +1,5 @@
-// The positions in a sound that both its source file and its encoded form carry. They count frames: one sample of every
-// channel.
+// SPDX-License-Identifier: MIT
+// Positions that are stored both in source files and in encoded sounds. They count frames: one sample of every channel.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace base {
 
-// Frames start to end, end not included; start < end <= the sound's length.
+// The frames from start to end, end excluded; start < end <= the length of the sound.
 struct Loop
 {
     uint64_t start = 0;
@@ -16,10 +16,10 @@ struct Loop
     bool operator==(const Loop&) const = default;
 };
 
-// A position that a game may be notified of while the sound plays.
+// A named position to which a game can react during playback.
 struct SyncPoint
 {
-    uint64_t frame = 0; // at most the sound's length
+    uint64_t frame = 0; // at most the length of the sound
     std::string name; // UTF-8, may be empty
 
     bool operator==(const SyncPoint&) const = default;

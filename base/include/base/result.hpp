@@ -1,6 +1,7 @@
-// How functions of the libraries and tools fail: one record that says what went wrong, and a value or that record.
+// SPDX-License-Identifier: MIT
+// The result type of the libraries and tools: a value, or a record that says what went wrong.
 //
-// At a C interface the record becomes that interface's number; see the boundary of each library for the mapping.
+// At a C interface the record becomes a number. Each library defines its own mapping there.
 #pragma once
 
 #include <tl/expected.hpp>
@@ -13,33 +14,34 @@ namespace base {
 
 enum class ErrorCode : uint8_t
 {
-    NotFound, // there is nothing of that name
+    NotFound, // nothing has that name
     Io, // the operating system failed; Error::systemError says how
-    Format, // the bytes are of no kind that is known here
-    Version, // of a newer version than is known here
-    Damaged, // begins as it should, but a checksum, length, offset or packet is wrong, or the end is missing
-    Unsupported, // known and whole, but it can't be handled here
+    Format, // the bytes have no format that is known here
+    Version, // a newer version than the known ones
+    Damaged, // a known format, but a checksum, length, offset or packet is wrong, or the end is missing
+    Unsupported, // a known format and undamaged, but it can't be handled here
     TooManyChannels,
-    NotSeekable, // can't be read at the position that was asked for
-    KeyMissing, // encrypted, and no key was given
+    NotSeekable, // can't be read at the requested position
+    KeyMissing, // encrypted, but no key was given
     KeyWrong, // encrypted with another key
-    Invalid, // an argument is out of its range
+    Invalid, // an argument is out of range
     Codec, // a codec's library failed
+    Engine, // the audio engine failed
     ModuleMissing, // no module for this codec
-    ModuleBad, // the module for this codec can't be used
-    CacheLost, // somebody removes what the cache holds while it is needed
+    ModuleBad, // the module for this codec is unusable
+    CacheLost, // cache entries are being removed while they are needed
     NothingLeft, // every part of the work failed
-    Memory, // there is none left
-    Cancelled, // somebody asked to stop
+    Memory, // not enough memory
+    Cancelled, // a stop was requested
 };
 
 struct Error
 {
     ErrorCode code = ErrorCode::Io;
-    // For the person who reads the log: names the file and the fault, without a full stop. Empty where only the code
-    // matters, or where the caller knows the words.
+    // A message for the log that names the file and the fault, without a full stop. Empty if only the code matters, or
+    // if the caller provides the text.
     std::string text = {};
-    int systemError = 0; // errno, where a system call failed
+    int systemError = 0; // errno if a system call failed
 
     bool operator==(const Error&) const = default;
 };
@@ -54,7 +56,7 @@ struct Error
     return {ErrorCode::Memory, "out of memory"};
 }
 
-// A T, or the error because of which there is none. Functions return either one as it is.
+// A T, or the error because of which there is none. A function returns either of them directly.
 template <typename T = void>
 class [[nodiscard]] Result : public tl::expected<T, Error>
 {

@@ -1,4 +1,5 @@
-// UTF-8, by the table of well-formed byte sequences (Unicode 15, table 3-7): neither surrogates nor over-long forms.
+// SPDX-License-Identifier: MIT
+// UTF-8 as in the table of well-formed byte sequences (Unicode 15, table 3-7): no surrogates, no overlong forms.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +19,7 @@ struct Utf8Character
 
 [[nodiscard]] bool isUtf8(std::string_view text);
 
-// As many whole characters of text as fit into maximumBytes. text should be UTF-8; of other text, as many bytes.
+// As many whole characters of text as fit into maximumBytes. If text isn't UTF-8, it may be cut anywhere.
 [[nodiscard]] std::string_view cutAtCharacter(std::string_view text, size_t maximumBytes);
 
 } // namespace base

@@ -1,31 +1,23 @@
+// SPDX-License-Identifier: MIT
 // One build, from the list of sounds to the finished bank.
 #pragma once
 
+#include "base/result.hpp"
+#include "build/build_outputs.hpp"
+#include "build/build_reports.hpp"
 #include "build/build_request.hpp"
+#include "build/build_services.hpp"
 #include "build/progress_queue.hpp"
-#include "build/sound_builder.hpp"
-#include "cache/cache.hpp"
-#include "cache/encoded_file.hpp"
-#include "source/source_file.hpp"
-#include "source/source_identity.hpp"
-#include "source/source_index.hpp"
-#include "support/fault.hpp"
+#include "build/sound_results.hpp"
+#include "build/sound_workers.hpp"
 #include "support/remarks.hpp"
-#include "tarnok.h"
 
-#include <atomic>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <optional>
-#include <span>
 #include <stop_token>
 #include <string>
-#include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// What the library was initialised with.
+// The arguments with which the library was initialised.
 struct LibrarySettings
 {
     unsigned flags = 0;
@@ -33,84 +25,41 @@ struct LibrarySettings
     std::string cacheDirectory;
 };
 
-// Encodes the sounds on the workers, then writes the bank. All sounds are tried even when some fail, so that the log of
-// one night tells all that is to be mended; the result is that of the first failed sound in the order of the list.
-// Failures that concern no single sound are reported for the bank as a whole, and so is a summary of those that do.
+// Encodes the sounds on the workers, then writes the bank. All sounds are tried even if some fail, so that the log of
+// one night lists everything that must be fixed. The result is that of the first failed sound in the list. Failures
+// that don't concern a single sound are reported for the bank as a whole, and so is a summary of the failed sounds.
 //
-// Stops soon after `stop` was requested: within one block of samples, one packet, one piece of a file of 8 MiB or one
-// call of the system, of which those that flush the finished bank to a slow disk are the longest.
+// Stops soon after `stop` was requested: within one block of samples, one packet, 8 MiB of a file or one system call.
+// The longest calls are those that flush the finished bank to a slow disk.
 class Build
 {
 public:
     Build(const LibrarySettings& library, const BuildRequest& request, ProgressQueue& queue, Remarks& remarks,
           std::stop_token stop);
 
-    Status run();
+    base::Result<> run();
 
 private:
-    class Stored;
-    struct Outputs;
-
-    // Which worker is on which sound.
-    struct Task
-    {
-        size_t index;
-        unsigned worker;
-        bool again = false; // it was finished and is lost: nothing is reported, and it is put where it stays
-    };
-
-    Status runPhases();
-    Status openOutputs(Outputs* outputs) const;
-    Status countWorkers();
-    void loadModule();
-    Status refuseSource(const std::string& outputFile) const;
-    std::vector<size_t> longestFirst() const;
-
-    void buildSound(const Task& task) noexcept;
-    Result<StoredPlace> tryToBuild(const Task& task);
-    // Encodes the sounds from first on that are no longer in the cache.
-    Status encodeLost(size_t first);
-    // Encodes the sounds whose source files are no longer those that were read: `found`, and any other; or all that are
-    // left in their source files.
-    Status encodeChanged(size_t found, bool all);
-    // Hands each sound to take, on the workers.
-    void encodeAgain(std::span<const size_t> sounds,
-                     const std::function<void(const Task& task, Result<StoredPlace> place)>& take);
-    void soundFailed(const Task& task, const Fault& fault);
-    void keepUsedEntries();
-
-    Status verdict() const;
-    std::string failedSounds() const;
-    Status writeBank(Outputs* outputs);
-    Status writeSounds(Outputs* outputs, Stored& stored);
-    Status writeHeader(Outputs* outputs) const;
-
-    void report(const Task& task, TARNOK_STATE state);
-    void reportBank(TARNOK_STATE state, const Fault& fault = {});
+    base::Result<> runPhases();
+    base::Result<> encodeSounds();
+    base::Result<> writeContents(AtomicOutput& bank);
+    base::Result<> verdict() const;
     bool has(unsigned initFlag) const { return mLibrary.flags & initFlag; }
 
     const LibrarySettings& mLibrary;
     const BuildRequest& mRequest;
-    BankOrder mOrder; // that of the request, with the module loaded
-    std::optional<Fault> mModuleFault;
-    ProgressQueue& mQueue;
-    Remarks& mRemarks;
     std::stop_token mStop;
 
+    CacheFolder mCacheFolder;
     Cache mCache;
+    RawRecords mRawRecords;
     SourceIndex mIndex;
     SourceIdentifier mSources;
     KessSystem mEngine;
-    BuildMeans mMeans;
-    std::vector<SoundBuilder> mBuilders; // one a worker
-    unsigned mWorkers = 1; // that the memory can carry
-
-    std::vector<std::optional<StoredPlace>> mPlaces; // by sound; none: failed, or not there yet
-    std::mutex mMutex;
-    size_t mFailedCount = 0;
-    std::map<size_t, Fault> mFirstFaults; // of the first failed sounds in the list
-    std::atomic<int64_t> mKeptAt; // when the entries in use were last marked, seconds
-    std::vector<std::atomic<bool>> mDone;
+    BuildServices mServices;
+    BuildReports mReports;
+    SoundResults mResults;
+    SoundWorkers mWorkers;
 };
 
-} // namespace tarnok
+} // namespace builder

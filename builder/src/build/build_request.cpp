@@ -1,14 +1,24 @@
+// SPDX-License-Identifier: MIT
 #include "build/build_request.hpp"
 
-#include "support/file.hpp"
+#include "base/path.hpp"
 
 #include <algorithm>
 
-namespace tarnok {
+namespace builder {
 
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName)
+namespace {
+
+base::Error invalid(std::string text)
+{
+    return {base::ErrorCode::Invalid, std::move(text)};
+}
+
+} // namespace
+
+base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                        unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                        const char* outputFileName)
 {
     if (!subsounds || numSubsounds == 0)
         return invalid("the list of sounds is empty");
@@ -16,7 +26,7 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
         return invalid("format " + std::to_string(int(format)) + " is unknown");
     if (quality > 100)
         return invalid("quality " + std::to_string(quality) + " is above 100");
-    if (!outputFileName || !*outputFileName || baseName(outputFileName).empty())
+    if (!outputFileName || !*outputFileName || base::baseName(outputFileName).empty())
         return invalid("the bank has no file name");
     if (encryptionKey && !*encryptionKey)
         return invalid("the encryption key is empty");
@@ -34,26 +44,26 @@ Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned num
             || std::any_of(subsound.fileNames, subsound.fileNames + subsound.numFiles, isMissing))
             return invalid("sound " + std::to_string(index) + " has no file");
         if (!SoundSettings::isRate(subsound.desiredSampleRate))
-            return invalid("sound " + std::to_string(index) + " wants an impossible sample rate");
+            return invalid("sound " + std::to_string(index) + " has an invalid sample rate");
     }
     return request;
 }
 
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound)
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound)
 {
     return {subsound.fileNames, subsound.fileNames + subsound.numFiles};
 }
 
 std::string firstFile(const TARNOK_SUBSOUND& subsound)
 {
-    return std::string(baseName(subsound.fileNames[0]));
+    return std::string(base::baseName(subsound.fileNames[0]));
 }
 
 std::string_view soundName(const TARNOK_SUBSOUND& subsound)
 {
-    const std::string_view name = baseName(subsound.fileNames[0]);
+    const std::string_view name = base::baseName(subsound.fileNames[0]);
     const size_t dot = name.rfind('.');
     return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,8 +1,9 @@
-// What a build is asked to do.
+// SPDX-License-Identifier: MIT
+// The arguments of one build.
 #pragma once
 
+#include "base/result.hpp"
 #include "encode/sound_settings.hpp"
-#include "support/fault.hpp"
 #include "tarnok.h"
 
 #include <optional>
@@ -11,30 +12,30 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// The arguments of one build, checked (see checkRequest).
+// The arguments of one build, validated by checkRequest().
 struct BuildRequest
 {
     std::span<const TARNOK_SUBSOUND> subsounds;
-    BankOrder order;
+    BuildSettings settings;
     std::optional<std::string> encryptionKey;
     std::string outputFile;
 };
 
-// Puts the arguments of Tarnok_Build together. TARNOK_ERR_INVALID_PARAM, with a text that tells which, for what no
-// build can be made of.
-Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
-                                  unsigned buildFlags, unsigned quality, const char* encryptionKey,
-                                  const char* outputFileName);
+// Validates the arguments of Tarnok_Build. ErrorCode::Invalid, with a text that names the argument, if they can't be
+// built.
+base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsigned numSubsounds, TARNOK_FORMAT format,
+                                        unsigned buildFlags, unsigned quality, const char* encryptionKey,
+                                        const char* outputFileName);
 
-// The files of a sound.
-std::vector<std::string> pathsOf(const TARNOK_SUBSOUND& subsound);
+// The paths of a sound's files.
+std::vector<std::string> sourcePaths(const TARNOK_SUBSOUND& subsound);
 
-// The first of them without its folder, as it stands in messages.
+// The name of the first file without its folder, for messages.
 std::string firstFile(const TARNOK_SUBSOUND& subsound);
 
-// The name of a sound in its bank: that of its first file without folder and extension.
+// The name of a sound in its bank: the name of its first file without folder and extension.
 std::string_view soundName(const TARNOK_SUBSOUND& subsound);
 
-} // namespace tarnok
+} // namespace builder

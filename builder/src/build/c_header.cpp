@@ -1,11 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "build/c_header.hpp"
 
-#include "support/file.hpp"
+#include "base/bytes.hpp"
+#include "base/file.hpp"
 
 #include <cstdio>
 #include <unordered_map>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -17,7 +19,7 @@ bool isLetter(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// Not by <cctype>, whose answers change with the program's locale.
+// Doesn't use <cctype>, whose results depend on the program's locale.
 std::string asIdentifier(std::string_view text, bool capitals)
 {
     std::string identifier;
@@ -30,7 +32,7 @@ std::string asIdentifier(std::string_view text, bool capitals)
     return identifier;
 }
 
-// A prefix that begins an identifier by itself: leading underscores belong to the compiler.
+// A prefix that is a valid start of an identifier: leading underscores are reserved for the compiler.
 std::string asPrefix(std::string_view bankName, bool capitals)
 {
     std::string prefix = asIdentifier(bankName, capitals);
@@ -39,8 +41,8 @@ std::string asPrefix(std::string_view bankName, bool capitals)
     return prefix;
 }
 
-// Octal escapes always have three digits, so that a digit behind one can't become part of it. Question marks are
-// escaped because two of them begin a trigraph.
+// Octal escapes always have three digits, so that a digit after one can't become part of it. Question marks are escaped
+// because two of them start a trigraph.
 std::string asLiteral(std::string_view text)
 {
     std::string literal = "\"";
@@ -61,18 +63,19 @@ std::string asLiteral(std::string_view text)
 
 } // namespace
 
-Status checkHeader(const std::string& path)
+base::Result<> checkHeader(const std::string& path)
 {
-    const Result<FileDescriptor> file = openForReading(path, nullptr);
+    const base::Result<base::OpenedFile> file = base::openRegular(path);
     if (!file)
-        return file.fault().code == TARNOK_ERR_FILE_NOT_FOUND ? Status() : file.fault();
+        return file.error().code == base::ErrorCode::NotFound ? base::Result<>() : file.error();
     char start[kFirstLine.size()];
-    const Result<size_t> length = readSome(file->get(), std::as_writable_bytes(std::span(start)), path);
+    const base::Result<size_t> length = base::readSome(file->descriptor.get(), base::asWritableBytes(std::span(start)));
     if (!length)
-        return length.fault();
+        return base::fileError("reading", path, length.error().systemError);
     if (*length == 0 || std::string_view(start, *length) == kFirstLine)
         return {};
-    return invalid(path + ": this file was not generated with a bank and will not be replaced by its header");
+    return base::Error{base::ErrorCode::Invalid,
+                       path + ": this file was not generated with a bank and will not be replaced by its header"};
 }
 
 std::string cHeaderText(std::string_view bankName, std::span<const std::string_view> soundNames)
@@ -84,14 +87,14 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     text += "#define " + count + " " + std::to_string(soundNames.size()) + "\n\n";
 
-    std::unordered_map<std::string, unsigned> wishes; // how often each identifier was wished for
+    std::unordered_map<std::string, unsigned> uses; // how often each identifier was requested
     for (size_t index = 0; index < soundNames.size(); ++index) {
         const std::string wanted = prefix + "_SOUND_" + asIdentifier(soundNames[index], true);
         std::string identifier = wanted;
-        unsigned& wished = wishes[wanted];
-        while (++wished > 1) {
-            identifier = wanted + "_" + std::to_string(wished);
-            if (wishes.emplace(identifier, 1).second)
+        unsigned& useCount = uses[wanted];
+        while (++useCount > 1) {
+            identifier = wanted + "_" + std::to_string(useCount);
+            if (uses.emplace(identifier, 1).second)
                 break;
         }
         text += "#define " + identifier + " " + std::to_string(index) + "\n";
@@ -104,4 +107,4 @@ std::string cHeaderText(std::string_view bankName, std::span<const std::string_v
     return text;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,45 +1,51 @@
+// SPDX-License-Identifier: MIT
 #include "build/progress_queue.hpp"
+
+#include "support/moments.hpp"
 
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <thread>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
 using namespace std::chrono_literals;
 
-// A portion ends when it has taken that long, unless it is small: a watcher that fetches now and then isn't busy.
+// A portion ends after kPortionTime, unless it is small: a watcher that fetches only now and then isn't busy.
 constexpr auto kPortionTime = 5ms;
 constexpr size_t kSmallPortion = 64;
 
-// At the end of a build: what a watcher takes in without delay, how often watchers look at least, and the most that a
-// build waits for one.
+// At the end of a build: the number of reports that a watcher processes without delay, the longest interval at which
+// watchers poll, and the maximum time that a build waits for a watcher.
 constexpr size_t kRemainder = 500;
 constexpr auto kPollInterval = 50ms;
-constexpr auto kLongestWait = 500ms;
+constexpr auto kMaximumWait = 500ms;
 
 } // namespace
 
 void ProgressQueue::post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code, std::string_view text)
 {
     Item item = makeItem(subSoundIndex, threadId, state, code, text);
-    const std::lock_guard lock(mPostedMutex);
-    mPosted.push_back(std::move(item));
+    {
+        const std::lock_guard lock(mPostedMutex);
+        mPosted.push_back(std::move(item));
+    }
+    if (onReport)
+        onReport(subSoundIndex, state);
 }
 
 const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
 {
     const std::lock_guard lock(mMutex);
-    mLastFetch = Clock::now();
+    mLastFetch = mTime.now();
     if (mWaiting.empty()) {
         const std::lock_guard postedLock(mPostedMutex);
         mWaiting.swap(mPosted);
     }
-    if (mWaiting.empty() || hasItsPortion()) {
+    if (mWaiting.empty() || portionIsComplete()) {
         mPortion = 0;
         return nullptr;
     }
@@ -47,12 +53,12 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
     if (mPortion++ == 0)
         mPortionBegan = mLastFetch;
     const TARNOK_PROGRESSITEM* item = mWaiting.front().get();
-    mHandedOut.emplace(item, nullptr).first->second = std::move(mWaiting.front());
+    mFetched.emplace(item, nullptr).first->second = std::move(mWaiting.front());
     mWaiting.pop_front();
     return item;
 }
 
-bool ProgressQueue::hasItsPortion()
+bool ProgressQueue::portionIsComplete()
 {
     return mInPortions && mPortion >= kSmallPortion && mLastFetch - mPortionBegan >= kPortionTime;
 }
@@ -60,23 +66,23 @@ bool ProgressQueue::hasItsPortion()
 bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
 {
     const std::lock_guard lock(mMutex);
-    return mHandedOut.erase(item) == 1;
+    return mFetched.erase(item) == 1;
 }
 
 void ProgressQueue::beginBuild()
 {
-    std::deque<Item> unwanted, unwantedToo;
+    std::deque<Item> unwanted, unwantedPosted;
     const std::scoped_lock lock(mMutex, mPostedMutex);
     unwanted.swap(mWaiting);
-    unwantedToo.swap(mPosted);
+    unwantedPosted.swap(mPosted);
     mInPortions = true;
 }
 
 void ProgressQueue::endBuild(const std::stop_token& stop)
 {
-    const auto deadline = Clock::now() + kLongestWait;
-    while (!stop.stop_requested() && Clock::now() < deadline && !isCaughtUp())
-        std::this_thread::sleep_for(1ms);
+    const auto deadline = mTime.now() + kMaximumWait;
+    while (!stop.stop_requested() && mTime.now() < deadline && !isCaughtUp())
+        mTime.pause(1ms);
     const std::lock_guard lock(mMutex);
     mInPortions = false;
 }
@@ -84,11 +90,10 @@ void ProgressQueue::endBuild(const std::stop_token& stop)
 bool ProgressQueue::isCaughtUp()
 {
     const std::scoped_lock lock(mMutex, mPostedMutex);
-    return mWaiting.size() + mPosted.size() <= kRemainder || Clock::now() - mLastFetch > kPollInterval;
+    return mWaiting.size() + mPosted.size() <= kRemainder || mTime.now() - mLastFetch > kPollInterval;
 }
 
-// The failed record's text has no size of its own in the public header, so item and record share one allocation that is
-// as long as the text needs.
+// The text in TARNOK_STATE_DATA_FAILED has a variable length, so item, record and text share one allocation.
 ProgressQueue::Item ProgressQueue::makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                                             std::string_view text)
 {
@@ -114,4 +119,4 @@ void ProgressQueue::ItemDeleter::operator()(TARNOK_PROGRESSITEM* item) const
     std::free(item);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,38 +1,60 @@
-// The reports of a build on their way to whoever watches it.
+// SPDX-License-Identifier: MIT
+// The queue of reports between a build and its watcher.
 #pragma once
 
 #include "tarnok.h"
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stop_token>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
+#include <utility>
 
-namespace tarnok {
+namespace builder {
 
-// Keeps reports in the order in which they were posted, and remembers which of them somebody still reads. A report
-// that was handed out stays readable until it comes back, even when the library has been released and initialised
-// again in between: a watcher holds the last report of each worker until its next build begins.
+// The clock of a queue. Tests replace it.
+struct QueueTime
+{
+    using Clock = std::chrono::steady_clock;
+
+    std::function<Clock::time_point()> now = Clock::now;
+    std::function<void(Clock::duration)> pause = [](Clock::duration time) {
+        std::this_thread::sleep_for(time);
+    };
+};
+
+// Stores reports in the order in which they were posted, and owns those that a watcher has fetched. A fetched report
+// stays readable until it is released, even if the library was released and initialised again in between: a watcher
+// keeps the last report of each worker until its next build starts.
 class ProgressQueue
 {
 public:
-    // Appends a report. A failed one carries text, the others leave it empty.
+    using Clock = QueueTime::Clock;
+
+    explicit ProgressQueue(QueueTime time = {})
+        : mTime(std::move(time))
+    { }
+
+    // Appends a report. Only that of a failure has a text.
     void post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code = TARNOK_OK,
               std::string_view text = {});
 
-    // The oldest report that was not fetched yet, or null: there is none, or the watcher has its portion.
+    // The oldest report that was not fetched yet. Null if there is none, or if the watcher's portion is complete.
     const TARNOK_PROGRESSITEM* fetch();
 
-    // Frees a fetched report. False when it is none, or came back before.
+    // Frees a fetched report. False if item isn't a fetched report, or was released before.
     bool release(const TARNOK_PROGRESSITEM* item);
 
-    // Forgets what nobody fetched, so that a watcher of this build doesn't meet sounds of the last.
+    // Discards reports that were not fetched, so that the watcher of this build doesn't get reports of the previous
+    // one.
     void beginBuild();
 
-    // Gives a watcher that is at work a moment to catch up, for what is left is then to be had in one piece.
+    // Gives a busy watcher a moment to catch up, because afterwards it gets all remaining reports in one portion.
     void endBuild(const std::stop_token& stop);
 
 private:
@@ -45,24 +67,24 @@ private:
     static Item makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                          std::string_view text);
 
-    using Clock = std::chrono::steady_clock;
-
-    bool hasItsPortion();
+    bool portionIsComplete();
     bool isCaughtUp();
 
-    // What the workers post. Its lock is held for moments only: a worker that loses the processor with it would keep
-    // the others and the watcher waiting.
+    const QueueTime mTime;
+
+    // The reports that workers have posted. The lock is held only briefly: if a worker lost the processor while holding
+    // it, the other workers and the watcher would wait.
     std::mutex mPostedMutex;
     std::deque<Item> mPosted;
 
-    // The watcher's side. Locked before the other.
+    // The watcher's side. This mutex is locked before mPostedMutex.
     std::mutex mMutex;
-    std::deque<Item> mWaiting; // older than all that is in mPosted
-    std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mHandedOut;
+    std::deque<Item> mWaiting; // older than everything in mPosted
+    std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mFetched;
     bool mInPortions = false;
-    size_t mPortion = 0; // reports handed out since there was none
+    size_t mPortion = 0; // reports fetched since fetch() last returned null
     Clock::time_point mPortionBegan;
     Clock::time_point mLastFetch;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,63 +1,67 @@
+// SPDX-License-Identifier: MIT
 #include "build/sound_builder.hpp"
 
 #include "bank/vector_state.hpp"
+#include "base/bytes.hpp"
+#include "base/path.hpp"
 #include "build/build_request.hpp"
+#include "build/describe_error.hpp"
 #include "source/raw_sound.hpp"
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// Takes the place of the data of a sound that isn't to be kept.
-class NoData final : public bank::ByteSink
+// Discards the data of a sound.
+class NoData final : public base::ByteSink
 {
 public:
-    bank::Error write(std::span<const uint8_t>) override { return bank::Error::None; }
+    base::Result<> write(std::span<const uint8_t>) override { return {}; }
 };
 
 } // namespace
 
-SoundBuilder::SoundBuilder(const BuildMeans& means, SpillFiles spills)
-    : mMeans(means)
+SoundBuilder::SoundBuilder(const BuildServices& services, SpillFiles spills)
+    : mServices(services)
     , mSpills(std::move(spills))
 { }
 
 std::string SoundBuilder::Job::shownName() const
 {
-    return std::string(baseName(paths.front()));
+    return std::string(base::baseName(paths.front()));
 }
 
-Result<StoredPlace> SoundBuilder::build(const BankOrder& order, const TARNOK_SUBSOUND& subsound, bool again,
-                                        const Report& report)
+base::Result<EncodedLocation> SoundBuilder::build(const BuildSettings& settings, const TARNOK_SUBSOUND& subsound,
+                                                  bool again, const Report& report)
 {
-    Job job{SoundSettings::of(order, subsound), pathsOf(subsound), again, report, {}, {}, {}};
+    Job job{SoundSettings::resolve(settings, subsound), sourcePaths(subsound), again, report, {}, {}, {}};
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (Status status = identify(&job); !status)
-            return status.fault();
-        if (std::optional<StoredPlace> place = find(job))
-            return std::move(*place);
-        if (mMeans.stop.stop_requested())
-            return cancelled();
-        Result<std::optional<StoredPlace>> place = encode(&job);
-        if (!place)
-            return place.fault();
-        if (*place)
-            return std::move(**place);
+        if (base::Result<> status = identify(&job); !status)
+            return status.error();
+        if (std::optional<EncodedLocation> location = find(job))
+            return std::move(*location);
+        if (mServices.stop.stop_requested())
+            return base::cancelled();
+        base::Result<std::optional<EncodedLocation>> location = encode(&job);
+        if (!location)
+            return location.error();
+        if (*location)
+            return std::move(**location);
     }
     return keepsChanging(job.changed);
 }
 
-Status SoundBuilder::identify(Job* job)
+base::Result<> SoundBuilder::identify(Job* job)
 {
     job->identities.clear();
     std::vector<ContentHash> contents;
     for (const std::string& path : job->paths) {
-        // A file that isn't what it was taken for was taken so by the index, perhaps.
-        const bool anew = job->again || !job->changed.empty();
-        const Result<SourceIdentity> identity = mMeans.sources.identify(path, mMeans.stop, anew);
+        // If a file has changed unexpectedly, the index may have been wrong about it.
+        const bool rehash = job->again || !job->changed.empty();
+        const base::Result<SourceIdentity> identity = mServices.sources.identify(path, mServices.stop, rehash);
         if (!identity)
-            return identity.fault();
+            return identity.error();
         job->identities.push_back(*identity);
         contents.push_back(identity->content);
     }
@@ -65,150 +69,152 @@ Status SoundBuilder::identify(Job* job)
     return {};
 }
 
-std::optional<StoredPlace> SoundBuilder::find(const Job& job)
+std::optional<EncodedLocation> SoundBuilder::find(const Job& job)
 {
     if (job.again)
         return std::nullopt;
-    if (std::optional<StoredPlace> place = findInSource(job))
-        return place;
-    const std::optional<CacheEntry> entry = mMeans.cache.find(job.key, mMeans.stop);
+    if (std::optional<EncodedLocation> location = findInSource(job))
+        return location;
+    const std::optional<CacheEntry> entry = mServices.cache.find(job.key, mServices.stop);
     if (entry && entry->codec == job.settings.codec)
-        return StoredPlace::of(job.key, entry->dataBytes, entry->record);
+        return EncodedLocation::make(job.key, entry->dataBytes, entry->record);
     return std::nullopt;
 }
 
-std::optional<StoredPlace> SoundBuilder::findInSource(const Job& job)
+std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
 {
-    if (!job.mayStay())
+    if (!job.mayStayInSource())
         return std::nullopt;
-    const std::optional<RawRecord> known = mMeans.cache.findRecord(job.key);
+    const std::optional<RawRecord> known = mServices.rawRecords.find(job.key);
     if (!known)
         return std::nullopt;
-    const FileStamp& stamp = job.identities.front().stamp;
-    const bank::Result<bank::Sound> sound = bank::deserialise(known->bytes);
-    if (!sound || known->bytes.size() > StoredPlace::kLongestKeptRecord || sound->codec != bank::Codec::Pcm
+    const base::FileStamp& stamp = job.identities.front().stamp;
+    const base::Result<bank::Sound> sound = bank::deserialise(known->bytes);
+    if (!sound || known->bytes.size() > EncodedLocation::kMaximumKeptRecord || sound->codec != bank::Codec::Pcm
         || bank::serialise(*sound) != known->bytes
-        || !bank::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
+        || !base::rangeInside(known->dataOffset, sound->dataBytes, stamp.size))
         return std::nullopt;
-    StoredPlace place = StoredPlace::of(job.key, sound->dataBytes, known->bytes);
-    place.inSource = {known->dataOffset, stamp};
-    return place;
+    EncodedLocation location = EncodedLocation::make(job.key, sound->dataBytes, known->bytes);
+    location.inSource = {known->dataOffset, stamp};
+    return location;
 }
 
-// The key was made from what the files held when they were hashed, and the engine has opened them again since. If they
-// have changed in between, what was encoded belongs to no known content: nothing is stored, and the caller begins anew.
-Result<std::optional<StoredPlace>> SoundBuilder::encode(Job* which)
+// The key was computed when the files were hashed; then the engine opened them again. If they changed in between, the
+// encoded data belongs to an unknown content: nothing is stored, and the caller starts again.
+base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
 {
     const Job& job = *which;
-    SoundPreparation preparation(job.settings, mMeans.spoolFolders, mMeans.stop);
-    EncodedFile file(job.again ? nullptr : &mMeans.cache, mSpills, mMeans.stop);
+    SoundPreparation preparation(job.settings, mServices.spoolFolders, mServices.stop);
+    EncodedFile file(job.again ? nullptr : &mServices.cache, mSpills, mServices.stop);
     bank::Sound sound;
-    Status status = prepare(job, preparation);
-    Result<bool> left = false;
+    base::Result<> status = prepare(job, preparation);
+    base::Result<bool> left = false;
     if (status) {
         job.report(TARNOK_STATE_ENCODING);
         left = leaveInSource(job, preparation, &sound);
         if (!left)
-            status = left.fault();
+            status = left.error();
         else if (!*left)
             status = encodeInto(file, job, preparation, &sound);
     }
 
-    // A file that was cut or overwritten while it was read fails in any way; that it changed is the better answer.
-    const Result<bool> isOther = hasChanged(which, left && *left);
-    if (isOther && *isOther)
-        return std::optional<StoredPlace>();
+    // A file that was truncated or overwritten while it was read can fail with any error. That it has changed is the
+    // better explanation.
+    const base::Result<bool> isChanged = hasChanged(which, left && *left);
+    if (isChanged && *isChanged)
+        return std::optional<EncodedLocation>();
     if (!status)
-        return status.fault();
-    if (!isOther)
-        return isOther.fault();
+        return status.error();
+    if (!isChanged)
+        return isChanged.error();
     job.report(TARNOK_STATE_WRITING);
     if (*left)
         return std::optional(keepInSource(job, preparation, sound));
-    Result<StoredPlace> place = file.finish(job.key, sound);
-    if (!place && place.fault().code == TARNOK_ERR_ENCODER)
-        return Fault{TARNOK_ERR_ENCODER, job.shownName() + ": " + place.fault().text};
-    if (!place)
-        return place.fault();
-    return std::optional(std::move(*place));
+    base::Result<EncodedLocation> location = file.finish(job.key, sound);
+    if (!location && location.error().code == base::ErrorCode::Codec)
+        return base::Error{base::ErrorCode::Codec, job.shownName() + ": " + location.error().text};
+    if (!location)
+        return location.error();
+    return std::optional(std::move(*location));
 }
 
-Status SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
+base::Result<> SoundBuilder::prepare(const Job& job, SoundPreparation& preparation)
 {
     job.report(TARNOK_STATE_DECODING);
-    if (Status status = preparation.open(*mMeans.engine, job.paths); !status)
+    if (base::Result<> status = preparation.open(*mServices.engine, job.paths); !status)
         return status;
     job.report(TARNOK_STATE_ANALYSING);
-    if (Status status = preparation.analyse(); !status)
+    if (base::Result<> status = preparation.analyse(); !status)
         return status;
     job.report(TARNOK_STATE_PREPROCESSING);
-    Status status = preparation.preprocess();
+    base::Result<> status = preparation.preprocess();
     for (const std::string& remark : preparation.remarks())
-        mMeans.remarks.post(remark);
+        mServices.remarks.post(remark);
     return status;
 }
 
-// A file that certainly is another one decides over those that can't be told. What stays in its source is compared with
-// its checksum each time, so that a wrong record of it does no harm.
-Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
+// A file that has certainly changed takes precedence over errors of other files. A sound that stays in its source is
+// compared with its checksum each time, so a wrong record of it does no harm.
+base::Result<bool> SoundBuilder::hasChanged(Job* job, bool staysInSource)
 {
-    Result<bool> answer = false;
+    base::Result<bool> answer = false;
     for (size_t i = 0; i < job->paths.size(); ++i) {
-        const Result<bool> same =
-            mMeans.sources.unchanged(job->paths[i], job->identities[i], staysInSource, mMeans.stop);
+        const base::Result<bool> same =
+            mServices.sources.unchanged(job->paths[i], job->identities[i], staysInSource, mServices.stop);
         if (same && !*same) {
             job->changed = job->paths[i];
             return true;
         }
         if (!same && answer)
-            answer = same.fault();
+            answer = same.error();
     }
     return answer;
 }
 
-// A sound that fails here fails again where it is decoded, and is told about there.
-Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
+// Errors needn't be reported here: the sound fails again when it is decoded.
+base::Result<bool> SoundBuilder::leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound)
 {
-    const std::optional<RawSamples>& samples = preparation.rawSamples();
-    if (!job.mayStay() || !samples)
+    const std::optional<RawSampleRange>& samples = preparation.rawSamples();
+    if (!job.mayStayInSource() || !samples)
         return false;
     std::optional<RawSound> raw =
         RawSound::open(job.paths.front(), job.identities.front().stamp, preparation.sound().facts(), *samples);
     if (!raw)
         return false;
     NoData none;
-    const bank::Error error = encoderFor(job.settings).encode(*raw, job.settings.quality, none, mMeans.stop, sound);
-    if (error == bank::Error::Cancelled)
-        return cancelled();
-    if (error != bank::Error::None)
+    const base::Result<> encoded =
+        encoderFor(job.settings).encode(*raw, job.settings.quality, none, mServices.stop, sound);
+    if (!encoded && encoded.error().code == base::ErrorCode::Cancelled)
+        return base::cancelled();
+    if (!encoded)
         return false;
     preparation.complete(sound);
-    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= StoredPlace::kLongestKeptRecord;
+    return sound->dataBytes == samples->bytes && bank::serialise(*sound).size() <= EncodedLocation::kMaximumKeptRecord;
 }
 
-StoredPlace SoundBuilder::keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound)
+EncodedLocation SoundBuilder::keepInSource(const Job& job, const SoundPreparation& preparation,
+                                           const bank::Sound& sound)
 {
     const uint64_t offset = preparation.rawSamples()->offset;
     const std::vector<uint8_t> record = bank::serialise(sound);
-    StoredPlace place = StoredPlace::of(job.key, sound.dataBytes, record);
-    place.inSource = {offset, job.identities.front().stamp};
-    mMeans.cache.storeRecord(job.key, offset, record);
-    return place;
+    EncodedLocation location = EncodedLocation::make(job.key, sound.dataBytes, record);
+    location.inSource = {offset, job.identities.front().stamp};
+    mServices.rawRecords.store(job.key, offset, record);
+    return location;
 }
 
-Status SoundBuilder::encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound)
+base::Result<> SoundBuilder::encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation,
+                                        bank::Sound* sound)
 {
-    const bank::Error error =
-        encoderFor(job.settings).encode(preparation.sound(), job.settings.quality, file, mMeans.stop, sound);
-    if (error == bank::Error::Io)
-        return preparation.fault().code != TARNOK_OK ? preparation.fault() : file.fault();
-    if (error != bank::Error::None)
-        return faultOf(error, job.shownName());
+    const base::Result<> encoded =
+        encoderFor(job.settings).encode(preparation.sound(), job.settings.quality, file, mServices.stop, sound);
+    if (!encoded)
+        return describeError(encoded.error(), job.shownName());
     preparation.complete(sound);
     return {};
 }
 
-// A module's encoder is made for the settings of one sound.
+// The encoder of a module depends on the settings of the sound, so each sound gets its own.
 Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
 {
     if (!mEncoder || settings.module)
@@ -217,4 +223,4 @@ Encoder& SoundBuilder::encoderFor(const SoundSettings& settings)
     return *mEncoder;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,52 +1,40 @@
-// One sound of a bank, from its source files to where its encoded data lies.
+// SPDX-License-Identifier: MIT
+// One sound of a bank, from its source files to its encoded data.
 #pragma once
 
-#include "cache/cache.hpp"
+#include "base/result.hpp"
+#include "build/build_services.hpp"
 #include "cache/encoded_file.hpp"
+#include "cache/encoded_location.hpp"
 #include "encode/encoder.hpp"
 #include "encode/sound_settings.hpp"
 #include "source/sound_preparation.hpp"
-#include "source/source_file.hpp"
 #include "source/source_identity.hpp"
 #include "support/content_hash.hpp"
-#include "support/fault.hpp"
-#include "support/remarks.hpp"
 #include "tarnok.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// What the workers of a build have in common. Each part is safe to use by all of them at once.
-struct BuildMeans
-{
-    const KessSystem& engine;
-    Cache& cache;
-    SourceIdentifier& sources;
-    Remarks& remarks;
-    std::vector<std::string> spoolFolders; // for what is too long for memory; tried in this order
-    std::stop_token stop;
-};
-
-// Finds a sound in the cache, or encodes it and stores it there. Each worker has one of its own, for one sound after
-// the other, and with it the files for what the cache can't take.
+// Finds a sound in the cache, or encodes it and stores it there. Each worker has its own builder for all its sounds,
+// with its own files for sounds that the cache can't store.
 class SoundBuilder
 {
 public:
-    // Hears of each state of a sound that isn't found in the cache.
+    // Called with each state of a sound that wasn't found in the cache.
     using Report = std::function<void(TARNOK_STATE state)>;
 
-    SoundBuilder(const BuildMeans& means, SpillFiles spills);
+    SoundBuilder(const BuildServices& services, SpillFiles spills);
 
-    // again: the sound was there before and is lost. It is put where nobody else comes: not into the cache, and not
-    // left in its source file. Throws std::bad_alloc.
-    Result<StoredPlace> build(const BankOrder& order, const TARNOK_SUBSOUND& subsound, bool again,
-                              const Report& report);
+    // again: the sound was finished before and was lost. It is then neither stored in the cache nor left in its source
+    // file, so that nobody else can remove or change it. Throws std::bad_alloc.
+    base::Result<EncodedLocation> build(const BuildSettings& settings, const TARNOK_SUBSOUND& subsound, bool again,
+                                        const Report& report);
 
 private:
     struct Job
@@ -55,32 +43,32 @@ private:
         std::vector<std::string> paths;
         bool again;
         const Report& report;
-        std::vector<SourceIdentity> identities; // of the files when they were hashed
+        std::vector<SourceIdentity> identities; // of the files, when they were hashed
         ContentHash key; // of those and the settings
-        std::string changed; // the file that was last found to be another one; empty: none was
+        std::string changed; // the last file that was found to have changed; empty if none has
 
         std::string shownName() const;
         // Whether the sound may stay in its source file.
-        bool mayStay() const { return !again && settings.codec == bank::Codec::Pcm; }
+        bool mayStayInSource() const { return !again && settings.codec == bank::Codec::Pcm; }
     };
 
-    Status identify(Job* job);
-    std::optional<StoredPlace> find(const Job& job);
-    std::optional<StoredPlace> findInSource(const Job& job);
-    // Empty: the files are no longer those that the key was made from.
-    Result<std::optional<StoredPlace>> encode(Job* job);
-    Status prepare(const Job& job, SoundPreparation& preparation);
-    Result<bool> hasChanged(Job* job, bool staysInSource);
-    Status encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound);
-    // Leaves the sound where it is, if it stands in its source as the bank wants it. Answers whether that is so, and
-    // then fills in sound.
-    Result<bool> leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound);
-    StoredPlace keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound);
+    base::Result<> identify(Job* job);
+    std::optional<EncodedLocation> find(const Job& job);
+    std::optional<EncodedLocation> findInSource(const Job& job);
+    // nullopt: the files have changed since the key was computed.
+    base::Result<std::optional<EncodedLocation>> encode(Job* job);
+    base::Result<> prepare(const Job& job, SoundPreparation& preparation);
+    base::Result<bool> hasChanged(Job* job, bool staysInSource);
+    base::Result<> encodeInto(EncodedFile& file, const Job& job, SoundPreparation& preparation, bank::Sound* sound);
+    // Fills in sound and returns true if the source contains the data exactly as the bank will, so that the sound can
+    // stay there.
+    base::Result<bool> leaveInSource(const Job& job, SoundPreparation& preparation, bank::Sound* sound);
+    EncodedLocation keepInSource(const Job& job, const SoundPreparation& preparation, const bank::Sound& sound);
     Encoder& encoderFor(const SoundSettings& settings);
 
-    const BuildMeans& mMeans;
+    const BuildServices& mServices;
     SpillFiles mSpills;
-    std::unique_ptr<Encoder> mEncoder; // none before the first sound
+    std::unique_ptr<Encoder> mEncoder; // null before the first sound
 };
 
-} // namespace tarnok
+} // namespace builder

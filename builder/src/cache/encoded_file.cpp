@@ -1,167 +1,141 @@
+// SPDX-License-Identifier: MIT
 #include "cache/encoded_file.hpp"
+
+#include "base/bytes.hpp"
+#include "base/file.hpp"
+#include "cache/cache_entry_header.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// Packets come in hundreds of bytes; the system is asked in pieces that are worth a call.
+// Packets have some hundred bytes. They are gathered into pieces that are worth a system call.
 constexpr size_t kBufferBytes = 128 << 10;
 
 } // namespace
 
-bank::Error FilePart::readAt(uint64_t offset, std::span<uint8_t> bytes) const
-{
-    if (!bank::rangeInside(offset, bytes.size(), mSize))
-        return bank::Error::Damaged;
-    const int error = tarnok::readAt(mFile->get(), std::as_writable_bytes(bytes), mOffset + offset);
-    if (error != 0)
-        return error < 0 ? bank::Error::Damaged : bank::Error::Io;
-    return bank::Error::None;
-}
-
-StoredPlace StoredPlace::of(const ContentHash& key, uint64_t dataBytes, std::span<const uint8_t> record)
-{
-    StoredPlace place;
-    place.key = key;
-    place.dataBytes = dataBytes;
-    if (record.size() <= kLongestKeptRecord)
-        place.record.assign(record.begin(), record.end());
-    return place;
-}
-
-Result<SpillFiles::Position> SpillFiles::position()
-{
-    if (!mCurrent.file)
-        return nextFolder();
-    return mCurrent;
-}
-
-Result<SpillFiles::Position> SpillFiles::nextFolder()
-{
-    Fault last{TARNOK_ERR_FILE_OS, "no disk has room for the encoded sounds (tried: " + listed(mFolders) + ")"};
-    while (mNextFolder < mFolders.size()) {
-        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
-        if (file) {
-            mCurrent = {std::make_shared<FileDescriptor>(std::move(*file)), 0};
-            return mCurrent;
-        }
-        last = file.fault();
-    }
-    return last;
-}
-
-// The header is known last, and its place is kept free by zeros: so the file has no hole and can be moved as it is.
+// The header is known only at the end. Zeros are written in its position first, so that the file has no hole and can be
+// moved as it is.
 EncodedFile::EncodedFile(Cache* cache, SpillFiles& spill, std::stop_token stop)
     : mCache(cache)
     , mSpill(spill)
     , mStop(std::move(stop))
 {
     mBuffer.reserve(kBufferBytes);
-    mBuffer.resize(sizeof(EntryHeader));
+    mBuffer.resize(sizeof(CacheEntryHeader));
 }
 
-bank::Error EncodedFile::write(std::span<const uint8_t> bytes)
+base::Result<> EncodedFile::write(std::span<const uint8_t> bytes)
 {
-    if (mBuffer.size() + bytes.size() > kBufferBytes && !flush())
-        return bank::Error::Io;
+    if (mBuffer.size() + bytes.size() > kBufferBytes) {
+        if (base::Result<> done = flush(); !done)
+            return done;
+    }
     if (bytes.size() >= kBufferBytes)
-        return put(std::as_bytes(bytes), mWritten) ? bank::Error::None : bank::Error::Io;
+        return put(bytes, mWritten);
     mBuffer.insert(mBuffer.end(), bytes.begin(), bytes.end());
-    return bank::Error::None;
+    return {};
 }
 
-Result<StoredPlace> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
+base::Result<EncodedLocation> EncodedFile::finish(const ContentHash& key, const bank::Sound& sound)
 {
     const std::vector<uint8_t> record = bank::serialise(sound);
-    // What can't be read again must not get into the cache, where it would stay.
+    // A record that can't be read back must not get into the cache, where it would remain.
     if (!bank::deserialise(record))
-        return Fault{TARNOK_ERR_ENCODER, "the encoder says impossible things about its data"};
-    const EntryHeader header = EntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
-    if (!flush() || !put(std::as_bytes(std::span(record)), mWritten))
-        return mFault;
+        return base::Error{base::ErrorCode::Codec, "the encoder described its data incorrectly"};
+    const CacheEntryHeader header = CacheEntryHeader::make(key, sound.dataBytes, sound.dataChecksum, record);
+    if (const base::Result<> done = flush(); !done)
+        return done.error();
+    if (const base::Result<> done = put(record, mWritten); !done)
+        return done.error();
     if (mWritten != sizeof header + sound.dataBytes + record.size())
-        return Fault{TARNOK_ERR_ENCODER, "the encoder wrote a different number of bytes than it said"};
-    if (!put(std::as_bytes(std::span(&header, 1)), 0))
-        return mFault;
+        return base::Error{base::ErrorCode::Codec, "the encoder wrote a different number of bytes than it reported"};
+    if (const base::Result<> done = put(base::asBytes(std::span(&header, 1)), 0); !done)
+        return done.error();
 
-    StoredPlace place = StoredPlace::of(key, sound.dataBytes, record);
-    if (!mSpilled && !mCache->store(&mEntry, key) && !moveToSpill(EROFS))
-        return mFault;
+    EncodedLocation location = EncodedLocation::make(key, sound.dataBytes, record);
+    if (!mSpilled && !mCache->store(&mEntry, key)) {
+        if (const base::Result<> moved = moveToSpill(EROFS); !moved)
+            return moved.error();
+    }
     if (mSpilled) {
-        place.spilled = std::make_shared<FilePart>(mSpilled->file, mSpilled->end, mWritten);
+        location.spilled = std::make_shared<FilePart>(mSpilled->file, mSpilled->end, mWritten);
         mSpill.advance(mWritten);
     }
-    return place;
+    return location;
 }
 
-bool EncodedFile::flush()
+base::Result<> EncodedFile::flush()
 {
-    const bool done = put(std::as_bytes(std::span(mBuffer)), mWritten);
+    base::Result<> done = put(mBuffer, mWritten);
     mBuffer.clear();
     return done;
 }
 
-// Writes at a position counted from the start of this sound, in whatever file takes it.
-bool EncodedFile::put(std::span<const std::byte> bytes, uint64_t position)
+// Writes at an offset from the start of this sound, to the entry or to the spill file.
+base::Result<> EncodedFile::put(std::span<const uint8_t> bytes, uint64_t position)
 {
     if (!mEntry && !mSpilled) {
-        if (Result<TemporaryFile> entry = mCache ? mCache->newEntry() : TemporaryFile())
+        if (base::Result<base::TemporaryFile> entry = mCache ? mCache->folder().newFile() : base::TemporaryFile())
             mEntry = std::move(*entry);
-        if (!mEntry && !moveToSpill(EROFS))
-            return false;
+        if (!mEntry) {
+            if (base::Result<> moved = moveToSpill(EROFS); !moved)
+                return moved;
+        }
     }
     for (;;) {
-        const int error = writeAt(descriptor(), bytes, start() + position);
-        if (error == 0)
+        const base::Result<> written = base::writeAt(descriptor(), bytes, start() + position);
+        if (written)
             break;
-        if (!anotherDiskMayHelp(error)) {
-            mFault = keepingFault(error);
-            return false;
-        }
-        if (!moveToSpill(error))
-            return false;
+        const int systemError = written.error().systemError;
+        if (!base::anotherDiskMayHelp(systemError))
+            return storingError(systemError);
+        if (base::Result<> moved = moveToSpill(systemError); !moved)
+            return moved;
     }
     mWritten = std::max(mWritten, position + bytes.size());
-    return true;
+    return {};
 }
 
-Fault EncodedFile::keepingFault(int error) const
+base::Error EncodedFile::storingError(int systemError) const
 {
-    Fault fault = fileFault("keeping an encoded sound for", "the bank", error);
-    if (anotherDiskMayHelp(error))
-        fault.text += " (in " + listed(mSpill.folders()) + ")";
-    return fault;
+    return mSpill.folders().fileError("storing an encoded sound for", systemError);
 }
 
-bool EncodedFile::moveToSpill(int error)
+// systemError: why the sound can't stay in its file; EROFS if the cache refused it.
+base::Result<> EncodedFile::moveToSpill(int systemError)
 {
-    if (!mSpilled && mCache && mEntry)
-        mCache->cannotKeep(fileFault("keeping an encoded sound in", mCache->directory(), error));
+    if (!mSpilled && mCache && mEntry) {
+        CacheFolder& folder = mCache->folder();
+        folder.remarkNotStored(base::fileError("storing an encoded sound in", folder.path(), systemError));
+    }
     bool currentIsFull = mSpilled.has_value();
     for (;;) {
-        const Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();
-        if (!next) {
-            mFault = error == EROFS ? next.fault() : keepingFault(error);
-            return false;
-        }
+        const base::Result<SpillFiles::Position> next = currentIsFull ? mSpill.nextFolder() : mSpill.position();
+        if (!next)
+            return systemError == EROFS ? next.error() : storingError(systemError);
         currentIsFull = true;
-        if (mWritten > 0)
-            error = copyRange(descriptor(), start(), next->file->get(), next->end, mWritten,
-                              [this] { return !mStop.stop_requested(); });
-        if (mWritten == 0 || error == 0) {
+        base::Result<> copied;
+        if (mWritten > 0) {
+            copied = base::copyRange(descriptor(), start(), next->file->get(), next->end, mWritten,
+                                     [this] { return !mStop.stop_requested(); });
+        }
+        if (copied) {
             mSpilled = *next;
-            mEntry = TemporaryFile();
-            return true;
+            mEntry = base::TemporaryFile();
+            return {};
         }
-        if (!anotherDiskMayHelp(error)) {
-            mFault = error == ECANCELED ? cancelled() : keepingFault(error);
-            return false;
-        }
+        if (copied.error().code == base::ErrorCode::Cancelled)
+            return base::cancelled();
+        // The copied file has become shorter, which means to the user that its disk has failed.
+        systemError = copied.error().code == base::ErrorCode::Damaged ? EIO : copied.error().systemError;
+        if (!base::anotherDiskMayHelp(systemError))
+            return storingError(systemError);
     }
 }
 
-} // namespace tarnok
+} // namespace builder

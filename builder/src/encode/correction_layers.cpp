@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/correction_layers.hpp"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 #include <functional>
 #include <limits>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -13,10 +14,11 @@ constexpr auto kSegment = size_t(bank::kCorrectionSegment);
 
 using Values = std::array<float, kSegment>;
 
-// Looks for the scales by which several layers together leave least of one segment of one channel.
+// Searches for the scales with which several layers together leave the least error in one segment of one channel.
 //
-// For a normal distribution the root mean square is the best unit of each. An error with a peak, such as a pre-echo,
-// needs a first layer that reaches up to the peak; what that one does to all other samples is put right by the next.
+// For a normal distribution the root mean square is the best unit of each layer. An error with a peak, such as a
+// pre-echo, needs a first layer that covers the peak; the next layer corrects what the first one does to all other
+// samples.
 class ScaleSearch
 {
 public:
@@ -25,7 +27,7 @@ public:
     { }
 
     // Corrects values, and returns the scales of the layers.
-    std::array<uint8_t, kMostLayers> run(std::span<float> values)
+    std::array<uint8_t, kMaximumLayers> run(std::span<float> values)
     {
         descend(0, values);
         std::copy_n(mBestLeft.begin(), values.size(), values.begin());
@@ -33,7 +35,7 @@ public:
     }
 
 private:
-    static constexpr float kReach = 1.51f; // units: the largest value of a layer
+    static constexpr float kMaximumUnits = 1.51f; // units: the largest value of a layer
     static constexpr int kCoarseStep = 4; // eighths of an octave
     static constexpr int kFineStep = 2;
     static constexpr int kFinestUnits = 4;
@@ -58,14 +60,14 @@ private:
         }
         for (int scale = usual;; scale += kCoarseStep) {
             attempt(layer, values, scale);
-            if (scale >= kLargestScale || bank::correctionScale(uint8_t(scale)) * kReach >= peak)
+            if (scale >= kMaximumScale || bank::correctionScale(uint8_t(scale)) * kMaximumUnits >= peak)
                 return;
         }
     }
 
     void attempt(size_t layer, std::span<const float> values, int scale)
     {
-        mScales[layer] = uint8_t(std::clamp(scale, 1, kLargestScale));
+        mScales[layer] = uint8_t(std::clamp(scale, 1, kMaximumScale));
         const float unit = bank::correctionScale(mScales[layer]);
         std::transform(values.begin(), values.end(), mLeft[layer].begin(),
                        [unit](float value) { return value - bank::nearestCorrection(value, unit); });
@@ -82,13 +84,13 @@ private:
         std::copy(values.begin(), values.end(), mBestLeft.begin());
     }
 
-    static constexpr int kLargestScale = 255;
+    static constexpr int kMaximumScale = 255;
 
     size_t mLayers;
     double mLeast = std::numeric_limits<double>::max();
-    std::array<uint8_t, kMostLayers> mScales{};
-    std::array<uint8_t, kMostLayers> mBestScales{};
-    std::array<Values, kMostLayers> mLeft{};
+    std::array<uint8_t, kMaximumLayers> mScales{};
+    std::array<uint8_t, kMaximumLayers> mBestScales{};
+    std::array<Values, kMaximumLayers> mLeft{};
     Values mBestLeft{};
 };
 
@@ -128,7 +130,7 @@ void CorrectionLayers::correct(Segment* segment, size_t layers) const
         const size_t frames = missing.size() / mChannels;
         for (size_t i = 0; i < frames; ++i)
             values[i] = missing[i * mChannels + channel];
-        const std::array<uint8_t, kMostLayers> scales = ScaleSearch(layers).run(std::span(values).first(frames));
+        const std::array<uint8_t, kMaximumLayers> scales = ScaleSearch(layers).run(std::span(values).first(frames));
         for (size_t layer = 0; layer < layers; ++layer)
             corrected.scales[layer].push_back(scales[layer]);
         for (size_t i = 0; i < frames; ++i)
@@ -147,7 +149,7 @@ void CorrectionLayers::store(bank::Sound* sound) const
     std::vector<float> left;
     for (const Segment& segment : mSegments)
         left.insert(left.end(), segment.corrected[0].left.begin(), segment.corrected[0].left.end());
-    for (size_t layer = 0; layer < kMostLayers; ++layer) {
+    for (size_t layer = 0; layer < kMaximumLayers; ++layer) {
         const auto wanted = [layer](const Segment& segment) {
             return segment.chosen > layer;
         };
@@ -170,4 +172,4 @@ void CorrectionLayers::store(bank::Sound* sound) const
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,4 +1,5 @@
-// Corrects a stretch of samples again and again, each time what the layers before have left.
+// SPDX-License-Identifier: MIT
+// Corrects a range of samples in several layers, each of which corrects what the previous ones have left.
 #pragma once
 
 #include "bank/sound.hpp"
@@ -7,21 +8,22 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-inline constexpr size_t kMostLayers = 4; // the seams of a sound are two stretches at most, its corrections eight
+// The seams of a sound are at most two ranges, so it has at most eight corrections.
+inline constexpr size_t kMaximumLayers = 4;
 
-// The segments of one stretch. Each has as many layers as are chosen for it, at first none.
+// The segments of one range. choose() sets the number of layers of each; initially there are none.
 class CorrectionLayers
 {
 public:
-    // missing: source minus decoded, interleaved, from that frame of the sound on.
+    // missing: source minus decoded samples, interleaved, starting at the frame `first` of the sound.
     CorrectionLayers(int64_t first, size_t channels, std::span<const float> missing);
 
     [[nodiscard]] size_t segments() const { return mSegments.size(); }
     [[nodiscard]] int64_t first(size_t segment) const; // frame of the sound
 
-    // What is missing in a segment after so many layers, interleaved.
+    // The difference that remains in a segment after a number of layers, interleaved.
     [[nodiscard]] std::span<const float> left(size_t segment, size_t layers);
 
     void choose(size_t segment, size_t layers) { mSegments[segment].chosen = layers; }
@@ -30,16 +32,16 @@ public:
     void store(bank::Sound* sound) const;
 
 private:
-    // A segment that is corrected a number of times. The scales of all layers depend on how many there are.
+    // A segment corrected with a certain number of layers. The scales of all layers depend on that number.
     struct Corrected
     {
-        std::vector<float> left; // empty until it is asked for
-        std::array<std::vector<uint8_t>, kMostLayers> scales; // by channel
+        std::vector<float> left; // empty until it is requested
+        std::array<std::vector<uint8_t>, kMaximumLayers> scales; // by channel
     };
     struct Segment
     {
         size_t chosen = 0;
-        std::array<Corrected, kMostLayers + 1> corrected; // by number of layers
+        std::array<Corrected, kMaximumLayers + 1> corrected; // by number of layers
     };
 
     void correct(Segment* segment, size_t layers) const;
@@ -50,4 +52,4 @@ private:
     std::vector<Segment> mSegments;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,11 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 
 #include <algorithm>
 #include <cassert>
 
-namespace tarnok {
-
-using bank::Error;
+namespace builder {
 
 namespace {
 
@@ -13,20 +12,20 @@ constexpr size_t kGatheredBytes = 64 * 1024;
 
 } // namespace
 
-DataStream::DataStream(bank::ByteSink& sink)
+DataStream::DataStream(base::ByteSink& sink)
     : mSink(sink)
 { }
 
-Error DataStream::writeBlock(std::span<const uint8_t> bytes)
+base::Result<> DataStream::writeBlock(std::span<const uint8_t> bytes)
 {
-    if (const Error error = flush(); error != Error::None)
-        return error;
+    if (const base::Result<> result = flush(); !result)
+        return result.error();
     mChecksum.add(bytes);
     mBytes += bytes.size();
     return mSink.write(bytes);
 }
 
-Error DataStream::writePacket(std::span<const uint8_t> packet)
+base::Result<> DataStream::writePacket(std::span<const uint8_t> packet)
 {
     assert(packet.size() <= bank::kMaximumPacketBytes);
     const size_t before = mGathered.size();
@@ -36,13 +35,13 @@ Error DataStream::writePacket(std::span<const uint8_t> packet)
     mGathered.push_back(uint8_t(rest));
     mGathered.insert(mGathered.end(), packet.begin(), packet.end());
     mBytes += mGathered.size() - before;
-    return mGathered.size() < kGatheredBytes ? Error::None : flush();
+    return mGathered.size() < kGatheredBytes ? base::Result<>() : flush();
 }
 
-Error DataStream::finish(bank::Sound* sound)
+base::Result<> DataStream::finish(bank::Sound* sound)
 {
-    if (const Error error = flush(); error != Error::None)
-        return error;
+    if (const base::Result<> result = flush(); !result)
+        return result.error();
     std::vector<bank::SeekPoint>& points = sound->seekPoints;
     const size_t stride =
         std::max<size_t>(1, (points.size() + bank::kMaximumSeekPoints - 1) / bank::kMaximumSeekPoints);
@@ -51,17 +50,17 @@ Error DataStream::finish(bank::Sound* sound)
     points.resize((points.size() + stride - 1) / stride);
     sound->dataBytes = mBytes;
     sound->dataChecksum = mChecksum.value();
-    return Error::None;
+    return {};
 }
 
-Error DataStream::flush()
+base::Result<> DataStream::flush()
 {
     if (mGathered.empty())
-        return Error::None;
+        return {};
     mChecksum.add(mGathered);
-    const Error error = mSink.write(mGathered);
+    base::Result<> result = mSink.write(mGathered);
     mGathered.clear();
-    return error;
+    return result;
 }
 
-} // namespace tarnok
+} // namespace builder

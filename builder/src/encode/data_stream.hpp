@@ -1,38 +1,39 @@
-// The encoded data of one sound on its way into a sink: counts it, makes its checksum, and gathers small packets.
+// SPDX-License-Identifier: MIT
+// Writes the encoded data of one sound to a sink: counts it, computes its checksum, and gathers small packets.
 #pragma once
 
-#include "bank/bytes.hpp"
 #include "bank/checksum.hpp"
 #include "bank/sound.hpp"
+#include "base/bytes.hpp"
 
-namespace tarnok {
+namespace builder {
 
 class DataStream
 {
 public:
-    explicit DataStream(bank::ByteSink& sink);
+    explicit DataStream(base::ByteSink& sink);
 
-    // Bytes that are big enough to go to the sink by themselves.
-    bank::Error writeBlock(std::span<const uint8_t> bytes);
+    // Writes bytes directly to the sink, so the block should not be small.
+    base::Result<> writeBlock(std::span<const uint8_t> bytes);
 
-    // A packet behind its length, which is written in groups of seven bits, lowest first, the high bit of a byte
-    // telling that another follows. At most bank::kMaximumPacketBytes (asserted).
-    bank::Error writePacket(std::span<const uint8_t> packet);
+    // Writes the length of a packet, then the packet. The length is written in groups of seven bits, lowest first; the
+    // high bit of a byte indicates that another one follows. At most bank::kMaximumPacketBytes (asserted).
+    base::Result<> writePacket(std::span<const uint8_t> packet);
 
-    // Bytes so far: the offset of what is written next.
+    // The number of bytes so far, which is the offset of what is written next.
     [[nodiscard]] uint64_t bytes() const { return mBytes; }
 
-    // Hands the rest to the sink and fills in size and checksum of the data. Of more seek points than a bank holds,
-    // every second, third, ... stays.
-    bank::Error finish(bank::Sound* sound);
+    // Writes the rest to the sink and stores size and checksum of the data in sound. If there are more seek points than
+    // a bank can store, only every second, third, ... is kept.
+    base::Result<> finish(bank::Sound* sound);
 
 private:
-    bank::Error flush();
+    base::Result<> flush();
 
-    bank::ByteSink& mSink;
+    base::ByteSink& mSink;
     bank::RunningChecksum mChecksum;
     std::vector<uint8_t> mGathered;
     uint64_t mBytes = 0;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/encoder.hpp"
 
 #include "encode/encoders.hpp"
@@ -8,7 +9,7 @@
 #include <algorithm>
 #include <array>
 
-namespace tarnok {
+namespace builder {
 
 using bank::Codec;
 
@@ -16,7 +17,7 @@ namespace {
 
 constexpr std::array<uint32_t, 5> kOpusRates = {8'000, 12'000, 16'000, 24'000, 48'000};
 
-// What the library's tables of tunings cover.
+// The limit of libvorbis's tuning tables.
 constexpr uint32_t kVorbisHighestRate = 200'000;
 
 template <typename Made>
@@ -25,27 +26,26 @@ std::unique_ptr<Encoder> make()
     return std::make_unique<Made>();
 }
 
-// What differs from codec to codec.
+// The properties of one codec.
 struct CodecEntry
 {
     const char* name;
-    bool hasQuality;
-    int revision; // raised whenever an encoder of ours makes other bytes from the same sound
+    int revision; // raised whenever our encoder produces other bytes from the same sound
     const char* (*libraryVersion)(); // null: no library
-    std::unique_ptr<Encoder> (*make)(); // null: an external module encodes it
+    std::unique_ptr<Encoder> (*make)(); // null: encoded by an external module
 };
 
 // Indexed by Codec.
 constexpr std::array<CodecEntry, bank::kCodecCount> kCodecs = {{
-    {"PCM", false, 1, nullptr, make<PcmEncoder>},
-    {"XMA", true, 0, nullptr, nullptr},
-    {"AT9", true, 0, nullptr, nullptr},
-    {"Vorbis", true, 4, vorbis_version_string, make<VorbisEncoder>},
-    {"KADPCM", false, 2, nullptr, make<KadpcmEncoder>},
-    {"Opus", true, 4, opus_get_version_string, make<OpusEncoder>},
+    {"PCM", 1, nullptr, make<PcmEncoder>},
+    {"XMA", 0, nullptr, nullptr},
+    {"AT9", 0, nullptr, nullptr},
+    {"Vorbis", 4, vorbis_version_string, make<VorbisEncoder>},
+    {"KADPCM", 2, nullptr, make<KadpcmEncoder>},
+    {"Opus", 4, opus_get_version_string, make<OpusEncoder>},
 }};
 
-const CodecEntry& entryOf(Codec codec)
+const CodecEntry& codecEntry(Codec codec)
 {
     return kCodecs[size_t(codec)];
 }
@@ -91,18 +91,13 @@ bank::Sound describe(Codec codec, const PreparedFacts& facts)
 
 std::unique_ptr<Encoder> makeEncoder(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     return entry.make ? entry.make() : nullptr;
 }
 
 const char* codecName(Codec codec)
 {
-    return entryOf(codec).name;
-}
-
-bool hasQuality(Codec codec)
-{
-    return entryOf(codec).hasQuality;
+    return codecEntry(codec).name;
 }
 
 uint32_t encodingRate(Codec codec, uint32_t sampleRate)
@@ -118,11 +113,11 @@ uint32_t encodingRate(Codec codec, uint32_t sampleRate)
 
 std::string encoderVersion(Codec codec)
 {
-    const CodecEntry& entry = entryOf(codec);
+    const CodecEntry& entry = codecEntry(codec);
     if (!entry.make)
         return {};
     const std::string own = std::string(entry.name) + ' ' + std::to_string(entry.revision);
     return entry.libraryVersion ? own + ", " + entry.libraryVersion() : own;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/encoder_module.hpp"
 
 #include "encode/data_stream.hpp"
@@ -14,23 +15,22 @@
 #include <fstream>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
 using bank::Codec;
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
-static_assert(TARNOK_ENCODER_REACH == kMaximumReach);
+static_assert(TARNOK_ENCODER_LOOKAROUND == kMaximumLookaround);
 
 namespace {
-
-constexpr size_t kMaximumSetupBytes = 1 << 20;
 
 const char* fileName(Codec codec)
 {
     return codec == Codec::Xma ? "tarnok_xma.so" : "tarnok_at9.so";
 }
 
-// The folder that this library was loaded from, with the slash.
+// The folder from which this library was loaded, with a slash at the end.
 std::string ownFolder()
 {
     Dl_info self;
@@ -41,8 +41,8 @@ std::string ownFolder()
     return slash == std::string::npos ? "./" : library.substr(0, slash + 1);
 }
 
-// Whether all of a library's segments lie inside its file. The system's loader doesn't ask: it maps what a file that
-// was cut short lacks, and touching that ends the process.
+// Whether all segments of a library are inside its file. The system's loader doesn't check that: it also maps the
+// missing part of a truncated file, and accessing that ends the process.
 bool isWhole(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary | std::ios::ate);
@@ -69,11 +69,12 @@ bool isUsable(const TARNOK_ENCODER_MODULE* module, Codec codec)
         && module->maximumChannels <= unsigned(bank::kMaximumChannels) && module->sampleRate && module->encode;
 }
 
-// One run of a module's encode: what it calls, with what it may not do refused, and what it left behind.
-class Job
+// One run of a module's encode(): implements the functions that the module calls, refuses invalid calls, and collects
+// the result.
+class ModuleRun
 {
 public:
-    Job(PreparedSound& sound, bank::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
+    ModuleRun(PreparedSound& sound, base::ByteSink& sink, const std::stop_token& stop, bank::Sound* encoded)
         : mSound(sound)
         , mData(sink)
         , mStop(stop)
@@ -93,104 +94,105 @@ public:
                 }};
     }
 
-    // What became of the sound: what stopped the module, if anything on our side did, otherwise its own answer.
-    Error end(TARNOK_RESULT answer, uint32_t leadIn)
+    // The result: the first failure on our side, otherwise what the module returned.
+    base::Result<> end(TARNOK_RESULT answer, uint32_t preSkip)
     {
-        if (mError == Error::None)
-            mError = errorOf(answer);
-        // Nobody else would tell why there is no sound.
-        if (mError == Error::Cancelled && !mStop.stop_requested())
-            mError = Error::Encoder;
-        if (mError != Error::None)
-            return mError;
-        if (leadIn > bank::kMaximumLeadIn)
-            return Error::Encoder;
-        mEncoded->leadIn = leadIn;
-        if (const Error error = mData.finish(mEncoded); error != Error::None)
-            return error;
-        const uint64_t decoded = mEncoded->sampleCount + leadIn;
-        return (decoded + 8191) / 8192 <= mEncoded->dataBytes ? Error::None : Error::Encoder;
+        if (mResult)
+            mResult = toResult(answer);
+        // The module claims a cancellation that didn't happen. Without an error of its own, nobody would report the
+        // missing sound.
+        if (!mResult && mResult.error().code == ErrorCode::Cancelled && !mStop.stop_requested())
+            return Error{ErrorCode::Codec};
+        if (!mResult)
+            return mResult;
+        if (preSkip > bank::kMaximumPreSkip)
+            return Error{ErrorCode::Codec};
+        mEncoded->preSkip = preSkip;
+        if (const base::Result<> result = mData.finish(mEncoded); !result)
+            return result.error();
+        const uint64_t decoded = mEncoded->sampleCount + preSkip;
+        return codecResult((decoded + 8191) / 8192 <= mEncoded->dataBytes);
     }
 
 private:
-    static Job& self(void* user) { return *static_cast<Job*>(user); }
+    static ModuleRun& self(void* user) { return *static_cast<ModuleRun*>(user); }
 
-    static Error errorOf(TARNOK_RESULT answer)
+    static base::Result<> toResult(TARNOK_RESULT answer)
     {
         switch (int(answer)) {
         case TARNOK_OK:
-            return Error::None;
+            return {};
         case TARNOK_ERR_CANCELLED:
-            return Error::Cancelled;
+            return Error{ErrorCode::Cancelled};
         case TARNOK_ERR_MEMORY:
-            return Error::Memory;
+            return Error{ErrorCode::Memory};
         case TARNOK_ERR_INVALID_FORMAT:
-            return Error::Unsupported;
+            return Error{ErrorCode::Unsupported};
         default:
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         }
     }
 
-    // A module that looks at nothing but the answers ends soon, too.
-    TARNOK_RESULT answer(Error error)
+    // After a cancellation every call fails, so that a module that only checks results ends soon, too.
+    TARNOK_RESULT answer(base::Result<> result)
     {
-        if (error == Error::None && mStop.stop_requested())
-            error = Error::Cancelled;
-        if (mError == Error::None)
-            mError = error;
-        switch (mError) {
-        case Error::None:
+        if (result && mStop.stop_requested())
+            result = Error{ErrorCode::Cancelled};
+        if (mResult)
+            mResult = std::move(result);
+        if (mResult)
             return TARNOK_OK;
-        case Error::Cancelled:
+        switch (mResult.error().code) {
+        case ErrorCode::Cancelled:
             return TARNOK_ERR_CANCELLED;
-        case Error::Memory:
+        case ErrorCode::Memory:
             return TARNOK_ERR_MEMORY;
-        case Error::Encoder:
+        case ErrorCode::Codec:
             return TARNOK_ERR_INVALID_PARAM;
         default:
             return TARNOK_ERR_FILE_OS;
         }
     }
 
-    [[nodiscard]] bool inReach(int64_t position) const
+    [[nodiscard]] bool isWithinLookaround(int64_t position) const
     {
-        return position >= -kMaximumReach && position <= int64_t(mSound.facts().sampleCount) + kMaximumReach;
+        return position >= -kMaximumLookaround && position <= int64_t(mSound.facts().sampleCount) + kMaximumLookaround;
     }
 
     TARNOK_RESULT seek(int64_t position)
     {
-        if (!inReach(position))
-            return answer(Error::Encoder);
+        if (!isWithinLookaround(position))
+            return answer(Error{ErrorCode::Codec});
         mPosition = position;
         return answer(mSound.seek(position));
     }
 
     TARNOK_RESULT read(float* frames, uint32_t count)
     {
-        if (!frames || !inReach(mPosition + count))
-            return answer(Error::Encoder);
-        if (mError != Error::None || mStop.stop_requested())
-            return answer(Error::Cancelled);
+        if (!frames || !isWithinLookaround(mPosition + count))
+            return answer(Error{ErrorCode::Codec});
+        if (!mResult || mStop.stop_requested())
+            return answer(Error{ErrorCode::Cancelled});
         mPosition += count;
         return answer(mSound.readFloat(frames, count));
     }
 
     TARNOK_RESULT write(const void* bytes, uint32_t count)
     {
-        if ((!bytes && count > 0) || count > mostBytes() - mData.bytes())
-            return answer(Error::Encoder);
-        if (mError != Error::None || mStop.stop_requested())
-            return answer(Error::Cancelled);
+        if ((!bytes && count > 0) || count > maximumBytes() - mData.bytes())
+            return answer(Error{ErrorCode::Codec});
+        if (!mResult || mStop.stop_requested())
+            return answer(Error{ErrorCode::Cancelled});
         return answer(mData.writeBlock({static_cast<const uint8_t*>(bytes), count}));
     }
 
     TARNOK_RESULT setup(const void* bytes, uint32_t count)
     {
-        if (!bytes || count > kMaximumSetupBytes || !mEncoded->setup.empty())
-            return answer(Error::Encoder);
+        if (!bytes || count > bank::kMaximumSetupBytes || !mEncoded->setup.empty())
+            return answer(Error{ErrorCode::Codec});
         const auto* first = static_cast<const uint8_t*>(bytes);
         mEncoded->setup.assign(first, first + count);
-        return answer(Error::None);
+        return answer({});
     }
 
     TARNOK_RESULT seekPoint(uint64_t position)
@@ -198,16 +200,16 @@ private:
         std::vector<bank::SeekPoint>& points = mEncoded->seekPoints;
         const bank::SeekPoint last = points.empty() ? bank::SeekPoint{} : points.back();
         if (position <= last.position || mData.bytes() <= last.offset)
-            return answer(Error::Encoder);
+            return answer(Error{ErrorCode::Codec});
         points.push_back({position, mData.bytes()});
-        return answer(Error::None);
+        return answer({});
     }
 
-    // No encoder needs more; one that never ends would fill the disk.
-    [[nodiscard]] uint64_t mostBytes() const
+    // More than any encoder needs. Without a limit, a module that never ends would fill the disk.
+    [[nodiscard]] uint64_t maximumBytes() const
     {
         const PreparedFacts& facts = mSound.facts();
-        return (facts.sampleCount + 2 * kMaximumReach) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
+        return (facts.sampleCount + 2 * kMaximumLookaround) * uint64_t(facts.channels) * TARNOK_ENCODER_BYTES;
     }
 
     PreparedSound& mSound;
@@ -215,10 +217,10 @@ private:
     const std::stop_token& mStop;
     bank::Sound* mEncoded;
     int64_t mPosition = 0;
-    Error mError = Error::None; // the first on our side
+    base::Result<> mResult; // the first failure on our side
 };
 
-// Encodes by a module.
+// Encodes with a module.
 class ExternalEncoder final : public Encoder
 {
 public:
@@ -227,30 +229,30 @@ public:
         , mFlags(flags)
     { }
 
-    Error encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                 bank::Sound* encoded) override
+    base::Result<> encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                          bank::Sound* encoded) override
     {
         const PreparedFacts& facts = sound.facts();
         *encoded = describe(Codec(int(mModule.format)), facts);
         encoded->quality = uint8_t(quality);
-        TARNOK_ENCODER_SOUND told{};
-        told.channels = uint32_t(facts.channels);
-        told.sampleRate = facts.sampleRate;
-        told.sampleCount = facts.sampleCount;
-        told.quality = uint32_t(quality);
-        told.flags = mFlags;
+        TARNOK_ENCODER_SOUND description{};
+        description.channels = uint32_t(facts.channels);
+        description.sampleRate = facts.sampleRate;
+        description.sampleCount = facts.sampleCount;
+        description.quality = uint32_t(quality);
+        description.flags = mFlags;
         if (facts.loop) {
-            told.loops = 1;
-            told.loopStart = facts.loop->start;
-            told.loopEnd = facts.loop->end;
+            description.loops = 1;
+            description.loopStart = facts.loop->start;
+            description.loopEnd = facts.loop->end;
         }
-        if (const Error error = sound.seek(0); error != Error::None)
-            return error;
-        Job job(sound, sink, stop, encoded);
-        const TARNOK_ENCODER_HOST host = job.host();
-        uint32_t leadIn = 0;
-        const TARNOK_RESULT answer = mModule.encode(&told, &host, &leadIn);
-        return job.end(answer, leadIn);
+        if (const base::Result<> result = sound.seek(0); !result)
+            return result.error();
+        ModuleRun run(sound, sink, stop, encoded);
+        const TARNOK_ENCODER_HOST host = run.host();
+        uint32_t preSkip = 0;
+        const TARNOK_RESULT answer = mModule.encode(&description, &host, &preSkip);
+        return run.end(answer, preSkip);
     }
 
 private:
@@ -265,15 +267,15 @@ bool EncoderModule::encodes(Codec codec)
     return codec == Codec::Xma || codec == Codec::At9;
 }
 
-Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
+base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
 {
     assert(encodes(codec));
     const std::string file = ownFolder() + fileName(codec);
     if (access(file.c_str(), F_OK) != 0)
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND,
+        return Error{ErrorCode::ModuleMissing,
                      std::string("the encoder module for ") + codecName(codec) + " is not installed (" + file + ")"};
     const auto bad = [&](const std::string& why) {
-        return Fault{TARNOK_ERR_ENCODER_LIBRARY_BAD,
+        return Error{ErrorCode::ModuleBad,
                      std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
     if (!isWhole(file))
@@ -289,7 +291,7 @@ Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec codec)
         return bad(file + " is not an encoder module");
     const TARNOK_ENCODER_MODULE* module = entry();
     if (!isUsable(module, codec))
-        return bad(file + " is made for another format or another version of this program");
+        return bad(file + " was made for another format or another version of this program");
     return std::shared_ptr<const EncoderModule>(new EncoderModule(library, *module));
 }
 
@@ -319,4 +321,4 @@ std::unique_ptr<Encoder> EncoderModule::makeEncoder(unsigned flags) const
     return std::make_unique<ExternalEncoder>(mInterface, flags);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,27 +1,29 @@
-// An external encoder of one format, from a shared library beside this one. See tarnok_encoder.h.
+// SPDX-License-Identifier: MIT
+// An external encoder for one format, from a shared library in the same folder as this one. See tarnok_encoder.h.
 #pragma once
 
+#include "base/result.hpp"
 #include "encode/encoder.hpp"
-#include "support/fault.hpp"
 
 #include <memory>
 #include <string>
 
 struct TARNOK_ENCODER_MODULE;
 
-namespace tarnok {
+namespace builder {
 
-// A loaded module. Encoders made by it must not outlive it.
+// A loaded module. It must outlive the encoders that it makes.
 class EncoderModule
 {
 public:
     // Whether codec is encoded by a module.
     [[nodiscard]] static bool encodes(bank::Codec codec);
 
-    // TARNOK_ERR_ENCODER_LIBRARY_NOT_FOUND, TARNOK_ERR_ENCODER_LIBRARY_BAD.
-    static Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
+    // ErrorCode::ModuleMissing, ErrorCode::ModuleBad.
+    static base::Result<std::shared_ptr<const EncoderModule>> load(bank::Codec codec);
 
-    // As their namesakes in encoder.hpp. A rate that the module makes up out of range comes back as the one asked for.
+    // Like the functions of the same names in encoder.hpp. If the module returns a rate that is out of range,
+    // sampleRate is returned.
     [[nodiscard]] std::string version() const;
     [[nodiscard]] int maximumChannels() const;
     [[nodiscard]] uint32_t encodingRate(uint32_t sampleRate) const;
@@ -36,4 +38,4 @@ private:
     const TARNOK_ENCODER_MODULE& mInterface;
 };
 
-} // namespace tarnok
+} // namespace builder

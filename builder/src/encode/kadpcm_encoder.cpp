@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/seam.hpp"
@@ -7,19 +8,20 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
-using bank::Error;
 using bank::SampleFormat;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
-// Frames handed to the codec at once, and superblocks between two seek points; what lies between is stepped over
+// Frames passed to the codec at once, and superblocks between two seek points. The superblocks between them are skipped
 // without decoding.
 constexpr size_t kChunkFrames = 4096;
 constexpr uint64_t kSeekSuperblocks = 16;
 
-// Triangular noise of one step of 16 bits to each side, the same in every run (xorshift64*, Vigna 2016).
+// Triangular noise of up to one 16-bit step in each direction, the same in every run (xorshift64*, Vigna 2016).
 class Dither
 {
 public:
@@ -37,7 +39,7 @@ private:
     uint64_t mState = 0x9e3779b97f4a7c15u;
 };
 
-// Reads the sound as 16-bit samples: as they are, from 8 bits exactly, from anything finer with dither.
+// Reads the sound as 16-bit samples: 16-bit samples unchanged, 8-bit samples exactly, all others with dither.
 class Reader16
 {
 public:
@@ -46,7 +48,7 @@ public:
         , mChannels(size_t(sound.facts().channels))
     { }
 
-    Error read(std::span<int16_t> samples)
+    base::Result<> read(std::span<int16_t> samples)
     {
         const size_t frames = samples.size() / mChannels;
         switch (mSound.facts().sampleFormat) {
@@ -60,26 +62,27 @@ public:
     }
 
 private:
-    Error readBytes(std::span<int16_t> samples, size_t frames)
+    base::Result<> readBytes(std::span<int16_t> samples, size_t frames)
     {
         mBytes.resize(samples.size());
-        if (const Error error = mSound.readSamples(mBytes.data(), frames); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readSamples(mBytes.data(), frames); !result)
+            return result.error();
         std::transform(mBytes.begin(), mBytes.end(), samples.begin(), [](int8_t byte) { return int16_t(byte * 256); });
-        return Error::None;
+        return {};
     }
 
-    Error readDithered(std::span<int16_t> samples, size_t frames)
+    base::Result<> readDithered(std::span<int16_t> samples, size_t frames)
     {
         mFloats.resize(samples.size());
-        if (const Error error = mSound.readFloat(mFloats.data(), frames); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readFloat(mFloats.data(), frames); !result)
+            return result.error();
         for (size_t i = 0; i < samples.size(); ++i)
             samples[i] = quantise(std::clamp(mFloats[i] * 32'768, -32'768.0f, 32'767.0f));
-        return Error::None;
+        return {};
     }
 
-    // A value that 16 bits can hold is left alone: digital silence stays silent, and what was 16 bits once comes back.
+    // A value that is representable in 16 bits isn't dithered: digital silence stays silent, and samples that once had
+    // 16 bits are restored.
     int16_t quantise(float value)
     {
         const float whole = std::nearbyint(value);
@@ -95,8 +98,8 @@ private:
     std::vector<float> mFloats;
 };
 
-// The stretches on both sides of the loop's seam.
-std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
+// The ranges on both sides of the loop's seam.
+std::optional<bank::kadpcm::Seam> findSeam(const PreparedFacts& facts)
 {
     if (!facts.loop)
         return std::nullopt;
@@ -106,7 +109,7 @@ std::optional<bank::kadpcm::Seam> seamOf(const PreparedFacts& facts)
                               {{{end - std::min(end, frames), end}, {start, std::min(end, start + frames)}}}};
 }
 
-// Takes superblocks as they get ready.
+// Writes superblocks as they are completed.
 class SuperblockWriter
 {
 public:
@@ -115,7 +118,7 @@ public:
         , mSound(sound)
     { }
 
-    Error write(std::vector<uint8_t>* bytes, std::vector<uint32_t>* sizes)
+    base::Result<> write(std::vector<uint8_t>* bytes, std::vector<uint32_t>* sizes)
     {
         uint64_t offset = mData.bytes();
         for (const uint32_t size : *sizes) {
@@ -124,10 +127,10 @@ public:
             offset += size;
             ++mCount;
         }
-        const Error error = bytes->empty() ? Error::None : mData.writeBlock(*bytes);
+        base::Result<> result = bytes->empty() ? base::Result<>() : mData.writeBlock(*bytes);
         bytes->clear();
         sizes->clear();
-        return error;
+        return result;
     }
 
 private:
@@ -138,38 +141,39 @@ private:
 
 } // namespace
 
-Error KadpcmEncoder::encode(PreparedSound& sound, int, bank::ByteSink& sink, std::stop_token stop, bank::Sound* encoded)
+base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& sink, std::stop_token stop,
+                                     bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
     *encoded = describe(bank::Codec::Kadpcm, facts);
-    if (const Error error = sound.seek(0); error != Error::None)
-        return error;
+    if (const base::Result<> result = sound.seek(0); !result)
+        return result.error();
 
     DataStream data(sink);
     Reader16 reader(sound);
     SuperblockWriter writer(data, encoded);
-    bank::kadpcm::Encoder encoder(facts.channels, stop, seamOf(facts));
+    bank::kadpcm::Encoder encoder(facts.channels, stop, findSeam(facts));
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;
     for (uint64_t left = facts.sampleCount; left > 0;) {
         const size_t count = size_t(std::min<uint64_t>(left, kChunkFrames));
         const std::span<int16_t> chunk = std::span(samples).first(count * size_t(facts.channels));
-        if (const Error error = reader.read(chunk); error != Error::None)
-            return error;
+        if (const base::Result<> result = reader.read(chunk); !result)
+            return result.error();
         encoder.encode(chunk, bytes, &sizes);
         if (stop.stop_requested())
-            return Error::Cancelled;
-        if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
-            return error;
+            return Error{ErrorCode::Cancelled};
+        if (const base::Result<> result = writer.write(&bytes, &sizes); !result)
+            return result.error();
         left -= count;
     }
     encoder.finish(bytes, &sizes);
     if (stop.stop_requested())
-        return Error::Cancelled;
-    if (const Error error = writer.write(&bytes, &sizes); error != Error::None)
-        return error;
+        return Error{ErrorCode::Cancelled};
+    if (const base::Result<> result = writer.write(&bytes, &sizes); !result)
+        return result.error();
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/opus_packet.hpp"
 
 #include <algorithm>
@@ -5,11 +6,11 @@
 #include <bit>
 #include <optional>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// As much of the range decoder (RFC 6716, 4.1) as the head of a CELT frame needs.
+// The part of the range decoder (RFC 6716, 4.1) that is needed for the head of a CELT frame.
 class RangeDecoder
 {
 public:
@@ -21,11 +22,11 @@ public:
         normalise();
     }
 
-    // Bits that have been read, rounded up (4.1.6.1).
-    [[nodiscard]] uint32_t tell() const { return mBits - uint32_t(std::bit_width(mRange)); }
-    [[nodiscard]] bool holds(uint32_t bits) const { return tell() + bits <= mBytes.size() * 8; }
+    // The number of bits that were read, rounded up (4.1.6.1).
+    [[nodiscard]] uint32_t bitsRead() const { return mBits - uint32_t(std::bit_width(mRange)); }
+    [[nodiscard]] bool holds(uint32_t bits) const { return bitsRead() + bits <= mBytes.size() * 8; }
 
-    // A flag that is set with a probability of 2^-shift.
+    // Reads a flag that is set with a probability of 2^-shift.
     bool flag(int shift)
     {
         const uint32_t part = mRange >> shift;
@@ -40,7 +41,7 @@ public:
         return set;
     }
 
-    // A number below count, all of which are equally likely.
+    // Reads a number below count; all are equally likely.
     uint32_t uniform(uint32_t count)
     {
         const uint32_t part = mRange / count;
@@ -52,7 +53,7 @@ public:
         return symbol;
     }
 
-    // One of three symbols that take the upper half of the range, the next quarter, and the last.
+    // Skips one of three symbols, with probabilities of a half, a quarter and a quarter.
     void skipTapset()
     {
         const uint32_t quarter = mRange >> 2;
@@ -66,7 +67,7 @@ public:
         normalise();
     }
 
-    // Bits that stand at the end of the frame, as they are.
+    // Skips raw bits, which are stored at the end of the frame.
     void skipRaw(uint32_t bits) { mBits += bits; }
 
 private:
@@ -108,12 +109,12 @@ bool isStationary(std::span<const uint8_t> frame)
     return !decoder.holds(3) || !decoder.flag(3);
 }
 
-// Takes the packet of one stream off the front, and returns its only frame. A length stands before the frame of all
-// streams but the last (appendix B).
+// Removes the packet of one stream from the front, and returns its only frame. A length precedes the frame in all
+// streams except the last (appendix B).
 std::optional<std::span<const uint8_t>> takeFrame(std::span<const uint8_t>* packet, bool isLast)
 {
     constexpr uint8_t kFirstCeltConfiguration = 16;
-    constexpr size_t kLongLength = 252; // from here on a second byte follows, which counts four
+    constexpr size_t kLongLength = 252; // starting with this value, a second byte follows, which is multiplied by four
     if (packet->empty())
         return std::nullopt;
     const uint8_t head = packet->front();
@@ -153,4 +154,4 @@ bool findStationary(std::span<const uint8_t> packet, std::span<bool> stationary)
     return true;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,15 +1,17 @@
-// What the head of an Opus packet says about the block that it holds (RFC 6716).
+// SPDX-License-Identifier: MIT
+// Parses the head of an Opus packet (RFC 6716).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
-// Whether the block of each stream of a multistream packet is stationary: a transient one leaves a decoder's record of
-// the last two loudnesses as it was, which fills the gaps in the spectra of the transients to come. Every stream
-// has one CELT frame, as our encoder makes them; stationary has an entry for each. False: the packet isn't such a one.
+// Finds out for each stream of a multistream packet whether its block is stationary. A decoder records the last two
+// loudnesses from stationary blocks, and fills gaps in the spectra of later transients with them. Every stream must
+// have one CELT frame, as our encoder makes them; stationary has one entry per stream. False if the packet has another
+// form.
 [[nodiscard]] bool findStationary(std::span<const uint8_t> packet, std::span<bool> stationary);
 
-} // namespace tarnok
+} // namespace builder

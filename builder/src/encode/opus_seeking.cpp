@@ -1,28 +1,32 @@
+// SPDX-License-Identifier: MIT
 #include "encode/opus_seeking.hpp"
 
+#include "encode/encoders.hpp"
 #include "encode/opus_packet.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
 constexpr int64_t kUnpredictedPackets = 2;
 
-// Of each stream two of the first three packets must be stationary. A transient before them may be wrong, and the pitch
-// filter repeats it; there is one packet more for that to fade.
+// In each stream, two of the first three packets must be stationary. A transient before them may be wrong, and the
+// pitch filter repeats it; one more packet lets that fade.
 constexpr int kStationaryPackets = 2;
 constexpr int64_t kSettlingPackets = 3;
 
-// A quarter of what a bank promises, which is -60 dB of the sound, or -90 dB of full scale where the sound is faint. A
-// decoder from the start has another past than the one that is compared with, and may be somewhat further off.
-constexpr double kLargestDifference = 1.0 / 4000;
-constexpr double kFaint = 0.0316;
+// A quarter of the difference that a bank allows, which is -60 dB of the sound, or -90 dB of full scale where the sound
+// is faint. A decoder that comes from the start has another state than the one used for the comparison, and may differ
+// somewhat more.
+constexpr double kMaximumDifference = 1.0 / 4000;
+constexpr double kFaintLevel = 0.0316;
 
 } // namespace
 
@@ -33,23 +37,21 @@ OpusPacketDecoder::OpusPacketDecoder(const OpusMapping& mapping, uint32_t sample
     , mChannels(size_t(mapping.channels))
 { }
 
-Error OpusPacketDecoder::reset()
+base::Result<> OpusPacketDecoder::reset()
 {
     if (!mLibrary)
-        return Error::Memory;
-    return opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK ? Error::None : Error::Encoder;
+        return Error{ErrorCode::Memory};
+    return codecResult(opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK);
 }
 
-Error OpusPacketDecoder::decode(std::span<const uint8_t> packet)
+base::Result<> OpusPacketDecoder::decode(std::span<const uint8_t> packet)
 {
     if (!mLibrary)
-        return Error::Memory;
+        return Error{ErrorCode::Memory};
     const int frames = int(mFrames.size() / mChannels);
-    return opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()), mFrames.data(),
-                                         frames, 0)
-            == frames
-        ? Error::None
-        : Error::Encoder;
+    const int decoded = opus_multistream_decode_float(mLibrary.get(), packet.data(), opus_int32(packet.size()),
+                                                      mFrames.data(), frames, 0);
+    return codecResult(decoded == frames);
 }
 
 OpusSeekPoints::OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames)
@@ -65,24 +67,24 @@ void OpusSeekPoints::announce(int64_t packet, bool wanted)
         mKey = packet;
 }
 
-bool OpusSeekPoints::unpredicted() const
+bool OpusSeekPoints::disablesPrediction() const
 {
     return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
 }
 
-Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& place, std::span<const float> frames,
-                           std::vector<bank::SeekPoint>* points)
+base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& point,
+                                    std::span<const float> frames, std::vector<bank::SeekPoint>* points)
 {
     if (mKey < 0)
-        return Error::None;
+        return {};
     if (mPacket == mKey) {
-        mPlace = place;
+        mPoint = point;
         std::fill(mStationary.begin(), mStationary.end(), 0);
-        if (const Error error = mDecoder.reset(); error != Error::None)
-            return error;
+        if (const base::Result<> result = mDecoder.reset(); !result)
+            return result.error();
     }
-    if (const Error error = mDecoder.decode(packet); error != Error::None)
-        return error;
+    if (const base::Result<> result = mDecoder.decode(packet); !result)
+        return result.error();
     const int64_t index = mPacket - mKey;
     if (index < kConvergence) {
         if (index < kSettlingPackets)
@@ -90,14 +92,14 @@ Error OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoin
         const int fewest = *std::min_element(mStationary.begin(), mStationary.end());
         if (fewest + std::max<int64_t>(kSettlingPackets - 1 - index, 0) < kStationaryPackets)
             mKey = -1;
-        return Error::None;
+        return {};
     }
-    if (meets(frames)) {
-        points->push_back(mPlace);
+    if (matches(frames)) {
+        points->push_back(mPoint);
         mStillWanted = false;
     }
     mKey = -1;
-    return Error::None;
+    return {};
 }
 
 void OpusSeekPoints::count(std::span<const uint8_t> packet)
@@ -110,7 +112,7 @@ void OpusSeekPoints::count(std::span<const uint8_t> packet)
         mStationary[stream] += found[stream];
 }
 
-bool OpusSeekPoints::meets(std::span<const float> frames) const
+bool OpusSeekPoints::matches(std::span<const float> frames) const
 {
     double signal = 0;
     double difference = 0;
@@ -119,8 +121,8 @@ bool OpusSeekPoints::meets(std::span<const float> frames) const
         signal += double(frames[i]) * frames[i];
         difference += apart * apart;
     }
-    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaint);
-    return std::sqrt(difference / double(frames.size())) <= kLargestDifference * level;
+    const double level = std::max(std::sqrt(signal / double(frames.size())), kFaintLevel);
+    return std::sqrt(difference / double(frames.size())) <= kMaximumDifference * level;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,12 +1,14 @@
-// Finds the packets of an Opus stream from which a decoder comes to the same samples as one that comes from the start.
+// SPDX-License-Identifier: MIT
+// Finds packets of an Opus stream at which decoding can start and soon gives the same samples as decoding from the
+// start of the stream.
 //
-// What a decoder remembers fades as packets pass, but for two things. The loudness of the bands is predicted from the
-// packet before, and the pitch filter repeats up to 1024 samples: so two packets in a row are encoded without
-// prediction. And gaps in transients are filled by what the last two stationary packets were: so two such packets must
-// be among the first three that are decoded after a seek. Whether there are isn't known before they are encoded, nor
-// can it be forced. So every place that is wanted is tried: the packets are looked into, and decoded twice, by a
-// decoder that begins there and by one that has a past. If these don't meet the place is given up, and the next packet
-// tried.
+// The state of a decoder fades with each packet, with two exceptions. First, the loudness of the bands is predicted
+// from the previous packet, and the pitch filter repeats up to 1024 samples. So two packets in a row are encoded
+// without prediction. Second, gaps in transients are filled according to the last two stationary packets. So two of the
+// first three packets after a seek must be stationary. That is known only after encoding, and can't be forced. So every
+// wanted seek point is tested: the heads of its packets are parsed, and the packets are decoded by two decoders, one
+// that starts there and one that has decoded earlier packets. If their samples don't match, the point is dropped and
+// the next packet is tried.
 #pragma once
 
 #include "encode/encoder.hpp"
@@ -17,9 +19,9 @@
 #include <span>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// How the channels of a sound are spread over Opus streams.
+// The distribution of a sound's channels over Opus streams.
 struct OpusMapping
 {
     int channels;
@@ -34,58 +36,60 @@ class OpusPacketDecoder
 public:
     OpusPacketDecoder(const OpusMapping& mapping, uint32_t sampleRate, size_t frames);
 
-    [[nodiscard]] bank::Error reset();
+    [[nodiscard]] base::Result<> reset();
 
     // The interleaved frames, valid until the next packet.
     [[nodiscard]] const std::vector<float>& frames() const { return mFrames; }
-    [[nodiscard]] bank::Error decode(std::span<const uint8_t> packet);
+    [[nodiscard]] base::Result<> decode(std::span<const uint8_t> packet);
 
 private:
-    struct Destroy
+    struct DestroyDecoder
     {
         void operator()(OpusMSDecoder* decoder) const { opus_multistream_decoder_destroy(decoder); }
     };
 
-    std::unique_ptr<OpusMSDecoder, Destroy> mLibrary;
+    std::unique_ptr<OpusMSDecoder, DestroyDecoder> mLibrary;
     std::vector<float> mFrames;
     size_t mChannels;
 };
 
-// Of one sound. Packets are counted by its encoder; each is announced, encoded, and then handed over.
+// The seek points of one sound. The encoder numbers the packets; each is announced, encoded, and then passed to take().
 class OpusSeekPoints
 {
 public:
-    // Decoding is right so many packets after a seek point.
+    // Number of packets after a seek point until decoding is right.
     static constexpr int64_t kConvergence = 4;
 
-    // Packets that another decoder must have decoded before a place is tried, to have a past.
-    static constexpr int64_t kPast = 2;
+    // Number of packets that the other decoder must have decoded before a trial.
+    static constexpr int64_t kHistory = 2;
 
     OpusSeekPoints(const OpusMapping& mapping, uint32_t sampleRate, size_t frames);
 
-    // Begins a trial with the next packet if it is wanted there, or was where none has succeeded since.
+    // Starts a trial with this packet if a seek point is wanted here, or was wanted before and no trial has succeeded
+    // since.
     void announce(int64_t packet, bool wanted);
 
     // Whether the packet that was announced last must be encoded without prediction.
-    [[nodiscard]] bool unpredicted() const;
+    [[nodiscard]] bool disablesPrediction() const;
 
     // Whether a trial needs the packet's samples, from the other decoder.
-    [[nodiscard]] bool onTrial() const { return mKey >= 0; }
+    [[nodiscard]] bool isOnTrial() const { return mKey >= 0; }
 
-    // The packet that was announced, and what the other decoder made of it. A trial that succeeds adds its seek point.
-    [[nodiscard]] bank::Error take(std::span<const uint8_t> packet, const bank::SeekPoint& place,
-                                   std::span<const float> frames, std::vector<bank::SeekPoint>* points);
+    // Passes the packet that was announced, its seek point, and its samples from the other decoder. If the trial
+    // succeeds, its seek point is added to points.
+    [[nodiscard]] base::Result<> take(std::span<const uint8_t> packet, const bank::SeekPoint& point,
+                                      std::span<const float> frames, std::vector<bank::SeekPoint>* points);
 
 private:
     void count(std::span<const uint8_t> packet);
-    [[nodiscard]] bool meets(std::span<const float> frames) const;
+    [[nodiscard]] bool matches(std::span<const float> frames) const;
 
     OpusPacketDecoder mDecoder;
-    std::vector<int> mStationary; // packets of each stream since the trial began
+    std::vector<int> mStationary; // number of stationary packets per stream since the trial started
     int64_t mPacket = 0;
-    int64_t mKey = -1; // packet that is tried, -1 for none
-    bank::SeekPoint mPlace; // of it
+    int64_t mKey = -1; // the packet on trial, -1 for none
+    bank::SeekPoint mPoint; // of that packet
     bool mStillWanted = false;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/seam.hpp"
 
 #include "encode/correction_layers.hpp"
@@ -8,21 +9,21 @@
 #include <functional>
 #include <limits>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// Of a sound shorter than this the error is known as a whole, and where it stands out is corrected.
+// For a sound shorter than this the whole error is known, and is corrected where it stands out.
 constexpr int64_t kShortFrames = 4096;
 
-constexpr size_t kLayers = 2; // at least, over the seams of longer sounds
+constexpr size_t kLayers = 2; // minimum for the seams of longer sounds
 
-// The squared error that a listener hears in three places: before the seam, behind it, and in the whole sound.
-struct Heard
+// The squared error before the seam, after it, and in the whole sound.
+struct SeamError
 {
     std::array<double, 3> sums{};
 
-    void add(const Heard& other, double sign)
+    void add(const SeamError& other, double sign)
     {
         for (size_t i = 0; i < sums.size(); ++i)
             sums[i] += sign * other.sums[i];
@@ -33,23 +34,23 @@ struct Heard
 class SeamBalance
 {
 public:
-    SeamBalance(int64_t length, const bank::Loop& loop, size_t channels)
+    SeamBalance(int64_t length, const base::Loop& loop, size_t channels)
         : mLength(length)
         , mStart(int64_t(loop.start))
         , mEnd(int64_t(loop.end))
         , mChannels(channels)
     { }
 
-    // squaredError: of the sound, or the least that it can be.
+    // squaredError: of the whole sound, or a lower bound of it.
     void balance(std::vector<CorrectionLayers>* seams, double squaredError)
     {
         collect(seams);
         mTotal.sums[2] = squaredError;
         for (Segment& segment : mSegments) {
-            const Heard first = heard(segment, 0);
+            const SeamError first = remainingError(segment, 0);
             mTotal.sums[0] += first.sums[0];
             mTotal.sums[1] += first.sums[1];
-            for (size_t layer = 0; layer < layersAtLeast(); ++layer)
+            for (size_t layer = 0; layer < minimumLayers(); ++layer)
                 raise(&segment);
         }
         std::vector<Segment> best = mSegments;
@@ -70,7 +71,7 @@ public:
 
 private:
     static constexpr double kGoodEnough = 1.04; // times the error of the sound
-    static constexpr double kNothing = 1e-9; // mean square of an error that nobody hears: -90 dB of full scale
+    static constexpr double kInaudible = 1e-9; // mean square of an inaudible error: -90 dB of full scale
 
     struct Segment
     {
@@ -79,27 +80,27 @@ private:
         size_t layers = 0;
     };
 
-    // Where nearly all of the sound is at its seam, only the differences matter.
-    size_t layersAtLeast() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
+    // If nearly the whole sound is close to its seam, only differences between the errors matter, so this is 0.
+    size_t minimumLayers() const { return mLength >= kShortFrames ? kLayers : mLength > 2 * kSeamFrames ? 1 : 0; }
 
-    // What remains of a segment after so many layers.
-    Heard heard(const Segment& segment, size_t layers) const
+    // The error that remains in a segment after a number of layers.
+    SeamError remainingError(const Segment& segment, size_t layers) const
     {
-        Heard sum;
+        SeamError sum;
         const std::span<const float> left = segment.seam->left(segment.index, layers);
         const int64_t first = segment.seam->first(segment.index);
         for (size_t i = 0; i < left.size(); ++i) {
             const int64_t frame = first + int64_t(i / mChannels);
             const double square = double(left[i]) * left[i];
             sum.sums[0] += square * (frame < mEnd && frame >= mEnd - kSeamFrames);
-            sum.sums[1] += square * double(timesBehind(frame));
+            sum.sums[1] += square * double(timesAfter(frame));
             sum.sums[2] += square;
         }
         return sum;
     }
 
-    // How often a frame of the loop is heard within kSeamFrames behind the seam.
-    int64_t timesBehind(int64_t frame) const
+    // How often a frame of the loop is heard within kSeamFrames after the seam.
+    int64_t timesAfter(int64_t frame) const
     {
         const int64_t into = frame - mStart;
         return frame < mStart || frame >= mEnd || into >= kSeamFrames
@@ -117,8 +118,8 @@ private:
 
     void raise(Segment* segment)
     {
-        mTotal.add(heard(*segment, segment->layers), -1);
-        mTotal.add(heard(*segment, ++segment->layers), 1);
+        mTotal.add(remainingError(*segment, segment->layers), -1);
+        mTotal.add(remainingError(*segment, ++segment->layers), 1);
     }
 
     Segment* mostHelpful()
@@ -126,11 +127,11 @@ private:
         Segment* found = nullptr;
         double least = std::numeric_limits<double>::max();
         for (Segment& segment : mSegments) {
-            if (segment.layers == kMostLayers)
+            if (segment.layers == kMaximumLayers)
                 continue;
-            Heard total = mTotal;
-            total.add(heard(segment, segment.layers), -1);
-            total.add(heard(segment, segment.layers + 1), 1);
+            SeamError total = mTotal;
+            total.add(remainingError(segment, segment.layers), -1);
+            total.add(remainingError(segment, segment.layers + 1), 1);
             if (const double now = worst(total); now < least) {
                 least = now;
                 found = &segment;
@@ -139,20 +140,20 @@ private:
         return found;
     }
 
-    // Root mean square of the worse side, times that of the sound.
-    double worst(const Heard& total) const
+    // Root mean square of the worse side, relative to that of the whole sound.
+    double worst(const SeamError& total) const
     {
-        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kNothing);
+        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kInaudible);
         const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
-        const double behind = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
-        return std::sqrt(std::max({before, behind, 0.0}) / sound);
+        const double after = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
+        return std::sqrt(std::max({before, after, 0.0}) / sound);
     }
 
     int64_t mLength;
     int64_t mStart;
     int64_t mEnd;
     size_t mChannels;
-    Heard mTotal;
+    SeamError mTotal;
     std::vector<Segment> mSegments;
 };
 
@@ -173,21 +174,21 @@ SeamRecorder::SeamRecorder(const PreparedFacts& facts, int64_t beginning)
         mSeams = {{std::min(before, start), end}};
     else
         mSeams = {{start, start + kSeamFrames}, {before, end}};
-    addStretch(0, mLength < kShortFrames ? mLength : std::min(mLength, beginning));
+    addRange(0, mLength < kShortFrames ? mLength : std::min(mLength, beginning));
     for (const auto& [first, last] : mSeams)
-        addStretch(first, last);
+        addRange(first, last);
 }
 
-void SeamRecorder::addStretch(int64_t first, int64_t end)
+void SeamRecorder::addRange(int64_t first, int64_t end)
 {
-    mStretches.push_back({first, end, std::vector<float>(size_t(end - first) * mChannels)});
+    mRanges.push_back({first, end, std::vector<float>(size_t(end - first) * mChannels)});
 }
 
 void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 {
-    if (mStretches.empty())
+    if (mRanges.empty())
         return;
-    // In as many pieces as the ring has ends between them.
+    // The ring wraps, so this may take several pieces.
     while (!frames.empty()) {
         const auto at = size_t(position & (kRecentFrames - 1));
         const size_t count = std::min(size_t(kRecentFrames) - at, frames.size() / mChannels);
@@ -199,7 +200,7 @@ void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
 
 void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 {
-    if (mStretches.empty())
+    if (mRanges.empty())
         return;
     const int64_t from = std::max<int64_t>(position, 0);
     const int64_t end = std::min(position + int64_t(frames.size() / mChannels), mLength);
@@ -208,7 +209,7 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
         const float* const got = frames.data() + size_t(frame - position) * mChannels;
         for (size_t channel = 0; channel < mChannels; ++channel)
             mSquaredError += (double(wanted[channel]) - got[channel]) * (double(wanted[channel]) - got[channel]);
-        for (Stretch& stretch : mStretches) {
+        for (Range& stretch : mRanges) {
             if (frame >= stretch.first && frame < stretch.end)
                 std::transform(wanted, wanted + mChannels, got,
                                stretch.missing.begin() + ptrdiff_t(size_t(frame - stretch.first) * mChannels),
@@ -219,16 +220,16 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 
 bool SeamRecorder::wants(int64_t first, int64_t end) const
 {
-    return std::any_of(mStretches.begin(), mStretches.end(),
-                       [&](const Stretch& stretch) { return first < stretch.end && end > stretch.first; });
+    return std::any_of(mRanges.begin(), mRanges.end(),
+                       [&](const Range& stretch) { return first < stretch.end && end > stretch.first; });
 }
 
 std::vector<float> SeamRecorder::missing(int64_t first, int64_t end) const
 {
-    const auto holds = [&](const Stretch& stretch) {
+    const auto holds = [&](const Range& stretch) {
         return stretch.first <= first && end <= stretch.end;
     };
-    const Stretch& stretch = *std::find_if(mStretches.begin(), mStretches.end(), holds);
+    const Range& stretch = *std::find_if(mRanges.begin(), mRanges.end(), holds);
     const auto begin = stretch.missing.begin() + ptrdiff_t(size_t(first - stretch.first) * mChannels);
     return {begin, begin + ptrdiff_t(size_t(end - first) * mChannels)};
 }
@@ -244,4 +245,4 @@ void SeamRecorder::finish(bank::Sound* sound) const
         seam.store(sound);
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/sound_settings.hpp"
 
 #include <soxr.h>
@@ -5,9 +6,9 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tarnok {
+namespace builder {
 
-// The formats of the interface are the codecs of the container.
+// The formats of the interface and the codecs of the container have the same numbers.
 static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma) == TARNOK_FORMAT_XMA
               && int(bank::Codec::At9) == TARNOK_FORMAT_AT9 && int(bank::Codec::Vorbis) == TARNOK_FORMAT_VORBIS
               && int(bank::Codec::Kadpcm) == TARNOK_FORMAT_KADPCM && int(bank::Codec::Opus) == TARNOK_FORMAT_OPUS
@@ -15,25 +16,25 @@ static_assert(int(bank::Codec::Pcm) == TARNOK_FORMAT_PCM && int(bank::Codec::Xma
 
 namespace {
 
-// To be raised whenever the same source and settings come out differently because of the code between the source and
-// the encoder: decoding, interleaving, loop handling, resampling, dither. Encoders tell their own version.
+// Must be raised whenever the code between source and encoder (decoding, interleaving, loop handling, resampling,
+// dither) produces something else from the same source and settings. Encoders have versions of their own.
 constexpr uint64_t kPipelineRevision = 6;
 
 } // namespace
 
-SoundSettings SoundSettings::of(const BankOrder& order, const TARNOK_SUBSOUND& subsound)
+SoundSettings SoundSettings::resolve(const BuildSettings& build, const TARNOK_SUBSOUND& subsound)
 {
-    const unsigned flags = order.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
-    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : order.quality;
+    const unsigned flags = build.flags ^ (subsound.overrideFlags & TARNOK_BUILD_OVERRIDE_MASK);
+    const unsigned quality = subsound.overrideQuality != 0 ? subsound.overrideQuality : build.quality;
 
     SoundSettings settings;
-    settings.codec = bank::Codec(order.format);
-    settings.quality = hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
+    settings.codec = bank::Codec(build.format);
+    settings.quality = bank::hasQuality(settings.codec) ? int(std::clamp(quality, 1u, 100u)) : 1;
     settings.loop = !(flags & TARNOK_BUILD_DONTLOOP);
     settings.syncPoints = !(flags & TARNOK_BUILD_DISABLESYNCPOINTS);
     settings.peak = flags & TARNOK_BUILD_WRITEPEAKVOLUME;
     settings.desiredRate = uint32_t(std::lround(subsound.desiredSampleRate));
-    settings.module = order.module;
+    settings.module = build.module;
     if (settings.module)
         settings.moduleFlags = flags & (TARNOK_BUILD_FILTERHIGHFREQ | TARNOK_BUILD_DISABLESEEKING);
     settings.lowestRate = (flags & TARNOK_BUILD_OPTIMIZESAMPLERATE) && settings.desiredRate == 0;
@@ -63,12 +64,12 @@ ContentHash SoundSettings::cacheKey(std::span<const ContentHash> sources) const
 
 std::unique_ptr<Encoder> SoundSettings::makeEncoder() const
 {
-    return module ? module->makeEncoder(moduleFlags) : tarnok::makeEncoder(codec);
+    return module ? module->makeEncoder(moduleFlags) : builder::makeEncoder(codec);
 }
 
 uint32_t SoundSettings::encodingRate(uint32_t sampleRate) const
 {
-    return module ? module->encodingRate(sampleRate) : tarnok::encodingRate(codec, sampleRate);
+    return module ? module->encodingRate(sampleRate) : builder::encodingRate(codec, sampleRate);
 }
 
 int SoundSettings::maximumChannels() const
@@ -76,4 +77,4 @@ int SoundSettings::maximumChannels() const
     return module ? module->maximumChannels() : bank::kMaximumChannels;
 }
 
-} // namespace tarnok
+} // namespace builder

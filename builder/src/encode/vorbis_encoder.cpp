@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "encode/data_stream.hpp"
 #include "encode/encoders.hpp"
 #include "encode/seam.hpp"
@@ -6,34 +7,36 @@
 
 #include <algorithm>
 
-namespace tarnok {
+namespace builder {
 
-using bank::Error;
+using base::Error;
+using base::ErrorCode;
 
 namespace {
 
 constexpr long kReadFrames = 1024;
 
-// Decoded samples between two seek points: what a seek decodes more than it needs, about a third of a second.
+// Decoded samples between two seek points. This is what a seek decodes in vain at most, about a third of a second.
 constexpr int64_t kSeekInterval = 16'384;
 
-// Of a sound that loops, the encoder hears this part of a long block before the start. The library begins with a short
-// block; with half as much, the sound would start between that and a long one, in a worse quality.
+// If a sound loops at its start, the encoder's input starts this fraction (1/n) of a long block earlier. The library
+// starts with a short block. With half as much, the sound would start between the short block and a long one, in lower
+// quality.
 constexpr int64_t kWarmUpDivisor = 2;
 
-// Of a sound that loops so many frames are decoded at its start: some hundred samples of its seams say too little of
-// its error.
+// This many frames are decoded at the start of a sound that loops. The few hundred samples at its seams are too few to
+// estimate its error.
 constexpr int64_t kBeginning = 4096;
 
-// Mono and stereo, at two rates. Each takes half a megabyte.
-constexpr size_t kKeptKinds = 4;
+// Mono and stereo, at two rates. Each kind uses half a megabyte.
+constexpr size_t kMaximumKinds = 4;
 
-// Decodes the packets around the seam of the loop, of one sound after the other.
-class SeamDecoder
+// Decodes the packets around the seam of a loop. Used for one sound after the other.
+class VorbisSeamDecoder
 {
 public:
-    SeamDecoder() { vorbis_info_init(&mInfo); }
-    ~SeamDecoder()
+    VorbisSeamDecoder() { vorbis_info_init(&mInfo); }
+    ~VorbisSeamDecoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
@@ -41,11 +44,11 @@ public:
         }
         vorbis_info_clear(&mInfo);
     }
-    SeamDecoder(const SeamDecoder&) = delete;
-    SeamDecoder& operator=(const SeamDecoder&) = delete;
+    VorbisSeamDecoder(const VorbisSeamDecoder&) = delete;
+    VorbisSeamDecoder& operator=(const VorbisSeamDecoder&) = delete;
 
-    // The headers that all the sounds have.
-    Error start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
+    // Receives the headers, which are the same for all sounds.
+    base::Result<> start(ogg_packet& identification, ogg_packet& comments, ogg_packet& codebooks)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -56,39 +59,39 @@ public:
             && vorbis_synthesis_init(&mDsp, &mInfo) == 0;
         vorbis_comment_clear(&comment);
         if (!taken)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         mStarted = true;
-        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+        return codecResult(vorbis_block_init(&mDsp, &mBlock) == 0);
     }
 
-    // From here on for another sound. Nothing of the one before is left in what is decoded.
+    // Starts another sound. Nothing of the previous one remains in the decoded samples.
     void begin(SeamRecorder& seam)
     {
         mSeam = &seam;
         mPrimed = false;
     }
 
-    // A packet that decodes to the sound's frames first to end - 1, and all others in order.
-    Error take(const ogg_packet& packet, int64_t first, int64_t end)
+    // Receives a packet that decodes to the frames first to end - 1 of the sound. Packets must come in order.
+    base::Result<> take(const ogg_packet& packet, int64_t first, int64_t end)
     {
         if (mSeam->wants(first, end)) {
             if (!mPrimed) {
                 if (vorbis_synthesis_restart(&mDsp) != 0)
-                    return Error::Encoder;
+                    return Error{ErrorCode::Codec};
                 ogg_packet primer{};
                 primer.packet = mLast.data();
                 primer.bytes = long(mLast.size());
-                if (const Error error = decode(primer, first); error != Error::None)
-                    return error;
+                if (const base::Result<> result = decode(primer, first); !result)
+                    return result.error();
             }
             mPrimed = true;
             return decode(packet, first);
         }
         mPrimed = false;
-        return Error::None;
+        return {};
     }
 
-    // A packet that the next one may need.
+    // Stores a packet, which may be needed to decode the next one.
     void remember(const ogg_packet& packet)
     {
         if (!mPrimed)
@@ -96,10 +99,10 @@ public:
     }
 
 private:
-    Error decode(ogg_packet packet, int64_t first)
+    base::Result<> decode(ogg_packet packet, int64_t first)
     {
         if (vorbis_synthesis(&mBlock, &packet) != 0 || vorbis_synthesis_blockin(&mDsp, &mBlock) != 0)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         float** channels = nullptr;
         const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
         const auto width = size_t(mInfo.channels);
@@ -110,7 +113,7 @@ private:
         }
         vorbis_synthesis_read(&mDsp, count);
         mSeam->decoded(first, mFrames);
-        return Error::None;
+        return {};
     }
 
     SeamRecorder* mSeam = nullptr;
@@ -118,38 +121,38 @@ private:
     vorbis_dsp_state mDsp{};
     vorbis_block mBlock{};
     bool mStarted = false;
-    bool mPrimed = false; // the packet before the next one has been decoded
+    bool mPrimed = false; // the previous packet was decoded
     std::vector<uint8_t> mLast;
     std::vector<float> mFrames;
 };
 
-// The states of the library for one sound, ended in the order that it wants.
-class Library
+// The state of libvorbis for one sound, cleared in the order that it requires.
+class LibvorbisEncoder
 {
 public:
-    explicit Library(vorbis_info& info)
+    explicit LibvorbisEncoder(vorbis_info& info)
         : mInfo(info)
     { }
-    ~Library()
+    ~LibvorbisEncoder()
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
             vorbis_dsp_clear(&mDsp);
         }
     }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
+    LibvorbisEncoder(const LibvorbisEncoder&) = delete;
+    LibvorbisEncoder& operator=(const LibvorbisEncoder&) = delete;
 
-    Error start()
+    base::Result<> start()
     {
         if (vorbis_analysis_init(&mDsp, &mInfo) != 0)
-            return Error::Encoder;
+            return Error{ErrorCode::Codec};
         mStarted = true;
-        return vorbis_block_init(&mDsp, &mBlock) == 0 ? Error::None : Error::Encoder;
+        return codecResult(vorbis_block_init(&mDsp, &mBlock) == 0);
     }
 
     // The headers that a decoder needs; the comment header is left out, since it says nothing about a sound.
-    Error headers(std::vector<uint8_t>* setup, SeamDecoder* seam)
+    base::Result<> headers(std::vector<uint8_t>* setup, VorbisSeamDecoder* seam)
     {
         vorbis_comment comment;
         vorbis_comment_init(&comment);
@@ -159,26 +162,29 @@ public:
         const int failed = vorbis_analysis_headerout(&mDsp, &comment, &identification, &comments, &codebooks);
         vorbis_comment_clear(&comment);
         if (failed)
-            return Error::Encoder;
-        if (const Error error = seam->start(identification, comments, codebooks); error != Error::None)
-            return error;
+            return Error{ErrorCode::Codec};
+        if (const base::Result<> result = seam->start(identification, comments, codebooks); !result)
+            return result.error();
         for (const ogg_packet& packet : {identification, codebooks}) {
-            bank::appendLittle(*setup, uint32_t(packet.bytes));
+            base::appendLittle(*setup, uint32_t(packet.bytes));
             setup->insert(setup->end(), packet.packet, packet.packet + packet.bytes);
         }
-        return Error::None;
+        return {};
     }
 
-    // Room for frames, channel by channel; wrote() tells how many were filled in, none that the sound has ended.
-    float** room(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
-    Error wrote(long frames) { return vorbis_analysis_wrote(&mDsp, int(frames)) == 0 ? Error::None : Error::Encoder; }
+    // A buffer for frames, channel by channel. submit() passes the number of frames that were filled in; 0 marks the
+    // end of the sound.
+    float** buffer(long frames) { return vorbis_analysis_buffer(&mDsp, int(frames)); }
+    base::Result<> submit(long frames) { return codecResult(vorbis_analysis_wrote(&mDsp, int(frames)) == 0); }
 
-    // The next packet, valid until the one after; nullptr when more samples are needed first.
-    bank::Result<ogg_packet*> packet()
+    // The next packet, valid until the following call; nullptr if more samples are needed first.
+    base::Result<ogg_packet*> packet()
     {
         if (vorbis_analysis_blockout(&mDsp, &mBlock) != 1)
             return nullptr;
-        return vorbis_analysis(&mBlock, &mPacket) == 0 ? bank::Result(&mPacket) : Error::Encoder;
+        if (vorbis_analysis(&mBlock, &mPacket) != 0)
+            return Error{ErrorCode::Codec};
+        return &mPacket;
     }
 
     [[nodiscard]] long blockSize(ogg_packet& packet) { return vorbis_packet_blocksize(&mInfo, &packet); }
@@ -192,17 +198,17 @@ private:
     bool mStarted = false;
 };
 
-// Chooses the packets that are kept and finds out where the sound begins among what they decode to.
+// Chooses the packets that are kept, and determines where in their decoded samples the sound starts.
 //
-// A packet is a window of samples around a centre, and decoding it after another one gives the samples from the former
-// centre to its own. The first packet's centre is the first sample that the encoder was given; each further one lies a
-// quarter of both block sizes behind the last. Of the packets before the sound only the last one whose centre isn't
-// behind the sound's start is needed, to decode the following one.
+// A packet is a window of samples around a centre. Decoding it after another packet gives the samples from that
+// packet's centre to its own. The centre of the first packet is the first sample of the encoder's input; each next
+// centre follows after a quarter of both block sizes. Of the packets before the sound, only the last one whose centre
+// isn't after the sound's start is needed, to decode the next one.
 class PacketChooser
 {
 public:
-    // first is the sound's first sample and end the one behind its last, counted from the first that is encoded.
-    PacketChooser(DataStream& data, SeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
+    // first is the sound's first sample, end is one past its last, both counted from the first sample that is encoded.
+    PacketChooser(DataStream& data, VorbisSeamDecoder& seam, bank::Sound* sound, int64_t first, int64_t end)
         : mData(data)
         , mSeam(seam)
         , mSound(sound)
@@ -212,7 +218,7 @@ public:
 
     [[nodiscard]] bool complete() const { return mCentre >= mEnd; }
 
-    Error take(const ogg_packet& packet, long blockSize)
+    base::Result<> take(const ogg_packet& packet, long blockSize)
     {
         const int64_t lastCentre = mCentre;
         mCentre += mLastBlockSize == 0 ? 0 : mLastBlockSize / 4 + blockSize / 4;
@@ -222,16 +228,16 @@ public:
             mPrimer.assign(bytes.begin(), bytes.end());
             mPrimerCentre = mCentre;
             mSeam.remember(packet);
-            return Error::None;
+            return {};
         }
-        if (const Error error = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSeam.take(packet, lastCentre - mFirst, mCentre - mFirst); !result)
+            return result.error();
         mSeam.remember(packet);
         if (!mStarted) {
             mStarted = true;
-            mSound->leadIn = uint32_t(mFirst - mPrimerCentre);
-            if (const Error error = mData.writePacket(mPrimer); error != Error::None)
-                return error;
+            mSound->preSkip = uint32_t(mFirst - mPrimerCentre);
+            if (const base::Result<> result = mData.writePacket(mPrimer); !result)
+                return result.error();
         }
         addSeekPoint();
         return mData.writePacket(bytes);
@@ -248,7 +254,7 @@ private:
     }
 
     DataStream& mData;
-    SeamDecoder& mSeam;
+    VorbisSeamDecoder& mSeam;
     bank::Sound* mSound;
     int64_t mFirst;
     int64_t mEnd;
@@ -260,11 +266,11 @@ private:
     bool mStarted = false;
 };
 
-// Reads frames and hands them to the library channel by channel.
+// Reads frames and passes them to the library channel by channel.
 class Feeder
 {
 public:
-    Feeder(PreparedSound& sound, int64_t position, Library& library, SeamRecorder& seam)
+    Feeder(PreparedSound& sound, int64_t position, LibvorbisEncoder& library, SeamRecorder& seam)
         : mSound(sound)
         , mPosition(position)
         , mLibrary(library)
@@ -272,28 +278,28 @@ public:
         , mFrames(size_t(kReadFrames) * size_t(sound.facts().channels))
     { }
 
-    Error feed(long count)
+    base::Result<> feed(long count)
     {
-        if (const Error error = mSound.readFloat(mFrames.data(), size_t(count)); error != Error::None)
-            return error;
+        if (const base::Result<> result = mSound.readFloat(mFrames.data(), size_t(count)); !result)
+            return result.error();
         mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
         mPosition += count;
-        float** room = mLibrary.room(count);
+        float** room = mLibrary.buffer(count);
         if (!room)
-            return Error::Memory;
+            return Error{ErrorCode::Memory};
         const int channels = mSound.facts().channels;
         for (int channel = 0; channel < channels; ++channel) {
             const float* from = mFrames.data() + channel;
             for (long i = 0; i < count; ++i)
                 room[channel][i] = from[i * channels];
         }
-        return mLibrary.wrote(count);
+        return mLibrary.submit(count);
     }
 
 private:
     PreparedSound& mSound;
     int64_t mPosition;
-    Library& mLibrary;
+    LibvorbisEncoder& mLibrary;
     SeamRecorder& mSeam;
     std::vector<float> mFrames;
 };
@@ -307,7 +313,7 @@ float vorbisQuality(int quality)
     return 0.5f + 0.5f * float(std::min(quality, 100) - 50) / 50;
 }
 
-// What sounds of one kind have in common. To make the codebooks takes longer than to encode a short sound.
+// The state that sounds of the same kind share. Making the codebooks takes longer than encoding a short sound.
 struct VorbisEncoder::Kind
 {
     Kind(const PreparedFacts& facts, int quality_)
@@ -326,18 +332,19 @@ struct VorbisEncoder::Kind
         return facts.channels == channels && facts.sampleRate == sampleRate && quality_ == quality;
     }
 
-    Error start()
+    base::Result<> start()
     {
         if (vorbis_encode_setup_vbr(&info, channels, long(sampleRate), vorbisQuality(quality)) != 0)
-            return Error::Unsupported;
-        // The channels of a bank may be anything, six stems of a music as well as a surround sound. The library's
-        // tuning for six takes the last for a subwoofer and drops all but its lowest octaves.
+            return Error{ErrorCode::Unsupported};
+        // The channels of a sound may be anything, six stems of a piece of music as well as surround sound. The
+        // library's tuning for six channels treats the last one as a subwoofer and drops all but its lowest octaves.
         int coupling = channels == 2;
         if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
-            return Error::Unsupported;
-        Library library(info);
-        const Error error = library.start();
-        return error == Error::None ? library.headers(&setup, &seamDecoder) : error;
+            return Error{ErrorCode::Unsupported};
+        LibvorbisEncoder library(info);
+        if (const base::Result<> result = library.start(); !result)
+            return result.error();
+        return library.headers(&setup, &seamDecoder);
     }
 
     int channels;
@@ -345,79 +352,79 @@ struct VorbisEncoder::Kind
     int quality;
     vorbis_info info{};
     std::vector<uint8_t> setup; // the headers
-    SeamDecoder seamDecoder;
+    VorbisSeamDecoder seamDecoder;
 };
 
 VorbisEncoder::VorbisEncoder() = default;
 VorbisEncoder::~VorbisEncoder() = default;
 
-// The kind of a sound becomes the first of those that are kept.
-Error VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
+// Moves the kind of the sound to the front of those that are kept.
+base::Result<> VorbisEncoder::chooseKind(const PreparedFacts& facts, int quality)
 {
     const auto found =
         std::find_if(mKinds.begin(), mKinds.end(), [&](const auto& kind) { return kind->fits(facts, quality); });
     if (found != mKinds.end()) {
         std::rotate(mKinds.begin(), found, found + 1);
-        return Error::None;
+        return {};
     }
     auto kind = std::make_unique<Kind>(facts, quality);
-    if (const Error error = kind->start(); error != Error::None)
-        return error;
+    if (const base::Result<> result = kind->start(); !result)
+        return result.error();
     mKinds.insert(mKinds.begin(), std::move(kind));
-    if (mKinds.size() > kKeptKinds)
+    if (mKinds.size() > kMaximumKinds)
         mKinds.pop_back();
-    return Error::None;
+    return {};
 }
 
-Error VorbisEncoder::encode(PreparedSound& sound, int quality, bank::ByteSink& sink, std::stop_token stop,
-                            bank::Sound* encoded)
+base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::ByteSink& sink, std::stop_token stop,
+                                     bank::Sound* encoded)
 {
     const PreparedFacts& facts = sound.facts();
-    if (const Error error = chooseKind(facts, quality); error != Error::None)
-        return error;
+    if (const base::Result<> result = chooseKind(facts, quality); !result)
+        return result.error();
     Kind& kind = *mKinds.front();
     *encoded = describe(bank::Codec::Vorbis, facts);
     encoded->quality = uint8_t(quality);
     encoded->setup = kind.setup;
 
-    Library library(kind.info);
-    if (const Error error = library.start(); error != Error::None)
-        return error;
-    const int64_t lead = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
-    if (const Error error = sound.seek(-lead); error != Error::None)
-        return error;
+    LibvorbisEncoder library(kind.info);
+    if (const base::Result<> result = library.start(); !result)
+        return result.error();
+    const int64_t warmUp = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
+    if (const base::Result<> result = sound.seek(-warmUp); !result)
+        return result.error();
 
     DataStream data(sink);
     SeamRecorder seam(facts, kBeginning);
     kind.seamDecoder.begin(seam);
-    PacketChooser chooser(data, kind.seamDecoder, encoded, lead, lead + int64_t(facts.sampleCount));
-    Feeder feeder(sound, -lead, library, seam);
+    PacketChooser chooser(data, kind.seamDecoder, encoded, warmUp, warmUp + int64_t(facts.sampleCount));
+    Feeder feeder(sound, -warmUp, library, seam);
 
-    // Without a loop the library is told of the end and continues the sound by prediction; with one it hears the
-    // loop's start until the last sample of the sound has come out.
-    int64_t left = lead + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumReach : 0);
+    // Without a loop at the end, the end is reported to the library, which continues the sound by prediction. With one,
+    // its input continues with the start of the loop until the last sample of the sound was encoded.
+    int64_t left = warmUp + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumLookaround : 0);
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
-            return Error::Cancelled;
-        const bank::Result<ogg_packet*> packet = library.packet();
+            return Error{ErrorCode::Cancelled};
+        const base::Result<ogg_packet*> packet = library.packet();
         if (!packet)
             return packet.error();
-        Error error = Error::None;
+        base::Result<> result;
         if (*packet) {
-            error = chooser.take(**packet, library.blockSize(**packet));
+            result = chooser.take(**packet, library.blockSize(**packet));
         } else if (ended) {
-            error = Error::Encoder;
+            result = Error{ErrorCode::Codec};
         } else {
             const long count = long(std::min<int64_t>(left, kReadFrames));
             ended = count == 0;
             left -= count;
-            error = ended ? library.wrote(0) : feeder.feed(count);
+            result = ended ? library.submit(0) : feeder.feed(count);
         }
-        if (error != Error::None)
-            return error;
+        if (!result)
+            return result.error();
     }
     seam.finish(encoded);
     return data.finish(encoded);
 }
 
-} // namespace tarnok
+} // namespace builder

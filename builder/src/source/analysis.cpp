@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/analysis.hpp"
 
 #include <algorithm>
@@ -9,7 +10,7 @@
 #include <optional>
 #include <span>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -36,8 +37,8 @@ public:
         , mData(size)
         , mEnergies(size / 2 + 1)
     {
-        // Blackman and Harris' window of four terms (Harris 1978): what leaks from a tone into the band above it lies
-        // 92 dB below, under everything that is looked for.
+        // The four-term Blackman-Harris window (Harris 1978). A tone leaks into the band above it at -92 dB, which is
+        // below everything that the search looks for.
         double power = 0;
         for (size_t i = 0; i < size; ++i) {
             const double phase = 2 * std::numbers::pi * double(i) / double(size);
@@ -45,7 +46,7 @@ public:
                 0.35875 - 0.48829 * std::cos(phase) + 0.14128 * std::cos(2 * phase) - 0.01168 * std::cos(3 * phase);
             power += mWindow[i] * mWindow[i];
         }
-        // So that the energies of one window add up to the mean square of its samples.
+        // Normalised so that the energies of a window add up to the mean square of its samples.
         for (double& weight : mWindow)
             weight /= std::sqrt(power * double(size));
         for (size_t i = 0; i < size / 2; ++i)
@@ -74,7 +75,7 @@ public:
     }
 
 private:
-    // Without the care for infinities that the operator takes.
+    // Multiplies without the operator's special handling of infinities.
     static std::complex<double> times(std::complex<double> a, std::complex<double> b)
     {
         return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
@@ -94,7 +95,7 @@ private:
     std::vector<double> mEnergies;
 };
 
-// Mean square of the rounding to a format: a twelfth of a step's square.
+// Mean square of the rounding error of a format: a twelfth of the squared step.
 double roundingNoise(bank::SampleFormat format)
 {
     if (format == bank::SampleFormat::Float)
@@ -103,7 +104,7 @@ double roundingNoise(bank::SampleFormat format)
     return step * step / 12;
 }
 
-// Collects, for each usual rate below the sound's own, the most energy that any window holds above its band.
+// Finds, for each common rate below the sound's own, the maximum energy of any window above the band of that rate.
 class RateSearch
 {
 public:
@@ -123,8 +124,8 @@ public:
         const auto channels = size_t(mFacts.channels);
         mRecent.insert(mRecent.end(), frames, frames + count * channels);
         for (; mNext + mSize * channels <= mRecent.size(); mNext += mSize / 2 * channels)
-            look(mRecent.data() + mNext);
-        // A whole window is kept for the end, see lowestRate().
+            addWindow(mRecent.data() + mNext);
+        // Keeps at least one whole window for the end, see lowestRate().
         const size_t spare = std::min(mNext, mRecent.size() - std::min(mRecent.size(), mSize * channels));
         mRecent.erase(mRecent.begin(), mRecent.begin() + std::ptrdiff_t(spare));
         mNext -= spare;
@@ -132,18 +133,18 @@ public:
 
     uint32_t lowestRate()
     {
-        // The last window ends with the sound: filled up with silence, it would hold the click of a sudden end, which
-        // isn't in the recording.
+        // The last window ends exactly with the sound. Padded with silence it would contain the click of a sudden end,
+        // which isn't in the recording.
         const auto channels = size_t(mFacts.channels);
         if (mRecent.size() >= mSize * channels)
-            look(mRecent.data() + mRecent.size() - mSize * channels);
+            addWindow(mRecent.data() + mRecent.size() - mSize * channels);
         else
             return uint32_t(std::lround(mFacts.sampleRate));
         const double ownBand = mFacts.sampleRate / 2;
         for (const Candidate& candidate : mCandidates) {
             const double noiseShare = 1 - kKeptBand * candidate.rate / 2 / ownBand;
             const double noise = roundingNoise(mFacts.sampleFormat) * noiseShare * decibels(kNoiseMargin);
-            if (candidate.mostAbove <= std::max(noise, mLoudest * decibels(-kAudibleRange)))
+            if (candidate.maximumAbove <= std::max(noise, mLoudest * decibels(-kAudibleRange)))
                 return candidate.rate;
         }
         return uint32_t(std::lround(mFacts.sampleRate));
@@ -154,10 +155,10 @@ private:
     {
         uint32_t rate;
         size_t firstBand; // the lowest band that this rate doesn't keep
-        double mostAbove;
+        double maximumAbove;
     };
 
-    // Sounds shorter than a window get a shorter one, down to a length at which there is nothing to gain.
+    // Sounds shorter than a window get a shorter one, down to a length at which nothing can be saved.
     static size_t windowSize(const FrameFacts& facts)
     {
         size_t size = 2048;
@@ -173,7 +174,7 @@ private:
         return size_t(std::ceil(kKeptBand * rate / 2 / mFacts.sampleRate * double(mSize)));
     }
 
-    void look(const float* frames)
+    void addWindow(const float* frames)
     {
         for (int channel = 0; channel < mFacts.channels; ++channel) {
             const std::vector<double>& energies = mSpectrum.energies(frames + channel, size_t(mFacts.channels));
@@ -182,7 +183,7 @@ private:
             for (auto candidate = mCandidates.rbegin(); candidate != mCandidates.rend(); ++candidate) {
                 while (band > candidate->firstBand)
                     above += energies[--band];
-                candidate->mostAbove = std::max(candidate->mostAbove, above);
+                candidate->maximumAbove = std::max(candidate->maximumAbove, above);
             }
             while (band > 0)
                 above += energies[--band];
@@ -193,31 +194,31 @@ private:
     FrameFacts mFacts;
     size_t mSize;
     Spectrum mSpectrum;
-    std::vector<Candidate> mCandidates; // rates rise
+    std::vector<Candidate> mCandidates; // in ascending order of rate
     double mLoudest = 0;
     std::vector<float> mRecent;
-    size_t mNext = 0; // where in mRecent the next window begins
+    size_t mNext = 0; // index in mRecent at which the next window begins
 };
 
 } // namespace
 
-Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop)
+base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop)
 {
     const FrameFacts& facts = source.facts();
     std::optional<RateSearch> search;
     if (lowestRate)
         search.emplace(facts);
-    if (Status status = source.seek(0); !status)
-        return status.fault();
+    if (base::Result<> status = source.seek(0); !status)
+        return status.error();
 
     float peak = 0;
     std::vector<float> block(kBlockFrames * size_t(facts.channels));
     for (uint64_t left = facts.length; left > 0;) {
         if (stop.stop_requested())
-            return cancelled();
+            return base::cancelled();
         const size_t count = size_t(std::min<uint64_t>(left, kBlockFrames));
-        if (Status status = source.readFloat(block.data(), count); !status)
-            return status.fault();
+        if (base::Result<> status = source.readFloat(block.data(), count); !status)
+            return status.error();
         for (const float sample : std::span(block.data(), count * size_t(facts.channels)))
             peak = std::max(peak, std::abs(sample));
         if (search)
@@ -229,4 +230,4 @@ Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop
     return peak;
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,4 +1,5 @@
-// Finds out about a sound what its settings ask for.
+// SPDX-License-Identifier: MIT
+// Measures the peak of a sound and the lowest rate that it needs.
 #pragma once
 
 #include "source/frame_source.hpp"
@@ -6,18 +7,19 @@
 #include <cstdint>
 #include <stop_token>
 
-namespace tarnok {
+namespace builder {
 
 // Reads all of source once and returns its largest absolute sample; 1 is full scale. With lowestRate it also stores the
-// lowest usual rate that keeps what is audible of the sound, or the sound's own rate if there is none below it.
+// lowest common rate that keeps everything audible in the sound, or the sound's own rate if no lower one does.
 //
-// The criterion: the spectrum is looked at in windows of 2,048 samples (longer ones above 50 kHz, of some 43 ms;
-// shorter ones in short sounds), half overlapping, in each channel. A rate will do when in no window the energy above
-// the band that the resampler keeps at this rate (0.9 of its Nyquist frequency) exceeds either
-//   - the energy of the loudest window less 75 dB: a sound that is played as loud as is bearable for long has its
-//     faintest parts near the threshold of hearing there; or
-//   - the rounding noise of the source's sample format in that band, plus 3 dB: it holds nothing of the recording.
-// Noise counts as what it is in the spectrum, so white noise keeps its rate at any level above its rounding noise.
-Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop);
+// The criterion: the spectrum of each channel is computed in windows of 2,048 samples that overlap by half (above 50
+// kHz the windows are longer, about 43 ms; in short sounds they are shorter). A rate is sufficient if in no window the
+// energy above the band that the resampler keeps at this rate (0.9 of its Nyquist frequency) exceeds either
+//   - the energy of the loudest window minus 75 dB: if a sound is played at the highest bearable level, parts that
+//     faint are near the threshold of hearing; or
+//   - the rounding noise of the source's sample format in that band, plus 3 dB: such a band contains nothing of the
+//     recording.
+// Noise is treated like any other signal, so white noise keeps its rate at any level above the rounding noise.
+base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std::stop_token& stop);
 
-} // namespace tarnok
+} // namespace builder

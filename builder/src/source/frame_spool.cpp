@@ -1,4 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "source/frame_spool.hpp"
+
+#include "base/bytes.hpp"
+#include "base/file.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,11 +10,11 @@
 
 #include <sys/stat.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), used as a hash of the place.
+// One step of the SplitMix64 generator (Steele, Lea and Flood 2014), as a hash of the position.
 uint64_t scramble(uint64_t number)
 {
     number += 0x9e3779b97f4a7c15u;
@@ -19,19 +23,19 @@ uint64_t scramble(uint64_t number)
     return number ^ (number >> 31);
 }
 
-// Triangular noise from -1 to 1, in steps of the target.
-double dither(uint64_t place)
+// Triangular noise from -1 to 1, in quantisation steps.
+double dither(uint64_t position)
 {
-    const uint64_t random = scramble(place);
+    const uint64_t random = scramble(position);
     return (double(random >> 32) - double(random & 0xffffffffu)) / 4294967296.0;
 }
 
-// Little-endian integers of `width` bytes, full scale at -1 to 1, dithered and clipped.
-void quantise(const float* samples, size_t count, uint64_t firstPlace, size_t width, uint8_t* target)
+// Converts to little-endian integers of `width` bytes, dithered and clipped; full scale is -1 to 1.
+void quantise(const float* samples, size_t count, uint64_t firstPosition, size_t width, uint8_t* target)
 {
     const double scale = std::ldexp(1.0, int(8 * width) - 1);
     for (size_t i = 0; i < count; ++i) {
-        const double wanted = std::nearbyint(double(samples[i]) * scale + dither(firstPlace + i));
+        const double wanted = std::nearbyint(double(samples[i]) * scale + dither(firstPosition + i));
         const auto value = int64_t(std::clamp(wanted, -scale, scale - 1));
         for (size_t byte = 0; byte < width; ++byte)
             *target++ = uint8_t(uint64_t(value) >> (8 * byte));
@@ -40,99 +44,100 @@ void quantise(const float* samples, size_t count, uint64_t firstPlace, size_t wi
 
 } // namespace
 
-Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, const std::vector<std::string>& folders,
-                                                       std::stop_token stop)
+base::Result<std::unique_ptr<FrameSpool>> FrameSpool::create(const FrameFacts& facts, TemporaryFolders folders,
+                                                             std::stop_token stop)
 {
-    std::unique_ptr<FrameSpool> spool(new FrameSpool(facts, std::move(stop)));
+    std::unique_ptr<FrameSpool> spool(new FrameSpool(facts, std::move(folders), std::move(stop)));
     const uint64_t frameBytes = uint64_t(facts.channels) * sizeof(float);
     if (facts.length <= kMemoryLimit / frameBytes) {
         spool->mMemory.resize(size_t(facts.length) * size_t(facts.channels));
         return spool;
     }
-    spool->mFolders = folders;
-    if (Status status = spool->openNextFolder(); !status)
-        return status.fault();
+    if (base::Result<> status = spool->openNextFolder(); !status)
+        return status.error();
     return spool;
 }
 
-Status FrameSpool::write(uint64_t frame, const float* frames, size_t count)
+base::Result<> FrameSpool::write(uint64_t frame, const float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
     if (!mFile) {
         std::copy_n(frames, count * channels, mMemory.data() + size_t(frame) * channels);
         return {};
     }
-    const auto bytes = std::as_bytes(std::span(frames, count * channels));
+    const std::span<const uint8_t> bytes = base::asBytes(std::span(frames, count * channels));
     for (;;) {
-        const int error = writeAt(mFile.get(), bytes, frame * channels * sizeof(float));
-        if (error == 0)
+        const base::Result<> written = base::writeAt(mFile.get(), bytes, frame * channels * sizeof(float));
+        if (written)
             return {};
-        if (!anotherDiskMayHelp(error) || !openNextFolder())
-            return mStop.stop_requested() ? cancelled() : faultOf(error);
+        if (!base::anotherDiskMayHelp(written.error().systemError) || !openNextFolder())
+            return mStop.stop_requested() ? base::cancelled() : storingError(written.error());
     }
 }
 
-Status FrameSpool::seek(uint64_t frame)
+base::Result<> FrameSpool::seek(uint64_t frame)
 {
     mPosition = frame;
     return {};
 }
 
-Status FrameSpool::readFloat(float* frames, size_t count)
+base::Result<> FrameSpool::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
     if (!mFile) {
         std::copy_n(mMemory.data() + size_t(mPosition) * channels, count * channels, frames);
     } else {
-        const auto bytes = std::as_writable_bytes(std::span(frames, count * channels));
-        if (const int error = readAt(mFile.get(), bytes, mPosition * channels * sizeof(float)))
-            return faultOf(error);
+        const std::span<uint8_t> bytes = base::asWritableBytes(std::span(frames, count * channels));
+        const base::Result<> read = base::readAt(mFile.get(), bytes, mPosition * channels * sizeof(float));
+        if (!read)
+            return storingError(read.error());
     }
     mPosition += count;
     return {};
 }
 
-Status FrameSpool::readSamples(void* frames, size_t count)
+base::Result<> FrameSpool::readSamples(void* frames, size_t count)
 {
     if (mFacts.sampleFormat == bank::SampleFormat::Float)
         return readFloat(static_cast<float*>(frames), count);
     const auto channels = size_t(mFacts.channels);
-    const uint64_t firstPlace = mPosition * channels;
-    mRoom.resize(count * channels);
-    if (Status status = readFloat(mRoom.data(), count); !status)
+    const uint64_t firstPosition = mPosition * channels;
+    mBuffer.resize(count * channels);
+    if (base::Result<> status = readFloat(mBuffer.data(), count); !status)
         return status;
-    quantise(mRoom.data(), mRoom.size(), firstPlace, bank::bytesPerSample(mFacts.sampleFormat),
+    quantise(mBuffer.data(), mBuffer.size(), firstPosition, bank::bytesPerSample(mFacts.sampleFormat),
              static_cast<uint8_t*>(frames));
     return {};
 }
 
-Fault FrameSpool::faultOf(int error) const
+// The file is our own, so if it ends early, its disk has lost a part of it.
+base::Error FrameSpool::storingError(const base::Error& error) const
 {
-    Fault fault = fileFault("keeping resampled sound for", "the bank", error < 0 ? EIO : error);
-    if (anotherDiskMayHelp(error))
-        fault.text += " (in " + listed(mFolders) + ")";
-    return fault;
+    const bool endsEarly = error.code == base::ErrorCode::Damaged;
+    return mFolders.fileError("storing resampled sound for", endsEarly ? EIO : error.systemError);
 }
 
-// Moves to the next folder with all that was written so far.
-Status FrameSpool::openNextFolder()
+// Moves everything written so far to a file in the next folder.
+base::Result<> FrameSpool::openNextFolder()
 {
-    Fault last{TARNOK_ERR_FILE_OS, "no folder for temporary files has room for resampled sound"};
-    while (mNextFolder < mFolders.size()) {
-        Result<FileDescriptor> file = TemporaryFile::createUnnamed(mFolders[mNextFolder++]);
-        struct stat status;
-        if (!file) {
-            last = file.fault();
-        } else if (!mFile
-                   || (fstat(mFile.get(), &status) == 0
-                       && copyRange(mFile.get(), 0, file->get(), 0, uint64_t(status.st_size),
-                                    [this] { return !mStop.stop_requested(); })
-                           == 0)) {
+    for (;;) {
+        base::Result<base::FileDescriptor> file =
+            mFolders.createNext("no folder for temporary files has room for resampled sound");
+        if (!file)
+            return file.error();
+        if (!mFile || copyTo(file->get())) {
             mFile = std::move(*file);
             return {};
         }
     }
-    return last;
 }
 
-} // namespace tarnok
+bool FrameSpool::copyTo(int target) const
+{
+    struct stat status;
+    return fstat(mFile.get(), &status) == 0
+        && base::copyRange(mFile.get(), 0, target, 0, uint64_t(status.st_size),
+                           [this] { return !mStop.stop_requested(); });
+}
+
+} // namespace builder

@@ -1,57 +1,60 @@
-// Holds computed samples until they are encoded.
+// SPDX-License-Identifier: MIT
+// Stores computed samples until they are encoded.
 #pragma once
 
+#include "base/file_descriptor.hpp"
 #include "source/frame_source.hpp"
-#include "support/file.hpp"
+#include "support/temporary_folders.hpp"
 
 #include <stop_token>
-#include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// A sound of float samples that is written once, in any order of places, and then read from any place. A short one
-// stays in memory, a long one lies in a file without a name.
+// A sound of float samples that is written once, in any order, and then read from any position. A short one is stored
+// in memory, a long one in an unnamed file.
 //
-// As integers it is rounded with TPDF dither (two uniform random numbers of one step's width added before rounding: the
-// least noise that leaves the error free of the signal; Lipshitz, Wannamaker and Vanderkooy 1992). The random numbers
-// depend on the place alone, so that the same sound always gives the same bytes wherever reading begins.
+// Read as integers, it is rounded with TPDF dither: two uniform random numbers of one step's width are added before
+// rounding, which is the least noise that makes mean and variance of the error independent of the signal (Lipshitz,
+// Wannamaker and Vanderkooy 1992). The random numbers depend only on the position, so the same sound always gives the
+// same bytes, wherever reading starts.
 class FrameSpool final : public FrameSource
 {
 public:
-    // folders: where the file may lie, tried in this order, the next one when a disk is full.
-    static Result<std::unique_ptr<FrameSpool>> create(const FrameFacts& facts, const std::vector<std::string>& folders,
-                                                      std::stop_token stop);
+    // folders: for the file. When a disk is full, the next folder is used.
+    static base::Result<std::unique_ptr<FrameSpool>> create(const FrameFacts& facts, TemporaryFolders folders,
+                                                            std::stop_token stop);
 
     const FrameFacts& facts() const override { return mFacts; }
 
-    // Stores count frames from the place `frame` on, which lie inside the sound.
-    Status write(uint64_t frame, const float* frames, size_t count);
+    // Stores count frames starting at `frame`, all inside the sound.
+    base::Result<> write(uint64_t frame, const float* frames, size_t count);
 
-    Status seek(uint64_t frame) override;
-    Status readFloat(float* frames, size_t count) override;
-    Status readSamples(void* frames, size_t count) override;
+    base::Result<> seek(uint64_t frame) override;
+    base::Result<> readFloat(float* frames, size_t count) override;
+    base::Result<> readSamples(void* frames, size_t count) override;
 
-    // Longest sound that stays in memory, in bytes.
+    // Maximum size of a sound that is stored in memory, in bytes.
     static constexpr uint64_t kMemoryLimit = 4 << 20;
 
 private:
-    FrameSpool(const FrameFacts& facts, std::stop_token stop)
+    FrameSpool(const FrameFacts& facts, TemporaryFolders folders, std::stop_token stop)
         : mFacts(facts)
         , mStop(std::move(stop))
+        , mFolders(std::move(folders))
     { }
 
-    Status openNextFolder();
-    Fault faultOf(int error) const;
+    base::Result<> openNextFolder();
+    bool copyTo(int target) const;
+    base::Error storingError(const base::Error& error) const;
 
     FrameFacts mFacts;
     std::stop_token mStop;
-    std::vector<std::string> mFolders;
-    size_t mNextFolder = 0; // the first that was not tried yet
+    TemporaryFolders mFolders;
     std::vector<float> mMemory;
-    FileDescriptor mFile;
+    base::FileDescriptor mFile;
     uint64_t mPosition = 0;
-    std::vector<float> mRoom;
+    std::vector<float> mBuffer;
 };
 
-} // namespace tarnok
+} // namespace builder

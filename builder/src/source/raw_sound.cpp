@@ -1,51 +1,51 @@
+// SPDX-License-Identifier: MIT
 #include "source/raw_sound.hpp"
+
+#include "base/bytes.hpp"
 
 #include <fcntl.h>
 
-namespace tarnok {
+namespace builder {
 
-using bank::Error;
-
-std::optional<RawSound> RawSound::open(const std::string& path, const FileStamp& stamp, const PreparedFacts& facts,
-                                       const RawSamples& samples)
+std::optional<RawSound> RawSound::open(const std::string& path, const base::FileStamp& stamp,
+                                       const PreparedFacts& facts, const RawSampleRange& samples)
 {
-    FileStamp found;
-    Result<FileDescriptor> file = openForReading(path, &found);
-    if (!file || found != stamp)
+    base::Result<base::OpenedFile> file = base::openRegular(path);
+    if (!file || file->stamp != stamp)
         return std::nullopt;
-    posix_fadvise(file->get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    return RawSound(std::move(*file), facts, samples);
+    posix_fadvise(file->descriptor.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    return RawSound(std::move(file->descriptor), facts, samples);
 }
 
-RawSound::RawSound(FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples)
+RawSound::RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSampleRange& samples)
     : mFile(std::move(file))
     , mFacts(facts)
     , mSamples(samples)
     , mFrameBytes(size_t(facts.channels) * bank::bytesPerSample(facts.sampleFormat))
 { }
 
-Error RawSound::seek(int64_t position)
+base::Result<> RawSound::seek(int64_t position)
 {
     if (position < 0 || uint64_t(position) > mFacts.sampleCount)
-        return Error::Unsupported;
+        return base::Error{base::ErrorCode::Unsupported};
     mPosition = uint64_t(position) * mFrameBytes;
-    return Error::None;
+    return {};
 }
 
-Error RawSound::readFloat(float*, size_t)
+base::Result<> RawSound::readFloat(float*, size_t)
 {
-    return Error::Unsupported;
+    return base::Error{base::ErrorCode::Unsupported};
 }
 
-Error RawSound::readSamples(void* frames, size_t count)
+base::Result<> RawSound::readSamples(void* frames, size_t count)
 {
-    const std::span bytes(static_cast<std::byte*>(frames), count * mFrameBytes);
-    if (!bank::rangeInside(mPosition, bytes.size(), mSamples.bytes))
-        return Error::Unsupported;
-    if (const int error = readAt(mFile.get(), bytes, mSamples.offset + mPosition))
-        return error < 0 ? Error::Damaged : Error::Io;
+    const std::span bytes(static_cast<uint8_t*>(frames), count * mFrameBytes);
+    if (!base::rangeInside(mPosition, bytes.size(), mSamples.bytes))
+        return base::Error{base::ErrorCode::Unsupported};
+    if (base::Result<> read = base::readAt(mFile.get(), bytes, mSamples.offset + mPosition); !read)
+        return read;
     mPosition += bytes.size();
-    return Error::None;
+    return {};
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,47 +1,48 @@
-// A sound that is taken from its file as it is.
+// SPDX-License-Identifier: MIT
+// A sound whose samples are copied from its file unchanged.
 #pragma once
 
+#include "base/file.hpp"
 #include "encode/encoder.hpp"
-#include "support/file.hpp"
 
 #include <optional>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
-// Where in its file the samples of a sound stand as a bank wants them.
-struct RawSamples
+// The byte range of a file that contains the samples of a sound exactly as a bank stores them.
+struct RawSampleRange
 {
     uint64_t offset = 0;
     uint64_t bytes = 0;
 };
 
-// Reads the samples of an uncompressed file without a decoder in between. They are only looked at, for what is to be
-// told of them: whoever writes the bank takes them from the file, as they are.
+// Reads the samples of an uncompressed file without a decoder. They are only analysed for the record of the sound: the
+// samples in the bank are copied from the file when the bank is written.
 class RawSound final : public PreparedSound
 {
 public:
-    // Nothing when the file is not there or no longer the one of that stamp.
-    static std::optional<RawSound> open(const std::string& path, const FileStamp& stamp, const PreparedFacts& facts,
-                                        const RawSamples& samples);
+    // nullopt if the file is missing or no longer has this stamp.
+    static std::optional<RawSound> open(const std::string& path, const base::FileStamp& stamp,
+                                        const PreparedFacts& facts, const RawSampleRange& samples);
 
     [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
-    bank::Error seek(int64_t position) override;
+    base::Result<> seek(int64_t position) override;
 
-    // Error::Unsupported.
-    bank::Error readFloat(float* frames, size_t count) override;
+    // ErrorCode::Unsupported.
+    base::Result<> readFloat(float* frames, size_t count) override;
 
-    // Inside the sound only.
-    bank::Error readSamples(void* frames, size_t count) override;
+    // Only inside the sound.
+    base::Result<> readSamples(void* frames, size_t count) override;
 
 private:
-    RawSound(FileDescriptor file, const PreparedFacts& facts, const RawSamples& samples);
+    RawSound(base::FileDescriptor file, const PreparedFacts& facts, const RawSampleRange& samples);
 
-    FileDescriptor mFile;
+    base::FileDescriptor mFile;
     PreparedFacts mFacts;
-    RawSamples mSamples;
+    RawSampleRange mSamples;
     size_t mFrameBytes;
     uint64_t mPosition = 0; // bytes from the start of the samples
 };
 
-} // namespace tarnok
+} // namespace builder

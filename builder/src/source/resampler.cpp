@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "source/resampler.hpp"
 
 #include "bank/vector_state.hpp"
@@ -7,20 +8,22 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <optional>
+#include <string>
+#include <vector>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
 constexpr size_t kBlockFrames = 4096;
 
-// More than half the length of soxr's filter at this quality, in frames of whichever rate is lower.
-constexpr double kFilterReach = 2048;
+// An upper bound of half the length of soxr's filter at this quality, in frames of the lower of the two rates.
+constexpr double kHalfFilter = 2048;
 
 using Soxr = std::unique_ptr<soxr, void (*)(soxr_t)>;
 
-Result<Soxr> startSoxr(double input, double output, int channels, ResamplingPrecision precision)
+base::Result<Soxr> startSoxr(double input, double output, int channels, ResamplingPrecision precision)
 {
     const soxr_io_spec_t samples = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
     const soxr_quality_spec_t quality = precision == ResamplingPrecision::Bits24
@@ -30,81 +33,13 @@ Result<Soxr> startSoxr(double input, double output, int channels, ResamplingPrec
     soxr_error_t error = nullptr;
     Soxr made(soxr_create(input, output, unsigned(channels), &error, &samples, &quality, &runtime), soxr_delete);
     if (error)
-        return Fault{TARNOK_ERR_ENCODER, std::string("the resampler failed: ") + error};
+        return base::Error{base::ErrorCode::Codec, std::string("the resampler failed: ") + error};
     return made;
-}
-
-// A cent: the largest change of pitch that an inner loop may cost the sound around it.
-constexpr double kMostDetuning = 5.7e-4;
-
-uint64_t wholeLength(double exactly)
-{
-    return std::max<uint64_t>(1, uint64_t(std::llround(exactly)));
-}
-
-// How many rounds of a loop come close enough to a whole number of samples. Any that are longer than half a sample
-// divided by the largest detuning do.
-uint64_t roundsInTune(double loopLength)
-{
-    uint64_t rounds = 1;
-    while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
-           > kMostDetuning)
-        ++rounds;
-    return rounds;
 }
 
 } // namespace
 
-ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<bank::Loop> loop, double fromRate, double toRate)
-    : mSourceLength(length)
-    , mSourceLoop(loop)
-    , mInput(fromRate)
-    , mOutput(toRate)
-{
-    const double wanted = toRate / fromRate;
-    mLength = std::max<uint64_t>(1, uint64_t(std::llround(double(length) * wanted)));
-    if (!loop)
-        return;
-
-    mRoundLength = loop->end - loop->start;
-    mRounds = mRoundLength == length ? 1 : roundsInTune(double(mRoundLength) * wanted);
-    mSourceLoop->end = loop->start + mRounds * mRoundLength;
-    mSourceLength += mSourceLoop->end - loop->end;
-
-    const uint64_t loopLength = mRounds * mRoundLength;
-    const uint64_t newLoopLength = wholeLength(double(loopLength) * wanted);
-    const uint64_t divisor = std::gcd(loopLength, newLoopLength);
-    const uint64_t input = loopLength / divisor;
-    const uint64_t output = newLoopLength / divisor;
-    mInput = double(input);
-    mOutput = double(output);
-    const double ratio = mOutput / mInput;
-    const auto start = uint64_t(std::llround(double(loop->start) * ratio));
-    mLoop = bank::Loop{start, start + newLoopLength};
-    mLength = mLoop->end + uint64_t(std::llround(double(length - loop->end) * ratio));
-}
-
-std::vector<uint64_t> ResamplingPlan::places(uint64_t sourceFrame) const
-{
-    if (!mSourceLoop || sourceFrame < mSourceLoop->start)
-        return {placeInRounds(sourceFrame)};
-    if (sourceFrame >= mSourceLoop->start + mRoundLength)
-        return {placeInRounds(sourceFrame + (mRounds - 1) * mRoundLength)};
-    std::vector<uint64_t> places;
-    for (uint64_t round = 0; round < mRounds; ++round)
-        places.push_back(placeInRounds(sourceFrame + round * mRoundLength));
-    return places;
-}
-
-uint64_t ResamplingPlan::placeInRounds(uint64_t frame) const
-{
-    const double anchor = mSourceLoop ? double(mSourceLoop->start) : 0;
-    const double newAnchor = mLoop ? double(mLoop->start) : 0;
-    const double place = std::round(newAnchor + (double(frame) - anchor) * mOutput / mInput);
-    return std::min(mLength, uint64_t(std::max(0.0, place)));
-}
-
-// Runs soxr over stretches of the source and puts what comes out in its place.
+// Resamples ranges of the source with soxr and stores the output at its positions.
 class Resampler
 {
 public:
@@ -117,63 +52,63 @@ public:
         , mStop(std::move(stop))
     {
         const double lower = std::max(1.0, plan.mInput / plan.mOutput);
-        mReach = uint64_t(std::ceil(kFilterReach * lower));
-        mOutputReach = uint64_t(std::ceil(double(mReach) * plan.mOutput / plan.mInput));
+        mFilterFrames = uint64_t(std::ceil(kHalfFilter * lower));
+        mFilterOutputFrames = uint64_t(std::ceil(double(mFilterFrames) * plan.mOutput / plan.mInput));
         mInputBlock.resize(kBlockFrames * size_t(source.facts().channels));
         mOutputBlock.resize(mInputBlock.size());
     }
 
-    Status run()
+    base::Result<> run()
     {
         if (!mPlan.mLoop)
-            return runStretch(Outside::Silence, 0, 0, 0, mPlan.mLength);
+            return runRange(Outside::Silence, 0, 0, 0, mPlan.mLength);
         if (mPlan.mLoop->start == 0 && mPlan.mSourceLoop->start == 0)
             return runFromLoopStart();
         return runInnerLoop();
     }
 
 private:
-    // What the filter hears behind the end of the loop.
+    // The input of the filter after the end of the loop.
     enum class Outside
     {
         Silence,
         LoopStart
     };
 
-    // The loop begins with the sound. It is resampled from its first frame on, round and round: what comes out first
-    // has heard silence before the start and is dropped; the same samples come once more after the first round.
-    Status runFromLoopStart()
+    // For a loop that starts with the sound. The loop is fed repeatedly from its first frame. The first output samples
+    // are dropped, because the filter's input before them was silence; they are produced again after the first round.
+    base::Result<> runFromLoopStart()
     {
         const uint64_t loopLength = mPlan.mLoop->end;
-        const uint64_t dropped = mOutputReach;
-        if (Status status = runStretch(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength); !status)
+        const uint64_t dropped = mFilterOutputFrames;
+        if (base::Result<> status = runRange(Outside::LoopStart, 0, dropped, dropped % loopLength, loopLength); !status)
             return status;
         return runTail();
     }
 
-    // soxr puts its first output sample exactly on its first input sample. For the grid of output samples to meet the
-    // loop's start, it is started a whole number of common periods of both rates before that, in front of all samples
-    // that matter; positions before the sound are silent.
-    Status runInnerLoop()
+    // soxr aligns its first output sample with its first input sample. So that an output sample coincides with the
+    // start of the loop, the input starts a whole number of common periods of both rates before it, and before all
+    // samples that matter. Positions before the sound are silent.
+    base::Result<> runInnerLoop()
     {
-        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mReach);
+        const uint64_t periods = periodsCovering(mPlan.mSourceLoop->start + mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->start) - int64_t(periods * uint64_t(mPlan.mInput));
         const uint64_t dropped = periods * uint64_t(mPlan.mOutput) - mPlan.mLoop->start;
-        if (Status status = runStretch(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
+        if (base::Result<> status = runRange(Outside::LoopStart, from, dropped, 0, mPlan.mLoop->end); !status)
             return status;
         return runTail();
     }
 
-    // What follows the loop is heard by a listener who left the loop at its end, so its filter hears the loop's end
-    // before it and nothing repeated.
-    Status runTail()
+    // The part after the loop is heard after the loop was left at its end. So the filter's input before it is the end
+    // of the loop, and nothing is repeated.
+    base::Result<> runTail()
     {
         const uint64_t tail = mPlan.mLength - mPlan.mLoop->end;
         if (tail == 0)
             return {};
-        const uint64_t periods = periodsCovering(mReach);
+        const uint64_t periods = periodsCovering(mFilterFrames);
         const int64_t from = int64_t(mPlan.mSourceLoop->end) - int64_t(periods * uint64_t(mPlan.mInput));
-        return runStretch(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
+        return runRange(Outside::Silence, from, periods * uint64_t(mPlan.mOutput), mPlan.mLoop->end, tail);
     }
 
     uint64_t periodsCovering(uint64_t frames) const
@@ -182,21 +117,21 @@ private:
         return (frames + period - 1) / period;
     }
 
-    // Feeds the source from the position `from` on, drops the first samples that come out, and stores the next `count`
-    // at `place`; behind the end of the loop, storing goes on at its start.
-    Status runStretch(Outside outside, int64_t from, uint64_t dropped, uint64_t place, uint64_t count)
+    // Feeds the source starting at `from`, drops the first `dropped` output frames, and stores the next `count`
+    // starting at `target`. At the end of the loop, storing continues at its start.
+    base::Result<> runRange(Outside outside, int64_t from, uint64_t dropped, uint64_t target, uint64_t count)
     {
         const auto channels = size_t(mSource.facts().channels);
-        Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels), mPrecision);
+        base::Result<Soxr> resampler = startSoxr(mPlan.mInput, mPlan.mOutput, int(channels), mPrecision);
         if (!resampler)
-            return resampler.fault();
-        size_t waiting = 0; // frames of the input block not taken yet
+            return resampler.error();
+        size_t waiting = 0; // frames of the input block that soxr has not consumed yet
         size_t taken = 0;
         while (count > 0) {
             if (mStop.stop_requested())
-                return cancelled();
+                return base::cancelled();
             if (waiting == 0) {
-                if (Status status = fetch(outside, from); !status)
+                if (base::Result<> status = fetch(outside, from); !status)
                     return status;
                 from += int64_t(kBlockFrames);
                 waiting = kBlockFrames;
@@ -208,50 +143,51 @@ private:
             const soxr_error_t error = soxr_process(resampler->get(), &mInputBlock[taken * channels], waiting, &used,
                                                     mOutputBlock.data(), kBlockFrames, &made);
             if (error)
-                return Fault{TARNOK_ERR_ENCODER, std::string("the resampler failed: ") + error};
+                return base::Error{base::ErrorCode::Codec, std::string("the resampler failed: ") + error};
             waiting -= used;
             taken += used;
             const size_t skipped = size_t(std::min<uint64_t>(dropped, made));
             dropped -= skipped;
             const size_t kept = size_t(std::min<uint64_t>(count, made - skipped));
-            if (Status status = store(outside, &place, mOutputBlock.data() + skipped * channels, kept); !status)
+            if (base::Result<> status = store(outside, &target, mOutputBlock.data() + skipped * channels, kept);
+                !status)
                 return status;
             count -= kept;
         }
         return {};
     }
 
-    Status store(Outside outside, uint64_t* place, const float* frames, size_t count)
+    base::Result<> store(Outside outside, uint64_t* target, const float* frames, size_t count)
     {
         const auto channels = size_t(mSource.facts().channels);
         while (count > 0) {
             const uint64_t end = outside == Outside::LoopStart ? mPlan.mLoop->end : mPlan.mLength;
-            const size_t piece = size_t(std::min<uint64_t>(count, end - *place));
-            if (Status status = mSpool.write(*place, frames, piece); !status)
+            const size_t piece = size_t(std::min<uint64_t>(count, end - *target));
+            if (base::Result<> status = mSpool.write(*target, frames, piece); !status)
                 return status;
             frames += piece * channels;
             count -= piece;
-            *place += piece;
-            if (outside == Outside::LoopStart && *place == end)
-                *place = mPlan.mLoop->start;
+            *target += piece;
+            if (outside == Outside::LoopStart && *target == end)
+                *target = mPlan.mLoop->start;
         }
         return {};
     }
 
-    // Fills the input block from the position `from` on.
-    Status fetch(Outside outside, int64_t from)
+    // Fills the input block with frames starting at `from`.
+    base::Result<> fetch(Outside outside, int64_t from)
     {
         const auto channels = size_t(mSource.facts().channels);
         float* target = mInputBlock.data();
         size_t left = kBlockFrames;
         while (left > 0) {
             if (mStop.stop_requested())
-                return cancelled();
+                return base::cancelled();
             const auto [frame, run] = locate(outside, from, left);
             if (frame) {
-                if (Status status = mSource.seek(*frame); !status)
+                if (base::Result<> status = mSource.seek(*frame); !status)
                     return status;
-                if (Status status = mSource.readFloat(target, run); !status)
+                if (base::Result<> status = mSource.readFloat(target, run); !status)
                     return status;
             } else {
                 std::fill_n(target, run * channels, 0.0f);
@@ -265,39 +201,39 @@ private:
 
     struct Run
     {
-        std::optional<uint64_t> frame; // none: silence
+        std::optional<uint64_t> frame; // nullopt: silence
         size_t count;
     };
 
-    Run locate(Outside outside, int64_t position, size_t most) const
+    Run locate(Outside outside, int64_t position, size_t maximum) const
     {
         if (position < 0)
-            return {std::nullopt, size_t(std::min<uint64_t>(most, uint64_t(-position)))};
+            return {std::nullopt, size_t(std::min<uint64_t>(maximum, uint64_t(-position)))};
         auto frame = uint64_t(position);
         uint64_t end = mPlan.mSourceLength;
         if (outside == Outside::LoopStart) {
-            const bank::Loop& loop = *mPlan.mSourceLoop;
+            const base::Loop& loop = *mPlan.mSourceLoop;
             if (frame >= loop.end)
                 frame = loop.start + (frame - loop.end) % (loop.end - loop.start);
             end = loop.end;
         }
         if (frame >= end)
-            return {std::nullopt, most};
+            return {std::nullopt, maximum};
         if (mPlan.mRounds > 1)
-            return locateInRounds(frame, std::min<uint64_t>(most, end - frame));
-        return {frame, size_t(std::min<uint64_t>(most, end - frame))};
+            return locateInRounds(frame, std::min<uint64_t>(maximum, end - frame));
+        return {frame, size_t(std::min<uint64_t>(maximum, end - frame))};
     }
 
-    // The rounds exist in the plan only; the source has one.
-    Run locateInRounds(uint64_t frame, uint64_t most) const
+    // The rounds exist only in the plan; the source contains the loop once.
+    Run locateInRounds(uint64_t frame, uint64_t maximum) const
     {
-        const bank::Loop& loop = *mPlan.mSourceLoop;
+        const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
-            return {frame, size_t(std::min(most, loop.start - frame))};
+            return {frame, size_t(std::min(maximum, loop.start - frame))};
         if (frame >= loop.end)
-            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(most)};
+            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(maximum)};
         const uint64_t offset = (frame - loop.start) % mPlan.mRoundLength;
-        return {loop.start + offset, size_t(std::min(most, mPlan.mRoundLength - offset))};
+        return {loop.start + offset, size_t(std::min(maximum, mPlan.mRoundLength - offset))};
     }
 
     FrameSource& mSource;
@@ -305,25 +241,25 @@ private:
     FrameSpool& mSpool;
     ResamplingPrecision mPrecision;
     std::stop_token mStop;
-    uint64_t mReach = 0; // of the filter, in frames of the source
-    uint64_t mOutputReach = 0; // the same in frames of the result
+    uint64_t mFilterFrames = 0; // half the filter, in frames of the source
+    uint64_t mFilterOutputFrames = 0; // the same in frames of the result
     std::vector<float> mInputBlock;
     std::vector<float> mOutputBlock;
 };
 
-Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const ResamplingPlan& plan, double toRate,
-                                              const std::vector<std::string>& spoolFolders, std::stop_token stop,
-                                              ResamplingPrecision precision)
+base::Result<std::unique_ptr<FrameSource>> resample(FrameSource& source, const ResamplingPlan& plan, double toRate,
+                                                    const TemporaryFolders& spoolFolders, std::stop_token stop,
+                                                    ResamplingPrecision precision)
 {
     FrameFacts facts = source.facts();
     facts.sampleRate = toRate;
     facts.length = plan.length();
-    Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create(facts, spoolFolders, stop);
+    base::Result<std::unique_ptr<FrameSpool>> spool = FrameSpool::create(facts, spoolFolders, stop);
     if (!spool)
-        return spool.fault();
-    if (Status status = Resampler(source, plan, **spool, precision, std::move(stop)).run(); !status)
-        return status.fault();
+        return spool.error();
+    if (base::Result<> status = Resampler(source, plan, **spool, precision, std::move(stop)).run(); !status)
+        return status.error();
     return std::unique_ptr<FrameSource>(std::move(*spool));
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,141 +1,56 @@
+// SPDX-License-Identifier: MIT
 #include "source/sound_preparation.hpp"
 
-#include "bank/vector_state.hpp"
+#include "base/path.hpp"
 #include "source/analysis.hpp"
-#include "support/file.hpp"
+#include "source/held_source.hpp"
+#include "source/interleaver.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <tuple>
 
-namespace tarnok {
-
-// Presents frames from before the start to behind the end, as a listener of the loop hears them.
-class SoundPreparation::Looped final : public PreparedSound
-{
-public:
-    Looped(FrameSource& frames, std::optional<bank::Loop> loop, std::stop_token stop)
-        : mFrames(frames)
-        , mStop(std::move(stop))
-    {
-        const FrameFacts& facts = frames.facts();
-        mFacts.channels = facts.channels;
-        mFacts.sampleRate = uint32_t(std::lround(facts.sampleRate));
-        mFacts.sampleFormat = facts.sampleFormat;
-        mFacts.sampleCount = facts.length;
-        mFacts.loop = loop;
-    }
-
-    [[nodiscard]] const PreparedFacts& facts() const override { return mFacts; }
-
-    bank::Error seek(int64_t position) override
-    {
-        mPosition = position;
-        return bank::Error::None;
-    }
-
-    bank::Error readFloat(float* frames, size_t count) override
-    {
-        return read(reinterpret_cast<uint8_t*>(frames), count, sizeof(float),
-                    [this](void* target, size_t run) { return mFrames.readFloat(static_cast<float*>(target), run); });
-    }
-
-    bank::Error readSamples(void* frames, size_t count) override
-    {
-        return read(static_cast<uint8_t*>(frames), count, bank::bytesPerSample(mFacts.sampleFormat),
-                    [this](void* target, size_t run) { return mFrames.readSamples(target, run); });
-    }
-
-    const Fault& fault() const { return mFault; }
-
-private:
-    template <typename ReadRun>
-    bank::Error read(uint8_t* target, size_t count, size_t sampleBytes, ReadRun readRun)
-    {
-        const size_t frameBytes = size_t(mFacts.channels) * sampleBytes;
-        while (count > 0) {
-            if (mStop.stop_requested())
-                return bank::Error::Cancelled;
-            const std::optional<uint64_t> frame = frameAt(mPosition, mFacts);
-            const size_t run = size_t(std::min<uint64_t>(count, runLength(frame)));
-            if (frame) {
-                Status status = mFrames.seek(*frame);
-                if (status)
-                    status = readRun(target, run);
-                if (!status) {
-                    mFault = status.fault();
-                    return bank::Error::Io;
-                }
-            } else {
-                std::fill_n(target, run * frameBytes, uint8_t(0));
-            }
-            target += run * frameBytes;
-            count -= run;
-            mPosition += int64_t(run);
-        }
-        bank::clearVectorState(); // for the encoder, which goes on now
-        return bank::Error::None;
-    }
-
-    // How many frames from the current position on follow each other in the sound, or are silent.
-    uint64_t runLength(std::optional<uint64_t> frame) const
-    {
-        const auto length = int64_t(mFacts.sampleCount);
-        if (!frame)
-            return mPosition < 0 ? uint64_t(-mPosition) : UINT64_MAX;
-        if (mPosition >= 0 && mPosition < length)
-            return uint64_t(length - mPosition);
-        const uint64_t run = mFacts.loop->end - *frame;
-        return mPosition < 0 ? std::min(run, uint64_t(-mPosition)) : run;
-    }
-
-    FrameSource& mFrames;
-    std::stop_token mStop;
-    PreparedFacts mFacts;
-    int64_t mPosition = 0;
-    Fault mFault;
-};
+namespace builder {
 
 namespace {
 
-// A header that tells 1 hertz would make hours of nothing out of a moment of sound; downwards, the filter would read
-// its way through hours for a single sample. The sounds of the slowest sensors and the highest rates of studios are
-// well inside.
-Status checkRatio(std::string_view name, double fromRate, double toRate)
+// A header with a rate of 1 Hz would turn a moment of sound into hours. In the other direction, the filter would read
+// hours of sound for a single sample. The slowest sensors and the highest studio rates are well inside these limits.
+base::Result<> checkRatio(std::string_view name, double fromRate, double toRate)
 {
-    constexpr double kMostUp = 64;
-    constexpr double kMostDown = 1024;
-    if (toRate <= fromRate * kMostUp && fromRate <= toRate * kMostDown)
+    constexpr double kMaximumUpsampling = 64;
+    constexpr double kMaximumDownsampling = 1024;
+    if (toRate <= fromRate * kMaximumUpsampling && fromRate <= toRate * kMaximumDownsampling)
         return {};
     char text[160];
-    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the %.6g Hz that are wanted",
-                  fromRate, toRate);
-    return Fault{TARNOK_ERR_INVALID_FORMAT, std::string(name) + text};
+    std::snprintf(text, sizeof text, ": its sample rate of %.6g Hz is too far from the requested %.6g Hz", fromRate,
+                  toRate);
+    return base::Error{base::ErrorCode::Unsupported, std::string(name) + text};
 }
 
 } // namespace
 
-Status SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
+base::Result<> SoundPreparation::open(KESS::System& engine, std::span<const std::string> paths)
 {
     Files files;
     int channels = 0;
     for (const std::string& path : paths) {
         if (mStop.stop_requested())
-            return cancelled();
-        Result<std::unique_ptr<SourceFile>> file = SourceFile::open(engine, path);
+            return base::cancelled();
+        base::Result<std::unique_ptr<DecodedFile>> file = DecodedFile::open(engine, path);
         if (!file)
-            return file.fault();
+            return file.error();
         const FrameFacts& facts = (*file)->facts();
         channels += facts.channels;
         if (channels > mSettings.maximumChannels())
-            return Fault{TARNOK_ERR_INVALID_FORMAT,
-                         std::string(baseName(path)) + ": " + std::to_string(channels)
-                             + " channels in one sound are more than " + codecName(mSettings.codec) + " takes ("
-                             + std::to_string(mSettings.maximumChannels()) + ")"};
+            return base::Error{base::ErrorCode::Unsupported,
+                               std::string(base::baseName(path)) + ": " + std::to_string(channels)
+                                   + " channels are too many for one sound in " + codecName(mSettings.codec)
+                                   + " (at most " + std::to_string(mSettings.maximumChannels()) + ")"};
         files.push_back(std::move(*file));
         const double rate = files.front()->facts().sampleRate;
-        if (Status status = checkRatio(baseName(path), facts.sampleRate, rate); !status)
+        if (base::Result<> status = checkRatio(base::baseName(path), facts.sampleRate, rate); !status)
             return status;
         if (mSettings.syncPoints) {
             merge(files.back()->syncPoints(), rate / facts.sampleRate);
@@ -143,20 +58,20 @@ Status SoundPreparation::open(KESS::System& engine, std::span<const std::string>
                 mRemarks.push_back(remark);
         }
     }
-    mName = baseName(paths.front());
+    mName = base::baseName(paths.front());
     if (files.size() == 1)
         mRawSamples = files.front()->rawSamples();
     if (mSettings.loop)
         mLoop = commonLoop(files);
-    return putTogether(std::move(files));
+    return combine(std::move(files));
 }
 
-// The loop of the first file that has one, at the rate of the first file of all; otherwise the whole of the longest.
-bank::Loop SoundPreparation::commonLoop(const Files& files)
+// The loop of the first file that has one, at the rate of the first file; otherwise the whole of the longest file.
+base::Loop SoundPreparation::commonLoop(const Files& files)
 {
     const double rate = files.front()->facts().sampleRate;
     uint64_t length = 0;
-    std::optional<bank::Loop> found;
+    std::optional<base::Loop> found;
     for (const auto& file : files) {
         const FrameFacts& facts = file->facts();
         length = std::max(length, ResamplingPlan(facts.length, std::nullopt, facts.sampleRate, rate).length());
@@ -165,25 +80,25 @@ bank::Loop SoundPreparation::commonLoop(const Files& files)
             continue;
         const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
         found = plan.loop();
-        // Written out, it would no longer be beside that of the other files.
+        // Written out several times, the loop would no longer be aligned with the other files.
         if (plan.rounds() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
-            found = bank::Loop{plain.places(loop->start).front(), plain.places(loop->end).front()};
+            found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
         }
     }
-    return found && found->start < found->end ? *found : bank::Loop{0, length};
+    return found && found->start < found->end ? *found : base::Loop{0, length};
 }
 
-// How one file of several gets to the rate of the first. If it has samples all through the sound's loop, it wraps
-// there.
-ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate) const
+// The plan for resampling one of several files to the rate of the first. If the file covers the sound's whole loop, it
+// wraps there.
+ResamplingPlan SoundPreparation::planPart(const DecodedFile& file, double rate) const
 {
     const FrameFacts& facts = file.facts();
     if (mLoop) {
         const double scale = facts.sampleRate / rate;
-        const bank::Loop beside{uint64_t(std::llround(double(mLoop->start) * scale)),
-                                std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
-        for (const bank::Loop& loop : {file.loop().value_or(beside), beside}) {
+        const base::Loop counterpart{uint64_t(std::llround(double(mLoop->start) * scale)),
+                                     std::min(facts.length, uint64_t(std::llround(double(mLoop->end) * scale)))};
+        for (const base::Loop& loop : {file.loop().value_or(counterpart), counterpart}) {
             if (loop.start >= loop.end)
                 continue;
             ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
@@ -194,37 +109,38 @@ ResamplingPlan SoundPreparation::planOfPart(const SourceFile& file, double rate)
     return {facts.length, std::nullopt, facts.sampleRate, rate};
 }
 
-Status SoundPreparation::putTogether(Files files)
+base::Result<> SoundPreparation::combine(Files files)
 {
     const double rate = files.front()->facts().sampleRate;
     std::vector<std::unique_ptr<FrameSource>> parts;
-    for (std::unique_ptr<SourceFile>& file : files) {
+    for (std::unique_ptr<DecodedFile>& file : files) {
         const double ownRate = file->facts().sampleRate;
-        const ResamplingPlan plan = planOfPart(*file, rate);
-        Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
+        const ResamplingPlan plan = planPart(*file, rate);
+        base::Result<std::unique_ptr<FrameSource>> part = holdIfShort(std::move(file));
         if (part && ownRate != rate)
             part = resample(*holdLoopIfShort(std::move(*part), plan.sourceLoop()), plan, rate, mSpoolFolders, mStop);
         if (!part)
-            return part.fault();
+            return part.error();
         parts.push_back(std::move(*part));
     }
     mFrames = interleave(std::move(parts));
     const uint64_t length = mFrames->facts().length;
-    for (bank::SyncPoint& point : mSyncPoints)
-        point.sample = std::min(point.sample, length);
+    for (base::SyncPoint& point : mSyncPoints)
+        point.frame = std::min(point.frame, length);
     if (mLoop && (mLoop->start >= length || mLoop->end > length))
-        mLoop = bank::Loop{0, length};
+        mLoop = base::Loop{0, length};
     mFrames = holdLoopIfShort(std::move(mFrames), mLoop);
     return {};
 }
 
-Status SoundPreparation::analyse()
+base::Result<> SoundPreparation::analyse()
 {
     uint32_t lowestRate = 0;
     if (mSettings.peak || mSettings.lowestRate) {
-        const Result<float> peak = tarnok::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
+        const base::Result<float> peak =
+            builder::analyse(*mFrames, mSettings.lowestRate ? &lowestRate : nullptr, mStop);
         if (!peak)
-            return peak.fault();
+            return peak.error();
         if (mSettings.peak)
             mPeak = *peak;
     }
@@ -237,52 +153,52 @@ Status SoundPreparation::analyse()
     return {};
 }
 
-Status SoundPreparation::preprocess()
+base::Result<> SoundPreparation::preprocess()
 {
     const FrameFacts& facts = mFrames->facts();
     if (mRate != uint32_t(std::lround(facts.sampleRate))) {
-        if (Status status = checkRatio(mName, facts.sampleRate, mRate); !status)
+        if (base::Result<> status = checkRatio(mName, facts.sampleRate, mRate); !status)
             return status;
         const ResamplingPlan plan(facts.length, mLoop, facts.sampleRate, mRate);
         const auto precision =
             mSettings.codec == bank::Codec::Opus ? ResamplingPrecision::Bits20 : ResamplingPrecision::Bits24;
-        Result<std::unique_ptr<FrameSource>> resampled =
+        base::Result<std::unique_ptr<FrameSource>> resampled =
             resample(*mFrames, plan, mRate, mSpoolFolders, mStop, precision);
         if (!resampled)
-            return resampled.fault();
+            return resampled.error();
         mFrames = std::move(*resampled);
         mRawSamples.reset();
         mLoop = plan.loop();
-        std::vector<bank::SyncPoint> points;
-        for (const bank::SyncPoint& point : mSyncPoints) {
-            for (const uint64_t place : plan.places(point.sample))
-                points.push_back({place, point.name});
+        std::vector<base::SyncPoint> points;
+        for (const base::SyncPoint& point : mSyncPoints) {
+            for (const uint64_t position : plan.positions(point.frame))
+                points.push_back({position, point.name});
         }
         mSyncPoints.clear();
         merge(std::move(points), 1);
     }
     limitSyncPoints();
-    mPrepared = std::make_shared<Looped>(*mFrames, mLoop, mStop);
+    mPrepared = std::make_unique<LoopedSound>(*mFrames, mLoop, mStop);
     return {};
 }
 
-// A bank holds so many of a sound, and so many bytes of them.
+// A bank limits the number of sync points of a sound and their size in bytes.
 void SoundPreparation::limitSyncPoints()
 {
     constexpr size_t kPointBytes = 12; // in a bank, besides the name
-    constexpr size_t kMostBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
+    constexpr size_t kMaximumBytes = bank::kMaximumChunksBytes / 2; // the rest is for the seek table
     size_t kept = 0;
     size_t bytes = 0;
     for (; kept < std::min(mSyncPoints.size(), bank::kMaximumSyncPoints); ++kept) {
         bytes += kPointBytes + mSyncPoints[kept].name.size();
-        if (bytes > kMostBytes)
+        if (bytes > kMaximumBytes)
             break;
     }
     if (kept == mSyncPoints.size())
         return;
-    mRemarks.push_back(
-        mName + ": " + std::to_string(mSyncPoints.size() - kept)
-        + " of its markers were left out, because a bank holds 65,536 for a sound, and 4 MiB with their names");
+    mRemarks.push_back(mName + ": " + std::to_string(mSyncPoints.size() - kept)
+                       + " of its markers were left out, because a bank stores at most 65,536 for a sound, and 4 MiB "
+                         "with their names");
     mSyncPoints.resize(kept);
 }
 
@@ -291,28 +207,23 @@ PreparedSound& SoundPreparation::sound()
     return *mPrepared;
 }
 
-const Fault& SoundPreparation::fault() const
-{
-    return mPrepared->fault();
-}
-
 void SoundPreparation::complete(bank::Sound* encoded) const
 {
     encoded->syncPoints = mSyncPoints;
     encoded->peak = mPeak;
 }
 
-// Files of one recording often carry the same markers; each is kept once.
-void SoundPreparation::merge(std::vector<bank::SyncPoint> points, double scale)
+// Files of one recording often contain the same markers; each is kept once.
+void SoundPreparation::merge(std::vector<base::SyncPoint> points, double scale)
 {
-    for (bank::SyncPoint& point : points)
-        point.sample = uint64_t(std::llround(double(point.sample) * scale));
+    for (base::SyncPoint& point : points)
+        point.frame = uint64_t(std::llround(double(point.frame) * scale));
     mSyncPoints.insert(mSyncPoints.end(), points.begin(), points.end());
-    const auto order = [](const bank::SyncPoint& left, const bank::SyncPoint& right) {
-        return std::tie(left.sample, left.name) < std::tie(right.sample, right.name);
+    const auto order = [](const base::SyncPoint& left, const base::SyncPoint& right) {
+        return std::tie(left.frame, left.name) < std::tie(right.frame, right.name);
     };
     std::sort(mSyncPoints.begin(), mSyncPoints.end(), order);
     mSyncPoints.erase(std::unique(mSyncPoints.begin(), mSyncPoints.end()), mSyncPoints.end());
 }
 
-} // namespace tarnok
+} // namespace builder

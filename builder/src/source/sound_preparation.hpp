@@ -1,13 +1,15 @@
-// From the files of one sound to the samples that its encoder gets.
+// SPDX-License-Identifier: MIT
+// Prepares the files of one sound for its encoder.
 #pragma once
 
 #include "encode/encoder.hpp"
 #include "encode/sound_settings.hpp"
 #include "kess.hpp"
+#include "source/decoded_file.hpp"
 #include "source/frame_source.hpp"
+#include "source/looped_sound.hpp"
 #include "source/raw_sound.hpp"
 #include "source/resampler.hpp"
-#include "source/source_file.hpp"
 
 #include <memory>
 #include <optional>
@@ -16,65 +18,63 @@
 #include <string>
 #include <vector>
 
-namespace tarnok {
+namespace builder {
 
-// The steps of one sound, to be called in this order.
+// The steps must be called in the order of their declaration.
 //
-// The loop is that of the first file that has one, otherwise the whole sound; none when looping is off. The sync points
-// of all files are merged. Files whose rate differs from the first one's are resampled to it, each from its own start,
-// wrapping at the sound's loop; lengths may differ, and the end of shorter ones is silent.
+// The loop is that of the first file that has one, otherwise the whole sound; none if looping is off. The sync points
+// of all files are merged. Files whose rate differs from that of the first file are resampled to it, each from its own
+// start, wrapping at the sound's loop. Lengths may differ: shorter files are followed by silence.
 class SoundPreparation
 {
 public:
-    // spoolFolders: where long intermediate results may lie (see FrameSpool).
-    SoundPreparation(const SoundSettings& settings, std::vector<std::string> spoolFolders, std::stop_token stop)
+    // spoolFolders: for long intermediate results (see FrameSpool).
+    SoundPreparation(const SoundSettings& settings, TemporaryFolders spoolFolders, std::stop_token stop)
         : mSettings(settings)
         , mSpoolFolders(std::move(spoolFolders))
         , mStop(std::move(stop))
     { }
 
-    // Opens the files and puts them side by side.
-    Status open(KESS::System& engine, std::span<const std::string> paths);
+    // Opens the files and interleaves them.
+    base::Result<> open(KESS::System& engine, std::span<const std::string> paths);
 
-    // What of the files isn't taken over, a sentence each.
+    // Sentences about parts of the files that were left out.
     const std::vector<std::string>& remarks() const { return mRemarks; }
 
-    // Finds loop, peak and the rate to encode at.
-    Status analyse();
+    // Measures the peak and determines the rate at which the sound is encoded.
+    base::Result<> analyse();
 
-    // Resamples where that is wanted.
-    Status preprocess();
+    // Resamples the sound if necessary.
+    base::Result<> preprocess();
 
-    // Where the sound stands in its only file, to the bit as it is prepared.
-    const std::optional<RawSamples>& rawSamples() const { return mRawSamples; }
+    // The location of the sound in its file, if it has only one and the file contains the prepared samples bit for bit.
+    const std::optional<RawSampleRange>& rawSamples() const { return mRawSamples; }
 
-    // The sound for its encoder; afterwards why a read failed, and what the encoder doesn't know: sync points, peak.
+    // The sound for its encoder. After encoding, complete() adds what the encoder doesn't know: sync points and peak.
     PreparedSound& sound();
-    const Fault& fault() const;
     void complete(bank::Sound* encoded) const;
 
 private:
-    class Looped;
-    using Files = std::vector<std::unique_ptr<SourceFile>>;
+    using Files = std::vector<std::unique_ptr<DecodedFile>>;
 
-    static bank::Loop commonLoop(const Files& files);
-    ResamplingPlan planOfPart(const SourceFile& file, double rate) const;
-    Status putTogether(Files files);
-    void merge(std::vector<bank::SyncPoint> points, double scale);
+    static base::Loop commonLoop(const Files& files);
+    ResamplingPlan planPart(const DecodedFile& file, double rate) const;
+    base::Result<> combine(Files files);
+    void merge(std::vector<base::SyncPoint> points, double scale);
     void limitSyncPoints();
 
     SoundSettings mSettings;
-    std::vector<std::string> mSpoolFolders;
+    TemporaryFolders mSpoolFolders;
     std::stop_token mStop;
     std::string mName; // of the first file
     std::unique_ptr<FrameSource> mFrames;
-    std::optional<bank::Loop> mLoop;
-    std::vector<bank::SyncPoint> mSyncPoints;
+    std::optional<base::Loop> mLoop;
+    std::vector<base::SyncPoint> mSyncPoints;
     std::vector<std::string> mRemarks;
     std::optional<float> mPeak;
-    std::optional<RawSamples> mRawSamples;
-    uint32_t mRate = 0; // to encode at, hertz
-    std::shared_ptr<Looped> mPrepared;
+    std::optional<RawSampleRange> mRawSamples;
+    uint32_t mRate = 0; // at which the sound is encoded, hertz
+    std::unique_ptr<LoopedSound> mPrepared;
 };
 
-} // namespace tarnok
+} // namespace builder

@@ -1,56 +1,63 @@
+// SPDX-License-Identifier: MIT
 #include "source/source_identity.hpp"
 
+#include "base/path.hpp"
+#include "support/clock.hpp"
 #include "support/wide_hasher.hpp"
 
-#include <ctime>
 #include <vector>
 
 #include <fcntl.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and the hash
+constexpr size_t kReadBlock = 256 << 10; // stays in the processor's cache between the kernel's copy and hashing
 
-int64_t nanosecondsNow()
+base::Result<base::OpenedFile> openSource(const std::string& path)
 {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    base::Result<base::OpenedFile> file = base::openRegular(path);
+    if (!file && file.error().code == base::ErrorCode::Unsupported)
+        return base::Error{base::ErrorCode::Io,
+                           std::string(base::baseName(path))
+                               + ": this is a device, a pipe or a socket, not a sound file"};
+    return file;
 }
 
-// Reads to the end, whatever length the file was said to have: it may be growing.
-Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
+// Reads to the end, whatever length the file had when it was opened: it may be growing.
+base::Result<ContentHash> hashFile(int descriptor, const std::string& path, const std::stop_token& stop)
 {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     WideHasher hasher;
-    std::vector<std::byte> buffer(kReadBlock);
+    std::vector<uint8_t> buffer(kReadBlock);
     for (;;) {
         if (stop.stop_requested())
-            return cancelled();
-        const Result<size_t> got = readSome(descriptor, buffer, path);
+            return base::cancelled();
+        const base::Result<size_t> got = base::readSome(descriptor, buffer);
         if (!got)
-            return got.fault();
+            return base::fileError("reading", path, got.error().systemError);
         if (*got == 0)
             return hasher.digest();
-        hasher.add(std::span(buffer.data(), *got));
+        hasher.add(std::as_bytes(std::span(buffer.data(), *got)));
     }
 }
 
 } // namespace
 
-Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop, bool anew)
+base::Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const std::stop_token& stop,
+                                                        bool rehash)
 {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const int64_t startedAt = nanosecondsNow();
-        SourceIdentity identity;
-        const Result<FileDescriptor> file = openForReading(path, &identity.stamp);
+        const int64_t startedAt = now();
+        const base::Result<base::OpenedFile> file = openSource(path);
         if (!file)
-            return file.fault();
+            return file.error();
+        SourceIdentity identity;
+        identity.stamp = file->stamp;
         identity.settled = SourceIndex::isSettled(identity.stamp, startedAt);
-        if (mUseIndex && !anew) {
+        if (mUseIndex && !rehash) {
             if (const auto known = mIndex.find(path, identity.stamp)) {
                 identity.content = *known;
                 identity.remembered = true;
@@ -58,13 +65,13 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
             }
         }
 
-        const Result<ContentHash> content = hashFile(file->get(), path, stop);
+        const base::Result<ContentHash> content = hashFile(file->descriptor.get(), path, stop);
         if (!content)
-            return content.fault();
+            return content.error();
         identity.content = *content;
-        const Result<FileStamp> after = stampOf(path);
+        const base::Result<base::FileStamp> after = base::readStamp(path);
         if (!after)
-            return after.fault();
+            return after.error();
         if (*after != identity.stamp)
             continue;
         if (identity.settled)
@@ -74,24 +81,28 @@ Result<SourceIdentity> SourceIdentifier::identify(const std::string& path, const
     return keepsChanging(path);
 }
 
-// A stamp that isn't settled doesn't tell a content from another that was written in the same tick of the clock. One
-// that is doesn't tell what a program writes through a mapping: the time of its first write counts for all that follow,
-// until the kernel has brought them to the disk, half a minute later or more.
-Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
-                                         const std::stop_token& stop)
+// A stamp that isn't settled can't distinguish two contents that were written in the same tick of the clock. A settled
+// stamp doesn't show what a program writes through a mapping: all writes keep the time of the first one until the
+// kernel has written them to the disk, half a minute later or more.
+base::Result<bool> SourceIdentifier::unchanged(const std::string& path, const SourceIdentity& identity, bool byStamp,
+                                               const std::stop_token& stop)
 {
-    FileStamp stamp;
-    const Result<FileDescriptor> file = openForReading(path, &stamp);
+    const base::Result<base::OpenedFile> file = openSource(path);
     if (!file)
-        return file.fault();
-    if (stamp != identity.stamp)
+        return file.error();
+    if (file->stamp != identity.stamp)
         return false;
     if (byStamp && identity.settled && !identity.remembered)
         return true;
-    const Result<ContentHash> content = hashFile(file->get(), path, stop);
+    const base::Result<ContentHash> content = hashFile(file->descriptor.get(), path, stop);
     if (!content)
-        return content.fault();
+        return content.error();
     return *content == identity.content;
 }
 
-} // namespace tarnok
+base::Error keepsChanging(std::string_view path)
+{
+    return {base::ErrorCode::Io, std::string(base::baseName(path)) + ": another program keeps writing to this file"};
+}
+
+} // namespace builder

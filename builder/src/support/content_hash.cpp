@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/content_hash.hpp"
 
 #include "bank/vector_state.hpp"
@@ -6,9 +7,9 @@
 
 #include <bit>
 
-namespace tarnok {
+namespace builder {
 
-static_assert(std::endian::native == std::endian::little, "fields are hashed as they lie in memory");
+static_assert(std::endian::native == std::endian::little, "fields are hashed as they are in memory");
 
 std::string ContentHash::hex() const
 {
@@ -21,9 +22,15 @@ std::string ContentHash::hex() const
     return digits;
 }
 
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix)
+{
+    return name.size() == digits + suffix.size() && name.ends_with(suffix)
+        && name.find_first_not_of("0123456789abcdef") >= digits;
+}
+
 ContentHasher::ContentHasher()
 {
-    // Selects the code for this processor. Fails only for want of randomness, which nothing here uses.
+    // Selects the code for this processor. Fails only without a source of randomness, which isn't used here.
     static const int ready = sodium_init();
     (void)ready;
     crypto_generichash_init(&mState, nullptr, 0, sizeof(ContentHash::bytes));
@@ -55,4 +62,4 @@ ContentHash ContentHasher::digest() const
     return hash;
 }
 
-} // namespace tarnok
+} // namespace builder

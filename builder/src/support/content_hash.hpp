@@ -1,4 +1,5 @@
-// Names content by what it is: the hash under which the cache knows sources and encoded sounds.
+// SPDX-License-Identifier: MIT
+// The hash by which the cache identifies sources and encoded sounds.
 #pragma once
 
 #include <sodium/crypto_generichash.h>
@@ -10,11 +11,11 @@
 #include <string>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
-// 256 bits of BLAKE2b. Nobody can make two contents that meet, so a file from outside can't take the place of another
-// one in the cache. (XXH3, which checks for damage elsewhere, is faster, but two WAV files of one XXH3-128 have been
-// made.) Files are hashed by WideHasher.
+// 256 bits of BLAKE2b. Nobody can construct two contents with the same hash, so a file from outside can't be mistaken
+// for another one in the cache. (XXH3, which detects damage elsewhere, is faster, but two WAV files with the same
+// XXH3-128 have been constructed.) WideHasher hashes files.
 struct ContentHash
 {
     std::array<uint8_t, 32> bytes{};
@@ -23,7 +24,10 @@ struct ContentHash
     std::string hex() const; // 64 digits
 };
 
-// Makes the hash of what is added, piece by piece.
+// Whether name consists of this number of hexadecimal digits, as written by hex(), followed by the suffix.
+bool isHashName(std::string_view name, size_t digits, std::string_view suffix = {});
+
+// Computes the hash of everything that is added.
 class ContentHasher
 {
 public:
@@ -31,7 +35,7 @@ public:
 
     void add(std::span<const std::byte> bytes);
 
-    // A number or a text as a field of its own: fields that stand side by side can't be taken for each other.
+    // Adds a number or a text as a separate field. Different sequences of fields never give the same input to the hash.
     void addNumber(uint64_t number);
     void addText(std::string_view text);
 
@@ -41,4 +45,4 @@ private:
     crypto_generichash_state mState;
 };
 
-} // namespace tarnok
+} // namespace builder

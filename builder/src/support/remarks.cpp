@@ -1,17 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "support/remarks.hpp"
 
-#include <algorithm>
+#include "base/utf8.hpp"
+
 #include <cstring>
 #include <utility>
 
-namespace tarnok {
+namespace builder {
 
 void Remarks::post(std::string text)
 {
     const std::lock_guard lock(mMutex);
-    if (mMade.size() == kMost)
-        text = "there are more remarks, which are left out";
-    if (mMade.size() <= kMost && mMade.insert(text).second)
+    if (mPosted.size() == kMaximumCount)
+        text = "there are more remarks, which are not shown";
+    if (mPosted.size() <= kMaximumCount && mPosted.insert(text).second)
         mWaiting.push_back(std::move(text));
 }
 
@@ -28,20 +30,15 @@ std::string Remarks::fetch()
 void Remarks::beginBuild()
 {
     const std::lock_guard lock(mMutex);
-    mMade.clear();
+    mPosted.clear();
     mWaiting.clear();
 }
 
-void copyCharacters(const std::string& text, char* room, size_t size)
+void copyCharacters(const std::string& text, char* buffer, size_t size)
 {
-    size_t count = std::min(text.size(), size - 1);
-    const auto continues = [&text](size_t index) {
-        return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xc0u) == 0x80;
-    };
-    while (count > 0 && continues(count))
-        --count;
-    std::memcpy(room, text.data(), count);
-    room[count] = '\0';
+    const std::string_view whole = base::cutAtCharacter(text, size - 1);
+    std::memcpy(buffer, whole.data(), whole.size());
+    buffer[whole.size()] = '\0';
 }
 
-} // namespace tarnok
+} // namespace builder

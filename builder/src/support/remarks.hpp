@@ -1,4 +1,5 @@
-// What a person should know of a build though nothing failed.
+// SPDX-License-Identifier: MIT
+// Sentences for the user about what didn't fail in a build but should be known.
 #pragma once
 
 #include <deque>
@@ -6,31 +7,31 @@
 #include <set>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
-// Keeps remarks in the order in which they came, each text once in a build. Safe to use by several threads.
+// A queue of remarks, in which each text appears once per build. Safe to use from several threads.
 class Remarks
 {
 public:
-    // Appends a sentence, UTF-8 without a line end. One that this build has made before is dropped, and so is what
-    // comes after the first kMost; the last one then says that there are more.
+    // Appends a sentence in UTF-8 without a line end. Dropped if this build has posted the same text before. After
+    // kMaximumCount remarks one is added that says that there are more, and all further ones are dropped.
     void post(std::string text);
 
-    // The oldest remark that was not fetched yet; empty when there is none.
+    // The oldest remark that was not fetched yet; empty if there is none.
     std::string fetch();
 
-    // Forgets what the build before has said.
+    // Discards the remarks of the previous build.
     void beginBuild();
 
-    static constexpr size_t kMost = 10'000; // in one build
+    static constexpr size_t kMaximumCount = 10'000; // in one build
 
 private:
     std::mutex mMutex;
-    std::set<std::string> mMade;
+    std::set<std::string> mPosted;
     std::deque<std::string> mWaiting;
 };
 
-// Copies text into room of `size` bytes, as many whole characters as fit, with a NUL at the end. size is at least 1.
-void copyCharacters(const std::string& text, char* room, size_t size);
+// Copies as many whole characters of text as fit into a buffer of `size` bytes, followed by a NUL. size is at least 1.
+void copyCharacters(const std::string& text, char* buffer, size_t size);
 
-} // namespace tarnok
+} // namespace builder

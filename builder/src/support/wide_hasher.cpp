@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/wide_hasher.hpp"
 
 #include "bank/vector_state.hpp"
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
@@ -62,7 +63,7 @@ ALWAYS_INLINE void mixRound(Lanes (&v)[16], const Lanes (&m)[16])
     mix(v[3], v[4], v[9], v[14], m[s[14]], m[s[15]]);
 }
 
-// The compression function, of four lanes at once.
+// The compression function, for four lanes at once.
 ALWAYS_INLINE void compressRows(uint64_t* words, uint64_t counted, const std::byte* rows, size_t count, bool isLast)
 {
     constexpr size_t kWords = WideHasher::kBlockBytes / sizeof(uint64_t);
@@ -112,7 +113,7 @@ __attribute__((target("avx2"))) void compressAvx2(uint64_t* words, uint64_t coun
     compressRows(words, counted, rows, count, isLast);
 }
 
-// Rotates by one instruction, and holds all of a state and a block in its registers.
+// Rotates with one instruction, and keeps a whole state and block in registers.
 __attribute__((target("avx2,avx512f,avx512vl"))) void compressAvx512(uint64_t* words, uint64_t counted,
                                                                      const std::byte* rows, size_t count, bool isLast)
 {
@@ -194,4 +195,4 @@ void WideHasher::compress(State* state, const std::byte* rows, size_t count, boo
     bank::clearVectorState();
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,26 +1,29 @@
+// SPDX-License-Identifier: MIT
 #include "support/worker_memory.hpp"
 
 #include "support/worker_pool.hpp"
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <string_view>
 
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
 constexpr uint64_t kMegabyte = 1 << 20;
 
-// Of one worker, measured with sounds of 32 channels that are resampled: 11 MB in PCM, Vorbis, KADPCM and Opus alike;
-// 4 MB with stereo.
+// Per worker. Measured with resampled sounds of 32 channels: 11 MB for each of PCM, Vorbis, KADPCM and Opus; 4 MB for
+// stereo.
 constexpr uint64_t kWorkingBytes = 12 * kMegabyte;
 
-// What the C library's allocator reserves for each thread, and once more for a moment while it does. One thread gets on
-// without, several would leave each other too little.
+// The C library's allocator reserves this for each thread, and briefly twice as much while it does so. A single thread
+// works without the reservation; several would leave each other too little.
 constexpr uint64_t kReservedBytes = 64 * kMegabyte;
 
 uint64_t difference(uint64_t limit, uint64_t used)
@@ -28,14 +31,14 @@ uint64_t difference(uint64_t limit, uint64_t used)
     return limit == MemoryLeft::kUnlimited ? limit : limit - std::min(limit, used);
 }
 
-uint64_t limitOf(__rlimit_resource resource)
+uint64_t resourceLimit(__rlimit_resource resource)
 {
     rlimit limit{};
     return getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
                                                                                : MemoryLeft::kUnlimited;
 }
 
-// The only number in a file, or the one after a name at the start of a line.
+// The only number in a file, or the one that follows name at the start of a line.
 std::optional<uint64_t> numberIn(const std::string& path, std::string_view name = {})
 {
     std::ifstream file(path);
@@ -47,7 +50,7 @@ std::optional<uint64_t> numberIn(const std::string& path, std::string_view name 
     return std::nullopt;
 }
 
-// Bytes that a group may still take; its cache of files makes room for them.
+// Bytes that a group may still use. Its file cache counts as free, since it is dropped when memory is needed.
 uint64_t leftInGroup(const std::string& folder, const char* limitFile, const char* usageFile, const std::string& total)
 {
     const std::optional<uint64_t> limit = numberIn(folder + limitFile);
@@ -59,7 +62,7 @@ uint64_t leftInGroup(const std::string& folder, const char* limitFile, const cha
     return difference(*limit, *used - std::min(*used, files));
 }
 
-// The group that this process is in, and all those around it.
+// The minimum over the group of this process and all groups that contain it.
 uint64_t leftInControlGroups()
 {
     uint64_t left = MemoryLeft::kUnlimited;
@@ -89,15 +92,15 @@ MemoryLeft memoryLeft()
     uint64_t sizePages = 0, ignored = 0, dataPages = 0;
     std::ifstream("/proc/self/statm") >> sizePages >> ignored >> ignored >> ignored >> ignored >> dataPages;
     const auto pageBytes = uint64_t(sysconf(_SC_PAGESIZE));
-    left.addressSpace = difference(limitOf(RLIMIT_AS), sizePages * pageBytes);
-    left.data = difference(limitOf(RLIMIT_DATA), dataPages * pageBytes);
+    left.addressSpace = difference(resourceLimit(RLIMIT_AS), sizePages * pageBytes);
+    left.data = difference(resourceLimit(RLIMIT_DATA), dataPages * pageBytes);
     left.controlGroup = leftInControlGroups();
     if (const std::optional<uint64_t> kilobytes = numberIn("/proc/meminfo", "MemAvailable:"))
         left.machine = *kilobytes << 10;
     return left;
 }
 
-Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
+base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
 {
     struct Bound
     {
@@ -122,16 +125,16 @@ Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left)
         if (fit >= result.count)
             continue;
         if (fit == 0 && bound.isHard && bound.left < least)
-            return Fault{TARNOK_ERR_MEMORY,
-                         std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
-                             + " MB; to encode sounds takes " + std::to_string(least / kMegabyte) + " MB"};
+            return base::Error{base::ErrorCode::Memory,
+                               std::string(bound.what) + " leaves " + std::to_string(bound.left / kMegabyte)
+                                   + " MB; encoding takes " + std::to_string(least / kMegabyte) + " MB"};
         result.count = std::max(1u, unsigned(fit));
-        result.remark = "of " + std::to_string(wanted) + " workers only " + std::to_string(result.count)
-            + " at work: " + bound.what + " leaves room for no more";
+        result.remark = "only " + std::to_string(result.count) + " of " + std::to_string(wanted)
+            + " workers are used: " + bound.what + " leaves no room for more";
     }
     if (result.count == wanted)
         result.remark.clear();
     return result;
 }
 
-} // namespace tarnok
+} // namespace builder

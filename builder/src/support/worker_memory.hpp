@@ -1,39 +1,40 @@
-// How many workers the memory that is there can carry.
+// SPDX-License-Identifier: MIT
+// How many workers fit into the available memory.
 #pragma once
 
-#include "support/fault.hpp"
+#include "base/result.hpp"
 
 #include <cstdint>
 #include <string>
 
-namespace tarnok {
+namespace builder {
 
-// What the process may still take, in bytes.
+// What the process may still use, in bytes.
 struct MemoryLeft
 {
     static constexpr uint64_t kUnlimited = UINT64_MAX;
 
     uint64_t addressSpace = kUnlimited; // RLIMIT_AS
     uint64_t data = kUnlimited; // RLIMIT_DATA
-    uint64_t controlGroup = kUnlimited; // of the nearest one with a limit, without what is cached of files
-    uint64_t machine = kUnlimited; // free, or at once if need be
+    uint64_t controlGroup = kUnlimited; // the least that any enclosing group has left; cached files count as free
+    uint64_t machine = kUnlimited; // free, or available at once if needed
 };
 
-// What the system says about this process. What can't be found out counts as unlimited.
+// What the system reports about this process. Unknown values count as unlimited.
 MemoryLeft memoryLeft();
 
 struct WorkerCount
 {
     unsigned count = 1;
-    std::string remark; // why it is less than wanted; empty: it isn't
+    std::string remark; // why there are fewer than wanted; empty if there aren't
 };
 
-// As many workers as fit, at most `wanted`. The result of a build doesn't depend on their number.
+// The number of workers that fit, at most `wanted`. The result of a build doesn't depend on it.
 //
-// Some codec libraries, libvorbis for one, don't look whether they got the memory that they asked for, so that an
-// encoder must not be begun where it may run out: the process would crash. TARNOK_ERR_MEMORY where a limit of the
-// process leaves too little for a single worker. Where only the machine or the control group has little left there is
-// always one: the system may find more.
-Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left);
+// Some codec libraries, such as libvorbis, don't check whether an allocation failed; the process would crash. So an
+// encoder must not be started where memory may run out. ErrorCode::Memory if a limit of the process leaves too little
+// for a single worker. If only the machine or the control group has too little left, the result is one worker: the
+// system may free more.
+base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& left);
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/worker_pool.hpp"
 
 #include "bank/vector_state.hpp"
@@ -11,11 +12,11 @@
 #include <ctime>
 #include <pthread.h>
 
-namespace tarnok {
+namespace builder {
 
 namespace {
 
-// A thread with a stack of our size, joined in the end.
+// A thread with a stack of kWorkerStackBytes. The destructor joins it.
 class WorkerThread
 {
 public:
@@ -30,7 +31,7 @@ public:
     WorkerThread(const WorkerThread&) = delete;
     WorkerThread& operator=(const WorkerThread&) = delete;
 
-    // Whether the system has let it start.
+    // False if the system refused the thread.
     bool start()
     {
         pthread_attr_t attributes;
@@ -64,22 +65,22 @@ SignalShield::SignalShield(bool allSignals)
     else
         sigemptyset(&blocked);
     sigaddset(&blocked, SIGXFSZ);
-    // Faults of the thread itself must still reach the program's crash handler.
+    // Faults caused by the thread itself must still reach the program's crash handler.
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
         sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_BLOCK, &blocked, &mFormer);
+    pthread_sigmask(SIG_BLOCK, &blocked, &mOldMask);
 }
 
 SignalShield::~SignalShield()
 {
-    if (!sigismember(&mFormer, SIGXFSZ)) {
+    if (!sigismember(&mOldMask, SIGXFSZ)) {
         sigset_t fileSize;
         sigemptyset(&fileSize);
         sigaddset(&fileSize, SIGXFSZ);
         const timespec atOnce{};
         while (sigtimedwait(&fileSize, nullptr, &atOnce) > 0) { }
     }
-    pthread_sigmask(SIG_SETMASK, &mFormer, nullptr);
+    pthread_sigmask(SIG_SETMASK, &mOldMask, nullptr);
 }
 
 void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(size_t index, unsigned worker)>& job)
@@ -92,7 +93,7 @@ void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(s
             job(index, worker);
     };
 
-    std::list<WorkerThread> threads; // which stay where they are
+    std::list<WorkerThread> threads; // a list, because running threads must not be moved
     const auto wanted = unsigned(std::min<size_t>(threadCount, count));
     for (unsigned worker = 0; worker < wanted; ++worker) {
         if (threads.emplace_back([&work, worker] { work(worker); }).start())
@@ -103,4 +104,4 @@ void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(s
     }
 }
 
-} // namespace tarnok
+} // namespace builder

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs jobs on several threads.
 #pragma once
 
@@ -6,30 +7,31 @@
 
 #include <csignal>
 
-namespace tarnok {
+namespace builder {
 
-// Of each worker. Codec libraries take what they need for granted, so that a limit on the program's own stack
-// (ulimit -s) must not count here.
+// The stack of each worker. Codec libraries assume that there is enough, so the limit on the program's own stack
+// (ulimit -s) must not apply here.
 inline constexpr size_t kWorkerStackBytes = 8 << 20;
 
-// Calls job(index, worker) for each index below count, in this order as far as workers are free, and returns when all
-// have ended. worker is below the number of threads and belongs to one thread at a time. job must not throw. When the
-// system refuses a thread, the others do its work; when it refuses all, the caller's thread does.
+// Calls job(index, worker) for each index below count, starting them in this order as workers become free, and returns
+// when all have ended. worker is less than threadCount, and each number is used by one thread at a time. job must not
+// throw. If the system refuses a thread, the others do its work; if it refuses all, the calling thread does.
 void runOnWorkers(unsigned threadCount, size_t count, const std::function<void(size_t index, unsigned worker)>& job);
 
-// While it lives, signals that are not this thread's own fault are held back: handlers are the program's and run on its
-// threads, and a file-size limit that is reached comes as an error of the write instead of ending the process.
+// While one exists, signals that this thread didn't cause are blocked: handlers belong to the program and run on its
+// threads, and reaching a file-size limit makes the write fail instead of ending the process.
 class SignalShield
 {
 public:
-    // allSignals: for the library's own threads. Otherwise, for a thread of the program, only the file-size signal.
+    // allSignals: for threads of the library. Otherwise only the file-size signal is blocked, for threads of the
+    // program.
     explicit SignalShield(bool allSignals);
     ~SignalShield();
     SignalShield(const SignalShield&) = delete;
     SignalShield& operator=(const SignalShield&) = delete;
 
 private:
-    sigset_t mFormer;
+    sigset_t mOldMask;
 };
 
-} // namespace tarnok
+} // namespace builder

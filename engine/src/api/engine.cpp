@@ -1,71 +1,50 @@
+// SPDX-License-Identifier: MIT
+#include "api/call.hpp"
 #include "api/sound.hpp"
 #include "banks/bank_verification.hpp"
 #include "decode/decoders.hpp"
 #include "kess.hpp"
 #include "parse/declared_length.hpp"
-#include "parse/source_file.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <new>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-KESS_RESULT openBank(const char* path, KESS::SoundAccess::Pointer* sound)
-{
-    std::unique_ptr<BankFile> bank;
-    const KESS_RESULT result = BankFile::open(path, &bank);
-    return result == KESS_OK ? KESS::SoundAccess::fromBank(std::move(bank), sound) : result;
-}
+using SoundPointer = KESS::SoundAccess::Pointer;
 
-KESS_RESULT openPlain(const FilePointer& file, const FileKind& kind, KESS::SoundAccess::Pointer* sound)
+base::Result<SoundPointer> openPlain(const RecognisedFile& file)
 {
     SoundFacts facts;
-    facts.type = kind.type;
-    DecoderPointer decoder;
-    if (kind.reader != Reader::None) {
-        const KESS_RESULT result = openDecoder(file, kind, &decoder);
-        if (result != KESS_OK)
-            return result;
-        facts = decoder->facts();
-        facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(file, kind, facts));
-    }
-    *sound = KESS::SoundAccess::fromFile(std::move(facts), std::move(decoder));
-    return KESS_OK;
+    facts.type = file.kind.type;
+    if (file.kind.reader == Reader::None)
+        return KESS::SoundAccess::fromFile(file.file, std::move(facts), nullptr);
+    base::Result<DecoderPointer> decoder = openDecoder(file);
+    if (!decoder)
+        return std::move(decoder.error());
+    facts = (*decoder)->facts();
+    facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(file, facts));
+    return KESS::SoundAccess::fromFile(file.file, std::move(facts), std::move(*decoder));
 }
 
-KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, KESS::SoundAccess::Pointer* sound)
+base::Result<SoundPointer> openRecognised(const FilePointer& file, KESS_SOUND_TYPE suggested)
 {
-    FilePointer file;
-    KESS_RESULT result = SourceFile::open(path, &file);
-    if (result != KESS_OK)
-        return result;
-    FileKind kind;
-    result = recognise(*file, &kind);
-    if (result != KESS_OK)
-        return result;
-    if (suggested != KESS_SOUND_TYPE_UNKNOWN && suggested != kind.type)
-        return KESS_ERR_FORMAT;
-    if (kind.reader == Reader::Bank)
-        return openBank(path, sound);
-    return openPlain(file, kind, sound);
+    base::Result<RecognisedFile> recognised = recognise(file);
+    if (!recognised)
+        return std::move(recognised.error());
+    if (suggested != KESS_SOUND_TYPE_UNKNOWN && suggested != recognised->kind.type)
+        return base::Error{base::ErrorCode::Format, "it is of another kind"};
+    if (recognised->kind.reader != Reader::Bank)
+        return openPlain(*recognised);
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(file);
+    if (!bank)
+        return std::move(bank.error());
+    return KESS::SoundAccess::fromBank(std::move(*bank));
 }
 
-KESS_RESULT verifyBank(const char* path, const char* key, const TellFinding& tell)
-{
-    std::unique_ptr<BankFile> bank;
-    std::string fault;
-    KESS_RESULT result = BankFile::open(path, &bank, &fault);
-    if (result == KESS_OK && bank->locked())
-        result = key ? bank->unlock(key, &fault) : KESS_ERR_KEY_MISSING;
-    if (result == KESS_ERR_FILE_BAD && !fault.empty())
-        tell(-1, result, fault);
-    return result == KESS_OK ? BankVerification(*bank, tell).run() : result;
-}
-
-// The results that stand for a file's fault. Anything else would count as a fault of the program.
+// Anything but these results would count as a fault of the program.
 KESS_RESULT asFileFault(KESS_RESULT result)
 {
     switch (result) {
@@ -76,17 +55,75 @@ KESS_RESULT asFileFault(KESS_RESULT result)
     case KESS_ERR_TOOMANYCHANNELS:
     case KESS_ERR_VERSION:
         return result;
-    case KESS_ERR_MEMORY:
-        noteSystemError(ENOMEM);
-        return KESS_ERR_FILE_BAD;
     default:
         return KESS_ERR_FILE_BAD;
     }
 }
 
+KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, SoundPointer& sound)
+{
+    base::Result<FilePointer> file = InputFile::open(path);
+    if (!file)
+        return fail(std::move(file.error()));
+    base::Result<SoundPointer> opened = openRecognised(*file, suggested);
+    base::Result<> medium = (*file)->takeReadError();
+    if (!opened) {
+        if (!medium) {
+            opened.error().text = std::move(medium.error().text);
+            opened.error().systemError = medium.error().systemError;
+        }
+        return fail(std::move(opened.error()));
+    }
+    // The readable part is delivered. The system error shows the caller why the file seems to be cut short.
+    if (!medium)
+        note(std::move(medium.error()));
+    sound = std::move(*opened);
+    return KESS_OK;
+}
+
+KESS_RESULT asResult(Finding::Kind kind)
+{
+    switch (kind) {
+    case Finding::Kind::Damage:
+        return KESS_ERR_FILE_BAD;
+    case Finding::Kind::NotVerified:
+        return KESS_ERR_UNSUPPORTED;
+    case Finding::Kind::Remark:
+        break;
+    }
+    return KESS_OK;
+}
+
+base::Result<std::unique_ptr<BankFile>> openUnlocked(const char* path, const char* key)
+{
+    base::Result<FilePointer> file = InputFile::open(path);
+    if (!file)
+        return std::move(file.error());
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(std::move(*file));
+    if (!bank || !(*bank)->locked())
+        return bank;
+    if (!key)
+        return base::Error{base::ErrorCode::KeyMissing};
+    if (base::Result<> unlocked = (*bank)->unlock(key); !unlocked)
+        return std::move(unlocked.error());
+    return bank;
+}
+
+base::Result<> verifyBank(const char* path, const char* key, const ReportFinding& report)
+{
+    base::Result<std::unique_ptr<BankFile>> bank = openUnlocked(path, key);
+    if (bank)
+        return BankVerification(**bank, report).run();
+    // An unreadable or empty file isn't a finding.
+    const base::Error& error = bank.error();
+    if (error.code == base::ErrorCode::Damaged && !error.text.empty())
+        report({-1, Finding::Kind::Damage, error.text});
+    return error;
+}
+
 } // namespace
 
-} // namespace kess
+} // namespace engine
 
 namespace KESS {
 
@@ -130,19 +167,15 @@ KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_
         return KESS_ERR_UNINITIALIZED;
     if (!path || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
         return KESS_ERR_INVALID_PARAM;
-    kess::noteSystemError(0);
-    try {
+    return engine::asFileFault(engine::guarded([&] {
         SoundAccess::Pointer opened;
         const KESS_RESULT result =
-            kess::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, &opened);
+            engine::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
         if (opened && (mode & KESS_MODE_OPENONLY))
             SoundAccess::deferDecoders(*opened);
         *sound = opened.release();
-        return kess::asFileFault(result);
-    } catch (...) {
-        // The files' own lengths are checked before memory is asked for; what remains is a machine at its limit.
-        return kess::asFileFault(KESS_ERR_MEMORY);
-    }
+        return result;
+    }));
 }
 
 KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData)
@@ -151,14 +184,11 @@ KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_C
         return KESS_ERR_UNINITIALIZED;
     if (!path)
         return KESS_ERR_INVALID_PARAM;
-    kess::noteSystemError(0);
-    try {
-        return kess::verifyBank(path, key, [&](int sound, KESS_RESULT result, const std::string& text) {
-            return !finding || finding(userData, sound, result, text.c_str()) != 0;
-        });
-    } catch (...) {
-        return KESS_ERR_MEMORY;
-    }
+    return engine::guarded([&] {
+        return engine::finish(engine::verifyBank(path, key, [&](const engine::Finding& found) {
+            return !finding || finding(userData, found.sound, engine::asResult(found.kind), found.text.c_str()) != 0;
+        }));
+    });
 }
 
 struct SystemAccess
@@ -167,11 +197,6 @@ struct SystemAccess
 };
 
 } // namespace KESS
-
-extern "C" int KESS_SystemError(void)
-{
-    return kess::systemError();
-}
 
 extern "C" KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion)
 {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kess.hpp"
 
 extern "C" const char* KESS_ErrorString(KESS_RESULT result)
@@ -24,7 +25,7 @@ extern "C" const char* KESS_ErrorString(KESS_RESULT result)
     case KESS_ERR_INVALID_PARAM:
         return "An argument of the call is out of its range or missing.";
     case KESS_ERR_INVALID_POSITION:
-        return "The position is behind the end of the sound.";
+        return "The position is after the end of the sound.";
     case KESS_ERR_INVALID_SYNCPOINT:
         return "The sound has no sync point of this number.";
     case KESS_ERR_MEMORY:
@@ -42,7 +43,7 @@ extern "C" const char* KESS_ErrorString(KESS_RESULT result)
     case KESS_ERR_UNSUPPORTED:
         return "The sound is of a kind that can't be decoded here.";
     case KESS_ERR_VERSION:
-        return "The bank is of a version that this engine doesn't read.";
+        return "The bank is of a version that this engine can't read.";
     case KESS_ERR_KEY_WRONG:
         return "The key does not fit the encrypted bank.";
     default:

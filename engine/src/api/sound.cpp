@@ -1,34 +1,18 @@
+// SPDX-License-Identifier: MIT
 #include "api/sound.hpp"
 
-#include "decode/sample_convert.hpp"
-#include "parse/source_file.hpp"
+#include "api/call.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cmath>
-#include <cstring>
-#include <new>
-#include <string_view>
+#include <utility>
 
 namespace KESS {
 
 namespace {
 
-// Nothing that the standard library throws may leave the engine.
-template <typename Call>
-KESS_RESULT guarded(Call call) noexcept
-{
-    kess::noteSystemError(0);
-    try {
-        return call();
-    } catch (const std::bad_alloc&) {
-        kess::noteSystemError(ENOMEM);
-        return KESS_ERR_MEMORY;
-    } catch (...) {
-        return KESS_ERR_FILE_BAD;
-    }
-}
+using engine::LoopPlayer;
 
 template <typename Value>
 void store(Value* target, Value value)
@@ -37,28 +21,9 @@ void store(Value* target, Value value)
         *target = value;
 }
 
-size_t frameBytes(const kess::SoundFacts& facts)
+size_t frameBytes(const engine::SoundFacts& facts)
 {
-    return static_cast<size_t>(facts.channels) * kess::bytesPerSample(facts.format);
-}
-
-// Copies what fits, whole characters only.
-KESS_RESULT copyText(std::string_view text, char* buffer, int bufferBytes)
-{
-    if (!buffer)
-        return KESS_OK;
-    if (bufferBytes < 1)
-        return KESS_ERR_INVALID_PARAM;
-    size_t length = text.size();
-    const auto room = static_cast<size_t>(bufferBytes) - 1;
-    if (length > room) {
-        length = room;
-        while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0) == 0x80)
-            --length;
-    }
-    std::memcpy(buffer, text.data(), length);
-    buffer[length] = '\0';
-    return length < text.size() ? KESS_ERR_TRUNCATED : KESS_OK;
+    return static_cast<size_t>(facts.channels) * engine::bytesPerSample(facts.format);
 }
 
 } // namespace
@@ -68,23 +33,24 @@ void SoundAccess::Free::operator()(Sound* sound) const
     delete sound;
 }
 
-SoundAccess::Pointer SoundAccess::fromFile(kess::SoundFacts facts, kess::DecoderPointer decoder)
+SoundAccess::Pointer SoundAccess::fromFile(engine::FilePointer file, engine::SoundFacts facts,
+                                           engine::DecoderPointer decoder)
 {
     Pointer sound(new Sound);
+    sound->mImpl->file = std::move(file);
     sound->mImpl->facts = std::move(facts);
-    sound->mImpl->decoder = std::move(decoder);
+    sound->mImpl->player.open(std::move(decoder));
     return sound;
 }
 
-KESS_RESULT SoundAccess::fromBank(std::unique_ptr<kess::BankFile> bank, Pointer* sound)
+base::Result<SoundAccess::Pointer> SoundAccess::fromBank(std::unique_ptr<engine::BankFile> bank)
 {
-    Pointer made(new Sound);
-    made->mImpl->facts.type = KESS_SOUND_TYPE_TNB;
-    made->mImpl->bank = std::move(bank);
-    const KESS_RESULT result = made->mImpl->adoptOnlySound();
-    if (result == KESS_OK)
-        *sound = std::move(made);
-    return result;
+    Pointer sound(new Sound);
+    sound->mImpl->facts.type = KESS_SOUND_TYPE_TNB;
+    sound->mImpl->bank = std::move(bank);
+    if (base::Result<> adopted = sound->mImpl->adoptOnlySound(); !adopted)
+        return std::move(adopted.error());
+    return sound;
 }
 
 void SoundAccess::deferDecoders(Sound& bank)
@@ -99,181 +65,89 @@ KESS_RESULT Sound::Impl::checkUnlockedBank() const
     return bank->locked() ? KESS_ERR_KEY_MISSING : KESS_OK;
 }
 
-KESS_RESULT Sound::Impl::adoptOnlySound()
+base::Result<> Sound::Impl::adoptOnlySound()
 {
     if (!bank || bank->locked() || bank->soundCount() != 1)
-        return KESS_OK;
-    return bank->facts(0, &facts);
+        return {};
+    base::Result<engine::SoundFacts> only = bank->facts(0);
+    if (!only)
+        return std::move(only.error());
+    facts = std::move(*only);
+    return {};
 }
 
-KESS_RESULT Sound::Impl::readyToDecode()
+KESS_RESULT Sound::Impl::prepareToRead()
 {
     if (isClosed)
         return KESS_ERR_INVALID_HANDLE;
-    if (decoder)
+    if (player.isOpen())
         return KESS_OK;
-    if (home)
-        return home->decoder(place, &decoder);
-    if (!bank)
+    if (!home && !bank)
         return KESS_ERR_UNSUPPORTED;
-    if (bank->locked())
+    if (bank && bank->locked())
         return KESS_ERR_KEY_MISSING;
-    if (bank->soundCount() != 1)
+    if (bank && bank->soundCount() != 1)
         return KESS_ERR_SUBSOUNDS;
-    return bank->decoder(0, &decoder);
-}
-
-KESS_RESULT Sound::Impl::seek(uint64_t frame)
-{
-    inKeptLoop = false;
-    const KESS_RESULT result = decoder->seek(frame);
-    if (result == KESS_OK)
-        position = frame;
-    return result;
-}
-
-KESS_RESULT Sound::Impl::decode(uint8_t* buffer, Form form, size_t count, size_t* done) const
-{
-    *done = 0;
-    return form == AsFloat ? decoder->readFloat(reinterpret_cast<float*>(buffer), count, done)
-                           : decoder->read(buffer, count, done);
-}
-
-bool Sound::Impl::keepLoop(Form form, size_t frameBytes)
-{
-    constexpr uint64_t kMostFrames = 16384;
-    constexpr uint64_t kMostSamples = 65536;
-    const uint64_t frames = facts.loop->end - facts.loop->start;
-    if (frames > kMostFrames || frames * static_cast<uint64_t>(facts.channels) > kMostSamples)
-        return false;
-    if (!keptLoop[form].empty())
-        return true;
-    std::vector<uint8_t> bytes(static_cast<size_t>(frames) * frameBytes);
-    size_t got = 0;
-    if (decoder->seek(facts.loop->start) != KESS_OK
-        || decode(bytes.data(), form, static_cast<size_t>(frames), &got) != KESS_OK || got < frames)
-        return false;
-    keptLoop[form] = std::move(bytes);
-    return true;
-}
-
-KESS_RESULT Sound::Impl::repeatLoop(Form form, size_t frameBytes)
-{
-    if (keepLoop(form, frameBytes)) {
-        inKeptLoop = true;
-        position = facts.loop->start;
-    } else if (const KESS_RESULT result = seek(facts.loop->start); result != KESS_OK) {
-        return result;
-    }
-    if (loopsLeft > 0)
-        --loopsLeft;
+    base::Result<engine::DecoderPointer> decoder = home ? home->decoder(index) : bank->decoder(0);
+    if (!decoder)
+        return engine::fail(std::move(decoder.error()));
+    player.open(std::move(*decoder));
     return KESS_OK;
 }
 
-// What follows is to be the same as if the last repetition had been decoded, so it is: codecs carry state.
-KESS_RESULT Sound::Impl::leaveKeptLoop(Form form, size_t frameBytes)
+KESS_RESULT Sound::Impl::failReading(base::Error error) const
 {
-    inKeptLoop = false;
-    const auto frames = static_cast<size_t>(position - facts.loop->start);
-    std::vector<uint8_t> skipped(frames * frameBytes);
-    size_t got = 0;
-    KESS_RESULT result = decoder->seek(facts.loop->start);
-    if (result == KESS_OK)
-        result = decode(skipped.data(), form, frames, &got);
-    return result == KESS_OK && got < frames ? KESS_ERR_FILE_BAD : result;
-}
-
-void Sound::Impl::forgetLoop()
-{
-    keptLoop = {};
-    inKeptLoop = false;
-}
-
-KESS_RESULT Sound::Impl::readSome(uint8_t* buffer, Form form, size_t frameBytes, size_t count, size_t* done)
-{
-    *done = 0;
-    if (inKeptLoop && (position >= facts.loop->end || !keepLoop(form, frameBytes))) {
-        if (const KESS_RESULT result = leaveKeptLoop(form, frameBytes); result != KESS_OK)
-            return result;
+    if (base::Result<> medium = file ? file->takeReadError() : base::Result<>(); !medium) {
+        error.text = std::move(medium.error().text);
+        error.systemError = medium.error().systemError;
     }
-    if (!inKeptLoop)
-        return decode(buffer, form, count, done);
-    std::memcpy(buffer, &keptLoop[form][static_cast<size_t>(position - facts.loop->start) * frameBytes],
-                count * frameBytes);
-    *done = count;
-    return KESS_OK;
+    return engine::fail(std::move(error));
 }
 
-KESS_RESULT Sound::Impl::read(void* buffer, Form form, size_t frameBytes, size_t count, size_t* done)
-{
-    auto* bytes = static_cast<uint8_t*>(buffer);
-    *done = 0;
-    while (*done < count) {
-        if (atSeam && loopsLeft != 0) {
-            if (const KESS_RESULT result = repeatLoop(form, frameBytes); result != KESS_OK)
-                return result;
-        }
-        atSeam = false;
-        const bool isInLoop = facts.loop && position < facts.loop->end;
-        const bool towardsSeam = loopsLeft != 0 && isInLoop;
-        const uint64_t end = towardsSeam || (inKeptLoop && isInLoop) ? facts.loop->end : facts.sampleCount;
-        if (position >= end)
-            break;
-        const auto wanted = static_cast<size_t>(std::min<uint64_t>(count - *done, end - position));
-        size_t got = 0;
-        const KESS_RESULT result = readSome(bytes + *done * frameBytes, form, frameBytes, wanted, &got);
-        *done += got;
-        position += got;
-        if (result != KESS_OK || got < wanted) {
-            // What came before the damage is delivered; the next call has nothing and tells of it.
-            if (*done > 0)
-                return KESS_OK;
-            return result != KESS_OK ? result : KESS_ERR_FILE_BAD;
-        }
-        atSeam = towardsSeam && position == end;
-    }
-    return *done == 0 && count > 0 ? KESS_ERR_FILE_EOF : KESS_OK;
-}
-
-KESS_RESULT Sound::Impl::deliver(void* buffer, Form form, size_t frameBytes, size_t bytes, size_t* done)
+KESS_RESULT Sound::Impl::read(void* buffer, LoopPlayer::Form form, size_t bytes, size_t frameBytes, size_t* done)
 {
     if (!buffer)
         return KESS_ERR_INVALID_PARAM;
-    if (const KESS_RESULT result = readyToDecode(); result != KESS_OK)
+    if (const KESS_RESULT result = prepareToRead(); result != KESS_OK)
         return result;
     if (frameBytes == 0 || (bytes > 0 && bytes < frameBytes))
         return KESS_ERR_INVALID_PARAM;
-    return read(buffer, form, frameBytes, bytes / frameBytes, done);
+    base::Result<size_t> frames = player.read(buffer, form, bytes / frameBytes);
+    if (!frames)
+        return failReading(std::move(frames.error()));
+    *done = *frames;
+    return *frames == 0 && bytes > 0 ? KESS_ERR_FILE_EOF : KESS_OK;
 }
 
-KESS_RESULT Sound::Impl::subsound(int index, Sound** sound)
+KESS_RESULT Sound::Impl::subsound(int wanted, Sound** sound)
 {
-    if (index < 0 || index >= bank->soundCount())
+    if (wanted < 0 || wanted >= bank->soundCount())
         return KESS_ERR_INVALID_PARAM;
     subsounds.resize(static_cast<size_t>(bank->soundCount()));
-    SoundAccess::Pointer& owned = subsounds[static_cast<size_t>(index)];
+    SoundAccess::Pointer& owned = subsounds[static_cast<size_t>(wanted)];
     if (owned && !owned->mImpl->isClosed) {
         *sound = owned.get();
         return KESS_OK;
     }
-    kess::SoundFacts subsoundFacts;
-    kess::DecoderPointer subsoundDecoder;
-    KESS_RESULT result = bank->facts(index, &subsoundFacts);
-    if (result == KESS_OK && !defersDecoders)
-        result = bank->decoder(index, &subsoundDecoder);
-    if (result != KESS_OK && result != KESS_ERR_UNSUPPORTED)
-        return result;
+    base::Result<engine::SoundFacts> found = bank->facts(wanted);
+    if (!found)
+        return engine::fail(std::move(found.error()));
+    engine::DecoderPointer decoder;
+    if (!defersDecoders) {
+        base::Result<engine::DecoderPointer> opened = bank->decoder(wanted);
+        if (!opened && opened.error().code != base::ErrorCode::Unsupported)
+            return engine::fail(std::move(opened.error()));
+        if (opened)
+            decoder = std::move(*opened);
+    }
     if (!owned)
-        owned = SoundAccess::fromFile({}, nullptr);
+        owned = SoundAccess::fromFile(nullptr, {}, nullptr);
     Impl& impl = *owned->mImpl;
-    impl.facts = std::move(subsoundFacts);
-    impl.decoder = std::move(subsoundDecoder);
-    impl.position = 0;
-    impl.loopsLeft = 0;
-    impl.atSeam = false;
-    impl.forgetLoop();
+    impl.facts = std::move(*found);
+    impl.player = {};
+    impl.player.open(std::move(decoder));
     impl.home = bank.get();
-    impl.place = index;
+    impl.index = wanted;
     impl.isClosed = false;
     *sound = owned.get();
     return KESS_OK;
@@ -294,8 +168,7 @@ KESS_RESULT Sound::release()
         delete this;
         return KESS_OK;
     }
-    mImpl->decoder.reset();
-    mImpl->forgetLoop();
+    mImpl->player = {};
     mImpl->facts = {};
     mImpl->isClosed = true;
     return KESS_OK;
@@ -303,11 +176,11 @@ KESS_RESULT Sound::release()
 
 KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, int* channels, int* bits)
 {
-    const kess::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = mImpl->facts;
     store(type, facts.type);
     store(format, facts.format);
     store(channels, facts.channels);
-    store(bits, static_cast<int>(8 * kess::bytesPerSample(facts.format)));
+    store(bits, static_cast<int>(8 * engine::bytesPerSample(facts.format)));
     return KESS_OK;
 }
 
@@ -321,7 +194,7 @@ KESS_RESULT Sound::getDefaults(float* frequency, int* priority)
 
 KESS_RESULT Sound::getLength(unsigned int* length, unsigned int timeUnit)
 {
-    const kess::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = mImpl->facts;
     const auto samples = static_cast<long double>(facts.sampleCount);
     long double value = 0;
     switch (timeUnit) {
@@ -356,14 +229,13 @@ KESS_RESULT Sound::getDeclaredSampleCount(uint64_t* samples)
 
 KESS_RESULT Sound::seekData(uint64_t sample)
 {
-    return guarded([&] {
-        KESS_RESULT result = mImpl->readyToDecode();
-        if (result != KESS_OK)
+    return engine::guarded([&] {
+        if (const KESS_RESULT result = mImpl->prepareToRead(); result != KESS_OK)
             return result;
         if (sample > mImpl->facts.sampleCount)
             return KESS_ERR_INVALID_POSITION;
-        mImpl->atSeam = false;
-        return mImpl->seek(sample);
+        base::Result<> moved = mImpl->player.seek(sample);
+        return moved ? KESS_OK : mImpl->failReading(std::move(moved.error()));
     });
 }
 
@@ -372,7 +244,7 @@ KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int
     const size_t bytes = frameBytes(mImpl->facts);
     size_t done = 0;
     const KESS_RESULT result =
-        guarded([&] { return mImpl->deliver(buffer, Impl::AsStored, bytes, lengthBytes, &done); });
+        engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsStored, lengthBytes, bytes, &done); });
     store(read, static_cast<unsigned int>(done * bytes));
     return result;
 }
@@ -382,7 +254,7 @@ KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* f
     const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
     size_t done = 0;
     const KESS_RESULT result =
-        guarded([&] { return mImpl->deliver(buffer, Impl::AsFloat, bytes, frames * bytes, &done); });
+        engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsFloat, frames * bytes, bytes, &done); });
     store(framesRead, static_cast<unsigned int>(done));
     return result;
 }
@@ -409,7 +281,7 @@ KESS_RESULT Sound::setLoopCount(int count)
         return KESS_ERR_INVALID_PARAM;
     if (count != 0 && !mImpl->facts.loop)
         return KESS_ERR_TAGNOTFOUND;
-    mImpl->loopsLeft = count;
+    mImpl->player.setLoopCount(count);
     return KESS_OK;
 }
 
@@ -419,11 +291,14 @@ KESS_RESULT Sound::getPeak(float* peak)
     return mImpl->facts.peak ? KESS_OK : KESS_ERR_TAGNOTFOUND;
 }
 
-KESS_RESULT Sound::getDroppedSyncPoints(uint64_t* points, uint64_t* names)
+KESS_RESULT Sound::getRemark(char* text, int textBytes)
 {
-    store(points, mImpl->facts.droppedSyncPoints);
-    store(names, mImpl->facts.droppedNames);
-    return KESS_OK;
+    return engine::guarded([&] {
+        std::string joined;
+        for (const std::string& remark : mImpl->facts.remarks)
+            joined += (joined.empty() ? "" : "; ") + remark;
+        return engine::copyText(joined, text, textBytes);
+    });
 }
 
 KESS_RESULT Sound::getNumSyncPoints(int* count)
@@ -434,17 +309,17 @@ KESS_RESULT Sound::getNumSyncPoints(int* count)
 
 KESS_RESULT Sound::getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes)
 {
-    const std::vector<kess::SyncPoint>& points = mImpl->facts.syncPoints;
+    const std::vector<base::SyncPoint>& points = mImpl->facts.syncPoints;
     if (index < 0 || static_cast<size_t>(index) >= points.size())
         return KESS_ERR_INVALID_SYNCPOINT;
-    const kess::SyncPoint& point = points[static_cast<size_t>(index)];
-    store(sample, point.sample);
-    return copyText(point.name, name, nameBytes);
+    const base::SyncPoint& point = points[static_cast<size_t>(index)];
+    store(sample, point.frame);
+    return engine::copyText(point.name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getName(char* name, int nameBytes)
 {
-    return copyText(mImpl->facts.name, name, nameBytes);
+    return engine::copyText(mImpl->facts.name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getNumSubSounds(int* count)
@@ -463,7 +338,7 @@ KESS_RESULT Sound::getSubSound(int index, Sound** subsound)
     if (!subsound)
         return KESS_ERR_INVALID_PARAM;
     *subsound = nullptr;
-    return guarded([&] {
+    return engine::guarded([&] {
         const KESS_RESULT result = mImpl->checkUnlockedBank();
         return result == KESS_OK ? mImpl->subsound(index, subsound) : result;
     });
@@ -474,12 +349,14 @@ KESS_RESULT Sound::getSubSoundByName(const char* name, Sound** subsound)
     if (!subsound || !name)
         return KESS_ERR_INVALID_PARAM;
     *subsound = nullptr;
-    return guarded([&] {
-        int index = 0;
-        KESS_RESULT result = mImpl->checkUnlockedBank();
-        if (result == KESS_OK)
-            result = mImpl->bank->find(name, &index);
-        return result == KESS_OK ? mImpl->subsound(index, subsound) : result;
+    return engine::guarded([&] {
+        if (const KESS_RESULT result = mImpl->checkUnlockedBank(); result != KESS_OK)
+            return result;
+        base::Result<int> index = mImpl->bank->find(name);
+        if (!index)
+            return index.error().code == base::ErrorCode::NotFound ? KESS_ERR_TAGNOTFOUND
+                                                                   : engine::fail(std::move(index.error()));
+        return mImpl->subsound(*index, subsound);
     });
 }
 
@@ -491,7 +368,7 @@ KESS_RESULT Sound::getBankInfo(KESS_BANKINFO* info)
     info->cbsize = static_cast<int32_t>(sizeof *info);
     const KESS_RESULT result = mImpl->checkUnlockedBank();
     if (mImpl->bank)
-        mImpl->bank->describe(info);
+        mImpl->bank->describe(*info);
     return result;
 }
 
@@ -503,7 +380,7 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
     encoding->cbsize = static_cast<int32_t>(sizeof *encoding);
     if (mImpl->bank && mImpl->bank->locked())
         return KESS_ERR_KEY_MISSING;
-    const std::optional<kess::Encoding>& stored = mImpl->facts.encoding;
+    const std::optional<engine::Encoding>& stored = mImpl->facts.encoding;
     if (!stored)
         return KESS_ERR_SUBSOUNDS;
     encoding->codec = stored->codec;
@@ -515,14 +392,14 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
 
 KESS_RESULT Sound::verifyData()
 {
-    return guarded([&]() -> KESS_RESULT {
+    return engine::guarded([&]() -> KESS_RESULT {
         if (mImpl->isClosed)
             return KESS_ERR_INVALID_HANDLE;
         if (mImpl->home)
-            return mImpl->home->verifyData(mImpl->place);
+            return engine::finish(mImpl->home->verifyData(mImpl->index));
         if (!mImpl->bank || (!mImpl->bank->locked() && mImpl->bank->soundCount() != 1))
             return KESS_ERR_SUBSOUNDS;
-        return mImpl->bank->verifyData(0);
+        return engine::finish(mImpl->bank->verifyData(0));
     });
 }
 
@@ -536,11 +413,11 @@ KESS_RESULT Sound::setEncryptionKey(const char* key)
 {
     if (!key)
         return KESS_ERR_INVALID_PARAM;
-    return guarded([&] {
+    return engine::guarded([&] {
         if (!mImpl->bank || !mImpl->bank->locked())
             return KESS_OK;
-        const KESS_RESULT result = mImpl->bank->unlock(key);
-        return result == KESS_OK ? mImpl->adoptOnlySound() : result;
+        base::Result<> unlocked = mImpl->bank->unlock(key);
+        return engine::finish(unlocked ? mImpl->adoptOnlySound() : std::move(unlocked));
     });
 }
 

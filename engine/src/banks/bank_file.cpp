@@ -1,15 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_file.hpp"
 
-#include "banks/bank_decoders.hpp"
-#include "parse/source_file.hpp"
-
-#include "bank/reader.hpp"
-
 #include <algorithm>
-#include <map>
-#include <set>
+#include <cassert>
+#include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -19,33 +15,37 @@ static_assert(static_cast<int>(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_P
 static_assert(static_cast<int>(bank::Codec::Pcm) == KESS_CODEC_PCM
               && static_cast<int>(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
-// A file as the container reads it.
-class FileBytes final : public bank::ByteSource
+// The file as the container reads it.
+class FileSource final : public base::ByteSource
 {
 public:
-    explicit FileBytes(std::shared_ptr<const SourceFile> file)
+    explicit FileSource(FilePointer file)
         : mFile(std::move(file))
     { }
 
     [[nodiscard]] uint64_t size() const override { return mFile->size(); }
 
-    bank::Error readAt(uint64_t offset, std::span<uint8_t> bytes) const override
+    base::Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override
     {
-        if (!bank::rangeInside(offset, bytes.size(), size()))
-            return bank::Error::Damaged;
-        return mFile->readAllAt(offset, bytes.data(), bytes.size()) ? bank::Error::None : bank::Error::Io;
+        if (!base::rangeInside(offset, bytes.size(), size()))
+            return base::Error{base::ErrorCode::Damaged};
+        if (mFile->readAllAt(offset, bytes.data(), bytes.size()))
+            return {};
+        if (base::Result<> medium = mFile->takeReadError(); !medium)
+            return medium;
+        return base::Error{base::ErrorCode::Io, "it has become shorter since it was opened"};
     }
 
 private:
-    std::shared_ptr<const SourceFile> mFile;
+    FilePointer mFile;
 };
 
-KESS_CODEC codecOf(bank::Codec codec)
+KESS_CODEC asEngineCodec(bank::Codec codec)
 {
     return static_cast<size_t>(codec) < bank::kCodecCount ? static_cast<KESS_CODEC>(codec) : KESS_CODEC_UNKNOWN;
 }
 
-SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
+SoundFacts engineFacts(const bank::Sound& sound, const bank::SoundEntry& entry)
 {
     SoundFacts facts;
     facts.type = KESS_SOUND_TYPE_TNB;
@@ -54,218 +54,181 @@ SoundFacts factsOf(const bank::Sound& sound, const bank::SoundEntry& entry)
     facts.channels = sound.channels;
     facts.sampleRate = sound.sampleRate;
     facts.sampleCount = sound.sampleCount;
-    if (sound.loop)
-        facts.loop = Loop{sound.loop->start, sound.loop->end};
-    for (const bank::SyncPoint& point : sound.syncPoints)
-        facts.syncPoints.push_back({point.sample, point.name});
+    facts.loop = sound.loop;
+    facts.syncPoints = sound.syncPoints;
     facts.peak = sound.peak;
     facts.name = entry.name;
-    facts.encoding = Encoding{codecOf(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
+    facts.encoding = Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
     return facts;
 }
 
-// The one kind of bank there is.
-class TnbFile final : public BankFile
+base::Error keyMissing()
 {
-public:
-    explicit TnbFile(std::shared_ptr<const bank::ByteSource> file)
-        : mFile(std::move(file))
-    { }
+    return {base::ErrorCode::KeyMissing, "it is encrypted"};
+}
 
-    [[nodiscard]] KESS_RESULT open(std::string* fault)
-    {
-        const bank::Result<bank::Kind> kind = bank::probe(*mFile, fault);
-        if (!kind)
-            return resultOf(kind.error());
-        mEncrypted = *kind == bank::Kind::Encrypted;
-        return mEncrypted ? resultOf(bank::checkLocked(*mFile, fault)) : openTables(mFile, fault);
-    }
-
-    [[nodiscard]] bool encrypted() const override { return mEncrypted; }
-    [[nodiscard]] bool locked() const override { return !mReader; }
-
-    [[nodiscard]] KESS_RESULT unlock(std::string_view key, std::string* fault) override
-    {
-        if (mReader)
-            return KESS_OK;
-        const bank::Result<std::shared_ptr<const bank::ByteSource>> plain = bank::unlock(mFile, key, fault);
-        if (!plain)
-            return resultOf(plain.error());
-        const KESS_RESULT result = openTables(*plain, fault);
-        if (result == KESS_OK || result == KESS_ERR_MEMORY)
-            return result;
-        // The key was right: to ask for another, or for a newer engine, would lead nowhere.
-        if (fault && fault->empty())
-            *fault = "what was encrypted isn't a bank";
-        return KESS_ERR_FILE_BAD;
-    }
-
-    [[nodiscard]] const bank::BankReader* reader() const override { return mReader ? &*mReader : nullptr; }
-
-    void describe(KESS_BANKINFO* info) const override
-    {
-        info->encrypted = mEncrypted;
-        info->fileBytes = mFile->size();
-        if (!mReader)
-            return;
-        const bank::BankInfo& bank = mReader->info();
-        info->majorVersion = bank.majorVersion;
-        info->minorVersion = bank.minorVersion;
-        info->codec = codecOf(bank.format);
-        info->quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
-        info->hasNames = bank.hasNames;
-        info->hasGuid = bank.guid.has_value();
-        if (bank.guid)
-            std::copy(bank.guid->begin(), bank.guid->end(), info->guid);
-    }
-
-    [[nodiscard]] int soundCount() const override { return mReader ? static_cast<int>(mReader->info().soundCount) : 0; }
-
-    [[nodiscard]] KESS_RESULT facts(int index, SoundFacts* facts) const override
-    {
-        BankSound sound;
-        const KESS_RESULT result = load(index, &sound);
-        *facts = std::move(sound.facts);
-        return result;
-    }
-
-    [[nodiscard]] KESS_RESULT find(std::string_view name, int* index) const override
-    {
-        if (!mReader)
-            return KESS_ERR_KEY_MISSING;
-        const bank::Result<uint32_t> found = mReader->find(name);
-        if (!found)
-            return resultOf(found.error());
-        *index = int(*found);
-        return KESS_OK;
-    }
-
-    [[nodiscard]] KESS_RESULT verifyData(int index) const override
-    {
-        return mReader ? resultOf(mReader->verifyData(static_cast<uint32_t>(index))) : KESS_ERR_KEY_MISSING;
-    }
-
-    [[nodiscard]] KESS_RESULT decoder(int index, DecoderPointer* decoder) override
-    {
-        BankSound sound;
-        if (const KESS_RESULT result = load(index, &sound); result != KESS_OK)
-            return result;
-        const std::optional<uint32_t> setup = mReader->entry(static_cast<uint32_t>(index)).setup;
-        switch (sound.stored.codec) {
-        case bank::Codec::Pcm:
-            return makePcmDecoder(std::move(sound), decoder);
-        case bank::Codec::Vorbis:
-            return makeVorbis(std::move(sound), setup, decoder);
-        case bank::Codec::Kadpcm:
-            return makeKadpcmDecoder(std::move(sound), decoder);
-        case bank::Codec::Opus:
-            return makeOpus(std::move(sound), setup, decoder);
-        case bank::Codec::Xma:
-        case bank::Codec::At9:
-            break;
-        }
-        return KESS_ERR_UNSUPPORTED;
-    }
-
-private:
-    [[nodiscard]] KESS_RESULT openTables(std::shared_ptr<const bank::ByteSource> plain, std::string* fault)
-    {
-        bank::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain), fault);
-        if (!reader)
-            return resultOf(reader.error());
-        mReader = std::move(*reader);
-        return KESS_OK;
-    }
-
-    [[nodiscard]] KESS_RESULT load(int index, BankSound* sound) const
-    {
-        if (!mReader)
-            return KESS_ERR_KEY_MISSING;
-        if (index < 0 || static_cast<uint32_t>(index) >= mReader->info().soundCount)
-            return KESS_ERR_INVALID_PARAM;
-        bank::Result<bank::Sound> stored = mReader->soundWithoutSetup(static_cast<uint32_t>(index));
-        if (!stored)
-            return resultOf(stored.error());
-        const bank::SoundEntry entry = mReader->entry(static_cast<uint32_t>(index));
-        sound->facts = factsOf(*stored, entry);
-        sound->stored = std::move(*stored);
-        sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};
-        return KESS_OK;
-    }
-
-    [[nodiscard]] KESS_RESULT makeOpus(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
-    {
-        if (!setup || mReader->setupBytes(*setup) > kLongestOpusSetup)
-            return KESS_ERR_FILE_BAD;
-        const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
-        return bytes ? makeOpusDecoder(std::move(sound), *bytes, decoder) : resultOf(bytes.error());
-    }
-
-    [[nodiscard]] KESS_RESULT makeVorbis(BankSound sound, std::optional<uint32_t> setup, DecoderPointer* decoder)
-    {
-        if (!setup || mBadVorbisSetups.contains(*setup))
-            return KESS_ERR_FILE_BAD;
-        std::shared_ptr<const VorbisSetup> shared = mVorbisSetups[*setup].lock();
-        if (!shared) {
-            const bank::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
-            const KESS_RESULT result = bytes ? makeVorbisSetup(*bytes, &shared) : resultOf(bytes.error());
-            if (result == KESS_ERR_FILE_BAD && bytes.error() != bank::Error::Io)
-                mBadVorbisSetups.insert(*setup);
-            if (result != KESS_OK)
-                return result;
-            mVorbisSetups[*setup] = shared;
-        }
-        mLastVorbisSetup = shared;
-        return makeVorbisDecoder(std::move(sound), std::move(shared), decoder);
-    }
-
-    std::shared_ptr<const bank::ByteSource> mFile;
-    bool mEncrypted = false;
-    std::optional<bank::BankReader> mReader;
-    std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
-    std::set<uint32_t> mBadVorbisSetups; // headers that are damaged, which take as long to read as others
-    // Who opens and releases sound after sound doesn't unpack the headers that they share each time.
-    std::shared_ptr<const VorbisSetup> mLastVorbisSetup;
-};
+base::Error damagedSetup()
+{
+    return {base::ErrorCode::Damaged, "the headers of its codec are damaged or missing"};
+}
 
 } // namespace
 
-KESS_RESULT resultOf(bank::Error error)
+base::Result<std::unique_ptr<BankFile>> BankFile::open(FilePointer file)
 {
-    switch (error) {
-    case bank::Error::None:
-        return KESS_OK;
-    case bank::Error::NotABank:
-        return KESS_ERR_FORMAT;
-    case bank::Error::Version:
-        return KESS_ERR_VERSION;
-    case bank::Error::KeyMissing:
-        return KESS_ERR_KEY_MISSING;
-    case bank::Error::KeyWrong:
-        return KESS_ERR_KEY_WRONG;
-    case bank::Error::NotFound:
-        return KESS_ERR_TAGNOTFOUND;
-    case bank::Error::Invalid:
-        return KESS_ERR_INVALID_PARAM;
-    case bank::Error::Unsupported:
-        return KESS_ERR_UNSUPPORTED;
-    case bank::Error::Memory:
-        return KESS_ERR_MEMORY;
-    default:
-        return KESS_ERR_FILE_BAD;
+    std::unique_ptr<BankFile> bank(new BankFile(std::move(file)));
+    const base::Result<bank::Kind> kind = bank::probe(*bank->mFile);
+    if (!kind)
+        return kind.error();
+    bank->mEncrypted = *kind == bank::Kind::Encrypted;
+    if (base::Result<> opened = bank->mEncrypted ? bank::checkLocked(*bank->mFile) : bank->openTables(bank->mFile);
+        !opened)
+        return std::move(opened.error());
+    return bank;
+}
+
+BankFile::BankFile(FilePointer file)
+    : mFile(std::make_shared<FileSource>(std::move(file)))
+{ }
+
+base::Result<> BankFile::unlock(std::string_view key)
+{
+    if (mReader)
+        return {};
+    base::Result<std::shared_ptr<const base::ByteSource>> plain = bank::unlock(mFile, key);
+    if (!plain)
+        return std::move(plain.error());
+    base::Result<> opened = openTables(*plain);
+    if (opened || opened.error().code == base::ErrorCode::Memory || opened.error().code == base::ErrorCode::Io)
+        return opened;
+    // The key was right, so another key or a newer engine wouldn't help.
+    const std::string& text = opened.error().text;
+    return base::Error{base::ErrorCode::Damaged, text.empty() ? "what was encrypted isn't a bank" : text};
+}
+
+void BankFile::describe(KESS_BANKINFO& info) const
+{
+    info.encrypted = mEncrypted;
+    info.fileBytes = mFile->size();
+    if (!mReader)
+        return;
+    const bank::BankInfo& bank = mReader->info();
+    info.majorVersion = bank.majorVersion;
+    info.minorVersion = bank.minorVersion;
+    info.codec = asEngineCodec(bank.format);
+    if (bank::hasQuality(bank.format))
+        info.quality = static_cast<int32_t>(std::min<uint32_t>(bank.quality, 100));
+    info.hasNames = bank.hasNames;
+    info.hasGuid = bank.guid.has_value();
+    if (bank.guid)
+        std::copy(bank.guid->begin(), bank.guid->end(), info.guid);
+}
+
+base::Result<SoundFacts> BankFile::facts(int index) const
+{
+    base::Result<BankSound> sound = load(index);
+    if (!sound)
+        return std::move(sound.error());
+    return std::move(sound->facts);
+}
+
+base::Result<int> BankFile::find(std::string_view name) const
+{
+    if (!mReader)
+        return keyMissing();
+    base::Result<uint32_t> found = mReader->find(name);
+    if (!found)
+        return std::move(found.error());
+    return int(*found);
+}
+
+base::Result<> BankFile::verifyData(int index) const
+{
+    if (!mReader)
+        return keyMissing();
+    return mReader->verifyData(uint32_t(index));
+}
+
+base::Result<DecoderPointer> BankFile::decoder(int index)
+{
+    base::Result<BankSound> sound = load(index);
+    if (!sound)
+        return std::move(sound.error());
+    const std::optional<uint32_t> setup = mReader->entry(uint32_t(index)).setup;
+    switch (sound->stored.codec) {
+    case bank::Codec::Pcm:
+        return makePcmDecoder(std::move(*sound));
+    case bank::Codec::Vorbis:
+        return makeVorbis(*sound, setup);
+    case bank::Codec::Kadpcm:
+        return makeKadpcmDecoder(std::move(*sound));
+    case bank::Codec::Opus:
+        return makeOpus(*sound, setup);
+    case bank::Codec::Xma:
+    case bank::Codec::At9:
+        break;
     }
+    return base::Error{base::ErrorCode::Unsupported, "its codec can't be decoded"};
 }
 
-KESS_RESULT BankFile::open(const char* path, std::unique_ptr<BankFile>* bank, std::string* fault)
+base::Result<> BankFile::openTables(std::shared_ptr<const base::ByteSource> plain)
 {
-    std::shared_ptr<const SourceFile> file;
-    if (const KESS_RESULT result = SourceFile::open(path, &file); result != KESS_OK)
-        return result;
-    auto opened = std::make_unique<TnbFile>(std::make_shared<FileBytes>(std::move(file)));
-    if (const KESS_RESULT result = opened->open(fault); result != KESS_OK)
-        return result;
-    *bank = std::move(opened);
-    return KESS_OK;
+    base::Result<bank::BankReader> reader = bank::BankReader::open(std::move(plain));
+    if (!reader)
+        return std::move(reader.error());
+    mReader = std::move(*reader);
+    return {};
 }
 
-} // namespace kess
+base::Result<BankSound> BankFile::load(int index) const
+{
+    if (!mReader)
+        return keyMissing();
+    assert(index >= 0 && index < soundCount());
+    base::Result<bank::Sound> stored = mReader->soundWithoutSetup(uint32_t(index));
+    if (!stored)
+        return std::move(stored.error());
+    const bank::SoundEntry entry = mReader->entry(uint32_t(index));
+    SoundFacts facts = engineFacts(*stored, entry);
+    return BankSound{std::move(facts), std::move(*stored), {mReader->source(), entry.dataOffset, entry.dataBytes}};
+}
+
+base::Result<DecoderPointer> BankFile::makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const
+{
+    if (!setup || mReader->setupBytes(*setup) > kMaximumOpusSetupBytes)
+        return damagedSetup();
+    base::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
+    if (!bytes)
+        return std::move(bytes.error());
+    return makeOpusDecoder(sound, *bytes);
+}
+
+base::Result<DecoderPointer> BankFile::makeVorbis(const BankSound& sound, std::optional<uint32_t> setup)
+{
+    if (!setup || mBadVorbisSetups.contains(*setup))
+        return damagedSetup();
+    base::Result<VorbisSetupPointer> shared = vorbisSetup(*setup);
+    if (!shared) {
+        if (shared.error().code == base::ErrorCode::Damaged)
+            mBadVorbisSetups.insert(*setup);
+        return std::move(shared.error());
+    }
+    mLastVorbisSetup = *shared;
+    return makeVorbisDecoder(sound, std::move(*shared));
+}
+
+base::Result<VorbisSetupPointer> BankFile::vorbisSetup(uint32_t index)
+{
+    std::weak_ptr<const VorbisSetup>& known = mVorbisSetups[index];
+    if (VorbisSetupPointer shared = known.lock())
+        return shared;
+    base::Result<std::vector<uint8_t>> bytes = mReader->setup(index);
+    if (!bytes)
+        return std::move(bytes.error());
+    base::Result<VorbisSetupPointer> made = makeVorbisSetup(*bytes);
+    if (made)
+        known = *made;
+    return made;
+}
+
+} // namespace engine

@@ -1,54 +1,74 @@
-// A sound bank as the engine sees it: a list of sounds that can be found by index or by name, and decoded.
+// SPDX-License-Identifier: MIT
+// An opened bank: a list of sounds that can be found by index or by name, and decoded.
 #pragma once
 
-#include "decode/decoder.hpp"
+#include "banks/bank_decoders.hpp"
+#include "parse/input_file.hpp"
 
+#include "bank/reader.hpp"
+
+#include <map>
 #include <memory>
-#include <string>
+#include <optional>
+#include <set>
 #include <string_view>
 
-namespace bank {
-class BankReader;
-}
+namespace engine {
 
-namespace kess {
-
+// Sound indices are below soundCount() (asserted).
 class BankFile
 {
 public:
-    // Opens the bank at path and checks its header and tables, without touching sample data. A locked (encrypted)
-    // bank opens too. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION: one of another version. KESS_ERR_FILE_BAD:
-    // damaged; then fault, here and below, gets what is damaged, in words, unless it is null.
-    [[nodiscard]] static KESS_RESULT open(const char* path, std::unique_ptr<BankFile>* bank,
-                                          std::string* fault = nullptr);
+    // Opens the bank in file and checks its header and tables, without reading sample data. A locked (encrypted) bank
+    // opens too. ErrorCode::Format: not a bank. ErrorCode::Version: a bank of another version. ErrorCode::Damaged.
+    static base::Result<std::unique_ptr<BankFile>> open(FilePointer file);
 
-    virtual ~BankFile() = default;
-
-    [[nodiscard]] virtual bool encrypted() const = 0;
-    [[nodiscard]] virtual bool locked() const = 0; // encrypted and no key given yet: the calls below are refused
-    [[nodiscard]] virtual KESS_RESULT unlock(std::string_view key, std::string* fault = nullptr) = 0;
-
-    // Fills all but cbsize; what a locked bank doesn't show stays zero.
-    virtual void describe(KESS_BANKINFO* info) const = 0;
-
-    // What stands in the bank, for those who look closer; null while it is locked.
-    [[nodiscard]] virtual const bank::BankReader* reader() const = 0;
-
-    [[nodiscard]] virtual int soundCount() const = 0;
-    [[nodiscard]] virtual KESS_RESULT facts(int index, SoundFacts* facts) const = 0;
-    [[nodiscard]] virtual KESS_RESULT find(std::string_view name, int* index) const = 0;
-
-    // Whether the encoded data match their checksum.
-    [[nodiscard]] virtual KESS_RESULT verifyData(int index) const = 0;
-
-    // A decoder of one sound. KESS_ERR_UNSUPPORTED: its codec isn't decoded here. It shares the file with the bank and
-    // must not outlive it.
-    [[nodiscard]] virtual KESS_RESULT decoder(int index, DecoderPointer* decoder) = 0;
-
-protected:
-    BankFile() = default;
     BankFile(const BankFile&) = delete;
     BankFile& operator=(const BankFile&) = delete;
+
+    [[nodiscard]] bool encrypted() const { return mEncrypted; }
+
+    // Whether the bank is encrypted and has no key yet. The calls after unlock() then fail with ErrorCode::KeyMissing.
+    [[nodiscard]] bool locked() const { return !mReader; }
+
+    // ErrorCode::KeyWrong. ErrorCode::Damaged.
+    base::Result<> unlock(std::string_view key);
+
+    // Fills all members but cbsize. What a locked bank doesn't show stays zero.
+    void describe(KESS_BANKINFO& info) const;
+
+    // The container, for a closer look; null while the bank is locked.
+    [[nodiscard]] const bank::BankReader* reader() const { return mReader ? &*mReader : nullptr; }
+
+    [[nodiscard]] int soundCount() const { return mReader ? int(mReader->info().soundCount) : 0; }
+    base::Result<SoundFacts> facts(int index) const;
+
+    // ErrorCode::NotFound.
+    base::Result<int> find(std::string_view name) const;
+
+    // Compares the encoded data with its checksum.
+    base::Result<> verifyData(int index) const;
+
+    // A decoder of one sound. ErrorCode::Unsupported: its codec can't be decoded here. The decoder shares the file with
+    // the bank and must not outlive it.
+    base::Result<DecoderPointer> decoder(int index);
+
+private:
+    explicit BankFile(FilePointer file);
+
+    base::Result<> openTables(std::shared_ptr<const base::ByteSource> plain);
+    base::Result<BankSound> load(int index) const;
+    base::Result<DecoderPointer> makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const;
+    base::Result<DecoderPointer> makeVorbis(const BankSound& sound, std::optional<uint32_t> setup);
+    base::Result<VorbisSetupPointer> vorbisSetup(uint32_t index);
+
+    std::shared_ptr<const base::ByteSource> mFile;
+    bool mEncrypted = false;
+    std::optional<bank::BankReader> mReader;
+    std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
+    std::set<uint32_t> mBadVorbisSetups; // damaged ones, which take as long to read as others
+    // If sound after sound is opened and released, the headers that they share aren't unpacked each time.
+    VorbisSetupPointer mLastVorbisSetup;
 };
 
-} // namespace kess
+} // namespace engine

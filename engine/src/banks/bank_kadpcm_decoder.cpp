@@ -1,36 +1,44 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_decoders.hpp"
+
+#include "banks/bank_direct_decoder.hpp"
 
 #include "bank/kadpcm.hpp"
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 using bank::kadpcm::kSuperblockFrames;
 
-// Decodes the superblock that is read from, and keeps it.
-class KadpcmDecoder final : public DirectDecoder
+base::Error damagedSuperblock()
+{
+    return {base::ErrorCode::Damaged, "a block of its data is damaged"};
+}
+
+// Decodes one superblock at a time and keeps it.
+class BankKadpcmDecoder final : public BankDirectDecoder
 {
 public:
-    explicit KadpcmDecoder(BankSound sound)
-        : DirectDecoder(std::move(sound.facts))
+    explicit BankKadpcmDecoder(BankSound sound)
+        : BankDirectDecoder(std::move(sound.facts))
         , mWindow(std::move(sound.data))
         , mSeekPoints(std::move(sound.stored.seekPoints))
     { }
 
-    [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
+    base::Result<size_t> read(void* buffer, size_t count) override
     {
         auto* samples = static_cast<int16_t*>(buffer);
-        return readFrames(count, done, [samples](std::span<const int16_t> frames, size_t at) {
+        return readFrames(count, [samples](std::span<const int16_t> frames, size_t at) {
             std::copy(frames.begin(), frames.end(), samples + at);
         });
     }
 
-    [[nodiscard]] KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) override
+    base::Result<size_t> readFloat(float* buffer, size_t count) override
     {
-        return readFrames(count, done, [buffer](std::span<const int16_t> frames, size_t at) {
+        return readFrames(count, [buffer](std::span<const int16_t> frames, size_t at) {
             std::transform(frames.begin(), frames.end(), buffer + at,
                            [](int16_t sample) { return static_cast<float>(sample) / 32'768; });
         });
@@ -38,21 +46,24 @@ public:
 
 private:
     template <typename Take>
-    [[nodiscard]] KESS_RESULT readFrames(size_t count, size_t* done, Take take)
+    base::Result<size_t> readFrames(size_t count, Take take)
     {
         const auto channels = static_cast<size_t>(mFacts.channels);
-        *done = 0;
         count = left(count);
-        while (*done < count) {
-            if (const KESS_RESULT result = decodeSuperblockOf(mFrame); result != KESS_OK)
-                return result;
+        size_t done = 0;
+        while (done < count) {
+            if (base::Result<> decoded = decodeSuperblockWith(mFrame); !decoded) {
+                if (done > 0)
+                    return done;
+                return std::move(decoded.error());
+            }
             const auto begin = static_cast<size_t>(mFrame - mDecodedStart);
-            const size_t frames = std::min(mDecodedFrames - begin, count - *done);
-            take(std::span<const int16_t>(mDecoded).subspan(begin * channels, frames * channels), *done * channels);
-            *done += frames;
+            const size_t frames = std::min(mDecodedFrames - begin, count - done);
+            take(std::span<const int16_t>(mDecoded).subspan(begin * channels, frames * channels), done * channels);
+            done += frames;
             mFrame += frames;
         }
-        return KESS_OK;
+        return done;
     }
 
     [[nodiscard]] size_t framesAt(uint64_t start) const
@@ -60,61 +71,63 @@ private:
         return static_cast<size_t>(std::min<uint64_t>(kSuperblockFrames, mFacts.sampleCount - start));
     }
 
-    // Has the superblock of frame in mDecoded.
-    [[nodiscard]] KESS_RESULT decodeSuperblockOf(uint64_t frame)
+    // Decodes the superblock that contains frame into mDecoded.
+    base::Result<> decodeSuperblockWith(uint64_t frame)
     {
         const uint64_t start = frame / kSuperblockFrames * kSuperblockFrames;
         if (mDecodedFrames > 0 && start == mDecodedStart)
-            return KESS_OK;
+            return {};
         mDecodedFrames = 0;
-        if (const KESS_RESULT result = stepTo(start); result != KESS_OK)
-            return result;
+        if (base::Result<> stepped = stepTo(start); !stepped)
+            return stepped;
 
-        std::span<const uint8_t> bytes;
-        if (const KESS_RESULT result = viewSuperblock(&bytes); result != KESS_OK)
-            return result;
+        base::Result<std::span<const uint8_t>> bytes = viewSuperblock();
+        if (!bytes)
+            return std::move(bytes.error());
         const size_t frames = framesAt(start);
         mDecoded.resize(frames * static_cast<size_t>(mFacts.channels));
         const size_t size =
-            bank::kadpcm::decodeSuperblock(bytes, mFacts.channels, static_cast<int>(frames), mDecoded.data());
+            bank::kadpcm::decodeSuperblock(*bytes, mFacts.channels, static_cast<int>(frames), mDecoded.data());
         if (size == 0)
-            return KESS_ERR_FILE_BAD;
+            return damagedSuperblock();
         mDecodedStart = start;
         mDecodedFrames = frames;
-        mPlace = {start + frames, mPlace.offset + size};
-        return KESS_OK;
+        mNext = {start + frames, mNext.offset + size};
+        return {};
     }
 
-    // Goes to the superblock that begins at start, over those between without decoding them.
-    [[nodiscard]] KESS_RESULT stepTo(uint64_t start)
+    // Moves to the superblock that begins at start. Those before it are skipped without decoding.
+    base::Result<> stepTo(uint64_t start)
     {
         const bank::SeekPoint point = seekPointBefore(mSeekPoints, start);
-        if (mPlace.position > start || mPlace.position < point.position)
-            mPlace = point;
-        while (mPlace.position < start) {
-            std::span<const uint8_t> bytes;
-            if (const KESS_RESULT result = viewSuperblock(&bytes); result != KESS_OK)
-                return result;
-            const size_t size = bank::kadpcm::superblockBytes(bytes, mFacts.channels);
+        if (mNext.position > start || mNext.position < point.position)
+            mNext = point;
+        while (mNext.position < start) {
+            base::Result<std::span<const uint8_t>> bytes = viewSuperblock();
+            if (!bytes)
+                return std::move(bytes.error());
+            const size_t size = bank::kadpcm::superblockBytes(*bytes, mFacts.channels);
             if (size == 0)
-                return KESS_ERR_FILE_BAD;
-            mPlace = {mPlace.position + kSuperblockFrames, mPlace.offset + size};
+                return damagedSuperblock();
+            mNext = {mNext.position + kSuperblockFrames, mNext.offset + size};
         }
-        return mPlace.position == start ? KESS_OK : KESS_ERR_FILE_BAD;
+        if (mNext.position != start)
+            return damagedSuperblock();
+        return {};
     }
 
-    [[nodiscard]] KESS_RESULT viewSuperblock(std::span<const uint8_t>* bytes)
+    base::Result<std::span<const uint8_t>> viewSuperblock()
     {
-        if (mPlace.offset >= mWindow.size())
-            return KESS_ERR_FILE_BAD;
-        const size_t most = bank::kadpcm::maximumSuperblockBytes(mFacts.channels, kSuperblockFrames);
-        return mWindow.view(mPlace.offset,
-                            static_cast<size_t>(std::min<uint64_t>(most, mWindow.size() - mPlace.offset)), bytes);
+        const size_t maximum = bank::kadpcm::maximumSuperblockBytes(mFacts.channels, kSuperblockFrames);
+        const uint64_t left = mWindow.size() - std::min(mWindow.size(), mNext.offset);
+        if (left == 0)
+            return damagedSuperblock();
+        return mWindow.view(mNext.offset, static_cast<size_t>(std::min<uint64_t>(maximum, left)));
     }
 
     DataWindow mWindow;
     std::vector<bank::SeekPoint> mSeekPoints;
-    bank::SeekPoint mPlace; // of the next superblock: its first frame and its offset
+    bank::SeekPoint mNext; // the first frame and the offset of the next superblock
     std::vector<int16_t> mDecoded;
     uint64_t mDecodedStart = 0;
     size_t mDecodedFrames = 0; // 0: nothing decoded
@@ -122,12 +135,11 @@ private:
 
 } // namespace
 
-KESS_RESULT makeKadpcmDecoder(BankSound sound, DecoderPointer* decoder)
+base::Result<DecoderPointer> makeKadpcmDecoder(BankSound sound)
 {
-    if (sound.stored.leadIn != 0)
-        return KESS_ERR_FILE_BAD;
-    *decoder = std::make_unique<KadpcmDecoder>(std::move(sound));
-    return KESS_OK;
+    if (sound.stored.preSkip != 0)
+        return base::Error{base::ErrorCode::Damaged, "its codec has no pre-skip"};
+    return DecoderPointer(std::make_unique<BankKadpcmDecoder>(std::move(sound)));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,10 +1,11 @@
-#include "banks/bank_decoders.hpp"
+// SPDX-License-Identifier: MIT
+#include "banks/bank_stream_decoder.hpp"
 
 #include <opus/opus_multistream.h>
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -17,52 +18,58 @@ struct Destroy
 };
 using Library = std::unique_ptr<OpusMSDecoder, Destroy>;
 
-uint64_t samplesOf(uint64_t milliseconds, const BankSound& sound)
+uint64_t samplesIn(uint64_t milliseconds, const BankSound& sound)
 {
     return sound.stored.sampleRate * milliseconds / 1000;
 }
 
-class OpusDecoder final : public StreamDecoder
+base::Error damagedPacket()
+{
+    return {base::ErrorCode::Damaged, "a packet of its data is damaged"};
+}
+
+class BankOpusDecoder final : public BankStreamDecoder
 {
 public:
-    OpusDecoder(BankSound sound, Library library)
-        : StreamDecoder(sound, samplesOf(kOpusPrerollMilliseconds, sound))
+    BankOpusDecoder(const BankSound& sound, Library library)
+        : BankStreamDecoder(sound, samplesIn(kOpusPrerollMilliseconds, sound))
         , mPackets(sound.data)
         , mLibrary(std::move(library))
         , mChannels(static_cast<size_t>(sound.facts.channels))
-        , mMostFrames(static_cast<size_t>(samplesOf(kPacketMilliseconds, sound)))
+        , mMaximumFrames(static_cast<size_t>(samplesIn(kPacketMilliseconds, sound)))
     { }
 
 protected:
-    [[nodiscard]] KESS_RESULT restart(uint64_t offset) override
+    base::Result<> restart(uint64_t offset) override
     {
         mPackets.seek(offset);
-        return opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) == OPUS_OK ? KESS_OK : KESS_ERR_FILE_BAD;
+        if (opus_multistream_decoder_ctl(mLibrary.get(), OPUS_RESET_STATE) != OPUS_OK)
+            return base::Error{base::ErrorCode::Damaged};
+        return {};
     }
 
-    [[nodiscard]] KESS_RESULT decodeBlock(std::span<float>* frames) override
+    base::Result<std::span<float>> decodeBlock() override
     {
-        std::span<const uint8_t> packet;
-        if (const KESS_RESULT result = mPackets.next(&packet); result != KESS_OK)
-            return result;
-        // Without bytes the library would make up what a lost packet might have held.
-        if (packet.empty())
-            return KESS_ERR_FILE_BAD;
-        mFrames.resize(mMostFrames * mChannels);
+        base::Result<std::span<const uint8_t>> packet = mPackets.next();
+        if (!packet)
+            return std::move(packet.error());
+        // For an empty packet, the library would make up the content of a lost one.
+        if (packet->empty())
+            return damagedPacket();
+        mFrames.resize(mMaximumFrames * mChannels);
         const int count =
-            opus_multistream_decode_float(mLibrary.get(), packet.data(), static_cast<opus_int32>(packet.size()),
-                                          mFrames.data(), static_cast<int>(mMostFrames), 0);
+            opus_multistream_decode_float(mLibrary.get(), packet->data(), static_cast<opus_int32>(packet->size()),
+                                          mFrames.data(), static_cast<int>(mMaximumFrames), 0);
         if (count <= 0)
-            return KESS_ERR_FILE_BAD;
-        *frames = std::span(mFrames).first(static_cast<size_t>(count) * mChannels);
-        return KESS_OK;
+            return damagedPacket();
+        return std::span(mFrames).first(static_cast<size_t>(count) * mChannels);
     }
 
 private:
     PacketReader mPackets;
     Library mLibrary;
     size_t mChannels;
-    size_t mMostFrames;
+    size_t mMaximumFrames;
     std::vector<float> mFrames;
 };
 
@@ -75,19 +82,19 @@ uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate)
     return static_cast<uint64_t>(std::max(frames, 0));
 }
 
-KESS_RESULT makeOpusDecoder(BankSound sound, std::span<const uint8_t> setup, DecoderPointer* decoder)
+base::Result<DecoderPointer> makeOpusDecoder(const BankSound& sound, std::span<const uint8_t> setup)
 {
-    // Streams, coupled streams, and the decoded channel that each channel of the sound is.
+    const base::Error mismatch{base::ErrorCode::Damaged, "the headers of its codec don't fit it"};
+    // Streams, coupled streams, and for each channel of the sound the number of the decoded channel.
     if (setup.size() != 2 + static_cast<size_t>(sound.facts.channels))
-        return KESS_ERR_FILE_BAD;
+        return mismatch;
     int failed = OPUS_OK;
     Library library(opus_multistream_decoder_create(static_cast<opus_int32>(sound.stored.sampleRate),
                                                     sound.facts.channels, setup[0], setup[1], setup.data() + 2,
                                                     &failed));
     if (!library)
-        return failed == OPUS_ALLOC_FAIL ? KESS_ERR_MEMORY : KESS_ERR_FILE_BAD;
-    *decoder = std::make_unique<OpusDecoder>(std::move(sound), std::move(library));
-    return KESS_OK;
+        return failed == OPUS_ALLOC_FAIL ? base::outOfMemory() : mismatch;
+    return DecoderPointer(std::make_unique<BankOpusDecoder>(sound, std::move(library)));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,70 +1,71 @@
+// SPDX-License-Identifier: MIT
 #include "banks/bank_decoders.hpp"
+
+#include "banks/bank_direct_decoder.hpp"
 
 #include <algorithm>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 constexpr size_t kChunkFrames = 1024;
 
-float sampleAt(const uint8_t* place, KESS_SOUND_FORMAT format)
+float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 {
     switch (format) {
     case KESS_SOUND_FORMAT_PCM8:
-        return static_cast<float>(static_cast<int8_t>(*place)) / 128;
+        return static_cast<float>(static_cast<int8_t>(*bytes)) / 128;
     case KESS_SOUND_FORMAT_PCM16:
-        return static_cast<float>(bank::loadLittle<int16_t>(place)) / 32'768;
+        return static_cast<float>(base::loadLittle<int16_t>(bytes)) / 32'768;
     case KESS_SOUND_FORMAT_PCM24: {
-        // The three bytes become the upper ones of 32 bits, which brings the sign along.
-        const uint32_t upper = uint32_t{place[0]} << 8 | uint32_t{place[1]} << 16 | uint32_t{place[2]} << 24;
+        // The three bytes become the upper ones of 32 bits, so that the sign bit is in the right position.
+        const uint32_t upper = uint32_t{bytes[0]} << 8 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 24;
         return static_cast<float>(static_cast<int32_t>(upper) >> 8) / 8'388'608;
     }
     case KESS_SOUND_FORMAT_PCM32:
-        return static_cast<float>(bank::loadLittle<int32_t>(place)) / 2'147'483'648.0f;
+        return static_cast<float>(base::loadLittle<int32_t>(bytes)) / 2'147'483'648.0f;
     default:
-        return bank::loadLittle<float>(place);
+        return base::loadLittle<float>(bytes);
     }
 }
 
-class PcmDecoder final : public DirectDecoder
+class BankPcmDecoder final : public BankDirectDecoder
 {
 public:
-    explicit PcmDecoder(BankSound sound)
-        : DirectDecoder(std::move(sound.facts))
+    explicit BankPcmDecoder(BankSound sound)
+        : BankDirectDecoder(std::move(sound.facts))
         , mData(std::move(sound.data))
         , mSampleBytes(bank::bytesPerSample(sound.stored.sampleFormat))
         , mFrameBytes(mSampleBytes * static_cast<size_t>(mFacts.channels))
     { }
 
-    [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
+    base::Result<size_t> read(void* buffer, size_t count) override
     {
-        *done = 0;
         count = left(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
-        const bank::Error error = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes);
-        if (error != bank::Error::None)
-            return resultOf(error);
+        if (base::Result<> result = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes); !result)
+            return std::move(result.error());
         mFrame += count;
-        *done = count;
-        return KESS_OK;
+        return count;
     }
 
-    [[nodiscard]] KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) override
+    base::Result<size_t> readFloat(float* buffer, size_t count) override
     {
-        *done = 0;
         mScratch.resize(kChunkFrames * mFrameBytes);
-        while (*done < count) {
-            size_t got = 0;
-            const KESS_RESULT result = read(mScratch.data(), std::min(count - *done, kChunkFrames), &got);
-            if (result != KESS_OK || got == 0)
-                return result;
-            const uint8_t* place = mScratch.data();
-            for (size_t i = 0; i < got * static_cast<size_t>(mFacts.channels); ++i, place += mSampleBytes)
-                *buffer++ = sampleAt(place, mFacts.format);
-            *done += got;
+        size_t done = 0;
+        while (done < count) {
+            base::Result<size_t> got = read(mScratch.data(), std::min(count - done, kChunkFrames));
+            if (!got && done == 0)
+                return got;
+            if (!got || *got == 0)
+                break;
+            const uint8_t* bytes = mScratch.data();
+            for (size_t i = 0; i < *got * static_cast<size_t>(mFacts.channels); ++i, bytes += mSampleBytes)
+                *buffer++ = sampleFrom(bytes, mFacts.format);
+            done += *got;
         }
-        return KESS_OK;
+        return done;
     }
 
 private:
@@ -76,10 +77,9 @@ private:
 
 } // namespace
 
-KESS_RESULT makePcmDecoder(BankSound sound, DecoderPointer* decoder)
+base::Result<DecoderPointer> makePcmDecoder(BankSound sound)
 {
-    *decoder = std::make_unique<PcmDecoder>(std::move(sound));
-    return KESS_OK;
+    return DecoderPointer(std::make_unique<BankPcmDecoder>(std::move(sound)));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,200 +1,130 @@
-#include "banks/bank_decoders.hpp"
+// SPDX-License-Identifier: MIT
+#include "banks/bank_stream_decoder.hpp"
 
 #include "decode/sample_convert.hpp"
 
 #include <algorithm>
+#include <utility>
 
-namespace kess {
+namespace engine {
 
-namespace {
-
-constexpr size_t kReadAhead = 16 * 1024;
-constexpr int kLengthBits = 21;
-static_assert((size_t{1} << kLengthBits) - 1 == bank::kMaximumPacketBytes);
-
-// Who asks for the most that may be needed may use little of it. With this factor, no byte is read more than twice.
-constexpr size_t kReadAheadFactor = 2;
-
-} // namespace
-
-DataWindow::DataWindow(EncodedData data)
-    : mData(std::move(data))
-{ }
-
-KESS_RESULT DataWindow::view(uint64_t offset, size_t count, std::span<const uint8_t>* bytes)
-{
-    if (offset > mData.bytes || count > mData.bytes - offset)
-        return KESS_ERR_FILE_BAD;
-    const bool held = offset >= mBufferStart && count <= mBuffered
-        && offset - mBufferStart <= static_cast<uint64_t>(mBuffered - count);
-    if (!held) {
-        const size_t wanted = static_cast<size_t>(
-            std::min<uint64_t>(std::max(count * kReadAheadFactor, kReadAhead), mData.bytes - offset));
-        mBuffered = 0;
-        mBuffer.resize(std::max(mBuffer.size(), wanted));
-        const bank::Error error = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted));
-        if (error != bank::Error::None)
-            return resultOf(error);
-        mBufferStart = offset;
-        mBuffered = wanted;
-    }
-    *bytes = std::span(mBuffer).first(mBuffered).subspan(static_cast<size_t>(offset - mBufferStart));
-    return KESS_OK;
-}
-
-PacketReader::PacketReader(EncodedData data)
-    : mWindow(std::move(data))
-{ }
-
-void PacketReader::seek(uint64_t offset)
-{
-    mNext = std::min(offset, mWindow.size());
-}
-
-KESS_RESULT PacketReader::next(std::span<const uint8_t>* packet)
-{
-    // The length, in groups of seven bits.
-    std::span<const uint8_t> bytes;
-    size_t length = 0;
-    for (int shift = 0;; shift += 7) {
-        if (shift >= kLengthBits)
-            return KESS_ERR_FILE_BAD;
-        if (const KESS_RESULT result = mWindow.view(mNext, 1, &bytes); result != KESS_OK)
-            return result;
-        ++mNext;
-        length |= static_cast<size_t>(bytes[0] & 0x7f) << shift;
-        if (!(bytes[0] & 0x80))
-            break;
-    }
-    if (const KESS_RESULT result = mWindow.view(mNext, length, &bytes); result != KESS_OK)
-        return result;
-    *packet = bytes.first(length);
-    mNext += length;
-    return KESS_OK;
-}
-
-bank::SeekPoint seekPointBefore(const std::vector<bank::SeekPoint>& points, uint64_t position)
-{
-    const auto behind =
-        std::upper_bound(points.begin(), points.end(), position,
-                         [](uint64_t wanted, const bank::SeekPoint& point) { return wanted < point.position; });
-    return behind == points.begin() ? bank::SeekPoint{} : *(behind - 1);
-}
-
-StreamDecoder::StreamDecoder(BankSound sound, uint64_t preroll)
-    : mFacts(std::move(sound.facts))
-    , mLeadIn(sound.stored.leadIn)
+BankStreamDecoder::BankStreamDecoder(const BankSound& sound, uint64_t preroll)
+    : mFacts(sound.facts)
+    , mPreSkip(sound.stored.preSkip)
     , mPreroll(preroll)
-    , mSeekPoints(std::move(sound.stored.seekPoints))
+    , mSeekPoints(sound.stored.seekPoints)
 {
     for (const bank::Correction& correction : sound.stored.corrections)
-        mCorrections.push_back({mLeadIn + correction.first, bank::expandCorrection(correction, mFacts.channels)});
+        mCorrections.push_back({mPreSkip + correction.first, bank::expandCorrection(correction, mFacts.channels)});
 }
 
-KESS_RESULT StreamDecoder::seek(uint64_t frame)
+base::Result<> BankStreamDecoder::seek(uint64_t frame)
 {
     if (frame > mFacts.sampleCount)
-        return KESS_ERR_INVALID_POSITION;
+        return base::Error{base::ErrorCode::NotSeekable};
     mFrame = frame;
     if (frame == mFacts.sampleCount)
-        return KESS_OK;
-    const uint64_t target = mLeadIn + frame;
-    const bank::SeekPoint place = seekPointBefore(mSeekPoints, target - std::min(target, mPreroll));
-    // Going on from here costs less than beginning at the seek point, and is exact.
-    if (!mLost && mPosition <= target && mPosition >= place.position)
+        return {};
+    const uint64_t target = mPreSkip + frame;
+    const bank::SeekPoint point = seekPointBefore(mSeekPoints, target - std::min(target, mPreroll));
+    // To continue from here takes less time than to begin at the seek point, and is exact.
+    if (!mNeedsRestart && mPosition <= target && mPosition >= point.position)
         return skipTo(target);
     mBlock = {};
-    mLost = true;
-    if (const KESS_RESULT result = restart(place.offset); result != KESS_OK)
-        return result;
-    mPosition = place.position;
-    mLost = false;
+    mNeedsRestart = true;
+    if (base::Result<> restarted = restart(point.offset); !restarted)
+        return restarted;
+    mPosition = point.position;
+    mNeedsRestart = false;
     return skipTo(target);
 }
 
-KESS_RESULT StreamDecoder::nextBlock()
+base::Result<> BankStreamDecoder::nextBlock()
 {
-    std::span<float> block;
-    if (const KESS_RESULT result = decodeBlock(&block); result != KESS_OK) {
+    base::Result<std::span<float>> block = decodeBlock();
+    if (!block) {
         mBlock = {};
-        mLost = true;
-        return result;
+        mNeedsRestart = true;
+        return std::move(block.error());
     }
-    correct(block);
-    mBlock = block;
-    return KESS_OK;
+    correct(*block);
+    mBlock = *block;
+    return {};
 }
 
 // block begins at mPosition.
-void StreamDecoder::correct(std::span<float> block) const
+void BankStreamDecoder::correct(std::span<float> block) const
 {
     const auto channels = static_cast<size_t>(mFacts.channels);
-    for (const Corrected& corrected : mCorrections) {
-        const uint64_t begin = std::max(mPosition, corrected.position);
+    for (const CorrectedRange& range : mCorrections) {
+        const uint64_t begin = std::max(mPosition, range.position);
         const uint64_t end =
-            std::min(mPosition + block.size() / channels, corrected.position + corrected.values.size() / channels);
+            std::min(mPosition + block.size() / channels, range.position + range.values.size() / channels);
         if (begin >= end)
             continue;
-        const float* value = corrected.values.data() + static_cast<size_t>(begin - corrected.position) * channels;
+        const float* value = range.values.data() + static_cast<size_t>(begin - range.position) * channels;
         for (float& sample : block.subspan(static_cast<size_t>(begin - mPosition) * channels,
                                            static_cast<size_t>(end - begin) * channels))
             sample += *value++;
     }
 }
 
-KESS_RESULT StreamDecoder::skipTo(uint64_t position)
+base::Result<> BankStreamDecoder::skipTo(uint64_t position)
 {
     const auto channels = static_cast<size_t>(mFacts.channels);
     while (mPosition < position) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
-                return result;
+            if (base::Result<> next = nextBlock(); !next)
+                return next;
         }
         const size_t frames = static_cast<size_t>(std::min<uint64_t>(mBlock.size() / channels, position - mPosition));
         mBlock = mBlock.subspan(frames * channels);
         mPosition += frames;
     }
-    return KESS_OK;
+    return {};
 }
 
 template <typename Take>
-KESS_RESULT StreamDecoder::readFrames(size_t count, size_t* done, Take take)
+base::Result<size_t> BankStreamDecoder::readFrames(size_t count, Take take)
 {
     const auto channels = static_cast<size_t>(mFacts.channels);
-    *done = 0;
     count = static_cast<size_t>(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
-    if (mLost || mPosition != mLeadIn + mFrame) {
-        if (const KESS_RESULT result = seek(mFrame); result != KESS_OK)
-            return result;
+    if (mNeedsRestart || mPosition != mPreSkip + mFrame) {
+        if (base::Result<> ready = seek(mFrame); !ready)
+            return std::move(ready.error());
     }
-    while (*done < count) {
+    size_t done = 0;
+    while (done < count) {
         if (mBlock.empty()) {
-            if (const KESS_RESULT result = nextBlock(); result != KESS_OK)
-                return result;
+            if (base::Result<> next = nextBlock(); !next) {
+                if (done > 0)
+                    return done;
+                return std::move(next.error());
+            }
         }
-        const size_t frames = std::min(mBlock.size() / channels, count - *done);
-        take(mBlock.first(frames * channels), *done * channels);
+        const size_t frames = std::min(mBlock.size() / channels, count - done);
+        take(mBlock.first(frames * channels), done * channels);
         mBlock = mBlock.subspan(frames * channels);
-        *done += frames;
+        done += frames;
         mPosition += frames;
         mFrame += frames;
     }
-    return KESS_OK;
+    return done;
 }
 
-KESS_RESULT StreamDecoder::read(void* buffer, size_t count, size_t* done)
+base::Result<size_t> BankStreamDecoder::read(void* buffer, size_t count)
 {
     auto* samples = static_cast<int16_t*>(buffer);
-    return readFrames(count, done, [samples](std::span<const float> frames, size_t at) {
+    return readFrames(count, [samples](std::span<const float> frames, size_t at) {
         floatToInt16(frames.data(), samples + at, frames.size());
     });
 }
 
-KESS_RESULT StreamDecoder::readFloat(float* buffer, size_t count, size_t* done)
+base::Result<size_t> BankStreamDecoder::readFloat(float* buffer, size_t count)
 {
-    return readFrames(count, done, [buffer](std::span<const float> frames, size_t at) {
+    return readFrames(count, [buffer](std::span<const float> frames, size_t at) {
         std::copy(frames.begin(), frames.end(), buffer + at);
     });
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,7 +1,7 @@
-// Looks at everything in a bank: what opening has checked, each checksum, each packet, each place to seek to.
+// SPDX-License-Identifier: MIT
+// Verifies everything in a bank: what opening checks, every checksum, every packet, every seek point.
 #pragma once
 
-#include "banks/bank_decoders.hpp"
 #include "banks/bank_file.hpp"
 
 #include <functional>
@@ -9,42 +9,54 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
-// Takes a finding, of the sound with that index or of the bank (-1): KESS_ERR_FILE_BAD for damage,
-// KESS_ERR_UNSUPPORTED where something couldn't be looked at, KESS_OK for a remark. False: enough of it.
-using TellFinding = std::function<bool(int sound, KESS_RESULT result, const std::string& text)>;
+struct Finding
+{
+    enum class Kind
+    {
+        Damage,
+        NotVerified, // something couldn't be verified
+        Remark // on something that is whole but could be better
+    };
+
+    int sound = -1; // its index, or -1 for the bank itself
+    Kind kind = Kind::Damage;
+    std::string text;
+};
+
+// Returns whether to continue.
+using ReportFinding = std::function<bool(const Finding&)>;
 
 // Memory doesn't grow with the length of a sound.
 class BankVerification
 {
 public:
     // bank is unlocked and outlives the object.
-    BankVerification(BankFile& bank, TellFinding tell);
+    BankVerification(BankFile& bank, ReportFinding report);
 
-    // KESS_ERR_FILE_BAD: damage was told of. KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY.
-    [[nodiscard]] KESS_RESULT run();
+    // ErrorCode::Damaged: damage was reported. ErrorCode::NotSeekable: the medium failed. ErrorCode::Memory.
+    base::Result<> run();
 
 private:
     void verifySound(uint32_t index);
-    [[nodiscard]] bank::Error verifySetup(uint32_t setup, std::string* fault);
-    [[nodiscard]] bool verifyStored(uint32_t index, bank::Sound* sound);
+    const base::Result<>& verifySetup(uint32_t setup);
+    [[nodiscard]] std::optional<bank::Sound> verifyStored(uint32_t index);
     [[nodiscard]] bool verifyPackets(uint32_t index, const bank::Sound& sound);
     void verifyDecoding(uint32_t index, const bank::Sound& sound);
 
-    // Whether error is none; tells or keeps it otherwise.
-    bool passes(bank::Error error, uint32_t index, const std::string& fault);
-    bool passes(KESS_RESULT result, uint32_t index, const std::string& fault);
-    void tell(int sound, KESS_RESULT result, const std::string& text);
-    [[nodiscard]] bool ended() const { return mStopped || mFailure != KESS_OK; }
+    // Returns whether result is a success. Reports damage, and keeps any other failure.
+    bool passes(const base::Result<>& result, uint32_t index);
+    void report(const Finding& finding);
+    [[nodiscard]] bool ended() const { return mStopped || !mFailure; }
 
     BankFile& mBank;
     const bank::BankReader& mReader;
-    TellFinding mTell;
-    std::vector<std::optional<std::string>> mSetupFaults; // of setups that were verified; empty: none
+    ReportFinding mReport;
+    std::vector<std::optional<base::Result<>>> mSetups; // of those that were verified
     bool mDamaged = false;
     bool mStopped = false;
-    KESS_RESULT mFailure = KESS_OK;
+    base::Result<> mFailure;
 };
 
-} // namespace kess
+} // namespace engine

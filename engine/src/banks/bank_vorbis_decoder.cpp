@@ -1,12 +1,13 @@
-#include "banks/bank_decoders.hpp"
+// SPDX-License-Identifier: MIT
+#include "banks/bank_stream_decoder.hpp"
 #include "parse/vorbis_headers.hpp"
 
 #include <vorbis/codec.h>
 
-namespace kess {
+namespace engine {
 
-// Decoding only reads what is in here once a first decoder state has been made from it: that is when the library
-// builds its tables of code words.
+// The library builds its tables of code words when the first decoder state is made. From then on, decoders only read
+// what is in here.
 class VorbisSetup
 {
 public:
@@ -19,7 +20,7 @@ private:
 
 namespace {
 
-ogg_packet packetOf(std::span<const uint8_t> bytes)
+ogg_packet asPacket(std::span<const uint8_t> bytes)
 {
     ogg_packet packet{};
     packet.packet = const_cast<unsigned char*>(bytes.data());
@@ -28,15 +29,20 @@ ogg_packet packetOf(std::span<const uint8_t> bytes)
     return packet;
 }
 
-class VorbisDecoder final : public StreamDecoder
+base::Error mismatch()
+{
+    return {base::ErrorCode::Damaged, "the headers of its codec don't fit it"};
+}
+
+class BankVorbisDecoder final : public BankStreamDecoder
 {
 public:
-    VorbisDecoder(BankSound sound, std::shared_ptr<const VorbisSetup> setup)
-        : StreamDecoder(sound, 0)
+    BankVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
+        : BankStreamDecoder(sound, 0)
         , mPackets(sound.data)
         , mSetup(std::move(setup))
     { }
-    ~VorbisDecoder() override
+    ~BankVorbisDecoder() override
     {
         if (mStarted) {
             vorbis_block_clear(&mBlock);
@@ -44,29 +50,33 @@ public:
         }
     }
 
-    [[nodiscard]] KESS_RESULT start()
+    base::Result<> start()
     {
         if (vorbis_synthesis_init(&mDsp, mSetup->info()) != 0)
-            return KESS_ERR_FILE_BAD;
+            return mismatch();
         mStarted = true;
-        return vorbis_block_init(&mDsp, &mBlock) == 0 ? KESS_OK : KESS_ERR_MEMORY;
+        if (vorbis_block_init(&mDsp, &mBlock) != 0)
+            return base::outOfMemory();
+        return {};
     }
 
 protected:
-    [[nodiscard]] KESS_RESULT restart(uint64_t offset) override
+    base::Result<> restart(uint64_t offset) override
     {
         mPackets.seek(offset);
-        return vorbis_synthesis_restart(&mDsp) == 0 ? KESS_OK : KESS_ERR_FILE_BAD;
+        if (vorbis_synthesis_restart(&mDsp) != 0)
+            return base::Error{base::ErrorCode::Damaged};
+        return {};
     }
 
-    [[nodiscard]] KESS_RESULT decodeBlock(std::span<float>* frames) override
+    base::Result<std::span<float>> decodeBlock() override
     {
-        std::span<const uint8_t> bytes;
-        if (const KESS_RESULT result = mPackets.next(&bytes); result != KESS_OK)
-            return result;
-        ogg_packet packet = packetOf(bytes);
+        base::Result<std::span<const uint8_t>> bytes = mPackets.next();
+        if (!bytes)
+            return std::move(bytes.error());
+        ogg_packet packet = asPacket(*bytes);
         if (vorbis_synthesis(&mBlock, &packet) != 0 || vorbis_synthesis_blockin(&mDsp, &mBlock) != 0)
-            return KESS_ERR_FILE_BAD;
+            return base::Error{base::ErrorCode::Damaged, "a packet of its data is damaged"};
 
         float** channels = nullptr;
         const int count = vorbis_synthesis_pcmout(&mDsp, &channels);
@@ -77,25 +87,24 @@ protected:
                 mFrames[i * width + channel] = channels[channel][i];
         }
         vorbis_synthesis_read(&mDsp, count);
-        *frames = mFrames;
-        return KESS_OK;
+        return std::span(mFrames);
     }
 
 private:
     PacketReader mPackets;
-    std::shared_ptr<const VorbisSetup> mSetup;
+    VorbisSetupPointer mSetup;
     vorbis_dsp_state mDsp{};
     vorbis_block mBlock{};
     bool mStarted = false;
     std::vector<float> mFrames;
 };
 
-// Takes a part behind its 32-bit length from the front of setup.
+// Takes a part, after its 32-bit length, from the front of setup.
 bool takePart(std::span<const uint8_t>* setup, std::span<const uint8_t>* part)
 {
     if (setup->size() < 4)
         return false;
-    const uint32_t length = bank::loadLittle<uint32_t>(setup->data());
+    const uint32_t length = base::loadLittle<uint32_t>(setup->data());
     if (length > setup->size() - 4)
         return false;
     *part = setup->subspan(4, length);
@@ -109,35 +118,33 @@ bool VorbisSetup::unpack(std::span<const uint8_t> identification, std::span<cons
 {
     if (!mHeaders.addIdentification(identification) || !mHeaders.addSetup(codebooks))
         return false;
-    // Made for trial: it builds the tables.
+    // The first state builds the tables.
     vorbis_dsp_state trial;
     const bool isGood = mHeaders.makeState(&trial);
     vorbis_dsp_clear(&trial);
     return isGood;
 }
 
-KESS_RESULT makeVorbisSetup(std::span<const uint8_t> setup, std::shared_ptr<const VorbisSetup>* made)
+base::Result<VorbisSetupPointer> makeVorbisSetup(std::span<const uint8_t> setup)
 {
     std::span<const uint8_t> identification;
     std::span<const uint8_t> codebooks;
     if (!takePart(&setup, &identification) || !takePart(&setup, &codebooks) || !setup.empty())
-        return KESS_ERR_FILE_BAD;
+        return mismatch();
     auto unpacked = std::make_shared<VorbisSetup>();
     if (!unpacked->unpack(identification, codebooks))
-        return KESS_ERR_FILE_BAD;
-    *made = std::move(unpacked);
-    return KESS_OK;
+        return mismatch();
+    return VorbisSetupPointer(std::move(unpacked));
 }
 
-KESS_RESULT makeVorbisDecoder(BankSound sound, std::shared_ptr<const VorbisSetup> setup, DecoderPointer* decoder)
+base::Result<DecoderPointer> makeVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
 {
     if (setup->info()->channels != sound.facts.channels)
-        return KESS_ERR_FILE_BAD;
-    auto made = std::make_unique<VorbisDecoder>(std::move(sound), std::move(setup));
-    if (const KESS_RESULT result = made->start(); result != KESS_OK)
-        return result;
-    *decoder = std::move(made);
-    return KESS_OK;
+        return mismatch();
+    auto decoder = std::make_unique<BankVorbisDecoder>(sound, std::move(setup));
+    if (base::Result<> started = decoder->start(); !started)
+        return std::move(started.error());
+    return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

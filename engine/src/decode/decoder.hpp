@@ -1,16 +1,21 @@
-// The narrow interface that each kind of file is decoded through.
+// SPDX-License-Identifier: MIT
+// The interface of everything that decodes a sound.
 #pragma once
 
+#include "base/result.hpp"
 #include "parse/sound_facts.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
-namespace kess {
+namespace engine {
 
-// One opened sound. Positions and counts are in frames, that is samples of one channel. After a failure the decoder
-// may be asked to seek again, or destroyed.
+// One opened sound. Positions and counts are in frames, that is, samples of one channel. After a failure, a decoder can
+// seek again.
+//
+// Decoders of files report that no more could be decoded, not why: their libraries only learn that bytes are missing.
+// If the medium failed, the file knows (InputFile::takeReadError).
 class Decoder
 {
 public:
@@ -18,16 +23,15 @@ public:
 
     [[nodiscard]] virtual const SoundFacts& facts() const = 0;
 
-    // The next read begins exactly at frame, which is at most facts().sampleCount.
-    [[nodiscard]] virtual KESS_RESULT seek(uint64_t frame) = 0;
+    // The next read begins exactly at frame, which is at most facts().sampleCount. ErrorCode::NotSeekable.
+    virtual base::Result<> seek(uint64_t frame) = 0;
 
-    // Decodes up to count interleaved frames into buffer, which holds facts().format, and stores how many came.
-    // Fewer than count, with KESS_OK, only at the end of the sound.
-    [[nodiscard]] virtual KESS_RESULT read(void* buffer, size_t count, size_t* done) = 0;
+    // Decodes up to count interleaved frames into buffer, in the format of facts(), and returns their number. It is
+    // less than count only at the end of the sound and before damage; the next call then returns 0 or the error.
+    virtual base::Result<size_t> read(void* buffer, size_t count) = 0;
 
-    // The same as float, full scale -1 to 1, without going through the integers of facts().format where the file
-    // holds more than those.
-    [[nodiscard]] virtual KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) = 0;
+    // The same as float, full scale -1 to 1, with the full precision of the file.
+    virtual base::Result<size_t> readFloat(float* buffer, size_t count) = 0;
 
 protected:
     Decoder() = default;
@@ -36,4 +40,4 @@ protected:
 };
 using DecoderPointer = std::unique_ptr<Decoder>;
 
-} // namespace kess
+} // namespace engine

@@ -1,24 +1,24 @@
-// The decoders of plain sound files, each made from a file that recognise() has looked at.
+// SPDX-License-Identifier: MIT
+// The decoders of sound files.
 //
-// Results of the functions: KESS_ERR_FILE_BAD where the file is damaged, KESS_ERR_FORMAT where no decoder knows what is
-// in it, KESS_ERR_TOOMANYCHANNELS.
+// The functions fail with ErrorCode::Damaged; ErrorCode::Format if no decoder knows the content;
+// ErrorCode::TooManyChannels.
 #pragma once
 
 #include "decode/decoder.hpp"
 #include "parse/file_kind.hpp"
-#include "parse/source_file.hpp"
 
-namespace kess {
+namespace engine {
 
-// The decoder for the kind, whichever it is.
-[[nodiscard]] KESS_RESULT openDecoder(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
+// Opens the decoder for the kind of the file.
+base::Result<DecoderPointer> openDecoder(const RecognisedFile& file);
 
-[[nodiscard]] KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
-[[nodiscard]] KESS_RESULT openMpeg(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
-[[nodiscard]] KESS_RESULT openVorbis(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
-[[nodiscard]] KESS_RESULT openOpus(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
+base::Result<DecoderPointer> openSndfile(const RecognisedFile& file);
+base::Result<DecoderPointer> openMpeg(const RecognisedFile& file);
+base::Result<DecoderPointer> openVorbis(const RecognisedFile& file);
+base::Result<DecoderPointer> openOpus(const RecognisedFile& file);
 
-// Through the decoder module; KESS_ERR_FORMAT also when the module isn't there.
-[[nodiscard]] KESS_RESULT openForeign(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder);
+// Through the decoder module. ErrorCode::Format also if the module is missing.
+base::Result<DecoderPointer> openModule(const RecognisedFile& file);
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/float_decoder.hpp"
 
 #include "decode/sample_convert.hpp"
@@ -5,41 +6,41 @@
 #include <algorithm>
 #include <array>
 
-namespace kess {
+namespace engine {
 
-KESS_RESULT FloatDecoder::read(void* buffer, size_t count, size_t* done)
+base::Result<size_t> FloatDecoder::read(void* buffer, size_t count)
 {
     constexpr size_t kChunkFrames = 4096;
     const auto channels = static_cast<size_t>(mFacts.channels);
     auto* samples = static_cast<int16_t*>(buffer);
     mScratch.resize(kChunkFrames * channels);
-    *done = 0;
-    while (*done < count) {
-        const size_t got = decode(mScratch.data(), std::min(count - *done, kChunkFrames));
+    size_t done = 0;
+    while (done < count) {
+        const size_t got = decode(mScratch.data(), std::min(count - done, kChunkFrames));
         if (got == 0)
             break;
-        floatToInt16(mScratch.data(), samples + *done * channels, got * channels);
-        *done += got;
+        floatToInt16(mScratch.data(), samples + done * channels, got * channels);
+        done += got;
     }
-    return KESS_OK;
+    return done;
 }
 
-KESS_RESULT FloatDecoder::readFloat(float* buffer, size_t count, size_t* done)
+base::Result<size_t> FloatDecoder::readFloat(float* buffer, size_t count)
 {
-    *done = 0;
-    while (*done < count) {
-        const size_t got = decode(buffer + *done * static_cast<size_t>(mFacts.channels), count - *done);
+    size_t done = 0;
+    while (done < count) {
+        const size_t got = decode(buffer + done * static_cast<size_t>(mFacts.channels), count - done);
         if (got == 0)
             break;
-        *done += got;
+        done += got;
     }
-    return KESS_OK;
+    return done;
 }
 
 void reorderXiphChannels(float* frames, size_t count, int channels)
 {
-    constexpr int kMost = 8;
-    static constexpr std::array<std::array<uint8_t, kMost>, kMost + 1> kOrder{{
+    constexpr int kMaximumChannels = 8;
+    static constexpr std::array<std::array<uint8_t, kMaximumChannels>, kMaximumChannels + 1> kOrder{{
         {},
         {},
         {},
@@ -50,11 +51,11 @@ void reorderXiphChannels(float* frames, size_t count, int channels)
         {0, 2, 1, 6, 5, 3, 4},
         {0, 2, 1, 7, 5, 6, 3, 4},
     }};
-    if (channels < 3 || channels == 4 || channels > kMost)
+    if (channels < 3 || channels == 4 || channels > kMaximumChannels)
         return;
     const auto& order = kOrder[static_cast<size_t>(channels)];
     const auto width = static_cast<size_t>(channels);
-    std::array<float, kMost> frame{};
+    std::array<float, kMaximumChannels> frame{};
     for (size_t i = 0; i < count; ++i, frames += width) {
         std::copy_n(frames, width, frame.begin());
         for (size_t channel = 0; channel < width; ++channel)
@@ -62,4 +63,4 @@ void reorderXiphChannels(float* frames, size_t count, int channels)
     }
 }
 
-} // namespace kess
+} // namespace engine

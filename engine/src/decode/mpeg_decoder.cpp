@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/float_decoder.hpp"
@@ -9,7 +10,7 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -18,8 +19,8 @@ struct DeleteHandle
     void operator()(mpg123_handle* handle) const { mpg123_delete(handle); }
 };
 
-// libsndfile reads MPEG audio too, but through estimates: without a length tag a variable bit rate gives it the wrong
-// length, and a seek wrong samples. The library under it can do both exactly.
+// libsndfile reads MPEG audio too, but estimates positions: without a length tag, a variable bit rate leads to the
+// wrong length, and a seek to wrong samples. The library that it is based on can do both exactly.
 class MpegDecoder final : public FloatDecoder
 {
 public:
@@ -27,32 +28,34 @@ public:
         : mCursor(std::move(cursor))
     { }
 
-    [[nodiscard]] KESS_RESULT open(const SourceFile& file, const FileKind& kind)
+    base::Result<> open(const RecognisedFile& file)
     {
-        // The scan goes from header to header through the whole file, so that the length is that of the frames that
-        // are there, less what the encoder says is padding.
+        // The scan reads every header of the file. So the length is that of the existing frames, without what the
+        // encoder declares as padding.
         long rate = 0;
         int channels = 0;
         int encoding = 0;
-        if (!start(file, kind) || mpg123_getformat(mHandle.get(), &rate, &channels, &encoding) != MPG123_OK
+        if (!start(file) || mpg123_getformat(mHandle.get(), &rate, &channels, &encoding) != MPG123_OK
             || !fixFormat(channels) || mpg123_scan(mHandle.get()) != MPG123_OK)
-            return KESS_ERR_FILE_BAD;
+            return base::Error{base::ErrorCode::Damaged, "its frames can't be decoded"};
         const off_t length = mpg123_length(mHandle.get());
         if (length < 0)
-            return KESS_ERR_FILE_BAD;
-        mFacts.type = kind.type;
+            return base::Error{base::ErrorCode::Damaged, "its length can't be measured"};
+        mFacts.type = file.kind.type;
         mFacts.format = KESS_SOUND_FORMAT_PCM16;
         mFacts.channels = channels;
         mFacts.sampleRate = static_cast<double>(rate);
         mFacts.sampleCount = static_cast<uint64_t>(length);
-        mFacts.declaredCount = std::max(mFacts.sampleCount, declaredCount(file, kind));
+        mFacts.declaredCount = std::max(mFacts.sampleCount, declaredCount(file));
         return checkLimits(channels, mFacts.sampleRate);
     }
 
-    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
+    base::Result<> seek(uint64_t frame) override
     {
         const auto target = static_cast<off_t>(frame);
-        return mpg123_seek(mHandle.get(), target, SEEK_SET) == target ? KESS_OK : KESS_ERR_FILE_COULDNOTSEEK;
+        if (mpg123_seek(mHandle.get(), target, SEEK_SET) != target)
+            return base::Error{base::ErrorCode::NotSeekable};
+        return {};
     }
 
 protected:
@@ -73,10 +76,10 @@ protected:
     }
 
 private:
-    bool start(const SourceFile& file, const FileKind& kind)
+    bool start(const RecognisedFile& file)
     {
-        // A frame of the lowest bit rate borrows bits from up to some 20 frames before it; after a seek these are
-        // decoded first, so that the sound is that of a straight read.
+        // A frame of the lowest bit rate borrows bits from up to some 20 previous frames. After a seek, these are
+        // decoded first, so that the samples are those of sequential decoding.
         constexpr long kPreframes = 32;
         mHandle.reset(mpg123_new(nullptr, nullptr));
         mpg123_handle* handle = mHandle.get();
@@ -88,30 +91,32 @@ private:
         mpg123_param(handle, MPG123_INDEX_SIZE, -1000, 0); // grows: every frame is indexed
         mpg123_param(handle, MPG123_PREFRAMES, kPreframes, 0);
         mpg123_param(handle, MPG123_RESYNC_LIMIT, 65536, 0);
-        // Frames of free format don't tell their length. The library searches for the next header, in vain for up to
-        // five of them between any two others; so it gets the length, or one that makes junk of all such headers.
+        // Frames of free format don't contain their length. The library would search for the next header, in damaged
+        // files again and again. So it gets the length, or one that makes it skip all such headers.
         constexpr long kTooLong = 65536;
-        mpg123_param(handle, MPG123_FREEFORMAT_SIZE, freeFormatLength(file, kind.begin, kind.end).value_or(kTooLong),
-                     0);
+        mpg123_param(handle, MPG123_FREEFORMAT_SIZE,
+                     freeFormatLength(*file.file, file.kind.begin, file.kind.end).value_or(kTooLong), 0);
         return mpg123_replace_reader_handle(handle, readBytes, seekBytes, nullptr) == MPG123_OK
             && mpg123_open_handle(handle, &mCursor) == MPG123_OK;
     }
 
-    // The samples of all frames that the encoder has counted, if some of them are missing, else 0. Some encoders count
-    // the frame that says so, too: a single one is missing only if bytes are.
-    uint64_t declaredCount(const SourceFile& file, const FileKind& kind)
+    // The samples of all frames that the encoder has counted if some of them are missing, otherwise 0. Some encoders
+    // also count the frame that stores the number. So if one frame is missing, the size in bytes decides.
+    uint64_t declaredCount(const RecognisedFile& file)
     {
-        const std::optional<MpegLength> told = lengthInFirstFrame(file, kind.begin);
-        const off_t there = mpg123_framelength(mHandle.get());
+        const FileKind& kind = file.kind;
+        const std::optional<MpegLength> declared = lengthInFirstFrame(*file.file, kind.begin);
+        const off_t stored = mpg123_framelength(mHandle.get());
         const int frameSamples = mpg123_spf(mHandle.get());
-        if (!told || there < 0 || frameSamples <= 0 || told->frames <= static_cast<uint64_t>(there))
+        if (!declared || stored < 0 || frameSamples <= 0 || declared->frames <= static_cast<uint64_t>(stored))
             return 0;
-        const bool isCut = told->frames - static_cast<uint64_t>(there) > 1 || told->bytes > kind.end - kind.begin;
-        return isCut ? told->frames * static_cast<uint64_t>(frameSamples) : 0;
+        const bool isCut =
+            declared->frames - static_cast<uint64_t>(stored) > 1 || declared->bytes > kind.end - kind.begin;
+        return isCut ? declared->frames * static_cast<uint64_t>(frameSamples) : 0;
     }
 
-    // Frames of another number of channels in the same stream are converted. Those of another rate, which are as a
-    // rule not frames but damage, go through as they are: to refuse them makes the library write to the error stream.
+    // Frames with another number of channels in the same stream are converted. Frames with another rate are usually
+    // damage and are passed on unchanged: if they were refused, the library would write to the error stream.
     bool fixFormat(int channels)
     {
         const long* rates = nullptr;
@@ -141,13 +146,12 @@ private:
 
 } // namespace
 
-KESS_RESULT openMpeg(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
+base::Result<DecoderPointer> openMpeg(const RecognisedFile& file)
 {
-    auto opened = std::make_unique<MpegDecoder>(Cursor(file, kind.begin, kind.end));
-    const KESS_RESULT result = opened->open(*file, kind);
-    if (result == KESS_OK)
-        *decoder = std::move(opened);
-    return result;
+    auto decoder = std::make_unique<MpegDecoder>(file.cursor());
+    if (base::Result<> opened = decoder->open(file); !opened)
+        return std::move(opened.error());
+    return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,35 +1,45 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
-namespace kess {
+namespace engine {
 
-KESS_RESULT openDecoder(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
+namespace {
+
+using base::ErrorCode;
+
+base::Result<DecoderPointer> openByLibrary(const RecognisedFile& file)
 {
-    KESS_RESULT result = KESS_ERR_FORMAT;
-    switch (kind.reader) {
+    switch (file.kind.reader) {
     case Reader::Sndfile:
-        result = openSndfile(file, kind, decoder);
-        break;
+        return openSndfile(file);
     case Reader::Mpeg:
-        result = openMpeg(file, kind, decoder);
-        break;
+        return openMpeg(file);
     case Reader::Vorbis:
-        result = openVorbis(file, kind, decoder);
-        break;
+        return openVorbis(file);
     case Reader::Opus:
-        result = openOpus(file, kind, decoder);
-        break;
-    case Reader::Foreign:
-        return openForeign(file, kind, decoder);
+        return openOpus(file);
+    case Reader::Module:
+        return openModule(file);
     case Reader::Bank:
     case Reader::None:
-        return KESS_ERR_FORMAT;
+        break;
     }
-    if (result == KESS_OK || result == KESS_ERR_TOOMANYCHANNELS || !kind.container)
-        return result;
-    // An encoding that this decoder lacks, inside a container that it knows.
-    const KESS_RESULT foreign = openForeign(file, kind, decoder);
-    const bool isFinal = foreign == KESS_OK || foreign == KESS_ERR_TOOMANYCHANNELS || foreign == KESS_ERR_MEMORY;
-    return isFinal ? foreign : result;
+    return base::Error{ErrorCode::Format, "it isn't a sound file"};
 }
 
-} // namespace kess
+} // namespace
+
+base::Result<DecoderPointer> openDecoder(const RecognisedFile& file)
+{
+    base::Result<DecoderPointer> opened = openByLibrary(file);
+    if (opened || opened.error().code == ErrorCode::TooManyChannels || file.kind.reader == Reader::Module
+        || !file.kind.container)
+        return opened;
+    // The library may know the container but not the encoding inside.
+    base::Result<DecoderPointer> byModule = openModule(file);
+    const bool isFinal =
+        byModule || byModule.error().code == ErrorCode::TooManyChannels || byModule.error().code == ErrorCode::Memory;
+    return isFinal ? std::move(byModule) : std::move(opened);
+}
+
+} // namespace engine

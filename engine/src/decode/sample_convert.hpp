@@ -1,15 +1,14 @@
-// Samples from one kind into another.
+// SPDX-License-Identifier: MIT
+// Conversions between sample formats.
 #pragma once
-
-#include "kess.h"
 
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
-// Full scale is 32768, so that integers that went through float come back as they were; what lies above is clipped.
+// Full scale is 32768, so that integers converted to float and back stay the same. Higher samples are clipped.
 inline void floatToInt16(const float* from, int16_t* to, size_t count)
 {
     for (size_t i = 0; i < count; ++i) {
@@ -22,7 +21,7 @@ inline void floatToInt16(const float* from, int16_t* to, size_t count)
     }
 }
 
-// The top bytes of 32-bit samples, packed without gaps: 1, 2 or 3 a sample, little-endian.
+// Packs the top bytes of 32-bit samples without gaps: 1, 2 or 3 bytes per sample, little-endian.
 inline void packTopBytes(const int32_t* from, size_t count, size_t bytes, uint8_t* to)
 {
     for (size_t i = 0; i < count; ++i) {
@@ -32,4 +31,4 @@ inline void packTopBytes(const int32_t* from, size_t count, size_t bytes, uint8_
     }
 }
 
-} // namespace kess
+} // namespace engine

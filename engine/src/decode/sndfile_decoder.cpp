@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/sample_convert.hpp"
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <mutex>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -21,7 +22,7 @@ struct CloseSndfile
 };
 using SndfileHandle = std::unique_ptr<SNDFILE, CloseSndfile>;
 
-Cursor& cursorOf(void* user)
+Cursor& asCursor(void* user)
 {
     return *static_cast<Cursor*>(user);
 }
@@ -30,19 +31,19 @@ SF_VIRTUAL_IO virtualIo()
 {
     SF_VIRTUAL_IO io{};
     io.get_filelen = [](void* user) {
-        return static_cast<sf_count_t>(cursorOf(user).size());
+        return static_cast<sf_count_t>(asCursor(user).size());
     };
     io.seek = [](sf_count_t offset, int whence, void* user) {
-        return static_cast<sf_count_t>(cursorOf(user).seek(offset, whence));
+        return static_cast<sf_count_t>(asCursor(user).seek(offset, whence));
     };
     io.read = [](void* buffer, sf_count_t count, void* user) {
-        return count <= 0 ? 0 : static_cast<sf_count_t>(cursorOf(user).read(buffer, static_cast<size_t>(count)));
+        return count <= 0 ? 0 : static_cast<sf_count_t>(asCursor(user).read(buffer, static_cast<size_t>(count)));
     };
     io.write = [](const void*, sf_count_t, void*) {
         return sf_count_t{0};
     };
     io.tell = [](void* user) {
-        return static_cast<sf_count_t>(cursorOf(user).tell());
+        return static_cast<sf_count_t>(asCursor(user).position());
     };
     return io;
 }
@@ -83,8 +84,8 @@ KESS_SOUND_FORMAT sampleFormat(int format)
     }
 }
 
-// Whether the library finds any sample of such a file exactly, with the same bits as a straight read. Of the others
-// some refuse, and some decode from a wrong state.
+// Whether a seek of the library leads to exactly the samples of sequential decoding. For other formats, it refuses to
+// seek, or decodes from a wrong state.
 bool seeksExactly(int format)
 {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -113,7 +114,7 @@ bool packsBlocks(int format)
         || encoding == SF_FORMAT_NMS_ADPCM_32;
 }
 
-// Decodes by libsndfile. Where that seeks inexactly, seeking is decoding up to the sample that is wanted.
+// Decodes by libsndfile. Where its seeks are inexact, this decodes up to the target instead.
 class SndfileDecoder final : public Decoder
 {
 public:
@@ -121,16 +122,15 @@ public:
         : mCursor(std::move(cursor))
     { }
 
-    [[nodiscard]] KESS_RESULT open(const SourceFile& file, const FileKind& kind)
+    base::Result<> open(const RecognisedFile& file)
     {
         SF_INFO info;
         mHandle = openHandle(mCursor, &info);
         if (!mHandle || info.frames < 0)
-            return reasonForRefusal(file, kind);
-        const KESS_RESULT limits = checkLimits(info.channels, info.samplerate);
-        if (limits != KESS_OK)
+            return refusal(file);
+        if (base::Result<> limits = checkLimits(info.channels, info.samplerate); !limits)
             return limits;
-        mFacts.type = kind.type;
+        mFacts.type = file.kind.type;
         mFacts.format = sampleFormat(info.format);
         mFacts.channels = info.channels;
         mFacts.sampleRate = info.samplerate;
@@ -138,30 +138,30 @@ public:
         mSeeksExactly = seeksExactly(info.format);
         if (info.frames == SF_COUNT_MAX) {
             mSeeksExactly = false;
-            const std::optional<uint64_t> length = flacLength(file, kind.begin, kind.end);
+            const std::optional<uint64_t> length = flacLength(*file.file, file.kind.begin, file.kind.end);
             if (!length)
-                return KESS_ERR_FILE_BAD;
+                return base::Error{base::ErrorCode::Damaged, "it has no whole frame"};
             mFacts.sampleCount = *length;
         }
-        if (kind.type == KESS_SOUND_TYPE_AIFF || packsBlocks(info.format))
-            mFacts.sampleCount = lengthInHeader(file, kind, mFacts.sampleCount);
-        mFacts.raw = rawSamples(file, kind, mFacts);
-        readTags(file, kind, &mFacts);
-        return KESS_OK;
+        if (file.kind.type == KESS_SOUND_TYPE_AIFF || packsBlocks(info.format))
+            mFacts.sampleCount = lengthInHeader(file, mFacts.sampleCount);
+        mFacts.raw = rawSamples(file, mFacts);
+        readTags(file, mFacts);
+        return {};
     }
 
     [[nodiscard]] const SoundFacts& facts() const override { return mFacts; }
 
-    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
+    base::Result<> seek(uint64_t frame) override
     {
         if (frame == mPosition)
-            return KESS_OK;
+            return {};
         if (mSeeksExactly) {
             const auto target = static_cast<sf_count_t>(frame);
             if (sf_seek(mHandle.get(), target, SEEK_SET) != target)
                 return fail();
             mPosition = frame;
-            return KESS_OK;
+            return {};
         }
         if (frame < mPosition || mPosition == kLost) {
             SF_INFO info;
@@ -174,46 +174,44 @@ public:
         return skipTo(frame);
     }
 
-    [[nodiscard]] KESS_RESULT read(void* buffer, size_t count, size_t* done) override
+    base::Result<size_t> read(void* buffer, size_t count) override
     {
-        *done = 0;
         if (!mHandle)
-            return KESS_ERR_FILE_BAD;
-        size_t chunk = 0;
+            return base::Error{base::ErrorCode::Damaged};
+        size_t done = 0;
         auto* bytes = static_cast<uint8_t*>(buffer);
         const size_t frameBytes = static_cast<size_t>(mFacts.channels) * bytesPerSample(mFacts.format);
-        while (*done < count) {
-            const size_t wanted = std::min(count - *done, kChunkFrames);
-            chunk = readChunk(bytes + *done * frameBytes, wanted);
-            *done += chunk;
-            if (chunk < wanted)
+        while (done < count) {
+            const size_t wanted = std::min(count - done, kChunkFrames);
+            const size_t got = readChunk(bytes + done * frameBytes, wanted);
+            done += got;
+            if (got < wanted)
                 break;
         }
-        mPosition += *done;
-        return KESS_OK;
+        mPosition += done;
+        return done;
     }
 
-    [[nodiscard]] KESS_RESULT readFloat(float* buffer, size_t count, size_t* done) override
+    base::Result<size_t> readFloat(float* buffer, size_t count) override
     {
-        *done = 0;
         if (!mHandle)
-            return KESS_ERR_FILE_BAD;
-        *done = readFloats(buffer, count);
-        mPosition += *done;
-        return KESS_OK;
+            return base::Error{base::ErrorCode::Damaged};
+        const size_t done = readFloats(buffer, count);
+        mPosition += done;
+        return done;
     }
 
 private:
     static constexpr uint64_t kLost = ~uint64_t{0};
     static constexpr size_t kChunkFrames = 4096;
 
-    KESS_RESULT fail()
+    base::Error fail()
     {
         mPosition = kLost;
-        return KESS_ERR_FILE_COULDNOTSEEK;
+        return {base::ErrorCode::NotSeekable};
     }
 
-    KESS_RESULT skipTo(uint64_t frame)
+    base::Result<> skipTo(uint64_t frame)
     {
         mScratch.resize(kChunkFrames * static_cast<size_t>(mFacts.channels));
         while (mPosition < frame) {
@@ -223,10 +221,10 @@ private:
                 return fail();
             mPosition += got;
         }
-        return KESS_OK;
+        return {};
     }
 
-    // These three: how many frames came, up to frames; fewer only at the end and where the file is damaged.
+    // These three return how many frames were read. Fewer only at the end and where the file is damaged.
     size_t readFloats(float* buffer, size_t frames)
     {
         const sf_count_t got = sf_readf_float(mHandle.get(), buffer, static_cast<sf_count_t>(frames));
@@ -275,21 +273,19 @@ private:
 
 } // namespace
 
-KESS_RESULT openSndfile(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
+base::Result<DecoderPointer> openSndfile(const RecognisedFile& file)
 {
-    const KESS_RESULT header = checkHeader(*file, kind);
-    if (header != KESS_OK)
-        return header;
-    if (const std::optional<FileKind> stream = streamInWav(*file, kind))
-        return openDecoder(file, *stream, decoder);
-    std::optional<Cursor> view = plainView(file, kind);
+    if (base::Result<> header = checkHeader(file); !header)
+        return std::move(header.error());
+    if (const std::optional<FileKind> stream = streamInWav(file))
+        return openDecoder({file.file, *stream, {}});
+    std::optional<Cursor> view = plainView(file);
     if (!view)
-        return KESS_ERR_FILE_BAD;
-    auto opened = std::make_unique<SndfileDecoder>(std::move(*view));
-    const KESS_RESULT result = opened->open(*file, kind);
-    if (result == KESS_OK)
-        *decoder = std::move(opened);
-    return result;
+        return base::Error{base::ErrorCode::Damaged, "its samples, or their format, are missing"};
+    auto decoder = std::make_unique<SndfileDecoder>(std::move(*view));
+    if (base::Result<> opened = decoder->open(file); !opened)
+        return std::move(opened.error());
+    return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: MIT
 #include "decode/decoders.hpp"
 
 #include "decode/float_decoder.hpp"
 #include "parse/header_checks.hpp"
 #include "parse/ogg_check.hpp"
 #include "parse/tags.hpp"
-#include "parse/vorbis_stream.hpp"
+#include "parse/vorbis_map.hpp"
 
 #include <algorithm>
 #include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-// The state of libvorbis for one sound of a file.
+// The state of libvorbis for one link of a file.
 class Synthesis
 {
 public:
@@ -39,7 +40,7 @@ public:
 
     void addPage(ogg_page* page) { static_cast<void>(ogg_stream_pagein(&mStream, page)); }
 
-    // The next packet; false when another page is needed.
+    // Returns false if another page is needed.
     [[nodiscard]] bool nextPacket(ogg_packet* packet)
     {
         int got = 0;
@@ -47,17 +48,17 @@ public:
         return got > 0;
     }
 
-    // Decodes a packet; what came out before must have been taken.
+    // Decodes a packet. All samples of the previous one must have been taken.
     void decode(ogg_packet packet)
     {
-        // The positions were measured already, and libvorbis would cut by them too.
+        // The positions have been measured, and libvorbis would cut samples by them, too.
         packet.granulepos = -1;
         packet.e_o_s = 0;
         if (vorbis_synthesis(&mBlock, &packet) == 0)
             vorbis_synthesis_blockin(&mDsp, &mBlock);
     }
 
-    // Samples that are ready, one plane a channel.
+    // The samples that are ready, one plane per channel.
     [[nodiscard]] int ready(float*** planes) { return vorbis_synthesis_pcmout(&mDsp, planes); }
     void take(int count) { vorbis_synthesis_read(&mDsp, count); }
 
@@ -68,42 +69,45 @@ private:
     bool mIsReady = false;
 };
 
-// Decodes by the map of the file: from a seek point on, and sound after sound where a file chains several.
-class VorbisDecoder final : public FloatDecoder
+// Decodes by the map of the file: from a seek point on, and link after link if a file chains several sounds.
+class VorbisFileDecoder final : public FloatDecoder
 {
 public:
-    explicit VorbisDecoder(Cursor cursor)
+    explicit VorbisFileDecoder(Cursor cursor)
         : mPages(std::move(cursor))
     { }
 
-    [[nodiscard]] KESS_RESULT open(const SourceFile& file, const FileKind& kind)
+    base::Result<> open(const RecognisedFile& file)
     {
-        if (!mapVorbis(mPages, &mMap))
-            return KESS_ERR_FILE_BAD;
+        base::Result<VorbisMap> map = mapVorbis(mPages);
+        if (!map)
+            return std::move(map.error());
+        mMap = std::move(*map);
         const vorbis_info* info = mMap.links.front().headers->info();
-        const KESS_RESULT limits = checkLimits(info->channels, static_cast<double>(info->rate));
-        if (limits != KESS_OK)
+        if (base::Result<> limits = checkLimits(info->channels, static_cast<double>(info->rate)); !limits)
             return limits;
-        mFacts.type = kind.type;
+        mFacts.type = file.kind.type;
         mFacts.format = KESS_SOUND_FORMAT_PCM16;
         mFacts.channels = info->channels;
         mFacts.sampleRate = static_cast<double>(info->rate);
         mFacts.sampleCount = static_cast<uint64_t>(mMap.links.back().end);
-        readTags(file, kind, &mFacts);
-        return KESS_OK;
+        if (!mMap.remark.empty())
+            mFacts.remarks.push_back(mMap.remark);
+        readTags(file, mFacts);
+        return {};
     }
 
-    [[nodiscard]] KESS_RESULT seek(uint64_t frame) override
+    base::Result<> seek(uint64_t frame) override
     {
         const auto target = static_cast<int64_t>(frame);
-        const auto behind =
+        const auto after =
             std::upper_bound(mMap.points.begin(), mMap.points.end(), target,
                              [](int64_t sample, const VorbisSeekPoint& point) { return sample < point.sample; });
-        if (target == static_cast<int64_t>(mFacts.sampleCount) || behind == mMap.points.begin()) {
+        if (target == static_cast<int64_t>(mFacts.sampleCount) || after == mMap.points.begin()) {
             mTarget = target;
             return startAt(0, 0, mMap.links.front().first);
         }
-        const VorbisSeekPoint& point = *std::prev(behind);
+        const VorbisSeekPoint& point = *std::prev(after);
         mTarget = target;
         return startAt(point.page, point.link, point.sample);
     }
@@ -111,7 +115,7 @@ public:
 protected:
     [[nodiscard]] size_t decode(float* buffer, size_t count) override
     {
-        if (!mSynthesis && startAt(0, 0, mMap.links.front().first) != KESS_OK)
+        if (!mSynthesis && !startAt(0, 0, mMap.links.front().first))
             return 0;
         while (mTarget < static_cast<int64_t>(mFacts.sampleCount)) {
             if (mReady == 0 && !decodePacket())
@@ -133,14 +137,14 @@ protected:
     }
 
 private:
-    // Begins to decode at a page; sample is what the second packet from there on yields first.
-    [[nodiscard]] KESS_RESULT startAt(uint64_t page, size_t link, int64_t sample)
+    // Begins to decode at a page. sample is the first one of the second packet from there on.
+    base::Result<> startAt(uint64_t page, size_t link, int64_t sample)
     {
         if (!mPages.seek(page) || !enterLink(link))
-            return KESS_ERR_FILE_COULDNOTSEEK;
+            return base::Error{base::ErrorCode::NotSeekable};
         mPosition = sample;
         mIsFirstPage = true;
-        return KESS_OK;
+        return {};
     }
 
     [[nodiscard]] bool enterLink(size_t link)
@@ -157,7 +161,7 @@ private:
         ogg_page page;
         uint64_t offset = 0;
         while (mPages.next(&page, &offset)) {
-            const bool isFirst = std::exchange(mIsFirstPage, false); // its sound is entered already
+            const bool isFirst = std::exchange(mIsFirstPage, false); // its link has been entered already
             if (ogg_page_bos(&page) && !isFirst) {
                 if (mLink + 1 >= mMap.links.size() || !enterLink(mLink + 1))
                     return false;
@@ -191,16 +195,16 @@ private:
         }
     }
 
-    // Copies count of the samples that are ready. A damaged packet yields fewer than it should; they become silence,
-    // so that those behind it stay in their places.
+    // Copies count of the samples that are ready. A damaged packet yields fewer than it should. The missing ones become
+    // silence, so that later samples keep their positions.
     void deliver(float* buffer, size_t count)
     {
         const auto channels = static_cast<size_t>(mFacts.channels);
         float** planes = nullptr;
-        const auto there = std::min(static_cast<size_t>(std::max(mSynthesis->ready(&planes), 0)), count);
+        const auto available = std::min(static_cast<size_t>(std::max(mSynthesis->ready(&planes), 0)), count);
         for (size_t channel = 0; channel < channels; ++channel) {
             for (size_t i = 0; i < count; ++i)
-                buffer[i * channels + channel] = i < there ? planes[channel][i] : 0.0f;
+                buffer[i * channels + channel] = i < available ? planes[channel][i] : 0.0f;
         }
         reorderXiphChannels(buffer, count, mFacts.channels);
         drop(static_cast<int64_t>(count));
@@ -209,8 +213,8 @@ private:
     void drop(int64_t count)
     {
         float** planes = nullptr;
-        const int64_t there = std::max(mSynthesis->ready(&planes), 0);
-        mSynthesis->take(static_cast<int>(std::min(there, count)));
+        const int64_t available = std::max(mSynthesis->ready(&planes), 0);
+        mSynthesis->take(static_cast<int>(std::min(available, count)));
         mReady -= count;
         mPosition += count;
     }
@@ -219,24 +223,23 @@ private:
     VorbisMap mMap;
     std::unique_ptr<Synthesis> mSynthesis;
     size_t mLink = 0;
-    long mBlock = 0; // size of the block before, 0 before the first
-    int64_t mReady = 0; // samples of the last packet that weren't taken yet
-    int64_t mPosition = 0; // of the next sample that comes out
-    int64_t mTarget = 0; // of the next sample that is wanted
+    long mBlock = 0; // size of the previous block, 0 before the first
+    int64_t mReady = 0; // samples of the last packet that haven't been taken yet
+    int64_t mPosition = 0; // of the next sample that is decoded
+    int64_t mTarget = 0; // of the next sample to be delivered
     bool mIsFirstPage = false;
 };
 
 } // namespace
 
-KESS_RESULT openVorbis(const FilePointer& file, const FileKind& kind, DecoderPointer* decoder)
+base::Result<DecoderPointer> openVorbis(const RecognisedFile& file)
 {
-    if (!oggPagesAreBearable(file, kind))
-        return KESS_ERR_FILE_BAD;
-    auto opened = std::make_unique<VorbisDecoder>(Cursor(file, kind.begin, kind.end));
-    const KESS_RESULT result = opened->open(*file, kind);
-    if (result == KESS_OK)
-        *decoder = std::move(opened);
-    return result;
+    if (base::Result<> checked = checkOggPages(file); !checked)
+        return std::move(checked.error());
+    auto decoder = std::make_unique<VorbisFileDecoder>(file.cursor());
+    if (base::Result<> opened = decoder->open(file); !opened)
+        return std::move(opened.error());
+    return DecoderPointer(std::move(decoder));
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,16 +1,18 @@
+// SPDX-License-Identifier: MIT
 #include "parse/chunks.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 // More than any program writes. A file of nothing but empty chunks would otherwise be read for minutes.
-constexpr size_t kMaxChunks = 1024;
+constexpr size_t kMaximumChunks = 1024;
 
 bool isNamed(const Chunk& chunk, std::string_view id)
 {
@@ -24,7 +26,7 @@ bool holdsSamples(const Chunk& chunk)
 
 } // namespace
 
-bool standsForUnknown(uint64_t length)
+bool isUnknownLength(uint64_t length)
 {
     constexpr uint64_t kNearly31Bits = 0x7effff00u;
     constexpr uint64_t kOver31Bits = 0x80001000u;
@@ -34,14 +36,15 @@ bool standsForUnknown(uint64_t length)
         || length >= kNearly63Bits;
 }
 
-ChunkList::ChunkList(const SourceFile& file, uint64_t begin, uint64_t end)
-    : mFile(file)
+ChunkList::ChunkList(FilePointer file, uint64_t begin, uint64_t end)
+    : mFile(std::move(file))
 {
     std::array<char, 4> magic{};
-    if (!file.readAllAt(begin, magic.data(), magic.size()))
+    if (!mFile->readAllAt(begin, magic.data(), magic.size()))
         return;
     const std::string_view name(magic.data(), magic.size());
-    mBigEndian = name == "FORM" || name == "RIFX";
+    mIsForm = name == "FORM";
+    mBigEndian = mIsForm || name == "RIFX";
     mIsRf64 = name == "RF64" || name == "BW64";
     if (name == "riff")
         readW64(begin, end);
@@ -51,18 +54,18 @@ ChunkList::ChunkList(const SourceFile& file, uint64_t begin, uint64_t end)
 
 void ChunkList::setContainerEnd(uint64_t begin, uint64_t length)
 {
-    mContainerIsOpen = standsForUnknown(length);
+    mContainerIsOpen = isUnknownLength(length);
     mContainerEnd = begin + std::min<uint64_t>(length, INT64_MAX);
 }
 
-// Samples run to the end of the file where an empty chunk of them isn't meant to be empty, because the container says
-// that it ends there or doesn't know, and where the length stands for an unknown one. In a file of two or four
-// gigabytes it may be the true one; then the container's length is true, too.
+// The samples extend to the end of the file in two cases: their length is 0, and the container ends before them or has
+// an unknown length; or their own length is unknown. In a file of two or four gigabytes, a number that looks unknown
+// may be the true length. Then the length of the container is true, too.
 void ChunkList::add(Chunk chunk, uint64_t length, uint64_t end)
 {
     const uint64_t there = end - std::min(end, chunk.offset);
     const bool isEmpty = length == 0 && (mContainerIsOpen || mContainerEnd <= chunk.offset);
-    const bool isUnknown = standsForUnknown(length) && (length > there || (mContainerIsOpen && mContainerEnd < end));
+    const bool isUnknown = isUnknownLength(length) && (length > there || (mContainerIsOpen && mContainerEnd < end));
     const bool isOpen = holdsSamples(chunk) && (isEmpty || isUnknown);
     chunk.length = isOpen ? there : std::min(length, there);
     chunk.declared = isOpen ? there : length;
@@ -75,28 +78,30 @@ void ChunkList::readIff(uint64_t begin, uint64_t end)
     uint64_t dataLength = 0; // of an RF64 file's data chunk (EBU Tech 3306)
     uint64_t position = begin + kContainerHeader;
     std::array<uint8_t, 8> header;
-    if (!mFile.readAllAt(begin, header.data(), header.size()))
+    if (!mFile->readAllAt(begin, header.data(), header.size()))
         return;
-    setContainerEnd(begin + header.size(), mBigEndian ? be32(&header[4]) : le32(&header[4]));
-    // Some programs go on when a WAV file reaches 4 GiB, and its lengths begin again at 0.
+    setContainerEnd(begin + header.size(),
+                    mBigEndian ? base::loadBig<uint32_t>(&header[4]) : base::loadLittle<uint32_t>(&header[4]));
+    // Some programs continue when a WAV file reaches 4 GiB, and its lengths begin again at 0.
     constexpr uint64_t kTurn = uint64_t{1} << 32;
     if (!mBigEndian && !mIsRf64 && mContainerEnd < end && (end - mContainerEnd) % kTurn == 0)
-        mOverflown = end - mContainerEnd;
-    while (mChunks.size() < kMaxChunks && position < end && mFile.readAllAt(position, header.data(), header.size())) {
+        mOverflow = end - mContainerEnd;
+    while (mChunks.size() < kMaximumChunks && position < end
+           && mFile->readAllAt(position, header.data(), header.size())) {
         Chunk chunk;
         std::memcpy(chunk.id.data(), header.data(), 4);
-        uint64_t length = mBigEndian ? be32(&header[4]) : le32(&header[4]);
+        uint64_t length = mBigEndian ? base::loadBig<uint32_t>(&header[4]) : base::loadLittle<uint32_t>(&header[4]);
         chunk.offset = position + header.size();
         if (mIsRf64 && isNamed(chunk, "data") && length == kLengthElsewhere)
             length = dataLength;
         std::array<uint8_t, 16> sizes;
         if (mIsRf64 && isNamed(chunk, "ds64") && length >= sizes.size()
-            && mFile.readAllAt(chunk.offset, sizes.data(), sizes.size())) {
-            setContainerEnd(begin + header.size(), le64(&sizes[0]));
-            dataLength = le64(&sizes[8]);
+            && mFile->readAllAt(chunk.offset, sizes.data(), sizes.size())) {
+            setContainerEnd(begin + header.size(), base::loadLittle<uint64_t>(&sizes[0]));
+            dataLength = base::loadLittle<uint64_t>(&sizes[8]);
         }
         if (holdsSamples(chunk))
-            length += mOverflown;
+            length += mOverflow;
         add(chunk, length, end);
         length = std::max(length, mChunks.back().length);
         if (length > end - std::min(end, chunk.offset))
@@ -111,13 +116,14 @@ void ChunkList::readW64(uint64_t begin, uint64_t end)
     constexpr uint64_t kChunkHeader = 24; // a GUID and a length that includes this header
     uint64_t position = begin + kContainerHeader;
     std::array<uint8_t, kChunkHeader> header;
-    if (!mFile.readAllAt(begin, header.data(), header.size()))
+    if (!mFile->readAllAt(begin, header.data(), header.size()))
         return;
-    setContainerEnd(begin, le64(&header[16]));
-    while (mChunks.size() < kMaxChunks && position < end && mFile.readAllAt(position, header.data(), header.size())) {
+    setContainerEnd(begin, base::loadLittle<uint64_t>(&header[16]));
+    while (mChunks.size() < kMaximumChunks && position < end
+           && mFile->readAllAt(position, header.data(), header.size())) {
         Chunk chunk;
         std::memcpy(chunk.id.data(), header.data(), 4);
-        const uint64_t length = le64(&header[16]);
+        const uint64_t length = base::loadLittle<uint64_t>(&header[16]);
         chunk.offset = position + kChunkHeader;
         const bool isUnknown = length == 0 && holdsSamples(chunk);
         if (length < kChunkHeader && !isUnknown)
@@ -139,23 +145,23 @@ const Chunk* ChunkList::find(std::string_view id) const
 bool ChunkList::read(std::string_view id, void* buffer, size_t count) const
 {
     const Chunk* chunk = find(id);
-    return chunk && chunk->length >= count && mFile.readAllAt(chunk->offset, buffer, count);
+    return chunk && chunk->length >= count && mFile->readAllAt(chunk->offset, buffer, count);
 }
 
-std::vector<uint8_t> ChunkList::readAll(std::string_view id, size_t longest) const
+std::vector<uint8_t> ChunkList::readAll(std::string_view id, size_t maximumBytes) const
 {
     const Chunk* chunk = find(id);
-    return chunk ? readAll(*chunk, longest) : std::vector<uint8_t>{};
+    return chunk ? readAll(*chunk, maximumBytes) : std::vector<uint8_t>{};
 }
 
-std::vector<uint8_t> ChunkList::readAll(const Chunk& chunk, size_t longest) const
+std::vector<uint8_t> ChunkList::readAll(const Chunk& chunk, size_t maximumBytes) const
 {
-    if (chunk.length > longest)
+    if (chunk.length > maximumBytes)
         return {};
     std::vector<uint8_t> bytes(static_cast<size_t>(chunk.length));
-    if (!mFile.readAllAt(chunk.offset, bytes.data(), bytes.size()))
+    if (!mFile->readAllAt(chunk.offset, bytes.data(), bytes.size()))
         return {};
     return bytes;
 }
 
-} // namespace kess
+} // namespace engine

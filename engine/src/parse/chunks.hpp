@@ -1,49 +1,54 @@
+// SPDX-License-Identifier: MIT
 // The chunks of RIFF, RIFX, RF64, W64 and AIFF files.
 #pragma once
 
-#include "parse/source_file.hpp"
+#include "parse/input_file.hpp"
 
 #include <array>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
-// Whoever writes into a pipe can't come back to fill in a length that was not known at the start, and whoever crashes
-// doesn't. What stands there then is 0 or a number near the largest one of 31, 32, 63 or 64 bits: this tells the
-// latter.
-[[nodiscard]] bool standsForUnknown(uint64_t length);
+// Whether a length near the largest number of 31, 32, 63 or 64 bits means that the length was unknown. A program that
+// writes into a pipe can't go back to fill in a length, and one that crashes doesn't. They leave such a number, or 0.
+[[nodiscard]] bool isUnknownLength(uint64_t length);
 
-// Stands where an RF64 file's fields of 32 bits are too narrow: the length is told in its chunk ds64 (EBU Tech 3306).
+// Marks a 32-bit length of an RF64 file whose value is in the chunk ds64 (EBU Tech 3306).
 inline constexpr uint32_t kLengthElsewhere = 0xffffffffu;
 
-// One chunk: what it is called, and where its data lies.
+// The name of a chunk and the range of its data.
 struct Chunk
 {
     std::array<char, 4> id{};
-    uint64_t offset = 0; // of its data
-    uint64_t length = 0; // of its data, cut at the end of the file
-    uint64_t declared = 0; // of its data, as the file tells it; where it can't be meant, the one above
+    uint64_t offset = 0;
+    uint64_t length = 0; // cut at the end of the file
+    uint64_t declared = 0; // the length in the file; where that is impossible, the one above
 };
 
-// The list of a file's chunks, as it was when this was made. It ends where the file is damaged.
+// The chunks of a file, in its order. The list ends where the file is damaged.
 class ChunkList
 {
 public:
-    // The container begins at begin and is known to be one of those above.
-    ChunkList(const SourceFile& file, uint64_t begin, uint64_t end);
+    ChunkList() = default;
+
+    // The container begins at begin and is one of those above.
+    ChunkList(FilePointer file, uint64_t begin, uint64_t end);
+
+    // Whether the container is a FORM, of AIFF or of Amiga files.
+    [[nodiscard]] bool isForm() const { return mIsForm; }
 
     [[nodiscard]] bool isBigEndian() const { return mBigEndian; }
     [[nodiscard]] const std::vector<Chunk>& all() const { return mChunks; }
     [[nodiscard]] const Chunk* find(std::string_view id) const;
 
-    // Start of the first chunk with that id; false when it is absent or shorter.
+    // Reads the start of the first chunk with that id. Returns false if it is missing or shorter.
     [[nodiscard]] bool read(std::string_view id, void* buffer, size_t count) const;
 
-    // The whole data of a chunk; empty when it is absent or longer than longest.
-    [[nodiscard]] std::vector<uint8_t> readAll(std::string_view id, size_t longest) const;
-    [[nodiscard]] std::vector<uint8_t> readAll(const Chunk& chunk, size_t longest) const;
+    // All data of a chunk; empty if it is missing or has more than maximumBytes.
+    [[nodiscard]] std::vector<uint8_t> readAll(std::string_view id, size_t maximumBytes) const;
+    [[nodiscard]] std::vector<uint8_t> readAll(const Chunk& chunk, size_t maximumBytes) const;
 
 private:
     void setContainerEnd(uint64_t begin, uint64_t length);
@@ -51,13 +56,14 @@ private:
     void readW64(uint64_t begin, uint64_t end);
     void readIff(uint64_t begin, uint64_t end);
 
-    const SourceFile& mFile;
+    FilePointer mFile;
     std::vector<Chunk> mChunks;
-    uint64_t mContainerEnd = 0; // as the file tells it
-    bool mContainerIsOpen = false; // what it tells stands for unknown
-    uint64_t mOverflown = 0; // what lengths of 32 bits couldn't tell
+    uint64_t mContainerEnd = 0; // according to the file
+    bool mContainerIsOpen = false; // its length is unknown
+    uint64_t mOverflow = 0; // to be added to 32-bit lengths that began again at 0
+    bool mIsForm = false;
     bool mBigEndian = false;
     bool mIsRf64 = false;
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include "parse/file_kind.hpp"
 
-#include "parse/bytes.hpp"
 #include "parse/mpeg_frames.hpp"
 #include "parse/ogg_packets.hpp"
 
@@ -10,13 +10,13 @@
 #include <string>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 using namespace std::string_view_literals;
 
-// Start of a file, as far as signatures go.
+// The start of a file, long enough for all signatures.
 using Head = std::string_view;
 
 // Bytes by which a kind of file is known.
@@ -24,7 +24,7 @@ struct Signature
 {
     size_t offset;
     std::string_view bytes;
-    size_t secondOffset; // another place that must match too
+    size_t secondOffset; // the second signature must match, too
     std::string_view secondBytes;
     KESS_SOUND_TYPE type;
     Reader reader;
@@ -34,7 +34,7 @@ struct Signature
 constexpr auto kWav = KESS_SOUND_TYPE_WAV;
 constexpr auto kOther = KESS_SOUND_TYPE_OTHER;
 
-// The first 16 bytes of a W64 file and the GUID behind its length (Sony Pictures Digital, Wave64).
+// The first 16 bytes of a W64 file and the GUID after its length (Sony Pictures Digital, Wave64).
 constexpr auto kW64Riff = "riff\x2e\x91\xcf\x11\xa5\xd6\x28\xdb\x04\xc1\x00\x00"sv;
 constexpr auto kW64Wave = "wave\xf3\xac\xd3\x11\x8c\xd1\x00\xc0\x4f\x8e\xdb\x8a"sv;
 constexpr auto kAsfHeader = "\x30\x26\xb2\x75\x8e\x66\xcf\x11\xa6\xd9\x00\xaa\x00\x62\xce\x6c"sv;
@@ -49,7 +49,7 @@ constexpr Signature kSignatures[] = {
     {0, "FORM"sv, 8, "AIFF"sv, KESS_SOUND_TYPE_AIFF, Reader::Sndfile, "aiff"},
     {0, "FORM"sv, 8, "AIFC"sv, KESS_SOUND_TYPE_AIFF, Reader::Sndfile, "aiff"},
     {0, "fLaC"sv, 0, ""sv, KESS_SOUND_TYPE_FLAC, Reader::Sndfile, "flac"},
-    {0, kAsfHeader, 0, ""sv, KESS_SOUND_TYPE_ASF, Reader::Foreign, "asf"},
+    {0, kAsfHeader, 0, ""sv, KESS_SOUND_TYPE_ASF, Reader::Module, "asf"},
 
     {0, "MThd"sv, 0, ""sv, KESS_SOUND_TYPE_MIDI, Reader::None, nullptr},
     {0, "RIFF"sv, 8, "RMID"sv, KESS_SOUND_TYPE_MIDI, Reader::None, nullptr},
@@ -58,10 +58,10 @@ constexpr Signature kSignatures[] = {
     {0, "Extended Module: "sv, 0, ""sv, KESS_SOUND_TYPE_XM, Reader::None, nullptr},
     {44, "SCRM"sv, 29, "\x10"sv, KESS_SOUND_TYPE_S3M, Reader::None, nullptr},
 
-    {4, "ftyp"sv, 0, ""sv, KESS_SOUND_TYPE_MP4, Reader::Foreign, "mov"},
-    {4, "moov"sv, 0, "\0"sv, KESS_SOUND_TYPE_MP4, Reader::Foreign, "mov"},
-    {4, "mdat"sv, 0, "\0"sv, KESS_SOUND_TYPE_MP4, Reader::Foreign, "mov"},
-    {4, "wide"sv, 0, "\0\0\0\x08"sv, KESS_SOUND_TYPE_MP4, Reader::Foreign, "mov"},
+    {4, "ftyp"sv, 0, ""sv, KESS_SOUND_TYPE_MP4, Reader::Module, "mov"},
+    {4, "moov"sv, 0, "\0"sv, KESS_SOUND_TYPE_MP4, Reader::Module, "mov"},
+    {4, "mdat"sv, 0, "\0"sv, KESS_SOUND_TYPE_MP4, Reader::Module, "mov"},
+    {4, "wide"sv, 0, "\0\0\0\x08"sv, KESS_SOUND_TYPE_MP4, Reader::Module, "mov"},
 
     {0, ".snd"sv, 0, ""sv, kOther, Reader::Sndfile, "au"},
     {0, "dns."sv, 0, ""sv, kOther, Reader::Sndfile, nullptr},
@@ -85,15 +85,15 @@ constexpr Signature kSignatures[] = {
     {0, "ALawSoundFile**"sv, 0, ""sv, kOther, Reader::Sndfile, nullptr},
     {0, "\xf0\x7e"sv, 3, "\x01"sv, kOther, Reader::Sndfile, nullptr},
 
-    {0, "\x1a\x45\xdf\xa3"sv, 0, ""sv, kOther, Reader::Foreign, "matroska"},
-    {0, "RIFF"sv, 8, "AVI "sv, kOther, Reader::Foreign, "avi"},
-    {0, "wvpk"sv, 0, ""sv, kOther, Reader::Foreign, "wv"},
-    {0, "TTA1"sv, 0, ""sv, kOther, Reader::Foreign, "tta"},
-    {0, "MAC "sv, 0, ""sv, kOther, Reader::Foreign, "ape"},
-    {0, "MPCK"sv, 0, ""sv, kOther, Reader::Foreign, "mpc8"},
-    {0, "MP+"sv, 0, ""sv, kOther, Reader::Foreign, "mpc"},
-    {0, "tBaK"sv, 0, ""sv, kOther, Reader::Foreign, "tak"},
-    {0, "#!AMR"sv, 0, ""sv, kOther, Reader::Foreign, "amr"},
+    {0, "\x1a\x45\xdf\xa3"sv, 0, ""sv, kOther, Reader::Module, "matroska"},
+    {0, "RIFF"sv, 8, "AVI "sv, kOther, Reader::Module, "avi"},
+    {0, "wvpk"sv, 0, ""sv, kOther, Reader::Module, "wv"},
+    {0, "TTA1"sv, 0, ""sv, kOther, Reader::Module, "tta"},
+    {0, "MAC "sv, 0, ""sv, kOther, Reader::Module, "ape"},
+    {0, "MPCK"sv, 0, ""sv, kOther, Reader::Module, "mpc8"},
+    {0, "MP+"sv, 0, ""sv, kOther, Reader::Module, "mpc"},
+    {0, "tBaK"sv, 0, ""sv, kOther, Reader::Module, "tak"},
+    {0, "#!AMR"sv, 0, ""sv, kOther, Reader::Module, "amr"},
 };
 
 bool matches(Head head, size_t offset, std::string_view bytes)
@@ -111,7 +111,7 @@ const Signature* findSignature(Head head)
     return nullptr;
 }
 
-// The trackers' marks for the number of channels, behind the 31 sample records and the order list.
+// The trackers' marks for the number of channels, after the 31 sample records and the order list.
 bool isMod(Head head)
 {
     constexpr size_t kMarkOffset = 1080;
@@ -130,7 +130,8 @@ bool isMod(Head head)
         || (digit(0) && digit(1) && mark.substr(2) == "CN"sv) || (mark.substr(0, 3) == "TDZ"sv && digit(3));
 }
 
-// M3U with its header line, PLS, ASX, WPL and XSPF. A plain list of paths has no signature and isn't told from text.
+// M3U with its header line, PLS, ASX, WPL and XSPF. A plain list of paths has no signature and can't be
+// distinguished from text.
 bool isPlaylist(Head head)
 {
     std::string text(head.substr(0, 1024));
@@ -147,89 +148,113 @@ bool isPlaylist(Head head)
     return rest.starts_with("<?xml"sv) && (rest.find("xspf.org/ns"sv) != rest.npos || rest.find("<asx"sv) != rest.npos);
 }
 
-KESS_RESULT recogniseOgg(const SourceFile& file, FileKind* kind)
+base::Error unknownFormat()
+{
+    return {base::ErrorCode::Format, "its format is unknown"};
+}
+
+base::Result<> recogniseOgg(const InputFile& file, FileKind& kind)
 {
     const std::vector<OggCodec> codecs = oggCodecs(file);
     const auto isSound = [](OggCodec codec) {
         return codec != OggCodec::Unknown;
     };
     if (codecs.empty())
-        return KESS_ERR_FILE_BAD;
+        return base::Error{base::ErrorCode::Damaged, "its first page is damaged or cut"};
     if (std::none_of(codecs.begin(), codecs.end(), isSound))
-        return KESS_ERR_FORMAT;
-    kind->type = KESS_SOUND_TYPE_OGG;
-    kind->container = "ogg";
-    kind->reader = Reader::Foreign;
+        return base::Error{base::ErrorCode::Format, "it has no stream of a known codec"};
+    kind.type = KESS_SOUND_TYPE_OGG;
+    kind.container = "ogg";
+    kind.reader = Reader::Module;
     if (codecs.size() == 1) {
         if (codecs[0] == OggCodec::Vorbis)
-            kind->reader = Reader::Vorbis;
+            kind.reader = Reader::Vorbis;
         else if (codecs[0] == OggCodec::Opus)
-            kind->reader = Reader::Opus;
+            kind.reader = Reader::Opus;
     }
-    return KESS_OK;
+    return {};
 }
 
-// Streams of bare frames have no signature of their own but the frames.
-KESS_RESULT recogniseFrames(const SourceFile& file, FileKind* kind)
+// Streams of bare frames have no signature but the frames.
+base::Result<> recogniseFrames(const InputFile& file, FileKind& kind)
 {
-    // Behind a tag the frames are expected, if after some padding; without one, hardly anything may stand before.
-    constexpr size_t kSearchBehindTag = 65536;
+    // After a tag, frames are expected, possibly after some padding. Without a tag, hardly anything may precede them.
+    constexpr size_t kSearchAfterTag = 65536;
     constexpr size_t kSearchAtStart = 2048;
 
     const uint64_t begin = skipLeadingTags(file, 0);
     const uint64_t end = endWithoutTrailingTags(file);
-    kind->end = end;
+    kind.end = end;
     if (startsWithAdts(file, begin, end)) {
-        kind->type = KESS_SOUND_TYPE_MP4;
-        kind->reader = Reader::Foreign;
-        kind->container = "aac";
-        kind->begin = begin;
-        return KESS_OK;
+        kind.type = KESS_SOUND_TYPE_MP4;
+        kind.reader = Reader::Module;
+        kind.container = "aac";
+        kind.begin = begin;
+        return {};
     }
-    const auto start = findMpegStart(file, begin, end, begin > 0 ? kSearchBehindTag : kSearchAtStart);
+    const auto start = findMpegStart(file, begin, end, begin > 0 ? kSearchAfterTag : kSearchAtStart);
     if (!start)
-        return KESS_ERR_FORMAT;
-    kind->type = KESS_SOUND_TYPE_MPEG;
-    kind->reader = Reader::Mpeg;
-    kind->begin = *start;
-    return KESS_OK;
+        return unknownFormat();
+    kind.type = KESS_SOUND_TYPE_MPEG;
+    kind.reader = Reader::Mpeg;
+    kind.begin = *start;
+    return {};
 }
 
-} // namespace
-
-KESS_RESULT recognise(const SourceFile& file, FileKind* kind)
+base::Result<FileKind> recogniseKind(const InputFile& file)
 {
     std::array<char, 2048> bytes;
     uint64_t begin = 0;
     Head head(bytes.data(), file.readAt(0, bytes.data(), bytes.size()));
     if (head.empty())
-        return KESS_ERR_FILE_BAD;
+        return base::Error{base::ErrorCode::Damaged};
     if (head.starts_with("ID3"sv)) {
         // Some programs put a tag before containers that have one of their own.
         begin = skipLeadingTags(file, 0);
         head = Head(bytes.data(), file.readAt(begin, bytes.data(), bytes.size()));
     }
 
-    *kind = FileKind{};
-    kind->begin = begin;
-    kind->end = file.size();
+    FileKind kind;
+    kind.begin = begin;
+    kind.end = file.size();
+    base::Result<> known;
     if (const Signature* signature = findSignature(head)) {
-        kind->type = signature->type;
-        kind->reader = signature->reader;
-        kind->container = signature->container;
-        return KESS_OK;
+        kind.type = signature->type;
+        kind.reader = signature->reader;
+        kind.container = signature->container;
+    } else if (head.starts_with("OggS\0"sv) && begin == 0) {
+        known = recogniseOgg(file, kind);
+    } else if (isPlaylist(head)) {
+        kind.type = KESS_SOUND_TYPE_PLAYLIST;
+    } else if (isMod(head)) {
+        kind.type = KESS_SOUND_TYPE_MOD;
+    } else {
+        known = recogniseFrames(file, kind);
     }
-    if (head.starts_with("OggS\0"sv) && begin == 0)
-        return recogniseOgg(file, kind);
-    if (isPlaylist(head)) {
-        kind->type = KESS_SOUND_TYPE_PLAYLIST;
-        return KESS_OK;
-    }
-    if (isMod(head)) {
-        kind->type = KESS_SOUND_TYPE_MOD;
-        return KESS_OK;
-    }
-    return recogniseFrames(file, kind);
+    if (!known)
+        return std::move(known.error());
+    return kind;
 }
 
-} // namespace kess
+bool consistsOfChunks(const InputFile& file, const FileKind& kind)
+{
+    std::array<char, 4> magic;
+    return kind.type == KESS_SOUND_TYPE_WAV || kind.type == KESS_SOUND_TYPE_AIFF
+        || (kind.reader == Reader::Sndfile && file.readAllAt(kind.begin, magic.data(), magic.size())
+            && Head(magic.data(), magic.size()) == "FORM"sv);
+}
+
+} // namespace
+
+base::Result<RecognisedFile> recognise(FilePointer file)
+{
+    base::Result<FileKind> kind = recogniseKind(*file);
+    if (!kind)
+        return std::move(kind.error());
+    ChunkList chunks;
+    if (consistsOfChunks(*file, *kind))
+        chunks = ChunkList(file, kind->begin, kind->end);
+    return RecognisedFile{std::move(file), *kind, std::move(chunks)};
+}
+
+} // namespace engine

@@ -1,39 +1,50 @@
-// What a file is, told from its bytes alone.
+// SPDX-License-Identifier: MIT
+// What a file is, recognised from its bytes alone.
 #pragma once
 
 #include "kess.h"
-#include "parse/source_file.hpp"
+#include "parse/chunks.hpp"
+#include "parse/cursor.hpp"
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
-// Who decodes a file.
+// What decodes a file.
 enum class Reader
 {
-    None, // nobody: recognised only so that it can be refused by its type
+    None, // nothing: the file is recognised only so that it can be refused by its type
     Bank, // our own container
-    Sndfile, // libsndfile, and where it gives up the foreign decoder
+    Sndfile, // libsndfile, and the decoder module for what it can't decode
     Mpeg,
     Vorbis,
     Opus,
-    Foreign // the decoder module
+    Module // the decoder module
 };
 
-// What recognise() has found out.
 struct FileKind
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
     Reader reader = Reader::None;
-    // The stretch of the file that holds the sound, without the tags that players put before and behind it.
+    // The range of the file that holds the sound, without the tags that players put before and after it.
     uint64_t begin = 0;
     uint64_t end = 0;
-    // What the decoder module calls the container; null where it has nothing for it.
+    // The decoder module's name for the container; null if it has none.
     const char* container = nullptr;
 };
 
-// Looks at signatures, at a few kilobytes in all, whatever the size of the file.
-// KESS_ERR_FORMAT: none that we know.
-[[nodiscard]] KESS_RESULT recognise(const SourceFile& file, FileKind* kind);
+// A file with what recognise() has found out about it.
+struct RecognisedFile
+{
+    FilePointer file;
+    FileKind kind;
+    ChunkList chunks; // of a file that consists of chunks, otherwise empty
 
-} // namespace kess
+    [[nodiscard]] Cursor cursor() const { return {file, kind.begin, kind.end}; }
+};
+
+// Reads signatures and the headers of chunks, a few kilobytes in all, whatever the size of the file.
+// ErrorCode::Format: no known signature. ErrorCode::Damaged: an Ogg file without a whole page.
+base::Result<RecognisedFile> recognise(FilePointer file);
+
+} // namespace engine

@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: MIT
 #include "parse/flac_length.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <array>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-// Uncompressed frames of 8 channels, 32 bits and the largest block are not quite as long.
-constexpr uint64_t kLongestFrame = 2u << 20;
+// Slightly more than an uncompressed frame of 8 channels, 32 bits and the largest block.
+constexpr uint64_t kMaximumFrameBytes = 2u << 20;
 
-constexpr size_t kLongestHeader = 16;
+constexpr size_t kMaximumHeaderBytes = 16;
 
 struct FlacFrame
 {
@@ -43,7 +44,7 @@ uint16_t crc16(const uint8_t* bytes, size_t count)
     return crc;
 }
 
-// The number in the form of an over-long UTF-8 character; *used gets its length.
+// A number in the form of an over-long UTF-8 character. *used gets its length.
 std::optional<uint64_t> codedNumber(const uint8_t* bytes, size_t available, size_t* used)
 {
     size_t length = 0;
@@ -63,7 +64,7 @@ std::optional<uint64_t> codedNumber(const uint8_t* bytes, size_t available, size
     return number;
 }
 
-// A frame header with the right checksum; fixedBlock is the block size of streams that have but one.
+// A frame header with a correct checksum. fixedBlock is the block size of streams in which all blocks are equal.
 std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint64_t fixedBlock)
 {
     if (available < 6 || bytes[0] != 0xff || (bytes[1] & 0xfe) != 0xf8)
@@ -86,7 +87,7 @@ std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint
     else if (blockCode == 6)
         frame.samples = uint64_t{bytes[4 + used]} + 1;
     else if (blockCode == 7)
-        frame.samples = uint64_t{be16(bytes + 4 + used)} + 1;
+        frame.samples = uint64_t{base::loadBig<uint16_t>(bytes + 4 + used)} + 1;
     else
         frame.samples = uint64_t{1} << blockCode;
     const bool variable = bytes[1] & 1;
@@ -96,23 +97,23 @@ std::optional<FlacFrame> parseFrame(const uint8_t* bytes, size_t available, uint
 
 } // namespace
 
-std::optional<uint64_t> flacLength(const SourceFile& file, uint64_t begin, uint64_t end)
+std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64_t end)
 {
     std::array<uint8_t, 12> info; // "fLaC", the block's header, the least and the largest block size
     if (!file.readAllAt(begin, info.data(), info.size()))
         return std::nullopt;
-    const uint64_t fixedBlock = be16(&info[10]);
+    const uint64_t fixedBlock = base::loadBig<uint16_t>(&info[10]);
 
-    const uint64_t from = end - std::min(end - begin, kLongestFrame);
+    const uint64_t from = end - std::min(end - begin, kMaximumFrameBytes);
     std::vector<uint8_t> tail(static_cast<size_t>(end - from));
     tail.resize(file.readAt(from, tail.data(), tail.size()));
 
     std::optional<uint64_t> cutFrame;
     for (size_t i = tail.size(); i-- > 0;) {
-        const auto frame = parseFrame(&tail[i], std::min(tail.size() - i, kLongestHeader), fixedBlock);
+        const auto frame = parseFrame(&tail[i], std::min(tail.size() - i, kMaximumHeaderBytes), fixedBlock);
         if (!frame)
             continue;
-        // The checksum behind a frame makes the remainder over both of them zero.
+        // Over a frame and its checksum, the remainder is zero.
         if (crc16(&tail[i], tail.size() - i) == 0)
             return frame->start + frame->samples;
         if (!cutFrame)
@@ -123,4 +124,4 @@ std::optional<uint64_t> flacLength(const SourceFile& file, uint64_t begin, uint6
     return cutFrame;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,15 +1,16 @@
-// Length of a FLAC stream whose writer could not go back to fill it in.
+// SPDX-License-Identifier: MIT
+// The length of a FLAC stream whose writer couldn't go back to store it in the header.
 #pragma once
 
-#include "parse/source_file.hpp"
+#include "parse/input_file.hpp"
 
 #include <cstdint>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
-// Samples of one channel up to the end of the last whole frame, found from the end of the stream at [begin, end)
-// (RFC 9639, 9.1). Nothing when no frame is found there.
-[[nodiscard]] std::optional<uint64_t> flacLength(const SourceFile& file, uint64_t begin, uint64_t end);
+// The samples of one channel up to the end of the last whole frame, searched from the end of the stream in [begin, end)
+// (RFC 9639, 9.1). Nothing if no frame is found.
+[[nodiscard]] std::optional<uint64_t> flacLength(const InputFile& file, uint64_t begin, uint64_t end);
 
-} // namespace kess
+} // namespace engine

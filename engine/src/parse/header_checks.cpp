@@ -1,59 +1,71 @@
+// SPDX-License-Identifier: MIT
 #include "parse/header_checks.hpp"
 
 #include "bank/sound.hpp"
-#include "parse/bytes.hpp"
-#include "parse/chunks.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string>
 
-namespace kess {
+namespace engine {
 
-KESS_RESULT checkLimits(int channels, double sampleRate)
+namespace {
+
+// The rate in a header of AIFF, an 80-bit float: sign and exponent with a bias of 16383, then a mantissa with its
+// integer bit.
+double extendedFloat(const uint8_t* bytes)
+{
+    const int exponent = base::loadBig<uint16_t>(bytes) - 16383;
+    const double mantissa = base::loadBig<uint32_t>(bytes + 2) * 0x1p-31 + base::loadBig<uint32_t>(bytes + 6) * 0x1p-63;
+    return std::ldexp(mantissa, exponent);
+}
+
+} // namespace
+
+base::Result<> checkLimits(int channels, double sampleRate)
 {
     if (channels > KESS_MAX_CHANNELS)
-        return KESS_ERR_TOOMANYCHANNELS;
-    if (channels < 1 || !(sampleRate >= 1) || sampleRate > bank::kMaximumSampleRate)
-        return KESS_ERR_FILE_BAD;
-    return KESS_OK;
+        return base::Error{base::ErrorCode::TooManyChannels, "it has " + std::to_string(channels) + " channels"};
+    if (channels < 1)
+        return base::Error{base::ErrorCode::Damaged, "it has no channels"};
+    if (!(sampleRate >= 1) || sampleRate > bank::kMaximumSampleRate)
+        return base::Error{base::ErrorCode::Damaged, "its sample rate is impossible"};
+    return {};
 }
 
-KESS_RESULT checkHeader(const SourceFile& file, const FileKind& kind)
+base::Result<> checkHeader(const RecognisedFile& file)
 {
-    if (kind.type == KESS_SOUND_TYPE_WAV) {
-        const ChunkList chunks(file, kind.begin, kind.end);
+    const ChunkList& chunks = file.chunks;
+    if (file.kind.type == KESS_SOUND_TYPE_WAV) {
         std::array<uint8_t, 16> format;
         if (!chunks.read("fmt ", format.data(), format.size()))
-            return KESS_ERR_FILE_BAD;
+            return base::Error{base::ErrorCode::Damaged, "its format chunk is missing or too short"};
         if (chunks.isBigEndian())
-            return checkLimits(be16(&format[2]), be32(&format[4]));
-        return checkLimits(le16(&format[2]), le32(&format[4]));
+            return checkLimits(base::loadBig<uint16_t>(&format[2]), base::loadBig<uint32_t>(&format[4]));
+        return checkLimits(base::loadLittle<uint16_t>(&format[2]), base::loadLittle<uint32_t>(&format[4]));
     }
-    if (kind.type == KESS_SOUND_TYPE_AIFF) {
-        const ChunkList chunks(file, kind.begin, kind.end);
+    if (file.kind.type == KESS_SOUND_TYPE_AIFF) {
         std::array<uint8_t, 18> common;
         if (!chunks.read("COMM", common.data(), common.size()))
-            return KESS_ERR_FILE_BAD;
-        // An 80-bit float: sign and exponent with a bias of 16383, then a mantissa with its integer bit.
-        const int exponent = be16(&common[8]) - 16383;
-        const double mantissa = be32(&common[10]) * 0x1p-31 + be32(&common[14]) * 0x1p-63;
-        return checkLimits(be16(&common[0]), std::ldexp(mantissa, exponent));
+            return base::Error{base::ErrorCode::Damaged, "its COMM chunk is missing or too short"};
+        return checkLimits(base::loadBig<uint16_t>(&common[0]), extendedFloat(&common[8]));
     }
-    return KESS_OK;
+    return {};
 }
 
-std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind)
+std::optional<FileKind> streamInWav(const RecognisedFile& file)
 {
-    if (kind.type != KESS_SOUND_TYPE_WAV)
+    if (file.kind.type != KESS_SOUND_TYPE_WAV)
         return std::nullopt;
-    const ChunkList chunks(file, kind.begin, kind.end);
+    const ChunkList& chunks = file.chunks;
     std::array<uint8_t, 2> tag;
     const Chunk* data = chunks.find("data");
     if (!data || chunks.isBigEndian() || !chunks.read("fmt ", tag.data(), tag.size()))
         return std::nullopt;
-    FileKind stream = kind;
-    switch (le16(tag.data())) {
+    FileKind stream = file.kind;
+    switch (base::loadLittle<uint16_t>(tag.data())) {
     case 0x0050: // MPEG audio
     case 0x0055: // layer III of it
         stream.reader = Reader::Mpeg;
@@ -76,8 +88,8 @@ std::optional<FileKind> streamInWav(const SourceFile& file, const FileKind& kind
 
 namespace {
 
-// Frames in the data of a WAV file of ADPCM whose last block is cut: a decoder makes up the rest of it. For all other
-// files decodable.
+// The frames in a WAV file of ADPCM whose last block is incomplete: a decoder makes up the rest of that block. For all
+// other files, decodable.
 uint64_t framesInCutBlocks(const ChunkList& chunks, uint64_t decodable)
 {
     constexpr uint16_t kMicrosoft = 2;
@@ -86,14 +98,14 @@ uint64_t framesInCutBlocks(const ChunkList& chunks, uint64_t decodable)
     const Chunk* data = chunks.find("data");
     if (!data || !chunks.read("fmt ", format.data(), format.size()))
         return decodable;
-    const uint16_t encoding = le16(&format[0]);
-    const uint64_t channels = le16(&format[2]);
-    const uint64_t blockBytes = le16(&format[12]);
+    const uint16_t encoding = base::loadLittle<uint16_t>(&format[0]);
+    const uint64_t channels = base::loadLittle<uint16_t>(&format[2]);
+    const uint64_t blockBytes = base::loadLittle<uint16_t>(&format[12]);
     if ((encoding != kMicrosoft && encoding != kIma) || channels == 0 || blockBytes == 0
         || data->length % blockBytes == 0)
         return decodable;
-    // A block begins with one sample of each channel, or two, as they are. All others have four bits, in IMA's by eight
-    // of a channel in a row.
+    // A block begins with one unpacked sample per channel (IMA) or two. All others have four bits; IMA stores eight
+    // samples of a channel in a row.
     const auto framesIn = [&](uint64_t bytes) -> uint64_t {
         const uint64_t head = channels * (encoding == kIma ? 4 : 7);
         if (bytes < head)
@@ -106,40 +118,40 @@ uint64_t framesInCutBlocks(const ChunkList& chunks, uint64_t decodable)
 
 } // namespace
 
-uint64_t lengthInHeader(const SourceFile& file, const FileKind& kind, uint64_t decodable)
+uint64_t lengthInHeader(const RecognisedFile& file, uint64_t decodable)
 {
-    const ChunkList chunks(file, kind.begin, kind.end);
-    uint64_t told = decodable;
-    uint64_t block = 1; // how many samples the last piece of data may hold too many
-    if (kind.type == KESS_SOUND_TYPE_AIFF) {
+    const ChunkList& chunks = file.chunks;
+    uint64_t declared = decodable;
+    uint64_t block = 1; // how many samples more than declared the last block may hold
+    if (file.kind.type == KESS_SOUND_TYPE_AIFF) {
         std::array<uint8_t, 6> common;
         if (chunks.read("COMM", common.data(), common.size()))
-            told = be32(&common[2]);
-    } else if (kind.type == KESS_SOUND_TYPE_WAV && !chunks.isBigEndian()) {
+            declared = base::loadBig<uint32_t>(&common[2]);
+    } else if (file.kind.type == KESS_SOUND_TYPE_WAV && !chunks.isBigEndian()) {
         decodable = framesInCutBlocks(chunks, decodable);
-        told = decodable;
-        // Some writers count something else here. A length that leaves whole blocks over can't be right, but for one
-        // that a writer may have added for good measure.
+        declared = decodable;
+        // Some programs write another number here. A length that leaves whole blocks unused can't be right, except for
+        // one block that a program may have added as a reserve.
         std::array<uint8_t, 20> format;
         std::array<uint8_t, 4> fact;
         if (chunks.read("fact", fact.data(), fact.size()) && chunks.read("fmt ", format.data(), format.size())) {
-            told = le32(fact.data());
-            block = 2 * uint64_t{le16(&format[18])};
+            declared = base::loadLittle<uint32_t>(fact.data());
+            block = 2 * uint64_t{base::loadLittle<uint16_t>(&format[18])};
         }
     }
-    return told < decodable && decodable - told <= block ? told : decodable;
+    return declared < decodable && decodable - declared <= block ? declared : decodable;
 }
 
-KESS_RESULT reasonForRefusal(const SourceFile& file, const FileKind& kind)
+base::Error refusal(const RecognisedFile& file)
 {
-    const char* samples = kind.type == KESS_SOUND_TYPE_WAV ? "data"
-        : kind.type == KESS_SOUND_TYPE_AIFF                ? "SSND"
-                                                           : nullptr;
-    if (!samples)
-        return KESS_ERR_FILE_BAD;
-    const ChunkList chunks(file, kind.begin, kind.end);
-    const Chunk* chunk = chunks.find(samples);
-    return chunk && chunk->length > 0 ? KESS_ERR_FORMAT : KESS_ERR_FILE_BAD;
+    const Chunk* samples = nullptr;
+    if (file.kind.type == KESS_SOUND_TYPE_WAV)
+        samples = file.chunks.find("data");
+    else if (file.kind.type == KESS_SOUND_TYPE_AIFF)
+        samples = file.chunks.find("SSND");
+    if (samples && samples->length > 0)
+        return {base::ErrorCode::Format, "the encoding of its samples is unknown"};
+    return {base::ErrorCode::Damaged, "it can't be decoded"};
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "parse/mp4_tables.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -17,7 +18,7 @@ using namespace std::string_view_literals;
 constexpr std::array kContainers{"moov"sv, "trak"sv, "mdia"sv, "minf"sv, "stbl"sv, "moof"sv, "traf"sv, "udta"sv,
                                  "edts"sv, "mvex"sv, "dinf"sv, "sinf"sv, "schi"sv, "tref"sv, "meta"sv};
 
-constexpr int kDeepest = 12;
+constexpr int kMaximumDepth = 12;
 
 class TableWalk
 {
@@ -26,23 +27,23 @@ public:
         : mCursor(std::move(cursor))
     { }
 
-    // Looks at the boxes between two offsets. False when the tables don't fit.
+    // Reads the boxes between two offsets. Returns false if the tables don't fit.
     [[nodiscard]] bool look(uint64_t begin, uint64_t end, int depth)
     {
         uint64_t position = begin;
         std::array<uint8_t, 16> header{};
         while (end - position >= 8 && readAt(position, header.data(), 8)) {
             uint64_t headerBytes = 8;
-            uint64_t size = be32(&header[0]);
+            uint64_t size = base::loadBig<uint32_t>(&header[0]);
             if (size == 1 && readAt(position, header.data(), header.size())) {
                 headerBytes = header.size();
-                size = uint64_t{be32(&header[8])} << 32 | be32(&header[12]);
+                size = uint64_t{base::loadBig<uint32_t>(&header[8])} << 32 | base::loadBig<uint32_t>(&header[12]);
             }
             const uint64_t left = end - position;
             if (size == 0)
                 size = left;
             if (size < headerBytes)
-                return true; // no box any more
+                return true; // not a box
             const uint64_t bytes = std::min(size, left) - std::min(headerBytes, left);
             const std::string_view type(reinterpret_cast<const char*>(&header[4]), 4);
             if (!lookInto(type, position + headerBytes, bytes, depth))
@@ -71,7 +72,7 @@ private:
         const bool isSpare = type == "free" || type == "hoov"; // a header that was overwritten, which FFmpeg looks for
         const bool isContainer = std::find(kContainers.begin(), kContainers.end(), type) != kContainers.end()
             || (isSpare && (firstType == "mvhd" || firstType == "cmov"));
-        if (!isContainer || !hasFirst || depth == kDeepest)
+        if (!isContainer || !hasFirst || depth == kMaximumDepth)
             return true;
         const uint64_t skipped = type == "meta" && firstType != "hdlr" ? 4 : 0; // version and flags
         return look(begin + skipped, begin + bytes, depth + 1);
@@ -80,7 +81,7 @@ private:
     [[nodiscard]] bool addCount(uint64_t offset)
     {
         std::array<uint8_t, 4> number;
-        return !readAt(offset, number.data(), number.size()) || add(be32(number.data()));
+        return !readAt(offset, number.data(), number.size()) || add(base::loadBig<uint32_t>(number.data()));
     }
 
     [[nodiscard]] bool addRuns(uint64_t begin, uint64_t bytes)
@@ -89,13 +90,13 @@ private:
         for (uint64_t position = 8; position + run.size() <= bytes; position += run.size()) {
             if (!readAt(begin + position, run.data(), run.size()))
                 return true;
-            if (!add(be32(run.data())))
+            if (!add(base::loadBig<uint32_t>(run.data())))
                 return false;
         }
         return true;
     }
 
-    // Of each packet, there are one size and at most one run.
+    // A packet has one size and at most one run.
     [[nodiscard]] bool add(uint64_t packets)
     {
         mPackets += packets;
@@ -113,9 +114,9 @@ private:
 
 } // namespace
 
-bool tablesFitFile(const std::shared_ptr<const SourceFile>& file, const FileKind& kind)
+bool tablesFitFile(const RecognisedFile& file)
 {
-    return TableWalk(Cursor(file, kind.begin, kind.end)).look(0, kind.end - kind.begin, 0);
+    return TableWalk(file.cursor()).look(0, file.kind.end - file.kind.begin, 0);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,22 +1,23 @@
+// SPDX-License-Identifier: MIT
 #include "parse/mpeg_frames.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-// A sync word is 11 bits: any two bytes of noise hold one now and then. This many consistent headers in a row, each
-// where the one before says, don't happen by chance. A file may be shorter than that: then it must end with a frame.
-constexpr int kFramesThatProve = 4;
+// A sync word has 11 bits, so noise contains one now and then. This many consistent headers in a row, each at the end
+// of the previous frame, don't occur by chance. A shorter file must end with a frame.
+constexpr int kConfirmingFrames = 4;
 
-// Tags in a row at the start of a file. Programs leave one or two.
-constexpr int kMaxTags = 16;
+// Tags in a row at the start of a file. Programs write one or two.
+constexpr int kMaximumTags = 16;
 
 constexpr uint16_t kBitRates[5][16] = {
     {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0}, // MPEG-1, layer I
@@ -40,7 +41,7 @@ enum Layer : uint32_t
     LayerI = 3
 };
 
-const uint16_t* bitRateTable(uint32_t version, uint32_t layer)
+const uint16_t* bitRates(uint32_t version, uint32_t layer)
 {
     if (version == 3)
         return kBitRates[3 - layer];
@@ -48,11 +49,11 @@ const uint16_t* bitRateTable(uint32_t version, uint32_t layer)
 }
 
 template <typename Parse>
-bool framesFollow(const SourceFile& file, uint64_t begin, uint64_t end, Parse parse)
+bool framesFollow(const InputFile& file, uint64_t begin, uint64_t end, Parse parse)
 {
     uint64_t position = begin;
     std::optional<uint32_t> signature;
-    for (int frame = 0; frame < kFramesThatProve; ++frame) {
+    for (int frame = 0; frame < kConfirmingFrames; ++frame) {
         std::array<uint8_t, 6> bytes;
         if (end - position < bytes.size() || !file.readAllAt(position, bytes.data(), bytes.size()))
             return false;
@@ -80,7 +81,7 @@ std::optional<FrameHeader> parseMpegFrame(uint32_t header)
     const uint32_t emphasis = header & 3;
     if (header >> 21 != 0x7ff || version == 1 || layer == 0 || rateIndex == 3 || emphasis == 2)
         return std::nullopt;
-    const uint32_t bitRate = bitRateTable(version, layer)[bitRateIndex] * 1000u;
+    const uint32_t bitRate = bitRates(version, layer)[bitRateIndex] * 1000u;
     if (bitRate == 0)
         return std::nullopt;
     const uint32_t sampleRate = kSampleRates[version][rateIndex];
@@ -94,20 +95,20 @@ std::optional<FrameHeader> parseMpegFrame(uint32_t header)
     return frame;
 }
 
-std::optional<uint32_t> freeFormatLength(const SourceFile& file, uint64_t begin, uint64_t end)
+std::optional<uint32_t> freeFormatLength(const InputFile& file, uint64_t begin, uint64_t end)
 {
     constexpr uint32_t kSame = 0xfffefcc0u; // all but protection, padding and what may change from frame to frame
-    constexpr size_t kLongest = 3456;
-    std::array<uint8_t, kLongest + 8> bytes;
+    constexpr size_t kMaximumFrameBytes = 3456;
+    std::array<uint8_t, kMaximumFrameBytes + 8> bytes;
     const size_t there =
         file.readAt(begin, bytes.data(), static_cast<size_t>(std::min<uint64_t>(bytes.size(), end - begin)));
     if (there < 4)
         return std::nullopt;
-    const uint32_t header = be32(bytes.data());
+    const uint32_t header = base::loadBig<uint32_t>(bytes.data());
     if (header >> 21 != 0x7ff || (header >> 17 & 3) == 0 || (header >> 12 & 15) != 0 || (header >> 10 & 3) == 3)
         return std::nullopt;
     for (uint32_t next = 5; next + 4 <= there; ++next) {
-        if ((be32(&bytes[next]) & kSame) == (header & kSame))
+        if ((base::loadBig<uint32_t>(&bytes[next]) & kSame) == (header & kSame))
             return next - 4 - (header >> 9 & 1);
     }
     return std::nullopt;
@@ -115,7 +116,7 @@ std::optional<uint32_t> freeFormatLength(const SourceFile& file, uint64_t begin,
 
 std::optional<FrameHeader> parseAdtsFrame(const uint8_t* header)
 {
-    const uint32_t word = be32(header);
+    const uint32_t word = base::loadBig<uint32_t>(header);
     const uint32_t rateIndex = word >> 10 & 15;
     if (word >> 20 != 0xfff || (word >> 17 & 3) != 0 || rateIndex > 12)
         return std::nullopt;
@@ -127,10 +128,10 @@ std::optional<FrameHeader> parseAdtsFrame(const uint8_t* header)
     return frame;
 }
 
-uint64_t skipLeadingTags(const SourceFile& file, uint64_t offset)
+uint64_t skipLeadingTags(const InputFile& file, uint64_t offset)
 {
     std::array<uint8_t, 10> header;
-    for (int tag = 0; tag < kMaxTags && file.readAllAt(offset, header.data(), header.size()); ++tag) {
+    for (int tag = 0; tag < kMaximumTags && file.readAllAt(offset, header.data(), header.size()); ++tag) {
         if (std::memcmp(header.data(), "ID3", 3) != 0)
             break;
         // Four bytes of 7 bits (ID3v2.4.0, 3.1); the length leaves out the header, and the footer if there is one.
@@ -142,7 +143,7 @@ uint64_t skipLeadingTags(const SourceFile& file, uint64_t offset)
     return offset;
 }
 
-uint64_t endWithoutTrailingTags(const SourceFile& file)
+uint64_t endWithoutTrailingTags(const InputFile& file)
 {
     uint64_t end = file.size();
     std::array<uint8_t, 32> bytes;
@@ -150,22 +151,23 @@ uint64_t endWithoutTrailingTags(const SourceFile& file)
         end -= 128;
     if (end > bytes.size() && file.readAllAt(end - bytes.size(), bytes.data(), bytes.size())
         && std::memcmp(bytes.data(), "APETAGEX", 8) == 0) {
-        // The length of the footer counts the items and itself; a header of 32 bytes may stand before them.
-        const uint64_t length = le32(&bytes[12]) + (le32(&bytes[20]) & 0x80000000u ? uint64_t{32} : 0);
+        // The length in the footer includes the items and the footer. A header of 32 bytes may precede them.
+        const uint64_t length = base::loadLittle<uint32_t>(&bytes[12])
+            + (base::loadLittle<uint32_t>(&bytes[20]) & 0x80000000u ? uint64_t{32} : 0);
         if (length < end)
             end -= length;
     }
     return end;
 }
 
-std::optional<uint64_t> findMpegStart(const SourceFile& file, uint64_t begin, uint64_t end, size_t searchBytes)
+std::optional<uint64_t> findMpegStart(const InputFile& file, uint64_t begin, uint64_t end, size_t searchBytes)
 {
     if (begin >= end)
         return std::nullopt;
     std::vector<uint8_t> bytes(static_cast<size_t>(std::min<uint64_t>(searchBytes + 4, end - begin)));
     bytes.resize(file.readAt(begin, bytes.data(), bytes.size()));
     const auto parse = [](const uint8_t* header) {
-        return parseMpegFrame(be32(header));
+        return parseMpegFrame(base::loadBig<uint32_t>(header));
     };
     for (size_t i = 0; i + 4 <= bytes.size(); ++i) {
         if (bytes[i] == 0xff && parse(&bytes[i]) && framesFollow(file, begin + i, end, parse))
@@ -174,39 +176,39 @@ std::optional<uint64_t> findMpegStart(const SourceFile& file, uint64_t begin, ui
     return std::nullopt;
 }
 
-std::optional<MpegLength> lengthInFirstFrame(const SourceFile& file, uint64_t begin)
+std::optional<MpegLength> lengthInFirstFrame(const InputFile& file, uint64_t begin)
 {
     std::array<uint8_t, 64> frame{};
     if (!file.readAllAt(begin, frame.data(), frame.size()))
         return std::nullopt;
-    const uint32_t header = be32(frame.data());
+    const uint32_t header = base::loadBig<uint32_t>(frame.data());
     const std::optional<FrameHeader> parsed = parseMpegFrame(header);
     if (!parsed || (header >> 17 & 3) != LayerIII)
         return std::nullopt;
-    // After the header, and the information for the one or two granules of a frame of sound.
+    // After the header and the side information of the one or two granules of a frame.
     const bool isFirstVersion = (header >> 19 & 3) == 3;
     const bool isMono = (header >> 6 & 3) == 3;
     const size_t xing = 4 + (isFirstVersion ? (isMono ? 17 : 32) : (isMono ? 9 : 17));
     constexpr size_t kVbri = 36;
     MpegLength length;
     if (std::memcmp(&frame[xing], "Xing", 4) == 0 || std::memcmp(&frame[xing], "Info", 4) == 0) {
-        const uint32_t flags = be32(&frame[xing + 4]);
+        const uint32_t flags = base::loadBig<uint32_t>(&frame[xing + 4]);
         if (!(flags & 1))
             return std::nullopt;
-        length.frames = be32(&frame[xing + 8]);
-        length.bytes = flags & 2 ? be32(&frame[xing + 12]) : 0;
+        length.frames = base::loadBig<uint32_t>(&frame[xing + 8]);
+        length.bytes = flags & 2 ? base::loadBig<uint32_t>(&frame[xing + 12]) : 0;
         return length;
     }
     if (std::memcmp(&frame[kVbri], "VBRI", 4) != 0)
         return std::nullopt;
-    length.bytes = be32(&frame[kVbri + 10]);
-    length.frames = be32(&frame[kVbri + 14]);
+    length.bytes = base::loadBig<uint32_t>(&frame[kVbri + 10]);
+    length.frames = base::loadBig<uint32_t>(&frame[kVbri + 14]);
     return length;
 }
 
-bool startsWithAdts(const SourceFile& file, uint64_t begin, uint64_t end)
+bool startsWithAdts(const InputFile& file, uint64_t begin, uint64_t end)
 {
     return begin < end && framesFollow(file, begin, end, parseAdtsFrame);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_check.hpp"
 
-#include "parse/bytes.hpp"
-#include "parse/vorbis_stream.hpp"
+#include "parse/comments.hpp"
+#include "parse/ogg_packets.hpp"
+#include "parse/ogg_pages.hpp"
 
 #include <ogg/ogg.h>
 
@@ -12,33 +14,38 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 constexpr size_t kHeaderBytes = 27;
-constexpr size_t kMaxFirstPages = 4096;
+constexpr size_t kMaximumFirstPages = 4096;
 
-// Headers inside other pages: damage makes one of them, and four bytes of sound look like one in 4 GB. A library may
-// meet all of them again in each link.
-constexpr uint64_t kMaxStrays = 1024;
-constexpr uint64_t kMaxStraysInLinks = 8192;
+// Headers inside other pages: damage causes one of them, and four bytes of sound look like one in 4 GB. A library may
+// find all of them again in each link.
+constexpr uint64_t kMaximumStrays = 1024;
+constexpr uint64_t kMaximumStraysInLinks = 8192;
 
-constexpr uint64_t kMaxCommentPacket = 16u << 20;
-constexpr uint64_t kMaxCommentBytes = 64u << 20;
-constexpr size_t kMaxHeaderPages = 65536; // pages looked at for the comments of all streams
+constexpr uint64_t kMaximumCommentPacketBytes = 16u << 20;
+constexpr uint64_t kMaximumCommentBytes = 64u << 20;
+constexpr size_t kMaximumHeaderPages = 65536; // pages read for the comments of all streams
+
+base::Error tooManyPages()
+{
+    return {base::ErrorCode::Damaged, "too many of its pages begin inside other pages"};
+}
 
 // Finds everything in a file that could be taken for the header of a page, by its first four bytes.
 class PageSearch
 {
 public:
-    PageSearch(const SourceFile& file, const FileKind& kind)
-        : mFile(file)
-        , mBegin(kind.begin)
-        , mEnd(kind.end)
+    explicit PageSearch(const RecognisedFile& file)
+        : mFile(*file.file)
+        , mBegin(file.kind.begin)
+        , mEnd(file.kind.end)
     { }
 
-    // False when there is more than is bearable.
+    // Returns false if a limit is exceeded.
     [[nodiscard]] bool run()
     {
         constexpr size_t kBlock = 256u << 10;
@@ -62,7 +69,7 @@ public:
         return true;
     }
 
-    // Offsets from the start of the stretch.
+    // Offsets from the start of the range.
     [[nodiscard]] const std::vector<uint64_t>& firstPages() const { return mFirstPages; }
 
 private:
@@ -79,13 +86,13 @@ private:
             for (size_t i = 0; i < segments; ++i)
                 mPageEnd += header[kHeaderBytes + i];
         }
-        // More of them are counted by nobody but oggIsBearable, which refuses them.
-        if (header[5] & 2 && mFirstPages.size() <= kMaxFirstPages)
+        // checkOggStreams refuses more of them, and nothing else counts them.
+        if (header[5] & 2 && mFirstPages.size() <= kMaximumFirstPages)
             mFirstPages.push_back(offset - mBegin);
-        return mStrays <= kMaxStrays && mStrays * mFirstPages.size() <= kMaxStraysInLinks;
+        return mStrays <= kMaximumStrays && mStrays * mFirstPages.size() <= kMaximumStraysInLinks;
     }
 
-    const SourceFile& mFile;
+    const InputFile& mFile;
     uint64_t mBegin;
     uint64_t mEnd;
     uint64_t mPageEnd = 0;
@@ -93,25 +100,7 @@ private:
     std::vector<uint64_t> mFirstPages;
 };
 
-// The number of comments in the second packet of a stream.
-uint64_t commentsIn(std::span<const uint8_t> packet)
-{
-    size_t position = 0;
-    if (packet.size() >= 8 && std::memcmp(packet.data(), "OpusTags", 8) == 0)
-        position = 8;
-    else if (packet.size() >= 7 && std::memcmp(packet.data(), "\3vorbis", 7) == 0)
-        position = 7;
-    if (packet.size() < position + 8)
-        return 0;
-    const uint64_t vendorBytes = le32(&packet[position]);
-    if (vendorBytes > packet.size() - position - 8)
-        return 0;
-    // No more than their lengths have room for: a library refuses the packet otherwise.
-    const uint64_t room = (packet.size() - position - 8 - vendorBytes) / 4;
-    return std::min<uint64_t>(le32(&packet[position + 4 + static_cast<size_t>(vendorBytes)]), room);
-}
-
-// Adds up the comments of all streams, whose pages it reads by the library that all decoders read them by.
+// Adds up the comments of all streams. It reads their pages with the same library as the decoders.
 class CommentSum
 {
 public:
@@ -124,7 +113,7 @@ public:
     CommentSum(const CommentSum&) = delete;
     CommentSum& operator=(const CommentSum&) = delete;
 
-    // Adds those of the stream whose first page is at an offset. False when there is more than is bearable.
+    // Adds those of the stream whose first page is at that offset. Returns false if a limit is exceeded.
     [[nodiscard]] bool add(uint64_t firstPage)
     {
         ogg_page page;
@@ -136,10 +125,27 @@ public:
         ogg_packet packet;
         if (ogg_stream_pagein(&mStream, &page) != 0 || ogg_stream_packetout(&mStream, &packet) != 1)
             return true;
+        return addSecondPacket(serial, commentOffset(recogniseOggCodec(asBytes(packet))));
+    }
+
+    [[nodiscard]] uint64_t count() const { return mCount; }
+
+private:
+    static std::span<const uint8_t> asBytes(const ogg_packet& packet)
+    {
+        return {packet.packet, static_cast<size_t>(packet.bytes)};
+    }
+
+    // The comments begin at that offset of the packet.
+    [[nodiscard]] bool addSecondPacket(int serial, size_t commentsBegin)
+    {
+        ogg_page page;
+        uint64_t offset = 0;
+        ogg_packet packet;
         uint64_t bytes = 0;
         bool isAmongFirst = true;
         while (mPages.next(&page, &offset)) {
-            if (++mLooked > kMaxHeaderPages)
+            if (++mPagesRead > kMaximumHeaderPages)
                 return false;
             if (ogg_page_bos(&page) && !isAmongFirst)
                 return true; // the next link
@@ -147,49 +153,49 @@ public:
             if (ogg_page_serialno(&page) != serial)
                 continue;
             bytes += static_cast<uint64_t>(page.body_len);
-            if (bytes > kMaxCommentPacket || ogg_stream_pagein(&mStream, &page) != 0)
+            if (bytes > kMaximumCommentPacketBytes || ogg_stream_pagein(&mStream, &page) != 0)
                 return false;
             const int got = ogg_stream_packetout(&mStream, &packet);
             if (got == 0)
                 continue;
             if (got > 0) {
-                mCount += commentsIn({packet.packet, static_cast<size_t>(packet.bytes)});
+                const std::span<const uint8_t> all = asBytes(packet);
+                mCount += countComments(all.subspan(std::min(commentsBegin, all.size())));
                 mBytes += static_cast<uint64_t>(packet.bytes);
             }
-            return mBytes <= kMaxCommentBytes;
+            return mBytes <= kMaximumCommentBytes;
         }
         return true;
     }
 
-    [[nodiscard]] uint64_t count() const { return mCount; }
-
-private:
     OggPages& mPages;
     ogg_stream_state mStream;
-    size_t mLooked = 0;
+    size_t mPagesRead = 0;
     uint64_t mCount = 0;
     uint64_t mBytes = 0;
 };
 
 } // namespace
 
-bool oggPagesAreBearable(const FilePointer& file, const FileKind& kind)
+base::Result<> checkOggPages(const RecognisedFile& file)
 {
-    return PageSearch(*file, kind).run();
+    if (!PageSearch(file).run())
+        return tooManyPages();
+    return {};
 }
 
-bool oggIsBearable(const FilePointer& file, const FileKind& kind, uint64_t mostComments)
+base::Result<> checkOggStreams(const RecognisedFile& file, uint64_t maximumComments)
 {
-    PageSearch search(*file, kind);
-    if (!search.run() || search.firstPages().size() > kMaxFirstPages)
-        return false;
-    OggPages pages(Cursor(file, kind.begin, kind.end));
+    PageSearch search(file);
+    if (!search.run() || search.firstPages().size() > kMaximumFirstPages)
+        return tooManyPages();
+    OggPages pages(file.cursor());
     CommentSum comments(pages);
     for (const uint64_t page : search.firstPages()) {
-        if (!comments.add(page) || comments.count() > mostComments)
-            return false;
+        if (!comments.add(page) || comments.count() > maximumComments)
+            return base::Error{base::ErrorCode::Damaged, "it has too many comments"};
     }
-    return true;
+    return {};
 }
 
-} // namespace kess
+} // namespace engine

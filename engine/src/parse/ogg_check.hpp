@@ -1,19 +1,21 @@
-// What an Ogg file would cost the libraries that search it for pages, before they get it.
+// SPDX-License-Identifier: MIT
+// Checks of Ogg files before a library gets them: what it would cost to search them for pages.
 #pragma once
 
 #include "parse/file_kind.hpp"
-#include "parse/source_file.hpp"
+#include "parse/input_file.hpp"
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
-// Whether few enough page headers begin inside other pages. A library computes a checksum over the whole length
-// that such a header declares, and goes on after its first bytes: 28 bytes ask it for 65,000, again at each search.
-[[nodiscard]] bool oggPagesAreBearable(const FilePointer& file, const FileKind& kind);
+// ErrorCode::Damaged: too many page headers begin inside other pages. A library computes a checksum over the whole
+// length that such a header declares, and then continues after its first bytes: 28 bytes make it read 65,000, again at
+// each search.
+base::Result<> checkOggPages(const RecognisedFile& file);
 
-// The same, and whether all links together have no more than mostComments comments, and few enough first pages of
-// streams. opusfile keeps the comments of every link, and compares the first pages of a link with each other.
-[[nodiscard]] bool oggIsBearable(const FilePointer& file, const FileKind& kind, uint64_t mostComments);
+// The same, and ErrorCode::Damaged if all links together have more than maximumComments comments, or too many first
+// pages of streams. opusfile keeps the comments of every link, and compares the first pages of a link with each other.
+base::Result<> checkOggStreams(const RecognisedFile& file, uint64_t maximumComments);
 
-} // namespace kess
+} // namespace engine

@@ -1,35 +1,37 @@
+// SPDX-License-Identifier: MIT
 #include "parse/ogg_damage.hpp"
 
-#include "parse/bytes.hpp"
+#include "base/bytes.hpp"
 #include "parse/ogg_packets.hpp"
-#include "parse/vorbis_stream.hpp"
+#include "parse/ogg_pages.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <span>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-// No sound is that long; sums of what is less don't overflow.
-constexpr int64_t kMostPosition = int64_t{1} << 48;
+// No sound is that long. Sums of lower positions don't overflow.
+constexpr int64_t kMaximumPosition = int64_t{1} << 48;
 
-// More streams than this in one file are no sound. Those beyond aren't looked at.
-constexpr size_t kMostStreams = 4096;
+// A file with more streams than this isn't a sound file. The rest are ignored.
+constexpr size_t kMaximumStreams = 4096;
 
 struct StreamState
 {
     bool isSound = false;
     uint32_t nextNumber = 0; // of the next page
-    int64_t position = 0; // the last that a page had
+    int64_t position = 0; // of the last page that has one
 };
 
-// How many samples lie after the last position known, of which the page before `position` has its share.
+// How many samples are missing between the last known position and `position`. The page that ends there holds a share
+// of them, unless it is lost, too.
 uint64_t lostBefore(const StreamState& stream, int64_t position, uint32_t lostPages, bool isPageLost)
 {
-    if (position <= stream.position || position > kMostPosition)
+    if (position <= stream.position || position > kMaximumPosition)
         return 1;
     const auto samples = static_cast<uint64_t>(position - stream.position);
     return std::max<uint64_t>(1, isPageLost ? samples : samples * lostPages / (uint64_t{lostPages} + 1));
@@ -43,10 +45,10 @@ public:
         const auto number = static_cast<uint32_t>(ogg_page_pageno(&page));
         const int serial = ogg_page_serialno(&page);
         if (ogg_page_bos(&page)) {
-            if (mStreams.size() == kMostStreams)
+            if (mStreams.size() == kMaximumStreams)
                 mStreams.clear();
             const std::span<const uint8_t> body(page.body, static_cast<size_t>(page.body_len));
-            mStreams[serial] = {oggCodecOf(body) != OggCodec::Unknown, number + 1, 0};
+            mStreams[serial] = {recogniseOggCodec(body) != OggCodec::Unknown, number + 1, 0};
             return;
         }
         const auto found = mStreams.find(serial);
@@ -54,12 +56,12 @@ public:
             return;
         StreamState& stream = found->second;
         const int64_t position = ogg_page_granulepos(&page);
-        // Some encoders don't count; so smaller numbers than expected are no sign of loss.
+        // Some encoders don't count pages, so a lower number than expected is no sign of loss.
         const auto lost = static_cast<int32_t>(number - stream.nextNumber);
         if (lost > 0 && stream.position > 0)
             mLost += lostBefore(stream, position, static_cast<uint32_t>(lost), false);
         stream.nextNumber = number + 1;
-        if (position > 0 && position <= kMostPosition)
+        if (position > 0 && position <= kMaximumPosition)
             stream.position = position;
     }
 
@@ -70,11 +72,13 @@ public:
         constexpr size_t kMagicBytes = 4;
         if (rest.empty() || std::memcmp(rest.data(), "OggS", std::min(rest.size(), kMagicBytes)) != 0)
             return;
-        const auto found = rest.size() < kSerialEnd ? mStreams.end() : mStreams.find(static_cast<int>(le32(&rest[14])));
+        const auto found = rest.size() < kSerialEnd
+            ? mStreams.end()
+            : mStreams.find(static_cast<int>(base::loadLittle<uint32_t>(&rest[14])));
         if (found == mStreams.end() || !found->second.isSound)
             mLost += 1;
         else
-            mLost += lostBefore(found->second, static_cast<int64_t>(le64(&rest[6])), 1, true);
+            mLost += lostBefore(found->second, static_cast<int64_t>(base::loadLittle<uint64_t>(&rest[6])), 1, true);
     }
 
     [[nodiscard]] uint64_t lost() const { return mLost; }
@@ -98,4 +102,4 @@ uint64_t lostOggSamples(Cursor cursor)
     return count.lost();
 }
 
-} // namespace kess
+} // namespace engine

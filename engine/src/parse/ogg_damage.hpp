@@ -1,16 +1,17 @@
-// What is missing from an Ogg file, by its pages.
+// SPDX-License-Identifier: MIT
+// How much of an Ogg file is missing, according to its pages.
 #pragma once
 
-#include "parse/source_file.hpp"
+#include "parse/cursor.hpp"
 
 #include <cstdint>
 
-namespace kess {
+namespace engine {
 
-// Samples that the streams of sound have lost: with pages missing between others (as their numbers show) or damaged,
-// and with a last page that is cut short. As far as the positions on the pages don't show how many, at least 1 for
-// each; 0 for a whole file. A file that ends after a whole page is taken for whole even without the mark of its end,
-// and one may begin in the middle: that is how streams are recorded.
+// The samples that the streams have lost: with missing pages (as the page numbers show), damaged pages, and a last page
+// that is cut short. Where the positions of the pages don't show how many, at least 1 for each. 0 for a whole file. A
+// file that ends after a whole page counts as whole even without the mark of its end, and a file may begin in the
+// middle of a stream: recordings of streams do.
 [[nodiscard]] uint64_t lostOggSamples(Cursor cursor);
 
-} // namespace kess
+} // namespace engine

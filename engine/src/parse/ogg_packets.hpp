@@ -1,13 +1,14 @@
-// Header packets of an Ogg file, without a codec: which streams it holds, and their comments.
+// SPDX-License-Identifier: MIT
+// The first packets of an Ogg file: the codecs of its streams, and the comments.
 #pragma once
 
-#include "parse/source_file.hpp"
+#include "parse/input_file.hpp"
 
 #include <cstdint>
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 enum class OggCodec
 {
@@ -18,18 +19,17 @@ enum class OggCodec
     Flac
 };
 
-// By the first packet of a stream.
-[[nodiscard]] OggCodec oggCodecOf(std::span<const uint8_t> packet);
+// The codec of the stream that begins with packet.
+[[nodiscard]] OggCodec recogniseOggCodec(std::span<const uint8_t> packet);
+
+// How many bytes precede the comments in the second packet of a stream.
+[[nodiscard]] size_t commentOffset(OggCodec codec);
 
 // The codecs of the logical streams of the first link, in the file's order (RFC 3533, 6: all first pages come first).
 // Streams that aren't sound, such as video, are Unknown.
-[[nodiscard]] std::vector<OggCodec> oggCodecs(const SourceFile& file);
+[[nodiscard]] std::vector<OggCodec> oggCodecs(const InputFile& file);
 
-// The packet with the comments of the first stream that is sound, which is its second one, from behind its signature
-// on; empty when it is damaged or larger than a sane one.
-[[nodiscard]] std::vector<uint8_t> oggComments(const SourceFile& file);
+// The block of comments of the first stream that is sound. Empty if it is damaged or larger than 16 MiB.
+[[nodiscard]] std::vector<uint8_t> oggComments(const InputFile& file);
 
-// The same of each stream of the first link that is sound.
-[[nodiscard]] std::vector<std::vector<uint8_t>> allOggComments(const SourceFile& file);
-
-} // namespace kess
+} // namespace engine

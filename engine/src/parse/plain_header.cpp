@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "parse/plain_header.hpp"
 
-#include "parse/bytes.hpp"
-#include "parse/chunks.hpp"
+#include "base/bytes.hpp"
 #include "parse/sound_facts.hpp"
 
 #include <algorithm>
@@ -9,14 +9,14 @@
 #include <bit>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-// Formats with a table of coefficients or a name are longer than the plain ones, but not by this much.
-constexpr size_t kLongestFormat = 4096;
+// Formats that include a table of coefficients or a name are longer than others, but not as long as this.
+constexpr size_t kMaximumFormatBytes = 4096;
 
-// Puts a header together.
+// Assembles a header.
 class HeaderWriter
 {
 public:
@@ -53,19 +53,19 @@ private:
 
 std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t dataLength)
 {
-    constexpr uint64_t kLongestRiff = 0xffff0000u;
-    const std::vector<uint8_t> format = chunks.readAll("fmt ", kLongestFormat);
+    constexpr uint64_t kMaximumRiffBytes = 0xffff0000u;
+    const std::vector<uint8_t> format = chunks.readAll("fmt ", kMaximumFormatBytes);
     if (format.empty())
         return std::nullopt;
     HeaderWriter body(chunks.isBigEndian());
     body.chunk("fmt ", format);
-    std::vector<uint8_t> fact = chunks.readAll("fact", kLongestFormat);
+    std::vector<uint8_t> fact = chunks.readAll("fact", kMaximumFormatBytes);
     fact.resize(fact.size() < 4 ? 0 : 4);
     if (!fact.empty())
         body.chunk("fact", fact);
 
     HeaderWriter header(chunks.isBigEndian());
-    const bool isLong = dataLength > kLongestRiff && !chunks.isBigEndian();
+    const bool isLong = dataLength > kMaximumRiffBytes && !chunks.isBigEndian();
     if (isLong) {
         constexpr uint64_t kSizesChunk = 36; // the two lengths, the count of samples and an empty table
         const uint64_t riffLength = 4 + kSizesChunk + body.size() + 8 + dataLength;
@@ -90,8 +90,8 @@ std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t 
     return bytes;
 }
 
-// The whole of a FORM: its body so far, with samples of dataLength bytes to follow.
-std::vector<uint8_t> formOf(HeaderWriter& body, uint64_t dataLength)
+// A complete FORM: its body so far, to be followed by dataLength bytes of samples.
+std::vector<uint8_t> makeForm(HeaderWriter& body, uint64_t dataLength)
 {
     HeaderWriter header(true);
     header.text("FORM");
@@ -102,29 +102,27 @@ std::vector<uint8_t> formOf(HeaderWriter& body, uint64_t dataLength)
     return bytes;
 }
 
-std::optional<std::vector<uint8_t>> aiffHeader(const SourceFile& file, const FileKind& kind, const ChunkList& chunks,
-                                               uint64_t dataLength)
+std::optional<std::vector<uint8_t>> aiffHeader(const RecognisedFile& file, uint64_t dataLength)
 {
-    const std::vector<uint8_t> common = chunks.readAll("COMM", kLongestFormat);
+    const std::vector<uint8_t> common = file.chunks.readAll("COMM", kMaximumFormatBytes);
     char type[4];
-    if (common.empty() || !file.readAllAt(kind.begin + 8, type, sizeof type))
+    if (common.empty() || !file.file->readAllAt(file.kind.begin + 8, type, sizeof type))
         return std::nullopt;
     HeaderWriter body(true);
     body.text(std::string_view(type, sizeof type));
     body.chunk("COMM", common);
     body.text("SSND");
     body.number(dataLength, 4);
-    return formOf(body, dataLength);
+    return makeForm(body, dataLength);
 }
 
-// A header of the old Amiga format, whose samples are in BODY. No other chunk but these is needed to decode them.
-std::optional<std::vector<uint8_t>> amigaHeader(const SourceFile& file, const FileKind& kind, const ChunkList& chunks,
-                                                uint64_t dataLength)
+// A header of the old Amiga format, whose samples are in BODY. Decoding needs no other chunk.
+std::optional<std::vector<uint8_t>> amigaHeader(const RecognisedFile& file, uint64_t dataLength)
 {
-    const std::vector<uint8_t> voice = chunks.readAll("VHDR", kLongestFormat);
-    const std::vector<uint8_t> channels = chunks.readAll("CHAN", kLongestFormat);
+    const std::vector<uint8_t> voice = file.chunks.readAll("VHDR", kMaximumFormatBytes);
+    const std::vector<uint8_t> channels = file.chunks.readAll("CHAN", kMaximumFormatBytes);
     char type[4];
-    if (voice.empty() || !file.readAllAt(kind.begin + 8, type, sizeof type))
+    if (voice.empty() || !file.file->readAllAt(file.kind.begin + 8, type, sizeof type))
         return std::nullopt;
     HeaderWriter body(true);
     body.text(std::string_view(type, sizeof type));
@@ -133,72 +131,66 @@ std::optional<std::vector<uint8_t>> amigaHeader(const SourceFile& file, const Fi
         body.chunk("CHAN", channels);
     body.text("BODY");
     body.number(dataLength, 4);
-    return formOf(body, dataLength);
+    return makeForm(body, dataLength);
 }
 
-bool isAmiga(const SourceFile& file, const FileKind& kind)
-{
-    std::array<char, 4> magic;
-    return kind.type == KESS_SOUND_TYPE_OTHER && file.readAllAt(kind.begin, magic.data(), magic.size())
-        && std::string_view(magic.data(), magic.size()) == "FORM";
-}
-
-// A file of no samples needs no chunk for them, as its format says (Audio Interchange File Format 1.3). A chunk that is
-// missing although there are samples was cut off.
+// A file without samples needs no chunk for them (Audio Interchange File Format 1.3). If there are samples, a missing
+// chunk was cut off.
 bool isMeantToBeEmpty(const ChunkList& chunks)
 {
     std::array<uint8_t, 6> common;
-    return chunks.read("COMM", common.data(), common.size()) && be32(&common[2]) == 0;
+    return chunks.read("COMM", common.data(), common.size()) && base::loadBig<uint32_t>(&common[2]) == 0;
 }
 
-std::optional<Cursor> emptyAiff(const std::shared_ptr<const SourceFile>& file, const FileKind& kind,
-                                const ChunkList& chunks)
+std::optional<Cursor> emptyAiff(const RecognisedFile& file)
 {
-    constexpr size_t kBeforeSamples = 8; // two numbers that every chunk of samples begins with
-    auto header = aiffHeader(*file, kind, chunks, kBeforeSamples);
+    constexpr size_t kBeforeSamples = 8; // two numbers at the start of every chunk of samples
+    auto header = aiffHeader(file, kBeforeSamples);
     if (!header)
         return std::nullopt;
     header->resize(header->size() + kBeforeSamples);
-    return Cursor(file, kind.end, kind.end, std::move(*header));
+    return Cursor(file.file, file.kind.end, file.kind.end, std::move(*header));
 }
 
-// Whether a WAV format is one of plain samples that are stored in the way in which they are delivered. Programs that
-// padded samples or counted bits in ways of their own exist, so everything that is told must agree.
+// Whether a WAV format stores plain samples exactly as they are delivered. Some programs pad samples or count bits in
+// their own way, so all fields must agree.
 bool isPlain(const std::vector<uint8_t>& format, const SoundFacts& facts)
 {
     constexpr uint16_t kIntegers = 1;
     constexpr uint16_t kFloats = 3;
     constexpr uint16_t kExtensible = 0xfffe;
     constexpr size_t kExtensibleBytes = 40;
-    // What follows the number of the encoding in a GUID that stands for one.
+    // The rest of the GUID of an encoding, after the number.
     static constexpr std::array<uint8_t, 14> kGuidRest{0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71};
     if (format.size() < 16)
         return false;
     const size_t sampleBytes = bytesPerSample(facts.format);
     const size_t bits = 8 * sampleBytes;
-    uint16_t encoding = le16(&format[0]);
+    uint16_t encoding = base::loadLittle<uint16_t>(&format[0]);
     if (encoding == kExtensible) {
-        if (format.size() < kExtensibleBytes || le16(&format[18]) != bits
+        if (format.size() < kExtensibleBytes || base::loadLittle<uint16_t>(&format[18]) != bits
             || !std::equal(kGuidRest.begin(), kGuidRest.end(), &format[26]))
             return false;
-        encoding = le16(&format[24]);
+        encoding = base::loadLittle<uint16_t>(&format[24]);
     }
     // Samples of 8 bits are stored without a sign and delivered with one.
     const bool isFloat = facts.format == KESS_SOUND_FORMAT_PCMFLOAT;
-    return sampleBytes > 1 && encoding == (isFloat ? kFloats : kIntegers) && le16(&format[2]) == facts.channels
-        && le16(&format[12]) == static_cast<size_t>(facts.channels) * sampleBytes && le16(&format[14]) == bits;
+    return sampleBytes > 1 && encoding == (isFloat ? kFloats : kIntegers)
+        && base::loadLittle<uint16_t>(&format[2]) == facts.channels
+        && base::loadLittle<uint16_t>(&format[12]) == static_cast<size_t>(facts.channels) * sampleBytes
+        && base::loadLittle<uint16_t>(&format[14]) == bits;
 }
 
 } // namespace
 
-std::optional<RawSamples> rawSamples(const SourceFile& file, const FileKind& kind, const SoundFacts& facts)
+std::optional<RawSamples> rawSamples(const RecognisedFile& file, const SoundFacts& facts)
 {
     static_assert(std::endian::native == std::endian::little, "samples are delivered in the processor's order");
-    if (kind.type != KESS_SOUND_TYPE_WAV)
+    if (file.kind.type != KESS_SOUND_TYPE_WAV)
         return std::nullopt;
-    const ChunkList chunks(file, kind.begin, kind.end);
+    const ChunkList& chunks = file.chunks;
     const Chunk* data = chunks.find("data");
-    if (!data || chunks.isBigEndian() || !isPlain(chunks.readAll("fmt ", kLongestFormat), facts))
+    if (!data || chunks.isBigEndian() || !isPlain(chunks.readAll("fmt ", kMaximumFormatBytes), facts))
         return std::nullopt;
     const uint64_t frameBytes = static_cast<uint64_t>(facts.channels) * bytesPerSample(facts.format);
     if (facts.sampleCount == 0 || facts.sampleCount != data->length / frameBytes)
@@ -206,22 +198,22 @@ std::optional<RawSamples> rawSamples(const SourceFile& file, const FileKind& kin
     return RawSamples{data->offset, facts.sampleCount * frameBytes};
 }
 
-std::optional<Cursor> plainView(const std::shared_ptr<const SourceFile>& file, const FileKind& kind)
+std::optional<Cursor> plainView(const RecognisedFile& file)
 {
-    const bool isWav = kind.type == KESS_SOUND_TYPE_WAV;
-    const bool isOld = isAmiga(*file, kind);
-    if (!isWav && !isOld && kind.type != KESS_SOUND_TYPE_AIFF)
-        return Cursor(file, kind.begin, kind.end);
-    const ChunkList chunks(*file, kind.begin, kind.end);
-    const Chunk* data = chunks.find(isWav ? "data" : isOld ? "BODY" : "SSND");
+    const ChunkList& chunks = file.chunks;
+    const bool isWav = file.kind.type == KESS_SOUND_TYPE_WAV;
+    const bool isAiff = file.kind.type == KESS_SOUND_TYPE_AIFF;
+    if (!isWav && !chunks.isForm())
+        return file.cursor();
+    const Chunk* data = chunks.find(isWav ? "data" : isAiff ? "SSND" : "BODY");
     if (!data)
-        return !isWav && !isOld && isMeantToBeEmpty(chunks) ? emptyAiff(file, kind, chunks) : std::nullopt;
+        return isAiff && isMeantToBeEmpty(chunks) ? emptyAiff(file) : std::nullopt;
     auto header = isWav ? wavHeader(chunks, data->length)
-        : isOld         ? amigaHeader(*file, kind, chunks, data->length)
-                        : aiffHeader(*file, kind, chunks, data->length);
+        : isAiff        ? aiffHeader(file, data->length)
+                        : amigaHeader(file, data->length);
     if (!header)
         return std::nullopt;
-    return Cursor(file, data->offset, data->offset + data->length, std::move(*header));
+    return Cursor(file.file, data->offset, data->offset + data->length, std::move(*header));
 }
 
-} // namespace kess
+} // namespace engine

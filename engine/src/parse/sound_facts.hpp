@@ -1,7 +1,10 @@
-// What the engine knows of one sound.
+// SPDX-License-Identifier: MIT
+// What the engine knows about one sound.
 #pragma once
 
 #include "kess.h"
+
+#include "base/markers.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,23 +12,9 @@
 #include <string>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
-// The stretch that is repeated.
-struct Loop
-{
-    uint64_t start = 0; // first sample of the loop
-    uint64_t end = 0; // the sample behind its last one
-};
-
-// A marked place.
-struct SyncPoint
-{
-    uint64_t sample = 0;
-    std::string name; // UTF-8, may be empty
-};
-
-// How a bank keeps a sound.
+// How a bank stores a sound.
 struct Encoding
 {
     KESS_CODEC codec = KESS_CODEC_UNKNOWN;
@@ -34,14 +23,14 @@ struct Encoding
     uint64_t extraBytes = 0;
 };
 
-// A stretch of a file that holds nothing but the samples of a sound, as Decoder::read delivers them.
+// A range of a file that consists of the samples of a sound, as Decoder::read delivers them.
 struct RawSamples
 {
     uint64_t offset = 0;
     uint64_t bytes = 0;
 };
 
-// All that the engine tells of a sound.
+// Everything that the engine reports about a sound.
 struct SoundFacts
 {
     KESS_SOUND_TYPE type = KESS_SOUND_TYPE_UNKNOWN;
@@ -49,12 +38,11 @@ struct SoundFacts
     int channels = 0; // 1 to KESS_MAX_CHANNELS
     double sampleRate = 0; // hertz
     uint64_t sampleCount = 0; // samples of one channel
-    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short; decoders that don't know leave it
-    std::optional<RawSamples> raw; // none also where that isn't certain
-    std::optional<Loop> loop;
-    std::vector<SyncPoint> syncPoints; // by position
-    uint64_t droppedSyncPoints = 0; // those inside the sound that are too many
-    uint64_t droppedNames = 0; // of the sync points that are there
+    uint64_t declaredCount = 0; // more than sampleCount: the file was cut short; decoders that don't know leave it 0
+    std::optional<RawSamples> raw; // none where that isn't certain, too
+    std::optional<base::Loop> loop;
+    std::vector<base::SyncPoint> syncPoints; // by position
+    std::vector<std::string> remarks; // what of the file is left out, in words
     std::optional<float> peak;
     std::string name;
     std::optional<Encoding> encoding; // of a sound in a bank
@@ -66,4 +54,4 @@ inline size_t bytesPerSample(KESS_SOUND_FORMAT format)
     return format == KESS_SOUND_FORMAT_PCMFLOAT ? 4 : static_cast<size_t>(format);
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "parse/tags.hpp"
 
-#include "parse/bytes.hpp"
-#include "parse/chunks.hpp"
+#include "base/bytes.hpp"
+#include "base/utf8.hpp"
+#include "parse/comments.hpp"
 #include "parse/ogg_packets.hpp"
 
 #include <algorithm>
@@ -14,82 +16,70 @@
 #include <string>
 #include <string_view>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
-constexpr size_t kLongestTagChunk = 32u << 20;
-constexpr size_t kMaxSyncPoints = 65536;
-constexpr size_t kMaxComments = 65536;
-constexpr size_t kLongestName = 1024;
+constexpr size_t kMaximumTagChunkBytes = 32u << 20;
+constexpr size_t kMaximumSyncPoints = 65536;
+constexpr size_t kMaximumNameBytes = 1024;
 
-// Adds what the file claims, as far as it lies inside the sound.
+// Collects the markers of a file that lie inside its sound.
 class TagCollector
 {
 public:
-    explicit TagCollector(SoundFacts* facts)
-        : mFacts(*facts)
+    explicit TagCollector(SoundFacts& facts)
+        : mFacts(facts)
     { }
 
-    // Many programs count the end one sample further than the format wants it, and some editors cut a sound and leave
-    // its loop as it was.
+    // Many programs store an end that is one sample too high, and some editors shorten a sound and leave its loop
+    // unchanged.
     void loop(uint64_t start, uint64_t end)
     {
         end = std::min(end, mFacts.sampleCount);
         if (start < end)
-            mFacts.loop = Loop{start, end};
+            mFacts.loop = base::Loop{start, end};
     }
 
-    void syncPoint(uint64_t sample, std::string name)
+    void syncPoint(uint64_t frame, std::string name)
     {
-        if (sample > mFacts.sampleCount)
+        if (frame > mFacts.sampleCount)
             return;
-        if (mFacts.syncPoints.size() < kMaxSyncPoints)
-            mFacts.syncPoints.push_back(SyncPoint{sample, std::move(name)});
+        if (mFacts.syncPoints.size() < kMaximumSyncPoints)
+            mFacts.syncPoints.push_back({frame, std::move(name)});
         else
-            ++mFacts.droppedSyncPoints;
+            ++mDropped;
     }
 
-    // So many more couldn't be read, or their names couldn't.
-    void dropSyncPoints(uint64_t count) { mFacts.droppedSyncPoints += count; }
-    void dropNames() { mFacts.droppedNames = mFacts.syncPoints.size(); }
+    // That many more sync points weren't read, or the names of all.
+    void dropSyncPoints(uint64_t count) { mDropped += count; }
+    void dropNames() { mDropsNames = true; }
 
     void finish()
     {
-        std::stable_sort(mFacts.syncPoints.begin(), mFacts.syncPoints.end(),
-                         [](const SyncPoint& left, const SyncPoint& right) { return left.sample < right.sample; });
+        std::stable_sort(
+            mFacts.syncPoints.begin(), mFacts.syncPoints.end(),
+            [](const base::SyncPoint& left, const base::SyncPoint& right) { return left.frame < right.frame; });
+        if (mDropped > 0)
+            mFacts.remarks.push_back(std::to_string(mDropped)
+                                     + " of its markers were left out, because a sound can't have more than "
+                                     + std::to_string(kMaximumSyncPoints));
+        if (mDropsNames && !mFacts.syncPoints.empty())
+            mFacts.remarks.emplace_back("the names of its markers are left out, because they are too long in total");
     }
 
 private:
     SoundFacts& mFacts;
+    uint64_t mDropped = 0; // sync points
+    bool mDropsNames = false;
 };
 
-bool isUtf8(std::string_view text)
-{
-    for (size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<uint8_t>(text[i]);
-        const size_t length = lead < 0x80 ? 1
-            : lead >= 0xc2 && lead < 0xe0 ? 2
-            : lead >= 0xe0 && lead < 0xf0 ? 3
-            : lead >= 0xf0 && lead < 0xf5 ? 4
-                                          : 0;
-        if (length == 0 || i + length > text.size())
-            return false;
-        for (size_t j = 1; j < length; ++j) {
-            if ((static_cast<uint8_t>(text[i + j]) & 0xc0) != 0x80)
-                return false;
-        }
-        i += length;
-    }
-    return true;
-}
-
-// Text up to its first NUL. Old programs write names in Latin-1: what isn't UTF-8 is taken for that.
+// A text up to its first NUL. Old programs write names in Latin-1, so text that isn't UTF-8 is read as Latin-1.
 std::string nameFrom(const uint8_t* bytes, size_t count)
 {
-    std::string_view text(reinterpret_cast<const char*>(bytes), std::min(count, kLongestName));
+    std::string_view text(reinterpret_cast<const char*>(bytes), std::min(count, kMaximumNameBytes));
     text = text.substr(0, text.find('\0'));
-    if (isUtf8(text))
+    if (base::isUtf8(text))
         return std::string(text);
     std::string converted;
     for (char character : text) {
@@ -104,76 +94,80 @@ std::string nameFrom(const uint8_t* bytes, size_t count)
     return converted;
 }
 
-// Reads numbers in the order of bytes that the container has.
-struct Order
+// Loads numbers in the byte order of the container.
+struct ByteOrder
 {
-    bool bigEndian;
-    [[nodiscard]] uint32_t u32(const uint8_t* bytes) const { return bigEndian ? be32(bytes) : le32(bytes); }
+    bool isBigEndian;
+    [[nodiscard]] uint32_t load32(const uint8_t* bytes) const
+    {
+        return isBigEndian ? base::loadBig<uint32_t>(bytes) : base::loadLittle<uint32_t>(bytes);
+    }
 };
 
-// *isComplete is cleared where there are more of them than are read.
-std::map<uint32_t, std::string> readLabels(const ChunkList& chunks, const Order& order, bool* isComplete)
+// The names of cue points by identifier. Reports to the collector if there are more than are read.
+std::map<uint32_t, std::string> readLabels(const ChunkList& chunks, const ByteOrder& order, TagCollector& collector)
 {
     std::map<uint32_t, std::string> labels;
     for (const Chunk& chunk : chunks.all()) {
         if (std::string_view(chunk.id.data(), 4) != "LIST")
             continue;
-        *isComplete = *isComplete && chunk.length <= kLongestTagChunk;
-        const std::vector<uint8_t> list = chunks.readAll(chunk, kLongestTagChunk);
+        if (chunk.length > kMaximumTagChunkBytes)
+            collector.dropNames();
+        const std::vector<uint8_t> list = chunks.readAll(chunk, kMaximumTagChunkBytes);
         if (list.size() < 4 || std::memcmp(list.data(), "adtl", 4) != 0)
             continue;
         for (size_t i = 4; i + 12 <= list.size();) {
-            const size_t length = order.u32(&list[i + 4]);
+            const size_t length = order.load32(&list[i + 4]);
             const size_t data = i + 8;
             if (length > list.size() - data)
                 break;
             if (std::memcmp(&list[i], "labl", 4) == 0 && length >= 4)
-                labels[order.u32(&list[data])] = nameFrom(list.data() + data + 4, length - 4);
+                labels[order.load32(&list[data])] = nameFrom(list.data() + data + 4, length - 4);
             i = data + length + (length & 1);
         }
     }
     return labels;
 }
 
-void readWavTags(const SourceFile& file, const FileKind& kind, TagCollector& collector)
+void readWavLoop(const ChunkList& chunks, const ByteOrder& order, TagCollector& collector)
 {
-    const ChunkList chunks(file, kind.begin, kind.end);
-    const Order order{chunks.isBigEndian()};
-
     constexpr size_t kSamplerHeader = 36;
     constexpr size_t kSamplerLoop = 24;
-    const std::vector<uint8_t> sampler = chunks.readAll("smpl", kLongestTagChunk);
-    if (sampler.size() >= kSamplerHeader + kSamplerLoop && order.u32(&sampler[28]) > 0) {
-        // The first loop is the one that sounds while a note is held. Its last sample is played.
-        const uint8_t* loop = &sampler[kSamplerHeader];
-        collector.loop(order.u32(loop + 8), uint64_t{order.u32(loop + 12)} + 1);
-    }
+    const std::vector<uint8_t> sampler = chunks.readAll("smpl", kMaximumTagChunkBytes);
+    if (sampler.size() < kSamplerHeader + kSamplerLoop || order.load32(&sampler[28]) == 0)
+        return;
+    // The first loop is the one that is played while a note is held. Its last sample is included.
+    const uint8_t* loop = &sampler[kSamplerHeader];
+    collector.loop(order.load32(loop + 8), uint64_t{order.load32(loop + 12)} + 1);
+}
+
+void readWavTags(const ChunkList& chunks, TagCollector& collector)
+{
+    const ByteOrder order{chunks.isBigEndian()};
+    readWavLoop(chunks, order, collector);
 
     constexpr size_t kCueHeader = 4;
     constexpr size_t kCuePoint = 24;
     const Chunk* chunk = chunks.find("cue ");
-    std::vector<uint8_t> cues(chunk ? size_t(std::min<uint64_t>(chunk->length, kCueHeader + kMaxSyncPoints * kCuePoint))
-                                    : 0);
+    const uint64_t available = chunk ? chunk->length : 0;
+    std::vector<uint8_t> cues(size_t(std::min<uint64_t>(available, kCueHeader + kMaximumSyncPoints * kCuePoint)));
     if (cues.size() < kCueHeader || !chunks.read("cue ", cues.data(), cues.size()))
         return;
-    bool isComplete = true;
-    std::map<uint32_t, std::string> labels = readLabels(chunks, order, &isComplete);
-    const uint64_t there = std::min<uint64_t>(order.u32(cues.data()), (chunk->length - kCueHeader) / kCuePoint);
-    const size_t count = std::min<size_t>(there, (cues.size() - kCueHeader) / kCuePoint);
+    std::map<uint32_t, std::string> labels = readLabels(chunks, order, collector);
+    const uint64_t stored = std::min<uint64_t>(order.load32(cues.data()), (available - kCueHeader) / kCuePoint);
+    const size_t count = std::min<size_t>(stored, (cues.size() - kCueHeader) / kCuePoint);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* point = &cues[kCueHeader + i * kCuePoint];
-        collector.syncPoint(order.u32(point + 20), labels[order.u32(point)]);
+        collector.syncPoint(order.load32(point + 20), labels[order.load32(point)]);
     }
-    collector.dropSyncPoints(there - count);
-    if (!isComplete)
-        collector.dropNames();
+    collector.dropSyncPoints(stored - count);
 }
 
-// Markers of an AIFF file by their id, and in the order of the file.
+// A marker of an AIFF file.
 struct AiffMarker
 {
     uint16_t id;
-    uint64_t sample;
+    uint64_t frame;
     std::string name;
 };
 
@@ -182,13 +176,14 @@ std::vector<AiffMarker> readAiffMarkers(const std::vector<uint8_t>& bytes)
     std::vector<AiffMarker> markers;
     if (bytes.size() < 2)
         return markers;
-    const size_t count = be16(bytes.data());
+    const size_t count = base::loadBig<uint16_t>(bytes.data());
     size_t position = 2;
     while (markers.size() < count && position + 7 <= bytes.size()) {
         const size_t length = bytes[position + 6];
         if (length > bytes.size() - position - 7)
             break;
-        markers.push_back(AiffMarker{be16(&bytes[position]), be32(&bytes[position + 2]),
+        markers.push_back(AiffMarker{base::loadBig<uint16_t>(&bytes[position]),
+                                     base::loadBig<uint32_t>(&bytes[position + 2]),
                                      nameFrom(bytes.data() + position + 7, length)});
         position += 7 + length;
         position += position & 1; // the length byte and the text together are padded to an even number
@@ -196,10 +191,9 @@ std::vector<AiffMarker> readAiffMarkers(const std::vector<uint8_t>& bytes)
     return markers;
 }
 
-void readAiffTags(const SourceFile& file, const FileKind& kind, TagCollector& collector)
+void readAiffTags(const ChunkList& chunks, TagCollector& collector)
 {
-    const ChunkList chunks(file, kind.begin, kind.end);
-    const std::vector<AiffMarker> markers = readAiffMarkers(chunks.readAll("MARK", kLongestTagChunk));
+    const std::vector<AiffMarker> markers = readAiffMarkers(chunks.readAll("MARK", kMaximumTagChunkBytes));
     const auto find = [&](uint16_t id) {
         return std::find_if(markers.begin(), markers.end(), [&](const AiffMarker& marker) { return marker.id == id; });
     };
@@ -211,19 +205,20 @@ void readAiffTags(const SourceFile& file, const FileKind& kind, TagCollector& co
     std::array<uint8_t, 20> instrument;
     if (chunks.read("INST", instrument.data(), instrument.size())) {
         for (size_t loop : {kRelease, kSustain}) {
-            const uint16_t first = be16(&instrument[loop + 2]);
-            const uint16_t last = be16(&instrument[loop + 4]);
-            if (be16(&instrument[loop]) == 0 || find(first) == markers.end() || find(last) == markers.end())
+            const uint16_t first = base::loadBig<uint16_t>(&instrument[loop + 2]);
+            const uint16_t last = base::loadBig<uint16_t>(&instrument[loop + 4]);
+            if (base::loadBig<uint16_t>(&instrument[loop]) == 0 || find(first) == markers.end()
+                || find(last) == markers.end())
                 continue;
             used.insert(used.end(), {first, last});
-            // A marker stands between two samples: that of the end is the one behind the last sample.
+            // A marker lies between two samples: the marker of the end lies after the last sample.
             if (loop == kSustain)
-                collector.loop(find(first)->sample, find(last)->sample);
+                collector.loop(find(first)->frame, find(last)->frame);
         }
     }
     for (const AiffMarker& marker : markers) {
         if (std::find(used.begin(), used.end(), marker.id) == used.end())
-            collector.syncPoint(marker.sample, marker.name);
+            collector.syncPoint(marker.frame, marker.name);
     }
 }
 
@@ -236,7 +231,7 @@ std::optional<uint64_t> parseNumber(std::string_view text)
     return number;
 }
 
-// "HH:MM:SS.mmm", in seconds. Not by the C library, whose decimal point depends on the locale.
+// Parses "HH:MM:SS.mmm" and returns seconds. The C library isn't used: its decimal point depends on the locale.
 std::optional<double> parseTime(std::string_view text)
 {
     const size_t first = text.find(':');
@@ -248,50 +243,11 @@ std::optional<double> parseTime(std::string_view text)
     const char* end = text.data() + text.size();
     double seconds = 0;
     const auto [stop, error] = std::from_chars(text.data() + second + 1, end, seconds, std::chars_format::fixed);
-    constexpr uint64_t kLongest = 1'000'000;
-    if (!hours || !minutes || *hours > kLongest || *minutes > kLongest || error != std::errc{} || stop != end
-        || !(seconds >= 0) || seconds > static_cast<double>(kLongest))
+    constexpr uint64_t kMaximumValue = 1'000'000;
+    if (!hours || !minutes || *hours > kMaximumValue || *minutes > kMaximumValue || error != std::errc{} || stop != end
+        || !(seconds >= 0) || seconds > static_cast<double>(kMaximumValue))
         return std::nullopt;
     return static_cast<double>(*hours) * 3600 + static_cast<double>(*minutes) * 60 + seconds;
-}
-
-using Comments = std::map<std::string, std::string>; // by name in capitals
-
-// The list of comments as Vorbis writes it, which all of Xiph's formats share (Vorbis I, 5.2).
-Comments parseComments(const std::vector<uint8_t>& bytes)
-{
-    Comments comments;
-    size_t position = 0;
-    const auto readLength = [&](size_t* length) {
-        if (bytes.size() - position < 4)
-            return false;
-        *length = le32(&bytes[position]);
-        position += 4;
-        return true;
-    };
-    size_t length = 0;
-    size_t count = 0;
-    if (!readLength(&length) || length > bytes.size() - position)
-        return comments;
-    position += length;
-    if (!readLength(&count))
-        return comments;
-    for (size_t i = 0; i < count && comments.size() < kMaxComments; ++i) {
-        if (!readLength(&length) || length > bytes.size() - position)
-            break;
-        const std::string_view text(reinterpret_cast<const char*>(bytes.data()) + position, length);
-        position += length;
-        const size_t equals = text.find('=');
-        if (equals == text.npos || length > kLongestName)
-            continue;
-        std::string name(text.substr(0, equals));
-        for (char& character : name) {
-            if (character >= 'a' && character <= 'z')
-                character = static_cast<char>(character - 'a' + 'A');
-        }
-        comments.emplace(std::move(name), text.substr(equals + 1));
-    }
-    return comments;
 }
 
 void readCommentTags(const Comments& comments, double sampleRate, TagCollector& collector)
@@ -327,55 +283,45 @@ void readCommentTags(const Comments& comments, double sampleRate, TagCollector& 
 }
 
 // The block of comments among a FLAC file's metadata blocks.
-std::vector<uint8_t> flacComments(const SourceFile& file, uint64_t begin)
+std::vector<uint8_t> flacComments(const RecognisedFile& recognised)
 {
     constexpr uint8_t kCommentBlock = 4;
-    constexpr int kMaxBlocks = 256;
-    constexpr size_t kLongestComments = 16u << 20;
-    uint64_t position = begin + 4;
+    constexpr int kMaximumBlocks = 256;
+    constexpr size_t kMaximumBlockBytes = 16u << 20;
+    const InputFile& file = *recognised.file;
+    uint64_t offset = recognised.kind.begin + 4;
     std::array<uint8_t, 4> header;
-    for (int block = 0; block < kMaxBlocks && file.readAllAt(position, header.data(), header.size()); ++block) {
-        const size_t length = be24(&header[1]);
-        position += header.size();
+    for (int block = 0; block < kMaximumBlocks && file.readAllAt(offset, header.data(), header.size()); ++block) {
+        const size_t length = base::loadBig<uint32_t>(header.data()) & 0xffffff;
+        offset += header.size();
         if ((header[0] & 0x7f) == kCommentBlock) {
-            std::vector<uint8_t> bytes(std::min({length, kLongestComments, static_cast<size_t>(file.size())}));
-            return file.readAllAt(position, bytes.data(), bytes.size()) ? bytes : std::vector<uint8_t>{};
+            std::vector<uint8_t> bytes(std::min({length, kMaximumBlockBytes, static_cast<size_t>(file.size())}));
+            return file.readAllAt(offset, bytes.data(), bytes.size()) ? bytes : std::vector<uint8_t>{};
         }
         if (header[0] & 0x80)
             break;
-        position += length;
+        offset += length;
     }
     return {};
 }
 
 } // namespace
 
-uint64_t commentCount(const SourceFile& file)
-{
-    uint64_t most = 0;
-    for (const std::vector<uint8_t>& bytes : allOggComments(file)) {
-        const uint64_t vendorBytes = bytes.size() < 4 ? 0 : le32(bytes.data());
-        if (bytes.size() >= 8 && vendorBytes <= bytes.size() - 8)
-            most = std::max<uint64_t>(most, le32(&bytes[4 + vendorBytes]));
-    }
-    return most;
-}
-
-void readTags(const SourceFile& file, const FileKind& kind, SoundFacts* facts)
+void readTags(const RecognisedFile& file, SoundFacts& facts)
 {
     TagCollector collector(facts);
-    switch (kind.type) {
+    switch (file.kind.type) {
     case KESS_SOUND_TYPE_WAV:
-        readWavTags(file, kind, collector);
+        readWavTags(file.chunks, collector);
         break;
     case KESS_SOUND_TYPE_AIFF:
-        readAiffTags(file, kind, collector);
+        readAiffTags(file.chunks, collector);
         break;
     case KESS_SOUND_TYPE_FLAC:
-        readCommentTags(parseComments(flacComments(file, kind.begin)), facts->sampleRate, collector);
+        readCommentTags(parseComments(flacComments(file)), facts.sampleRate, collector);
         break;
     case KESS_SOUND_TYPE_OGG:
-        readCommentTags(parseComments(oggComments(file)), facts->sampleRate, collector);
+        readCommentTags(parseComments(oggComments(*file.file)), facts.sampleRate, collector);
         break;
     default:
         break;
@@ -383,4 +329,4 @@ void readTags(const SourceFile& file, const FileKind& kind, SoundFacts* facts)
     collector.finish();
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/vorbis_headers.hpp"
 
 #include "parse/vorbis_setup_check.hpp"
@@ -6,13 +7,13 @@
 #include <array>
 #include <optional>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
 constexpr std::array<uint8_t, 7> kCommentSignature{3, 'v', 'o', 'r', 'b', 'i', 's'};
 
-// The library wants to see a comment header between the two that matter: no vendor, no comments, framing bit.
+// The library expects a comment header between the two others: no vendor, no comments, framing bit.
 constexpr std::array<uint8_t, 16> kEmptyComments{3, 'v', 'o', 'r', 'b', 'i', 's', 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
 } // namespace
@@ -46,13 +47,13 @@ bool VorbisHeaders::addIdentification(std::span<const uint8_t> packet)
 {
     mCount = 1;
     mPackets.assign(packet.begin(), packet.end());
-    return handOver(packet, true);
+    return pass(packet, true);
 }
 
 bool VorbisHeaders::addSetup(std::span<const uint8_t> packet)
 {
     const std::optional<uint64_t> bytes = vorbisSetupBytes(packet.data(), packet.size());
-    if (!bytes || !handOver(kEmptyComments, false) || !handOver(packet, false))
+    if (!bytes || !pass(kEmptyComments, false) || !pass(packet, false))
         return false;
     mCount = 3;
     mPackets.insert(mPackets.end(), packet.begin(), packet.end());
@@ -76,7 +77,7 @@ bool VorbisHeaders::makeState(vorbis_dsp_state* state) const
     return !mIsBroken;
 }
 
-bool VorbisHeaders::handOver(std::span<const uint8_t> bytes, bool first)
+bool VorbisHeaders::pass(std::span<const uint8_t> bytes, bool first)
 {
     ogg_packet packet{};
     packet.packet = const_cast<unsigned char*>(bytes.data());
@@ -86,4 +87,4 @@ bool VorbisHeaders::handOver(std::span<const uint8_t> bytes, bool first)
     return vorbis_synthesis_headerin(&mInfo, &mComment, &packet) == 0;
 }
 
-} // namespace kess
+} // namespace engine

@@ -1,4 +1,5 @@
-// The headers of a Vorbis stream on their way into libvorbis.
+// SPDX-License-Identifier: MIT
+// The headers of a Vorbis stream for libvorbis.
 #pragma once
 
 #include <vorbis/codec.h>
@@ -7,10 +8,10 @@
 #include <span>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
-// What libvorbis knows of a stream. Its comments are never handed over: each would cost several allocations, and
-// nobody asks the library for them.
+// The headers of a stream in the form of libvorbis. Comments are never passed to it: each would cost several
+// allocations, and the library's copies aren't used.
 class VorbisHeaders
 {
 public:
@@ -19,10 +20,10 @@ public:
     VorbisHeaders(const VorbisHeaders&) = delete;
     VorbisHeaders& operator=(const VorbisHeaders&) = delete;
 
-    // Takes the next of the three headers; false when it isn't one, or one that asks for too much memory.
+    // Takes the next of the three headers. Returns false if it isn't one, or needs too much memory.
     [[nodiscard]] bool add(std::span<const uint8_t> packet);
 
-    // The first and the third, for those who keep no comments.
+    // The first and the third, where there are no comments.
     [[nodiscard]] bool addIdentification(std::span<const uint8_t> packet);
     [[nodiscard]] bool addSetup(std::span<const uint8_t> packet);
 
@@ -32,18 +33,18 @@ public:
     // The library's functions take it without const, and don't change it.
     [[nodiscard]] vorbis_info* info() const { return &mInfo; }
 
-    // Makes the state of a decoder, to be ended by vorbis_dsp_clear() whatever the answer. The first one builds the
-    // tables that all share; where it fails they are left half built, and no other is made from them.
+    // Initialises the state of a decoder, to be cleared by vorbis_dsp_clear() whatever the result. The first call
+    // builds the tables that all states share. If it fails, they are incomplete, and all later calls fail.
     [[nodiscard]] bool makeState(vorbis_dsp_state* state) const;
 
-    // The memory that the library takes for the tables, an upper bound.
+    // An upper bound of the memory that the library takes for the tables.
     [[nodiscard]] uint64_t tableBytes() const { return mTableBytes; }
 
-    // Whether these headers, once complete, are those of other: setup is the third. The comments don't count.
+    // Whether these headers, completed by setup as the third, equal those of other. Comments are ignored.
     [[nodiscard]] bool wouldEqual(const VorbisHeaders& other, std::span<const uint8_t> setup) const;
 
 private:
-    [[nodiscard]] bool handOver(std::span<const uint8_t> packet, bool first);
+    [[nodiscard]] bool pass(std::span<const uint8_t> packet, bool first);
 
     mutable vorbis_info mInfo;
     vorbis_comment mComment;
@@ -53,4 +54,4 @@ private:
     mutable bool mIsBroken = false; // no tables can be built
 };
 
-} // namespace kess
+} // namespace engine

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "parse/vorbis_setup_check.hpp"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-namespace kess {
+namespace engine {
 
 namespace {
 
@@ -47,7 +48,7 @@ struct Book
     uint32_t entries = 0;
 };
 
-// Goes through a header and adds up. Each step is false where the header is damaged or a limit is exceeded.
+// Parses a header and adds up. Each step returns false if the header is damaged or a limit is exceeded.
 class SetupReader
 {
 public:
@@ -57,15 +58,15 @@ public:
 
     [[nodiscard]] bool read()
     {
-        return readBooks() && readTimes() && readFloors() && readResidues() && mBytes <= kMostVorbisSetupBytes;
+        return readBooks() && readTimes() && readFloors() && readResidues() && mBytes <= kMaximumVorbisSetupBytes;
     }
 
     [[nodiscard]] uint64_t bytes() const { return mBytes; }
 
 private:
-    // What libvorbis allocates: structures and the first table of a book, lengths, code words and indices of an entry,
-    // a value twice (as the integer of the header, as a float), and the classes of a code word of a residue. The
-    // allocator's own share is in.
+    // What libvorbis allocates: structures and the first table per book; lengths, code words and indices per entry;
+    // each value twice (as the integer of the header, as a float); and the classes per code word of a residue. The
+    // allocator's overhead is included.
     static constexpr uint64_t kBytesOfBook = 1536;
     static constexpr uint64_t kBytesOfEntry = 32;
     static constexpr uint64_t kBytesOfValue = 12;
@@ -82,7 +83,7 @@ private:
         return true;
     }
 
-    // Without a dimension, libvorbis looks for the number of values for ever, or divides by it.
+    // With no dimensions, libvorbis would divide by zero or search for the number of values for ever.
     [[nodiscard]] bool readBook()
     {
         constexpr uint32_t kSync = 0x564342;
@@ -90,7 +91,8 @@ private:
         const uint32_t dimensions = mBits.read(16);
         const Book book{dimensions, mBits.read(24)};
         mEntries += book.entries;
-        if (!isBook || book.dimensions == 0 || book.entries > kMostVorbisEntriesOfBook || mEntries > kMostVorbisEntries)
+        if (!isBook || book.dimensions == 0 || book.entries > kMaximumVorbisEntriesOfBook
+            || mEntries > kMaximumVorbisEntries)
             return false;
         mBooks.push_back(book);
         mBytes += kBytesOfBook + book.entries * kBytesOfEntry;
@@ -99,12 +101,12 @@ private:
 
     [[nodiscard]] bool readLengths(const Book& book)
     {
-        constexpr uint32_t kLongestWord = 32;
+        constexpr uint32_t kMaximumWordBits = 32;
         if (mBits.read(1)) {
             uint32_t length = mBits.read(5) + 1;
             for (uint32_t done = 0; done < book.entries; ++length) {
                 const uint32_t number = mBits.read(std::bit_width(book.entries - done));
-                if (length > kLongestWord || number > book.entries - done)
+                if (length > kMaximumWordBits || number > book.entries - done)
                     return false;
                 done += number;
             }
@@ -134,7 +136,7 @@ private:
         mBits.skip(1);
         mBits.skip(bits * (lookup == kList ? values : latticeSide(book)));
         mBytes += values * kBytesOfValue;
-        return mBytes <= kMostVorbisSetupBytes;
+        return mBytes <= kMaximumVorbisSetupBytes;
     }
 
     // The largest number whose power by the dimensions isn't above the entries (Vorbis I, 9.2.3).
@@ -146,11 +148,11 @@ private:
         return side;
     }
 
-    // base to the power of exponent where that isn't above most, else some number above most.
-    static uint64_t powerUpTo(uint64_t base, uint32_t exponent, uint64_t most)
+    // base to the power of exponent if that isn't above maximum, otherwise some number above maximum.
+    static uint64_t powerUpTo(uint64_t base, uint32_t exponent, uint64_t maximum)
     {
         uint64_t power = 1;
-        for (uint32_t i = 0; i < exponent && base > 1 && power <= most; ++i)
+        for (uint32_t i = 0; i < exponent && base > 1 && power <= maximum; ++i)
             power *= base;
         return power;
     }
@@ -230,7 +232,7 @@ private:
         const uint64_t words = powerUpTo(classes, dimensions, entries);
         mClassWords += words;
         mBytes += words * (kBytesOfClassWord + dimensions * kBytesOfClass);
-        return words <= entries && mClassWords <= kMostVorbisClassWords && mBytes <= kMostVorbisSetupBytes;
+        return words <= entries && mClassWords <= kMaximumVorbisClassWords && mBytes <= kMaximumVorbisSetupBytes;
     }
 
     BitReader mBits;
@@ -253,4 +255,4 @@ std::optional<uint64_t> vorbisSetupBytes(const uint8_t* packet, size_t packetByt
     return reader.bytes();
 }
 
-} // namespace kess
+} // namespace engine

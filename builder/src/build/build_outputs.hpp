@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// The bank of a build and its C header, under temporary names until both are complete.
+#pragma once
+
+#include "base/result.hpp"
+#include "build/atomic_output.hpp"
+#include "build/build_request.hpp"
+
+#include <optional>
+#include <stop_token>
+
+namespace builder {
+
+class BuildOutputs
+{
+public:
+    // Called before anything is encoded, so that a folder that can't be written to is reported at once and not after
+    // hours. ErrorCode::Invalid: an output would replace a source of the bank or a file that isn't a header, or both
+    // outputs have the same name.
+    static base::Result<BuildOutputs> open(const BuildRequest& request, bool withHeader);
+
+    AtomicOutput& bank() { return mBank; }
+
+    // Completes both files and replaces the old ones.
+    base::Result<> commit(const BuildRequest& request, const std::stop_token& stop);
+
+private:
+    explicit BuildOutputs(AtomicOutput bank)
+        : mBank(std::move(bank))
+    { }
+
+    base::Result<> openHeader(const BuildRequest& request);
+    base::Result<> writeHeader(const BuildRequest& request, const std::stop_token& stop);
+
+    AtomicOutput mBank;
+    std::optional<AtomicOutput> mHeader; // nullopt: not requested
+};
+
+} // namespace builder

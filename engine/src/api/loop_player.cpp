@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "api/loop_player.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace engine {
+
+size_t LoopPlayer::frameBytes(Form form) const
+{
+    return size_t(facts().channels) * (form == AsFloat ? sizeof(float) : bytesPerSample(facts().format));
+}
+
+base::Result<> LoopPlayer::seek(uint64_t frame)
+{
+    mAtSeam = false;
+    return moveTo(frame);
+}
+
+base::Result<> LoopPlayer::moveTo(uint64_t frame)
+{
+    mInStoredLoop = false;
+    base::Result<> moved = mDecoder->seek(frame);
+    if (moved)
+        mPosition = frame;
+    return moved;
+}
+
+base::Result<size_t> LoopPlayer::decode(uint8_t* buffer, Form form, size_t count)
+{
+    return form == AsFloat ? mDecoder->readFloat(reinterpret_cast<float*>(buffer), count)
+                           : mDecoder->read(buffer, count);
+}
+
+bool LoopPlayer::storeLoop(Form form)
+{
+    constexpr uint64_t kMaximumFrames = 16384;
+    constexpr uint64_t kMaximumSamples = 65536;
+    const uint64_t frames = loop().end - loop().start;
+    if (frames > kMaximumFrames || frames * uint64_t(facts().channels) > kMaximumSamples)
+        return false;
+    if (!mStoredLoop[form].empty())
+        return true;
+    std::vector<uint8_t> bytes(size_t(frames) * frameBytes(form));
+    if (!mDecoder->seek(loop().start))
+        return false;
+    const base::Result<size_t> decoded = decode(bytes.data(), form, size_t(frames));
+    if (!decoded || *decoded < frames)
+        return false;
+    mStoredLoop[form] = std::move(bytes);
+    return true;
+}
+
+base::Result<> LoopPlayer::repeatLoop(Form form)
+{
+    if (storeLoop(form)) {
+        mInStoredLoop = true;
+        mPosition = loop().start;
+    } else if (base::Result<> moved = moveTo(loop().start); !moved) {
+        return moved;
+    }
+    if (mLoopsLeft > 0)
+        --mLoopsLeft;
+    return {};
+}
+
+// Codecs carry state. So the last repetition is decoded again, and what follows is the same as if all of them had been
+// decoded.
+base::Result<> LoopPlayer::leaveStoredLoop(Form form)
+{
+    mInStoredLoop = false;
+    const auto frames = size_t(mPosition - loop().start);
+    std::vector<uint8_t> skipped(frames * frameBytes(form));
+    if (base::Result<> moved = mDecoder->seek(loop().start); !moved)
+        return moved;
+    base::Result<size_t> decoded = decode(skipped.data(), form, frames);
+    if (!decoded)
+        return std::move(decoded.error());
+    if (*decoded < frames)
+        return base::Error{base::ErrorCode::Damaged};
+    return {};
+}
+
+base::Result<size_t> LoopPlayer::readSome(uint8_t* buffer, Form form, size_t count)
+{
+    if (mInStoredLoop && (mPosition >= loop().end || !storeLoop(form))) {
+        if (base::Result<> left = leaveStoredLoop(form); !left)
+            return std::move(left.error());
+    }
+    if (!mInStoredLoop)
+        return decode(buffer, form, count);
+    const size_t bytes = frameBytes(form);
+    std::memcpy(buffer, &mStoredLoop[form][size_t(mPosition - loop().start) * bytes], count * bytes);
+    return count;
+}
+
+base::Result<size_t> LoopPlayer::read(void* buffer, Form form, size_t count)
+{
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    size_t done = 0;
+    while (done < count) {
+        if (mAtSeam && mLoopsLeft != 0) {
+            if (base::Result<> repeated = repeatLoop(form); !repeated)
+                return std::move(repeated.error());
+        }
+        mAtSeam = false;
+        const bool endsAtSeam = mLoopsLeft != 0 && isInLoop();
+        const uint64_t end = endsAtSeam || (mInStoredLoop && isInLoop()) ? loop().end : facts().sampleCount;
+        if (mPosition >= end)
+            break;
+        const auto wanted = size_t(std::min<uint64_t>(count - done, end - mPosition));
+        base::Result<size_t> got = readSome(bytes + done * frameBytes(form), form, wanted);
+        if (got) {
+            done += *got;
+            mPosition += *got;
+        }
+        if (!got || *got < wanted) {
+            // Samples before damage are delivered. The next call has none and reports it.
+            if (done > 0)
+                return done;
+            return got ? base::Error{base::ErrorCode::Damaged, "its data is damaged here"} : std::move(got.error());
+        }
+        mAtSeam = endsAtSeam && mPosition == end;
+    }
+    return done;
+}
+
+} // namespace engine

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// The common part of PCM and KADPCM: a seek only stores the position of the next read.
+#pragma once
+
+#include "decode/decoder.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace engine {
+
+class BankDirectDecoder : public Decoder
+{
+public:
+    [[nodiscard]] const SoundFacts& facts() const final { return mFacts; }
+    base::Result<> seek(uint64_t frame) final
+    {
+        if (frame > mFacts.sampleCount)
+            return base::Error{base::ErrorCode::NotSeekable};
+        mFrame = frame;
+        return {};
+    }
+
+protected:
+    explicit BankDirectDecoder(SoundFacts facts)
+        : mFacts(std::move(facts))
+    { }
+
+    // count, or the number of frames until the end if that is less.
+    [[nodiscard]] size_t left(size_t count) const
+    {
+        return static_cast<size_t>(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
+    }
+
+    SoundFacts mFacts;
+    uint64_t mFrame = 0; // delivered next
+};
+
+} // namespace engine
