@@ -72,11 +72,11 @@ public:
     }
 
 private:
-    static constexpr size_t kMostBitsOfACode = kEscapeZeros + kEscapeBits;
-    static constexpr size_t kMostHeaderBits =
-        kCouplingBits + kStartBits + kFirstSampleBits + kMaximumOrder * kMostCoefficientBits;
+    static constexpr size_t kMaximumCodeBits = kEscapeZeros + kEscapeBits;
+    static constexpr size_t kMaximumHeaderBits =
+        kCouplingBits + kStartBits + kFirstSampleBits + kMaximumOrder * kMaximumCoefficientBits;
 
-    std::array<uint8_t, (kMostBitsOfACode * kSuperblockFrames + kMostHeaderBits) / 8 + 8> mBytes;
+    std::array<uint8_t, (kMaximumCodeBits * kSuperblockFrames + kMaximumHeaderBits) / 8 + 8> mBytes;
     size_t mSize = 0;
     uint64_t mBits = 0;
     int mHeld = 0; // of mBits, the low ones
@@ -142,7 +142,7 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
         const int c = static_cast<int>(coupled(n));
         const int expected = static_cast<int>(clampSample(c + predicted));
         const int q = quantiser.code(samples[n] - expected);
-        const int sample = static_cast<int>(reconstruct(expected, q, size));
+        const int sample = static_cast<int>(clampSample(expected + dequantised(q, size)));
         decoded[n] = static_cast<int16_t>(sample);
         difference = sample - c;
         return fold(q);
@@ -164,7 +164,7 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
     Prediction::Group group = prediction.firstGroup();
     for (; n + kGroup <= samples.size(); n += kGroup) {
         double sums[kGroup];
-        prediction.nextGroup<Sse2Sums>(group, sums);
+        prediction.nextGroup<Sse2Code>(group, sums);
         unrolled<kGroup>([&](auto k) {
             putRice(code(n + k, prediction.inGroup<k>(group, sums)));
             prediction.addInGroup<k>(group, difference);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/bytes.hpp"
+#include "kadpcm/code_reader.hpp"
 #include "kadpcm/format.hpp"
 #include "kadpcm/prediction.hpp"
 
@@ -9,110 +10,6 @@
 namespace bank::kadpcm {
 
 namespace {
-
-// Reads bits, most significant first. Beyond the end there are zeros, so that the end needs no check before everything
-// was read.
-class BitReader
-{
-public:
-    BitReader() = default;
-    BitReader(const BitReader&) = delete;
-    BitReader& operator=(const BitReader&) = delete;
-
-    // What reading changes: a copy of it stays in registers.
-    struct State
-    {
-        const uint8_t* bytes = nullptr;
-        uint64_t position = 0; // in bits, from bytes on
-
-        // The next 57 bits or more, from the top.
-        [[nodiscard, gnu::always_inline]] uint64_t bits() const
-        {
-            uint64_t word;
-            std::memcpy(&word, bytes + (position >> 3), sizeof word);
-            return __builtin_bswap64(word) << (position & 7);
-        }
-
-        // count: 1 to 32.
-        uint32_t read(int count)
-        {
-            const auto value = static_cast<uint32_t>(bits() >> (64 - count));
-            position += static_cast<unsigned>(count);
-            return value;
-        }
-
-        int readSigned(int count)
-        {
-            const uint32_t sign = 1U << (count - 1);
-            return static_cast<int>(read(count) ^ sign) - static_cast<int>(sign);
-        }
-
-        // False: more zeros than the code has.
-        bool readExpGolomb(int parameter, uint32_t* u)
-        {
-            const int zeros = std::countl_zero(bits());
-            if (zeros > kEscapeBits - parameter)
-                return false;
-            position += static_cast<unsigned>(zeros);
-            *u = read(zeros + parameter + 1) - (1U << parameter);
-            return true;
-        }
-
-        [[gnu::always_inline]] uint32_t readRice(int parameter)
-        {
-            const uint64_t next = bits();
-            const auto zeros = static_cast<unsigned>(std::countl_zero(next));
-            if (zeros >= kEscapeZeros) [[unlikely]] {
-                position += kEscapeZeros;
-                return read(kEscapeBits);
-            }
-            // The one that ends the zeros is read as a bit above the low ones.
-            position += zeros + 1 + static_cast<unsigned>(parameter);
-            return ((zeros - 1) << parameter) + static_cast<uint32_t>(next << zeros >> (63 ^ parameter));
-        }
-    };
-
-    [[nodiscard]] State open(std::span<const uint8_t> bytes)
-    {
-        mEnd = bytes.data() + bytes.size();
-        return {bytes.data(), 0};
-    }
-
-    // Before a group of codes, or a field of the header: makes as many bytes readable as those can take. False: more was
-    // read than there was.
-    [[nodiscard, gnu::always_inline]] bool prepare(State& state)
-    {
-        const ptrdiff_t left = mEnd - state.bytes - static_cast<ptrdiff_t>(state.position >> 3);
-        return left >= kGroupBytes || enterTail(state, left);
-    }
-
-    // Whether all was read but the padding of the last byte, and nothing beyond it.
-    [[nodiscard]] bool atEnd(const State& state) const
-    {
-        const ptrdiff_t left = (mEnd - state.bytes) * 8 - static_cast<ptrdiff_t>(state.position);
-        return left >= 0 && left < 8;
-    }
-
-private:
-    static constexpr ptrdiff_t kGroupBytes = (kGroup * (kEscapeZeros + kEscapeBits) + 7) / 8 + 8;
-
-    [[gnu::noinline]] bool enterTail(State& state, ptrdiff_t left)
-    {
-        if (mInTail)
-            return left >= 0;
-        const uint8_t* next = mEnd - left;
-        std::copy_n(next, left, mTail.begin());
-        state.bytes = mTail.data();
-        state.position &= 7;
-        mEnd = mTail.data() + left;
-        mInTail = true;
-        return true;
-    }
-
-    const uint8_t* mEnd = nullptr;
-    bool mInTail = false;
-    std::array<uint8_t, 2 * kGroupBytes> mTail{}; // the last bytes, and zeros for whatever is read beyond them
-};
 
 // One channel of the samples that are being decoded.
 struct Channel
@@ -147,31 +44,32 @@ bool decodeConstant(std::span<const uint8_t> bytes, const Channel& channel)
 class PredictedBlock
 {
 public:
-    // Reads what precedes the codes and decodes the first sample. False: damaged.
+    // Reads the fields before the codes and decodes the first sample. False: damaged.
     bool open(int order, std::span<const uint8_t> bytes, const Channel& channel)
     {
         if (bytes.empty())
             return false;
         mOrder = order;
-        mStepSize = stepSize(bytes[0]);
+        mStep.size = stepSize(bytes[0]);
+        mStep.value = static_cast<double>(mStep.size) / 256;
         mStride = channel.stride;
         mPrevious = channel.first ? 0 : -1;
-        mState.sample = channel.samples;
-        BitReader::State& bits = mState.bits = mReader.open(bytes.subspan(1));
+        mNext.sample = channel.samples;
+        mNext.code = mEnd.open(bytes.subspan(1));
         const auto read = [&](int count) {
-            return mReader.prepare(bits) ? bits.readSigned(count) : 0;
+            return mEnd.prepare(mNext.code) ? mNext.code.readSigned(count) : 0;
         };
-        mCoupling = channel.first ? 0 : static_cast<int>(static_cast<uint32_t>(read(kCouplingBits)) & 31) - kCouplingOffset;
+        mCoupling = channel.first ? 0 : (read(kCouplingBits) & 31) - kCouplingOffset;
         mStart = read(kStartBits) & 31;
         if (mStart > kHighestStart)
             return false;
-        mState.parameter = RiceParameter(mStart);
+        mNext.code.parameter = RiceParameter(mStart);
         for (int i = 1; i <= order; ++i)
             mReflections[static_cast<size_t>(i - 1)] = reflectionCoefficient(i, read(coefficientBits(i)));
         const int sample = read(kFirstSampleBits);
-        mPrediction.add(sample - coupled(mState));
-        *mState.sample = static_cast<int16_t>(sample);
-        mState.sample += mStride;
+        mPrediction.add(sample - coupled(mNext));
+        *mNext.sample = static_cast<int16_t>(sample);
+        mNext.sample += mStride;
         return true;
     }
 
@@ -181,17 +79,17 @@ public:
     bool decode(int first, int end)
     {
         for (int n = first; n < end; ++n) {
-            if (!mReader.prepare(mState.bits))
+            if (!mEnd.prepare(mNext.code))
                 return false;
             uint32_t u = 0;
             if (n <= mOrder) {
                 mPrediction.grow(mReflections[static_cast<size_t>(n - 1)]);
-                if (!mState.bits.readExpGolomb(mStart, &u))
+                if (!mNext.code.readExpGolomb(mStart, &u))
                     return false;
             } else {
-                u = mState.nextCode();
+                u = mNext.code.readRice();
             }
-            mPrediction.add(put(mState, mPrediction.next(), unfold(u)));
+            mPrediction.add(store(mNext, mPrediction.next(), dequantised(unfold(u), mStep.size)));
         }
         return true;
     }
@@ -203,84 +101,79 @@ public:
         mGroup = mPrediction.firstGroup();
     }
 
-    // Decodes the blocks of adjacent channels in step, in groups from sample n on, as long as whole groups remain; returns
-    // the first sample after them, or 0 for damage. A sample waits for the one before it, but not for that of another channel. What the
-    // loop changes is copied, so that it stays in registers.
-    template <typename Sums, size_t Count>
+    // Decodes the blocks of adjacent channels together, in groups from sample n on, as long as whole groups remain.
+    // Returns the first sample after them, or 0 for damage. A sample waits for the one before it, but hardly for that of
+    // another channel. The loop works on copies of what it changes, which stay in registers.
+    template <typename Code, size_t Count>
     [[gnu::always_inline]] static int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
     {
-        std::array<State, Count> states;
+        std::array<Next, Count> next;
         std::array<Prediction::Group, Count> groups;
         unrolled<Count>([&](auto i) __attribute__((always_inline)) {
-            states[i] = blocks[i].mState;
+            next[i] = blocks[i].mNext;
             groups[i] = blocks[i].mGroup;
         });
         for (; n + kGroup <= frames; n += kGroup) {
             bool isDamaged = false;
             unrolled<Count>([&](auto i) __attribute__((always_inline)) {
-                PredictedBlock& block = blocks[i];
-                isDamaged |= !block.mReader.prepare(states[i].bits);
-                double sums[kGroup];
-                block.mPrediction.template nextGroup<Sums>(groups[i], sums);
-                int64_t codes[kGroup];
-                unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
-                    codes[k] = unfold(states[i].nextCode());
-                });
-                unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
-                    const int64_t predicted = block.mPrediction.template inGroup<k>(groups[i], sums);
-                    const int64_t difference = block.put(states[i], predicted, codes[k]);
-                    block.mPrediction.template addInGroup<k>(groups[i], difference);
-                });
-                block.mPrediction.endGroup();
+                isDamaged |= !blocks[i].template decodeGroup<Code>(next[i], groups[i]);
             });
             if (isDamaged) [[unlikely]]
                 return 0;
         }
-        unrolled<Count>([&](auto i) { blocks[i].mState = states[i]; });
+        unrolled<Count>([&](auto i) { blocks[i].mNext = next[i]; });
         return n;
     }
 
     // Whether all was read but the padding of the last byte, and nothing beyond it.
-    [[nodiscard]] bool atEnd() const { return mReader.atEnd(mState.bits); }
+    [[nodiscard]] bool isAtEnd() const { return mEnd.isReached(mNext.code); }
 
 private:
-    // What decoding a sample changes beside the prediction: a copy of it stays in registers.
-    struct State
+    // The next sample, and the code that it is made from.
+    struct Next
     {
-        BitReader::State bits;
-        RiceParameter parameter{0};
-        int16_t* sample = nullptr; // the next one
-
-        [[gnu::always_inline]] uint32_t nextCode()
-        {
-            const uint32_t u = bits.readRice(parameter.value());
-            parameter.follow(u);
-            return u;
-        }
+        CodePosition code;
+        int16_t* sample = nullptr;
     };
 
-    // What the previous channel's sample contributes. The first channel has a coupling of 0, and takes its own.
-    [[nodiscard, gnu::always_inline]] int64_t coupled(const State& state) const
+    template <typename Code>
+    [[gnu::always_inline]] bool decodeGroup(Next& next, Prediction::Group& group)
     {
-        return mCoupling == 0 ? 0 : couple(mCoupling, state.sample[mPrevious]);
+        const bool isWhole = mEnd.prepare(next.code);
+        double sums[kGroup];
+        mPrediction.nextGroup<Code>(group, sums);
+        int64_t differences[kGroup];
+        Code::dequantise(next.code.readRiceGroup(), mStep, differences);
+        unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
+            const int64_t predicted = mPrediction.inGroup<k>(group, sums);
+            mPrediction.addInGroup<k>(group, store(next, predicted, differences[k]));
+        });
+        mPrediction.endGroup();
+        return isWhole;
     }
 
-    // Stores the next sample; returns its difference.
-    [[gnu::always_inline]] int64_t put(State& state, int64_t predicted, int64_t q) const
+    // What the previous channel's sample contributes. The first channel has a coupling of 0, and takes its own.
+    [[nodiscard, gnu::always_inline]] int64_t coupled(const Next& next) const
     {
-        const int64_t c = coupled(state);
-        const int64_t sample = reconstruct(clampSample(c + predicted), q, mStepSize);
-        *state.sample = static_cast<int16_t>(sample);
-        state.sample += mStride;
+        return mCoupling == 0 ? 0 : couple(mCoupling, next.sample[mPrevious]);
+    }
+
+    // Stores the next sample. Returns what the prediction of later samples needs of it.
+    [[gnu::always_inline]] int64_t store(Next& next, int64_t predicted, int64_t difference) const
+    {
+        const int64_t c = coupled(next);
+        const int64_t sample = clampSample(clampSample(c + predicted) + difference);
+        *next.sample = static_cast<int16_t>(sample);
+        next.sample += mStride;
         return sample - c;
     }
 
-    BitReader mReader;
-    State mState;
+    CodeEnd mEnd;
+    Next mNext;
     ptrdiff_t mStride = 0;
     ptrdiff_t mPrevious = 0; // offset of the previous channel
     int mOrder = 0;
-    int64_t mStepSize = 0;
+    Step mStep;
     int64_t mCoupling = 0;
     int mStart = 0;
     std::array<int32_t, kMaximumOrder> mReflections{};
@@ -288,23 +181,29 @@ private:
     Prediction::Group mGroup;
 };
 
+#ifdef __x86_64__
+
+template <size_t Count>
+[[KADPCM_AVX2]] int decodeGroupsAvx2(std::array<PredictedBlock, Count>& blocks, int n, int frames)
+{
+    return PredictedBlock::decodeGroups<Avx2Code>(blocks, n, frames);
+}
+
 template <size_t Count>
 int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
 {
-#ifdef __x86_64__
-    return PredictedBlock::decodeGroups<Sse2Sums>(blocks, n, frames);
-#else
-    return PredictedBlock::decodeGroups<PlainSums>(blocks, n, frames);
-#endif
+    return Avx2Code::isSupported() ? decodeGroupsAvx2(blocks, n, frames)
+                                   : PredictedBlock::decodeGroups<Sse2Code>(blocks, n, frames);
 }
 
-#ifdef __x86_64__
+#else
+
 template <size_t Count>
-[[gnu::target("avx2,bmi,bmi2,lzcnt")]] int decodeGroupsAvx2(std::array<PredictedBlock, Count>& blocks, int n,
-                                                             int frames)
+int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
 {
-    return PredictedBlock::decodeGroups<Avx2Sums>(blocks, n, frames);
+    return PredictedBlock::decodeGroups<PlainCode>(blocks, n, frames);
 }
+
 #endif
 
 // Decodes blocks of adjacent channels.
@@ -320,19 +219,12 @@ bool decodePredicted(std::array<PredictedBlock, Count>& blocks, int frames)
             return false;
         block.beginGroups();
     }
-#ifdef __x86_64__
-    static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("bmi");
-    const int n = hasAvx2 ? decodeGroupsAvx2(blocks, first, frames) : decodeGroups(blocks, first, frames);
-#else
     const int n = decodeGroups(blocks, first, frames);
-#endif
     if (n == 0)
         return false;
-    for (PredictedBlock& block : blocks) {
-        if (!block.decode(n, frames) || !block.atEnd())
-            return false;
-    }
-    return true;
+    return std::all_of(blocks.begin(), blocks.end(), [&](PredictedBlock& block) {
+        return block.decode(n, frames) && block.isAtEnd();
+    });
 }
 
 bool isPredicted(std::span<const uint8_t> block)

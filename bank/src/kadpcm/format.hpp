@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the decoder and the encoder of KADPCM have in common: every rule by which they must agree to the bit. The rules
-// themselves are told in bank/kadpcm.hpp.
+// themselves are in bank/kadpcm.hpp.
 #pragma once
 
 #include "bank/kadpcm.hpp"
@@ -26,13 +26,14 @@ inline constexpr int kFirstSampleBits = 16;
 inline constexpr int kEscapeZeros = 20;
 inline constexpr int kEscapeBits = 17; // an unfolded difference of two samples fits in them
 inline constexpr int kHighestStep = 255;
+inline constexpr int kGroup = 4; // samples that are decoded together
 
 // The lower coefficients of a strongly predictable sound lie close to 1, where a small error costs much.
 constexpr int coefficientBits(int number)
 {
     return number <= 2 ? 9 : number <= 8 ? 7 : 6;
 }
-inline constexpr int kMostCoefficientBits = 9;
+inline constexpr int kMaximumCoefficientBits = 9;
 
 namespace detail {
 
@@ -49,12 +50,12 @@ constexpr double sine(double angle)
     return sum;
 }
 
-// 2^20 * sin(i * pi / 2^kMostCoefficientBits) in the first quadrant.
+// 2^20 * sin(i * pi / 2^kMaximumCoefficientBits) in the first quadrant.
 constexpr auto makeSineTable()
 {
-    std::array<int32_t, (1 << (kMostCoefficientBits - 1)) + 1> table{};
+    std::array<int32_t, (1 << (kMaximumCoefficientBits - 1)) + 1> table{};
     for (size_t i = 0; i < table.size(); ++i) {
-        const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMostCoefficientBits);
+        const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMaximumCoefficientBits);
         // NOLINTNEXTLINE(bugprone-incorrect-roundings): lround isn't constexpr, and nothing here is below 0
         table[i] = static_cast<int32_t>(sine(angle) * (1 << 20) + 0.5);
     }
@@ -68,7 +69,7 @@ inline constexpr auto kSineTable = detail::makeSineTable();
 // The reflection coefficient in 1/2^20. index: two's complement of coefficientBits(number) bits.
 constexpr int32_t reflectionCoefficient(int number, int index)
 {
-    const int position = index * (1 << (kMostCoefficientBits - coefficientBits(number)));
+    const int position = index * (1 << (kMaximumCoefficientBits - coefficientBits(number)));
     return position < 0 ? -kSineTable[static_cast<size_t>(-position)] : kSineTable[static_cast<size_t>(position)];
 }
 
@@ -103,10 +104,10 @@ constexpr int64_t couple(int64_t coupling, int64_t sample)
     return (coupling * sample + 4) >> 3;
 }
 
-// What sample the code q stands for.
-constexpr int64_t reconstruct(int64_t prediction, int64_t q, int64_t stepSize)
+// The difference that the code q stands for.
+constexpr int64_t dequantised(int64_t q, int64_t stepSize)
 {
-    return clampSample(prediction + ((q * stepSize + 128) >> 8));
+    return (q * stepSize + 128) >> 8;
 }
 
 // The parameter of the Rice code, which follows the mean of what was coded.
@@ -117,14 +118,13 @@ public:
         : mAverage(24U << start)
     { }
 
-    // The number of bits of mAverage >> 5, at most kHighestStart, which only codes that no encoder writes exceed.
-    [[nodiscard]] int value() const
-    {
-        const int bits = std::bit_width(mAverage >> 4 | 1) - 1;
-        if (bits > kHighestStart) [[unlikely]]
-            return kHighestStart;
-        return bits;
-    }
+    // The number of bits of mAverage >> 5, at most kHighestStart. Only codes that no encoder writes reach this limit.
+    [[nodiscard]] int value() const { return std::min(valueUnlimited(), kHighestStart); }
+
+    // The same without the limit: equal as long as isModerate() was true before the last 64 bits of codes.
+    [[nodiscard]] int valueUnlimited() const { return 27 - std::countl_zero(mAverage | 16); }
+    [[nodiscard]] bool isModerate() const { return mAverage < 1 << 18; }
+
     void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }
 
 private:

@@ -1,9 +1,10 @@
-// KADPCM's linear prediction, as decoder and encoder use it.
+// SPDX-License-Identifier: MIT
+// KADPCM's linear prediction, shared by decoder and encoder.
 //
-// The sum of a prediction runs over up to 32 older samples, and a sample can only be predicted when the one before it is
-// known. But the products with samples that are at least kNewestTaps older than a group of kGroup samples can be summed
-// beforehand, for all samples of the group at once. That is done in double precision, which is exact here: a coefficient
-// is at most 2^30 and a difference below 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
+// A prediction is a sum over up to 32 older samples, and each sample is needed for the next prediction. But the products
+// with samples that are at least kNewestTaps older than a group of kGroup samples can be summed in advance, for all
+// samples of the group at once. Double precision is exact for that: a coefficient is at most 2^30 and a difference below
+// 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
 #pragma once
 
 #include "kadpcm/format.hpp"
@@ -19,8 +20,8 @@
 
 namespace bank::kadpcm {
 
-inline constexpr int kGroup = 4; // samples that are predicted together
-inline constexpr int kNewestTaps = 2; // of the first sample of a group, which aren't summed beforehand
+inline constexpr int kNewestTaps = 2; // of the first sample of a group, which aren't summed in advance
+inline constexpr int kFirstAge = kNewestTaps + 1; // ages are counted from the first sample of a group
 inline constexpr int kHistoryFrames = kMaximumOrder + kGroup; // differences that must be readable before a group
 
 // Calls function with 0 to Count - 1 as constants: what it indexes by them can stay in registers.
@@ -39,20 +40,29 @@ struct TapTable
 {
     std::array<double, kMaximumOrder + 2 * kGroup> coefficients{};
     int order = 0;
+
+    // How many times four ages are summed in advance. The highest may be above the order, where coefficients are zero.
+    [[nodiscard]] int foursOfAges() const { return std::max(0, (order - kNewestTaps + 3) / 4); }
 };
 
-// The sums that are made before a group is predicted. For each sample k of the group that begins at history[0]: the sum
-// of the products of all taps above k + kNewestTaps, plus the half that rounds the whole prediction. The three types
-// compute the same; Avx2Sums may only be used where the processor has AVX2.
-//
-// The vector code sums four ages at a time, so that its additions don't wait for each other. An age is counted from the
-// first sample of the group. The highest may be beyond the order, where coefficients are zero.
-inline constexpr double kHalf = 1 << 19;
-inline constexpr int kFirstAge = kNewestTaps + 1;
+inline constexpr double kHalf = 1 << 19; // rounds a prediction, in 1/2^20
 
-struct PlainSums
+// The size of a quantiser's step.
+struct Step
 {
-    [[gnu::always_inline]] static void add(const TapTable& taps, const double* history, double* sums)
+    int64_t size = 0; // in 1/256
+    double value = 0;
+};
+
+// PlainCode, Sse2Code and Avx2Code compute the same: the first on any processor and as the reference of the others,
+// Avx2Code where Avx2Code::isSupported().
+//
+// sumOlder: for each sample k of the group that begins at history[0], the sum of the products of all taps above
+// k + kNewestTaps, plus kHalf. dequantise: the differences that the codes of a group stand for, in samples; those of
+// codes that no encoder writes are cut at 2^17, which the sample's own limits make equal.
+struct PlainCode
+{
+    [[gnu::always_inline]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
     {
         for (int k = 0; k < kGroup; ++k) {
             sums[k] = kHalf;
@@ -60,24 +70,27 @@ struct PlainSums
                 sums[k] += taps.coefficients[static_cast<size_t>(age + k - 1)] * history[-age];
         }
     }
+
+    [[gnu::always_inline]] static void dequantise(const std::array<uint32_t, kGroup>& codes, const Step& step,
+                                                  int64_t* differences)
+    {
+        for (const uint32_t code : codes)
+            *differences++ = dequantised(unfold(code), step.size);
+    }
 };
 
 #ifdef __x86_64__
 
-constexpr int agesInFours(int order)
+struct Sse2Code : PlainCode
 {
-    return std::max(0, (order - kNewestTaps + 3) & ~3);
-}
-
-struct Sse2Sums
-{
-    [[gnu::always_inline]] static void add(const TapTable& taps, const double* history, double* sums)
+    [[gnu::always_inline]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
     {
+        // Two ages at a time, so that the additions don't wait for each other.
         __m128d low0 = _mm_set1_pd(kHalf);
         __m128d high0 = low0;
         __m128d low1 = _mm_setzero_pd();
         __m128d high1 = low1;
-        for (int age = kFirstAge + agesInFours(taps.order) - 2; age >= kFirstAge; age -= 2) {
+        for (int age = kFirstAge + 4 * taps.foursOfAges() - 2; age >= kFirstAge; age -= 2) {
             const double* coefficients = taps.coefficients.data() + age - 1;
             const double* sample = history - age;
             const __m128d older0 = _mm_set1_pd(sample[0]);
@@ -92,27 +105,77 @@ struct Sse2Sums
     }
 };
 
-struct Avx2Sums
+#define KADPCM_AVX2 gnu::target("avx2,fma,bmi,bmi2,lzcnt,movbe")
+
+struct Avx2Code
 {
-    [[gnu::target("avx2")]] static void add(const TapTable& taps, const double* history, double* sums)
+    static bool isSupported()
+    {
+        static const bool isSupported = __builtin_cpu_supports("x86-64-v3");
+        return isSupported;
+    }
+
+    [[KADPCM_AVX2]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
     {
         __m256d sum0 = _mm256_set1_pd(kHalf);
         __m256d sum1 = _mm256_setzero_pd();
         __m256d sum2 = sum1;
         __m256d sum3 = sum1;
-        for (int age = kFirstAge + agesInFours(taps.order) - 4; age >= kFirstAge; age -= 4) {
-            const double* coefficients = taps.coefficients.data() + age - 1;
-            const double* sample = history - age;
-            const __m256d older0 = _mm256_broadcast_sd(sample);
-            const __m256d older1 = _mm256_broadcast_sd(sample - 1);
-            const __m256d older2 = _mm256_broadcast_sd(sample - 2);
-            const __m256d older3 = _mm256_broadcast_sd(sample - 3);
-            sum0 = _mm256_add_pd(sum0, _mm256_mul_pd(_mm256_loadu_pd(coefficients), older0));
-            sum1 = _mm256_add_pd(sum1, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 1), older1));
-            sum2 = _mm256_add_pd(sum2, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 2), older2));
-            sum3 = _mm256_add_pd(sum3, _mm256_mul_pd(_mm256_loadu_pd(coefficients + 3), older3));
+        const double* coefficients = taps.coefficients.data();
+        const auto product = [&](__m256d sum, int age) __attribute__((always_inline, target("avx2,fma")))
+        {
+            return _mm256_fmadd_pd(_mm256_loadu_pd(coefficients + age - 1), _mm256_broadcast_sd(history - age), sum);
+        };
+        const auto addFour = [&](int age) __attribute__((always_inline, target("avx2,fma")))
+        {
+            sum0 = product(sum0, age + 3);
+            sum1 = product(sum1, age + 2);
+            sum2 = product(sum2, age + 1);
+            sum3 = product(sum3, age);
+        };
+        switch (taps.foursOfAges()) { // the oldest first
+        case 8:
+            addFour(kFirstAge + 28);
+            [[fallthrough]];
+        case 7:
+            addFour(kFirstAge + 24);
+            [[fallthrough]];
+        case 6:
+            addFour(kFirstAge + 20);
+            [[fallthrough]];
+        case 5:
+            addFour(kFirstAge + 16);
+            [[fallthrough]];
+        case 4:
+            addFour(kFirstAge + 12);
+            [[fallthrough]];
+        case 3:
+            addFour(kFirstAge + 8);
+            [[fallthrough]];
+        case 2:
+            addFour(kFirstAge + 4);
+            [[fallthrough]];
+        case 1:
+            addFour(kFirstAge);
+            [[fallthrough]];
+        default:
+            break;
         }
         _mm256_storeu_pd(sums, _mm256_add_pd(_mm256_add_pd(sum0, sum1), _mm256_add_pd(sum2, sum3)));
+    }
+
+    [[KADPCM_AVX2]] static void dequantise(const std::array<uint32_t, kGroup>& codes, const Step& step,
+                                           int64_t* differences)
+    {
+        const __m128i u = _mm_setr_epi32(static_cast<int>(codes[0]), static_cast<int>(codes[1]),
+                                         static_cast<int>(codes[2]), static_cast<int>(codes[3]));
+        const __m128i sign = _mm_sub_epi32(_mm_setzero_si128(), _mm_and_si128(u, _mm_set1_epi32(1)));
+        const __m256d q = _mm256_cvtepi32_pd(_mm_xor_si128(_mm_srli_epi32(u, 1), sign));
+        const __m256d exact = _mm256_fmadd_pd(q, _mm256_set1_pd(step.value), _mm256_set1_pd(0.5));
+        const __m256d limit = _mm256_set1_pd(1 << 17);
+        const __m256d limited = _mm256_max_pd(_mm256_min_pd(_mm256_floor_pd(exact), limit), -limit);
+        const __m256i whole = _mm256_cvtepi32_epi64(_mm256_cvttpd_epi32(limited));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(differences), whole);
     }
 };
 
@@ -140,7 +203,7 @@ public:
     [[nodiscard]] int64_t next()
     {
         makeRoom(1);
-        double sum = 1 << 19;
+        double sum = kHalf;
         for (int j = mTaps.order; j > 0; --j)
             sum += mCoefficients[at(j)] * mWindow[mEnd - static_cast<size_t>(j)];
         return static_cast<int64_t>(sum) >> 20;
@@ -169,11 +232,11 @@ public:
     }
 
     // Goes on to the next group of kGroup samples. sums: kGroup values, for inGroup().
-    template <typename Sums>
+    template <typename Code>
     [[gnu::always_inline]] void nextGroup(Group& group, double* sums)
     {
         makeRoom(kGroup);
-        Sums::add(mTaps, &mWindow[mEnd], sums);
+        Code::sumOlder(mTaps, &mWindow[mEnd], sums);
         unrolled<kNewestTaps>([&](auto i) __attribute__((always_inline)) {
             group.differences[i] = group.differences[kGroup + i];
         });
