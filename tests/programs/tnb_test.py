@@ -74,7 +74,7 @@ class InfoTest(TnbCase):
                                            r"+-8\.7 dB +[\d,]+ +\d")
                     self.assertRegex(text, r"(?m)^ +0 +19999 +größer$")
 
-                    self.assertEqual(self.assert_tnb("validate", path, path, key=key), f"{path}: whole\n" * 2)
+                    self.assertEqual(self.assert_tnb("validate", path, path, key=key), f"{path}: intact\n" * 2)
                     self.assert_tnb("extract", path, "-o", "out", "--force", key=key)
                     for sound in ("loop.wav", "tone.wav"):
                         source, got = read_riff(self.folder_in / sound), read_riff(self.work / "out" / sound)
@@ -310,7 +310,7 @@ class ExtractTest(TnbCase):
         (out / "a.wav").mkdir()
         self.assertEqual(self.tnb("extract", bank, "-o", "out", "--force")[0], UNREADABLE)
         for folder in ("a.wav", "long" * 100):
-            self.assert_fails(UNREADABLE, "x.tnb: can't make the folder " + folder, "extract", bank, "-o", folder)
+            self.assert_fails(UNREADABLE, "x.tnb: can't create the folder " + folder, "extract", bank, "-o", folder)
         self.assertEqual(self.files("out"), ["a.wav"])
 
     def test_leaves_no_partial_files(self):
