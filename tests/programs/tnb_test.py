@@ -168,7 +168,7 @@ class ValidateTest(TnbCase):
         self.assertRegex(output, r"(?m)^ +1 +\(damaged: its chunks don't match the checksum\)$")
         self.build("locked.tnb", key="k", source="a.wav")
         for banks, status in ((["damaged.tnb", "whole.tnb"], DAMAGED), (["whole.tnb", "locked.tnb"], UNREADABLE)):
-            self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: whole\n"))
+            self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: intact\n"))
 
     def test_finds_what_no_checksum_reveals(self):
         self.make_sounds()
@@ -199,7 +199,7 @@ class ValidateTest(TnbCase):
         reseal(data)
         (self.work / "weak.tnb").write_bytes(data)
         status, output, errors = self.tnb("validate", "weak.tnb")
-        self.assertEqual((status, output), (0, "weak.tnb: whole\n"))
+        self.assertEqual((status, output), (0, "weak.tnb: intact\n"))
         self.assertRegex(errors, r"\Atnb: weak\.tnb: remark: sound 1: 1 seek point is weak: at sample \d+ .* -\d+ dB\n\Z")
 
     def mislead_seeking(self, data, bank):
