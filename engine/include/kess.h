@@ -156,8 +156,8 @@ typedef struct KESS_ENCODING
 
 /* Receives the findings of verifyBank. sound: the index of the sound, or -1 for the bank. result: KESS_ERR_FILE_BAD for
  * damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK for a remark on
- * something that is whole but could be better. text: the finding in words, English, valid during the call. Returns 0 to
- * stop, anything else to continue. Must not throw. */
+ * something that is intact but could be better. text: the finding in words, English, valid during the call. Returns 0
+ * to stop, anything else to continue. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* Optional arguments of createSound. Set all other members to zero. */

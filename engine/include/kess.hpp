@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 /* The audio engine: opens sound files and banks, reports what they are, and decodes them sample by sample.
  *
- * One System may open sounds on several threads at once; one Sound (a bank together with its subsounds) belongs to one
- * thread at a time. No call throws. Every call that takes a pointer to a result accepts null for what isn't wanted,
- * unless it says otherwise.
+ * One System may open sounds on several threads at the same time; one Sound (a bank together with its subsounds)
+ * belongs to one thread at a time. No call throws. Every call that takes a pointer to a result accepts null for what
+ * isn't wanted, unless it says otherwise.
  */
 #ifndef KESS_HPP
 #define KESS_HPP
@@ -24,7 +24,7 @@ public:
     /* Selects the output, before init. KESS_ERR_INVALID_PARAM: any other than NOSOUND_NRT. */
     KESS_RESULT setOutput(KESS_OUTPUTTYPE output);
 
-    /* Starts the engine; maxChannels, flags and extraDriverData have no meaning for a silent one. */
+    /* Starts the engine. The engine has no audio output, so maxChannels, flags and extraDriverData are ignored. */
     KESS_RESULT init(int maxChannels, unsigned int flags, void* extraDriverData);
 
     /* Opens a file without decoding it. path is UTF-8. info may be null. The first file that needs FFmpeg silences its
@@ -72,8 +72,8 @@ public:
     /* Length in samples of one channel, never cut. */
     KESS_RESULT getSampleCount(uint64_t* samples);
 
-    /* The length that the file's header declares. More than getSampleCount: the file ends before its sound does, and
-     * the existing part can be read. Approximate for encodings that pack samples. */
+    /* The length that the file's header declares. If it is more than that of getSampleCount, the file was cut short,
+     * and the existing part can be read. Approximate for compressed encodings. */
     KESS_RESULT getDeclaredSampleCount(uint64_t* samples);
 
     /* Moves to a sample, counted from the start of the sound; the next read begins exactly there.
@@ -82,9 +82,10 @@ public:
 
     /* Decodes up to lengthBytes, cut to whole frames, in the sample format of getFormat, interleaved; *read gets the
      * number of bytes delivered. Channels are in the order of WAV files: front left, right, centre, low frequencies,
-     * back, side. KESS_ERR_FILE_EOF: none, the sound is at its end. KESS_ERR_FILE_BAD: none, the sound is damaged here;
-     * the samples before it have been delivered. KESS_ERR_INVALID_PARAM: no buffer, or one that is smaller than a
-     * frame. KESS_ERR_UNSUPPORTED: the file was recognised only. KESS_ERR_SUBSOUNDS: a bank of several sounds. */
+     * back, side. KESS_ERR_FILE_EOF: nothing was read, the sound is at its end. KESS_ERR_FILE_BAD: nothing was read,
+     * the sound is damaged here; the samples before the damage have been delivered. KESS_ERR_INVALID_PARAM: no buffer,
+     * or one that is smaller than a frame. KESS_ERR_UNSUPPORTED: the file was recognised but can't be decoded.
+     * KESS_ERR_SUBSOUNDS: a bank of several sounds. */
     KESS_RESULT readData(void* buffer, unsigned int lengthBytes, unsigned int* read);
 
     /* The same in 32-bit float, interleaved, full scale -1 to 1, in frames: the full precision of lossy sounds. */
@@ -106,23 +107,24 @@ public:
 
     KESS_RESULT getNumSyncPoints(int* count);
 
-    /* What of the file is left out, in words for the user, English: sync points above 65,536, names of sync points of
-     * more than 32 MiB in total, and chained sounds whose rate or channels differ from those of the first. Empty if
-     * nothing is. By the rules of getSyncPoint. */
+    /* A text for the user, in English, about parts of the file that are left out: sync points above 65,536, names of
+     * sync points of more than 32 MiB in total, and chained sounds whose rate or channels differ from those of the
+     * first. Empty if nothing is left out. A text that doesn't fit is cut as in getSyncPoint. */
     KESS_RESULT getRemark(char* text, int textBytes);
 
     /* One sync point, by position; *sample is at most the length. name (nameBytes long, NUL included) may be null; a
      * name that doesn't fit is cut after a whole character, and the result is KESS_ERR_TRUNCATED. */
     KESS_RESULT getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes);
 
-    /* Name of a subsound in UTF-8, by the rules of getSyncPoint; empty for a bank without names and for a file. */
+    /* Name of a subsound in UTF-8; empty for a bank without names and for a file. A name that doesn't fit is cut as in
+     * getSyncPoint. */
     KESS_RESULT getName(char* name, int nameBytes);
 
     /* Number of sounds of a bank, 0 for any other sound. KESS_ERR_KEY_MISSING for a bank that is still locked. */
     KESS_RESULT getNumSubSounds(int* count);
 
-    /* One sound of a bank, by index or by name (exact bytes). The bank owns it; a second call gives the same object. A
-     * sound that can't be decoded here reports its facts; decoding it gives KESS_ERR_UNSUPPORTED.
+    /* One sound of a bank, by index or by name (exact bytes). The bank owns it; a second call returns the same object.
+     * A sound that can't be decoded here reports its facts; decoding it fails with KESS_ERR_UNSUPPORTED.
      * KESS_ERR_INVALID_PARAM: no such index. KESS_ERR_TAGNOTFOUND: no such name. KESS_ERR_KEY_MISSING: locked. */
     KESS_RESULT getSubSound(int index, Sound** subsound);
     KESS_RESULT getSubSoundByName(const char* name, Sound** subsound);
@@ -163,16 +165,18 @@ private:
 /* Text of a result, never null. */
 extern "C" KESS_API const char* KESS_ErrorString(KESS_RESULT result);
 
-/* Why the thread's last call failed, of createSound, verifyBank, verifyData, getSubSound, getSubSoundByName,
- * setEncryptionKey, seekData, readData and readFloat. The error of the operating system (errno, such as EMFILE or EIO).
- * 0: it reported none, so the file itself is the reason. */
+/* The error of the operating system (errno, such as EMFILE or EIO) that made this thread's last call fail. Set by
+ * createSound, verifyBank, verifyData, getSubSound, getSubSoundByName, setEncryptionKey, seekData, readData and
+ * readFloat. 0: the system reported no error, so the file itself is the reason. */
 extern "C" KESS_API int KESS_SystemError(void);
 
-/* The reason in words, English, without the name of the file, such as "its data doesn't match the checksum". Empty if
- * no more is known than KESS_ErrorString says. By the rules of KESS::Sound::getSyncPoint. */
+/* The reason of that failure as a text in English, without the name of the file, such as "its data doesn't match the
+ * checksum". Empty if no more is known than KESS_ErrorString says. A text that doesn't fit is cut as in
+ * KESS::Sound::getSyncPoint. */
 extern "C" KESS_API KESS_RESULT KESS_ErrorDetail(char* text, int textBytes);
 
-/* Makes a silent engine. headerVersion is KESS_VERSION; KESS_ERR_HEADER_MISMATCH for any other. */
+/* Creates an engine, which decodes but has no audio output. headerVersion is KESS_VERSION; KESS_ERR_HEADER_MISMATCH for
+ * any other. */
 extern "C" KESS_API KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion);
 
 #endif

@@ -4,10 +4,11 @@
 // Banks and the entries of the builder's cache contain the same serialised form, so a cached sound is copied into a
 // bank unchanged. The form consists of
 //
-//     record     kSoundRecordBytes   codec, channels, rate, lengths, sizes and checksums; the row of a bank's sound
-//     table setup size u32, then u32 zero setup      the decoder's setup, shared between the sounds of a bank (Vorbis
-//     headers, Opus channel mapping) chunks     everything optional: loop, sync points, peak, seek table, corrections
-//     around the loop's seam
+//     record      codec, channels, rate, lengths, sizes and checksums; kSoundRecordBytes long, laid out like
+//                 a row of a bank's sound table
+//     setup size  u32, followed by a u32 of zero
+//     setup       what the decoder needs first (Vorbis headers, Opus channel mapping); a bank stores equal ones once
+//     chunks      everything optional: loop, sync points, peak, seek table, corrections around the loop's seam
 //
 // The encoded data is stored separately. docs/tnb-format.md describes every field.
 #pragma once
@@ -68,9 +69,9 @@ enum class SampleFormat : uint8_t
 // Bytes of one sample of one channel; 0 for None and for unknown numbers.
 [[nodiscard]] size_t bytesPerSample(SampleFormat format);
 
-// A position from which decoding can begin: after a reset, a decoder that gets the packets from offset on delivers the
-// sample at position first. Positions count decoded samples from the start of the stream, so the first sample of the
-// sound is at position preSkip. Both members rise strictly from point to point. The start of the stream (0, 0) is
+// A position from which decoding can begin: after a reset, a decoder that is given the packets from offset on first
+// delivers the sample at position. Positions count decoded samples from the start of the stream, so the first sample of
+// the sound is at position preSkip. Both members rise strictly from point to point. The start of the stream (0, 0) is
 // always a seek point and isn't listed.
 struct SeekPoint
 {
@@ -85,8 +86,7 @@ struct SeekPoint
 struct EncodedFacts
 {
     Codec codec = Codec::Pcm;
-    SampleFormat sampleFormat =
-        SampleFormat::Pcm16; // of PCM data; for other codecs what decoding to integers gives, Pcm16
+    SampleFormat sampleFormat = SampleFormat::Pcm16; // of PCM data; Pcm16 for other codecs, since they decode to it
     uint16_t channels = 1; // 1 to kMaximumChannels
     uint32_t sampleRate = 44'100; // hertz, 1 to kMaximumSampleRate
     uint64_t sampleCount = 0; // length of the sound; 0 if it couldn't be encoded

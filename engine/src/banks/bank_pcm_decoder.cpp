@@ -42,7 +42,7 @@ public:
 
     base::Result<size_t> read(void* buffer, size_t count) override
     {
-        count = left(count);
+        count = readableFrames(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
         if (base::Result<> result = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes); !result)
             return std::move(result.error());

@@ -19,7 +19,7 @@ using FilePointer = std::shared_ptr<const InputFile>;
 // by one thread at a time.
 //
 // Parsers and codec libraries only need to know how many bytes they got. So a read that fails returns fewer bytes, and
-// the file keeps the error for the caller who reports why a sound can't be opened or decoded.
+// the file keeps the error for the caller that reports why a sound can't be opened or decoded.
 class InputFile
 {
 public:
@@ -47,7 +47,8 @@ private:
 
     base::FileDescriptor mDescriptor;
     uint64_t mSize;
-    // Headers are read again and again, a few bytes at a time. Shorter if it couldn't be read.
+    // The start of the file, because headers are read again and again, a few bytes at a time. mHeadBytes is less than
+    // its size if the file is shorter or couldn't be read.
     std::array<uint8_t, 4096> mHead;
     size_t mHeadBytes;
     mutable int mReadError = 0; // errno
