@@ -102,8 +102,8 @@ public:
     }
 
     // Decodes the blocks of adjacent channels together, in groups from sample n on, as long as whole groups remain.
-    // Returns the first sample after them, or 0 for damage. A sample waits for the one before it, but hardly for that of
-    // another channel. The loop works on copies of what it changes, which stay in registers.
+    // Returns the first sample after them, or 0 for damage. A sample waits for the one before it, but hardly for that
+    // of another channel. The loop works on copies of what it changes, which stay in registers.
     template <typename Code, size_t Count>
     [[gnu::always_inline]] static int decodeGroups(std::array<PredictedBlock, Count>& blocks, int n, int frames)
     {
@@ -222,9 +222,8 @@ bool decodePredicted(std::array<PredictedBlock, Count>& blocks, int frames)
     const int n = decodeGroups(blocks, first, frames);
     if (n == 0)
         return false;
-    return std::all_of(blocks.begin(), blocks.end(), [&](PredictedBlock& block) {
-        return block.decode(n, frames) && block.isAtEnd();
-    });
+    return std::all_of(blocks.begin(), blocks.end(),
+                       [&](PredictedBlock& block) { return block.decode(n, frames) && block.isAtEnd(); });
 }
 
 bool isPredicted(std::span<const uint8_t> block)

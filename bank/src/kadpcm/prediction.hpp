@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // KADPCM's linear prediction, shared by decoder and encoder.
 //
-// A prediction is a sum over up to 32 older samples, and each sample is needed for the next prediction. But the products
-// with samples that are at least kNewestTaps older than a group of kGroup samples can be summed in advance, for all
-// samples of the group at once. Double precision is exact for that: a coefficient is at most 2^30 and a difference below
-// 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
+// A prediction is a sum over up to 32 older samples, and each sample is needed for the next prediction. But the
+// products with samples that are at least kNewestTaps older than a group of kGroup samples can be summed in advance,
+// for all samples of the group at once. Double precision is exact for that: a coefficient is at most 2^30 and a
+// difference below 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
 #pragma once
 
 #include "kadpcm/format.hpp"
@@ -20,7 +20,7 @@
 
 namespace bank::kadpcm {
 
-inline constexpr int kNewestTaps = 2; // of the first sample of a group, which aren't summed in advance
+inline constexpr int kNewestTaps = 1; // of the first sample of a group that aren't summed in advance
 inline constexpr int kFirstAge = kNewestTaps + 1; // ages are counted from the first sample of a group
 inline constexpr int kHistoryFrames = kMaximumOrder + kGroup; // differences that must be readable before a group
 
