@@ -23,10 +23,6 @@ static_assert(kadpcm::kMaximumChannels == kMaximumChannels);
 
 namespace {
 
-// None of our codecs decodes one byte to more samples than this: a Vorbis packet has at least one byte and at most
-// 8,192 samples.
-constexpr uint64_t kMaximumSamplesPerByte = 8192;
-
 // The maximum length of a sound. Sums of positions up to it can't overflow.
 constexpr uint64_t kMaximumSampleCount = uint64_t{1} << 48;
 

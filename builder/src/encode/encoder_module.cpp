@@ -110,10 +110,9 @@ public:
         mEncoded->preSkip = preSkip;
         if (const base::Result<> result = mData.finish(mEncoded); !result)
             return result.error();
-        // A bank may not decode one byte to more samples than this.
-        constexpr uint64_t kMaximumSamplesPerByte = 8192;
         const uint64_t decoded = mEncoded->sampleCount + preSkip;
-        return codecResult((decoded + kMaximumSamplesPerByte - 1) / kMaximumSamplesPerByte <= mEncoded->dataBytes);
+        const uint64_t leastBytes = (decoded + bank::kMaximumSamplesPerByte - 1) / bank::kMaximumSamplesPerByte;
+        return codecResult(leastBytes <= mEncoded->dataBytes);
     }
 
 private:
