@@ -4,8 +4,8 @@
 //     bank_quality BANK LIST
 //
 // LIST is a text file with one path of a source per line, in the order of the bank's sounds. A source with another rate
-// than its sound is resampled first. Samples are compared only where the length is right. Exit status 0 if every length
-// is right.
+// than its sound is resampled first. Samples are compared only where the length is correct. Exit status 0 if every
+// length is correct.
 #include "kess.hpp"
 
 #include <soxr.h>

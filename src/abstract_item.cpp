@@ -8,7 +8,7 @@ namespace TARNOK {
 
 namespace {
 
-// A cell of a number, empty for 0.
+// The text of a cell with a number; empty for 0.
 template <typename Number>
 QVariant cell(Number number)
 {

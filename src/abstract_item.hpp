@@ -157,7 +157,7 @@ public:
         return item;
     }
 
-    // Takes item out of the list without deleting it; whether it was there.
+    // Takes item out of the list without deleting it. Returns whether it was in the list.
     bool disown(T* item)
     {
         const auto num = this->removeAll(item);

@@ -12,7 +12,7 @@
 #include <iterator>
 #include <memory>
 
-// Not every builder library has this function.
+// Some versions of the builder library don't have this function.
 #pragma weak Tarnok_FetchNextRemark
 
 namespace TARNOK {
@@ -59,7 +59,7 @@ constexpr const char* STATE_WORDS[] = {
     "decoding", "analysing", "preprocessing", "encoding", "writing", "finished", "failed",
 };
 
-// How much of a finished sound a sound in each state counts for in the progress.
+// The progress of a sound that is in this state, from 0 to 1.
 float shareOfState(TARNOK_STATE state)
 {
     return std::min(1.0f, static_cast<float>(state) / static_cast<float>(TARNOK_STATE_FINISHED));
@@ -70,7 +70,7 @@ const char* failureText(const TARNOK_PROGRESSITEM* item)
     return static_cast<const TARNOK_STATE_DATA_FAILED*>(item->stateData)->errorString;
 }
 
-// Returns a report to the library at the end of a scope, unless it was kept.
+// Releases a report at the end of a scope, unless it was kept.
 class ItemCleanup
 {
 public:
@@ -319,7 +319,7 @@ void BuildSystem::processNext(bool locked)
     mProgressMonitor.prepare(static_cast<int>(context->numSubsounds()));
     context->start(QThread::InheritPriority);
 
-    // There are no more threads: the job would never end.
+    // The system could not create the thread, so the job would never end.
     if (!context->isRunning() && !context->finished())
         context->fail(TARNOK_ERR_MEMORY);
 }
@@ -355,7 +355,7 @@ bool BuildSystem::update()
 
     BuildContext* context = mQueue.first(true);
     if (!context->finished()) {
-        // A cancel that came before the job's thread had called the library had no effect there.
+        // A cancel that came before the job's thread had called the library had no effect. So it is repeated.
         if (context->cancelled())
             Tarnok_BuildCancel();
         mProgressMonitor.updateInternal(context);

@@ -18,7 +18,7 @@ namespace TARNOK {
 class ProgressMonitor
 {
 public:
-    // Prepares for a build of that many sounds and returns the reports that are still held from the previous build.
+    // Prepares for a build of that many sounds, and releases the reports still held from the previous build.
     void prepare(int numSubsounds);
 
     // Processes all reports that are available.
@@ -69,7 +69,7 @@ public:
     BuildSystem();
     ~BuildSystem() override;
 
-    // Freezes the bank into a job and starts it, unless the bank is invalid or a build is running.
+    // Copies the bank into a job and starts it, unless the bank is invalid or a build is running.
     void enqueueBuild(const SoundBank* bank);
 
     // Processes the progress of the running job, or its result. True while there is something left to poll.

@@ -73,7 +73,7 @@ public:
     // Whether every requested file was written.
     bool allBanksWritten() const { return mBanksWanted > 0 && mBanksWritten == mBanksWanted; }
 
-    // Whether all sounds that the source names are in the bank, or the user chose to ignore errors.
+    // Whether all requested sounds are in the bank, or the user chose to ignore errors.
     bool allSoundsTaken() const { return mIgnoreErrors || remarks()->missingSounds() == 0; }
 
     // Whether a project was requested instead of banks.

@@ -63,8 +63,8 @@ void printEscaped(const char* format, va_list arguments)
 // The number of arguments that a replayed message gets.
 constexpr int REPLAY_ARGUMENTS = 8;
 
-// Escapes the conversions of a text that a zero argument can't serve: those that write through their argument, take a
-// floating-point number or a width from the arguments, are very wide, or come after the last argument.
+// Escapes the printf conversions of a text for which zero isn't a valid argument: those that write through their
+// argument, take a floating-point number or a width from the arguments, are very wide, or come after the last argument.
 QString withSafeConversions(const QString& text)
 {
     static const QRegularExpression conversion(

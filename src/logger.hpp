@@ -74,7 +74,7 @@ public:
     void setVerbosity(OUTPUTPRIORITY threshold) { mVerbosity = threshold; }
 
     // While one exists, the text pane appends lines without a new layout for each: a build from the cache reports
-    // thousands of sounds at once.
+    // thousands of sounds in a moment.
     class Batch
     {
     public:

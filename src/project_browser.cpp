@@ -38,13 +38,13 @@ QIcon silhouette(const QIcon& icon, const QSize& size, qreal pixelRatio, const Q
     painter.fillRect(pixmap.rect(), colour);
     painter.end();
 
-    // For both modes: a style tints an icon that has no picture for a mode.
+    // Added for Normal and for Selected: a style tints an icon that has no picture for the mode.
     QIcon result(pixmap);
     result.addPixmap(pixmap, QIcon::Selected);
     return result;
 }
 
-// Every item of the tree by its address.
+// The addresses of all items of the tree.
 QSet<const AbstractItem*> itemsOfTree()
 {
     QSet<const AbstractItem*> items;
@@ -58,8 +58,8 @@ QSet<const AbstractItem*> itemsOfTree()
     return items;
 }
 
-// The model aligns texts only horizontally, so that a view would draw them at the top of the row, and its icons have
-// the colours of selected rows.
+// Centres texts vertically: the model aligns them only horizontally, so a view would draw them at the top of the row.
+// Draws the icons of selected rows in the colour of selected text: their own colours are too close to the selection's.
 class RowDelegate : public QStyledItemDelegate
 {
 public:
@@ -114,8 +114,9 @@ void ProjectTreeView::dragEnterEvent(QDragEnterEvent* event)
 
 void ProjectTreeView::dragMoveEvent(QDragMoveEvent* event)
 {
-    // The base class scrolls at the edges and expands rows. It also refuses rows over themselves and data that the
-    // model can't handle; here the handler of the drop decides what may be dropped where.
+    // The base class scrolls at the edges and expands rows. It also refuses to drop a row onto itself, and data that
+    // the model can't handle. All of these are accepted here: the receiver of the drop decides what may be dropped
+    // where.
     QTreeView::dragMoveEvent(event);
     event->acceptProposedAction();
 }
@@ -339,7 +340,7 @@ void ProjectBrowser::addFiles(const QList<QUrl>& urls)
         return;
     SoundBank* bank = workspace()->first();
 
-    // Shown from the start, so that it processes events, for instance a cancel, after every file.
+    // Shown from the start, because only a visible dialog processes events, such as a cancel, after every file.
     QProgressDialog progress("Analysing files", "&Cancel", 0, static_cast<int>(urls.size()), this);
     progress.setWindowTitle(APP_NAME);
     progress.setWindowModality(Qt::WindowModal);

@@ -19,8 +19,8 @@ class ProxyTreeModel;
 class Subsound;
 class WorkspaceModel;
 
-// The tree. Accepts drags of its own rows and of files, draws a line where rows will be inserted, and turns a drop into
-// one of two signals.
+// The view of the project tree. Accepts drags of its own rows and of files, draws a line where rows will be inserted,
+// and turns a drop into one of two signals.
 class ProjectTreeView : public QTreeView
 {
     Q_OBJECT
@@ -47,13 +47,13 @@ private:
 
     QWidget* mDropIndicator;
 
-    // The row hovered last by a drag of rows. The end of a build may reset the model in the middle of a drag and delete
-    // its rows: a plain index would then point to freed memory.
+    // The row that a drag of rows hovered last. The end of a build may reset the model during a drag and delete its
+    // rows: a plain index would then point to freed memory.
     QPersistentModelIndex mDropIndex;
 };
 
-// The tree with its context menu and actions. Adds files to the first bank, and keeps expansion and scroll position
-// across resets of the model.
+// The panel with the tree, its context menu and its actions. Adds files to the first bank, and keeps expansion and
+// scroll position across resets of the model.
 class ProjectBrowser : public QWidget
 {
     Q_OBJECT

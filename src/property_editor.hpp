@@ -18,7 +18,8 @@ class EnhancedSlider;
 class SoundBank;
 class SoundProfile;
 
-// Shows the bank that it is given and writes every edit to the first bank of the workspace at once. It keeps no copies.
+// Shows the bank that it is given and immediately writes every edit to the first bank of the workspace. It keeps no
+// copies.
 class PropertyEditor : public QWidget
 {
     Q_OBJECT

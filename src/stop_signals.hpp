@@ -7,9 +7,9 @@
 
 namespace TARNOK {
 
-// While one exists, an interrupt, a termination or a hang-up doesn't end the process: the first one is recorded, so
-// that the owner can finish, and a second one ends the process at once. Signals that were ignored stay ignored. At most
-// one exists at a time.
+// While an object exists, an interrupt, termination or hang-up signal doesn't end the process: the first one is
+// recorded, so that the owner can finish, and a second one ends the process immediately. Signals that were ignored stay
+// ignored. At most one object exists at a time.
 class StopSignals
 {
 public:
@@ -18,7 +18,7 @@ public:
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
-    // The signal that was recorded since the process started; 0 if there is none.
+    // The first signal recorded since the process started; 0 if there was none.
     static int noted();
 
 private:

@@ -16,7 +16,7 @@
 
 #include <sys/stat.h>
 
-// Not every engine has this function.
+// Some versions of the engine don't have this function.
 #pragma weak KESS_SystemError
 
 namespace TARNOK {

@@ -62,7 +62,7 @@ private:
 // The type that a path's suffix suggests to the engine. The comparison is case-sensitive.
 KESS_SOUND_TYPE getTypeFromFileExtension(const QString& path);
 
-// The user's directories and values. A write goes to a table in memory, which reads see at once. Only the finalize
+// The user's directories and values. A write goes to a table in memory, which reads see immediately. Only the finalize
 // calls write it to the store on disk.
 class System
 {

@@ -40,7 +40,7 @@ constexpr int MARKER_BOTTOM = 20;
 constexpr int ICON_WIDTH = 20;
 constexpr int BROWSE_BUTTON_WIDTH = 22;
 
-// A list that waits for its sounds logs all the while: the oldest lines are dropped.
+// A list that waits for its sounds logs without end, so the oldest lines are dropped.
 constexpr int MOST_LINES = 100000;
 
 // At most six significant digits.

@@ -206,7 +206,7 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
     QTextStream stream(&file);
     QString line = stream.readLine();
     int number = 1;
-    int waitingAt = 0; // the line of which that was said
+    int waitingAt = 0; // the line that was reported
     while (!line.isEmpty()) {
         const QStringList fields = line.split(',', Qt::SkipEmptyParts);
         QString sound = fields.at(0);

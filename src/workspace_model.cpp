@@ -138,7 +138,7 @@ bool WorkspaceModel::moveItemInternal(AbstractItem* item, AbstractItem* newParen
     if (!item || !newParent || !target)
         Q_ASSERT(false);
 
-    // If the target is a bank, its own row counts: items that are dropped on the first bank are moved to its top.
+    // If the target is a bank, its own row is the position: items dropped on the first bank are moved to its top.
     int position = rowOfItem(target);
     if (item->parent() == newParent && rowOfItem(item) < position)
         --position;
@@ -338,7 +338,7 @@ bool ProxyTreeModel::filterAcceptsRow(int source_row, const QModelIndex& source_
 bool ProxyTreeModel::checkChildren(QModelIndex index) const
 {
     QModelIndex child = index.model()->index(0, 0, index);
-    // A leaf is judged by the text of its missing child, which is the empty string, whatever its own name is.
+    // A leaf is filtered by the text of its missing child, which is always empty, and not by its own name.
     if (!child.isValid())
         return child.data().toString().contains(filterRegularExpression());
 

@@ -47,14 +47,15 @@ public:
     // The same for a caller that knows the item's row, without a search.
     QModelIndex indexForItem(AbstractItem* item, int row) const { return createIndex(row, 0, item); }
 
-    // For changes to the tree that the caller has made or is about to make.
+    // Reports a reset, for changes to the tree that the caller has made or is about to make itself.
     void pulseReset();
 
     // Whether b's channels may join a's; a refusal is logged.
     bool canInterleave(AbstractItem* a, AbstractItem* b);
 
 public slots:
-    // Merges the later subsounds, of one file each, into the first, and returns it. One that doesn't fit is skipped.
+    // Merges all other subsounds, of one file each, into the first, and returns it. One that can't be interleaved is
+    // skipped.
     Subsound* interleaveSubsounds(QList<Subsound*>& subsounds);
 
     void removeItems(QList<AbstractItem*>& items);
@@ -88,7 +89,7 @@ private:
     QMap<int, QString> mHeaders;
     QMap<RTTI_TYPE, QIcon> mIcons;
 
-    // Addresses that the current operation has destroyed, to compare with those that are still on its list.
+    // Items that the current operation has destroyed. Only addresses are compared, to skip such items in its list.
     QSet<const AbstractItem*> mDestroyed;
 };
 

@@ -23,10 +23,7 @@ static_assert(kadpcm::kMaximumChannels == kMaximumChannels);
 
 namespace {
 
-// No codec of ours decodes one byte to more samples than this: a Vorbis block of 8,192 samples takes a packet.
-constexpr uint64_t kMaximumSamplesPerByte = 8192;
-
-// No sound is longer than this, and sums of positions up to this length can't overflow.
+// The maximum length of a sound. Sums of positions up to it can't overflow.
 constexpr uint64_t kMaximumSampleCount = uint64_t{1} << 48;
 
 // Four characters as a number, as loaded from a chunk.
@@ -373,7 +370,7 @@ Error damaged(std::string_view what)
 
 Error unreadable(const Error& error, std::string_view what)
 {
-    // Reading inside the source fails as damaged only when decryption fails.
+    // Inside the source, reading returns Damaged only if decryption fails.
     if (error.code == ErrorCode::Damaged)
         return damaged(std::string(what) + " can't be decrypted: the bank was changed");
     return error;

@@ -10,7 +10,8 @@
 
 namespace bank::layout {
 
-// The byte above 127, both kinds of line ends and the end-of-file character reveal a transfer that has changed bytes.
+// A transfer as text changes at least one of these: the byte above 127, the two kinds of line ends, or the end-of-file
+// character.
 inline constexpr std::array<uint8_t, 8> kMagic = {0x89, 'T', 'N', 'B', '\r', '\n', 0x1a, '\n'};
 inline constexpr uint16_t kMajorVersion = 2;
 inline constexpr uint16_t kMinorVersion = 0;
@@ -19,7 +20,7 @@ inline constexpr uint32_t kFlagEncrypted = 1;
 inline constexpr uint32_t kFlagGuid = 2;
 inline constexpr uint32_t kFlagNames = 4;
 
-// The start and the end that a plain and an encrypted header have in common.
+// The prefix and the checksum that a plain and an encrypted header have in common.
 inline constexpr size_t kPrefixBytes = 40;
 inline constexpr size_t kChecksumBytes = 8;
 inline constexpr size_t kMaximumHeaderBytes = 4096;
@@ -85,8 +86,8 @@ struct EncryptedHeader
     ContentTag contentTag{};
     KeyCheck keyCheck{};
 
-    // All bytes of the header except key check and checksum, on which the key of the pieces depends. Not a field of the
-    // file.
+    // The bytes of the header that the key of the pieces depends on: all except key check and checksum. Not a field of
+    // the file.
     std::vector<uint8_t> bound;
 };
 
@@ -154,8 +155,8 @@ base::Result<Prefix> readPrefix(const base::ByteSource& source);
 // last eight bytes, and the size of the file.
 base::Result<std::vector<uint8_t>> readHeader(const base::ByteSource& source, const Prefix& prefix, size_t minimum);
 
-// Checks the row by itself: channels, rate, and whether its data can hold its length. Returns what is wrong, null if
-// nothing is. The reader checks the offsets.
+// Checks a row without the rest of the bank: channels, rate, and whether its data can hold its length. Returns what is
+// wrong, or null. The reader checks the offsets.
 [[nodiscard]] const char* findFault(const Row& row);
 [[nodiscard]] inline bool plausible(const Row& row)
 {

@@ -147,7 +147,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int fla
                                      const char* cacheDirectory);
 
 /* Shuts the library down. A running build is cancelled, and the call returns when its workers have ended. The library
- * may be initialised again at once. Fetched reports stay valid until they are released.
+ * may be initialised again immediately. Fetched reports stay valid until they are released.
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_Release(void);
 
@@ -173,7 +173,7 @@ TARNOK_API TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned
                                       unsigned int buildFlags, unsigned int quality, const char* encryptionKey,
                                       const char* outputFileName);
 
-/* Asks the running build to stop and returns at once. Without a running build it does nothing.
+/* Asks the running build to stop and returns immediately. Without a running build it does nothing.
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_BuildCancel(void);
 

@@ -11,7 +11,7 @@
  * that violates the rules below, the build fails with TARNOK_ERR_ENCODER_LIBRARY_BAD. docs/examples/encoder_module.c is
  * a complete module.
  *
- * The bank stores setup and data unchanged. Their meaning is a matter of the module and the players of the bank.
+ * The bank stores setup and data unchanged. Only the module and the players of the bank interpret them.
  */
 #ifndef TARNOK_ENCODER_H
 #define TARNOK_ENCODER_H
@@ -27,9 +27,9 @@ extern "C" {
 
 /* How far outside a sound a module may read, in frames. */
 #define TARNOK_ENCODER_LOOKAROUND 65536
-#define TARNOK_ENCODER_REACH TARNOK_ENCODER_LOOKAROUND /* the former name */
+#define TARNOK_ENCODER_REACH TARNOK_ENCODER_LOOKAROUND /* the previous name */
 
-/* How many bytes a module may write per sample and channel; the lookaround counts, too. */
+/* How many bytes a module may write per frame and channel. Frames of the lookaround count, too. */
 #define TARNOK_ENCODER_BYTES 8
 
 /* One sound, resampled to a rate that the module supports, with its files interleaved. A frame is one sample of every
@@ -70,7 +70,7 @@ typedef struct TARNOK_ENCODER_HOST
      * a bank stores equal setups once. At most once per sound, at most 1 MiB. */
     TARNOK_RESULT (*setup)(void* user, const void* bytes, uint32_t count);
 
-    /* Adds a seek point: a decoder that starts at the byte that is written next delivers the frame at position first.
+    /* Adds a seek point: a decoder that starts at the next byte that is written first delivers the frame at position.
      * Positions count all decoded frames, including the pre-skip. Positions and bytes must increase from call to
      * call. */
     TARNOK_RESULT (*seekPoint)(void* user, uint64_t position);
@@ -94,11 +94,11 @@ typedef struct TARNOK_ENCODER_MODULE
      * supports it, otherwise the rate to which the sound is resampled. */
     uint32_t (*sampleRate)(uint32_t rate);
 
-    /* Encodes one sound. Called from several threads at once, for different sounds. The same sound must give the same
-     * bytes. *preSkip is 0 on entry and becomes the number of decoded frames to drop before the sound's first, at most
-     * 131072. The data must have at least one byte per 8192 decoded frames, rounded up. Results: TARNOK_ERR_CANCELLED;
-     * TARNOK_ERR_MEMORY; TARNOK_ERR_INVALID_FORMAT if the format doesn't support such a sound; any other error if the
-     * encoder fails. */
+    /* Encodes one sound. May be called on several threads at the same time, for different sounds. The same sound must
+     * give the same bytes. *preSkip is 0 on entry and becomes the number of decoded frames to drop before the sound's
+     * first, at most 131072. The data must have at least one byte per 8192 decoded frames, rounded up. Results:
+     * TARNOK_ERR_CANCELLED; TARNOK_ERR_MEMORY; TARNOK_ERR_INVALID_FORMAT if the format doesn't support such a sound;
+     * any other error if the encoder fails. */
     TARNOK_RESULT (*encode)(const TARNOK_ENCODER_SOUND* sound, const TARNOK_ENCODER_HOST* host, uint32_t* preSkip);
 } TARNOK_ENCODER_MODULE;
 

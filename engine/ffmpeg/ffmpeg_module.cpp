@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The decoder module, over FFmpeg's libraries, for what the engine's own decoders can't decode.
+// The decoder module, based on FFmpeg, for what the engine's own decoders can't decode.
 #include "decode/decoder_module.h"
 #include "packet_length.hpp"
 #include "parse/vorbis_setup_check.hpp"
@@ -111,9 +111,9 @@ std::optional<unsigned> findSound(const AVFormatContext& format)
     return first;
 }
 
-// The third of the headers that a container stores beside a Vorbis stream. Either each follows its length in two bytes,
-// or all follow the lengths of the first two in the encoding of Xiph, after a byte with their number minus one. Empty
-// if the lengths are wrong.
+// The third of the headers that a container stores beside a Vorbis stream. In one form,
+// each header is preceded by its length in two bytes. In the other, a byte with the number of headers minus one comes
+// first, then the lengths of the first two in Xiph's lacing, then all headers. Empty if the lengths are wrong.
 std::span<const uint8_t> vorbisSetup(std::span<const uint8_t> headers)
 {
     constexpr size_t kIdentificationBytes = 30;
@@ -141,8 +141,8 @@ bool isBoundedSetup(std::span<const uint8_t> packet)
     return engine::vorbisSetupBytes(packet.data(), packet.size()).has_value();
 }
 
-// Whether a codec may get the headers in the container. When they are opened, decoders allocate memory for each channel
-// and for everything that the headers declare.
+// Whether a codec may be opened with the headers in the container. Opening it allocates memory for each channel and for
+// everything that the headers declare.
 KESS_RESULT checkParameters(const AVCodecParameters& parameters)
 {
     if (parameters.ch_layout.nb_channels > KESS_MAX_CHANNELS)

@@ -104,7 +104,7 @@ typedef enum KESS_SOUND_FORMAT KESS_INT32
     KESS_SOUND_FORMAT_FORCEINT = 0x7fffffff
 } KESS_SOUND_FORMAT;
 
-/* Where sound goes. The engine of this library is silent: it decodes, a mixer plays. */
+/* Where sound goes. This engine decodes and has no audio output. */
 typedef enum KESS_OUTPUTTYPE KESS_INT32
 {
     KESS_OUTPUTTYPE_NOSOUND_NRT = 4,
@@ -167,10 +167,10 @@ typedef struct KESS_ENCODING
     uint64_t extraBytes; /* size of the rest that belongs to this sound alone: seek table, loop, sync points */
 } KESS_ENCODING;
 
-/* Receives the findings of KESS_System_VerifyBank. sound: the index of the sound, or -1 for the bank. result:
- * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK
- * for a remark on something that is whole but could be better. text: the finding in words, English, valid during the
- * call. Returns 0 to stop, anything else to continue. Must not throw. */
+/* Receives the findings of KESS_System_VerifyBank. sound: the index of the sound, or -1 for the bank. result: KESS_ERR_FILE_BAD for
+ * damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK for a remark on
+ * something that is intact but could be better. text: the finding in words, English, valid during the call. Returns 0
+ * to stop, anything else to continue. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* Where the bytes of a sound or bank come from: functions of the program. They may be called from several threads at
@@ -230,12 +230,13 @@ typedef struct KESS_SOUND KESS_SOUND;
 /* Text of a result, never null. */
 KESS_API const char* KESS_ErrorString(KESS_RESULT result);
 
-/* Why the thread's last call failed that opened, unlocked, verified, read or sought. The error of the operating system
- * (errno, such as EMFILE or EIO). 0: it reported none, so the file itself is the reason. */
+/* The error of the operating system (errno, such as EMFILE or EIO) that made this thread's last call fail. Set by calls
+ * that open, unlock, verify, read or seek. 0: the system reported no error, so the file itself is the reason. */
 KESS_API int KESS_SystemError(void);
 
-/* The reason in words, English, without the name of the file, such as "its data doesn't match the checksum". Empty if
- * no more is known than KESS_ErrorString says. By the rules of KESS_Sound_GetSyncPoint. */
+/* The reason of that failure as a text in English, without the name of the file, such as "its data doesn't match the
+ * checksum". Empty if no more is known than KESS_ErrorString says. A text that doesn't fit is cut as in
+ * KESS_Sound_GetSyncPoint. */
 KESS_API KESS_RESULT KESS_ErrorDetail(char* text, int textBytes);
 
 /* ---- The engine: opens files ---- */
@@ -243,7 +244,7 @@ KESS_API KESS_RESULT KESS_ErrorDetail(char* text, int textBytes);
 /* Version of the library, in the form of KESS_VERSION. */
 KESS_API KESS_RESULT KESS_GetVersion(unsigned int* version);
 
-/* Makes a silent engine. headerVersion is KESS_VERSION: the library accepts that of every header of its major version,
+/* Creates an engine. headerVersion is KESS_VERSION: the library accepts that of every header of its major version,
  * the digits above the lowest four, up to its own version. KESS_ERR_HEADER_MISMATCH: the header is newer than the
  * library, or of another major version. */
 KESS_API KESS_RESULT KESS_System_Create(KESS_SYSTEM** system, unsigned int headerVersion);
@@ -254,7 +255,7 @@ KESS_API KESS_RESULT KESS_System_Release(KESS_SYSTEM* system);
 /* Selects the output, before KESS_System_Init. KESS_ERR_INVALID_PARAM: any other than NOSOUND_NRT. */
 KESS_API KESS_RESULT KESS_System_SetOutput(KESS_SYSTEM* system, KESS_OUTPUTTYPE output);
 
-/* Starts the engine; maxChannels, flags and extraDriverData have no meaning for a silent one. */
+/* Starts the engine. It has no audio output, so maxChannels, flags and extraDriverData are ignored. */
 KESS_API KESS_RESULT KESS_System_Init(KESS_SYSTEM* system, int maxChannels, unsigned int flags, void* extraDriverData);
 
 /* Opens a file without decoding it. path is UTF-8. info may be null. The first file that needs FFmpeg silences its
@@ -312,8 +313,8 @@ KESS_API KESS_RESULT KESS_Sound_GetLength(KESS_SOUND* sound, unsigned int* lengt
 /* Length in samples of one channel, never cut. */
 KESS_API KESS_RESULT KESS_Sound_GetSampleCount(KESS_SOUND* sound, uint64_t* samples);
 
-/* The length that the file's header declares. More than KESS_Sound_GetSampleCount: the file ends before its sound does,
- * and the existing part can be read. Approximate for encodings that pack samples. */
+/* The length that the file's header declares. If it is more than that of KESS_Sound_GetSampleCount, the file was cut
+ * short, and the existing part can be read. Approximate for compressed encodings. */
 KESS_API KESS_RESULT KESS_Sound_GetDeclaredSampleCount(KESS_SOUND* sound, uint64_t* samples);
 
 /* Moves to a sample, counted from the start of the sound; the next read begins exactly there.
@@ -322,9 +323,10 @@ KESS_API KESS_RESULT KESS_Sound_SeekData(KESS_SOUND* sound, uint64_t sample);
 
 /* Decodes up to lengthBytes, cut to whole frames, in the sample format of KESS_Sound_GetFormat, interleaved; *read gets
  * the number of bytes delivered. Channels are in the order of WAV files: front left, right, centre, low frequencies,
- * back, side. KESS_ERR_FILE_EOF: none, the sound is at its end. KESS_ERR_FILE_BAD: none, the sound is damaged here; the
- * samples before it have been delivered. KESS_ERR_INVALID_PARAM: no buffer, or one that is smaller than a frame.
- * KESS_ERR_UNSUPPORTED: the file was recognised only. KESS_ERR_SUBSOUNDS: a bank of several sounds. */
+ * back, side. KESS_ERR_FILE_EOF: nothing was read, the sound is at its end. KESS_ERR_FILE_BAD: nothing was read, the
+ * sound is damaged here; the samples before the damage have been delivered. KESS_ERR_INVALID_PARAM: no buffer, or one
+ * that is smaller than a frame. KESS_ERR_UNSUPPORTED: the file was recognised but can't be decoded. KESS_ERR_SUBSOUNDS:
+ * a bank of several sounds. */
 KESS_API KESS_RESULT KESS_Sound_ReadData(KESS_SOUND* sound, void* buffer, unsigned int lengthBytes, unsigned int* read);
 
 /* The same in 32-bit float, interleaved, full scale -1 to 1, in frames: the full precision of lossy sounds. */
@@ -351,13 +353,13 @@ KESS_API KESS_RESULT KESS_Sound_GetNumSyncPoints(KESS_SOUND* sound, int* count);
  * that doesn't fit is cut after a whole character, and the result is KESS_ERR_TRUNCATED. */
 KESS_API KESS_RESULT KESS_Sound_GetSyncPoint(KESS_SOUND* sound, int index, uint64_t* sample, char* name, int nameBytes);
 
-/* What of the file is left out, in words for the user, English: sync points above 65,536, names of sync points of more
- * than 32 MiB in total, and chained sounds whose rate or channels differ from those of the first. Empty if nothing is.
- * By the rules of KESS_Sound_GetSyncPoint. */
+/* A text for the user, in English, about parts of the file that are left out: sync points above 65,536, names of sync
+ * points of more than 32 MiB in total, and chained sounds whose rate or channels differ from those of the first. Empty
+ * if nothing is left out. A text that doesn't fit is cut as in KESS_Sound_GetSyncPoint. */
 KESS_API KESS_RESULT KESS_Sound_GetRemark(KESS_SOUND* sound, char* text, int textBytes);
 
-/* Name of a subsound in UTF-8, by the rules of KESS_Sound_GetSyncPoint; empty for a bank without names and for a
- * file. */
+/* Name of a subsound in UTF-8; empty for a bank without names and for a file. A name that doesn't fit is cut as in
+ * KESS_Sound_GetSyncPoint. */
 KESS_API KESS_RESULT KESS_Sound_GetName(KESS_SOUND* sound, char* name, int nameBytes);
 
 /* Number of sounds of a bank, 0 for any other sound. KESS_ERR_KEY_MISSING for a bank that is still locked. */

@@ -93,7 +93,7 @@ TEST_F(Output, FollowsLinksAndRefusesAnythingButFiles)
         const Outcome outcome = build(order);
         EXPECT_TRUE(outcome.failed(TARNOK_ERR_FILE_OS, text)) << path;
         EXPECT_EQ(outcome.reportedStates(-1), std::vector{TARNOK_STATE_FAILED}) << path;
-        EXPECT_EQ(outcome.countReports(TARNOK_STATE_DECODING), 0) << "reported at once, not after hours";
+        EXPECT_EQ(outcome.countReports(TARNOK_STATE_DECODING), 0) << "reported immediately, not after hours";
     }
     order.output = fullPath("bank.h");
     EXPECT_EQ(build(order).result, TARNOK_ERR_INVALID_PARAM);

@@ -122,8 +122,8 @@ TEST(Resampling, MakesLoopsOfWholeFramesWithoutASeam)
         ASSERT_TRUE(bool(result));
         EXPECT_EQ((*result)->facts().length, plan.length());
         EXPECT_EQ(plan.loop().has_value(), loop.has_value());
-        const double roundsLength = loopLength * double(plan.rounds());
-        const double exactly = (double(length) + roundsLength - loopLength) * to / from;
+        const double writtenOutLength = loopLength * double(plan.repetitions());
+        const double exactly = (double(length) + writtenOutLength - loopLength) * to / from;
         const double newStart = plan.loop() ? double(plan.loop()->start) : 0;
         const double newLoopLength = plan.loop() ? double(plan.loop()->end) - newStart : exactly;
         EXPECT_NEAR(double(plan.length()), exactly, plan.loop() ? 1.5 + exactly / 2 / newLoopLength : 0.5);
@@ -136,7 +136,7 @@ TEST(Resampling, MakesLoopsOfWholeFramesWithoutASeam)
         const double last = double(samples.size()) - (loop && loop->end == length ? 0 : edge);
         double worst = 0;
         for (double i = std::ceil(first); i <= last && i < double(samples.size()); ++i) {
-            const double position = start + (i - newStart) * roundsLength / newLoopLength;
+            const double position = start + (i - newStart) * writtenOutLength / newLoopLength;
             worst = std::max(worst, std::abs(samples[size_t(i)] - toneAt(frequency, position)));
         }
         EXPECT_LT(worst, 3e-6);
@@ -158,14 +158,14 @@ TEST(ShortLoops, AreReadOnceHoweverOftenTheyRepeat)
         const auto held = holdLoopIfShort(std::make_unique<CountingSource>(makeSource(), &jumps), loop);
 
         // Reads in both forms, which begin and end inside, outside and at the ends of the loop.
-        std::vector<std::pair<uint64_t, uint64_t>> stretches{{0, kLength}};
+        std::vector<std::pair<uint64_t, uint64_t>> ranges{{0, kLength}};
         for (int round = 0; round < 20; ++round)
-            stretches.emplace_back(loop.start, loop.end);
-        stretches.insert(stretches.end(), {{loop.start / 2, loop.end}, {loop.end - 1, (loop.end + kLength) / 2}});
+            ranges.emplace_back(loop.start, loop.end);
+        ranges.insert(ranges.end(), {{loop.start / 2, loop.end}, {loop.end - 1, (loop.end + kLength) / 2}});
         const auto expectSame = [&](auto sample, auto read) {
             std::vector<decltype(sample)> wanted(kLength * 3);
             std::vector<decltype(sample)> got(kLength * 3);
-            for (const auto& [begin, end] : stretches) {
+            for (const auto& [begin, end] : ranges) {
                 ASSERT_TRUE(plain->seek(begin) && read(*plain, wanted.data(), size_t(end - begin)));
                 ASSERT_TRUE(held->seek(begin) && read(*held, got.data(), size_t(end - begin)));
                 EXPECT_EQ(got, wanted);
@@ -195,10 +195,10 @@ TEST(Resampling, KeepsThePitchAndUnrollsAShortInnerLoopForThat)
             const double ratio = to / 44100;
             const ResamplingPlan plan(30'000, base::Loop{29'000, 29'000 + loopLength}, 44100, to);
             ASSERT_TRUE(plan.loop());
-            const double added = double((plan.rounds() - 1) * loopLength) * ratio;
+            const double added = double((plan.repetitions() - 1) * loopLength) * ratio;
             EXPECT_LT(added, 900) << loopLength;
-            const double rounds = double(plan.rounds() * loopLength) * ratio;
-            EXPECT_NEAR(double(plan.loop()->end - plan.loop()->start) / rounds, 1, cent) << loopLength;
+            const double writtenOut = double(plan.repetitions() * loopLength) * ratio;
+            EXPECT_NEAR(double(plan.loop()->end - plan.loop()->start) / writtenOut, 1, cent) << loopLength;
             EXPECT_NEAR(double(plan.loop()->start), 29'000 * ratio, 29'000 * ratio * cent + 1) << loopLength;
             EXPECT_NEAR(double(plan.length()), 30'000 * ratio + added, 30'000 * ratio * cent + 2) << loopLength;
         }
@@ -214,12 +214,12 @@ TEST(Resampling, MapsPositionsAndRepeatsThoseInAnUnrolledLoop)
     EXPECT_EQ(plan.positions(40'000), Positions{plan.loop()->end});
     EXPECT_EQ(plan.positions(60'000), Positions{plan.length()});
 
-    const ResamplingPlan rounds(4000, base::Loop{2000, 2100}, 44100, 48000); // the loop becomes 108.8 samples long
-    const uint64_t start = rounds.loop()->start;
-    ASSERT_EQ(rounds.rounds(), 5u);
-    EXPECT_EQ(rounds.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));
-    EXPECT_EQ(rounds.positions(2100), Positions{rounds.loop()->end});
-    EXPECT_EQ(rounds.positions(4000), Positions{rounds.length()});
+    const ResamplingPlan repeated(4000, base::Loop{2000, 2100}, 44100, 48000); // the loop becomes 108.8 samples long
+    const uint64_t start = repeated.loop()->start;
+    ASSERT_EQ(repeated.repetitions(), 5u);
+    EXPECT_EQ(repeated.positions(2000), (Positions{start, start + 109, start + 218, start + 326, start + 435}));
+    EXPECT_EQ(repeated.positions(2100), Positions{repeated.loop()->end});
+    EXPECT_EQ(repeated.positions(4000), Positions{repeated.length()});
 }
 
 TEST(Resampling, StopsOnRequest)
@@ -389,7 +389,7 @@ std::stop_token stopped()
 TEST(ProgressQueue, LimitsTheReportsPerVisitDuringABuildAndDeliversTheRestAtItsEnd)
 {
     WatchedQueue watched(50000);
-    EXPECT_EQ(watched.fetchAll(1ms), 64) << "the smallest portion";
+    EXPECT_EQ(watched.fetchAll(1ms), 64) << "the smallest batch";
     EXPECT_EQ(watched.fetchAll(50us), 100) << "5 ms; the next visit continues";
     watched.queue.endBuild(stopped());
     EXPECT_EQ(watched.fetchAll(1ms), 50000 - 164);
@@ -483,9 +483,9 @@ TEST(Remarks, ComeOncePerBuildInOrderWithinBoundsAndInWholeCharacters)
     const std::pair<size_t, const char*> cuts[] = {{1, ""},   {2, "a"},   {3, "a"},  {4, "aé"},
                                                    {7, "aé"}, {8, "aé𝄞"}, {9, "aé𝄞"}};
     for (const auto& [size, expected] : cuts) {
-        char room[9];
-        copyCharacters("aé𝄞", room, size);
-        EXPECT_STREQ(room, expected) << size;
+        char buffer[9];
+        copyCharacters("aé𝄞", buffer, size);
+        EXPECT_STREQ(buffer, expected) << size;
     }
 }
 

@@ -74,7 +74,7 @@ class InfoTest(TnbCase):
                                            r"+-8\.7 dB +[\d,]+ +\d")
                     self.assertRegex(text, r"(?m)^ +0 +19999 +größer$")
 
-                    self.assertEqual(self.assert_tnb("validate", path, path, key=key), f"{path}: whole\n" * 2)
+                    self.assertEqual(self.assert_tnb("validate", path, path, key=key), f"{path}: intact\n" * 2)
                     self.assert_tnb("extract", path, "-o", "out", "--force", key=key)
                     for sound in ("loop.wav", "tone.wav"):
                         source, got = read_riff(self.folder_in / sound), read_riff(self.work / "out" / sound)
@@ -168,7 +168,7 @@ class ValidateTest(TnbCase):
         self.assertRegex(output, r"(?m)^ +1 +\(damaged: its chunks don't match the checksum\)$")
         self.build("locked.tnb", key="k", source="a.wav")
         for banks, status in ((["damaged.tnb", "whole.tnb"], DAMAGED), (["whole.tnb", "locked.tnb"], UNREADABLE)):
-            self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: whole\n"))
+            self.assertEqual(self.tnb("validate", *banks)[:2], (status, "whole.tnb: intact\n"))
 
     def test_finds_what_no_checksum_reveals(self):
         self.make_sounds()
@@ -199,7 +199,7 @@ class ValidateTest(TnbCase):
         reseal(data)
         (self.work / "weak.tnb").write_bytes(data)
         status, output, errors = self.tnb("validate", "weak.tnb")
-        self.assertEqual((status, output), (0, "weak.tnb: whole\n"))
+        self.assertEqual((status, output), (0, "weak.tnb: intact\n"))
         self.assertRegex(errors, r"\Atnb: weak\.tnb: remark: sound 1: 1 seek point is weak: at sample \d+ .* -\d+ dB\n\Z")
 
     def mislead_seeking(self, data, bank):
@@ -310,7 +310,7 @@ class ExtractTest(TnbCase):
         (out / "a.wav").mkdir()
         self.assertEqual(self.tnb("extract", bank, "-o", "out", "--force")[0], UNREADABLE)
         for folder in ("a.wav", "long" * 100):
-            self.assert_fails(UNREADABLE, "x.tnb: can't make the folder " + folder, "extract", bank, "-o", folder)
+            self.assert_fails(UNREADABLE, "x.tnb: can't create the folder " + folder, "extract", bank, "-o", folder)
         self.assertEqual(self.files("out"), ["a.wav"])
 
     def test_leaves_no_partial_files(self):

@@ -79,7 +79,7 @@ base::Result<> makeFolder(const std::string& folder)
     std::filesystem::create_directories(folder, error);
     if (!std::filesystem::is_directory(folder, unseen))
         return base::Error{base::ErrorCode::Io,
-                           "can't make the folder " + folder + ": "
+                           "can't create the folder " + folder + ": "
                                + (error ? error.message() : "a file is in the way")};
     return {};
 }
@@ -89,18 +89,18 @@ base::Result<> copySamples(KESS::Sound& sound, const SoundProperties& facts, Wav
     constexpr unsigned kFramesAtOnce = 16384;
     const auto frameBytes = static_cast<unsigned>(facts.channels * facts.bits / 8);
     std::vector<uint8_t> buffer(static_cast<size_t>(kFramesAtOnce) * frameBytes);
-    for (uint64_t left = facts.samples * frameBytes; left > 0;) {
+    for (uint64_t remaining = facts.samples * frameBytes; remaining > 0;) {
         unsigned got = 0;
         const KESS_RESULT result = sound.readData(buffer.data(), static_cast<unsigned>(buffer.size()), &got);
         if (result == KESS_ERR_UNSUPPORTED)
             return engineError(result);
-        if (result != KESS_OK || got == 0 || got > left)
+        if (result != KESS_OK || got == 0 || got > remaining)
             return base::Error{base::ErrorCode::Damaged,
-                               "damaged after " + std::to_string(facts.samples - left / frameBytes) + " of "
+                               "damaged after " + std::to_string(facts.samples - remaining / frameBytes) + " of "
                                    + std::to_string(facts.samples) + " samples"};
         if (base::Result<> written = writer.write(std::span(buffer).first(got)); !written)
             return written;
-        left -= got;
+        remaining -= got;
     }
     return {};
 }
@@ -155,7 +155,7 @@ base::Result<Status> extract(const ExtractRequest& request)
         return std::move(made.error());
     OutputFile::removeAbandoned(request.folder);
 
-    Status status = Status::Whole;
+    Status status = Status::Success;
     for (const int index : *indices) {
         const std::string& name = names[static_cast<size_t>(index)];
         if (const base::Result<> done = extractSound(*bank, index, files[static_cast<size_t>(index)], request); !done) {

@@ -80,7 +80,7 @@ std::string versionText(const KESS_BANKINFO& info)
     return std::to_string(info.majorVersion) + "." + std::to_string(info.minorVersion);
 }
 
-// Decoded bytes per encoded byte; nothing if either is 0.
+// Decoded bytes per encoded byte; nullopt if either is 0.
 std::optional<double> compressionRatio(double decodedBytes, uint64_t bytes)
 {
     return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / static_cast<double>(bytes)) : std::nullopt;
@@ -149,7 +149,7 @@ Status printJson(const std::string& path, OpenedBank& bank)
     writeJson(std::cout, text, 0);
     std::cout << ",\n  \"sounds\": [";
 
-    Status status = Status::Whole;
+    Status status = Status::Success;
     for (int i = 0; i < bank.soundCount(); ++i) {
         const Listed listed = bank.properties(i);
         if (!listed)
@@ -284,7 +284,7 @@ private:
     double mSeconds = 0; // of all sounds, like the next two
     double mDecodedBytes = 0;
     uint64_t mBytes = 0;
-    Status mStatus = Status::Whole;
+    Status mStatus = Status::Success;
     Table mTable{{{"sound", Align::Right},
                   {"name", Align::Left},
                   {"codec", Align::Left},

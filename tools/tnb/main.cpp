@@ -157,7 +157,7 @@ private:
         command->callback([this] {
             // The key is read once: standard input can't be read again.
             mStatus = withKey(mBanks.front(), [this](const Key& key) {
-                Status worst = Status::Whole;
+                Status worst = Status::Success;
                 for (const std::string& bank : mBanks)
                     worst = std::max(worst, attempt(bank, [&] { return tnb::validate(bank, key); }));
                 return base::Result<Status>(worst);
@@ -190,7 +190,7 @@ private:
     tnb::InfoRequest mInfo;
     std::vector<std::string> mBanks;
     tnb::ExtractRequest mExtract;
-    Status mStatus = Status::Whole;
+    Status mStatus = Status::Success;
 };
 
 } // namespace

@@ -47,11 +47,11 @@ struct ReleaseEngine
 using Engine = std::unique_ptr<KESS::System, ReleaseEngine>;
 using SoundPointer = std::unique_ptr<KESS::Sound, ReleaseEngine>;
 
-// Must outlive all that is opened with it.
+// Must outlive everything that is opened with it.
 base::Result<Engine> startEngine();
 
 // Checks a whole bank. Calls report for each finding with the index of the sound (-1 for the bank itself), a result and
-// a text; report returns whether to continue. Returns whether the bank is whole.
+// a text; report returns whether to continue. Returns whether the bank is intact.
 using ReportFinding = std::function<bool(int sound, KESS_RESULT result, const std::string& text)>;
 base::Result<bool> verifyBank(KESS::System& engine, const std::string& path, const Key& key,
                               const ReportFinding& report);
@@ -65,11 +65,11 @@ public:
     [[nodiscard]] const KESS_BANKINFO& info() const { return mInfo; }
     [[nodiscard]] int soundCount() const { return mSoundCount; }
 
-    // Opens the sound with this index, counted from 0, until the pointer is destroyed. Hold at most one pointer to the
-    // same sound at a time. ErrorCode::Damaged.
+    // Opens the sound with this index, counted from 0. The pointer's destructor closes it. Hold at most one pointer to
+    // the same sound at a time. ErrorCode::Damaged.
     base::Result<SoundPointer> sound(int index);
 
-    // ErrorCode::Damaged: so is the sound.
+    // ErrorCode::Damaged: the sound is damaged.
     base::Result<std::string> name(int index);
     base::Result<SoundProperties> properties(int index);
 

@@ -25,7 +25,7 @@ extern "C" void removeUnfinished(int number)
 {
     if (const char* path = unfinished.load())
         unlink(path);
-    // This signal is delivered when the handler returns.
+    // The raised signal is delivered when the handler returns.
     std::signal(number, SIG_DFL);
     std::raise(number);
 }
@@ -41,7 +41,7 @@ void removeUnfinishedOnSignals()
     }
 }
 
-// Holds the signals back, so that none arrives between the creation of a file and the storing of its path.
+// Blocks the signals, so that none arrives between the creation of a file and the storing of its path.
 class SignalBlock
 {
 public:
@@ -81,7 +81,7 @@ base::Result<> OutputFile::open()
     const SignalBlock block;
     base::Result<base::TemporaryFile> created = base::TemporaryFile::create(mFolder, kStem);
     if (!created)
-        return error("can't make", created.error().systemError);
+        return error("can't create", created.error().systemError);
     mFile = std::move(*created);
     unfinished = mFile.path().c_str();
     return {};
@@ -106,7 +106,7 @@ base::Result<> OutputFile::commit(bool replace)
     if (const base::Result<> named = mFile.commit(path(), replace ? Existing::Replace : Existing::Keep); !named) {
         if (named.error().systemError == EEXIST)
             return base::Error{base::ErrorCode::Io, path().string() + " exists already; --force replaces it", EEXIST};
-        return error("can't make", named.error().systemError);
+        return error("can't create", named.error().systemError);
     }
     unfinished = nullptr;
     return {};

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A file that gets its name when it is complete, and is removed otherwise, even if a signal ends the program.
+// A file that is renamed to its final name when it is complete, and otherwise removed, even if a signal ends the
+// program.
 #pragma once
 
 #include "base/bytes.hpp"
@@ -25,8 +26,8 @@ public:
 
     base::Result<> write(std::span<const uint8_t> bytes) override;
 
-    // Gives the file its name. An existing file is replaced if replace is set, otherwise it is an error. A symbolic
-    // link is replaced, not followed.
+    // Renames the file to its final name. An existing file is replaced if replace is set, otherwise it is an error. A
+    // symbolic link is replaced, not followed.
     base::Result<> commit(bool replace);
 
     // Removes the temporary files of earlier runs that were killed.

@@ -8,7 +8,7 @@ namespace tnb {
 
 enum class Status
 {
-    Whole = 0, // everything requested was done, and no damage was found
+    Success = 0, // everything requested was done, and no damage was found
     Damaged = 1, // a bank, or a requested sound, is damaged
     CannotRead = 2, // not a bank, no such file, key missing or wrong, a file not written, or wrong arguments
 };

@@ -19,13 +19,13 @@ base::Result<Status> validate(const std::string& bank, const Key& key)
         std::cerr << printable(text) << '\n';
         return true;
     };
-    const base::Result<bool> whole = verifyBank(**engine, bank, key, report);
-    if (!whole)
-        return whole.error();
-    if (!*whole)
+    const base::Result<bool> isIntact = verifyBank(**engine, bank, key, report);
+    if (!isIntact)
+        return isIntact.error();
+    if (!*isIntact)
         return Status::Damaged;
-    std::cout << printable(bank) << ": whole\n";
-    return Status::Whole;
+    std::cout << printable(bank) << ": intact\n";
+    return Status::Success;
 }
 
 } // namespace tnb

@@ -7,7 +7,7 @@
 
 namespace tnb {
 
-// Reads and decodes everything in a bank. Prints each fault and each remark on standard error, and "whole" on standard
+// Reads and decodes everything in a bank. Prints each fault and each remark on standard error, and "intact" on standard
 // output if there is no fault.
 base::Result<Status> validate(const std::string& bank, const Key& key);
 

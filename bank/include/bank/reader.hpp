@@ -15,7 +15,7 @@
 
 namespace bank {
 
-// What the first bytes of a file say.
+// The kind of a bank, from its first bytes.
 enum class Kind
 {
     Plain,

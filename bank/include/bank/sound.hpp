@@ -4,10 +4,11 @@
 // Banks and the entries of the builder's cache contain the same serialised form, so a cached sound is copied into a
 // bank unchanged. The form consists of
 //
-//     record     kSoundRecordBytes   codec, channels, rate, lengths, sizes and checksums; the row of a bank's sound
-//     table setup size u32, then u32 zero setup      the decoder's setup, shared between the sounds of a bank (Vorbis
-//     headers, Opus channel mapping) chunks     everything optional: loop, sync points, peak, seek table, corrections
-//     around the loop's seam
+//     record      codec, channels, rate, lengths, sizes and checksums; kSoundRecordBytes long, laid out like
+//                 a row of a bank's sound table
+//     setup size  u32, followed by a u32 of zero
+//     setup       what the decoder needs first (Vorbis headers, Opus channel mapping); a bank stores equal ones once
+//     chunks      everything optional: loop, sync points, peak, seek table, corrections around the loop's seam
 //
 // The encoded data is stored separately. docs/tnb-format.md describes every field.
 #pragma once
@@ -33,6 +34,8 @@ inline constexpr size_t kMaximumSyncPoints = 65'536;
 inline constexpr size_t kMaximumSeekPoints = 131'072;
 inline constexpr size_t kMaximumChunksBytes = 8 << 20; // of all chunks of a sound
 inline constexpr size_t kMaximumPacketBytes = (1 << 21) - 1; // of a Vorbis or Opus packet
+// No codec decodes one byte to more samples of a channel: a Vorbis packet has at least one byte and at most 8,192 samples.
+inline constexpr uint64_t kMaximumSamplesPerByte = 8192;
 inline constexpr size_t kSoundRecordBytes = 96;
 
 // How the data of a sound is encoded. The numbers are those of TARNOK_FORMAT and are stored in banks.
@@ -68,9 +71,9 @@ enum class SampleFormat : uint8_t
 // Bytes of one sample of one channel; 0 for None and for unknown numbers.
 [[nodiscard]] size_t bytesPerSample(SampleFormat format);
 
-// A position from which decoding can begin: after a reset, a decoder that gets the packets from offset on delivers the
-// sample at position first. Positions count decoded samples from the start of the stream, so the first sample of the
-// sound is at position preSkip. Both members rise strictly from point to point. The start of the stream (0, 0) is
+// A position from which decoding can begin: after a reset, a decoder that is given the packets from offset on first
+// delivers the sample at position. Positions count decoded samples from the start of the stream, so the first sample of
+// the sound is at position preSkip. Both members rise strictly from point to point. The start of the stream (0, 0) is
 // always a seek point and isn't listed.
 struct SeekPoint
 {
@@ -85,8 +88,7 @@ struct SeekPoint
 struct EncodedFacts
 {
     Codec codec = Codec::Pcm;
-    SampleFormat sampleFormat =
-        SampleFormat::Pcm16; // of PCM data; for other codecs what decoding to integers gives, Pcm16
+    SampleFormat sampleFormat = SampleFormat::Pcm16; // of PCM data; Pcm16 for other codecs, since they decode to it
     uint16_t channels = 1; // 1 to kMaximumChannels
     uint32_t sampleRate = 44'100; // hertz, 1 to kMaximumSampleRate
     uint64_t sampleCount = 0; // length of the sound; 0 if it couldn't be encoded

@@ -3,6 +3,7 @@
 
 #include "base/bytes.hpp"
 #include "kadpcm/format.hpp"
+#include "kadpcm/prediction.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -71,11 +72,11 @@ public:
     }
 
 private:
-    static constexpr size_t kMostBitsOfACode = kEscapeZeros + kEscapeBits;
-    static constexpr size_t kMostHeaderBits =
-        kCouplingBits + kStartBits + kFirstSampleBits + kMaximumOrder * kMostCoefficientBits;
+    static constexpr size_t kMaximumCodeBits = kEscapeZeros + kEscapeBits;
+    static constexpr size_t kMaximumHeaderBits =
+        kCouplingBits + kStartBits + kFirstSampleBits + kMaximumOrder * kMaximumCoefficientBits;
 
-    std::array<uint8_t, (kMostBitsOfACode * kSuperblockFrames + kMostHeaderBits) / 8 + 8> mBytes;
+    std::array<uint8_t, (kMaximumCodeBits * kSuperblockFrames + kMaximumHeaderBits) / 8 + 8> mBytes;
     size_t mSize = 0;
     uint64_t mBits = 0;
     int mHeld = 0; // of mBits, the low ones
@@ -114,6 +115,113 @@ int startFor(double meanCode)
     return start;
 }
 
+// Codes the samples of one predicted block.
+class SampleCoder
+{
+public:
+    SampleCoder(std::span<const int16_t> samples, std::span<const int16_t> previous, int coupling, int step, int start,
+                std::span<int16_t> decoded, BitWriter& bits)
+        : mSamples(samples)
+        , mPrevious(previous)
+        , mCoupling(coupling)
+        , mQuantiser(step)
+        , mStepSize(stepSize(step))
+        , mStart(start)
+        , mParameter(start)
+        , mDecoded(decoded)
+        , mBits(bits)
+    { }
+
+    void code(std::span<const int32_t> reflections)
+    {
+        mDecoded[0] = mSamples[0];
+        mPrediction.add(mSamples[0] - coupled(0));
+        for (mNext = 1; mNext < mSamples.size() && mNext <= reflections.size(); ++mNext) {
+            mPrediction.grow(reflections[mNext - 1]);
+            mBits.putExpGolomb(quantise(mNext, mPrediction.next()), mStart);
+            mPrediction.add(mDifference);
+        }
+        mPrediction.beginGroups();
+        codeGroups();
+        for (; mNext < mSamples.size(); ++mNext) {
+            putRice(quantise(mNext, mPrediction.next()));
+            mPrediction.add(mDifference);
+        }
+    }
+
+private:
+    [[nodiscard]] int coupled(size_t n) const
+    {
+        return mCoupling == 0 ? 0 : static_cast<int>(couple(mCoupling, mPrevious[n]));
+    }
+
+    // The code of sample n. Sets what the decoder makes of it.
+    [[gnu::always_inline]] uint32_t quantise(size_t n, int64_t predicted)
+    {
+        const int c = coupled(n);
+        const int expected = static_cast<int>(clampSample(c + predicted));
+        const int q = mQuantiser.code(mSamples[n] - expected);
+        const int sample = static_cast<int>(clampSample(expected + dequantised(q, mStepSize)));
+        mDecoded[n] = static_cast<int16_t>(sample);
+        mDifference = sample - c;
+        return fold(q);
+    }
+
+    [[gnu::always_inline]] void putRice(uint32_t u)
+    {
+        mBits.putRice(u, mParameter.value());
+        mParameter.follow(u);
+    }
+
+    template <typename Code>
+    [[gnu::always_inline]] void codeGroupsWith()
+    {
+        Prediction::Group group = mPrediction.firstGroup();
+        for (; mNext + kGroup <= mSamples.size(); mNext += kGroup) {
+            double sums[kGroup];
+            mPrediction.nextGroup<Code>(group, sums);
+            unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
+                putRice(quantise(mNext + k, mPrediction.inGroup<k>(group, sums)));
+                mPrediction.addInGroup<k>(group, mDifference);
+            });
+            mPrediction.endGroup();
+        }
+    }
+
+#ifdef __x86_64__
+    [[KADPCM_AVX2]] void codeGroupsAvx2()
+    {
+        codeGroupsWith<Avx2Code>();
+    }
+
+    void codeGroups()
+    {
+        if (Avx2Code::isSupported())
+            codeGroupsAvx2();
+        else
+            codeGroupsWith<Sse2Code>();
+    }
+#else
+    void codeGroups()
+    {
+        codeGroupsWith<PlainCode>();
+    }
+#endif
+
+    std::span<const int16_t> mSamples;
+    std::span<const int16_t> mPrevious;
+    int mCoupling;
+    Quantiser mQuantiser;
+    int mStepSize;
+    int mStart;
+    RiceParameter mParameter;
+    std::span<int16_t> mDecoded;
+    BitWriter& mBits;
+    Prediction mPrediction;
+    size_t mNext = 0;
+    int mDifference = 0; // of the sample that was coded last
+};
+
 void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> previous, const Analysis& analysis,
                   const Plan& plan, std::span<int16_t> decoded, BitWriter& bits)
 {
@@ -128,39 +236,8 @@ void putPredicted(std::span<const int16_t> samples, std::span<const int16_t> pre
         reflections[static_cast<size_t>(i - 1)] = reflectionCoefficient(i, index);
     }
     bits.putSigned(samples[0], kFirstSampleBits);
-
-    std::array<int32_t, kMaximumOrder + kSuperblockFrames> history;
-    std::fill_n(history.begin(), kMaximumOrder, 0);
-    int32_t* const differences = history.data() + kMaximumOrder;
-    const int coupling = analysis.coupling;
-    const auto coupled = [&](size_t n) {
-        return coupling == 0 ? 0 : couple(coupling, previous[n]);
-    };
-    decoded[0] = samples[0];
-    differences[0] = samples[0] - coupled(0);
-    Predictor predictor;
-    const Quantiser quantiser(plan.step);
-    const int size = stepSize(plan.step);
-    const auto codeOf = [&](size_t n) {
-        const int c = coupled(n);
-        const int prediction = clampSample(c + predictor.predict(differences + n));
-        const int code = quantiser.code(samples[n] - prediction);
-        const int sample = reconstruct(prediction, code, size);
-        decoded[n] = static_cast<int16_t>(sample);
-        differences[n] = sample - c;
-        return fold(code);
-    };
-    size_t n = 1;
-    for (; n < samples.size() && n <= static_cast<size_t>(plan.order); ++n) {
-        predictor.grow(reflections[n - 1]);
-        bits.putExpGolomb(codeOf(n), start);
-    }
-    RiceParameter parameter(start);
-    for (; n < samples.size(); ++n) {
-        const uint32_t u = codeOf(n);
-        bits.putRice(u, parameter.value());
-        parameter.follow(u);
-    }
+    SampleCoder(samples, previous, analysis.coupling, plan.step, start, decoded, bits)
+        .code(std::span(reflections).first(static_cast<size_t>(plan.order)));
 }
 
 void appendConstant(std::span<const int16_t> samples, std::span<int16_t> decoded, std::vector<uint8_t>& bytes)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the decoder and the encoder of KADPCM have in common: every rule by which they must agree to the bit. The rules
-// themselves are told in bank/kadpcm.hpp.
+// themselves are in bank/kadpcm.hpp.
 #pragma once
 
 #include "bank/kadpcm.hpp"
@@ -26,13 +26,14 @@ inline constexpr int kFirstSampleBits = 16;
 inline constexpr int kEscapeZeros = 20;
 inline constexpr int kEscapeBits = 17; // an unfolded difference of two samples fits in them
 inline constexpr int kHighestStep = 255;
+inline constexpr int kGroup = 4; // samples that are decoded together
 
 // The lower coefficients of a strongly predictable sound lie close to 1, where a small error costs much.
 constexpr int coefficientBits(int number)
 {
     return number <= 2 ? 9 : number <= 8 ? 7 : 6;
 }
-inline constexpr int kMostCoefficientBits = 9;
+inline constexpr int kMaximumCoefficientBits = 9;
 
 namespace detail {
 
@@ -49,12 +50,12 @@ constexpr double sine(double angle)
     return sum;
 }
 
-// 2^20 * sin(i * pi / 2^kMostCoefficientBits) in the first quadrant.
+// 2^20 * sin(i * pi / 2^kMaximumCoefficientBits) in the first quadrant.
 constexpr auto makeSineTable()
 {
-    std::array<int32_t, (1 << (kMostCoefficientBits - 1)) + 1> table{};
+    std::array<int32_t, (1 << (kMaximumCoefficientBits - 1)) + 1> table{};
     for (size_t i = 0; i < table.size(); ++i) {
-        const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMostCoefficientBits);
+        const double angle = static_cast<double>(i) * std::numbers::pi / (1 << kMaximumCoefficientBits);
         // NOLINTNEXTLINE(bugprone-incorrect-roundings): lround isn't constexpr, and nothing here is below 0
         table[i] = static_cast<int32_t>(sine(angle) * (1 << 20) + 0.5);
     }
@@ -68,7 +69,7 @@ inline constexpr auto kSineTable = detail::makeSineTable();
 // The reflection coefficient in 1/2^20. index: two's complement of coefficientBits(number) bits.
 constexpr int32_t reflectionCoefficient(int number, int index)
 {
-    const int position = index * (1 << (kMostCoefficientBits - coefficientBits(number)));
+    const int position = index * (1 << (kMaximumCoefficientBits - coefficientBits(number)));
     return position < 0 ? -kSineTable[static_cast<size_t>(-position)] : kSineTable[static_cast<size_t>(position)];
 }
 
@@ -80,9 +81,12 @@ constexpr int32_t stepSize(int step)
     return kMantissa[static_cast<size_t>(step & 15)] << (step >> 4);
 }
 
-constexpr int clampSample(int64_t value)
+// A branch is quicker than two conditional moves, on which the next sample would wait: few samples are clipped.
+constexpr int64_t clampSample(int64_t value)
 {
-    return static_cast<int>(std::clamp<int64_t>(value, -32768, 32767));
+    if (static_cast<uint64_t>(value + 32768) > 65535) [[unlikely]]
+        return value < 0 ? -32768 : 32767;
+    return value;
 }
 
 constexpr uint32_t fold(int q)
@@ -90,20 +94,20 @@ constexpr uint32_t fold(int q)
     return q < 0 ? ~(static_cast<uint32_t>(q) << 1) : static_cast<uint32_t>(q) << 1;
 }
 
-constexpr int unfold(uint32_t u)
+constexpr int64_t unfold(int64_t u)
 {
-    return static_cast<int>(u >> 1) ^ -static_cast<int>(u & 1);
+    return (u >> 1) ^ -(u & 1);
 }
 
-constexpr int couple(int coupling, int sample)
+constexpr int64_t couple(int64_t coupling, int64_t sample)
 {
     return (coupling * sample + 4) >> 3;
 }
 
-// What sample the code q stands for.
-constexpr int reconstruct(int prediction, int q, int stepSize)
+// The difference that the code q stands for.
+constexpr int64_t dequantised(int64_t q, int64_t stepSize)
 {
-    return clampSample(prediction + ((static_cast<int64_t>(q) * stepSize + 128) >> 8));
+    return (q * stepSize + 128) >> 8;
 }
 
 // The parameter of the Rice code, which follows the mean of what was coded.
@@ -114,50 +118,17 @@ public:
         : mAverage(24U << start)
     { }
 
-    [[nodiscard]] int value() const { return std::min<int>(kHighestStart, std::bit_width(mAverage >> 5)); }
+    // The number of bits of mAverage >> 5, at most kHighestStart. Only codes that no encoder writes reach this limit.
+    [[nodiscard]] int value() const { return std::min(valueUnlimited(), kHighestStart); }
+
+    // The same without the limit: equal as long as isModerate() was true before the last 64 bits of codes.
+    [[nodiscard]] int valueUnlimited() const { return 27 - std::countl_zero(mAverage | 16); }
+    [[nodiscard]] bool isModerate() const { return mAverage < 1 << 18; }
+
     void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }
 
 private:
     uint32_t mAverage; // sixteen times the mean; below 2^26 even for codes that no encoder writes
-};
-
-// Linear prediction whose order grows by one with each coefficient it is given.
-class Predictor
-{
-public:
-    void grow(int32_t reflection)
-    {
-        const int order = ++mOrder;
-        const auto previous = mCoefficients;
-        for (int j = 1; j < order; ++j) {
-            const int64_t product = static_cast<int64_t>(reflection) * previous[at(order - j)];
-            mCoefficients[at(j)] = static_cast<int32_t>(
-                std::clamp<int64_t>(previous[at(j)] - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
-        }
-        mCoefficients[at(order)] = reflection;
-        mTaps = (order + 3) & ~3;
-    }
-
-    // history points behind the newest sample; kMaximumOrder samples before it must be readable.
-    [[nodiscard]] int64_t predict(const int32_t* history) const
-    {
-        // The newest sample comes last: the next one can't begin before it is known, all else overlaps with its making.
-        int64_t sum = 1 << 19;
-        for (int j = mTaps; j > 0; j -= 4) {
-            int64_t part = static_cast<int64_t>(mCoefficients[at(j)]) * history[-j];
-            part += static_cast<int64_t>(mCoefficients[at(j - 1)]) * history[1 - j];
-            part += static_cast<int64_t>(mCoefficients[at(j - 2)]) * history[2 - j];
-            sum += part + static_cast<int64_t>(mCoefficients[at(j - 3)]) * history[3 - j];
-        }
-        return sum >> 20;
-    }
-
-private:
-    static constexpr size_t at(int number) { return static_cast<size_t>(number - 1); }
-
-    std::array<int32_t, kMaximumOrder> mCoefficients{}; // in 1/2^20, the newest sample's first
-    int mOrder = 0;
-    int mTaps = 0;
 };
 
 } // namespace bank::kadpcm

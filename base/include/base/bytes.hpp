@@ -35,7 +35,7 @@ protected:
     ByteSource& operator=(const ByteSource&) = delete;
 };
 
-// Takes bytes in order.
+// Receives bytes in order.
 class ByteSink
 {
 public:

@@ -56,7 +56,7 @@ struct Error
     return {ErrorCode::Memory, "out of memory"};
 }
 
-// A T, or the error because of which there is none. A function returns either of them directly.
+// A T, or the error that prevented it. A function returns either of them directly.
 template <typename T = void>
 class [[nodiscard]] Result : public tl::expected<T, Error>
 {

@@ -26,8 +26,9 @@ struct LibrarySettings
 };
 
 // Encodes the sounds on the workers, then writes the bank. All sounds are tried even if some fail, so that the log of
-// one night lists everything that must be fixed. The result is that of the first failed sound in the list. Failures
-// that don't concern a single sound are reported for the bank as a whole, and so is a summary of the failed sounds.
+// a nightly build lists everything that must be fixed. The result is that of the first failed sound in the list.
+// Failures that don't concern a single sound are reported for the bank as a whole, and so is a summary of the failed
+// sounds.
 //
 // Stops soon after `stop` was requested: within one block of samples, one packet, 8 MiB of a file or one system call.
 // The longest calls are those that flush the finished bank to a slow disk.

@@ -14,9 +14,9 @@ namespace builder {
 class BuildOutputs
 {
 public:
-    // Called before anything is encoded, so that a folder that can't be written to is reported at once and not after
-    // hours. ErrorCode::Invalid: an output would replace a source of the bank or a file that isn't a header, or both
-    // outputs have the same name.
+    // Called before anything is encoded, so that a folder that can't be written to is reported immediately and not
+    // after hours. ErrorCode::Invalid: an output would replace a source of the bank or a file that isn't a C header, or
+    // both outputs have the same name.
     static base::Result<BuildOutputs> open(const BuildRequest& request, bool withHeader);
 
     AtomicOutput& bank() { return mBank; }

@@ -14,7 +14,7 @@
 
 namespace builder {
 
-// Each service is safe to use from all workers at once.
+// All workers may use each service at the same time.
 struct BuildServices
 {
     const KessSystem& engine;

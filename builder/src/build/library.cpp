@@ -124,7 +124,7 @@ TARNOK_RESULT Tarnok_ReleaseProgressItem(const TARNOK_PROGRESSITEM* item)
 
 TARNOK_RESULT Tarnok_FetchNextRemark(char* text, unsigned int size)
 {
-    constexpr unsigned kMaximumCharacterBytes = 4; // bytes
+    constexpr unsigned kMaximumCharacterBytes = 4; // in UTF-8
     if (!text || size <= kMaximumCharacterBytes)
         return TARNOK_ERR_INVALID_PARAM;
     text[0] = '\0';

@@ -14,9 +14,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A portion ends after kPortionTime, unless it is small: a watcher that fetches only now and then isn't busy.
-constexpr auto kPortionTime = 5ms;
-constexpr size_t kSmallPortion = 64;
+// A batch ends after kBatchTime, but not before it has kSmallBatch reports: a watcher that fetches only now and then
+// needs no pause.
+constexpr auto kBatchTime = 5ms;
+constexpr size_t kSmallBatch = 64;
 
 // At the end of a build: the number of reports that a watcher processes without delay, the longest interval at which
 // watchers poll, and the maximum time that a build waits for a watcher.
@@ -45,22 +46,22 @@ const TARNOK_PROGRESSITEM* ProgressQueue::fetch()
         const std::lock_guard postedLock(mPostedMutex);
         mWaiting.swap(mPosted);
     }
-    if (mWaiting.empty() || portionIsComplete()) {
-        mPortion = 0;
+    if (mWaiting.empty() || batchIsComplete()) {
+        mBatchSize = 0;
         return nullptr;
     }
 
-    if (mPortion++ == 0)
-        mPortionBegan = mLastFetch;
+    if (mBatchSize++ == 0)
+        mBatchBegan = mLastFetch;
     const TARNOK_PROGRESSITEM* item = mWaiting.front().get();
     mFetched.emplace(item, nullptr).first->second = std::move(mWaiting.front());
     mWaiting.pop_front();
     return item;
 }
 
-bool ProgressQueue::portionIsComplete()
+bool ProgressQueue::batchIsComplete()
 {
-    return mInPortions && mPortion >= kSmallPortion && mLastFetch - mPortionBegan >= kPortionTime;
+    return mInBatches && mBatchSize >= kSmallBatch && mLastFetch - mBatchBegan >= kBatchTime;
 }
 
 bool ProgressQueue::release(const TARNOK_PROGRESSITEM* item)
@@ -75,7 +76,7 @@ void ProgressQueue::beginBuild()
     const std::scoped_lock lock(mMutex, mPostedMutex);
     unwanted.swap(mWaiting);
     unwantedPosted.swap(mPosted);
-    mInPortions = true;
+    mInBatches = true;
 }
 
 void ProgressQueue::endBuild(const std::stop_token& stop)
@@ -84,7 +85,7 @@ void ProgressQueue::endBuild(const std::stop_token& stop)
     while (!stop.stop_requested() && mTime.now() < deadline && !isCaughtUp())
         mTime.pause(1ms);
     const std::lock_guard lock(mMutex);
-    mInPortions = false;
+    mInBatches = false;
 }
 
 bool ProgressQueue::isCaughtUp()

@@ -31,6 +31,9 @@ struct QueueTime
 // Stores reports in the order in which they were posted, and owns those that a watcher has fetched. A fetched report
 // stays readable until it is released, even if the library was released and initialised again in between: a watcher
 // keeps the last report of each worker until its next build starts.
+//
+// While a build runs, reports are delivered in batches: a watcher that fetches without a pause gets null after some
+// milliseconds, so that it can do other work.
 class ProgressQueue
 {
 public:
@@ -44,7 +47,7 @@ public:
     void post(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code = TARNOK_OK,
               std::string_view text = {});
 
-    // The oldest report that was not fetched yet. Null if there is none, or if the watcher's portion is complete.
+    // The oldest report that was not fetched yet. Null if there is none, or if the current batch is complete.
     const TARNOK_PROGRESSITEM* fetch();
 
     // Frees a fetched report. False if item isn't a fetched report, or was released before.
@@ -54,7 +57,8 @@ public:
     // one.
     void beginBuild();
 
-    // Gives a busy watcher a moment to catch up, because afterwards it gets all remaining reports in one portion.
+    // Gives a watcher that lags behind a moment to catch up, because afterwards it gets all remaining reports in one
+    // batch.
     void endBuild(const std::stop_token& stop);
 
 private:
@@ -67,7 +71,7 @@ private:
     static Item makeItem(int subSoundIndex, int threadId, TARNOK_STATE state, TARNOK_RESULT code,
                          std::string_view text);
 
-    bool portionIsComplete();
+    bool batchIsComplete();
     bool isCaughtUp();
 
     const QueueTime mTime;
@@ -81,9 +85,9 @@ private:
     std::mutex mMutex;
     std::deque<Item> mWaiting; // older than everything in mPosted
     std::unordered_map<const TARNOK_PROGRESSITEM*, Item> mFetched;
-    bool mInPortions = false;
-    size_t mPortion = 0; // reports fetched since fetch() last returned null
-    Clock::time_point mPortionBegan;
+    bool mInBatches = false;
+    size_t mBatchSize = 0; // reports fetched since fetch() last returned null
+    Clock::time_point mBatchBegan;
     Clock::time_point mLastFetch;
 };
 

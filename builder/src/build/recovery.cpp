@@ -5,31 +5,32 @@
 
 namespace builder {
 
-base::Result<> Recovery::encodeStale(size_t found)
+base::Result<> Recovery::encodeStale(size_t failedSound)
 {
     constexpr int kAttemptsForSome = 2;
     const bool all = ++mAttempts > kAttemptsForSome;
-    const EncodedLocation previous = *mResults.find(found);
-    mWorkers.encodeAgain(staleSounds(found, all));
+    const EncodedLocation previous = *mResults.find(failedSound);
+    mWorkers.encodeAgain(staleSounds(failedSound, all));
     if (mServices.stop.stop_requested())
         return base::cancelled();
 
-    const EncodedLocation* location = mResults.find(found);
+    const EncodedLocation* location = mResults.find(failedSound);
+    // The result is still the previous one: the worker had no memory to store another.
     if (location && !location->spilled)
         return base::outOfMemory();
-    // The file has the same content but another checksum, so the record was wrong.
+    // The file's content is unchanged, but its samples didn't match the record. So the record is wrong.
     if (location && previous.inSource && location->key == previous.key)
         mServices.rawRecords.forget(previous.key);
     mServices.saveTables();
     return {};
 }
 
-std::vector<size_t> Recovery::staleSounds(size_t found, bool all) const
+std::vector<size_t> Recovery::staleSounds(size_t failedSound, bool all) const
 {
     std::vector<size_t> stale;
     for (size_t index = 0; index < mResults.count() && !mServices.stop.stop_requested(); ++index) {
         const EncodedLocation* location = mResults.find(index);
-        if (location && !location->spilled && (all || index == found || isStale(index, *location)))
+        if (location && !location->spilled && (all || index == failedSound || isStale(index, *location)))
             stale.push_back(index);
     }
     return stale;

@@ -13,9 +13,10 @@
 
 namespace builder {
 
-// Somebody may remove entries from the cache, or write to a source file whose samples are copied into the bank. What
-// happened once may happen again, so such sounds are encoded into private files of this build. Writing the bank then
-// starts again. As always, the bank contains each file as it was when it was last read.
+// Encodes sounds again that were lost before the bank was written: somebody has removed their entries from the cache,
+// or has written to a source file whose samples are copied into the bank. That may happen again, so these sounds are
+// encoded into private files of this build. Writing the bank then starts again. As always, the bank contains each file
+// as it was when it was last read.
 class Recovery
 {
 public:
@@ -26,13 +27,13 @@ public:
         , mResults(results)
     { }
 
-    // Encodes the sound `found`, at which writing failed, and all others that are now missing or changed. After a few
-    // attempts it encodes all sounds that somebody else can remove or change. A sound that can no longer be built fails
-    // as it would have failed the first time.
-    base::Result<> encodeStale(size_t found);
+    // Encodes the sound at which writing failed, and all others that are now missing or changed. After a few attempts
+    // it encodes all sounds that somebody else can remove or change. A sound that can no longer be built fails as it
+    // would have failed the first time.
+    base::Result<> encodeStale(size_t failedSound);
 
 private:
-    std::vector<size_t> staleSounds(size_t found, bool all) const;
+    std::vector<size_t> staleSounds(size_t failedSound, bool all) const;
     bool isStale(size_t index, const EncodedLocation& location) const;
 
     const BuildRequest& mRequest;

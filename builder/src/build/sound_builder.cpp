@@ -100,7 +100,7 @@ std::optional<EncodedLocation> SoundBuilder::findInSource(const Job& job)
 }
 
 // The key was computed when the files were hashed; then the engine opened them again. If they changed in between, the
-// encoded data belongs to an unknown content: nothing is stored, and the caller starts again.
+// encoded data doesn't belong to the key: nothing is stored, and the caller starts again.
 base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
 {
     const Job& job = *which;
@@ -108,19 +108,19 @@ base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
     EncodedFile file(job.again ? nullptr : &mServices.cache, mSpills, mServices.stop);
     bank::Sound sound;
     base::Result<> status = prepare(job, preparation);
-    base::Result<bool> left = false;
+    base::Result<bool> isInSource = false;
     if (status) {
         job.report(TARNOK_STATE_ENCODING);
-        left = leaveInSource(job, preparation, &sound);
-        if (!left)
-            status = left.error();
-        else if (!*left)
+        isInSource = leaveInSource(job, preparation, &sound);
+        if (!isInSource)
+            status = isInSource.error();
+        else if (!*isInSource)
             status = encodeInto(file, job, preparation, &sound);
     }
 
-    // A file that was truncated or overwritten while it was read can fail with any error. That it has changed is the
-    // better explanation.
-    const base::Result<bool> isChanged = hasChanged(which, left && *left);
+    // Reading a file that is truncated or overwritten meanwhile can fail with any error. So a change is reported
+    // instead of that error.
+    const base::Result<bool> isChanged = hasChanged(which, isInSource && *isInSource);
     if (isChanged && *isChanged)
         return std::optional<EncodedLocation>();
     if (!status)
@@ -128,7 +128,7 @@ base::Result<std::optional<EncodedLocation>> SoundBuilder::encode(Job* which)
     if (!isChanged)
         return isChanged.error();
     job.report(TARNOK_STATE_WRITING);
-    if (*left)
+    if (*isInSource)
         return std::optional(keepInSource(job, preparation, sound));
     base::Result<EncodedLocation> location = file.finish(job.key, sound);
     if (!location && location.error().code == base::ErrorCode::Codec)

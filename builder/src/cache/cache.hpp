@@ -28,11 +28,11 @@ struct CacheEntry
 
 // An entry is named by the hash of everything that determines its content (content-addressed), so it never changes and
 // never goes out of date. It is created by a rename and contains checksums: whatever a crash, a full disk or a person
-// does to it, it is either correct or is recognised as damaged and encoded again. Several processes may share the
-// folder, also from several machines.
+// does to it, it is either correct, or it is recognised as damaged and the sound is encoded again. Several processes
+// may share the folder, also from several machines.
 //
-// Files of others in the folder are left alone: a file whose name or first bytes aren't ours is neither removed nor
-// replaced, and an entry that would need its name isn't stored.
+// Files in the folder that we didn't create are left alone: a file whose name or first bytes aren't ours is neither
+// removed nor replaced, and an entry that would need its name isn't stored.
 class Cache
 {
 public:
@@ -52,8 +52,8 @@ public:
     // was removed since.
     base::FileDescriptor reopen(const ContentHash& key, uint64_t* fileBytes = nullptr) const;
 
-    // Makes a file of CacheFolder::newFile() the entry of a key, and replaces a damaged one. On false, file is
-    // unchanged.
+    // Makes a file of CacheFolder::newFile() the entry of a key, and replaces a damaged one. Returns false if that
+    // fails; file is then unchanged.
     bool store(base::TemporaryFile* file, const ContentHash& key);
 
     // Postpones the removal of an entry that this build still needs and has found or stored long ago.

@@ -12,7 +12,7 @@
 
 namespace builder {
 
-// A folder that can't be written to is not an error: nothing is stored then, and one remark of the build says so.
+// A folder that can't be written to is not an error: nothing is stored, and one remark of the build reports it.
 class CacheFolder
 {
 public:

@@ -23,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int64_t kTidyEvery = 600; // seconds
-constexpr uint64_t kTidyBytes = 256 << 20; // if one build has stored this much, it tidies at once
+constexpr uint64_t kTidyBytes = 256 << 20; // a build that has stored this much tidies, however recent the last time
 
 // The entries that may be removed, and the total size of all entries.
 struct Usage
@@ -48,7 +48,7 @@ bool isEntryPath(const fs::path& path)
         && isHashName(path.filename().native(), kDigits - folder.size());
 }
 
-// Removes a file only if its content is an entry, too: if somebody has chosen a folder of their own as the cache, its
+// Removes a file only if it also begins like an entry: if somebody has chosen a folder of their own as the cache, its
 // folder "sounds" may contain anything.
 bool removeEntry(const std::string& path)
 {

@@ -30,7 +30,7 @@ public:
     std::array<uint8_t, kMaximumLayers> run(std::span<float> values)
     {
         descend(0, values);
-        std::copy_n(mBestLeft.begin(), values.size(), values.begin());
+        std::copy_n(mBestRemaining.begin(), values.size(), values.begin());
         return mBestScales;
     }
 
@@ -69,9 +69,9 @@ private:
     {
         mScales[layer] = uint8_t(std::clamp(scale, 1, kMaximumScale));
         const float unit = bank::correctionScale(mScales[layer]);
-        std::transform(values.begin(), values.end(), mLeft[layer].begin(),
+        std::transform(values.begin(), values.end(), mRemaining[layer].begin(),
                        [unit](float value) { return value - bank::nearestCorrection(value, unit); });
-        descend(layer + 1, std::span(mLeft[layer]).first(values.size()));
+        descend(layer + 1, std::span(mRemaining[layer]).first(values.size()));
     }
 
     void accept(size_t layer, std::span<const float> values, double squares)
@@ -81,7 +81,7 @@ private:
         mLeast = squares;
         mBestScales = mScales;
         std::fill(mBestScales.begin() + ptrdiff_t(layer), mBestScales.end(), uint8_t(0));
-        std::copy(values.begin(), values.end(), mBestLeft.begin());
+        std::copy(values.begin(), values.end(), mBestRemaining.begin());
     }
 
     static constexpr int kMaximumScale = 255;
@@ -90,8 +90,8 @@ private:
     double mLeast = std::numeric_limits<double>::max();
     std::array<uint8_t, kMaximumLayers> mScales{};
     std::array<uint8_t, kMaximumLayers> mBestScales{};
-    std::array<Values, kMaximumLayers> mLeft{};
-    Values mBestLeft{};
+    std::array<Values, kMaximumLayers> mRemaining{};
+    Values mBestRemaining{};
 };
 
 } // namespace
@@ -102,9 +102,10 @@ CorrectionLayers::CorrectionLayers(int64_t first, size_t channels, std::span<con
     , mSegments(bank::correctionScales(uint32_t(missing.size() / channels)))
 {
     for (size_t i = 0; i < mSegments.size(); ++i) {
-        const size_t at = i * kSegment * channels;
-        const std::span<const float> part = missing.subspan(at, std::min(kSegment * channels, missing.size() - at));
-        mSegments[i].corrected[0].left.assign(part.begin(), part.end());
+        const size_t offset = i * kSegment * channels;
+        const std::span<const float> part =
+            missing.subspan(offset, std::min(kSegment * channels, missing.size() - offset));
+        mSegments[i].corrected[0].remaining.assign(part.begin(), part.end());
     }
 }
 
@@ -113,18 +114,18 @@ int64_t CorrectionLayers::first(size_t segment) const
     return mFirst + int64_t(segment * kSegment);
 }
 
-std::span<const float> CorrectionLayers::left(size_t segment, size_t layers)
+std::span<const float> CorrectionLayers::remaining(size_t segment, size_t layers)
 {
-    if (mSegments[segment].corrected[layers].left.empty())
+    if (mSegments[segment].corrected[layers].remaining.empty())
         correct(&mSegments[segment], layers);
-    return mSegments[segment].corrected[layers].left;
+    return mSegments[segment].corrected[layers].remaining;
 }
 
 void CorrectionLayers::correct(Segment* segment, size_t layers) const
 {
-    const std::vector<float>& missing = segment->corrected[0].left;
+    const std::vector<float>& missing = segment->corrected[0].remaining;
     Corrected& corrected = segment->corrected[layers];
-    corrected.left.resize(missing.size());
+    corrected.remaining.resize(missing.size());
     for (size_t channel = 0; channel < mChannels; ++channel) {
         Values values{};
         const size_t frames = missing.size() / mChannels;
@@ -134,7 +135,7 @@ void CorrectionLayers::correct(Segment* segment, size_t layers) const
         for (size_t layer = 0; layer < layers; ++layer)
             corrected.scales[layer].push_back(scales[layer]);
         for (size_t i = 0; i < frames; ++i)
-            corrected.left[i * mChannels + channel] = values[i];
+            corrected.remaining[i * mChannels + channel] = values[i];
     }
 }
 
@@ -146,9 +147,9 @@ uint8_t CorrectionLayers::scale(size_t segment, size_t layer, size_t channel) co
 
 void CorrectionLayers::store(bank::Sound* sound) const
 {
-    std::vector<float> left;
+    std::vector<float> remaining;
     for (const Segment& segment : mSegments)
-        left.insert(left.end(), segment.corrected[0].left.begin(), segment.corrected[0].left.end());
+        remaining.insert(remaining.end(), segment.corrected[0].remaining.begin(), segment.corrected[0].remaining.end());
     for (size_t layer = 0; layer < kMaximumLayers; ++layer) {
         const auto wanted = [layer](const Segment& segment) {
             return segment.chosen > layer;
@@ -162,9 +163,9 @@ void CorrectionLayers::store(bank::Sound* sound) const
             for (size_t segment = from; segment < end; ++segment)
                 scales.push_back(scale(segment, layer, channel));
         }
-        const size_t at = from * kSegment * mChannels;
-        const std::span<float> part =
-            std::span(left).subspan(at, std::min((end - from) * kSegment * mChannels, left.size() - at));
+        const size_t offset = from * kSegment * mChannels;
+        const std::span<float> part = std::span(remaining).subspan(
+            offset, std::min((end - from) * kSegment * mChannels, remaining.size() - offset));
         sound->corrections.push_back(
             bank::makeCorrection(uint64_t(first(from)), int(mChannels), part, std::move(scales)));
         const std::vector<float> corrected = bank::expandCorrection(sound->corrections.back(), int(mChannels));

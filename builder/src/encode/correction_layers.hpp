@@ -24,7 +24,7 @@ public:
     [[nodiscard]] int64_t first(size_t segment) const; // frame of the sound
 
     // The difference that remains in a segment after a number of layers, interleaved.
-    [[nodiscard]] std::span<const float> left(size_t segment, size_t layers);
+    [[nodiscard]] std::span<const float> remaining(size_t segment, size_t layers);
 
     void choose(size_t segment, size_t layers) { mSegments[segment].chosen = layers; }
 
@@ -35,7 +35,7 @@ private:
     // A segment corrected with a certain number of layers. The scales of all layers depend on that number.
     struct Corrected
     {
-        std::vector<float> left; // empty until it is requested
+        std::vector<float> remaining; // empty until it is requested
         std::array<std::vector<uint8_t>, kMaximumLayers> scales; // by channel
     };
     struct Segment

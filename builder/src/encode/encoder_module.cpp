@@ -43,7 +43,7 @@ std::string ownFolder()
 
 // Whether all segments of a library are inside its file. The system's loader doesn't check that: it also maps the
 // missing part of a truncated file, and accessing that ends the process.
-bool isWhole(const std::string& file)
+bool isComplete(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary | std::ios::ate);
     const auto size = uint64_t(std::max<std::streamoff>(stream.tellg(), 0));
@@ -95,12 +95,12 @@ public:
     }
 
     // The result: the first failure on our side, otherwise what the module returned.
-    base::Result<> end(TARNOK_RESULT answer, uint32_t preSkip)
+    base::Result<> end(TARNOK_RESULT returned, uint32_t preSkip)
     {
         if (mResult)
-            mResult = toResult(answer);
-        // The module claims a cancellation that didn't happen. Without an error of its own, nobody would report the
-        // missing sound.
+            mResult = toResult(returned);
+        // The module claims a cancellation that didn't happen. Cancelled sounds aren't reported, so this gets another
+        // error.
         if (!mResult && mResult.error().code == ErrorCode::Cancelled && !mStop.stop_requested())
             return Error{ErrorCode::Codec};
         if (!mResult)
@@ -111,15 +111,16 @@ public:
         if (const base::Result<> result = mData.finish(mEncoded); !result)
             return result.error();
         const uint64_t decoded = mEncoded->sampleCount + preSkip;
-        return codecResult((decoded + 8191) / 8192 <= mEncoded->dataBytes);
+        const uint64_t leastBytes = (decoded + bank::kMaximumSamplesPerByte - 1) / bank::kMaximumSamplesPerByte;
+        return codecResult(leastBytes <= mEncoded->dataBytes);
     }
 
 private:
     static ModuleRun& self(void* user) { return *static_cast<ModuleRun*>(user); }
 
-    static base::Result<> toResult(TARNOK_RESULT answer)
+    static base::Result<> toResult(TARNOK_RESULT returned)
     {
-        switch (int(answer)) {
+        switch (int(returned)) {
         case TARNOK_OK:
             return {};
         case TARNOK_ERR_CANCELLED:
@@ -133,7 +134,8 @@ private:
         }
     }
 
-    // After a cancellation every call fails, so that a module that only checks results ends soon, too.
+    // Records the first failure, and returns the result of a call of the module. After a cancellation every call fails,
+    // so that a module that only checks results ends soon, too.
     TARNOK_RESULT answer(base::Result<> result)
     {
         if (result && mStop.stop_requested())
@@ -251,8 +253,8 @@ public:
         ModuleRun run(sound, sink, stop, encoded);
         const TARNOK_ENCODER_HOST host = run.host();
         uint32_t preSkip = 0;
-        const TARNOK_RESULT answer = mModule.encode(&description, &host, &preSkip);
-        return run.end(answer, preSkip);
+        const TARNOK_RESULT returned = mModule.encode(&description, &host, &preSkip);
+        return run.end(returned, preSkip);
     }
 
 private:
@@ -278,7 +280,7 @@ base::Result<std::shared_ptr<const EncoderModule>> EncoderModule::load(Codec cod
         return Error{ErrorCode::ModuleBad,
                      std::string("the encoder module for ") + codecName(codec) + " can't be used: " + why};
     };
-    if (!isWhole(file))
+    if (!isComplete(file))
         return bad(file + " is not a library for this system, or is damaged");
     void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {

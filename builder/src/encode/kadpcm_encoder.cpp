@@ -16,9 +16,9 @@ using base::ErrorCode;
 
 namespace {
 
-// Frames passed to the codec at once, and superblocks between two seek points. The superblocks between them are skipped
-// without decoding.
-constexpr size_t kChunkFrames = 4096;
+constexpr size_t kChunkFrames = 4096; // per call of the codec
+
+// The distance of two seek points. A seek skips the superblocks in between without decoding them.
 constexpr uint64_t kSeekSuperblocks = 16;
 
 // Triangular noise of up to one 16-bit step in each direction, the same in every run (xorshift64*, Vigna 2016).
@@ -156,8 +156,8 @@ base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& 
     std::vector<int16_t> samples(kChunkFrames * size_t(facts.channels));
     std::vector<uint8_t> bytes;
     std::vector<uint32_t> sizes;
-    for (uint64_t left = facts.sampleCount; left > 0;) {
-        const size_t count = size_t(std::min<uint64_t>(left, kChunkFrames));
+    for (uint64_t remaining = facts.sampleCount; remaining > 0;) {
+        const size_t count = size_t(std::min<uint64_t>(remaining, kChunkFrames));
         const std::span<int16_t> chunk = std::span(samples).first(count * size_t(facts.channels));
         if (const base::Result<> result = reader.read(chunk); !result)
             return result.error();
@@ -166,7 +166,7 @@ base::Result<> KadpcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& 
             return Error{ErrorCode::Cancelled};
         if (const base::Result<> result = writer.write(&bytes, &sizes); !result)
             return result.error();
-        left -= count;
+        remaining -= count;
     }
     encoder.finish(bytes, &sizes);
     if (stop.stop_requested())

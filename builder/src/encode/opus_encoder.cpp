@@ -21,12 +21,12 @@ namespace {
 constexpr int64_t kFramesPerSecond = 50; // packets of 20 ms
 
 // Decoding can start at the start of the sound, about once a second, and before both ends of a loop.
-constexpr int64_t kKeyInterval = kFramesPerSecond;
+constexpr int64_t kSeekPointInterval = kFramesPerSecond;
 constexpr int64_t kConvergence = OpusSeekPoints::kConvergence;
 
-// Packets between the first trial for an end of a loop and the last possible one, so that there is room for further
-// trials.
-constexpr int64_t kSpareTrial = 4;
+// A seek point for an end of a loop is first tried this many packets before the last possible one. If a trial fails,
+// the next packet is tried.
+constexpr int64_t kSpareTrials = 4;
 
 // The encoder adapts to a loop during this many packets before the first that is kept.
 constexpr int64_t kWarmUp = 4;
@@ -88,8 +88,8 @@ public:
         , mPackets((mSound + int64_t(facts.sampleCount) + mFrame - 1) / mFrame)
     {
         if (facts.loop) {
-            mStartKey = keyBefore(int64_t(facts.loop->start));
-            mEndKey = keyBefore(std::max<int64_t>(0, int64_t(facts.loop->end) - kSeamFrames));
+            mLoopStartPoint = seekPointBefore(int64_t(facts.loop->start));
+            mLoopEndPoint = seekPointBefore(std::max<int64_t>(0, int64_t(facts.loop->end) - kSeamFrames));
         }
     }
 
@@ -101,23 +101,24 @@ public:
     // the decoder doesn't have.
     [[nodiscard]] bool standsAlone(int64_t packet) const { return packet >= mFirstKept && packet < mFirstKept + 2; }
     // Whether decoding should be able to start at a packet.
-    [[nodiscard]] bool wantsKey(int64_t packet) const
+    [[nodiscard]] bool wantsSeekPoint(int64_t packet) const
     {
         if (packet <= mFirstKept)
             return false;
-        const bool isDue = (packet - mFirstKept) % kKeyInterval == 0;
-        return packet == mStartKey || packet == mEndKey || (isDue && !isNear(packet, mEndKey));
+        const bool isDue = (packet - mFirstKept) % kSeekPointInterval == 0;
+        return packet == mLoopStartPoint || packet == mLoopEndPoint || (isDue && !isNear(packet, mLoopEndPoint));
     }
-    [[nodiscard]] bool wantsKeySoon(int64_t packet) const
+    [[nodiscard]] bool wantsSeekPointSoon(int64_t packet) const
     {
         for (int64_t next = packet; next <= packet + OpusSeekPoints::kHistory; ++next) {
-            if (wantsKey(next))
+            if (wantsSeekPoint(next))
                 return true;
         }
         return false;
     }
-    // The number of packets that must be decoded before an end of a loop until the decoder is right.
-    [[nodiscard]] static int64_t approach() { return OpusSeekPoints::kHistory + kSpareTrial + kConvergence; }
+    // How many packets before an end of a loop must be decoded, so that the samples are correct there in spite of
+    // failed trials.
+    [[nodiscard]] static int64_t loopEndPackets() { return OpusSeekPoints::kHistory + kSpareTrials + kConvergence; }
     // The first frame of the sound that a packet decodes to; negative before the sound.
     [[nodiscard]] int64_t soundPosition(int64_t packet) const { return packet * mFrame - mSound; }
     // The position of the first sample of a packet, counted from the first packet that is kept.
@@ -125,16 +126,16 @@ public:
     [[nodiscard]] int64_t preSkip() const { return mSound - mFirstKept * mFrame; }
 
 private:
-    // Whether a packet is so close to a key packet that it needn't be one. Each key packet costs processor time.
-    [[nodiscard]] static bool isNear(int64_t packet, int64_t key)
+    // Whether a packet is so close to a seek point that it needn't be one. Each seek point costs processor time.
+    [[nodiscard]] static bool isNear(int64_t packet, int64_t seekPoint)
     {
-        return key >= 0 && std::abs(packet - key) < kKeyInterval / 2;
+        return seekPoint >= 0 && std::abs(packet - seekPoint) < kSeekPointInterval / 2;
     }
 
-    // The packet of the first trial for a decoder that must be right at a frame of the sound.
-    [[nodiscard]] int64_t keyBefore(int64_t frame) const
+    // The packet of the first trial, so that decoding from there is correct at a frame of the sound.
+    [[nodiscard]] int64_t seekPointBefore(int64_t frame) const
     {
-        return (mSound + frame) / mFrame - kConvergence - kSpareTrial;
+        return (mSound + frame) / mFrame - kConvergence - kSpareTrials;
     }
 
     int64_t mFrame;
@@ -142,14 +143,14 @@ private:
     int64_t mStart;
     int64_t mSound; // decoded samples before the sound's first
     int64_t mPackets;
-    int64_t mStartKey = -1;
-    int64_t mEndKey = -1;
+    int64_t mLoopStartPoint = -1; // packet of the seek point for the loop's start, -1 for none
+    int64_t mLoopEndPoint = -1;
 };
 
 // Decodes packets to test seek points, and to record the samples around the seam of the loop.
 //
-// One decoder decodes the packets for which either is wanted. It isn't reset after skipped packets: its state then
-// comes from another part of the sound, which is at least as wrong as the state of any decoder that comes from the
+// One decoder serves both purposes and skips the packets that neither needs. It isn't reset after a gap: its state then
+// comes from another part of the sound, and is at least as wrong as the state of any decoder that has decoded from the
 // start.
 class PacketChecks
 {
@@ -164,7 +165,7 @@ public:
     // Announces the next packet. Returns whether it must be encoded without prediction.
     [[nodiscard]] bool announce(int64_t packet)
     {
-        mSeekPoints.announce(packet, mSchedule.wantsKey(packet));
+        mSeekPoints.announce(packet, mSchedule.wantsSeekPoint(packet));
         return mSchedule.standsAlone(packet) || mSeekPoints.disablesPrediction();
     }
 
@@ -173,12 +174,12 @@ public:
                                       std::vector<bank::SeekPoint>* points)
     {
         const int64_t first = mSchedule.soundPosition(packet);
-        const int64_t end = first + (Schedule::approach() + 1) * mSchedule.frame();
-        if (!mSeekPoints.isOnTrial() && !mSchedule.wantsKeySoon(packet) && !mSeam.wants(first, end))
+        const int64_t end = first + (Schedule::loopEndPackets() + 1) * mSchedule.frame();
+        if (!mSeekPoints.isOnTrial() && !mSchedule.wantsSeekPointSoon(packet) && !mSeam.wants(first, end))
             return {};
         if (const base::Result<> result = mDecoder.decode(bytes); !result)
             return result.error();
-        // Right after a gap, differences aren't errors of the encoder.
+        // Soon after a gap, the decoder's state is wrong, and differences aren't errors of the encoder.
         const bool isGap = packet != mNext && mSchedule.position(packet) > 0;
         mUnsettled = isGap ? OpusSeekPoints::kHistory + kConvergence : std::max<int64_t>(mUnsettled - 1, 0);
         mNext = packet + 1;
@@ -193,7 +194,7 @@ private:
     OpusSeekPoints mSeekPoints;
     OpusPacketDecoder mDecoder;
     int64_t mNext = -1; // the packet that the decoder expects
-    int64_t mUnsettled = 0; // packets until the decoder is right
+    int64_t mUnsettled = 0; // packets until the decoded samples are correct
 };
 
 } // namespace

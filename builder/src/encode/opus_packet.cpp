@@ -10,7 +10,7 @@ namespace builder {
 
 namespace {
 
-// The part of the range decoder (RFC 6716, 4.1) that is needed for the head of a CELT frame.
+// The part of the range decoder (RFC 6716, 4.1) that is needed for the start of a CELT frame.
 class RangeDecoder
 {
 public:
@@ -93,7 +93,7 @@ private:
     uint32_t mValue;
 };
 
-// The head of a frame (4.3): silence, the pitch filter and its parameters, then whether it is a transient.
+// The start of a frame (4.3): silence, the pitch filter and its parameters, then whether it is a transient.
 bool isStationary(std::span<const uint8_t> frame)
 {
     constexpr uint32_t kPitchFilterBits = 16;
@@ -117,10 +117,10 @@ std::optional<std::span<const uint8_t>> takeFrame(std::span<const uint8_t>* pack
     constexpr size_t kLongLength = 252; // starting with this value, a second byte follows, which is multiplied by four
     if (packet->empty())
         return std::nullopt;
-    const uint8_t head = packet->front();
+    const uint8_t toc = packet->front(); // configuration, stereo, number of frames (3.1)
     *packet = packet->subspan(1);
-    const bool oneFrame = (head & 3) == 0;
-    if (!oneFrame || head >> 3 < kFirstCeltConfiguration)
+    const bool oneFrame = (toc & 3) == 0;
+    if (!oneFrame || toc >> 3 < kFirstCeltConfiguration)
         return std::nullopt;
     size_t length = packet->size();
     if (!isLast) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Parses the head of an Opus packet (RFC 6716).
+// Parses the start of an Opus packet (RFC 6716).
 #pragma once
 
 #include <cstddef>

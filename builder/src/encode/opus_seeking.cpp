@@ -23,7 +23,7 @@ constexpr int kStationaryPackets = 2;
 constexpr int64_t kSettlingPackets = 3;
 
 // A quarter of the difference that a bank allows, which is -60 dB of the sound, or -90 dB of full scale where the sound
-// is faint. A decoder that comes from the start has another state than the one used for the comparison, and may differ
+// is faint. A decoder that has decoded from the start has another state than the reference decoder, and may differ
 // somewhat more.
 constexpr double kMaximumDifference = 1.0 / 4000;
 constexpr double kFaintLevel = 0.0316;
@@ -63,21 +63,21 @@ void OpusSeekPoints::announce(int64_t packet, bool wanted)
 {
     mPacket = packet;
     mStillWanted = mStillWanted || wanted;
-    if (mStillWanted && mKey < 0)
-        mKey = packet;
+    if (mStillWanted && mTrialPacket < 0)
+        mTrialPacket = packet;
 }
 
 bool OpusSeekPoints::disablesPrediction() const
 {
-    return mKey >= 0 && mPacket - mKey < kUnpredictedPackets;
+    return mTrialPacket >= 0 && mPacket - mTrialPacket < kUnpredictedPackets;
 }
 
 base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank::SeekPoint& point,
                                     std::span<const float> frames, std::vector<bank::SeekPoint>* points)
 {
-    if (mKey < 0)
+    if (mTrialPacket < 0)
         return {};
-    if (mPacket == mKey) {
+    if (mPacket == mTrialPacket) {
         mPoint = point;
         std::fill(mStationary.begin(), mStationary.end(), 0);
         if (const base::Result<> result = mDecoder.reset(); !result)
@@ -85,24 +85,24 @@ base::Result<> OpusSeekPoints::take(std::span<const uint8_t> packet, const bank:
     }
     if (const base::Result<> result = mDecoder.decode(packet); !result)
         return result.error();
-    const int64_t index = mPacket - mKey;
+    const int64_t index = mPacket - mTrialPacket;
     if (index < kConvergence) {
         if (index < kSettlingPackets)
-            count(packet);
+            countStationary(packet);
         const int fewest = *std::min_element(mStationary.begin(), mStationary.end());
         if (fewest + std::max<int64_t>(kSettlingPackets - 1 - index, 0) < kStationaryPackets)
-            mKey = -1;
+            mTrialPacket = -1;
         return {};
     }
     if (matches(frames)) {
         points->push_back(mPoint);
         mStillWanted = false;
     }
-    mKey = -1;
+    mTrialPacket = -1;
     return {};
 }
 
-void OpusSeekPoints::count(std::span<const uint8_t> packet)
+void OpusSeekPoints::countStationary(std::span<const uint8_t> packet)
 {
     std::array<bool, bank::kMaximumChannels> stationary{};
     const std::span<bool> found = std::span(stationary).first(mStationary.size());
@@ -117,9 +117,9 @@ bool OpusSeekPoints::matches(std::span<const float> frames) const
     double signal = 0;
     double difference = 0;
     for (size_t i = 0; i < frames.size(); ++i) {
-        const double apart = double(frames[i]) - mDecoder.frames()[i];
+        const double error = double(frames[i]) - mDecoder.frames()[i];
         signal += double(frames[i]) * frames[i];
-        difference += apart * apart;
+        difference += error * error;
     }
     const double level = std::max(std::sqrt(signal / double(frames.size())), kFaintLevel);
     return std::sqrt(difference / double(frames.size())) <= kMaximumDifference * level;

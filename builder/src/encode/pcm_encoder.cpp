@@ -29,15 +29,15 @@ base::Result<> PcmEncoder::encode(PreparedSound& sound, int, base::ByteSink& sin
     DataStream data(sink);
     const size_t blockFrames = kBlockBytes / frameBytes;
     std::vector<uint8_t> block(blockFrames * frameBytes);
-    for (uint64_t left = facts.sampleCount; left > 0;) {
+    for (uint64_t remaining = facts.sampleCount; remaining > 0;) {
         if (stop.stop_requested())
             return Error{ErrorCode::Cancelled};
-        const size_t count = size_t(std::min<uint64_t>(left, blockFrames));
+        const size_t count = size_t(std::min<uint64_t>(remaining, blockFrames));
         if (const base::Result<> result = sound.readSamples(block.data(), count); !result)
             return result.error();
         if (const base::Result<> result = data.writeBlock(std::span(block).first(count * frameBytes)); !result)
             return result.error();
-        left -= count;
+        remaining -= count;
     }
     return data.finish(encoded);
 }

@@ -18,15 +18,18 @@ constexpr int64_t kShortFrames = 4096;
 
 constexpr size_t kLayers = 2; // minimum for the seams of longer sounds
 
-// The squared error before the seam, after it, and in the whole sound.
+// Squared errors.
 struct SeamError
 {
-    std::array<double, 3> sums{};
+    double before = 0; // the seam
+    double after = 0; // the seam
+    double sound = 0; // the whole sound
 
     void add(const SeamError& other, double sign)
     {
-        for (size_t i = 0; i < sums.size(); ++i)
-            sums[i] += sign * other.sums[i];
+        before += sign * other.before;
+        after += sign * other.after;
+        sound += sign * other.sound;
     }
 };
 
@@ -45,23 +48,23 @@ public:
     void balance(std::vector<CorrectionLayers>* seams, double squaredError)
     {
         collect(seams);
-        mTotal.sums[2] = squaredError;
+        mTotal.sound = squaredError;
         for (Segment& segment : mSegments) {
             const SeamError first = remainingError(segment, 0);
-            mTotal.sums[0] += first.sums[0];
-            mTotal.sums[1] += first.sums[1];
+            mTotal.before += first.before;
+            mTotal.after += first.after;
             for (size_t layer = 0; layer < minimumLayers(); ++layer)
-                raise(&segment);
+                addLayer(&segment);
         }
         std::vector<Segment> best = mSegments;
-        double least = worst(mTotal);
+        double least = worseSide(mTotal);
         while (least > kGoodEnough) {
             Segment* const next = mostHelpful();
             if (!next)
                 break;
-            raise(next);
-            if (const double now = worst(mTotal); now < least) {
-                least = now;
+            addLayer(next);
+            if (const double error = worseSide(mTotal); error < least) {
+                least = error;
                 best = mSegments;
             }
         }
@@ -87,14 +90,14 @@ private:
     SeamError remainingError(const Segment& segment, size_t layers) const
     {
         SeamError sum;
-        const std::span<const float> left = segment.seam->left(segment.index, layers);
+        const std::span<const float> remaining = segment.seam->remaining(segment.index, layers);
         const int64_t first = segment.seam->first(segment.index);
-        for (size_t i = 0; i < left.size(); ++i) {
+        for (size_t i = 0; i < remaining.size(); ++i) {
             const int64_t frame = first + int64_t(i / mChannels);
-            const double square = double(left[i]) * left[i];
-            sum.sums[0] += square * (frame < mEnd && frame >= mEnd - kSeamFrames);
-            sum.sums[1] += square * double(timesAfter(frame));
-            sum.sums[2] += square;
+            const double square = double(remaining[i]) * remaining[i];
+            sum.before += square * (frame < mEnd && frame >= mEnd - kSeamFrames);
+            sum.after += square * double(timesAfter(frame));
+            sum.sound += square;
         }
         return sum;
     }
@@ -116,7 +119,7 @@ private:
         }
     }
 
-    void raise(Segment* segment)
+    void addLayer(Segment* segment)
     {
         mTotal.add(remainingError(*segment, segment->layers), -1);
         mTotal.add(remainingError(*segment, ++segment->layers), 1);
@@ -132,8 +135,8 @@ private:
             SeamError total = mTotal;
             total.add(remainingError(segment, segment.layers), -1);
             total.add(remainingError(segment, segment.layers + 1), 1);
-            if (const double now = worst(total); now < least) {
-                least = now;
+            if (const double error = worseSide(total); error < least) {
+                least = error;
                 found = &segment;
             }
         }
@@ -141,11 +144,11 @@ private:
     }
 
     // Root mean square of the worse side, relative to that of the whole sound.
-    double worst(const SeamError& total) const
+    double worseSide(const SeamError& total) const
     {
-        const double sound = std::max(total.sums[2] / double(mLength * int64_t(mChannels)), kInaudible);
-        const double before = total.sums[0] / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
-        const double after = total.sums[1] / double(kSeamFrames * int64_t(mChannels));
+        const double sound = std::max(total.sound / double(mLength * int64_t(mChannels)), kInaudible);
+        const double before = total.before / double(std::min(mEnd, kSeamFrames) * int64_t(mChannels));
+        const double after = total.after / double(kSeamFrames * int64_t(mChannels));
         return std::sqrt(std::max({before, after, 0.0}) / sound);
     }
 
@@ -190,9 +193,9 @@ void SeamRecorder::encoded(int64_t position, std::span<const float> frames)
         return;
     // The ring wraps, so this may take several pieces.
     while (!frames.empty()) {
-        const auto at = size_t(position & (kRecentFrames - 1));
-        const size_t count = std::min(size_t(kRecentFrames) - at, frames.size() / mChannels);
-        std::copy_n(frames.begin(), count * mChannels, mRecent.begin() + ptrdiff_t(at * mChannels));
+        const auto offset = size_t(position & (kRecentFrames - 1));
+        const size_t count = std::min(size_t(kRecentFrames) - offset, frames.size() / mChannels);
+        std::copy_n(frames.begin(), count * mChannels, mRecent.begin() + ptrdiff_t(offset * mChannels));
         frames = frames.subspan(count * mChannels);
         position += int64_t(count);
     }
@@ -209,10 +212,10 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
         const float* const got = frames.data() + size_t(frame - position) * mChannels;
         for (size_t channel = 0; channel < mChannels; ++channel)
             mSquaredError += (double(wanted[channel]) - got[channel]) * (double(wanted[channel]) - got[channel]);
-        for (Range& stretch : mRanges) {
-            if (frame >= stretch.first && frame < stretch.end)
+        for (Range& range : mRanges) {
+            if (frame >= range.first && frame < range.end)
                 std::transform(wanted, wanted + mChannels, got,
-                               stretch.missing.begin() + ptrdiff_t(size_t(frame - stretch.first) * mChannels),
+                               range.missing.begin() + ptrdiff_t(size_t(frame - range.first) * mChannels),
                                std::minus<float>());
         }
     }
@@ -221,16 +224,16 @@ void SeamRecorder::decoded(int64_t position, std::span<const float> frames)
 bool SeamRecorder::wants(int64_t first, int64_t end) const
 {
     return std::any_of(mRanges.begin(), mRanges.end(),
-                       [&](const Range& stretch) { return first < stretch.end && end > stretch.first; });
+                       [&](const Range& range) { return first < range.end && end > range.first; });
 }
 
 std::vector<float> SeamRecorder::missing(int64_t first, int64_t end) const
 {
-    const auto holds = [&](const Range& stretch) {
-        return stretch.first <= first && end <= stretch.end;
+    const auto holds = [&](const Range& range) {
+        return range.first <= first && end <= range.end;
     };
-    const Range& stretch = *std::find_if(mRanges.begin(), mRanges.end(), holds);
-    const auto begin = stretch.missing.begin() + ptrdiff_t(size_t(first - stretch.first) * mChannels);
+    const Range& range = *std::find_if(mRanges.begin(), mRanges.end(), holds);
+    const auto begin = range.missing.begin() + ptrdiff_t(size_t(first - range.first) * mChannels);
     return {begin, begin + ptrdiff_t(size_t(end - first) * mChannels)};
 }
 

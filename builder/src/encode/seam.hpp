@@ -3,10 +3,10 @@
 //
 // During encoding, SeamRecorder receives every frame that goes into the encoder, and the decoded frames of some
 // packets, including those around the seam. The result is a set of corrections, see bank/correction.hpp. The aim is a
-// seam that is no worse than the rest of the sound. For a short sound the whole error is known, and only as much is
-// corrected as the aim requires. For longer sounds the seam is corrected twice, which leaves about a ninth of its
-// error, and more often if that still exceeds the error of the sound, for which the error of the decoded packets is a
-// lower bound.
+// seam that is no worse than the rest of the sound. In a short sound the whole error is known, and only as much is
+// corrected as the aim requires. In longer sounds only the error of some packets is known, which is a lower bound of
+// the sound's error. There the seam is corrected twice, which leaves about a ninth of its error. It is corrected more
+// often if that still exceeds the lower bound.
 #pragma once
 
 #include "encode/encoder.hpp"
@@ -19,15 +19,15 @@ namespace builder {
 // Number of frames that are corrected on each side of a seam.
 inline constexpr int64_t kSeamFrames = 256;
 
-// Maximum delay of a codec's packets after its input, in frames.
+// The largest number of frames that a codec's packets lag behind its input.
 inline constexpr int64_t kRecentFrames = 32'768;
 
 class SeamRecorder
 {
 public:
     // Does nothing for a sound that doesn't loop. beginning: number of frames at the start of the sound that are
-    // decoded as well, to get a better estimate of its error. In most sounds for which this matters, the start is the
-    // loudest part.
+    // decoded as well, for a better estimate of the sound's error. Most sounds for which this matters are loudest
+    // there.
     explicit SeamRecorder(const PreparedFacts& facts, int64_t beginning = 0);
 
     // Receives interleaved frames that go into the encoder, starting at position. Frames outside the sound are ignored.

@@ -16,7 +16,7 @@ namespace {
 
 constexpr long kReadFrames = 1024;
 
-// Decoded samples between two seek points. This is what a seek decodes in vain at most, about a third of a second.
+// Decoded samples between two seek points, about a third of a second. A seek decodes and drops at most this many.
 constexpr int64_t kSeekInterval = 16'384;
 
 // If a sound loops at its start, the encoder's input starts this fraction (1/n) of a long block earlier. The library
@@ -284,14 +284,14 @@ public:
             return result.error();
         mSeam.encoded(mPosition, std::span(mFrames).first(size_t(count) * size_t(mSound.facts().channels)));
         mPosition += count;
-        float** room = mLibrary.buffer(count);
-        if (!room)
+        float** planes = mLibrary.buffer(count);
+        if (!planes)
             return Error{ErrorCode::Memory};
         const int channels = mSound.facts().channels;
         for (int channel = 0; channel < channels; ++channel) {
             const float* from = mFrames.data() + channel;
             for (long i = 0; i < count; ++i)
-                room[channel][i] = from[i * channels];
+                planes[channel][i] = from[i * channels];
         }
         return mLibrary.submit(count);
     }
@@ -402,7 +402,7 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
 
     // Without a loop at the end, the end is reported to the library, which continues the sound by prediction. With one,
     // its input continues with the start of the loop until the last sample of the sound was encoded.
-    int64_t left = warmUp + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumLookaround : 0);
+    int64_t remaining = warmUp + int64_t(facts.sampleCount) + (loopsAtEnd(facts) ? kMaximumLookaround : 0);
     for (bool ended = false; !chooser.complete();) {
         if (stop.stop_requested())
             return Error{ErrorCode::Cancelled};
@@ -415,9 +415,9 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
         } else if (ended) {
             result = Error{ErrorCode::Codec};
         } else {
-            const long count = long(std::min<int64_t>(left, kReadFrames));
+            const long count = long(std::min<int64_t>(remaining, kReadFrames));
             ended = count == 0;
-            left -= count;
+            remaining -= count;
             result = ended ? library.submit(0) : feeder.feed(count);
         }
         if (!result)

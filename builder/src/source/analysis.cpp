@@ -213,17 +213,17 @@ base::Result<float> analyse(FrameSource& source, uint32_t* lowestRate, const std
 
     float peak = 0;
     std::vector<float> block(kBlockFrames * size_t(facts.channels));
-    for (uint64_t left = facts.length; left > 0;) {
+    for (uint64_t remaining = facts.length; remaining > 0;) {
         if (stop.stop_requested())
             return base::cancelled();
-        const size_t count = size_t(std::min<uint64_t>(left, kBlockFrames));
+        const size_t count = size_t(std::min<uint64_t>(remaining, kBlockFrames));
         if (base::Result<> status = source.readFloat(block.data(), count); !status)
             return status.error();
         for (const float sample : std::span(block.data(), count * size_t(facts.channels)))
             peak = std::max(peak, std::abs(sample));
         if (search)
             search->add(block.data(), count);
-        left -= count;
+        remaining -= count;
     }
     if (lowestRate)
         *lowestRate = search->lowestRate();

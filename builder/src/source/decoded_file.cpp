@@ -70,18 +70,18 @@ base::Result<> DecodedFile::readFloat(float* frames, size_t count)
 {
     const auto channels = size_t(mFacts.channels);
     float* const first = frames;
-    size_t left = count;
-    while (left > 0) {
+    size_t remaining = count;
+    while (remaining > 0) {
         unsigned got = 0;
         bank::clearVectorState();
-        const auto wanted = unsigned(std::min<size_t>(left, 1 << 20));
+        const auto wanted = unsigned(std::min<size_t>(remaining, 1 << 20));
         const KESS_RESULT result = mSound->readFloat(frames, wanted, &got);
         if (result != KESS_OK && result != KESS_ERR_FILE_EOF && result != KESS_ERR_FILE_BAD)
             return errorFor(result);
         if (got == 0)
             return endsEarly(mPosition, mFacts.length);
         frames += got * channels;
-        left -= got;
+        remaining -= got;
         mPosition += got;
     }
     if (mFacts.sampleFormat == bank::SampleFormat::Float)

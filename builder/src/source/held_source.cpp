@@ -9,8 +9,8 @@ namespace builder {
 
 namespace {
 
-// Holds a range of a sound in memory; the rest is read from the source. Each of the two forms is loaded when it is
-// first requested; usually only one is.
+// Keeps a range of a sound in memory; the rest is read from the source. Floats and samples in the source's format are
+// loaded separately, when they are first requested; usually only one of them is.
 class HeldRange final : public FrameSource
 {
 public:

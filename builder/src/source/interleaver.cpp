@@ -17,7 +17,6 @@ bank::SampleFormat widest(const std::vector<std::unique_ptr<FrameSource>>& parts
     return format;
 }
 
-// See interleave().
 class Interleaver final : public FrameSource
 {
 public:
@@ -47,8 +46,8 @@ public:
     base::Result<> readFloat(float* frames, size_t count) override
     {
         return readParts(frames, count, sizeof(float),
-                         [](FrameSource& part, std::vector<uint8_t>& room, size_t wanted) {
-                             return part.readFloat(reinterpret_cast<float*>(room.data()), wanted);
+                         [](FrameSource& part, std::vector<uint8_t>& buffer, size_t wanted) {
+                             return part.readFloat(reinterpret_cast<float*>(buffer.data()), wanted);
                          });
     }
 
@@ -57,10 +56,11 @@ public:
         if (mFacts.sampleFormat == bank::SampleFormat::Float)
             return readFloat(static_cast<float*>(frames), count);
         const size_t width = bank::bytesPerSample(mFacts.sampleFormat);
-        return readParts(frames, count, width, [width](FrameSource& part, std::vector<uint8_t>& room, size_t wanted) {
-            if (base::Result<> status = part.readSamples(room.data(), wanted); !status)
+        return readParts(frames, count, width, [width](FrameSource& part, std::vector<uint8_t>& buffer, size_t wanted) {
+            if (base::Result<> status = part.readSamples(buffer.data(), wanted); !status)
                 return status;
-            widen(room, wanted * size_t(part.facts().channels), bank::bytesPerSample(part.facts().sampleFormat), width);
+            widen(buffer, wanted * size_t(part.facts().channels), bank::bytesPerSample(part.facts().sampleFormat),
+                  width);
             return base::Result<>();
         });
     }
@@ -85,8 +85,8 @@ private:
         const size_t frameBytes = size_t(mFacts.channels) * width;
         for (const auto& part : mParts) {
             const size_t partBytes = size_t(part->facts().channels) * width;
-            const uint64_t left = part->facts().length - std::min(mPosition, part->facts().length);
-            const size_t wanted = size_t(std::min<uint64_t>(count, left));
+            const uint64_t remaining = part->facts().length - std::min(mPosition, part->facts().length);
+            const size_t wanted = size_t(std::min<uint64_t>(count, remaining));
             mPartSamples.assign(count * partBytes, 0);
             if (wanted > 0) {
                 if (base::Result<> status = readPart(*part, mPartSamples, wanted); !status)

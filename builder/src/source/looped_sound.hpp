@@ -11,7 +11,7 @@
 
 namespace builder {
 
-// Delivers frames also before the start and after the end, as somebody hears them who listens to the loop.
+// Also delivers frames before the start and after the end, as they are heard while the sound loops.
 class LoopedSound final : public PreparedSound
 {
 public:

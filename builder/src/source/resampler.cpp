@@ -76,7 +76,8 @@ private:
     };
 
     // For a loop that starts with the sound. The loop is fed repeatedly from its first frame. The first output samples
-    // are dropped, because the filter's input before them was silence; they are produced again after the first round.
+    // are dropped, because the filter's input before them was silence; they are produced again after the first
+    // repetition.
     base::Result<> runFromLoopStart()
     {
         const uint64_t loopLength = mPlan.mLoop->end;
@@ -179,11 +180,11 @@ private:
     {
         const auto channels = size_t(mSource.facts().channels);
         float* target = mInputBlock.data();
-        size_t left = kBlockFrames;
-        while (left > 0) {
+        size_t remaining = kBlockFrames;
+        while (remaining > 0) {
             if (mStop.stop_requested())
                 return base::cancelled();
-            const auto [frame, run] = locate(outside, from, left);
+            const auto [frame, run] = locate(outside, from, remaining);
             if (frame) {
                 if (base::Result<> status = mSource.seek(*frame); !status)
                     return status;
@@ -193,7 +194,7 @@ private:
                 std::fill_n(target, run * channels, 0.0f);
             }
             target += run * channels;
-            left -= run;
+            remaining -= run;
             from += int64_t(run);
         }
         return {};
@@ -219,21 +220,21 @@ private:
         }
         if (frame >= end)
             return {std::nullopt, maximum};
-        if (mPlan.mRounds > 1)
-            return locateInRounds(frame, std::min<uint64_t>(maximum, end - frame));
+        if (mPlan.mRepetitions > 1)
+            return locateInRepetitions(frame, std::min<uint64_t>(maximum, end - frame));
         return {frame, size_t(std::min<uint64_t>(maximum, end - frame))};
     }
 
-    // The rounds exist only in the plan; the source contains the loop once.
-    Run locateInRounds(uint64_t frame, uint64_t maximum) const
+    // The repetitions exist only in the plan; the source contains the loop once.
+    Run locateInRepetitions(uint64_t frame, uint64_t maximum) const
     {
         const base::Loop& loop = *mPlan.mSourceLoop;
         if (frame < loop.start)
             return {frame, size_t(std::min(maximum, loop.start - frame))};
         if (frame >= loop.end)
-            return {frame - (mPlan.mRounds - 1) * mPlan.mRoundLength, size_t(maximum)};
-        const uint64_t offset = (frame - loop.start) % mPlan.mRoundLength;
-        return {loop.start + offset, size_t(std::min(maximum, mPlan.mRoundLength - offset))};
+            return {frame - (mPlan.mRepetitions - 1) * mPlan.mPeriodLength, size_t(maximum)};
+        const uint64_t offset = (frame - loop.start) % mPlan.mPeriodLength;
+        return {loop.start + offset, size_t(std::min(maximum, mPlan.mPeriodLength - offset))};
     }
 
     FrameSource& mSource;

@@ -17,15 +17,15 @@ uint64_t wholeLength(double exactly)
     return std::max<uint64_t>(1, uint64_t(std::llround(exactly)));
 }
 
-// The number of rounds of a loop whose length is close enough to a whole number of samples. Any length above half a
-// sample divided by kMaximumDetuning is.
-uint64_t roundsInTune(double loopLength)
+// How many times a loop must be repeated until its total length is close enough to a whole number of samples. Any total
+// length above half a sample / kMaximumDetuning is.
+uint64_t repetitionsInTune(double loopLength)
 {
-    uint64_t rounds = 1;
-    while (std::abs(double(wholeLength(double(rounds) * loopLength)) / (double(rounds) * loopLength) - 1)
+    uint64_t repetitions = 1;
+    while (std::abs(double(wholeLength(double(repetitions) * loopLength)) / (double(repetitions) * loopLength) - 1)
            > kMaximumDetuning)
-        ++rounds;
-    return rounds;
+        ++repetitions;
+    return repetitions;
 }
 
 } // namespace
@@ -41,12 +41,12 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<base::Loop> loop, 
     if (!loop)
         return;
 
-    mRoundLength = loop->end - loop->start;
-    mRounds = mRoundLength == length ? 1 : roundsInTune(double(mRoundLength) * wanted);
-    mSourceLoop->end = loop->start + mRounds * mRoundLength;
+    mPeriodLength = loop->end - loop->start;
+    mRepetitions = mPeriodLength == length ? 1 : repetitionsInTune(double(mPeriodLength) * wanted);
+    mSourceLoop->end = loop->start + mRepetitions * mPeriodLength;
     mSourceLength += mSourceLoop->end - loop->end;
 
-    const uint64_t loopLength = mRounds * mRoundLength;
+    const uint64_t loopLength = mRepetitions * mPeriodLength;
     const uint64_t newLoopLength = wholeLength(double(loopLength) * wanted);
     const uint64_t divisor = std::gcd(loopLength, newLoopLength);
     const uint64_t input = loopLength / divisor;
@@ -62,16 +62,16 @@ ResamplingPlan::ResamplingPlan(uint64_t length, std::optional<base::Loop> loop, 
 std::vector<uint64_t> ResamplingPlan::positions(uint64_t sourceFrame) const
 {
     if (!mSourceLoop || sourceFrame < mSourceLoop->start)
-        return {positionInRounds(sourceFrame)};
-    if (sourceFrame >= mSourceLoop->start + mRoundLength)
-        return {positionInRounds(sourceFrame + (mRounds - 1) * mRoundLength)};
+        return {positionWrittenOut(sourceFrame)};
+    if (sourceFrame >= mSourceLoop->start + mPeriodLength)
+        return {positionWrittenOut(sourceFrame + (mRepetitions - 1) * mPeriodLength)};
     std::vector<uint64_t> positions;
-    for (uint64_t round = 0; round < mRounds; ++round)
-        positions.push_back(positionInRounds(sourceFrame + round * mRoundLength));
+    for (uint64_t repetition = 0; repetition < mRepetitions; ++repetition)
+        positions.push_back(positionWrittenOut(sourceFrame + repetition * mPeriodLength));
     return positions;
 }
 
-uint64_t ResamplingPlan::positionInRounds(uint64_t frame) const
+uint64_t ResamplingPlan::positionWrittenOut(uint64_t frame) const
 {
     const double anchor = mSourceLoop ? double(mSourceLoop->start) : 0;
     const double newAnchor = mLoop ? double(mLoop->start) : 0;

@@ -17,9 +17,9 @@ namespace builder {
 // most 1 / (2 * new loop length): 0.02 cents for a loop of one second at 44.1 kHz, 8.6 cents for a loop of a hundred
 // samples. The sound as a whole is shifted by at most half a new sample, so that the loop starts on a sample.
 //
-// A sound that doesn't loop as a whole must not be detuned for the sake of a short loop inside it. Where that would
-// cost more than a cent, the loop is written out several times until it is long enough. This makes the sound longer, by
-// less than 900 samples.
+// A sound that doesn't loop as a whole must not be detuned for the sake of a short loop inside it. Where the ratio
+// would change the pitch by more than a cent, the loop is written out several times until it is long enough. This makes
+// the sound longer, by less than 900 samples.
 class ResamplingPlan
 {
 public:
@@ -32,28 +32,29 @@ public:
     // The loop in the source.
     std::optional<base::Loop> sourceLoop() const
     {
-        return mSourceLoop ? std::optional(base::Loop{mSourceLoop->start, mSourceLoop->start + mRoundLength})
+        return mSourceLoop ? std::optional(base::Loop{mSourceLoop->start, mSourceLoop->start + mPeriodLength})
                            : std::nullopt;
     }
 
-    // The number of times that the loop is written out.
-    uint64_t rounds() const { return mRounds; }
+    // How many times the loop is written out.
+    uint64_t repetitions() const { return mRepetitions; }
 
-    // The positions that a position of the source is mapped to: one per round if it is in the loop. Rounded, at most
-    // length().
+    // The positions that a position of the source is mapped to: one per repetition if it is in the loop. Rounded, at
+    // most length().
     std::vector<uint64_t> positions(uint64_t sourceFrame) const;
 
 private:
     friend class Resampler;
 
-    uint64_t positionInRounds(uint64_t frame) const;
+    uint64_t positionWrittenOut(uint64_t frame) const;
 
-    uint64_t mRounds = 1;
-    uint64_t mRoundLength = 0; // length of the loop in the source
+    uint64_t mRepetitions = 1;
+    uint64_t mPeriodLength = 0; // length of the loop in the source
     uint64_t mSourceLength; // this and mSourceLoop are counted with the loop written out
     std::optional<base::Loop> mSourceLoop;
-    double mInput = 1; // this number of samples of the source ...
-    double mOutput = 1; // ... becomes this number of samples
+    // mInput samples of the source become mOutput samples.
+    double mInput = 1;
+    double mOutput = 1;
     uint64_t mLength = 0;
     std::optional<base::Loop> mLoop;
 };

@@ -81,7 +81,7 @@ base::Loop SoundPreparation::commonLoop(const Files& files)
         const ResamplingPlan plan(facts.length, loop, facts.sampleRate, rate);
         found = plan.loop();
         // Written out several times, the loop would no longer be aligned with the other files.
-        if (plan.rounds() > 1) {
+        if (plan.repetitions() > 1) {
             const ResamplingPlan plain(facts.length, std::nullopt, facts.sampleRate, rate);
             found = base::Loop{plain.positions(loop->start).front(), plain.positions(loop->end).front()};
         }

@@ -19,7 +19,7 @@ base::FileDescriptor openOwn(const std::string& path);
 // shorter than the magic and starts like it.
 bool startsWithMagic(int descriptor, Magic magic);
 
-// Whether path exists and belongs to somebody else, who would miss it.
+// Whether path exists and isn't a file of ours, so that it must be left alone.
 bool isForeign(const std::string& path, Magic magic);
 
 } // namespace builder

@@ -15,7 +15,7 @@ namespace {
 constexpr int64_t kRenewAfter = 24 * 3600; // seconds
 constexpr int64_t kForgetAfter = 60 * 24 * 3600; // seconds
 
-// Little-endian. The records follow without gaps, sorted by key: each is a head followed by its bytes.
+// Little-endian. The records follow without gaps, sorted by key: each is a RecordHeader followed by its bytes.
 struct TableHeader
 {
     char magic[8];
@@ -23,7 +23,7 @@ struct TableHeader
 };
 
 // Precedes the bytes of a record.
-struct RecordHead
+struct RecordHeader
 {
     ContentHash key;
     int64_t usedAt;
@@ -33,23 +33,23 @@ struct RecordHead
 // A record in a table or in memory.
 struct Candidate
 {
-    RecordHead head;
+    RecordHeader header;
     const uint8_t* bytes;
     bool isNew;
 
-    uint64_t size() const { return sizeof head + head.recordBytes; }
+    uint64_t size() const { return sizeof header + header.recordBytes; }
 };
 
 // Keeps one record per key and sorts them by key.
 void removeRepeated(std::vector<Candidate>* records)
 {
     std::sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
-        return std::tie(left.head.key, right.isNew, right.head.usedAt)
-            < std::tie(right.head.key, left.isNew, left.head.usedAt);
+        return std::tie(left.header.key, right.isNew, right.header.usedAt)
+            < std::tie(right.header.key, left.isNew, left.header.usedAt);
     });
     const auto repeated =
         std::unique(records->begin(), records->end(),
-                    [](const Candidate& left, const Candidate& right) { return left.head.key == right.head.key; });
+                    [](const Candidate& left, const Candidate& right) { return left.header.key == right.header.key; });
     records->erase(repeated, records->end());
 }
 
@@ -57,14 +57,14 @@ void removeRepeated(std::vector<Candidate>* records)
 void applyLimits(std::vector<Candidate>* records, const RecordTable::Limits& limits)
 {
     std::stable_sort(records->begin(), records->end(), [](const Candidate& left, const Candidate& right) {
-        return left.head.usedAt > right.head.usedAt;
+        return left.header.usedAt > right.header.usedAt;
     });
     constexpr uint64_t kMaximum = RecordTable::kMaximumTableBytes;
     uint64_t size = sizeof(TableHeader);
     std::erase_if(*records, [&](const Candidate& record) {
-        const uint64_t maximum = record.head.usedAt > limits.recently ? kMaximum : std::min(limits.bytes, kMaximum);
-        const bool isWrong = record.head.recordBytes == 0;
-        if (isWrong || record.head.usedAt < limits.now - kForgetAfter || size + record.size() > maximum)
+        const uint64_t maximum = record.header.usedAt > limits.recently ? kMaximum : std::min(limits.bytes, kMaximum);
+        const bool isWrong = record.header.recordBytes == 0;
+        if (isWrong || record.header.usedAt < limits.now - kForgetAfter || size + record.size() > maximum)
             return true;
         size += record.size();
         return false;
@@ -74,7 +74,7 @@ void applyLimits(std::vector<Candidate>* records, const RecordTable::Limits& lim
 std::vector<uint8_t> makeFile(std::vector<Candidate> records, Magic magic)
 {
     std::sort(records.begin(), records.end(),
-              [](const Candidate& left, const Candidate& right) { return left.head.key < right.head.key; });
+              [](const Candidate& left, const Candidate& right) { return left.header.key < right.header.key; });
     uint64_t size = sizeof(TableHeader);
     for (const Candidate& record : records)
         size += record.size();
@@ -82,8 +82,8 @@ std::vector<uint8_t> makeFile(std::vector<Candidate> records, Magic magic)
     file.reserve(size_t(size));
     file.resize(sizeof(TableHeader));
     for (const Candidate& record : records) {
-        base::appendLittle(file, record.head);
-        file.insert(file.end(), record.bytes, record.bytes + record.head.recordBytes);
+        base::appendLittle(file, record.header);
+        file.insert(file.end(), record.bytes, record.bytes + record.header.recordBytes);
     }
     TableHeader header{{}, bank::checksum(std::span<const uint8_t>(file).subspan(sizeof header))};
     std::memcpy(header.magic, magic.data(), sizeof header.magic);
@@ -102,21 +102,21 @@ std::optional<RecordTable> RecordTable::parse(std::vector<uint8_t> file, Magic m
 {
     if (file.size() < sizeof(TableHeader))
         return std::nullopt;
-    const auto header = base::loadLittle<TableHeader>(file.data());
-    if (std::memcmp(header.magic, magic.data(), magic.size()) != 0
-        || bank::checksum(std::span<const uint8_t>(file).subspan(sizeof header)) != header.checksum)
+    const auto tableHeader = base::loadLittle<TableHeader>(file.data());
+    if (std::memcmp(tableHeader.magic, magic.data(), magic.size()) != 0
+        || bank::checksum(std::span<const uint8_t>(file).subspan(sizeof tableHeader)) != tableHeader.checksum)
         return std::nullopt;
 
     RecordTable table;
-    for (uint64_t offset = sizeof header; offset < file.size();) {
-        if (file.size() - offset < sizeof(RecordHead))
+    for (uint64_t offset = sizeof(TableHeader); offset < file.size();) {
+        if (file.size() - offset < sizeof(RecordHeader))
             return std::nullopt;
-        const auto head = base::loadLittle<RecordHead>(&file[offset]);
-        const bool isInOrder = table.mEntries.empty() || table.mEntries.back().key < head.key;
-        if (head.recordBytes > file.size() - offset - sizeof head || !isInOrder)
+        const auto header = base::loadLittle<RecordHeader>(&file[offset]);
+        const bool isInOrder = table.mEntries.empty() || table.mEntries.back().key < header.key;
+        if (header.recordBytes > file.size() - offset - sizeof header || !isInOrder)
             return std::nullopt;
-        table.mEntries.push_back({head.key, offset});
-        offset += sizeof head + head.recordBytes;
+        table.mEntries.push_back({header.key, offset});
+        offset += sizeof header + header.recordBytes;
     }
     table.mFile = std::move(file);
     return table;
@@ -129,9 +129,9 @@ std::optional<DatedRecord> RecordTable::find(const ContentHash& key) const
                          [](const Entry& entry, const ContentHash& wanted) { return entry.key < wanted; });
     if (found == mEntries.end() || found->key != key)
         return std::nullopt;
-    const auto head = base::loadLittle<RecordHead>(&mFile[found->offset]);
-    const uint8_t* bytes = &mFile[found->offset] + sizeof head;
-    return DatedRecord{head.usedAt, std::vector<uint8_t>(bytes, bytes + head.recordBytes)};
+    const auto header = base::loadLittle<RecordHeader>(&mFile[found->offset]);
+    const uint8_t* bytes = &mFile[found->offset] + sizeof header;
+    return DatedRecord{header.usedAt, std::vector<uint8_t>(bytes, bytes + header.recordBytes)};
 }
 
 std::vector<uint8_t> RecordTable::merge(std::span<const RecordTable> tables, const DatedRecords& newer, Magic magic,
@@ -143,7 +143,7 @@ std::vector<uint8_t> RecordTable::merge(std::span<const RecordTable> tables, con
     for (const RecordTable& table : tables) {
         for (const Entry& entry : table.mEntries) {
             const uint8_t* stored = &table.mFile[entry.offset];
-            records.push_back({base::loadLittle<RecordHead>(stored), stored + sizeof(RecordHead), false});
+            records.push_back({base::loadLittle<RecordHeader>(stored), stored + sizeof(RecordHeader), false});
         }
     }
     removeRepeated(&records);

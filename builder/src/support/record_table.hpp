@@ -25,8 +25,8 @@ struct DatedRecord
 
 using DatedRecords = std::map<ContentHash, DatedRecord>;
 
-// Many small records in one block of memory or one file. A file per record would cost more than the records save, and
-// so would an allocation per record in a cache that many people share.
+// Many small records in one block of memory or one file. Reading a file per record would take longer than the records
+// save, and so would an allocation per record in a cache that many people share.
 class RecordTable
 {
 public:
@@ -40,9 +40,9 @@ public:
     // Limits on the records in a file.
     struct Limits
     {
-        int64_t now = 0; // seconds since 1970; records not used in the 60 days before are dropped
-        uint64_t bytes = 0; // then the least recently used ones, until the file has at most this size ...
-        int64_t recently = INT64_MAX; // ... but none that were used after this time
+        int64_t now = 0; // seconds since 1970; records that weren't used in the 60 days before it are dropped
+        uint64_t bytes = 0; // maximum size; the least recently used records above it are dropped
+        int64_t recently = INT64_MAX; // records used after this time are kept even above that size
     };
 
     // A file with all records of the tables and of newer. If a key has several records, the one in newer is kept,

@@ -63,7 +63,7 @@ ALWAYS_INLINE void mixRound(Lanes (&v)[16], const Lanes (&m)[16])
     mix(v[3], v[4], v[9], v[14], m[s[14]], m[s[15]]);
 }
 
-// The compression function, for four lanes at once.
+// The compression function, for four lanes at the same time.
 ALWAYS_INLINE void compressRows(uint64_t* words, uint64_t counted, const std::byte* rows, size_t count, bool isLast)
 {
     constexpr size_t kWords = WideHasher::kBlockBytes / sizeof(uint64_t);

@@ -13,8 +13,9 @@ namespace builder {
 
 // A hash tree of two levels. A collision would require a collision in BLAKE2b. Blocks of 128 bytes are distributed to
 // four lanes in turn; each lane is a BLAKE2b-256 with the personalisation kPersonal. The four lanes are computed at
-// once, in the lanes of vector registers. The root is a ContentHasher. It hashes the hashes of the lanes (none if there
-// is less than one row of four blocks), then the bytes after the last full row as a text, then the total length.
+// the same time, in the lanes of vector registers. The root is a ContentHasher. It hashes the hashes of the lanes (none
+// if there is less than one row of four blocks), then the bytes after the last full row as a text, then the total
+// length.
 class WideHasher
 {
 public:

@@ -17,7 +17,7 @@ struct MemoryLeft
     uint64_t addressSpace = kUnlimited; // RLIMIT_AS
     uint64_t data = kUnlimited; // RLIMIT_DATA
     uint64_t controlGroup = kUnlimited; // the least that any enclosing group has left; cached files count as free
-    uint64_t machine = kUnlimited; // free, or available at once if needed
+    uint64_t machine = kUnlimited; // free, or available immediately if needed
 };
 
 // What the system reports about this process. Unknown values count as unlimited.
@@ -26,7 +26,7 @@ MemoryLeft memoryLeft();
 struct WorkerCount
 {
     unsigned count = 1;
-    std::string remark; // why there are fewer than wanted; empty if there aren't
+    std::string remark; // why there are fewer than wanted; empty if there are as many
 };
 
 // The number of workers that fit, at most `wanted`. The result of a build doesn't depend on it.

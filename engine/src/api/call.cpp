@@ -71,8 +71,8 @@ KESS_RESULT copyText(std::string_view text, char* buffer, int bufferBytes) noexc
         return KESS_OK;
     if (bufferBytes < 1)
         return KESS_ERR_INVALID_PARAM;
-    const auto room = static_cast<size_t>(bufferBytes) - 1;
-    const std::string_view fitting = base::cutAtCharacter(text, room);
+    const auto capacity = static_cast<size_t>(bufferBytes) - 1;
+    const std::string_view fitting = base::cutAtCharacter(text, capacity);
     std::memcpy(buffer, fitting.data(), fitting.size());
     buffer[fitting.size()] = '\0';
     return fitting.size() < text.size() ? KESS_ERR_TRUNCATED : KESS_OK;

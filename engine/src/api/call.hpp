@@ -35,12 +35,13 @@ KESS_RESULT guarded(Call call) noexcept
     try {
         return call();
     } catch (...) {
-        // Lengths in files are checked before memory is allocated. So it is the machine that has no more.
+        // Lengths in files are checked before memory is allocated. So the machine is out of memory.
         return fail(base::outOfMemory());
     }
 }
 
-// Copies whole characters, as many as fit, and NUL. KESS_ERR_TRUNCATED: not all. A null buffer is ignored.
+// Copies as many whole characters as fit, and a NUL. KESS_ERR_TRUNCATED: not all of text fits. A null buffer is
+// ignored.
 KESS_RESULT copyText(std::string_view text, char* buffer, int bufferBytes) noexcept;
 
 } // namespace engine

@@ -44,7 +44,7 @@ base::Result<SoundPointer> openRecognised(const FilePointer& file, KESS_SOUND_TY
     return KESS::SoundAccess::fromBank(std::move(*bank));
 }
 
-// Anything but these results would count as a fault of the program.
+// Reduces a result to those that createSound() documents for a faulty file.
 KESS_RESULT asFileFault(KESS_RESULT result)
 {
     switch (result) {

@@ -71,8 +71,8 @@ base::Result<> LoopPlayer::repeatLoop(Form form)
     return {};
 }
 
-// Codecs carry state. So the last repetition is decoded again, and what follows is the same as if all of them had been
-// decoded.
+// What a codec decodes depends on the samples before. So the last repetition is decoded again, and the samples after it
+// are the same as if all repetitions had been decoded.
 base::Result<> LoopPlayer::leaveStoredLoop(Form form)
 {
     mInStoredLoop = false;
@@ -94,9 +94,10 @@ base::Result<> LoopPlayer::leaveStoredLoop(Form form)
 
 base::Result<size_t> LoopPlayer::readSome(uint8_t* buffer, Form form, size_t count)
 {
+    // The loop is stored by form, and the caller may change the form in the middle of it.
     if (mInStoredLoop && (mPosition >= loop().end || !storeLoop(form))) {
-        if (base::Result<> left = leaveStoredLoop(form); !left)
-            return std::move(left.error());
+        if (base::Result<> result = leaveStoredLoop(form); !result)
+            return std::move(result.error());
     }
     if (!mInStoredLoop)
         return decode(buffer, form, count);

@@ -13,14 +13,14 @@ namespace engine {
 class LoopPlayer
 {
 public:
-    // In which form samples are delivered.
+    // The sample format that is delivered.
     enum Form
     {
-        AsStored, // in the format of the facts
+        AsStored, // the format of the decoder's facts
         AsFloat
     };
 
-    // Before the first read or seek. The decoder delivers from its start.
+    // Must be called before anything else. The decoder must be at the start of its sound.
     void open(DecoderPointer decoder) { mDecoder = std::move(decoder); }
     [[nodiscard]] bool isOpen() const { return bool(mDecoder); }
 
@@ -51,12 +51,13 @@ private:
     DecoderPointer mDecoder;
     uint64_t mPosition = 0;
     int mLoopsLeft = 0;
-    bool mAtSeam = false; // at the loop's end, from where reading hasn't continued yet
+    bool mAtSeam = false; // at the loop's end, before the next read decides whether to repeat the loop
 
-    // The decoded samples of a short loop, by form, stored when it is repeated for the first time. To seek for each
-    // repetition would take long: a codec decodes thousands of samples for a loop of a few. Reserved before that.
+    // The decoded samples of a short loop, by form, stored when it is repeated for the first time. Seeking at each
+    // repetition would be slow: after a seek, a codec decodes thousands of samples even for a loop of a few. Reserved
+    // before that.
     std::array<std::vector<uint8_t>, 2> mStoredLoop;
-    bool mInStoredLoop = false; // reading continues there, and the decoder's position is arbitrary
+    bool mInStoredLoop = false; // the next samples come from mStoredLoop; the decoder's position is arbitrary
 };
 
 } // namespace engine

@@ -26,8 +26,8 @@ protected:
         : mSound(std::move(sound))
     { }
 
-    // count, or the number of frames until the end if that is less.
-    [[nodiscard]] size_t left(size_t count) const
+    // count, or the number of frames up to the end if that is less.
+    [[nodiscard]] size_t readableFrames(size_t count) const
     {
         return static_cast<size_t>(std::min<uint64_t>(count, facts().sampleCount - mFrame));
     }

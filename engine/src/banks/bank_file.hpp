@@ -73,8 +73,10 @@ private:
     // Of the following, and of sounds that are being prepared.
     std::mutex mPreparing;
     std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
-    std::set<uint32_t> mBadVorbisSetups; // damaged ones, which take as long to read as others
-    // If sound after sound is opened and released, the headers that they share aren't unpacked each time.
+    std::set<uint32_t> mBadVorbisSetups; // damaged ones; remembered, because reading one again would take as long as
+                                         // reading an intact one
+    // Keeps the latest setup alive, so that opening and releasing sound after sound doesn't unpack a shared setup each
+    // time.
     VorbisSetupPointer mLastVorbisSetup;
 };
 

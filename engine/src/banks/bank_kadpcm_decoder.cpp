@@ -48,7 +48,7 @@ private:
     base::Result<size_t> readFrames(size_t count, Take take)
     {
         const auto channels = static_cast<size_t>(facts().channels);
-        count = left(count);
+        count = readableFrames(count);
         size_t done = 0;
         while (done < count) {
             if (base::Result<> decoded = decodeSuperblockWith(mFrame); !decoded) {
@@ -120,10 +120,10 @@ private:
     base::Result<std::span<const uint8_t>> viewSuperblock()
     {
         const size_t maximum = bank::kadpcm::maximumSuperblockBytes(facts().channels, kSuperblockFrames);
-        const uint64_t left = mWindow.size() - std::min(mWindow.size(), mNext.offset);
-        if (left == 0)
+        const uint64_t remaining = mWindow.size() - std::min(mWindow.size(), mNext.offset);
+        if (remaining == 0)
             return damagedSuperblock();
-        return mWindow.view(mNext.offset, static_cast<size_t>(std::min<uint64_t>(maximum, left)));
+        return mWindow.view(mNext.offset, static_cast<size_t>(std::min<uint64_t>(maximum, remaining)));
     }
 
     DataWindow mWindow;

@@ -41,7 +41,7 @@ public:
 
     base::Result<size_t> read(void* buffer, size_t count) override
     {
-        count = left(count);
+        count = readableFrames(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
         const EncodedData& data = mSound->data;
         if (base::Result<> result = data.source->readAt(data.offset + mFrame * mFrameBytes, bytes); !result)

@@ -22,7 +22,7 @@ base::Result<> BankStreamDecoder::seek(uint64_t frame)
         return {};
     const uint64_t target = sound().stored.preSkip + frame;
     const bank::SeekPoint point = seekPointBefore(sound().stored.seekPoints, target - std::min(target, mPreroll));
-    // To continue from here takes less time than to begin at the seek point, and is exact.
+    // Continuing from here is faster than starting at the seek point, and is exact.
     if (!mNeedsRestart && mPosition <= target && mPosition >= point.position)
         return skipTo(target);
     mBlock = {};

@@ -17,7 +17,7 @@ struct Finding
     {
         Damage,
         NotVerified, // something couldn't be verified
-        Remark // on something that is whole but could be better
+        Remark // on something that is intact but could be better
     };
 
     int sound = -1; // its index, or -1 for the bank itself

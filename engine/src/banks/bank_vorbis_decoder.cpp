@@ -121,7 +121,7 @@ private:
     std::vector<float> mFrames;
 };
 
-// Takes a part, after its 32-bit length, from the front of setup.
+// Removes the first part, which its 32-bit length precedes, from the front of setup.
 bool takePart(std::span<const uint8_t>* setup, std::span<const uint8_t>* part)
 {
     if (setup->size() < 4)

@@ -69,7 +69,7 @@ std::string DecodingCheck::remark() const
         + std::to_string(std::lround(20 * std::log10(mWorst * kRelativeLimit))) + " dB";
 }
 
-// Positions after a seek point from which samples are right.
+// Positions after a seek point, from which on samples are correct.
 uint64_t DecodingCheck::preroll() const
 {
     return isOpus() ? mSound.sampleRate * kOpusPrerollMilliseconds / 1000 : 0;
@@ -106,14 +106,14 @@ base::Result<> DecodingCheck::readTo(uint64_t position)
     return {};
 }
 
-// Reads as many frames by both decoders.
+// Reads count frames with both decoders.
 base::Result<> DecodingCheck::readBoth(size_t count)
 {
     base::Result<> result = read(mSequential, mFrames, count);
     return result ? read(mSeeking, mOther, count) : result;
 }
 
-// By way of the start: from a position in between, the decoder would continue without the seek point.
+// Seeks to the start first: otherwise the decoder might continue from where it is and not use the seek point.
 base::Result<> DecodingCheck::seekHere()
 {
     base::Result<> result = mSeeking.seek(0);

@@ -12,7 +12,8 @@ constexpr size_t kLeastReadAhead = 16 * 1024;
 constexpr int kLengthBits = 21;
 static_assert((size_t{1} << kLengthBits) - 1 == bank::kMaximumPacketBytes);
 
-// A caller may use little of the most that it may need. With this factor, no byte is read more than twice.
+// How much is read, relative to count. A caller asks for the most that it may need, and may then use little of it. With
+// this factor, no byte is read more than twice.
 constexpr size_t kReadAheadFactor = 2;
 
 base::Error dataEnds()

@@ -42,7 +42,7 @@ private:
     size_t mBuffered = 0;
 };
 
-// The encoded data as a sequence of packets, each after its length.
+// The encoded data as a sequence of packets, each preceded by its length.
 class PacketReader
 {
 public:

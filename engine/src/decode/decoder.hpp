@@ -14,8 +14,8 @@ namespace engine {
 // One opened sound. Positions and counts are in frames, that is, samples of one channel. After a failure, a decoder can
 // seek again.
 //
-// Decoders of files report that no more could be decoded, not why: their libraries only learn that bytes are missing.
-// If the medium failed, the file knows (InputFile::takeReadError).
+// Decoders of files report that no more could be decoded, but not why: their libraries only notice that bytes are
+// missing. InputFile::takeReadError() returns the error of the medium, if there was one.
 class Decoder
 {
 public:

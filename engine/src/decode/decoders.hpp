@@ -18,7 +18,7 @@ base::Result<DecoderPointer> openMpeg(const RecognisedFile& file);
 base::Result<DecoderPointer> openVorbis(const RecognisedFile& file);
 base::Result<DecoderPointer> openOpus(const RecognisedFile& file);
 
-// Through the decoder module. ErrorCode::Format also if the module is missing.
+// Uses the decoder module. ErrorCode::Format also if the module is missing.
 base::Result<DecoderPointer> openModule(const RecognisedFile& file);
 
 } // namespace engine

@@ -24,16 +24,16 @@ namespace {
 
 using Module = const KESS_DECODER_MODULE*;
 
-// Whether there is room for the module and all libraries that it needs, which take about 200 MB of addresses. The
-// loader reports its failures only as text, in the user's language.
+// Whether the address space has room for the module and all libraries that it needs, about 200 MB. The loader reports
+// its failures only as text, in the user's language, so a lack of memory can't be recognised there.
 bool canMapModule()
 {
     constexpr size_t kModuleBytes = 256 << 20;
-    void* room =
+    void* mapping =
         mmap(nullptr, kModuleBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (room == MAP_FAILED)
+    if (mapping == MAP_FAILED)
         return false;
-    munmap(room, kModuleBytes);
+    munmap(mapping, kModuleBytes);
     return true;
 }
 
@@ -68,8 +68,8 @@ base::Result<Module> findModule()
     return found;
 }
 
-// The module beside this library. ErrorCode::Format if there is none, or one of another version. It is loaded when a
-// file first needs it and stays loaded. A failure is final, unless memory was short.
+// The module in the folder of this library. ErrorCode::Format if there is none, or one of another version. It is loaded
+// when a file first needs it, and stays loaded. A failure is remembered, unless memory was short.
 base::Result<Module> decoderModule()
 {
     static std::mutex mutex;
@@ -97,7 +97,7 @@ size_t readInput(void* user, uint64_t offset, void* buffer, size_t count)
     return input.file->readAt(input.begin + offset, buffer, count);
 }
 
-// Decodes by the module, which only reads forward: to seek back, the decoder is opened again.
+// Decodes with the module, which only reads forward: to seek back, the decoder is opened again.
 class ModuleDecoder final : public Decoder
 {
 public:

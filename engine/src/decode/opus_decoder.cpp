@@ -59,11 +59,11 @@ public:
         if (op_pcm_seek(mFile.get(), static_cast<ogg_int64_t>(from)) != 0)
             return base::Error{base::ErrorCode::NotSeekable};
         mSkipped.resize(kSkipFrames * static_cast<size_t>(mFacts.channels));
-        for (uint64_t left = frame - from; left > 0;) {
-            const size_t got = decode(mSkipped.data(), static_cast<size_t>(std::min<uint64_t>(left, kSkipFrames)));
+        for (uint64_t remaining = frame - from; remaining > 0;) {
+            const size_t got = decode(mSkipped.data(), static_cast<size_t>(std::min<uint64_t>(remaining, kSkipFrames)));
             if (got == 0)
                 return base::Error{base::ErrorCode::NotSeekable};
-            left -= got;
+            remaining -= got;
         }
         return {};
     }
@@ -71,11 +71,11 @@ public:
 protected:
     [[nodiscard]] size_t decode(float* buffer, size_t count) override
     {
-        const size_t room = count * static_cast<size_t>(mFacts.channels);
+        const size_t capacity = count * static_cast<size_t>(mFacts.channels);
         for (int holes = 0; holes < kMaximumHoles; ++holes) {
             int link = 0;
             const int got =
-                op_read_float(mFile.get(), buffer, static_cast<int>(std::min<size_t>(room, INT_MAX)), &link);
+                op_read_float(mFile.get(), buffer, static_cast<int>(std::min<size_t>(capacity, INT_MAX)), &link);
             if (got == OP_HOLE)
                 continue; // pages are missing: continue after them
             if (got <= 0 || link >= mLinks)
@@ -127,14 +127,14 @@ private:
     Cursor mCursor;
     std::unique_ptr<OggOpusFile, FreeOpusFile> mFile;
     std::vector<float> mSkipped;
-    int mLinks = 0; // that are decoded
+    int mLinks = 0; // the number of links that are decoded
 };
 
 } // namespace
 
 base::Result<DecoderPointer> openOpus(const RecognisedFile& file)
 {
-    constexpr uint64_t kMaximumComments = 100'000; // of all links; opusfile takes 44 bytes for each, and its text
+    constexpr uint64_t kMaximumComments = 100'000; // of all links; opusfile needs 44 bytes for each, and its text
     if (base::Result<> checked = checkOggStreams(file, kMaximumComments); !checked)
         return std::move(checked.error());
     auto decoder = std::make_unique<OpusFileDecoder>(file.cursor());

@@ -114,7 +114,7 @@ bool packsBlocks(int format)
         || encoding == SF_FORMAT_NMS_ADPCM_32;
 }
 
-// Decodes by libsndfile. Where its seeks are inexact, this decodes up to the target instead.
+// Decodes with libsndfile. Where its seeks are inexact, this decodes up to the target instead.
 class SndfileDecoder final : public Decoder
 {
 public:

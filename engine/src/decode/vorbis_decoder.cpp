@@ -51,7 +51,7 @@ public:
     // Decodes a packet. All samples of the previous one must have been taken.
     void decode(ogg_packet packet)
     {
-        // The positions have been measured, and libvorbis would cut samples by them, too.
+        // The map has the positions already. With them, libvorbis would cut samples itself.
         packet.granulepos = -1;
         packet.e_o_s = 0;
         if (vorbis_synthesis(&mBlock, &packet) == 0)
@@ -69,7 +69,7 @@ private:
     bool mIsReady = false;
 };
 
-// Decodes by the map of the file: from a seek point on, and link after link if a file chains several sounds.
+// Decodes with the map of the file: from a seek point on, and link after link if the file chains several sounds.
 class VorbisFileDecoder final : public FloatDecoder
 {
 public:
@@ -137,7 +137,8 @@ protected:
     }
 
 private:
-    // Begins to decode at a page. sample is the first one of the second packet from there on.
+    // Starts decoding at a page. The first packet from there yields no samples; `sample` is the position of the first
+    // sample of the second packet.
     base::Result<> startAt(uint64_t page, size_t link, int64_t sample)
     {
         if (!mPages.seek(page) || !enterLink(link))

@@ -54,21 +54,22 @@ ChunkList::ChunkList(FilePointer file, uint64_t begin, uint64_t end)
 
 void ChunkList::setContainerEnd(uint64_t begin, uint64_t length)
 {
-    mContainerIsOpen = isUnknownLength(length);
+    mContainerIsOpenEnded = isUnknownLength(length);
     mContainerEnd = begin + std::min<uint64_t>(length, INT64_MAX);
 }
 
-// The samples extend to the end of the file in two cases: their length is 0, and the container ends before them or has
-// an unknown length; or their own length is unknown. In a file of two or four gigabytes, a number that looks unknown
-// may be the true length. Then the length of the container is true, too.
+// The samples extend to the end of the file in two cases. First, their length is 0, and the container ends before them
+// or has an unknown length. Second, their own length is unknown. In a file of two or four gigabytes, a number that
+// usually means "unknown" may be the true length. Then the length of the container is true, too.
 void ChunkList::add(Chunk chunk, uint64_t length, uint64_t end)
 {
-    const uint64_t there = end - std::min(end, chunk.offset);
-    const bool isEmpty = length == 0 && (mContainerIsOpen || mContainerEnd <= chunk.offset);
-    const bool isUnknown = isUnknownLength(length) && (length > there || (mContainerIsOpen && mContainerEnd < end));
-    const bool isOpen = holdsSamples(chunk) && (isEmpty || isUnknown);
-    chunk.length = isOpen ? there : std::min(length, there);
-    chunk.declared = isOpen ? there : length;
+    const uint64_t available = end - std::min(end, chunk.offset);
+    const bool isEmpty = length == 0 && (mContainerIsOpenEnded || mContainerEnd <= chunk.offset);
+    const bool isUnknown =
+        isUnknownLength(length) && (length > available || (mContainerIsOpenEnded && mContainerEnd < end));
+    const bool isOpenEnded = holdsSamples(chunk) && (isEmpty || isUnknown);
+    chunk.length = isOpenEnded ? available : std::min(length, available);
+    chunk.declared = isOpenEnded ? available : length;
     mChunks.push_back(chunk);
 }
 
@@ -82,9 +83,9 @@ void ChunkList::readIff(uint64_t begin, uint64_t end)
         return;
     setContainerEnd(begin + header.size(),
                     mBigEndian ? base::loadBig<uint32_t>(&header[4]) : base::loadLittle<uint32_t>(&header[4]));
-    // Some programs continue when a WAV file reaches 4 GiB, and its lengths begin again at 0.
-    constexpr uint64_t kTurn = uint64_t{1} << 32;
-    if (!mBigEndian && !mIsRf64 && mContainerEnd < end && (end - mContainerEnd) % kTurn == 0)
+    // Some programs continue when a WAV file reaches 4 GiB, and its lengths wrap around.
+    constexpr uint64_t kWrap = uint64_t{1} << 32;
+    if (!mBigEndian && !mIsRf64 && mContainerEnd < end && (end - mContainerEnd) % kWrap == 0)
         mOverflow = end - mContainerEnd;
     while (mChunks.size() < kMaximumChunks && position < end
            && mFile->readAllAt(position, header.data(), header.size())) {
@@ -92,7 +93,7 @@ void ChunkList::readIff(uint64_t begin, uint64_t end)
         std::memcpy(chunk.id.data(), header.data(), 4);
         uint64_t length = mBigEndian ? base::loadBig<uint32_t>(&header[4]) : base::loadLittle<uint32_t>(&header[4]);
         chunk.offset = position + header.size();
-        if (mIsRf64 && isNamed(chunk, "data") && length == kLengthElsewhere)
+        if (mIsRf64 && isNamed(chunk, "data") && length == kLengthInDs64)
             length = dataLength;
         std::array<uint8_t, 16> sizes;
         if (mIsRf64 && isNamed(chunk, "ds64") && length >= sizes.size()

@@ -11,12 +11,13 @@
 
 namespace engine {
 
-// Whether a length near the largest number of 31, 32, 63 or 64 bits means that the length was unknown. A program that
-// writes into a pipe can't go back to fill in a length, and one that crashes doesn't. They leave such a number, or 0.
+// Whether length is a number that means "unknown": one near the largest number of 31, 32, 63 or 64 bits. A program that
+// writes into a pipe can't go back to fill in the length, and one that crashes doesn't. They leave such a number, or 0.
+// For 0 this returns false, since an empty chunk has that length, too.
 [[nodiscard]] bool isUnknownLength(uint64_t length);
 
-// Marks a 32-bit length of an RF64 file whose value is in the chunk ds64 (EBU Tech 3306).
-inline constexpr uint32_t kLengthElsewhere = 0xffffffffu;
+// Stands in an RF64 file for a 32-bit length whose value is in the chunk ds64 (EBU Tech 3306).
+inline constexpr uint32_t kLengthInDs64 = 0xffffffffu;
 
 // The name of a chunk and the range of its data.
 struct Chunk
@@ -24,7 +25,7 @@ struct Chunk
     std::array<char, 4> id{};
     uint64_t offset = 0;
     uint64_t length = 0; // cut at the end of the file
-    uint64_t declared = 0; // the length in the file; where that is impossible, the one above
+    uint64_t declared = 0; // the length that the file declares; equal to `length` if it declares none
 };
 
 // The chunks of a file, in its order. The list ends where the file is damaged.
@@ -33,7 +34,7 @@ class ChunkList
 public:
     ChunkList() = default;
 
-    // The container begins at begin and is one of those above.
+    // begin and end: the range of the file that contains the container.
     ChunkList(FilePointer file, uint64_t begin, uint64_t end);
 
     // Whether the container is a FORM, of AIFF or of Amiga files.
@@ -59,8 +60,8 @@ private:
     FilePointer mFile;
     std::vector<Chunk> mChunks;
     uint64_t mContainerEnd = 0; // according to the file
-    bool mContainerIsOpen = false; // its length is unknown
-    uint64_t mOverflow = 0; // to be added to 32-bit lengths that began again at 0
+    bool mContainerIsOpenEnded = false; // its length is unknown
+    uint64_t mOverflow = 0; // to be added to 32-bit lengths that wrapped around
     bool mIsForm = false;
     bool mBigEndian = false;
     bool mIsRf64 = false;

@@ -35,7 +35,7 @@ public:
         return value;
     }
 
-    // A text after its length.
+    // A text that is preceded by its length.
     std::optional<std::string_view> text()
     {
         const std::optional<uint32_t> bytes = number();

@@ -44,8 +44,9 @@ size_t Cursor::fetch(uint64_t position, void* buffer, size_t count) const
         std::memcpy(buffer, mPrefix.data() + position, done);
     }
     const uint64_t inFile = position + done - mPrefix.size();
-    const auto left = static_cast<size_t>(std::min<uint64_t>(count - done, mEnd - mBegin - inFile));
-    return left == 0 ? done : done + mFile->readAt(mBegin + inFile, static_cast<uint8_t*>(buffer) + done, left);
+    const auto remaining = static_cast<size_t>(std::min<uint64_t>(count - done, mEnd - mBegin - inFile));
+    return remaining == 0 ? done
+                          : done + mFile->readAt(mBegin + inFile, static_cast<uint8_t*>(buffer) + done, remaining);
 }
 
 size_t Cursor::read(void* buffer, size_t count)
@@ -54,14 +55,14 @@ size_t Cursor::read(void* buffer, size_t count)
     size_t done = 0;
     while (done < count) {
         if (mPosition < mBufferStart || mPosition >= mBufferStart + mBuffered) {
-            const uint64_t left = size() - mPosition;
+            const uint64_t remaining = size() - mPosition;
             if (count - done >= mBuffer.size()) {
                 const size_t got = fetch(mPosition, static_cast<uint8_t*>(buffer) + done, count - done);
                 mPosition += got;
                 return done + got;
             }
             mBufferStart = mPosition;
-            const size_t wanted = static_cast<size_t>(std::min<uint64_t>(mBuffer.size(), left));
+            const size_t wanted = static_cast<size_t>(std::min<uint64_t>(mBuffer.size(), remaining));
             mBuffered = fetch(mPosition, mBuffer.data(), wanted);
             if (mBuffered == 0)
                 break;

@@ -169,7 +169,7 @@ std::optional<Extent> findExtent(const RecognisedFile& recognised)
     return std::nullopt;
 }
 
-// 0 for an encoding that packs samples.
+// 0 for a compressed encoding.
 uint64_t frameBytes(const Extent& extent, const SoundFacts& facts)
 {
     if (extent.stored == 0 || facts.sampleCount == 0)
@@ -188,7 +188,7 @@ uint64_t declaredSampleCount(const RecognisedFile& file, const SoundFacts& facts
     if (!extent || extent->declared <= extent->stored)
         return facts.sampleCount;
     const uint64_t frame = frameBytes(*extent, facts);
-    // An encoding that packs samples needs every byte.
+    // A compressed encoding needs every byte.
     const uint64_t block = std::max(frame > 0 ? std::max(extent->block, frame) : 0, uint64_t{2});
     if (extent->declared - extent->stored < block)
         return facts.sampleCount;

@@ -9,10 +9,10 @@
 
 namespace engine {
 
-// The length in samples that the file would have if it contained all the data that its header declares. The length in
-// facts for a whole file, and for a kind whose header declares none. An odd byte or a part of a frame may be missing at
-// the end of a whole file. The result is approximate for encodings that pack samples. The header of Ogg declares no
-// length; its missing and incomplete pages are counted (see lostOggSamples).
+// The length in samples that the file would have if it contained all the data that its header declares. That is the
+// length in facts for a complete file, and for a kind whose header declares none. An odd byte or a part of a frame may
+// be missing at the end of a complete file. The result is approximate for compressed encodings. The header of Ogg
+// declares no length; its missing and incomplete pages are counted (see lostOggSamples).
 [[nodiscard]] uint64_t declaredSampleCount(const RecognisedFile& file, const SoundFacts& facts);
 
 } // namespace engine

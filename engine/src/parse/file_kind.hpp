@@ -44,7 +44,7 @@ struct RecognisedFile
 };
 
 // Reads signatures and the headers of chunks, a few kilobytes in all, whatever the size of the file.
-// ErrorCode::Format: no known signature. ErrorCode::Damaged: an Ogg file without a whole page.
+// ErrorCode::Format: no known signature. ErrorCode::Damaged: an Ogg file without a complete page.
 base::Result<RecognisedFile> recognise(FilePointer file);
 
 } // namespace engine

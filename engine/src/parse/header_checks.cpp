@@ -88,8 +88,8 @@ std::optional<FileKind> streamInWav(const RecognisedFile& file)
 
 namespace {
 
-// The frames in a WAV file of ADPCM whose last block is incomplete: a decoder makes up the rest of that block. For all
-// other files, decodable.
+// The number of frames in a WAV file of ADPCM whose last block is incomplete: a decoder makes up the rest of that
+// block. Returns decodable for all other files.
 uint64_t framesInCutBlocks(const ChunkList& chunks, uint64_t decodable)
 {
     constexpr uint16_t kMicrosoft = 2;

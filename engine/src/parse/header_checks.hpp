@@ -17,16 +17,16 @@ base::Result<> checkLimits(int channels, double sampleRate);
 // missing or impossible. Success for every other kind.
 base::Result<> checkHeader(const RecognisedFile& file);
 
-// MPEG audio or Ogg Vorbis inside a WAV file: its range and reader. Nothing for other files.
+// MPEG audio or Ogg Vorbis inside a WAV file: its range and reader. nullopt for other files.
 [[nodiscard]] std::optional<FileKind> streamInWav(const RecognisedFile& file);
 
 // Why a file with a good header can't be opened: ErrorCode::Format if it has samples, so that their encoding must be
 // the reason, otherwise ErrorCode::Damaged.
 [[nodiscard]] base::Error refusal(const RecognisedFile& file);
 
-// The length in the header, where the samples end inside a block of an encoding that packs them (WAV), or where a
-// padding byte was counted as a sample (AIFF). decodable is the number of samples that a decoder makes of the data. The
-// result is never more, and doesn't count what a decoder makes up after an incomplete block.
+// The length of a sound according to its header, at most decodable, the number of samples that a decoder produces. They
+// differ where the samples end inside a block of a compressed encoding (WAV), or where a padding byte was counted as a
+// sample (AIFF). Samples that a decoder makes up after an incomplete block aren't counted.
 [[nodiscard]] uint64_t lengthInHeader(const RecognisedFile& file, uint64_t decodable);
 
 } // namespace engine

@@ -19,7 +19,7 @@ using FilePointer = std::shared_ptr<const InputFile>;
 // A medium that is read by one thread at a time. Reads carry their own offset, so readers don't disturb each other.
 //
 // Parsers and codec libraries only need to know how many bytes they got. So a read that fails returns fewer bytes, and
-// the file keeps the error for the caller who reports why a sound can't be opened or decoded.
+// the file keeps the error for the caller that reports why a sound can't be opened or decoded.
 class InputFile
 {
 public:
@@ -41,7 +41,8 @@ public:
 
 private:
     MediumPointer mMedium;
-    // Headers are read again and again, a few bytes at a time. Shorter if it couldn't be read.
+    // The start of the file, because headers are read again and again, a few bytes at a time. Shorter if it couldn't be
+    // read.
     std::array<uint8_t, 4096> mHead;
     size_t mHeadBytes;
     mutable int mReadError = 0; // errno

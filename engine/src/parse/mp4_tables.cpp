@@ -39,16 +39,16 @@ public:
                 headerBytes = header.size();
                 size = uint64_t{base::loadBig<uint32_t>(&header[8])} << 32 | base::loadBig<uint32_t>(&header[12]);
             }
-            const uint64_t left = end - position;
+            const uint64_t remaining = end - position;
             if (size == 0)
-                size = left;
+                size = remaining;
             if (size < headerBytes)
                 return true; // not a box
-            const uint64_t bytes = std::min(size, left) - std::min(headerBytes, left);
+            const uint64_t bytes = std::min(size, remaining) - std::min(headerBytes, remaining);
             const std::string_view type(reinterpret_cast<const char*>(&header[4]), 4);
             if (!lookInto(type, position + headerBytes, bytes, depth))
                 return false;
-            if (size >= left)
+            if (size >= remaining)
                 return true;
             position += size;
         }

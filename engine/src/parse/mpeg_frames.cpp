@@ -100,14 +100,14 @@ std::optional<uint32_t> freeFormatLength(const InputFile& file, uint64_t begin, 
     constexpr uint32_t kSame = 0xfffefcc0u; // all but protection, padding and what may change from frame to frame
     constexpr size_t kMaximumFrameBytes = 3456;
     std::array<uint8_t, kMaximumFrameBytes + 8> bytes;
-    const size_t there =
+    const size_t available =
         file.readAt(begin, bytes.data(), static_cast<size_t>(std::min<uint64_t>(bytes.size(), end - begin)));
-    if (there < 4)
+    if (available < 4)
         return std::nullopt;
     const uint32_t header = base::loadBig<uint32_t>(bytes.data());
     if (header >> 21 != 0x7ff || (header >> 17 & 3) == 0 || (header >> 12 & 15) != 0 || (header >> 10 & 3) == 3)
         return std::nullopt;
-    for (uint32_t next = 5; next + 4 <= there; ++next) {
+    for (uint32_t next = 5; next + 4 <= available; ++next) {
         if ((base::loadBig<uint32_t>(&bytes[next]) & kSame) == (header & kSame))
             return next - 4 - (header >> 9 & 1);
     }

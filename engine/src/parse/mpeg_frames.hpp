@@ -19,8 +19,8 @@ struct FrameHeader
 // recognised. Tables: ISO/IEC 11172-3, 2.4.2.3, and 13818-3, 2.4.2.3.
 [[nodiscard]] std::optional<FrameHeader> parseMpegFrame(uint32_t header);
 
-// The length of the frames from begin on if they have free format: up to the next header like theirs, without the
-// header and the padding.
+// The length of the frames from begin on if they have free format: the distance to the next matching header, without
+// header and padding.
 [[nodiscard]] std::optional<uint32_t> freeFormatLength(const InputFile& file, uint64_t begin, uint64_t end);
 
 // One header of an ADTS frame from its first 6 bytes (ISO/IEC 13818-7, 6.2).
@@ -44,7 +44,7 @@ struct MpegLength
     uint64_t bytes = 0; // of all frames, including that one; 0 if not stored
 };
 
-// Reads the frame at begin as a Xing, Info or VBRI header. Nothing if it is a frame of sound.
+// Reads the frame at begin as a Xing, Info or VBRI header. nullopt if it is a frame of sound.
 [[nodiscard]] std::optional<MpegLength> lengthInFirstFrame(const InputFile& file, uint64_t begin);
 
 // Whether there is a sequence of ADTS frames at begin.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Checks of Ogg files before a library gets them: what it would cost to search them for pages.
+// Checks Ogg files before a library reads them: how much work it would be to search them for pages.
 #pragma once
 
 #include "parse/file_kind.hpp"
@@ -10,8 +10,8 @@
 namespace engine {
 
 // ErrorCode::Damaged: too many page headers begin inside other pages. A library computes a checksum over the whole
-// length that such a header declares, and then continues after its first bytes: 28 bytes make it read 65,000, again at
-// each search.
+// length that such a header declares, and then continues after its first bytes. So 28 bytes of a file make it read
+// 65,000, in each search.
 base::Result<> checkOggPages(const RecognisedFile& file);
 
 // The same, and ErrorCode::Damaged if all links together have more than maximumComments comments, or too many first

@@ -27,8 +27,8 @@ struct StreamState
     int64_t position = 0; // of the last page that has one
 };
 
-// How many samples are missing between the last known position and `position`. The page that ends there holds a share
-// of them, unless it is lost, too.
+// How many samples are missing between the last known position and `position`. The page that ends there contains
+// some of them, unless it is lost, too.
 uint64_t lostBefore(const StreamState& stream, int64_t position, uint32_t lostPages, bool isPageLost)
 {
     if (position <= stream.position || position > kMaximumPosition)
@@ -65,7 +65,7 @@ public:
             stream.position = position;
     }
 
-    // What is left of the file after the last whole page.
+    // The bytes of the file after its last complete page.
     void addRest(std::span<const uint8_t> rest)
     {
         constexpr size_t kSerialEnd = 18;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The pages of an Ogg stream, over libogg.
+// The pages of an Ogg stream, read with libogg.
 #pragma once
 
 #include "parse/cursor.hpp"

@@ -70,7 +70,7 @@ std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t 
         constexpr uint64_t kSizesChunk = 36; // the two lengths, the count of samples and an empty table
         const uint64_t riffLength = 4 + kSizesChunk + body.size() + 8 + dataLength;
         header.text("RF64");
-        header.number(kLengthElsewhere, 4);
+        header.number(kLengthInDs64, 4);
         header.text("WAVEds64");
         header.number(kSizesChunk - 8, 4);
         header.number(riffLength, 8);
@@ -84,7 +84,7 @@ std::optional<std::vector<uint8_t>> wavHeader(const ChunkList& chunks, uint64_t 
     }
     std::vector<uint8_t> bytes = header.take();
     body.text("data");
-    body.number(isLong ? kLengthElsewhere : dataLength, 4);
+    body.number(isLong ? kLengthInDs64 : dataLength, 4);
     const std::vector<uint8_t> rest = body.take();
     bytes.insert(bytes.end(), rest.begin(), rest.end());
     return bytes;

@@ -11,7 +11,7 @@ namespace engine {
 
 // The file as libsndfile reads it: a new header with the format, followed by the samples. The library's own search
 // through the chunks of a damaged file may never end (version 1.2.0: lists of information in WAV files; 100 kB of empty
-// chunks in Amiga files). Other kinds of files are passed on unchanged. Nothing if the samples or their format are
+// chunks in Amiga files). Other kinds of files are passed on unchanged. nullopt if the samples or their format are
 // missing.
 [[nodiscard]] std::optional<Cursor> plainView(const RecognisedFile& file);
 

@@ -51,7 +51,7 @@ public:
             ++mDropped;
     }
 
-    // That many more sync points weren't read, or the names of all.
+    // Called if this many further sync points weren't read, or if no names were.
     void dropSyncPoints(uint64_t count) { mDropped += count; }
     void dropNames() { mDropsNames = true; }
 

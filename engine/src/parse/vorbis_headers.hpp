@@ -37,7 +37,7 @@ public:
     // builds the tables that all states share. If it fails, they are incomplete, and all later calls fail.
     [[nodiscard]] bool makeState(vorbis_dsp_state* state) const;
 
-    // An upper bound of the memory that the library takes for the tables.
+    // An upper bound of the memory that the library uses for the tables.
     [[nodiscard]] uint64_t tableBytes() const { return mTableBytes; }
 
     // Whether these headers, completed by setup as the third, equal those of other. Comments are ignored.

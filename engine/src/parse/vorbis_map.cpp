@@ -35,7 +35,7 @@ private:
     ogg_stream_state mState;
 };
 
-// Counts the samples of one sound by its packets.
+// Counts the samples of one sound, packet by packet.
 class LinkMeasure
 {
 public:
@@ -78,7 +78,8 @@ public:
     // Whether the file must be refused because of this sound's headers.
     [[nodiscard]] bool isRefused() const { return mIsRefused; }
 
-    // Adds the sound to the map. If that can't be done, returns the reason, as chainRemark() takes it.
+    // Adds the sound to the map. If that can't be done, returns the reason in the form that chainRemark()
+    // expects.
     [[nodiscard]] std::optional<std::string> finish()
     {
         if (mFailed || !mLink.headers->complete())

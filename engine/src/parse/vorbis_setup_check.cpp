@@ -139,7 +139,7 @@ private:
         return mBytes <= kMaximumVorbisSetupBytes;
     }
 
-    // The largest number whose power by the dimensions isn't above the entries (Vorbis I, 9.2.3).
+    // The largest n for which n to the power of the dimensions is at most the number of entries (Vorbis I, 9.2.3).
     static uint64_t latticeSide(const Book& book)
     {
         uint64_t side = 0;

@@ -20,8 +20,8 @@ inline constexpr uint64_t kMaximumVorbisEntries = 262'144;
 inline constexpr uint64_t kMaximumVorbisClassWords = 16'384;
 inline constexpr uint64_t kMaximumVorbisSetupBytes = 16u << 20;
 
-// An upper bound, in bytes, of the memory that libvorbis takes for the tables of a setup header and for a decoder.
-// packet is the whole third header of the stream (Vorbis I, 4.2.4). Nothing if it is damaged or exceeds a limit above.
+// An upper bound, in bytes, of the memory that libvorbis uses for the tables of a setup header and for a decoder.
+// packet is the whole third header of the stream (Vorbis I, 4.2.4). nullopt if it is damaged or exceeds a limit above.
 // Mappings and modes have fixed sizes and are ignored.
 [[nodiscard]] std::optional<uint64_t> vorbisSetupBytes(const uint8_t* packet, size_t packetBytes);
 
