@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "api/call.hpp"
-#include "api/sound.hpp"
+#include "api/open_sound.hpp"
 #include "banks/bank_verification.hpp"
-#include "decode/decoders.hpp"
 #include "kess.hpp"
-#include "parse/declared_length.hpp"
 
-#include <algorithm>
 #include <new>
 
 namespace engine {
@@ -14,35 +11,6 @@ namespace engine {
 namespace {
 
 using SoundPointer = KESS::SoundAccess::Pointer;
-
-base::Result<SoundPointer> openPlain(const RecognisedFile& file)
-{
-    SoundFacts facts;
-    facts.type = file.kind.type;
-    if (file.kind.reader == Reader::None)
-        return KESS::SoundAccess::fromFile(file.file, std::move(facts), nullptr);
-    base::Result<DecoderPointer> decoder = openDecoder(file);
-    if (!decoder)
-        return std::move(decoder.error());
-    facts = (*decoder)->facts();
-    facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(file, facts));
-    return KESS::SoundAccess::fromFile(file.file, std::move(facts), std::move(*decoder));
-}
-
-base::Result<SoundPointer> openRecognised(const FilePointer& file, KESS_SOUND_TYPE suggested)
-{
-    base::Result<RecognisedFile> recognised = recognise(file);
-    if (!recognised)
-        return std::move(recognised.error());
-    if (suggested != KESS_SOUND_TYPE_UNKNOWN && suggested != recognised->kind.type)
-        return base::Error{base::ErrorCode::Format, "it is of another kind"};
-    if (recognised->kind.reader != Reader::Bank)
-        return openPlain(*recognised);
-    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(file->medium());
-    if (!bank)
-        return std::move(bank.error());
-    return KESS::SoundAccess::fromBank(std::move(*bank));
-}
 
 // Reduces a result to those that createSound() documents for a faulty file.
 KESS_RESULT asFileFault(KESS_RESULT result)
@@ -65,7 +33,7 @@ KESS_RESULT openSound(base::Result<MediumPointer> medium, KESS_SOUND_TYPE sugges
     if (!medium)
         return fail(std::move(medium.error()));
     const auto file = std::make_shared<const InputFile>(std::move(*medium));
-    base::Result<SoundPointer> opened = openRecognised(file, suggested);
+    base::Result<SoundPointer> opened = openAsSound(file, suggested);
     base::Result<> failure = file->takeReadError();
     if (!opened) {
         if (!failure) {
