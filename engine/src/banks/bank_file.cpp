@@ -30,6 +30,8 @@ public:
     {
         if (!base::rangeInside(offset, bytes.size(), size()))
             return base::Error{base::ErrorCode::Damaged};
+        if (bytes.empty())
+            return {};
         int failed = 0;
         if (mMedium->read(offset, bytes.data(), bytes.size(), &failed) == bytes.size())
             return {};
