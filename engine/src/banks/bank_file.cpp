@@ -142,6 +142,7 @@ base::Result<std::shared_ptr<BankSound>> BankFile::sound(int index) const
     sound->facts = engineFacts(*stored, entry);
     sound->stored = std::move(*stored);
     sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};
+    sound->isEncrypted = mEncrypted;
     sound->setup = entry.setup;
     return sound;
 }
