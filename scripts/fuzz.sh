@@ -29,7 +29,7 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-[ ${#targets[@]} -gt 0 ] || targets=(engine bank cache project profile list)
+[ ${#targets[@]} -gt 0 ] || targets=(engine bank memory callbacks cache project profile list)
 
 install_packages "${build_packages[@]}" clang libclang-rt-14-dev
 build_preset fuzz write_seeds "${targets[@]/#/fuzz_}"

@@ -40,6 +40,7 @@ struct BankSound
     SoundFacts facts;
     bank::Sound stored; // without the setup
     EncodedData data;
+    bool isEncrypted = false;
     std::optional<uint32_t> setup; // its index
 
     // For decoding. BankFile::decoder() fills these before it makes the first decoder.

@@ -30,6 +30,8 @@ public:
     {
         if (!base::rangeInside(offset, bytes.size(), size()))
             return base::Error{base::ErrorCode::Damaged};
+        if (bytes.empty())
+            return {};
         int failed = 0;
         if (mMedium->read(offset, bytes.data(), bytes.size(), &failed) == bytes.size())
             return {};
@@ -140,6 +142,7 @@ base::Result<std::shared_ptr<BankSound>> BankFile::sound(int index) const
     sound->facts = engineFacts(*stored, entry);
     sound->stored = std::move(*stored);
     sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};
+    sound->isEncrypted = mEncrypted;
     sound->setup = entry.setup;
     return sound;
 }

@@ -10,6 +10,7 @@ namespace engine {
 namespace {
 
 constexpr size_t kChunkFrames = 1024;
+constexpr size_t kSmallRead = 8 * 1024; // half of what a window reads at once
 
 float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 {
@@ -35,6 +36,7 @@ class BankPcmDecoder final : public BankDirectDecoder
 public:
     explicit BankPcmDecoder(BankSoundPointer sound)
         : BankDirectDecoder(std::move(sound))
+        , mWindow(mSound->data)
         , mSampleBytes(bank::bytesPerSample(mSound->stored.sampleFormat))
         , mFrameBytes(mSampleBytes * static_cast<size_t>(facts().channels))
     { }
@@ -43,8 +45,7 @@ public:
     {
         count = readableFrames(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
-        const EncodedData& data = mSound->data;
-        if (base::Result<> result = data.source->readAt(data.offset + mFrame * mFrameBytes, bytes); !result)
+        if (base::Result<> result = fetch(mFrame * mFrameBytes, bytes); !result)
             return std::move(result.error());
         mFrame += count;
         return count;
@@ -69,6 +70,21 @@ public:
     }
 
 private:
+    // Small reads of an encrypted sound are buffered: for each, a whole piece may have to be decrypted if more voices
+    // are playing than pieces are kept.
+    base::Result<> fetch(uint64_t offset, std::span<uint8_t> bytes)
+    {
+        const EncodedData& data = mSound->data;
+        if (!mSound->isEncrypted || bytes.size() > kSmallRead)
+            return data.source->readAt(data.offset + offset, bytes);
+        base::Result<std::span<const uint8_t>> view = mWindow.view(offset, bytes.size());
+        if (!view)
+            return std::move(view.error());
+        std::copy_n(view->begin(), bytes.size(), bytes.begin());
+        return {};
+    }
+
+    DataWindow mWindow;
     size_t mSampleBytes;
     size_t mFrameBytes;
     std::vector<uint8_t> mScratch;
