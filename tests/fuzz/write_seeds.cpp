@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Writes small seed inputs for fuzz_engine, fuzz_bank and fuzz_cache, into one subfolder for each of them in the given
 // folder. They are the same each time, except for random stream numbers and times from libsndfile.
-#include "bank/bytes.hpp"
+#include "base/bytes.hpp"
 #include "support/bank_maker.hpp"
 #include "support/hostile_files.hpp"
 #include "support/sound_files.hpp"
