@@ -34,7 +34,8 @@ inline constexpr size_t kMaximumSyncPoints = 65'536;
 inline constexpr size_t kMaximumSeekPoints = 131'072;
 inline constexpr size_t kMaximumChunksBytes = 8 << 20; // of all chunks of a sound
 inline constexpr size_t kMaximumPacketBytes = (1 << 21) - 1; // of a Vorbis or Opus packet
-// No codec decodes one byte to more samples of a channel: a Vorbis packet has at least one byte and at most 8,192 samples.
+// No codec decodes one byte to more samples of a channel: a Vorbis packet has at least one byte and at most 8,192
+// samples.
 inline constexpr uint64_t kMaximumSamplesPerByte = 8192;
 inline constexpr size_t kSoundRecordBytes = 96;
 

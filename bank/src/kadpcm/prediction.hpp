@@ -15,6 +15,7 @@
 #include <utility>
 
 #ifdef __x86_64__
+#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -111,7 +112,8 @@ struct Avx2Code
 {
     static bool isSupported()
     {
-        static const bool isSupported = __builtin_cpu_supports("x86-64-v3");
+        static const bool isSupported = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")
+            && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") && hasMovbeAndLzcnt();
         return isSupported;
     }
 
@@ -176,6 +178,19 @@ struct Avx2Code
         const __m256d limited = _mm256_max_pd(_mm256_min_pd(_mm256_floor_pd(exact), limit), -limit);
         const __m256i whole = _mm256_cvtepi32_epi64(_mm256_cvttpd_epi32(limited));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(differences), whole);
+    }
+
+private:
+    // Not every compiler knows these two by name.
+    static bool hasMovbeAndLzcnt()
+    {
+        unsigned a = 0;
+        unsigned b = 0;
+        unsigned basic = 0;
+        unsigned extended = 0;
+        unsigned d = 0;
+        return __get_cpuid(1, &a, &b, &basic, &d) && __get_cpuid(0x80000001, &a, &b, &extended, &d)
+            && (basic & bit_MOVBE) && (extended & bit_LZCNT);
     }
 };
 
