@@ -6,7 +6,8 @@
 #include <iostream>
 #include <string>
 
-// Stores the first line of a file in *key, without what editors add invisibly: a byte order mark, and blanks at the end.
+// Stores the first line of a file in *key, without what editors add invisibly: a byte order mark, and blanks at the
+// end.
 // "-" means standard input. Returns the reason for a failure, or an empty text.
 inline std::string readKeyFile(const std::string& file, std::string* key)
 {

@@ -70,10 +70,12 @@ add_custom_target(tarnok_documents ALL DEPENDS ${pages} "${changelog}")
 install(FILES "${changelog}" DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME copyright)
 install(FILES
-    ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
+    ${CMAKE_SOURCE_DIR}/docs/build-systems.md ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md
+    ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
     DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/quality.csv DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/images/quality.svg DESTINATION share/doc/tarnok/images)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/schemas DESTINATION share/doc/tarnok)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok PATTERN __pycache__ EXCLUDE)
 install(FILES completions/tarnokexcl completions/tarnok-build completions/tnb DESTINATION share/bash-completion/completions)
 

@@ -61,7 +61,10 @@ public:
     {
         remarks()->sendTo([this](const QString& text) { mTexts += text; });
     }
-    ~RemarkCollector() { remarks()->sendTo([](const QString&) {}); }
+    ~RemarkCollector()
+    {
+        remarks()->sendTo([](const QString&) {});
+    }
     RemarkCollector(const RemarkCollector&) = delete;
     RemarkCollector& operator=(const RemarkCollector&) = delete;
 
@@ -118,7 +121,8 @@ void BankSource::readInputList(Faults* faults)
         const QByteArray name = file.readLine();
         const QString path = QString::fromUtf8(name.endsWith('\n') ? name.chopped(1) : name);
         if (!name.isValidUtf8())
-            faults->add({mRequest.inputList, line, Severity::Fatal, "not-utf8", QString("'%1' is not UTF-8").arg(path)});
+            faults->add(
+                {mRequest.inputList, line, Severity::Fatal, "not-utf8", QString("'%1' is not UTF-8").arg(path)});
         else if (!path.isEmpty())
             addInput(path, faults);
     }
@@ -182,8 +186,7 @@ void BankSource::listFolder(Input* folder, Faults* faults)
 void BankSource::checkCombination(Faults* faults) const
 {
     const auto count = [this](InputKind kind) {
-        return std::count_if(mInputs.begin(), mInputs.end(),
-                             [kind](const Input& input) { return input.kind == kind; });
+        return std::count_if(mInputs.begin(), mInputs.end(), [kind](const Input& input) { return input.kind == kind; });
     };
     if (count(InputKind::Project) > 1)
         faults->add({mInputs.last().path, 0, Severity::Fatal, "several-projects",

@@ -58,8 +58,8 @@ ordered_json asJson(const Subsound* subsound, qsizetype index)
     if (subsound->quality() > 0)
         json["quality"] = subsound->quality();
     if (const unsigned int mask = subsound->buildFlagOverridesMask(); mask != 0) {
-        json["flags_on"] = flagWords(mask & subsound->buildFlags());
-        json["flags_off"] = flagWords(mask & ~subsound->buildFlags());
+        json["flagsOn"] = flagWords(mask & subsound->buildFlags());
+        json["flagsOff"] = flagWords(mask & ~subsound->buildFlags());
     }
     return json;
 }

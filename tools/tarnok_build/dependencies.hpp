@@ -16,8 +16,8 @@ QStringList dependencies(const BankSource& source, const TARNOK::SoundBank* bank
 
 nlohmann::ordered_json dependenciesAsJson(const BankSource& source, const TARNOK::SoundBank* bank);
 
-// A rule in the syntax that make and Ninja share. Each dependency also gets a rule of its own without a command, so that
-// make doesn't stop when a file is removed.
+// A rule in the syntax that make and Ninja share. Each dependency also gets a rule of its own without a command, so
+// that make doesn't stop when a file is removed.
 QString dependencyRule(const QString& target, const QStringList& dependencies);
 
 // Writes a file at once, and creates its folder. Returns the reason for a failure, or an empty text.

@@ -77,7 +77,7 @@ ordered_json EventLog::soundEvent(int index, const char* state) const
     ordered_json files = ordered_json::array();
     for (const QString& file : sound.files)
         files.push_back(file.toStdString());
-    return {{"event", "sound"}, {"sound", index},  {"name", sound.name.toStdString()},
+    return {{"event", "sound"}, {"sound", index}, {"name", sound.name.toStdString()},
             {"files", files},   {"state", state}, {"milliseconds", sound.milliseconds}};
 }
 

@@ -89,6 +89,9 @@ private:
             return;
         if (written.contains(QChar::ReplacementCharacter))
             report(Severity::Error, "not-utf8", QString("'%1' is not UTF-8%2").arg(written, ENDLESS));
+        else if (written.trimmed().isEmpty())
+            report(Severity::Error, "blanks",
+                   QString("a line of blanks doesn't end the list; it is taken as a path%1").arg(ENDLESS));
         else if (isComment(written) && !QFileInfo::exists(whole))
             report(Severity::Error, "comment",
                    QString("'%1': a list has no comments; this is taken as a path%2").arg(written, ENDLESS));
@@ -112,7 +115,7 @@ private:
     static bool isComment(const QString& field)
     {
         const QString text = field.trimmed();
-        return text.isEmpty() || text.startsWith('#') || text.startsWith(';') || text.startsWith("//");
+        return text.startsWith('#') || text.startsWith(';') || text.startsWith("//");
     }
 
     static bool isOption(const QString& field)

@@ -37,7 +37,8 @@ class SourceOptions
 public:
     void addInputs(CLI::App& command)
     {
-        command.add_option("INPUT", mInputs, "Projects, profiles, lists, folders and sound files, in the order of the bank");
+        command.add_option("INPUT", mInputs,
+                           "Projects, profiles, lists, folders and sound files, in the order of the bank");
         command.add_option("--input-list", mInputList, "File with one more INPUT per line");
         command.add_flag("-r,--recursive", mRequest.recursive, "Include the subfolders of folders");
         command.add_flag("--allow-tnb", mRequest.allowTnb, "Accept banks with a single sound as sound files");
@@ -45,7 +46,8 @@ public:
 
     void addSettings(CLI::App& command)
     {
-        command.add_flag("--sort", mRequest.sorted, "Sort the files of folders by path, for the same bank on every machine");
+        command.add_flag("--sort", mRequest.sorted,
+                         "Sort the files of folders by path, for the same bank on every machine");
         command.add_flag("--interleave", mRequest.interleaved, "Interleave all files into one sound");
         command.add_flag("--ignore-errors", mRequest.ignoreErrors, "Leave out sounds that can't be used");
         command.add_option("-f,--format", mFormat, "pcm, kadpcm, vorbis, opus, xma or at9")
@@ -56,7 +58,8 @@ public:
             });
         command.add_option("-q,--quality", mRequest.quality, "Quality of Vorbis, Opus, XMA and AT9")
             ->check(CLI::Range(TARNOK::MIN_QUALITY, TARNOK::MAX_QUALITY));
-        command.add_option("--key-file", mKeyFile, "File whose first line is the key of the bank; - means standard input");
+        command.add_option("--key-file", mKeyFile,
+                           "File whose first line is the key of the bank; - means standard input");
         addFlag(command, "--no-loop", TARNOK_BUILD_DONTLOOP, "Encode sounds for playing once");
         addFlag(command, "--no-sync-points", TARNOK_BUILD_DISABLESYNCPOINTS, "Leave out the markers of sound files");
         addFlag(command, "--no-names", TARNOK_BUILD_TNB5_DONTWRITENAMES, "Store no names");
@@ -85,7 +88,8 @@ public:
 private:
     void addFlag(CLI::App& command, const char* name, unsigned int flag, const char* help)
     {
-        command.add_flag_callback(name, [this, flag] { mRequest.flags |= flag; }, help);
+        command.add_flag_callback(
+            name, [this, flag] { mRequest.flags |= flag; }, help);
     }
 
     SourceRequest mRequest;
@@ -181,15 +185,17 @@ private:
         });
         mRunSource.addSettings(*command);
         mRunOutput.addTo(*command);
-        command->add_flag("--depfile-outputs", mRun.depfileOutputs,
-                          "Name bank and header as dependencies too, for a target that is a stamp of make")
+        command
+            ->add_flag("--depfile-outputs", mRun.depfileOutputs,
+                       "Name bank and header as dependencies too, for a target that is a stamp of make")
             ->needs("--depfile");
         command->add_option("--header", mHeader, "Write a C header with the names and indices of the sounds");
         command->add_option("-j,--jobs", mRun.jobs, "Sounds encoded at the same time; default: number of processors")
             ->check(CLI::Range(1, 256));
         command->add_option("--cache-dir", mCacheFolder, "Folder of the cache, created if it doesn't exist");
         command->add_flag("--rebuild", mRun.rebuild, "Encode everything again, whatever the cache holds");
-        command->add_flag("--keep-unchanged", mRun.keepUnchanged, "Don't touch a bank or header that would stay the same");
+        command->add_flag("--keep-unchanged", mRun.keepUnchanged,
+                          "Don't touch a bank or header that would stay the same");
         command->add_option("--log", mLog, "json: one JSON object per event on standard output")
             ->check(CLI::IsMember({"text", "json"}));
         command->add_flag("--quiet", mRun.quiet, "Print errors only, and no progress bar");

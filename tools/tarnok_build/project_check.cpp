@@ -53,7 +53,8 @@ private:
     {
         static constexpr const char* KINDS[] = {"empty element", "text element", "block"};
         report(element, "unexpected-element",
-               QString("unexpected %1 '%2' in '%3'").arg(KINDS[static_cast<int>(element.kind)], element.name, parent.name));
+               QString("unexpected %1 '%2' in '%3'")
+                   .arg(KINDS[static_cast<int>(element.kind)], element.name, parent.name));
     }
 
     void reportIgnored(const XmlElement& element)

@@ -25,18 +25,20 @@ QString builtPath(const QString& path)
     return file.wholePath();
 }
 
-// Why a file that doesn't exist isn't found, if that can be guessed.
-QString guess(const QString& path, const QString& shown)
+// A file that doesn't exist, and what was probably meant.
+SoundFault missing(const QString& path, const QString& shown)
 {
+    const QString text = QString("'%1': no such file").arg(shown);
     if (const QString other = inOtherCase(path); !other.isEmpty()) {
         const QFileInfo there(other);
         if (there.suffix() != there.suffix().toLower() && there.suffix().toLower() == QFileInfo(path).suffix())
-            return QString("; %1 is there: suffixes must be lowercase").arg(there.fileName());
-        return QString("; %1 is there").arg(QFileInfo(path).dir().exists() ? there.fileName() : other);
+            return {"other-case", text + QString("; %1 is there: suffixes must be lowercase").arg(there.fileName())};
+        const bool isBeside = QFileInfo(path).dir().exists();
+        return {"other-case", text + QString("; %1 is there").arg(isBeside ? there.fileName() : other)};
     }
     if (shown.trimmed() != shown && QFileInfo::exists(path.trimmed()))
-        return "; without the blanks at its ends, it is there";
-    return QString();
+        return {"blanks", text + "; without the blanks at its ends, it is there"};
+    return {"not-found", text};
 }
 
 bool isBank(const QString& path)
@@ -77,24 +79,23 @@ QString inOtherCase(const QString& path)
 
 std::optional<SoundFault> soundFault(const QString& path, const QString& shown)
 {
-    if (!QFileInfo::exists(path)) {
-        const QString hint = guess(path, shown);
-        return SoundFault{hint.contains(" is there") ? "other-case" : "not-found",
-                          QString("'%1': no such file%2").arg(shown, hint)};
-    }
+    if (!QFileInfo::exists(path))
+        return missing(path, shown);
     auto* validator = Singleton<SoundFileValidator>::instance();
     if (!validator->isValid(path, nullptr, nullptr, nullptr, nullptr)) {
         const QString reason = validator->fault();
-        return SoundFault{"not-a-sound",
-                          QString("'%1': %2").arg(shown, isBank(path) ? "a bank, which only --allow-tnb takes" : reason)};
+        return SoundFault{
+            "not-a-sound",
+            QString("'%1': %2").arg(shown, isBank(path) ? "a bank, which only --allow-tnb takes" : reason)};
     }
     const QString built = builtPath(path);
     if (QFileInfo::exists(built))
         return std::nullopt;
     if (QFileInfo(path).suffix().isEmpty())
         return SoundFault{"no-suffix", QString("'%1': the name of a sound needs a suffix, such as .wav").arg(shown)};
-    return SoundFault{"other-case", QString("'%1': suffixes must be lowercase; rename it to %2")
-                                        .arg(shown, QFileInfo(built).fileName())};
+    return SoundFault{
+        "other-case",
+        QString("'%1': suffixes must be lowercase; rename it to %2").arg(shown, QFileInfo(built).fileName())};
 }
 
 } // namespace tarnok_build

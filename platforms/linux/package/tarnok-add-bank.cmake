@@ -95,9 +95,14 @@ function(tarnok_add_bank)
     string(REPLACE ";" "\n" argument_lines "${arguments}")
     file(GENERATE OUTPUT "${state}/inputs.txt" CONTENT "${input_lines}\n")
     file(GENERATE OUTPUT "${state}/arguments.txt" CONTENT "${argument_lines}\n")
-    # Ninja knows the bank as an output of this command. Make must be told to look whether it is still there.
+    # Ninja knows the bank as an output of this command. Make must be told to look whether it is still there. For make,
+    # CMake collects the dependencies of all earlier runs in a file; as long as that names a removed sound, the command
+    # would run every time.
+    set(forget "")
     if(CMAKE_GENERATOR MATCHES "Makefiles")
         list(APPEND arguments --depfile-outputs)
+        set(forget COMMAND "${CMAKE_COMMAND}" -E rm -f
+            "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/${BANK_NAME}.dir/compiler_depend.internal")
     endif()
     add_custom_command(
         OUTPUT "${state}/built"
@@ -105,6 +110,7 @@ function(tarnok_add_bank)
         COMMAND "${TARNOK_BUILD_EXECUTABLE}" run --input-list "${state}/inputs.txt" ${arguments}
             --depfile "${state}/built.d" --depfile-target "${state}/built"
         COMMAND "${CMAKE_COMMAND}" -E touch "${state}/built"
+        ${forget}
         DEPENDS ${depends} "${state}/inputs.txt" "${state}/arguments.txt" "${TARNOK_BUILD_EXECUTABLE}"
         DEPFILE "${state}/built.d"
         WORKING_DIRECTORY "${working_folder}"
