@@ -32,7 +32,7 @@ class BuildToolCase(ProgramCase):
     def tool(self, *arguments, **options):
         """Exit status, standard output, standard error without the folder of the test."""
         status, output, errors = self.run_program(*arguments, program="tarnok-build", stderr=subprocess.PIPE, **options)
-        return status, output.replace(f"{self.work}/", ""), errors.replace(f"{self.work}/", "")
+        return status, (output or "").replace(f"{self.work}/", ""), errors.replace(f"{self.work}/", "")
 
     def assert_tool(self, *arguments, **options):
         status, output, errors = self.tool(*arguments, **options)
@@ -126,12 +126,14 @@ class RunTest(BuildToolCase):
             (["l.lst", "-o", "in"], "it is a folder"),
             (["l.lst", "-o", "x.tnb", "--header", "own.h"], "was not generated with a bank"),
             (["l.lst"], "name the bank with --output"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "a.wav"], "is not replaced by a dependency file"),
         ):
             with self.subTest(arguments=arguments):
                 former = {path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}
                 status, output, errors = self.tool("run", *arguments)
                 self.assertEqual((status, output), (FAILED, ""))
                 self.assertIn(reason, errors)
+                (self.work / "x.tnb").unlink(missing_ok=True)
                 self.assertEqual({path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}, former)
 
     def test_reports_events_by_its_schema(self):
@@ -192,6 +194,10 @@ class RunTest(BuildToolCase):
                          (FAILED, "", "key: error: no key in the first line of key\n"))
         self.assertRegex(self.assert_tool("--version"), r"\Atarnok-build \d+\.\d+\.\d+\n\Z")
         self.assertEqual(self.banks(), [])
+        with open("/dev/full", "w") as full:
+            for arguments, expected in ((["depends", "a.wav"], FAILED), (["run", "a.wav", "-o", "x.tnb"], DONE)):
+                status, _, errors = self.tool(*arguments, stdout=full)
+                self.assertEqual((status, errors), (expected, "tarnok-build: can't write to standard output\n"))
 
     def test_keeps_the_key_to_itself(self):
         self.write("key", "Bassgeige\n")

@@ -205,21 +205,22 @@ SoundBank* BankSource::load(Faults* faults)
 {
     const RemarkCollector known; // the check has found everything
     SoundBank* bank = workspace()->createSoundBank();
-    Subsound* interleaved = mRequest.interleaved ? bank->newItem() : nullptr;
+    if (mRequest.interleaved)
+        bank->newItem();
     for (const Input& input : std::as_const(mInputs)) {
         if (input.kind == InputKind::Project)
             loadProject(input, bank);
         else if (input.kind == InputKind::List)
             loadList(input, bank);
-        for (const QString& file : input.kind == InputKind::Sound ? QStringList(input.path) : input.sounds) {
-            if (interleaved)
-                interleaved->addFile(file);
-            else
-                bank->addSubsound(file);
-        }
+        else if (input.kind != InputKind::Profile)
+            loadSounds(input.kind == InputKind::Sound ? QStringList(input.path) : input.sounds, bank);
     }
     if (!applySettings(bank, faults))
         return nullptr;
+    if (!mLost.isEmpty() && !mRequest.ignoreErrors) {
+        faults->add({mLost.first(), 0, Severity::Fatal, "changed", "it was changed after it had been checked"});
+        return nullptr;
+    }
     if (!bank->isEmpty() && !bank->first()->isEmpty())
         return bank;
     faults->add({mInputs.isEmpty() ? QString() : mInputs.first().path, 0, Severity::Fatal, "no-sounds",
@@ -229,7 +230,10 @@ SoundBank* BankSource::load(Faults* faults)
 
 void BankSource::loadProject(const Input& input, SoundBank* bank)
 {
+    const int missing = remarks()->missingSounds();
     SoundBank* project = workspace()->loadSoundBank(input.path);
+    if (!project || remarks()->missingSounds() > missing)
+        mLost += input.path;
     if (!project)
         return;
     while (!project->isEmpty())
@@ -241,7 +245,7 @@ void BankSource::loadProject(const Input& input, SoundBank* bank)
 }
 
 // Unlike the import of the authoring system, this doesn't wait for a sound that is missing.
-void BankSource::loadList(const Input& input, SoundBank* bank) const
+void BankSource::loadList(const Input& input, SoundBank* bank)
 {
     QFile file(input.path);
     file.open(QIODevice::ReadOnly | QIODevice::Text);
@@ -253,6 +257,17 @@ void BankSource::loadList(const Input& input, SoundBank* bank) const
         const ListLine line(text, folder);
         if (Subsound* subsound = bank->addSubsound(line.path))
             line.applyTo(subsound);
+        else
+            mLost += input.path;
+    }
+}
+
+void BankSource::loadSounds(const QStringList& files, SoundBank* bank)
+{
+    for (const QString& file : files) {
+        const bool isLoaded = mRequest.interleaved ? bank->first()->addFile(file) : bank->addSubsound(file) != nullptr;
+        if (!isLoaded)
+            mLost += file;
     }
 }
 

@@ -84,11 +84,13 @@ private:
     void checkCombination(Faults* faults) const;
     void listFolder(Input* folder, Faults* faults);
     void loadProject(const Input& input, TARNOK::SoundBank* bank);
-    void loadList(const Input& input, TARNOK::SoundBank* bank) const;
+    void loadList(const Input& input, TARNOK::SoundBank* bank);
+    void loadSounds(const QStringList& files, TARNOK::SoundBank* bank);
     bool applySettings(TARNOK::SoundBank* bank, Faults* faults) const;
 
     SourceRequest mRequest;
     QList<Input> mInputs;
+    QStringList mLost; // inputs of which something could not be loaded
     QString mProjectOutput;
 };
 

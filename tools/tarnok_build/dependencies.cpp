@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "dependencies.hpp"
 
+#include "replacement.hpp"
 #include "utility_functions.hpp"
 
 #include <QDir>
@@ -132,6 +133,8 @@ QString dependencyRule(const QString& target, const QStringList& dependencies)
 
 QString writeDependencyFile(const QString& path, const QString& target, const QStringList& dependencies)
 {
+    if (isAmong(path, dependencies) || isAmong(path, {target}))
+        return QString("'%1' is not replaced by a dependency file: it belongs to the build of the bank").arg(path);
     QDir().mkpath(QFileInfo(path).absolutePath());
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly) && file.write(dependencyRule(target, dependencies).toUtf8()) >= 0

@@ -147,6 +147,9 @@ public:
         return static_cast<int>(mStatus);
     }
 
+    // Then the status is about the bank, and lost output doesn't change it.
+    bool hasBuilt() const { return mApp.got_subcommand("run"); }
+
 private:
     // CLI11 repeats arguments in its messages.
     int report(const CLI::ParseError& error) const
@@ -278,13 +281,13 @@ int main(int argc, char** argv)
 
     if (hasForeignArgument(argc, argv))
         return static_cast<int>(Status::BadArguments);
-    const int status = Program().run(argc, argv);
+    Program program;
+    const int status = program.run(argc, argv);
     std::cout.flush();
     if (const int number = TARNOK::StopSignals::noted())
         endBySignal(number);
-    if ((std::fflush(stdout) != 0 || std::ferror(stdout) || !std::cout) && status == 0) {
-        complain("can't write to standard output");
-        return static_cast<int>(Status::Failed);
-    }
-    return status;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
+        return status;
+    complain("can't write to standard output");
+    return status == 0 && !program.hasBuilt() ? static_cast<int>(Status::Failed) : status;
 }
