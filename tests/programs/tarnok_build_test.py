@@ -20,11 +20,21 @@ DONE, FAILED, BAD_ARGUMENTS = 0, 1, 2
 PROFILE = "<profile><format>{}</format><quality>{}</quality><flags><dont_loop/></flags></profile>"
 
 
+def closed(schema):
+    """The schema without room for members that it doesn't describe, which may come with later versions."""
+    if isinstance(schema, list):
+        return [closed(item) for item in schema]
+    if not isinstance(schema, dict):
+        return schema
+    return {key: closed(value) for key, value in schema.items()} | (
+        {"additionalProperties": False} if schema.get("type") == "object" and "properties" in schema else {})
+
+
 def validated(name, value):
-    """The value, if it agrees with the schema."""
-    schema = json.loads((SCHEMAS / f"tarnok-build-{name}.json").read_text())
+    """The value, if it agrees with the schema and has no other members."""
+    schema = json.loads((SCHEMAS / f"tarnok-build-{name}.schema.json").read_text())
     jsonschema.Draft202012Validator.check_schema(schema)
-    jsonschema.validate(value, schema, jsonschema.Draft202012Validator)
+    jsonschema.validate(value, closed(schema), jsonschema.Draft202012Validator)
     return value
 
 
