@@ -12,7 +12,7 @@ build_packages=(
     libcli11-dev nlohmann-json3-dev libexpected-dev
     libgtest-dev
 )
-test_packages=(ffmpeg libsdl2-dev)
+test_packages=(ffmpeg libsdl2-dev make meson python3-jsonschema)
 
 say() {
     printf '== %s\n' "$*" >&2

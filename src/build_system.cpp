@@ -126,6 +126,8 @@ void ProgressMonitor::updateInternal(const BuildContext* context)
 void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context)
 {
     ItemCleanup cleanup(item);
+    if (mObserver)
+        mObserver->reported(*item);
     const int index = item->subSoundIndex;
     if (index == -1) {
         processBankItem(item);
@@ -375,6 +377,8 @@ bool BuildSystem::update()
 
 void BuildSystem::reportResult(const BuildContext* context)
 {
+    if (BuildObserver* observer = mProgressMonitor.observer())
+        observer->ended(context->result(), resultText(context->result()));
     if (context->result() != TARNOK_OK) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: \nBuild failed: %s\n\t%s", context->outputFile(),
                           resultText(context->result()));

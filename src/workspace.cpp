@@ -3,13 +3,13 @@
 
 #include "atomic_file.hpp"
 #include "console_remarks.hpp"
+#include "list_line.hpp"
 #include "logger.hpp"
 #include "utility_classes.hpp"
 #include "xml_stream_iterator.hpp"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QTextStream>
 
 #include <algorithm>
@@ -77,22 +77,6 @@ bool writeDocument(const Serializable& object, bool hasChanges, const QString& p
     if (hasChanges)
         const_cast<Serializable&>(object).makeDirty();
     return false;
-}
-
-// The largest float that an unsigned integer holds.
-constexpr float QUALITY_LIMIT = 4294967040.0f;
-
-// The first of several quality options counts.
-void applyQualityOption(const QStringList& fields, Subsound* subsound)
-{
-    static const QRegularExpression pattern(QRegularExpression::anchoredPattern("quality=(\\d+)"));
-    for (const QString& field : fields) {
-        const QRegularExpressionMatch match = pattern.match(field);
-        if (match.hasMatch()) {
-            subsound->setQuality(static_cast<unsigned int>(std::min(match.captured(1).toFloat(), QUALITY_LIMIT)));
-            return;
-        }
-    }
 }
 
 } // namespace
@@ -208,25 +192,20 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
     int number = 1;
     int waitingAt = 0; // the line that was reported
     while (!line.isEmpty()) {
-        const QStringList fields = line.split(',', Qt::SkipEmptyParts);
-        QString sound = fields.at(0);
-        if (QFileInfo(sound).isRelative())
-            sound = QFileInfo(base + "/" + sound).canonicalFilePath();
-
-        Subsound* subsound = bank->addSubsound(sound);
+        const ListLine parsed(line, base);
+        Subsound* subsound = bank->addSubsound(parsed.path);
         if (!subsound) {
-            logger()->println(Logger::OUTPUT_WARNING, "failed to load '%s'", fields.at(0).toUtf8().constData());
+            const QString& written = parsed.fields.at(0);
+            logger()->println(Logger::OUTPUT_WARNING, "failed to load '%s'", written.toUtf8().constData());
             if (waitingAt != number)
                 remarks()->add(QString("%1:%2: '%3' can't be taken (%4); it is tried again until it can")
-                                   .arg(path, QString::number(number), fields.at(0),
+                                   .arg(path, QString::number(number), written,
                                         Singleton<SoundFileValidator>::instance()->fault()));
             waitingAt = number;
             continue;
         }
 
-        applyQualityOption(fields, subsound);
-        if (fields.contains("ksound_loop_off"))
-            subsound->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, true);
+        parsed.applyTo(subsound);
         line = stream.readLine();
         ++number;
     }

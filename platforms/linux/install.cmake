@@ -6,13 +6,13 @@ set(TARNOK_APPLICATION lib/tarnok)
 set(TARNOK_LIBRARIES ${TARNOK_APPLICATION}/lib)
 set(TARNOK_HEADERS include/tarnok)
 
-install(TARGETS tarnokex tarnokexcl tnb tarnokex_open RUNTIME DESTINATION ${TARNOK_APPLICATION})
+install(TARGETS tarnokex tarnokexcl tarnok_build tnb tarnokex_open RUNTIME DESTINATION ${TARNOK_APPLICATION})
 install(TARGETS kess tarnok EXPORT tarnok-targets LIBRARY DESTINATION ${TARNOK_LIBRARIES})
 if(TARGET kess_ffmpeg)
     install(TARGETS kess_ffmpeg LIBRARY DESTINATION ${TARNOK_LIBRARIES})
 endif()
 file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/links")
-foreach(program tarnokex tarnokex-open tarnokexcl tnb)
+foreach(program tarnokex tarnokex-open tarnokexcl tarnok-build tnb)
     set(link "${CMAKE_CURRENT_BINARY_DIR}/links/${program}")
     file(CREATE_LINK ../${TARNOK_APPLICATION}/${program} "${link}" SYMBOLIC)
     install(FILES "${link}" DESTINATION bin)
@@ -28,8 +28,8 @@ install(FILES
 include(CMakePackageConfigHelpers)
 set(package "${CMAKE_CURRENT_BINARY_DIR}/package")
 write_basic_package_version_file("${package}/tarnok-config-version.cmake" COMPATIBILITY SameMajorVersion)
-configure_file(package/tarnok-config.cmake "${package}/tarnok-config.cmake" COPYONLY)
-install(FILES "${package}/tarnok-config.cmake" "${package}/tarnok-config-version.cmake" DESTINATION lib/cmake/tarnok)
+install(FILES package/tarnok-config.cmake package/tarnok-add-bank.cmake "${package}/tarnok-config-version.cmake"
+    DESTINATION lib/cmake/tarnok)
 install(EXPORT tarnok-targets NAMESPACE tarnok:: DESTINATION lib/cmake/tarnok)
 foreach(library kess tarnok)
     configure_file(package/${library}.pc.in "${package}/${library}.pc" @ONLY)
@@ -52,7 +52,7 @@ endforeach()
 
 # Documents and completions. Manual pages are compressed without name and time, so that builds are reproducible.
 find_program(GZIP gzip REQUIRED)
-foreach(page tarnokex tarnokex-open tarnokexcl tnb)
+foreach(page tarnokex tarnokex-open tarnokexcl tarnok-build tnb)
     set(configured "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1")
     set(compressed "${configured}.gz")
     configure_file("${CMAKE_SOURCE_DIR}/docs/${page}.1" "${configured}" @ONLY)
@@ -70,12 +70,14 @@ add_custom_target(tarnok_documents ALL DEPENDS ${pages} "${changelog}")
 install(FILES "${changelog}" DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME copyright)
 install(FILES
-    ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
+    ${CMAKE_SOURCE_DIR}/docs/build-systems.md ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md
+    ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
     DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/quality.csv DESTINATION share/doc/tarnok)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/images/quality.svg DESTINATION share/doc/tarnok/images)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/schemas DESTINATION share/doc/tarnok)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok PATTERN __pycache__ EXCLUDE)
-install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-completion/completions)
+install(FILES completions/tarnokexcl completions/tarnok-build completions/tnb DESTINATION share/bash-completion/completions)
 
 # The package: cpack -G DEB in the build folder.
 set(CPACK_PACKAGE_NAME tarnok)

@@ -120,6 +120,53 @@ TEST_F(Output, KeepsThePermissionsOfTheFormerBank)
     umask(former);
 }
 
+TEST_F(Output, KeepsFilesThatWouldStayTheSame)
+{
+    Order order = makeOrder(makeSounds(2));
+    order.initFlags |= TARNOK_INIT_CREATE_HEADER | TARNOK_INIT_KEEP_UNCHANGED;
+    order.key = "Geheimnis";
+    fs::create_directory(fullPath("include"));
+    const std::string header = fullPath("include/sounds.hpp");
+    ASSERT_EQ(Tarnok_SetHeaderFile(""), TARNOK_ERR_INVALID_PARAM);
+    ASSERT_EQ(Tarnok_SetHeaderFile(std::string(header).c_str()), TARNOK_OK) << "it keeps no pointer";
+    const auto nodes = [&] {
+        struct stat bank = {};
+        struct stat text = {};
+        stat(order.output.c_str(), &bank);
+        stat(header.c_str(), &text);
+        return std::pair(bank.st_ino, text.st_ino);
+    };
+    mustBuild(order);
+    EXPECT_FALSE(fs::exists(fullPath("bank.h"))) << "another file was set";
+    const auto first = nodes();
+    mustBuild(order);
+    EXPECT_EQ(nodes(), first);
+
+    order.quality = 49; // only the bank changes
+    order.format = TARNOK_FORMAT_VORBIS;
+    mustBuild(order);
+    const auto second = nodes();
+    EXPECT_NE(second.first, first.first);
+    EXPECT_EQ(second.second, first.second);
+
+    const Bytes whole = readFile(order.output);
+    for (size_t damaged : {size_t(0), whole.size() / 2, whole.size() - 1}) {
+        Bytes bytes = whole;
+        bytes[damaged] ^= 1;
+        writeFile(order.output, bytes);
+        mustBuild(order);
+        EXPECT_EQ(readFile(order.output), whole) << "a byte was changed at " << damaged;
+    }
+    writeFile(order.output, Bytes(whole.begin(), whole.end() - 1));
+    EXPECT_EQ(mustBuild(order).bank, whole);
+    ASSERT_EQ(Tarnok_SetHeaderFile(nullptr), TARNOK_OK);
+    order.initFlags &= ~TARNOK_INIT_KEEP_UNCHANGED;
+    const auto third = nodes();
+    mustBuild(order);
+    EXPECT_NE(nodes().first, third.first);
+    EXPECT_TRUE(fs::exists(fullPath("bank.h")));
+}
+
 TEST_F(Output, RemovesWhatKilledBuildsLeft)
 {
     const Order order = makeOrder(makeSounds(1));

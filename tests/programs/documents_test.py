@@ -25,6 +25,11 @@ class DocumentsTest(ProgramCase):
         self.assertEqual(status, 0, f"{script}\n{output}")
         return output
 
+    def build_options(self):
+        """The options of each command of the tool for build systems."""
+        return {command: set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", self.shell(f"tarnok-build {command} --help")))
+                for command in ("run", "depends", "check")}
+
     def switches(self):
         return set(re.findall(r"^-(\w+)", self.shell("tarnokexcl -help"), re.MULTILINE))
 
@@ -43,7 +48,7 @@ class DocumentsTest(ProgramCase):
     def test_the_completions_know_every_switch(self):
         def complete(program, *words):
             script = f"source {ROOT}/platforms/linux/completions/{program}; COMP_CWORD={len(words)}; " \
-                     f"COMP_WORDS=({program} {' '.join(words)}); _{program}; printf '%s\\n' \"${{COMPREPLY[@]}}\""
+                     f"COMP_WORDS=({program} {' '.join(words)}); _{program.replace('-', '_')}; printf '%s\\n' \"${{COMPREPLY[@]}}\""
             return set(self.shell(script).split())
 
         self.assertEqual(complete("tarnokexcl", "-"), {f"-{name}" for name in self.switches()} | {"-o"})
@@ -53,7 +58,14 @@ class DocumentsTest(ProgramCase):
             help_text = self.shell(f"tnb {command} --help")
             options = set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", help_text))
             self.assertEqual(complete("tnb", command, "-"), options, command)
+        for command, options in self.build_options().items():
+            self.assertEqual(complete("tarnok-build", command, "-"), options, command)
+        self.assertEqual(complete("tarnok-build", "run", "--format", "o"), {"opus"})
+        self.assertEqual(complete("tarnok-build", "check", "so"), {"sounds", "sounds.lst"})
 
     def test_the_manual_describes_every_switch(self):
         text = (ROOT / "docs" / "tarnokexcl.1").read_text()
         self.assertEqual(self.switches() - set(re.findall(r"\\-(\w+)", text)), set())
+        text = (ROOT / "docs" / "tarnok-build.1").read_text().replace("\\-", "-")
+        for command, options in self.build_options().items():
+            self.assertEqual(options - set(re.findall(r"--?[a-z-]+", text)), set(), command)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The bank inspector: its command line.
+#include "../key_file.hpp"
 #include "../standard_streams.hpp"
 
 #include "extract.hpp"
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <clocale>
 #include <csignal>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -46,28 +46,9 @@ private:
 
     [[nodiscard]] base::Result<Key> read() const
     {
-        std::ifstream stream;
-        if (file != "-")
-            stream.open(file, std::ios::binary);
         std::string line;
-        if (!std::getline(file == "-" ? std::cin : stream, line))
-            return error("can't read the key from " + file);
-        return clean(std::move(line));
-    }
-
-    // Removes what editors add invisibly.
-    [[nodiscard]] base::Result<Key> clean(std::string line) const
-    {
-        constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-        if (line.starts_with("\xff\xfe") || line.starts_with("\xfe\xff"))
-            return error(file + " is in UTF-16; a key is read in UTF-8");
-        if (line.starts_with(kByteOrderMark))
-            line.erase(0, kByteOrderMark.size());
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        if (line.empty())
-            return error("no key in the first line of " + file);
-        if (line.find('\0') != std::string::npos)
-            return error("a zero byte in the first line of " + file);
+        if (const std::string fault = readKeyFile(file, &line); !fault.empty())
+            return error(fault);
         return Key(std::move(line));
     }
 };
