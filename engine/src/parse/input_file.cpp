@@ -16,9 +16,11 @@ namespace engine {
 namespace {
 
 // An error of openRegular() without the name of the file.
-base::Error withoutName(const base::Error& error)
+base::Error withoutName(const base::Error& error, const char* path)
 {
     const int system = error.systemError;
+    if (system == ENOENT)
+        return {error.code, base::fileInOtherCase(path), system};
     return {system == ENAMETOOLONG ? base::ErrorCode::NotFound : error.code,
             system == 0            ? "it is a device or pipe, not a file"
                 : system == EISDIR ? "it is a folder"
@@ -32,7 +34,7 @@ base::Result<FilePointer> InputFile::open(const char* path)
 {
     base::Result<base::OpenedFile> opened = base::openRegular(path);
     if (!opened)
-        return withoutName(opened.error());
+        return withoutName(opened.error(), path);
     if (opened->stamp.size == 0)
         return base::Error{base::ErrorCode::Io, "it is empty"};
     return FilePointer(std::make_shared<InputFile>(std::move(opened->descriptor), opened->stamp.size));
