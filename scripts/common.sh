@@ -12,7 +12,7 @@ build_packages=(
     libcli11-dev nlohmann-json3-dev libexpected-dev
     libgtest-dev
 )
-test_packages=(ffmpeg)
+test_packages=(ffmpeg python3-jsonschema)
 
 say() {
     printf '== %s\n' "$*" >&2

@@ -152,6 +152,7 @@ typedef struct KESS_ENCODING
     int32_t reserved;
     uint64_t dataBytes; /* size of the encoded samples */
     uint64_t extraBytes; /* size of the rest that belongs to this sound alone: seek table, loop, sync points */
+    uint64_t dataChecksum; /* XXH3-64 of the encoded samples, to compare sounds; cbsize may be 32, without it */
 } KESS_ENCODING;
 
 /* Receives the findings of verifyBank. sound: the index of the sound, or -1 for the bank. result: KESS_ERR_FILE_BAD for

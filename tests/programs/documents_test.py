@@ -49,7 +49,7 @@ class DocumentsTest(ProgramCase):
         self.assertEqual(complete("tarnokexcl", "-"), {f"-{name}" for name in self.switches()} | {"-o"})
         self.assertEqual(complete("tarnokexcl", "a.wav", "-format", "o"), {"opus"})
         self.assertEqual(complete("tarnokexcl", "so"), {"sounds", "sounds.lst"})
-        for command in ("info", "validate", "extract"):
+        for command in ("info", "validate", "extract", "diff"):
             help_text = self.shell(f"tnb {command} --help")
             options = set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", help_text))
             self.assertEqual(complete("tnb", command, "-"), options, command)

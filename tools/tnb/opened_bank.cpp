@@ -167,6 +167,8 @@ Result<SoundProperties> OpenedBank::properties(int index)
     properties.codec = encoding.codec;
     properties.quality = encoding.quality;
     properties.bytes = encoding.dataBytes;
+    properties.tableBytes = encoding.extraBytes;
+    properties.checksum = encoding.dataChecksum;
 
     base::Loop loop;
     if (subsound.getLoopPoints(&loop.start, &loop.end) == KESS_OK)
