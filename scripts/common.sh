@@ -80,7 +80,8 @@ build_folder() {
 configure_preset() {
     local folder
     folder="$(build_folder "$1")"
-    if [ ! -e "$folder/build.ninja" ] || { [ "$2" = ON ] && grep -qx 'BUILD_TESTING:BOOL=OFF' "$folder/CMakeCache.txt"; }; then
+    if [ ! -e "$folder/build.ninja" ] \
+        || { [ "$2" = ON ] && grep -qx 'BUILD_TESTING:BOOL=OFF' "$folder/CMakeCache.txt"; }; then
         say "Configuring ${folder#"$root"/}"
         (cd "$root" && cmake --preset "$1" -DBUILD_TESTING="$2" >/dev/null)
     fi

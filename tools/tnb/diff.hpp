@@ -16,8 +16,8 @@ struct DiffRequest
     bool json = false;
 };
 
-// Prints the differences to standard output, and what can't be read to standard error. The status is Same, Different, or
-// CannotRead if a bank or a sound can't be read, even if it is because of damage.
+// Prints the differences to standard output, and what can't be read to standard error. The status is Same, Different,
+// or CannotRead if a bank or a sound can't be read, even if it is because of damage.
 base::Result<Status> showDiff(const DiffRequest& request);
 
 } // namespace tnb
