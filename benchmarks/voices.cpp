@@ -3,8 +3,9 @@
 //
 //     voices [--separate] BANK [KEY]
 //
-// The voices play the sounds of the bank in turn, looping, 1024 frames each at a time. --separate opens the bank for each
-// voice. One line a number of voices: voices, milliseconds to open them, percent of a core and bytes of the heap a voice.
+// The voices play the sounds of the bank in turn, looping, 1024 frames each at a time. --separate opens the bank for
+// each voice. One line a number of voices: voices, milliseconds to open them, percent of a core and bytes of the heap a
+// voice.
 #include "kess.hpp"
 
 #include <malloc.h>

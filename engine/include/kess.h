@@ -165,12 +165,13 @@ typedef struct KESS_ENCODING
     int32_t reserved;
     uint64_t dataBytes; /* size of the encoded samples */
     uint64_t extraBytes; /* size of the rest that belongs to this sound alone: seek table, loop, sync points */
+    uint64_t dataChecksum; /* XXH3-64 of the encoded samples, to compare sounds; cbsize may be 32, without it */
 } KESS_ENCODING;
 
-/* Receives the findings of KESS_System_VerifyBank. sound: the index of the sound, or -1 for the bank. result: KESS_ERR_FILE_BAD for
- * damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK for a remark on
- * something that is intact but could be better. text: the finding in words, English, valid during the call. Returns 0
- * to stop, anything else to continue. Must not throw. */
+/* Receives the findings of KESS_System_VerifyBank. sound: the index of the sound, or -1 for the bank. result:
+ * KESS_ERR_FILE_BAD for damage, KESS_ERR_UNSUPPORTED for a sound of which only the checksums could be verified, KESS_OK
+ * for a remark on something that is intact but could be better. text: the finding in words, English, valid during the
+ * call. Returns 0 to stop, anything else to continue. Must not throw. */
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* Where the bytes of a sound or bank come from: functions of the program. They may be called from several threads at

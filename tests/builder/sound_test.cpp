@@ -211,6 +211,9 @@ struct FailingSounds : Workshop
     const std::vector<Case> cases = {
         {{"good.wav"}, TARNOK_OK, ""},
         {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
+        {{"Song.xm"},
+         TARNOK_ERR_FILE_NOT_FOUND,
+         "Song.xm: the file does not exist (Song.xm); song.xm is there: upper and lower case must match"},
         {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
         {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a supported sound file"},
         {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is empty"},

@@ -278,9 +278,13 @@ class RemarksTest(ProgramCase):
     def test_names_sounds_that_fail_during_the_build(self):
         write_wav(self.folder_in / "good.wav")
         (self.folder_in / "LOUD.WAV").write_bytes((self.folder_in / "good.wav").read_bytes())
-        failed = "could not build 'in/LOUD.wav': LOUD.wav: the file does not exist (in/LOUD.wav)\n"
+        in_capitals = "LOUD.WAV is there: suffixes must be lowercase\n"
+        failed = f"could not build 'in/LOUD.wav': LOUD.wav: the file does not exist (in/LOUD.wav); {in_capitals}"
         status, output, errors = self.run_apart("./in", "-o", "x.tnb", "-ignore_errors")
         self.assertEqual((status, errors), (ALL_WRITTEN, failed))
+        self.assert_builds("./in", "-o", "x.tnproj", "-write_proj")
+        self.assertEqual(self.run_apart("x.tnproj", "-o", "x.tnb", "-ignore_errors")[2],
+                         f"left out 'in/LOUD.wav': no such file; {in_capitals}")
         status, output, errors = self.run_apart("./in", "-o", "x.tnb")
         self.assertEqual((status, errors.splitlines(True)[0]), (BUILD_FAILED, failed))
         self.assertIn("1 of 2 sounds could not be built", errors)

@@ -7,8 +7,8 @@
 
 namespace engine {
 
-// suggested: the only kind of file that is accepted, unless it is KESS_SOUND_TYPE_UNKNOWN. ErrorCode::Format: the library
-// doesn't read files of this kind.
+// suggested: the only kind of file that is accepted, unless it is KESS_SOUND_TYPE_UNKNOWN. ErrorCode::Format: the
+// library doesn't read files of this kind.
 base::Result<KESS::SoundAccess::Pointer> openAsSound(const FilePointer& file, KESS_SOUND_TYPE suggested);
 
 } // namespace engine

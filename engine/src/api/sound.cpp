@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace KESS {
@@ -400,10 +402,13 @@ KESS_RESULT Sound::getBankInfo(KESS_BANKINFO* info)
 
 KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
 {
-    if (!encoding || encoding->cbsize != static_cast<int32_t>(sizeof *encoding))
+    constexpr size_t kWithoutChecksum = offsetof(KESS_ENCODING, dataChecksum);
+    if (!encoding)
         return KESS_ERR_INVALID_PARAM;
-    *encoding = {};
-    encoding->cbsize = static_cast<int32_t>(sizeof *encoding);
+    const auto bytes = static_cast<size_t>(encoding->cbsize);
+    if (bytes != kWithoutChecksum && bytes != sizeof *encoding)
+        return KESS_ERR_INVALID_PARAM;
+    std::memset(&encoding->codec, 0, bytes - offsetof(KESS_ENCODING, codec));
     if (mImpl->role == Impl::Role::Bank && mImpl->bank->locked())
         return KESS_ERR_KEY_MISSING;
     const std::optional<engine::Encoding>& stored = mImpl->facts->encoding;
@@ -413,6 +418,8 @@ KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
     encoding->quality = stored->quality;
     encoding->dataBytes = stored->dataBytes;
     encoding->extraBytes = stored->extraBytes;
+    if (bytes > kWithoutChecksum)
+        encoding->dataChecksum = stored->dataChecksum;
     return KESS_OK;
 }
 

@@ -62,7 +62,8 @@ SoundFacts engineFacts(const bank::Sound& sound, const bank::SoundEntry& entry)
     facts.syncPoints = sound.syncPoints;
     facts.peak = sound.peak;
     facts.name = entry.name;
-    facts.encoding = Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
+    facts.encoding =
+        Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes, entry.dataChecksum};
     return facts;
 }
 

@@ -85,6 +85,8 @@ base::Result<base::OpenedFile> openUnnamed(const char* path)
     if (opened)
         return opened;
     const int system = opened.error().systemError;
+    if (system == ENOENT)
+        return base::Error{opened.error().code, base::fileInOtherCase(path), system};
     return base::Error{system == ENAMETOOLONG ? base::ErrorCode::NotFound : opened.error().code,
                        system == 0            ? "it is a device or pipe, not a file"
                            : system == EISDIR ? "it is a folder"
