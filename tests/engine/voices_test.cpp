@@ -13,7 +13,13 @@
 using namespace test;
 
 // Counts all allocations of the process. The sanitizers have an allocator of their own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#define HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define HAS_FEATURE(feature) 0
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !HAS_FEATURE(address_sanitizer)                 \
+    && !HAS_FEATURE(thread_sanitizer)
 #define COUNTS_ALLOCATIONS 1
 
 static std::atomic<size_t> gAllocations;

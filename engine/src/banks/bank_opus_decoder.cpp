@@ -48,8 +48,10 @@ protected:
         // For an empty packet, the library would make up the content of a lost one.
         if (packet->empty())
             return damagedPacket();
-        // Usually all packets are of one length, so the first one decides on the size.
         const auto frames = static_cast<size_t>(opusPacketFrames(*packet, mRate));
+        if (frames == 0)
+            return damagedPacket();
+        // Usually all packets are of one length, so the first one decides on the size.
         mFrames.resize(std::max(mFrames.size(), frames * mChannels));
         const int count =
             opus_multistream_decode_float(mLibrary.get(), packet->data(), static_cast<opus_int32>(packet->size()),
