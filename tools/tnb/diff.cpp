@@ -65,8 +65,7 @@ public:
         readNames(mOld);
         readNames(mNew);
         const bool haveNames = mOld.bank.info().hasNames != 0 && mNew.bank.info().hasNames != 0;
-        const SoundPairs pairs =
-            haveNames ? pairByName(mOld.names, mNew.names) : pairByIndex(mOld.names, mNew.names);
+        const SoundPairs pairs = haveNames ? pairByName(mOld.names, mNew.names) : pairByIndex(mOld.names, mNew.names);
         mReport.removed(pairs.removed, mOld.names);
         mReport.added(pairs.added, mNew.names);
         std::vector<SoundPair> moved;

@@ -175,7 +175,9 @@ public:
     void changed(const SoundChange& change) override
     {
         std::string text;
-        const auto add = [&text](const std::string& part) { text += (text.empty() ? "" : "; ") + part; };
+        const auto add = [&text](const std::string& part) {
+            text += (text.empty() ? "" : "; ") + part;
+        };
         if (change.audio)
             add(audioText(*change.audio));
         for (const Json& group : {change.facts, change.encoding}) {
@@ -192,7 +194,9 @@ public:
 
     void finish(const DiffSummary& summary) override
     {
-        const auto count = [](size_t number, const char* what) { return grouped(number) + " " + what; };
+        const auto count = [](size_t number, const char* what) {
+            return grouped(number) + " " + what;
+        };
         if (summary.status() == Status::Same)
             std::cout << "no difference\n";
         else

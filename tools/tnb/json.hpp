@@ -53,7 +53,6 @@ public:
     void endArray();
 
 private:
-
     bool mHasMembers = false;
     bool mHasItems = false; // in the current array
 };
