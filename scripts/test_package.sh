@@ -108,6 +108,13 @@ inside '
     for player in ./by_pkg_config cmake/play_bank; do $player bank.tnb bell out.wav && test -s out.wav && rm out.wav; done
     cc -shared -fPIC $(pkg-config --cflags tarnok) /usr/share/doc/tarnok/examples/encoder_module.c -o tarnok_xma.so -lm'
 
+say "Building the example in C with the static library for banks"
+inside '
+    apt-get install -y -qq --no-install-recommends libvorbis-dev libopus-dev libsodium-dev libxxhash-dev >/dev/null
+    cd /tmp/work
+    cc -std=c99 /usr/share/doc/tarnok/examples/play_bank.c $(pkg-config --cflags --libs kess-bank) -o by_bank_library
+    ! ldd by_bank_library | grep -E "kessL|sndfile|mpg123|opusfile"'
+
 remove_all="$(cat <<'REMOVE'
     cd /
     packages="$(dpkg-query -W -f '${Package}\n' "*tarnok*" "libkess*")"
@@ -122,6 +129,9 @@ REMOVE
 )"
 say "Removing everything"
 inside "$remove_all"
+
+say "Playing a bank without any of our packages"
+inside 'cd /tmp/work && ./by_bank_library bank.tnb bell | test "$(wc -c)" -gt 1000'
 
 say "Upgrading from the single package, by apt and by dpkg"
 for upgrade in "apt-get install -y -qq --no-install-recommends" "dpkg -i --auto-deconfigure"; do

@@ -43,10 +43,12 @@ install(FILES
 include(CMakePackageConfigHelpers)
 set(package "${CMAKE_CURRENT_BINARY_DIR}/package")
 write_basic_package_version_file("${package}/tarnok-config-version.cmake" COMPATIBILITY SameMajorVersion)
-install(FILES package/tarnok-config.cmake package/tarnok-add-bank.cmake "${package}/tarnok-config-version.cmake"
+install(FILES package/tarnok-config.cmake package/tarnok-add-bank.cmake package/tarnok-bank.cmake
+    "${package}/tarnok-config-version.cmake"
     DESTINATION lib/cmake/tarnok COMPONENT development)
 install(EXPORT tarnok-targets NAMESPACE tarnok:: DESTINATION lib/cmake/tarnok COMPONENT development)
-foreach(library kess tarnok)
+install(FILES "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/libkess_bank.a" DESTINATION ${TARNOK_LIBRARIES} COMPONENT development)
+foreach(library kess kess-bank tarnok)
     configure_file(package/${library}.pc.in "${package}/${library}.pc" @ONLY)
     install(FILES "${package}/${library}.pc" DESTINATION share/pkgconfig COMPONENT development)
 endforeach()
@@ -84,7 +86,7 @@ add_custom_command(OUTPUT "${changelog}"
     COMMAND "${GZIP}" -9nc "${CMAKE_SOURCE_DIR}/CHANGELOG" > "${changelog}"
     DEPENDS "${CMAKE_SOURCE_DIR}/CHANGELOG" ${pages})
 add_custom_target(tarnok_documents ALL DEPENDS ${pages} "${changelog}")
-add_dependencies(programs tarnok_documents)
+add_dependencies(programs tarnok_documents kess_bank_archive)
 install(FILES completions/tarnokexcl completions/tarnok-build completions/tnb
     DESTINATION share/bash-completion/completions COMPONENT console)
 
