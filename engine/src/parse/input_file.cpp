@@ -19,11 +19,10 @@ namespace {
 base::Error withoutName(const base::Error& error)
 {
     const int system = error.systemError;
+    if (system == 0)
+        return {base::ErrorCode::Io, "it is a device or pipe, not a file"};
     return {system == ENAMETOOLONG ? base::ErrorCode::NotFound : error.code,
-            system == 0            ? "it is a device or pipe, not a file"
-                : system == EISDIR ? "it is a folder"
-                                   : std::generic_category().message(system),
-            system};
+            system == EISDIR ? "it is a folder" : std::generic_category().message(system), system};
 }
 
 } // namespace
