@@ -110,6 +110,7 @@ class InfoTest(TnbCase):
             (["a.wav"], "a.wav: not a sound bank"),
             (["empty"], "empty: can't be read: it is empty"),
             (["in/.."], r"in/\.\.: "),
+            (["/dev/null"], "/dev/null: can.t be read: it is a device or pipe, not a file"),
             ([locked], "encrypted; give its key with --key"),
             ([locked, "--key", "K"], "encrypted with a different key"),
             ([locked, "--key-file", "empty"], "can't read the key from empty"),

@@ -136,10 +136,12 @@ private:
         int16_t* sample = nullptr;
     };
 
+    // False: there are no bits left.
     template <typename Code>
     [[gnu::always_inline]] bool decodeGroup(Next& next, Prediction::Group& group)
     {
-        const bool isWhole = mEnd.prepare(next.code);
+        if (!mEnd.prepare(next.code)) [[unlikely]]
+            return false;
         double sums[kGroup];
         mPrediction.nextGroup<Code>(group, sums);
         int64_t differences[kGroup];
@@ -149,7 +151,7 @@ private:
             mPrediction.addInGroup<k>(group, store(next, predicted, differences[k]));
         });
         mPrediction.endGroup();
-        return isWhole;
+        return true;
     }
 
     // What the previous channel's sample contributes. The first channel has a coupling of 0, and takes its own.

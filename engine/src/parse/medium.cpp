@@ -85,13 +85,12 @@ base::Result<base::OpenedFile> openUnnamed(const char* path)
     if (opened)
         return opened;
     const int system = opened.error().systemError;
+    if (system == 0)
+        return base::Error{base::ErrorCode::Io, "it is a device or pipe, not a file"};
     if (system == ENOENT)
         return base::Error{opened.error().code, base::fileInOtherCase(path), system};
     return base::Error{system == ENAMETOOLONG ? base::ErrorCode::NotFound : opened.error().code,
-                       system == 0            ? "it is a device or pipe, not a file"
-                           : system == EISDIR ? "it is a folder"
-                                              : std::generic_category().message(system),
-                       system};
+                       system == EISDIR ? "it is a folder" : std::generic_category().message(system), system};
 }
 
 } // namespace
