@@ -7,15 +7,21 @@
 #include <string>
 
 // Stores the first line of a file in *key, without what editors add invisibly: a byte order mark, and blanks at the
-// end.
-// "-" means standard input. Returns the reason for a failure, or an empty text.
+// end. "-" means standard input. Returns the reason for a failure, or an empty text.
 inline std::string readKeyFile(const std::string& file, std::string* key)
 {
     std::ifstream stream;
     if (file != "-")
         stream.open(file, std::ios::binary);
+    std::istream& input = file == "-" ? std::cin : stream;
+    constexpr size_t kMaximumBytes = 1 << 20; // devices have lines without an end
     std::string line;
-    if (!std::getline(file == "-" ? std::cin : stream, line))
+    char c = 0;
+    while (line.size() <= kMaximumBytes && input.get(c) && c != '\n')
+        line += c;
+    if (line.size() > kMaximumBytes)
+        return "the first line of " + file + " is too long for a key";
+    if (line.empty() && c != '\n')
         return "can't read the key from " + file;
     if (line.starts_with("\xff\xfe") || line.starts_with("\xfe\xff"))
         return file + " is in UTF-16; a key is read in UTF-8";

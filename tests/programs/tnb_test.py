@@ -116,6 +116,7 @@ class InfoTest(TnbCase):
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
             ([locked, "--key-file", "gone"], "can't read the key from gone"),
             ([locked, "--key-file", "wide"], "wide is in UTF-16"),
+            ([locked, "--key-file", "/dev/zero"], "the first line of /dev/zero is too long for a key"),
             (["older.tnb"], "it has a version of the bank format that this program can't read"),
             (["newer.tnb"], "it has a version of the bank format that this program can't read"),
             (["a.wav", "--\x1b[2J"], r"\\x1b\[2J"),
