@@ -243,8 +243,9 @@ int main(int argc, char** argv)
     REQUIRE_OK(KESS_System_Init(engine, 0, 0, NULL));
     REQUIRE(KESS_System_CreateSound(engine, "missing.tnb", 0, NULL, &none) == KESS_ERR_FILE_NOTFOUND);
     REQUIRE(!none && KESS_SystemError() != 0);
+    REQUIRE(KESS_System_CreateSound(engine, ".", 0, NULL, &none) == KESS_ERR_FILE_BAD);
     REQUIRE_OK(KESS_ErrorDetail(text, sizeof text));
-    REQUIRE(text[0] != '\0');
+    REQUIRE(strcmp(text, "it is a folder") == 0);
     REQUIRE(strcmp(KESS_ErrorString(KESS_ERR_FILE_NOTFOUND), "File not found.") == 0);
     REQUIRE(KESS_Sound_Release(NULL) == KESS_ERR_INVALID_HANDLE);
     REQUIRE(KESS_System_Init(NULL, 0, 0, NULL) == KESS_ERR_INVALID_HANDLE);

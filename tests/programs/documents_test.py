@@ -29,6 +29,7 @@ class DocumentsTest(ProgramCase):
         """The options of each command of the tool for build systems."""
         return {command: set(re.findall(r"(?<=[\s,])(--?[a-z][a-z-]*)", self.shell(f"tarnok-build {command} --help")))
                 for command in ("run", "depends", "check")}
+
     @staticmethod
     def examples_of(document):
         return re.findall(r"```sh\n(.*?)```", (ROOT / document).read_text(), re.DOTALL)
@@ -55,7 +56,7 @@ class DocumentsTest(ProgramCase):
                    "mkdir banks && echo secret >studio.key && tarnokexcl step.wav -o banks/a.tnb -encryption_key secret")
         readme = self.examples_of("README.md")
         examples = [example for example in readme if "scripts/" not in example and "apt" not in example]
-        self.assertEqual(len(examples), 1, "the others are run by scripts/test_package.sh")
+        self.assertEqual(len(examples), 2, "the others are run by scripts/test_package.sh")
         for page in ("tarnokexcl.1", "tnb.1"):
             text = (ROOT / "docs" / page).read_text()
             examples += re.search(r"\.SH EXAMPLES\n\.nf\n(.*?)\.fi", text, re.DOTALL)[1].replace("\\-", "-").splitlines()
