@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -261,6 +262,19 @@ void endBySignal(int number)
     std::raise(number);
 }
 
+int runProgram(int argc, char** argv)
+{
+    Program program;
+    const int status = program.run(argc, argv);
+    std::cout.flush();
+    if (const int number = TARNOK::StopSignals::noted())
+        endBySignal(number);
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
+        return status;
+    complain("can't write to standard output");
+    return status == 0 && !program.hasBuilt() ? static_cast<int>(Status::Failed) : status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -281,13 +295,10 @@ int main(int argc, char** argv)
 
     if (hasForeignArgument(argc, argv))
         return static_cast<int>(Status::BadArguments);
-    Program program;
-    const int status = program.run(argc, argv);
-    std::cout.flush();
-    if (const int number = TARNOK::StopSignals::noted())
-        endBySignal(number);
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
-        return status;
-    complain("can't write to standard output");
-    return status == 0 && !program.hasBuilt() ? static_cast<int>(Status::Failed) : status;
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarnok-build: %s\n", error.what());
+        return static_cast<int>(Status::Failed);
+    }
 }
