@@ -388,10 +388,11 @@ class RemarksTest(ProgramCase):
     def test_says_which_cache_is_used_instead(self):
         instead = f"'{self.work.parent}/.*/Cache' is used instead".replace(f"{self.work}/", "")
         for name, fault in (("nowhere", "no such folder"), ("a.wav", "it is not a folder")):
-            status, _, errors = self.run_apart("a.wav", "-o", "x.tnb", "-cache_dir", f"../work/{name}")
+            arguments = ("a.wav", "-o", "x.tnb", "-cache_dir", f"../{self.work.name}/{name}")
+            status, _, errors = self.run_apart(*arguments)
             self.assertEqual(status, ALL_WRITTEN)
             self.assertRegex(errors, rf"\ACache folder '{name}' can't be used: {fault}; {instead}\n\Z")
-            self.assertEqual(self.run_apart("a.wav", "-o", "x.tnb", "-cache_dir", f"../work/{name}", "-z")[2], "")
+            self.assertEqual(self.run_apart(*arguments, "-z")[2], "")
 
     def test_escapes_control_characters_on_a_terminal(self):
         write_wav(self.folder_in / "a\x1b[2J.wav")
