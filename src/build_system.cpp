@@ -171,7 +171,7 @@ void ProgressMonitor::processBankItem(const TARNOK_PROGRESSITEM* item)
 {
     if (item->state == TARNOK_STATE_FAILED) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Soundbank failed: %s", failureText(item));
-        remarks()->add(QString::fromUtf8(failureText(item)));
+        remarks()->add(QString::fromUtf8(failureText(item)).replace("\n  ", "; ")); // failed sounds, one a line
     } else if (item->state == TARNOK_STATE_WRITING) {
         mWriting = true;
         logger()->println(Logger::OUTPUT_NOTICE, "Writing out TNB file");

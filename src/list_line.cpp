@@ -34,7 +34,9 @@ ListLine::ListLine(const QString& line, const QString& folder)
     , quality(qualityOf(fields))
     , loopOff(fields.contains("ksound_loop_off"))
 {
-    if (QFileInfo(path).isRelative())
+    if (path.contains(QChar::Null)) // no file's name; asked about it, Qt prints a warning
+        path.clear();
+    else if (QFileInfo(path).isRelative())
         path = QFileInfo(folder + "/" + path).canonicalFilePath();
 }
 

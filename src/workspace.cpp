@@ -37,13 +37,20 @@ QString contentFault(const SoundBank* bank)
     return QString();
 }
 
-// A document without any text fails an assertion, which doesn't name the file.
-void remarkOnEmptyDocument(QFile& file)
+// A document that is empty or ends early may fail an assertion, which doesn't name the file.
+void remarkOnShortDocument(QFile& file)
 {
     constexpr qint64 LONGEST_MARK = 4; // a byte order mark plus one byte
-    const QByteArray start = file.peek(LONGEST_MARK);
-    if (start.isEmpty() || start == "\xef\xbb\xbf" || start == "\xfe\xff" || start == "\xff\xfe")
+    const QByteArray content = file.peek(std::max(LONGEST_MARK, file.size()));
+    if (content.isEmpty() || content == "\xef\xbb\xbf" || content == "\xfe\xff" || content == "\xff\xfe") {
         remarks()->add(QString("'%1' is empty").arg(file.fileName()));
+        return;
+    }
+    QXmlStreamReader reader(content);
+    while (!reader.atEnd())
+        reader.readNext();
+    if (!file.isSequential() && reader.error() == QXmlStreamReader::PrematureEndOfDocumentError)
+        remarks()->add(QString("'%1' ends early, in line %2").arg(file.fileName()).arg(reader.lineNumber()));
 }
 
 // Writes one object as a document of its own. If the object refuses, the file is removed. An object with hasChanges is
@@ -121,7 +128,7 @@ bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
     if (!file.isOpen())
         return false;
 
-    remarkOnEmptyDocument(file);
+    remarkOnShortDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     XmlStreamIterator xml(&reader);
@@ -160,7 +167,7 @@ bool Workspace::loadProfile(SoundProfile* profile, const QString& path)
         Q_ASSERT(file.isOpen());
     }
 
-    remarkOnEmptyDocument(file);
+    remarkOnShortDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     SoundProfile loaded;
