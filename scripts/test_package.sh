@@ -83,7 +83,7 @@ inside '
 say "Opening a project by its MIME type"
 inside '
     apt-get install -y -qq --no-install-recommends xvfb xauth xdotool xdg-utils desktop-file-utils shared-mime-info \
-        libfile-mimeinfo-perl bash-completion man-db g++ cmake make pkg-config >/dev/null
+        libfile-mimeinfo-perl bash-completion man-db g++ cmake make pkg-config python3 >/dev/null
     cd /tmp/work
     tarnokexcl ../samples/ -o samples.tnproj -write_proj >/dev/null
     test "$(xdg-mime query filetype samples.tnproj)" = application/x-tarnok-project
@@ -100,9 +100,10 @@ inside '
 SCRIPT
     xvfb-run -a bash show.sh'
 
-say "Building the example with the installed engine, and running it"
+say "Building the examples with the installed engine, and running them"
 inside '
     cd /tmp/work
+    python3 /usr/share/doc/tarnok/examples/list_bank.py bank.tnb | grep -q "^bell: "
     g++ -std=c++20 /usr/share/doc/tarnok/examples/play_bank.cpp $(pkg-config --cflags --libs kess) -o by_pkg_config
     cmake -S ../example -B cmake >/dev/null && cmake --build cmake >/dev/null
     for player in ./by_pkg_config cmake/play_bank; do $player bank.tnb bell out.wav && test -s out.wav && rm out.wav; done

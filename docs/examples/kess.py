@@ -9,7 +9,8 @@
             for block in voice.blocks():  # array.array of interleaved floats, full scale -1 to 1
                 ...
 
-The library is found as programs find it, or at the path in the variable KESS_LIBRARY. Every failure is a kess.Error.
+The library is that of the package libkess14, or the one at the path in the variable KESS_LIBRARY. Every failure is a
+kess.Error.
 """
 
 import array
@@ -23,7 +24,7 @@ OPEN_ONLY = 0x2000
 END_OF_SOUND = 16
 NOT_FOUND = 63
 
-_library = ctypes.CDLL(os.environ.get("KESS_LIBRARY", "libkessL.so.14"))
+_library = ctypes.CDLL(os.environ.get("KESS_LIBRARY", "/usr/lib/tarnok/lib/libkessL.so.14"))
 
 
 class Error(Exception):
