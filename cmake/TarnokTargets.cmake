@@ -49,9 +49,11 @@ function(tarnok_add_shared_library target output)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
 endfunction()
 
-# A program of the product. It finds its libraries in $ORIGIN/lib.
+# A program of the product. It finds its libraries in $ORIGIN/lib. The target "programs" builds all of them.
+add_custom_target(programs)
 function(tarnok_add_program target)
     add_executable(${target} ${ARGN})
+    add_dependencies(programs ${target})
     set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN/lib")
     target_link_libraries(${target} PRIVATE tarnok_options)
 endfunction()

@@ -7,7 +7,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 install_packages "${build_packages[@]}" clang-tidy-14 clang-tools-14
-build_preset release
+build_programs
 cd "$root"
 if [ $# -eq 0 ]; then
     mapfile -t files < <(git ls-files 'bank/*.cpp' 'base/*.cpp' 'engine/*.cpp' 'builder/*.cpp' 'src/*.cpp' 'tools/*.cpp')

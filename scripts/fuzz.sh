@@ -29,9 +29,9 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-[ ${#targets[@]} -gt 0 ] || targets=(engine bank cache project profile list)
+[ ${#targets[@]} -gt 0 ] || targets=(engine bank memory callbacks cache project profile list)
 
-install_packages "${build_packages[@]}" clang libclang-rt-14-dev
+install_packages "${build_packages[@]}" "${test_packages[@]}" clang libclang-rt-14-dev
 build_preset fuzz write_seeds "${targets[@]/#/fuzz_}"
 folder="$(build_folder fuzz)"
 mkdir -p "$folder/findings"

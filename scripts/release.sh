@@ -29,13 +29,12 @@ if [ "$tag" -eq 1 ] && git rev-parse -q --verify "refs/tags/v$version" >/dev/nul
 fi
 
 bash .ci/run
-install_packages dpkg-dev file
-build_preset release
+scripts/package.sh
 
 out="$root/build/release"
 rm -rf "$out" && mkdir -p "$out"
 git archive --prefix="tarnok-$version/" HEAD | xz -T0 >"$out/tarnok-$version.tar.xz"
-(cd "$root/build" && rm -f ./*.deb && cpack -G DEB >/dev/null && mv ./*.deb "$out/")
+cp "$root"/build/packages/*.deb "$out/"
 (cd "$out" && sha256sum -- * >SHA256SUMS)
 [ "$tag" -eq 0 ] || git tag -a "v$version" -m "Tarnok $version"
 say "Version $version is in build/release"

@@ -16,7 +16,7 @@ release | debug | asan | tsan) ;;
 esac
 
 install_packages "${build_packages[@]}" "${test_packages[@]}"
-configure_preset "$preset"
+configure_preset "$preset" ON
 cd "$root"
 # A test program is a target of its own name. Where one of the tests drives the programs, everything is needed.
 mapfile -t targets < <(ctest --preset "$preset" -N --tests-regex "${2:-.}" | sed -n 's/^ *Test *#[0-9]*: //p')

@@ -126,6 +126,8 @@ void ProgressMonitor::updateInternal(const BuildContext* context)
 void ProgressMonitor::processProgressItem(const TARNOK_PROGRESSITEM* item, const BuildContext* context)
 {
     ItemCleanup cleanup(item);
+    if (mObserver)
+        mObserver->reported(*item);
     const int index = item->subSoundIndex;
     if (index == -1) {
         processBankItem(item);
@@ -169,7 +171,7 @@ void ProgressMonitor::processBankItem(const TARNOK_PROGRESSITEM* item)
 {
     if (item->state == TARNOK_STATE_FAILED) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: Soundbank failed: %s", failureText(item));
-        remarks()->add(QString::fromUtf8(failureText(item)));
+        remarks()->add(QString::fromUtf8(failureText(item)).replace("\n  ", "; ")); // failed sounds, one a line
     } else if (item->state == TARNOK_STATE_WRITING) {
         mWriting = true;
         logger()->println(Logger::OUTPUT_NOTICE, "Writing out TNB file");
@@ -375,6 +377,8 @@ bool BuildSystem::update()
 
 void BuildSystem::reportResult(const BuildContext* context)
 {
+    if (BuildObserver* observer = mProgressMonitor.observer())
+        observer->ended(context->result(), resultText(context->result()));
     if (context->result() != TARNOK_OK) {
         logger()->println(Logger::OUTPUT_ERROR, "ERROR: \nBuild failed: %s\n\t%s", context->outputFile(),
                           resultText(context->result()));

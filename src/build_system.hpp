@@ -14,6 +14,19 @@
 
 namespace TARNOK {
 
+// Watches builds, besides the log. Its functions are called within BuildSystem::update().
+class BuildObserver
+{
+public:
+    virtual ~BuildObserver() = default;
+
+    // A report of the library on a sound or on the bank.
+    virtual void reported(const TARNOK_PROGRESSITEM& item) = 0;
+
+    // The build has ended, after its last report; text describes its result unless that is TARNOK_OK.
+    virtual void ended(TARNOK_RESULT result, const char* text) = 0;
+};
+
 // Turns the library's reports on one build into a log line for each sound and one fraction for the progress bar.
 class ProgressMonitor
 {
@@ -23,6 +36,10 @@ public:
 
     // Processes all reports that are available.
     void updateInternal(const BuildContext* context);
+
+    // Not owned; null for none.
+    void setObserver(BuildObserver* observer) { mObserver = observer; }
+    BuildObserver* observer() const { return mObserver; }
 
     // From 0 to 1, or -1 while the bank is being written. May decrease when a worker leaves a sound for another one.
     float progress();
@@ -40,6 +57,7 @@ private:
     QMap<int, const TARNOK_PROGRESSITEM*> mInProgress; // by worker: its last report on a sound that isn't done yet
     QList<int> mPending; // sounds that no report has mentioned yet
     bool mWriting = false;
+    BuildObserver* mObserver = nullptr;
 };
 
 // The jobs in order of arrival. The head is the one that runs. The queue doesn't own what it points to.

@@ -3,6 +3,7 @@
 
 #include "atomic_file.hpp"
 #include "build_system.hpp"
+#include "replacement.hpp"
 #include "stop_signals.hpp"
 #include "utility_classes.hpp"
 #include "workspace.hpp"
@@ -19,8 +20,6 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
-
-#include <sys/stat.h>
 
 namespace TARNOK {
 
@@ -108,16 +107,6 @@ QString projectFault(const QString& path)
     if (reader.hasError())
         return QString("a damaged project, line %1: %2").arg(reader.lineNumber()).arg(reader.errorString());
     return "a project that holds something unknown, or no sound that can be used";
-}
-
-// Whether two paths lead to the same file, including through links.
-bool isSameFile(const QString& left, const QString& right)
-{
-    struct stat one;
-    struct stat other;
-    return stat(QFile::encodeName(left).constData(), &one) == 0
-        && stat(QFile::encodeName(right).constData(), &other) == 0 && one.st_dev == other.st_dev
-        && one.st_ino == other.st_ino;
 }
 
 // Reports where the output goes if that isn't the file that the argument names.
@@ -463,28 +452,6 @@ bool CommandLine::buildBank(int argc, char** argv)
     return true;
 }
 
-// A mistake on a command line must not destroy a project or a recording. Empty if the file may be replaced. The library
-// protects the sounds of the bank itself.
-QString CommandLine::replacementFault(const SoundBank* bank) const
-{
-    const QString path = bank->outputFilePath();
-    if (!QFileInfo(path).isFile())
-        return QString();
-    // The library refuses to overwrite the bank's own sources.
-    for (const Subsound* subsound : *bank) {
-        for (const SourceFile* file : *subsound) {
-            if (isSameFile(file->wholePath(), path))
-                return QString();
-        }
-    }
-    if (isProtected(path))
-        return "it is what this run is built from";
-    const QString root = Workspace::rootOf(path);
-    if (root == "soundbank" || root == "profile")
-        return root == "profile" ? "it is a profile" : "it is a project";
-    return validator()->isSound(path) ? "it is a sound" : QString();
-}
-
 QString CommandLine::projectReplacementFault(const QString& path) const
 {
     if (!QFileInfo(path).isFile())
@@ -492,17 +459,11 @@ QString CommandLine::projectReplacementFault(const QString& path) const
     const QString root = Workspace::rootOf(path);
     if (root == "soundbank")
         return QString();
-    if (isProtected(path))
+    if (isAmong(path, mProtected))
         return "it is what this run is built from";
     if (root == "profile")
         return "it is a profile";
     return validator()->isSound(path) ? "it is a sound" : QString();
-}
-
-bool CommandLine::isProtected(const QString& path) const
-{
-    return std::any_of(mProtected.begin(), mProtected.end(),
-                       [&path](const QString& one) { return isSameFile(one, path); });
 }
 
 // Ends a run that was stopped: prints what was held back, with the reason last.
@@ -546,7 +507,7 @@ void CommandLine::writeProject(const SoundBank* bank, const QString& destination
 
 bool CommandLine::buildToTheEnd(const SoundBank* bank)
 {
-    if (const QString fault = replacementFault(bank); !fault.isEmpty()) {
+    if (const QString fault = replacementFault(bank, mProtected); !fault.isEmpty()) {
         remarks()->add(QString("'%1' is not replaced by a bank: %2").arg(bank->outputFilePath(), fault));
         return false;
     }

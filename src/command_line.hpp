@@ -118,9 +118,7 @@ public:
 
 private:
     bool fail(const char* line, const char* hint = nullptr);
-    QString replacementFault(const SoundBank* bank) const;
     QString projectReplacementFault(const QString& path) const;
-    bool isProtected(const QString& path) const;
     void setDefaultOutputPath(SoundBank* bank, const QString& destination);
     void writeProject(const SoundBank* bank, const QString& destination);
     [[nodiscard]] bool buildToTheEnd(const SoundBank* bank); // whether the bank was written

@@ -2,6 +2,7 @@
 // The switches of the console tool. Their order here is the order of registration, and so that of lookup and help.
 #include "build_system.hpp"
 #include "command_line.hpp"
+#include "console_remarks.hpp"
 #include "utility_classes.hpp"
 #include "utility_functions.hpp"
 #include "workspace.hpp"
@@ -200,8 +201,10 @@ ALIAS(n, generate_c_header);
 VALUE_SWITCH(profile, "Override settings with a specific profile", VISIBLE, POSTPOPULATE)
 {
     commandLine()->protect(value);
-    if (!workspace()->loadProfile(&bank->profile(), value))
+    if (!workspace()->loadProfile(&bank->profile(), value)) {
+        remarks()->add(QString("the profile '%1' is damaged, or holds something unknown").arg(value));
         return false;
+    }
     logger()->println(Logger::OUTPUT_INFO, "Using profile: %s", value.toUtf8().constData());
     return true;
 }

@@ -6,6 +6,7 @@
 #include <QDir>
 
 #include <cstdio>
+#include <utility>
 
 namespace TARNOK {
 
@@ -32,9 +33,16 @@ void ConsoleRemarks::release()
     mHeld.clear();
 }
 
+void ConsoleRemarks::sendTo(std::function<void(const QString& text)> receiver)
+{
+    mReceiver = std::move(receiver);
+}
+
 void ConsoleRemarks::add(const QString& text)
 {
-    if (mState == State::Held)
+    if (mReceiver)
+        mReceiver(text);
+    else if (mState == State::Held)
         mHeld.append(text);
     else if (mState == State::Said)
         std::fprintf(stderr, "tarnokexcl: %s\n", withEscapedControls(text).toUtf8().constData());

@@ -7,16 +7,21 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 namespace TARNOK {
 
 // Lines on standard error for people and build farms: sounds that are missing from the bank, output files that differ
-// from what the arguments suggest, and reasons that the log doesn't give. Other programs never start it; then nothing
-// is written.
+// from what the arguments suggest, and reasons that the log doesn't give. In programs that neither start it nor set a
+// receiver, nothing is written.
 class ConsoleRemarks : public Singleton<ConsoleRemarks>
 {
 public:
     // From now on, remarks are held back until the verbosity is known.
     void start() { mState = State::Held; }
+
+    // From now on, remarks go to this function instead of standard error.
+    void sendTo(std::function<void(const QString& text)> receiver);
 
     // Writes what was held back and all later remarks; writes nothing at all if the logger is silent.
     void release();
@@ -47,6 +52,7 @@ private:
     static inline bool sSilent = false;
 
     State mState = State::Off;
+    std::function<void(const QString& text)> mReceiver;
     QStringList mHeld;
     QStringList mAddedOnce;
     int mMissingSounds = 0;

@@ -461,6 +461,15 @@ QString SoundBank::outputFilePath() const
     return path + "." + mFileType;
 }
 
+void SoundBank::setExactOutputFilePath(const QString& path)
+{
+    // The root folder can't be a location of its own.
+    const auto slash = path.lastIndexOf('/');
+    change(mFileLocation, path.left(std::max<qsizetype>(slash, 0)));
+    change(mFileName, slash > 0 ? path.mid(slash + 1) : path);
+    change(mFileType, QString());
+}
+
 bool SoundBank::validate() const
 {
     if (mFileName.isEmpty()) {

@@ -158,6 +158,9 @@ public:
     void setOutputFilePath(const QString& path);
     QString outputFilePath() const;
 
+    // Makes outputFilePath() return exactly this path, which names a file, however many dots it has.
+    void setExactOutputFilePath(const QString& path);
+
     const QString& encryptionKey() const { return mEncryptionKey; }
     void setEncryptionKey(const QString& key) { change(mEncryptionKey, key); }
 

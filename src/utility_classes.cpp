@@ -16,8 +16,9 @@
 
 #include <sys/stat.h>
 
-// Some versions of the engine don't have this function.
+// Not every engine has these functions.
 #pragma weak KESS_SystemError
+#pragma weak KESS_ErrorDetail
 
 namespace TARNOK {
 
@@ -124,12 +125,23 @@ constexpr SuffixHint SUFFIX_HINTS[] = {
 constexpr const char* OTHER_SOUND_SUFFIXES[] = {"w64", "rf64", "bwf", "oga", "opus", "mp1",
                                                 "m4a", "aac",  "caf", "au",  "snd",  "voc"};
 
-// Why the system can't read a file that the engine refuses; empty if it can be read.
+// What the engine adds about a file that it didn't find, such as one whose name differs only in case.
+QString hintAtMissingFile()
+{
+    char text[1024] = "";
+    if (KESS_ErrorDetail)
+        KESS_ErrorDetail(text, sizeof text);
+    return text[0] ? QString("; ") + QString::fromUtf8(text) : QString();
+}
+
+// Why the system can't read a file that the engine refused in its last call; empty if it can be read.
 QString accessFault(const QString& path)
 {
     struct stat status;
-    if (path.isEmpty() || stat(QFile::encodeName(path).constData(), &status) != 0)
-        return path.isEmpty() || errno == ENOENT ? "no such file" : qt_error_string(errno);
+    if (path.isEmpty())
+        return "no such file";
+    if (stat(QFile::encodeName(path).constData(), &status) != 0)
+        return errno == ENOENT ? "no such file" + hintAtMissingFile() : qt_error_string(errno);
     if (!S_ISREG(status.st_mode))
         return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or pipe, not a file";
     QFile file(path);
@@ -182,7 +194,9 @@ QString valueKey(const QString& name)
 
 SoundFileValidator::SoundFileValidator()
 {
-    KESS_RESULT result = KESS_System_Create(&mSystem, KESS_VERSION);
+    // The version that introduced the calls made here. Every engine accepts it.
+    constexpr unsigned int HEADER_VERSION = 0x00020308;
+    KESS_RESULT result = KESS_System_Create(&mSystem, HEADER_VERSION);
     Q_ASSERT(result == KESS_OK);
     result = mSystem->setOutput(KESS_OUTPUTTYPE_NOSOUND_NRT);
     Q_ASSERT(result == KESS_OK);

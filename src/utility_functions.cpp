@@ -78,14 +78,20 @@ int getFormatType(TARNOK_FORMAT format)
     return formatEntry(format).type;
 }
 
-unsigned int stringToBuildFlag(const QString& text)
+unsigned int findBuildFlag(const QString& text)
 {
     for (const BuildFlagEntry& entry : BUILD_FLAGS) {
         if (text == QLatin1String(entry.text))
             return entry.flag;
     }
-    Q_ASSERT(!"unknown build flag word");
     return 0;
+}
+
+unsigned int stringToBuildFlag(const QString& text)
+{
+    const unsigned int flag = findBuildFlag(text);
+    Q_ASSERT(flag != 0 && "unknown build flag word");
+    return flag;
 }
 
 const char* buildFlagToString(unsigned int flag)

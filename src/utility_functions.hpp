@@ -20,7 +20,7 @@ enum FormatType
     FORMAT_TYPE_QUALITY = 2, // on the scale of 0 to 100
 };
 
-// All of these abort on a value outside their tables, except for stringToFormat with ok.
+// All of these abort on a value outside their tables, except for stringToFormat with ok and findBuildFlag.
 
 const char* fileFormatToString(KESS_SOUND_FORMAT format);
 const char* formatToString(TARNOK_FORMAT format);
@@ -30,8 +30,9 @@ TARNOK_FORMAT stringToFormat(const QString& text, bool* ok);
 
 int getFormatType(TARNOK_FORMAT format);
 
-// Case-sensitive.
+// Case-sensitive. findBuildFlag returns 0 for an unknown word.
 unsigned int stringToBuildFlag(const QString& text);
+unsigned int findBuildFlag(const QString& text);
 
 // flag has exactly one bit set, one that has a word.
 const char* buildFlagToString(unsigned int flag);

@@ -3,13 +3,13 @@
 
 #include "atomic_file.hpp"
 #include "console_remarks.hpp"
+#include "list_line.hpp"
 #include "logger.hpp"
 #include "utility_classes.hpp"
 #include "xml_stream_iterator.hpp"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QTextStream>
 
 #include <algorithm>
@@ -37,13 +37,20 @@ QString contentFault(const SoundBank* bank)
     return QString();
 }
 
-// A document without any text fails an assertion, which doesn't name the file.
-void remarkOnEmptyDocument(QFile& file)
+// A document that is empty or ends early may fail an assertion, which doesn't name the file.
+void remarkOnShortDocument(QFile& file)
 {
     constexpr qint64 LONGEST_MARK = 4; // a byte order mark plus one byte
-    const QByteArray start = file.peek(LONGEST_MARK);
-    if (start.isEmpty() || start == "\xef\xbb\xbf" || start == "\xfe\xff" || start == "\xff\xfe")
+    const QByteArray content = file.peek(std::max(LONGEST_MARK, file.size()));
+    if (content.isEmpty() || content == "\xef\xbb\xbf" || content == "\xfe\xff" || content == "\xff\xfe") {
         remarks()->add(QString("'%1' is empty").arg(file.fileName()));
+        return;
+    }
+    QXmlStreamReader reader(content);
+    while (!reader.atEnd())
+        reader.readNext();
+    if (!file.isSequential() && reader.error() == QXmlStreamReader::PrematureEndOfDocumentError)
+        remarks()->add(QString("'%1' ends early, in line %2").arg(file.fileName()).arg(reader.lineNumber()));
 }
 
 // Writes one object as a document of its own. If the object refuses, the file is removed. An object with hasChanges is
@@ -77,22 +84,6 @@ bool writeDocument(const Serializable& object, bool hasChanges, const QString& p
     if (hasChanges)
         const_cast<Serializable&>(object).makeDirty();
     return false;
-}
-
-// The largest float that an unsigned integer holds.
-constexpr float QUALITY_LIMIT = 4294967040.0f;
-
-// The first of several quality options counts.
-void applyQualityOption(const QStringList& fields, Subsound* subsound)
-{
-    static const QRegularExpression pattern(QRegularExpression::anchoredPattern("quality=(\\d+)"));
-    for (const QString& field : fields) {
-        const QRegularExpressionMatch match = pattern.match(field);
-        if (match.hasMatch()) {
-            subsound->setQuality(static_cast<unsigned int>(std::min(match.captured(1).toFloat(), QUALITY_LIMIT)));
-            return;
-        }
-    }
 }
 
 } // namespace
@@ -137,7 +128,7 @@ bool Workspace::loadFromXml(const QString& path, SoundBank* bank)
     if (!file.isOpen())
         return false;
 
-    remarkOnEmptyDocument(file);
+    remarkOnShortDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     XmlStreamIterator xml(&reader);
@@ -176,7 +167,7 @@ bool Workspace::loadProfile(SoundProfile* profile, const QString& path)
         Q_ASSERT(file.isOpen());
     }
 
-    remarkOnEmptyDocument(file);
+    remarkOnShortDocument(file);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     SoundProfile loaded;
@@ -208,25 +199,20 @@ bool Workspace::loadFromList(const QString& path, SoundBank* bank)
     int number = 1;
     int waitingAt = 0; // the line that was reported
     while (!line.isEmpty()) {
-        const QStringList fields = line.split(',', Qt::SkipEmptyParts);
-        QString sound = fields.at(0);
-        if (QFileInfo(sound).isRelative())
-            sound = QFileInfo(base + "/" + sound).canonicalFilePath();
-
-        Subsound* subsound = bank->addSubsound(sound);
+        const ListLine parsed(line, base);
+        Subsound* subsound = bank->addSubsound(parsed.path);
         if (!subsound) {
-            logger()->println(Logger::OUTPUT_WARNING, "failed to load '%s'", fields.at(0).toUtf8().constData());
+            const QString& written = parsed.fields.at(0);
+            logger()->println(Logger::OUTPUT_WARNING, "failed to load '%s'", written.toUtf8().constData());
             if (waitingAt != number)
                 remarks()->add(QString("%1:%2: '%3' can't be taken (%4); it is tried again until it can")
-                                   .arg(path, QString::number(number), fields.at(0),
+                                   .arg(path, QString::number(number), written,
                                         Singleton<SoundFileValidator>::instance()->fault()));
             waitingAt = number;
             continue;
         }
 
-        applyQualityOption(fields, subsound);
-        if (fields.contains("ksound_loop_off"))
-            subsound->overrideBuildFlag(TARNOK_BUILD_DONTLOOP, true);
+        parsed.applyTo(subsound);
         line = stream.readLine();
         ++number;
     }

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <condition_variable>
+#include <mutex>
 
 namespace bank {
 
@@ -66,8 +68,8 @@ uint64_t pieceCount(uint64_t plainBytes, uint32_t pieceBytes)
     return plainBytes / pieceBytes + (plainBytes % pieceBytes != 0);
 }
 
-// The plain layout of an encrypted file. Keeps a few decrypted pieces, since a decoder reads packet by packet, and
-// several sounds may be read alternately.
+// The plain layout of an encrypted file. Keeps some decrypted pieces, since a decoder reads packet by packet, and
+// several sounds may be read alternately or on several threads.
 class DecryptingSource final : public base::ByteSource
 {
 public:
@@ -76,6 +78,8 @@ public:
         : mSource(std::move(source))
         , mHeader(header)
         , mKeys(std::move(keys))
+        , mSlots(static_cast<size_t>(std::min<uint64_t>(pieceCount(header.plainBytes, header.pieceBytes), kMostSlots)))
+        , mMemory(std::make_unique_for_overwrite<uint8_t[]>(mSlots.size() * slotBytes()))
     { }
 
     [[nodiscard]] uint64_t size() const override { return mHeader.plainBytes; }
@@ -85,13 +89,10 @@ public:
         if (!base::rangeInside(offset, bytes.size(), size()))
             return Error{ErrorCode::Damaged};
         while (!bytes.empty()) {
-            const Result<const std::vector<uint8_t>*> fetched = fetch(offset / mHeader.pieceBytes);
-            if (!fetched)
-                return fetched.error();
-            const std::vector<uint8_t>* piece = *fetched;
             const size_t begin = static_cast<size_t>(offset % mHeader.pieceBytes);
-            const size_t length = std::min(bytes.size(), piece->size() - begin);
-            std::copy_n(piece->begin() + static_cast<ptrdiff_t>(begin), length, bytes.begin());
+            const size_t length = std::min(bytes.size(), static_cast<size_t>(mHeader.pieceBytes) - begin);
+            if (const Result<> copied = copyFrom(offset / mHeader.pieceBytes, begin, bytes.first(length)); !copied)
+                return copied.error();
             bytes = bytes.subspan(length);
             offset += length;
         }
@@ -99,51 +100,106 @@ public:
     }
 
 private:
-    static constexpr size_t kKept = 4;
+    static constexpr uint64_t kMostSlots = 16;
 
-    struct Kept
+    // Room for a piece. The memory of a slot that was never used isn't touched.
+    struct Slot
     {
-        uint64_t index = 0;
-        uint64_t used = 0;
-        std::vector<uint8_t> plain; // empty: this slot is unused
+        uint64_t piece = 0;
+        uint64_t used = 0; // 0: the slot is empty
+        int users = 0; // that read it, or the one that fills it
+        bool isLoading = false;
     };
 
-    // Returns the decrypted piece, valid until the next call.
-    Result<const std::vector<uint8_t>*> fetch(uint64_t index) const
+    [[nodiscard]] size_t slotBytes() const { return mHeader.pieceBytes + kTagBytes; }
+    [[nodiscard]] uint8_t* memoryOf(const Slot& slot) const
     {
-        Kept* oldest = &mKept[0];
-        for (Kept& kept : mKept) {
-            if (!kept.plain.empty() && kept.index == index) {
-                kept.used = ++mClock;
-                return &kept.plain;
-            }
-            if (kept.used < oldest->used)
-                oldest = &kept;
-        }
+        return mMemory.get() + static_cast<size_t>(&slot - mSlots.data()) * slotBytes();
+    }
 
-        const uint64_t begin = index * mHeader.pieceBytes;
-        const size_t length = static_cast<size_t>(std::min<uint64_t>(mHeader.pieceBytes, size() - begin));
-        mSealed.resize(length + kTagBytes);
-        const uint64_t offset =
-            mHeader.prefix.headerBytes + index * (static_cast<uint64_t>(mHeader.pieceBytes) + kTagBytes);
-        if (const Result<> result = mSource->readAt(offset, mSealed); !result)
-            return result.error();
-        oldest->plain.resize(length);
-        if (const Result<> result = mKeys->decrypt(index, mSealed, oldest->plain); !result) {
-            oldest->plain.clear();
-            oldest->used = 0;
-            return result.error();
+    // Copies a part of a piece. The lock isn't held while a piece is read, decrypted or copied, so that threads that
+    // need different pieces don't wait for each other.
+    Result<> copyFrom(uint64_t piece, size_t begin, std::span<uint8_t> bytes) const
+    {
+        std::unique_lock lock(mMutex);
+        Slot* slot = nullptr;
+        while (!(slot = take(piece)))
+            mChanged.wait(lock);
+        const Use use{*this, lock, *slot};
+        if (slot->isLoading) {
+            lock.unlock();
+            const Result<> loaded = load(piece, memoryOf(*slot));
+            lock.lock();
+            slot->isLoading = false;
+            if (!loaded) {
+                slot->used = 0;
+                return loaded.error();
+            }
+            mChanged.notify_all();
         }
-        oldest->index = index;
-        oldest->used = ++mClock;
-        return &oldest->plain;
+        slot->used = ++mClock;
+        lock.unlock();
+        std::copy_n(memoryOf(*slot) + begin, bytes.size(), bytes.begin());
+        return {};
+    }
+
+    // The slot with the piece, or one in which it must be loaded by the caller. Null: wait for a change.
+    [[nodiscard]] Slot* take(uint64_t piece) const
+    {
+        Slot* oldest = nullptr;
+        for (Slot& slot : mSlots) {
+            const bool isFilled = slot.used > 0 || slot.isLoading;
+            if (isFilled && slot.piece == piece) {
+                if (slot.isLoading)
+                    return nullptr;
+                ++slot.users;
+                return &slot;
+            }
+            if (slot.users == 0 && (!oldest || slot.used < oldest->used))
+                oldest = &slot;
+        }
+        if (oldest)
+            *oldest = {piece, 0, 1, true};
+        return oldest;
+    }
+
+    // The use of a slot; it ends even if loading throws.
+    struct Use
+    {
+        const DecryptingSource& source;
+        std::unique_lock<std::mutex>& lock;
+        Slot& slot;
+
+        ~Use()
+        {
+            if (!lock.owns_lock())
+                lock.lock();
+            slot.isLoading = false;
+            if (--slot.users == 0)
+                source.mChanged.notify_all();
+        }
+    };
+
+    // Decrypts in place.
+    Result<> load(uint64_t piece, uint8_t* memory) const
+    {
+        const uint64_t begin = piece * mHeader.pieceBytes;
+        const size_t length = static_cast<size_t>(std::min<uint64_t>(mHeader.pieceBytes, size() - begin));
+        const std::span sealed(memory, length + kTagBytes);
+        const uint64_t offset =
+            mHeader.prefix.headerBytes + piece * (static_cast<uint64_t>(mHeader.pieceBytes) + kTagBytes);
+        if (const Result<> result = mSource->readAt(offset, sealed); !result)
+            return result.error();
+        return mKeys->decrypt(piece, sealed, sealed.first(length));
     }
 
     std::shared_ptr<const base::ByteSource> mSource;
     EncryptedHeader mHeader;
     std::shared_ptr<const PieceKeys> mKeys;
-    mutable std::array<Kept, kKept> mKept;
-    mutable std::vector<uint8_t> mSealed;
+    mutable std::mutex mMutex; // of the slots and the clock
+    mutable std::condition_variable mChanged;
+    mutable std::vector<Slot> mSlots;
+    std::unique_ptr<uint8_t[]> mMemory;
     mutable uint64_t mClock = 0;
 };
 

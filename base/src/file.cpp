@@ -7,8 +7,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -98,6 +100,16 @@ Result<> copyByHand(int source, uint64_t sourceOffset, int target, uint64_t targ
     return {};
 }
 
+// Unlike strcasecmp(), the same in every locale.
+bool equalExceptCase(std::string_view left, std::string_view right)
+{
+    const auto lowered = [](char c) {
+        return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+    };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [&](char a, char b) { return lowered(a) == lowered(b); });
+}
+
 // For errors caused by permissions or mounts the user needs the whole path.
 bool wantsWholePath(int systemError)
 {
@@ -114,8 +126,11 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
         return {ErrorCode::NotFound, name + ": " + fileInsteadOfFolder(path) + " is a file, not a folder" + wholePath,
                 systemError};
     }
-    if (systemError == ENOENT)
-        return {ErrorCode::NotFound, name + ": the file does not exist" + wholePath, systemError};
+    if (systemError == ENOENT) {
+        const std::string other = fileInOtherCase(path);
+        return {ErrorCode::NotFound,
+                name + ": the file does not exist" + wholePath + (other.empty() ? "" : "; ") + other, systemError};
+    }
     if (systemError == EISDIR)
         return {ErrorCode::Io, name + ": this is a folder, not a file" + wholePath, systemError};
 
@@ -127,6 +142,25 @@ Error fileError(std::string_view action, std::string_view path, int systemError)
     if (wantsWholePath(systemError))
         text += wholePath;
     return {systemError == ENOMEM ? ErrorCode::Memory : ErrorCode::Io, std::move(text), systemError};
+}
+
+std::string fileInOtherCase(std::string_view path)
+{
+    struct CloseFolder
+    {
+        void operator()(DIR* folder) const { closedir(folder); }
+    };
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(parentFolder(path).c_str()));
+    const std::string_view wanted = baseName(path);
+    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name == wanted || !equalExceptCase(name, wanted)) // equal: a link to nothing
+            continue;
+        const bool onlySuffix = withoutExtension(name) == withoutExtension(wanted);
+        return std::string(name)
+            + (onlySuffix ? " is there: suffixes must be lowercase" : " is there: upper and lower case must match");
+    }
+    return {};
 }
 
 Result<OpenedFile> openRegular(const std::string& path)

@@ -95,6 +95,7 @@ typedef enum TARNOK_FORMAT TARNOK_INT32
 #define TARNOK_INIT_CREATE_HEADER 0x04u /* write a C header with names and indices beside the bank */
 #define TARNOK_INIT_REBUILD 0x08u /* encode everything again, whatever is in the cache */
 #define TARNOK_INIT_ALWAYS 0x10u /* deliver progress items */
+#define TARNOK_INIT_KEEP_UNCHANGED 0x20u /* don't replace a bank or header whose bytes would stay the same */
 
 /* Phase of one sound. */
 typedef enum TARNOK_STATE TARNOK_INT32
@@ -150,6 +151,11 @@ TARNOK_API TARNOK_RESULT Tarnok_Init(TARNOK_TNBVERSION version, unsigned int fla
  * may be initialised again immediately. Fetched reports stay valid until they are released.
  * TARNOK_ERR_UNINITIALIZED: not initialised. */
 TARNOK_API TARNOK_RESULT Tarnok_Release(void);
+
+/* Sets the file that gets the C header of the builds that start from now on, with TARNOK_INIT_CREATE_HEADER. The string
+ * need not outlive the call. Null, the initial value, means the name of the bank with the extension .h. The library
+ * need not be initialised. TARNOK_ERR_INVALID_PARAM: an empty string. */
+TARNOK_API TARNOK_RESULT Tarnok_SetHeaderFile(const char* headerFileName);
 
 /* Builds one bank, and blocks until the build has succeeded, failed or was cancelled. The subsounds, and everything
  * that they point to, must not change until then. quality is 0 to 100. encryptionKey is null for a bank without a key.

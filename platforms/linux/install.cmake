@@ -1,21 +1,36 @@
 # SPDX-License-Identifier: MIT
-# The files and destinations of `cmake --install` and of the package. The programs are installed in an application
-# folder, with their libraries in its subfolder lib/, as in the build folder. bin/ contains links to the programs.
+# The files and destinations of `cmake --install` and of the packages, each of which is a component. The programs are
+# installed in an application folder, with their libraries in its subfolder lib/, as in the build folder. bin/ contains
+# links to the programs.
+
+# Installing builds nothing, so that packages can be made without the tests. Build the target "programs" first.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME desktop)
 
 set(TARNOK_APPLICATION lib/tarnok)
 set(TARNOK_LIBRARIES ${TARNOK_APPLICATION}/lib)
 set(TARNOK_HEADERS include/tarnok)
 
-install(TARGETS tarnokex tarnokexcl tnb tarnokex_open RUNTIME DESTINATION ${TARNOK_APPLICATION})
-install(TARGETS kess tarnok EXPORT tarnok-targets LIBRARY DESTINATION ${TARNOK_LIBRARIES})
+# The programs of a component, each with a link, a manual page and, for the console, a completion.
+set(desktop_programs tarnokex tarnokex-open)
+set(console_programs tarnokexcl tarnok-build tnb)
+
+install(TARGETS tarnokex tarnokex_open RUNTIME DESTINATION ${TARNOK_APPLICATION} COMPONENT desktop)
+install(TARGETS tarnokexcl tarnok_build tnb RUNTIME DESTINATION ${TARNOK_APPLICATION} COMPONENT console)
+foreach(library kess tarnok)
+    install(TARGETS ${library} EXPORT tarnok-targets
+        LIBRARY DESTINATION ${TARNOK_LIBRARIES} COMPONENT ${library} NAMELINK_COMPONENT development)
+endforeach()
 if(TARGET kess_ffmpeg)
-    install(TARGETS kess_ffmpeg LIBRARY DESTINATION ${TARNOK_LIBRARIES})
+    install(TARGETS kess_ffmpeg LIBRARY DESTINATION ${TARNOK_LIBRARIES} COMPONENT kess_ffmpeg)
 endif()
 file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/links")
-foreach(program tarnokex tarnokex-open tarnokexcl tnb)
-    set(link "${CMAKE_CURRENT_BINARY_DIR}/links/${program}")
-    file(CREATE_LINK ../${TARNOK_APPLICATION}/${program} "${link}" SYMBOLIC)
-    install(FILES "${link}" DESTINATION bin)
+foreach(component desktop console)
+    foreach(program ${${component}_programs})
+        set(link "${CMAKE_CURRENT_BINARY_DIR}/links/${program}")
+        file(CREATE_LINK ../${TARNOK_APPLICATION}/${program} "${link}" SYMBOLIC)
+        install(FILES "${link}" DESTINATION bin COMPONENT ${component})
+    endforeach()
 endforeach()
 
 # Headers and package files, for programs that play or build banks.
@@ -24,16 +39,18 @@ install(FILES
     ${CMAKE_SOURCE_DIR}/engine/include/kess.hpp
     ${CMAKE_SOURCE_DIR}/builder/include/tarnok.h
     ${CMAKE_SOURCE_DIR}/builder/include/tarnok_encoder.h
-    DESTINATION ${TARNOK_HEADERS})
+    DESTINATION ${TARNOK_HEADERS} COMPONENT development)
 include(CMakePackageConfigHelpers)
 set(package "${CMAKE_CURRENT_BINARY_DIR}/package")
 write_basic_package_version_file("${package}/tarnok-config-version.cmake" COMPATIBILITY SameMajorVersion)
-configure_file(package/tarnok-config.cmake "${package}/tarnok-config.cmake" COPYONLY)
-install(FILES "${package}/tarnok-config.cmake" "${package}/tarnok-config-version.cmake" DESTINATION lib/cmake/tarnok)
-install(EXPORT tarnok-targets NAMESPACE tarnok:: DESTINATION lib/cmake/tarnok)
-foreach(library kess tarnok)
+install(FILES package/tarnok-config.cmake package/tarnok-add-bank.cmake package/tarnok-bank.cmake
+    "${package}/tarnok-config-version.cmake"
+    DESTINATION lib/cmake/tarnok COMPONENT development)
+install(EXPORT tarnok-targets NAMESPACE tarnok:: DESTINATION lib/cmake/tarnok COMPONENT development)
+install(FILES "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/libkess_bank.a" DESTINATION ${TARNOK_LIBRARIES} COMPONENT development)
+foreach(library kess kess-bank tarnok)
     configure_file(package/${library}.pc.in "${package}/${library}.pc" @ONLY)
-    install(FILES "${package}/${library}.pc" DESTINATION lib/pkgconfig)
+    install(FILES "${package}/${library}.pc" DESTINATION share/pkgconfig COMPONENT development)
 endforeach()
 
 # Desktop entry, AppStream data, MIME types and icons.
@@ -52,52 +69,38 @@ endforeach()
 
 # Documents and completions. Manual pages are compressed without name and time, so that builds are reproducible.
 find_program(GZIP gzip REQUIRED)
-foreach(page tarnokex tarnokex-open tarnokexcl tnb)
-    set(configured "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1")
-    set(compressed "${configured}.gz")
-    configure_file("${CMAKE_SOURCE_DIR}/docs/${page}.1" "${configured}" @ONLY)
-    add_custom_command(OUTPUT "${compressed}"
-        COMMAND "${GZIP}" -9nc "${configured}" > "${compressed}"
-        DEPENDS "${configured}")
-    list(APPEND pages "${compressed}")
-    install(FILES "${compressed}" DESTINATION share/man/man1)
+foreach(component desktop console)
+    foreach(page ${${component}_programs})
+        set(configured "${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1")
+        set(compressed "${configured}.gz")
+        configure_file("${CMAKE_SOURCE_DIR}/docs/${page}.1" "${configured}" @ONLY)
+        add_custom_command(OUTPUT "${compressed}"
+            COMMAND "${GZIP}" -9nc "${configured}" > "${compressed}"
+            DEPENDS "${configured}")
+        list(APPEND pages "${compressed}")
+        install(FILES "${compressed}" DESTINATION share/man/man1 COMPONENT ${component})
+    endforeach()
 endforeach()
 set(changelog "${CMAKE_CURRENT_BINARY_DIR}/man/changelog.gz")
 add_custom_command(OUTPUT "${changelog}"
     COMMAND "${GZIP}" -9nc "${CMAKE_SOURCE_DIR}/CHANGELOG" > "${changelog}"
     DEPENDS "${CMAKE_SOURCE_DIR}/CHANGELOG" ${pages})
 add_custom_target(tarnok_documents ALL DEPENDS ${pages} "${changelog}")
-install(FILES "${changelog}" DESTINATION share/doc/tarnok)
-install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/tarnok RENAME copyright)
+add_dependencies(programs tarnok_documents kess_bank_archive)
+install(FILES completions/tarnokexcl completions/tarnok-build completions/tnb
+    DESTINATION share/bash-completion/completions COMPONENT console)
+
+# All documents are in one folder, whichever packages are installed.
+set(documents share/doc/tarnok)
 install(FILES
-    ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
-    DESTINATION share/doc/tarnok)
-install(FILES ${CMAKE_SOURCE_DIR}/docs/quality.csv DESTINATION share/doc/tarnok)
-install(FILES ${CMAKE_SOURCE_DIR}/docs/images/quality.svg DESTINATION share/doc/tarnok/images)
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples DESTINATION share/doc/tarnok PATTERN __pycache__ EXCLUDE)
-install(FILES completions/tarnokexcl completions/tnb DESTINATION share/bash-completion/completions)
+    ${CMAKE_SOURCE_DIR}/docs/build-systems.md ${CMAKE_SOURCE_DIR}/docs/console.md ${CMAKE_SOURCE_DIR}/docs/quality.md
+    ${CMAKE_SOURCE_DIR}/docs/quality.csv
+    DESTINATION ${documents} COMPONENT console)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/images/quality.svg DESTINATION ${documents}/images COMPONENT console)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/schemas DESTINATION ${documents} COMPONENT console)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/games.md ${CMAKE_SOURCE_DIR}/docs/tnb-format.md
+    DESTINATION ${documents} COMPONENT development)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/examples
+    DESTINATION ${documents} COMPONENT development PATTERN __pycache__ EXCLUDE)
 
-# The package: cpack -G DEB in the build folder.
-set(CPACK_PACKAGE_NAME tarnok)
-set(CPACK_PACKAGE_VENDOR KESS)
-set(CPACK_PACKAGE_CONTACT "KESS <tarnok@kess.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "sound bank compiler for games")
-set(CPACK_PACKAGE_DESCRIPTION
-"Compiles audio files into sound banks (.tnb): single files that the audio
-runtime of a game loads. Sounds are encoded as PCM, KADPCM, Vorbis or Opus,
-and loop without an audible seam. A cache keeps encoded sounds, so a build
-encodes only what has changed.
-
-This package contains the desktop program, the console tools, and libraries
-and headers for programs that build or play banks.")
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION sound)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-include(CPack)
+include(packages.cmake)

@@ -2,7 +2,7 @@
 // The cache never changes a bank, whatever happens to its files.
 #include "bank/checksum.hpp"
 #include "bank/sound.hpp"
-#include "workshop.hpp"
+#include "builder_test.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -20,7 +20,7 @@ using namespace test;
 
 namespace {
 
-using Cache = Workshop;
+using Cache = BuilderTest;
 
 void makeOlder(const std::string& path, int seconds)
 {
@@ -108,17 +108,18 @@ std::vector<Damage> makeForgeries(const Bytes& entry)
 
 // Damages a file of the cache. Without that file, the cache still has this number of the bank's sounds; after a build
 // it has all of them again.
-void expectRepair(const Order& order, const std::string& path, const std::vector<Damage>& damages, int left)
+void expectRepair(const BuildArguments& arguments, const std::string& path, const std::vector<Damage>& damages,
+                  int left)
 {
-    const Bytes expected = readFile(order.output);
+    const Bytes expected = readFile(arguments.output);
     for (const auto& [name, damage] : damages) {
         SCOPED_TRACE(name);
         fs::remove_all(path);
         damage(path);
-        const Outcome outcome = mustBuild(order);
+        const Outcome outcome = mustBuild(arguments);
         EXPECT_TRUE(outcome.bank == expected);
         EXPECT_EQ(outcome.cachedSounds(), left);
-        EXPECT_EQ(build(order).cachedSounds(), int(order.sounds.size())) << "not repaired";
+        EXPECT_EQ(build(arguments).cachedSounds(), int(arguments.sounds.size())) << "not repaired";
     }
 }
 
@@ -127,38 +128,38 @@ void expectRepair(const Order& order, const std::string& path, const std::vector
 TEST_F(Cache, DistinguishesEverySettingThatMatters)
 {
     const std::vector<std::string> files = makeSounds(1);
-    using Change = std::pair<const char*, std::function<void(Order&)>>;
+    using Change = std::pair<const char*, std::function<void(BuildArguments&)>>;
     const Change changes[] = {
-        Change("as it is", [](Order&) {}),
-        Change("quality", [](Order& order) { order.quality = 60; }),
-        Change("loop", [](Order& order) { order.flags = TARNOK_BUILD_DONTLOOP; }),
-        Change("peak", [](Order& order) { order.flags = TARNOK_BUILD_WRITEPEAKVOLUME; }),
-        Change("markers", [](Order& order) { order.flags = TARNOK_BUILD_DISABLESYNCPOINTS; }),
-        Change("lowest rate", [](Order& order) { order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE; }),
-        Change("rate", [](Order& order) { order.each.desiredSampleRate = 22050; }),
-        Change("format", [](Order& order) { order.format = TARNOK_FORMAT_OPUS; }),
-        Change("content", [&](Order&) { writeSound(files[0], wav16, sine(1, 44100, 3000, 999)); }),
-        Change("another file beside it", [&](Order& order) { order.sounds[0].push_back(files[0]); }),
+        Change("as it is", [](BuildArguments&) {}),
+        Change("quality", [](BuildArguments& arguments) { arguments.quality = 60; }),
+        Change("loop", [](BuildArguments& arguments) { arguments.flags = TARNOK_BUILD_DONTLOOP; }),
+        Change("peak", [](BuildArguments& arguments) { arguments.flags = TARNOK_BUILD_WRITEPEAKVOLUME; }),
+        Change("markers", [](BuildArguments& arguments) { arguments.flags = TARNOK_BUILD_DISABLESYNCPOINTS; }),
+        Change("lowest rate", [](BuildArguments& arguments) { arguments.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE; }),
+        Change("rate", [](BuildArguments& arguments) { arguments.each.desiredSampleRate = 22050; }),
+        Change("format", [](BuildArguments& arguments) { arguments.format = TARNOK_FORMAT_OPUS; }),
+        Change("content", [&](BuildArguments&) { writeSound(files[0], wav16, sine(1, 44100, 3000, 999)); }),
+        Change("another file beside it", [&](BuildArguments& arguments) { arguments.sounds[0].push_back(files[0]); }),
     };
-    Order order = makeOrder(files);
-    order.format = TARNOK_FORMAT_VORBIS;
+    BuildArguments arguments = makeArguments(files);
+    arguments.format = TARNOK_FORMAT_VORBIS;
     for (const auto& [name, change] : changes) {
-        Order changed = order;
+        BuildArguments changed = arguments;
         change(changed);
         EXPECT_EQ(build(changed).cachedSounds(), 0) << name;
         EXPECT_EQ(build(changed).cachedSounds(), 1) << name;
     }
     // Settings of the bank that don't change its sounds.
-    order.key = "key";
-    order.flags = TARNOK_BUILD_NOGUID | TARNOK_BUILD_TNB5_DONTWRITENAMES | TARNOK_BUILD_FILTERHIGHFREQ;
-    EXPECT_EQ(build(order).cachedSounds(), 1);
+    arguments.key = "key";
+    arguments.flags = TARNOK_BUILD_NOGUID | TARNOK_BUILD_TNB5_DONTWRITENAMES | TARNOK_BUILD_FILTERHIGHFREQ;
+    EXPECT_EQ(build(arguments).cachedSounds(), 1);
 }
 
 TEST_F(Cache, RecoversFromEveryDamage)
 {
-    Order order = makeOrder(makeSounds(3));
-    order.format = TARNOK_FORMAT_KADPCM;
-    mustBuild(order);
+    BuildArguments arguments = makeArguments(makeSounds(3));
+    arguments.format = TARNOK_FORMAT_KADPCM;
+    mustBuild(arguments);
     const std::vector<std::string> entries = filesBelow("cache/sounds");
     ASSERT_EQ(entries.size(), 3u);
 
@@ -168,19 +169,19 @@ TEST_F(Cache, RecoversFromEveryDamage)
     std::ranges::copy(makeForgeries(readFile(entries[0])), std::back_inserter(damages));
     if (geteuid() != 0) // who may read everything
         damages.emplace_back("unreadable", [](const std::string& path) { close(creat(path.c_str(), 0)); });
-    expectRepair(order, entries[0], damages, 2);
+    expectRepair(arguments, entries[0], damages, 2);
 }
 
 // A folder "sounds" or "index" may be older than the cache that was put into its parent folder.
-struct ForeignFiles : Workshop
+struct ForeignFiles : BuilderTest
 {
     // The entries of a cache, one from each of its folders.
     void findEntries()
     {
-        order = makeOrder(makeSounds(8));
-        order.each.desiredSampleRate = 22050; // so that PCM is stored in entries too
-        order.format = TARNOK_FORMAT_KADPCM;
-        expected = mustBuild(order).bank;
+        arguments = makeArguments(makeSounds(8));
+        arguments.each.desiredSampleRate = 22050; // so that PCM is stored in entries too
+        arguments.format = TARNOK_FORMAT_KADPCM;
+        expected = mustBuild(arguments).bank;
         entries = filesBelow("cache/sounds");
         ASSERT_EQ(entries.size(), 8u);
         const auto isInSameFolder = [](const std::string& left, const std::string& right) {
@@ -188,7 +189,7 @@ struct ForeignFiles : Workshop
         };
         entries.erase(std::unique(entries.begin(), entries.end(), isInSameFolder), entries.end());
         ASSERT_GE(entries.size(), 3u);
-        order.cache = fullPath("mine");
+        arguments.cache = fullPath("mine");
     }
 
     void put(const std::string& name)
@@ -214,25 +215,25 @@ struct ForeignFiles : Workshop
                                            {TARNOK_FORMAT_KADPCM, 0},
                                            {TARNOK_FORMAT_KADPCM, 22050}}) {
             SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
-            order.format = format;
-            order.each.desiredSampleRate = float(rate);
-            const Outcome outcome = mustBuild(order);
+            arguments.format = format;
+            arguments.each.desiredSampleRate = float(rate);
+            const Outcome outcome = mustBuild(arguments);
             EXPECT_LE(outcome.remarks.size(), 1u);
             EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || outcome.remarks.size() == 1u)
                 << "no record was stored";
             for (const std::string& remark : outcome.remarks)
-                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: ")) << remark;
+                EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: ")) << remark;
             if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
                 EXPECT_TRUE(outcome.bank == expected);
                 EXPECT_EQ(outcome.remarks.size(), 1u);
-                EXPECT_LE(build(order).cachedSounds(), 6);
+                EXPECT_LE(build(arguments).cachedSounds(), 6);
             }
         }
         for (const auto& [path, bytes] : foreign)
             EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
     }
 
-    Order order;
+    BuildArguments arguments;
     Bytes expected;
     std::vector<std::string> entries;
     std::map<std::string, Bytes> foreign;
@@ -266,21 +267,21 @@ TEST_F(ForeignFiles, AreLeftAlone)
 
 TEST_F(Cache, RemembersUnchangedFilesAndSurvivesDamageToTheirIndex)
 {
-    Order order = makeOrder(makeSounds(3));
-    const Bytes expected = mustBuild(order).bank;
+    BuildArguments arguments = makeArguments(makeSounds(3));
+    const Bytes expected = mustBuild(arguments).bank;
     const auto segments = [&] {
         return filesBelow("cache/index");
     };
     EXPECT_TRUE(segments().empty()) << "such new files may change without a new time";
     const LaterClock later;
-    EXPECT_EQ(build(order).cachedSounds(), 3);
+    EXPECT_EQ(build(arguments).cachedSounds(), 3);
     ASSERT_EQ(segments().size(), 1u);
-    EXPECT_EQ(build(order).cachedSounds(), 3);
+    EXPECT_EQ(build(arguments).cachedSounds(), 3);
     EXPECT_EQ(segments().size(), 1u);
 
     for (const auto& [name, mutate] : makeMutations(readFile(segments()[0]))) {
         mutate(segments()[0]);
-        const Outcome outcome = build(order);
+        const Outcome outcome = build(arguments);
         ASSERT_EQ(outcome.cachedSounds(), 3) << name;
         ASSERT_TRUE(outcome.bank == expected) << name;
         ASSERT_EQ(segments().size(), 1u) << name;
@@ -289,16 +290,16 @@ TEST_F(Cache, RemembersUnchangedFilesAndSurvivesDamageToTheirIndex)
 
 TEST_F(Cache, StoresNothingOfAFileThatChangesWhileItIsRead)
 {
-    std::vector<Order> still;
+    std::vector<BuildArguments> still;
     std::vector<Bytes> expected;
     for (const uint32_t seed : {0, 1}) {
-        still.push_back(makeOrder({makeSound("content" + std::to_string(seed), noise(1, 44100, 1000, seed + 1))}));
+        still.push_back(makeArguments({makeSound("content" + std::to_string(seed), noise(1, 44100, 1000, seed + 1))}));
         still.back().flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
         expected.push_back(mustBuild(still.back()).bank);
     }
-    Order order = makeOrder({fullPath("changing.wav")});
-    order.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
-    order.initFlags |= TARNOK_INIT_REBUILD;
+    BuildArguments arguments = makeArguments({fullPath("changing.wav")});
+    arguments.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
+    arguments.initFlags |= TARNOK_INIT_REBUILD;
     size_t content = 0;
     const auto replaceBy = [&](size_t next) {
         content = next;
@@ -316,7 +317,7 @@ TEST_F(Cache, StoresNothingOfAFileThatChangesWhileItIsRead)
                 if (sound == 0 && state == moment && left-- > 0)
                     replaceBy(1 - content);
             });
-            const Outcome outcome = build(order);
+            const Outcome outcome = build(arguments);
             if (changes <= 2)
                 EXPECT_TRUE(outcome.result == TARNOK_OK && outcome.bank == expected[content]) << outcome.texts();
             else
@@ -349,15 +350,15 @@ TEST_F(Cache, StoresNothingUnderTheOldContentOfAFileThatChangesWithoutANewTime)
     const LaterClock later;
     const TARNOK_FORMAT formats[] = {TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_PCM};
     std::map<TARNOK_FORMAT, Bytes> expected;
-    Order order = makeOrder({path});
+    BuildArguments arguments = makeArguments({path});
     for (const TARNOK_FORMAT format : formats) {
-        Order apart = order;
+        BuildArguments apart = arguments;
         apart.format = format;
         apart.cache = fullPath("");
         expected[format] = mustBuild(apart).bank;
     }
-    order.format = TARNOK_FORMAT_KADPCM;
-    mustBuild(order);
+    arguments.format = TARNOK_FORMAT_KADPCM;
+    mustBuild(arguments);
     ASSERT_FALSE(filesBelow("cache/index").empty());
 
     const auto before = stamp();
@@ -365,15 +366,15 @@ TEST_F(Cache, StoresNothingUnderTheOldContentOfAFileThatChangesWithoutANewTime)
     if (stamp() != before)
         GTEST_SKIP() << "the file system has noticed";
     for (const TARNOK_FORMAT format : formats) {
-        order.format = format;
-        EXPECT_FALSE(mustBuild(order).bank == expected[format]);
+        arguments.format = format;
+        EXPECT_FALSE(mustBuild(arguments).bank == expected[format]);
     }
     munmap(mapped, former.size());
     close(file);
     writeFile(path, former);
     for (const TARNOK_FORMAT format : formats) {
-        order.format = format;
-        EXPECT_TRUE(mustBuild(order).bank == expected[format]) << "the cache has stored an entry under a wrong key";
+        arguments.format = format;
+        EXPECT_TRUE(mustBuild(arguments).bank == expected[format]) << "the cache has stored an entry under a wrong key";
     }
 }
 
@@ -383,27 +384,27 @@ TEST_F(Cache, IsSharedBetweenProcesses)
     for (int round = 0; round < 5; ++round) {
         fs::remove_all(fullPath("cache"));
         fs::create_directory(fullPath("cache"));
-        std::vector<Order> orders;
+        std::vector<BuildArguments> allArguments;
         std::vector<pid_t> processes;
         for (int i = 0; i < 3; ++i) {
             // The last one shares some sounds with the others, in another order.
-            Order& order = orders.emplace_back(makeOrder(files));
-            order.output = fullPath("bank" + std::to_string(i) + ".tnb");
+            BuildArguments& arguments = allArguments.emplace_back(makeArguments(files));
+            arguments.output = fullPath("bank" + std::to_string(i) + ".tnb");
             if (i == 2)
-                std::reverse(order.sounds.begin(), order.sounds.end());
-            order.sounds.resize(20);
+                std::reverse(arguments.sounds.begin(), arguments.sounds.end());
+            arguments.sounds.resize(20);
             processes.push_back(fork());
             if (processes.back() == 0)
-                _exit(build(order).result);
+                _exit(build(arguments).result);
         }
         for (const pid_t process : processes) {
             int status = 0;
             ASSERT_EQ(waitpid(process, &status, 0), process);
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == TARNOK_OK) << status;
         }
-        EXPECT_TRUE(readFile(orders[0].output) == readFile(orders[1].output));
-        EXPECT_EQ(build(orders[0]).cachedSounds(), 20);
-        EXPECT_EQ(build(orders[2]).cachedSounds(), 20);
+        EXPECT_TRUE(readFile(allArguments[0].output) == readFile(allArguments[1].output));
+        EXPECT_EQ(build(allArguments[0]).cachedSounds(), 20);
+        EXPECT_EQ(build(allArguments[2]).cachedSounds(), 20);
         EXPECT_EQ(leftovers(), std::vector<std::string>());
     }
 }
@@ -413,12 +414,12 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
     std::vector<std::string> files = makeSounds(8);
     files.push_back(
         makeSound("long.wav", noise(2, 44100, 200'000))); // writing its entry begins before its length is known
-    Order order = makeOrder(files);
-    order.format = TARNOK_FORMAT_VORBIS;
-    order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
-    const Bytes expected = mustBuild(order).bank;
-    order.key = "key";
-    const Bytes locked = mustBuild(order).bank;
+    BuildArguments arguments = makeArguments(files);
+    arguments.format = TARNOK_FORMAT_VORBIS;
+    arguments.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+    const Bytes expected = mustBuild(arguments).bank;
+    arguments.key = "key";
+    const Bytes locked = mustBuild(arguments).bank;
     for (const TARNOK_STATE moment :
          {TARNOK_STATE_DECODING, TARNOK_STATE_ENCODING, TARNOK_STATE_WRITING, TARNOK_STATE_FINISHED}) {
         for (const char* part : {"cache", "cache/sounds", "cache/incomplete"}) {
@@ -428,7 +429,7 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
                 fs::remove_all(fullPath(part), ignored);
                 fs::create_directory(fullPath(part), ignored);
             };
-            order.key = order.key ? nullptr : "key";
+            arguments.key = arguments.key ? nullptr : "key";
             const AtReports remover([&](int, TARNOK_STATE state) {
                 if (state == moment)
                     empty();
@@ -437,19 +438,20 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
                 if (sound % 3 == 2)
                     empty();
             });
-            const Outcome outcome = mustBuild(order);
+            const Outcome outcome = mustBuild(arguments);
             EXPECT_EQ(outcome.countReports(TARNOK_STATE_FINISHED), 9);
-            EXPECT_TRUE(outcome.bank == (order.key ? locked : expected));
+            EXPECT_TRUE(outcome.bank == (arguments.key ? locked : expected));
         }
     }
-    mustBuild(order);
+    mustBuild(arguments);
 }
 
 TEST_F(Cache, FailsABuildDuringWhichAnEntryChanges)
 {
-    Order order = makeOrder({makeSound("a.wav", noise(2, 44100, 20'000)), makeSound("b.wav", noise(2, 44100, 19'999))});
-    order.format = TARNOK_FORMAT_VORBIS;
-    order.threads = 1;
+    BuildArguments arguments =
+        makeArguments({makeSound("a.wav", noise(2, 44100, 20'000)), makeSound("b.wav", noise(2, 44100, 19'999))});
+    arguments.format = TARNOK_FORMAT_VORBIS;
+    arguments.threads = 1;
     using Change = std::function<void(const std::string&)>;
     const Change cut = [](const std::string& entry) {
         fs::resize_file(entry, 10);
@@ -466,14 +468,14 @@ TEST_F(Cache, FailsABuildDuringWhichAnEntryChanges)
             if (state == TARNOK_STATE_FINISHED && std::exchange(isFirst, false))
                 change(filesBelow("cache/sounds").at(0));
         });
-        EXPECT_TRUE(build(order).failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
+        EXPECT_TRUE(build(arguments).failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
     }
 }
 
 TEST_F(Cache, IsNotNeededForABuild)
 {
-    Order order = makeOrder(makeSounds(6));
-    const std::string usable = order.cache;
+    BuildArguments arguments = makeArguments(makeSounds(6));
+    const std::string usable = arguments.cache;
     for (const char* cache : {"readonly", "blocked", "piped", "halfblocked"})
         fs::create_directory(fullPath(cache));
     fs::permissions(fullPath("readonly"), fs::perms::owner_read | fs::perms::owner_exec);
@@ -485,60 +487,60 @@ TEST_F(Cache, IsNotNeededForABuild)
     }
     writeFile(fullPath("halfblocked/sounds"), "entries can be written but not stored");
     for (const TARNOK_FORMAT format : {TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_PCM}) {
-        order.format = format;
-        order.cache = usable;
-        const Bytes expected = mustBuild(order).bank;
+        arguments.format = format;
+        arguments.cache = usable;
+        const Bytes expected = mustBuild(arguments).bank;
         for (const char* cache : {"file", "missing", "readonly", "blocked", "halfblocked", "piped"}) {
             SCOPED_TRACE(cache);
-            order.cache = fullPath(cache);
-            const Outcome outcome = mustBuild(order);
+            arguments.cache = fullPath(cache);
+            const Outcome outcome = mustBuild(arguments);
             EXPECT_EQ(outcome.countReports(TARNOK_STATE_FINISHED), 6);
             EXPECT_TRUE(outcome.bank == expected);
             EXPECT_EQ(leftovers(), std::vector<std::string>());
             const bool isUsed =
-                order.cache == fullPath("piped") || (order.cache == fullPath("readonly") && geteuid() == 0);
+                arguments.cache == fullPath("piped") || (arguments.cache == fullPath("readonly") && geteuid() == 0);
             ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
-            const bool isForbidden = order.cache == fullPath("readonly");
+            const bool isForbidden = arguments.cache == fullPath("readonly");
             const std::string reason = isForbidden ? "no permission while creating the folder incomplete" : "";
             for (const std::string& remark : outcome.remarks)
-                EXPECT_TRUE(remark.starts_with("the cache " + order.cache + " can't be used: " + reason)) << remark;
+                EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: " + reason)) << remark;
         }
     }
 }
 
 TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
 {
-    Order order = makeOrder({});
-    order.threads = 1; // so that the first sound fits
+    BuildArguments arguments = makeArguments({});
+    arguments.threads = 1; // so that the first sound fits
     for (const uint32_t seed : {1, 2, 3}) {
-        order.sounds.push_back({makeSound("noise" + std::to_string(seed), noise(1, 44100, 400'000, seed),
-                                          SF_FORMAT_FLAC | SF_FORMAT_PCM_16)});
+        arguments.sounds.push_back({makeSound("noise" + std::to_string(seed), noise(1, 44100, 400'000, seed),
+                                              SF_FORMAT_FLAC | SF_FORMAT_PCM_16)});
     }
-    const Bytes expected = mustBuild(order).bank;
+    const Bytes expected = mustBuild(arguments).bank;
 
     const std::string disk = fullPath("disk");
     fs::create_directory(disk);
     if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
         GTEST_SKIP() << "needs the right to mount a small disk";
-    order.cache = disk;
-    const Outcome full = mustBuild(order);
+    arguments.cache = disk;
+    const Outcome full = mustBuild(arguments);
     EXPECT_TRUE(full.bank == expected);
     ASSERT_EQ(full.remarks.size(), 1u);
     EXPECT_NE(full.remarks[0].find("the cache " + disk + " can't be used: disk full"), std::string::npos)
         << full.remarks[0];
-    EXPECT_EQ(build(order).cachedSounds(), 1) << "entries that fit are stored";
+    EXPECT_EQ(build(arguments).cachedSounds(), 1) << "entries that fit are stored";
 
-    order.output = disk + "/bank.tnb";
-    writeFile(order.output, "the bank before");
-    EXPECT_TRUE(build(order).failed(TARNOK_ERR_FILE_OS, "disk full while writing bank.tnb"));
-    EXPECT_EQ(readFile(order.output).size(), 15u);
+    arguments.output = disk + "/bank.tnb";
+    writeFile(arguments.output, "the bank before");
+    EXPECT_TRUE(build(arguments).failed(TARNOK_ERR_FILE_OS, "disk full while writing bank.tnb"));
+    EXPECT_EQ(readFile(arguments.output).size(), 15u);
     EXPECT_EQ(leftovers(), std::vector<std::string>());
     EXPECT_EQ(umount(disk.c_str()), 0);
 
-    order = makeOrder(makeSounds(1));
-    order.cache = disk;
+    arguments = makeArguments(makeSounds(1));
+    arguments.cache = disk;
     ASSERT_EQ(mount("tmpfs", disk.c_str(), "tmpfs", MS_RDONLY, ""), 0);
-    const Outcome readOnly = mustBuild(order);
+    const Outcome readOnly = mustBuild(arguments);
     EXPECT_EQ(umount(disk.c_str()), 0);
     ASSERT_EQ(readOnly.remarks.size(), 1u);
     EXPECT_NE(readOnly.remarks[0].find("the disk is read-only while creating the folder incomplete"), std::string::npos)
@@ -547,9 +549,9 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
 
 TEST_F(Cache, RemovesTheOldestEntriesButNoneOfTheLastHour)
 {
-    Order order = makeOrder(makeSounds(8, 20'000));
-    order.format = TARNOK_FORMAT_KADPCM;
-    mustBuild(order);
+    BuildArguments arguments = makeArguments(makeSounds(8, 20'000));
+    arguments.format = TARNOK_FORMAT_KADPCM;
+    mustBuild(arguments);
     const std::vector<std::string> entries = filesBelow("cache/sounds");
     ASSERT_EQ(entries.size(), 8u);
     const auto bytes = [&] {
@@ -562,22 +564,22 @@ TEST_F(Cache, RemovesTheOldestEntriesButNoneOfTheLastHour)
     for (int i = 0; i < 6; ++i)
         makeOlder(entries[size_t(i)], 7200 + i);
     writeFile(fullPath("cache/limit"), "1 G");
-    mustBuild(makeOrder({makeSound("one.flac", sine(1, 44100, 99), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
+    mustBuild(makeArguments({makeSound("one.flac", sine(1, 44100, 99), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
     EXPECT_EQ(filesBelow("cache/sounds").size(), 9u) << "the limit isn't a number of bytes";
     writeFile(fullPath("cache/limit"), std::to_string(most));
-    mustBuild(makeOrder({makeSound("one more.flac", sine(1, 44100, 100), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
+    mustBuild(makeArguments({makeSound("one more.flac", sine(1, 44100, 100), SF_FORMAT_FLAC | SF_FORMAT_PCM_16)}));
     EXPECT_LE(bytes(), most);
     EXPECT_FALSE(fs::exists(entries[5])) << "the oldest";
     EXPECT_TRUE(fs::exists(entries[6]) && fs::exists(entries[7]));
 
     writeFile(fullPath("cache/limit"), "1");
-    mustBuild(order);
-    EXPECT_EQ(build(order).cachedSounds(), 8) << "all were used just now";
+    mustBuild(arguments);
+    EXPECT_EQ(build(arguments).cachedSounds(), 8) << "all were used just now";
 }
 
 // Sounds that a PCM bank takes from their files, in all formats and containers, followed by some that only look as if
 // it could.
-struct RawSounds : Workshop
+struct RawSounds : BuilderTest
 {
     RawSounds()
     {
@@ -596,7 +598,7 @@ struct RawSounds : Workshop
         add("short.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 0, 1);
         add("32.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_32);
         add("double.wav", SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
-        order = makeOrder(files);
+        arguments = makeArguments(files);
     }
 
     void add(const char* name, int format, float sample = 0.5f, size_t frames = 70'000)
@@ -608,23 +610,23 @@ struct RawSounds : Workshop
 
     std::vector<std::string> files;
     const int converted = 6; // the last ones
-    Order order;
+    BuildArguments arguments;
 };
 
 TEST_F(RawSounds, StayInTheirFilesAndAreCopiedUnchangedIntoTheBank)
 {
-    order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+    arguments.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
     Bytes banks[2];
     for (int round = 0; round < 6; ++round) {
-        order.key = round % 2 ? "key" : nullptr;
-        order.threads = unsigned(1 + round);
-        const Outcome outcome = mustBuild(order);
+        arguments.key = round % 2 ? "key" : nullptr;
+        arguments.threads = unsigned(1 + round);
+        const Outcome outcome = mustBuild(arguments);
         EXPECT_EQ(outcome.cachedSounds(), round == 0 ? 0 : int(files.size()));
         ASSERT_TRUE(round < 2 || outcome.bank == banks[round % 2]) << round;
         banks[round % 2] = outcome.bank;
     }
     EXPECT_EQ(int(filesBelow("cache/sounds").size()), converted);
-    const std::vector<DecodedSound> sounds = readSounds(order.output, order.key);
+    const std::vector<DecodedSound> sounds = readSounds(arguments.output, arguments.key);
     ASSERT_EQ(sounds.size(), files.size());
     for (size_t i = 0; i < sounds.size(); ++i) {
         const DecodedSound file = readSounds(files[i]).at(0);
@@ -636,45 +638,45 @@ TEST_F(RawSounds, StayInTheirFilesAndAreCopiedUnchangedIntoTheBank)
         EXPECT_TRUE(std::ranges::equal(sounds[i].floats, file.floats, isSame)) << files[i];
     }
     // A sound that must be converted isn't taken unchanged, although the table has a record of its file.
-    order.flags = 0;
-    order.each.desiredSampleRate = 22050;
-    EXPECT_EQ(build(order).cachedSounds(), 0);
+    arguments.flags = 0;
+    arguments.each.desiredSampleRate = 22050;
+    EXPECT_EQ(build(arguments).cachedSounds(), 0);
     EXPECT_EQ(filesBelow("cache/sounds").size(), size_t(converted) + files.size());
 }
 
 TEST_F(RawSounds, AreReadAgainWhenTheirTableIsDamaged)
 {
-    mustBuild(order);
+    mustBuild(arguments);
     const Bytes table = readFile(fullPath("cache/records"));
     ASSERT_GT(table.size(), 500u);
-    expectRepair(order, fullPath("cache/records"), makeDamages(table), converted);
+    expectRepair(arguments, fullPath("cache/records"), makeDamages(table), converted);
 }
 
 // Sounds of a PCM bank that stay in their files until the bank is written. The first one changes.
-struct ChangingSounds : Workshop
+struct ChangingSounds : BuilderTest
 {
     ChangingSounds()
     {
         for (const uint32_t seed : {1, 2})
             contents.push_back(readFile(makeSound("content" + std::to_string(seed), noise(1, 44100, 1000, seed))));
         file = fullPath("changing.wav");
-        order = makeOrder({file});
+        arguments = makeArguments({file});
         for (int i = 0; i < 6; ++i)
-            order.sounds.push_back({fullPath("one of many" + std::to_string(i) + ".wav")});
+            arguments.sounds.push_back({fullPath("one of many" + std::to_string(i) + ".wav")});
     }
 
     // Builds a bank of the first contents; the sounds change while it is being written.
     Outcome buildWith(const std::function<void()>& change)
     {
         fs::remove_all(file);
-        for (const auto& sound : order.sounds)
+        for (const auto& sound : arguments.sounds)
             writeFile(sound[0], contents[0]);
-        writeFile(order.output, "the bank before");
+        writeFile(arguments.output, "the bank before");
         const AtReports writer([&](int sound, TARNOK_STATE state) {
             if (sound < 0 && state == TARNOK_STATE_WRITING)
                 change();
         });
-        return build(order);
+        return build(arguments);
     }
 
     void replace(const std::string& path)
@@ -690,7 +692,7 @@ struct ChangingSounds : Workshop
 
     std::string file;
     std::vector<Bytes> contents;
-    Order order;
+    BuildArguments arguments;
 };
 
 TEST_F(ChangingSounds, AreWrittenWithTheirFinalContents)
@@ -704,14 +706,14 @@ TEST_F(ChangingSounds, AreWrittenWithTheirFinalContents)
                                              }};
     for (const auto& change : changes) {
         for (const char* key : {static_cast<const char*>(nullptr), "key"}) {
-            order.key = key;
+            arguments.key = key;
             const Outcome outcome = buildWith(change);
             EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
-            const std::vector<DecodedSound> sounds = readSounds(order.output, order.key);
-            ASSERT_EQ(sounds.size(), order.sounds.size());
+            const std::vector<DecodedSound> sounds = readSounds(arguments.output, arguments.key);
+            ASSERT_EQ(sounds.size(), arguments.sounds.size());
             for (size_t i = 0; i < sounds.size(); ++i)
                 EXPECT_TRUE(hasContent(sounds[i], i == 0)) << i;
-            mustBuild(order);
+            mustBuild(arguments);
         }
     }
 }
@@ -721,13 +723,13 @@ TEST_F(ChangingSounds, MayChangeOneByOneMoreOftenThanABankIsRestarted)
     size_t next = 0;
     const AtCopies writer([&](size_t sound) {
         if (sound == next)
-            replace(order.sounds[next++][0]);
+            replace(arguments.sounds[next++][0]);
     });
     const Outcome outcome = buildWith([] {});
     EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
-    EXPECT_EQ(next, order.sounds.size());
-    const std::vector<DecodedSound> sounds = readSounds(order.output, order.key);
-    ASSERT_EQ(sounds.size(), order.sounds.size());
+    EXPECT_EQ(next, arguments.sounds.size());
+    const std::vector<DecodedSound> sounds = readSounds(arguments.output, arguments.key);
+    ASSERT_EQ(sounds.size(), arguments.sounds.size());
     EXPECT_TRUE(hasContent(sounds[0], 1)) << "it was read again";
     EXPECT_TRUE(hasContent(sounds.back(), 0)) << "it was already stored by the build when it changed";
 }
@@ -755,16 +757,16 @@ TEST_F(ChangingSounds, FailWhenTheyCanNoLongerBeBuilt)
     for (const auto& [text, change] : changes) {
         for (const bool ignoresErrors : {false, true}) {
             SCOPED_TRACE(testing::Message() << text << (ignoresErrors ? ", errors are ignored" : ""));
-            order.initFlags = TARNOK_INIT_ALWAYS | (ignoresErrors ? TARNOK_INIT_IGNORE_ERRORS : 0);
+            arguments.initFlags = TARNOK_INIT_ALWAYS | (ignoresErrors ? TARNOK_INIT_IGNORE_ERRORS : 0);
             const Outcome outcome = buildWith(change);
             EXPECT_EQ(outcome.countReports(TARNOK_STATE_FAILED), 1);
             EXPECT_NE(outcome.texts().find("changing.wav: "), std::string::npos);
             EXPECT_TRUE(outcome.failed(outcome.result, text));
             EXPECT_EQ(outcome.result == TARNOK_OK, ignoresErrors);
             if (ignoresErrors)
-                EXPECT_TRUE(readSounds(order.output).at(0).bytes.empty());
+                EXPECT_TRUE(readSounds(arguments.output).at(0).bytes.empty());
             else
-                EXPECT_EQ(readFile(order.output).size(), 15u);
+                EXPECT_EQ(readFile(arguments.output).size(), 15u);
         }
     }
 }

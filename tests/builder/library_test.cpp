@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The life cycle of the library: calls in and out of order, reports, cancelling and releasing at any moment.
-#include "workshop.hpp"
+#include "builder_test.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -16,7 +16,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-struct Library : Workshop
+struct Library : BuilderTest
 {
     // Sounds that take long enough to encode that a build can be interrupted.
     std::vector<std::string> makeLongSounds(int count)
@@ -32,10 +32,10 @@ struct Library : Workshop
 
 TEST_F(Library, RefusesCallsOutOfOrder)
 {
-    const Order order = makeOrder(makeSounds(1));
-    const char* cache = order.cache.c_str();
+    const BuildArguments arguments = makeArguments(makeSounds(1));
+    const char* cache = arguments.cache.c_str();
     EXPECT_EQ(Tarnok_Release(), TARNOK_ERR_UNINITIALIZED);
-    EXPECT_EQ(buildOnly(order), TARNOK_ERR_UNINITIALIZED);
+    EXPECT_EQ(buildOnly(arguments), TARNOK_ERR_UNINITIALIZED);
     EXPECT_EQ(Tarnok_BuildCancel(), TARNOK_ERR_UNINITIALIZED);
 
     for (const int version : {1, -1, INT_MIN})
@@ -63,24 +63,24 @@ TEST_F(Library, RefusesCallsOutOfOrder)
 
 TEST_F(Library, RefusesInvalidArguments)
 {
-    const Order good = makeOrder(makeSounds(1));
+    const BuildArguments good = makeArguments(makeSounds(1));
     const char* noName = nullptr;
-    using Fault = std::pair<const char*, std::function<void(Order&)>>;
+    using Fault = std::pair<const char*, std::function<void(BuildArguments&)>>;
     const auto eachSound = [](const char* name, const std::function<void(TARNOK_SUBSOUND&)>& spoil) {
-        return Fault(name, [=](Order& order) {
-            order.adjust = [=](size_t, auto& sound) {
+        return Fault(name, [=](BuildArguments& arguments) {
+            arguments.adjust = [=](size_t, auto& sound) {
                 spoil(sound);
             };
         });
     };
     const Fault cases[] = {
-        Fault("no sounds", [](Order& order) { order.sounds.clear(); }),
-        Fault("unknown format", [](Order& order) { order.format = TARNOK_FORMAT(6); }),
-        Fault("no enumerator's number", [](Order& order) { order.format = TARNOK_FORMAT(-1); }),
-        Fault("quality", [](Order& order) { order.quality = 101; }),
-        Fault("no output", [](Order& order) { order.output.clear(); }),
-        Fault("a folder as output", [](Order& order) { order.output += "/"; }),
-        Fault("empty key", [](Order& order) { order.key = ""; }),
+        Fault("no sounds", [](BuildArguments& arguments) { arguments.sounds.clear(); }),
+        Fault("unknown format", [](BuildArguments& arguments) { arguments.format = TARNOK_FORMAT(6); }),
+        Fault("no enumerator's number", [](BuildArguments& arguments) { arguments.format = TARNOK_FORMAT(-1); }),
+        Fault("quality", [](BuildArguments& arguments) { arguments.quality = 101; }),
+        Fault("no output", [](BuildArguments& arguments) { arguments.output.clear(); }),
+        Fault("a folder as output", [](BuildArguments& arguments) { arguments.output += "/"; }),
+        Fault("empty key", [](BuildArguments& arguments) { arguments.key = ""; }),
         eachSound("no files", [](TARNOK_SUBSOUND& sound) { sound.numFiles = 0; }),
         eachSound("null files", [](TARNOK_SUBSOUND& sound) { sound.fileNames = nullptr; }),
         eachSound("null name", [&](TARNOK_SUBSOUND& sound) { sound.fileNames = &noName; }),
@@ -88,9 +88,9 @@ TEST_F(Library, RefusesInvalidArguments)
         eachSound("no rate", [](TARNOK_SUBSOUND& sound) { sound.desiredSampleRate = NAN; }),
     };
     for (const auto& [name, spoil] : cases) {
-        Order order = good;
-        spoil(order);
-        const Outcome outcome = build(order);
+        BuildArguments arguments = good;
+        spoil(arguments);
+        const Outcome outcome = build(arguments);
         EXPECT_EQ(outcome.result, TARNOK_ERR_INVALID_PARAM) << name;
         EXPECT_EQ(outcome.reportedStates(-1), std::vector{TARNOK_STATE_FAILED}) << name;
     }
@@ -99,8 +99,8 @@ TEST_F(Library, RefusesInvalidArguments)
 
 TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndACachedOneOnlyAsFinished)
 {
-    Order order = makeOrder(makeSounds(12));
-    order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
+    BuildArguments arguments = makeArguments(makeSounds(12));
+    arguments.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
         sound.desiredSampleRate = index == 3 ? 32000 : 0;
     };
     const std::vector all = {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING, TARNOK_STATE_PREPROCESSING,
@@ -109,10 +109,10 @@ TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndACachedOneOnlyAsFinished)
         Bytes expected;
         for (const unsigned threads : {1, 2, 3, 8}) {
             SCOPED_TRACE(testing::Message() << format << " on " << threads);
-            order.format = format;
-            order.threads = threads;
-            order.initFlags = TARNOK_INIT_ALWAYS | TARNOK_INIT_REBUILD;
-            const Outcome first = mustBuild(order);
+            arguments.format = format;
+            arguments.threads = threads;
+            arguments.initFlags = TARNOK_INIT_ALWAYS | TARNOK_INIT_REBUILD;
+            const Outcome first = mustBuild(arguments);
             for (int sound = 0; sound < 12; ++sound) {
                 EXPECT_EQ(first.reportedStates(sound), all);
                 std::set<int> itsThreads;
@@ -127,31 +127,31 @@ TEST_F(Library, ReportsEveryPhaseOfASoundOnOneThreadAndACachedOneOnlyAsFinished)
             EXPECT_TRUE(threads == 1 || first.bank == expected);
             expected = first.bank;
 
-            order.initFlags = TARNOK_INIT_ALWAYS;
-            const Outcome second = mustBuild(order);
+            arguments.initFlags = TARNOK_INIT_ALWAYS;
+            const Outcome second = mustBuild(arguments);
             EXPECT_EQ(second.cachedSounds(), 12);
             EXPECT_EQ(second.reports.size(), 13u);
             EXPECT_TRUE(second.bank == expected);
         }
     }
 
-    order.initFlags = 0;
-    EXPECT_TRUE(build(order).reports.empty());
+    arguments.initFlags = 0;
+    EXPECT_TRUE(build(arguments).reports.empty());
 }
 
 TEST_F(Library, KeepsAReportReadableUntilItIsReturnedEvenAcrossARelease)
 {
-    Order order = makeOrder({fullPath("missing.wav")});
-    ASSERT_EQ(initialise(order), TARNOK_OK);
-    EXPECT_EQ(buildOnly(order), TARNOK_ERR_FILE_NOT_FOUND);
+    BuildArguments arguments = makeArguments({fullPath("missing.wav")});
+    ASSERT_EQ(initialise(arguments), TARNOK_OK);
+    EXPECT_EQ(buildOnly(arguments), TARNOK_ERR_FILE_NOT_FOUND);
     const TARNOK_PROGRESSITEM* held = nullptr;
     ASSERT_EQ(Tarnok_FetchNextProgressItem(&held), TARNOK_OK);
     ASSERT_NE(held, nullptr);
     ASSERT_EQ(Tarnok_Release(), TARNOK_OK);
 
-    order = makeOrder(makeSounds(2));
-    ASSERT_EQ(initialise(order), TARNOK_OK);
-    EXPECT_EQ(buildOnly(order), TARNOK_OK);
+    arguments = makeArguments(makeSounds(2));
+    ASSERT_EQ(initialise(arguments), TARNOK_OK);
+    EXPECT_EQ(buildOnly(arguments), TARNOK_OK);
     EXPECT_EQ(held->state, TARNOK_STATE_FAILED);
     const std::string text = static_cast<const TARNOK_STATE_DATA_FAILED*>(held->stateData)->errorString;
     EXPECT_NE(text.find("missing.wav"), std::string::npos);
@@ -164,13 +164,13 @@ TEST_F(Library, KeepsAReportReadableUntilItIsReturnedEvenAcrossARelease)
 
 TEST_F(Library, EndsThousandsOfTinyBuildsInARowCleanly)
 {
-    Order order = makeOrder(makeSounds(2, 50));
+    BuildArguments arguments = makeArguments(makeSounds(2, 50));
     const int threads = threadCount();
-    ASSERT_EQ(initialise(order), TARNOK_OK);
+    ASSERT_EQ(initialise(arguments), TARNOK_OK);
     for (int i = 0; i < 2500; ++i) {
         // Some sounds are in the cache, some aren't.
-        order.format = i % 50 == 0 ? TARNOK_FORMAT_KADPCM : TARNOK_FORMAT_PCM;
-        ASSERT_EQ(buildOnly(order), TARNOK_OK) << i;
+        arguments.format = i % 50 == 0 ? TARNOK_FORMAT_KADPCM : TARNOK_FORMAT_PCM;
+        ASSERT_EQ(buildOnly(arguments), TARNOK_OK) << i;
         if (i % 10 == 0)
             drainReports();
     }
@@ -184,12 +184,12 @@ struct Cancelling : Library
 {
     Cancelling()
     {
-        order = makeOrder(makeLongSounds(3));
-        order.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
+        arguments = makeArguments(makeLongSounds(3));
+        arguments.adjust = [](size_t index, TARNOK_SUBSOUND& sound) {
             sound.desiredSampleRate = index % 2 ? 32000 : 0;
         };
-        order.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
-        order.initFlags |= TARNOK_INIT_REBUILD;
+        arguments.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
+        arguments.initFlags |= TARNOK_INIT_REBUILD;
     }
 
     // On a busy machine a few waits are long. They don't take more processor time though, so each of them must keep
@@ -208,15 +208,15 @@ struct Cancelling : Library
     bool isBuildCancelled()
     {
         isAsked = false;
-        writeFile(order.output, "the bank before");
-        const TARNOK_RESULT result = build(order).result;
+        writeFile(arguments.output, "the bank before");
+        const TARNOK_RESULT result = build(arguments).result;
         EXPECT_EQ(leftovers(), std::vector<std::string>());
         EXPECT_TRUE(result == TARNOK_OK || result == TARNOK_ERR_CANCELLED) << result;
         if (result != TARNOK_ERR_CANCELLED)
             return false;
         waits.push_back(std::chrono::duration<double, std::milli>(Clock::now() - asked).count());
         mostWork = std::max(mostWork, double(std::clock() - workBefore) * 1000 / CLOCKS_PER_SEC);
-        EXPECT_EQ(readFile(order.output).size(), 15u);
+        EXPECT_EQ(readFile(arguments.output).size(), 15u);
         return true;
     }
 
@@ -229,7 +229,7 @@ struct Cancelling : Library
         Tarnok_BuildCancel();
     }
 
-    Order order;
+    BuildArguments arguments;
     const int threads = threadCount();
     std::vector<double> waits; // milliseconds
     double mostWork = 0;
@@ -245,11 +245,11 @@ constexpr TARNOK_STATE phases[] = {TARNOK_STATE_DECODING, TARNOK_STATE_ANALYSING
 TEST_F(Cancelling, TakesAFifthOfASecondAtTheStartOfEveryPhaseAndLeavesNoFiles)
 {
     for (const TARNOK_FORMAT format : allFormats) {
-        order.format = format;
+        arguments.format = format;
         for (const TARNOK_STATE phase : phases) {
             for (int index = phase == TARNOK_STATE_WRITING ? -1 : 0; index < 3; ++index) {
                 SCOPED_TRACE(testing::Message() << "sound " << index << ", state " << phase << ", format " << format);
-                order.key = index == 1 ? "key" : nullptr;
+                arguments.key = index == 1 ? "key" : nullptr;
                 const AtReports canceller([&](int sound, TARNOK_STATE state) {
                     if (sound == index && state == phase)
                         cancel();
@@ -265,16 +265,16 @@ TEST_F(Cancelling, TakesAFifthOfASecondAtTheStartOfEveryPhaseAndLeavesNoFiles)
             EXPECT_TRUE(isBuildCancelled());
         }
     }
-    order.initFlags = TARNOK_INIT_ALWAYS;
-    mustBuild(order);
+    arguments.initFlags = TARNOK_INIT_ALWAYS;
+    mustBuild(arguments);
 }
 
 // A build that ends before it is cancelled tests nothing, but isn't a failure.
 TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
 {
-    order.threads = 1;
+    arguments.threads = 1;
     for (const TARNOK_FORMAT format : allFormats) {
-        order.format = format;
+        arguments.format = format;
         for (const TARNOK_STATE phase : phases) {
             for (const int milliseconds : {1, 4, 10, 25, 60}) {
                 std::jthread canceller;
@@ -293,21 +293,21 @@ TEST_F(Cancelling, TakesAFifthOfASecondWithinEveryPhase)
 
 TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
 {
-    Order order = makeOrder(makeLongSounds(4));
-    order.format = TARNOK_FORMAT_VORBIS;
-    order.initFlags |= TARNOK_INIT_REBUILD;
-    Order next = makeOrder(makeSounds(3));
+    BuildArguments arguments = makeArguments(makeLongSounds(4));
+    arguments.format = TARNOK_FORMAT_VORBIS;
+    arguments.initFlags |= TARNOK_INIT_REBUILD;
+    BuildArguments next = makeArguments(makeSounds(3));
     next.output = fullPath("next.tnb");
     const int threads = threadCount();
     for (int round = 0; round < 15; ++round) {
-        ASSERT_EQ(initialise(order), TARNOK_OK);
+        ASSERT_EQ(initialise(arguments), TARNOK_OK);
         std::latch reached(1);
         std::atomic<bool> isFirst = true;
         const AtReports watcher([&](int, TARNOK_STATE state) {
             if (state == TARNOK_STATE(round % 4) && isFirst.exchange(false))
                 reached.count_down();
         });
-        std::jthread running([&] { EXPECT_EQ(buildOnly(order), TARNOK_ERR_CANCELLED); });
+        std::jthread running([&] { EXPECT_EQ(buildOnly(arguments), TARNOK_ERR_CANCELLED); });
         reached.wait();
         EXPECT_EQ(buildOnly(next), TARNOK_ERR_INITIALIZED) << "a second build at the same time";
         EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
@@ -316,5 +316,5 @@ TEST_F(Library, MayBeReleasedAndInitialisedAgainWhileABuildRuns)
         running.join();
         EXPECT_EQ(leftovers(), std::vector<std::string>());
     }
-    EXPECT_FALSE(fs::exists(order.output));
+    EXPECT_FALSE(fs::exists(arguments.output));
 }

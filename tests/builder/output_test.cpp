@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The files of a build: the bank and its C header.
-#include "workshop.hpp"
+#include "builder_test.hpp"
 
 #include <cerrno>
 #include <cstdlib>
@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 using namespace test;
-using Output = Workshop;
+using Output = BuilderTest;
 
 namespace {
 
@@ -36,48 +36,48 @@ extern "C" __attribute__((visibility("default"))) int sync_file_range(int, off64
 
 TEST_F(Output, ReplacesTheFormerBankOnlyWhenTheNewOneIsComplete)
 {
-    Order order = makeOrder(makeSounds(2));
-    order.sounds.pop_back();
-    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
-    const Bytes former = mustBuild(order).bank;
+    BuildArguments arguments = makeArguments(makeSounds(2));
+    arguments.sounds.pop_back();
+    arguments.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    const Bytes former = mustBuild(arguments).bank;
     const Bytes formerHeader = readFile(fullPath("bank.h"));
 
-    order.sounds.push_back({fullPath("missing.wav")});
-    EXPECT_EQ(build(order).result, TARNOK_ERR_FILE_NOT_FOUND);
-    order.sounds.back() = {makeSound("long.wav", noise(2, 44100, 1'300'000))};
+    arguments.sounds.push_back({fullPath("missing.wav")});
+    EXPECT_EQ(build(arguments).result, TARNOK_ERR_FILE_NOT_FOUND);
+    arguments.sounds.back() = {makeSound("long.wav", noise(2, 44100, 1'300'000))};
     diskFails = true;
-    EXPECT_TRUE(build(order).failed(TARNOK_ERR_FILE_OS, "the disk reported an error while writing bank.tnb"));
+    EXPECT_TRUE(build(arguments).failed(TARNOK_ERR_FILE_OS, "the disk reported an error while writing bank.tnb"));
     diskFails = false;
-    EXPECT_EQ(readFile(order.output), former);
+    EXPECT_EQ(readFile(arguments.output), former);
     EXPECT_EQ(readFile(fullPath("bank.h")), formerHeader);
 
-    order.sounds.back() = {fullPath("sound1.flac")};
-    mustBuild(order);
-    EXPECT_EQ(readSounds(order.output).at(1).name, "sound1");
+    arguments.sounds.back() = {fullPath("sound1.flac")};
+    mustBuild(arguments);
+    EXPECT_EQ(readSounds(arguments.output).at(1).name, "sound1");
     EXPECT_NE(readFile(fullPath("bank.h")), formerHeader);
 
-    order.initFlags = TARNOK_INIT_ALWAYS;
-    order.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
-    order.key = "Gänsemarsch";
+    arguments.initFlags = TARNOK_INIT_ALWAYS;
+    arguments.flags = TARNOK_BUILD_TNB5_DONTWRITENAMES;
+    arguments.key = "Gänsemarsch";
     fs::remove(fullPath("bank.h"));
-    mustBuild(order);
+    mustBuild(arguments);
     EXPECT_FALSE(fs::exists(fullPath("bank.h"))) << "not requested";
-    EXPECT_TRUE(readSounds(order.output, "Gansemarsch").empty());
-    EXPECT_EQ(readSounds(order.output, order.key).at(1).name, "");
+    EXPECT_TRUE(readSounds(arguments.output, "Gansemarsch").empty());
+    EXPECT_EQ(readSounds(arguments.output, arguments.key).at(1).name, "");
 }
 
 TEST_F(Output, FollowsLinksAndRefusesAnythingButFiles)
 {
-    Order order = makeOrder(makeSounds(1));
+    BuildArguments arguments = makeArguments(makeSounds(1));
     fs::create_directory(fullPath("elsewhere"));
     writeFile(fullPath("elsewhere/real.tnb"), "the bank before");
     fs::create_symlink("elsewhere/real.tnb", fullPath("link.tnb"));
-    order.output = fullPath("link.tnb");
-    mustBuild(order);
-    EXPECT_TRUE(fs::is_symlink(order.output));
+    arguments.output = fullPath("link.tnb");
+    mustBuild(arguments);
+    EXPECT_TRUE(fs::is_symlink(arguments.output));
     EXPECT_EQ(readSounds(fullPath("elsewhere/real.tnb")).size(), 1u);
 
-    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    arguments.initFlags |= TARNOK_INIT_CREATE_HEADER;
     for (const char* pipe : {"pipe", "piped.h"})
         ASSERT_EQ(mkfifo(fullPath(pipe).c_str(), 0666), 0);
     const std::pair<std::string, const char*> refused[] = {
@@ -89,40 +89,87 @@ TEST_F(Output, FollowsLinksAndRefusesAnythingButFiles)
         {"/proc/bank.tnb", "/proc"},
         {fullPath("piped.tnb"), "piped.h: this is a device or pipe"}};
     for (const auto& [path, text] : refused) {
-        order.output = path;
-        const Outcome outcome = build(order);
+        arguments.output = path;
+        const Outcome outcome = build(arguments);
         EXPECT_TRUE(outcome.failed(TARNOK_ERR_FILE_OS, text)) << path;
         EXPECT_EQ(outcome.reportedStates(-1), std::vector{TARNOK_STATE_FAILED}) << path;
         EXPECT_EQ(outcome.countReports(TARNOK_STATE_DECODING), 0) << "reported immediately, not after hours";
     }
-    order.output = fullPath("bank.h");
-    EXPECT_EQ(build(order).result, TARNOK_ERR_INVALID_PARAM);
+    arguments.output = fullPath("bank.h");
+    EXPECT_EQ(build(arguments).result, TARNOK_ERR_INVALID_PARAM);
 }
 
 TEST_F(Output, KeepsThePermissionsOfTheFormerBank)
 {
-    Order order = makeOrder(makeSounds(1));
-    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    BuildArguments arguments = makeArguments(makeSounds(1));
+    arguments.initFlags |= TARNOK_INIT_CREATE_HEADER;
     const auto readMode = [](const std::string& path) {
         return unsigned(fs::status(path).permissions());
     };
     const mode_t former = umask(027);
-    mustBuild(order);
-    EXPECT_EQ(readMode(order.output), 0640u) << "a new one";
+    mustBuild(arguments);
+    EXPECT_EQ(readMode(arguments.output), 0640u) << "a new one";
     for (const auto& [mode, kept] :
          {std::pair<unsigned, unsigned>{0444, 0444}, {0600, 0600}, {0666, 0666}, {04755, 0755}}) {
-        for (const std::string& path : {order.output, fullPath("bank.h")})
+        for (const std::string& path : {arguments.output, fullPath("bank.h")})
             fs::permissions(path, fs::perms(mode));
-        mustBuild(order);
-        EXPECT_EQ(readMode(order.output), kept) << std::oct << mode;
+        mustBuild(arguments);
+        EXPECT_EQ(readMode(arguments.output), kept) << std::oct << mode;
         EXPECT_EQ(readMode(fullPath("bank.h")), kept) << std::oct << mode;
     }
     umask(former);
 }
 
+TEST_F(Output, KeepsFilesThatWouldStayTheSame)
+{
+    BuildArguments arguments = makeArguments(makeSounds(2));
+    arguments.initFlags |= TARNOK_INIT_CREATE_HEADER | TARNOK_INIT_KEEP_UNCHANGED;
+    arguments.key = "Geheimnis";
+    fs::create_directory(fullPath("include"));
+    const std::string header = fullPath("include/sounds.hpp");
+    ASSERT_EQ(Tarnok_SetHeaderFile(""), TARNOK_ERR_INVALID_PARAM);
+    ASSERT_EQ(Tarnok_SetHeaderFile(std::string(header).c_str()), TARNOK_OK) << "it keeps no pointer";
+    const auto nodes = [&] {
+        struct stat bank = {};
+        struct stat text = {};
+        stat(arguments.output.c_str(), &bank);
+        stat(header.c_str(), &text);
+        return std::pair(bank.st_ino, text.st_ino);
+    };
+    mustBuild(arguments);
+    EXPECT_FALSE(fs::exists(fullPath("bank.h"))) << "another file was set";
+    const auto first = nodes();
+    mustBuild(arguments);
+    EXPECT_EQ(nodes(), first);
+
+    arguments.quality = 49; // only the bank changes
+    arguments.format = TARNOK_FORMAT_VORBIS;
+    mustBuild(arguments);
+    const auto second = nodes();
+    EXPECT_NE(second.first, first.first);
+    EXPECT_EQ(second.second, first.second);
+
+    const Bytes whole = readFile(arguments.output);
+    for (size_t damaged : {size_t(0), whole.size() / 2, whole.size() - 1}) {
+        Bytes bytes = whole;
+        bytes[damaged] ^= 1;
+        writeFile(arguments.output, bytes);
+        mustBuild(arguments);
+        EXPECT_EQ(readFile(arguments.output), whole) << "a byte was changed at " << damaged;
+    }
+    writeFile(arguments.output, Bytes(whole.begin(), whole.end() - 1));
+    EXPECT_EQ(mustBuild(arguments).bank, whole);
+    ASSERT_EQ(Tarnok_SetHeaderFile(nullptr), TARNOK_OK);
+    arguments.initFlags &= ~TARNOK_INIT_KEEP_UNCHANGED;
+    const auto third = nodes();
+    mustBuild(arguments);
+    EXPECT_NE(nodes().first, third.first);
+    EXPECT_TRUE(fs::exists(fullPath("bank.h")));
+}
+
 TEST_F(Output, RemovesWhatKilledBuildsLeft)
 {
-    const Order order = makeOrder(makeSounds(1));
+    const BuildArguments arguments = makeArguments(makeSounds(1));
     for (const char* folder : {"cache/incomplete", "cache/index"})
         fs::create_directory(fullPath(folder));
     for (const char* left : {".bank.tnb.4000000.0.tmp", ".bank.h.4000000.1.tmp",
@@ -137,11 +184,11 @@ TEST_F(Output, RemovesWhatKilledBuildsLeft)
         inUse.push_back(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
         ASSERT_EQ(flock(inUse.back(), LOCK_EX), 0);
     }
-    mustBuild(order);
+    mustBuild(arguments);
     EXPECT_EQ(leftovers().size(), 1 + inUse.size());
     for (const int file : inUse)
         close(file);
-    mustBuild(order);
+    mustBuild(arguments);
     EXPECT_EQ(leftovers(), std::vector{another});
     fs::remove(another);
 }
@@ -151,16 +198,16 @@ TEST_F(Output, HeaderCompilesAsC89AndListsNamesAndIndices)
     const std::vector<std::string> names = {"kick",  "Kick",    "kick 2",      "kick_2", "kick_2_2",    "_",
                                             "10saw", "a\"b\\c", "what?\?/now", "größe",  "kick",        "*/ x",
                                             "if",    "COUNT",   "names",       "tab\t",  "\xe9\xbc\x93"};
-    Order order = makeOrder({});
+    BuildArguments arguments = makeArguments({});
     for (const std::string& name : names) {
         // The name is the last part of the path, which two sounds may share.
-        const std::string file = fullPath(std::to_string(order.sounds.size()) + "/" + name + ".wav");
+        const std::string file = fullPath(std::to_string(arguments.sounds.size()) + "/" + name + ".wav");
         fs::create_directories(fs::path(file).parent_path());
-        order.sounds.push_back({writeSound(file, wav16, sine(1, 44100, 100))});
+        arguments.sounds.push_back({writeSound(file, wav16, sine(1, 44100, 100))});
     }
-    order.output = fullPath("2nd bänk-file.tnb");
-    order.initFlags |= TARNOK_INIT_CREATE_HEADER;
-    mustBuild(order);
+    arguments.output = fullPath("2nd bänk-file.tnb");
+    arguments.initFlags |= TARNOK_INIT_CREATE_HEADER;
+    mustBuild(arguments);
     const std::vector<uint8_t> bytes = readFile(fullPath("2nd bänk-file.h"));
     const std::string header(bytes.begin(), bytes.end());
 
@@ -176,7 +223,7 @@ TEST_F(Output, HeaderCompilesAsC89AndListsNamesAndIndices)
                          + fullPath("print") + "' '" + fullPath("print.c") + "'"),
               "");
     std::string expected;
-    for (const DecodedSound& sound : readSounds(order.output))
+    for (const DecodedSound& sound : readSounds(arguments.output))
         expected += std::to_string(std::count(expected.begin(), expected.end(), '\n')) + " " + sound.name + "\n";
     EXPECT_EQ(runCommand("'" + fullPath("print") + "'"), expected + std::to_string(names.size()) + "\n");
     EXPECT_NE(header.find("#define BANK_2ND_B__NK_FILE_SOUND_KICK 0\n"), std::string::npos);

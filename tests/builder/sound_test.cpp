@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a build makes of its sounds: samples, channels, loops, markers, and sounds that can't be built.
-#include "workshop.hpp"
+#include "builder_test.hpp"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -13,13 +13,13 @@ using namespace test;
 
 namespace {
 
-using Sound = Workshop;
+using Sound = BuilderTest;
 
 // Builds a bank of one sound, and returns that sound.
-DecodedSound buildAndRead(const Order& order)
+DecodedSound buildAndRead(const BuildArguments& arguments)
 {
-    mustBuild(order);
-    const std::vector<DecodedSound> sounds = readSounds(order.output);
+    mustBuild(arguments);
+    const std::vector<DecodedSound> sounds = readSounds(arguments.output);
     EXPECT_EQ(sounds.size(), 1u);
     return sounds.at(0);
 }
@@ -33,9 +33,9 @@ TEST_F(Sound, InterleavesFilesAsChannelsInOrderPaddedToTheLongestInTheWidestForm
     writeIntegers(files[1], SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, 44100, randomIntegers(2 * 90'000, 2));
     writeSound(files[2], SF_FORMAT_WAV | SF_FORMAT_FLOAT, sine(1, 44100, 1000));
     for (const size_t count : {2, 3}) {
-        Order order = makeOrder({});
-        order.sounds.emplace_back(files, files + count);
-        const DecodedSound built = buildAndRead(order);
+        BuildArguments arguments = makeArguments({});
+        arguments.sounds.emplace_back(files, files + count);
+        const DecodedSound built = buildAndRead(arguments);
         ASSERT_EQ(built.channels, int(count) + 1);
         EXPECT_EQ(built.format, count == 2 ? KESS_SOUND_FORMAT_PCM24 : KESS_SOUND_FORMAT_PCMFLOAT);
         ASSERT_EQ(built.samples, 90'000u);
@@ -60,12 +60,12 @@ TEST_F(Sound, KeepsMoreThanAMegabyteOfMarkersAndReportsThoseAboveTheLimit)
     for (uint32_t sample = 0; sample < 70'000; ++sample)
         tags.markers.emplace_back(sample, "the marker of sample " + std::to_string(sample));
     addWavTags(file, tags);
-    const Order order = makeOrder({file});
-    const std::vector<std::string> remarks = mustBuild(order).remarks;
+    const BuildArguments arguments = makeArguments({file});
+    const std::vector<std::string> remarks = mustBuild(arguments).remarks;
     ASSERT_EQ(remarks.size(), 1u);
     EXPECT_EQ(remarks[0], "marked.wav: 4464 of its markers were left out, because a sound can't have more than 65536");
 
-    const DecodedSound built = readSounds(order.output).at(0);
+    const DecodedSound built = readSounds(arguments.output).at(0);
     ASSERT_EQ(built.syncPoints.size(), 65'536u);
     EXPECT_EQ(built.syncPoints.back().second, "the marker of sample 65535");
 }
@@ -80,9 +80,9 @@ TEST_F(Sound, ResamplesInterleavedFilesToTheRateOfTheFirst)
             const std::string second = makeSound("b.wav", sine(1, rate, size_t(rate), 500), wavFloat);
             if (start > 0)
                 addWavTags(first, {std::pair<uint32_t, uint32_t>(start, 47999), {}});
-            Order order = makeOrder({first});
-            order.sounds[0].push_back(second);
-            const DecodedSound built = buildAndRead(order);
+            BuildArguments arguments = makeArguments({first});
+            arguments.sounds[0].push_back(second);
+            const DecodedSound built = buildAndRead(arguments);
             EXPECT_EQ(built.rate, 48000);
             ASSERT_EQ(built.samples, 48000u);
             ASSERT_EQ(built.loop, (std::pair<uint64_t, uint64_t>(start, 48000)));
@@ -112,12 +112,12 @@ TEST_F(Sound, KeepsLoopsMarkersAndPeakAccordingToTheFlagsOfBuildAndSound)
     for (const auto& [source, flags, reversed, rate, loop, markers, hasPeak] : cases) {
         for (const TARNOK_FORMAT format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_VORBIS}) {
             SCOPED_TRACE(testing::Message() << flags << " " << reversed << " " << rate << " " << format);
-            Order order = makeOrder({source});
-            order.format = format;
-            order.flags = flags;
-            order.each.overrideFlags = reversed;
-            order.each.desiredSampleRate = rate;
-            const DecodedSound built = buildAndRead(order);
+            BuildArguments arguments = makeArguments({source});
+            arguments.format = format;
+            arguments.flags = flags;
+            arguments.each.overrideFlags = reversed;
+            arguments.each.desiredSampleRate = rate;
+            const DecodedSound built = buildAndRead(arguments);
             EXPECT_EQ(built.loop, loop);
             EXPECT_EQ(built.syncPoints, markers);
             EXPECT_EQ(built.peak.has_value(), hasPeak);
@@ -131,11 +131,11 @@ TEST_F(Sound, FollowsQualityOfBuildAndSound)
 {
     const std::string file = makeSound("noise.wav", noise(1, 44100, 30000));
     const auto bytes = [&](unsigned quality, unsigned own) {
-        Order order = makeOrder({file});
-        order.format = TARNOK_FORMAT_VORBIS;
-        order.quality = quality;
-        order.each.overrideQuality = own;
-        return mustBuild(order).bank.size();
+        BuildArguments arguments = makeArguments({file});
+        arguments.format = TARNOK_FORMAT_VORBIS;
+        arguments.quality = quality;
+        arguments.each.overrideQuality = own;
+        return mustBuild(arguments).bank.size();
     };
     EXPECT_LT(bytes(10, 0), bytes(90, 0));
     EXPECT_EQ(bytes(10, 90), bytes(90, 0));
@@ -153,11 +153,11 @@ TEST_F(Sound, SoundsLikeItsSourceInEveryFormatAndAtOtherRates)
         {TARNOK_FORMAT_KADPCM, 22050, 22050, 35}, {TARNOK_FORMAT_VORBIS, 0, 44100, 20},
         {TARNOK_FORMAT_OPUS, 0, 48000, 20},       {TARNOK_FORMAT_OPUS, 11025, 12000, 20}};
     for (const auto& [format, wanted, rate, decibels] : cases) {
-        Order order = makeOrder({file});
-        order.format = format;
-        order.quality = 90;
-        order.each.desiredSampleRate = wanted;
-        const DecodedSound built = buildAndRead(order);
+        BuildArguments arguments = makeArguments({file});
+        arguments.format = format;
+        arguments.quality = 90;
+        arguments.each.desiredSampleRate = wanted;
+        const DecodedSound built = buildAndRead(arguments);
         EXPECT_EQ(built.rate, rate);
         const Signal expected = sine(1, rate, size_t(rate), 300);
         ASSERT_EQ(built.floats.size(), expected.samples.size());
@@ -166,7 +166,7 @@ TEST_F(Sound, SoundsLikeItsSourceInEveryFormatAndAtOtherRates)
 }
 
 // One sound that can be built, followed by some that can't.
-struct FailingSounds : Workshop
+struct FailingSounds : BuilderTest
 {
     struct Case
     {
@@ -179,7 +179,7 @@ struct FailingSounds : Workshop
     {
         makeFiles();
         for (const Case& each : cases)
-            order.sounds.push_back(each.files);
+            arguments.sounds.push_back(each.files);
     }
 
     ~FailingSounds() override { fs::current_path(fullPath("..")); }
@@ -211,6 +211,9 @@ struct FailingSounds : Workshop
     const std::vector<Case> cases = {
         {{"good.wav"}, TARNOK_OK, ""},
         {{"good.wav", "missing.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "missing.wav: the file does not exist"},
+        {{"Song.xm"},
+         TARNOK_ERR_FILE_NOT_FOUND,
+         "Song.xm: the file does not exist (Song.xm); song.xm is there: upper and lower case must match"},
         {{"good.wav/deeper.wav"}, TARNOK_ERR_FILE_NOT_FOUND, "good.wav is a file, not a folder"},
         {{"text.wav"}, TARNOK_ERR_INVALID_FORMAT, "text.wav: this is not a supported sound file"},
         {{"empty.wav"}, TARNOK_ERR_INVALID_FORMAT, "empty.wav: the file is empty"},
@@ -229,18 +232,18 @@ struct FailingSounds : Workshop
         {std::vector<std::string>(17, "good.wav"), TARNOK_ERR_INVALID_FORMAT, "34 channels"},
     };
     const int faults = int(cases.size()) - 1;
-    Order order = makeOrder({});
+    BuildArguments arguments = makeArguments({});
 };
 
 TEST_F(FailingSounds, AreAllTriedAndEachReportsItsReason)
 {
     for (const TARNOK_FORMAT format : allFormats) {
-        order.format = format;
-        const Outcome all = build(order);
+        arguments.format = format;
+        const Outcome all = build(arguments);
         EXPECT_EQ(all.result, TARNOK_ERR_FILE_NOT_FOUND) << "the first sound in the list determines it";
         EXPECT_EQ(all.countReports(TARNOK_STATE_FINISHED), 1);
         EXPECT_EQ(all.countReports(TARNOK_STATE_FAILED), faults);
-        EXPECT_FALSE(fs::exists(order.output));
+        EXPECT_FALSE(fs::exists(arguments.output));
         for (const Report& report : all.reports) {
             if (report.state != TARNOK_STATE_FAILED || report.sound < 0)
                 continue;
@@ -253,7 +256,7 @@ TEST_F(FailingSounds, AreAllTriedAndEachReportsItsReason)
 
 TEST_F(FailingSounds, AreSummarisedForTheBank)
 {
-    const Outcome all = build(order);
+    const Outcome all = build(arguments);
     const Report& last = all.reports.back();
     EXPECT_EQ(last.sound, -1);
     EXPECT_EQ(last.code, all.result);
@@ -270,17 +273,17 @@ TEST_F(FailingSounds, AreSummarisedForTheBank)
 
 TEST_F(FailingSounds, BecomeEmptyWhereErrorsAreIgnoredUnlessNoSoundIsLeft)
 {
-    order.initFlags |= TARNOK_INIT_IGNORE_ERRORS;
-    const Outcome ignored = build(order);
+    arguments.initFlags |= TARNOK_INIT_IGNORE_ERRORS;
+    const Outcome ignored = build(arguments);
     EXPECT_EQ(ignored.result, TARNOK_OK);
     EXPECT_EQ(ignored.countReports(TARNOK_STATE_FAILED), faults);
-    const std::vector<DecodedSound> sounds = readSounds(order.output);
-    ASSERT_EQ(sounds.size(), order.sounds.size());
+    const std::vector<DecodedSound> sounds = readSounds(arguments.output);
+    ASSERT_EQ(sounds.size(), arguments.sounds.size());
     for (size_t i = 0; i < sounds.size(); ++i)
         EXPECT_EQ(sounds[i].samples, i == 0 ? 500u : 0u);
 
-    order.sounds.erase(order.sounds.begin());
-    const Outcome none = build(order);
+    arguments.sounds.erase(arguments.sounds.begin());
+    const Outcome none = build(arguments);
     EXPECT_EQ(none.result, TARNOK_ERR_CANNOT_CONTINUE);
     EXPECT_EQ(none.reportedStates(-1), std::vector{TARNOK_STATE_FAILED});
 }
@@ -295,19 +298,19 @@ TEST_F(Sound, FailsAtALimitOfTheProcessWhichContinues)
         {RLIMIT_NOFILE, rlim_t(next) + 12, 16, "too many open files while opening long.flac"},
     };
     for (const auto& [resource, most, files, text] : limits) {
-        Order order = makeOrder({});
-        order.sounds = {std::vector(files, file)};
+        BuildArguments arguments = makeArguments({});
+        arguments.sounds = {std::vector(files, file)};
         for (const TARNOK_FORMAT format : allFormats) {
-            order.format = format;
+            arguments.format = format;
             rlimit former{};
             getrlimit(resource, &former);
             const rlimit limit{most, former.rlim_max};
             ASSERT_EQ(setrlimit(resource, &limit), 0);
-            const Outcome outcome = build(order);
+            const Outcome outcome = build(arguments);
             setrlimit(resource, &former);
             EXPECT_TRUE(outcome.failed(TARNOK_ERR_FILE_OS, text)) << format;
             EXPECT_EQ(leftovers(), std::vector<std::string>());
-            mustBuild(order);
+            mustBuild(arguments);
         }
     }
 }
@@ -317,9 +320,9 @@ TEST_F(Sound, IsResampledByLargeFactorsWithinLimits)
     const std::tuple<int, float, bool> cases[] = {{750, 48000, true}, {749, 48000, false},  {1, 48000, false},
                                                   {1, 1, true},       {192'000, 200, true}, {768'000, 700, false}};
     for (const auto& [from, to, isPossible] : cases) {
-        Order order = makeOrder({makeSound("rate.wav", noise(1, from, 500))});
-        order.each.desiredSampleRate = to;
-        const Outcome outcome = build(order);
+        BuildArguments arguments = makeArguments({makeSound("rate.wav", noise(1, from, 500))});
+        arguments.each.desiredSampleRate = to;
+        const Outcome outcome = build(arguments);
         if (isPossible)
             EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
         else
@@ -331,26 +334,27 @@ TEST_F(Sound, ComesFromABankOnlyIfItHasOneUnencryptedSound)
 {
     const std::vector<std::string> files = makeSounds(2);
     const auto buildBank = [&](const char* name, const std::vector<std::string>& sounds, const char* key = nullptr) {
-        Order order = makeOrder(sounds);
-        order.output = fullPath(name);
-        order.key = key;
-        mustBuild(order);
-        return order.output;
+        BuildArguments arguments = makeArguments(sounds);
+        arguments.output = fullPath(name);
+        arguments.key = key;
+        mustBuild(arguments);
+        return arguments.output;
     };
-    EXPECT_TRUE(buildAndRead(makeOrder({buildBank("one.tnb", {files[0]})})).bytes == readSounds(files[0]).at(0).bytes);
-    const Outcome two = build(makeOrder({buildBank("two.tnb", files)}));
+    EXPECT_TRUE(buildAndRead(makeArguments({buildBank("one.tnb", {files[0]})})).bytes
+                == readSounds(files[0]).at(0).bytes);
+    const Outcome two = build(makeArguments({buildBank("two.tnb", files)}));
     EXPECT_TRUE(two.failed(TARNOK_ERR_INVALID_FORMAT, "two.tnb: this bank contains 2 sounds"));
-    const Outcome locked = build(makeOrder({buildBank("locked.tnb", {files[0]}, "key")}));
+    const Outcome locked = build(makeArguments({buildBank("locked.tnb", {files[0]}, "key")}));
     EXPECT_TRUE(locked.failed(TARNOK_ERR_INVALID_FORMAT, "encrypted"));
 }
 
 TEST_F(Sound, LowersTheRateToWhatIsAudibleWhenAsked)
 {
     const auto builtRate = [&](const Signal& signal, TARNOK_FORMAT format = TARNOK_FORMAT_PCM, int kind = wav16) {
-        Order order = makeOrder({makeSound("source.wav", signal, kind)});
-        order.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
-        order.format = format;
-        return buildAndRead(order).rate;
+        BuildArguments arguments = makeArguments({makeSound("source.wav", signal, kind)});
+        arguments.flags = TARNOK_BUILD_OPTIMIZESAMPLERATE;
+        arguments.format = format;
+        return buildAndRead(arguments).rate;
     };
     const double low = builtRate(sine(1, 44100, 50'000, 4900));
     EXPECT_TRUE(low == 11025 || low == 12000) << low;

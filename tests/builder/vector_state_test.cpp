@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The state of the vector registers where the workers enter other libraries. The functions of this program replace
 // those of the libraries.
+#include "builder_test.hpp"
 #include "support/vector_state.hpp"
-#include "workshop.hpp"
 
 #include <opus/opus_multistream.h>
 #include <soxr.h>
@@ -102,7 +102,7 @@ XXH_errorcode XXH3_64bits_update(XXH3_state_t* state, const void* bytes, size_t 
 } // extern "C"
 #pragma GCC visibility pop
 
-using VectorState = Workshop;
+using VectorState = BuilderTest;
 
 // With the upper halves in use, each switch between a library's SSE code and the AVX code of the C library's
 // mathematical functions takes a hundred times as long on many processors.
@@ -110,12 +110,12 @@ TEST_F(VectorState, IsUnusedWhereALibraryIsEntered)
 {
     if (!reportsVectorState())
         GTEST_SKIP() << "this processor has no AVX, or doesn't report the state (XGETBV with ECX = 1)";
-    Order order = makeOrder(makeSounds(4, 20000));
-    order.each.desiredSampleRate = 32000;
+    BuildArguments arguments = makeArguments(makeSounds(4, 20000));
+    arguments.each.desiredSampleRate = 32000;
     for (const TARNOK_FORMAT format : allFormats) {
-        order.format = format;
+        arguments.format = format;
         useUpperHalves();
-        mustBuild(order);
+        mustBuild(arguments);
     }
     EXPECT_EQ(entries.inUse, std::set<std::string>());
     for (const char* function : {"vorbis_analysis_init", "vorbis_analysis_wrote", "opus_multistream_encode_float",

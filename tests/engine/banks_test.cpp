@@ -60,6 +60,16 @@ TEST(ABankOfSeveralSounds, ReportsAboutThemAndIsNotReadItself)
         EXPECT_EQ(byIndex, byName);
         EXPECT_EQ(byIndex->getBankInfo(&info), KESS_ERR_SUBSOUNDS);
         EXPECT_EQ(byIndex->verifyData(), KESS_OK);
+        KESS_ENCODING encoding{};
+        EXPECT_EQ(byIndex->getEncoding(&encoding), KESS_ERR_INVALID_PARAM);
+        for (const int bytes : {32, 40}) { // of programs without and with the checksum
+            encoding.cbsize = bytes;
+            encoding.dataChecksum = 1;
+            EXPECT_EQ(byIndex->getEncoding(&encoding), KESS_OK);
+            EXPECT_EQ(encoding.cbsize, bytes);
+            EXPECT_EQ(int(encoding.codec), int(codec));
+            EXPECT_EQ(encoding.dataChecksum == 1, bytes == 32);
+        }
         EXPECT_EQ(byIndex->getName(buffer, sizeof buffer), KESS_OK);
         EXPECT_STREQ(buffer, "sound 1");
         EXPECT_EQ(readFacts(*byIndex).type, KESS_SOUND_TYPE_TNB);
@@ -215,6 +225,8 @@ TEST(ASoundOfAnExternalCodec, ReportsItsFactsAndIsVerifiedWithoutBeingDecoded)
     EXPECT_EQ(sound->verifyData(), KESS_OK);
     float frame = 0;
     EXPECT_EQ(sound->readFloat(&frame, 1, nullptr), KESS_ERR_UNSUPPORTED);
+    KESS::Sound* voice = nullptr;
+    EXPECT_EQ(sound->createVoice(&voice), KESS_ERR_UNSUPPORTED);
 
     std::vector<KESS_RESULT> findings;
     const auto take = [](void* data, int, KESS_RESULT result, const char*) -> int {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Writes small seed inputs for fuzz_engine, fuzz_bank and fuzz_cache, into one subfolder for each of them in the given
-// folder. They are the same each time, except for random stream numbers and times from libsndfile.
+// Writes small seed inputs for the targets that read sounds and for fuzz_cache, into one subfolder for each of them in
+// the given folder. They are the same each time, except for random stream numbers and times from libsndfile.
 #include "base/bytes.hpp"
 #include "support/bank_maker.hpp"
 #include "support/hostile_files.hpp"
@@ -48,6 +48,19 @@ std::vector<bank_test::EncodedSound> encodedSounds()
 void append(Bytes& bytes, const Bytes& more)
 {
     bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+// Copies the files of a folder for fuzz_memory, and for fuzz_callbacks, which doesn't fail with these.
+void copyForSources(const std::string& from, const std::string& memory, const std::string& callbacks)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(from)) {
+        const Bytes bytes = test::readFile(entry.path());
+        const std::string name = entry.path().filename();
+        test::writeFile(memory + name, bytes);
+        Bytes controlled(4);
+        append(controlled, bytes);
+        test::writeFile(callbacks + name, controlled);
+    }
 }
 
 // See fuzz_cache.cpp.
@@ -107,6 +120,8 @@ int main(int argc, char** argv)
     const std::vector<bank_test::EncodedSound> sounds = encodedSounds();
     for (size_t i = 0; i < sounds.size(); ++i)
         test::writeFile(bank + "sound " + std::to_string(i), bank_test::makeBank({sounds[i], sounds[i]}));
+    for (const std::string& folder : {engine, bank})
+        copyForSources(folder, makeFolder("memory"), makeFolder("callbacks"));
     writeCache(makeFolder("cache"), sounds);
     return 0;
 }

@@ -278,12 +278,16 @@ class RemarksTest(ProgramCase):
     def test_names_sounds_that_fail_during_the_build(self):
         write_wav(self.folder_in / "good.wav")
         (self.folder_in / "LOUD.WAV").write_bytes((self.folder_in / "good.wav").read_bytes())
-        failed = "could not build 'in/LOUD.wav': LOUD.wav: the file does not exist (in/LOUD.wav)\n"
+        in_capitals = "LOUD.WAV is there: suffixes must be lowercase\n"
+        failed = f"could not build 'in/LOUD.wav': LOUD.wav: the file does not exist (in/LOUD.wav); {in_capitals}"
         status, output, errors = self.run_apart("./in", "-o", "x.tnb", "-ignore_errors")
         self.assertEqual((status, errors), (ALL_WRITTEN, failed))
+        self.assert_builds("./in", "-o", "x.tnproj", "-write_proj")
+        self.assertEqual(self.run_apart("x.tnproj", "-o", "x.tnb", "-ignore_errors")[2],
+                         f"left out 'in/LOUD.wav': no such file; {in_capitals}")
         status, output, errors = self.run_apart("./in", "-o", "x.tnb")
         self.assertEqual((status, errors.splitlines(True)[0]), (BUILD_FAILED, failed))
-        self.assertIn("1 of 2 sounds could not be built", errors)
+        self.assertRegex(errors, r"1 of 2 sounds could not be built; \d: LOUD.wav")
         self.assertRegex(output, r"ERROR: Soundbank failed: 1 of 2 sounds could not be built\n  \d: LOUD.wav: .*\n"
                                  r"ERROR: \nBuild failed: x.tnb\n")
         self.assertIn("'x.tnb' was not written: ", errors)
@@ -291,12 +295,16 @@ class RemarksTest(ProgramCase):
     def test_says_why_a_bank_is_not_written_and_what_is_no_project(self):
         write_wav(self.work / "a.wav")
         (self.work / "empty.wav").touch()
-        (self.work / "damaged.tnproj").write_text("<soundbank>\n<file_name>x</file_name>\n</other>")
+        for name in ("damaged.tnproj", "refused.tnprofile"):
+            (self.work / name).write_text("<soundbank>\n<file_name>x</file_name>\n</other>")
+        (self.work / "cut.tnproj").write_text("<soundbank>\n<file_name>x</file")
         for arguments, expected, words in (
             (("a.wav", "-o", "no/such/x.tnb"), BUILD_FAILED, "the folder no/such does not exist"),
             (("a.wav", "-o", "a.wav/x.tnb"), BUILD_FAILED, "was not written: "),
             (("damaged.tnproj", "-o", "x.tnb"), None, "left out 'damaged.tnproj': a damaged project, line 3: "),
             (("empty.wav", "-o", "x.tnb"), None, "'empty.wav' is empty"),
+            (("cut.tnproj", "-o", "x.tnb"), None, "'cut.tnproj' ends early, in line 2"),
+            (("a.wav", "-profile", "refused.tnprofile", "-o", "x.tnb"), None, "the profile 'refused.tnprofile' is damaged"),
         ):
             with self.subTest(arguments=arguments):
                 status, _, errors = self.run_apart(*arguments)

@@ -101,9 +101,12 @@ class InfoTest(TnbCase):
         for name, major in (("older.tnb", 1), ("newer.tnb", 3)):
             other[8] = major
             (self.work / name).write_bytes(other)
+        (self.work / "link.tnb").symlink_to("nothing")
         (self.work / "wide").write_bytes("k".encode("utf-16"))
         for arguments, words in (
-            (["gone.tnb"], "gone.tnb: no such file"),
+            (["gone.tnb"], "gone.tnb: no such file\n"),
+            (["link.tnb"], "link.tnb: no such file\n"),
+            (["Other.tnb"], "Other.tnb: no such file: other.tnb is there: upper and lower case must match\n"),
             (["a.wav"], "a.wav: not a sound bank"),
             (["empty"], "empty: can't be read: it is empty"),
             (["in/.."], r"in/\.\.: "),
@@ -113,6 +116,7 @@ class InfoTest(TnbCase):
             ([locked, "--key-file", "empty"], "can't read the key from empty"),
             ([locked, "--key-file", "gone"], "can't read the key from gone"),
             ([locked, "--key-file", "wide"], "wide is in UTF-16"),
+            ([locked, "--key-file", "/dev/zero"], "the first line of /dev/zero is too long for a key"),
             (["older.tnb"], "it has a version of the bank format that this program can't read"),
             (["newer.tnb"], "it has a version of the bank format that this program can't read"),
             (["a.wav", "--\x1b[2J"], r"\\x1b\[2J"),

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <stdexcept>
 
@@ -55,6 +56,29 @@ void useSound(KESS::Sound& sound, std::initializer_list<uint64_t> positions)
     static_cast<void>(sound.getEncoding(&encoding));
 }
 
+// Two voices of a sound decode the same.
+void useVoices(KESS::Sound& sound)
+{
+    constexpr unsigned kFrames = 500;
+    std::vector<float> samples[2];
+    int results[2];
+    for (int i = 0; i < 2; ++i) {
+        KESS::Sound* voice = nullptr;
+        results[i] = sound.createVoice(&voice);
+        requireOneOf(results[i], {KESS_OK, KESS_ERR_UNSUPPORTED}, "making a voice");
+        if (results[i] != KESS_OK)
+            continue;
+        const SoundPointer owned(voice);
+        unsigned got = 0;
+        samples[i].resize(kFrames * size_t(readFacts(*voice).channels));
+        results[i] = voice->readFloat(samples[i].data(), kFrames, &got);
+        samples[i].resize(got * size_t(readFacts(*voice).channels));
+    }
+    require(results[0] == results[1] && samples[0].size() == samples[1].size()
+                && std::memcmp(samples[0].data(), samples[1].data(), samples[0].size() * sizeof(float)) == 0,
+            "voices that differ");
+}
+
 void useSubsounds(KESS::Sound& bank, const char* key)
 {
     const int unlocked = bank.setEncryptionKey(key);
@@ -72,18 +96,21 @@ void useSubsounds(KESS::Sound& bank, const char* key)
             continue;
         const uint64_t length = readFacts(*sound).samples;
         useSound(*sound, {0, length / 2, length, length + 1});
+        useVoices(*sound);
     }
+}
+
+int countFault(void* data, int, KESS_RESULT result, const char* text)
+{
+    *static_cast<int*>(data) += !text || !*text ? 1'000'000 : result == KESS_ERR_FILE_BAD;
+    return 1;
 }
 
 // Every finding must have a text, and the result must report damage if a finding does.
 void verify(const std::string& path, const char* key)
 {
     int faults = 0;
-    const auto take = [](void* data, int, KESS_RESULT result, const char* text) -> int {
-        *static_cast<int*>(data) += !text || !*text ? 1'000'000 : result == KESS_ERR_FILE_BAD;
-        return 1;
-    };
-    const int result = engine().system().verifyBank(path.c_str(), key, take, &faults);
+    const int result = engine().system().verifyBank(path.c_str(), key, countFault, &faults);
     require(faults < 1'000'000, "a finding without a text");
     // An empty file can't be distinguished from an unreadable one.
     if (result != KESS_ERR_FILE_BAD) {
@@ -92,22 +119,35 @@ void verify(const std::string& path, const char* key)
     }
 }
 
-void use(const std::string& path, const char* key)
+// The same for an opened bank, whose medium may fail.
+void verify(KESS::Sound& bank)
 {
-    SoundPointer sound;
-    const int result = engine().open(path, &sound);
+    int faults = 0;
+    const int result = bank.verifyBank(countFault, &faults);
+    requireOneOf(result,
+                 {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_SUBSOUNDS, KESS_ERR_KEY_MISSING},
+                 "verifying");
+    require(faults < 1'000'000 && (faults > 0) == (result == KESS_ERR_FILE_BAD), "findings that don't fit the result");
+}
+
+SoundPointer use(const OpenSound& open, const char* key)
+{
+    KESS::Sound* opened = nullptr;
+    const int result = open(&opened);
+    SoundPointer sound(opened);
     requireOneOf(result,
                  {KESS_OK, KESS_ERR_FILE_BAD, KESS_ERR_FILE_COULDNOTSEEK, KESS_ERR_FILE_NOTFOUND, KESS_ERR_FORMAT,
                   KESS_ERR_TOOMANYCHANNELS, KESS_ERR_VERSION},
                  "opening");
     if (result != KESS_OK)
-        return;
+        return nullptr;
     const Facts facts = readFacts(*sound);
     // Seeking decodes everything before the target; a damaged length must not make the target far.
     if (facts.type == KESS_SOUND_TYPE_TNB)
         useSubsounds(*sound, key);
     else
         useSound(*sound, {0, std::min<uint64_t>(facts.samples, 3000)});
+    return sound;
 }
 
 } // namespace
@@ -120,9 +160,26 @@ std::string useFile(const std::string& path)
 std::string useBank(const std::string& path, const char* key)
 {
     try {
-        use(path, key ? key : "");
+        const auto open = [&](KESS::Sound** sound) {
+            SoundPointer opened;
+            const KESS_RESULT result = engine().open(path, &opened);
+            *sound = opened.release();
+            return result;
+        };
+        use(open, key ? key : "");
         if (key)
             verify(path, key);
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return {};
+}
+
+std::string useSource(const OpenSound& open, const char* key)
+{
+    try {
+        if (const SoundPointer sound = use(open, key))
+            verify(*sound);
     } catch (const std::runtime_error& error) {
         return error.what();
     }

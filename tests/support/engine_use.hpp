@@ -2,6 +2,9 @@
 // What tests and fuzz targets do with modified files.
 #pragma once
 
+#include "kess.hpp"
+
+#include <functional>
 #include <string>
 
 namespace test {
@@ -10,5 +13,9 @@ namespace test {
 // verified as a bank. Returns what the engine did wrong, empty for nothing.
 [[nodiscard]] std::string useFile(const std::string& path);
 [[nodiscard]] std::string useBank(const std::string& path, const char* key);
+
+// The same for a sound from elsewhere, which open() opens. If it is a bank, it is verified.
+using OpenSound = std::function<KESS_RESULT(KESS::Sound**)>;
+[[nodiscard]] std::string useSource(const OpenSound& open, const char* key);
 
 } // namespace test

@@ -202,6 +202,32 @@ TEST_F(Builds, ReportSuccessAndFailureInTheLog)
     }
 }
 
+TEST_F(Builds, AreWatchedByAnObserver)
+{
+    struct Observer : BuildObserver
+    {
+        void reported(const TARNOK_PROGRESSITEM& item) override
+        {
+            seen += QString("%1:%2").arg(item.subSoundIndex).arg(item.state);
+        }
+        void ended(TARNOK_RESULT result, const char* text) override
+        {
+            seen += result == TARNOK_OK ? "ok" : QString("%1 %2").arg(result).arg(text);
+        }
+        QStringList seen;
+    } observer;
+    const SoundBank* bank = makeBank("a b");
+    buildSystem()->progressMonitor().setObserver(&observer);
+    builder()->reports = {{1, 1, TARNOK_STATE_ENCODING}, {1, 1, TARNOK_STATE_FINISHED}, {-1, 1, TARNOK_STATE_WRITING}};
+    build(bank);
+    builder()->reports.clear();
+    builder()->buildResult = TARNOK_ERR_MEMORY;
+    build(bank);
+    buildSystem()->progressMonitor().setObserver(nullptr);
+    build(bank);
+    EXPECT_EQ(observer.seen, QStringList({"1:3", "1:5", "-1:4", "ok", "13 Run out of memory."}));
+}
+
 TEST_F(Builds, RefuseInvalidBanksBeforeASecondBuild)
 {
     QSignalSpy changes(buildSystem(), &BuildSystem::buildStateChanged);

@@ -108,6 +108,11 @@ protected:
 TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
 {
     EXPECT_EQ(said([] { remarks()->add("to nobody"); }), "") << "only the console tool starts them";
+    QStringList received;
+    remarks()->sendTo([&](const QString& text) { received += text; });
+    EXPECT_EQ(said([] { remarks()->add("to another program\n"); }), "");
+    EXPECT_EQ(received, QStringList("to another program\n"));
+    remarks()->sendTo(nullptr);
     remarks()->start();
     EXPECT_EQ(said([] { remarks()->add("held"); }), "");
     EXPECT_EQ(said([] { remarks()->release(); }), "tarnokexcl: held\n") << "and nothing from before";

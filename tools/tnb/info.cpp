@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "info.hpp"
 
+#include "json.hpp"
 #include "text.hpp"
-
-#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <iostream>
@@ -12,152 +11,25 @@ namespace tnb {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // The properties of one sound, or the reason why they can't be read.
 using Listed = base::Result<SoundProperties>;
-
-// The name of a codec or sample format, in JSON and in text.
-struct Names
-{
-    const char* json;
-    const char* shown;
-};
-
-Names names(KESS_CODEC codec)
-{
-    switch (codec) {
-    case KESS_CODEC_PCM:
-        return {"pcm", "PCM"};
-    case KESS_CODEC_XMA:
-        return {"xma", "XMA"};
-    case KESS_CODEC_AT9:
-        return {"at9", "AT9"};
-    case KESS_CODEC_VORBIS:
-        return {"vorbis", "Vorbis"};
-    case KESS_CODEC_KADPCM:
-        return {"kadpcm", "KADPCM"};
-    case KESS_CODEC_OPUS:
-        return {"opus", "Opus"};
-    default:
-        return {"unknown", "unknown"};
-    }
-}
-
-Names names(KESS_SOUND_FORMAT format)
-{
-    switch (format) {
-    case KESS_SOUND_FORMAT_PCM8:
-        return {"pcm8", "8-bit"};
-    case KESS_SOUND_FORMAT_PCM16:
-        return {"pcm16", "16-bit"};
-    case KESS_SOUND_FORMAT_PCM24:
-        return {"pcm24", "24-bit"};
-    case KESS_SOUND_FORMAT_PCM32:
-        return {"pcm32", "32-bit"};
-    case KESS_SOUND_FORMAT_PCMFLOAT:
-        return {"float", "float"};
-    default:
-        return {"unknown", "unknown"};
-    }
-}
-
-std::string guidText(const KESS_BANKINFO& info)
-{
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (int i = 0; i < 16; ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10)
-            text += '-';
-        text += kDigits[info.guid[i] >> 4];
-        text += kDigits[info.guid[i] & 15];
-    }
-    return text;
-}
-
-std::string versionText(const KESS_BANKINFO& info)
-{
-    return std::to_string(info.majorVersion) + "." + std::to_string(info.minorVersion);
-}
-
-// Decoded bytes per encoded byte; nullopt if either is 0.
-std::optional<double> compressionRatio(double decodedBytes, uint64_t bytes)
-{
-    return decodedBytes > 0 && bytes > 0 ? std::optional(decodedBytes / static_cast<double>(bytes)) : std::nullopt;
-}
-
-std::optional<double> bitsPerSample(const SoundProperties& sound)
-{
-    const double samples = static_cast<double>(sound.samples) * sound.channels;
-    return samples > 0 ? std::optional(static_cast<double>(sound.bytes) * 8 / samples) : std::nullopt;
-}
-
-// Rounded so that equal banks give equal text on every machine.
-Json rounded(const std::optional<double>& value, double steps)
-{
-    return value ? Json(std::round(*value * steps) / steps) : Json();
-}
-
-Json toJson(int index, const Listed& listed)
-{
-    Json json{{"index", index}};
-    if (!listed) {
-        json["error"] = listed.error().text;
-        return json;
-    }
-    const SoundProperties& sound = *listed;
-    json["name"] = sound.name;
-    json["codec"] = names(sound.codec).json;
-    json["quality"] = sound.quality > 0 ? Json(sound.quality) : Json();
-    json["sampleFormat"] = names(sound.format).json;
-    json["channels"] = sound.channels;
-    json["rate"] = sound.rate;
-    json["samples"] = sound.samples;
-    json["seconds"] = rounded(sound.seconds(), 1e6);
-    json["loop"] = sound.loop ? Json{{"start", sound.loop->start}, {"end", sound.loop->end}} : Json();
-    json["syncPoints"] = Json::array();
-    for (const base::SyncPoint& point : sound.syncPoints)
-        json["syncPoints"].push_back({{"sample", point.frame}, {"name", point.name}});
-    json["peak"] = sound.peak ? rounded(*sound.peak, 1e6) : Json();
-    json["bytes"] = sound.bytes;
-    json["bitsPerSample"] = rounded(bitsPerSample(sound), 1e3);
-    json["ratio"] = rounded(compressionRatio(sound.decodedBytes(), sound.bytes), 1e3);
-    return json;
-}
-
-// Names and paths may be invalid UTF-8, which is replaced.
-std::string toText(const Json& json)
-{
-    return json.dump(2, ' ', false, Json::error_handler_t::replace);
-}
 
 // Writes sound after sound, so that memory doesn't grow with their number.
 Status printJson(const std::string& path, OpenedBank& bank)
 {
-    const KESS_BANKINFO& info = bank.info();
-    Json head;
-    head["file"] = path;
-    head["version"] = versionText(info);
-    head["codec"] = names(info.codec).json;
-    head["quality"] = info.quality > 0 ? Json(info.quality) : Json();
-    head["bytes"] = info.fileBytes;
-    head["encrypted"] = info.encrypted != 0;
-    head["guid"] = info.hasGuid ? Json(guidText(info)) : Json();
-    head["names"] = info.hasNames != 0;
-    std::string text = toText(head);
-    text.resize(text.rfind("\n}"));
-    writeJson(std::cout, text, 0);
-    std::cout << ",\n  \"sounds\": [";
-
     Status status = Status::Success;
+    JsonOutput output;
+    const Json head = toJson(path, bank.info());
+    for (const auto& [name, value] : head.items())
+        output.member(name, value);
+    output.beginArray("sounds");
     for (int i = 0; i < bank.soundCount(); ++i) {
         const Listed listed = bank.properties(i);
         if (!listed)
             status = Status::Damaged;
-        std::cout << (i > 0 ? ",\n" : "\n");
-        writeJson(std::cout, toText(toJson(i, listed)), 4);
+        output.item(listed ? toJson(*listed) : Json{{"index", i}, {"error", listed.error().text}});
     }
-    std::cout << (bank.soundCount() > 0 ? "\n  ]\n}\n" : "]\n}\n");
+    output.endArray();
     return status;
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The bank inspector: its command line.
+#include "../key_file.hpp"
 #include "../standard_streams.hpp"
 
+#include "diff.hpp"
 #include "extract.hpp"
 #include "info.hpp"
 #include "text.hpp"
@@ -12,7 +14,6 @@
 #include <algorithm>
 #include <clocale>
 #include <csignal>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -27,12 +28,15 @@ struct KeyOptions
     std::string text;
     std::string file;
 
-    void addTo(CLI::App& command)
+    void addTo(CLI::App& command) { add(command, "-k,--key", "--key-file", "Key of an encrypted bank"); }
+
+    // For a second bank with a key of its own.
+    void addSecondTo(CLI::App& command)
     {
-        CLI::Option* given = command.add_option("-k,--key", text, "Key of an encrypted bank");
-        command.add_option("--key-file", file, "File whose first line is the key; - means standard input")
-            ->excludes(given);
+        add(command, "--new-key", "--new-key-file", "Key of NEW; default: the key of OLD");
     }
+
+    [[nodiscard]] bool isGiven() const { return !text.empty() || !file.empty(); }
 
     [[nodiscard]] base::Result<Key> key() const
     {
@@ -42,32 +46,20 @@ struct KeyOptions
     }
 
 private:
+    void add(CLI::App& command, const std::string& option, const std::string& fileOption, const std::string& help)
+    {
+        CLI::Option* given = command.add_option(option, text, help);
+        command.add_option(fileOption, file, "File whose first line is the key; - means standard input")
+            ->excludes(given);
+    }
+
     static base::Error error(const std::string& reason) { return {base::ErrorCode::Invalid, reason}; }
 
     [[nodiscard]] base::Result<Key> read() const
     {
-        std::ifstream stream;
-        if (file != "-")
-            stream.open(file, std::ios::binary);
         std::string line;
-        if (!std::getline(file == "-" ? std::cin : stream, line))
-            return error("can't read the key from " + file);
-        return clean(std::move(line));
-    }
-
-    // Removes what editors add invisibly.
-    [[nodiscard]] base::Result<Key> clean(std::string line) const
-    {
-        constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-        if (line.starts_with("\xff\xfe") || line.starts_with("\xfe\xff"))
-            return error(file + " is in UTF-16; a key is read in UTF-8");
-        if (line.starts_with(kByteOrderMark))
-            line.erase(0, kByteOrderMark.size());
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        if (line.empty())
-            return error("no key in the first line of " + file);
-        if (line.find('\0') != std::string::npos)
-            return error("a zero byte in the first line of " + file);
+        if (const std::string fault = readKeyFile(file, &line); !fault.empty())
+            return error(fault);
         return Key(std::move(line));
     }
 };
@@ -93,10 +85,11 @@ public:
         mApp.require_subcommand(1);
         mApp.footer(
             "Exit status: 0 success, 1 a bank is damaged, 2 a bank can't be read, a file can't be written, or the "
-            "arguments are wrong.");
+            "arguments are wrong. Of diff: 0 no difference, 1 the banks differ, 2 as above, or a bank is damaged.");
         addInfo();
         addValidate();
         addExtract();
+        addDiff();
     }
 
     int run(int argc, char** argv)
@@ -125,10 +118,10 @@ private:
 
     // Runs command(key) on a bank. If the key can't be read, the message names that bank.
     template <typename Command>
-    Status withKey(const std::string& bank, Command command)
+    Status withKey(const KeyOptions& options, const std::string& bank, Command command)
     {
         return attempt(bank, [&]() -> base::Result<Status> {
-            base::Result<Key> key = mKey.key();
+            base::Result<Key> key = options.key();
             if (!key)
                 return std::move(key.error());
             return command(*key);
@@ -142,7 +135,7 @@ private:
         command->add_flag("--json", mInfo.json, "Print JSON instead of text");
         mKey.addTo(*command);
         command->callback([this] {
-            mStatus = withKey(mInfo.bank, [this](const Key& key) {
+            mStatus = withKey(mKey, mInfo.bank, [this](const Key& key) {
                 mInfo.key = key;
                 return tnb::showInfo(mInfo);
             });
@@ -156,7 +149,7 @@ private:
         mKey.addTo(*command);
         command->callback([this] {
             // The key is read once: standard input can't be read again.
-            mStatus = withKey(mBanks.front(), [this](const Key& key) {
+            mStatus = withKey(mKey, mBanks.front(), [this](const Key& key) {
                 Status worst = Status::Success;
                 for (const std::string& bank : mBanks)
                     worst = std::max(worst, attempt(bank, [&] { return tnb::validate(bank, key); }));
@@ -178,18 +171,40 @@ private:
         command->add_flag("-f,--force", mExtract.replace, "Replace existing files");
         mKey.addTo(*command);
         command->callback([this] {
-            mStatus = withKey(mExtract.bank, [this](const Key& key) {
+            mStatus = withKey(mKey, mExtract.bank, [this](const Key& key) {
                 mExtract.key = key;
                 return tnb::extract(mExtract);
             });
         });
     }
 
-    CLI::App mApp{"Inspects sound banks: lists, checks and extracts their sounds.", "tnb"};
+    void addDiff()
+    {
+        CLI::App* command = mApp.add_subcommand("diff", "List what changed between two banks");
+        command->add_option("OLD", mDiff.oldBank, "Bank to compare with")->required();
+        command->add_option("NEW", mDiff.newBank, "Bank to compare")->required();
+        command->add_flag("--json", mDiff.json, "Print JSON instead of text");
+        mKey.addTo(*command);
+        mNewKey.addSecondTo(*command);
+        command->callback([this] {
+            const auto diff = [this](const Key& key) {
+                mDiff.newKey = key;
+                return tnb::showDiff(mDiff);
+            };
+            mStatus = withKey(mKey, mDiff.oldBank, [&](const Key& key) {
+                mDiff.oldKey = key;
+                return mNewKey.isGiven() ? withKey(mNewKey, mDiff.newBank, diff) : diff(key);
+            });
+        });
+    }
+
+    CLI::App mApp{"Inspects sound banks: lists, checks, compares and extracts their sounds.", "tnb"};
     KeyOptions mKey;
+    KeyOptions mNewKey;
     tnb::InfoRequest mInfo;
     std::vector<std::string> mBanks;
     tnb::ExtractRequest mExtract;
+    tnb::DiffRequest mDiff;
     Status mStatus = Status::Success;
 };
 

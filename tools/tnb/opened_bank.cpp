@@ -54,7 +54,7 @@ Error engineError(KESS_RESULT result)
 {
     switch (result) {
     case KESS_ERR_FILE_NOTFOUND:
-        return {ErrorCode::NotFound, "no such file"};
+        return {ErrorCode::NotFound, withDetail("no such file")};
     case KESS_ERR_FORMAT:
         return {ErrorCode::Format, "not a sound bank"};
     case KESS_ERR_VERSION:
@@ -167,6 +167,8 @@ Result<SoundProperties> OpenedBank::properties(int index)
     properties.codec = encoding.codec;
     properties.quality = encoding.quality;
     properties.bytes = encoding.dataBytes;
+    properties.tableBytes = encoding.extraBytes;
+    properties.checksum = encoding.dataChecksum;
 
     base::Loop loop;
     if (subsound.getLoopPoints(&loop.start, &loop.end) == KESS_OK)

@@ -31,6 +31,8 @@ struct SoundProperties
     uint32_t rate = 0; // hertz
     uint64_t samples = 0; // of one channel
     uint64_t bytes = 0; // of the encoded data
+    uint64_t tableBytes = 0; // of seek points, loop and sync points
+    uint64_t checksum = 0; // of the encoded data
     std::optional<base::Loop> loop;
     std::vector<base::SyncPoint> syncPoints;
     std::optional<float> peak;

@@ -2,7 +2,7 @@
 // Reads a bank: the header and the tables when it is opened, everything else on request.
 //
 // Nothing in the file is trusted: lengths and offsets are checked before they are used, and no allocation exceeds the
-// size of the file. Only one thread at a time may use a reader.
+// size of the file. Several threads may use a reader at once if its source permits that.
 //
 // With ErrorCode::Damaged, Error::text says what is damaged, without the name of the file or the sound.
 #pragma once
@@ -93,9 +93,9 @@ private:
 };
 
 // Returns the plain layout of the encrypted bank in source. Pieces are read, authenticated and decrypted on demand, in
-// any order; a few are kept in memory. Only one thread at a time may use the returned source. Deriving the key takes
-// about 19 MiB and some tens of milliseconds. ErrorCode::KeyWrong, ErrorCode::Damaged, ErrorCode::Format (not
-// encrypted), ErrorCode::Version, ErrorCode::Memory, ErrorCode::Io.
+// any order; some are kept in memory. Several threads may use the returned source at once if they may use the given
+// one. Deriving the key takes about 19 MiB and some tens of milliseconds. ErrorCode::KeyWrong, ErrorCode::Damaged,
+// ErrorCode::Format (not encrypted), ErrorCode::Version, ErrorCode::Memory, ErrorCode::Io.
 base::Result<std::shared_ptr<const base::ByteSource>> unlock(std::shared_ptr<const base::ByteSource> source,
                                                              std::string_view key);
 

@@ -45,6 +45,10 @@ Result<FileStamp> readStamp(const std::string& path);
 // kick.wav", for instance "writing".
 [[nodiscard]] Error fileError(std::string_view action, std::string_view path, int systemError);
 
+// For a path that leads to nothing: names a file of its folder whose name differs only in the case of ASCII letters, as
+// in "KICK.WAV is there: suffixes must be lowercase". Empty if there is none.
+[[nodiscard]] std::string fileInOtherCase(std::string_view path);
+
 // The following functions report ErrorCode::Io with systemError and without a text; fileError() provides the text.
 
 // Reads as much as is available and fits, from the descriptor's own position; 0 bytes at the end of the file.

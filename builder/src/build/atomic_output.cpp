@@ -4,6 +4,7 @@
 #include "base/file.hpp"
 #include "base/path.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -33,7 +34,7 @@ std::string followLink(const std::string& path)
 
 } // namespace
 
-base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
+base::Result<AtomicOutput> AtomicOutput::create(const std::string& path, bool keepUnchanged)
 {
     const std::string target = followLink(path);
     struct stat status;
@@ -51,7 +52,7 @@ base::Result<AtomicOutput> AtomicOutput::create(const std::string& path)
     base::Result<base::TemporaryFile> file = base::TemporaryFile::create(folder, base::baseName(target));
     if (!file)
         return file.error();
-    AtomicOutput output(target, std::move(*file));
+    AtomicOutput output(target, std::move(*file), keepUnchanged);
     if (exists)
         output.takePermissions(status);
     return output;
@@ -102,6 +103,14 @@ base::Result<> AtomicOutput::finish(const std::stop_token& stop)
 {
     if (base::Result<> done = flush(); !done)
         return done;
+    if (mKeepUnchanged) {
+        const base::Result<bool> same = equalsOldFile(stop);
+        if (!same)
+            return same.error();
+        mIsUnchanged = *same;
+        if (mIsUnchanged)
+            return {};
+    }
     // Some file systems have no permissions and refuse. That must not cost the bank.
     if (mMode)
         fchmod(mFile.descriptor(), *mMode);
@@ -120,8 +129,33 @@ base::Result<> AtomicOutput::finish(const std::stop_token& stop)
     return mFile.sync(mPath);
 }
 
+// An old file that can't be read is replaced.
+base::Result<bool> AtomicOutput::equalsOldFile(const std::stop_token& stop) const
+{
+    const base::Result<base::OpenedFile> former = base::openRegular(mPath);
+    if (!former || former->stamp.size != mWritten)
+        return false;
+    std::vector<uint8_t> formerBytes(kBufferBytes);
+    std::vector<uint8_t> bytes(kBufferBytes);
+    for (uint64_t offset = 0; offset < mWritten; offset += kBufferBytes) {
+        if (stop.stop_requested())
+            return base::cancelled();
+        const size_t size = std::min<uint64_t>(kBufferBytes, mWritten - offset);
+        if (!base::readAt(former->descriptor.get(), std::span(formerBytes).first(size), offset))
+            return false;
+        const base::Result<> read = base::readAt(mFile.descriptor(), std::span(bytes).first(size), offset);
+        if (!read)
+            return base::fileError("reading", mPath, read.error().systemError);
+        if (!std::equal(bytes.begin(), bytes.begin() + ptrdiff_t(size), formerBytes.begin()))
+            return false;
+    }
+    return true;
+}
+
 base::Result<> AtomicOutput::commit()
 {
+    if (mIsUnchanged)
+        return {};
     const base::Result<> done = mFile.commit(mPath);
     if (done)
         return {};

@@ -25,7 +25,8 @@ class AtomicOutput final : public base::ByteSink
 {
 public:
     // Creates the file under a temporary name in the folder of path. A symbolic link at path is followed and kept.
-    static base::Result<AtomicOutput> create(const std::string& path);
+    // keepUnchanged: an old file with the same bytes isn't replaced.
+    static base::Result<AtomicOutput> create(const std::string& path, bool keepUnchanged = false);
 
     // Removes leftover files of killed builds of path.
     static void removeAbandoned(const std::string& path);
@@ -35,10 +36,11 @@ public:
     // Starts again with an empty file.
     base::Result<> restart();
 
-    // Flushes everything to the disk, still under the temporary name. Checks stop every few MiB.
+    // Flushes everything to the disk, still under the temporary name, unless the old file is kept. Checks stop every
+    // few MiB.
     base::Result<> finish(const std::stop_token& stop);
 
-    // Replaces the old file.
+    // Replaces the old file, unless it is kept.
     base::Result<> commit();
 
     AtomicOutput(AtomicOutput&& other) noexcept
@@ -48,15 +50,19 @@ public:
         , mWritten(other.mWritten)
         , mFlushing(other.mFlushing)
         , mMode(other.mMode)
+        , mKeepUnchanged(other.mKeepUnchanged)
+        , mIsUnchanged(other.mIsUnchanged)
     { }
 
 private:
-    AtomicOutput(std::string path, base::TemporaryFile file)
+    AtomicOutput(std::string path, base::TemporaryFile file, bool keepUnchanged)
         : mPath(std::move(path))
         , mFile(std::move(file))
+        , mKeepUnchanged(keepUnchanged)
     { }
 
     void takePermissions(const struct stat& former);
+    base::Result<bool> equalsOldFile(const std::stop_token& stop) const;
     base::Result<> flush();
     base::Result<> put(std::span<const uint8_t> bytes);
     void advance(uint64_t bytes);
@@ -67,6 +73,8 @@ private:
     uint64_t mWritten = 0; // bytes in the file, without those in the buffer
     uint64_t mFlushing = 0; // of these, the bytes for which writing to the disk was requested
     std::optional<unsigned> mMode; // permissions of the old file
+    bool mKeepUnchanged;
+    bool mIsUnchanged = false;
 };
 
 } // namespace builder

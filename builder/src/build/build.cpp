@@ -49,7 +49,8 @@ base::Result<> Build::run()
 
 base::Result<> Build::runPhases()
 {
-    base::Result<BuildOutputs> outputs = BuildOutputs::open(mRequest, has(TARNOK_INIT_CREATE_HEADER));
+    base::Result<BuildOutputs> outputs = BuildOutputs::open(
+        mRequest, {.withHeader = has(TARNOK_INIT_CREATE_HEADER), .keepUnchanged = has(TARNOK_INIT_KEEP_UNCHANGED)});
     if (!outputs)
         return outputs.error();
     if (base::Result<> done = encodeSounds(); !done)

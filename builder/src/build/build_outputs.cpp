@@ -36,35 +36,37 @@ base::Result<> refuseSource(const BuildRequest& request)
 
 std::string headerPath(const BuildRequest& request)
 {
+    if (!request.headerFile.empty())
+        return request.headerFile;
     return std::string(base::withoutExtension(request.outputFile)) + ".h";
 }
 
 } // namespace
 
-base::Result<BuildOutputs> BuildOutputs::open(const BuildRequest& request, bool withHeader)
+base::Result<BuildOutputs> BuildOutputs::open(const BuildRequest& request, const Options& options)
 {
     if (const base::Result<> allowed = refuseSource(request); !allowed)
         return allowed.error();
-    base::Result<AtomicOutput> bank = AtomicOutput::create(request.outputFile);
+    base::Result<AtomicOutput> bank = AtomicOutput::create(request.outputFile, options.keepUnchanged);
     if (!bank)
         return bank.error();
     BuildOutputs outputs(std::move(*bank));
-    if (!withHeader) {
+    if (!options.withHeader) {
         AtomicOutput::removeAbandoned(headerPath(request));
         return outputs;
     }
-    if (const base::Result<> header = outputs.openHeader(request); !header)
+    if (const base::Result<> header = outputs.openHeader(request, options.keepUnchanged); !header)
         return header.error();
     return outputs;
 }
 
-base::Result<> BuildOutputs::openHeader(const BuildRequest& request)
+base::Result<> BuildOutputs::openHeader(const BuildRequest& request, bool keepUnchanged)
 {
     const std::string path = headerPath(request);
     if (path == request.outputFile)
         return base::Error{base::ErrorCode::Invalid, "the bank and its C header would have the same name"};
     // Refuses devices and pipes, which must not be read.
-    base::Result<AtomicOutput> header = AtomicOutput::create(path);
+    base::Result<AtomicOutput> header = AtomicOutput::create(path, keepUnchanged);
     if (!header)
         return header.error();
     if (base::Result<> replaceable = checkHeader(path); !replaceable)

@@ -14,14 +14,20 @@ namespace builder {
 class BuildOutputs
 {
 public:
+    struct Options
+    {
+        bool withHeader = false;
+        bool keepUnchanged = false; // files that would stay the same aren't replaced
+    };
+
     // Called before anything is encoded, so that a folder that can't be written to is reported immediately and not
     // after hours. ErrorCode::Invalid: an output would replace a source of the bank or a file that isn't a C header, or
     // both outputs have the same name.
-    static base::Result<BuildOutputs> open(const BuildRequest& request, bool withHeader);
+    static base::Result<BuildOutputs> open(const BuildRequest& request, const Options& options);
 
     AtomicOutput& bank() { return mBank; }
 
-    // Completes both files and replaces the old ones.
+    // Completes both files and replaces the old ones, except for those that stay as they are.
     base::Result<> commit(const BuildRequest& request, const std::stop_token& stop);
 
 private:
@@ -29,7 +35,7 @@ private:
         : mBank(std::move(bank))
     { }
 
-    base::Result<> openHeader(const BuildRequest& request);
+    base::Result<> openHeader(const BuildRequest& request, bool keepUnchanged);
     base::Result<> writeHeader(const BuildRequest& request, const std::stop_token& stop);
 
     AtomicOutput mBank;

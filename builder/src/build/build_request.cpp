@@ -32,7 +32,7 @@ base::Result<BuildRequest> checkRequest(const TARNOK_SUBSOUND* subsounds, unsign
         return invalid("the encryption key is empty");
 
     BuildRequest request{
-        {subsounds, numSubsounds}, {format, buildFlags, quality, nullptr}, std::nullopt, outputFileName};
+        {subsounds, numSubsounds}, {format, buildFlags, quality, nullptr}, std::nullopt, outputFileName, {}};
     if (encryptionKey)
         request.encryptionKey = encryptionKey;
     for (size_t index = 0; index < numSubsounds; ++index) {

@@ -21,6 +21,7 @@ struct BuildRequest
     BuildSettings settings;
     std::optional<std::string> encryptionKey;
     std::string outputFile;
+    std::string headerFile = {}; // empty: beside the bank
 };
 
 // Validates the arguments of Tarnok_Build. ErrorCode::Invalid, with a text that names the argument, if they can't be

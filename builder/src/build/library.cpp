@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace builder {
@@ -31,6 +32,13 @@ TARNOK_RESULT guarded(Call call) noexcept
     } catch (const std::exception&) {
         return TARNOK_ERR_FILE_OS;
     }
+}
+
+std::string headerFile()
+{
+    Library& state = library();
+    const std::lock_guard lock(state.mutex);
+    return state.headerFile;
 }
 
 } // namespace
@@ -70,6 +78,18 @@ TARNOK_RESULT Tarnok_Release(void)
     });
 }
 
+TARNOK_RESULT Tarnok_SetHeaderFile(const char* headerFileName)
+{
+    return guarded([&] {
+        if (headerFileName && !*headerFileName)
+            return TARNOK_ERR_INVALID_PARAM;
+        Library& state = library();
+        const std::lock_guard lock(state.mutex);
+        state.headerFile = headerFileName ? headerFileName : "";
+        return TARNOK_OK;
+    });
+}
+
 TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSubsounds, TARNOK_FORMAT format,
                            unsigned int buildFlags, unsigned int quality, const char* encryptionKey,
                            const char* outputFileName)
@@ -80,12 +100,13 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
         if (!running)
             return refused;
         const LibrarySettings& settings = running->settings();
-        const base::Result<BuildRequest> request =
+        base::Result<BuildRequest> request =
             checkRequest(subsounds, numSubsounds, format, buildFlags, quality, encryptionKey, outputFileName);
         if (!request) {
             BuildReports(library().queue, settings.flags & TARNOK_INIT_ALWAYS).bankFailed(request.error());
             return resultCode(request.error().code);
         }
+        request->headerFile = headerFile();
         const SignalShield shield(false);
         const base::Result<> result =
             Build(settings, *request, library().queue, library().remarks, running->stop()).run();

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <string>
 
 namespace builder {
 
@@ -30,6 +31,7 @@ struct Library
     std::shared_ptr<Session> session;
     ProgressQueue queue;
     Remarks remarks;
+    std::string headerFile; // of the next builds; empty: beside the bank
 };
 
 Library& library();

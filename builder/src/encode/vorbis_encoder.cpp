@@ -323,7 +323,11 @@ struct VorbisEncoder::Kind
     {
         vorbis_info_init(&info);
     }
-    ~Kind() { vorbis_info_clear(&info); }
+    ~Kind()
+    {
+        first.reset();
+        vorbis_info_clear(&info);
+    }
     Kind(const Kind&) = delete;
     Kind& operator=(const Kind&) = delete;
 
@@ -341,10 +345,21 @@ struct VorbisEncoder::Kind
         int coupling = channels == 2;
         if (vorbis_encode_ctl(&info, OV_ECTL_COUPLING_SET, &coupling) != 0 || vorbis_encode_setup_init(&info) != 0)
             return Error{ErrorCode::Unsupported};
-        LibvorbisEncoder library(info);
-        if (const base::Result<> result = library.start(); !result)
+        first = std::make_unique<LibvorbisEncoder>(info);
+        if (const base::Result<> result = first->start(); !result)
             return result.error();
-        return library.headers(&setup, &seamDecoder);
+        return first->headers(&setup, &seamDecoder);
+    }
+
+    // A state for one sound, started. Starting makes tables, which takes as long as encoding twenty packets.
+    base::Result<std::unique_ptr<LibvorbisEncoder>> library()
+    {
+        if (first)
+            return std::move(first);
+        auto library = std::make_unique<LibvorbisEncoder>(info);
+        if (const base::Result<> result = library->start(); !result)
+            return result.error();
+        return library;
     }
 
     int channels;
@@ -353,6 +368,7 @@ struct VorbisEncoder::Kind
     vorbis_info info{};
     std::vector<uint8_t> setup; // the headers
     VorbisSeamDecoder seamDecoder;
+    std::unique_ptr<LibvorbisEncoder> first; // made the headers, for the first sound
 };
 
 VorbisEncoder::VorbisEncoder() = default;
@@ -387,9 +403,10 @@ base::Result<> VorbisEncoder::encode(PreparedSound& sound, int quality, base::By
     encoded->quality = uint8_t(quality);
     encoded->setup = kind.setup;
 
-    LibvorbisEncoder library(kind.info);
-    if (const base::Result<> result = library.start(); !result)
-        return result.error();
+    const base::Result<std::unique_ptr<LibvorbisEncoder>> made = kind.library();
+    if (!made)
+        return made.error();
+    LibvorbisEncoder& library = **made;
     const int64_t warmUp = loopsAtStart(facts) ? library.longBlock() / kWarmUpDivisor : 0;
     if (const base::Result<> result = sound.seek(-warmUp); !result)
         return result.error();

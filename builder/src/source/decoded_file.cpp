@@ -6,6 +6,7 @@
 #include "base/path.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 
@@ -218,7 +219,7 @@ base::Error DecodedFile::errorFor(KESS_RESULT result) const
         return base::fileError(mSound ? "reading" : "opening", mPath, systemError);
     switch (result) {
     case KESS_ERR_FILE_NOTFOUND:
-        return refused(ErrorCode::NotFound, "the file does not exist (" + mPath + ")");
+        return base::fileError("opening", mPath, ENOENT);
     case KESS_ERR_FILE_BAD: {
         const base::Result<base::FileStamp> stamp = base::readStamp(mPath);
         const bool isEmpty = stamp && stamp->size == 0;

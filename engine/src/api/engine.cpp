@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "api/call.hpp"
-#include "api/sound.hpp"
+#include "api/open_sound.hpp"
 #include "banks/bank_verification.hpp"
-#include "decode/decoders.hpp"
 #include "kess.hpp"
-#include "parse/declared_length.hpp"
 
-#include <algorithm>
 #include <new>
 
 namespace engine {
@@ -14,35 +11,6 @@ namespace engine {
 namespace {
 
 using SoundPointer = KESS::SoundAccess::Pointer;
-
-base::Result<SoundPointer> openPlain(const RecognisedFile& file)
-{
-    SoundFacts facts;
-    facts.type = file.kind.type;
-    if (file.kind.reader == Reader::None)
-        return KESS::SoundAccess::fromFile(file.file, std::move(facts), nullptr);
-    base::Result<DecoderPointer> decoder = openDecoder(file);
-    if (!decoder)
-        return std::move(decoder.error());
-    facts = (*decoder)->facts();
-    facts.declaredCount = std::max(facts.declaredCount, declaredSampleCount(file, facts));
-    return KESS::SoundAccess::fromFile(file.file, std::move(facts), std::move(*decoder));
-}
-
-base::Result<SoundPointer> openRecognised(const FilePointer& file, KESS_SOUND_TYPE suggested)
-{
-    base::Result<RecognisedFile> recognised = recognise(file);
-    if (!recognised)
-        return std::move(recognised.error());
-    if (suggested != KESS_SOUND_TYPE_UNKNOWN && suggested != recognised->kind.type)
-        return base::Error{base::ErrorCode::Format, "it is of another kind"};
-    if (recognised->kind.reader != Reader::Bank)
-        return openPlain(*recognised);
-    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(file);
-    if (!bank)
-        return std::move(bank.error());
-    return KESS::SoundAccess::fromBank(std::move(*bank));
-}
 
 // Reduces a result to those that createSound() documents for a faulty file.
 KESS_RESULT asFileFault(KESS_RESULT result)
@@ -60,46 +28,33 @@ KESS_RESULT asFileFault(KESS_RESULT result)
     }
 }
 
-KESS_RESULT openSound(const char* path, KESS_SOUND_TYPE suggested, SoundPointer& sound)
+KESS_RESULT openSound(base::Result<MediumPointer> medium, KESS_SOUND_TYPE suggested, SoundPointer& sound)
 {
-    base::Result<FilePointer> file = InputFile::open(path);
-    if (!file)
-        return fail(std::move(file.error()));
-    base::Result<SoundPointer> opened = openRecognised(*file, suggested);
-    base::Result<> medium = (*file)->takeReadError();
+    if (!medium)
+        return fail(std::move(medium.error()));
+    const auto file = std::make_shared<const InputFile>(std::move(*medium));
+    base::Result<SoundPointer> opened = openAsSound(file, suggested);
+    base::Result<> failure = file->takeReadError();
     if (!opened) {
-        if (!medium) {
-            opened.error().text = std::move(medium.error().text);
-            opened.error().systemError = medium.error().systemError;
+        if (!failure) {
+            opened.error().text = std::move(failure.error().text);
+            opened.error().systemError = failure.error().systemError;
         }
         return fail(std::move(opened.error()));
     }
     // The readable part is delivered. The system error shows the caller why the file seems to be cut short.
-    if (!medium)
-        note(std::move(medium.error()));
+    if (!failure)
+        note(std::move(failure.error()));
     sound = std::move(*opened);
-    return KESS_OK;
-}
-
-KESS_RESULT asResult(Finding::Kind kind)
-{
-    switch (kind) {
-    case Finding::Kind::Damage:
-        return KESS_ERR_FILE_BAD;
-    case Finding::Kind::NotVerified:
-        return KESS_ERR_UNSUPPORTED;
-    case Finding::Kind::Remark:
-        break;
-    }
     return KESS_OK;
 }
 
 base::Result<std::unique_ptr<BankFile>> openUnlocked(const char* path, const char* key)
 {
-    base::Result<FilePointer> file = InputFile::open(path);
-    if (!file)
-        return std::move(file.error());
-    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(std::move(*file));
+    base::Result<MediumPointer> medium = openFile(path);
+    if (!medium)
+        return std::move(medium.error());
+    base::Result<std::unique_ptr<BankFile>> bank = BankFile::open(std::move(*medium));
     if (!bank || !(*bank)->locked())
         return bank;
     if (!key)
@@ -130,6 +85,12 @@ namespace KESS {
 struct System::Impl
 {
     bool initialised = false;
+
+    // Opens the sound in the medium that open() returns. isValid: whether the arguments are right that only the caller
+    // knows.
+    template <typename Open>
+    KESS_RESULT create(bool isValid, Open open, unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                       Sound** sound) const;
 };
 
 System::System()
@@ -158,24 +119,67 @@ KESS_RESULT System::init(int, unsigned int, void*)
     return KESS_OK;
 }
 
-KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+template <typename Open>
+KESS_RESULT System::Impl::create(bool isValid, Open open, unsigned int mode, const KESS_CREATESOUNDEXINFO* info,
+                                 Sound** sound) const
 {
     if (!sound)
         return KESS_ERR_INVALID_PARAM;
     *sound = nullptr;
-    if (!mImpl->initialised)
+    if (!initialised)
         return KESS_ERR_UNINITIALIZED;
-    if (!path || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
+    if (!isValid || (info && info->cbsize != static_cast<int32_t>(sizeof *info)))
         return KESS_ERR_INVALID_PARAM;
     return engine::asFileFault(engine::guarded([&] {
         SoundAccess::Pointer opened;
         const KESS_RESULT result =
-            engine::openSound(path, info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
+            engine::openSound(open(), info ? info->suggestedsoundtype : KESS_SOUND_TYPE_UNKNOWN, opened);
         if (opened && (mode & KESS_MODE_OPENONLY))
             SoundAccess::deferDecoders(*opened);
         *sound = opened.release();
         return result;
     }));
+}
+
+KESS_RESULT System::createSound(const char* path, unsigned int mode, const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    return mImpl->create(
+        path, [&] { return engine::openFile(path); }, mode, info, sound);
+}
+
+KESS_RESULT System::createSoundFromMemory(const void* data, uint64_t bytes, unsigned int mode,
+                                          const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = data && bytes <= KESS_MAX_SOURCE_BYTES;
+    return mImpl->create(
+        isValid, [&] { return engine::useMemory(data, bytes); }, mode, info, sound);
+}
+
+KESS_RESULT System::createSoundFromCallbacks(const KESS_SOURCE* source, unsigned int mode,
+                                             const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = source && source->cbsize == static_cast<int32_t>(sizeof *source) && source->read
+        && source->size <= KESS_MAX_SOURCE_BYTES;
+    std::shared_ptr<engine::CallbackMedium> medium;
+    const auto open = [&]() -> base::Result<engine::MediumPointer> {
+        base::Result<std::shared_ptr<engine::CallbackMedium>> made = engine::CallbackMedium::make(*source);
+        if (!made)
+            return std::move(made.error());
+        medium = std::move(*made);
+        return engine::MediumPointer(medium);
+    };
+    const KESS_RESULT result = mImpl->create(isValid, open, mode, info, sound);
+    if (result == KESS_OK)
+        medium->isKept = true;
+    return result;
+}
+
+KESS_RESULT System::createSoundFromRange(const char* path, uint64_t offset, uint64_t bytes, unsigned int mode,
+                                         const KESS_CREATESOUNDEXINFO* info, Sound** sound)
+{
+    const bool isValid = path && bytes <= KESS_MAX_SOURCE_BYTES;
+    return mImpl->create(
+        isValid, [&] { return engine::openFileRange(path, offset, bytes); }, mode, info, sound);
 }
 
 KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_CALLBACK finding, void* userData)
@@ -184,11 +188,8 @@ KESS_RESULT System::verifyBank(const char* path, const char* key, KESS_FINDING_C
         return KESS_ERR_UNINITIALIZED;
     if (!path)
         return KESS_ERR_INVALID_PARAM;
-    return engine::guarded([&] {
-        return engine::finish(engine::verifyBank(path, key, [&](const engine::Finding& found) {
-            return !finding || finding(userData, found.sound, engine::asResult(found.kind), found.text.c_str()) != 0;
-        }));
-    });
+    return engine::guarded(
+        [&] { return engine::finish(engine::verifyBank(path, key, engine::reportTo(finding, userData))); });
 }
 
 struct SystemAccess
@@ -198,12 +199,36 @@ struct SystemAccess
 
 } // namespace KESS
 
+namespace {
+
+static_assert(KESS_VERSION <= KESS_LIBRARY_VERSION && KESS_VERSION >> 16 == KESS_LIBRARY_VERSION >> 16,
+              "the header is newer than the release: CHANGELOG");
+
+// The first released header. It stays accepted, whatever the library's version.
+constexpr unsigned int kFirstVersion = 0x00020308;
+
+bool accepts(unsigned int headerVersion)
+{
+    return headerVersion == kFirstVersion
+        || (headerVersion >> 16 == KESS_LIBRARY_VERSION >> 16 && headerVersion <= KESS_LIBRARY_VERSION);
+}
+
+} // namespace
+
+extern "C" KESS_RESULT KESS_GetVersion(unsigned int* version)
+{
+    if (!version)
+        return KESS_ERR_INVALID_PARAM;
+    *version = KESS_LIBRARY_VERSION;
+    return KESS_OK;
+}
+
 extern "C" KESS_RESULT KESS_System_Create(KESS::System** system, unsigned int headerVersion)
 {
     if (!system)
         return KESS_ERR_INVALID_PARAM;
     *system = nullptr;
-    if (headerVersion != KESS_VERSION)
+    if (!accepts(headerVersion))
         return KESS_ERR_HEADER_MISMATCH;
     try {
         *system = KESS::SystemAccess::make();

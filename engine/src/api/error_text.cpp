@@ -21,7 +21,7 @@ extern "C" const char* KESS_ErrorString(KESS_RESULT result)
     case KESS_ERR_KEY_MISSING:
         return "The bank is encrypted and needs its key.";
     case KESS_ERR_INVALID_HANDLE:
-        return "The sound has been released.";
+        return "The handle is null, or its sound has been released.";
     case KESS_ERR_INVALID_PARAM:
         return "An argument of the call is out of its range or missing.";
     case KESS_ERR_INVALID_POSITION:

@@ -33,23 +33,29 @@ base::Result<size_t> LoopPlayer::decode(uint8_t* buffer, Form form, size_t count
                            : mDecoder->read(buffer, count);
 }
 
-bool LoopPlayer::storeLoop(Form form)
+bool LoopPlayer::isShortLoop() const
 {
     constexpr uint64_t kMaximumFrames = 16384;
     constexpr uint64_t kMaximumSamples = 65536;
     const uint64_t frames = loop().end - loop().start;
-    if (frames > kMaximumFrames || frames * uint64_t(facts().channels) > kMaximumSamples)
+    return frames <= kMaximumFrames && frames * uint64_t(facts().channels) <= kMaximumSamples;
+}
+
+bool LoopPlayer::storeLoop(Form form)
+{
+    std::vector<uint8_t>& stored = mStoredLoop[form];
+    if (!isShortLoop())
         return false;
-    if (!mStoredLoop[form].empty())
+    if (!stored.empty())
         return true;
-    std::vector<uint8_t> bytes(size_t(frames) * frameBytes(form));
+    const auto frames = size_t(loop().end - loop().start);
     if (!mDecoder->seek(loop().start))
         return false;
-    const base::Result<size_t> decoded = decode(bytes.data(), form, size_t(frames));
+    stored.resize(frames * frameBytes(form));
+    const base::Result<size_t> decoded = decode(stored.data(), form, frames);
     if (!decoded || *decoded < frames)
-        return false;
-    mStoredLoop[form] = std::move(bytes);
-    return true;
+        stored.clear();
+    return !stored.empty();
 }
 
 base::Result<> LoopPlayer::repeatLoop(Form form)
@@ -70,15 +76,19 @@ base::Result<> LoopPlayer::repeatLoop(Form form)
 base::Result<> LoopPlayer::leaveStoredLoop(Form form)
 {
     mInStoredLoop = false;
-    const auto frames = size_t(mPosition - loop().start);
-    std::vector<uint8_t> skipped(frames * frameBytes(form));
     if (base::Result<> moved = mDecoder->seek(loop().start); !moved)
         return moved;
-    base::Result<size_t> decoded = decode(skipped.data(), form, frames);
-    if (!decoded)
-        return std::move(decoded.error());
-    if (*decoded < frames)
-        return base::Error{base::ErrorCode::Damaged};
+    alignas(float) std::array<uint8_t, 8192> skipped;
+    const size_t most = skipped.size() / frameBytes(form);
+    for (auto frames = size_t(mPosition - loop().start); frames > 0;) {
+        const size_t wanted = std::min(frames, most);
+        base::Result<size_t> decoded = decode(skipped.data(), form, wanted);
+        if (!decoded)
+            return std::move(decoded.error());
+        if (*decoded < wanted)
+            return base::Error{base::ErrorCode::Damaged};
+        frames -= wanted;
+    }
     return {};
 }
 
@@ -98,6 +108,8 @@ base::Result<size_t> LoopPlayer::readSome(uint8_t* buffer, Form form, size_t cou
 
 base::Result<size_t> LoopPlayer::read(void* buffer, Form form, size_t count)
 {
+    if (mLoopsLeft != 0 && isShortLoop())
+        mStoredLoop[form].reserve(size_t(loop().end - loop().start) * frameBytes(form));
     auto* bytes = static_cast<uint8_t*>(buffer);
     size_t done = 0;
     while (done < count) {

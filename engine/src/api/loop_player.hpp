@@ -31,7 +31,8 @@ public:
     base::Result<> seek(uint64_t frame);
 
     // Fills buffer with count frames and returns their number. It is less than count only at the end of the sound and
-    // before damage. 0 at the end.
+    // before damage. 0 at the end. Allocates only what wasn't needed before: by the first read, by the first in another
+    // form, and by the first after setLoopCount().
     base::Result<size_t> read(void* buffer, Form form, size_t count);
 
 private:
@@ -43,6 +44,7 @@ private:
     base::Result<size_t> decode(uint8_t* buffer, Form form, size_t count);
     base::Result<size_t> readSome(uint8_t* buffer, Form form, size_t count);
     base::Result<> repeatLoop(Form form);
+    [[nodiscard]] bool isShortLoop() const;
     [[nodiscard]] bool storeLoop(Form form);
     base::Result<> leaveStoredLoop(Form form);
 
@@ -52,7 +54,8 @@ private:
     bool mAtSeam = false; // at the loop's end, before the next read decides whether to repeat the loop
 
     // The decoded samples of a short loop, by form, stored when it is repeated for the first time. Seeking at each
-    // repetition would be slow: after a seek, a codec decodes thousands of samples even for a loop of a few.
+    // repetition would be slow: after a seek, a codec decodes thousands of samples even for a loop of a few. Reserved
+    // before that.
     std::array<std::vector<uint8_t>, 2> mStoredLoop;
     bool mInStoredLoop = false; // the next samples come from mStoredLoop; the decoder's position is arbitrary
 };

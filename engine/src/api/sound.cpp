@@ -2,10 +2,13 @@
 #include "api/sound.hpp"
 
 #include "api/call.hpp"
+#include "banks/bank_verification.hpp"
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace KESS {
@@ -38,19 +41,31 @@ SoundAccess::Pointer SoundAccess::fromFile(engine::FilePointer file, engine::Sou
 {
     Pointer sound(new Sound);
     sound->mImpl->file = std::move(file);
-    sound->mImpl->facts = std::move(facts);
+    sound->mImpl->facts = std::make_shared<const engine::SoundFacts>(std::move(facts));
     sound->mImpl->player.open(std::move(decoder));
     return sound;
 }
 
-base::Result<SoundAccess::Pointer> SoundAccess::fromBank(std::unique_ptr<engine::BankFile> bank)
+base::Result<SoundAccess::Pointer> SoundAccess::fromBank(std::shared_ptr<engine::BankFile> bank)
 {
-    Pointer sound(new Sound);
-    sound->mImpl->facts.type = KESS_SOUND_TYPE_TNB;
+    engine::SoundFacts facts;
+    facts.type = KESS_SOUND_TYPE_TNB;
+    Pointer sound = fromFile(nullptr, std::move(facts), nullptr);
+    sound->mImpl->role = Sound::Impl::Role::Bank;
     sound->mImpl->bank = std::move(bank);
     if (base::Result<> adopted = sound->mImpl->adoptOnlySound(); !adopted)
         return std::move(adopted.error());
     return sound;
+}
+
+SoundAccess::Pointer SoundAccess::makeVoice(std::shared_ptr<engine::BankFile> bank,
+                                            std::shared_ptr<engine::BankSound> sound)
+{
+    Pointer voice(new Sound);
+    voice->mImpl->role = Sound::Impl::Role::Voice;
+    voice->mImpl->bank = std::move(bank);
+    voice->mImpl->show(std::move(sound));
+    return voice;
 }
 
 void SoundAccess::deferDecoders(Sound& bank)
@@ -58,37 +73,49 @@ void SoundAccess::deferDecoders(Sound& bank)
     bank.mImpl->defersDecoders = true;
 }
 
+void Sound::Impl::show(std::shared_ptr<engine::BankSound> shown)
+{
+    static const auto kNoFacts = std::make_shared<const engine::SoundFacts>();
+    sound = std::move(shown);
+    facts = sound ? std::shared_ptr<const engine::SoundFacts>(sound, &sound->facts) : kNoFacts;
+}
+
 KESS_RESULT Sound::Impl::checkUnlockedBank() const
 {
-    if (!bank)
+    if (role != Role::Bank)
         return KESS_ERR_SUBSOUNDS;
     return bank->locked() ? KESS_ERR_KEY_MISSING : KESS_OK;
 }
 
+KESS_RESULT Sound::Impl::checkOneOfBank() const
+{
+    if (isClosed)
+        return KESS_ERR_INVALID_HANDLE;
+    if (bank && bank->locked())
+        return KESS_ERR_KEY_MISSING;
+    return sound ? KESS_OK : KESS_ERR_SUBSOUNDS;
+}
+
 base::Result<> Sound::Impl::adoptOnlySound()
 {
-    if (!bank || bank->locked() || bank->soundCount() != 1)
+    if (role != Role::Bank || bank->locked() || bank->soundCount() != 1)
         return {};
-    base::Result<engine::SoundFacts> only = bank->facts(0);
+    base::Result<std::shared_ptr<engine::BankSound>> only = bank->sound(0);
     if (!only)
         return std::move(only.error());
-    facts = std::move(*only);
+    show(std::move(*only));
     return {};
 }
 
 KESS_RESULT Sound::Impl::prepareToRead()
 {
-    if (isClosed)
-        return KESS_ERR_INVALID_HANDLE;
     if (player.isOpen())
         return KESS_OK;
-    if (!home && !bank)
+    if (role == Role::File)
         return KESS_ERR_UNSUPPORTED;
-    if (bank && bank->locked())
-        return KESS_ERR_KEY_MISSING;
-    if (bank && bank->soundCount() != 1)
-        return KESS_ERR_SUBSOUNDS;
-    base::Result<engine::DecoderPointer> decoder = home ? home->decoder(index) : bank->decoder(0);
+    if (const KESS_RESULT result = checkOneOfBank(); result != KESS_OK)
+        return result;
+    base::Result<engine::DecoderPointer> decoder = bank->decoder(sound);
     if (!decoder)
         return engine::fail(std::move(decoder.error()));
     player.open(std::move(*decoder));
@@ -119,37 +146,38 @@ KESS_RESULT Sound::Impl::read(void* buffer, LoopPlayer::Form form, size_t bytes,
     return *frames == 0 && bytes > 0 ? KESS_ERR_FILE_EOF : KESS_OK;
 }
 
-KESS_RESULT Sound::Impl::subsound(int wanted, Sound** sound)
+KESS_RESULT Sound::Impl::subsound(int wanted, Sound** found)
 {
     if (wanted < 0 || wanted >= bank->soundCount())
         return KESS_ERR_INVALID_PARAM;
+    const std::lock_guard lock(opening);
     subsounds.resize(static_cast<size_t>(bank->soundCount()));
     SoundAccess::Pointer& owned = subsounds[static_cast<size_t>(wanted)];
     if (owned && !owned->mImpl->isClosed) {
-        *sound = owned.get();
+        *found = owned.get();
         return KESS_OK;
     }
-    base::Result<engine::SoundFacts> found = bank->facts(wanted);
-    if (!found)
-        return engine::fail(std::move(found.error()));
+    base::Result<std::shared_ptr<engine::BankSound>> stored = bank->sound(wanted);
+    if (!stored)
+        return engine::fail(std::move(stored.error()));
     engine::DecoderPointer decoder;
     if (!defersDecoders) {
-        base::Result<engine::DecoderPointer> opened = bank->decoder(wanted);
+        base::Result<engine::DecoderPointer> opened = bank->decoder(*stored);
         if (!opened && opened.error().code != base::ErrorCode::Unsupported)
             return engine::fail(std::move(opened.error()));
         if (opened)
             decoder = std::move(*opened);
     }
     if (!owned)
-        owned = SoundAccess::fromFile(nullptr, {}, nullptr);
+        owned.reset(new Sound);
     Impl& impl = *owned->mImpl;
-    impl.facts = std::move(*found);
+    impl.role = Role::Subsound;
+    impl.bank = bank;
+    impl.show(std::move(*stored));
     impl.player = {};
     impl.player.open(std::move(decoder));
-    impl.home = bank.get();
-    impl.index = wanted;
     impl.isClosed = false;
-    *sound = owned.get();
+    *found = owned.get();
     return KESS_OK;
 }
 
@@ -164,19 +192,19 @@ Sound::~Sound()
 
 KESS_RESULT Sound::release()
 {
-    if (!mImpl->home) {
+    if (mImpl->role != Impl::Role::Subsound) {
         delete this;
         return KESS_OK;
     }
     mImpl->player = {};
-    mImpl->facts = {};
+    mImpl->show(nullptr);
     mImpl->isClosed = true;
     return KESS_OK;
 }
 
 KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, int* channels, int* bits)
 {
-    const engine::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = *mImpl->facts;
     store(type, facts.type);
     store(format, facts.format);
     store(channels, facts.channels);
@@ -187,14 +215,14 @@ KESS_RESULT Sound::getFormat(KESS_SOUND_TYPE* type, KESS_SOUND_FORMAT* format, i
 KESS_RESULT Sound::getDefaults(float* frequency, int* priority)
 {
     constexpr int kPriority = 128;
-    store(frequency, static_cast<float>(mImpl->facts.sampleRate));
+    store(frequency, static_cast<float>(mImpl->facts->sampleRate));
     store(priority, kPriority);
     return KESS_OK;
 }
 
 KESS_RESULT Sound::getLength(unsigned int* length, unsigned int timeUnit)
 {
-    const engine::SoundFacts& facts = mImpl->facts;
+    const engine::SoundFacts& facts = *mImpl->facts;
     const auto samples = static_cast<long double>(facts.sampleCount);
     long double value = 0;
     switch (timeUnit) {
@@ -217,13 +245,13 @@ KESS_RESULT Sound::getLength(unsigned int* length, unsigned int timeUnit)
 
 KESS_RESULT Sound::getSampleCount(uint64_t* samples)
 {
-    store(samples, mImpl->facts.sampleCount);
+    store(samples, mImpl->facts->sampleCount);
     return KESS_OK;
 }
 
 KESS_RESULT Sound::getDeclaredSampleCount(uint64_t* samples)
 {
-    store(samples, std::max(mImpl->facts.declaredCount, mImpl->facts.sampleCount));
+    store(samples, std::max(mImpl->facts->declaredCount, mImpl->facts->sampleCount));
     return KESS_OK;
 }
 
@@ -232,7 +260,7 @@ KESS_RESULT Sound::seekData(uint64_t sample)
     return engine::guarded([&] {
         if (const KESS_RESULT result = mImpl->prepareToRead(); result != KESS_OK)
             return result;
-        if (sample > mImpl->facts.sampleCount)
+        if (sample > mImpl->facts->sampleCount)
             return KESS_ERR_INVALID_POSITION;
         base::Result<> moved = mImpl->player.seek(sample);
         return moved ? KESS_OK : mImpl->failReading(std::move(moved.error()));
@@ -241,7 +269,7 @@ KESS_RESULT Sound::seekData(uint64_t sample)
 
 KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int* read)
 {
-    const size_t bytes = frameBytes(mImpl->facts);
+    const size_t bytes = frameBytes(*mImpl->facts);
     size_t done = 0;
     const KESS_RESULT result =
         engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsStored, lengthBytes, bytes, &done); });
@@ -251,7 +279,7 @@ KESS_RESULT Sound::readData(void* buffer, unsigned int lengthBytes, unsigned int
 
 KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* framesRead)
 {
-    const size_t bytes = static_cast<size_t>(mImpl->facts.channels) * sizeof(float);
+    const size_t bytes = static_cast<size_t>(mImpl->facts->channels) * sizeof(float);
     size_t done = 0;
     const KESS_RESULT result =
         engine::guarded([&] { return mImpl->read(buffer, LoopPlayer::AsFloat, frames * bytes, bytes, &done); });
@@ -261,7 +289,7 @@ KESS_RESULT Sound::readFloat(float* buffer, unsigned int frames, unsigned int* f
 
 KESS_RESULT Sound::getRawSamples(uint64_t* offset, uint64_t* bytes)
 {
-    const auto& raw = mImpl->facts.raw;
+    const auto& raw = mImpl->facts->raw;
     store(offset, raw ? raw->offset : uint64_t{0});
     store(bytes, raw ? raw->bytes : uint64_t{0});
     return raw ? KESS_OK : KESS_ERR_UNSUPPORTED;
@@ -269,7 +297,7 @@ KESS_RESULT Sound::getRawSamples(uint64_t* offset, uint64_t* bytes)
 
 KESS_RESULT Sound::getLoopPoints(uint64_t* start, uint64_t* end)
 {
-    const auto& loop = mImpl->facts.loop;
+    const auto& loop = mImpl->facts->loop;
     store(start, loop ? loop->start : uint64_t{0});
     store(end, loop ? loop->end : uint64_t{0});
     return loop ? KESS_OK : KESS_ERR_TAGNOTFOUND;
@@ -279,7 +307,7 @@ KESS_RESULT Sound::setLoopCount(int count)
 {
     if (count < -1)
         return KESS_ERR_INVALID_PARAM;
-    if (count != 0 && !mImpl->facts.loop)
+    if (count != 0 && !mImpl->facts->loop)
         return KESS_ERR_TAGNOTFOUND;
     mImpl->player.setLoopCount(count);
     return KESS_OK;
@@ -287,15 +315,15 @@ KESS_RESULT Sound::setLoopCount(int count)
 
 KESS_RESULT Sound::getPeak(float* peak)
 {
-    store(peak, mImpl->facts.peak.value_or(0.0f));
-    return mImpl->facts.peak ? KESS_OK : KESS_ERR_TAGNOTFOUND;
+    store(peak, mImpl->facts->peak.value_or(0.0f));
+    return mImpl->facts->peak ? KESS_OK : KESS_ERR_TAGNOTFOUND;
 }
 
 KESS_RESULT Sound::getRemark(char* text, int textBytes)
 {
     return engine::guarded([&] {
         std::string joined;
-        for (const std::string& remark : mImpl->facts.remarks)
+        for (const std::string& remark : mImpl->facts->remarks)
             joined += (joined.empty() ? "" : "; ") + remark;
         return engine::copyText(joined, text, textBytes);
     });
@@ -303,13 +331,13 @@ KESS_RESULT Sound::getRemark(char* text, int textBytes)
 
 KESS_RESULT Sound::getNumSyncPoints(int* count)
 {
-    store(count, static_cast<int>(std::min<size_t>(mImpl->facts.syncPoints.size(), INT_MAX)));
+    store(count, static_cast<int>(std::min<size_t>(mImpl->facts->syncPoints.size(), INT_MAX)));
     return KESS_OK;
 }
 
 KESS_RESULT Sound::getSyncPoint(int index, uint64_t* sample, char* name, int nameBytes)
 {
-    const std::vector<base::SyncPoint>& points = mImpl->facts.syncPoints;
+    const std::vector<base::SyncPoint>& points = mImpl->facts->syncPoints;
     if (index < 0 || static_cast<size_t>(index) >= points.size())
         return KESS_ERR_INVALID_SYNCPOINT;
     const base::SyncPoint& point = points[static_cast<size_t>(index)];
@@ -319,13 +347,13 @@ KESS_RESULT Sound::getSyncPoint(int index, uint64_t* sample, char* name, int nam
 
 KESS_RESULT Sound::getName(char* name, int nameBytes)
 {
-    return engine::copyText(mImpl->facts.name, name, nameBytes);
+    return engine::copyText(mImpl->facts->name, name, nameBytes);
 }
 
 KESS_RESULT Sound::getNumSubSounds(int* count)
 {
     store(count, 0);
-    if (!mImpl->bank)
+    if (mImpl->role != Impl::Role::Bank)
         return KESS_OK;
     const KESS_RESULT result = mImpl->checkUnlockedBank();
     if (result == KESS_OK)
@@ -367,45 +395,70 @@ KESS_RESULT Sound::getBankInfo(KESS_BANKINFO* info)
     *info = {};
     info->cbsize = static_cast<int32_t>(sizeof *info);
     const KESS_RESULT result = mImpl->checkUnlockedBank();
-    if (mImpl->bank)
+    if (result != KESS_ERR_SUBSOUNDS)
         mImpl->bank->describe(*info);
     return result;
 }
 
 KESS_RESULT Sound::getEncoding(KESS_ENCODING* encoding)
 {
-    if (!encoding || encoding->cbsize != static_cast<int32_t>(sizeof *encoding))
+    constexpr size_t kWithoutChecksum = offsetof(KESS_ENCODING, dataChecksum);
+    if (!encoding)
         return KESS_ERR_INVALID_PARAM;
-    *encoding = {};
-    encoding->cbsize = static_cast<int32_t>(sizeof *encoding);
-    if (mImpl->bank && mImpl->bank->locked())
+    const auto bytes = static_cast<size_t>(encoding->cbsize);
+    if (bytes != kWithoutChecksum && bytes != sizeof *encoding)
+        return KESS_ERR_INVALID_PARAM;
+    std::memset(&encoding->codec, 0, bytes - offsetof(KESS_ENCODING, codec));
+    if (mImpl->role == Impl::Role::Bank && mImpl->bank->locked())
         return KESS_ERR_KEY_MISSING;
-    const std::optional<engine::Encoding>& stored = mImpl->facts.encoding;
+    const std::optional<engine::Encoding>& stored = mImpl->facts->encoding;
     if (!stored)
         return KESS_ERR_SUBSOUNDS;
     encoding->codec = stored->codec;
     encoding->quality = stored->quality;
     encoding->dataBytes = stored->dataBytes;
     encoding->extraBytes = stored->extraBytes;
+    if (bytes > kWithoutChecksum)
+        encoding->dataChecksum = stored->dataChecksum;
     return KESS_OK;
 }
 
 KESS_RESULT Sound::verifyData()
 {
-    return engine::guarded([&]() -> KESS_RESULT {
-        if (mImpl->isClosed)
-            return KESS_ERR_INVALID_HANDLE;
-        if (mImpl->home)
-            return engine::finish(mImpl->home->verifyData(mImpl->index));
-        if (!mImpl->bank || (!mImpl->bank->locked() && mImpl->bank->soundCount() != 1))
-            return KESS_ERR_SUBSOUNDS;
-        return engine::finish(mImpl->bank->verifyData(0));
+    return engine::guarded([&] {
+        const KESS_RESULT result = mImpl->checkOneOfBank();
+        return result == KESS_OK ? engine::finish(mImpl->bank->verifyData(*mImpl->sound)) : result;
+    });
+}
+
+KESS_RESULT Sound::verifyBank(KESS_FINDING_CALLBACK finding, void* userData)
+{
+    return engine::guarded([&] {
+        const KESS_RESULT result = mImpl->checkUnlockedBank();
+        if (result != KESS_OK)
+            return result;
+        return engine::finish(engine::BankVerification(*mImpl->bank, engine::reportTo(finding, userData)).run());
+    });
+}
+
+KESS_RESULT Sound::createVoice(Sound** voice)
+{
+    if (!voice)
+        return KESS_ERR_INVALID_PARAM;
+    *voice = nullptr;
+    return engine::guarded([&] {
+        if (const KESS_RESULT result = mImpl->checkOneOfBank(); result != KESS_OK)
+            return result;
+        if (base::Result<> known = engine::BankFile::checkCodec(*mImpl->sound); !known)
+            return engine::fail(std::move(known.error()));
+        *voice = SoundAccess::makeVoice(mImpl->bank, mImpl->sound).release();
+        return KESS_OK;
     });
 }
 
 KESS_RESULT Sound::isEncrypted(bool* encrypted)
 {
-    store(encrypted, mImpl->bank && mImpl->bank->encrypted());
+    store(encrypted, mImpl->role == Impl::Role::Bank && mImpl->bank->encrypted());
     return KESS_OK;
 }
 
@@ -414,7 +467,7 @@ KESS_RESULT Sound::setEncryptionKey(const char* key)
     if (!key)
         return KESS_ERR_INVALID_PARAM;
     return engine::guarded([&] {
-        if (!mImpl->bank || !mImpl->bank->locked())
+        if (mImpl->role != Impl::Role::Bank || !mImpl->bank->locked())
             return KESS_OK;
         base::Result<> unlocked = mImpl->bank->unlock(key);
         return engine::finish(unlocked ? mImpl->adoptOnlySound() : std::move(unlocked));

@@ -5,8 +5,10 @@
 #include "api/loop_player.hpp"
 #include "banks/bank_file.hpp"
 #include "kess.hpp"
+#include "parse/input_file.hpp"
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace KESS {
@@ -23,7 +25,8 @@ struct SoundAccess
     // A file that was recognised. Without a decoder it can't be read.
     [[nodiscard]] static Pointer fromFile(engine::FilePointer file, engine::SoundFacts facts,
                                           engine::DecoderPointer decoder);
-    static base::Result<Pointer> fromBank(std::unique_ptr<engine::BankFile> bank);
+    static base::Result<Pointer> fromBank(std::shared_ptr<engine::BankFile> bank);
+    static Pointer makeVoice(std::shared_ptr<engine::BankFile> bank, std::shared_ptr<engine::BankSound> sound);
 
     // Sounds of the bank prepare for decoding when they are first read.
     static void deferDecoders(Sound& bank);
@@ -32,20 +35,32 @@ struct SoundAccess
 // Hidden: a nested class of an exported one would be exported, too.
 struct __attribute__((visibility("hidden"))) Sound::Impl
 {
-    // Facts of the file, of the subsound, or of the only sound of a bank. A locked bank, and one of several sounds, has
-    // only a type.
-    engine::SoundFacts facts;
+    enum class Role
+    {
+        File,
+        Bank,
+        Subsound,
+        Voice
+    };
+    Role role = Role::File;
+    bool isClosed = false; // a subsound that was released
 
-    engine::FilePointer file; // null for a bank and its subsounds
+    // Facts of the file or of the sound of a bank. A locked bank, and one of several sounds, has only a type.
+    std::shared_ptr<const engine::SoundFacts> facts;
 
-    // Players read from the bank and are destroyed before it.
-    std::unique_ptr<engine::BankFile> bank;
+    engine::FilePointer file; // null for a bank, its subsounds and its voices
+
+    std::shared_ptr<engine::BankFile> bank; // shared by a bank, its subsounds and its voices
+    std::shared_ptr<engine::BankSound> sound; // of a subsound, of a voice, and of a bank of one sound
+
+    std::mutex opening; // of the subsounds
     std::vector<SoundAccess::Pointer> subsounds; // made on request
     bool defersDecoders = false;
-    engine::BankFile* home = nullptr; // the bank of a subsound
-    int index = 0; // of a subsound in its bank
-    bool isClosed = false; // a subsound that was released
+
     engine::LoopPlayer player;
+
+    // Shows that sound of the bank, or nothing.
+    void show(std::shared_ptr<engine::BankSound> shown);
 
     [[nodiscard]] KESS_RESULT prepareToRead();
     [[nodiscard]] KESS_RESULT read(void* buffer, engine::LoopPlayer::Form form, size_t bytes, size_t frameBytes,
@@ -57,6 +72,8 @@ struct __attribute__((visibility("hidden"))) Sound::Impl
     // Takes over the facts of an unlocked bank's only sound.
     base::Result<> adoptOnlySound();
     [[nodiscard]] KESS_RESULT checkUnlockedBank() const;
+    // Of a sound that only banks have: not closed, not locked, and only one.
+    [[nodiscard]] KESS_RESULT checkOneOfBank() const;
     [[nodiscard]] KESS_RESULT subsound(int index, Sound** sound);
 };
 

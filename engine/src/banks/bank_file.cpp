@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <system_error>
 #include <utility>
 
 namespace engine {
@@ -15,29 +16,32 @@ static_assert(static_cast<int>(bank::SampleFormat::Float) == KESS_SOUND_FORMAT_P
 static_assert(static_cast<int>(bank::Codec::Pcm) == KESS_CODEC_PCM
               && static_cast<int>(bank::Codec::Opus) == KESS_CODEC_OPUS);
 
-// The file as the container reads it.
-class FileSource final : public base::ByteSource
+// The medium as the container reads it.
+class MediumSource final : public base::ByteSource
 {
 public:
-    explicit FileSource(FilePointer file)
-        : mFile(std::move(file))
+    explicit MediumSource(MediumPointer medium)
+        : mMedium(std::move(medium))
     { }
 
-    [[nodiscard]] uint64_t size() const override { return mFile->size(); }
+    [[nodiscard]] uint64_t size() const override { return mMedium->size(); }
 
     base::Result<> readAt(uint64_t offset, std::span<uint8_t> bytes) const override
     {
         if (!base::rangeInside(offset, bytes.size(), size()))
             return base::Error{base::ErrorCode::Damaged};
-        if (mFile->readAllAt(offset, bytes.data(), bytes.size()))
+        if (bytes.empty())
             return {};
-        if (base::Result<> medium = mFile->takeReadError(); !medium)
-            return medium;
+        int failed = 0;
+        if (mMedium->read(offset, bytes.data(), bytes.size(), &failed) == bytes.size())
+            return {};
+        if (failed != 0)
+            return base::Error{base::ErrorCode::Io, std::generic_category().message(failed), failed};
         return base::Error{base::ErrorCode::Io, "it has become shorter since it was opened"};
     }
 
 private:
-    FilePointer mFile;
+    MediumPointer mMedium;
 };
 
 KESS_CODEC asEngineCodec(bank::Codec codec)
@@ -58,7 +62,8 @@ SoundFacts engineFacts(const bank::Sound& sound, const bank::SoundEntry& entry)
     facts.syncPoints = sound.syncPoints;
     facts.peak = sound.peak;
     facts.name = entry.name;
-    facts.encoding = Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes};
+    facts.encoding =
+        Encoding{asEngineCodec(sound.codec), sound.quality, entry.dataBytes, entry.chunksBytes, entry.dataChecksum};
     return facts;
 }
 
@@ -74,9 +79,9 @@ base::Error damagedSetup()
 
 } // namespace
 
-base::Result<std::unique_ptr<BankFile>> BankFile::open(FilePointer file)
+base::Result<std::unique_ptr<BankFile>> BankFile::open(MediumPointer medium)
 {
-    std::unique_ptr<BankFile> bank(new BankFile(std::move(file)));
+    std::unique_ptr<BankFile> bank(new BankFile(std::move(medium)));
     const base::Result<bank::Kind> kind = bank::probe(*bank->mFile);
     if (!kind)
         return kind.error();
@@ -87,8 +92,8 @@ base::Result<std::unique_ptr<BankFile>> BankFile::open(FilePointer file)
     return bank;
 }
 
-BankFile::BankFile(FilePointer file)
-    : mFile(std::make_shared<FileSource>(std::move(file)))
+BankFile::BankFile(MediumPointer medium)
+    : mFile(std::make_shared<MediumSource>(std::move(medium)))
 { }
 
 base::Result<> BankFile::unlock(std::string_view key)
@@ -124,12 +129,23 @@ void BankFile::describe(KESS_BANKINFO& info) const
         std::copy(bank.guid->begin(), bank.guid->end(), info.guid);
 }
 
-base::Result<SoundFacts> BankFile::facts(int index) const
+base::Result<std::shared_ptr<BankSound>> BankFile::sound(int index) const
 {
-    base::Result<BankSound> sound = load(index);
-    if (!sound)
-        return std::move(sound.error());
-    return std::move(sound->facts);
+    if (!mReader)
+        return keyMissing();
+    assert(index >= 0 && index < soundCount());
+    base::Result<bank::Sound> stored = mReader->soundWithoutSetup(uint32_t(index));
+    if (!stored)
+        return std::move(stored.error());
+    const bank::SoundEntry entry = mReader->entry(uint32_t(index));
+    auto sound = std::make_shared<BankSound>();
+    sound->index = index;
+    sound->facts = engineFacts(*stored, entry);
+    sound->stored = std::move(*stored);
+    sound->data = {mReader->source(), entry.dataOffset, entry.dataBytes};
+    sound->isEncrypted = mEncrypted;
+    sound->setup = entry.setup;
+    return sound;
 }
 
 base::Result<int> BankFile::find(std::string_view name) const
@@ -142,33 +158,32 @@ base::Result<int> BankFile::find(std::string_view name) const
     return int(*found);
 }
 
-base::Result<> BankFile::verifyData(int index) const
+base::Result<> BankFile::verifyData(const BankSound& sound) const
 {
-    if (!mReader)
-        return keyMissing();
-    return mReader->verifyData(uint32_t(index));
+    return mReader->verifyData(uint32_t(sound.index));
 }
 
-base::Result<DecoderPointer> BankFile::decoder(int index)
+base::Result<> BankFile::checkCodec(const BankSound& sound)
 {
-    base::Result<BankSound> sound = load(index);
-    if (!sound)
-        return std::move(sound.error());
-    const std::optional<uint32_t> setup = mReader->entry(uint32_t(index)).setup;
+    if (sound.stored.codec == bank::Codec::Xma || sound.stored.codec == bank::Codec::At9)
+        return base::Error{base::ErrorCode::Unsupported, "its codec can't be decoded"};
+    return {};
+}
+
+base::Result<DecoderPointer> BankFile::decoder(const std::shared_ptr<BankSound>& sound)
+{
+    if (base::Result<> ready = prepare(*sound); !ready)
+        return std::move(ready.error());
     switch (sound->stored.codec) {
     case bank::Codec::Pcm:
-        return makePcmDecoder(std::move(*sound));
+        return makePcmDecoder(sound);
     case bank::Codec::Vorbis:
-        return makeVorbis(*sound, setup);
+        return makeVorbisDecoder(sound);
     case bank::Codec::Kadpcm:
-        return makeKadpcmDecoder(std::move(*sound));
-    case bank::Codec::Opus:
-        return makeOpus(*sound, setup);
-    case bank::Codec::Xma:
-    case bank::Codec::At9:
-        break;
+        return makeKadpcmDecoder(sound);
+    default:
+        return makeOpusDecoder(sound);
     }
-    return base::Error{base::ErrorCode::Unsupported, "its codec can't be decoded"};
 }
 
 base::Result<> BankFile::openTables(std::shared_ptr<const base::ByteSource> plain)
@@ -180,41 +195,52 @@ base::Result<> BankFile::openTables(std::shared_ptr<const base::ByteSource> plai
     return {};
 }
 
-base::Result<BankSound> BankFile::load(int index) const
+base::Result<> BankFile::prepare(BankSound& sound)
 {
-    if (!mReader)
-        return keyMissing();
-    assert(index >= 0 && index < soundCount());
-    base::Result<bank::Sound> stored = mReader->soundWithoutSetup(uint32_t(index));
-    if (!stored)
-        return std::move(stored.error());
-    const bank::SoundEntry entry = mReader->entry(uint32_t(index));
-    SoundFacts facts = engineFacts(*stored, entry);
-    return BankSound{std::move(facts), std::move(*stored), {mReader->source(), entry.dataOffset, entry.dataBytes}};
+    if (base::Result<> known = checkCodec(sound); !known)
+        return known;
+    const std::lock_guard lock(mPreparing);
+    if (sound.isPrepared)
+        return {};
+    base::Result<> prepared;
+    if (sound.stored.codec == bank::Codec::Opus)
+        prepared = prepareOpus(sound);
+    else if (sound.stored.codec == bank::Codec::Vorbis)
+        prepared = prepareVorbis(sound);
+    if (!prepared)
+        return prepared;
+    sound.corrections.clear();
+    for (const bank::Correction& correction : sound.stored.corrections)
+        sound.corrections.push_back(
+            {sound.stored.preSkip + correction.first, bank::expandCorrection(correction, sound.facts.channels)});
+    sound.isPrepared = true;
+    return {};
 }
 
-base::Result<DecoderPointer> BankFile::makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const
+base::Result<> BankFile::prepareOpus(BankSound& sound) const
 {
-    if (!setup || mReader->setupBytes(*setup) > kMaximumOpusSetupBytes)
+    if (!sound.setup || mReader->setupBytes(*sound.setup) > kMaximumOpusSetupBytes)
         return damagedSetup();
-    base::Result<std::vector<uint8_t>> bytes = mReader->setup(*setup);
+    base::Result<std::vector<uint8_t>> bytes = mReader->setup(*sound.setup);
     if (!bytes)
         return std::move(bytes.error());
-    return makeOpusDecoder(sound, *bytes);
+    sound.opusSetup = std::move(*bytes);
+    return {};
 }
 
-base::Result<DecoderPointer> BankFile::makeVorbis(const BankSound& sound, std::optional<uint32_t> setup)
+base::Result<> BankFile::prepareVorbis(BankSound& sound)
 {
-    if (!setup || mBadVorbisSetups.contains(*setup))
+    if (!sound.setup || mBadVorbisSetups.contains(*sound.setup))
         return damagedSetup();
-    base::Result<VorbisSetupPointer> shared = vorbisSetup(*setup);
+    base::Result<VorbisSetupPointer> shared = vorbisSetup(*sound.setup);
     if (!shared) {
         if (shared.error().code == base::ErrorCode::Damaged)
-            mBadVorbisSetups.insert(*setup);
+            mBadVorbisSetups.insert(*sound.setup);
         return std::move(shared.error());
     }
     mLastVorbisSetup = *shared;
-    return makeVorbisDecoder(sound, std::move(*shared));
+    sound.vorbisSetup = std::move(*shared);
+    return {};
 }
 
 base::Result<VorbisSetupPointer> BankFile::vorbisSetup(uint32_t index)

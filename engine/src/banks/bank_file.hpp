@@ -3,25 +3,26 @@
 #pragma once
 
 #include "banks/bank_decoders.hpp"
-#include "parse/input_file.hpp"
+#include "parse/medium.hpp"
 
 #include "bank/reader.hpp"
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
 
 namespace engine {
 
-// Sound indices are below soundCount() (asserted).
+// Sound indices are below soundCount() (asserted). Once the bank is unlocked, several threads may use it at once.
 class BankFile
 {
 public:
-    // Opens the bank in file and checks its header and tables, without reading sample data. A locked (encrypted) bank
+    // Opens the bank in medium and checks its header and tables, without reading sample data. A locked (encrypted) bank
     // opens too. ErrorCode::Format: not a bank. ErrorCode::Version: a bank of another version. ErrorCode::Damaged.
-    static base::Result<std::unique_ptr<BankFile>> open(FilePointer file);
+    static base::Result<std::unique_ptr<BankFile>> open(MediumPointer medium);
 
     BankFile(const BankFile&) = delete;
     BankFile& operator=(const BankFile&) = delete;
@@ -41,30 +42,36 @@ public:
     [[nodiscard]] const bank::BankReader* reader() const { return mReader ? &*mReader : nullptr; }
 
     [[nodiscard]] int soundCount() const { return mReader ? int(mReader->info().soundCount) : 0; }
-    base::Result<SoundFacts> facts(int index) const;
+    base::Result<std::shared_ptr<BankSound>> sound(int index) const;
 
     // ErrorCode::NotFound.
     base::Result<int> find(std::string_view name) const;
 
-    // Compares the encoded data with its checksum.
-    base::Result<> verifyData(int index) const;
+    // Compares the encoded data of a sound of this bank with its checksum.
+    base::Result<> verifyData(const BankSound& sound) const;
 
-    // A decoder of one sound. ErrorCode::Unsupported: its codec can't be decoded here. The decoder shares the file with
-    // the bank and must not outlive it.
-    base::Result<DecoderPointer> decoder(int index);
+    // ErrorCode::Unsupported: the sound can't be decoded here.
+    static base::Result<> checkCodec(const BankSound& sound);
+
+    // A decoder of a sound of this bank. It shares file and tables with the bank, and may outlive it. Errors of
+    // checkCodec(). ErrorCode::Damaged.
+    base::Result<DecoderPointer> decoder(const std::shared_ptr<BankSound>& sound);
 
 private:
-    explicit BankFile(FilePointer file);
+    explicit BankFile(MediumPointer medium);
 
     base::Result<> openTables(std::shared_ptr<const base::ByteSource> plain);
-    base::Result<BankSound> load(int index) const;
-    base::Result<DecoderPointer> makeOpus(const BankSound& sound, std::optional<uint32_t> setup) const;
-    base::Result<DecoderPointer> makeVorbis(const BankSound& sound, std::optional<uint32_t> setup);
+    base::Result<> prepare(BankSound& sound);
+    base::Result<> prepareOpus(BankSound& sound) const;
+    base::Result<> prepareVorbis(BankSound& sound);
     base::Result<VorbisSetupPointer> vorbisSetup(uint32_t index);
 
     std::shared_ptr<const base::ByteSource> mFile;
     bool mEncrypted = false;
     std::optional<bank::BankReader> mReader;
+
+    // Of the following, and of sounds that are being prepared.
+    std::mutex mPreparing;
     std::map<uint32_t, std::weak_ptr<const VorbisSetup>> mVorbisSetups;
     std::set<uint32_t> mBadVorbisSetups; // damaged ones; remembered, because reading one again would take as long as
                                          // reading an intact one

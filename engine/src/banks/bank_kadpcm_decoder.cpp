@@ -22,10 +22,9 @@ base::Error damagedSuperblock()
 class BankKadpcmDecoder final : public BankDirectDecoder
 {
 public:
-    explicit BankKadpcmDecoder(BankSound sound)
-        : BankDirectDecoder(std::move(sound.facts))
-        , mWindow(std::move(sound.data))
-        , mSeekPoints(std::move(sound.stored.seekPoints))
+    explicit BankKadpcmDecoder(BankSoundPointer sound)
+        : BankDirectDecoder(std::move(sound))
+        , mWindow(mSound->data, bank::kadpcm::maximumSuperblockBytes(facts().channels, kSuperblockFrames))
     { }
 
     base::Result<size_t> read(void* buffer, size_t count) override
@@ -48,7 +47,7 @@ private:
     template <typename Take>
     base::Result<size_t> readFrames(size_t count, Take take)
     {
-        const auto channels = static_cast<size_t>(mFacts.channels);
+        const auto channels = static_cast<size_t>(facts().channels);
         count = readableFrames(count);
         size_t done = 0;
         while (done < count) {
@@ -68,7 +67,7 @@ private:
 
     [[nodiscard]] size_t framesAt(uint64_t start) const
     {
-        return static_cast<size_t>(std::min<uint64_t>(kSuperblockFrames, mFacts.sampleCount - start));
+        return static_cast<size_t>(std::min<uint64_t>(kSuperblockFrames, facts().sampleCount - start));
     }
 
     // Decodes the superblock that contains frame into mDecoded.
@@ -85,9 +84,11 @@ private:
         if (!bytes)
             return std::move(bytes.error());
         const size_t frames = framesAt(start);
-        mDecoded.resize(frames * static_cast<size_t>(mFacts.channels));
+        const auto channels = static_cast<size_t>(facts().channels);
+        mDecoded.reserve(framesAt(0) * channels); // the last one is shorter than those before it
+        mDecoded.resize(frames * channels);
         const size_t size =
-            bank::kadpcm::decodeSuperblock(*bytes, mFacts.channels, static_cast<int>(frames), mDecoded.data());
+            bank::kadpcm::decodeSuperblock(*bytes, facts().channels, static_cast<int>(frames), mDecoded.data());
         if (size == 0)
             return damagedSuperblock();
         mDecodedStart = start;
@@ -99,14 +100,14 @@ private:
     // Moves to the superblock that begins at start. Those before it are skipped without decoding.
     base::Result<> stepTo(uint64_t start)
     {
-        const bank::SeekPoint point = seekPointBefore(mSeekPoints, start);
+        const bank::SeekPoint point = seekPointBefore(mSound->stored.seekPoints, start);
         if (mNext.position > start || mNext.position < point.position)
             mNext = point;
         while (mNext.position < start) {
             base::Result<std::span<const uint8_t>> bytes = viewSuperblock();
             if (!bytes)
                 return std::move(bytes.error());
-            const size_t size = bank::kadpcm::superblockBytes(*bytes, mFacts.channels);
+            const size_t size = bank::kadpcm::superblockBytes(*bytes, facts().channels);
             if (size == 0)
                 return damagedSuperblock();
             mNext = {mNext.position + kSuperblockFrames, mNext.offset + size};
@@ -118,7 +119,7 @@ private:
 
     base::Result<std::span<const uint8_t>> viewSuperblock()
     {
-        const size_t maximum = bank::kadpcm::maximumSuperblockBytes(mFacts.channels, kSuperblockFrames);
+        const size_t maximum = bank::kadpcm::maximumSuperblockBytes(facts().channels, kSuperblockFrames);
         const uint64_t remaining = mWindow.size() - std::min(mWindow.size(), mNext.offset);
         if (remaining == 0)
             return damagedSuperblock();
@@ -126,7 +127,6 @@ private:
     }
 
     DataWindow mWindow;
-    std::vector<bank::SeekPoint> mSeekPoints;
     bank::SeekPoint mNext; // the first frame and the offset of the next superblock
     std::vector<int16_t> mDecoded;
     uint64_t mDecodedStart = 0;
@@ -135,9 +135,9 @@ private:
 
 } // namespace
 
-base::Result<DecoderPointer> makeKadpcmDecoder(BankSound sound)
+base::Result<DecoderPointer> makeKadpcmDecoder(BankSoundPointer sound)
 {
-    if (sound.stored.preSkip != 0)
+    if (sound->stored.preSkip != 0)
         return base::Error{base::ErrorCode::Damaged, "its codec has no pre-skip"};
     return DecoderPointer(std::make_unique<BankKadpcmDecoder>(std::move(sound)));
 }

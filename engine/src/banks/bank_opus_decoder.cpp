@@ -9,19 +9,11 @@ namespace engine {
 
 namespace {
 
-// A packet holds at most 120 ms (RFC 6716, 3.2.5).
-constexpr uint64_t kPacketMilliseconds = 120;
-
 struct Destroy
 {
     void operator()(OpusMSDecoder* decoder) const { opus_multistream_decoder_destroy(decoder); }
 };
 using Library = std::unique_ptr<OpusMSDecoder, Destroy>;
-
-uint64_t samplesIn(uint64_t milliseconds, const BankSound& sound)
-{
-    return sound.stored.sampleRate * milliseconds / 1000;
-}
 
 base::Error damagedPacket()
 {
@@ -31,12 +23,12 @@ base::Error damagedPacket()
 class BankOpusDecoder final : public BankStreamDecoder
 {
 public:
-    BankOpusDecoder(const BankSound& sound, Library library)
-        : BankStreamDecoder(sound, samplesIn(kOpusPrerollMilliseconds, sound))
-        , mPackets(sound.data)
+    BankOpusDecoder(const BankSoundPointer& sound, Library library)
+        : BankStreamDecoder(sound, sound->stored.sampleRate * kOpusPrerollMilliseconds / 1000)
+        , mPackets(sound->data)
         , mLibrary(std::move(library))
-        , mChannels(static_cast<size_t>(sound.facts.channels))
-        , mMaximumFrames(static_cast<size_t>(samplesIn(kPacketMilliseconds, sound)))
+        , mChannels(static_cast<size_t>(sound->facts.channels))
+        , mRate(sound->stored.sampleRate)
     { }
 
 protected:
@@ -56,10 +48,14 @@ protected:
         // For an empty packet, the library would make up the content of a lost one.
         if (packet->empty())
             return damagedPacket();
-        mFrames.resize(mMaximumFrames * mChannels);
+        const auto frames = static_cast<size_t>(opusPacketFrames(*packet, mRate));
+        if (frames == 0)
+            return damagedPacket();
+        // Usually all packets are of one length, so the first one decides on the size.
+        mFrames.resize(std::max(mFrames.size(), frames * mChannels));
         const int count =
             opus_multistream_decode_float(mLibrary.get(), packet->data(), static_cast<opus_int32>(packet->size()),
-                                          mFrames.data(), static_cast<int>(mMaximumFrames), 0);
+                                          mFrames.data(), static_cast<int>(mFrames.size() / mChannels), 0);
         if (count <= 0)
             return damagedPacket();
         return std::span(mFrames).first(static_cast<size_t>(count) * mChannels);
@@ -69,7 +65,7 @@ private:
     PacketReader mPackets;
     Library mLibrary;
     size_t mChannels;
-    size_t mMaximumFrames;
+    uint32_t mRate;
     std::vector<float> mFrames;
 };
 
@@ -82,15 +78,16 @@ uint64_t opusPacketFrames(std::span<const uint8_t> packet, uint32_t sampleRate)
     return static_cast<uint64_t>(std::max(frames, 0));
 }
 
-base::Result<DecoderPointer> makeOpusDecoder(const BankSound& sound, std::span<const uint8_t> setup)
+base::Result<DecoderPointer> makeOpusDecoder(const BankSoundPointer& sound)
 {
+    const std::vector<uint8_t>& setup = sound->opusSetup;
     const base::Error mismatch{base::ErrorCode::Damaged, "the headers of its codec don't fit it"};
     // Streams, coupled streams, and for each channel of the sound the number of the decoded channel.
-    if (setup.size() != 2 + static_cast<size_t>(sound.facts.channels))
+    if (setup.size() != 2 + static_cast<size_t>(sound->facts.channels))
         return mismatch;
     int failed = OPUS_OK;
-    Library library(opus_multistream_decoder_create(static_cast<opus_int32>(sound.stored.sampleRate),
-                                                    sound.facts.channels, setup[0], setup[1], setup.data() + 2,
+    Library library(opus_multistream_decoder_create(static_cast<opus_int32>(sound->stored.sampleRate),
+                                                    sound->facts.channels, setup[0], setup[1], setup.data() + 2,
                                                     &failed));
     if (!library)
         return failed == OPUS_ALLOC_FAIL ? base::outOfMemory() : mismatch;

@@ -10,6 +10,7 @@ namespace engine {
 namespace {
 
 constexpr size_t kChunkFrames = 1024;
+constexpr size_t kSmallRead = 8 * 1024; // half of what a window reads at once
 
 float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 {
@@ -33,18 +34,18 @@ float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 class BankPcmDecoder final : public BankDirectDecoder
 {
 public:
-    explicit BankPcmDecoder(BankSound sound)
-        : BankDirectDecoder(std::move(sound.facts))
-        , mData(std::move(sound.data))
-        , mSampleBytes(bank::bytesPerSample(sound.stored.sampleFormat))
-        , mFrameBytes(mSampleBytes * static_cast<size_t>(mFacts.channels))
+    explicit BankPcmDecoder(BankSoundPointer sound)
+        : BankDirectDecoder(std::move(sound))
+        , mWindow(mSound->data)
+        , mSampleBytes(bank::bytesPerSample(mSound->stored.sampleFormat))
+        , mFrameBytes(mSampleBytes * static_cast<size_t>(facts().channels))
     { }
 
     base::Result<size_t> read(void* buffer, size_t count) override
     {
         count = readableFrames(count);
         const std::span<uint8_t> bytes(static_cast<uint8_t*>(buffer), count * mFrameBytes);
-        if (base::Result<> result = mData.source->readAt(mData.offset + mFrame * mFrameBytes, bytes); !result)
+        if (base::Result<> result = fetch(mFrame * mFrameBytes, bytes); !result)
             return std::move(result.error());
         mFrame += count;
         return count;
@@ -61,15 +62,29 @@ public:
             if (!got || *got == 0)
                 break;
             const uint8_t* bytes = mScratch.data();
-            for (size_t i = 0; i < *got * static_cast<size_t>(mFacts.channels); ++i, bytes += mSampleBytes)
-                *buffer++ = sampleFrom(bytes, mFacts.format);
+            for (size_t i = 0; i < *got * static_cast<size_t>(facts().channels); ++i, bytes += mSampleBytes)
+                *buffer++ = sampleFrom(bytes, facts().format);
             done += *got;
         }
         return done;
     }
 
 private:
-    EncodedData mData;
+    // Small reads of an encrypted sound are buffered: for each, a whole piece may have to be decrypted if more voices
+    // are playing than pieces are kept.
+    base::Result<> fetch(uint64_t offset, std::span<uint8_t> bytes)
+    {
+        const EncodedData& data = mSound->data;
+        if (!mSound->isEncrypted || bytes.size() > kSmallRead)
+            return data.source->readAt(data.offset + offset, bytes);
+        base::Result<std::span<const uint8_t>> view = mWindow.view(offset, bytes.size());
+        if (!view)
+            return std::move(view.error());
+        std::copy_n(view->begin(), bytes.size(), bytes.begin());
+        return {};
+    }
+
+    DataWindow mWindow;
     size_t mSampleBytes;
     size_t mFrameBytes;
     std::vector<uint8_t> mScratch;
@@ -77,7 +92,7 @@ private:
 
 } // namespace
 
-base::Result<DecoderPointer> makePcmDecoder(BankSound sound)
+base::Result<DecoderPointer> makePcmDecoder(BankSoundPointer sound)
 {
     return DecoderPointer(std::make_unique<BankPcmDecoder>(std::move(sound)));
 }

@@ -8,25 +8,20 @@
 
 namespace engine {
 
-BankStreamDecoder::BankStreamDecoder(const BankSound& sound, uint64_t preroll)
-    : mFacts(sound.facts)
-    , mPreSkip(sound.stored.preSkip)
+BankStreamDecoder::BankStreamDecoder(BankSoundPointer sound, uint64_t preroll)
+    : mSound(std::move(sound))
     , mPreroll(preroll)
-    , mSeekPoints(sound.stored.seekPoints)
-{
-    for (const bank::Correction& correction : sound.stored.corrections)
-        mCorrections.push_back({mPreSkip + correction.first, bank::expandCorrection(correction, mFacts.channels)});
-}
+{ }
 
 base::Result<> BankStreamDecoder::seek(uint64_t frame)
 {
-    if (frame > mFacts.sampleCount)
+    if (frame > facts().sampleCount)
         return base::Error{base::ErrorCode::NotSeekable};
     mFrame = frame;
-    if (frame == mFacts.sampleCount)
+    if (frame == facts().sampleCount)
         return {};
-    const uint64_t target = mPreSkip + frame;
-    const bank::SeekPoint point = seekPointBefore(mSeekPoints, target - std::min(target, mPreroll));
+    const uint64_t target = sound().stored.preSkip + frame;
+    const bank::SeekPoint point = seekPointBefore(sound().stored.seekPoints, target - std::min(target, mPreroll));
     // Continuing from here is faster than starting at the seek point, and is exact.
     if (!mNeedsRestart && mPosition <= target && mPosition >= point.position)
         return skipTo(target);
@@ -55,8 +50,8 @@ base::Result<> BankStreamDecoder::nextBlock()
 // block begins at mPosition.
 void BankStreamDecoder::correct(std::span<float> block) const
 {
-    const auto channels = static_cast<size_t>(mFacts.channels);
-    for (const CorrectedRange& range : mCorrections) {
+    const auto channels = static_cast<size_t>(facts().channels);
+    for (const CorrectedRange& range : sound().corrections) {
         const uint64_t begin = std::max(mPosition, range.position);
         const uint64_t end =
             std::min(mPosition + block.size() / channels, range.position + range.values.size() / channels);
@@ -71,7 +66,7 @@ void BankStreamDecoder::correct(std::span<float> block) const
 
 base::Result<> BankStreamDecoder::skipTo(uint64_t position)
 {
-    const auto channels = static_cast<size_t>(mFacts.channels);
+    const auto channels = static_cast<size_t>(facts().channels);
     while (mPosition < position) {
         if (mBlock.empty()) {
             if (base::Result<> next = nextBlock(); !next)
@@ -87,9 +82,9 @@ base::Result<> BankStreamDecoder::skipTo(uint64_t position)
 template <typename Take>
 base::Result<size_t> BankStreamDecoder::readFrames(size_t count, Take take)
 {
-    const auto channels = static_cast<size_t>(mFacts.channels);
-    count = static_cast<size_t>(std::min<uint64_t>(count, mFacts.sampleCount - mFrame));
-    if (mNeedsRestart || mPosition != mPreSkip + mFrame) {
+    const auto channels = static_cast<size_t>(facts().channels);
+    count = static_cast<size_t>(std::min<uint64_t>(count, facts().sampleCount - mFrame));
+    if (mNeedsRestart || mPosition != sound().stored.preSkip + mFrame) {
         if (base::Result<> ready = seek(mFrame); !ready)
             return std::move(ready.error());
     }

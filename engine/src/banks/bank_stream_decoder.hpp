@@ -13,15 +13,17 @@ namespace engine {
 class BankStreamDecoder : public Decoder
 {
 public:
-    [[nodiscard]] const SoundFacts& facts() const final { return mFacts; }
+    [[nodiscard]] const SoundFacts& facts() const final { return mSound->facts; }
     base::Result<> seek(uint64_t frame) final;
     base::Result<size_t> read(void* buffer, size_t count) final;
     base::Result<size_t> readFloat(float* buffer, size_t count) final;
 
 protected:
+    [[nodiscard]] const BankSound& sound() const { return *mSound; }
+
     // preroll: the number of decoded samples after a seek point that may differ from those of sequential decoding. A
     // seek begins at least that far before its target.
-    BankStreamDecoder(const BankSound& sound, uint64_t preroll);
+    BankStreamDecoder(BankSoundPointer sound, uint64_t preroll);
 
     // Resets the codec. The next block begins with the first sample of the packet at offset.
     virtual base::Result<> restart(uint64_t offset) = 0;
@@ -30,24 +32,14 @@ protected:
     virtual base::Result<std::span<float>> decodeBlock() = 0;
 
 private:
-    // Values to be added to the decoded frames from position on.
-    struct CorrectedRange
-    {
-        uint64_t position = 0;
-        std::vector<float> values;
-    };
-
     template <typename Take>
     base::Result<size_t> readFrames(size_t count, Take take);
     base::Result<> nextBlock();
     base::Result<> skipTo(uint64_t position);
     void correct(std::span<float> block) const;
 
-    SoundFacts mFacts;
-    uint32_t mPreSkip;
+    BankSoundPointer mSound;
     uint64_t mPreroll;
-    std::vector<bank::SeekPoint> mSeekPoints;
-    std::vector<CorrectedRange> mCorrections;
     std::span<const float> mBlock; // decoded and not yet delivered
     uint64_t mPosition = 0; // of the block's first frame, in decoded samples
     uint64_t mFrame = 0; // of the sound, delivered next

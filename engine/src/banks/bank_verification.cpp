@@ -97,7 +97,27 @@ base::Result<> withoutValue(const base::Result<T>& result)
     return {};
 }
 
+KESS_RESULT asResult(Finding::Kind kind)
+{
+    switch (kind) {
+    case Finding::Kind::Damage:
+        return KESS_ERR_FILE_BAD;
+    case Finding::Kind::NotVerified:
+        return KESS_ERR_UNSUPPORTED;
+    case Finding::Kind::Remark:
+        break;
+    }
+    return KESS_OK;
+}
+
 } // namespace
+
+ReportFinding reportTo(KESS_FINDING_CALLBACK callback, void* userData)
+{
+    return [=](const Finding& found) {
+        return !callback || callback(userData, found.sound, asResult(found.kind), found.text.c_str()) != 0;
+    };
+}
 
 BankVerification::BankVerification(BankFile& bank, ReportFinding report)
     : mBank(bank)
@@ -166,12 +186,15 @@ bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
 
 void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
 {
-    base::Result<DecoderPointer> sequential = mBank.decoder(int(index));
+    base::Result<std::shared_ptr<BankSound>> loaded = mBank.sound(int(index));
+    if (!passes(withoutValue(loaded), index))
+        return;
+    base::Result<DecoderPointer> sequential = mBank.decoder(*loaded);
     if (!sequential && sequential.error().code == base::ErrorCode::Unsupported) {
         report({int(index), Finding::Kind::NotVerified, "its codec can't be decoded; its checksums are right"});
         return;
     }
-    base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(int(index)) : sequential.error();
+    base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(*loaded) : sequential.error();
     if (!passes(withoutValue(seeking), index))
         return;
     DecodingCheck check(sound, **sequential, **seeking);

@@ -28,6 +28,9 @@ struct Finding
 // Returns whether to continue.
 using ReportFinding = std::function<bool(const Finding&)>;
 
+// Reports to a caller of the library; callback may be null.
+[[nodiscard]] ReportFinding reportTo(KESS_FINDING_CALLBACK callback, void* userData);
+
 // Memory doesn't grow with the length of a sound.
 class BankVerification
 {

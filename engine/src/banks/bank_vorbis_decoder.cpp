@@ -4,6 +4,9 @@
 
 #include <vorbis/codec.h>
 
+#include <cstdlib>
+#include <new>
+
 namespace engine {
 
 // The library builds its tables of code words when the first decoder state is made. From then on, decoders only read
@@ -37,10 +40,10 @@ base::Error mismatch()
 class BankVorbisDecoder final : public BankStreamDecoder
 {
 public:
-    BankVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
+    explicit BankVorbisDecoder(const BankSoundPointer& sound)
         : BankStreamDecoder(sound, 0)
-        , mPackets(sound.data)
-        , mSetup(std::move(setup))
+        , mPackets(sound->data)
+        , mSetup(sound->vorbisSetup)
     { }
     ~BankVorbisDecoder() override
     {
@@ -64,6 +67,7 @@ protected:
     base::Result<> restart(uint64_t offset) override
     {
         mPackets.seek(offset);
+        reserve();
         if (vorbis_synthesis_restart(&mDsp) != 0)
             return base::Error{base::ErrorCode::Damaged};
         return {};
@@ -91,6 +95,24 @@ protected:
     }
 
 private:
+    // The library's memory for a block grows with the blocks that it gets, and then stays. So that no read allocates
+    // once the first one has, it begins with what the longest block needs: the samples and the floor of each channel,
+    // and the classes of its residue.
+    void reserve()
+    {
+        if (mFrames.capacity() > 0)
+            return;
+        constexpr size_t kFloorBytes = 512;
+        const auto channels = static_cast<size_t>(mSetup->info()->channels);
+        const auto samples = static_cast<size_t>(vorbis_info_blocksize(mSetup->info(), 1));
+        mFrames.reserve(samples / 2 * channels);
+        const size_t bytes = channels * (samples * sizeof(float) + samples / 16 * sizeof(void*) + kFloorBytes);
+        mBlock.localstore = std::realloc(mBlock.localstore, bytes);
+        if (!mBlock.localstore)
+            throw std::bad_alloc();
+        mBlock.localalloc = static_cast<long>(bytes);
+    }
+
     PacketReader mPackets;
     VorbisSetupPointer mSetup;
     vorbis_dsp_state mDsp{};
@@ -137,11 +159,11 @@ base::Result<VorbisSetupPointer> makeVorbisSetup(std::span<const uint8_t> setup)
     return VorbisSetupPointer(std::move(unpacked));
 }
 
-base::Result<DecoderPointer> makeVorbisDecoder(const BankSound& sound, VorbisSetupPointer setup)
+base::Result<DecoderPointer> makeVorbisDecoder(const BankSoundPointer& sound)
 {
-    if (setup->info()->channels != sound.facts.channels)
+    if (sound->vorbisSetup->info()->channels != sound->facts.channels)
         return mismatch();
-    auto decoder = std::make_unique<BankVorbisDecoder>(sound, std::move(setup));
+    auto decoder = std::make_unique<BankVorbisDecoder>(sound);
     if (base::Result<> started = decoder->start(); !started)
         return std::move(started.error());
     return DecoderPointer(std::move(decoder));

@@ -8,7 +8,7 @@ namespace engine {
 
 namespace {
 
-constexpr size_t kReadAhead = 16 * 1024;
+constexpr size_t kLeastReadAhead = 16 * 1024;
 constexpr int kLengthBits = 21;
 static_assert((size_t{1} << kLengthBits) - 1 == bank::kMaximumPacketBytes);
 
@@ -23,8 +23,9 @@ base::Error dataEnds()
 
 } // namespace
 
-DataWindow::DataWindow(EncodedData data)
+DataWindow::DataWindow(EncodedData data, size_t usualView)
     : mData(std::move(data))
+    , mReadAhead(std::max(usualView * kReadAheadFactor, kLeastReadAhead))
 { }
 
 base::Result<std::span<const uint8_t>> DataWindow::view(uint64_t offset, size_t count)
@@ -35,8 +36,9 @@ base::Result<std::span<const uint8_t>> DataWindow::view(uint64_t offset, size_t 
         && offset - mBufferStart <= static_cast<uint64_t>(mBuffered - count);
     if (!isBuffered) {
         const size_t wanted = static_cast<size_t>(
-            std::min<uint64_t>(std::max(count * kReadAheadFactor, kReadAhead), mData.bytes - offset));
+            std::min<uint64_t>(std::max(count * kReadAheadFactor, mReadAhead), mData.bytes - offset));
         mBuffered = 0;
+        mBuffer.reserve(static_cast<size_t>(std::min<uint64_t>(mReadAhead, mData.bytes)));
         mBuffer.resize(std::max(mBuffer.size(), wanted));
         if (base::Result<> read = mData.source->readAt(mData.offset + offset, std::span(mBuffer).first(wanted)); !read)
             return std::move(read.error());

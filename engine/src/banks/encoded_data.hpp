@@ -25,7 +25,8 @@ struct EncodedData
 class DataWindow
 {
 public:
-    explicit DataWindow(EncodedData data);
+    // usualView: how many bytes most views request. The buffer is allocated once, large enough for these.
+    explicit DataWindow(EncodedData data, size_t usualView = 0);
 
     [[nodiscard]] uint64_t size() const { return mData.bytes; }
 
@@ -35,6 +36,7 @@ public:
 
 private:
     EncodedData mData;
+    size_t mReadAhead;
     std::vector<uint8_t> mBuffer;
     uint64_t mBufferStart = 0;
     size_t mBuffered = 0;

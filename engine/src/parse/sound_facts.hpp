@@ -21,6 +21,7 @@ struct Encoding
     int quality = 0; // 1 to 100, 0 for none
     uint64_t dataBytes = 0;
     uint64_t extraBytes = 0;
+    uint64_t dataChecksum = 0;
 };
 
 // A range of a file that consists of the samples of a sound, as Decoder::read delivers them.

@@ -57,7 +57,7 @@ struct Outcome
 };
 
 // All arguments of a build. Paths are absolute.
-struct Order
+struct BuildArguments
 {
     std::vector<std::vector<std::string>> sounds;
     std::string cache;
@@ -72,16 +72,16 @@ struct Order
     std::function<void(size_t index, TARNOK_SUBSOUND& subsound)> adjust;
 };
 
-TARNOK_RESULT initialise(const Order& order);
+TARNOK_RESULT initialise(const BuildArguments& arguments);
 
 // Only the build; the library must be initialised.
-TARNOK_RESULT buildOnly(const Order& order);
+TARNOK_RESULT buildOnly(const BuildArguments& arguments);
 
 // Initialises the library, builds, and releases it.
-Outcome build(const Order& order);
+Outcome build(const BuildArguments& arguments);
 
 // The same, for a build that must succeed.
-Outcome mustBuild(const Order& order);
+Outcome mustBuild(const BuildArguments& arguments);
 
 // During its lifetime, calls a function at certain moments of a build, on the thread that has reached them.
 template <typename... Arguments>
@@ -127,16 +127,16 @@ struct LaterClock
 };
 
 // Gives each test its own folder with an empty cache. At the end, no partial file may be left in it.
-class Workshop : public testing::Test
+class BuilderTest : public testing::Test
 {
 public:
-    Workshop() { fs::create_directories(fullPath("cache")); }
-    ~Workshop() override;
+    BuilderTest() { fs::create_directories(fullPath("cache")); }
+    ~BuilderTest() override;
 
     [[nodiscard]] std::string fullPath(const std::string& name) const { return mFolder + "/" + name; }
 
     // An order whose sounds have one file each.
-    [[nodiscard]] Order makeOrder(const std::vector<std::string>& files) const;
+    [[nodiscard]] BuildArguments makeArguments(const std::vector<std::string>& files) const;
 
     // Writes a sound file and returns its path.
     std::string makeSound(const std::string& name, const Signal& signal, int format = wav16) const
@@ -154,7 +154,7 @@ public:
     [[nodiscard]] std::vector<std::string> leftovers() const;
 
 private:
-    const std::string mFolder = fs::absolute("workshop");
+    const std::string mFolder = fs::absolute("work");
 };
 
 // One sound of a bank as the engine reads it.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "workshop.hpp"
+#include "builder_test.hpp"
 
 #include <fstream>
 
@@ -47,70 +47,70 @@ testing::AssertionResult Outcome::failed(TARNOK_RESULT why, const std::string& t
     return testing::AssertionResult(holds) << result << " instead of " << why << ", not " << text << "\n" << texts();
 }
 
-TARNOK_RESULT initialise(const Order& order)
+TARNOK_RESULT initialise(const BuildArguments& arguments)
 {
-    return Tarnok_Init(TARNOK_TNBVERSION_CURRENT, order.initFlags, order.threads, order.cache.c_str());
+    return Tarnok_Init(TARNOK_TNBVERSION_CURRENT, arguments.initFlags, arguments.threads, arguments.cache.c_str());
 }
 
-TARNOK_RESULT buildOnly(const Order& order)
+TARNOK_RESULT buildOnly(const BuildArguments& arguments)
 {
     std::vector<std::vector<const char*>> names;
     std::vector<TARNOK_SUBSOUND> subsounds;
-    for (const auto& sound : order.sounds) {
+    for (const auto& sound : arguments.sounds) {
         auto& files = names.emplace_back();
         for (const std::string& file : sound)
             files.push_back(file.c_str());
-        TARNOK_SUBSOUND subsound = order.each;
+        TARNOK_SUBSOUND subsound = arguments.each;
         subsound.fileNames = files.data();
         subsound.numFiles = uint32_t(files.size());
-        if (order.adjust)
-            order.adjust(subsounds.size(), subsound);
+        if (arguments.adjust)
+            arguments.adjust(subsounds.size(), subsound);
         subsounds.push_back(subsound);
     }
-    return Tarnok_Build(subsounds.data(), unsigned(subsounds.size()), order.format, order.flags, order.quality,
-                        order.key, order.output.c_str());
+    return Tarnok_Build(subsounds.data(), unsigned(subsounds.size()), arguments.format, arguments.flags,
+                        arguments.quality, arguments.key, arguments.output.c_str());
 }
 
-Outcome build(const Order& order)
+Outcome build(const BuildArguments& arguments)
 {
     Outcome outcome;
-    EXPECT_EQ(initialise(order), TARNOK_OK);
-    outcome.result = buildOnly(order);
+    EXPECT_EQ(initialise(arguments), TARNOK_OK);
+    outcome.result = buildOnly(arguments);
     outcome.reports = drainReports();
     char remark[512];
     while (Tarnok_FetchNextRemark(remark, sizeof remark) == TARNOK_OK && *remark)
         outcome.remarks.emplace_back(remark);
     EXPECT_EQ(Tarnok_Release(), TARNOK_OK);
     if (outcome.result == TARNOK_OK)
-        outcome.bank = readFile(order.output);
+        outcome.bank = readFile(arguments.output);
     return outcome;
 }
 
-Outcome mustBuild(const Order& order)
+Outcome mustBuild(const BuildArguments& arguments)
 {
-    Outcome outcome = build(order);
+    Outcome outcome = build(arguments);
     EXPECT_EQ(outcome.result, TARNOK_OK) << outcome.texts();
     return outcome;
 }
 
-Workshop::~Workshop()
+BuilderTest::~BuilderTest()
 {
     EXPECT_EQ(leftovers(), std::vector<std::string>());
     std::error_code ignored;
     fs::remove_all(mFolder, ignored);
 }
 
-Order Workshop::makeOrder(const std::vector<std::string>& files) const
+BuildArguments BuilderTest::makeArguments(const std::vector<std::string>& files) const
 {
-    Order order;
+    BuildArguments arguments;
     for (const std::string& file : files)
-        order.sounds.push_back({file});
-    order.cache = fullPath("cache");
-    order.output = fullPath("bank.tnb");
-    return order;
+        arguments.sounds.push_back({file});
+    arguments.cache = fullPath("cache");
+    arguments.output = fullPath("bank.tnb");
+    return arguments;
 }
 
-std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
+std::vector<std::string> BuilderTest::makeSounds(int count, size_t frames) const
 {
     constexpr int formats[] = {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
                                SF_FORMAT_WAV | SF_FORMAT_FLOAT, SF_FORMAT_AIFF | SF_FORMAT_PCM_S8};
@@ -123,7 +123,7 @@ std::vector<std::string> Workshop::makeSounds(int count, size_t frames) const
     return files;
 }
 
-std::vector<std::string> Workshop::filesBelow(const std::string& name) const
+std::vector<std::string> BuilderTest::filesBelow(const std::string& name) const
 {
     std::vector<std::string> found;
     std::error_code ignored;
@@ -134,7 +134,7 @@ std::vector<std::string> Workshop::filesBelow(const std::string& name) const
     return found;
 }
 
-std::vector<std::string> Workshop::leftovers() const
+std::vector<std::string> BuilderTest::leftovers() const
 {
     std::vector<std::string> found = filesBelow("");
     std::erase_if(found, [](const fs::path& file) { return !file.filename().string().starts_with('.'); });
