@@ -137,13 +137,18 @@ class RunTest(BuildToolCase):
             (["l.lst", "-o", "x.tnb", "--header", "own.h"], "was not generated with a bank"),
             (["l.lst"], "name the bank with --output"),
             (["l.lst", "-o", "x.tnb", "--depfile", "a.wav"], "is not replaced by a dependency file"),
+            (["l.lst", "-o", "x.tnb", "--header", "x.h", "--depfile", "x.h"], "is not replaced by a dependency file"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "x.tnb", "--depfile-target", "x"], "is not replaced by a dependency"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "x.d", "--depfile-target", "x\ny"], "it contains a line feed"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "/dev/full"], "'/dev/full' can't be written: No space left"),
         ):
             with self.subTest(arguments=arguments):
                 former = {path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}
                 status, output, errors = self.tool("run", *arguments)
                 self.assertEqual((status, output), (FAILED, ""))
                 self.assertIn(reason, errors)
-                (self.work / "x.tnb").unlink(missing_ok=True)
+                for made in ("x.tnb", "x.h"):
+                    (self.work / made).unlink(missing_ok=True)
                 self.assertEqual({path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}, former)
 
     def test_reports_events_by_its_schema(self):
@@ -412,6 +417,16 @@ class DependsTest(BuildToolCase):
         self.assertEqual(make(), "made\n", "a removed sound must not stop make")
         self.assertEqual(self.tool("depends", "l.lst")[0], FAILED)
         self.assertEqual(self.tool("depends", "v.prof", "a.wav", "--depfile", "x.d")[0], BAD_ARGUMENTS)
+
+        for name in ("x=1.wav", "12: 30.wav", "a;touch b.wav", "a|b.wav"):
+            with self.subTest(name=name):
+                write_wav(self.work / name)
+                self.assert_tool("depends", name, "in", "--depfile", "d/x.d", "--depfile-target", "stamp")
+                (self.work / "stamp").touch()
+                self.assertIn("Nothing to be done", make())
+                time.sleep(0.01)
+                (self.work / name).touch()
+                self.assertEqual(make(), "made\n")
 
 
 if __name__ == "__main__":
