@@ -383,6 +383,8 @@ class CheckTest(BuildToolCase):
         self.assertEqual({fault[:3] for fault in self.check("in")},
                          {(None, "error", "other-case"), (None, "error", "not-a-sound")})
         self.assert_faults(self.check("A.wav", "v.prof"), [(None, "error", "other-case", "a.wav is there")])
+        (self.work / "empty").mkdir()
+        self.assert_faults(self.check("empty"), [(None, "error", "no-sounds", "no sound that can be built")])
         self.project("one.tnproj", "a.wav")
         self.assert_faults(self.check("one.tnproj", "one.tnproj"), [(None, "error", "several-projects", "one project")])
 
