@@ -247,7 +247,7 @@ private:
         __m128d low[Count];
         __m128d high[Count];
         __m128i samples[Count];
-        __m128i outside = _mm_setzero_si128(); // its upper halves
+        __m128i outside = _mm_setzero_si128(); // not 0 in an upper half: something isn't 16 bits
         unrolled<Count>([&](auto i) __attribute__((always_inline)) {
             low[i] = i == 0 ? _mm_unpacklo_pd(differences.of[0], differences.of[1])
                             : _mm_unpackhi_pd(differences.of[0], differences.of[1]);

@@ -35,8 +35,8 @@ template <size_t Count, typename Function>
 }
 
 inline constexpr double kHalf = 1 << 19; // rounds a prediction, in 1/2^20
-// Added before rounding to the nearest, so that the middle between two numbers is rounded up. It is half the precision
-// of a prediction, or less than that of a difference.
+// Added before rounding to the nearest, so that the middle between two numbers is rounded up and nothing else changes:
+// predictions are multiples of 2^-20, differences of 2^-8.
 inline constexpr double kTieUp = 0x1p-21;
 
 // The coefficients of the taps 1 to 32, then zeros: vector code reads whole vectors.
@@ -69,9 +69,9 @@ struct PlainCode
 
 #ifdef __x86_64__
 
-// Of two doubles: multiplyAdd: a * b + c. nearest: rounds to whole numbers, if they are below 2^51.
-// addCodes: adds to four sums the differences that the codes of a group stand for, in samples, and returns them. Those
-// of codes that no encoder writes may be above what an integer holds, which makes them its least.
+// multiplyAdd: a * b + c of two doubles each. nearest: rounds values below 2^51 to whole numbers. addCodes: adds the
+// differences that the codes of a group stand for, in samples, to kGroup sums, and returns them. A difference that an
+// integer can't hold, which no encoder writes, is returned as the least integer.
 struct Sse2Code
 {
     template <int FirstAge>
