@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "bank/kadpcm.hpp"
 
+#include "bank/checksum.hpp"
+#include "support/sound_files.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,13 +61,8 @@ Samples roundTrip(const Samples& samples, int channels)
 
 double signalToNoise(const Samples& original, const Samples& decoded)
 {
-    double signal = 0;
-    double error = 0;
-    for (size_t n = 0; n < original.size(); ++n) {
-        signal += std::pow(original[n], 2);
-        error += std::pow(original[n] - decoded[n], 2);
-    }
-    return 10 * std::log10(signal / std::max(1e-9, error));
+    return test::signalToNoise(std::vector<float>(original.begin(), original.end()),
+                               std::vector<float>(decoded.begin(), decoded.end()));
 }
 
 double bitsPerSample(const Encoded& encoded, const Samples& samples)
@@ -221,6 +219,37 @@ TEST(Kadpcm, DamagedBytesAreRefusedOrDecodeToSomething)
         refused += used == 0;
     }
     EXPECT_GT(refused, 10'000);
+}
+
+// Three channels of integers, from silence over a tone to overdriven noise.
+Samples integerSound()
+{
+    Samples samples;
+    uint32_t noise = 1;
+    int position = 0;
+    int speed = 20'000;
+    for (int n = 0; n < 20'000; ++n) {
+        noise = noise * 1'664'525 + 1'013'904'223;
+        position += speed / 256;
+        speed -= position / 256;
+        const int hiss = int(noise >> 16) - 32'768;
+        const int tone = position / 4 + (n < 8000 ? hiss / 512 : hiss / 16);
+        const int loud = n < 14'000 ? 0 : hiss;
+        for (const int value : {tone, tone / 2 + loud, n % 5000 < 100 ? 0 : loud / 4 - tone})
+            samples.push_back(int16_t(std::clamp(value, -32'768, 32'767)));
+    }
+    return samples;
+}
+
+TEST(Kadpcm, IsTheSameOnEveryProcessorAndInEveryVersion)
+{
+    constexpr int kChannels = 3;
+    const Samples samples = integerSound();
+    const std::vector<uint8_t> bytes = encode(samples, kChannels).bytes;
+    EXPECT_EQ(bank::checksum(bytes), 14'782'077'028'687'554'202U);
+    const Samples decoded = decode(bytes, kChannels, samples.size() / kChannels);
+    EXPECT_EQ(bank::checksum({reinterpret_cast<const uint8_t*>(decoded.data()), 2 * decoded.size()}),
+              11'401'503'143'947'541'575U);
 }
 
 } // namespace
