@@ -2,6 +2,7 @@
 // The parts of the pipeline that can't be tested from outside: resampling around loops, dither, the identity of files,
 // and the delivery of reports.
 #include "bank/checksum.hpp"
+#include "base/ordered_work.hpp"
 #include "base/temporary_file.hpp"
 #include "build/progress_queue.hpp"
 #include "build/result_code.hpp"
@@ -20,12 +21,14 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <numbers>
 #include <stop_token>
+#include <thread>
 
 #include <pthread.h>
 
@@ -414,6 +417,29 @@ TEST(WorkerPool, HasStacksOfItsOwnSize)
     pthread_attr_destroy(&small);
     pthread_attr_destroy(&former);
     EXPECT_GE(std::ranges::min(bytes), size_t(8) << 20);
+}
+
+TEST(OrderedWork, ReturnsItsResultsInOrderAndBeginsOnlyAFewBeforeTheyAreFetched)
+{
+    constexpr size_t kCount = 1000;
+    for (const unsigned threads : {1U, 4U}) {
+        std::atomic<size_t> begun = 0;
+        {
+            base::OrderedWork<size_t> work(
+                kCount,
+                [&](size_t number) {
+                    ++begun;
+                    if (number % 7 == 0)
+                        std::this_thread::sleep_for(1ms);
+                    return number * number;
+                },
+                threads);
+            for (size_t i = 0; i < kCount / 2; ++i)
+                ASSERT_EQ(work.next(), i * i);
+        }
+        EXPECT_LT(begun, kCount) << "the rest was not left out";
+        EXPECT_GE(begun, kCount / 2);
+    }
 }
 
 // AVX code of a library, or the thread that starts a worker, may have left the upper halves in use.

@@ -230,6 +230,25 @@ TEST_F(WidgetsTest, browsingStartsInTheCurrentDirectory)
     EXPECT_EQ(changes.size(), 1);
 }
 
+TEST_F(WidgetsTest, aSearchFieldShowsItsCrossWhileItHoldsText)
+{
+    SearchField field(nullptr);
+    field.show();
+    QWidget* cross = nullptr;
+    for (QWidget* child : field.findChildren<QWidget*>()) {
+        if (dynamic_cast<PixmapWidget*>(child) && child->isHidden())
+            cross = child;
+    }
+    ASSERT_TRUE(cross);
+    QSignalSpy changes(&field, SIGNAL(textChanged(QString)));
+    field.setText("step");
+    EXPECT_TRUE(cross->isVisible());
+    QTest::mouseClick(cross, Qt::LeftButton);
+    EXPECT_EQ(field.getText(), "");
+    EXPECT_FALSE(cross->isVisible());
+    EXPECT_EQ(changes.size(), 2);
+}
+
 TEST_F(WidgetsTest, theLogGoesToTheNotificationAreaWhileItExists)
 {
     auto area = std::make_unique<NotificationArea>(nullptr);
