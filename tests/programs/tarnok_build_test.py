@@ -10,32 +10,12 @@ import subprocess
 import time
 import unittest
 
-import jsonschema
+from json_schema import validated
+from program_case import ALL_WRITTEN, TIMEOUT, ProgramCase, write_wav
 
-from program_case import ALL_WRITTEN, SAMPLES, TIMEOUT, ProgramCase, write_wav
-
-SCHEMAS = SAMPLES.parent / "docs" / "schemas"
 DONE, FAILED, BAD_ARGUMENTS = 0, 1, 2
 
 PROFILE = "<profile><format>{}</format><quality>{}</quality><flags><dont_loop/></flags></profile>"
-
-
-def closed(schema):
-    """The schema without room for members that it doesn't describe, which may come with later versions."""
-    if isinstance(schema, list):
-        return [closed(item) for item in schema]
-    if not isinstance(schema, dict):
-        return schema
-    return {key: closed(value) for key, value in schema.items()} | (
-        {"additionalProperties": False} if schema.get("type") == "object" and "properties" in schema else {})
-
-
-def validated(name, value):
-    """The value, if it agrees with the schema and has no other members."""
-    schema = json.loads((SCHEMAS / f"tarnok-build-{name}.schema.json").read_text())
-    jsonschema.Draft202012Validator.check_schema(schema)
-    jsonschema.validate(value, closed(schema), jsonschema.Draft202012Validator)
-    return value
 
 
 class BuildToolCase(ProgramCase):
@@ -53,7 +33,7 @@ class BuildToolCase(ProgramCase):
         found, output, _ = self.run_program("run", *arguments, "--log", "json", program="tarnok-build",
                                             stderr=subprocess.PIPE)
         self.assertEqual(found, status, output)
-        return [validated("log", json.loads(line)) for line in output.splitlines()]
+        return [validated("tarnok-build-log", json.loads(line)) for line in output.splitlines()]
 
     def write(self, name, text):
         (self.work / name).parent.mkdir(parents=True, exist_ok=True)
@@ -263,7 +243,7 @@ class CheckTest(BuildToolCase):
         self.assertEqual(errors, "")
         json_status, output, _ = self.run_program("check", "--json", *inputs, program="tarnok-build",
                                                   stderr=subprocess.PIPE)
-        faults = validated("check", json.loads(output))["faults"]
+        faults = validated("tarnok-build-check", json.loads(output))["faults"]
         self.assertEqual({status, json_status}, {FAILED if faults else DONE})
         lines = [f"{fault['file']}{':%d' % fault['line'] if 'line' in fault else ''}: {fault['severity']}: {fault['text']}"
                  for fault in faults]
@@ -399,7 +379,7 @@ class DependsTest(BuildToolCase):
         arguments = ["l.lst", "v.prof", "in", "-r", "--key-file", "key", "-o", "x.tnb", "--no-guid"]
         files = ["l.lst", "v.prof", "key", "odd $name#1.wav", "in/deep/b.wav", "in", "in/deep"]
         self.assertEqual(self.assert_tool("depends", *arguments).splitlines(), files)
-        facts = validated("depends", json.loads(self.assert_tool("depends", "--json", *arguments)))
+        facts = validated("tarnok-build-depends", json.loads(self.assert_tool("depends", "--json", *arguments)))
         self.assertEqual(facts["dependencies"], files)
         self.assertEqual((facts["format"], facts["quality"], facts["encrypted"]), ("Opus", 30, True))
         self.assertEqual(set(facts["flags"]), {"dont_loop", "no_guid"})
