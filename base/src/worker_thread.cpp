@@ -2,9 +2,19 @@
 #include "base/worker_thread.hpp"
 
 #include <ctime>
+#include <thread>
 #include <utility>
 
+#include <sys/resource.h>
+
 namespace base {
+
+unsigned usefulThreads()
+{
+    rlimit addresses{};
+    const bool isLimited = getrlimit(RLIMIT_AS, &addresses) == 0 && addresses.rlim_cur != RLIM_INFINITY;
+    return isLimited ? 1 : std::thread::hardware_concurrency();
+}
 
 WorkerThread::WorkerThread(std::function<void()> work)
     : mWork(std::move(work))

@@ -12,7 +12,6 @@
 #include <list>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <utility>
 
 namespace base {
@@ -24,7 +23,7 @@ class OrderedWork
 {
 public:
     // work must not throw, and may be called by several threads at once.
-    OrderedWork(size_t count, std::function<T(size_t)> work, unsigned threads = std::thread::hardware_concurrency())
+    OrderedWork(size_t count, std::function<T(size_t)> work, unsigned threads = usefulThreads())
         : mCount(count)
         , mWork(std::move(work))
     {

@@ -14,6 +14,10 @@ namespace base {
 // (ulimit -s) must not apply here.
 inline constexpr size_t kWorkerStackBytes = 8 << 20;
 
+// How many threads do a work of many parts: as many as there are processors, but one if the address space is limited
+// (ulimit -v), of which each thread reserves some 70 MB for its stack and its allocations.
+[[nodiscard]] unsigned usefulThreads();
+
 // A thread with a stack of kWorkerStackBytes. The destructor joins it.
 class WorkerThread
 {
