@@ -69,7 +69,9 @@ bool failsAtOnce(const QString& path, const QByteArray& content)
     static const QRegularExpression commas("^,+\\r*$", QRegularExpression::MultilineOption);
     if (path.endsWith(".lst"))
         return commas.match(QString::fromUtf8(content)).hasMatch();
-    return QXmlStreamReader(content).readNext() != QXmlStreamReader::StartDocument;
+    QByteArray text = content;
+    text.removeIf([](char c) { return c == '\r'; }); // as files do that are opened as text
+    return QXmlStreamReader(text).readNext() != QXmlStreamReader::StartDocument;
 }
 
 } // namespace

@@ -59,8 +59,7 @@ public:
         std::unique_lock lock(mMutex);
         std::optional<T>& slot = mResults[mNext % kAhead];
         mFinished.wait(lock, [&slot] { return slot.has_value(); });
-        T result = *std::move(slot);
-        slot.reset();
+        T result = *std::exchange(slot, std::nullopt);
         ++mNext;
         lock.unlock();
         mFetched.notify_one();
