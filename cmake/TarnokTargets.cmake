@@ -37,7 +37,8 @@ if(TARNOK_COVERAGE)
 endif()
 
 # A shared library of the product. It exports only what both its headers and lib<output>.map export. Without the map,
-# each instantiated template of the standard library would be part of its interface.
+# each instantiated template of the standard library would be part of its interface. It always calls its own functions:
+# a program that exports those of the static library for banks would replace some of them.
 function(tarnok_add_shared_library target output)
     add_library(${target} SHARED ${ARGN})
     set_target_properties(${target} PROPERTIES
@@ -45,7 +46,7 @@ function(tarnok_add_shared_library target output)
         BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${target} PRIVATE tarnok_options)
     set(map "${CMAKE_CURRENT_SOURCE_DIR}/lib${output}.map")
-    target_link_options(${target} PRIVATE "-Wl,--version-script=${map}")
+    target_link_options(${target} PRIVATE "-Wl,--version-script=${map}" -Wl,-Bsymbolic-functions)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
 endfunction()
 

@@ -175,7 +175,7 @@ typedef struct KESS_ENCODING
 typedef int (*KESS_FINDING_CALLBACK)(void* userData, int sound, KESS_RESULT result, const char* text);
 
 /* Where the bytes of a sound or bank come from: functions of the program. They may be called from several threads at
- * once if voices are used on several threads, must not throw, and must not use the sound. */
+ * once if voices are used on several threads or the bank is verified, must not throw, and must not use the sound. */
 
 /* Reads up to bytes bytes at offset into buffer; offset and bytes are inside the source. Returns how many were read;
  * fewer than requested are continued with another call. 0: the source ends here, earlier than it should. Negative: it
@@ -282,12 +282,12 @@ KESS_API KESS_RESULT KESS_System_CreateSoundFromRange(KESS_SYSTEM* system, const
                                                       const KESS_CREATESOUNDEXINFO* info, KESS_SOUND** sound);
 
 /* Reads all of a bank: its tables, every checksum, every packet (by decoding it) and every seek point. Reports each
- * fault to finding, which may be null. Memory doesn't grow with the sounds. key may be null for a bank that isn't
- * encrypted. If finding ends it early, the result is that of the findings so far. KESS_OK: nothing is damaged, though
- * there may be remarks.
- * KESS_ERR_FILE_BAD: damage was reported; or, if none was, the file can't be read at all. KESS_ERR_FILE_NOTFOUND.
- * KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION. KESS_ERR_KEY_MISSING. KESS_ERR_KEY_WRONG.
- * KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */
+ * fault to finding, which may be null. Several sounds are verified at once, on threads that end with the call; finding
+ * is called on the thread of the call, in the order of the sounds. Memory doesn't grow with the sounds. key may be null
+ * for a bank that isn't encrypted. If finding ends it early, the result is that of the findings so far. KESS_OK:
+ * nothing is damaged, though there may be remarks. KESS_ERR_FILE_BAD: damage was reported; or, if none was, the file
+ * can't be read at all. KESS_ERR_FILE_NOTFOUND. KESS_ERR_FORMAT: not a bank. KESS_ERR_VERSION. KESS_ERR_KEY_MISSING.
+ * KESS_ERR_KEY_WRONG. KESS_ERR_FILE_COULDNOTSEEK: the medium failed. KESS_ERR_MEMORY. */
 KESS_API KESS_RESULT KESS_System_VerifyBank(KESS_SYSTEM* system, const char* path, const char* key,
                                             KESS_FINDING_CALLBACK finding, void* userData);
 

@@ -5,6 +5,7 @@
 #include "support/bank_maker.hpp"
 #include "support/bank_seal.hpp"
 #include "support/engine_use.hpp"
+#include "support/limit.hpp"
 #include "support/sound_files.hpp"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,6 @@
 #include <cstdlib>
 #include <fstream>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace bank_test;
@@ -33,25 +33,24 @@ int mutants()
 
 // A small bank may take as much memory as the decoders and Argon2id need, whatever numbers it contains. A larger
 // allocation fails, and the engine reports that. The sanitizers need unlimited memory.
-void limitMemory()
+test::Limit limitMemory()
 {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return {RLIMIT_AS, RLIM_INFINITY};
+#else
     constexpr rlim_t kMaximumBytes = 80 << 20;
     rlim_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
-    rlimit limit{};
-    getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = pages * rlim_t(sysconf(_SC_PAGESIZE)) + kMaximumBytes;
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+    return {RLIMIT_AS, pages * rlim_t(sysconf(_SC_PAGESIZE)) + kMaximumBytes};
 #endif
 }
 
 std::vector<EncodedSound> makeSounds(Codec codec)
 {
     std::vector<EncodedSound> sounds;
-    const uint32_t rate = codec == Codec::Opus ? 48'000 : 44'100;
+    const int rate = codec == Codec::Opus ? 48'000 : 44'100;
     for (const int channels : {1, 2}) {
-        MemorySound sound(channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f));
+        MemorySound sound({channels, rate, tones(3'000, channels, {0.01, 0.033}, 0.5f)});
         sound.setLoop(base::Loop{500, 2'900});
         sounds.push_back(encode(codec, sound, 30, "sound " + std::to_string(channels)));
         sounds.back().sound.syncPoints = {{10, "first"}, {2'999, "last"}};
@@ -89,8 +88,7 @@ void tryBank(const std::vector<uint8_t>& bytes)
 
 } // namespace
 
-class HostileBank : public testing::TestWithParam<Codec>
-{ };
+using HostileBank = testing::TestWithParam<Codec>;
 
 TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsModified)
 {
@@ -98,16 +96,16 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsModified)
     const std::vector<uint8_t> encrypted = makeBank(makeSounds(GetParam()), {}, kKey);
     tryBank(bytes);
     tryBank(encrypted);
-    limitMemory();
-    Noise noise(uint64_t(GetParam()) + 1);
+    const test::Limit limit = limitMemory();
+    std::mt19937 random(uint32_t(GetParam()) + 1);
     for (int i = 0; i < mutants() && !HasFatalFailure(); ++i) {
         std::vector<uint8_t> mutant = bytes;
         const size_t count = findParts(mutant).size();
         for (size_t part = 0; part < count; ++part) {
             mutant = bytes;
             std::span<uint8_t> tampered = findParts(mutant)[part];
-            for (uint32_t hits = noise.next() % 3 + 1; hits > 0; --hits)
-                tamper(tampered, noise);
+            for (auto hits = random() % 3 + 1; hits > 0; --hits)
+                tamper(tampered, random);
             if (i % 4)
                 sealBank(&mutant);
             else
@@ -115,16 +113,16 @@ TEST_P(HostileBank, GivesAnErrorOrSamplesWhicheverPartIsModified)
             // Some mutants are made with the key.
             tryBank(i % 6 ? mutant : encryptBank(mutant, kKey));
         }
-        mutant.assign(bytes.begin(), bytes.begin() + ptrdiff_t(noise.next() % bytes.size()));
+        mutant.assign(bytes.begin(), bytes.begin() + ptrdiff_t(random() % bytes.size()));
         sealBank(&mutant);
         tryBank(mutant);
         if (i % 8 == 0) {
             mutant = encrypted;
-            tamper(std::span(mutant).first(i % 16 ? 120 : mutant.size()), noise);
+            tamper(std::span(mutant).first(i % 16 ? 120 : mutant.size()), random);
             base::storeLittle(mutant.data() + 120, bank::checksum(std::span(mutant).first(120)));
             tryBank(mutant);
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, HostileBank, testing::Values(Codec::Pcm, Codec::Vorbis, Codec::Opus, Codec::Kadpcm));
+INSTANTIATE_TEST_SUITE_P(Formats, HostileBank, testing::ValuesIn(kCodecs));

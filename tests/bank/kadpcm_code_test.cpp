@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // KADPCM's quick code against its plain code: both must give the same bits on every processor.
 #include "kadpcm/code_reader.hpp"
+#include "kadpcm/decoder.hpp"
 #include "kadpcm/prediction.hpp"
 
 #include "bank/checksum.hpp"
@@ -15,24 +16,23 @@ namespace {
 
 using namespace bank::kadpcm;
 using Sums = std::array<double, kGroup>;
-using Differences = std::array<int64_t, kGroup>;
 
-template <typename Code>
+template <typename Code, int FirstAge>
 Sums sums(const TapTable& taps, const double* history)
 {
     Sums sums;
-    Code::sumOlder(taps, history, sums.data());
+    Code::template sumOlder<FirstAge>(taps, kHalf, history, sums.data());
     return sums;
 }
 
-template <typename Code>
-Differences differences(const std::array<uint32_t, kGroup>& codes, int step)
+template <int FirstAge>
+void expectSums(const TapTable& taps, const double* history)
 {
-    Differences differences;
-    Code::dequantise(codes, {stepSize(step), stepSize(step) / 256.0}, differences.data());
-    for (int64_t& difference : differences) // beyond 2^17 all are equal
-        difference = std::clamp<int64_t>(difference, -(1 << 17), 1 << 17);
-    return differences;
+    const Sums expected = sums<PlainCode, FirstAge>(taps, history);
+    EXPECT_EQ((sums<Sse2Code, FirstAge>(taps, history)), expected) << "order " << taps.order;
+    if (Avx2Code::isSupported()) {
+        EXPECT_EQ((sums<Avx2Code, FirstAge>(taps, history)), expected) << "order " << taps.order;
+    }
 }
 
 TEST(KadpcmVectorCode, SumsAsPlainCodeDoes)
@@ -54,19 +54,30 @@ TEST(KadpcmVectorCode, SumsAsPlainCodeDoes)
                 difference = isExtreme ? largest : double(random() % (2 * kLargest + 1)) - kLargest;
             }
             const double* group = history.data() + history.size();
-            const Sums expected = sums<PlainCode>(taps, group);
-            EXPECT_EQ(sums<Sse2Code>(taps, group), expected) << "order " << order;
-            if (Avx2Code::isSupported()) {
-                EXPECT_EQ(sums<Avx2Code>(taps, group), expected) << "order " << order;
-            }
+            expectSums<2>(taps, group); // as the encoder does
+            expectSums<kGroup + 1>(taps, group); // as the decoder does
         }
     }
 }
 
-TEST(KadpcmVectorCode, DequantisesAsPlainCodeDoes)
+template <typename Code>
+void expectAdded(const std::array<uint32_t, kGroup>& codes, int step)
 {
-    if (!Avx2Code::isSupported())
-        GTEST_SKIP() << "this processor has no such code";
+    const Sums start = {0.25, -1000.5, 0, 98'303.75};
+    Sums sums = start;
+    std::array<int32_t, kGroup> added;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(added.data()),
+                     Code::addCodes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(codes.data())),
+                                    stepSize(step) / 256.0, sums.data()));
+    for (size_t k = 0; k < kGroup; ++k) {
+        const int64_t expected = dequantised(unfold(codes[k]), stepSize(step));
+        EXPECT_EQ(added[k], std::abs(expected) < int64_t{1} << 31 ? expected : INT32_MIN) << "step " << step;
+        EXPECT_EQ(sums[k], start[k] + double(expected)) << "step " << step;
+    }
+}
+
+TEST(KadpcmVectorCode, AddsTheDifferencesOfCodes)
+{
     constexpr uint32_t kLargest = 20U << kHighestStart;
     std::mt19937 random(5);
     for (int step = 0; step <= kHighestStep; ++step) {
@@ -75,7 +86,9 @@ TEST(KadpcmVectorCode, DequantisesAsPlainCodeDoes)
             for (uint32_t& code : codes)
                 code = random() % kLargest >> random() % 22;
             codes[size_t(round % kGroup)] = round < 8 ? kLargest - uint32_t(round) : codes[0];
-            EXPECT_EQ(differences<Avx2Code>(codes, step), differences<PlainCode>(codes, step)) << "step " << step;
+            expectAdded<Sse2Code>(codes, step);
+            if (Avx2Code::isSupported())
+                expectAdded<Avx2Code>(codes, step);
         }
     }
 }
@@ -92,7 +105,8 @@ TEST(KadpcmCodes, OfAGroupAreReadAsOneByOne)
         CodePosition group{bytes.data(), uint64_t(round % 8), RiceParameter(round % (kHighestStart + 1))};
         CodePosition single = group;
         while (group.bit / 8 < bytes.size() - 64) {
-            const std::array<uint32_t, kGroup> codes = group.readRiceGroup();
+            std::array<uint32_t, kGroup> codes;
+            group.readRiceGroup(codes.data());
             for (const uint32_t code : codes)
                 ASSERT_EQ(code, single.readRice()) << "round " << round << ", bit " << single.bit;
             ASSERT_EQ(group.bit, single.bit) << "round " << round;
@@ -118,6 +132,50 @@ std::vector<int16_t> integerSound()
             samples.push_back(int16_t(std::clamp(value, -32'768, 32'767)));
     }
     return samples;
+}
+
+// Returns how many superblocks are refused.
+int expectTheSameOfAllCodes(std::span<const uint8_t> bytes, int channels, int frames)
+{
+    std::vector<int16_t> expected(size_t(frames * channels));
+    const size_t used = decodeSuperblock(bytes, channels, frames, expected.data(), VectorCode::None);
+    for (const VectorCode code : {VectorCode::Sse2, VectorCode::Avx2}) {
+        if (code > bestVectorCode())
+            continue;
+        std::vector<int16_t> decoded(expected.size());
+        EXPECT_EQ(decodeSuperblock(bytes, channels, frames, decoded.data(), code), used) << int(code);
+        EXPECT_TRUE(used == 0 || decoded == expected) << int(code);
+    }
+    return used == 0;
+}
+
+// With samples at the limits, where groups are decoded again, and damage, which gives codes that no encoder writes.
+TEST(KadpcmVectorCode, DecodesAndRefusesAsPlainCodeDoes)
+{
+    std::mt19937 random(17);
+    const std::vector<int16_t> sound = integerSound();
+    for (const int channels : {1, 2, 3}) {
+        std::vector<uint8_t> bytes;
+        std::vector<uint32_t> sizes;
+        Encoder encoder(channels);
+        encoder.encode(std::span(sound).first(sound.size() / size_t(channels) * size_t(channels)), bytes, &sizes);
+        encoder.finish(bytes, &sizes);
+        std::span<const uint8_t> rest = bytes;
+        int refused = 0;
+        for (const uint32_t size : std::span(sizes).first(sizes.size() - 1)) {
+            EXPECT_EQ(expectTheSameOfAllCodes(rest.first(size), channels, kSuperblockFrames), 0);
+            for (int round = 0; round < 60; ++round) {
+                std::vector<uint8_t> damaged(rest.begin(), rest.begin() + size);
+                if (round % 3 == 0) // the step
+                    damaged[3] = uint8_t(random());
+                else
+                    damaged[2 + random() % (round % 3 == 1 ? 30 : size - 2)] = uint8_t(random());
+                refused += expectTheSameOfAllCodes(damaged, channels, kSuperblockFrames);
+            }
+            rest = rest.subspan(size);
+        }
+        EXPECT_GT(refused, 100);
+    }
 }
 
 TEST(KadpcmFormat, IsTheSameOnEveryProcessorAndInEveryVersion)

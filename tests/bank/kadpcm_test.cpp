@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "bank/kadpcm.hpp"
 
+#include "bank/checksum.hpp"
+#include "support/sound_files.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,13 +61,8 @@ Samples roundTrip(const Samples& samples, int channels)
 
 double signalToNoise(const Samples& original, const Samples& decoded)
 {
-    double signal = 0;
-    double error = 0;
-    for (size_t n = 0; n < original.size(); ++n) {
-        signal += std::pow(original[n], 2);
-        error += std::pow(original[n] - decoded[n], 2);
-    }
-    return 10 * std::log10(signal / std::max(1e-9, error));
+    return test::signalToNoise(std::vector<float>(original.begin(), original.end()),
+                               std::vector<float>(decoded.begin(), decoded.end()));
 }
 
 double bitsPerSample(const Encoded& encoded, const Samples& samples)

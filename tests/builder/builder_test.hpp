@@ -83,12 +83,14 @@ Outcome build(const BuildArguments& arguments);
 // The same, for a build that must succeed.
 Outcome mustBuild(const BuildArguments& arguments);
 
-// During its lifetime, calls a function at certain moments of a build, on the thread that has reached them.
+// During its lifetime, calls a function at certain moments of a build, on the thread that has reached them: with
+// builder::onReport at each report, before the work that it announces begins, and with builder::onCopy at each sound,
+// before it is read for the bank.
 template <typename... Arguments>
 class AtMoment
 {
 public:
-    AtMoment(void (*&hook)(Arguments...), std::function<void(Arguments...)> act)
+    AtMoment(void (*&hook)(Arguments...), std::type_identity_t<std::function<void(Arguments...)>> act)
         : mHook(hook)
     {
         sAct = std::move(act);
@@ -103,22 +105,6 @@ private:
     static inline std::function<void(Arguments...)> sAct;
 };
 
-// At each report, before the work that the report announces begins.
-struct AtReports : AtMoment<int, TARNOK_STATE>
-{
-    explicit AtReports(std::function<void(int sound, TARNOK_STATE state)> act)
-        : AtMoment(builder::onReport, std::move(act))
-    { }
-};
-
-// At each sound, before it is read for the bank.
-struct AtCopies : AtMoment<size_t>
-{
-    explicit AtCopies(std::function<void(size_t sound)> act)
-        : AtMoment(builder::onCopy, std::move(act))
-    { }
-};
-
 // Makes the builder treat all existing files as old enough for their times to be trusted.
 struct LaterClock
 {
@@ -127,9 +113,8 @@ struct LaterClock
 };
 
 // Gives each test its own folder with an empty cache. At the end, no partial file may be left in it.
-class BuilderTest : public testing::Test
+struct BuilderTest : testing::Test
 {
-public:
     BuilderTest() { fs::create_directories(fullPath("cache")); }
     ~BuilderTest() override;
 

@@ -2,12 +2,14 @@
 // The cache never changes a bank, whatever happens to its files.
 #include "bank/checksum.hpp"
 #include "bank/sound.hpp"
+#include "base/bytes.hpp"
+#include "base/file.hpp"
 #include "builder_test.hpp"
 
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <map>
+#include <set>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -29,21 +31,27 @@ void makeOlder(const std::string& path, int seconds)
 
 using Damage = std::pair<std::string, std::function<void(const std::string& path)>>;
 
+Damage replacement(const std::string& name, const Bytes& bytes)
+{
+    return {name, [bytes](const std::string& path) {
+                writeFile(path, bytes);
+            }};
+}
+
 // Cuts or lengthens a file, or flips one of its bits.
 std::vector<Damage> makeMutations(const Bytes& bytes)
 {
-    std::map<std::string, Bytes> mutants;
+    std::vector<Damage> damages;
     for (const size_t length : {size_t(0), size_t(7), size_t(20), size_t(30), bytes.size() - 1, bytes.size() + 40}) {
-        Bytes& mutant = mutants["resized to " + std::to_string(length)] = bytes;
+        Bytes mutant = bytes;
         mutant.resize(length);
+        damages.push_back(replacement("resized to " + std::to_string(length), mutant));
     }
     for (size_t offset = 0; offset < bytes.size(); offset += offset < 64 ? 5 : 1 + bytes.size() / 40) {
-        Bytes& mutant = mutants["bit of byte " + std::to_string(offset)] = bytes;
+        Bytes mutant = bytes;
         mutant[offset] ^= uint8_t(1 << offset % 8);
+        damages.push_back(replacement("bit of byte " + std::to_string(offset), mutant));
     }
-    std::vector<Damage> damages;
-    for (const auto& [name, mutant] : mutants)
-        damages.emplace_back(name, [mutant](const std::string& path) { writeFile(path, mutant); });
     return damages;
 }
 
@@ -62,19 +70,15 @@ std::vector<Damage> makeDamages(const Bytes& bytes)
 std::vector<Damage> makeForgeries(const Bytes& entry)
 {
     constexpr size_t headerBytes = 80;
-    const auto dataBytes = size_t(entry[40]) | size_t(entry[41]) << 8 | size_t(entry[42]) << 16;
-    const Bytes record(entry.begin() + ptrdiff_t(headerBytes + dataBytes), entry.end());
+    const Bytes record(entry.begin() + ptrdiff_t(headerBytes + base::loadLittle<uint64_t>(&entry[40])), entry.end());
     std::vector<Damage> damages;
     const auto forge = [&](const char* name, const Bytes& forged) {
         Bytes bytes(entry.begin(), entry.end() - ptrdiff_t(record.size()));
         bytes.insert(bytes.end(), forged.begin(), forged.end());
-        const auto putNumber = [&](size_t offset, uint64_t number) {
-            std::memcpy(&bytes[offset], &number, sizeof number);
-        };
-        putNumber(48, forged.size());
-        putNumber(64, bank::checksum(std::span(forged)));
-        putNumber(72, bank::checksum(std::span(bytes).first(72)));
-        damages.emplace_back(name, [bytes](const std::string& path) { writeFile(path, bytes); });
+        base::storeLittle(&bytes[48], uint64_t(forged.size()));
+        base::storeLittle(&bytes[64], bank::checksum(std::span(forged)));
+        base::storeLittle(&bytes[72], bank::checksum(std::span(bytes).first(72)));
+        damages.push_back(replacement(name, bytes));
     };
     const auto lie = [&](const char* name, const std::function<void(bank::Sound&)>& change) {
         bank::Sound sound = *bank::deserialise(record);
@@ -173,118 +177,89 @@ TEST_F(Cache, RecoversFromEveryDamage)
 }
 
 // A folder "sounds" or "index" may be older than the cache that was put into its parent folder.
-struct ForeignFiles : BuilderTest
+TEST_F(Cache, LeavesForeignFilesAlone)
 {
-    // The entries of a cache, one from each of its folders.
-    void findEntries()
-    {
-        arguments = makeArguments(makeSounds(8));
-        arguments.each.desiredSampleRate = 22050; // so that PCM is stored in entries too
-        arguments.format = TARNOK_FORMAT_KADPCM;
-        expected = mustBuild(arguments).bank;
-        entries = filesBelow("cache/sounds");
-        ASSERT_EQ(entries.size(), 8u);
-        const auto isInSameFolder = [](const std::string& left, const std::string& right) {
-            return fs::path(left).parent_path() == fs::path(right).parent_path();
-        };
-        entries.erase(std::unique(entries.begin(), entries.end(), isInSameFolder), entries.end());
-        ASSERT_GE(entries.size(), 3u);
-        arguments.cache = fullPath("mine");
-    }
+    BuildArguments arguments = makeArguments(makeSounds(8));
+    arguments.each.desiredSampleRate = 22050; // so that PCM is stored in entries too
+    arguments.format = TARNOK_FORMAT_KADPCM;
+    const Bytes expected = mustBuild(arguments).bank;
+    std::vector<std::string> entries = filesBelow("cache/sounds");
+    // One from each folder.
+    std::set<fs::path> folders;
+    std::erase_if(entries, [&](const fs::path& entry) { return !folders.insert(entry.parent_path()).second; });
+    for (std::string& entry : entries)
+        entry = fs::relative(entry, fullPath("cache"));
+    ASSERT_GE(entries.size(), 3u);
 
-    void put(const std::string& name)
-    {
-        const std::string path = fullPath("mine/" + name);
-        fs::create_directories(fs::path(path).parent_path());
+    arguments.cache = fullPath("mine");
+    std::map<std::string, Bytes> foreign;
+    const auto put = [&](const fs::path& name) {
+        const fs::path path = fullPath("mine") / name;
+        fs::create_directories(path.parent_path());
         writeFile(path, foreign[path] = Bytes(20'000, uint8_t(foreign.size() + 1)));
         makeOlder(path, 7200);
-    }
-
-    [[nodiscard]] std::string entryName(size_t entry) const { return entries[entry].substr(fullPath("cache").size()); }
-    [[nodiscard]] std::string entryFolder(size_t entry) const
-    {
-        return fs::path(entryName(entry)).parent_path().string();
-    }
-
-    // Builds with sounds that stay in their files and with sounds that are stored in the cache; the last bank is the
-    // expected one.
-    void expectUntouchedByBuilds()
-    {
-        for (const auto& [format, rate] : {std::pair(TARNOK_FORMAT_PCM, 0),
-                                           {TARNOK_FORMAT_PCM, 22050},
-                                           {TARNOK_FORMAT_KADPCM, 0},
-                                           {TARNOK_FORMAT_KADPCM, 22050}}) {
-            SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
-            arguments.format = format;
-            arguments.each.desiredSampleRate = float(rate);
-            const Outcome outcome = mustBuild(arguments);
-            EXPECT_LE(outcome.remarks.size(), 1u);
-            EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || outcome.remarks.size() == 1u)
-                << "no record was stored";
-            for (const std::string& remark : outcome.remarks)
-                EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: ")) << remark;
-            if (format == TARNOK_FORMAT_KADPCM && rate != 0) {
-                EXPECT_TRUE(outcome.bank == expected);
-                EXPECT_EQ(outcome.remarks.size(), 1u);
-                EXPECT_LE(build(arguments).cachedSounds(), 6);
-            }
-        }
-        for (const auto& [path, bytes] : foreign)
-            EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
-    }
-
-    BuildArguments arguments;
-    Bytes expected;
-    std::vector<std::string> entries;
-    std::map<std::string, Bytes> foreign;
-};
-
-TEST_F(ForeignFiles, AreLeftAlone)
-{
-    findEntries();
+    };
     const std::string hash(64, 'a');
     for (const char* name : {"sounds/kick.wav", "sounds/master/take/1", "index/book.index", "records/take.wav",
                              "incomplete/sound.tmp", "tidied"})
         put(name);
-    put(entryFolder(2) + "/snare.wav");
-    put(entryFolder(2) + "/" + hash.substr(1)); // has the name of an entry, but not its content
+    put(fs::path(entries[2]).parent_path() / "snare.wav");
+    put(fs::path(entries[2]).parent_path() / hash.substr(1)); // has the name of an entry, but not its content
     put("index/" + hash + ".index");
-    put(entryName(0) + "/inside an entry's name");
-    put(entryFolder(1)); // a file in place of a folder of entries
+    put(entries[0] + "/inside an entry's name");
+    put(fs::path(entries[1]).parent_path()); // a file in place of a folder of entries
     const std::string old = fullPath("mine/sounds/cc/" + hash.substr(2));
     fs::create_directories(fs::path(old).parent_path());
-    fs::copy_file(entries[0], old); // an entry of an earlier version
+    fs::copy_file(fullPath("cache/" + entries[0]), old); // an entry of an earlier version
     makeOlder(old, 7200);
     writeFile(fullPath("mine/limit"), "1");
 
-    expectUntouchedByBuilds();
-    EXPECT_FALSE(fs::exists(old));
-    foreign.erase(fullPath("mine/records/take.wav"));
-    fs::remove_all(fullPath("mine/records"));
-    put("records");
-    expectUntouchedByBuilds();
+    for (const bool isTableBlocked : {false, true}) {
+        if (isTableBlocked) {
+            foreign.erase(fullPath("mine/records/take.wav"));
+            fs::remove_all(fullPath("mine/records"));
+            put("records");
+        }
+        // Sounds that stay in their files, and sounds that are stored in the cache.
+        Outcome outcome;
+        for (const auto format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM}) {
+            for (const float rate : {0.0f, 22050.0f}) {
+                SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
+                arguments.format = format;
+                arguments.each.desiredSampleRate = rate;
+                outcome = mustBuild(arguments);
+                EXPECT_LE(outcome.remarks.size(), 1u);
+                EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || !outcome.remarks.empty()) << "it was stored";
+                for (const std::string& remark : outcome.remarks)
+                    EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: ")) << remark;
+            }
+        }
+        EXPECT_TRUE(outcome.bank == expected);
+        EXPECT_EQ(outcome.remarks.size(), 1u);
+        EXPECT_LE(build(arguments).cachedSounds(), 6);
+        for (const auto& [path, bytes] : foreign)
+            EXPECT_TRUE(fs::is_regular_file(path) && readFile(path) == bytes) << path;
+        EXPECT_FALSE(fs::exists(old));
+    }
 }
 
 TEST_F(Cache, RemembersUnchangedFilesAndSurvivesDamageToTheirIndex)
 {
     BuildArguments arguments = makeArguments(makeSounds(3));
     const Bytes expected = mustBuild(arguments).bank;
-    const auto segments = [&] {
-        return filesBelow("cache/index");
-    };
-    EXPECT_TRUE(segments().empty()) << "such new files may change without a new time";
+    EXPECT_TRUE(filesBelow("cache/index").empty()) << "such new files may change without a new time";
     const LaterClock later;
     EXPECT_EQ(build(arguments).cachedSounds(), 3);
-    ASSERT_EQ(segments().size(), 1u);
+    ASSERT_EQ(filesBelow("cache/index").size(), 1u);
     EXPECT_EQ(build(arguments).cachedSounds(), 3);
-    EXPECT_EQ(segments().size(), 1u);
+    EXPECT_EQ(filesBelow("cache/index").size(), 1u);
 
-    for (const auto& [name, mutate] : makeMutations(readFile(segments()[0]))) {
-        mutate(segments()[0]);
+    for (const auto& [name, mutate] : makeMutations(readFile(filesBelow("cache/index")[0]))) {
+        mutate(filesBelow("cache/index")[0]);
         const Outcome outcome = build(arguments);
         ASSERT_EQ(outcome.cachedSounds(), 3) << name;
         ASSERT_TRUE(outcome.bank == expected) << name;
-        ASSERT_EQ(segments().size(), 1u) << name;
+        ASSERT_EQ(filesBelow("cache/index").size(), 1u) << name;
     }
 }
 
@@ -313,7 +288,7 @@ TEST_F(Cache, StoresNothingOfAFileThatChangesWhileItIsRead)
             SCOPED_TRACE(testing::Message() << "state " << moment << ", " << changes << " changes");
             replaceBy(0);
             int left = changes;
-            const AtReports writer([&](int sound, TARNOK_STATE state) {
+            const AtMoment writer(builder::onReport, [&](int sound, TARNOK_STATE state) {
                 if (sound == 0 && state == moment && left-- > 0)
                     replaceBy(1 - content);
             });
@@ -337,33 +312,25 @@ TEST_F(Cache, StoresNothingUnderTheOldContentOfAFileThatChangesWithoutANewTime)
     const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
     auto* mapped = static_cast<uint8_t*>(mmap(nullptr, former.size(), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
     ASSERT_NE(mapped, MAP_FAILED);
-    const auto change = [&] {
-        for (size_t i = 1000; i < former.size(); ++i)
-            mapped[i] = uint8_t(former[i] ^ (i % 2 ? 0x15 : 0));
-    };
-    const auto stamp = [&] {
-        struct stat status = {};
-        fstat(file, &status);
-        return std::tuple(status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
-    };
     std::copy(former.begin(), former.end(), mapped);
     const LaterClock later;
     const TARNOK_FORMAT formats[] = {TARNOK_FORMAT_VORBIS, TARNOK_FORMAT_PCM};
     std::map<TARNOK_FORMAT, Bytes> expected;
     BuildArguments arguments = makeArguments({path});
     for (const TARNOK_FORMAT format : formats) {
-        BuildArguments apart = arguments;
-        apart.format = format;
-        apart.cache = fullPath("");
-        expected[format] = mustBuild(apart).bank;
+        arguments.format = format;
+        arguments.cache = fullPath("");
+        expected[format] = mustBuild(arguments).bank;
     }
+    arguments.cache = fullPath("cache");
     arguments.format = TARNOK_FORMAT_KADPCM;
     mustBuild(arguments);
     ASSERT_FALSE(filesBelow("cache/index").empty());
 
-    const auto before = stamp();
-    change();
-    if (stamp() != before)
+    const base::FileStamp before = *base::readStamp(path);
+    for (size_t i = 1000; i < former.size(); ++i)
+        mapped[i] = uint8_t(former[i] ^ (i % 2 ? 0x15 : 0));
+    if (*base::readStamp(path) != before)
         GTEST_SKIP() << "the file system has noticed";
     for (const TARNOK_FORMAT format : formats) {
         arguments.format = format;
@@ -411,10 +378,9 @@ TEST_F(Cache, IsSharedBetweenProcesses)
 
 TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
 {
-    std::vector<std::string> files = makeSounds(8);
-    files.push_back(
-        makeSound("long.wav", noise(2, 44100, 200'000))); // writing its entry begins before its length is known
-    BuildArguments arguments = makeArguments(files);
+    BuildArguments arguments = makeArguments(makeSounds(8));
+    // Writing its entry begins before its length is known.
+    arguments.sounds.push_back({makeSound("long.wav", noise(2, 44100, 200'000))});
     arguments.format = TARNOK_FORMAT_VORBIS;
     arguments.flags = TARNOK_BUILD_WRITEPEAKVOLUME;
     const Bytes expected = mustBuild(arguments).bank;
@@ -430,11 +396,11 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
                 fs::create_directory(fullPath(part), ignored);
             };
             arguments.key = arguments.key ? nullptr : "key";
-            const AtReports remover([&](int, TARNOK_STATE state) {
+            const AtMoment remover(builder::onReport, [&](int, TARNOK_STATE state) {
                 if (state == moment)
                     empty();
             });
-            const AtCopies copyRemover([&](size_t sound) {
+            const AtMoment copyRemover(builder::onCopy, [&](size_t sound) {
                 if (sound % 3 == 2)
                     empty();
             });
@@ -446,27 +412,65 @@ TEST_F(Cache, MayBeEmptiedAtAnyMomentOfABuild)
     mustBuild(arguments);
 }
 
+// Of these PCM sounds, the first stays in its file, and the others are in the cache.
+TEST_F(Cache, MayLoseSoundsWhichAreEncodedAgainWithAllOthersThatAreLostOrChanged)
+{
+    BuildArguments arguments = makeArguments({});
+    for (int i = 0; i < 4; ++i)
+        arguments.sounds.push_back({fullPath(std::to_string(i) + ".wav")});
+    arguments.each.desiredSampleRate = 22'050;
+    int attempts = 0; // to write the bank
+    const auto buildWith = [&](const std::function<void()>& lose) {
+        attempts = 0;
+        for (uint32_t i = 0; i < 4; ++i)
+            writeSound(arguments.sounds[i][0], wav16, noise(1, i == 0 ? 22'050 : 44'100, 2000, i));
+        const AtMoment loser(builder::onCopy, [&](size_t sound) {
+            attempts += sound == 0;
+            if (sound == 0)
+                lose();
+        });
+        return build(arguments);
+    };
+    const std::string entries = fullPath("cache/sounds");
+    const Outcome atOnce = buildWith([&] {
+        fs::remove_all(entries);
+        writeSound(arguments.sounds[0][0], wav16, noise(1, 22'050, 2000, 100));
+    });
+    EXPECT_EQ(atOnce.result, TARNOK_OK) << atOnce.texts();
+    EXPECT_EQ(attempts, 2) << "all are encoded at once";
+    const Outcome oneFirst =
+        buildWith([&] { fs::remove_all(attempts == 1 ? filesBelow("cache/sounds").at(0) : entries); });
+    EXPECT_EQ(oneFirst.result, TARNOK_OK) << oneFirst.texts();
+    EXPECT_EQ(attempts, 3) << "no others are encoded at first";
+
+    for (const bool ignoresErrors : {false, true}) {
+        arguments.initFlags |= ignoresErrors ? TARNOK_INIT_IGNORE_ERRORS : 0;
+        const Outcome outcome = buildWith([&] {
+            fs::remove_all(entries);
+            fs::remove(arguments.sounds[2][0]);
+        });
+        EXPECT_EQ(outcome.result, ignoresErrors ? TARNOK_OK : TARNOK_ERR_FILE_NOT_FOUND);
+        EXPECT_NE(outcome.texts().find("2.wav: the file does not exist"), std::string::npos) << outcome.texts();
+    }
+}
+
 TEST_F(Cache, FailsABuildDuringWhichAnEntryChanges)
 {
     BuildArguments arguments =
         makeArguments({makeSound("a.wav", noise(2, 44100, 20'000)), makeSound("b.wav", noise(2, 44100, 19'999))});
     arguments.format = TARNOK_FORMAT_VORBIS;
     arguments.threads = 1;
-    using Change = std::function<void(const std::string&)>;
-    const Change cut = [](const std::string& entry) {
-        fs::resize_file(entry, 10);
-    };
-    const Change overwrite = [](const std::string& entry) {
-        Bytes bytes = readFile(entry);
-        bytes[bytes.size() / 2] ^= 1;
-        writeFile(entry, bytes);
-    };
-    for (const Change& change : {cut, overwrite}) {
+    for (const bool isCut : {true, false}) {
         fs::remove_all(fullPath("cache/sounds"));
         bool isFirst = true;
-        const AtReports writer([&](int, TARNOK_STATE state) {
-            if (state == TARNOK_STATE_FINISHED && std::exchange(isFirst, false))
-                change(filesBelow("cache/sounds").at(0));
+        const AtMoment writer(builder::onReport, [&](int, TARNOK_STATE state) {
+            if (state != TARNOK_STATE_FINISHED || !std::exchange(isFirst, false))
+                return;
+            const std::string entry = filesBelow("cache/sounds").at(0);
+            Bytes bytes = readFile(entry);
+            bytes[bytes.size() / 2] ^= 1;
+            bytes.resize(isCut ? 10 : bytes.size());
+            writeFile(entry, bytes);
         });
         EXPECT_TRUE(build(arguments).failed(TARNOK_ERR_CACHE_CHUNK_MISSING, "bank.tnb: the encoded sound was changed"));
     }
@@ -479,13 +483,13 @@ TEST_F(Cache, IsNotNeededForABuild)
     for (const char* cache : {"readonly", "blocked", "piped", "halfblocked"})
         fs::create_directory(fullPath(cache));
     fs::permissions(fullPath("readonly"), fs::perms::owner_read | fs::perms::owner_exec);
-    for (const char* file : {"file", "blocked/sounds", "blocked/incomplete", "blocked/index"})
+    // In the last one, entries can be written but not stored.
+    for (const char* file : {"file", "blocked/sounds", "blocked/incomplete", "blocked/index", "halfblocked/sounds"})
         writeFile(fullPath(file), "not a folder");
     for (const char* pipe : {"piped/limit", "piped/tidied", "piped/records"}) {
         ASSERT_EQ(mkfifo(fullPath(pipe).c_str(), 0666), 0);
         makeOlder(fullPath(pipe), 7200);
     }
-    writeFile(fullPath("halfblocked/sounds"), "entries can be written but not stored");
     for (const TARNOK_FORMAT format : {TARNOK_FORMAT_KADPCM, TARNOK_FORMAT_PCM}) {
         arguments.format = format;
         arguments.cache = usable;
@@ -496,12 +500,10 @@ TEST_F(Cache, IsNotNeededForABuild)
             const Outcome outcome = mustBuild(arguments);
             EXPECT_EQ(outcome.countReports(TARNOK_STATE_FINISHED), 6);
             EXPECT_TRUE(outcome.bank == expected);
-            EXPECT_EQ(leftovers(), std::vector<std::string>());
-            const bool isUsed =
-                arguments.cache == fullPath("piped") || (arguments.cache == fullPath("readonly") && geteuid() == 0);
+            const bool isReadOnly = arguments.cache == fullPath("readonly");
+            const bool isUsed = arguments.cache == fullPath("piped") || (isReadOnly && geteuid() == 0);
             ASSERT_EQ(outcome.remarks.size(), isUsed ? 0u : 1u);
-            const bool isForbidden = arguments.cache == fullPath("readonly");
-            const std::string reason = isForbidden ? "no permission while creating the folder incomplete" : "";
+            const std::string reason = isReadOnly ? "no permission while creating the folder incomplete" : "";
             for (const std::string& remark : outcome.remarks)
                 EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: " + reason)) << remark;
         }
@@ -512,10 +514,9 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
 {
     BuildArguments arguments = makeArguments({});
     arguments.threads = 1; // so that the first sound fits
-    for (const uint32_t seed : {1, 2, 3}) {
-        arguments.sounds.push_back({makeSound("noise" + std::to_string(seed), noise(1, 44100, 400'000, seed),
-                                              SF_FORMAT_FLAC | SF_FORMAT_PCM_16)});
-    }
+    constexpr int flac = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+    for (const uint32_t seed : {1, 2, 3})
+        arguments.sounds.push_back({makeSound(std::to_string(seed), noise(1, 44100, 400'000, seed), flac)});
     const Bytes expected = mustBuild(arguments).bank;
 
     const std::string disk = fullPath("disk");
@@ -526,8 +527,7 @@ TEST_F(Cache, OnAFullDiskIsReplacedByTemporaryFilesElsewhere)
     const Outcome full = mustBuild(arguments);
     EXPECT_TRUE(full.bank == expected);
     ASSERT_EQ(full.remarks.size(), 1u);
-    EXPECT_NE(full.remarks[0].find("the cache " + disk + " can't be used: disk full"), std::string::npos)
-        << full.remarks[0];
+    EXPECT_TRUE(full.remarks[0].starts_with("the cache " + disk + " can't be used: disk full")) << full.remarks[0];
     EXPECT_EQ(build(arguments).cachedSounds(), 1) << "entries that fit are stored";
 
     arguments.output = disk + "/bank.tnb";
@@ -672,7 +672,7 @@ struct ChangingSounds : BuilderTest
         for (const auto& sound : arguments.sounds)
             writeFile(sound[0], contents[0]);
         writeFile(arguments.output, "the bank before");
-        const AtReports writer([&](int sound, TARNOK_STATE state) {
+        const AtMoment writer(builder::onReport, [&](int sound, TARNOK_STATE state) {
             if (sound < 0 && state == TARNOK_STATE_WRITING)
                 change();
         });
@@ -697,11 +697,9 @@ struct ChangingSounds : BuilderTest
 
 TEST_F(ChangingSounds, AreWrittenWithTheirFinalContents)
 {
-    const auto overwrite = [&] {
-        std::fstream(file, std::ios::binary | std::ios::in | std::ios::out)
-            .write(reinterpret_cast<const char*>(contents[1].data()), std::streamsize(contents[1].size()));
-    };
-    const std::function<void()> changes[] = {overwrite, [&] {
+    // The first writes to the same file.
+    const std::function<void()> changes[] = {[&] { writeFile(file, contents[1]); },
+                                             [&] {
                                                  replace(file);
                                              }};
     for (const auto& change : changes) {
@@ -721,7 +719,7 @@ TEST_F(ChangingSounds, AreWrittenWithTheirFinalContents)
 TEST_F(ChangingSounds, MayChangeOneByOneMoreOftenThanABankIsRestarted)
 {
     size_t next = 0;
-    const AtCopies writer([&](size_t sound) {
+    const AtMoment writer(builder::onCopy, [&](size_t sound) {
         if (sound == next)
             replace(arguments.sounds[next++][0]);
     });
@@ -736,29 +734,21 @@ TEST_F(ChangingSounds, MayChangeOneByOneMoreOftenThanABankIsRestarted)
 
 TEST_F(ChangingSounds, FailWhenTheyCanNoLongerBeBuilt)
 {
-    const std::pair<const char*, std::function<void()>> changes[] = {
-        {"cut short",
-         [&] {
-             fs::resize_file(file, contents[0].size() / 2);
-         }},
-        {"does not exist",
-         [&] {
-             fs::remove(file);
-         }},
-        {"folder",
-         [&] {
-             fs::remove(file), fs::create_directory(file);
-         }},
-        {"pipe",
-         [&] {
-             fs::remove(file), mkfifo(file.c_str(), 0666);
-         }},
+    using Change = std::pair<const char*, std::function<void()>>;
+    const Change changes[] = {
+        Change("cut short", [&] { writeFile(file, Bytes(contents[0].begin(), contents[0].end() - 1000)); }),
+        Change("does not exist", [] {}),
+        Change("folder", [&] { fs::create_directory(file); }),
+        Change("pipe", [&] { mkfifo(file.c_str(), 0666); }),
     };
     for (const auto& [text, change] : changes) {
         for (const bool ignoresErrors : {false, true}) {
             SCOPED_TRACE(testing::Message() << text << (ignoresErrors ? ", errors are ignored" : ""));
             arguments.initFlags = TARNOK_INIT_ALWAYS | (ignoresErrors ? TARNOK_INIT_IGNORE_ERRORS : 0);
-            const Outcome outcome = buildWith(change);
+            const Outcome outcome = buildWith([&, &replacement = change] {
+                fs::remove(file);
+                replacement();
+            });
             EXPECT_EQ(outcome.countReports(TARNOK_STATE_FAILED), 1);
             EXPECT_NE(outcome.texts().find("changing.wav: "), std::string::npos);
             EXPECT_TRUE(outcome.failed(outcome.result, text));

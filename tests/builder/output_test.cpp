@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The files of a build: the bank and its C header.
+#include "base/file.hpp"
 #include "builder_test.hpp"
 
 #include <cerrno>
@@ -103,19 +104,16 @@ TEST_F(Output, KeepsThePermissionsOfTheFormerBank)
 {
     BuildArguments arguments = makeArguments(makeSounds(1));
     arguments.initFlags |= TARNOK_INIT_CREATE_HEADER;
-    const auto readMode = [](const std::string& path) {
-        return unsigned(fs::status(path).permissions());
-    };
     const mode_t former = umask(027);
     mustBuild(arguments);
-    EXPECT_EQ(readMode(arguments.output), 0640u) << "a new one";
+    EXPECT_EQ(unsigned(fs::status(arguments.output).permissions()), 0640u) << "a new one";
     for (const auto& [mode, kept] :
          {std::pair<unsigned, unsigned>{0444, 0444}, {0600, 0600}, {0666, 0666}, {04755, 0755}}) {
         for (const std::string& path : {arguments.output, fullPath("bank.h")})
             fs::permissions(path, fs::perms(mode));
         mustBuild(arguments);
-        EXPECT_EQ(readMode(arguments.output), kept) << std::oct << mode;
-        EXPECT_EQ(readMode(fullPath("bank.h")), kept) << std::oct << mode;
+        for (const std::string& path : {arguments.output, fullPath("bank.h")})
+            EXPECT_EQ(unsigned(fs::status(path).permissions()), kept) << path << std::oct << mode;
     }
     umask(former);
 }
@@ -130,11 +128,7 @@ TEST_F(Output, KeepsFilesThatWouldStayTheSame)
     ASSERT_EQ(Tarnok_SetHeaderFile(""), TARNOK_ERR_INVALID_PARAM);
     ASSERT_EQ(Tarnok_SetHeaderFile(std::string(header).c_str()), TARNOK_OK) << "it keeps no pointer";
     const auto nodes = [&] {
-        struct stat bank = {};
-        struct stat text = {};
-        stat(arguments.output.c_str(), &bank);
-        stat(header.c_str(), &text);
-        return std::pair(bank.st_ino, text.st_ino);
+        return std::pair(base::readStamp(arguments.output)->inode, base::readStamp(header)->inode);
     };
     mustBuild(arguments);
     EXPECT_FALSE(fs::exists(fullPath("bank.h"))) << "another file was set";

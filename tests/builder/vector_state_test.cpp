@@ -39,65 +39,40 @@ void entered(const char* function)
 // Leaves the registers in the worst state in which a library may leave them.
 struct Careless
 {
-    Careless() = default;
-    Careless(const Careless&) = delete;
     ~Careless() { useUpperHalves(); }
 };
+struct Careful
+{ };
 
 } // namespace
 
-#define THE_LIBRARYS_OWN(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
+// Defines a function that calls the library's own one of that name, and how it leaves the registers.
+#define REPLACE(leaves, result, function, parameters, arguments)                                                       \
+    result function parameters                                                                                         \
+    {                                                                                                                  \
+        entered(#function);                                                                                            \
+        [[maybe_unused]] const leaves registers;                                                                       \
+        return reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function)) arguments;                         \
+    }
 
 // The builder library also uses these, because they precede the libraries' own functions.
 #pragma GCC visibility push(default)
 extern "C" {
 
-int vorbis_analysis_init(vorbis_dsp_state* state, vorbis_info* info)
-{
-    entered(__func__);
-    return THE_LIBRARYS_OWN(vorbis_analysis_init)(state, info);
-}
+REPLACE(Careful, int, vorbis_analysis_init, (vorbis_dsp_state * state, vorbis_info* info), (state, info))
+REPLACE(Careful, int, vorbis_analysis_wrote, (vorbis_dsp_state * state, int count), (state, count))
+REPLACE(Careful, int, opus_multistream_encode_float,
+        (OpusMSEncoder * encoder, const float* frames, int count, unsigned char* packet, opus_int32 bytes),
+        (encoder, frames, count, packet, bytes))
+REPLACE(Careless, soxr_error_t, soxr_process,
+        (soxr_t resampler, soxr_in_t in, size_t length, size_t* taken, soxr_out_t out, size_t room, size_t* made),
+        (resampler, in, length, taken, out, room, made))
+REPLACE(Careless, SNDFILE*, sf_open_virtual, (SF_VIRTUAL_IO * io, int mode, SF_INFO* info, void* user),
+        (io, mode, info, user))
+REPLACE(Careless, sf_count_t, sf_readf_float, (SNDFILE * file, float* frames, sf_count_t count), (file, frames, count))
 
-int vorbis_analysis_wrote(vorbis_dsp_state* state, int count)
-{
-    entered(__func__);
-    return THE_LIBRARYS_OWN(vorbis_analysis_wrote)(state, count);
-}
-
-int opus_multistream_encode_float(OpusMSEncoder* encoder, const float* frames, int count, unsigned char* packet,
-                                  opus_int32 bytes)
-{
-    entered(__func__);
-    return THE_LIBRARYS_OWN(opus_multistream_encode_float)(encoder, frames, count, packet, bytes);
-}
-
-soxr_error_t soxr_process(soxr_t resampler, soxr_in_t in, size_t inLength, size_t* taken, soxr_out_t out,
-                          size_t outLength, size_t* made)
-{
-    entered(__func__);
-    const Careless careless;
-    return THE_LIBRARYS_OWN(soxr_process)(resampler, in, inLength, taken, out, outLength, made);
-}
-
-SNDFILE* sf_open_virtual(SF_VIRTUAL_IO* io, int mode, SF_INFO* info, void* user)
-{
-    entered(__func__);
-    const Careless careless;
-    return THE_LIBRARYS_OWN(sf_open_virtual)(io, mode, info, user);
-}
-
-sf_count_t sf_readf_float(SNDFILE* file, float* frames, sf_count_t count)
-{
-    entered(__func__);
-    const Careless careless;
-    return THE_LIBRARYS_OWN(sf_readf_float)(file, frames, count);
-}
-
-XXH_errorcode XXH3_64bits_update(XXH3_state_t* state, const void* bytes, size_t count)
-{
-    const Careless careless;
-    return THE_LIBRARYS_OWN(XXH3_64bits_update)(state, bytes, count);
-}
+REPLACE(Careless, XXH_errorcode, XXH3_64bits_update, (XXH3_state_t * state, const void* bytes, size_t count),
+        (state, bytes, count))
 
 } // extern "C"
 #pragma GCC visibility pop
@@ -117,6 +92,7 @@ TEST_F(VectorState, IsUnusedWhereALibraryIsEntered)
         useUpperHalves();
         mustBuild(arguments);
     }
+    entries.inUse.erase("XXH3_64bits_update"); // may be entered in any state
     EXPECT_EQ(entries.inUse, std::set<std::string>());
     for (const char* function : {"vorbis_analysis_init", "vorbis_analysis_wrote", "opus_multistream_encode_float",
                                  "soxr_process", "sf_open_virtual", "sf_readf_float"})

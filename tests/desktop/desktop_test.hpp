@@ -8,9 +8,8 @@
 
 namespace tests {
 
-class DesktopTest : public SystemTest
+struct DesktopTest : SystemTest
 {
-protected:
     void SetUp() override
     {
         SystemTest::SetUp();

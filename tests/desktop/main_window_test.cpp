@@ -12,9 +12,8 @@ using namespace tests;
 
 namespace {
 
-class MainWindowTest : public DesktopTest
+struct MainWindowTest : DesktopTest
 {
-protected:
     void TearDown() override { mWindow.reset(); }
 
     // Starts as the program does: the window, then the first round of the event loop.
@@ -391,7 +390,7 @@ TEST_F(MainWindowTest, aCancelEnablesTheCommandsAtOnceAndAFailureWhenItIsReporte
     addSound("a.wav");
     builder()->stall = true;
     trigger("&Build");
-    waitForBuilds(1);
+    builder().waitUntil([] { return !builder()->builds.empty(); });
     // The key of New is also that of Cancel, but the action itself isn't ambiguous.
     trigger("C&ancel");
     EXPECT_EQ(enabled(), "BRIE");
@@ -407,9 +406,8 @@ TEST_F(MainWindowTest, aCancelEnablesTheCommandsAtOnceAndAFailureWhenItIsReporte
     EXPECT_TRUE(log().last().contains("Encoder for chosen format has encountered an unexpected error."));
 }
 
-class EditedDirectoryTest : public MainWindowTest
+struct EditedDirectoryTest : MainWindowTest
 {
-protected:
     void SetUp() override
     {
         MainWindowTest::SetUp();

@@ -9,9 +9,8 @@ using namespace tests;
 
 namespace {
 
-class ProjectBrowserTest : public DesktopTest
+struct ProjectBrowserTest : DesktopTest
 {
-protected:
     void open(const QString& project)
     {
         mBank = makeBank(project);

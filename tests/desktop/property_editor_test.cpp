@@ -9,9 +9,8 @@ using namespace tests;
 
 namespace {
 
-class PropertyEditorTest : public DesktopTest
+struct PropertyEditorTest : DesktopTest
 {
-protected:
     void SetUp() override
     {
         DesktopTest::SetUp();

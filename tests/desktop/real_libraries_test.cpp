@@ -15,9 +15,8 @@ using namespace TARNOK;
 
 namespace {
 
-class RealLibrariesTest : public testing::Test
+struct RealLibrariesTest : testing::Test
 {
-protected:
     void SetUp() override
     {
         QSettings(COMPANY_NAME, APP_NAME).clear();

@@ -9,9 +9,8 @@ using namespace tests;
 
 namespace {
 
-class SettingsDialogTest : public DesktopTest
+struct SettingsDialogTest : DesktopTest
 {
-protected:
     void TearDown() override
     {
         buildSystem()->setThreadCount(4);

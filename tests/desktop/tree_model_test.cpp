@@ -8,9 +8,8 @@ using namespace tests;
 
 namespace {
 
-class TreeModelTest : public DesktopTest
+struct TreeModelTest : DesktopTest
 {
-protected:
     WorkspaceModel mModel{nullptr};
 };
 
@@ -64,9 +63,9 @@ const Drop DROPS[] = {
 
 } // namespace
 
-TEST_F(TreeModelTest, rowsShowTheValuesOfTheItems)
+TEST_F(TreeModelTest, rowsShowTheValuesOfTheItemsUntilTheseAreRemoved)
 {
-    const SoundBank* bank = makeBank("a y+b+x");
+    SoundBank* bank = makeBank("a y+b+x");
     const QModelIndex root = mModel.index(0, 0);
     const QModelIndex leaf = mModel.index(0, 0, root);
     const QModelIndex merged = mModel.index(1, 0, root);
@@ -96,14 +95,7 @@ TEST_F(TreeModelTest, rowsShowTheValuesOfTheItems)
     EXPECT_EQ(texts(leaf), QStringList({"a", "44100", "16-bit PCM", "wav", "1", path("").chopped(1), "1000", "1"}));
     EXPECT_EQ(texts(merged), QStringList({"y", "44100", "24-bit PCM", "", "3", "", "3000", "3"}));
     EXPECT_EQ(texts(file), QStringList({"x", "48000", "16-bit PCM", "wav", "1", path("").chopped(1), "3000", "1"}));
-}
 
-TEST_F(TreeModelTest, rowsHaveIconsAlignmentAndFlagsUntilTheyAreRemoved)
-{
-    SoundBank* bank = makeBank("a y+b+x");
-    const QModelIndex root = mModel.index(0, 0);
-    const QModelIndex leaf = mModel.index(0, 0, root);
-    const QModelIndex file = mModel.index(2, 0, mModel.index(1, 0, root));
     EXPECT_EQ(mModel.data(leaf.siblingAtColumn(4), Qt::TextAlignmentRole), QVariant(2));
     EXPECT_EQ(mModel.data(leaf, Qt::TextAlignmentRole), QVariant(1));
     EXPECT_FALSE(mModel.data(leaf, Qt::ToolTipRole).isValid());
@@ -124,7 +116,7 @@ TEST_F(TreeModelTest, rowsHaveIconsAlignmentAndFlagsUntilTheyAreRemoved)
     EXPECT_FALSE(mModel.parent(file).isValid());
 }
 
-TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
+TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhatAndAbortsForWrongKinds)
 {
     for (const Drop& drop : DROPS) {
         SoundBank* bank = makeBank(drop.before);
@@ -140,10 +132,7 @@ TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhat)
             EXPECT_TRUE(lines.contains(line)) << name << ": " << line.toStdString();
         bank->unload();
     }
-}
 
-TEST_F(TreeModelTest, aDropWithoutATargetIsIgnoredAndWrongKindsAbort)
-{
     SoundBank* bank = makeBank("a b+c");
     QSignalSpy resets(&mModel, SIGNAL(modelAboutToBeReset()));
     EXPECT_EQ(loggedLines([&] { mModel.moveItems(nullptr, {bank->at(0)}); }), QStringList("drop ignored"));

@@ -9,7 +9,7 @@
 
 using namespace test;
 
-TEST(EveryKindOfFile, ReportsItsFactsAndDecodesToItsLengthAtTheRightPosition)
+TEST(EveryKindOfFile, ReportsItsFactsAndDecodesToItsLengthFromAnyPosition)
 {
     for (const SourceKind& kind : sourceKinds()) {
         SCOPED_TRACE(kind.name);
@@ -25,12 +25,24 @@ TEST(EveryKindOfFile, ReportsItsFactsAndDecodesToItsLengthAtTheRightPosition)
         EXPECT_EQ(facts.milliseconds, facts.samples * 1000 / uint64_t(kind.rate));
 
         const std::vector<float> decoded = readFloats(*sound);
-        EXPECT_EQ(decoded.size(), facts.samples * uint64_t(kind.channels));
+        ASSERT_EQ(decoded.size(), facts.samples * uint64_t(kind.channels));
         EXPECT_GE(signalToNoise(source.samples, decoded), kind.leastSnr);
         unsigned got = 1;
         float spare = 0;
         EXPECT_EQ(sound->readFloat(&spare, 1, &got), KESS_ERR_FILE_EOF);
         EXPECT_EQ(got, 0u);
+
+        std::mt19937 random(7);
+        for (int trial = 0; trial < 25; ++trial) {
+            const uint64_t target = trial == 0 ? facts.samples - 1 : trial == 1 ? 0 : random() % facts.samples;
+            ASSERT_EQ(sound->seekData(target), KESS_OK) << target;
+            const std::vector<float> piece = readFloats(*sound, 500);
+            ASSERT_EQ(piece.size(), std::min<uint64_t>(500, facts.samples - target) * uint64_t(kind.channels));
+            for (size_t i = 0; i < piece.size(); ++i)
+                ASSERT_NEAR(piece[i], decoded[target * uint64_t(kind.channels) + i], 1e-6) << target;
+        }
+        EXPECT_EQ(sound->seekData(facts.samples), KESS_OK);
+        EXPECT_EQ(sound->seekData(facts.samples + 1), KESS_ERR_INVALID_POSITION);
 
         // With the same type as suggestion the file opens too; with another one it doesn't.
         EXPECT_EQ(engine().tryOpen(kind.name, kind.type), KESS_OK);
@@ -84,29 +96,6 @@ TEST(RawSamples, AreLocatedWhereTheFileStoresWhatIsDelivered)
     EXPECT_EQ(readRange("cut.wav"), Range(44, 3996));
 }
 
-TEST(EveryKindOfFile, GivesTheSameFromAnySampleAsReadFromTheStart)
-{
-    std::mt19937 random(7);
-    for (const SourceKind& kind : sourceKinds()) {
-        SCOPED_TRACE(kind.name);
-        kind.make(kind.name, noise(kind.channels, kind.rate, size_t(kind.rate) * 2));
-        const SoundPointer sound = engine().open(kind.name);
-        const uint64_t samples = readFacts(*sound).samples;
-        const auto channels = size_t(kind.channels);
-        const std::vector<float> straight = readFloats(*sound);
-        for (int trial = 0; trial < 25; ++trial) {
-            const uint64_t target = trial == 0 ? samples - 1 : trial == 1 ? 0 : random() % samples;
-            ASSERT_EQ(sound->seekData(target), KESS_OK) << target;
-            const std::vector<float> piece = readFloats(*sound, 500);
-            ASSERT_EQ(piece.size(), std::min<uint64_t>(500, samples - target) * channels);
-            for (size_t i = 0; i < piece.size(); ++i)
-                ASSERT_NEAR(piece[i], straight[target * channels + i], 1e-6) << target;
-        }
-        EXPECT_EQ(sound->seekData(samples), KESS_OK);
-        EXPECT_EQ(sound->seekData(samples + 1), KESS_ERR_INVALID_POSITION);
-    }
-}
-
 TEST(UncompressedSounds, AreDecodedBitForBitWhateverTheirDepth)
 {
     const std::pair<int, int> cases[] = {
@@ -139,31 +128,6 @@ TEST(UncompressedSounds, AreDecodedBitForBitWhateverTheirDepth)
         const SoundPointer sound = engine().open(writeSound("loud", format | SF_FORMAT_FLOAT, loud));
         EXPECT_TRUE(std::ranges::equal(readBytes(*sound), std::as_bytes(std::span(loud.samples)), {}, {},
                                        [](std::byte byte) { return uint8_t(byte); }));
-    }
-}
-
-TEST(SixChannels, AreInTheOrderOfWavFilesWhateverTheOrderInTheFile)
-{
-    if (!canEncode())
-        GTEST_SKIP();
-    // The tone moves from channel to channel. FFmpeg's encoders take the order of WAV and write that of the format.
-    constexpr size_t kTurn = 8000;
-    Signal signal{6, 48000, {}};
-    for (size_t i = 0; i < 36 * kTurn; ++i)
-        signal.samples.push_back(i / 6 / kTurn == i % 6 ? float(0.5 * std::sin(0.01 * double(i / 6))) : 0.0f);
-    const std::pair<const char*, const char*> cases[] = {{"libvorbis", "ogg"}, {"libopus", "ogg"}, {"flac", "flac"}};
-    for (const auto& [encoder, container] : cases) {
-        SCOPED_TRACE(encoder);
-        encodeSound("six", container, encoder, signal);
-        const std::vector<float> decoded = readFloats(*engine().open("six"));
-        ASSERT_EQ(decoded.size(), signal.samples.size());
-        for (size_t turn = 0; turn < 6; ++turn) {
-            std::vector<double> energy(6);
-            for (size_t i = turn * kTurn * 6; i < (turn + 1) * kTurn * 6; ++i)
-                energy[i % 6] += std::pow(decoded[i], 2);
-            const auto loudest = std::max_element(energy.begin(), energy.end());
-            EXPECT_EQ(size_t(loudest - energy.begin()), turn);
-        }
     }
 }
 
@@ -261,21 +225,6 @@ std::string writeChain(int codec, const std::vector<Signal>& parts)
 
 } // namespace
 
-TEST(ChainedVorbis, IsOneSoundAsFarAsItsPartsAreAlike)
-{
-    const std::string path =
-        writeChain(SF_FORMAT_VORBIS,
-                   {sine(2, 44100, 30000), sine(2, 44100, 50000, 880), sine(1, 44100, 100), sine(2, 44100, 100)});
-    const SoundPointer alike = engine().open(path);
-    EXPECT_EQ(readFacts(*alike).samples, 80000u);
-    const std::vector<float> all = readFloats(*alike);
-    ASSERT_EQ(all.size(), 160000u);
-    for (const uint64_t target : {29990u, 30000u, 30010u, 79000u, 100u}) {
-        ASSERT_EQ(alike->seekData(target), KESS_OK);
-        EXPECT_TRUE(std::ranges::equal(readFloats(*alike, 500), std::span(all).subspan(target * 2, 1000)));
-    }
-}
-
 TEST(AChainOfUnlikeSounds, IsReadUpToTheFirstUnlikeOneAndRemarkedOn)
 {
     constexpr size_t kFrames = 48000;
@@ -297,6 +246,13 @@ TEST(AChainOfUnlikeSounds, IsReadUpToTheFirstUnlikeOneAndRemarkedOn)
     for (const auto& [codec, parts, read, remark] : cases) {
         const SoundPointer sound = engine().open(writeChain(codec, parts));
         EXPECT_EQ(readFacts(*sound).samples, read * kFrames) << remark;
+        const std::vector<float> all = readFloats(*sound);
+        EXPECT_EQ(all.size(), read * parts[0].samples.size());
+        for (const size_t from : {kFrames - 500, kFrames * read / 2 - 10, kFrames * read / 2 + 10, size_t(100)}) {
+            ASSERT_EQ(sound->seekData(from), KESS_OK);
+            const std::span<const float> piece = std::span(all).subspan(from * parts[0].channels, 500);
+            EXPECT_GT(signalToNoise(piece, readFloats(*sound, 500)), codec == SF_FORMAT_VORBIS ? 200 : 40) << from;
+        }
         char text[256];
         EXPECT_EQ(sound->getRemark(text, sizeof text), KESS_OK);
         EXPECT_EQ(text, remark);

@@ -11,21 +11,21 @@ using namespace test;
 namespace {
 
 // Damages the bytes in one way, mostly in the headers: modifies, cuts, removes or duplicates some of them.
-void mutate(std::vector<uint8_t>& bytes, bank_test::Noise& noise)
+void mutate(std::vector<uint8_t>& bytes, std::mt19937& random)
 {
-    const size_t reach = noise.next() % 4 ? std::min<size_t>(bytes.size(), 256) : bytes.size();
-    const auto begin = bytes.begin() + ptrdiff_t(noise.next() % reach);
-    const auto end = begin + std::min<ptrdiff_t>(noise.next() % 64, bytes.end() - begin);
-    const uint32_t way = noise.next() % 6;
+    const size_t reach = random() % 4 ? std::min<size_t>(bytes.size(), 256) : bytes.size();
+    const auto begin = bytes.begin() + ptrdiff_t(random() % reach);
+    const auto end = begin + std::min(ptrdiff_t(random() % 64), bytes.end() - begin);
+    const auto way = random() % 6;
     if (way == 0) {
         bytes.erase(begin + 1, bytes.end());
     } else if (way == 1) {
         bytes.erase(begin, end);
     } else if (way == 2) {
         const std::vector<uint8_t> copy(begin, end);
-        bytes.insert(bytes.begin() + ptrdiff_t(noise.next() % bytes.size()), copy.begin(), copy.end());
+        bytes.insert(bytes.begin() + ptrdiff_t(random() % bytes.size()), copy.begin(), copy.end());
     } else {
-        bank_test::tamper(std::span(bytes).first(reach), noise);
+        bank_test::tamper(std::span(bytes).first(reach), random);
     }
     if (bytes.empty())
         bytes.push_back(0);
@@ -43,23 +43,23 @@ TEST(DamagedFiles, GiveOnlyResultsThatMeanAFaultyFile)
     addWavTags("tagged.wav", {{{10, 2000}}, {{5, "a"}, {900, "name"}}});
     originals.push_back(readFile("tagged.wav"));
     for (const std::string_view key : {"", "key"}) {
-        bank_test::MemorySound sound(2, 48000, tones(3000, 2, {0.01}, 0.5f));
-        originals.push_back(bank_test::makeBank({bank_test::encode(bank::Codec::Vorbis, sound)}, {}, key));
+        originals.push_back(
+            bank_test::makeBank({bank_test::encode(bank::Codec::Vorbis, sine(2, 48000, 3000))}, {}, key));
     }
     for (const char* stub : {"MThd", "IMPM", "Extended Module: ", "#EXTM3U\n", "[playlist]\n", "RIFF\x10\1\1\1RMID"}) {
         originals.emplace_back(stub, stub + std::string(stub).size());
         originals.back().resize(1200);
     }
 
-    bank_test::Noise noise(20260101);
+    std::mt19937 random(20260101);
     int count = 0;
     for (const std::vector<uint8_t>& original : originals) {
         for (int i = 0; i < kMutantsOfEach; ++i, ++count) {
             std::vector<uint8_t> bytes = original;
-            for (uint32_t damages = 1 + noise.next() % 4; damages > 0; --damages)
-                mutate(bytes, noise);
+            for (auto damages = 1 + random() % 4; damages > 0; --damages)
+                mutate(bytes, random);
             writeFile("mutant", bytes);
-            ASSERT_EQ(useFile("mutant"), "") << "mutant " << count;
+            ASSERT_EQ(useBank("mutant", nullptr), "") << "mutant " << count;
         }
     }
     EXPECT_GE(count, 2000);

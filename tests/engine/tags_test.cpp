@@ -140,9 +140,7 @@ TEST(Reading, RepeatsTheLoopAsOftenAsRequestedWhateverTheSizeOfTheReads)
     // Without end, until the count is set back. A start after the loop never enters it.
     const SoundPointer sound = engine().open("loop.wav");
     ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);
-    const std::vector<float> frames = readFloats(*sound, 10000);
-    ASSERT_EQ(frames.size(), 10000u);
-    EXPECT_EQ(frames[9999], float(10 + (9999 - 10) % 3) / 32768);
+    EXPECT_EQ(readFloats(*sound, 10000).back(), float(10 + (9999 - 10) % 3) / 32768);
     ASSERT_EQ(sound->setLoopCount(0), KESS_OK);
     EXPECT_LT(readFloats(*sound).size(), 100u);
     ASSERT_EQ(sound->setLoopCount(-1), KESS_OK);

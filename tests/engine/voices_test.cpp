@@ -11,15 +11,10 @@
 #include <thread>
 
 using namespace test;
+using namespace bank_test;
 
-// Counts all allocations of the process. The sanitizers have an allocator of their own.
-#if defined(__has_feature)
-#define HAS_FEATURE(feature) __has_feature(feature)
-#else
-#define HAS_FEATURE(feature) 0
-#endif
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !HAS_FEATURE(address_sanitizer)                 \
-    && !HAS_FEATURE(thread_sanitizer)
+// Counts all allocations of the process. The sanitizers have an allocator of their own, and clang has no such macros.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
 #define COUNTS_ALLOCATIONS 1
 
 static std::atomic<size_t> gAllocations;
@@ -31,104 +26,48 @@ void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
 
-void* malloc(size_t bytes)
+static size_t counted(size_t bytes)
 {
     ++gAllocations;
     gAllocatedBytes += bytes;
-    return __libc_malloc(bytes);
+    return bytes;
+}
+
+void* malloc(size_t bytes)
+{
+    return __libc_malloc(counted(bytes));
 }
 
 void* calloc(size_t count, size_t bytes)
 {
-    ++gAllocations;
-    gAllocatedBytes += count * bytes;
+    counted(count * bytes);
     return __libc_calloc(count, bytes);
 }
 
 void* realloc(void* memory, size_t bytes)
 {
-    ++gAllocations;
-    gAllocatedBytes += bytes;
-    return __libc_realloc(memory, bytes);
+    return __libc_realloc(memory, counted(bytes));
 }
 }
 #endif
 
 namespace {
 
-constexpr bank::Codec kCodecs[] = {bank::Codec::Pcm, bank::Codec::Kadpcm, bank::Codec::Vorbis, bank::Codec::Opus};
 constexpr uint64_t kFrames = 60'000;
 constexpr const char* kKey = "key";
 
 // An encrypted bank in the file "voices" of one sound for each codec, with loops of this length.
 SoundPointer openBank(uint64_t loopFrames)
 {
-    std::vector<bank_test::EncodedSound> sounds;
-    for (const bank::Codec codec : kCodecs) {
-        bank_test::MemorySound source(2, 48000, noise(2, 48000, kFrames).samples);
-        source.setLoop(base::Loop{10'000, 10'000 + loopFrames});
-        sounds.push_back(bank_test::encode(codec, source, 50, "sound " + std::to_string(int(codec))));
-    }
-    writeFile("voices", bank_test::makeBank(sounds, {}, kKey));
+    MemorySound source = noise(2, 48000, kFrames);
+    source.setLoop(base::Loop{10'000, 10'000 + loopFrames});
+    writeFile("voices", makeBank(encodeWithEach(source), {}, kKey));
     SoundPointer bank = engine().open("voices");
     EXPECT_EQ(bank->setEncryptionKey(kKey), KESS_OK);
     return bank;
 }
 
-KESS::Sound& subsound(KESS::Sound& bank, size_t index)
-{
-    KESS::Sound* sound = nullptr;
-    if (bank.getSubSound(int(index), &sound) != KESS_OK)
-        std::abort();
-    return *sound;
-}
-
-SoundPointer makeVoice(KESS::Sound& sound)
-{
-    KESS::Sound* voice = nullptr;
-    if (sound.createVoice(&voice) != KESS_OK)
-        std::abort();
-    return SoundPointer(voice);
-}
-
-std::vector<float> readFrom(KESS::Sound& sound, uint64_t frame, size_t count)
-{
-    EXPECT_EQ(sound.seekData(frame), KESS_OK);
-    return readFloats(sound, count);
-}
-
 } // namespace
-
-TEST(Voices, HavePositionsAndLoopsOfTheirOwnAndOutliveTheirBank)
-{
-    SoundPointer bank = openBank(500);
-    std::vector<std::vector<float>> expected;
-    std::vector<SoundPointer> straight;
-    std::vector<SoundPointer> looping;
-    for (size_t i = 0; i < std::size(kCodecs); ++i) {
-        KESS::Sound& sound = subsound(*bank, i);
-        expected.push_back(readFloats(sound));
-        straight.push_back(makeVoice(sound));
-        looping.push_back(makeVoice(*straight.back()));
-        EXPECT_EQ(readFacts(*looping.back()), readFacts(sound));
-        EXPECT_EQ(readLoop(*looping.back()), readLoop(sound));
-        EXPECT_EQ(looping.back()->verifyData(), KESS_OK);
-        ASSERT_EQ(looping.back()->setLoopCount(2), KESS_OK);
-    }
-    bank.reset();
-    std::filesystem::remove("voices");
-    std::vector<std::vector<float>> played(straight.size());
-    for (uint64_t frame = 0; frame < kFrames; frame += 1000) {
-        for (size_t i = 0; i < straight.size(); ++i) {
-            const std::vector<float> piece = readFloats(*straight[i], 1000);
-            played[i].insert(played[i].end(), piece.begin(), piece.end());
-            static_cast<void>(readFloats(*looping[i], 1010));
-        }
-    }
-    EXPECT_TRUE(played == expected);
-    for (const SoundPointer& voice : looping)
-        EXPECT_EQ(readFloats(*voice).size(), (kFrames + 2 * 500 - 60 * 1010) * 2);
-}
 
 TEST(Voices, AreRefusedWhereThereIsNoSoundToDecode)
 {
@@ -142,15 +81,11 @@ TEST(Voices, AreRefusedWhereThereIsNoSoundToDecode)
     EXPECT_EQ(sound.release(), KESS_OK);
     EXPECT_EQ(sound.createVoice(&voice), KESS_ERR_INVALID_HANDLE);
     EXPECT_EQ(readFloats(*made).size(), kFrames * 2);
-    int count = -1;
-    EXPECT_EQ(made->getNumSubSounds(&count), KESS_OK);
-    EXPECT_EQ(count, 0);
     EXPECT_EQ(made->getSubSound(0, &voice), KESS_ERR_SUBSOUNDS);
 
     writeSound("plain.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(1, 48000, 100));
     EXPECT_EQ(engine().open("plain.wav")->createVoice(&voice), KESS_ERR_SUBSOUNDS);
-    bank_test::MemorySound source(1, 48000, sine(1, 48000, 100).samples);
-    writeFile("one", bank_test::makeBank({bank_test::encode(bank::Codec::Pcm, source)}, {}, kKey));
+    writeFile("one", makeBank({encode(bank::Codec::Pcm, sine(1, 48000, 100))}, {}, kKey));
     bank = engine().open("one");
     EXPECT_EQ(bank->createVoice(&voice), KESS_ERR_KEY_MISSING);
     ASSERT_EQ(bank->setEncryptionKey(kKey), KESS_OK);
@@ -196,10 +131,10 @@ TEST(Voices, AllocateNothingOnceTheyHaveBeenRead)
             read(kFrames - 1, true); // where little is left to read and to decode
             read(kFrames - 1, false);
             const size_t allocations = gAllocations;
-            bank_test::Noise random;
+            std::mt19937 random;
             for (int n = 0; n < 300; ++n) {
                 static_cast<void>(voice->setLoopCount(n % 3 - 1));
-                read(random.next() % kFrames, n % 2);
+                read(random() % kFrames, n % 2);
             }
             unsigned got = 1;
             EXPECT_EQ(voice->seekData(0), KESS_OK);
@@ -214,11 +149,12 @@ TEST(Voices, AllocateNothingOnceTheyHaveBeenRead)
 TEST(Voices, AreMadePlayedAndReleasedOnManyThreadsWhileTheBankIsReleased)
 {
     constexpr int kThreads = 8;
-    SoundPointer bank = openBank(3000);
+    constexpr uint64_t kLoopFrames = 3000;
+    SoundPointer bank = openBank(kLoopFrames);
     std::vector<std::vector<float>> expected;
     for (size_t i = 0; i < std::size(kCodecs); ++i)
         expected.push_back(readFloats(subsound(*bank, i)));
-    bank = openBank(3000);
+    bank = openBank(kLoopFrames);
     std::atomic<int> differences = 0;
     std::barrier ready(kThreads + 1);
     std::vector<std::jthread> threads;
@@ -229,20 +165,18 @@ TEST(Voices, AreMadePlayedAndReleasedOnManyThreadsWhileTheBankIsReleased)
             for (size_t i = 0; i < std::size(kCodecs); ++i)
                 first.push_back(makeVoice(subsound(*bank, i)));
             ready.arrive_and_wait();
-            bank_test::Noise random{uint64_t(thread)};
+            std::mt19937 random{uint32_t(thread)};
             for (int n = 0; n < 24; ++n) {
-                const size_t i = random.next() % std::size(kCodecs);
+                const size_t i = random() % std::size(kCodecs);
                 const SoundPointer voice = makeVoice(*first[i]);
-                if (voice->setLoopCount(2) != KESS_OK || readFloats(*voice, 16'500).size() != 16'500 * 2)
-                    ++differences;
-                if (voice->setLoopCount(0) != KESS_OK)
-                    ++differences;
-                const uint64_t frame = random.next() % (kFrames - 2000);
-                const std::vector<float> piece = readFrom(*voice, frame, 2000);
-                for (size_t sample = 0; sample < piece.size(); ++sample) {
-                    if (std::abs(piece[sample] - expected[i][frame * 2 + sample]) > 1e-2f)
-                        ++differences;
-                }
+                differences += voice->setLoopCount(2) != KESS_OK;
+                differences += readFloats(*voice).size() != (kFrames + 2 * kLoopFrames) * 2;
+                differences += voice->setLoopCount(0) != KESS_OK;
+                const uint64_t frame = random() % (kFrames - 2000);
+                EXPECT_EQ(voice->seekData(frame), KESS_OK);
+                const std::vector<float> piece = readFloats(*voice, 2000);
+                for (size_t sample = 0; sample < piece.size(); ++sample)
+                    differences += std::abs(piece[sample] - expected[i][frame * 2 + sample]) > 1e-2f;
             }
         });
     }

@@ -9,83 +9,41 @@
 #include "cache/cache_folder.hpp"
 #include "source/source_index.hpp"
 #include "support/record_table.hpp"
+#include "support/sound_files.hpp"
+
+#include "fail.hpp"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <limits>
+
+#include <unistd.h>
 
 namespace {
 
 using namespace builder;
+using fuzz::fail;
 using Bytes = std::vector<uint8_t>;
 
-[[noreturn]] void fail(const char* what)
+// The folder of a cache, removed at the end.
+struct Folder
 {
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
-
-// A folder for a cache, removed at the end.
-class Folder
-{
-public:
     Folder()
     {
-        char path[] = "/tmp/fuzz_cache.XXXXXX";
-        if (!mkdtemp(path))
-            fail("no folder for the cache");
-        mPath = path;
-        std::filesystem::create_directory(mPath + "/index");
-        std::filesystem::create_directories(mPath + "/sounds/0");
+        std::filesystem::create_directories(path + "/index");
+        std::filesystem::create_directories(path + "/sounds/0");
     }
+    ~Folder() { std::filesystem::remove_all(path); }
 
-    ~Folder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
-    }
-
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string write(const std::string& name, const Bytes& header, std::span<const uint8_t> content) const
-    {
-        const std::string path = mPath + "/" + name;
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()))
-            .write(reinterpret_cast<const char*>(content.data()), std::streamsize(content.size()));
-        return path;
-    }
-
-    const std::string& path() const { return mPath; }
-
-private:
-    std::string mPath;
+    const std::string path = "/tmp/fuzz_cache." + std::to_string(getpid());
 };
+const Folder folder;
 
-const Folder& folder()
+// A table: its magic, the checksum of the records, and these.
+Bytes makeTable(const char (&magic)[8], std::span<const uint8_t> content)
 {
-    static const Folder folder;
-    return folder;
-}
-
-template <size_t Count>
-Bytes startingWith(const char (&magic)[Count], std::initializer_list<uint64_t> numbers)
-{
-    Bytes header(magic, magic + Count);
-    for (const uint64_t number : numbers)
-        base::appendLittle(header, number);
-    return header;
-}
-
-// The header of a table: its magic and the checksum of the records.
-template <size_t Count>
-Bytes makeTable(const char (&magic)[Count], std::span<const uint8_t> content)
-{
-    Bytes file = startingWith(magic, {bank::checksum(content)});
+    Bytes file(magic, magic + sizeof magic);
+    base::appendLittle(file, bank::checksum(content));
     file.insert(file.end(), content.begin(), content.end());
     return file;
 }
@@ -120,8 +78,8 @@ void readRecords(std::span<const uint8_t> content)
 void readIndex(std::span<const uint8_t> content)
 {
     constexpr char kMagic[8] = {'T', 'N', 'K', 'I', 'N', 'D', 'X', '3'};
-    folder().write("index/" + std::string(64, '0') + ".index", {}, makeTable(kMagic, content));
-    SourceIndex index(folder().path() + "/index");
+    test::writeFile(folder.path + "/index/" + std::string(64, '0') + ".index", makeTable(kMagic, content));
+    SourceIndex index(folder.path + "/index");
     // The fuzzer finds the hash under which this is looked up.
     const std::optional<ContentHash> known = index.find("/no/such/file.wav", base::FileStamp());
     if (known && std::search(content.begin(), content.end(), known->bytes.begin(), known->bytes.end()) == content.end())
@@ -148,14 +106,14 @@ void readEntry(std::span<const uint8_t> content)
     }
     const ContentHash key;
     const CacheEntryHeader made = CacheEntryHeader::make(key, dataBytes, checksum, record);
-    Bytes header;
-    base::appendLittle(header, made);
-    Bytes body(data.begin(), data.end());
-    body.insert(body.end(), record.begin(), record.end());
-    folder().write("sounds/0/" + std::string(63, '0'), header, body);
+    Bytes file;
+    base::appendLittle(file, made);
+    file.insert(file.end(), data.begin(), data.end());
+    file.insert(file.end(), record.begin(), record.end());
+    test::writeFile(folder.path + "/sounds/0/" + std::string(63, '0'), file);
 
     Remarks remarks;
-    CacheFolder cacheFolder(folder().path(), remarks);
+    CacheFolder cacheFolder(folder.path, remarks);
     Cache cache(cacheFolder, true);
     const std::optional<CacheEntry> entry = cache.find(key, {});
     const base::Result<bank::Sound> sound = bank::deserialise(record);
@@ -172,11 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size == 0)
         return 0;
     const std::span content(data + 1, size - 1);
-    if (data[0] % 3 == 0)
-        readEntry(content);
-    else if (data[0] % 3 == 1)
-        readRecords(content);
-    else
-        readIndex(content);
+    constexpr void (*kReaders[])(std::span<const uint8_t>) = {readEntry, readRecords, readIndex};
+    kReaders[data[0] % 3](content);
     return 0;
 }

@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace bank_test;
+using namespace test;
 using Bytes = std::vector<uint8_t>;
 
 // Larger inputs slow the fuzzer down more than they help.
@@ -29,20 +31,10 @@ void writeSounds(const std::string& folder)
         SF_FORMAT_VOC | SF_FORMAT_PCM_16,  SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III,
     };
     for (const int format : kFormats)
-        test::writeSound(folder + "sound " + std::to_string(format), format, test::sine(1, 8000, 800));
+        writeSound(folder + "sound " + std::to_string(format), format, sine(1, 8000, 800));
     const std::string tagged = folder + "tagged.wav";
-    test::writeSound(tagged, SF_FORMAT_WAV | SF_FORMAT_PCM_16, test::sine(2, 8000, 400));
-    test::addWavTags(tagged, {{{100, 200}}, {{50, "marker"}}});
-}
-
-std::vector<bank_test::EncodedSound> encodedSounds()
-{
-    std::vector<bank_test::EncodedSound> sounds;
-    for (const bank::Codec codec : {bank::Codec::Pcm, bank::Codec::Kadpcm, bank::Codec::Vorbis, bank::Codec::Opus}) {
-        bank_test::MemorySound sound(1, codec == bank::Codec::Opus ? 48000 : 8000, test::sine(1, 8000, 400).samples);
-        sounds.push_back(bank_test::encode(codec, sound));
-    }
-    return sounds;
+    writeSound(tagged, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sine(2, 8000, 400));
+    addWavTags(tagged, {{{100, 200}}, {{50, "marker"}}});
 }
 
 void append(Bytes& bytes, const Bytes& more)
@@ -54,17 +46,17 @@ void append(Bytes& bytes, const Bytes& more)
 void copyForSources(const std::string& from, const std::string& memory, const std::string& callbacks)
 {
     for (const auto& entry : std::filesystem::directory_iterator(from)) {
-        const Bytes bytes = test::readFile(entry.path());
+        const Bytes bytes = readFile(entry.path());
         const std::string name = entry.path().filename();
-        test::writeFile(memory + name, bytes);
+        writeFile(memory + name, bytes);
         Bytes controlled(4);
         append(controlled, bytes);
-        test::writeFile(callbacks + name, controlled);
+        writeFile(callbacks + name, controlled);
     }
 }
 
 // See fuzz_cache.cpp.
-void writeCache(const std::string& folder, const std::vector<bank_test::EncodedSound>& sounds)
+void writeCache(const std::string& folder, const std::vector<EncodedSound>& sounds)
 {
     constexpr uint64_t kUsedAt = 1'700'000'000;
     Bytes records{1};
@@ -82,13 +74,13 @@ void writeCache(const std::string& folder, const std::vector<bank_test::EncodedS
         base::appendLittle(entry, uint16_t(data.size()));
         append(entry, data);
         append(entry, record);
-        test::writeFile(folder + "entry " + std::to_string(key), entry);
+        writeFile(folder + "entry " + std::to_string(key), entry);
         ++key;
         addRecord(records, record);
         addRecord(index, Bytes(32, uint8_t(100 + key)));
     }
-    test::writeFile(folder + "records", records);
-    test::writeFile(folder + "index", index);
+    writeFile(folder + "records", records);
+    writeFile(folder + "index", index);
 }
 
 } // namespace
@@ -104,22 +96,22 @@ int main(int argc, char** argv)
         std::filesystem::create_directories(folder);
         return folder;
     };
-    const auto writeSmall = [](const std::string& folder, const std::vector<test::HostileFile>& files) {
+    const auto writeSmall = [](const std::string& folder, const std::vector<HostileFile>& files) {
         for (const auto& [name, bytes] : files) {
             if (bytes.size() <= kMaximumSeedBytes)
-                test::writeFile(folder + name, bytes);
+                writeFile(folder + name, bytes);
         }
     };
     const std::string engine = makeFolder("engine");
     writeSounds(engine);
-    for (const auto& files : {test::hostileVorbisFiles(), test::hostileHeaders(), test::plainFiles()})
+    for (const auto& files : {hostileVorbisFiles(), hostileHeaders(), plainFiles()})
         writeSmall(engine, files);
 
     const std::string bank = makeFolder("bank");
-    writeSmall(bank, test::hostileBanks());
-    const std::vector<bank_test::EncodedSound> sounds = encodedSounds();
+    writeSmall(bank, hostileBanks());
+    const std::vector<EncodedSound> sounds = encodeWithEach(sine(1, 48000, 400));
     for (size_t i = 0; i < sounds.size(); ++i)
-        test::writeFile(bank + "sound " + std::to_string(i), bank_test::makeBank({sounds[i], sounds[i]}));
+        writeFile(bank + "sound " + std::to_string(i), makeBank({sounds[i], sounds[i]}));
     for (const std::string& folder : {engine, bank})
         copyForSources(folder, makeFolder("memory"), makeFolder("callbacks"));
     writeCache(makeFolder("cache"), sounds);

@@ -41,3 +41,9 @@ class BankLibraryTest(ProgramCase):
         named = re.findall(r"^[0-9a-f]+ [TDRB] (.*)$", symbols.stdout, re.MULTILINE)
         self.assertGreater(len(named), 60)
         self.assertEqual([name for name in named if not name.startswith("KESS")], [])
+
+    def test_the_engine_is_not_changed_by_a_program_that_exports_the_same_functions(self):
+        library = BIN / "lib" / "libkessL.so.14"
+        found = subprocess.run(["readelf", "-rW", library], capture_output=True, text=True, check=True)
+        self.assertIn("JUMP_SLO", found.stdout)
+        self.assertNotRegex(found.stdout, r"JUMP_SLO.*KESS")

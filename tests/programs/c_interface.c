@@ -83,61 +83,43 @@ static void require_playback(KESS_SOUND* sound)
     REQUIRE(count == 4 && frames[3] == 19 / 32768.0f);
 }
 
-/* A whole file in memory, behind functions. */
-typedef struct Memory
-{
-    unsigned char* bytes;
-    size_t size;
-    int closed;
-} Memory;
-
 static int64_t read_memory(void* user, uint64_t offset, void* buffer, uint64_t bytes)
 {
-    const Memory* memory = (const Memory*)user;
-    memcpy(buffer, memory->bytes + offset, (size_t)bytes);
+    memcpy(buffer, (const unsigned char*)user + offset, (size_t)bytes);
     return (int64_t)bytes;
 }
 
+static int closed;
+
 static void close_memory(void* user)
 {
-    ++((Memory*)user)->closed;
-}
-
-static Memory load(const char* path)
-{
-    Memory memory = {NULL, 0, 0};
-    FILE* file = fopen(path, "rb");
-    long size = 0;
-    REQUIRE(file && fseek(file, 0, SEEK_END) == 0 && (size = ftell(file)) > 0 && fseek(file, 0, SEEK_SET) == 0);
-    memory.size = (size_t)size;
-    memory.bytes = (unsigned char*)malloc(memory.size);
-    REQUIRE(memory.bytes && fread(memory.bytes, 1, memory.size, file) == memory.size);
-    fclose(file);
-    return memory;
+    closed += user != NULL;
 }
 
 static void use_sources(KESS_SYSTEM* engine, const char* path)
 {
-    Memory memory = load(path);
+    unsigned char bytes[44 + 2 * kFrames + 1000];
+    FILE* file = fopen(path, "rb");
+    const size_t size = file ? fread(bytes, 1, sizeof bytes, file) : 0;
     KESS_SOURCE source;
     KESS_SOUND* sound = NULL;
 
-    REQUIRE_OK(KESS_System_CreateSoundFromMemory(engine, memory.bytes, memory.size, 0, NULL, &sound));
+    REQUIRE(size > 0 && size < sizeof bytes && fclose(file) == 0);
+    REQUIRE_OK(KESS_System_CreateSoundFromMemory(engine, bytes, size, 0, NULL, &sound));
     require_ramp(sound, 0, kFrames);
     REQUIRE_OK(KESS_Sound_Release(sound));
     memset(&source, 0, sizeof source);
     source.cbsize = sizeof source;
-    source.size = memory.size;
-    source.userData = &memory;
+    source.size = size;
+    source.userData = bytes;
     source.read = read_memory;
     source.close = close_memory;
     REQUIRE_OK(KESS_System_CreateSoundFromCallbacks(engine, &source, 0, NULL, &sound));
     require_ramp(sound, 0, kFrames);
-    REQUIRE(memory.closed == 0);
+    REQUIRE(closed == 0);
     REQUIRE_OK(KESS_Sound_Release(sound));
-    REQUIRE(memory.closed == 1);
-    free(memory.bytes);
-    REQUIRE_OK(KESS_System_CreateSoundFromRange(engine, path, 0, memory.size, 0, NULL, &sound));
+    REQUIRE(closed == 1);
+    REQUIRE_OK(KESS_System_CreateSoundFromRange(engine, path, 0, size, 0, NULL, &sound));
     require_ramp(sound, 0, kFrames);
     REQUIRE_OK(KESS_Sound_Release(sound));
 }

@@ -10,32 +10,12 @@ import subprocess
 import time
 import unittest
 
-import jsonschema
+from json_schema import validated
+from program_case import ALL_WRITTEN, TIMEOUT, ProgramCase, write_wav
 
-from program_case import ALL_WRITTEN, SAMPLES, TIMEOUT, ProgramCase, write_wav
-
-SCHEMAS = SAMPLES.parent / "docs" / "schemas"
 DONE, FAILED, BAD_ARGUMENTS = 0, 1, 2
 
 PROFILE = "<profile><format>{}</format><quality>{}</quality><flags><dont_loop/></flags></profile>"
-
-
-def closed(schema):
-    """The schema without room for members that it doesn't describe, which may come with later versions."""
-    if isinstance(schema, list):
-        return [closed(item) for item in schema]
-    if not isinstance(schema, dict):
-        return schema
-    return {key: closed(value) for key, value in schema.items()} | (
-        {"additionalProperties": False} if schema.get("type") == "object" and "properties" in schema else {})
-
-
-def validated(name, value):
-    """The value, if it agrees with the schema and has no other members."""
-    schema = json.loads((SCHEMAS / f"tarnok-build-{name}.schema.json").read_text())
-    jsonschema.Draft202012Validator.check_schema(schema)
-    jsonschema.validate(value, closed(schema), jsonschema.Draft202012Validator)
-    return value
 
 
 class BuildToolCase(ProgramCase):
@@ -53,7 +33,7 @@ class BuildToolCase(ProgramCase):
         found, output, _ = self.run_program("run", *arguments, "--log", "json", program="tarnok-build",
                                             stderr=subprocess.PIPE)
         self.assertEqual(found, status, output)
-        return [validated("log", json.loads(line)) for line in output.splitlines()]
+        return [validated("tarnok-build-log", json.loads(line)) for line in output.splitlines()]
 
     def write(self, name, text):
         (self.work / name).parent.mkdir(parents=True, exist_ok=True)
@@ -137,13 +117,18 @@ class RunTest(BuildToolCase):
             (["l.lst", "-o", "x.tnb", "--header", "own.h"], "was not generated with a bank"),
             (["l.lst"], "name the bank with --output"),
             (["l.lst", "-o", "x.tnb", "--depfile", "a.wav"], "is not replaced by a dependency file"),
+            (["l.lst", "-o", "x.tnb", "--header", "x.h", "--depfile", "x.h"], "is not replaced by a dependency file"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "x.tnb", "--depfile-target", "x"], "is not replaced by a dependency"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "x.d", "--depfile-target", "x\ny"], "it contains a line feed"),
+            (["l.lst", "-o", "x.tnb", "--depfile", "/dev/full"], "'/dev/full' can't be written: No space left"),
         ):
             with self.subTest(arguments=arguments):
                 former = {path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}
                 status, output, errors = self.tool("run", *arguments)
                 self.assertEqual((status, output), (FAILED, ""))
                 self.assertIn(reason, errors)
-                (self.work / "x.tnb").unlink(missing_ok=True)
+                for made in ("x.tnb", "x.h"):
+                    (self.work / made).unlink(missing_ok=True)
                 self.assertEqual({path: path.read_bytes() for path in self.work.iterdir() if path.is_file()}, former)
 
     def test_reports_events_by_its_schema(self):
@@ -258,7 +243,7 @@ class CheckTest(BuildToolCase):
         self.assertEqual(errors, "")
         json_status, output, _ = self.run_program("check", "--json", *inputs, program="tarnok-build",
                                                   stderr=subprocess.PIPE)
-        faults = validated("check", json.loads(output))["faults"]
+        faults = validated("tarnok-build-check", json.loads(output))["faults"]
         self.assertEqual({status, json_status}, {FAILED if faults else DONE})
         lines = [f"{fault['file']}{':%d' % fault['line'] if 'line' in fault else ''}: {fault['severity']}: {fault['text']}"
                  for fault in faults]
@@ -378,6 +363,8 @@ class CheckTest(BuildToolCase):
         self.assertEqual({fault[:3] for fault in self.check("in")},
                          {(None, "error", "other-case"), (None, "error", "not-a-sound")})
         self.assert_faults(self.check("A.wav", "v.prof"), [(None, "error", "other-case", "a.wav is there")])
+        (self.work / "empty").mkdir()
+        self.assert_faults(self.check("empty"), [(None, "error", "no-sounds", "no sound that can be built")])
         self.project("one.tnproj", "a.wav")
         self.assert_faults(self.check("one.tnproj", "one.tnproj"), [(None, "error", "several-projects", "one project")])
 
@@ -392,7 +379,7 @@ class DependsTest(BuildToolCase):
         arguments = ["l.lst", "v.prof", "in", "-r", "--key-file", "key", "-o", "x.tnb", "--no-guid"]
         files = ["l.lst", "v.prof", "key", "odd $name#1.wav", "in/deep/b.wav", "in", "in/deep"]
         self.assertEqual(self.assert_tool("depends", *arguments).splitlines(), files)
-        facts = validated("depends", json.loads(self.assert_tool("depends", "--json", *arguments)))
+        facts = validated("tarnok-build-depends", json.loads(self.assert_tool("depends", "--json", *arguments)))
         self.assertEqual(facts["dependencies"], files)
         self.assertEqual((facts["format"], facts["quality"], facts["encrypted"]), ("Opus", 30, True))
         self.assertEqual(set(facts["flags"]), {"dont_loop", "no_guid"})
@@ -412,6 +399,16 @@ class DependsTest(BuildToolCase):
         self.assertEqual(make(), "made\n", "a removed sound must not stop make")
         self.assertEqual(self.tool("depends", "l.lst")[0], FAILED)
         self.assertEqual(self.tool("depends", "v.prof", "a.wav", "--depfile", "x.d")[0], BAD_ARGUMENTS)
+
+        for name in ("x=1.wav", "12: 30.wav", "a;touch b.wav", "a|b.wav"):
+            with self.subTest(name=name):
+                write_wav(self.work / name)
+                self.assert_tool("depends", name, "in", "--depfile", "d/x.d", "--depfile-target", "stamp")
+                (self.work / "stamp").touch()
+                self.assertIn("Nothing to be done", make())
+                time.sleep(0.01)
+                (self.work / name).touch()
+                self.assertEqual(make(), "made\n")
 
 
 if __name__ == "__main__":

@@ -5,13 +5,13 @@
 
 namespace bank_test {
 
-MemorySound::MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples)
-    : mSamples(std::move(samples))
+MemorySound::MemorySound(test::Signal signal)
+    : mSamples(std::move(signal.samples))
 {
-    mFacts.channels = channels;
-    mFacts.sampleRate = sampleRate;
+    mFacts.channels = signal.channels;
+    mFacts.sampleRate = uint32_t(signal.rate);
     mFacts.sampleFormat = bank::SampleFormat::Float;
-    mFacts.sampleCount = mSamples.size() / size_t(channels);
+    mFacts.sampleCount = mSamples.size() / size_t(signal.channels);
     mFacts.loop = base::Loop{0, mFacts.sampleCount};
 }
 
@@ -42,7 +42,7 @@ base::Result<bank::StoredSound> MemorySounds::open(size_t index)
     return bank::StoredSound{std::make_shared<base::MemorySource>(std::move(bytes)), 0, dataOffset};
 }
 
-EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::string name)
+EncodedSound encode(bank::Codec codec, MemorySound sound, int quality, std::string name)
 {
     EncodedSound encoded;
     encoded.name = std::move(name);
@@ -50,6 +50,14 @@ EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality, std::str
     EXPECT_TRUE(builder::makeEncoder(codec)->encode(sound, quality, sink, {}, &encoded.sound));
     encoded.data = sink.take();
     EXPECT_EQ(encoded.sound.dataBytes, encoded.data.size());
+    return encoded;
+}
+
+std::vector<EncodedSound> encodeWithEach(const MemorySound& sound)
+{
+    std::vector<EncodedSound> encoded;
+    for (const bank::Codec codec : kCodecs)
+        encoded.push_back(encode(codec, sound));
     return encoded;
 }
 
@@ -67,30 +75,21 @@ std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds, const ban
     return sink.take();
 }
 
-uint32_t Noise::next()
-{
-    // xorshift64*, Vigna 2016.
-    mState ^= mState >> 12;
-    mState ^= mState << 25;
-    mState ^= mState >> 27;
-    return uint32_t((mState * 0x2545f4914f6cdd1du) >> 32);
-}
-
-void tamper(std::span<uint8_t> part, Noise& noise)
+void tamper(std::span<uint8_t> part, std::mt19937& random)
 {
     if (part.empty())
         return;
     constexpr std::array<uint64_t, 8> edges = {
         0, 1, 0x7fffffff, 0xffffffff, 0x100000000, 0x7fffffffffffffff, 0xffffffffffffffe0, 0xffffffffffffffff};
-    const size_t at = noise.next() % part.size();
-    const uint32_t way = noise.next() % 4;
+    const size_t at = random() % part.size();
+    const auto way = random() % 4;
     if (way == 0) {
-        part[at] ^= uint8_t(1 << noise.next() % 8);
+        part[at] ^= uint8_t(1 << random() % 8);
     } else if (way == 1) {
-        part[at] = uint8_t(noise.next());
+        part[at] = uint8_t(random());
     } else {
-        const uint64_t value = edges[noise.next() % edges.size()] + noise.next() % 3;
-        const size_t size = noise.next() % 2 ? 4 : 8;
+        const uint64_t value = edges[random() % edges.size()] + random() % 3;
+        const size_t size = random() % 2 ? 4 : 8;
         const size_t position = at / 4 * 4;
         std::memcpy(part.data() + position, &value, std::min(size, part.size() - position));
     }

@@ -7,6 +7,7 @@
 #include "encode/encoder.hpp"
 #include "support/sound_files.hpp"
 
+#include <random>
 #include <span>
 #include <string>
 #include <vector>
@@ -15,12 +16,15 @@ namespace bank_test {
 
 using test::tones;
 
+inline constexpr bank::Codec kCodecs[] = {bank::Codec::Pcm, bank::Codec::Kadpcm, bank::Codec::Vorbis,
+                                          bank::Codec::Opus};
+
 // A sound of interleaved floats in memory that wraps at its loop, as encoders expect. Unless a loop is set, it is the
 // whole sound.
 class MemorySound final : public builder::PreparedSound
 {
 public:
-    MemorySound(int channels, uint32_t sampleRate, std::vector<float> samples);
+    MemorySound(test::Signal signal);
 
     [[nodiscard]] const builder::PreparedFacts& facts() const override { return mFacts; }
     [[nodiscard]] const std::vector<float>& floats() const { return mSamples; }
@@ -54,9 +58,8 @@ struct EncodedSound
 };
 
 // Sounds in memory, serialised as in the builder's cache.
-class MemorySounds : public bank::StoredSounds
+struct MemorySounds : bank::StoredSounds
 {
-public:
     explicit MemorySounds(std::vector<EncodedSound> sounds)
         : mSounds(std::move(sounds))
     { }
@@ -67,28 +70,17 @@ protected:
 };
 
 // Asserts that encoding succeeds.
-[[nodiscard]] EncodedSound encode(bank::Codec codec, MemorySound& sound, int quality = 50, std::string name = "sound");
+[[nodiscard]] EncodedSound encode(bank::Codec codec, MemorySound sound, int quality = 50, std::string name = "sound");
+
+// The same with every codec.
+[[nodiscard]] std::vector<EncodedSound> encodeWithEach(const MemorySound& sound);
 
 // A bank of these sounds, encrypted if there is a key. Asserts that writing succeeds.
 [[nodiscard]] std::vector<uint8_t> makeBank(const std::vector<EncodedSound>& sounds,
                                             const bank::BankSettings& settings = {}, std::string_view key = {});
 
-// A deterministic noise of 32-bit numbers.
-class Noise
-{
-public:
-    explicit Noise(uint64_t seed = 1)
-        : mState(seed * 0x9e3779b97f4a7c15u + 1)
-    { }
-    uint32_t next();
-    float sample() { return float(int32_t(next())) / 2147483648.0f; } // -1 to 1
-
-private:
-    uint64_t mState;
-};
-
 // Modifies one position of part: flips a bit, or writes a random byte or a number of 4 or 8 bytes that is likely to
 // overflow.
-void tamper(std::span<uint8_t> part, Noise& noise);
+void tamper(std::span<uint8_t> part, std::mt19937& random);
 
 } // namespace bank_test

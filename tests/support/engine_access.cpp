@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace test {
 
@@ -47,6 +48,53 @@ const Engine& engine()
 {
     static const Engine running;
     return running;
+}
+
+KESS_SOURCE FunctionSource::record()
+{
+    KESS_SOURCE made{};
+    made.cbsize = sizeof made;
+    made.size = bytes.size();
+    made.userData = this;
+    made.read = [](void* user, uint64_t offset, void* buffer, uint64_t count) -> int64_t {
+        auto& self = *static_cast<FunctionSource*>(user);
+        const uint64_t size = self.bytes.size();
+        self.wrongReads += count == 0 || offset >= size || count > size - offset || self.closed > 0;
+        if (offset >= self.failsFrom)
+            return self.failure;
+        const uint64_t got = std::min({count, self.mostAtOnce, self.failsFrom - offset});
+        std::memcpy(buffer, self.bytes.data() + offset, got);
+        return int64_t(got);
+    };
+    made.close = [](void* user) {
+        ++static_cast<FunctionSource*>(user)->closed;
+    };
+    return made;
+}
+
+KESS_RESULT FunctionSource::open(SoundPointer* sound)
+{
+    const KESS_SOURCE source = record();
+    KESS::Sound* opened = nullptr;
+    const KESS_RESULT result = engine().system().createSoundFromCallbacks(&source, 0, nullptr, &opened);
+    sound->reset(opened);
+    return result;
+}
+
+KESS::Sound& subsound(KESS::Sound& bank, size_t index)
+{
+    KESS::Sound* sound = nullptr;
+    if (bank.getSubSound(int(index), &sound) != KESS_OK)
+        std::abort();
+    return *sound;
+}
+
+SoundPointer makeVoice(KESS::Sound& sound)
+{
+    KESS::Sound* voice = nullptr;
+    if (sound.createVoice(&voice) != KESS_OK)
+        std::abort();
+    return SoundPointer(voice);
 }
 
 Facts readFacts(KESS::Sound& sound)

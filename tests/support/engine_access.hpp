@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -41,7 +42,6 @@ public:
     Engine();
     ~Engine() { mSystem->release(); }
     Engine(const Engine&) = delete;
-    Engine& operator=(const Engine&) = delete;
 
     // Opens a file as the authoring system does; type 0 suggests none.
     KESS_RESULT open(const std::string& path, SoundPointer* sound, int type = 0) const;
@@ -57,6 +57,25 @@ private:
 
 // The engine of the whole test program.
 [[nodiscard]] const Engine& engine();
+
+// Functions of the program as a source: short reads, errors, and how often it was closed.
+struct FunctionSource
+{
+    // The source of these bytes, which must outlive the sound.
+    [[nodiscard]] KESS_SOURCE record();
+    KESS_RESULT open(SoundPointer* sound);
+
+    std::vector<uint8_t> bytes;
+    uint64_t mostAtOnce = 1000;
+    int64_t failure = 0; // the result of reads past failsFrom
+    uint64_t failsFrom = UINT64_MAX;
+    std::atomic<int> closed = 0;
+    std::atomic<int> wrongReads = 0; // outside the bytes, of nothing, or after closing
+};
+
+// A sound of a bank, and a voice of a sound, where they must exist.
+[[nodiscard]] KESS::Sound& subsound(KESS::Sound& bank, size_t index);
+[[nodiscard]] SoundPointer makeVoice(KESS::Sound& sound);
 
 [[nodiscard]] Facts readFacts(KESS::Sound& sound);
 

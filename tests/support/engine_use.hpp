@@ -11,7 +11,6 @@ namespace test {
 
 // Opens a file, reads and seeks in it, and requests everything that it may contain. With a key it is unlocked and then
 // verified as a bank. Returns what the engine did wrong, empty for nothing.
-[[nodiscard]] std::string useFile(const std::string& path);
 [[nodiscard]] std::string useBank(const std::string& path, const char* key);
 
 // The same for a sound from elsewhere, which open() opens. If it is a bank, it is verified.

@@ -2,8 +2,7 @@
 #include "support/hostile_files.hpp"
 
 #include "bank/checksum.hpp"
-#include "bank/writer.hpp"
-#include "support/sound_files.hpp"
+#include "support/bank_maker.hpp"
 
 #include <ogg/ogg.h>
 
@@ -59,6 +58,14 @@ std::string smallEndian(uint64_t value, int bytes)
 {
     std::string text = bigEndian(value, bytes);
     std::reverse(text.begin(), text.end());
+    return text;
+}
+
+std::string bigEndian(std::initializer_list<uint32_t> numbers)
+{
+    std::string text;
+    for (const uint32_t number : numbers)
+        text += bigEndian(number, 4);
     return text;
 }
 
@@ -123,10 +130,7 @@ std::string makeSetup(const Setup& setup)
 }
 
 // One book, one floor, one residue.
-std::string simpleSetup()
-{
-    return makeSetup({.books = {{1, 1, 2, 1}}});
-}
+const std::string kSimpleSetup = makeSetup({.books = {{1, 1, 2, 1}}});
 
 std::string identification(int channels = 1)
 {
@@ -135,10 +139,7 @@ std::string identification(int channels = 1)
 
 std::string comments(uint32_t count = 0)
 {
-    std::string text = "\3vorbis"s + littleEndian({0, count});
-    for (uint32_t i = 0; i < count; ++i)
-        text += littleEndian({0});
-    return text + '\1';
+    return repeated("\3vorbis"s + littleEndian({0, count}), littleEndian({0}), count) + '\1';
 }
 
 // Valid packets: a floor that isn't silent, followed by the first code word again and again.
@@ -150,8 +151,6 @@ class OggWriter
 public:
     explicit OggWriter(int serial) { ogg_stream_init(&mStream, serial); }
     ~OggWriter() { ogg_stream_clear(&mStream); }
-    OggWriter(const OggWriter&) = delete;
-    OggWriter& operator=(const OggWriter&) = delete;
 
     std::string pages(const std::vector<std::string>& packets, bool isLast = true)
     {
@@ -238,26 +237,6 @@ std::string vorbisWav(const std::string& setup)
 }
 
 // A bank of one sound, with right checksums.
-class OneSound final : public bank::StoredSounds
-{
-public:
-    explicit OneSound(const bank::Sound& sound, const std::string& data)
-        : mBytes(bank::serialise(sound))
-        , mRecordBytes(mBytes.size())
-    {
-        mBytes.insert(mBytes.end(), data.begin(), data.end());
-    }
-
-    base::Result<bank::StoredSound> open(size_t) override
-    {
-        return bank::StoredSound{std::make_shared<base::MemorySource>(mBytes), 0, mRecordBytes};
-    }
-
-private:
-    std::vector<uint8_t> mBytes;
-    uint64_t mRecordBytes;
-};
-
 std::string makeHostileBank(bank::Codec codec, uint8_t channels, const std::string& setup, const std::string& data)
 {
     bank::Sound sound;
@@ -270,13 +249,8 @@ std::string makeHostileBank(bank::Codec codec, uint8_t channels, const std::stri
     sound.setup.assign(setup.begin(), setup.end());
     sound.dataBytes = data.size();
     sound.dataChecksum = bank::checksum({reinterpret_cast<const uint8_t*>(data.data()), data.size()});
-    bank::BankWriter writer(bank::BankSettings{.format = codec});
-    writer.add("hostile", sound);
-    base::MemorySink sink;
-    OneSound stored(sound, data);
-    if (!writer.write(sink, stored, {}))
-        return {};
-    const std::vector<uint8_t> bytes = sink.take();
+    const std::vector<uint8_t> bytes =
+        bank_test::makeBank({{"hostile", sound, {data.begin(), data.end()}}}, {.format = codec});
     return {bytes.begin(), bytes.end()};
 }
 
@@ -304,19 +278,13 @@ std::string mp4(int tracks, uint32_t packets, const std::string& entry)
 {
     std::string movie = box("mvhd", std::string(12, '\0') + bigEndian(1000, 4) + std::string(84, '\0'));
     for (int track = 1; track <= tracks; ++track) {
-        const std::string table = box("stsd", bigEndian(0, 4) + bigEndian(1, 4) + entry)
-            + box("stts", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(packets, 4) + bigEndian(1024, 4))
-            + box("stsc", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(1, 4) + bigEndian(packets, 4) + bigEndian(1, 4))
-            + box("stsz", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(packets, 4))
-            + box("stco", bigEndian(0, 4) + bigEndian(1, 4) + bigEndian(32, 4));
-        movie += box(
-            "trak",
-            box("tkhd", bigEndian(7, 4) + std::string(8, '\0') + bigEndian(uint64_t(track), 4) + std::string(68, '\0'))
-                + box("mdia",
-                      box("mdhd",
-                          std::string(12, '\0') + bigEndian(44100, 4) + bigEndian(packets, 4) + std::string(4, '\0'))
-                          + box("hdlr", std::string(8, '\0') + "soun" + std::string(13, '\0'))
-                          + box("minf", box("stbl", table))));
+        const std::string table = box("stsd", bigEndian({0, 1}) + entry) + box("stts", bigEndian({0, 1, packets, 1024}))
+            + box("stsc", bigEndian({0, 1, 1, packets, 1})) + box("stsz", bigEndian({0, 1, packets}))
+            + box("stco", bigEndian({0, 1, 32}));
+        const std::string media = box("mdhd", bigEndian({0, 0, 0, 44100, packets, 0}))
+            + box("hdlr", std::string(8, '\0') + "soun" + std::string(13, '\0')) + box("minf", box("stbl", table));
+        movie += box("trak",
+                     box("tkhd", bigEndian({7, 0, 0, uint32_t(track)}) + std::string(68, '\0')) + box("mdia", media));
     }
     return box("ftyp", "M4A \0\0\0\0"s) + box("moov", movie);
 }
@@ -330,8 +298,7 @@ std::string soundEntry(const std::string& codec, int channels, const std::string
 
 std::string alacEntry(uint32_t frames)
 {
-    const std::string configuration =
-        bigEndian(frames, 4) + "\0\x10\x28\x0a\x0e\2"s + bigEndian(255, 2) + bigEndian(0, 8) + bigEndian(44100, 4);
+    const std::string configuration = bigEndian({frames}) + "\0\x10\x28\x0a\x0e\2\0\xff"s + bigEndian({0, 0, 44100});
     return soundEntry("alac", 2, box("alac", bigEndian(0, 4) + configuration));
 }
 
@@ -342,16 +309,11 @@ std::string opusHead(int channels, int streams, int coupled)
     return head;
 }
 
-std::string monoHead()
-{
-    return "OpusHead\1\1\0\0\x80\xbb\0\0\0\0\0"s;
-}
+const std::string kMonoHead = "OpusHead\1\1\0\0\x80\xbb\0\0\0\0\0"s;
 
 std::string opusFile(const std::string& head, uint32_t comments, int serial = 1)
 {
-    std::string tags = "OpusTags" + littleEndian({0, comments});
-    for (uint32_t i = 0; i < comments; ++i)
-        tags += littleEndian({0});
+    const std::string tags = repeated("OpusTags" + littleEndian({0, comments}), littleEndian({0}), comments);
     OggWriter sound(serial);
     std::string file;
     for (const std::string& packet : {head, tags}) // one per page, as opusfile requires
@@ -363,7 +325,7 @@ std::string opusFile(const std::string& head, uint32_t comments, int serial = 1)
 std::string opusAmongStreams(int streams)
 {
     OggWriter sound(2);
-    std::string file = opusFile(monoHead(), 0) + sound.pages({monoHead()}, false);
+    std::string file = opusFile(kMonoHead, 0) + sound.pages({kMonoHead}, false);
     for (int i = 0; i < streams; ++i)
         file += OggWriter(i + 3).pages({"x"});
     file += sound.pages({"OpusTags" + littleEndian({0, 0})}, false);
@@ -387,13 +349,10 @@ std::string freeFormatsBetweenFrames()
 {
     const std::string frame = "\xff\xf3\x14\xc0" + std::string(20, '\0');
     std::vector<std::string> headers;
-    for (int version : {0xe0, 0xf0, 0xf8}) {
-        for (int layer : {2, 4, 6}) {
-            for (int rate : {0, 4, 8}) {
-                for (int channels : {0, 0x40, 0x80, 0xc0})
-                    headers.push_back("\xff"s + char(version | layer | 1) + char(rate) + char(channels));
-            }
-        }
+    for (int i = 0; i < 108; ++i) {
+        constexpr int kVersions[] = {0xe0, 0xf0, 0xf8};
+        const int layer = 2 + i / 12 % 3 * 2;
+        headers.push_back("\xff"s + char(kVersions[i / 36] | layer | 1) + char(i / 4 % 3 * 4) + char(i % 4 << 6));
     }
     std::string file = repeated("", frame, 6);
     for (size_t i = 0; i < 105 * 1000; ++i) {
@@ -433,11 +392,11 @@ std::string flacFile(int type, const std::string& block, size_t declared, int bl
 void addInEachContainer(const std::string& name, const std::string& setup, std::vector<HostileFile>& files)
 {
     files.push_back({name + ".ogg", oggVorbis(setup)});
-    files.push_back({name + " in a chain.ogg", oggVorbis(simpleSetup()) + oggVorbis(setup, 2)});
+    files.push_back({name + " in a chain.ogg", oggVorbis(kSimpleSetup) + oggVorbis(setup, 2)});
     files.push_back({name + " beside a video.ogg", multiplexed(setup)});
     files.push_back({name + ".mka", matroska("A_VORBIS", laced(setup), 1, {kSound, kSound})});
     files.push_back({name + " among the packets.mka",
-                     matroska("A_VORBIS", laced(simpleSetup()), 1, {kSound, identification(), setup, kSound, kSound})});
+                     matroska("A_VORBIS", laced(kSimpleSetup), 1, {kSound, identification(), setup, kSound, kSound})});
     files.push_back({name + ".wav", vorbisWav(setup)});
 }
 
@@ -466,9 +425,9 @@ std::vector<HostileFile> hostileVorbisSetups()
 std::vector<HostileFile> plainFiles()
 {
     std::vector<HostileFile> files;
-    addInEachContainer("plain", simpleSetup(), files);
+    addInEachContainer("plain", kSimpleSetup, files);
     files.push_back({"large.ogg", oggVorbis(heavyButAllowed(0))});
-    files.push_back({"plain.opus", opusFile(monoHead(), 1000) + opusAmongStreams(10)});
+    files.push_back({"plain.opus", opusFile(kMonoHead, 1000) + opusAmongStreams(10)});
     files.push_back({"free format.wav", mpegWav(repeated("", "\xff\xf3\x04\xc0" + std::string(26, '\0'), 40))});
     return files;
 }
@@ -497,7 +456,7 @@ std::vector<HostileFile> hostileBanks()
         files.push_back(
             {name + ".tnb", makeHostileBank(bank::Codec::Vorbis, 1, part(identification()) + part(setup), data)});
     files.push_back({"255 channels.tnb",
-                     makeHostileBank(bank::Codec::Vorbis, 1, part(identification(255)) + part(simpleSetup()), data)});
+                     makeHostileBank(bank::Codec::Vorbis, 1, part(identification(255)) + part(kSimpleSetup), data)});
     files.push_back({"255 streams.tnb", makeHostileBank(bank::Codec::Opus, 1, "\xff\0\0"s, "\3\xf8\xff\xfe")});
     return files;
 }
@@ -506,13 +465,13 @@ std::vector<HostileFile> hostileHeaders()
 {
     const std::string noSound(20, '\0');
     std::vector<HostileFile> files{
-        {"a million comments.ogg", oggVorbis(simpleSetup(), 1, 4, comments(1'000'000))},
-        {"a million comments.opus", opusFile(monoHead(), 1'000'000)},
-        {"3.9 million comments of the second link.opus", opusFile(monoHead(), 0) + opusFile(monoHead(), 3'900'000, 2)},
+        {"a million comments.ogg", oggVorbis(kSimpleSetup, 1, 4, comments(1'000'000))},
+        {"a million comments.opus", opusFile(kMonoHead, 1'000'000)},
+        {"3.9 million comments of the second link.opus", opusFile(kMonoHead, 0) + opusFile(kMonoHead, 3'900'000, 2)},
         {"200,000 streams in the second link.opus", opusAmongStreams(200'000)},
-        {"pages in pages.opus", opusFile(monoHead(), 0) + pagesInPages(100'000) + opusFile(monoHead(), 0, 2)},
-        {"pages in pages.ogg", oggVorbis(simpleSetup()) + pagesInPages(100'000) + oggVorbis(simpleSetup(), 2)},
-        {"pages in pages beside a video.ogg", multiplexed(simpleSetup()) + pagesInPages(100'000)},
+        {"pages in pages.opus", opusFile(kMonoHead, 0) + pagesInPages(100'000) + opusFile(kMonoHead, 0, 2)},
+        {"pages in pages.ogg", oggVorbis(kSimpleSetup) + pagesInPages(100'000) + oggVorbis(kSimpleSetup, 2)},
+        {"pages in pages beside a video.ogg", multiplexed(kSimpleSetup) + pagesInPages(100'000)},
         {"200,000 different comments.spx", speexFile(distinctComments(200'000))},
         {"255 streams.opus", opusFile(opusHead(1, 255, 0), 0)},
         {"255 channels.opus", opusFile(opusHead(255, 255, 0), 0)},
@@ -520,7 +479,7 @@ std::vector<HostileFile> hostileHeaders()
         {"255 channels.webm", matroska("A_OPUS", opusHead(255, 128, 127), 255, {"\xf8\xff\xfe"})},
         {"255 channels of Vorbis.mka",
          matroska("A_VORBIS",
-                  '\2' + std::string(1, char(30)) + char(16) + identification(255) + comments() + simpleSetup(), 1,
+                  '\2' + std::string(1, char(30)) + char(16) + identification(255) + comments() + kSimpleSetup, 1,
                   {kSound})},
         {"a picture that isn't there.flac", flacFile(6, "", 0xffffff, 40)},
         {"seek points that aren't there.flac", flacFile(3, "", 0xffffff, 40)},
@@ -534,17 +493,11 @@ std::vector<HostileFile> hostileHeaders()
         {"free formats between frames.wav", mpegWav(freeFormatsBetweenFrames())},
         {"a tag of 256 MB.mp3", "ID3\4\0\0\x7f\x7f\x7f\x7f"s + noSound},
         {"chunks of nothing.wav", repeated("RIFF\xff\xff\xff\xffWAVE"s, "none\0\0\0\0"s, 500'000)},
-        {"chunks of nothing.aiff",
-         repeated("FORM\x7f\xff\xff\xff"
-                  "AIFF"s,
-                  "none\0\0\0\0"s, 500'000)},
+        {"chunks of nothing.aiff", repeated("FORM\177\377\377\377AIFF"s, "none\0\0\0\0"s, 500'000)},
         {"chunks of nothing.caf", repeated("caff\0\1\0\0"s, "none\0\0\0\0\0\0\0\0"s, 500'000)},
         {"blocks of nothing.voc", repeated("Creative Voice File\x1a\x1a\0\x0a\1\x29\x11"s, "\5\0\0\0"s, 500'000)},
         {"sizes of nothing.nist", repeated("NIST_1A\n   1024\n", "a -i 1\n", 500'000)},
-        {"chunks of nothing.8svx",
-         repeated("FORM\x7f\xff\xff\xff"
-                  "8SVX"s,
-                  "none\0\0\0\0"s, 500'000)},
+        {"chunks of nothing.8svx", repeated("FORM\177\377\377\3778SVX"s, "none\0\0\0\0"s, 500'000)},
         {"samples of nothing.tta",
          "TTA1\1\0\1\0\x10\0"s + littleEndian({44100, 0xfffffff0, 0}) + std::string(1000, '\0')},
         {"frames of nothing.ape",
@@ -552,13 +505,12 @@ std::vector<HostileFile> hostileHeaders()
              + std::string(16, '\0') + smallEndian(2000, 2) + smallEndian(0, 2)
              + littleEndian({1, 1, 0xfffffff, 0x100010, 44100}) + std::string(1000, '\0')},
     };
-    const std::string description = "desc" + bigEndian(32, 8) + bigEndian(0x40e5888000000000, 8) + "alac"
-        + bigEndian(0, 4) + bigEndian(0, 4) + bigEndian(4096, 4) + bigEndian(2, 4) + bigEndian(16, 4);
+    const std::string description =
+        "desc" + bigEndian({0, 32, 0x40e58880, 0}) + "alac" + bigEndian({0, 0, 4096, 2, 16});
     files.push_back({"chunks of nothing after the format.caf",
                      repeated("caff\0\1\0\0"s + description, "none\0\0\0\0\0\0\0\0"s, 500'000)});
     files.push_back({"a table of 2^60 packets.caf",
-                     "caff\0\1\0\0"s + description + "pakt" + bigEndian(uint64_t{1} << 60, 8)
-                         + bigEndian(uint64_t{1} << 60, 8) + noSound});
+                     "caff\0\1\0\0"s + description + "pakt" + bigEndian({1 << 28, 0, 1 << 28, 0}) + noSound});
     return files;
 }
 

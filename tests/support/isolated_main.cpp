@@ -13,17 +13,13 @@ int main(int argc, char** argv)
     testing::InitGoogleTest(&argc, argv);
 
     // A death test starts the program again and shares the home folder of its run.
-    std::string home;
     const char* inherited = std::getenv("TARNOK_TEST_HOME");
-    if (inherited) {
-        home = inherited;
-    } else {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tarnok-test-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) {
-            std::perror(pattern.c_str());
+    std::string home = inherited ? inherited : std::filesystem::temp_directory_path() / "tarnok-test-XXXXXX";
+    if (!inherited) {
+        if (!mkdtemp(home.data())) {
+            std::perror(home.c_str());
             return 1;
         }
-        home = pattern;
         for (const char* folder : {".config", ".local/share", ".cache", "Documents"})
             std::filesystem::create_directories(std::filesystem::path(home) / folder);
     }

@@ -11,9 +11,8 @@ using namespace TARNOK;
 
 namespace {
 
-class CommandLines : public tests::SystemTest
+struct CommandLines : tests::SystemTest
 {
-protected:
     // Splits a line at its blanks and parses the parts. Returns the result as text: "source > destination : switches",
     // with a "!" in front after an error.
     QString parse(const QByteArray& line)

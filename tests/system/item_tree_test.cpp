@@ -50,15 +50,6 @@ TEST_F(ItemTree, MovesRowsCountingAfterTheRemoval)
     EXPECT_EQ(other->rowOf(before[0]), 0);
 }
 
-TEST_F(ItemTree, TracesDestructionWithTheRowsAsTheyStood)
-{
-    makeBank("a b");
-    const QStringList traces = loggedLines([&] { workspace()->first()->unload(); });
-    EXPECT_EQ(traces,
-              (QStringList{"bank -1 destructed", "subsound 0 destructed", "source file 0 destructed",
-                           "subsound 1 destructed", "source file 0 destructed"}));
-}
-
 TEST_F(ItemTree, AbortsOnBrokenPreconditions)
 {
     SoundBank* bank = makeBank("a b");

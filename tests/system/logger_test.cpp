@@ -11,15 +11,9 @@ using namespace TARNOK;
 
 namespace {
 
-class LoggerTest : public tests::SystemTest
+struct LoggerTest : tests::SystemTest
 {
-protected:
     void TearDown() override { logger()->setPrintToFile(path("end.log"), false); }
-
-    static QColor colourOfLine(const QTextEdit& pane, int line)
-    {
-        return pane.document()->findBlockByNumber(line).begin().fragment().charFormat().foreground().color();
-    }
 };
 
 TEST_F(LoggerTest, WritesRecordsOfOneLengthToAFileAndWholeLinesToStandardOutput)
@@ -63,8 +57,10 @@ TEST_F(LoggerTest, HoldsMessagesBackWhileItIsGagged)
     logger()->setVerbosity(Logger::OUTPUT_WARNING);
     logger()->ungag();
     EXPECT_EQ(pane.toPlainText(), "raw\n" + QString(511, 'x') + "\nERROR: ärger");
-    EXPECT_NE(colourOfLine(pane, 1), QColor(Qt::red));
-    EXPECT_EQ(colourOfLine(pane, 2), QColor(Qt::red));
+    for (const int line : {1, 2}) {
+        const QTextBlock block = pane.document()->findBlockByNumber(line);
+        EXPECT_EQ(block.begin().fragment().charFormat().foreground() == QColor(Qt::red), line == 2);
+    }
 
     pane.clear();
     logger()->ungag();
@@ -94,9 +90,8 @@ TEST_F(LoggerTest, ReadsAHeldMessageAsAFormatAgain)
     }
 }
 
-class Remarks : public tests::SystemTest
+struct Remarks : tests::SystemTest
 {
-protected:
     static std::string said(const std::function<void()>& action)
     {
         testing::internal::CaptureStderr();
@@ -116,8 +111,6 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
     remarks()->start();
     EXPECT_EQ(said([] { remarks()->add("held"); }), "");
     EXPECT_EQ(said([] { remarks()->release(); }), "tarnokexcl: held\n") << "and nothing from before";
-    EXPECT_EQ(said([] { remarks()->add("a\x1b[2J\n\u0085\u00e4"); }), "tarnokexcl: a\\x1b[2J\\x0a\\u0085\u00e4\n");
-    EXPECT_FALSE(ConsoleRemarks::isSilent());
 
     QDir().mkpath(path("cache"));
     settings()->setDir("Cache", path("cache"));
@@ -125,27 +118,20 @@ TEST_F(Remarks, WaitUntilItIsKnownWhetherTheyAreWanted)
     const int missing = remarks()->missingSounds();
     builder()->remarks = {"no cache", "cues are dropped"};
     builder()->reports = {{1, 1, TARNOK_STATE_FAILED, "b.wav: why"}};
-    const auto build = [&] {
-        buildSystem()->enqueueBuild(bank);
-        while (buildSystem()->update())
-            QThread::msleep(1);
-    };
-    EXPECT_EQ(said(build),
+    EXPECT_EQ(said([&] { build(bank); }),
               "tarnokexcl: could not build '" + path("b.wav").toStdString()
                   + "': b.wav: why\ntarnokexcl: no cache\ntarnokexcl: cues are dropped\n");
     EXPECT_EQ(remarks()->missingSounds(), missing + 1);
     builder()->remarks.emplace_back("a third");
     builder()->reports.clear();
-    EXPECT_EQ(said(build), "tarnokexcl: a third\n") << "a message about one bank also holds for the next";
+    EXPECT_EQ(said([&] { build(bank); }), "tarnokexcl: a third\n")
+        << "a message about one bank also holds for the next";
 
     remarks()->start();
     logger()->setVerbosity(Logger::OUTPUT_SILENT);
-    EXPECT_EQ(said([] {
-                  remarks()->add("held");
-                  remarks()->release();
-                  remarks()->addMissingSound("a.wav", "why");
-              }),
-              "");
+    remarks()->add("held");
+    EXPECT_EQ(said([] { remarks()->release(); }), "");
+    EXPECT_EQ(said([] { remarks()->addMissingSound("a.wav", "why"); }), "");
     EXPECT_TRUE(ConsoleRemarks::isSilent());
     EXPECT_EQ(remarks()->missingSounds(), missing + 2) << "they are counted nevertheless";
 }

@@ -44,9 +44,8 @@ struct Sound
     int result = KESS_OK;
 };
 
-class SystemTest : public testing::Test
+struct SystemTest : testing::Test
 {
-protected:
     void SetUp() override
     {
         ASSERT_TRUE(mFolder.isValid());
@@ -62,9 +61,16 @@ protected:
 
     static fakes::ScriptedBuilder builder() { return {}; }
 
-    static void waitForBuilds(size_t started)
+    static void runToTheEnd()
     {
-        builder().waitUntil([&] { return builder()->builds.size() >= started; });
+        while (buildSystem()->update())
+            QThread::msleep(1);
+    }
+
+    static void build(const SoundBank* bank)
+    {
+        buildSystem()->enqueueBuild(bank);
+        runToTheEnd();
     }
 
     QString path(const QString& name) const { return mFolder.path() + "/" + name; }

@@ -28,6 +28,8 @@ namespace {
 
 using namespace TARNOK;
 
+constexpr const char* NO_SOUNDS = "the inputs have no sound that can be built";
+
 SoundFileValidator* validator()
 {
     return Singleton<SoundFileValidator>::instance();
@@ -194,6 +196,11 @@ void BankSource::checkCombination(Faults* faults) const
     if (mRequest.interleaved && count(InputKind::Project) + count(InputKind::List) > 0)
         faults->add({mInputs.last().path, 0, Severity::Fatal, "interleaved",
                      "only folders and sound files can be interleaved"});
+    const bool isWithoutSound = std::all_of(mInputs.begin(), mInputs.end(), [](const Input& input) {
+        return input.kind == InputKind::Profile || (input.kind == InputKind::Folder && input.sounds.isEmpty());
+    });
+    if (isWithoutSound && !mInputs.isEmpty() && faults->isEmpty())
+        faults->add({mInputs.first().path, 0, Severity::Fatal, "no-sounds", NO_SOUNDS});
 }
 
 bool BankSource::isUsable(const Faults& faults) const
@@ -223,8 +230,7 @@ SoundBank* BankSource::load(Faults* faults)
     }
     if (!bank->isEmpty() && !bank->first()->isEmpty())
         return bank;
-    faults->add({mInputs.isEmpty() ? QString() : mInputs.first().path, 0, Severity::Fatal, "no-sounds",
-                 "the inputs have no sound that can be built"});
+    faults->add({mInputs.isEmpty() ? QString() : mInputs.first().path, 0, Severity::Fatal, "no-sounds", NO_SOUNDS});
     return nullptr;
 }
 

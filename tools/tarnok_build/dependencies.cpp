@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "dependencies.hpp"
 
+#include "atomic_file.hpp"
 #include "replacement.hpp"
 #include "utility_functions.hpp"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSaveFile>
+
+#include <algorithm>
+#include <utility>
 
 namespace tarnok_build {
 
@@ -65,18 +68,22 @@ ordered_json asJson(const Subsound* subsound, qsizetype index)
     return json;
 }
 
-// Make has no way to write a line feed.
+// Make has no way to write a line feed, and none to write '%' that Ninja reads too. Ninja doesn't read ';' and '|' in
+// any form; make would take what follows them for a command or for dependencies of another kind.
 QString escaped(const QString& path)
 {
+    static constexpr QLatin1StringView WITH_BACKSLASH(" #:|");
     QString text;
     for (const QChar c : path) {
-        if (c == ' ' || c == '#') {
+        if (WITH_BACKSLASH.contains(c)) {
             // A backslash before an escaped character is doubled.
             for (auto at = text.size(); at > 0 && text.at(at - 1) == '\\'; --at)
                 text += '\\';
             text += '\\';
         } else if (c == '$') {
             text += '$';
+        } else if (c == ';') {
+            text += R"(\\\)"; // make looks for it twice, and removes backslashes each time
         }
         text += c;
     }
@@ -122,8 +129,11 @@ ordered_json dependenciesAsJson(const BankSource& source, const SoundBank* bank)
 
 QString dependencyRule(const QString& target, const QStringList& dependencies)
 {
+    // Make takes a rule for the assignment of a variable if its first dependency contains '='.
+    QStringList ordered = dependencies;
+    std::stable_partition(ordered.begin(), ordered.end(), [](const QString& path) { return !path.contains('='); });
     QString rule = escaped(target) + ":";
-    for (const QString& path : dependencies)
+    for (const QString& path : std::as_const(ordered))
         rule += " \\\n  " + escaped(path);
     rule += "\n";
     for (const QString& path : dependencies)
@@ -131,14 +141,16 @@ QString dependencyRule(const QString& target, const QStringList& dependencies)
     return rule;
 }
 
-QString writeDependencyFile(const QString& path, const QString& target, const QStringList& dependencies)
+QString writeDependencyFile(const QString& path, const QString& target, const QStringList& dependencies,
+                            const QStringList& outputs)
 {
-    if (isAmong(path, dependencies) || isAmong(path, {target}))
+    if (isAmong(path, dependencies) || isAmong(path, outputs) || isAmong(path, {target}))
         return QString("'%1' is not replaced by a dependency file: it belongs to the build of the bank").arg(path);
+    if (target.contains('\n'))
+        return QString("the target '%1' can't be written to a dependency file: it contains a line feed").arg(target);
     QDir().mkpath(QFileInfo(path).absolutePath());
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(dependencyRule(target, dependencies).toUtf8()) >= 0
-        && file.commit())
+    AtomicFile file(path);
+    if (file.isOpen() && file.write(dependencyRule(target, dependencies).toUtf8(), false))
         return QString();
     return QString("'%1' can't be written: %2").arg(path, file.errorString());
 }

@@ -20,7 +20,9 @@ nlohmann::ordered_json dependenciesAsJson(const BankSource& source, const TARNOK
 // that make doesn't stop when a file is removed.
 QString dependencyRule(const QString& target, const QStringList& dependencies);
 
-// Writes a file at once, and creates its folder. Returns the reason for a failure, or an empty text.
-QString writeDependencyFile(const QString& path, const QString& target, const QStringList& dependencies);
+// Writes a file at once, and creates its folder. Replaces no dependency, target or other output. Returns the
+// reason for a failure, or an empty text.
+QString writeDependencyFile(const QString& path, const QString& target, const QStringList& dependencies,
+                            const QStringList& outputs = {});
 
 } // namespace tarnok_build

@@ -83,11 +83,13 @@ private:
     void checkPath(const ListLine& line)
     {
         const QString& written = line.fields.at(0);
-        const QString whole = QFileInfo(written).isRelative() ? mFolder + "/" + written : written;
+        const QString whole = written.startsWith('/') ? written : mFolder + "/" + written;
         const std::optional<SoundFault> fault = soundFault(line.path.isEmpty() ? whole : line.path, written);
         if (!fault)
             return;
-        if (written.contains(QChar::ReplacementCharacter))
+        if (written.contains(QChar::Null))
+            report(Severity::Error, fault->code, fault->text + ENDLESS);
+        else if (written.contains(QChar::ReplacementCharacter))
             report(Severity::Error, "not-utf8", QString("'%1' is not UTF-8%2").arg(written, ENDLESS));
         else if (written.trimmed().isEmpty())
             report(Severity::Error, "blanks",

@@ -191,12 +191,13 @@ private:
         if (mRequest.depfile.isEmpty())
             return true;
         const QString target = mRequest.depfileTarget.isEmpty() ? mOutput : mRequest.depfileTarget;
+        QStringList outputs(mOutput);
+        if (!mRequest.header.isEmpty())
+            outputs += absolute(mRequest.header);
         QStringList all = dependencies(mSource, bank);
         if (mRequest.depfileOutputs)
-            all += mOutput;
-        if (mRequest.depfileOutputs && !mRequest.header.isEmpty())
-            all += absolute(mRequest.header);
-        const QString fault = writeDependencyFile(mRequest.depfile, target, all);
+            all += outputs;
+        const QString fault = writeDependencyFile(mRequest.depfile, target, all, outputs);
         if (!fault.isEmpty())
             complain(fault);
         return fault.isEmpty();

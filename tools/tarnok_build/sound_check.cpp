@@ -79,6 +79,8 @@ QString inOtherCase(const QString& path)
 
 std::optional<SoundFault> soundFault(const QString& path, const QString& shown)
 {
+    if (path.contains(QChar::Null)) // no file's name; asked about it, Qt prints a warning
+        return SoundFault{"not-found", QString("'%1': no such file").arg(shown)};
     if (!QFileInfo::exists(path))
         return missing(path, shown);
     auto* validator = Singleton<SoundFileValidator>::instance();

@@ -6,6 +6,8 @@
 #include "text.hpp"
 #include "wav_writer.hpp"
 
+#include "base/ordered_work.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
@@ -105,35 +107,41 @@ base::Result<> copySamples(KESS::Sound& sound, const SoundProperties& facts, Wav
     return {};
 }
 
-base::Result<> extractSound(OpenedBank& bank, int index, const std::string& name, const ExtractRequest& request)
+struct Extracted
 {
-    const base::Result<SoundProperties> facts = bank.properties(index);
-    if (!facts)
-        return facts.error();
-    const base::Result<SoundPointer> sound = bank.sound(index);
+    std::string path;
+    bool omitsPoints = false;
+};
+
+base::Result<Extracted> extractSound(OpenedBank& bank, int index, const std::string& name,
+                                     const ExtractRequest& request)
+{
+    const base::Result<SoundPointer> sound = bank.verifiedVoice(index);
     if (!sound)
         return sound.error();
-    // Decoders turn nearly any data into some sound, so only the checksum reveals damage.
-    if (const KESS_RESULT result = (*sound)->verifyData(); result != KESS_OK)
-        return engineError(result);
+    const SoundProperties facts = propertiesOf(**sound, index);
     OutputFile file(request.folder, name);
-    WavWriter writer(*facts, file);
+    WavWriter writer(facts, file);
     base::Result<> done = file.open();
     if (done)
         done = writer.begin();
     if (done)
-        done = copySamples(**sound, *facts, writer);
+        done = copySamples(**sound, facts, writer);
     if (done)
         done = writer.finish();
     if (done)
         done = file.commit(request.replace);
     if (!done)
-        return done;
-    if (writer.omitsPoints())
-        std::cerr << "tnb: " << printable(file.path().string())
-                  << ": WAV can't store loop and sync points after sample 4,294,967,295\n";
-    std::cout << printable(file.path().string()) << '\n';
-    return {};
+        return std::move(done.error());
+    return Extracted{file.path().string(), writer.omitsPoints()};
+}
+
+void report(const Extracted& extracted)
+{
+    const std::string path = printable(extracted.path);
+    if (extracted.omitsPoints)
+        std::cerr << "tnb: " << path << ": WAV can't store loop and sync points after sample 4,294,967,295\n";
+    std::cout << path << '\n';
 }
 
 } // namespace
@@ -155,15 +163,21 @@ base::Result<Status> extract(const ExtractRequest& request)
         return std::move(made.error());
     OutputFile::removeAbandoned(request.folder);
 
+    const std::vector<int> chosen(indices->begin(), indices->end());
+    base::OrderedWork<base::Result<Extracted>> work(chosen.size(), [&](size_t i) {
+        return extractSound(*bank, chosen[i], files[static_cast<size_t>(chosen[i])], request);
+    });
     Status status = Status::Success;
-    for (const int index : *indices) {
-        const std::string& name = names[static_cast<size_t>(index)];
-        if (const base::Result<> done = extractSound(*bank, index, files[static_cast<size_t>(index)], request); !done) {
-            std::cerr << "tnb: " << printable(request.bank) << ": sound " << index
-                      << (name.empty() ? "" : " (" + printable(name) + ")") << ": " << printable(done.error().text)
-                      << '\n';
-            status = std::max(status, statusFor(done.error()));
+    for (const int index : chosen) {
+        const base::Result<Extracted> done = work.next();
+        if (done) {
+            report(*done);
+            continue;
         }
+        const std::string& name = names[static_cast<size_t>(index)];
+        std::cerr << "tnb: " << printable(request.bank) << ": sound " << index
+                  << (name.empty() ? "" : " (" + printable(name) + ")") << ": " << printable(done.error().text) << '\n';
+        status = std::max(status, statusFor(done.error()));
     }
     return status;
 }

@@ -145,13 +145,40 @@ Result<std::string> OpenedBank::name(int index)
     return fetchName(**subsound);
 }
 
-// The getters of an opened sound don't fail.
+Result<SoundPointer> OpenedBank::verifiedVoice(int index)
+{
+    KESS::Sound* voice = nullptr;
+    {
+        const std::lock_guard lock(*mMutex);
+        const Result<SoundPointer> subsound = sound(index);
+        if (!subsound)
+            return subsound.error();
+        const KESS_RESULT created = (*subsound)->createVoice(&voice);
+        if (created == KESS_ERR_UNSUPPORTED) {
+            if (const KESS_RESULT result = (*subsound)->verifyData(); result != KESS_OK)
+                return engineError(result);
+        }
+        if (created != KESS_OK)
+            return engineError(created);
+    }
+    SoundPointer opened(voice);
+    // Decoders turn nearly any data into some sound, so only the checksum reveals damage.
+    if (const KESS_RESULT result = opened->verifyData(); result != KESS_OK)
+        return engineError(result);
+    return opened;
+}
+
 Result<SoundProperties> OpenedBank::properties(int index)
 {
     const Result<SoundPointer> opened = sound(index);
     if (!opened)
         return opened.error();
-    KESS::Sound& subsound = **opened;
+    return propertiesOf(**opened, index);
+}
+
+// The getters of an opened sound don't fail.
+SoundProperties propertiesOf(KESS::Sound& subsound, int index)
+{
     SoundProperties properties;
     properties.index = index;
     properties.name = fetchName(subsound);

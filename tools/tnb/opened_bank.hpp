@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -71,6 +72,10 @@ public:
     // the same sound at a time. ErrorCode::Damaged.
     base::Result<SoundPointer> sound(int index);
 
+    // A decoder of the sound with this index, whose encoded data is verified. Several threads may call this at once,
+    // and use what they get. ErrorCode::Damaged, ErrorCode::Unsupported.
+    base::Result<SoundPointer> verifiedVoice(int index);
+
     // ErrorCode::Damaged: the sound is damaged.
     base::Result<std::string> name(int index);
     base::Result<SoundProperties> properties(int index);
@@ -81,9 +86,13 @@ private:
     { }
 
     SoundPointer mBank;
+    std::unique_ptr<std::mutex> mMutex = std::make_unique<std::mutex>();
     KESS_BANKINFO mInfo{};
     int mSoundCount = 0;
 };
+
+// What the engine knows about a sound.
+[[nodiscard]] SoundProperties propertiesOf(KESS::Sound& sound, int index);
 
 // The error of a call of the engine that failed on this thread.
 [[nodiscard]] base::Error engineError(KESS_RESULT result);

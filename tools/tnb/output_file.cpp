@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include <sched.h>
 #include <unistd.h>
 
 namespace tnb {
@@ -17,14 +18,25 @@ namespace {
 
 constexpr const char* kStem = "tnb"; // of temporary files
 
-// The path of the temporary file that is being written; the signal handler removes it.
-std::atomic<const char*> unfinished = nullptr;
-static_assert(std::atomic<const char*>::is_always_lock_free, "it is read by a signal handler");
+// The paths of the temporary files that are being written. The signal handler removes them, which is why they are no
+// std::vector. Files for which there is no room are removed by the next run.
+constexpr size_t kUnfinished = 256;
+std::atomic<const char*> unfinished[kUnfinished] = {};
+std::atomic<int> creating = 0; // files that may exist without being in the list
+std::atomic<bool> ending = false;
+static_assert(std::atomic<const char*>::is_always_lock_free && std::atomic<int>::is_always_lock_free
+                  && std::atomic<bool>::is_always_lock_free,
+              "they are used by a signal handler");
 
 extern "C" void removeUnfinished(int number)
 {
-    if (const char* path = unfinished.load())
-        unlink(path);
+    ending = true;
+    while (creating > 0)
+        sched_yield();
+    for (const std::atomic<const char*>& path : unfinished) {
+        if (const char* name = path.load())
+            unlink(name);
+    }
     // The raised signal is delivered when the handler returns.
     std::signal(number, SIG_DFL);
     std::raise(number);
@@ -41,7 +53,8 @@ void removeUnfinishedOnSignals()
     }
 }
 
-// Blocks the signals, so that none arrives between the creation of a file and the storing of its path.
+// Blocks the signals, so that none arrives between the creation of a file and the storing of its path. The handler, if
+// it runs on another thread, waits for the end of the block.
 class SignalBlock
 {
 public:
@@ -51,9 +64,19 @@ public:
         sigemptyset(&signals);
         for (const int number : kSignals)
             sigaddset(&signals, number);
-        sigprocmask(SIG_BLOCK, &signals, &mFormer);
+        pthread_sigmask(SIG_BLOCK, &signals, &mFormer);
+        ++creating;
+        if (ending) {
+            --creating;
+            for (;;)
+                pause(); // until the handler ends the process
+        }
     }
-    ~SignalBlock() { sigprocmask(SIG_SETMASK, &mFormer, nullptr); }
+    ~SignalBlock()
+    {
+        --creating;
+        pthread_sigmask(SIG_SETMASK, &mFormer, nullptr);
+    }
     SignalBlock(const SignalBlock&) = delete;
     SignalBlock& operator=(const SignalBlock&) = delete;
 
@@ -72,7 +95,7 @@ OutputFile::~OutputFile()
 {
     const SignalBlock block;
     mFile = {};
-    unfinished = nullptr;
+    forget();
 }
 
 base::Result<> OutputFile::open()
@@ -83,7 +106,13 @@ base::Result<> OutputFile::open()
     if (!created)
         return error("can't create", created.error().systemError);
     mFile = std::move(*created);
-    unfinished = mFile.path().c_str();
+    for (std::atomic<const char*>& path : unfinished) {
+        const char* none = nullptr;
+        if (path.compare_exchange_strong(none, mFile.path().c_str())) {
+            mUnfinished = &path;
+            break;
+        }
+    }
     return {};
 }
 
@@ -108,8 +137,15 @@ base::Result<> OutputFile::commit(bool replace)
             return base::Error{base::ErrorCode::Io, path().string() + " exists already; --force replaces it", EEXIST};
         return error("can't create", named.error().systemError);
     }
-    unfinished = nullptr;
+    forget();
     return {};
+}
+
+void OutputFile::forget()
+{
+    if (mUnfinished)
+        *mUnfinished = nullptr;
+    mUnfinished = nullptr;
 }
 
 void OutputFile::removeAbandoned(const std::filesystem::path& folder)

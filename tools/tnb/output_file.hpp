@@ -6,6 +6,7 @@
 #include "base/bytes.hpp"
 #include "base/temporary_file.hpp"
 
+#include <atomic>
 #include <filesystem>
 #include <string>
 
@@ -35,11 +36,13 @@ public:
 
 private:
     [[nodiscard]] base::Error error(const char* what, int systemError) const;
+    void forget();
 
     std::filesystem::path mFolder;
     std::string mName;
     base::TemporaryFile mFile;
     uint64_t mBytes = 0; // written so far
+    std::atomic<const char*>* mUnfinished = nullptr; // where a signal handler finds the temporary file
 };
 
 } // namespace tnb

@@ -141,7 +141,7 @@ public:
             mBits.putExpGolomb(quantise(mNext, mPrediction.next()), mStart);
             mPrediction.add(mDifference);
         }
-        mPrediction.beginGroups();
+        mPrediction.beginGroups(1);
         codeGroups();
         for (; mNext < mSamples.size(); ++mNext) {
             putRice(quantise(mNext, mPrediction.next()));
@@ -173,18 +173,26 @@ private:
         mParameter.follow(u);
     }
 
+    // All but the newest tap of a group's first sample is summed in advance.
     template <typename Code>
     [[gnu::always_inline]] void codeGroupsWith()
     {
-        Prediction::Group group = mPrediction.firstGroup();
+        std::array<int64_t, kGroup> newestTaps;
+        std::array<int64_t, kGroup + 1> differences; // the newest before the group, then those of the group
+        unrolled<kGroup>([&](auto i) { newestTaps[i] = static_cast<int64_t>(mPrediction.coefficient(i + 1)); });
+        differences[0] = static_cast<int64_t>(mPrediction.difference(1));
         for (; mNext + kGroup <= mSamples.size(); mNext += kGroup) {
             double sums[kGroup];
-            mPrediction.nextGroup<Code>(group, sums);
+            mPrediction.sumOlder<Code, 2>(kHalf, sums);
             unrolled<kGroup>([&](auto k) __attribute__((always_inline)) {
-                putRice(quantise(mNext + k, mPrediction.inGroup<k>(group, sums)));
-                mPrediction.addInGroup<k>(group, mDifference);
+                auto sum = static_cast<int64_t>(sums[k]);
+                unrolled<k + 1>([&](auto i)
+                                    __attribute__((always_inline)) { sum += newestTaps[k - i] * differences[i]; });
+                putRice(quantise(mNext + k, sum >> 20));
+                mPrediction.add(mDifference);
+                differences[k + 1] = mDifference;
             });
-            mPrediction.endGroup();
+            differences[0] = differences[kGroup];
         }
     }
 

@@ -65,7 +65,8 @@ struct CodePosition
             u = read(kEscapeBits);
         } else {
             const auto p = static_cast<unsigned>(parameter.value());
-            u = riceValue(next, zeros, p);
+            // The one after the zeros is read as a bit above the p low ones.
+            u = ((zeros - 1) << p) + static_cast<uint32_t>(next << zeros >> (63 - p));
             bit += zeros + 1 + p;
         }
         parameter.follow(u);
@@ -73,45 +74,41 @@ struct CodePosition
     }
 
     // The next kGroup Rice codes.
-    [[gnu::always_inline]] std::array<uint32_t, kGroup> readRiceGroup()
+    [[gnu::always_inline]] void readRiceGroup(uint32_t* codes)
     {
-        std::array<uint32_t, kGroup> codes;
-        if (!readShortCodes(codes)) [[unlikely]] {
-            CodePosition copy = *this; // as memory: the original stays in registers
-            codes = copy.readLongCodes();
-            *this = copy;
-        }
-        return codes;
+        if (readShortCodes(codes)) [[likely]]
+            return;
+        CodePosition copy = *this; // as memory: the original stays in registers
+        copy.readLongCodes(codes);
+        *this = copy;
     }
 
 private:
     static constexpr unsigned kWordBits = 57;
 
-    // The zeros are followed by a one, which is read as a bit above the p low ones. zeros + p: at most 63.
-    [[gnu::always_inline]] static uint32_t riceValue(uint64_t next, unsigned zeros, unsigned p)
-    {
-        return ((zeros - 1) << p) + static_cast<uint32_t>(next << zeros >> (63 - p));
-    }
-
     // Reads kGroup codes from one word. False, with nothing read: one of them is escaped, they have more than kWordBits
-    // bits, or the parameter is unusually high.
-    [[gnu::always_inline]] bool readShortCodes(std::array<uint32_t, kGroup>& codes)
+    // bits, or the parameter is unusually high. Each code waits for the parameter, which waits for the code before it:
+    // what doesn't need the parameter is computed first, and one shift gives the code.
+    [[gnu::always_inline]] bool readShortCodes(uint32_t* codes)
     {
         uint64_t next = word();
         unsigned used = 0;
         RiceParameter following = parameter;
-        if (!following.isModerate())
+        if (!following.isModerate()) [[unlikely]]
             return false;
 #pragma GCC unroll 4
-        for (uint32_t& code : codes) {
-            if (next >> (64 - kEscapeZeros) == 0) [[unlikely]]
-                return false;
+        for (int i = 0; i < kGroup; ++i) {
             const auto zeros = static_cast<unsigned>(std::countl_zero(next));
-            const auto p = static_cast<unsigned>(following.valueUnlimited());
-            code = riceValue(next, zeros, p);
-            next <<= zeros + 1 + p;
-            used += zeros + 1 + p;
-            following.follow(code);
+            if (zeros >= kEscapeZeros) [[unlikely]]
+                return false;
+            // The number of zeros from bit 31 on, then the bits after the one that ends them.
+            const uint64_t aligned = (next << zeros >> 32) + ((uint64_t{zeros} - 1) << 31);
+            const unsigned complement = following.complement();
+            codes[i] = static_cast<uint32_t>(aligned >> complement);
+            const unsigned bits = zeros + 32 - complement;
+            next <<= bits;
+            used += bits;
+            following.follow(codes[i]);
         }
         if (used > kWordBits) [[unlikely]]
             return false;
@@ -120,12 +117,10 @@ private:
         return true;
     }
 
-    [[gnu::noinline, gnu::cold]] std::array<uint32_t, kGroup> readLongCodes()
+    [[gnu::noinline, gnu::cold]] void readLongCodes(uint32_t* codes)
     {
-        std::array<uint32_t, kGroup> codes;
-        for (uint32_t& code : codes)
-            code = readRice();
-        return codes;
+        for (int i = 0; i < kGroup; ++i)
+            codes[i] = readRice();
     }
 };
 
@@ -139,40 +134,48 @@ public:
 
     [[nodiscard]] CodePosition open(std::span<const uint8_t> bytes)
     {
-        mEnd = bytes.data() + bytes.size();
+        setEnd(static_cast<int64_t>(bytes.size()));
         return {bytes.data(), 0, RiceParameter(0)};
     }
 
     // Makes as many bytes readable as a group of codes or a field can take. False: more was read than there was.
     [[nodiscard, gnu::always_inline]] bool prepare(CodePosition& position)
     {
-        const ptrdiff_t left = mEnd - position.bytes - static_cast<ptrdiff_t>(position.bit >> 3);
-        return left >= kGroupBytes || enterTail(position, left);
+        return static_cast<int64_t>(position.bit) < mUnchecked || enterTail(position);
     }
 
     // Whether all was read but the padding of the last byte, and nothing beyond it.
     [[nodiscard]] bool isReached(const CodePosition& position) const
     {
-        const ptrdiff_t left = (mEnd - position.bytes) * 8 - static_cast<ptrdiff_t>(position.bit);
+        const int64_t left = mBits - static_cast<int64_t>(position.bit);
         return left >= 0 && left < 8;
     }
 
 private:
-    static constexpr ptrdiff_t kGroupBytes = (kGroup * (kEscapeZeros + kEscapeBits) + 7) / 8 + 8;
+    static constexpr int64_t kGroupBytes = (kGroup * (kEscapeZeros + kEscapeBits) + 7) / 8 + 8;
 
-    [[gnu::noinline]] bool enterTail(CodePosition& position, ptrdiff_t left)
+    void setEnd(int64_t bytes)
     {
+        mBits = 8 * bytes;
+        mUnchecked = mIsInTail ? 0 : 8 * (bytes - kGroupBytes + 1);
+    }
+
+    [[gnu::noinline]] bool enterTail(CodePosition& position)
+    {
+        const int64_t byte = static_cast<int64_t>(position.bit >> 3);
+        const int64_t left = mBits / 8 - byte;
         if (mIsInTail)
             return left >= 0;
-        std::copy_n(mEnd - left, left, mTail.begin());
+        std::copy_n(position.bytes + byte, left, mTail.begin());
         position.bytes = mTail.data();
         position.bit &= 7;
-        mEnd = mTail.data() + left;
         mIsInTail = true;
+        setEnd(left);
         return true;
     }
 
-    const uint8_t* mEnd = nullptr;
+    int64_t mBits = 0; // of the block, or of what is left of it in mTail
+    int64_t mUnchecked = 0; // the first bit of which a group has less than kGroupBytes after it
     bool mIsInTail = false;
     std::array<uint8_t, 2 * kGroupBytes> mTail{}; // the last bytes, and zeros after them
 };

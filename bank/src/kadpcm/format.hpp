@@ -119,10 +119,10 @@ public:
     { }
 
     // The number of bits of mAverage >> 5, at most kHighestStart. Only codes that no encoder writes reach this limit.
-    [[nodiscard]] int value() const { return std::min(valueUnlimited(), kHighestStart); }
+    [[nodiscard]] int value() const { return std::min(31 - static_cast<int>(complement()), kHighestStart); }
 
-    // The same without the limit: equal as long as isModerate() was true before the last 64 bits of codes.
-    [[nodiscard]] int valueUnlimited() const { return 27 - std::countl_zero(mAverage | 16); }
+    // 31 minus the value without its limit: exact as long as isModerate() was true before the last 64 bits of codes.
+    [[nodiscard]] unsigned complement() const { return static_cast<unsigned>(__builtin_clz(mAverage >> 4 | 1)); }
     [[nodiscard]] bool isModerate() const { return mAverage < 1 << 18; }
 
     void follow(uint32_t u) { mAverage += u - (mAverage >> 4); }

@@ -2,9 +2,9 @@
 // KADPCM's linear prediction, shared by decoder and encoder.
 //
 // A prediction is a sum over up to 32 older samples, and each sample is needed for the next prediction. But the
-// products with samples that are at least kNewestTaps older than a group of kGroup samples can be summed in advance,
-// for all samples of the group at once. Double precision is exact for that: a coefficient is at most 2^30 and a
-// difference below 2^17, so the sum of 32 products stays below 2^52, in any order of addition.
+// products with samples that are older than a group of kGroup samples can be summed in advance, for all samples of the
+// group at once. Double precision is exact for that: a coefficient is at most 2^30 and a difference below 1.5 * 2^16,
+// so the sum of 32 products stays below 2^52, in any order of addition.
 #pragma once
 
 #include "kadpcm/format.hpp"
@@ -21,8 +21,6 @@
 
 namespace bank::kadpcm {
 
-inline constexpr int kNewestTaps = 1; // of the first sample of a group that aren't summed in advance
-inline constexpr int kFirstAge = kNewestTaps + 1; // ages are counted from the first sample of a group
 inline constexpr int kHistoryFrames = kMaximumOrder + kGroup; // differences that must be readable before a group
 
 // Calls function with 0 to Count - 1 as constants: what it indexes by them can stay in registers.
@@ -36,62 +34,55 @@ template <size_t Count, typename Function>
     (std::make_index_sequence<Count>());
 }
 
-// The coefficients of the taps 1 to 32 in 1/2^20, then zeros: vector code reads whole vectors.
+inline constexpr double kHalf = 1 << 19; // rounds a prediction, in 1/2^20
+// Added before rounding to the nearest, so that the middle between two numbers is rounded up and nothing else changes:
+// predictions are multiples of 2^-20, differences of 2^-8.
+inline constexpr double kTieUp = 0x1p-21;
+
+// The coefficients of the taps 1 to 32, then zeros: vector code reads whole vectors.
 struct TapTable
 {
     std::array<double, kMaximumOrder + 2 * kGroup> coefficients{};
     int order = 0;
 
     // How many times four ages are summed in advance. The highest may be above the order, where coefficients are zero.
-    [[nodiscard]] int foursOfAges() const { return std::max(0, (order - kNewestTaps + 3) / 4); }
+    [[nodiscard]] int foursOfAges(int firstAge) const { return std::max(0, (order - firstAge + 4) / 4); }
 };
 
-inline constexpr double kHalf = 1 << 19; // rounds a prediction, in 1/2^20
-
-// The size of a quantiser's step.
-struct Step
-{
-    int64_t size = 0; // in 1/256
-    double value = 0;
-};
-
-// PlainCode, Sse2Code and Avx2Code compute the same: the first on any processor and as the reference of the others,
-// Avx2Code where Avx2Code::isSupported().
+// The sums of what is older than a group. All three compute the same: PlainCode on any processor and as the reference
+// of the others, Avx2Code where Avx2Code::isSupported().
 //
-// sumOlder: for each sample k of the group that begins at history[0], the sum of the products of all taps above
-// k + kNewestTaps, plus kHalf. dequantise: the differences that the codes of a group stand for, in samples; those of
-// codes that no encoder writes are cut at 2^17, which the sample's own limits make equal.
+// Ages are counted from the first sample of the group, which begins at history[0]. sumOlder: for each sample k, start
+// and the products of all taps from FirstAge + k on, those of the samples from FirstAge on.
 struct PlainCode
 {
-    [[gnu::always_inline]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
+    template <int FirstAge>
+    static void sumOlder(const TapTable& taps, double start, const double* history, double* sums)
     {
         for (int k = 0; k < kGroup; ++k) {
-            sums[k] = kHalf;
-            for (int age = kFirstAge; age + k <= taps.order; ++age)
+            sums[k] = start;
+            for (int age = FirstAge; age + k <= taps.order; ++age)
                 sums[k] += taps.coefficients[static_cast<size_t>(age + k - 1)] * history[-age];
         }
-    }
-
-    [[gnu::always_inline]] static void dequantise(const std::array<uint32_t, kGroup>& codes, const Step& step,
-                                                  int64_t* differences)
-    {
-        for (const uint32_t code : codes)
-            *differences++ = dequantised(unfold(code), step.size);
     }
 };
 
 #ifdef __x86_64__
 
-struct Sse2Code : PlainCode
+// multiplyAdd: a * b + c of two doubles each. nearest: rounds values below 2^51 to whole numbers. addCodes: adds the
+// differences that the codes of a group stand for, in samples, to kGroup sums, and returns them. A difference that an
+// integer can't hold, which no encoder writes, is returned as the least integer.
+struct Sse2Code
 {
-    [[gnu::always_inline]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
+    template <int FirstAge>
+    [[gnu::always_inline]] static void sumOlder(const TapTable& taps, double start, const double* history, double* sums)
     {
         // Two ages at a time, so that the additions don't wait for each other.
-        __m128d low0 = _mm_set1_pd(kHalf);
+        __m128d low0 = _mm_set1_pd(start);
         __m128d high0 = low0;
         __m128d low1 = _mm_setzero_pd();
         __m128d high1 = low1;
-        for (int age = kFirstAge + 4 * taps.foursOfAges() - 2; age >= kFirstAge; age -= 2) {
+        for (int age = FirstAge + 4 * taps.foursOfAges(FirstAge) - 2; age >= FirstAge; age -= 2) {
             const double* coefficients = taps.coefficients.data() + age - 1;
             const double* sample = history - age;
             const __m128d older0 = _mm_set1_pd(sample[0]);
@@ -104,11 +95,42 @@ struct Sse2Code : PlainCode
         _mm_storeu_pd(sums, _mm_add_pd(low0, low1));
         _mm_storeu_pd(sums + 2, _mm_add_pd(high0, high1));
     }
+
+    static __m128d multiplyAdd(__m128d a, __m128d b, __m128d c) { return _mm_add_pd(_mm_mul_pd(a, b), c); }
+
+    static __m128d nearest(__m128d value)
+    {
+        const __m128d unit = _mm_set1_pd(3.0 * (int64_t{1} << 51)); // a double of this size has no fraction
+        return _mm_sub_pd(_mm_add_pd(value, unit), unit);
+    }
+
+    static __m128i addCodes(__m128i codes, double step, double* sums)
+    {
+        const __m128i q = unfold(codes);
+        const __m128i low = addTwo(q, step, sums);
+        return _mm_unpacklo_epi64(low, addTwo(_mm_unpackhi_epi64(q, q), step, sums + 2));
+    }
+
+protected:
+    static __m128i unfold(__m128i codes)
+    {
+        const __m128i sign = _mm_sub_epi32(_mm_setzero_si128(), _mm_and_si128(codes, _mm_set1_epi32(1)));
+        return _mm_xor_si128(_mm_srli_epi32(codes, 1), sign);
+    }
+
+private:
+    static __m128i addTwo(__m128i q, double step, double* sums)
+    {
+        const __m128d exact = multiplyAdd(_mm_cvtepi32_pd(q), _mm_set1_pd(step), _mm_set1_pd(kTieUp));
+        const __m128d differences = nearest(exact);
+        _mm_storeu_pd(sums, _mm_add_pd(_mm_loadu_pd(sums), differences));
+        return _mm_cvttpd_epi32(differences);
+    }
 };
 
 #define KADPCM_AVX2 gnu::target("avx2,fma,bmi,bmi2,lzcnt,movbe")
 
-struct Avx2Code
+struct Avx2Code : private Sse2Code
 {
     static bool isSupported()
     {
@@ -117,9 +139,10 @@ struct Avx2Code
         return isSupported;
     }
 
-    [[KADPCM_AVX2]] static void sumOlder(const TapTable& taps, const double* history, double* sums)
+    template <int FirstAge>
+    [[KADPCM_AVX2]] static void sumOlder(const TapTable& taps, double start, const double* history, double* sums)
     {
-        __m256d sum0 = _mm256_set1_pd(kHalf);
+        __m256d sum0 = _mm256_set1_pd(start);
         __m256d sum1 = _mm256_setzero_pd();
         __m256d sum2 = sum1;
         __m256d sum3 = sum1;
@@ -128,56 +151,29 @@ struct Avx2Code
         {
             return _mm256_fmadd_pd(_mm256_loadu_pd(coefficients + age - 1), _mm256_broadcast_sd(history - age), sum);
         };
-        const auto addFour = [&](int age) __attribute__((always_inline, target("avx2,fma")))
-        {
+        for (int age = FirstAge + 4 * (taps.foursOfAges(FirstAge) - 1); age >= FirstAge; age -= 4) { // the oldest first
             sum0 = product(sum0, age + 3);
             sum1 = product(sum1, age + 2);
             sum2 = product(sum2, age + 1);
             sum3 = product(sum3, age);
-        };
-        switch (taps.foursOfAges()) { // the oldest first
-        case 8:
-            addFour(kFirstAge + 28);
-            [[fallthrough]];
-        case 7:
-            addFour(kFirstAge + 24);
-            [[fallthrough]];
-        case 6:
-            addFour(kFirstAge + 20);
-            [[fallthrough]];
-        case 5:
-            addFour(kFirstAge + 16);
-            [[fallthrough]];
-        case 4:
-            addFour(kFirstAge + 12);
-            [[fallthrough]];
-        case 3:
-            addFour(kFirstAge + 8);
-            [[fallthrough]];
-        case 2:
-            addFour(kFirstAge + 4);
-            [[fallthrough]];
-        case 1:
-            addFour(kFirstAge);
-            [[fallthrough]];
-        default:
-            break;
         }
         _mm256_storeu_pd(sums, _mm256_add_pd(_mm256_add_pd(sum0, sum1), _mm256_add_pd(sum2, sum3)));
     }
 
-    [[KADPCM_AVX2]] static void dequantise(const std::array<uint32_t, kGroup>& codes, const Step& step,
-                                           int64_t* differences)
+    [[KADPCM_AVX2]] static __m128d multiplyAdd(__m128d a, __m128d b, __m128d c) { return _mm_fmadd_pd(a, b, c); }
+
+    [[KADPCM_AVX2]] static __m128d nearest(__m128d value)
     {
-        const __m128i u = _mm_setr_epi32(static_cast<int>(codes[0]), static_cast<int>(codes[1]),
-                                         static_cast<int>(codes[2]), static_cast<int>(codes[3]));
-        const __m128i sign = _mm_sub_epi32(_mm_setzero_si128(), _mm_and_si128(u, _mm_set1_epi32(1)));
-        const __m256d q = _mm256_cvtepi32_pd(_mm_xor_si128(_mm_srli_epi32(u, 1), sign));
-        const __m256d exact = _mm256_fmadd_pd(q, _mm256_set1_pd(step.value), _mm256_set1_pd(0.5));
-        const __m256d limit = _mm256_set1_pd(1 << 17);
-        const __m256d limited = _mm256_max_pd(_mm256_min_pd(_mm256_floor_pd(exact), limit), -limit);
-        const __m256i whole = _mm256_cvtepi32_epi64(_mm256_cvttpd_epi32(limited));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(differences), whole);
+        return _mm_round_pd(value, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    }
+
+    [[KADPCM_AVX2]] static __m128i addCodes(__m128i codes, double step, double* sums)
+    {
+        const __m256d exact =
+            _mm256_fmadd_pd(_mm256_cvtepi32_pd(unfold(codes)), _mm256_set1_pd(step), _mm256_set1_pd(kTieUp));
+        const __m256d differences = _mm256_round_pd(exact, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+        _mm256_storeu_pd(sums, _mm256_add_pd(_mm256_loadu_pd(sums), differences));
+        return _mm256_cvttpd_epi32(differences);
     }
 
 private:
@@ -205,11 +201,15 @@ public:
     void grow(int32_t reflection)
     {
         const int order = ++mTaps.order;
-        const auto previous = mCoefficients;
-        for (int j = 1; j < order; ++j) {
-            const int64_t product = static_cast<int64_t>(reflection) * previous[at(order - j)];
-            mCoefficients[at(j)] = static_cast<int32_t>(
-                std::clamp<int64_t>(previous[at(j)] - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
+        const auto grown = [&](int32_t tap, int32_t opposite) {
+            const int64_t product = static_cast<int64_t>(reflection) * opposite;
+            return static_cast<int32_t>(std::clamp<int64_t>(tap - ((product + (1 << 19)) >> 20), -(1 << 30), 1 << 30));
+        };
+        for (int j = 1, k = order - 1; j <= k; ++j, --k) {
+            const int32_t low = mCoefficients[at(j)];
+            const int32_t high = mCoefficients[at(k)];
+            mCoefficients[at(j)] = grown(low, high);
+            mCoefficients[at(k)] = grown(high, low);
         }
         mCoefficients[at(order)] = reflection;
     }
@@ -218,70 +218,60 @@ public:
     [[nodiscard]] int64_t next()
     {
         makeRoom(1);
+        const double* newest = &mWindow[mEnd];
+        const auto product = [&](int j) {
+            return mCoefficients[at(j)] * newest[-j];
+        };
         double sum = kHalf;
-        for (int j = mTaps.order; j > 0; --j)
-            sum += mCoefficients[at(j)] * mWindow[mEnd - static_cast<size_t>(j)];
-        return static_cast<int64_t>(sum) >> 20;
+        double odd = 0; // two sums, so that the additions don't wait for each other
+        int j = mTaps.order;
+        for (; j > 1; j -= 2) {
+            sum += product(j);
+            odd += product(j - 1);
+        }
+        if (j > 0)
+            sum += product(j);
+        return static_cast<int64_t>(sum + odd) >> 20;
     }
 
-    // The order is final: groups may follow.
-    void beginGroups()
+    // The order is final: groups may follow. unit: of the sums, in 1/2^20.
+    void beginGroups(double unit)
     {
-        std::copy(mCoefficients.begin(), mCoefficients.end(), mTaps.coefficients.begin());
-        std::copy_n(mCoefficients.begin(), mNewest.size(), mNewest.begin());
+        std::transform(mCoefficients.begin(), mCoefficients.end(), mTaps.coefficients.begin(),
+                       [unit](int32_t coefficient) { return coefficient / unit; });
     }
 
-    // What the prediction of a group needs at hand: a local variable, so that it stays in registers.
-    struct Group
-    {
-        std::array<int64_t, kNewestTaps + kGroup> differences{}; // the newest before the group, then those of the group
-    };
-
-    // The state before the first group.
-    [[nodiscard]] Group firstGroup() const
-    {
-        Group group;
-        for (size_t i = 0; i < kNewestTaps; ++i)
-            group.differences[kGroup + i] = static_cast<int64_t>(mWindow[mEnd - kNewestTaps + i]);
-        return group;
-    }
-
-    // Goes on to the next group of kGroup samples. sums: kGroup values, for inGroup().
-    template <typename Code>
-    [[gnu::always_inline]] void nextGroup(Group& group, double* sums)
+    // For each sample of the next group, start and the products of its taps from FirstAge on, see PlainCode.
+    template <typename Code, int FirstAge>
+    [[gnu::always_inline]] void sumOlder(double start, double* sums)
     {
         makeRoom(kGroup);
-        Code::sumOlder(mTaps, &mWindow[mEnd], sums);
-        unrolled<kNewestTaps>([&](auto i) __attribute__((always_inline)) {
-            group.differences[i] = group.differences[kGroup + i];
-        });
+        Code::template sumOlder<FirstAge>(mTaps, start, &mWindow[mEnd], sums);
     }
 
-    // The prediction of sample k of the group.
-    template <size_t k>
-    [[nodiscard, gnu::always_inline]] int64_t inGroup(const Group& group, const double* sums) const
-    {
-        auto sum = static_cast<int64_t>(sums[k]);
-        unrolled<k + kNewestTaps>([&](auto i) __attribute__((always_inline)) {
-            sum += mNewest[k + kNewestTaps - 1 - i] * group.differences[i];
-        });
-        return sum >> 20;
-    }
+    // In units.
+    [[nodiscard]] double coefficient(int tap) const { return mTaps.coefficients[at(tap)]; }
 
-    template <size_t k>
-    [[gnu::always_inline]] void addInGroup(Group& group, int64_t difference)
-    {
-        group.differences[kNewestTaps + k] = difference;
-        mWindow[mEnd + k] = static_cast<double>(difference);
-    }
-
-    // After the last sample of a group.
-    void endGroup() { mEnd += kGroup; }
+    // The difference of that age: 1 is the newest.
+    [[nodiscard]] double difference(size_t age) const { return mWindow[mEnd - age]; }
 
     void add(int64_t difference) { mWindow[mEnd++] = static_cast<double>(difference); }
 
+#ifdef __x86_64__
+    [[gnu::always_inline]] void addGroup(__m128d low, __m128d high)
+    {
+        double* const next = &mWindow[mEnd];
+        mEnd += kGroup;
+        _mm_storeu_pd(next, low);
+        _mm_storeu_pd(next + 2, high);
+    }
+#endif
+
 private:
-    static constexpr size_t at(int tap) { return static_cast<size_t>(tap - 1); }
+    static constexpr size_t at(int tap)
+    {
+        return static_cast<size_t>(tap - 1);
+    }
 
     // Moves the latest differences to the front of the window when it is full.
     void makeRoom(size_t count)
@@ -294,7 +284,6 @@ private:
 
     std::array<int32_t, kMaximumOrder> mCoefficients{}; // in 1/2^20
     TapTable mTaps;
-    std::array<int64_t, kNewestTaps + kGroup - 1> mNewest{}; // coefficients
     std::array<double, kHistoryFrames + 64 * kGroup> mWindow{}; // the latest differences
     size_t mEnd = kHistoryFrames;
 };

@@ -4,8 +4,9 @@
 #include "build/build_reports.hpp"
 #include "build/library_state.hpp"
 #include "build/result_code.hpp"
-#include "support/worker_pool.hpp"
 #include "tarnok.h"
+
+#include "base/worker_thread.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -107,7 +108,7 @@ TARNOK_RESULT Tarnok_Build(const TARNOK_SUBSOUND* subsounds, unsigned int numSub
             return resultCode(request.error().code);
         }
         request->headerFile = headerFile();
-        const SignalShield shield(false);
+        const base::SignalShield shield(false);
         const base::Result<> result =
             Build(settings, *request, library().queue, library().remarks, running->stop()).run();
         return result ? TARNOK_OK : resultCode(result.error().code);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/worker_memory.hpp"
 
-#include "support/worker_pool.hpp"
+#include "base/worker_thread.hpp"
 
 #include <algorithm>
 #include <fstream>
@@ -110,7 +110,7 @@ base::Result<WorkerCount> affordableWorkers(unsigned wanted, const MemoryLeft& l
         bool isHard;
         const char* what;
     };
-    constexpr uint64_t stack = kWorkerStackBytes;
+    constexpr uint64_t stack = base::kWorkerStackBytes;
     const Bound bounds[] = {
         {left.addressSpace, stack + kReservedBytes + kWorkingBytes, kReservedBytes, true,
          "the limit on the address space of this process (ulimit -v)"},

@@ -2,6 +2,7 @@
 #include "banks/bank_decoders.hpp"
 
 #include "banks/bank_direct_decoder.hpp"
+#include "decode/sample_convert.hpp"
 
 #include "bank/kadpcm.hpp"
 
@@ -38,8 +39,7 @@ public:
     base::Result<size_t> readFloat(float* buffer, size_t count) override
     {
         return readFrames(count, [buffer](std::span<const int16_t> frames, size_t at) {
-            std::transform(frames.begin(), frames.end(), buffer + at,
-                           [](int16_t sample) { return static_cast<float>(sample) / 32'768; });
+            int16ToFloat(frames.data(), buffer + at, frames.size());
         });
     }
 

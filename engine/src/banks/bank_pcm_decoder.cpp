@@ -2,6 +2,7 @@
 #include "banks/bank_decoders.hpp"
 
 #include "banks/bank_direct_decoder.hpp"
+#include "decode/sample_convert.hpp"
 
 #include <algorithm>
 
@@ -12,13 +13,12 @@ namespace {
 constexpr size_t kChunkFrames = 1024;
 constexpr size_t kSmallRead = 8 * 1024; // half of what a window reads at once
 
+// Of any format but 16 bits, for which there is int16ToFloat.
 float sampleFrom(const uint8_t* bytes, KESS_SOUND_FORMAT format)
 {
     switch (format) {
     case KESS_SOUND_FORMAT_PCM8:
         return static_cast<float>(static_cast<int8_t>(*bytes)) / 128;
-    case KESS_SOUND_FORMAT_PCM16:
-        return static_cast<float>(base::loadLittle<int16_t>(bytes)) / 32'768;
     case KESS_SOUND_FORMAT_PCM24: {
         // The three bytes become the upper ones of 32 bits, so that the sign bit is in the right position.
         const uint32_t upper = uint32_t{bytes[0]} << 8 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 24;
@@ -61,15 +61,27 @@ public:
                 return got;
             if (!got || *got == 0)
                 break;
-            const uint8_t* bytes = mScratch.data();
-            for (size_t i = 0; i < *got * static_cast<size_t>(facts().channels); ++i, bytes += mSampleBytes)
-                *buffer++ = sampleFrom(bytes, facts().format);
+            const size_t samples = *got * static_cast<size_t>(facts().channels);
+            toFloat(samples, buffer);
+            buffer += samples;
             done += *got;
         }
         return done;
     }
 
 private:
+    // Converts the samples at the start of mScratch.
+    void toFloat(size_t samples, float* buffer) const
+    {
+        if (facts().format == KESS_SOUND_FORMAT_PCM16) {
+            int16ToFloat(mScratch.data(), buffer, samples);
+            return;
+        }
+        const uint8_t* bytes = mScratch.data();
+        for (size_t i = 0; i < samples; ++i, bytes += mSampleBytes)
+            buffer[i] = sampleFrom(bytes, facts().format);
+    }
+
     // Small reads of an encrypted sound are buffered: for each, a whole piece may have to be decrypted if more voices
     // are playing than pieces are kept.
     base::Result<> fetch(uint64_t offset, std::span<uint8_t> bytes)

@@ -4,8 +4,13 @@
 #include "banks/decoding_check.hpp"
 
 #include "bank/kadpcm.hpp"
+#include "bank/vector_state.hpp"
+
+#include "base/ordered_work.hpp"
 
 #include <algorithm>
+#include <mutex>
+#include <new>
 #include <utility>
 
 namespace engine {
@@ -110,6 +115,135 @@ KESS_RESULT asResult(Finding::Kind kind)
     return KESS_OK;
 }
 
+// The shared setups of a bank. Many sounds share one, which is read once.
+class Setups
+{
+public:
+    explicit Setups(const bank::BankReader& reader)
+        : mReader(reader)
+        , mVerified(reader.setupCount())
+    { }
+
+    base::Result<> verify(uint32_t setup)
+    {
+        const std::lock_guard lock(mMutex);
+        std::optional<base::Result<>>& verified = mVerified[setup];
+        if (!verified)
+            verified = withoutValue(mReader.setup(setup));
+        return *verified;
+    }
+
+private:
+    const bank::BankReader& mReader;
+    std::mutex mMutex;
+    std::vector<std::optional<base::Result<>>> mVerified;
+};
+
+// Verifies one sound.
+class SoundVerification
+{
+public:
+    SoundVerification(BankFile& bank, Setups& setups, uint32_t index)
+        : mBank(bank)
+        , mReader(*bank.reader())
+        , mSetups(setups)
+        , mIndex(index)
+    { }
+
+    SoundFindings run()
+    {
+        const std::optional<bank::Sound> sound = verifyStored();
+        if (sound && verifyPackets(*sound))
+            verifyDecoding(*sound);
+        return std::move(mFound);
+    }
+
+private:
+    // Each part is verified, so that all faults of a sound are reported. A sound with faults isn't decoded.
+    std::optional<bank::Sound> verifyStored()
+    {
+        base::Result<bank::Sound> stored = mReader.soundWithoutSetup(mIndex);
+        bool passed = passes(withoutValue(stored));
+        if (const std::optional<uint32_t> setup = mReader.entry(mIndex).setup; setup && mFound.completed)
+            passed = passes(mSetups.verify(*setup)) && passed;
+        if (mFound.completed)
+            passed = passes(mReader.verifyData(mIndex)) && passed;
+        return passed ? std::optional(std::move(*stored)) : std::nullopt;
+    }
+
+    bool verifyPackets(const bank::Sound& sound)
+    {
+        const bank::SoundEntry entry = mReader.entry(mIndex);
+        const EncodedData data{mReader.source(), entry.dataOffset, entry.dataBytes};
+        SeekPointCount seekPoints(sound.seekPoints);
+        base::Result<> result;
+        if (sound.codec == bank::Codec::Vorbis || sound.codec == bank::Codec::Opus)
+            result = walkPackets(data, seekPoints);
+        else if (sound.codec == bank::Codec::Kadpcm)
+            result = walkSuperblocks(data, sound, seekPoints);
+        else
+            return true;
+        if (result && !seekPoints.isComplete())
+            result = base::Error{base::ErrorCode::Damaged, "its seek table points into a packet"};
+        if (result && sound.codec == bank::Codec::Opus)
+            result = checkOpusSeekPoints(data, sound);
+        return passes(result);
+    }
+
+    void verifyDecoding(const bank::Sound& sound)
+    {
+        base::Result<std::shared_ptr<BankSound>> loaded = mBank.sound(int(mIndex));
+        if (!passes(withoutValue(loaded)))
+            return;
+        base::Result<DecoderPointer> sequential = mBank.decoder(*loaded);
+        if (!sequential && sequential.error().code == base::ErrorCode::Unsupported) {
+            add(Finding::Kind::NotVerified, "its codec can't be decoded; its checksums are right");
+            return;
+        }
+        base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(*loaded) : sequential.error();
+        if (!passes(withoutValue(seeking)))
+            return;
+        DecodingCheck check(sound, **sequential, **seeking);
+        if (passes(check.run()) && !check.remark().empty())
+            add(Finding::Kind::Remark, check.remark());
+    }
+
+    // Returns whether result is a success. Adds damage to the findings, and keeps any other failure.
+    bool passes(const base::Result<>& result)
+    {
+        if (result)
+            return true;
+        if (result.error().code == base::ErrorCode::Damaged) {
+            const std::string& text = result.error().text;
+            add(Finding::Kind::Damage, text.empty() ? "its data is damaged" : text);
+            return false;
+        }
+        mFound.completed = result;
+        if (result.error().code == base::ErrorCode::Io)
+            mFound.completed.error().code = base::ErrorCode::NotSeekable;
+        return false;
+    }
+
+    void add(Finding::Kind kind, std::string text) { mFound.findings.push_back({int(mIndex), kind, std::move(text)}); }
+
+    BankFile& mBank;
+    const bank::BankReader& mReader;
+    Setups& mSetups;
+    uint32_t mIndex;
+    SoundFindings mFound;
+};
+
+// On a thread of its own.
+SoundFindings verifySound(BankFile& bank, Setups& setups, uint32_t index)
+{
+    bank::clearVectorState();
+    try {
+        return SoundVerification(bank, setups, index).run();
+    } catch (const std::bad_alloc&) {
+        return {{}, base::Error{base::ErrorCode::Memory}};
+    }
+}
+
 } // namespace
 
 ReportFinding reportTo(KESS_FINDING_CALLBACK callback, void* userData)
@@ -121,106 +255,34 @@ ReportFinding reportTo(KESS_FINDING_CALLBACK callback, void* userData)
 
 BankVerification::BankVerification(BankFile& bank, ReportFinding report)
     : mBank(bank)
-    , mReader(*bank.reader())
     , mReport(std::move(report))
-    , mSetups(mReader.setupCount())
 { }
 
 base::Result<> BankVerification::run()
 {
-    if (const base::Result<> names = mReader.verifyNames(); !names)
+    const bank::BankReader& reader = *mBank.reader();
+    if (const base::Result<> names = reader.verifyNames(); !names)
         report({-1, Finding::Kind::Damage, names.error().text});
-    for (uint32_t i = 0; i < mReader.info().soundCount && !ended(); ++i)
-        verifySound(i);
-    if (!mFailure || !mDamaged)
-        return mFailure;
-    return base::Error{base::ErrorCode::Damaged};
-}
-
-void BankVerification::verifySound(uint32_t index)
-{
-    const std::optional<bank::Sound> sound = verifyStored(index);
-    if (sound && verifyPackets(index, *sound) && !ended())
-        verifyDecoding(index, *sound);
-}
-
-// Many sounds share a setup, which is read once.
-const base::Result<>& BankVerification::verifySetup(uint32_t setup)
-{
-    std::optional<base::Result<>>& verified = mSetups[setup];
-    if (!verified)
-        verified = withoutValue(mReader.setup(setup));
-    return *verified;
-}
-
-// Each part is verified, so that all faults of a sound are reported. A sound with faults isn't decoded.
-std::optional<bank::Sound> BankVerification::verifyStored(uint32_t index)
-{
-    base::Result<bank::Sound> stored = mReader.soundWithoutSetup(index);
-    bool passed = passes(withoutValue(stored), index);
-    if (const std::optional<uint32_t> setup = mReader.entry(index).setup; setup && !ended())
-        passed = passes(verifySetup(*setup), index) && passed;
-    if (!ended())
-        passed = passes(mReader.verifyData(index), index) && passed;
-    return passed && !ended() ? std::optional(std::move(*stored)) : std::nullopt;
-}
-
-bool BankVerification::verifyPackets(uint32_t index, const bank::Sound& sound)
-{
-    const bank::SoundEntry entry = mReader.entry(index);
-    const EncodedData data{mReader.source(), entry.dataOffset, entry.dataBytes};
-    SeekPointCount seekPoints(sound.seekPoints);
-    base::Result<> result;
-    if (sound.codec == bank::Codec::Vorbis || sound.codec == bank::Codec::Opus)
-        result = walkPackets(data, seekPoints);
-    else if (sound.codec == bank::Codec::Kadpcm)
-        result = walkSuperblocks(data, sound, seekPoints);
-    else
-        return true;
-    if (result && !seekPoints.isComplete())
-        result = base::Error{base::ErrorCode::Damaged, "its seek table points into a packet"};
-    if (result && sound.codec == bank::Codec::Opus)
-        result = checkOpusSeekPoints(data, sound);
-    return passes(result, index);
-}
-
-void BankVerification::verifyDecoding(uint32_t index, const bank::Sound& sound)
-{
-    base::Result<std::shared_ptr<BankSound>> loaded = mBank.sound(int(index));
-    if (!passes(withoutValue(loaded), index))
-        return;
-    base::Result<DecoderPointer> sequential = mBank.decoder(*loaded);
-    if (!sequential && sequential.error().code == base::ErrorCode::Unsupported) {
-        report({int(index), Finding::Kind::NotVerified, "its codec can't be decoded; its checksums are right"});
-        return;
+    Setups setups(reader);
+    const uint32_t count = reader.info().soundCount;
+    base::OrderedWork<SoundFindings> work(count,
+                                          [&](size_t index) { return verifySound(mBank, setups, uint32_t(index)); });
+    base::Result<> completed;
+    for (uint32_t i = 0; i < count && !mStopped && completed; ++i) {
+        SoundFindings found = work.next();
+        for (const Finding& finding : found.findings)
+            report(finding);
+        completed = std::move(found.completed);
     }
-    base::Result<DecoderPointer> seeking = sequential ? mBank.decoder(*loaded) : sequential.error();
-    if (!passes(withoutValue(seeking), index))
-        return;
-    DecodingCheck check(sound, **sequential, **seeking);
-    if (passes(check.run(), index) && !check.remark().empty())
-        report({int(index), Finding::Kind::Remark, check.remark()});
-}
-
-bool BankVerification::passes(const base::Result<>& result, uint32_t index)
-{
-    if (result)
-        return true;
-    if (result.error().code == base::ErrorCode::Damaged) {
-        const std::string& text = result.error().text;
-        report({int(index), Finding::Kind::Damage, text.empty() ? "its data is damaged" : text});
-        return false;
-    }
-    mFailure = result;
-    if (mFailure.error().code == base::ErrorCode::Io)
-        mFailure.error().code = base::ErrorCode::NotSeekable;
-    return false;
+    if (mDamaged && completed)
+        return base::Error{base::ErrorCode::Damaged};
+    return completed;
 }
 
 void BankVerification::report(const Finding& finding)
 {
     mDamaged = mDamaged || finding.kind == Finding::Kind::Damage;
-    if (mReport && !mReport(finding))
+    if (!mStopped && mReport && !mReport(finding))
         mStopped = true;
 }
 

@@ -2,6 +2,9 @@
 // Conversions between sample formats.
 #pragma once
 
+#include "base/bytes.hpp"
+
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -19,6 +22,24 @@ inline void floatToInt16(const float* from, int16_t* to, size_t count)
             : scaled <= -32768.0f  ? int16_t{-32768}
                                    : int16_t{0};
     }
+}
+
+// from: the bytes of 16-bit samples, little-endian, at any address.
+inline void int16ToFloat(const void* from, float* to, size_t count)
+{
+    const auto* bytes = static_cast<const uint8_t*>(from);
+    const auto convert = [&](size_t samples) {
+        std::array<int16_t, 8> part;
+        for (size_t i = 0; i < samples; ++i)
+            part[i] = base::loadLittle<int16_t>(bytes + 2 * i);
+        for (size_t i = 0; i < samples; ++i)
+            to[i] = static_cast<float>(part[i]) / 32'768;
+        bytes += 2 * samples;
+        to += samples;
+    };
+    for (; count >= 8; count -= 8) // a constant, which compilers turn into vectors
+        convert(8);
+    convert(count);
 }
 
 // Packs the top bytes of 32-bit samples without gaps: 1, 2 or 3 bytes per sample, little-endian.
