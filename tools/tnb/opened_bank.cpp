@@ -163,7 +163,10 @@ Result<SoundPointer> OpenedBank::verifiedVoice(int index)
     }
     SoundPointer opened(voice);
     // Decoders turn nearly any data into some sound, so only the checksum reveals damage.
-    if (const KESS_RESULT result = opened->verifyData(); result != KESS_OK)
+    KESS_RESULT result = opened->verifyData();
+    if (result == KESS_OK)
+        result = opened->seekData(0); // starts the decoder
+    if (result != KESS_OK)
         return engineError(result);
     return opened;
 }

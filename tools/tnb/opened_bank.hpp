@@ -72,8 +72,8 @@ public:
     // the same sound at a time. ErrorCode::Damaged.
     base::Result<SoundPointer> sound(int index);
 
-    // A decoder of the sound with this index, whose encoded data is verified. Several threads may call this at once,
-    // and use what they get. ErrorCode::Damaged, ErrorCode::Unsupported.
+    // A started decoder of the sound with this index, whose encoded data is verified. Several threads may call this at
+    // once, and use what they get. ErrorCode::Damaged, ErrorCode::Unsupported.
     base::Result<SoundPointer> verifiedVoice(int index);
 
     // ErrorCode::Damaged: the sound is damaged.
