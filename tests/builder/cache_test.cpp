@@ -176,19 +176,48 @@ TEST_F(Cache, RecoversFromEveryDamage)
     expectRepair(arguments, entries[0], damages, 2);
 }
 
+struct ForeignFiles : BuilderTest
+{
+    // The paths of one entry from each folder of the cache, relative to it.
+    std::vector<std::string> entriesOfDifferentFolders()
+    {
+        std::vector<std::string> entries = filesBelow("cache/sounds");
+        std::set<fs::path> folders;
+        std::erase_if(entries, [&](const fs::path& entry) { return !folders.insert(entry.parent_path()).second; });
+        for (std::string& entry : entries)
+            entry = fs::relative(entry, fullPath("cache"));
+        return entries;
+    }
+
+    // Builds of sounds that stay in their files, and of sounds that are stored in a cache of which a part can't be
+    // used. Returns the last build.
+    Outcome mustBuildInEachWay(BuildArguments& arguments)
+    {
+        Outcome outcome;
+        for (const auto format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM}) {
+            for (const float rate : {0.0f, 22050.0f}) {
+                SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
+                arguments.format = format;
+                arguments.each.desiredSampleRate = rate;
+                outcome = mustBuild(arguments);
+                EXPECT_LE(outcome.remarks.size(), 1u);
+                EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || !outcome.remarks.empty()) << "it was stored";
+                for (const std::string& remark : outcome.remarks)
+                    EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: ")) << remark;
+            }
+        }
+        return outcome;
+    }
+};
+
 // A folder "sounds" or "index" may be older than the cache that was put into its parent folder.
-TEST_F(Cache, LeavesForeignFilesAlone)
+TEST_F(ForeignFiles, AreLeftAlone)
 {
     BuildArguments arguments = makeArguments(makeSounds(8));
     arguments.each.desiredSampleRate = 22050; // so that PCM is stored in entries too
     arguments.format = TARNOK_FORMAT_KADPCM;
     const Bytes expected = mustBuild(arguments).bank;
-    std::vector<std::string> entries = filesBelow("cache/sounds");
-    // One from each folder.
-    std::set<fs::path> folders;
-    std::erase_if(entries, [&](const fs::path& entry) { return !folders.insert(entry.parent_path()).second; });
-    for (std::string& entry : entries)
-        entry = fs::relative(entry, fullPath("cache"));
+    const std::vector<std::string> entries = entriesOfDifferentFolders();
     ASSERT_GE(entries.size(), 3u);
 
     arguments.cache = fullPath("mine");
@@ -220,20 +249,7 @@ TEST_F(Cache, LeavesForeignFilesAlone)
             fs::remove_all(fullPath("mine/records"));
             put("records");
         }
-        // Sounds that stay in their files, and sounds that are stored in the cache.
-        Outcome outcome;
-        for (const auto format : {TARNOK_FORMAT_PCM, TARNOK_FORMAT_KADPCM}) {
-            for (const float rate : {0.0f, 22050.0f}) {
-                SCOPED_TRACE(testing::Message() << "format " << format << " at " << rate);
-                arguments.format = format;
-                arguments.each.desiredSampleRate = rate;
-                outcome = mustBuild(arguments);
-                EXPECT_LE(outcome.remarks.size(), 1u);
-                EXPECT_TRUE(format != TARNOK_FORMAT_PCM || rate != 0 || !outcome.remarks.empty()) << "it was stored";
-                for (const std::string& remark : outcome.remarks)
-                    EXPECT_TRUE(remark.starts_with("the cache " + arguments.cache + " can't be used: ")) << remark;
-            }
-        }
+        const Outcome outcome = mustBuildInEachWay(arguments);
         EXPECT_TRUE(outcome.bank == expected);
         EXPECT_EQ(outcome.remarks.size(), 1u);
         EXPECT_LE(build(arguments).cachedSounds(), 6);

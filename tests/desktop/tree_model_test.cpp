@@ -96,6 +96,18 @@ TEST_F(TreeModelTest, rowsShowTheValuesOfTheItemsUntilTheseAreRemoved)
     EXPECT_EQ(texts(merged), QStringList({"y", "44100", "24-bit PCM", "", "3", "", "3000", "3"}));
     EXPECT_EQ(texts(file), QStringList({"x", "48000", "16-bit PCM", "wav", "1", path("").chopped(1), "3000", "1"}));
 
+    bank->unload();
+    EXPECT_EQ(mModel.rowCount(), 0);
+    EXPECT_FALSE(mModel.index(0, 0).isValid());
+    EXPECT_FALSE(mModel.parent(file).isValid());
+}
+
+TEST_F(TreeModelTest, rowsHaveIconsInTheirFirstColumnAndAreDraggedBelowTheBank)
+{
+    makeBank("a y+b+x");
+    const QModelIndex root = mModel.index(0, 0);
+    const QModelIndex leaf = mModel.index(0, 0, root);
+    const QModelIndex file = mModel.index(2, 0, mModel.index(1, 0, root));
     EXPECT_EQ(mModel.data(leaf.siblingAtColumn(4), Qt::TextAlignmentRole), QVariant(2));
     EXPECT_EQ(mModel.data(leaf, Qt::TextAlignmentRole), QVariant(1));
     EXPECT_FALSE(mModel.data(leaf, Qt::ToolTipRole).isValid());
@@ -109,11 +121,6 @@ TEST_F(TreeModelTest, rowsShowTheValuesOfTheItemsUntilTheseAreRemoved)
     EXPECT_EQ(mModel.flags(leaf), drop | Qt::ItemIsSelectable | Qt::ItemIsDragEnabled);
     EXPECT_EQ(mModel.flags({}), Qt::ItemIsEnabled);
     EXPECT_EQ(mModel.supportedDropActions(), Qt::MoveAction);
-
-    bank->unload();
-    EXPECT_EQ(mModel.rowCount(), 0);
-    EXPECT_FALSE(mModel.index(0, 0).isValid());
-    EXPECT_FALSE(mModel.parent(file).isValid());
 }
 
 TEST_F(TreeModelTest, aDropMovesMergesOrSplitsByWhatIsDraggedOntoWhatAndAbortsForWrongKinds)

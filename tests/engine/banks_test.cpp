@@ -41,7 +41,16 @@ TEST(ABankOfSeveralSounds, ReportsAboutThemAndIsNotReadItself)
         info.cbsize = sizeof info;
         EXPECT_EQ(opened->getBankInfo(&info), KESS_OK);
         EXPECT_EQ(opened->verifyData(), KESS_ERR_SUBSOUNDS);
+    }
+}
 
+TEST(ABankOfSeveralSounds, OpensThemByIndexAndByName)
+{
+    for (const bank::Codec codec : kCodecs) {
+        writeBank("several", codec, 3);
+        const SoundPointer opened = engine().open("several");
+        KESS_BANKINFO info{};
+        info.cbsize = sizeof info;
         KESS::Sound* byIndex = nullptr;
         KESS::Sound* byName = nullptr;
         for (const int wrong : {-1, 3})
