@@ -34,10 +34,10 @@ ListLine::ListLine(const QString& line, const QString& folder)
     , quality(qualityOf(fields))
     , loopOff(fields.contains("ksound_loop_off"))
 {
-    if (path.contains(QChar::Null)) // no file's name; asked about it, Qt prints a warning
-        path.clear();
-    else if (QFileInfo(path).isRelative())
-        path = QFileInfo(folder + "/" + path).canonicalFilePath();
+    if (!QFileInfo(path).isRelative())
+        return;
+    // Asked about a name with a zero character, Qt prints a warning, each time that the line is tried.
+    path = path.contains(QChar::Null) ? QString() : QFileInfo(folder + "/" + path).canonicalFilePath();
 }
 
 void ListLine::applyTo(Subsound* subsound) const
