@@ -12,6 +12,7 @@
 #include <charconv>
 #include <filesystem>
 #include <iostream>
+#include <new>
 #include <set>
 #include <system_error>
 
@@ -164,8 +165,12 @@ base::Result<Status> extract(const ExtractRequest& request)
     OutputFile::removeAbandoned(request.folder);
 
     const std::vector<int> chosen(indices->begin(), indices->end());
-    base::OrderedWork<base::Result<Extracted>> work(chosen.size(), [&](size_t i) {
-        return extractSound(*bank, chosen[i], files[static_cast<size_t>(chosen[i])], request);
+    base::OrderedWork<base::Result<Extracted>> work(chosen.size(), [&](size_t i) -> base::Result<Extracted> {
+        try {
+            return extractSound(*bank, chosen[i], files[static_cast<size_t>(chosen[i])], request);
+        } catch (const std::bad_alloc&) {
+            return engineError(KESS_ERR_MEMORY);
+        }
     });
     Status status = Status::Success;
     for (const int index : chosen) {
